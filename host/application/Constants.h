@@ -1,0 +1,31 @@
+#pragma once
+
+// Names of the host's standard parameters. They are the names by which jobs,
+// type descriptions, options and .tvx files know them.
+
+extern const char* const k_Empty;
+
+extern const char* const p_Name;
+extern const char* const p_Scene;
+extern const char* const p_Range;
+extern const char* const p_PacketSize;
+extern const char* const p_OutputFolder;
+extern const char* const p_ExpectedFiles;
+extern const char* const p_Executable;
+extern const char* const p_StartDirectory;
+extern const char* const p_Environment;
+extern const char* const p_Priority;
+extern const char* const p_CPUs;
+extern const char* const p_SuccessExitCodes;
+extern const char* const p_Retries;
+extern const char* const p_RunTimeLimit;
+extern const char* const p_SilenceLimit;
+extern const char* const p_ErrorStarts;
+extern const char* const p_ErrorIgnores;
+extern const char* const p_ErrorDetectPosition;
+extern const char* const p_TranslateSceneContents;
+extern const char* const p_Note;
+
+/// Of one piece of work, not of the type: "first-last", and the first frame.
+extern const char* const p_SubRange;
+extern const char* const p_Frame;

@@ -1,0 +1,109 @@
+#pragma once
+
+#include "host/application/Job.h"
+#include "host/foundation/Process.h"
+
+#include <atomic>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+/// A job whose works are runs of an external program.
+///
+/// Execute runs a work here, blocking. An engine that runs many drives the same
+/// steps itself: PrepareWork, a Process, WorkSpawned, one WorkLine a line and
+/// FinishWork. Both ways call the same virtual operations in the same order.
+/// A job object serves one attempt: what it saw in the output stays seen.
+class ProcessJob : public Job {
+public:
+  ~ProcessJob() override;
+
+  int Execute() override;
+  void Interrupt(int how) override;
+
+  /// Called before anything else of a work. False, with the note set, when
+  /// the work cannot begin.
+  virtual bool PreExecute() = 0;
+  /// The command line with its references, and the program.
+  virtual String CreateCommandLine(Path& executable) = 0;
+  /// The newest installed program, or empty when there is none to look for.
+  virtual Path GetLatestExecutable() = 0;
+  /// The program runs; its process ID is ProcessId().
+  virtual void OnProcessSpawned();
+  /// Looks for error texts: a line that begins with one (or holds it anywhere
+  /// when the detect position is "1"), without regard to case, and holds no
+  /// ignore text, makes the work fail.
+  virtual void ProcessLine(const String& line);
+  /// The verdict on an exit code (128 + signal for a killed program): 7 or 5.
+  virtual int CheckResult(int exitCode) = 0;
+  virtual Path DetermineStartDirectory() const = 0;
+  /// Whether program and start directory are there. False, with the note set,
+  /// if not.
+  virtual bool ValidateResources();
+  /// The check of the files that the work must leave; given the verdict so
+  /// far, returns the verdict.
+  virtual int CheckFiles(int result) = 0;
+  virtual int DoCheckFile(const Path& file, int result) = 0;
+
+  /// Searches the roots, in order of all of them together, for folders named
+  /// like a base ("blender" finds blender, blender-4.1, blender4.2; "*" and
+  /// "?" match) and returns the program inside the newest that exists and is
+  /// executable; empty when there is none. Without roots and bases the program
+  /// itself, looked up along PATH. See VersionOrder.h.
+  static Path FindLatestExecutable(const std::vector<Path>& roots, const std::vector<Path>& bases, Path exe);
+
+  /// Prepares a work: PreExecute, GetLatestExecutable, CreateCommandLine,
+  /// expansion, splitting, DetermineStartDirectory, environment,
+  /// ValidateResources. False when the work cannot start: the status is then
+  /// failed and the note says why. Raises nothing.
+  bool PrepareWork(ProcessStart& start);
+
+  /// The same without touching the disk (neither PreExecute nor
+  /// ValidateResources), for showing. Raises Exception*.
+  ProcessStart DescribeWork();
+
+  void WorkSpawned(pid_t id);
+  void WorkLine(std::string_view line);
+
+  /// Why a work was ended from outside; the strongest of all verdicts.
+  enum class Ended { ByItself, Canceled, TimedOut, Silent };
+
+  /// Judges the work by, in this order: an end from outside; an error line;
+  /// death by a signal (unless a declared success text was seen and every
+  /// file is good); CheckResult; CheckFiles. Sets status and note; the note
+  /// says which one spoke and quotes the deciding line. Returns the status.
+  int FinishWork(const ProcessExit& exit, Ended ended = Ended::ByItself);
+
+  /// A work that could not be started at all: failed, with this note.
+  int FailWork(const String& note);
+
+  pid_t ProcessId() const { return m_ProcessId; }
+  /// The line that made the work fail, or empty.
+  const String& ErrorLine() const { return m_ErrorLine; }
+  /// The last ordinary line with any text: what a program that died said last.
+  const String& LastLine() const { return m_LastLine; }
+  String Note() const { return Get(p_Note, true); }
+  void SetNote(const String& note);
+
+protected:
+  ProcessJob();
+
+  /// The program of the work being prepared.
+  const Path& WorkExecutable() const { return m_Executable; }
+  const Path& WorkStartDirectory() const { return m_StartDirectory; }
+
+private:
+  void BuildErrorTexts();
+
+  Path m_Executable;
+  Path m_StartDirectory;
+  Path m_LatestExecutable;
+  pid_t m_ProcessId = -1;
+  bool m_ErrorTextsBuilt = false;
+  bool m_ErrorAnywhere = false;
+  std::vector<String> m_ErrorTexts;
+  std::vector<String> m_IgnoreTexts;
+  String m_ErrorLine;
+  String m_LastLine;
+  std::atomic<int> m_Interrupt{-1};
+};

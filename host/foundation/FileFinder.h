@@ -1,0 +1,42 @@
+#pragma once
+
+#include "host/foundation/Path.h"
+
+#include <memory>
+#include <vector>
+
+/// Finds files by name or by a pattern with "*" and "?" in the last component.
+///
+/// Matching is by bytes and by case; a name that begins with a point is
+/// matched only by a pattern that begins with one. Directories do not match;
+/// links count as what they point at. Matches come sorted by name. A path
+/// that exists as written matches itself, whatever characters it holds.
+///
+/// One finder may be asked for many names, one after the other: after some
+/// questions about one directory it reads that directory once and answers from
+/// memory, so files that appear later may be missed by that finder.
+class FileFinder {
+public:
+  FileFinder();
+  ~FileFinder();
+  FileFinder(const FileFinder&) = delete;
+  FileFinder& operator=(const FileFinder&) = delete;
+
+  /// Starts a search; whether there is a first match.
+  bool Find(const Path& pattern);
+
+  /// The same for exactly this name: "*" and "?" are plain characters.
+  bool FindExact(const Path& file);
+
+  /// The current match, as a path by which it can be opened; empty without.
+  const Path& Name() const;
+
+  /// Moves on; false after the last match.
+  bool Next();
+
+private:
+  struct Directory;
+  std::unique_ptr<Directory> m_Directory;
+  std::vector<Path> m_Matches;
+  std::size_t m_Current = 0;
+};

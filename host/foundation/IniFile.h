@@ -1,0 +1,168 @@
+#pragma once
+
+#include "host/foundation/Path.h"
+#include "host/foundation/String.h"
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+/// A file of the host: the name that it is loaded from and saved to.
+class File {
+public:
+  explicit File(Path filename = Path()) : m_Filename(std::move(filename)) {}
+  virtual ~File() = default;
+
+  const Path& Filename() const { return m_Filename; }
+  void SetFilename(const Path& filename) { m_Filename = filename; }
+
+protected:
+  File(const File&) = default;
+  File& operator=(const File&) = default;
+
+private:
+  Path m_Filename;
+};
+
+/// A place in a text file; line and column count bytes from 1. Line 0 means
+/// that the value did not come from a file.
+struct TextPlace {
+  std::uint32_t Line = 0;
+  std::uint32_t Column = 0;
+};
+
+/// A parsed file of `[section]` and `key=value` lines.
+///
+/// Blanks around section names, keys and values are dropped, quotes are kept.
+/// A line whose first non-blank is ";" or "#" is a comment; there are no
+/// trailing comments. CRLF, a leading UTF-8 mark and a missing last newline
+/// are accepted. Sections and keys match without regard to case; a repeated
+/// section continues the first, a repeated key replaces the value. Lines that
+/// are none of these are skipped, and kept as oddities for a checker.
+///
+/// Selecting a section moves the current section and starts its walk anew; so
+/// one object must not be read from two threads at once.
+class IniFile : public File {
+public:
+  /// What the parse noticed beyond sections and entries.
+  struct Oddity {
+    enum class Kind {
+      NoEquals,         ///< a line that is no section, entry or comment
+      NoSection,        ///< an entry before the first section
+      UnclosedSection,  ///< a "[" without "]"
+      TextAfterSection, ///< something behind the "]"
+      EmptyKey,         ///< a line that begins with "="
+      RepeatedKey,      ///< the key stands in the section already
+      RepeatedSection,  ///< the section was opened before
+      NulByte,          ///< a byte 0 in the line
+    };
+    Kind What;
+    TextPlace Place;
+    String Text; ///< the offending text
+  };
+
+  /// One entry as the file holds it, for checkers and presenters.
+  struct EntryView {
+    std::string_view Key;
+    std::string_view Value;
+    TextPlace KeyPlace;
+    TextPlace ValuePlace;
+  };
+
+  /// The largest file that Load reads, in bytes.
+  static constexpr std::size_t k_SizeLimit = std::size_t{64} << 20;
+
+  /// An empty file without a name. `keepOrder` false is the host's form: walks
+  /// yield keys without regard to case; true walks in the order of the file.
+  explicit IniFile(bool keepOrder = false);
+  /// An independent copy, file name included. `keepPosition` false starts it
+  /// without a current section.
+  IniFile(const IniFile& other, bool keepPosition);
+  IniFile(const IniFile& other) : IniFile(other, true) {}
+  IniFile& operator=(const IniFile& other);
+  ~IniFile() override = default;
+
+  /// Reads and parses the named file. With `mustExist` true a file that cannot
+  /// be read raises Exception*, with false it leaves this object empty and
+  /// gives false. `replace` true forgets what was held before, false adds to
+  /// it. A file that is no regular file counts as unreadable; one larger than
+  /// the limit raises Exception* always.
+  bool Load(bool mustExist, bool replace);
+
+  /// Parses a text as Load would; places count within it.
+  void Parse(std::string_view text, bool replace = true);
+
+  /// Writes the entries to the named file: a temporary beside it, synced, then
+  /// renamed over it. Comments are not kept. Raises Exception* on failure.
+  void Save() const;
+
+  /// Makes a section current and starts its walk. False, and no current
+  /// section, when there is none of that name.
+  bool SetSection(const String& section);
+
+  /// The value of a key in the current section; untouched when it is missing.
+  /// An integer is read like strtol in base 10 and cut to 32 bits (empty gives
+  /// 0); a boolean by String::Bool. Returns whether the key is there.
+  bool GetValue(const String& key, String& value) const;
+  bool GetValue(const String& key, int& value) const;
+  bool GetValue(const String& key, bool& value) const;
+
+  /// The value of a key in a named section, or the default. The current
+  /// section stays as it is.
+  String GetValue(const String& section, const String& key, const String& defaultValue) const;
+  String GetValue(const String& section, const String& key, const char* defaultValue) const;
+  bool GetValue(const String& section, const String& key, bool defaultValue) const;
+  int GetValue(const String& section, const String& key, int defaultValue) const;
+
+  /// The next entry of the current section, in key order without regard to
+  /// case (see the constructor); false after the last, or without a section.
+  bool GetNextValue(String& key, String& value);
+
+  /// Sets one value, creating section and key as needed. The walk of the
+  /// current section starts anew.
+  void SetValue(const String& section, const String& key, const String& value);
+
+  /// The places of a section's first header, and of an entry's key and value;
+  /// line 0 where there is none.
+  TextPlace SectionPlace(const String& section) const;
+  bool FindEntry(const String& section, const String& key, EntryView& entry) const;
+
+  std::vector<String> SectionNames() const; ///< in the order of the file
+  std::vector<EntryView> Entries(const String& section) const; ///< in the order of the file
+  const std::vector<Oddity>& Oddities() const { return m_Oddities; }
+
+protected:
+  void _ConstructIniFile(bool keepOrder); // NOLINT(bugprone-reserved-identifier)
+  void CopyData(const IniFile& other);
+
+private:
+  // Names and values are slices of one text, so that a file of many entries
+  // costs a handful of allocations; see IniFile.cpp.
+  struct Slice {
+    std::uint32_t Offset = 0;
+    std::uint32_t Length = 0;
+  };
+  struct Entry {
+    Slice Key;
+    Slice Value;
+    TextPlace KeyPlace;
+    TextPlace ValuePlace;
+  };
+  struct Section {
+    Slice Name;
+    TextPlace Place;
+    std::vector<Entry> Entries;           // in the order of the file
+    std::vector<std::uint32_t> KeyOrder;  // indexes into Entries, by key
+  };
+
+  std::string_view View(Slice slice) const { return {m_Text.data() + slice.Offset, slice.Length}; }
+  const Section* FindSection(std::string_view name) const;
+  const Entry* FindEntry(const Section& section, std::string_view key) const;
+
+  std::string m_Text;
+  std::vector<Section> m_Sections;
+  std::vector<Oddity> m_Oddities;
+  bool m_KeepOrder = false;
+  std::size_t m_Current = static_cast<std::size_t>(-1);
+  std::size_t m_Walk = 0;
+};
