@@ -1,8 +1,11 @@
 #pragma once
 
+#include <concepts>
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 
 /// The host's text: bytes, UTF-8 by convention, never validated or altered.
 ///
@@ -48,3 +51,26 @@ public:
 };
 
 String operator+(const String& left, const String& right);
+
+/// What can be joined to a String: another kind of text, or one byte.
+template <typename T>
+concept TextOrByte =
+    std::convertible_to<T, std::string_view> || std::same_as<std::remove_cvref_t<T>, char>;
+
+/// Joins a String and something else to a String. Without it the standard
+/// library's operators would compete with the one above for every mixture.
+template <TextOrByte Left, TextOrByte Right>
+  requires(std::same_as<std::remove_cvref_t<Left>, String> != std::same_as<std::remove_cvref_t<Right>, String>)
+String operator+(Left&& left, Right&& right) {
+  String result;
+  const auto append = [&result](const auto& part) {
+    if constexpr (std::same_as<std::remove_cvref_t<decltype(part)>, char>) {
+      result.push_back(part);
+    } else {
+      result.append(std::string_view(part));
+    }
+  };
+  append(left);
+  append(right);
+  return result;
+}

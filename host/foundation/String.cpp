@@ -1,0 +1,78 @@
+#include "host/foundation/String.h"
+
+#include <algorithm>
+#include <array>
+#include <locale>
+
+const String String::Null;
+
+namespace {
+
+char LowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+char UpperAscii(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+
+} // namespace
+
+String& String::Trim() {
+  const std::locale locale;
+  const auto& facet = std::use_facet<std::ctype<char>>(locale);
+  const auto isSpace = [&facet](char c) { return facet.is(std::ctype_base::space, c); };
+  std::size_t last = size();
+  while (last > 0 && isSpace((*this)[last - 1])) {
+    --last;
+  }
+  std::size_t first = 0;
+  while (first < last && isSpace((*this)[first])) {
+    ++first;
+  }
+  erase(last);
+  erase(0, first);
+  return *this;
+}
+
+bool String::Bool() const {
+  static constexpr std::array<std::string_view, 6> k_TrueWords = {"yes", "true", "on", "y", "t", "1"};
+  String word = *this;
+  word.Trim();
+  return std::any_of(k_TrueWords.begin(), k_TrueWords.end(),
+                     [&word](std::string_view candidate) { return EqualNoCase(word, candidate); });
+}
+
+String String::Lower() const {
+  String result = *this;
+  std::transform(result.begin(), result.end(), result.begin(), LowerAscii);
+  return result;
+}
+
+String String::Upper() const {
+  String result = *this;
+  std::transform(result.begin(), result.end(), result.begin(), UpperAscii);
+  return result;
+}
+
+int String::CompareNoCase(std::string_view left, std::string_view right) {
+  const std::size_t common = std::min(left.size(), right.size());
+  for (std::size_t i = 0; i < common; ++i) {
+    const auto a = static_cast<unsigned char>(LowerAscii(left[i]));
+    const auto b = static_cast<unsigned char>(LowerAscii(right[i]));
+    if (a != b) {
+      return a < b ? -1 : 1;
+    }
+  }
+  if (left.size() == right.size()) {
+    return 0;
+  }
+  return left.size() < right.size() ? -1 : 1;
+}
+
+bool String::EqualNoCase(std::string_view left, std::string_view right) {
+  return left.size() == right.size() && CompareNoCase(left, right) == 0;
+}
+
+String operator+(const String& left, const String& right) {
+  String result;
+  result.reserve(left.size() + right.size());
+  result.append(left);
+  result.append(right);
+  return result;
+}

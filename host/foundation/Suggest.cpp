@@ -1,0 +1,53 @@
+#include "host/foundation/Suggest.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace {
+
+// Names are short; a hostile one of a megabyte is not worth a table.
+constexpr std::size_t k_LengthLimit = 200;
+
+} // namespace
+
+int EditDistance(std::string_view left, std::string_view right) {
+  const String a = String(left.substr(0, k_LengthLimit)).Lower();
+  const String b = String(right.substr(0, k_LengthLimit)).Lower();
+  // Rows of the classic table: two back, one back and current. Two back serves
+  // swaps of neighbouring letters.
+  std::vector<int> before(b.size() + 1);
+  std::vector<int> previous(b.size() + 1);
+  std::vector<int> current(b.size() + 1);
+  for (std::size_t j = 0; j <= b.size(); ++j) {
+    previous[j] = static_cast<int>(j);
+  }
+  for (std::size_t i = 1; i <= a.size(); ++i) {
+    current[0] = static_cast<int>(i);
+    for (std::size_t j = 1; j <= b.size(); ++j) {
+      const int replaced = previous[j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1);
+      current[j] = std::min({replaced, previous[j] + 1, current[j - 1] + 1});
+      if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
+        current[j] = std::min(current[j], before[j - 2] + 1);
+      }
+    }
+    std::swap(before, previous);
+    std::swap(previous, current);
+  }
+  return previous[b.size()];
+}
+
+String SuggestName(std::string_view unknown, const std::vector<String>& known) {
+  String best;
+  int bestDistance = std::numeric_limits<int>::max();
+  for (const String& name : known) {
+    const int distance = EditDistance(unknown, name);
+    if (distance < bestDistance) {
+      bestDistance = distance;
+      best = name;
+    }
+  }
+  // A third of the letters wrong is still a slip; more is another word.
+  const auto limit = static_cast<int>(std::max<std::size_t>(1, std::min(unknown.size(), best.size()) / 3 + 1));
+  const bool wholeWordWrong = bestDistance >= static_cast<int>(std::max(unknown.size(), best.size()));
+  return bestDistance <= limit && !wholeWordWrong ? best : String::Null;
+}
