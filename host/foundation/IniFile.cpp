@@ -544,7 +544,6 @@ void IniFile::SetValue(const String& section, const String& key, const String& v
                          [this](std::uint32_t index, const String& wanted) {
                            return String::CompareNoCase(View(m_Entries[index].Key), wanted) < 0;
                          });
-    const auto position = static_cast<std::uint32_t>(place - m_Order.begin());
     m_Order.insert(place, static_cast<std::uint32_t>(m_Entries.size()));
     m_Entries.push_back(entry);
     ++m_Sections[sectionIndex].Count;
