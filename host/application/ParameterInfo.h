@@ -86,6 +86,10 @@ String ParameterTypeName(ParameterInfo::TYPE type);
 std::optional<ParameterInfo::TYPE> ParameterTypeFromName(const String& name);
 std::vector<String> ParameterTypeNames();
 
+/// Reads a duration such as "90", "90s", "1.5m", "2h" or "1d" as seconds; a
+/// number alone counts seconds. False for any other text, a negative one too.
+bool ParseDuration(const String& text, double& seconds);
+
 class FileParameterInfo : public ParameterInfo {
 public:
   explicit FileParameterInfo(TYPE type = k_File) : ParameterInfo(type) {}
