@@ -111,8 +111,8 @@ public:
   /// Applies parameter commands ("Leaf.Enquote", with arguments in
   /// parentheses) to a value. The job serves commands that need one; the
   /// description may be null. Raises Exception* for an unknown command.
-  static String ProcessParameterNameCommands(const String& value, const String& commands, SmartHandle<const Job> job,
-                                             const ParameterInfo* info);
+  static String ProcessParameterNameCommands(const String& value, const String& commands,
+                                             SmartHandle<const Job> job, const ParameterInfo* info);
 
   /// Tells the observer that a parameter of the current work changed.
   void DoWorkParameterChange(const String& name, const String& value);

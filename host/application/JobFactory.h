@@ -22,7 +22,8 @@ public:
   using DeleteFunction = void (*)(Job*);
 
   /// Adds a type. False, and nothing done, when the ID is taken.
-  bool Register(const UID& type, std::unique_ptr<JobTypeInfo> info, CreateFunction create, DeleteFunction destroy);
+  bool Register(const UID& type, std::unique_ptr<JobTypeInfo> info, CreateFunction create,
+                DeleteFunction destroy);
   void Unregister(const UID& type);
 
   /// The description of a type, or null. With `mustExist` an unknown type is

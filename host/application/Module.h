@@ -50,7 +50,8 @@ public:
 
   /// The search for a type's newest program as its file describes it; false
   /// when it describes none.
-  bool LatestExecutableSearch(const UID& type, std::vector<Path>& roots, std::vector<Path>& bases, Path& exe) const;
+  bool LatestExecutableSearch(const UID& type, std::vector<Path>& roots, std::vector<Path>& bases,
+                              Path& exe) const;
 
 private:
   struct Library;

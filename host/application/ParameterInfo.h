@@ -30,15 +30,15 @@ public:
   /// Bits of Flags. Those stored by modules as plain numbers have their
   /// meaning here; see docs/tvx.md for the names in files.
   enum FLAG : unsigned int {
-    k_Required = 0x1,     ///< a job without a value is not valid
-    k_OfJob = 0x2,        ///< a job carries a value of its own
-    k_ReadOnly = 0x4,     ///< shown, but not set by users
-    k_OfEngine = 0x8,     ///< an engine's type option may give the value
-    k_SubmitOnly = 0x10,  ///< only looked at while a job is set up
-    k_Literal = 0x20,     ///< the value is never expanded for references
-    k_Advanced = 0x200,   ///< of interest to who runs the farm
-    k_Editable = 0x400,   ///< may be changed after the job was set up
-    k_Visible = 0x800,    ///< shown in forms
+    k_Required = 0x1,    ///< a job without a value is not valid
+    k_OfJob = 0x2,       ///< a job carries a value of its own
+    k_ReadOnly = 0x4,    ///< shown, but not set by users
+    k_OfEngine = 0x8,    ///< an engine's type option may give the value
+    k_SubmitOnly = 0x10, ///< only looked at while a job is set up
+    k_Literal = 0x20,    ///< the value is never expanded for references
+    k_Advanced = 0x200,  ///< of interest to who runs the farm
+    k_Editable = 0x400,  ///< may be changed after the job was set up
+    k_Visible = 0x800,   ///< shown in forms
     k_Deprecated = 0x1000,
     k_AffectsCommand = 0x10000, ///< a change alters the command line
     k_Internal = 0x80000000,    ///< of the host itself; files cannot set it

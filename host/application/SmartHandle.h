@@ -49,7 +49,8 @@ public:
   /// `destroy` takes a pointer to T.
   template <typename Destroy>
   SmartHandle(T* object, Destroy destroy)
-      : SmartCountedObject(std::shared_ptr<const void>(std::shared_ptr<T>(object, std::move(destroy)))), m_Object(object) {
+      : SmartCountedObject(std::shared_ptr<const void>(std::shared_ptr<T>(object, std::move(destroy)))),
+        m_Object(object) {
     if (object != nullptr) {
       object->WeakSelf().m_Owner = Owner();
     }
@@ -62,8 +63,8 @@ public:
 
   /// A handle to a base class or to a constant object.
   template <typename U>
-    requires std::is_convertible_v<U*, T*>
-  SmartHandle(const SmartHandle<U>& other) : SmartCountedObject(other), m_Object(other.Get()) {}
+  requires std::is_convertible_v<U*, T*> SmartHandle(const SmartHandle<U>& other)
+      : SmartCountedObject(other), m_Object(other.Get()) {}
 
   T* Get() const { return m_Object; }
   T* operator->() const { return m_Object; }

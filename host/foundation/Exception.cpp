@@ -4,8 +4,8 @@
 
 #include <system_error>
 
-Exception::Exception(const String& module, const String& function, int code, const String& message, int number,
-                     const String& details, signed char flag)
+Exception::Exception(const String& module, const String& function, int code, const String& message,
+                     int number, const String& details, signed char flag)
     : m_Module(module), m_Function(function), m_Code(code), m_Message(message), m_Number(number),
       m_Details(details), m_Flag(flag) {}
 
@@ -29,6 +29,7 @@ void Exception::Log(Exception* exception) {
   }
 }
 
-void RaiseException(const char* function, int code, const String& message, int number, const String& details) {
+void RaiseException(const char* function, int code, const String& message, int number,
+                    const String& details) {
   throw new Exception("Trovik", function, code, message, number, details, 0);
 }

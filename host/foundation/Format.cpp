@@ -202,8 +202,7 @@ private:
 
   // The library's own printf with a format that we wrote: no byte of it comes
   // from outside, and width and precision are bounded.
-  template <typename Value>
-  bool Print(const Conversion& conversion, const char* length, Value value) {
+  template <typename Value> bool Print(const Conversion& conversion, const char* length, Value value) {
     std::string format = "%";
     format += conversion.Minus ? "-" : "";
     format += conversion.Plus ? "+" : "";
@@ -218,7 +217,8 @@ private:
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     const int written =
         conversion.Precision >= 0
-            ? std::snprintf(buffer.data(), buffer.size(), format.c_str(), conversion.Width, conversion.Precision, value)
+            ? std::snprintf(buffer.data(), buffer.size(), format.c_str(), conversion.Width,
+                            conversion.Precision, value)
             : std::snprintf(buffer.data(), buffer.size(), format.c_str(), conversion.Width, value);
 #pragma GCC diagnostic pop
     if (written < 0) {

@@ -57,8 +57,7 @@ constexpr int k_FormatWidthLimit = 1024;
 String FormatArguments(FormatString format, const FormatArgument* arguments, std::size_t count);
 
 /// The same with the arguments written out: SFormat("shot_%04d.pov", 12).
-template <typename... Arguments>
-String SFormat(FormatString format, const Arguments&... arguments) {
+template <typename... Arguments> String SFormat(FormatString format, const Arguments&... arguments) {
   if constexpr (sizeof...(Arguments) == 0) {
     return FormatArguments(format, nullptr, 0);
   } else {

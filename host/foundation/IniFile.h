@@ -127,7 +127,7 @@ public:
   TextPlace SectionPlace(const String& section) const;
   bool FindEntry(const String& section, const String& key, EntryView& entry) const;
 
-  std::vector<String> SectionNames() const; ///< in the order of the file
+  std::vector<String> SectionNames() const;                    ///< in the order of the file
   std::vector<EntryView> Entries(const String& section) const; ///< in the order of the file
   const std::vector<Oddity>& Oddities() const { return m_Oddities; }
 
@@ -136,13 +136,14 @@ protected:
   void CopyData(const IniFile& other);
 
 private:
-  // Names and values are slices of one text, so that a file of many entries
-  // costs a handful of allocations; see IniFile.cpp.
+  // Names and values are slices of one text and all entries stand in one
+  // vector, so that a file costs a handful of allocations; see IniFile.cpp.
   struct Slice {
     std::uint32_t Offset = 0;
     std::uint32_t Length = 0;
   };
   struct Entry {
+    std::uint32_t Section = 0; // index into m_Sections
     Slice Key;
     Slice Value;
     TextPlace KeyPlace;
@@ -151,18 +152,34 @@ private:
   struct Section {
     Slice Name;
     TextPlace Place;
-    std::vector<Entry> Entries;           // in the order of the file
-    std::vector<std::uint32_t> KeyOrder;  // indexes into Entries, by key
+    std::uint32_t First = 0; // its entries' range in m_Order
+    std::uint32_t Count = 0;
   };
+  static constexpr std::uint32_t k_None = 0xFFFFFFFF;
 
   std::string_view View(Slice slice) const { return {m_Text.data() + slice.Offset, slice.Length}; }
-  const Section* FindSection(std::string_view name) const;
-  const Entry* FindEntry(const Section& section, std::string_view key) const;
+  Slice Append(std::string_view text);
+  std::uint32_t FindSection(std::string_view name) const;
+  std::uint32_t FindEntry(std::uint32_t section, std::string_view key) const;
+  bool FindValue(const String& key, String& value) const;
+  bool FindValue(const String& section, const String& key, String& value) const;
+  EntryView MakeView(const Entry& entry) const;
+  void Clear();
+  void DropReplaced();
+  void ParseLines(std::size_t start);
+  void ParseEntry(std::string_view line, std::uint32_t number, std::uint32_t section);
+  void MergeSections();
+  void OrderEntries();
+  void Note(Oddity::Kind what, std::uint32_t line, std::size_t column, std::string_view text);
 
   std::string m_Text;
-  std::vector<Section> m_Sections;
-  std::vector<Oddity> m_Oddities;
+  std::vector<Section> m_Sections;     // in the order of the file
+  std::vector<std::uint32_t> m_ByName; // indexes into m_Sections, by name
+  std::vector<Entry> m_Entries;        // in the order of the file
+  std::vector<std::uint32_t> m_Order;  // indexes into m_Entries, by section and key
+  std::vector<Oddity> m_Oddities;      // in the order of the file
   bool m_KeepOrder = false;
-  std::size_t m_Current = static_cast<std::size_t>(-1);
-  std::size_t m_Walk = 0;
+  std::uint32_t m_Current = k_None;
+  std::vector<std::uint32_t> m_Walk; // the current section's entries, where the file's order counts
+  std::uint32_t m_Position = 0;
 };

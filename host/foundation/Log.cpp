@@ -26,7 +26,9 @@ spdlog::level::level_enum ToLibrary(LogLevel level) {
 }
 
 struct State {
-  State() : Logger(std::make_shared<spdlog::logger>("trovik", std::make_shared<spdlog::sinks::stderr_sink_mt>())) {
+  State()
+      : Logger(
+            std::make_shared<spdlog::logger>("trovik", std::make_shared<spdlog::sinks::stderr_sink_mt>())) {
     Logger->set_pattern("%n: %l: %v");
     Logger->set_level(spdlog::level::warn);
     Logger->flush_on(spdlog::level::debug);
@@ -56,12 +58,22 @@ void Write(LogLevel level, const String& text) {
 
 } // namespace
 
-void LogError(const String& text) { Write(LogLevel::Error, text); }
-void LogWarning(const String& text) { Write(LogLevel::Warning, text); }
-void LogInfo(const String& text) { Write(LogLevel::Info, text); }
-void LogDebug(const String& text) { Write(LogLevel::Debug, text); }
+void LogError(const String& text) {
+  Write(LogLevel::Error, text);
+}
+void LogWarning(const String& text) {
+  Write(LogLevel::Warning, text);
+}
+void LogInfo(const String& text) {
+  Write(LogLevel::Info, text);
+}
+void LogDebug(const String& text) {
+  Write(LogLevel::Debug, text);
+}
 
-void SetLogLevel(LogLevel level) { TheState().Logger->set_level(ToLibrary(level)); }
+void SetLogLevel(LogLevel level) {
+  TheState().Logger->set_level(ToLibrary(level));
+}
 
 LogSink SetLogSink(LogSink sink) {
   std::swap(TheState().Sink, sink);

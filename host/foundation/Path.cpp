@@ -71,16 +71,20 @@ Path& Path::operator/=(const String& component) {
   return *this;
 }
 
-String Path::Enquote() const { return EnquoteWord(m_Text); }
+String Path::Enquote() const {
+  return EnquoteWord(m_Text);
+}
 
-Path Path::Dequote() const { return Path(DequoteWord(m_Text)); }
+Path Path::Dequote() const {
+  return Path(DequoteWord(m_Text));
+}
 
 Path Path::TranslateToLocal() const {
   const std::pair<String, String>* best = nullptr;
   for (const auto& pair : TranslationTable()) {
     const String& source = pair.first;
-    const bool whole = m_Text.size() == source.size() ||
-                       (m_Text.size() > source.size() && m_Text[source.size()] == '/');
+    const bool whole =
+        m_Text.size() == source.size() || (m_Text.size() > source.size() && m_Text[source.size()] == '/');
     if (whole && m_Text.compare(0, source.size(), source) == 0 &&
         (best == nullptr || source.size() > best->first.size())) {
       best = &pair;
@@ -107,4 +111,6 @@ void Path::SetTranslations(std::vector<std::pair<String, String>> pairs) {
   TranslationTable() = std::move(table);
 }
 
-const std::vector<std::pair<String, String>>& Path::Translations() { return TranslationTable(); }
+const std::vector<std::pair<String, String>>& Path::Translations() {
+  return TranslationTable();
+}

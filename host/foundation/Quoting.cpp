@@ -12,12 +12,15 @@ namespace {
 constexpr std::string_view k_BareBytes =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./:@%+,";
 
-bool IsEscapedInQuotes(char c) { return c == '"' || c == '\\' || c == '$' || c == '`'; }
+bool IsEscapedInQuotes(char c) {
+  return c == '"' || c == '\\' || c == '$' || c == '`';
+}
 
 [[noreturn]] void RaiseUnclosed(const String& line, std::size_t quote) {
-  RaiseException("SplitCommandLine", k_ErrorSyntax,
-                 "command line:" + std::to_string(quote + 1) + ": the quote " + line[quote] +
-                     " is never closed; close it, or write a backslash before it where it is meant as it stands");
+  RaiseException(
+      "SplitCommandLine", k_ErrorSyntax,
+      "command line:" + std::to_string(quote + 1) + ": the quote " + line[quote] +
+          " is never closed; close it, or write a backslash before it where it is meant as it stands");
 }
 
 } // namespace

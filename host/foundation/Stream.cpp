@@ -23,11 +23,21 @@ template <typename Value> Value FromLittleEndian(std::string_view bytes) {
 
 } // namespace
 
-void OutStream::Put(unsigned char value) { m_Bytes.push_back(static_cast<char>(value)); }
-void OutStream::Put(signed char value) { m_Bytes.push_back(static_cast<char>(value)); }
-void OutStream::Put(unsigned int value) { PutLittleEndian(m_Bytes, value); }
-void OutStream::Put(int value) { PutLittleEndian(m_Bytes, static_cast<unsigned int>(value)); }
-void OutStream::Put(std::uint64_t value) { PutLittleEndian(m_Bytes, value); }
+void OutStream::Put(unsigned char value) {
+  m_Bytes.push_back(static_cast<char>(value));
+}
+void OutStream::Put(signed char value) {
+  m_Bytes.push_back(static_cast<char>(value));
+}
+void OutStream::Put(unsigned int value) {
+  PutLittleEndian(m_Bytes, value);
+}
+void OutStream::Put(int value) {
+  PutLittleEndian(m_Bytes, static_cast<unsigned int>(value));
+}
+void OutStream::Put(std::uint64_t value) {
+  PutLittleEndian(m_Bytes, value);
+}
 
 void OutStream::Put(const String& text) {
   if (text.size() > std::numeric_limits<std::uint32_t>::max()) {
@@ -37,7 +47,9 @@ void OutStream::Put(const String& text) {
   m_Bytes.append(text);
 }
 
-void OutStream::Put(const Path& path) { Put(path.Text()); }
+void OutStream::Put(const Path& path) {
+  Put(path.Text());
+}
 
 void OutStream::PutBytes(const void* bytes, std::size_t count) {
   m_Bytes.append(static_cast<const char*>(bytes), count);
@@ -54,9 +66,15 @@ std::string_view InStream::Take(std::size_t count) {
   return taken;
 }
 
-void InStream::Get(unsigned char& value) { value = static_cast<unsigned char>(Take(1)[0]); }
-void InStream::Get(signed char& value) { value = static_cast<signed char>(Take(1)[0]); }
-void InStream::Get(unsigned int& value) { value = FromLittleEndian<unsigned int>(Take(sizeof(value))); }
+void InStream::Get(unsigned char& value) {
+  value = static_cast<unsigned char>(Take(1)[0]);
+}
+void InStream::Get(signed char& value) {
+  value = static_cast<signed char>(Take(1)[0]);
+}
+void InStream::Get(unsigned int& value) {
+  value = FromLittleEndian<unsigned int>(Take(sizeof(value)));
+}
 
 void InStream::Get(int& value) {
   unsigned int bits = 0;
@@ -64,7 +82,9 @@ void InStream::Get(int& value) {
   value = static_cast<int>(bits);
 }
 
-void InStream::Get(std::uint64_t& value) { value = FromLittleEndian<std::uint64_t>(Take(sizeof(value))); }
+void InStream::Get(std::uint64_t& value) {
+  value = FromLittleEndian<std::uint64_t>(Take(sizeof(value)));
+}
 
 void InStream::Get(String& text) {
   const std::size_t start = m_Position;

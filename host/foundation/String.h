@@ -54,14 +54,15 @@ String operator+(const String& left, const String& right);
 
 /// What can be joined to a String: another kind of text, or one byte.
 template <typename T>
-concept TextOrByte =
-    std::convertible_to<T, std::string_view> || std::same_as<std::remove_cvref_t<T>, char>;
+concept TextOrByte = std::convertible_to<T, std::string_view> || std::same_as < std::remove_cvref_t<T>,
+char > ;
 
 /// Joins a String and something else to a String. Without it the standard
 /// library's operators would compete with the one above for every mixture.
 template <TextOrByte Left, TextOrByte Right>
-  requires(std::same_as<std::remove_cvref_t<Left>, String> != std::same_as<std::remove_cvref_t<Right>, String>)
-String operator+(Left&& left, Right&& right) {
+requires(std::same_as<std::remove_cvref_t<Left>, String> !=
+         std::same_as<std::remove_cvref_t<Right>, String>) String
+operator+(Left&& left, Right&& right) {
   String result;
   const auto append = [&result](const auto& part) {
     if constexpr (std::same_as<std::remove_cvref_t<decltype(part)>, char>) {

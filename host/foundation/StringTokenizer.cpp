@@ -5,7 +5,9 @@ StringTokenizer::StringTokenizer(const String& text, char separator, bool skipEm
   FindPiece();
 }
 
-bool StringTokenizer::HasNext() const { return m_HasNext; }
+bool StringTokenizer::HasNext() const {
+  return m_HasNext;
+}
 
 String StringTokenizer::GetNext() {
   String piece = std::move(m_Next);

@@ -47,7 +47,8 @@ String SuggestName(std::string_view unknown, const std::vector<String>& known) {
     }
   }
   // A third of the letters wrong is still a slip; more is another word.
-  const auto limit = static_cast<int>(std::max<std::size_t>(1, std::min(unknown.size(), best.size()) / 3 + 1));
+  const auto limit =
+      static_cast<int>(std::max<std::size_t>(1, std::min(unknown.size(), best.size()) / 3 + 1));
   const bool wholeWordWrong = bestDistance >= static_cast<int>(std::max(unknown.size(), best.size()));
   return bestDistance <= limit && !wholeWordWrong ? best : String::Null;
 }

@@ -1,0 +1,642 @@
+#include "host/foundation/IniFile.h"
+
+#include "host/foundation/Exception.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <numeric>
+#include <optional>
+
+// A host loads every .tvx file of a site when it starts, so the parse is made
+// to cost little more than reading the bytes. The file's text is kept whole;
+// names and values are slices of it, and all entries stand in one vector. Only
+// after the last line are repeated sections merged and the entries brought into
+// key order, by sorting indexes: linear in the lines apart from sorts within
+// sections, so a hostile file of a million sections or keys is no trap either.
+
+namespace {
+
+constexpr std::string_view k_Utf8Mark = "\xEF\xBB\xBF";
+
+bool IsBlank(char c) {
+  return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f';
+}
+
+std::string_view TrimBlanks(std::string_view text) {
+  while (!text.empty() && IsBlank(text.front())) {
+    text.remove_prefix(1);
+  }
+  while (!text.empty() && IsBlank(text.back())) {
+    text.remove_suffix(1);
+  }
+  return text;
+}
+
+int CutToInt(const String& value) {
+  return static_cast<int>(std::strtol(value.c_str(), nullptr, 10));
+}
+
+class Descriptor {
+public:
+  explicit Descriptor(int number) : m_Number(number) {}
+  ~Descriptor() {
+    if (m_Number >= 0) {
+      close(m_Number);
+    }
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int Number() const { return m_Number; }
+
+private:
+  int m_Number;
+};
+
+// The bytes of a regular file; nothing, with errno set, where it cannot be
+// read. O_NONBLOCK: a named pipe in the place of the file must not hang us.
+std::optional<std::string> ReadWhole(const Path& file) {
+  const Descriptor descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  struct stat status {};
+  if (descriptor.Number() < 0 || fstat(descriptor.Number(), &status) != 0) {
+    return std::nullopt;
+  }
+  if (!S_ISREG(status.st_mode)) {
+    errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    return std::nullopt;
+  }
+  std::string bytes;
+  bytes.resize(std::min(static_cast<std::size_t>(status.st_size), IniFile::k_SizeLimit) + 1);
+  std::size_t used = 0;
+  for (;;) {
+    const ssize_t count = read(descriptor.Number(), bytes.data() + used, bytes.size() - used);
+    if (count < 0 && errno == EINTR) {
+      continue;
+    }
+    if (count < 0) {
+      return std::nullopt;
+    }
+    if (count == 0) {
+      break;
+    }
+    used += static_cast<std::size_t>(count);
+    if (used > IniFile::k_SizeLimit) {
+      RaiseException("IniFile::Load", k_ErrorLimit,
+                     file.Text() + " is larger than " + std::to_string(IniFile::k_SizeLimit >> 20) +
+                         " MiB, more than any settings or type file needs");
+    }
+    if (used == bytes.size()) {
+      bytes.resize(std::min(2 * used, IniFile::k_SizeLimit + 1));
+    }
+  }
+  bytes.resize(used);
+  return bytes;
+}
+
+void WriteWhole(int descriptor, std::string_view bytes, const Path& file) {
+  while (!bytes.empty()) {
+    const ssize_t count = write(descriptor, bytes.data(), bytes.size());
+    if (count < 0 && errno != EINTR) {
+      RaiseException("IniFile::Save", k_ErrorSystem, "cannot write " + file.Text(), errno);
+    }
+    bytes.remove_prefix(count > 0 ? static_cast<std::size_t>(count) : 0);
+  }
+}
+
+// Raises unless the text is read back as it is.
+void CheckWritable(bool readable, const char* what, std::string_view text, const Path& file) {
+  if (!readable) {
+    RaiseException("IniFile::Save", k_ErrorSyntax,
+                   "cannot write " + file.Text() + ": the " + what + " \"" + String(text.substr(0, 80)) +
+                       "\" would not be read back as it is");
+  }
+}
+
+bool IsOneTrimmedLine(std::string_view text) {
+  return text.find('\n') == std::string_view::npos && TrimBlanks(text).size() == text.size();
+}
+
+} // namespace
+
+IniFile::IniFile(bool keepOrder) {
+  _ConstructIniFile(keepOrder);
+}
+
+void IniFile::_ConstructIniFile(bool keepOrder) { // NOLINT(bugprone-reserved-identifier)
+  m_KeepOrder = keepOrder;
+}
+
+IniFile::IniFile(const IniFile& other, bool keepPosition) : File(other) {
+  _ConstructIniFile(other.m_KeepOrder);
+  CopyData(other);
+  if (keepPosition) {
+    m_Current = other.m_Current;
+    m_Walk = other.m_Walk;
+    m_Position = other.m_Position;
+  }
+}
+
+IniFile& IniFile::operator=(const IniFile& other) {
+  if (this != &other) {
+    File::operator=(other);
+    m_KeepOrder = other.m_KeepOrder;
+    CopyData(other);
+    m_Current = other.m_Current;
+    m_Walk = other.m_Walk;
+    m_Position = other.m_Position;
+  }
+  return *this;
+}
+
+void IniFile::CopyData(const IniFile& other) {
+  m_Text = other.m_Text;
+  m_Sections = other.m_Sections;
+  m_ByName = other.m_ByName;
+  m_Entries = other.m_Entries;
+  m_Order = other.m_Order;
+  m_Oddities = other.m_Oddities;
+}
+
+void IniFile::Clear() {
+  m_Text.clear();
+  m_Sections.clear();
+  m_ByName.clear();
+  m_Entries.clear();
+  m_Order.clear();
+  m_Oddities.clear();
+  m_Current = k_None;
+  m_Walk.clear();
+  m_Position = 0;
+}
+
+bool IniFile::Load(bool mustExist, bool replace) {
+  if (replace) {
+    Clear();
+  }
+  const std::optional<std::string> bytes = ReadWhole(Filename());
+  if (!bytes) {
+    if (mustExist) {
+      RaiseException("IniFile::Load", k_ErrorSystem, "cannot read " + Filename().Text(), errno);
+    }
+    return false;
+  }
+  Parse(*bytes, replace);
+  return true;
+}
+
+void IniFile::Parse(std::string_view text, bool replace) {
+  if (replace) {
+    Clear();
+  } else {
+    DropReplaced();
+  }
+  const std::size_t start = m_Text.size();
+  if (start + text.size() >= k_None) {
+    RaiseException("IniFile::Parse", k_ErrorLimit, "more than 4 GiB of settings in " + Filename().Text());
+  }
+  m_Text.append(text);
+  ParseLines(start);
+  MergeSections();
+  OrderEntries();
+  std::stable_sort(m_Oddities.begin(), m_Oddities.end(), [](const Oddity& left, const Oddity& right) {
+    return left.Place.Line != right.Place.Line ? left.Place.Line < right.Place.Line
+                                               : left.Place.Column < right.Place.Column;
+  });
+}
+
+// Forgets entries whose value a later one replaced, so that a further parse
+// does not see them again.
+void IniFile::DropReplaced() {
+  std::vector<std::uint32_t> kept = m_Order;
+  std::sort(kept.begin(), kept.end());
+  std::vector<Entry> entries;
+  entries.reserve(kept.size());
+  for (const std::uint32_t index : kept) {
+    entries.push_back(m_Entries[index]);
+  }
+  m_Entries = std::move(entries);
+  m_Current = k_None;
+  m_Walk.clear();
+}
+
+void IniFile::Note(Oddity::Kind what, std::uint32_t line, std::size_t column, std::string_view text) {
+  m_Oddities.push_back({what, {line, static_cast<std::uint32_t>(column)}, String(text)});
+}
+
+void IniFile::ParseLines(std::size_t start) {
+  const std::string_view all = m_Text;
+  std::size_t position = start;
+  if (all.substr(position, k_Utf8Mark.size()) == k_Utf8Mark) {
+    position += k_Utf8Mark.size();
+  }
+  std::uint32_t number = 0;
+  std::uint32_t section = k_None;
+  while (position < all.size()) {
+    ++number;
+    const std::size_t end = std::min(all.find('\n', position), all.size());
+    const std::string_view whole = all.substr(position, end - position);
+    const std::string_view line = TrimBlanks(whole);
+    position = end + 1;
+    if (line.empty() || line.front() == ';' || line.front() == '#') {
+      continue;
+    }
+    const std::size_t indent = static_cast<std::size_t>(line.data() - whole.data());
+    if (const std::size_t nul = line.find('\0'); nul != std::string_view::npos) {
+      Note(Oddity::Kind::NulByte, number, indent + nul + 1, line);
+    }
+    if (line.front() != '[') {
+      ParseEntry(whole, number, section);
+      continue;
+    }
+    const std::size_t close = line.find(']');
+    if (close == std::string_view::npos) {
+      Note(Oddity::Kind::UnclosedSection, number, indent + 1, line);
+      continue;
+    }
+    if (close + 1 < line.size()) {
+      const std::string_view rest = TrimBlanks(line.substr(close + 1));
+      Note(Oddity::Kind::TextAfterSection, number, static_cast<std::size_t>(rest.data() - whole.data()) + 1,
+           rest);
+    }
+    const std::string_view name = TrimBlanks(line.substr(1, close - 1));
+    section = static_cast<std::uint32_t>(m_Sections.size());
+    m_Sections.push_back(
+        {{static_cast<std::uint32_t>(name.data() - m_Text.data()), static_cast<std::uint32_t>(name.size())},
+         {number, static_cast<std::uint32_t>(indent + 1)},
+         0,
+         0});
+  }
+}
+
+void IniFile::ParseEntry(std::string_view line, std::uint32_t number, std::uint32_t section) {
+  const std::string_view trimmed = TrimBlanks(line);
+  const std::size_t column = static_cast<std::size_t>(trimmed.data() - line.data()) + 1;
+  const std::size_t equals = line.find('=');
+  if (equals == std::string_view::npos) {
+    Note(Oddity::Kind::NoEquals, number, column, trimmed);
+    return;
+  }
+  const std::string_view key = TrimBlanks(line.substr(0, equals));
+  if (key.empty()) {
+    Note(Oddity::Kind::EmptyKey, number, equals + 1, trimmed);
+    return;
+  }
+  if (section == k_None) {
+    Note(Oddity::Kind::NoSection, number, column, trimmed);
+    return;
+  }
+  std::string_view value = TrimBlanks(line.substr(equals + 1));
+  if (value.empty()) {
+    value = line.substr(equals + 1, 0);
+  }
+  const auto slice = [this](std::string_view part) {
+    return Slice{static_cast<std::uint32_t>(part.data() - m_Text.data()),
+                 static_cast<std::uint32_t>(part.size())};
+  };
+  const auto columnOf = [&line](std::string_view part) {
+    return static_cast<std::uint32_t>(part.data() - line.data()) + 1;
+  };
+  m_Entries.push_back(
+      {section, slice(key), slice(value), {number, columnOf(key)}, {number, columnOf(value)}});
+}
+
+// Makes one section of all that share a name, and the index by name.
+void IniFile::MergeSections() {
+  m_ByName.resize(m_Sections.size());
+  std::iota(m_ByName.begin(), m_ByName.end(), 0U);
+  std::stable_sort(m_ByName.begin(), m_ByName.end(), [this](std::uint32_t left, std::uint32_t right) {
+    return String::CompareNoCase(View(m_Sections[left].Name), View(m_Sections[right].Name)) < 0;
+  });
+  // The first of a name stands for all; the sort was stable.
+  std::vector<std::uint32_t> standsFor(m_Sections.size());
+  bool repeated = false;
+  for (std::size_t i = 0; i < m_ByName.size(); ++i) {
+    const std::uint32_t index = m_ByName[i];
+    standsFor[index] = index;
+    if (i > 0) {
+      const std::uint32_t first = standsFor[m_ByName[i - 1]];
+      if (String::EqualNoCase(View(m_Sections[first].Name), View(m_Sections[index].Name))) {
+        standsFor[index] = first;
+        repeated = true;
+      }
+    }
+  }
+  if (!repeated) {
+    return;
+  }
+  std::vector<std::uint32_t> newIndex(m_Sections.size(), k_None);
+  std::vector<Section> kept;
+  for (std::uint32_t index = 0; index < m_Sections.size(); ++index) {
+    if (standsFor[index] == index) {
+      newIndex[index] = static_cast<std::uint32_t>(kept.size());
+      kept.push_back(m_Sections[index]);
+    } else {
+      const Section& again = m_Sections[index];
+      Note(Oddity::Kind::RepeatedSection, again.Place.Line, again.Place.Column, View(again.Name));
+    }
+  }
+  for (Entry& entry : m_Entries) {
+    entry.Section = newIndex[standsFor[entry.Section]];
+  }
+  std::vector<std::uint32_t> byName;
+  for (const std::uint32_t index : m_ByName) {
+    if (standsFor[index] == index) {
+      byName.push_back(newIndex[index]);
+    }
+  }
+  m_ByName = std::move(byName);
+  m_Sections = std::move(kept);
+}
+
+// Brings the entries into key order within each section; of entries with one
+// key the first stays, with the last one's value.
+void IniFile::OrderEntries() {
+  for (Section& section : m_Sections) {
+    section.Count = 0;
+  }
+  for (const Entry& entry : m_Entries) {
+    ++m_Sections[entry.Section].Count;
+  }
+  std::uint32_t start = 0;
+  for (Section& section : m_Sections) {
+    section.First = start;
+    start += section.Count;
+    section.Count = 0;
+  }
+  m_Order.resize(m_Entries.size());
+  for (std::uint32_t index = 0; index < m_Entries.size(); ++index) {
+    Section& section = m_Sections[m_Entries[index].Section];
+    m_Order[section.First + section.Count++] = index;
+  }
+  std::uint32_t used = 0;
+  for (Section& section : m_Sections) {
+    const auto first = m_Order.begin() + section.First;
+    const auto last = first + section.Count;
+    std::sort(first, last, [this](std::uint32_t left, std::uint32_t right) {
+      const int order = String::CompareNoCase(View(m_Entries[left].Key), View(m_Entries[right].Key));
+      return order != 0 ? order < 0 : left < right;
+    });
+    const std::uint32_t sectionStart = used;
+    for (auto at = first; at != last; ++at) {
+      Entry& entry = m_Entries[*at];
+      if (used > sectionStart) {
+        Entry& before = m_Entries[m_Order[used - 1]];
+        if (String::EqualNoCase(View(before.Key), View(entry.Key))) {
+          Note(Oddity::Kind::RepeatedKey, entry.KeyPlace.Line, entry.KeyPlace.Column, View(entry.Key));
+          before.Value = entry.Value;
+          before.ValuePlace = entry.ValuePlace;
+          continue;
+        }
+      }
+      m_Order[used++] = *at;
+    }
+    section.First = sectionStart;
+    section.Count = used - sectionStart;
+  }
+  m_Order.resize(used);
+}
+
+std::uint32_t IniFile::FindSection(std::string_view name) const {
+  const auto found = std::lower_bound(
+      m_ByName.begin(), m_ByName.end(), name, [this](std::uint32_t index, std::string_view wanted) {
+        return String::CompareNoCase(View(m_Sections[index].Name), wanted) < 0;
+      });
+  return found != m_ByName.end() && String::EqualNoCase(View(m_Sections[*found].Name), name) ? *found
+                                                                                             : k_None;
+}
+
+std::uint32_t IniFile::FindEntry(std::uint32_t section, std::string_view key) const {
+  if (section == k_None) {
+    return k_None;
+  }
+  const auto first = m_Order.begin() + m_Sections[section].First;
+  const auto last = first + m_Sections[section].Count;
+  const auto found = std::lower_bound(first, last, key, [this](std::uint32_t index, std::string_view wanted) {
+    return String::CompareNoCase(View(m_Entries[index].Key), wanted) < 0;
+  });
+  return found != last && String::EqualNoCase(View(m_Entries[*found].Key), key) ? *found : k_None;
+}
+
+bool IniFile::SetSection(const String& section) {
+  m_Current = FindSection(section);
+  m_Position = 0;
+  m_Walk.clear();
+  if (m_KeepOrder && m_Current != k_None) {
+    const auto first = m_Order.begin() + m_Sections[m_Current].First;
+    m_Walk.assign(first, first + m_Sections[m_Current].Count);
+    std::sort(m_Walk.begin(), m_Walk.end());
+  }
+  return m_Current != k_None;
+}
+
+bool IniFile::GetValue(const String& key, String& value) const {
+  return FindValue(key, value);
+}
+
+bool IniFile::FindValue(const String& key, String& value) const {
+  const std::uint32_t entry = FindEntry(m_Current, key);
+  if (entry == k_None) {
+    return false;
+  }
+  value = String(View(m_Entries[entry].Value));
+  return true;
+}
+
+bool IniFile::GetValue(const String& key, int& value) const {
+  String text;
+  if (!FindValue(key, text)) {
+    return false;
+  }
+  value = CutToInt(text);
+  return true;
+}
+
+bool IniFile::GetValue(const String& key, bool& value) const {
+  String text;
+  if (!FindValue(key, text)) {
+    return false;
+  }
+  value = text.Bool();
+  return true;
+}
+
+bool IniFile::FindValue(const String& section, const String& key, String& value) const {
+  const std::uint32_t entry = FindEntry(FindSection(section), key);
+  if (entry == k_None) {
+    return false;
+  }
+  value = String(View(m_Entries[entry].Value));
+  return true;
+}
+
+String IniFile::GetValue(const String& section, const String& key, const String& defaultValue) const {
+  String value;
+  return FindValue(section, key, value) ? value : defaultValue;
+}
+
+String IniFile::GetValue(const String& section, const String& key, const char* defaultValue) const {
+  return GetValue(section, key, String(defaultValue));
+}
+
+bool IniFile::GetValue(const String& section, const String& key, bool defaultValue) const {
+  String value;
+  return FindValue(section, key, value) ? value.Bool() : defaultValue;
+}
+
+int IniFile::GetValue(const String& section, const String& key, int defaultValue) const {
+  String value;
+  return FindValue(section, key, value) ? CutToInt(value) : defaultValue;
+}
+
+bool IniFile::GetNextValue(String& key, String& value) {
+  if (m_Current == k_None || m_Position >= m_Sections[m_Current].Count) {
+    return false;
+  }
+  const std::uint32_t index =
+      m_KeepOrder ? m_Walk[m_Position] : m_Order[m_Sections[m_Current].First + m_Position];
+  ++m_Position;
+  key = String(View(m_Entries[index].Key));
+  value = String(View(m_Entries[index].Value));
+  return true;
+}
+
+IniFile::Slice IniFile::Append(std::string_view text) {
+  if (m_Text.size() + text.size() >= k_None) {
+    RaiseException("IniFile::SetValue", k_ErrorLimit, "more than 4 GiB of settings in " + Filename().Text());
+  }
+  const Slice slice{static_cast<std::uint32_t>(m_Text.size()), static_cast<std::uint32_t>(text.size())};
+  m_Text.append(text);
+  return slice;
+}
+
+void IniFile::SetValue(const String& section, const String& key, const String& value) {
+  std::uint32_t sectionIndex = FindSection(section);
+  if (sectionIndex == k_None) {
+    sectionIndex = static_cast<std::uint32_t>(m_Sections.size());
+    const auto place = std::lower_bound(
+        m_ByName.begin(), m_ByName.end(), section, [this](std::uint32_t index, const String& wanted) {
+          return String::CompareNoCase(View(m_Sections[index].Name), wanted) < 0;
+        });
+    m_ByName.insert(place, sectionIndex);
+    m_Sections.push_back({Append(section), {}, static_cast<std::uint32_t>(m_Order.size()), 0});
+  }
+  const std::uint32_t existing = FindEntry(sectionIndex, key);
+  if (existing != k_None) {
+    Entry& entry = m_Entries[existing];
+    if (value.size() <= entry.Value.Length) {
+      m_Text.replace(entry.Value.Offset, value.size(), value);
+      entry.Value.Length = static_cast<std::uint32_t>(value.size());
+    } else {
+      entry.Value = Append(value);
+    }
+    entry.ValuePlace = {};
+  } else {
+    const Entry entry{sectionIndex, Append(key), Append(value), {}, {}};
+    const auto first = m_Order.begin() + m_Sections[sectionIndex].First;
+    const auto place =
+        std::lower_bound(first, first + m_Sections[sectionIndex].Count, key,
+                         [this](std::uint32_t index, const String& wanted) {
+                           return String::CompareNoCase(View(m_Entries[index].Key), wanted) < 0;
+                         });
+    m_Order.insert(place, static_cast<std::uint32_t>(m_Entries.size()));
+    m_Entries.push_back(entry);
+    ++m_Sections[sectionIndex].Count;
+    // Sections lie in m_Order in their own order, so only later ones move.
+    for (std::uint32_t other = sectionIndex + 1; other < m_Sections.size(); ++other) {
+      ++m_Sections[other].First;
+    }
+  }
+  if (m_Current != k_None) {
+    SetSection(String(View(m_Sections[m_Current].Name)));
+  }
+}
+
+TextPlace IniFile::SectionPlace(const String& section) const {
+  const std::uint32_t index = FindSection(section);
+  return index == k_None ? TextPlace{} : m_Sections[index].Place;
+}
+
+IniFile::EntryView IniFile::MakeView(const Entry& entry) const {
+  return {View(entry.Key), View(entry.Value), entry.KeyPlace, entry.ValuePlace};
+}
+
+bool IniFile::FindEntry(const String& section, const String& key, EntryView& entry) const {
+  const std::uint32_t index = FindEntry(FindSection(section), key);
+  if (index == k_None) {
+    return false;
+  }
+  entry = MakeView(m_Entries[index]);
+  return true;
+}
+
+std::vector<String> IniFile::SectionNames() const {
+  std::vector<String> names;
+  names.reserve(m_Sections.size());
+  for (const Section& section : m_Sections) {
+    names.emplace_back(View(section.Name));
+  }
+  return names;
+}
+
+std::vector<IniFile::EntryView> IniFile::Entries(const String& section) const {
+  std::vector<EntryView> entries;
+  const std::uint32_t index = FindSection(section);
+  if (index != k_None) {
+    const auto first = m_Order.begin() + m_Sections[index].First;
+    std::vector<std::uint32_t> inFile(first, first + m_Sections[index].Count);
+    std::sort(inFile.begin(), inFile.end());
+    for (const std::uint32_t entry : inFile) {
+      entries.push_back(MakeView(m_Entries[entry]));
+    }
+  }
+  return entries;
+}
+
+void IniFile::Save() const {
+  std::string text;
+  for (std::uint32_t index = 0; index < m_Sections.size(); ++index) {
+    const std::string_view name = View(m_Sections[index].Name);
+    CheckWritable(IsOneTrimmedLine(name) && name.find(']') == std::string_view::npos, "section", name,
+                  Filename());
+    text.append(text.empty() ? "[" : "\n[").append(name).append("]\n");
+    for (const EntryView& entry : Entries(String(name))) {
+      CheckWritable(IsOneTrimmedLine(entry.Key) && entry.Key.find('=') == std::string_view::npos &&
+                        !entry.Key.empty() &&
+                        std::string_view("[;#").find(entry.Key.front()) == std::string_view::npos,
+                    "key", entry.Key, Filename());
+      CheckWritable(IsOneTrimmedLine(entry.Value), "value", entry.Value, Filename());
+      text.append(entry.Key).append("=").append(entry.Value).append("\n");
+    }
+  }
+  const Path temporary(Filename().Text() + ".new-" + std::to_string(getpid()));
+  const auto raise = [this, &temporary]() {
+    const int reason = errno;
+    unlink(temporary.c_str());
+    RaiseException("IniFile::Save", k_ErrorSystem, "cannot write " + Filename().Text(), reason);
+  };
+  {
+    const Descriptor descriptor(
+        open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666));
+    if (descriptor.Number() < 0) {
+      RaiseException("IniFile::Save", k_ErrorSystem, "cannot write " + Filename().Text(), errno);
+    }
+    try {
+      WriteWhole(descriptor.Number(), text, Filename());
+    } catch (Exception*) {
+      unlink(temporary.c_str());
+      throw;
+    }
+    if (fsync(descriptor.Number()) != 0) {
+      raise();
+    }
+  }
+  if (rename(temporary.c_str(), Filename().c_str()) != 0) {
+    raise();
+  }
+}
