@@ -26,8 +26,7 @@ String EscapeForFile(const String& text, bool isKey) {
   for (std::size_t i = 0; i < text.size(); ++i) {
     const char c = text[i];
     const bool atEnd = i == 0 || i + 1 == text.size();
-    const bool special =
-        isKey && (c == '=' || (i == 0 && (c == '[' || c == ';' || c == '#' || c == '\xEF')));
+    const bool special = isKey && (c == '=' || (i == 0 && (c == '[' || c == ';' || c == '#')));
     if (c == '\\') {
       escaped += "\\\\";
     } else if (c == '\n') {

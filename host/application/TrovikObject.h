@@ -68,13 +68,17 @@ protected:
   ValueMap& Values() { return m_Values; }
   const ValueMap& Values() const { return m_Values; }
 
+  /// The values alone as a stream: their number, then names and texts.
+  void PackValues(OutStream& out) const;
+  static ValueMap UnpackValues(InStream& in);
+
 private:
   void ForEachValue(const StateTable::Visit& visit) const;
   void AssignValue(const String& section, const String& name, const String& value);
   void PackState(OutStream& out) const;
   void UnpackState(InStream& in, unsigned int version);
 
-  const StateTable* m_Table;
+  const StateTable m_Table;
   ValueMap m_Values;
   WeakCountedObject m_WeakSelf;
 };
