@@ -163,7 +163,8 @@ std::string suggestion(const std::string& unknown, const std::vector<String>& kn
 /// Refuses what the verb (or the program, before any verb) did not take.
 void refuseExtras(const CLI::App& program, const CLI::App* verb) {
   const CLI::App& app = verb == nullptr ? program : *verb;
-  const std::vector<std::string> extras = app.remaining();
+  std::vector<std::string> extras = app.remaining();
+  std::erase(extras, "--"); // the mark behind which nothing is an option
   if (extras.empty()) {
     return;
   }
