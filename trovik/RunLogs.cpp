@@ -18,7 +18,8 @@ namespace {
 class AttemptLogFile final : public AttemptLog {
 public:
   explicit AttemptLogFile(Path file)
-      : file_(std::move(file)), descriptor_(open(file_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
+      : file_(std::move(file)),
+        descriptor_(open(file_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
     if (descriptor_ < 0) {
       giveUp();
     }
@@ -61,7 +62,8 @@ RunLogDirectory::RunLogDirectory(Path directory) : directory_(std::move(director
   std::error_code error;
   std::filesystem::create_directories(directory_.Text().c_str(), error);
   if (error) {
-    throw UsageError{"cannot make the folder for the logs " + inQuotes(directory_.Text()) + ": " + error.message(),
+    throw UsageError{"cannot make the folder for the logs " + inQuotes(directory_.Text()) + ": " +
+                         error.message(),
                      "choose another with --log-dir"};
   }
 }

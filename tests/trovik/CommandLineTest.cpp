@@ -23,8 +23,9 @@ Refusal refusal(const std::vector<std::string>& arguments) {
 
 TEST(CommandLine, RunTakesAllItsOptions) {
   const Options options =
-      parse({"run", "pov", "a b.pov", "--set", "Width=1", "--set=Note==x", "--range", "-5--1", "--packet", "4",
-             "--slots", "2", "--out", "o", "--log-dir", "l", "--dry-run", "--json", "-vv", "--color", "never"});
+      parse({"run",       "pov",      "a b.pov",   "--set",   "Width=1", "--set=Note==x", "--range",
+             "-5--1",     "--packet", "4",         "--slots", "2",       "--out",         "o",
+             "--log-dir", "l",        "--dry-run", "--json",  "-vv",     "--color",       "never"});
   EXPECT_EQ(options.verb, "run");
   EXPECT_EQ(options.type, "pov");
   EXPECT_EQ(options.scene, "a b.pov");
@@ -48,7 +49,8 @@ TEST(CommandLine, SetTakesOneValueAndLeavesThePositionals) {
 }
 
 TEST(CommandLine, ValuesAreTakenAsTheyAre) {
-  const Options options = parse({"run", "t", "--set", "A=[1,2]", "--set", "B=\"x\"", "--set", "C=", "--out", ""});
+  const Options options =
+      parse({"run", "t", "--set", "A=[1,2]", "--set", "B=\"x\"", "--set", "C=", "--out", ""});
   EXPECT_EQ(options.sets, (std::vector<std::string>{"A=[1,2]", "B=\"x\"", "C="}));
   EXPECT_EQ(options.out, "");
 }
@@ -131,7 +133,8 @@ TEST(CommandLine, MissingTypeAndSceneAreAskedFor) {
 }
 
 TEST(CommandLine, UnknownColourChoiceIsRefused) {
-  EXPECT_EQ(refusal({"types", "--color", "maybe"}).message, "--color: \"maybe\" is none of auto, always and never");
+  EXPECT_EQ(refusal({"types", "--color", "maybe"}).message,
+            "--color: \"maybe\" is none of auto, always and never");
 }
 
 } // namespace

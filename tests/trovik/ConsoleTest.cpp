@@ -17,10 +17,13 @@ struct Screen {
 
   explicit Screen(ConsoleTraits traits)
       : console([this](std::string_view bytes) { out.emplace_back(bytes); },
-                [this](std::string_view bytes) { error.emplace_back(bytes); }, traits, [this] { return width; }) {}
+                [this](std::string_view bytes) { error.emplace_back(bytes); }, traits,
+                [this] { return width; }) {}
 };
 
-ConsoleTraits terminal() { return {true, true, false, false}; }
+ConsoleTraits terminal() {
+  return {true, true, false, false};
+}
 using Writes = std::vector<std::string>;
 
 TEST(Console, EachMessageIsOneWrite) {
@@ -79,8 +82,8 @@ TEST(Console, ColoursAreOfTheOutputThatTheyGoTo) {
 TEST(Console, LiveLineIsTakenAwayAtTheEnd) {
   std::vector<std::string> out;
   {
-    Console console([&](std::string_view bytes) { out.emplace_back(bytes); }, [](std::string_view) {}, terminal(),
-                    [] { return std::size_t{80}; });
+    Console console([&](std::string_view bytes) { out.emplace_back(bytes); }, [](std::string_view) {},
+                    terminal(), [] { return std::size_t{80}; });
     console.setLive("x");
   }
   EXPECT_EQ(out, (Writes{"\r\x1b[Kx", "\r\x1b[K"}));

@@ -21,13 +21,15 @@ ProcessStart startOf(std::vector<String> arguments, const std::string& directory
 TEST(ShellText, TellsDirectoryEnvironmentAndArguments) {
   ProcessStart start = startOf({"povray", "+Ia b.pov", "$(x)"}, "/s/a b");
   start.Environment = {{"THREADS", String("2 3")}, {"DISPLAY", std::nullopt}};
-  EXPECT_EQ(shellText(start), "(cd \"/s/a b\" && env -u DISPLAY -u LANGUAGE LC_ALL=C.UTF-8 THREADS=\"2 3\" povray "
-                              "\"+Ia b.pov\" \"\\$(x)\")");
+  EXPECT_EQ(shellText(start),
+            "(cd \"/s/a b\" && env -u DISPLAY -u LANGUAGE LC_ALL=C.UTF-8 THREADS=\"2 3\" povray "
+            "\"+Ia b.pov\" \"\\$(x)\")");
 }
 
 TEST(ShellText, LastChangeOfAVariableCounts) {
   ProcessStart start = startOf({"p"});
-  start.Environment = {{"LC_ALL", String("C")}, {"LC_ALL", std::nullopt}, {"A", std::nullopt}, {"A", String("1")}};
+  start.Environment = {
+      {"LC_ALL", String("C")}, {"LC_ALL", std::nullopt}, {"A", std::nullopt}, {"A", String("1")}};
   EXPECT_EQ(shellText(start), "env -u LANGUAGE -u LC_ALL A=1 p");
 }
 
@@ -64,7 +66,8 @@ protected:
 };
 
 TEST_F(DryRun, EachWorkIsOneLineAndNothingIsMade) {
-  const std::string begin = "(cd " + directory.file("start") + " && env -u LANGUAGE LC_ALL=C.UTF-8 /bin/echo ";
+  const std::string begin =
+      "(cd " + directory.file("start") + " && env -u LANGUAGE LC_ALL=C.UTF-8 /bin/echo ";
   EXPECT_EQ(run(false), (std::vector<std::string>{begin + "1-2)\n", begin + "3-3)\n"}));
   EXPECT_TRUE(std::filesystem::is_empty(directory.path()));
 }
@@ -83,8 +86,8 @@ TEST_F(DryRun, JsonHasTheArgumentVector) {
 
 TEST_F(DryRun, UnknownReferenceIsRefused) {
   job->SetParameter("CommandString", "$(SubRagne)");
-  EXPECT_EQ(refusalOf([this] { run(false); }).message,
-            "command line:1: nobody answers $(SubRagne); did you mean \"SubRange\"?\n    1 | $(SubRagne)\n      | ^");
+  EXPECT_EQ(refusalOf([this] { run(false); }).message, "command line:1: nobody answers $(SubRagne); did you "
+                                                       "mean \"SubRange\"?\n    1 | $(SubRagne)\n      | ^");
 }
 
 } // namespace

@@ -86,9 +86,8 @@ protected:
 
 TEST_F(EngineTest, WorksAreDoneInTheirOrder) {
   const RunSummary summary = run("1-3");
-  EXPECT_EQ(recorder.events,
-            (Events{"run 1-3 frames=3 works=3 slots=1", "start 1 1/1", "good 1", "start 2 1/1", "good 2",
-                    "start 3 1/1", "good 3", "end"}));
+  EXPECT_EQ(recorder.events, (Events{"run 1-3 frames=3 works=3 slots=1", "start 1 1/1", "good 1",
+                                     "start 2 1/1", "good 2", "start 3 1/1", "good 3", "end"}));
   EXPECT_TRUE(summary.allGood());
   EXPECT_EQ(summary.good.text(), "1-3");
   EXPECT_EQ(summary.duration, 3s);
@@ -118,8 +117,7 @@ TEST_F(EngineTest, FreeSlotIsFilledAtOnce) {
 TEST_F(EngineTest, JobWithoutFramesIsOneWork) {
   job->SetParameter("CommandString", "x");
   const RunSummary summary = run("");
-  EXPECT_EQ(recorder.events,
-            (Events{"run  frames=1 works=1 slots=1", "start work 1/1", "good work", "end"}));
+  EXPECT_EQ(recorder.events, (Events{"run  frames=1 works=1 slots=1", "start work 1/1", "good work", "end"}));
   EXPECT_EQ(summary.goodWorks, 1U);
   EXPECT_TRUE(summary.good.empty());
 }
@@ -173,8 +171,8 @@ TEST_F(EngineTest, FailedWorkIsTriedAgainAfterTheOthers) {
   };
   const RunSummary summary = run("1-2", 1, 2);
   EXPECT_EQ(recorder.events,
-            (Events{"run 1-2 frames=2 works=2 slots=1", "start 1 1/3", "failed 1 again: Exit code 1", "start 2 1/3",
-                    "good 2", "start 1 2/3", "good 1", "end"}));
+            (Events{"run 1-2 frames=2 works=2 slots=1", "start 1 1/3", "failed 1 again: Exit code 1",
+                    "start 2 1/3", "good 2", "start 1 2/3", "good 1", "end"}));
   EXPECT_TRUE(summary.allGood());
   EXPECT_EQ(logs.texts.count("1-1#2"), 1U);
 }
@@ -183,8 +181,8 @@ TEST_F(EngineTest, RetriesAreCountedAndThenGivenUp) {
   machine.behaviour = [](const ProcessStart&) { return script(1s, 1); };
   const RunSummary summary = run("1", 1, 1);
   EXPECT_EQ(recorder.events,
-            (Events{"run 1 frames=1 works=1 slots=1", "start 1 1/2", "failed 1 again: Exit code 1", "start 1 2/2",
-                    "failed 1: Exit code 1", "end"}));
+            (Events{"run 1 frames=1 works=1 slots=1", "start 1 1/2", "failed 1 again: Exit code 1",
+                    "start 1 2/2", "failed 1: Exit code 1", "end"}));
   EXPECT_EQ(summary.failedWorks, 1U);
   EXPECT_EQ(summary.failed.text(), "1");
 }
@@ -221,7 +219,8 @@ TEST_F(EngineTest, RunTimeLimitEndsAProgramPolitely) {
   EXPECT_EQ(machine.signals, std::vector<std::string>{"term"});
   EXPECT_EQ(summary.duration, 30s);
   EXPECT_EQ(summary.failed.text(), "1");
-  EXPECT_NE(summary.failures.at(0).reason.find("time limit"), std::string::npos) << summary.failures[0].reason;
+  EXPECT_NE(summary.failures.at(0).reason.find("time limit"), std::string::npos)
+      << summary.failures[0].reason;
 }
 
 TEST_F(EngineTest, ProgramThatDoesNotEndPolitelyIsKilledAfterTheGrace) {
@@ -336,9 +335,8 @@ TEST_F(EngineTest, ImageIsToldWhenTheNextIsNamedAndTheLastAtAGoodEnd) {
     return result;
   };
   const RunSummary summary = run("1");
-  EXPECT_EQ(recorder.events,
-            (Events{"run 1 frames=1 works=1 slots=1", "start 1 1/1", "image 1 one.png", "image 1 two.png", "good 1",
-                    "end"}));
+  EXPECT_EQ(recorder.events, (Events{"run 1 frames=1 works=1 slots=1", "start 1 1/1", "image 1 one.png",
+                                     "image 1 two.png", "good 1", "end"}));
   EXPECT_EQ(summary.imageCount(), 2U);
   EXPECT_EQ(summary.images.at(directory.path()), 2U);
 }

@@ -73,7 +73,8 @@ private:
 class FakeMachine::FakeProgram final : public Program {
 public:
   FakeProgram(FakeMachine& machine, Script script)
-      : machine_(machine), script_(std::move(script)), begin_(machine.now_), descriptor_(machine.nextDescriptor_) {
+      : machine_(machine), script_(std::move(script)), begin_(machine.now_),
+        descriptor_(machine.nextDescriptor_) {
     machine_.nextDescriptor_ += 2;
     if (script_.ends) {
       end_ = begin_ + *script_.ends;
@@ -172,7 +173,8 @@ inline void FakeMachine::wait(std::vector<pollfd>& descriptors, std::optional<Du
   };
   const auto readyFrom = [this](int descriptor) -> std::optional<Clock::time_point> {
     if (descriptor == 1) {
-      return taken_ < interrupts.size() ? std::optional(Clock::time_point() + interrupts[taken_]) : std::nullopt;
+      return taken_ < interrupts.size() ? std::optional(Clock::time_point() + interrupts[taken_])
+                                        : std::nullopt;
     }
     const auto found = ready_.find(descriptor);
     return found == ready_.end() ? std::nullopt : found->second();

@@ -17,8 +17,10 @@ protected:
   }
 
   /// A set-up whose detection runs `rule` when the scene changes.
-  JobSetup setup(std::function<void(std::map<String, String>&)> rule = nullptr, const String& trigger = "Scene") {
-    return {type.id(), [this, rule, trigger](const UID&, const String& changed, std::map<String, String>& values) {
+  JobSetup setup(std::function<void(std::map<String, String>&)> rule = nullptr,
+                 const String& trigger = "Scene") {
+    return {type.id(),
+            [this, rule, trigger](const UID&, const String& changed, std::map<String, String>& values) {
               detected.push_back(changed);
               if (rule && changed == trigger) {
                 rule(values);
@@ -81,7 +83,8 @@ TEST_F(JobSetupTest, WhatTheUserSetIsNeverReplacedByDetection) {
 }
 
 TEST_F(JobSetupTest, EachSettingIsDetectedUnderItsOwnName) {
-  JobSetup job = setup([](std::map<String, String>& values) { values["Name"] = values["PacketSize"]; }, "PacketSize");
+  JobSetup job =
+      setup([](std::map<String, String>& values) { values["Name"] = values["PacketSize"]; }, "PacketSize");
   job.set("packetsize", "3", "--packet");
   EXPECT_EQ(detected, std::vector<std::string>{"PacketSize"});
   EXPECT_EQ(value(job, "Name"), "3");
@@ -125,8 +128,9 @@ TEST_F(JobSetupTest, RuleForAParameterThatDoesNotExistWarns) {
   JobSetup job = setup([](std::map<String, String>& values) { values["Foo"] = "x"; });
   job.setScene(scene);
   SetLogSink(before);
-  EXPECT_EQ(warnings, std::vector<std::string>{"the [AutoDetect] rules of \"Sketch\" for \"Scene\" fill \"Foo\", "
-                                               "which the type does not have"});
+  EXPECT_EQ(warnings,
+            std::vector<std::string>{"the [AutoDetect] rules of \"Sketch\" for \"Scene\" fill \"Foo\", "
+                                     "which the type does not have"});
 }
 
 TEST_F(JobSetupTest, SceneThatDoesNotExistIsRefused) {
@@ -182,11 +186,13 @@ TEST_F(JobSetupTest, TypeThatNeedsASceneRefusesToDoWithout) {
 }
 
 TEST_F(JobSetupTest, CommandsThatCanDoWithoutASceneMay) {
-  for (const char* command : {"-v", "$$(Scene)", "$(Scene.Prefix(-i ))", "$(scene.Leaf.Default(none))", "$(Scenery)"}) {
+  for (const char* command :
+       {"-v", "$$(Scene)", "$(Scene.Prefix(-i ))", "$(scene.Leaf.Default(none))", "$(Scenery)"}) {
     type.info().GetParam(String("CommandString"))->Default = command;
     EXPECT_EQ(refusalOf([&] { setup().check(); }).message, "") << command;
   }
-  for (const char* command : {"$(scene)", "$$(x) $(ActualScene.Leaf)", "$(Scene.Enquote) $(Name.Prefix(x))"}) {
+  for (const char* command :
+       {"$(scene)", "$$(x) $(ActualScene.Leaf)", "$(Scene.Enquote) $(Name.Prefix(x))"}) {
     type.info().GetParam(String("CommandString"))->Default = command;
     EXPECT_EQ(refusalOf([&] { setup().check(); }).message, "\"Sketch\" needs a scene file") << command;
   }
@@ -212,8 +218,9 @@ TEST_F(SequenceTest, FramesWithSceneFilesAreGood) {
 }
 
 TEST_F(SequenceTest, NegativeFramesAreRefused) {
-  EXPECT_EQ(check("-2-1"), "a sequence of scene files cannot have negative frames such as -2: the range text of a "
-                           "work has no place for their sign");
+  EXPECT_EQ(check("-2-1"),
+            "a sequence of scene files cannot have negative frames such as -2: the range text of a "
+            "work has no place for their sign");
 }
 
 TEST_F(SequenceTest, FramesWithoutASceneFileAreNamedAsRanges) {

@@ -27,8 +27,9 @@ std::vector<std::string> texts(const std::vector<Path>& paths) {
 }
 
 TEST(Locations, XdgVariablesAreHonoured) {
-  const Locations locations(lookupIn({{"HOME", "/home/a"}, {"XDG_CONFIG_HOME", "/c"}, {"XDG_STATE_HOME", "/s"}}),
-                            Path("/opt/bin/trovik"));
+  const Locations locations(
+      lookupIn({{"HOME", "/home/a"}, {"XDG_CONFIG_HOME", "/c"}, {"XDG_STATE_HOME", "/s"}}),
+      Path("/opt/bin/trovik"));
   EXPECT_EQ(locations.settings().Text(), "/c/trovik/settings.ini");
   EXPECT_EQ(locations.options().Text(), "/c/trovik/options.ini");
   EXPECT_EQ(locations.runs().Text(), "/s/trovik/runs");
@@ -41,7 +42,8 @@ TEST(Locations, HomeIsTheBaseWithoutXdg) {
 }
 
 TEST(Locations, RelativeXdgVariableIsIgnored) {
-  const Locations locations(lookupIn({{"HOME", "/home/a"}, {"XDG_CONFIG_HOME", "c"}}), Path("/opt/bin/trovik"));
+  const Locations locations(lookupIn({{"HOME", "/home/a"}, {"XDG_CONFIG_HOME", "c"}}),
+                            Path("/opt/bin/trovik"));
   EXPECT_EQ(locations.settings().Text(), "/home/a/.config/trovik/settings.ini");
 }
 

@@ -12,8 +12,8 @@ TEST(LogTail, KeepsTheLastTenLines) {
   for (int i = 1; i <= 12; ++i) {
     tail.add("line " + std::to_string(i));
   }
-  EXPECT_EQ(tail.lines(), (Lines{"line 3", "line 4", "line 5", "line 6", "line 7", "line 8", "line 9", "line 10",
-                                 "line 11", "line 12"}));
+  EXPECT_EQ(tail.lines(), (Lines{"line 3", "line 4", "line 5", "line 6", "line 7", "line 8", "line 9",
+                                 "line 10", "line 11", "line 12"}));
 }
 
 TEST(LogTail, FewLinesAreAllKept) {

@@ -42,7 +42,9 @@ RunInfo infoOf(std::size_t frames) {
   return info;
 }
 
-WorkInfo workOf(int frame, int attempt = 1, int attempts = 1) { return {{frame, frame}, true, attempt, attempts}; }
+WorkInfo workOf(int frame, int attempt = 1, int attempts = 1) {
+  return {{frame, frame}, true, attempt, attempts};
+}
 
 WorkResult goodIn(Duration duration) {
   WorkResult result;
@@ -84,9 +86,10 @@ TEST(PlainProgress, EachEventIsOneWrite) {
   progress.image(workOf(4), Path("/s/a.png"));
   progress.workEnded(workOf(4), goodIn(1200ms));
   progress.workStarted(workOf(5, 2, 3));
-  EXPECT_EQ(screen.writes, (Writes{"Sketch: 24 frames (1-24) on 2 slots\nscene  /s/a_%04d.pov\nlogs  /logs/run\n",
-                                   "started  4\n", "image  /s/a.png\n", "finished  4  1.2 s\n",
-                                   "started  5  attempt 2 of 3\n"}));
+  EXPECT_EQ(
+      screen.writes,
+      (Writes{"Sketch: 24 frames (1-24) on 2 slots\nscene  /s/a_%04d.pov\nlogs  /logs/run\n", "started  4\n",
+              "image  /s/a.png\n", "finished  4  1.2 s\n", "started  5  attempt 2 of 3\n"}));
 }
 
 TEST(PlainProgress, FailureTellsReasonLinesAndLog) {
@@ -139,7 +142,8 @@ TEST(Summary, AllGoodIsShort) {
   summary.goodWorks = 2;
   summary.images = {{"/a", 1}, {"/b", 1}};
   summary.duration = 3s;
-  EXPECT_EQ(summaryText(screen.console, summary), "all 2 frames good, in 3.0 s\nimages  1 in /a\nimages  1 in /b\n");
+  EXPECT_EQ(summaryText(screen.console, summary),
+            "all 2 frames good, in 3.0 s\nimages  1 in /a\nimages  1 in /b\n");
 }
 
 TEST(Summary, WorkWithoutFramesIsCalledWork) {
@@ -153,7 +157,8 @@ TEST(Summary, WorkWithoutFramesIsCalledWork) {
   summary.goodWorks = 0;
   summary.failedWorks = 1;
   summary.failures = {{"Exit code 2", {}, 1, Path()}};
-  EXPECT_EQ(summaryText(screen.console, summary), "0 of 1 work good, 1 failed, in 3.0 s\nfailed  work  Exit code 2\n");
+  EXPECT_EQ(summaryText(screen.console, summary),
+            "0 of 1 work good, 1 failed, in 3.0 s\nfailed  work  Exit code 2\n");
 }
 
 TEST(Summary, ManyReasonsAreCut) {
@@ -243,7 +248,8 @@ TEST(JsonProgress, EveryEventIsOneVersionedObjectOnALine) {
   }
   EXPECT_EQ(kinds, (Writes{"run.started", "work.started", "work.image", "work.finished", "work.failed",
                            "run.interrupted", "run.summary"}));
-  EXPECT_EQ(screen.writes[1], "{\"version\":1,\"kind\":\"work.started\",\"frames\":\"4\",\"attempt\":2,\"attempts\":3}\n");
+  EXPECT_EQ(screen.writes[1],
+            "{\"version\":1,\"kind\":\"work.started\",\"frames\":\"4\",\"attempt\":2,\"attempts\":3}\n");
   EXPECT_EQ(Json::parse(screen.writes[3]).at("seconds"), 1.234);
   EXPECT_EQ(Json::parse(screen.writes[4]).at("again"), true);
 }
@@ -256,7 +262,8 @@ TEST(JsonProgress, SummaryHoldsFramesFailuresAndImages) {
             "{\"version\":1,\"kind\":\"run.summary\",\"interrupted\":false,\"seconds\":83.0,"
             "\"works\":{\"good\":19,\"failed\":1,\"notDone\":4},"
             "\"frames\":{\"good\":\"1-6,8-20\",\"failed\":\"7\",\"notDone\":\"21-24\"},"
-            "\"failures\":[{\"frames\":\"7\",\"works\":1,\"reason\":\"Exit code 1\",\"log\":\"/logs/run/7-7.log\"}],"
+            "\"failures\":[{\"frames\":\"7\",\"works\":1,\"reason\":\"Exit code "
+            "1\",\"log\":\"/logs/run/7-7.log\"}],"
             "\"images\":[{\"directory\":\"/s/images\",\"count\":19}],\"logs\":\"/logs/run\"}\n");
 }
 

@@ -20,7 +20,9 @@ protected:
   TestType type;
 };
 
-TEST(SequenceScene, IsMadeFromThePattern) { EXPECT_EQ(sequenceScene("/s/a_%04d.pov", 7).Text(), "/s/a_0007.pov"); }
+TEST(SequenceScene, IsMadeFromThePattern) {
+  EXPECT_EQ(sequenceScene("/s/a_%04d.pov", 7).Text(), "/s/a_0007.pov");
+}
 
 TEST(SequenceScene, HostilePatternIsHarmless) {
   EXPECT_EQ(sequenceScene("/s/%n%s_%04d.pov", 7).Text().find("/s/"), 0U);
@@ -31,10 +33,13 @@ TEST_F(WhyNoSequence, TypeThatDoesNotLook) {
   EXPECT_EQ(whyNoSequence(other.id(), Path("/a_0001.pov")), "the type does not look for scene sequences");
 }
 
-TEST_F(WhyNoSequence, NameWithoutANumber) { EXPECT_EQ(why("scene.pov"), "\"scene.pov\" has no number in its name"); }
+TEST_F(WhyNoSequence, NameWithoutANumber) {
+  EXPECT_EQ(why("scene.pov"), "\"scene.pov\" has no number in its name");
+}
 
 TEST_F(WhyNoSequence, NumberWithoutNeighbours) {
-  EXPECT_EQ(why("scene_0007.pov"), "it has no neighbour: there is neither \"scene_0006.pov\" nor \"scene_0008.pov\"");
+  EXPECT_EQ(why("scene_0007.pov"),
+            "it has no neighbour: there is neither \"scene_0006.pov\" nor \"scene_0008.pov\"");
   EXPECT_EQ(why("first_000.pov"), "it has no neighbour: there is no \"first_001.pov\"");
 }
 
@@ -44,7 +49,8 @@ TEST_F(WhyNoSequence, NumberWithTooFewDigits) {
 }
 
 TEST_F(WhyNoSequence, HugeNumber) {
-  EXPECT_EQ(why("scene_12345678901234567890.pov"), "the number 12345678901234567890 is too large for a frame");
+  EXPECT_EQ(why("scene_12345678901234567890.pov"),
+            "the number 12345678901234567890 is too large for a frame");
 }
 
 } // namespace

@@ -38,9 +38,12 @@ TestType::TestType(const std::string& name) : id_(true) {
   add(ParameterInfo::k_File, "SceneNameFormat");
 }
 
-TestType::~TestType() { JobFactory::s_JobFactory->Unregister(id_); }
+TestType::~TestType() {
+  JobFactory::s_JobFactory->Unregister(id_);
+}
 
-ParameterInfo& TestType::add(ParameterInfo::TYPE kind, const std::string& name, const std::string& value) const {
+ParameterInfo& TestType::add(ParameterInfo::TYPE kind, const std::string& name,
+                             const std::string& value) const {
   ParameterInfo* parameter = info().NewParam(kind);
   parameter->Name = name;
   parameter->Label = name;

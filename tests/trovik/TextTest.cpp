@@ -34,11 +34,19 @@ TEST(Printable, OverlongAndCutSequencesAreInvalid) {
 }
 
 TEST(Printable, CharactersThatSteerTerminalsOrReorderTextAreShown) {
-  EXPECT_EQ(printable("a\xc2\x9b" "31m", OddBytes::Show), "a\\u009b31m");
-  EXPECT_EQ(printable("gpj.\u202e" "exe", OddBytes::Show), "gpj.\\u202eexe");
+  EXPECT_EQ(printable("a\xc2\x9b"
+                      "31m",
+                      OddBytes::Show),
+            "a\\u009b31m");
+  EXPECT_EQ(printable("gpj.\u202e"
+                      "exe",
+                      OddBytes::Show),
+            "gpj.\\u202eexe");
 }
 
-TEST(InQuotes, NamesAreMadeVisible) { EXPECT_EQ(inQuotes("a\nb"), "\"a\\nb\""); }
+TEST(InQuotes, NamesAreMadeVisible) {
+  EXPECT_EQ(inQuotes("a\nb"), "\"a\\nb\"");
+}
 
 TEST(DisplayWidth, CountsColumnsNotBytes) {
   EXPECT_EQ(displayWidth("abc"), 3U);
@@ -47,7 +55,9 @@ TEST(DisplayWidth, CountsColumnsNotBytes) {
   EXPECT_EQ(displayWidth("e\u0301"), 1U);
 }
 
-TEST(CutToWidth, ShortTextIsUntouched) { EXPECT_EQ(cutToWidth("abc", 3), "abc"); }
+TEST(CutToWidth, ShortTextIsUntouched) {
+  EXPECT_EQ(cutToWidth("abc", 3), "abc");
+}
 
 TEST(CutToWidth, LongTextEndsWithAnEllipsisWithinTheWidth) {
   EXPECT_EQ(cutToWidth("abcdef", 4), "abc…");
@@ -64,7 +74,9 @@ TEST(Wrapped, WordsAreWrappedWithAnIndent) {
   EXPECT_EQ(wrapped("one two three four five six seven", 24, 2), "  one two three four\n  five six seven\n");
 }
 
-TEST(Wrapped, LineBreaksAndBlankLinesAreKept) { EXPECT_EQ(wrapped("a\n\nb", 40, 1), " a\n\n b\n"); }
+TEST(Wrapped, LineBreaksAndBlankLinesAreKept) {
+  EXPECT_EQ(wrapped("a\n\nb", 40, 1), " a\n\n b\n");
+}
 
 TEST(Wrapped, LongWordStandsAlone) {
   EXPECT_EQ(wrapped("a /very/long/path/without/any/blank/in/it b", 30, 0),
