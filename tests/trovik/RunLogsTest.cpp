@@ -25,7 +25,18 @@ TEST(RunLogs, OutputIsKeptByteForByteAsItComes) {
 TEST(RunLogs, FurtherAttemptsHaveLogsOfTheirOwn) {
   const TemporaryDirectory directory;
   RunLogDirectory logs((Path(directory.path())));
-  EXPECT_EQ(logs.open("work", 2)->file().Text(), directory.file("work.attempt2.log"));
+  const std::unique_ptr<AttemptLog> log = logs.open("work", 2);
+  log->write("x");
+  EXPECT_EQ(log->file().Text(), directory.file("work.attempt2.log"));
+}
+
+TEST(RunLogs, ProgramThatPrintsNothingHasNoLog) {
+  const TemporaryDirectory directory;
+  RunLogDirectory logs((Path(directory.path())));
+  const std::unique_ptr<AttemptLog> log = logs.open("1-1", 1);
+  log->write("");
+  EXPECT_TRUE(log->file().empty());
+  EXPECT_TRUE(std::filesystem::is_empty(directory.path()));
 }
 
 TEST(RunLogs, DirectoryThatCannotBeMadeIsRefused) {
