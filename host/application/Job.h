@@ -129,6 +129,8 @@ protected:
   WorkObserver* Observer() const { return m_Observer; }
 
 private:
+  String OptionOrDefault(const String& name, bool allowOption, bool allowDefault) const;
+
   static const StateTable s_StateTable;
 
   UID m_Type;

@@ -10,7 +10,8 @@
 /// Matching is by bytes and by case; a name that begins with a point is
 /// matched only by a pattern that begins with one. Directories do not match;
 /// links count as what they point at. Matches come sorted by name. A path
-/// that exists as written matches itself, whatever characters it holds.
+/// that exists as written matches itself, whatever characters it holds; others
+/// that it describes as a pattern match too (FindExact asks for it alone).
 ///
 /// One finder may be asked for many names, one after the other: after some
 /// questions about one directory it reads that directory once and answers from

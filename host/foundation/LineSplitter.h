@@ -8,9 +8,11 @@
 /// Cuts the output of a program into the lines that a job judges.
 ///
 /// Lines end at "\n", "\r\n" or a lone "\r" (progress lines of real programs).
-/// Terminal colour, cursor and title sequences are removed. A line longer
-/// than the limit is delivered in pieces of that size, so memory stays bounded
-/// whatever a program prints. Finish delivers a partial last line.
+/// A line is delivered as soon as its end is seen. Terminal colour, cursor and
+/// title sequences are removed. A line longer than the limit is delivered in
+/// pieces of that size (counted with the sequences), so memory stays bounded
+/// whatever a program prints. Finish delivers a partial last line and makes the
+/// splitter ready for another program.
 class LineSplitter {
 public:
   static constexpr std::size_t k_LineLimit = std::size_t{1} << 20;
@@ -24,14 +26,19 @@ public:
   void Finish();
 
 private:
+  void Extend(std::string_view text, bool ends);
+  void DeliverWith(std::string_view text);
   void Deliver(std::string_view line);
 
   Receiver m_Receiver;
-  std::string m_Partial;
-  std::string m_Clean;
-  bool m_SkipNewline = false;
+  std::string m_Partial;      // the bytes of an unfinished line
+  std::string m_Clean;        // a line without its terminal sequences
+  bool m_Escape = false;      // the current line holds an escape
+  bool m_SkipNewline = false; // the last line ended with "\r"
 };
 
-/// A copy of the line without terminal escape sequences (ECMA-48: CSI, OSC and
-/// two-byte ones). An OSC sequence that the line does not end keeps its text.
+/// A copy of the line without terminal escape sequences (ECMA-48): control
+/// sequences (CSI), strings (OSC, DCS and their like, with what they hold), and
+/// the short ones. A string that the line does not end keeps its text, any
+/// other sequence cut off by the end of the line vanishes.
 String RemoveTerminalSequences(std::string_view line);

@@ -12,8 +12,8 @@
 
 /// Everything that starting a program takes.
 struct ProcessStart {
-  /// The argument vector. The first is the program: a path, or a name to look
-  /// up along PATH.
+  /// The argument vector. The first is the program: a path, counted from the
+  /// start directory, or a name to look up along our own PATH.
   std::vector<String> Arguments;
   /// The directory to start in; empty for the caller's own.
   Path StartDirectory;
@@ -35,7 +35,10 @@ struct ProcessExit {
 /// of our other descriptors. Started with posix_spawn; no shell is involved.
 ///
 /// The object belongs to one thread. Destroying one that still runs kills its
-/// group and reaps it, except when it was started detached.
+/// group and reaps it. The host must not ignore SIGCHLD.
+///
+/// One that was started detached only tells its Id: both descriptors are -1,
+/// Wait gives false, Terminate and Kill do nothing.
 class Process {
 public:
   enum Flags : unsigned int {
@@ -64,7 +67,9 @@ public:
   ssize_t ReadOutput(char* buffer, std::size_t size);
 
   /// Reaps the program if it has ended; true and the result then, and on every
-  /// later call. With `block` it waits for the end.
+  /// later call. With `block` it waits for the end. What is left of its group
+  /// is killed first, so that nothing goes on writing after it. Raises
+  /// Exception* when the system cannot tell (SIGCHLD is ignored).
   bool Wait(ProcessExit& result, bool block);
 
   /// Asks the whole group to end (TERM), and continues stopped members so that
@@ -75,6 +80,7 @@ public:
   void Kill();
 
 private:
+  void Start(const ProcessStart& start);
   void Signal(int number);
 
   pid_t m_Id = -1;
@@ -86,5 +92,6 @@ private:
 };
 
 /// The environment that a program is started with: ours with the changes
-/// applied, as NAME=VALUE texts.
+/// applied, as NAME=VALUE texts. Raises Exception* for a name or value that no
+/// environment can hold.
 std::vector<String> BuildEnvironment(const std::vector<std::pair<String, std::optional<String>>>& changes);

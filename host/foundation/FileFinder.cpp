@@ -1,0 +1,314 @@
+#include "host/foundation/FileFinder.h"
+
+#include "host/foundation/Descriptor.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <bit>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+// Finding the range of a numbered sequence asks for one name after the other.
+// A question to the system costs about a microsecond, an entry of a directory
+// that is read as a whole a third of that; but reading a directory of 100,000
+// other files for the sake of ten frames would cost thirty milliseconds.
+//
+// So a finder begins with single questions and changes its mind: the first one
+// about a directory is always asked alone; with the second it looks at the
+// directory, and reads it at once if it is small; a large one it reads only
+// when so many names were asked for that reading cannot cost much more than
+// they did. What it then holds is one block of bytes with all names behind
+// each other and a hash table of places in it: about 30 bytes a file, and no
+// more than the limit below; a directory beyond it is asked name by name. The
+// hash is seeded, since names may be a stranger's choice.
+
+namespace {
+
+constexpr off_t k_SmallDirectory = 32 << 10;                // bytes; about 500 names
+constexpr int k_QuestionsBeforeReading = 128;               // in a large directory
+constexpr std::size_t k_NamesLimit = std::size_t{64} << 20; // bytes; three million names
+constexpr std::size_t k_ReadSize = 64 << 10;
+
+bool IsFile(int directory, const char* name) {
+  struct stat status {};
+  return fstatat(directory, name, &status, 0) == 0 && !S_ISDIR(status.st_mode);
+}
+
+bool HasNul(std::string_view text) {
+  return text.find('\0') != std::string_view::npos;
+}
+
+Descriptor OpenDirectory(const String& text) {
+  return Descriptor(open(text.empty() ? "." : text.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
+// Calls `visit(name, type)` for every entry that may be a file: directories and
+// with them "." and ".." are left out. False when the directory cannot be read.
+template <typename Visit> bool VisitEntries(int directory, Visit visit) {
+  alignas(dirent64) char buffer[k_ReadSize];
+  for (;;) {
+    const long size = syscall(SYS_getdents64, directory, buffer, sizeof(buffer));
+    if (size <= 0) {
+      return size == 0;
+    }
+    for (long position = 0; position < size;) {
+      const auto* entry = reinterpret_cast<const dirent64*>(buffer + position);
+      position += entry->d_reclen;
+      if (entry->d_type != DT_DIR && !visit(std::string_view(entry->d_name), entry->d_type)) {
+        return false;
+      }
+    }
+  }
+}
+
+bool NeedsAsking(unsigned char type) {
+  return type == DT_LNK || type == DT_UNKNOWN;
+}
+
+// Whether a name matches a pattern with "*" and "?". On a mismatch only the
+// last star is tried further along, so hostile patterns cost at most the
+// product of the lengths.
+bool Matches(std::string_view name, std::string_view pattern) {
+  std::size_t inName = 0;
+  std::size_t inPattern = 0;
+  std::size_t star = std::string_view::npos;
+  std::size_t starName = 0;
+  while (inName < name.size()) {
+    if (inPattern < pattern.size() && pattern[inPattern] == '*') {
+      star = inPattern++;
+      starName = inName;
+    } else if (inPattern < pattern.size() &&
+               (pattern[inPattern] == '?' || pattern[inPattern] == name[inName])) {
+      ++inPattern;
+      ++inName;
+    } else if (star != std::string_view::npos) {
+      inPattern = star + 1;
+      inName = ++starName;
+    } else {
+      return false;
+    }
+  }
+  return pattern.find_first_not_of('*', inPattern) == std::string_view::npos;
+}
+
+std::uint64_t Load(const char* bytes, std::size_t size) {
+  std::uint64_t word = 0;
+  std::memcpy(&word, bytes, size);
+  return word;
+}
+
+std::uint64_t Mix(std::uint64_t left, std::uint64_t right) {
+  __extension__ using Wide = unsigned __int128;
+  const Wide product = static_cast<Wide>(left) * right;
+  return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
+}
+
+std::uint64_t HashSeed() {
+  static const std::uint64_t seed = [] {
+    std::uint64_t random = 0;
+    if (getrandom(&random, sizeof(random), GRND_NONBLOCK) != sizeof(random)) {
+      random = reinterpret_cast<std::uintptr_t>(&random);
+    }
+    return random | 1;
+  }();
+  return seed;
+}
+
+std::size_t Hash(std::string_view name, std::uint64_t seed) {
+  constexpr std::uint64_t k_Odd = 0x9e3779b97f4a7c15;
+  std::uint64_t hash = seed ^ name.size();
+  while (name.size() > 8) {
+    hash = Mix(hash ^ Load(name.data(), 8), seed ^ k_Odd);
+    name.remove_prefix(8);
+  }
+  return Mix(hash ^ Load(name.data(), name.size()), seed ^ ~k_Odd);
+}
+
+// The names of a directory's files. Each stands in one block of bytes behind a
+// head of two bytes: its length, and a bit when only the system knows what the
+// name stands for.
+class NameTable {
+public:
+  enum class Answer { No, Yes, Ask };
+
+  bool Read(int directory) {
+    const bool whole = VisitEntries(directory, [this](std::string_view name, unsigned char type) {
+      const auto head = static_cast<std::uint16_t>(name.size() | (NeedsAsking(type) ? k_AskBit : 0U));
+      m_Names.append(reinterpret_cast<const char*>(&head), sizeof(head)).append(name);
+      ++m_Count;
+      return m_Names.size() <= k_NamesLimit;
+    });
+    if (whole) {
+      FillSlots();
+    } else {
+      *this = NameTable();
+    }
+    return whole;
+  }
+
+  Answer Find(std::string_view name) const {
+    for (std::size_t slot = Hash(name, m_Seed) & m_Mask; m_Slots[slot] != k_Free;
+         slot = (slot + 1) & m_Mask) {
+      const unsigned int head = Head(m_Slots[slot]);
+      if (Name(m_Slots[slot], head) == name) {
+        return (head & k_AskBit) != 0 ? Answer::Ask : Answer::Yes;
+      }
+    }
+    return Answer::No;
+  }
+
+private:
+  static constexpr unsigned int k_AskBit = 0x8000;
+  static constexpr std::uint32_t k_Free = 0xffffffff;
+
+  unsigned int Head(std::uint32_t place) const {
+    return static_cast<unsigned int>(Load(m_Names.data() + place, sizeof(std::uint16_t)));
+  }
+  std::string_view Name(std::uint32_t place, unsigned int head) const {
+    return {m_Names.data() + place + sizeof(std::uint16_t), head & ~k_AskBit};
+  }
+
+  void FillSlots() {
+    m_Slots.assign(std::bit_ceil(2 * m_Count + 1), k_Free);
+    m_Mask = m_Slots.size() - 1;
+    for (std::uint32_t place = 0; place < m_Names.size();) {
+      const std::string_view name = Name(place, Head(place));
+      std::size_t slot = Hash(name, m_Seed) & m_Mask;
+      while (m_Slots[slot] != k_Free) {
+        slot = (slot + 1) & m_Mask;
+      }
+      m_Slots[slot] = place;
+      place += static_cast<std::uint32_t>(sizeof(std::uint16_t) + name.size());
+    }
+  }
+
+  std::uint64_t m_Seed = HashSeed();
+  std::string m_Names;
+  std::vector<std::uint32_t> m_Slots;
+  std::size_t m_Mask = 0;
+  std::size_t m_Count = 0;
+};
+
+} // namespace
+
+/// The directory that the last question was about.
+struct FileFinder::Directory {
+  explicit Directory(std::string_view text) : Text(text) {}
+
+  /// Whether the file is in it; `leaf` is where its name begins in `file`.
+  bool Contains(const String& file, std::size_t leaf) {
+    if (++Questions > 1 && !Decided) {
+      Decide();
+    }
+    if (WasRead) {
+      const NameTable::Answer answer = Names.Find(std::string_view(file).substr(leaf));
+      if (answer != NameTable::Answer::Ask) {
+        return answer == NameTable::Answer::Yes;
+      }
+    }
+    return Handle.IsOpen() ? IsFile(Handle.Number(), file.c_str() + leaf) : IsFile(AT_FDCWD, file.c_str());
+  }
+
+private:
+  void Decide() {
+    if (Questions == 2) {
+      struct stat status {};
+      Handle = OpenDirectory(Text);
+      Decided = !Handle.IsOpen() || fstat(Handle.Number(), &status) != 0;
+      Small = status.st_size < k_SmallDirectory;
+    }
+    if (!Decided && (Small || Questions > k_QuestionsBeforeReading)) {
+      Decided = true;
+      WasRead = Names.Read(Handle.Number());
+    }
+  }
+
+public:
+  const String Text; ///< as written, with the "/" at its end
+
+private:
+  Descriptor Handle;
+  NameTable Names;
+  int Questions = 0;
+  bool Small = false;
+  bool Decided = false; ///< whether to read it is settled
+  bool WasRead = false;
+};
+
+FileFinder::FileFinder() = default;
+FileFinder::~FileFinder() = default;
+
+bool FileFinder::Find(const Path& pattern) {
+  const String& text = pattern.Text();
+  const std::size_t leaf = text.rfind('/') + 1; // npos + 1 is 0
+  if (text.find_first_of("*?", leaf) == String::npos) {
+    return FindExact(pattern);
+  }
+  const String branch = text.substr(0, leaf);
+  const std::string_view leafPattern = std::string_view(text).substr(leaf);
+  const bool hidden = leafPattern.front() == '.';
+  const Descriptor directory = HasNul(text) ? Descriptor() : OpenDirectory(branch);
+  std::vector<Path> matches;
+  if (directory.IsOpen()) {
+    VisitEntries(directory.Number(), [&](std::string_view name, unsigned char type) {
+      if ((hidden || name.front() != '.') && Matches(name, leafPattern) &&
+          (!NeedsAsking(type) || IsFile(directory.Number(), name.data()))) {
+        matches.emplace_back(String(branch).append(name));
+      }
+      return true;
+    });
+  }
+  if (matches.empty()) {
+    return FindExact(pattern); // a directory that may be entered but not read
+  }
+  std::sort(matches.begin(), matches.end());
+  m_Matches = std::move(matches);
+  m_Current = 0;
+  return true;
+}
+
+bool FileFinder::FindExact(const Path& file) {
+  const String& text = file.Text();
+  const std::size_t leaf = text.rfind('/') + 1; // npos + 1 is 0
+  m_Current = 0;
+  if (leaf == text.size() || HasNul(text)) {
+    m_Matches.clear();
+    return false;
+  }
+  const std::string_view branch = std::string_view(text).substr(0, leaf);
+  if (m_Directory == nullptr || m_Directory->Text != branch) {
+    m_Directory = std::make_unique<Directory>(branch);
+  }
+  if (!m_Directory->Contains(text, leaf)) {
+    m_Matches.clear();
+    return false;
+  }
+  // The only match, in the memory of the one before; `file` may be among them.
+  if (m_Matches.empty()) {
+    m_Matches.push_back(file);
+  } else {
+    m_Matches.front() = file;
+    m_Matches.erase(m_Matches.begin() + 1, m_Matches.end());
+  }
+  return true;
+}
+
+const Path& FileFinder::Name() const {
+  static const Path none;
+  return m_Current < m_Matches.size() ? m_Matches[m_Current] : none;
+}
+
+bool FileFinder::Next() {
+  if (m_Current < m_Matches.size()) {
+    ++m_Current;
+  }
+  return m_Current < m_Matches.size();
+}

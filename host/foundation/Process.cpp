@@ -1,0 +1,398 @@
+#include "host/foundation/Process.h"
+
+#include "host/foundation/Descriptor.h"
+#include "host/foundation/Exception.h"
+#include "host/foundation/Quoting.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/pidfd.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <future>
+#include <string_view>
+#include <thread>
+
+// Programs are started with posix_spawn, never with fork: a fork copies the
+// page tables of the caller, which in a host that holds many jobs costs more
+// than a short work itself.
+//
+// The number of a process, and of its group, stays taken until the process is
+// reaped. All that must not hit a stranger therefore happens before that: Wait
+// first looks whether the leader has ended without reaping it (WNOWAIT), then
+// kills what is left of its group, so that no orphaned renderer goes on
+// writing files of a work that may already run again, and reaps only then.
+// A program that leaves the group on purpose (setsid) is out of reach.
+//
+// A detached program has no owner that could reap it, so a thread is started
+// with it that does nothing but wait for that one process. The thread starts
+// the program itself: if no thread can be had, nothing has been started.
+
+namespace {
+
+constexpr const char* k_Function = "Process";
+constexpr int k_PipeSize = 1 << 20; // a larger pipe halves what reading costs
+constexpr int k_SignalBase = 128;
+
+String StartMessage(const ProcessStart& start) {
+  return "cannot start \"" + start.Arguments[0] + "\"";
+}
+
+void RequireNoNul(const String& prefix, const String& what, const String& text) {
+  if (text.find('\0') != String::npos) {
+    RaiseException(k_Function, k_ErrorSyntax, prefix + ": " + what + " holds a NUL byte");
+  }
+}
+
+void RequirePassable(const ProcessStart& start) {
+  if (start.Arguments.empty() || start.Arguments[0].empty()) {
+    RaiseException(k_Function, k_ErrorSyntax, "cannot start a program: no program is named");
+  }
+  if (start.Arguments[0].find('\0') != String::npos) {
+    RaiseException(k_Function, k_ErrorSyntax, "cannot start a program: its name holds a NUL byte");
+  }
+  for (std::size_t i = 1; i < start.Arguments.size(); ++i) {
+    RequireNoNul(StartMessage(start), "argument " + std::to_string(i), start.Arguments[i]);
+  }
+  RequireNoNul(StartMessage(start), "the start directory", start.StartDirectory.Text());
+}
+
+bool IsDirectory(const Path& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+// posix_spawn gives one number for everything that goes wrong between the
+// system call and the program's first instruction; say what it was about.
+[[noreturn]] void RaiseStartError(const ProcessStart& start, int number) {
+  const String& program = start.Arguments[0];
+  const Path& directory = start.StartDirectory;
+  if (!directory.empty()) {
+    if (!IsDirectory(directory)) {
+      const bool exists = access(directory.c_str(), F_OK) == 0;
+      const int why = exists ? ENOTDIR : errno;
+      RaiseException(k_Function, k_ErrorSystem,
+                     StartMessage(start) + ": start directory \"" + directory.Text() + "\"", why);
+    }
+    if (number == EACCES && access(directory.c_str(), X_OK) != 0) {
+      RaiseException(k_Function, k_ErrorSystem,
+                     StartMessage(start) + ": start directory \"" + directory.Text() + "\"", number);
+    }
+  }
+  if (number == ENOENT && program.find('/') != String::npos) {
+    Path file = program;
+    if (!file.IsAbsolute() && !directory.empty()) {
+      file = directory;
+      file /= program;
+    }
+    if (access(file.c_str(), F_OK) == 0) {
+      RaiseException(k_Function, k_ErrorSystem,
+                     StartMessage(start) + ": the interpreter or loader that the file names", number);
+    }
+  }
+  RaiseException(k_Function, k_ErrorSystem, StartMessage(start), number);
+}
+
+// The two records that posix_spawn reads, filled and freed together. Filling
+// them fails only without memory.
+class SpawnRecords {
+public:
+  SpawnRecords() {
+    posix_spawn_file_actions_init(&m_Actions);
+    posix_spawnattr_init(&m_Attributes);
+  }
+  ~SpawnRecords() {
+    posix_spawn_file_actions_destroy(&m_Actions);
+    posix_spawnattr_destroy(&m_Attributes);
+  }
+  SpawnRecords(const SpawnRecords&) = delete;
+  SpawnRecords& operator=(const SpawnRecords&) = delete;
+
+  /// `output` is the descriptor for output and errors, or -1 for /dev/null.
+  /// Returns an error number.
+  int Fill(const Path& directory, int output, bool ownSession) {
+    sigset_t all;
+    sigset_t none;
+    sigfillset(&all);
+    sigemptyset(&none);
+    const int flags = POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK |
+                      (ownSession ? POSIX_SPAWN_SETSID : POSIX_SPAWN_SETPGROUP);
+    int error = posix_spawnattr_setflags(&m_Attributes, static_cast<short>(flags));
+    Add(error, posix_spawnattr_setsigdefault(&m_Attributes, &all));
+    Add(error, posix_spawnattr_setsigmask(&m_Attributes, &none));
+    if (!ownSession) {
+      Add(error, posix_spawnattr_setpgroup(&m_Attributes, 0));
+    }
+    // Output before input: a host that closed its standard descriptors may
+    // have been given number 0 for the pipe.
+    if (output >= 0) {
+      Add(error, posix_spawn_file_actions_adddup2(&m_Actions, output, STDOUT_FILENO));
+      Add(error, posix_spawn_file_actions_adddup2(&m_Actions, output, STDERR_FILENO));
+    } else {
+      Add(error, posix_spawn_file_actions_addopen(&m_Actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0));
+      Add(error, posix_spawn_file_actions_adddup2(&m_Actions, STDOUT_FILENO, STDERR_FILENO));
+    }
+    Add(error, posix_spawn_file_actions_addopen(&m_Actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0));
+    Add(error, posix_spawn_file_actions_addclosefrom_np(&m_Actions, STDERR_FILENO + 1));
+    if (!directory.empty()) {
+      Add(error, posix_spawn_file_actions_addchdir_np(&m_Actions, directory.c_str()));
+    }
+    return error;
+  }
+
+  int Spawn(pid_t& id, const String& program, char* const* arguments, char* const* environment) const {
+    return program.find('/') == String::npos
+               ? posix_spawnp(&id, program.c_str(), &m_Actions, &m_Attributes, arguments, environment)
+               : posix_spawn(&id, program.c_str(), &m_Actions, &m_Attributes, arguments, environment);
+  }
+
+private:
+  static void Add(int& first, int error) {
+    if (first == 0) {
+      first = error;
+    }
+  }
+
+  posix_spawn_file_actions_t m_Actions;
+  posix_spawnattr_t m_Attributes;
+};
+
+std::vector<char*> Pointers(const std::vector<String>& texts) {
+  std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
+  for (const String& text : texts) {
+    pointers.push_back(const_cast<char*>(text.c_str())); // exec only reads them
+  }
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+// Starts the program; returns an error number.
+int Spawn(const ProcessStart& start, const std::vector<String>& environment, int output, bool ownSession,
+          pid_t& id) {
+  SpawnRecords records;
+  const int error = records.Fill(start.StartDirectory, output, ownSession);
+  if (error != 0) {
+    return error;
+  }
+  return records.Spawn(id, start.Arguments[0], Pointers(start.Arguments).data(),
+                       Pointers(environment).data());
+}
+
+// waitid without the interruptions. False when nothing has ended yet.
+bool WaitFor(pid_t id, int options, siginfo_t& info) {
+  for (;;) {
+    info = siginfo_t{};
+    if (waitid(P_PID, static_cast<id_t>(id), &info, options) == 0) {
+      return info.si_pid == id;
+    }
+    if (errno != EINTR) {
+      RaiseException(k_Function, k_ErrorSystem, "cannot wait for process " + std::to_string(id), errno);
+    }
+  }
+}
+
+ProcessExit ExitOf(const siginfo_t& info) {
+  if (info.si_code == CLD_EXITED) {
+    return {info.si_status, 0};
+  }
+  return {k_SignalBase + info.si_status, info.si_status};
+}
+
+pid_t SpawnDetached(const ProcessStart& start, const std::vector<String>& environment) {
+  std::promise<std::pair<int, pid_t>> promise;
+  std::future<std::pair<int, pid_t>> started = promise.get_future();
+  // The host's signals are for its own threads.
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  int threadError = 0;
+  try {
+    std::thread([&start, &environment, promise = std::move(promise)]() mutable {
+      pid_t id = -1;
+      const int error = Spawn(start, environment, -1, true, id);
+      promise.set_value({error, id}); // from here on the caller's objects are gone
+      int status = 0;
+      while (error == 0 && waitpid(id, &status, 0) < 0 && errno == EINTR) {
+      }
+    }).detach();
+  } catch (const std::system_error& failure) {
+    threadError = failure.code().value();
+  }
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  if (threadError != 0) {
+    RaiseException(k_Function, k_ErrorSystem, StartMessage(start), threadError);
+  }
+  const auto [error, id] = started.get();
+  if (error != 0) {
+    RaiseStartError(start, error);
+  }
+  return id;
+}
+
+ProcessStart StartOfLine(const String& commandLine, const Path& startDirectory) {
+  ProcessStart start;
+  start.Arguments = SplitCommandLine(commandLine);
+  start.StartDirectory = startDirectory;
+  if (start.Arguments.empty()) {
+    RaiseException(k_Function, k_ErrorSyntax, "cannot start a program: the command line is empty");
+  }
+  return start;
+}
+
+} // namespace
+
+Process::Process(const String& commandLine, unsigned int flags, const Path& startDirectory)
+    : m_Detached((flags & k_Detached) != 0) {
+  Start(StartOfLine(commandLine, startDirectory));
+}
+
+Process::Process(const ProcessStart& start) {
+  Start(start);
+}
+
+void Process::Start(const ProcessStart& start) {
+  RequirePassable(start);
+  const std::vector<String> environment = BuildEnvironment(start.Environment);
+  if (m_Detached) {
+    m_Id = SpawnDetached(start, environment);
+    return;
+  }
+  std::array<int, 2> ends{};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+    RaiseException(k_Function, k_ErrorSystem, StartMessage(start) + ": no pipe for its output", errno);
+  }
+  Descriptor reader(ends[0]);
+  const Descriptor writer(ends[1]);
+  // Only the reading end: the program's own writes must block. The size is a
+  // wish; unprivileged users have a common limit.
+  fcntl(reader.Number(), F_SETFL, O_NONBLOCK);
+  fcntl(reader.Number(), F_SETPIPE_SZ, k_PipeSize);
+  const int error = Spawn(start, environment, writer.Number(), false, m_Id);
+  if (error != 0) {
+    RaiseStartError(start, error);
+  }
+  m_ExitWatch = pidfd_open(m_Id, 0);
+  if (m_ExitWatch < 0) {
+    const int number = errno;
+    siginfo_t info;
+    Kill();
+    WaitFor(m_Id, WEXITED, info);
+    RaiseException(k_Function, k_ErrorSystem,
+                   StartMessage(start) + ": its end cannot be watched (pidfd_open, Linux 5.3 or newer)",
+                   number);
+  }
+  m_Output = reader.Release();
+}
+
+Process::~Process() {
+  if (!m_Detached && !m_Reaped) {
+    Kill();
+    try {
+      ProcessExit ignored;
+      Wait(ignored, true);
+    } catch (Exception* exception) {
+      delete exception; // a host that ignores SIGCHLD has nothing to reap
+    }
+  }
+  for (const int descriptor : {m_Output, m_ExitWatch}) {
+    if (descriptor >= 0) {
+      close(descriptor);
+    }
+  }
+}
+
+ssize_t Process::ReadOutput(char* buffer, std::size_t size) {
+  while (m_Output >= 0) {
+    const ssize_t count = read(m_Output, buffer, size);
+    if (count > 0) {
+      return count;
+    }
+    if (count < 0 && errno == EINTR) {
+      continue;
+    }
+    if (count < 0 && errno == EAGAIN) {
+      return -1;
+    }
+    close(std::exchange(m_Output, -1));
+  }
+  return 0;
+}
+
+bool Process::Wait(ProcessExit& result, bool block) {
+  if (m_Detached) {
+    return false;
+  }
+  if (!m_Reaped) {
+    siginfo_t info;
+    if (!WaitFor(m_Id, WEXITED | WNOWAIT | (block ? 0 : WNOHANG), info)) {
+      return false;
+    }
+    Kill();
+    WaitFor(m_Id, WEXITED, info);
+    m_Reaped = true;
+    m_Exit = ExitOf(info);
+    close(std::exchange(m_ExitWatch, -1));
+  }
+  result = m_Exit;
+  return true;
+}
+
+void Process::Terminate() {
+  Signal(SIGTERM);
+  Signal(SIGCONT);
+}
+
+void Process::Kill() {
+  Signal(SIGKILL);
+}
+
+void Process::Signal(int number) {
+  if (m_Id > 0 && !m_Reaped && !m_Detached) {
+    kill(-m_Id, number);
+  }
+}
+
+std::vector<String> BuildEnvironment(const std::vector<std::pair<String, std::optional<String>>>& changes) {
+  std::vector<String> environment;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    environment.emplace_back(*entry);
+  }
+  const auto apply = [&environment](const String& name, const std::optional<String>& value) {
+    const auto named = [&name](const String& entry) {
+      return entry.size() > name.size() && entry[name.size()] == '=' && entry.starts_with(name);
+    };
+    auto place = std::find_if(environment.begin(), environment.end(), named);
+    if (value.has_value()) {
+      const String text = name + "=" + *value;
+      if (place == environment.end()) {
+        environment.push_back(text);
+        return;
+      }
+      *place++ = text;
+    }
+    environment.erase(std::remove_if(place, environment.end(), named), environment.end());
+  };
+  apply("LC_ALL", "C.UTF-8");
+  apply("LANGUAGE", std::nullopt);
+  for (const auto& [name, value] : changes) {
+    const String prefix = "environment variable \"" + name + "\"";
+    RequireNoNul(prefix, "the name", name);
+    if (name.empty() || name.find('=') != String::npos) {
+      RaiseException("BuildEnvironment", k_ErrorSyntax,
+                     prefix + ": a name is at least one character and holds no \"=\"");
+    }
+    if (value.has_value()) {
+      RequireNoNul(prefix, "the value", *value);
+    }
+    apply(name, value);
+  }
+  return environment;
+}
