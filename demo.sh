@@ -27,7 +27,7 @@ fi
 out=out/demo
 say "Render: trovik run povray demo/scene_0012.pov --out $out $*"
 status=0
-build/release/trovik/trovik run povray demo/scene_0012.pov --out "$out" "$@" || status=$?
+build/release/bin/trovik run povray demo/scene_0012.pov --out "$out" "$@" || status=$?
 
 if [ "$status" -eq 0 ]; then
   say "The images are in $PWD/$out"
