@@ -20,6 +20,15 @@ std::array<char, readSize>& readBuffer() {
   return buffer;
 }
 
+/// A limit in seconds, where 0 is none.
+std::optional<Duration> limitOf(double seconds) {
+  if (seconds <= 0) {
+    return std::nullopt;
+  }
+  // A century is as good as for ever, and fits the clock.
+  return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(std::min(seconds, 3.0e9)));
+}
+
 bool isFilled(const Path& file) {
   struct stat status {};
   return stat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0;
@@ -28,9 +37,9 @@ bool isFilled(const Path& file) {
 } // namespace
 
 Attempt::Attempt(const WorkInfo& work, SmartHandle<Job> job, std::unique_ptr<AttemptLog> log,
-                 const AttemptLimits& limits, ImageReceiver images)
+                 ImageReceiver images)
     : work_(work), job_(std::move(job)), process_(dynamic_cast<ProcessJob*>(job_.Get())), log_(std::move(log)),
-      limits_(limits), images_(std::move(images)), splitter_([this](std::string_view line) { onLine(line); }) {
+      images_(std::move(images)), splitter_([this](std::string_view line) { onLine(line); }) {
   job_->SetObserver(this);
 }
 
@@ -45,6 +54,8 @@ bool Attempt::start(Machine& machine) {
     return false;
   }
   try {
+    runTimeLimit_ = limitOf(process_->RunTimeLimit());
+    silenceLimit_ = limitOf(process_->SilenceLimit());
     program_ = machine.start(start);
   } catch (Exception* exception) {
     conclude(process_->FailWork(takeText(exception)), started_);
@@ -65,8 +76,8 @@ std::optional<Clock::time_point> Attempt::deadline() const {
         earliest = begin + *limit;
       }
     };
-    consider(started_, limits_.runTime);
-    consider(lastOutput_, limits_.silence);
+    consider(started_, runTimeLimit_);
+    consider(lastOutput_, silenceLimit_);
   }
   return earliest;
 }
@@ -92,7 +103,7 @@ void Attempt::readOutput(Clock::time_point now) {
 void Attempt::advance(Clock::time_point now) {
   if (!exited_ && program_->ended(exit_)) {
     exited_ = true;
-    drainUntil_ = now + limits_.drain;
+    drainUntil_ = now + strayGrace;
     readOutput(now);
   }
   if (exited_) {
@@ -106,9 +117,9 @@ void Attempt::advance(Clock::time_point now) {
     killAt_.reset();
   }
   if (ended_ == ProcessJob::Ended::ByItself) {
-    if (limits_.runTime && now >= started_ + *limits_.runTime) {
+    if (runTimeLimit_ && now >= started_ + *runTimeLimit_) {
       end(ProcessJob::Ended::TimedOut, now);
-    } else if (limits_.silence && now >= lastOutput_ + *limits_.silence) {
+    } else if (silenceLimit_ && now >= lastOutput_ + *silenceLimit_) {
       end(ProcessJob::Ended::Silent, now);
     }
   }
@@ -132,7 +143,7 @@ void Attempt::cancel(Clock::time_point now, bool kill) {
 void Attempt::end(ProcessJob::Ended why, Clock::time_point now) {
   ended_ = why;
   program_->terminate();
-  killAt_ = now + limits_.grace;
+  killAt_ = now + endingGrace;
 }
 
 void Attempt::onLine(std::string_view line) {

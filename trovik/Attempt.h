@@ -13,16 +13,11 @@
 
 namespace trovik {
 
-/// How long an attempt may take, and how it is ended.
-struct AttemptLimits {
-  std::optional<Duration> runTime;
-  std::optional<Duration> silence;
-  /// Between asking a program to end and killing it.
-  Duration grace = std::chrono::seconds(5);
-  /// How long the output of a program that has ended may stay open: something
-  /// that left its process group holds the other end.
-  Duration drain = std::chrono::seconds(2);
-};
+/// The patience with a program that is asked to end before it is killed.
+constexpr Duration endingGrace = std::chrono::seconds(5);
+/// How long the output of a program that has ended may stay open: something
+/// that left its process group holds the other end.
+constexpr Duration strayGrace = std::chrono::seconds(1);
 
 /// One run of a work's program, from its start to its verdict.
 class Attempt final : public WorkObserver {
@@ -31,8 +26,7 @@ public:
   using ImageReceiver = std::function<void(const WorkInfo& work, const Path& file)>;
 
   /// `job` must be a ProcessJob that nothing else uses.
-  Attempt(const WorkInfo& work, SmartHandle<Job> job, std::unique_ptr<AttemptLog> log,
-          const AttemptLimits& limits, ImageReceiver images);
+  Attempt(const WorkInfo& work, SmartHandle<Job> job, std::unique_ptr<AttemptLog> log, ImageReceiver images);
   ~Attempt() override;
   Attempt(const Attempt&) = delete;
   Attempt& operator=(const Attempt&) = delete;
@@ -79,7 +73,8 @@ private:
   SmartHandle<Job> job_;
   ProcessJob* process_;
   std::unique_ptr<AttemptLog> log_;
-  AttemptLimits limits_;
+  std::optional<Duration> runTimeLimit_;
+  std::optional<Duration> silenceLimit_;
   ImageReceiver images_;
   LineSplitter splitter_;
   LogTail tail_;

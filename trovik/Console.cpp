@@ -101,7 +101,7 @@ Console::Writer descriptorWriter(int descriptor) {
       const ssize_t written = write(descriptor, bytes.data(), bytes.size());
       if (written >= 0) {
         bytes.remove_prefix(static_cast<std::size_t>(written));
-      } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+      } else if (errno == EAGAIN) {
         pollfd wait{descriptor, POLLOUT, 0};
         poll(&wait, 1, -1);
       } else if (errno != EINTR) {

@@ -19,6 +19,21 @@ namespace {
 constexpr const char* sceneNameFormat = "SceneNameFormat";
 constexpr const char* commandString = "CommandString";
 
+/// The names whose "$(" the host's own expansion from a map leaves alone.
+bool isEscapedByHost(const String& name) {
+  return String::EqualNoCase(name, p_Scene) || String::EqualNoCase(name, p_Name) ||
+         String::EqualNoCase(name, p_Executable) || String::EqualNoCase(name, sceneNameFormat);
+}
+
+/// Whether references in a parameter's value are left alone: picked files, and
+/// the names from outside that the host never expands.
+bool isPlain(const ParameterInfo* info, const String& name) {
+  if (info != nullptr && info->IsLiteral()) {
+    return true;
+  }
+  return isEscapedByHost(name);
+}
+
 bool exists(const Path& path) {
   std::error_code error;
   return std::filesystem::exists(path.Text().c_str(), error);
@@ -114,7 +129,10 @@ void JobSetup::detect(const String& changed) {
   for (std::size_t i = 0; i < description.ParamCount(); ++i) {
     const ParameterInfo& info = *description.GetParam(static_cast<unsigned long>(i));
     if (info.Type() != ParameterInfo::k_Heading) {
-      before[info.Name] = job_->GetParameterOrOption(info.Name, true, true);
+      const String value = job_->GetParameterOrOption(info.Name, true, true);
+      // The map tells no kinds, so picked files are written such that rules
+      // that use them leave a "$(" in them alone.
+      before[info.Name] = isPlain(&info, info.Name) && !isEscapedByHost(info.Name) ? EscapeReferences(value) : value;
     }
   }
   std::map<String, String> after = before;
@@ -149,14 +167,13 @@ void JobSetup::detect(const String& changed) {
 /// sequence are cut from the scene itself and are plain already.
 String JobSetup::fromDetection(const ParameterInfo* info, const String& name, const String& value,
                                const String& changed) const {
-  const bool isName = String::EqualNoCase(name, p_Name);
-  if (!isName && (info == nullptr || !info->IsLiteral())) {
+  if (!isPlain(info, name)) {
     return value;
   }
   if (String::EqualNoCase(changed, p_Scene)) {
     const Path scene(job_->GetParameterOrOption(p_Scene, true, true));
     const bool cutFromScene =
-        isName ? scene.Leaf(true).starts_with(value)
+        String::EqualNoCase(name, p_Name) ? scene.Leaf(true).starts_with(value)
                : String::EqualNoCase(name, sceneNameFormat) && value.starts_with(scene.Branch(true, false));
     if (cutFromScene) {
       return value;

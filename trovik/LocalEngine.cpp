@@ -1,8 +1,6 @@
 #include "trovik/LocalEngine.h"
 
 #include <algorithm>
-#include <cmath>
-#include <cstdlib>
 #include <utility>
 
 namespace trovik {
@@ -103,7 +101,7 @@ void LocalEngine::startAttempt(const RunPlan& plan, const Waiting& waiting) {
   const SmartHandle<Job> job = maker_->make(work);
   events_.workStarted(work);
   auto attempt = std::make_unique<Attempt>(
-      work, job, logs_.open(work.hasFrames ? std::string(work.run.Text()) : work.title(), work.attempt), plan.limits,
+      work, job, logs_.open(work.hasFrames ? std::string(work.run.Text()) : work.title(), work.attempt),
       [this](const WorkInfo& from, const Path& file) { noteImage(from, file); });
   if (attempt->start(machine_)) {
     job->SetStatus(k_StatusRunning);
@@ -222,31 +220,6 @@ void LocalEngine::tellJob(const RunPlan& plan, const Attempt& attempt) {
   if (attempt.isOver() && !attempt.result().reason.empty()) {
     plan.job->OnChildChange(work, p_Note, attempt.result().reason);
   }
-}
-
-std::optional<Duration> durationLimit(const String& text) {
-  char* end = nullptr;
-  const double number = std::strtod(text.c_str(), &end);
-  if (end == text.c_str() || !std::isfinite(number) || number <= 0) {
-    return std::nullopt;
-  }
-  double factor = 1;
-  switch (String(end).Trim().Lower().c_str()[0]) {
-  case 'm':
-    factor = 60;
-    break;
-  case 'h':
-    factor = 3600;
-    break;
-  case 'd':
-    factor = 86400;
-    break;
-  default:
-    break;
-  }
-  // A century is as good as for ever, and fits the clock.
-  const double seconds = std::min(number * factor, 3.0e9);
-  return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(seconds));
 }
 
 } // namespace trovik

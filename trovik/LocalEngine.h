@@ -22,7 +22,6 @@ struct RunPlan {
   SmartHandle<Job> job; ///< set up and valid; a ProcessJob
   std::size_t slots = 1;
   int retries = 0; ///< further attempts at a work that failed
-  AttemptLimits limits;
 };
 
 /// Works off a job on this machine: so many programs at a time as there are
@@ -76,9 +75,5 @@ private:
   int stops_ = 0;
   RunSummary summary_;
 };
-
-/// A duration as parameters hold it: seconds, or a number with s, m, h or d.
-/// Nothing for an empty text, one that is not a duration, and 0: no limit.
-std::optional<Duration> durationLimit(const String& text);
 
 } // namespace trovik

@@ -65,7 +65,7 @@ void Session::loadModules() {
   for (const Path& directory : modulePath_) {
     LogInfo("modules and types are looked for in " + directory.Text());
   }
-  const int loaded = orRefuse("", "", [&] { return modules_.Load(modulePath_); });
+  const int loaded = loadQuietly();
   if (loaded == 0) {
     std::vector<std::string> searched;
     for (const Path& directory : modulePath_) {
@@ -74,6 +74,33 @@ void Session::loadModules() {
     throw UsageError{"no module was found" + (searched.empty() ? "" : " in " + joined(searched, ", ")),
                      "an empty directory in the module path stands for the usual ones: --module-path DIR:"};
   }
+}
+
+/// A type file of the user's own directory takes the place of an installed one
+/// with the same ID. The module warns about the one that is left out; who did
+/// that on purpose need not hear it each time.
+int Session::loadQuietly() {
+  std::vector<String> replaced;
+  const LogSink usual = SetLogSink({});
+  SetLogSink([&](LogLevel level, const String& text) {
+    if (text.find("specifices a type ID that is already in use by") != String::npos) {
+      replaced.push_back(text);
+    } else if (usual) {
+      usual(level, text);
+    }
+  });
+  int loaded = 0;
+  try {
+    loaded = orRefuse("", "", [&] { return modules_.Load(modulePath_); });
+  } catch (const UsageError&) {
+    SetLogSink(usual);
+    throw;
+  }
+  SetLogSink(usual);
+  for (const String& text : replaced) {
+    LogInfo(text);
+  }
+  return loaded;
 }
 
 DetectFunction Session::detection() const {

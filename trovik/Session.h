@@ -32,6 +32,7 @@ public:
 private:
   void loadSettings() const;
   void loadModules();
+  int loadQuietly();
 
   const Options& options_;
   Console& console_;

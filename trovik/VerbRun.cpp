@@ -143,8 +143,6 @@ RunPlan planFor(const Options& options, const SmartHandle<Job>& job) {
   plan.job = job;
   plan.slots = slotsFor(options, *job);
   plan.retries = std::clamp(effectiveNumber(*job, p_Retries), 0, 1'000'000);
-  plan.limits.runTime = durationLimit(effective(*job, p_RunTimeLimit));
-  plan.limits.silence = durationLimit(effective(*job, p_SilenceLimit));
   return plan;
 }
 
