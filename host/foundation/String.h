@@ -52,7 +52,8 @@ public:
 
 String operator+(const String& left, const String& right);
 
-// clang-format off: release 14 does not know concepts.
+// clang-format off
+// Release 14 of the formatter does not know concepts.
 
 /// What can be joined to a String: another kind of text, or one byte.
 template <typename T>
