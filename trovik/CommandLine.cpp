@@ -75,6 +75,7 @@ void addCommon(CLI::App& app, Options& options) {
       ->type_name("FILE")
       ->group(commonGroup);
   app.add_flag("-v,--verbose", options.verbosity, "Say more; twice for what helps to find faults")
+      ->disable_flag_override()
       ->group(commonGroup);
   const std::map<std::string, ColourChoice> choices = {
       {"auto", ColourChoice::Auto}, {"always", ColourChoice::Always}, {"never", ColourChoice::Never}};
@@ -109,7 +110,7 @@ void addType(CLI::App& verb, Options& options) {
 }
 
 void addJson(CLI::App& verb, Options& options, const char* description) {
-  verb.add_flag("--json", options.json, description)->group("Options");
+  verb.add_flag("--json", options.json, description)->disable_flag_override()->group("Options");
 }
 
 void addRun(CLI::App& program, Options& options) {
@@ -139,6 +140,7 @@ void addRun(CLI::App& program, Options& options) {
       ->type_name("DIR")
       ->group("Options");
   run.add_flag("--dry-run", options.dryRun, "Start nothing; print each command as text for a shell")
+      ->disable_flag_override()
       ->group("Options");
   addJson(run, options, "Print events as JSON, one a line, the summary last");
 }
@@ -185,6 +187,24 @@ void refuseExtras(const CLI::App& program, const CLI::App* verb) {
   throw UsageError{"one argument too many: " + inQuotes(extras.front()), "see \"" + help + '"'};
 }
 
+/// Says in our own words what the parser refused.
+[[noreturn]] void refuseParse(const CLI::App& program, const CLI::ParseError& error) {
+  const auto verbs = program.get_subcommands();
+  const CLI::App& app = verbs.empty() ? program : *verbs.front();
+  std::string text = error.what();
+  // The parser's texts begin with the option's name.
+  const CLI::Option* option = app.get_option_no_throw(text.substr(0, text.find_first_of(": ")));
+  if (option != nullptr && dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
+    const std::string name = "--" + option->get_lnames().front();
+    text = name + " needs a value: " + name + ' ' + option->get_type_name();
+  }
+  if (const std::size_t end = text.find(" was given a disallowed flag override"); end != std::string::npos) {
+    text = "--" + text.substr(0, end) + " takes no value";
+  }
+  throw UsageError{printable(text, OddBytes::Show),
+                   "see \"trovik " + (verbs.empty() ? std::string() : verbs.front()->get_name() + ' ') + "--help\""};
+}
+
 /// What each verb cannot do without.
 void requireArguments(const Options& options) {
   const std::string help = "see \"trovik " + options.verb + " --help\"";
@@ -212,13 +232,13 @@ ParsedLine parseCommandLine(const std::vector<std::string>& arguments, std::size
   addCommon(program, options);
 
   CLI::App& types = addVerb(program, options, "types", "Lists the job types.", typesFooter);
-  types.add_flag("--all", options.all, "Also those that are switched off")->group("Options");
+  types.add_flag("--all", options.all, "Also those that are switched off")->disable_flag_override()->group("Options");
   addJson(types, options, "Print JSON");
 
   CLI::App& type = addVerb(program, options, "type",
                            "Describes a job type: its parameters as a form groups them, and its commands.", typeFooter);
   addType(type, options);
-  type.add_flag("--all", options.all, "Also what is hidden from forms")->group("Options");
+  type.add_flag("--all", options.all, "Also what is hidden from forms")->disable_flag_override()->group("Options");
   addJson(type, options, "Print JSON, with the flags of each parameter");
 
   CLI::App& detect = addVerb(program, options, "detect",
@@ -252,9 +272,7 @@ ParsedLine parseCommandLine(const std::vector<std::string>& arguments, std::size
     parsed.text = std::string(version.what()) + '\n';
     return parsed;
   } catch (const CLI::ParseError& error) {
-    const auto verbs = program.get_subcommands();
-    throw UsageError{printable(error.what(), OddBytes::Show),
-                     "see \"trovik " + (verbs.empty() ? std::string() : verbs.front()->get_name() + ' ') + "--help\""};
+    refuseParse(program, error);
   }
   const std::vector<CLI::App*> verbs = program.get_subcommands();
   refuseExtras(program, verbs.empty() ? nullptr : verbs.front());

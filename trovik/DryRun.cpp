@@ -38,6 +38,19 @@ Json commandJson(const ProcessStart& start, const WorkInfo& work) {
   return json;
 }
 
+/// One word for a shell at a prompt: as the host quotes, but names with "!" in
+/// single quotes, since interactive shells look for events in double ones.
+std::string shellWord(const String& word) {
+  if (word.find('!') == String::npos) {
+    return EnquoteWord(word);
+  }
+  std::string quoted = "'";
+  for (const char c : word) {
+    quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  }
+  return quoted + '\'';
+}
+
 /// Each line of the text made visible for a terminal, which must obey no name.
 std::string visibleLines(const Console& console, const std::string& text) {
   return console.traits().terminal ? console.shown(text) : text;
@@ -46,24 +59,25 @@ std::string visibleLines(const Console& console, const std::string& text) {
 } // namespace
 
 std::string shellText(const ProcessStart& start) {
-  std::vector<String> words = {"env"};
-  std::vector<String> assignments;
+  std::string unset;
+  std::string set;
   for (const auto& [name, value] : environmentChanges(start)) {
     if (value) {
-      assignments.push_back(name + "=" + *value);
+      set += ' ' + shellWord(name) + '=' + shellWord(*value);
     } else {
-      words.insert(words.end(), {"-u", name});
+      unset += " -u " + shellWord(name);
     }
   }
-  words.insert(words.end(), assignments.begin(), assignments.end());
+  std::string command = "env" + unset + set;
   if (!start.Arguments.empty() && start.Arguments.front().find('=') != String::npos) {
     // env would take such a program for one more variable.
-    words.insert(words.end(), {"sh", "-c", "exec \"$0\" \"$@\""});
+    command += " sh -c 'exec \"$0\" \"$@\"'";
   }
-  words.insert(words.end(), start.Arguments.begin(), start.Arguments.end());
-  const std::string command = JoinCommandLine(words);
+  for (const String& word : start.Arguments) {
+    command += ' ' + shellWord(word);
+  }
   return start.StartDirectory.empty() ? command
-                                      : "(cd " + start.StartDirectory.Enquote() + " && " + command + ")";
+                                      : "(cd " + shellWord(start.StartDirectory.Text()) + " && " + command + ")";
 }
 
 void printDryRun(Console& console, const SmartHandle<Job>& job, bool json) {

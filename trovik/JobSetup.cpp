@@ -82,11 +82,11 @@ void JobSetup::setScene(const std::string& scene) {
 void JobSetup::set(const std::string& name, const std::string& value, const std::string& origin) {
   const ParameterInfo& info = findParameter(type_, name);
   if (info.Type() == ParameterInfo::k_Heading) {
-    throw UsageError{inQuotes(info.Name) + " is a heading and has no value",
+    throw UsageError{origin + ": " + inQuotes(info.Name) + " is a heading and has no value",
                      "\"trovik type\" lists the parameters below it"};
   }
   if ((info.Flags & (ParameterInfo::k_ReadOnly | ParameterInfo::k_Internal)) != 0) {
-    throw UsageError{inQuotes(info.Name) + " is not for users to set", "leave it out"};
+    throw UsageError{origin + ": this type does not let users set " + inQuotes(info.Name), "leave it out"};
   }
   if (String::EqualNoCase(info.Name, p_Scene)) {
     setScene(value);
@@ -94,7 +94,7 @@ void JobSetup::set(const std::string& name, const std::string& value, const std:
   }
   String why;
   if (!info.Accepts(value, why)) {
-    throw UsageError{origin + ": " + printable(why, OddBytes::Show), {}};
+    throw UsageError{origin + ": " + why, {}};
   }
   // A program may be named without its directory; it is then looked up along PATH.
   const bool bareProgram = String::EqualNoCase(info.Name, p_Executable) && value.find('/') == std::string::npos;
@@ -198,7 +198,7 @@ std::vector<FilledParameter> JobSetup::filled() const {
 void JobSetup::check() const {
   checkScene();
   if (!job_->IsValid()) {
-    throw UsageError{printable(job_->Get(p_Note, true), OddBytes::Show),
+    throw UsageError{job_->Get(p_Note, true),
                      "set it with --set NAME=VALUE; \"trovik type\" lists the parameters"};
   }
   orRefuse("", "", [&] { return job_->DoGetDistributor(); });

@@ -65,7 +65,10 @@ std::string TerminalProgress::remaining() const {
   const double frames = static_cast<double>(left) - static_cast<double>(runningFrames) / 2;
   const auto lanes = static_cast<double>(std::min(info_.slots, std::max<std::size_t>(left, 1)));
   const Duration time(static_cast<Duration::rep>(std::max(0.0, mean * frames / lanes)));
-  return "  about " + durationText(time) + " left";
+  const std::string text = time < std::chrono::seconds(10)
+                               ? std::to_string(std::chrono::ceil<std::chrono::seconds>(time).count()) + " s"
+                               : durationText(time);
+  return "  about " + text + " left";
 }
 
 void TerminalProgress::draw() {
