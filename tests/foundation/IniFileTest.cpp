@@ -209,23 +209,23 @@ TEST(IniFile, SetValuesHaveNoPlace) {
 }
 
 TEST(IniFile, EveryOddityIsKeptWithPlaceAndText) {
-  const IniFile file = Parsed(std::string_view("early=1\n"
-                                               " word here\n"
-                                               "[open\n"
-                                               "[a] ; trailing\n"
-                                               "  =value\n"
-                                               " nothing \n"
-                                               "k=1\n"
-                                               "  K = 2\n"
-                                               "  [A]  rest ]\n"
-                                               " n\0l=x\0\n"
-                                               "[]\n",
-                                               99));
+  using namespace std::string_literals;
+  const IniFile file = Parsed("early=1\n"
+                              " word here\n"
+                              "[open\n"
+                              "[a] ; trailing\n"
+                              "  =value\n"
+                              " nothing \n"
+                              "k=1\n"
+                              "  K = 2\n"
+                              "  [A]  rest ]\n"
+                              " n\0l=x\0\n"
+                              "[]\n"s);
   EXPECT_EQ(Oddities(file),
             (Entries{"1:1 NoSection early=1", "2:2 NoEquals word here", "3:1 UnclosedSection [open",
                      "4:5 TextAfterSection ; trailing", "5:3 EmptyKey =value", "6:2 NoEquals nothing",
                      "8:3 RepeatedKey K", "9:3 RepeatedSection A", "9:8 TextAfterSection rest ]",
-                     std::string("10:3 NulByte n\0l=x\0", 19)}));
+                     "10:3 NulByte n\0l=x\0"s}));
   EXPECT_EQ(file.SectionNames(), (std::vector<String>{"a", ""}));
 }
 
@@ -500,7 +500,7 @@ TEST(IniFile, AMillionOddLinesAreNotAllKept) {
 TEST(IniFile, ThreeHundredThousandSectionsAreParsed) {
   std::string text;
   for (int i = 0; i < 300000; ++i) {
-    text += "[s" + std::to_string(i * 7919 % 300000) + "]\nk=" + std::to_string(i) + "\n";
+    text += "[s" + std::to_string(i * 7919L % 300000) + "]\nk=" + std::to_string(i) + "\n";
   }
   IniFile file = Parsed(text);
   EXPECT_EQ(file.SectionNames().size(), 300000U);
@@ -511,7 +511,7 @@ TEST(IniFile, ThreeHundredThousandSectionsAreParsed) {
 TEST(IniFile, ThreeHundredThousandKeysAreParsed) {
   std::string text = "[a]\n";
   for (int i = 0; i < 300000; ++i) {
-    text += "k" + std::to_string(i * 7919 % 300000) + "=" + std::to_string(i) + "\n";
+    text += "k" + std::to_string(i * 7919L % 300000) + "=" + std::to_string(i) + "\n";
   }
   IniFile file = Parsed(text);
   EXPECT_EQ(file.GetValue("a", "K7919", ""), "1");
