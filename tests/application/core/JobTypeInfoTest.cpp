@@ -115,7 +115,7 @@ TEST(JobTypeInfo, AChoiceWithoutChoicesIsAWarning) {
   EXPECT_EQ(LoadParameters("[PrimaryParameters]\n1=A\n[A]\nType=Choice\nDefault=low\n").Warnings,
             (Lines{"/x/sketch.tvx:3:1: warning: a choice needs Choices, as in Choices=low,medium,high"}));
   EXPECT_EQ(LoadParameters("[PrimaryParameters]\n1=A\n[A]\nType=Choice\nChoices= , \n").Warnings,
-            (Lines{"/x/sketch.tvx:5:9: warning: a choice needs Choices, as in Choices=low,medium,high"}));
+            (Lines{"/x/sketch.tvx:5:10: warning: a choice needs Choices, as in Choices=low,medium,high"}));
 }
 
 TEST(JobTypeInfo, ANameWithoutSectionIsAWarningWhereItIsNamed) {

@@ -7,7 +7,8 @@ namespace {
 
 String Why(const ParameterInfo& info, const String& value) {
   String why = "accepted";
-  EXPECT_EQ(info.Accepts(value, why), why == "accepted");
+  const bool accepted = info.Accepts(value, why);
+  EXPECT_EQ(accepted, why == "accepted");
   return why;
 }
 
