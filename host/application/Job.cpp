@@ -273,9 +273,11 @@ String Job::OptionOrDefault(const String& name, bool allowOption, bool allowDefa
   return info == nullptr ? String::Null : info->Default;
 }
 
-String Job::FormatStringWithParameters(const String& text) const {
+String Job::FormatStringWithParameters(const String& text) const { return ExpandText(text, "command line"); }
+
+String Job::ExpandText(const String& text, const String& what) const {
   ExpansionSource source;
-  source.What = "command line";
+  source.What = what;
   source.Find = [this](const String& name) -> std::optional<ParameterAnswer> {
     const ParameterInfo* info = JobFactory::s_JobFactory->GetTypeParameterInfo(m_Type, name, false);
     String value;
