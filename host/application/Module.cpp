@@ -49,7 +49,7 @@ std::vector<Path> FindFiles(const Path& directory, const String& pattern) {
 struct ModuleLoader::Library {
   Path Filename;
   void* Handle = nullptr;
-  bool Loaded = false; // OnModuleLoad was called
+  bool Loaded = false; // some OnModuleLoad succeeded
   std::vector<UID> Types;
   std::vector<std::unique_ptr<Module>> Modules; // the library may keep what it was handed
 
@@ -114,11 +114,11 @@ struct ModuleLoader::Library {
   // that it lists newly. False when it failed.
   bool LoadAs(const Path& name) {
     Modules.push_back(std::make_unique<Module>(name));
-    Loaded = true;
     try {
       if (!OnModuleLoad(Modules.back().get())) {
         return false;
       }
+      Loaded = true;
       RegisterTypes();
     } catch (Exception* exception) {
       LogWarning("the module " + name.Text() + " failed to load: " + exception->Text());
@@ -157,6 +157,7 @@ struct ModuleLoader::Library {
 };
 
 ModuleLoader::ModuleLoader() = default;
+
 ModuleLoader::~ModuleLoader() { Unload(); }
 
 int ModuleLoader::Load(const std::vector<Path>& path) {
