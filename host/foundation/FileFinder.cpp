@@ -51,6 +51,12 @@ bool HasNul(std::string_view text) {
   return text.find('\0') != std::string_view::npos;
 }
 
+// Where the last component begins. Not rfind, which goes byte by byte.
+std::size_t LeafStart(std::string_view text) {
+  const void* slash = memrchr(text.data(), '/', text.size());
+  return slash == nullptr ? 0 : static_cast<std::size_t>(static_cast<const char*>(slash) + 1 - text.data());
+}
+
 Descriptor OpenDirectory(const String& text) {
   return Descriptor(open(text.empty() ? "." : text.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
@@ -329,7 +335,7 @@ FileFinder::~FileFinder() = default;
 
 bool FileFinder::Find(const Path& pattern) {
   const String& text = pattern.Text();
-  const std::size_t leaf = text.rfind('/') + 1; // npos + 1 is 0
+  const std::size_t leaf = LeafStart(text);
   if (text.find_first_of("*?", leaf) == String::npos) {
     return FindExact(pattern);
   }
@@ -358,7 +364,7 @@ bool FileFinder::Find(const Path& pattern) {
 
 bool FileFinder::FindExact(const Path& file) {
   const String& text = file.Text();
-  const std::size_t leaf = text.rfind('/') + 1; // npos + 1 is 0
+  const std::size_t leaf = LeafStart(text);
   m_Current = 0;
   if (leaf == text.size() || HasNul(text)) {
     m_Matches.clear();
