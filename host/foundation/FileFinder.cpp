@@ -166,7 +166,7 @@ public:
       return false;
     }
     if (number / 64 >= m_Bits.size()) {
-      m_Bits.resize(std::size_t{number} / 32 + 1); // twice what is needed now
+      m_Bits.resize(std::max(k_FewestWords, std::size_t{number} / 32)); // twice what is needed now
     }
     m_Bits[number / 64] |= std::uint64_t{1} << (number % 64);
     return true;
@@ -181,6 +181,7 @@ public:
 private:
   static constexpr std::string_view k_Digits = "0123456789";
   static constexpr std::size_t k_MostDigits = 9;
+  static constexpr std::size_t k_FewestWords = 64;
   static constexpr std::uint32_t k_NumberLimit = 1 << 26; // eight megabytes of bits
 
   bool IsOfSequence(std::string_view name, std::uint32_t& number) const {
@@ -301,6 +302,9 @@ struct FileFinder::Directory {
         return answer == NameTable::Answer::Yes;
       }
     }
+    if (HasNul(file)) {
+      return false; // the system would take it for its beginning
+    }
     return Handle.IsOpen() ? IsFile(Handle.Number(), file.c_str() + leaf) : IsFile(AT_FDCWD, file.c_str());
   }
 
@@ -366,7 +370,7 @@ bool FileFinder::FindExact(const Path& file) {
   const String& text = file.Text();
   const std::size_t leaf = LeafStart(text);
   m_Current = 0;
-  if (leaf == text.size() || HasNul(text)) {
+  if (leaf == text.size()) {
     m_Matches.clear();
     return false;
   }
