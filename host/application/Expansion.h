@@ -34,9 +34,14 @@ struct ExpansionSource {
   bool ForLater = false;
 };
 
+/// No expansion makes a longer text than this.
+constexpr std::size_t k_ExpansionLimit = std::size_t{64} << 20;
+
 /// Expands a text. Raises Exception* with "WHAT:COLUMN: ..." for an unknown
 /// name (with a suggestion), an unknown command, an unclosed reference or a
-/// cycle (which it names). Results beyond 64 MiB raise Exception* too.
+/// cycle (which it names), then the text in question with a caret under the
+/// place. Beyond the limit above, and for references more than 100 parameters
+/// deep, it raises Exception* of the code k_ErrorLimit.
 String ExpandReferences(const String& text, const ExpansionSource& source);
 
 /// Writes "$(" as "$$(", so that a name from outside stays as it is.

@@ -45,7 +45,7 @@ public:
   /// from its high end.
   std::vector<FrameRun> Split(int packet) const;
 
-  /// The shortest text for the frames in ascending order: "1-5,9".
+  /// A short text for the frames in ascending order: "1-5,9", "1-99x2".
   String Text() const;
 
 private:

@@ -104,6 +104,9 @@ public:
   /// cycle, with column and suggestion.
   String FormatStringWithParameters(const String& text) const;
 
+  /// The same for a text that is no command line; messages begin with `what`.
+  String ExpandText(const String& text, const String& what) const;
+
   /// The same with the values of a map, for text that becomes a parameter's
   /// text again: references that the map does not answer stay as written.
   static String FormatStringWithParameters(const String& text, const std::map<String, String>& parameters);
@@ -129,6 +132,8 @@ protected:
   WorkObserver* Observer() const { return m_Observer; }
 
 private:
+  String OptionOrDefault(const String& name, bool allowOption, bool allowDefault) const;
+
   static const StateTable s_StateTable;
 
   UID m_Type;

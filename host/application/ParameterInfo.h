@@ -86,6 +86,14 @@ String ParameterTypeName(ParameterInfo::TYPE type);
 std::optional<ParameterInfo::TYPE> ParameterTypeFromName(const String& name);
 std::vector<String> ParameterTypeNames();
 
+/// Reads the whole of a text as a decimal number; false for any other text,
+/// infinity and blanks among them.
+bool ParseDecimal(std::string_view text, double& number);
+
+/// Reads a duration such as "90", "90s", "1.5m", "2h" or "1d" as seconds; a
+/// number alone counts seconds. False for any other text, a negative one too.
+bool ParseDuration(const String& text, double& seconds);
+
 class FileParameterInfo : public ParameterInfo {
 public:
   explicit FileParameterInfo(TYPE type = k_File) : ParameterInfo(type) {}

@@ -4,9 +4,12 @@
 #include "host/foundation/Process.h"
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <string_view>
 #include <vector>
+
+class ErrorTexts;
 
 /// A job whose works are runs of an external program.
 ///
@@ -19,6 +22,10 @@ public:
   ~ProcessJob() override;
 
   int Execute() override;
+  /// Ends the work that Execute runs, or is about to run: 0 asks the program's
+  /// group to end and kills it after a grace time, 1 kills it at once. Safe
+  /// from any thread and from a signal handler. An engine that runs the
+  /// program itself ends it itself.
   void Interrupt(int how) override;
 
   /// Called before anything else of a work. False, with the note set, when
@@ -53,9 +60,15 @@ public:
   static Path FindLatestExecutable(const std::vector<Path>& roots, const std::vector<Path>& bases, Path exe);
 
   /// Prepares a work: PreExecute, GetLatestExecutable, CreateCommandLine,
-  /// expansion, splitting, DetermineStartDirectory, environment,
+  /// expansion, splitting, DetermineStartDirectory, environment, limits,
   /// ValidateResources. False when the work cannot start: the status is then
   /// failed and the note says why. Raises nothing.
+  ///
+  /// The program is the job's own "Executable", else the engine's option, else
+  /// the newest one found, else the type's default, else the first word of the
+  /// command line. A bare name is looked up along this process's PATH; a
+  /// relative path counts from this process's directory, not from the start
+  /// directory.
   bool PrepareWork(ProcessStart& start);
 
   /// The same without touching the disk (neither PreExecute nor
@@ -77,6 +90,11 @@ public:
   /// A work that could not be started at all: failed, with this note.
   int FailWork(const String& note);
 
+  /// How long the work may run, and say nothing, in seconds; 0 for no limit.
+  /// Raise Exception* for a value that is no duration.
+  double RunTimeLimit() const;
+  double SilenceLimit() const;
+
   pid_t ProcessId() const { return m_ProcessId; }
   /// The line that made the work fail, or empty.
   const String& ErrorLine() const { return m_ErrorLine; }
@@ -86,24 +104,46 @@ public:
   void SetNote(const String& note);
 
 protected:
-  ProcessJob();
+  /// How long a program that was asked to end may take before it is killed.
+  static constexpr std::chrono::milliseconds k_Grace{5000};
+  explicit ProcessJob(std::chrono::milliseconds grace = k_Grace);
 
   /// The program of the work being prepared.
   const Path& WorkExecutable() const { return m_Executable; }
-  const Path& WorkStartDirectory() const { return m_StartDirectory; }
+  /// The directory that the work starts in; before it was prepared, the one
+  /// that it would start in. Absolute, or empty for this process's own.
+  Path WorkStartDirectory() const;
+
+  /// CheckFiles tells how many files it found good: only files prove that a
+  /// program that crashed on its way out had done its work.
+  void SetGoodFiles(std::size_t count) { m_GoodFiles = count; }
+
+  /// A parameter's effective value with its references replaced; messages
+  /// name the parameter. Raises Exception*.
+  String EffectiveText(const String& name) const;
+  /// The same for a list: each of its texts by itself, so that a ";" in a
+  /// value does not split it.
+  std::vector<String> EffectiveTexts(const String& name) const;
 
 private:
-  void BuildErrorTexts();
+  void BuildStart(ProcessStart& start);
+  String BuildCommandLine(Path& executable);
+  int Judge(const ProcessExit& exit, Ended ended);
+  bool SuccessOutweighs(int exitCode);
+  int SucceedWork(const String& note);
+  int RunWork();
+  double Limit(const String& name) const;
 
+  std::chrono::milliseconds m_Grace;
   Path m_Executable;
   Path m_StartDirectory;
-  Path m_LatestExecutable;
+  bool m_Prepared = false;
   pid_t m_ProcessId = -1;
-  bool m_ErrorTextsBuilt = false;
-  bool m_ErrorAnywhere = false;
-  std::vector<String> m_ErrorTexts;
-  std::vector<String> m_IgnoreTexts;
+  std::size_t m_GoodFiles = 0;
+  std::unique_ptr<ErrorTexts> m_ErrorTexts; // built with the first line
+  String m_Line;                            // the line at hand; kept for its memory
   String m_ErrorLine;
   String m_LastLine;
   std::atomic<int> m_Interrupt{-1};
+  std::atomic<int> m_Wake{-1}; // eventfd by which Interrupt reaches Execute
 };

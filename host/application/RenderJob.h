@@ -3,9 +3,12 @@
 #include "host/application/FrameRange.h"
 #include "host/application/ProcessJob.h"
 
+#include <chrono>
 #include <ctime>
 #include <map>
 #include <memory>
+#include <optional>
+#include <unordered_set>
 #include <vector>
 
 /// Hands out the works of a job one by one.
@@ -24,10 +27,14 @@ public:
   ~RenderJob() override;
 
   std::unique_ptr<Distributor> DoGetDistributor() override;
-  /// Knows the host's standard parameters, "SubRange" and "Frame".
+  /// Knows the host's standard parameters (empty where unset), "SubRange" and,
+  /// computed and not to be set, "Frame".
   bool GetParameter(const String& name, String& value) const override;
   bool SetParameter(const String& name, const String& value) override;
+  /// "Interrupt" and "Kill", which end the work; see Interrupt.
   bool ProcessCommand(const String& command, void* context) override;
+  /// A work's "Status" (a number or its text) changes the job's own status; a
+  /// failed work's note becomes the job's, with the frames before it.
   void OnChildChange(SmartHandle<const Job> child, const String& name, const String& value) override;
   bool PreExecute() override;
   String CreateCommandLine(Path& executable) override;
@@ -44,12 +51,15 @@ public:
 
   /// The program wrote this image: relative names count from the start
   /// directory; an empty name is ignored. The file need not be complete yet.
+  /// Names beyond 64 MiB are not kept, and the work has then not succeeded.
   void ProcessNewFilename(const Path& file);
 
   /// The images that the program named so far, in order, each once.
   const std::vector<Path>& Images() const { return m_Images; }
 
-  /// The files that the work must leave: "ExpectedFiles" for each frame.
+  /// The files that the work must leave: "ExpectedFiles" for each frame of the
+  /// work's sub-range, absolute, in the order of the frames, each once. Raises
+  /// Exception* for a template that cannot be expanded.
   std::vector<Path> ExpectedFiles() const;
 
   /// Whether the type looks for image names in the output.
@@ -59,14 +69,31 @@ public:
   int ChildCount(int status) const;
 
 protected:
-  /// `standard` true: the job answers the host's standard parameters.
-  explicit RenderJob(bool standard);
+  /// `standard` true: the job answers the host's standard parameters. `grace`
+  /// is the time between asking a program to end and killing it.
+  explicit RenderJob(bool standard, std::chrono::milliseconds grace = k_Grace);
 
 private:
-  bool IsStandard(const String& name) const;
+  /// The host's own spelling of a standard parameter's name, or null.
+  static const char* StandardName(const String& name);
+  bool CreateOutputFolder();
+  void DeriveStatus();
 
   bool m_Standard;
   std::vector<Path> m_Images;
-  std::map<String, int> m_Children; // sub-range of a work to its status
+  std::unordered_set<std::string> m_ImageNames; // the same, for asking
+  std::size_t m_ImageBytes = 0;
+  bool m_TooManyImages = false;
   timespec m_StartTime{};
+  // While ExpectedFiles expands: the one frame that the job stands for.
+  mutable const FrameRun* m_OneFrame = nullptr;
+
+  // Of a whole job: its works' sub-ranges and states, and how many there are.
+  std::map<String, int> m_Children;
+  std::optional<std::size_t> m_ChildTotal;
 };
+
+/// Whether an exit code is in a list of numbers and ranges such as "0,2-4"; an
+/// empty one means 0.
+/// Raises Exception* "SuccessExitCodes:COLUMN: ..." for any other text.
+bool IsSuccessExitCode(const String& codes, int exitCode);

@@ -31,7 +31,9 @@ public:
   /// stream is malformed; the object is then not usable.
   virtual void Send(OutStream& out) const;
   virtual void Read(InStream& in);
-  /// The same in the readable form of a file: sections "Object" and "Values".
+  /// The same in the readable form of a file: sections "Object" and "Values",
+  /// with backslash escapes that keep every text exactly. Save wants a file
+  /// without these sections; Load raises Exception* for one without "Object".
   virtual void Save(IniFile& file) const;
   virtual void Load(IniFile& file);
 
@@ -47,12 +49,14 @@ protected:
 
   /// How a derived class's whole state is reached; every function is given
   /// the object. A table without functions stands for the values alone.
+  /// Section is "Object" for what the class itself is (it comes first, and
+  /// Merge leaves it alone) and "Values" for its values.
   struct StateTable {
+    using Visit = std::function<void(const String& section, const String& name, const String& value)>;
     void (*Pack)(const TrovikObject& object, OutStream& out) = nullptr;
     void (*Unpack)(TrovikObject& object, InStream& in, unsigned int version) = nullptr;
-    void (*ForEach)(const TrovikObject& object,
-                    const std::function<void(const String& name, const String& value)>& visit) = nullptr;
-    void (*Assign)(TrovikObject& object, const String& name, const String& value) = nullptr;
+    void (*ForEach)(const TrovikObject& object, const Visit& visit) = nullptr;
+    void (*Assign)(TrovikObject& object, const String& section, const String& name, const String& value) = nullptr;
   };
 
   /// The version that Send writes and that Read hands on.
@@ -64,8 +68,17 @@ protected:
   ValueMap& Values() { return m_Values; }
   const ValueMap& Values() const { return m_Values; }
 
+  /// The values alone as a stream: their number, then names and texts.
+  void PackValues(OutStream& out) const;
+  static ValueMap UnpackValues(InStream& in);
+
 private:
-  const StateTable* m_Table;
+  void ForEachValue(const StateTable::Visit& visit) const;
+  void AssignValue(const String& section, const String& name, const String& value);
+  void PackState(OutStream& out) const;
+  void UnpackState(InStream& in, unsigned int version);
+
+  const StateTable m_Table;
   ValueMap m_Values;
   WeakCountedObject m_WeakSelf;
 };

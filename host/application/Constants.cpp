@@ -1,0 +1,27 @@
+#include "host/application/Constants.h"
+
+const char* const k_Empty = "";
+
+const char* const p_Name = "Name";
+const char* const p_Scene = "Scene";
+const char* const p_Range = "Range";
+const char* const p_PacketSize = "PacketSize";
+const char* const p_OutputFolder = "OutputFolder";
+const char* const p_ExpectedFiles = "ExpectedFiles";
+const char* const p_Executable = "Executable";
+const char* const p_StartDirectory = "StartDirectory";
+const char* const p_Environment = "Environment";
+const char* const p_Priority = "Priority";
+const char* const p_CPUs = "CPUs";
+const char* const p_SuccessExitCodes = "SuccessExitCodes";
+const char* const p_Retries = "Retries";
+const char* const p_RunTimeLimit = "RunTimeLimit";
+const char* const p_SilenceLimit = "SilenceLimit";
+const char* const p_ErrorStarts = "ErrorStarts";
+const char* const p_ErrorIgnores = "ErrorIgnores";
+const char* const p_ErrorDetectPosition = "ErrorDetectPosition";
+const char* const p_TranslateSceneContents = "TranslateSceneContents";
+const char* const p_Note = "Note";
+
+const char* const p_SubRange = "SubRange";
+const char* const p_Frame = "Frame";

@@ -1,0 +1,221 @@
+#include "host/application/Expansion.h"
+
+#include "host/application/Excerpt.h"
+#include "host/application/ParameterCommands.h"
+#include "host/foundation/Exception.h"
+#include "host/foundation/Suggest.h"
+
+#include <algorithm>
+#include <map>
+
+// References are read from left to right; a value that may hold references of
+// its own is expanded before it is put in, so nothing that came out of a value
+// is ever read a second time. That is what makes names from outside harmless.
+//
+// Two forms of result exist. A final one is plain text. A text for later is
+// again a text with references: what could not be answered stays as it was
+// written, and a "$(" that a value brought along is written "$$(". Commands
+// always work on plain text; a reference with commands whose value cannot be
+// told yet stays as it was written.
+//
+// A type file is a stranger's text, and A=$(B)$(B), B=$(C)$(C), ... doubles
+// with every line. So each name is answered and expanded once and remembered,
+// and one budget bounds all the bytes that an expansion reads and writes.
+
+namespace {
+
+constexpr std::size_t k_DepthLimit = 100;
+constexpr std::size_t k_WorkLimit = 4 * k_ExpansionLimit;
+
+struct Expanded {
+  String Text;
+  bool Complete = true; // nothing is left for later
+};
+
+class Expander {
+public:
+  explicit Expander(const ExpansionSource& source) : m_Source(source) {}
+
+  Expanded Run(const String& text, const String& where) {
+    Expanded result;
+    std::size_t position = 0;
+    for (;;) {
+      const std::size_t found = text.find("$(", position);
+      const bool literal = found != String::npos && found > position && text[found - 1] == '$';
+      const std::size_t plainEnd = found == String::npos ? text.size() : found - (literal ? 1 : 0);
+      Append(result, text.substr(position, plainEnd - position), where);
+      if (found == String::npos) {
+        return result;
+      }
+      if (literal) {
+        Append(result, m_Source.ForLater ? "$$(" : "$(", where);
+        position = found + 2;
+      } else {
+        position = ExpandOne(result, text, found, where);
+      }
+    }
+  }
+
+private:
+  struct Remembered {
+    std::optional<ParameterAnswer> Answer;
+    std::optional<Expanded> Value;
+  };
+
+  [[noreturn]] static void Fail(const String& text, std::size_t position, const String& where, int code,
+                                const String& message) {
+    RaisePlaced("ExpandReferences", code, where + ":" + std::to_string(position + 1), message, text, position);
+  }
+
+  void Append(Expanded& result, const String& piece, const String& where) {
+    Spend(piece.size(), where);
+    // Two pieces must not make a reference between them.
+    if (m_Source.ForLater && !piece.empty() && piece[0] == '(' && !result.Text.empty() &&
+        result.Text.back() == '$') {
+      result.Text.push_back('$');
+    }
+    result.Text.append(piece);
+    if (result.Text.size() > k_ExpansionLimit) {
+      FailLimit(where);
+    }
+  }
+
+  void Spend(std::size_t bytes, const String& where) {
+    m_Spent += bytes;
+    if (m_Spent > k_WorkLimit) {
+      FailLimit(where);
+    }
+  }
+
+  [[noreturn]] static void FailLimit(const String& where) {
+    RaiseException("ExpandReferences", k_ErrorLimit,
+                   where + ": its references make more than " + std::to_string(k_ExpansionLimit >> 20U) +
+                       " MiB of text");
+  }
+
+  // Expands the reference at `start` into the result; returns where it ends.
+  std::size_t ExpandOne(Expanded& result, const String& text, std::size_t start, const String& where) {
+    std::size_t position = text.find_first_of(".)", start + 2);
+    const auto failUnclosed = [&] {
+      Fail(text, start, where, k_ErrorReference,
+           "this reference is never closed; add \")\", or write \"$$(\" where \"$(\" is meant as it stands");
+    };
+    if (position == String::npos) {
+      failUnclosed();
+    }
+    const String name = text.substr(start + 2, position - start - 2);
+    std::vector<CommandCall> calls;
+    if (text[position] == '.') {
+      ++position;
+      calls = ReadCommands(text, position, where);
+      if (position == text.size()) {
+        failUnclosed();
+      }
+    }
+    ++position; // over the closing parenthesis
+
+    const Expanded* value = Resolve(name, text, start, where);
+    if (value == nullptr || (!value->Complete && !calls.empty())) {
+      Append(result, text.substr(start, position - start), where);
+      result.Complete = false;
+      return position;
+    }
+    if (calls.empty()) {
+      Append(result, value->Text, where);
+      result.Complete = result.Complete && value->Complete;
+      return position;
+    }
+    const ParameterInfo* info = m_Remembered[name].Answer->Info;
+    String plain = m_Source.ForLater ? UnescapeReferences(value->Text) : value->Text;
+    for (const CommandCall& call : calls) {
+      Spend(plain.size(), where);
+      plain = Apply(plain, call, info, text, where);
+    }
+    Append(result, m_Source.ForLater ? EscapeReferences(plain) : plain, where);
+    return position;
+  }
+
+  String Apply(const String& value, const CommandCall& call, const ParameterInfo* info, const String& text,
+               const String& where) {
+    try {
+      return m_Source.Apply(value, text.substr(call.Begin, call.End - call.Begin), info);
+    } catch (Exception* exception) {
+      // Say where the command stands; the rest of the record stays.
+      const std::unique_ptr<Exception> inner(exception);
+      RaiseException("ExpandReferences", inner->Code(),
+                     where + ":" + std::to_string(call.Begin + 1) + ": " + inner->Message() +
+                         CaretExcerpt(text, call.Begin),
+                     inner->Number(), inner->Details());
+    }
+  }
+
+  // The value of a name in the form of the result; null where nobody answers
+  // and that is for later.
+  const Expanded* Resolve(const String& name, const String& text, std::size_t start, const String& where) {
+    if (std::find(m_Open.begin(), m_Open.end(), name) != m_Open.end()) {
+      FailCycle(name, text, start, where);
+    }
+    Remembered& entry = m_Remembered[name];
+    if (entry.Value) {
+      return &*entry.Value;
+    }
+    if (!entry.Answer) {
+      entry.Answer = m_Source.Find(name);
+    }
+    if (!entry.Answer) {
+      if (m_Source.ForLater) {
+        return nullptr;
+      }
+      const String near = SuggestName(name, m_Source.Names());
+      Fail(text, start, where, k_ErrorReference,
+           "nobody answers $(" + Shown(name) + ")" + (near.empty() ? "" : "; did you mean \"" + near + "\"?"));
+    }
+    Spend(entry.Answer->Value.size(), where);
+    if (!entry.Answer->Expands) {
+      entry.Value = Expanded{m_Source.ForLater ? EscapeReferences(entry.Answer->Value) : entry.Answer->Value, true};
+      return &*entry.Value;
+    }
+    if (m_Open.size() >= k_DepthLimit) {
+      Fail(text, start, where, k_ErrorLimit,
+           "references nest deeper than " + std::to_string(k_DepthLimit) + " parameters");
+    }
+    m_Open.push_back(name);
+    Expanded value = Run(entry.Answer->Value, "parameter " + Shown(name));
+    m_Open.pop_back();
+    entry.Value = std::move(value); // a map's elements stay where they are
+    return &*entry.Value;
+  }
+
+  [[noreturn]] void FailCycle(const String& name, const String& text, std::size_t start, const String& where) {
+    String circle;
+    for (auto at = std::find(m_Open.begin(), m_Open.end(), name); at != m_Open.end(); ++at) {
+      circle += Shown(*at) + " -> ";
+    }
+    Fail(text, start, where, k_ErrorReference,
+         "parameters refer to each other in a circle: " + circle + Shown(name));
+  }
+
+  const ExpansionSource& m_Source;
+  std::map<String, Remembered> m_Remembered;
+  std::vector<String> m_Open; // the parameters being expanded, outermost first
+  std::size_t m_Spent = 0;
+};
+
+// Replaces every occurrence of a mark, from left to right.
+String ReplaceMark(const String& text, std::string_view mark, std::string_view replacement) {
+  String result;
+  std::size_t position = 0;
+  for (std::size_t found = 0; (found = text.find(mark, position)) != String::npos; position = found + mark.size()) {
+    result.append(text, position, found - position).append(replacement);
+  }
+  return String(result.append(text, position));
+}
+
+} // namespace
+
+String ExpandReferences(const String& text, const ExpansionSource& source) {
+  return Expander(source).Run(text, source.What).Text;
+}
+
+String EscapeReferences(const String& text) { return ReplaceMark(text, "$(", "$$("); }
+String UnescapeReferences(const String& text) { return ReplaceMark(text, "$$(", "$("); }

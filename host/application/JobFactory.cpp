@@ -1,0 +1,97 @@
+#include "host/application/JobFactory.h"
+
+#include "host/application/Job.h"
+#include "host/foundation/Exception.h"
+#include "host/foundation/Log.h"
+
+#include <algorithm>
+
+namespace {
+
+// Made when it is first asked for and never destroyed: modules unregister
+// their types as late as they like.
+JobFactory* Instance() {
+  static auto* instance = new JobFactory();
+  return instance;
+}
+
+// GenString keeps its text in the ID, so a shared ID is copied first.
+String TextOf(UID type) { return type.GenString(); }
+
+} // namespace
+
+JobFactory* const JobFactory::s_JobFactory = Instance();
+
+bool JobFactory::Register(const UID& type, std::unique_ptr<JobTypeInfo> info, CreateFunction create,
+                          DeleteFunction destroy) {
+  return m_Types.try_emplace(type, Type{std::move(info), create, destroy}).second;
+}
+
+void JobFactory::Unregister(const UID& type) { m_Types.erase(type); }
+
+const JobFactory::Type* JobFactory::Find(const UID& type) const {
+  const auto found = m_Types.find(type);
+  return found == m_Types.end() ? nullptr : &found->second;
+}
+
+JobTypeInfo* JobFactory::GetTypeInfo(const UID& type, bool mustExist) const {
+  const Type* found = Find(type);
+  if (found == nullptr && mustExist) {
+    LogError("no job type has the ID " + TextOf(type));
+  }
+  return found == nullptr ? nullptr : found->Info.get();
+}
+
+const ParameterInfo* JobFactory::GetTypeParameterInfo(const UID& type, const String& name, bool mustExist) const {
+  const JobTypeInfo* info = GetTypeInfo(type, mustExist);
+  return info == nullptr ? nullptr : info->GetParam(name);
+}
+
+std::vector<UID> JobFactory::Types() const {
+  std::vector<UID> types;
+  for (const auto& entry : m_Types) {
+    types.push_back(entry.first);
+  }
+  std::stable_sort(types.begin(), types.end(), [this](const UID& left, const UID& right) {
+    return String::CompareNoCase(Find(left)->Info->Name, Find(right)->Info->Name) < 0;
+  });
+  return types;
+}
+
+std::vector<UID> JobFactory::FindTypes(const String& text) const {
+  UID id;
+  try {
+    id.FromString(text);
+    if (Find(id) != nullptr) {
+      return {id};
+    }
+  } catch (Exception* exception) {
+    delete exception; // then it is a name
+  }
+  std::vector<UID> named;
+  std::vector<UID> aliased;
+  for (const UID& type : Types()) {
+    const JobTypeInfo& info = *Find(type)->Info;
+    if (String::EqualNoCase(info.Name, text)) {
+      named.push_back(type);
+    }
+    if (std::any_of(info.Aliases().begin(), info.Aliases().end(),
+                    [&text](const String& alias) { return String::EqualNoCase(alias, text); })) {
+      aliased.push_back(type);
+    }
+  }
+  return named.empty() ? aliased : named;
+}
+
+SmartHandle<Job> JobFactory::CreateJob(const UID& type) const {
+  const Type* found = Find(type);
+  Job* job = found == nullptr ? nullptr : found->Create();
+  if (job == nullptr) {
+    RaiseException("JobFactory::CreateJob", k_ErrorReference,
+                   found == nullptr ? "no job type has the ID " + TextOf(type)
+                                    : "the module of the type \"" + found->Info->Name + "\" made no job");
+  }
+  SmartHandle<Job> handle(job, found->Destroy);
+  job->SetType(type);
+  return handle;
+}

@@ -1,0 +1,380 @@
+#include "host/application/JobTypeInfo.h"
+
+#include "host/application/Excerpt.h"
+#include "host/foundation/Log.h"
+#include "host/foundation/StringTokenizer.h"
+#include "host/foundation/Suggest.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace {
+
+struct FlagName {
+  unsigned int Bit;
+  const char* Name;
+};
+
+constexpr FlagName k_FlagNames[] = {
+    {ParameterInfo::k_Required, "Required"},
+    {ParameterInfo::k_OfJob, "OfJob"},
+    {ParameterInfo::k_ReadOnly, "ReadOnly"},
+    {ParameterInfo::k_OfEngine, "OfEngine"},
+    {ParameterInfo::k_SubmitOnly, "SubmitOnly"},
+    {ParameterInfo::k_Literal, "Literal"},
+    {ParameterInfo::k_Advanced, "Advanced"},
+    {ParameterInfo::k_Editable, "Editable"},
+    {ParameterInfo::k_Visible, "Visible"},
+    {ParameterInfo::k_Deprecated, "Deprecated"},
+    {ParameterInfo::k_AffectsCommand, "AffectsCommand"},
+    {ParameterInfo::k_Internal, "Internal"},
+};
+
+constexpr unsigned int k_DefaultFlags = ParameterInfo::k_OfJob | ParameterInfo::k_Editable |
+                                        ParameterInfo::k_Visible | ParameterInfo::k_AffectsCommand;
+
+String DidYouMean(const String& unknown, const std::vector<String>& known) {
+  const String near = SuggestName(unknown, known);
+  return near.empty() ? String::Null : "; did you mean \"" + near + "\"?";
+}
+
+std::optional<unsigned int> FindFlag(String name) {
+  name.Trim();
+  for (const FlagName& flag : k_FlagNames) {
+    if (String::EqualNoCase(flag.Name, name)) {
+      return flag.Bit;
+    }
+  }
+  std::string_view digits = name;
+  int base = 10;
+  if (digits.size() > 2 && digits[0] == '0' && (digits[1] == 'x' || digits[1] == 'X')) {
+    digits.remove_prefix(2);
+    base = 16;
+  }
+  unsigned int value = 0;
+  const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), value, base);
+  if (result.ec != std::errc() || result.ptr != digits.data() + digits.size()) {
+    return std::nullopt;
+  }
+  return value;
+}
+
+String UnknownFlag(String name) {
+  name.Trim();
+  return "unknown flag \"" + Shown(name) + "\"" + DidYouMean(name, FlagNames());
+}
+
+String UnescapeHelp(const String& text) {
+  String plain;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\\' && i + 1 < text.size() && text[i + 1] == 'n') {
+      plain.push_back('\n');
+      ++i;
+    } else {
+      plain.push_back(text[i]);
+    }
+  }
+  return plain;
+}
+
+// One definition being read: its section's values, and what is wrong with
+// them. The warnings come out together, in the order of their places.
+class Definition {
+public:
+  Definition(const String& name, IniFile& file) : m_Name(name), m_File(file) {}
+  ~Definition() {
+    std::stable_sort(m_Warnings.begin(), m_Warnings.end(), [](const Warning& left, const Warning& right) {
+      return left.Place.Line != right.Place.Line ? left.Place.Line < right.Place.Line
+                                                 : left.Place.Column < right.Place.Column;
+    });
+    for (const Warning& warning : m_Warnings) {
+      LogWarning(PlacedMessage(m_File.Filename(), warning.Place, "warning", warning.Text));
+    }
+  }
+  Definition(const Definition&) = delete;
+  Definition& operator=(const Definition&) = delete;
+
+  void Warn(TextPlace place, const String& text) { m_Warnings.push_back({place, text}); }
+
+  // Whether there is a section; if not, the lists that name it are searched
+  // for the place to point at.
+  bool HasSection(const char* what, std::initializer_list<const char*> lists) {
+    if (m_File.SetSection(m_Name)) {
+      return true;
+    }
+    TextPlace place;
+    for (const char* list : lists) {
+      for (const IniFile::EntryView& entry : m_File.Entries(list)) {
+        if (place.Line == 0 && entry.Value == m_Name) {
+          place = entry.ValuePlace;
+        }
+      }
+    }
+    if (m_Name.empty()) {
+      Warn(place, "the name of a " + String(what) + " is missing");
+    } else {
+      Warn(place, String(what) + " \"" + Shown(m_Name) + "\" is named but has no section [" + Shown(m_Name) + "]" +
+                      DidYouMean(m_Name, m_File.SectionNames()));
+    }
+    return false;
+  }
+
+  void CheckKeys(const std::vector<String>& known) {
+    for (const IniFile::EntryView& entry : m_File.Entries(m_Name)) {
+      const String key(entry.Key);
+      if (std::none_of(known.begin(), known.end(),
+                       [&key](const String& name) { return String::EqualNoCase(key, name); })) {
+        Warn(entry.KeyPlace, "unknown key \"" + Shown(key) + "\"" + DidYouMean(key, known));
+      }
+    }
+  }
+
+  // The value of a key, with its place; false where it is missing.
+  bool Value(const char* key, String& value, IniFile::EntryView& entry) const {
+    if (!m_File.FindEntry(m_Name, key, entry)) {
+      return false;
+    }
+    value = String(entry.Value);
+    return true;
+  }
+
+  String Text(const char* key, const String& fallback = String::Null) const {
+    return m_File.GetValue(m_Name, key, fallback);
+  }
+
+  TextPlace Place() const { return m_File.SectionPlace(m_Name); }
+
+private:
+  struct Warning {
+    TextPlace Place;
+    String Text;
+  };
+
+  const String& m_Name;
+  IniFile& m_File;
+  std::vector<Warning> m_Warnings;
+};
+
+ParameterInfo::TYPE LoadType(Definition& definition) {
+  String value;
+  IniFile::EntryView entry;
+  if (!definition.Value("Type", value, entry)) {
+    return ParameterInfo::k_Text;
+  }
+  const std::optional<ParameterInfo::TYPE> type = ParameterTypeFromName(value);
+  if (!type) {
+    definition.Warn(entry.ValuePlace,
+                    "unknown parameter type \"" + Shown(value) + "\"" + DidYouMean(value, ParameterTypeNames()));
+  }
+  return type.value_or(ParameterInfo::k_Text);
+}
+
+unsigned int LoadFlags(Definition& definition) {
+  unsigned int flags = k_DefaultFlags;
+  String value;
+  IniFile::EntryView entry;
+  if (definition.Value("Flags", value, entry)) {
+    flags = 0;
+    for (const String& name : StringTokenizer::Split(value, ',')) {
+      const std::optional<unsigned int> bits = FindFlag(name);
+      if (bits) {
+        flags |= *bits & ~ParameterInfo::k_Internal;
+      } else {
+        definition.Warn(entry.ValuePlace, UnknownFlag(name));
+      }
+    }
+  }
+  if (definition.Value("Required", value, entry)) {
+    String why;
+    if (!ParameterInfo(ParameterInfo::k_Boolean).Accepts(value, why)) {
+      definition.Warn(entry.ValuePlace, why);
+    } else if (value.Bool()) {
+      flags |= ParameterInfo::k_Required;
+    }
+  }
+  return flags;
+}
+
+void WarnUseless(Definition& definition, const char* key, ParameterInfo::TYPE type) {
+  String value;
+  IniFile::EntryView entry;
+  if (definition.Value(key, value, entry)) {
+    definition.Warn(entry.KeyPlace, String(key) + " has no use for a parameter of type " + ParameterTypeName(type));
+  }
+}
+
+std::optional<double> LoadLimit(Definition& definition, const char* key, ParameterInfo::TYPE type) {
+  String value;
+  IniFile::EntryView entry;
+  if (!definition.Value(key, value, entry)) {
+    return std::nullopt;
+  }
+  double limit = 0;
+  const bool readable = type == ParameterInfo::k_Duration ? ParseDuration(value, limit) : ParseDecimal(value, limit);
+  if (!readable) {
+    definition.Warn(entry.ValuePlace, String(key) + " needs a number, not \"" + Shown(value) + "\"");
+    return std::nullopt;
+  }
+  return limit;
+}
+
+void LoadLimits(Definition& definition, ParameterInfo* param) {
+  const ParameterInfo::TYPE type = param->Type();
+  if (type != ParameterInfo::k_Integer && type != ParameterInfo::k_Decimal && type != ParameterInfo::k_Duration) {
+    WarnUseless(definition, "Minimum", type);
+    WarnUseless(definition, "Maximum", type);
+    return;
+  }
+  param->Minimum = LoadLimit(definition, "Minimum", type);
+  param->Maximum = LoadLimit(definition, "Maximum", type);
+  if (param->Minimum && param->Maximum && *param->Maximum < *param->Minimum) {
+    String value;
+    IniFile::EntryView entry;
+    definition.Value("Maximum", value, entry);
+    definition.Warn(entry.ValuePlace, "the maximum of " + Shown(value) + " is below the minimum of " +
+                                          Shown(definition.Text("Minimum")));
+    param->Maximum.reset();
+  }
+}
+
+void LoadChoices(Definition& definition, ParameterInfo* param) {
+  if (param->Type() != ParameterInfo::k_Choice) {
+    WarnUseless(definition, "Choices", param->Type());
+    return;
+  }
+  String value;
+  IniFile::EntryView entry;
+  if (definition.Value("Choices", value, entry)) {
+    for (String& choice : StringTokenizer::Split(value, ',')) {
+      if (!choice.Trim().empty()) {
+        param->Choices.push_back(choice);
+      }
+    }
+  }
+  if (param->Choices.empty()) {
+    definition.Warn(entry.Value.data() != nullptr ? entry.ValuePlace : definition.Place(),
+                    "a choice needs Choices, as in Choices=low,medium,high");
+  }
+}
+
+} // namespace
+
+ParameterInfo* JobTypeInfo::NewParam(ParameterInfo::TYPE type) {
+  m_Params.push_back(ParameterInfo::Create(type));
+  return m_Params.back().get();
+}
+
+ParameterInfo* JobTypeInfo::GetParam(const String& name) const {
+  const auto found = std::find_if(m_Params.begin(), m_Params.end(),
+                                  [&name](const auto& param) { return String::EqualNoCase(param->Name, name); });
+  return found == m_Params.end() ? nullptr : found->get();
+}
+
+ParameterInfo* JobTypeInfo::GetParam(unsigned long position) const {
+  return position < m_Params.size() ? m_Params[position].get() : nullptr;
+}
+
+const CommandInfo* JobTypeInfo::GetCommand(const String& name) const {
+  const auto found = std::find_if(m_Commands.begin(), m_Commands.end(), [&name](const CommandInfo& command) {
+    return String::EqualNoCase(command.Name, name);
+  });
+  return found == m_Commands.end() ? nullptr : &*found;
+}
+
+void SLoadParameter(const String& name, IniFile& file, JobTypeInfo* info) {
+  Definition definition(name, file);
+  if (!definition.HasSection("parameter", {"PrimaryParameters", "SecondaryParameters"})) {
+    return;
+  }
+  definition.CheckKeys({"Type", "Label", "Help", "Default", "Flags", "Filter", "Minimum", "Maximum", "Choices",
+                        "Required"});
+  if (info->GetParam(name) != nullptr) {
+    definition.Warn(definition.Place(),
+                    "the type has a parameter \"" + Shown(name) + "\" already; this definition is not used");
+    return;
+  }
+  ParameterInfo* param = info->NewParam(LoadType(definition));
+  param->Name = name;
+  param->Label = definition.Text("Label", name);
+  param->Help = UnescapeHelp(definition.Text("Help"));
+  param->Flags = LoadFlags(definition);
+  if (FileParameterInfo* picked = FileParameterInfo::CastFrom(param)) {
+    picked->Filter = definition.Text("Filter");
+  } else {
+    WarnUseless(definition, "Filter", param->Type());
+  }
+  LoadLimits(definition, param);
+  LoadChoices(definition, param);
+
+  String value;
+  IniFile::EntryView entry;
+  String why;
+  if (definition.Value("Default", value, entry)) {
+    // Without choices every default would be refused; one warning will do.
+    const bool cannotTell = param->Type() == ParameterInfo::k_Choice && param->Choices.empty();
+    if (cannotTell || param->Accepts(value, why)) {
+      param->Default = value;
+    } else {
+      definition.Warn(entry.ValuePlace, "this default is refused: " + why.substr(0, why.find('\n')));
+    }
+  }
+}
+
+void SLoadCommand(const String& name, IniFile& file, JobTypeInfo* info) {
+  Definition definition(name, file);
+  if (!definition.HasSection("command", {"PrimaryCommands", "SecondaryCommands"})) {
+    return;
+  }
+  definition.CheckKeys({"Label", "Help", "Command"});
+  if (info->GetCommand(name) != nullptr) {
+    definition.Warn(definition.Place(),
+                    "the type has a command \"" + Shown(name) + "\" already; this definition is not used");
+    return;
+  }
+  CommandInfo command;
+  command.Name = name;
+  command.Label = definition.Text("Label", name);
+  command.Help = UnescapeHelp(definition.Text("Help"));
+  command.Command = definition.Text("Command");
+  if (command.Command.empty()) {
+    definition.Warn(definition.Place(), "command \"" + Shown(name) + "\" has no Command line to run");
+  }
+  info->AddCommand(std::move(command));
+}
+
+unsigned int STranslateFlag(const String& name) {
+  const std::optional<unsigned int> flag = FindFlag(name);
+  if (!flag) {
+    LogWarning(UnknownFlag(name));
+  }
+  return flag.value_or(0);
+}
+
+std::vector<String> FlagNames() {
+  std::vector<String> names;
+  for (const FlagName& flag : k_FlagNames) {
+    names.emplace_back(flag.Name);
+  }
+  return names;
+}
+
+String FlagsAsText(unsigned int flags) {
+  String text;
+  const auto add = [&text](const String& name) { text += (text.empty() ? "" : ", ") + name; };
+  for (const FlagName& flag : k_FlagNames) {
+    if ((flags & flag.Bit) != 0) {
+      add(flag.Name);
+      flags &= ~flag.Bit;
+    }
+  }
+  if (flags != 0) {
+    add(SFormat("0x%X", flags)); // bits that have no name
+  }
+  return text;
+}
+
+String PlacedMessage(const Path& file, TextPlace place, const String& severity, const String& text) {
+  const String where = place.Line == 0 ? String::Null
+                                       : String(std::to_string(place.Line) + ":" + std::to_string(place.Column) + ":");
+  return file.Text() + ":" + where + " " + severity + ": " + text;
+}

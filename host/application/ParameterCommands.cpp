@@ -1,0 +1,301 @@
+#include "host/application/ParameterCommands.h"
+
+#include "host/application/Excerpt.h"
+#include "host/application/FrameRange.h"
+#include "host/application/Job.h"
+#include "host/application/SceneTranslation.h"
+#include "host/foundation/Exception.h"
+#include "host/foundation/Quoting.h"
+#include "host/foundation/Suggest.h"
+
+#include <algorithm>
+#include <charconv>
+#include <optional>
+
+namespace {
+
+constexpr int k_PadLimit = 64;
+
+bool IsSpecial(char c) { return c == '(' || c == ')' || c == ',' || c == '\\'; }
+
+// Removes the backslashes that keep a special character plain. Before anything
+// else a backslash is plain itself, so C:\renders survives.
+String Unescape(std::string_view argument) {
+  String plain;
+  for (std::size_t i = 0; i < argument.size(); ++i) {
+    if (argument[i] == '\\' && i + 1 < argument.size() && IsSpecial(argument[i + 1])) {
+      ++i;
+    }
+    plain.push_back(argument[i]);
+  }
+  return plain;
+}
+
+// Where the argument that begins at `position` ends: its closing parenthesis,
+// or the end of the text.
+std::size_t FindArgumentEnd(const String& text, std::size_t position) {
+  int depth = 0;
+  for (; position < text.size(); ++position) {
+    if (text[position] == '\\' && position + 1 < text.size() && IsSpecial(text[position + 1])) {
+      ++position;
+    } else if (text[position] == '(') {
+      ++depth;
+    } else if (text[position] == ')' && depth-- == 0) {
+      break;
+    }
+  }
+  return std::min(position, text.size());
+}
+
+// Splits an argument at its first plain comma outside of parentheses.
+std::pair<String, std::optional<String>> SplitArgument(const String& argument) {
+  int depth = 0;
+  for (std::size_t i = 0; i < argument.size(); ++i) {
+    if (argument[i] == '\\' && i + 1 < argument.size() && IsSpecial(argument[i + 1])) {
+      ++i;
+    } else if (argument[i] == '(') {
+      ++depth;
+    } else if (argument[i] == ')') {
+      --depth;
+    } else if (argument[i] == ',' && depth == 0) {
+      const std::string_view all = argument;
+      return {Unescape(all.substr(0, i)), Unescape(all.substr(i + 1))};
+    }
+  }
+  return {Unescape(argument), std::nullopt};
+}
+
+[[noreturn]] void Refuse(const CommandCall& call, const String& needs, const String& notThis) {
+  RaiseException("Job::ProcessParameterNameCommands", k_ErrorReference,
+                 String(call.Command->Name) + " needs " + needs + ", not \"" + Shown(notThis) + "\"");
+}
+
+String Plain(const CommandCall& call) { return Unescape(call.Argument); }
+
+// The ends and the number of frames of a work, or of any range.
+struct RangeFacts {
+  int First = 0;
+  int Last = 0;
+  std::int64_t Count = 0;
+};
+
+RangeFacts ReadRange(const CommandCall& call, const String& value) {
+  FrameRun run;
+  if (ParseRun(value, run)) {
+    return {run.First, run.Last, run.Count()};
+  }
+  try {
+    const FrameSet set = FrameSet::Parse(value);
+    if (!set.empty()) {
+      const auto ends = std::minmax_element(set.Frames().begin(), set.Frames().end());
+      return {*ends.first, *ends.second, static_cast<std::int64_t>(set.Frames().size())};
+    }
+  } catch (Exception* exception) {
+    delete exception; // what is wanted here is said below
+  }
+  Refuse(call, "a frame range", value);
+}
+
+String Start(const CommandCall& call, const String& value) { return std::to_string(ReadRange(call, value).First); }
+String End(const CommandCall& call, const String& value) { return std::to_string(ReadRange(call, value).Last); }
+String Count(const CommandCall& call, const String& value) { return std::to_string(ReadRange(call, value).Count); }
+
+String Pad(const CommandCall& call, const String& value) {
+  const String argument = Plain(call);
+  int width = -1;
+  const auto result = std::from_chars(argument.data(), argument.data() + argument.size(), width);
+  if (result.ec != std::errc() || result.ptr != argument.data() + argument.size() || width < 0 ||
+      width > k_PadLimit) {
+    Refuse(call, "a number of digits from 0 to " + std::to_string(k_PadLimit), argument);
+  }
+  const bool negative = value[0] == '-';
+  String digits = value.substr(negative || value[0] == '+' ? 1 : 0);
+  if (digits.empty() || digits.find_first_not_of("0123456789") != String::npos) {
+    Refuse(call, "a whole number", value);
+  }
+  digits.erase(0, std::min(digits.find_first_not_of('0'), digits.size() - 1));
+  if (digits.size() < static_cast<std::size_t>(width)) {
+    digits.insert(0, static_cast<std::size_t>(width) - digits.size(), '0');
+  }
+  return (negative ? "-" : "") + digits;
+}
+
+String Enquote(const CommandCall& /*call*/, const String& value) { return EnquoteWord(value); }
+String Dequote(const CommandCall& /*call*/, const String& value) { return DequoteWord(value); }
+String Leaf(const CommandCall& /*call*/, const String& value) { return Path(value).Leaf(true); }
+String Branch(const CommandCall& /*call*/, const String& value) { return Path(value).Branch(true, true); }
+String Base(const CommandCall& /*call*/, const String& value) { return Path(value).Leaf(false); }
+String Extension(const CommandCall& /*call*/, const String& value) { return Path(value).Extension(); }
+String Upper(const CommandCall& /*call*/, const String& value) { return value.Upper(); }
+String Lower(const CommandCall& /*call*/, const String& value) { return value.Lower(); }
+String Default(const CommandCall& call, const String& value) { return value.empty() ? Plain(call) : value; }
+String Prefix(const CommandCall& call, const String& value) { return Plain(call) + value; }
+String Suffix(const CommandCall& call, const String& value) { return value + Plain(call); }
+
+String If(const CommandCall& call, const String& value) {
+  const auto [yes, no] = SplitArgument(call.Argument);
+  return value.Bool() ? yes : no.value_or(String::Null);
+}
+
+String Replace(const CommandCall& call, const String& value) {
+  const auto [from, to] = SplitArgument(call.Argument);
+  if (from.empty() || !to.has_value()) {
+    Refuse(call, "two texts with a comma between", call.Argument);
+  }
+  String result;
+  std::size_t position = 0;
+  for (std::size_t found = 0; (found = value.find(from, position)) != String::npos; position = found + from.size()) {
+    result.append(value, position, found - position).append(*to);
+    if (result.size() > k_ExpansionLimit) {
+      RaiseException("Job::ProcessParameterNameCommands", k_ErrorLimit, "Replace makes a text of more than 64 MiB");
+    }
+  }
+  return String(result.append(value, position));
+}
+
+// The prefix is a piece of command line as its author wrote it; the texts come
+// from users, and each must stay one word.
+String Each(const CommandCall& call, const String& value) {
+  const String prefix = Plain(call);
+  String result;
+  for (const String& text : ListParameterInfo().Unpack(value)) {
+    if (!text.empty()) {
+      result += (result.empty() ? "" : " ") + prefix + EnquoteWord(text);
+    }
+    if (result.size() > k_ExpansionLimit) {
+      RaiseException("Job::ProcessParameterNameCommands", k_ErrorLimit, "Each makes a text of more than 64 MiB");
+    }
+  }
+  return result;
+}
+
+String TranslateToLocal(const CommandCall& /*call*/, const String& value) { return Path(value).TranslateToLocal(); }
+String TranslateContents(const CommandCall& /*call*/, const String& value) {
+  return TranslateSceneContents(Path(value));
+}
+
+struct Action {
+  ParameterCommand Command;
+  String (*Apply)(const CommandCall& call, const String& value);
+  bool OfEmpty; // whether the empty value gives anything but the empty text
+};
+
+constexpr Action k_Actions[] = {
+    {{"Enquote", "", "one word of the command line, quoted where needed"}, Enquote, true},
+    {{"Dequote", "", "undoes Enquote"}, Dequote, false},
+    {{"Leaf", "", "the last component of a path"}, Leaf, false},
+    {{"Branch", "", "the directory of a path"}, Branch, false},
+    {{"Base", "", "the last component without its extension"}, Base, false},
+    {{"Extension", "", "the extension without its point"}, Extension, false},
+    {{"Start", "", "the first frame of a range"}, Start, false},
+    {{"End", "", "the last frame of a range"}, End, false},
+    {{"Count", "", "the number of frames of a range"}, Count, false},
+    {{"Pad", "(n)", "the number with at least n digits"}, Pad, false},
+    {{"Upper", "", "in upper case"}, Upper, false},
+    {{"Lower", "", "in lower case"}, Lower, false},
+    {{"Default", "(text)", "the text where the value is empty"}, Default, true},
+    {{"Prefix", "(text)", "the text before the value, nothing where it is empty"}, Prefix, false},
+    {{"Suffix", "(text)", "the text after the value, nothing where it is empty"}, Suffix, false},
+    {{"If", "(yes,no)", "one of two texts, by the truth of the value"}, If, true},
+    {{"Replace", "(from,to)", "every occurrence replaced"}, Replace, false},
+    {{"Each", "(prefix)", "each text of a list with the prefix, quoted, joined with blanks"}, Each, false},
+    {{"TranslateToLocal", "", "the path as this machine knows it"}, TranslateToLocal, false},
+    {{"TranslateContents", "", "a copy of the text file with its paths rewritten for this machine"},
+     TranslateContents,
+     false},
+};
+
+const Action* FindAction(std::string_view name) {
+  const auto* found = std::find_if(std::begin(k_Actions), std::end(k_Actions), [name](const Action& action) {
+    return String::EqualNoCase(action.Command.Name, name);
+  });
+  return found == std::end(k_Actions) ? nullptr : found;
+}
+
+} // namespace
+
+const std::vector<ParameterCommand>& ParameterCommands() {
+  static const std::vector<ParameterCommand> commands = [] {
+    std::vector<ParameterCommand> list;
+    for (const Action& action : k_Actions) {
+      list.push_back(action.Command);
+    }
+    return list;
+  }();
+  return commands;
+}
+
+std::vector<CommandCall> ReadCommands(const String& text, std::size_t& position, const String& where) {
+  const auto fail = [&text, &where](std::size_t place, const String& message) {
+    RaisePlaced("ExpandReferences", k_ErrorReference, where + ":" + std::to_string(place + 1), message, text, place);
+  };
+  std::vector<CommandCall> calls;
+  for (;;) {
+    CommandCall call;
+    call.Begin = position;
+    position = std::min(text.find_first_of(".()", position), text.size());
+    const String name = text.substr(call.Begin, position - call.Begin);
+    const Action* action = FindAction(name);
+    if (name.empty()) {
+      fail(call.Begin, "a parameter command is missing after \".\"");
+    }
+    if (action == nullptr) {
+      std::vector<String> known;
+      for (const ParameterCommand& command : ParameterCommands()) {
+        known.emplace_back(command.Name);
+      }
+      const String near = SuggestName(name, known);
+      fail(call.Begin, "unknown parameter command \"" + Shown(name) + "\"" +
+                           (near.empty() ? "" : "; did you mean \"" + near + "\"?"));
+    }
+    call.Command = &action->Command;
+    if (position < text.size() && text[position] == '(') {
+      const std::size_t open = position;
+      position = FindArgumentEnd(text, open + 1);
+      if (position == text.size()) {
+        fail(open, "this argument is never closed; write a backslash before a parenthesis that stands alone");
+      }
+      call.Argument = text.substr(open + 1, position - open - 1);
+      call.HasArgument = true;
+      ++position;
+    }
+    call.End = position;
+    const bool wantsArgument = *action->Command.Arguments != '\0';
+    if (wantsArgument && !call.HasArgument) {
+      fail(call.Begin, String(action->Command.Name) + " needs an argument: " + action->Command.Name +
+                           action->Command.Arguments);
+    }
+    if (!wantsArgument && call.HasArgument) {
+      fail(call.Begin, String(action->Command.Name) + " takes no argument");
+    }
+    calls.push_back(std::move(call));
+    if (position == text.size() || text[position] == ')') {
+      return calls;
+    }
+    if (text[position] != '.') {
+      fail(position, "a \".\" or \")\" is missing behind the argument");
+    }
+    ++position;
+  }
+}
+
+String ApplyCommand(const CommandCall& call, const String& value) {
+  const Action* action = FindAction(call.Command->Name);
+  return value.empty() && !action->OfEmpty ? String::Null : action->Apply(call, value);
+}
+
+String Job::ProcessParameterNameCommands(const String& value, const String& commands,
+                                         SmartHandle<const Job> /*job*/, const ParameterInfo* /*info*/) {
+  const String where = "parameter commands";
+  std::size_t position = 0;
+  const std::vector<CommandCall> calls = ReadCommands(commands, position, where);
+  if (position < commands.size()) {
+    RaisePlaced("Job::ProcessParameterNameCommands", k_ErrorReference,
+                where + ":" + std::to_string(position + 1), "this \")\" closes nothing", commands, position);
+  }
+  String result = value;
+  for (const CommandCall& call : calls) {
+    result = ApplyCommand(call, result);
+  }
+  return result;
+}

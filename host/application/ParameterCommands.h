@@ -1,0 +1,25 @@
+#pragma once
+
+#include "host/application/Expansion.h"
+
+#include <cstddef>
+#include <vector>
+
+/// One command of a chain such as "Leaf.Replace(a,b)".
+struct CommandCall {
+  const ParameterCommand* Command = nullptr;
+  String Argument;        ///< as written between the parentheses
+  bool HasArgument = false;
+  std::size_t Begin = 0;  ///< the command's place in the text
+  std::size_t End = 0;    ///< one past it, its argument included
+};
+
+/// Reads a chain of commands from `position`, where a command begins, to its
+/// end: a ")" outside of arguments, or the end of the text. `position` is then
+/// there. Raises Exception* with `where` and the column for an unknown or
+/// missing command, an unclosed argument and an argument too many or too few.
+std::vector<CommandCall> ReadCommands(const String& text, std::size_t& position, const String& where);
+
+/// Applies one command to a value. Raises Exception* for a value or argument
+/// that the command cannot work with.
+String ApplyCommand(const CommandCall& call, const String& value);

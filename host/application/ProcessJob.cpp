@@ -1,0 +1,359 @@
+#include "host/application/ProcessJob.h"
+
+#include "host/application/ErrorTexts.h"
+#include "host/application/ExecutableSearch.h"
+#include "host/application/JobFactory.h"
+#include "host/application/NoteText.h"
+#include "host/foundation/Exception.h"
+#include "host/foundation/Log.h"
+#include "host/foundation/Quoting.h"
+#include "host/foundation/StringTokenizer.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <exception>
+#include <system_error>
+
+// One work from the outside: what has to be ready before the program starts,
+// what every line means, and the verdict. Running the program and waiting for
+// it is in ProcessExecution.cpp; engines that run many programs at once do that
+// themselves.
+//
+// A verdict comes from whoever is strongest: the one who ended the work, then
+// an error line, then a signal, then CheckResult, then the files. Each later
+// judge can only make a good verdict bad. The one exception is a crash after
+// all is done, which many renderers do on their way out: a success text that
+// was seen, together with good files, outweighs the signal.
+
+namespace {
+
+// Lines may have a megabyte; this much is enough to show and to search in.
+constexpr std::size_t k_KeptLine = std::size_t{64} << 10;
+
+// Of the module's virtual types; the host knows it only by this name.
+constexpr const char* p_SuccessTexts = "SuccessTexts";
+
+std::pair<String, std::optional<String>> EnvironmentChange(const String& text) {
+  const std::size_t equals = text.find('=');
+  if (equals == 0) {
+    RaiseException("ProcessJob::PrepareWork", k_ErrorSyntax,
+                   String(p_Environment) + ": \"" + NoteText(text) +
+                       "\" names no variable; write NAME=VALUE, or NAME alone to remove one");
+  }
+  if (equals == String::npos) {
+    return {text, std::nullopt};
+  }
+  return {text.substr(0, equals), String(text.substr(equals + 1))};
+}
+
+bool IsLiteral(const UID& type, const String& name) {
+  const ParameterInfo* info = JobFactory::s_JobFactory->GetTypeParameterInfo(type, name, false);
+  return info != nullptr && info->IsLiteral();
+}
+
+String SignalText(int signal) {
+  const char* description = sigdescr_np(signal);
+  return "Killed by signal " + std::to_string(signal) +
+         (description == nullptr ? String::Null : String(" (") + description + ")");
+}
+
+String LastLineText(const String& line) {
+  return line.empty() ? String::Null : "; last line: " + NoteText(line);
+}
+
+// "90", "1.5", "0.25"
+String SecondsText(double seconds) {
+  const auto thousandths = std::llround(std::min(seconds, 1e12) * 1000);
+  String text = std::to_string(thousandths / 1000);
+  if (thousandths % 1000 != 0) {
+    text += "." + std::to_string(1000 + thousandths % 1000).substr(1);
+    text.erase(text.find_last_not_of('0') + 1);
+  }
+  return text;
+}
+
+// What is in the way of starting the program; empty if nothing is.
+String ProgramProblem(const Path& program) {
+  const String name = "Program \"" + NoteText(program.Text(), program.Text().size()) + "\"";
+  if (program.Text().find('/') == String::npos) {
+    return FindAlongPath(program.Text()).empty() ? name + " not found along PATH" : String::Null;
+  }
+  struct stat status {};
+  if (stat(program.c_str(), &status) != 0) {
+    return errno == ENOENT || errno == ENOTDIR
+               ? name + " does not exist"
+               : name + " cannot be reached: " + std::system_category().message(errno);
+  }
+  return IsExecutableFile(program) ? String::Null : name + " is not executable";
+}
+
+String DirectoryProblem(const Path& directory) {
+  const String name = "Start directory \"" + NoteText(directory.Text(), directory.Text().size()) + "\"";
+  struct stat status {};
+  if (stat(directory.c_str(), &status) != 0) {
+    return errno == ENOENT || errno == ENOTDIR
+               ? name + " does not exist"
+               : name + " cannot be reached: " + std::system_category().message(errno);
+  }
+  if (!S_ISDIR(status.st_mode)) {
+    return name + " is not a folder";
+  }
+  return access(directory.c_str(), X_OK) == 0 ? String::Null : name + " may not be entered";
+}
+
+// Runs a step of a work; what it raises becomes the text that is returned.
+template <typename Step> String TextOfFailure(Step step) {
+  String text;
+  try {
+    step();
+    return String::Null;
+  } catch (Exception* exception) {
+    const std::unique_ptr<Exception> owned(exception);
+    text = owned->Text();
+  } catch (const std::exception& failure) {
+    text = failure.what();
+  }
+  return text.empty() ? String("An error without a text") : text;
+}
+
+} // namespace
+
+ProcessJob::ProcessJob(std::chrono::milliseconds grace) : m_Grace(grace) {}
+
+ProcessJob::~ProcessJob() {
+  const int wake = m_Wake.load();
+  if (wake >= 0) {
+    close(wake);
+  }
+}
+
+void ProcessJob::SetNote(const String& note) {
+  Set(p_Note, note);
+  DoWorkParameterChange(p_Note, note);
+}
+
+int ProcessJob::FailWork(const String& note) {
+  SetStatus(k_StatusFailed);
+  SetNote(note);
+  return Status();
+}
+
+int ProcessJob::SucceedWork(const String& note) {
+  SetFinished();
+  if (!note.empty()) {
+    SetNote(note);
+  }
+  return Status();
+}
+
+Path ProcessJob::WorkStartDirectory() const {
+  if (m_Prepared) {
+    return m_StartDirectory;
+  }
+  const Path directory = DetermineStartDirectory();
+  return directory.empty() ? directory : MakeAbsolute(directory);
+}
+
+String ProcessJob::EffectiveText(const String& name) const {
+  const String value = GetParameterOrOption(name, true, true);
+  return IsLiteral(Type(), name) ? value : ExpandText(value, name);
+}
+
+std::vector<String> ProcessJob::EffectiveTexts(const String& name) const {
+  const bool literal = IsLiteral(Type(), name);
+  std::vector<String> texts;
+  for (String& text : StringTokenizer::Split(GetParameterOrOption(name, true, true), ';')) {
+    if (!text.Trim().empty()) {
+      texts.push_back(literal ? text : ExpandText(text, name));
+    }
+  }
+  return texts;
+}
+
+double ProcessJob::Limit(const String& name) const {
+  String text = EffectiveText(name);
+  double seconds = 0;
+  if (!text.Trim().empty() && !ParseDuration(text, seconds)) {
+    RaiseException("ProcessJob::Limit", k_ErrorSyntax,
+                   name + ": \"" + NoteText(text) +
+                       "\" is no duration; write seconds, or a number with s, m, h or d");
+  }
+  return seconds;
+}
+
+double ProcessJob::RunTimeLimit() const {
+  return Limit(p_RunTimeLimit);
+}
+
+double ProcessJob::SilenceLimit() const {
+  return Limit(p_SilenceLimit);
+}
+
+// The command line behind the program, and the program; empty when the line
+// itself begins with it.
+String ProcessJob::BuildCommandLine(Path& executable) {
+  const Path latest = GetLatestExecutable();
+  String line = CreateCommandLine(executable);
+  if (!executable.empty()) {
+    // A picked name: what looks like a reference in it is none.
+    const String head = executable.Enquote() + " ";
+    if (!line.starts_with(head)) {
+      executable = Path();
+      return line;
+    }
+    line.erase(0, head.size());
+  }
+  // The newest program wins over what the type's author could only guess, but
+  // not over what somebody chose for this job or this machine.
+  if (!latest.empty() && GetParameterOrOption(p_Executable, true, false).empty()) {
+    executable = latest;
+  }
+  return line;
+}
+
+void ProcessJob::BuildStart(ProcessStart& start) {
+  Path executable;
+  const String line = BuildCommandLine(executable);
+  start.Arguments = SplitCommandLine(ExpandText(line, "command line"));
+  if (!executable.empty()) {
+    start.Arguments.insert(start.Arguments.begin(), executable.Text());
+  } else if (start.Arguments.empty() || start.Arguments[0].empty()) {
+    RaiseException(
+        "ProcessJob::PrepareWork", k_ErrorSyntax,
+        "No program to start: set the parameter \"Executable\", or begin the command line with one");
+  }
+  if (start.Arguments[0].find('/') != String::npos) {
+    start.Arguments[0] = MakeAbsolute(start.Arguments[0]).Text();
+  }
+  m_Executable = start.Arguments[0];
+  m_Prepared = false;
+  m_StartDirectory = WorkStartDirectory();
+  m_Prepared = true;
+  start.StartDirectory = m_StartDirectory;
+  start.Environment.clear();
+  for (const String& text : EffectiveTexts(p_Environment)) {
+    start.Environment.push_back(EnvironmentChange(text));
+  }
+}
+
+ProcessStart ProcessJob::DescribeWork() {
+  ProcessStart start;
+  BuildStart(start);
+  return start;
+}
+
+bool ProcessJob::PrepareWork(ProcessStart& start) {
+  Set(p_Note, String::Null);
+  bool ready = false;
+  const String failure = TextOfFailure([this, &start, &ready] {
+    if (!PreExecute()) {
+      return;
+    }
+    BuildStart(start);
+    RunTimeLimit();
+    SilenceLimit();
+    ready = ValidateResources();
+  });
+  if (ready && failure.empty()) {
+    return true;
+  }
+  const String note = failure.empty() ? Note() : failure;
+  FailWork(note.empty() ? String("The work could not be prepared") : note);
+  return false;
+}
+
+bool ProcessJob::ValidateResources() {
+  String problem = ProgramProblem(m_Executable);
+  if (problem.empty() && !m_StartDirectory.empty()) {
+    problem = DirectoryProblem(m_StartDirectory);
+  }
+  Set(p_Note, problem);
+  return problem.empty();
+}
+
+void ProcessJob::WorkSpawned(pid_t id) {
+  m_ProcessId = id;
+  SetStatus(k_StatusRunning);
+  OnProcessSpawned();
+}
+
+void ProcessJob::OnProcessSpawned() {
+  LogDebug("Started \"" + m_Executable.Text() + "\" as process " + std::to_string(m_ProcessId));
+}
+
+void ProcessJob::WorkLine(std::string_view line) {
+  m_Line.assign(line);
+  ProcessLine(m_Line);
+}
+
+void ProcessJob::ProcessLine(const String& line) {
+  if (m_ErrorTexts == nullptr) {
+    m_ErrorTexts = std::make_unique<ErrorTexts>(
+        GetParameterOrOption(p_ErrorStarts, true, true), GetParameterOrOption(p_ErrorIgnores, true, true),
+        GetParameterOrOption(p_ErrorDetectPosition, true, true).Bool());
+  }
+  if (line.find_first_not_of(" \t") != String::npos) {
+    m_LastLine.assign(line, 0, k_KeptLine);
+  }
+  if (m_ErrorLine.empty() && m_ErrorTexts->IsError(line)) {
+    m_ErrorLine.assign(line, 0, k_KeptLine); // the first one is the cause of the others
+  }
+}
+
+bool ProcessJob::SuccessOutweighs(int exitCode) {
+  if (GetParameterOrOption(p_SuccessTexts, true, true).empty()) {
+    return false;
+  }
+  m_GoodFiles = 0;
+  return CheckResult(exitCode) == k_StatusFinished && CheckFiles(k_StatusFinished) == k_StatusFinished &&
+         m_GoodFiles > 0;
+}
+
+int ProcessJob::Judge(const ProcessExit& exit, Ended ended) {
+  switch (ended) {
+  case Ended::Canceled:
+    SetStatus(k_StatusCanceled);
+    SetNote("Canceled");
+    return Status();
+  case Ended::TimedOut:
+    return FailWork("Run-time limit of " + SecondsText(RunTimeLimit()) + " s reached");
+  case Ended::Silent:
+    return FailWork("No output for " + SecondsText(SilenceLimit()) + " s (silence limit)");
+  case Ended::ByItself:
+    break;
+  }
+  if (!m_ErrorLine.empty()) {
+    return FailWork("Error line: " + NoteText(m_ErrorLine));
+  }
+  if (exit.Signal != 0) {
+    if (SuccessOutweighs(exit.Code)) {
+      return SucceedWork(SignalText(exit.Signal) + " after the success text, and every file is good");
+    }
+    return FailWork(SignalText(exit.Signal) + LastLineText(m_LastLine));
+  }
+  Set(p_Note, String::Null); // so that a note of CheckResult's own is seen, and stays as it is
+  const int result = CheckResult(exit.Code);
+  String note = Note();
+  const int checked = CheckFiles(result);
+  if (result != k_StatusFinished) {
+    if (note.empty()) {
+      note = "Exit code " + std::to_string(exit.Code) + LastLineText(m_LastLine);
+    }
+    return FailWork(note);
+  }
+  if (checked != k_StatusFinished) {
+    note = Note();
+    return FailWork(note.empty() ? String("A file that the work must leave is not good") : note);
+  }
+  return SucceedWork(String::Null);
+}
+
+int ProcessJob::FinishWork(const ProcessExit& exit, Ended ended) {
+  const String failure = TextOfFailure([this, &exit, ended] { Judge(exit, ended); });
+  return failure.empty() ? Status() : FailWork(failure);
+}

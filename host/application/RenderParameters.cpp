@@ -1,0 +1,164 @@
+#include "host/application/RenderJob.h"
+
+#include <array>
+#include <cstring>
+
+// The parameters that every render job has, as a form shows them. Jobs answer
+// exactly these names (RenderJob::GetParameter), so that a type's further
+// parameters are the only ones that a job keeps as extras.
+
+namespace {
+
+using Info = ParameterInfo;
+
+// A job carries its own value, an engine's option may give one, users see it
+// and may change it later.
+constexpr unsigned int k_Common = Info::k_OfJob | Info::k_Editable | Info::k_Visible;
+constexpr unsigned int k_Tunable = k_Common | Info::k_OfEngine;
+
+struct Description {
+  const char* Name; ///< null for a heading
+  Info::TYPE Type;
+  unsigned int Flags;
+  const char* Label;
+  const char* Default;
+  std::optional<double> Minimum;
+  std::optional<double> Maximum;
+  const char* Help;
+};
+
+using Limit = std::optional<double>;
+constexpr Limit k_None = std::nullopt;
+
+// Built on first use: jobs may be described while other libraries still start.
+const std::vector<Description>& Descriptions() {
+  static const std::vector<Description> descriptions = {
+      {nullptr, Info::k_Heading, Info::k_Visible, "Job", "", k_None, k_None, ""},
+      {p_Name, Info::k_Text, k_Common | Info::k_Literal, "Name", "", k_None, k_None,
+       "The name by which you find the job again in lists, notes and logs. Filled in when the picked scene "
+       "is one of "
+       "a sequence."},
+      {p_Scene, Info::k_File, k_Common | Info::k_Literal | Info::k_AffectsCommand, "Scene", "", k_None,
+       k_None,
+       "The scene file to render. Of a numbered sequence pick any one; the others are found. The name is "
+       "taken as it "
+       "is: $( and quotes in it mean nothing."},
+      {p_Range, Info::k_Range, k_Common | Info::k_AffectsCommand, "Frame range", "", k_None, k_None,
+       "The frames to render: 1-100, every fifth with 1-100x5, all but every fifth with 1-100y5, interleaved "
+       "with "
+       "1-100:4, lists with 1,4,9-12; negative and descending ranges too. Without a range the program runs "
+       "once."},
+      {p_PacketSize, Info::k_Integer, k_Common, "Frames per work", "1", Limit(1), k_None,
+       "How many neighbouring frames one run of the program renders at most. More than one pays when the "
+       "program "
+       "takes long to load the scene; a failed work then has more to repeat."},
+      {p_Priority, Info::k_Integer, k_Common, "Priority", "50", Limit(0), Limit(100),
+       "Works of jobs with a higher number start first."},
+      {p_Note, Info::k_Multiline, Info::k_OfJob | Info::k_ReadOnly | Info::k_Visible | Info::k_Literal,
+       "Note", "", k_None, k_None, "Why the last work that failed did so."},
+
+      {nullptr, Info::k_Heading, Info::k_Visible, "Output", "", k_None, k_None, ""},
+      {p_OutputFolder, Info::k_Folder, k_Tunable | Info::k_AffectsCommand, "Output folder", "", k_None,
+       k_None,
+       "Made, with the folders above it, before a work starts, and known to the command line as "
+       "$(OutputFolder). "
+       "A relative folder counts from the start directory. May refer to other parameters: "
+       "$(Scene.Branch)/images"},
+      {p_ExpectedFiles, Info::k_List, k_Tunable, "Expected files", "", k_None, k_None,
+       "The files that a work must leave, for programs that do not name them in their output; a missing, "
+       "empty or old "
+       "one makes the work fail. Each is looked for once a frame: "
+       "$(OutputFolder)/$(Scene.Base)_$(Frame.Pad(4)).png. "
+       "Relative names count from the start directory. Separate several with a semicolon."},
+
+      {nullptr, Info::k_Heading, Info::k_Visible, "Program", "", k_None, k_None, ""},
+      {p_Executable, Info::k_File, k_Tunable | Info::k_Literal | Info::k_Advanced | Info::k_AffectsCommand,
+       "Executable", "", k_None, k_None,
+       "The program: a path, or a name that is looked up along PATH. Where neither the job nor the engine's "
+       "options "
+       "name one, the newest installed version is searched for if the type says where."},
+      {p_StartDirectory, Info::k_Folder, k_Tunable | Info::k_Advanced, "Start directory", "", k_None, k_None,
+       "The folder that the program starts in, from which relative names in its arguments and its output "
+       "count. The "
+       "scene's own folder when empty."},
+      {p_Environment, Info::k_List, k_Tunable | Info::k_Advanced, "Environment", "", k_None, k_None,
+       "Changes to the program's environment: NAME=VALUE sets a variable, NAME alone removes it. Separate "
+       "several "
+       "with a semicolon. Programs run with LC_ALL=C.UTF-8 unless you set another."},
+      {p_CPUs, Info::k_Integer, k_Tunable | Info::k_AffectsCommand, "CPUs", "1", Limit(1), k_None,
+       "Processors that one work may use; the command line passes it on as $(CPUs)."},
+      {p_SuccessExitCodes, Info::k_Text, k_Tunable | Info::k_Advanced, "Success exit codes", "0", k_None,
+       k_None,
+       "The exit codes by which the program says that all went well: numbers and ranges, as in 0,2-4. Not "
+       "looked at "
+       "where the type declares success texts."},
+
+      {nullptr, Info::k_Heading, Info::k_Visible, "Limits", "", k_None, k_None, ""},
+      {p_Retries, Info::k_Integer, k_Tunable, "Retries", "0", Limit(0), Limit(100),
+       "How often a failed work is tried again."},
+      {p_RunTimeLimit, Info::k_Duration, k_Tunable, "Run-time limit", "", k_None, k_None,
+       "A work that takes longer is ended and has failed: seconds, or a number with s, m, h or d. No limit "
+       "when "
+       "empty."},
+      {p_SilenceLimit, Info::k_Duration, k_Tunable, "Silence limit", "", k_None, k_None,
+       "A work that prints nothing for this long is ended and has failed. Leave it empty for programs that "
+       "are silent "
+       "while they render a frame."},
+
+      {nullptr, Info::k_Heading, Info::k_Visible, "Errors", "", k_None, k_None, ""},
+      {p_ErrorStarts, Info::k_List, k_Tunable | Info::k_Advanced, "Error strings", "", k_None, k_None,
+       "A line of output that starts with one of these texts makes the work fail, whatever the exit code is. "
+       "Separate "
+       "several with a semicolon. The case of letters does not matter."},
+      {p_ErrorIgnores, Info::k_List, k_Tunable | Info::k_Advanced, "Ignored error strings", "", k_None,
+       k_None, "An error line that holds one of these texts anywhere is no error after all."},
+      {p_ErrorDetectPosition, Info::k_Text, k_Tunable | Info::k_Advanced, "Error string position", "0",
+       k_None, k_None,
+       "0: error strings count at the start of a line only. 1: anywhere in it, for programs that put a time "
+       "or a "
+       "process ID first."},
+      {p_TranslateSceneContents, Info::k_Boolean, k_Tunable | Info::k_Advanced | Info::k_AffectsCommand,
+       "Translate scene contents", "No", k_None, k_None,
+       "Let the program read a copy of a text scene in which the paths are rewritten for the machine that "
+       "renders, by "
+       "its path maps."},
+  };
+  return descriptions;
+}
+
+} // namespace
+
+const char* RenderJob::StandardName(const String& name) {
+  if (String::EqualNoCase(name, p_SubRange)) {
+    return p_SubRange;
+  }
+  for (const Description& description : Descriptions()) {
+    if (description.Name != nullptr && String::EqualNoCase(name, description.Name)) {
+      return description.Name;
+    }
+  }
+  return nullptr;
+}
+
+void RenderJob::FillJobTypeInfo(JobTypeInfo* info, bool withOutput) {
+  bool skip = false;
+  for (const Description& description : Descriptions()) {
+    if (description.Name == nullptr) {
+      skip = !withOutput && std::strcmp(description.Label, "Output") == 0;
+    }
+    if (skip) {
+      continue;
+    }
+    ParameterInfo* param = info->NewParam(description.Type);
+    param->Label = description.Label;
+    // Types may well have a parameter "Output" or "Program" of their own; a
+    // heading must not answer to its name.
+    param->Name =
+        description.Name != nullptr ? String(description.Name) : description.Label + String(" (group)");
+    param->Help = description.Help;
+    param->Default = description.Default;
+    param->Flags = description.Flags;
+    param->Minimum = description.Minimum;
+    param->Maximum = description.Maximum;
+  }
+}

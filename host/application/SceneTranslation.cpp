@@ -1,0 +1,201 @@
+#include "host/application/SceneTranslation.h"
+
+#include "host/application/Application.h"
+#include "host/foundation/Exception.h"
+#include "host/foundation/Format.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <filesystem>
+#include <optional>
+
+namespace {
+
+constexpr std::size_t k_BinaryProbe = 8192;
+constexpr std::size_t k_SizeLimit = std::size_t{256} << 20;
+
+class Descriptor {
+public:
+  explicit Descriptor(int number) : m_Number(number) {}
+  ~Descriptor() { Close(); }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int Number() const { return m_Number; }
+  // What close returns; some file systems tell of a failed write only there.
+  int Close() {
+    const int result = m_Number < 0 ? 0 : close(m_Number);
+    m_Number = -1;
+    return result;
+  }
+
+private:
+  int m_Number;
+};
+
+// The bytes of a regular file within the limit. O_NONBLOCK: a named pipe in
+// the place of a scene must not hang the work.
+std::optional<std::string> ReadRegular(const Path& file) {
+  const Descriptor descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  struct stat status {};
+  if (descriptor.Number() < 0 || fstat(descriptor.Number(), &status) != 0 || !S_ISREG(status.st_mode) ||
+      static_cast<std::size_t>(status.st_size) > k_SizeLimit) {
+    return std::nullopt;
+  }
+  std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
+  std::size_t used = 0;
+  while (used < bytes.size()) {
+    const ssize_t count = read(descriptor.Number(), bytes.data() + used, bytes.size() - used);
+    if (count < 0 && errno == EINTR) {
+      continue;
+    }
+    if (count < 0) {
+      return std::nullopt;
+    }
+    if (count == 0) {
+      break; // cut short while we read
+    }
+    used += static_cast<std::size_t>(count);
+  }
+  bytes.resize(used);
+  return bytes;
+}
+
+bool IsPathByte(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+         static_cast<unsigned char>(c) >= 0x80 || std::string_view("_-./~+@%#").find(c) != std::string_view::npos;
+}
+
+// The next place from `position` where the prefix stands as whole components.
+std::size_t FindPrefix(std::string_view text, std::string_view prefix, std::size_t position) {
+  for (;; ++position) {
+    position = text.find(prefix, position);
+    if (position == std::string_view::npos) {
+      return position;
+    }
+    const std::size_t end = position + prefix.size();
+    if ((position == 0 || !IsPathByte(text[position - 1])) &&
+        (end == text.size() || text[end] == '/' || !IsPathByte(text[end]))) {
+      return position;
+    }
+  }
+}
+
+// The text with all prefixes replaced, or nothing where there is none.
+std::optional<std::string> Translate(std::string_view text) {
+  struct Candidate {
+    const std::pair<String, String>* Pair;
+    std::size_t Next;
+  };
+  std::vector<Candidate> candidates;
+  for (const auto& pair : Path::Translations()) {
+    candidates.push_back({&pair, FindPrefix(text, pair.first, 0)});
+  }
+  std::optional<std::string> result;
+  std::size_t copied = 0;
+  for (;;) {
+    // The first occurrence; of those at one place the longest.
+    const auto best =
+        std::min_element(candidates.begin(), candidates.end(), [](const Candidate& left, const Candidate& right) {
+          return left.Next != right.Next ? left.Next < right.Next
+                                         : left.Pair->first.size() > right.Pair->first.size();
+        });
+    if (best == candidates.end() || best->Next == std::string_view::npos) {
+      break;
+    }
+    if (!result) {
+      result.emplace();
+    }
+    result->append(text, copied, best->Next - copied).append(best->Pair->second);
+    copied = best->Next + best->Pair->first.size();
+    for (Candidate& candidate : candidates) {
+      if (candidate.Next < copied) {
+        candidate.Next = FindPrefix(text, candidate.Pair->first, copied);
+      }
+    }
+  }
+  if (result) {
+    result->append(text, copied);
+  }
+  return result;
+}
+
+// FNV-1a: the copy's directory needs a short name that only depends on the
+// scene's path; contents are compared besides.
+String HashName(const String& text) {
+  std::uint64_t hash = 0xCBF29CE484222325U;
+  for (const char c : text) {
+    hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3U;
+  }
+  return SFormat("%016llx", hash);
+}
+
+[[noreturn]] void FailToWrite(const Path& file, int reason) {
+  RaiseException("TranslateSceneContents", k_ErrorSystem, "cannot write the translated scene " + file.Text(), reason);
+}
+
+// Writes beside the name and renames, so that no work ever reads half a scene.
+void WriteAtomically(const Path& directory, const Path& file, std::string_view bytes) {
+  static std::atomic<unsigned> s_Counter{0};
+  std::error_code error;
+  std::filesystem::create_directories(directory.Text().c_str(), error);
+  if (error) {
+    FailToWrite(file, error.value());
+  }
+  Path temporary = directory;
+  temporary /= ".new-" + std::to_string(getpid()) + "-" + std::to_string(s_Counter++);
+  int reason = 0;
+  {
+    Descriptor descriptor(
+        open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
+    if (descriptor.Number() < 0) {
+      FailToWrite(file, errno);
+    }
+    while (!bytes.empty() && reason == 0) {
+      const ssize_t count = write(descriptor.Number(), bytes.data(), bytes.size());
+      if (count >= 0) {
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+      } else if (errno != EINTR) {
+        reason = errno;
+      }
+    }
+    if (descriptor.Close() != 0 && reason == 0) {
+      reason = errno;
+    }
+  }
+  if (reason == 0 && rename(temporary.c_str(), file.c_str()) != 0) {
+    reason = errno;
+  }
+  if (reason != 0) {
+    unlink(temporary.c_str());
+    FailToWrite(file, reason);
+  }
+}
+
+} // namespace
+
+Path TranslateSceneContents(const Path& scene) {
+  if (Path::Translations().empty()) {
+    return scene;
+  }
+  const std::optional<std::string> text = ReadRegular(scene);
+  if (!text || text->substr(0, k_BinaryProbe).find('\0') != std::string::npos) {
+    return scene;
+  }
+  const std::optional<std::string> translated = Translate(*text);
+  if (!translated) {
+    return scene;
+  }
+  Path directory = Application::SceneCache();
+  directory /= HashName(scene);
+  Path copy = directory;
+  copy /= scene.Leaf(true);
+  if (ReadRegular(copy) != translated) {
+    WriteAtomically(directory, copy, *translated);
+  }
+  return copy;
+}
