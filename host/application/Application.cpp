@@ -27,7 +27,8 @@ IniFile Read(const Path& path) {
   IniFile file;
   file.SetFilename(path);
   struct stat status {};
-  const bool missing = path.empty() || (stat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR));
+  const bool missing =
+      path.empty() || (stat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR));
   if (!missing) {
     file.Load(true, true);
   }
