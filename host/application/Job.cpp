@@ -167,7 +167,9 @@ bool Job::SetParameter(const String& name, const String& value) {
   return true;
 }
 
-void Job::Copy(SmartHandle<const Job> other, bool withState) {
+// The handle comes by value: the operation's form is a contract with modules.
+void Job::Copy(SmartHandle<const Job> other, // NOLINT(performance-unnecessary-value-param)
+               bool withState) {
   if (!other) {
     RaiseException("Job::Copy", k_ErrorHandle, "there is no job to copy from");
   }
@@ -339,6 +341,7 @@ String Job::FormatStringWithParameters(const String& text, const std::map<String
   };
   source.Names = [&parameters] {
     std::vector<String> names;
+    names.reserve(parameters.size());
     for (const auto& entry : parameters) {
       names.push_back(entry.first);
     }

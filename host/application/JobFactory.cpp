@@ -16,8 +16,9 @@ JobFactory* Instance() {
 }
 
 // GenString keeps its text in the ID, so a shared ID is copied first.
-String TextOf(UID type) {
-  return type.GenString();
+String TextOf(const UID& type) {
+  const UID own = type; // NOLINT(performance-unnecessary-copy-initialization)
+  return own.GenString();
 }
 
 } // namespace

@@ -322,8 +322,11 @@ String ApplyCommand(const CommandCall& call, const String& value) {
   return value.empty() && !action->OfEmpty ? String::Null : action->Apply(call, value);
 }
 
-String Job::ProcessParameterNameCommands(const String& value, const String& commands,
-                                         SmartHandle<const Job> /*job*/, const ParameterInfo* /*info*/) {
+// The handle comes by value: modules know the operation by that form.
+String Job::ProcessParameterNameCommands(
+    const String& value, const String& commands,
+    SmartHandle<const Job> /*job*/, // NOLINT(performance-unnecessary-value-param)
+    const ParameterInfo* /*info*/) {
   const String where = "parameter commands";
   std::size_t position = 0;
   const std::vector<CommandCall> calls = ReadCommands(commands, position, where);

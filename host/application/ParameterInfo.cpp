@@ -233,28 +233,14 @@ bool ParseDecimal(std::string_view text, double& number) {
 }
 
 bool ParseDuration(const String& text, double& seconds) {
+  static constexpr std::array<std::pair<std::string_view, int>, 4> k_Units = {
+      {{"s", 1}, {"m", 60}, {"h", 60 * 60}, {"d", 24 * 60 * 60}}};
   std::string_view number = text;
   double unit = 1;
-  if (!number.empty()) {
-    switch (number.back()) {
-    case 'd':
-    case 'D':
-      unit *= 24;
-      [[fallthrough]];
-    case 'h':
-    case 'H':
-      unit *= 60;
-      [[fallthrough]];
-    case 'm':
-    case 'M':
-      unit *= 60;
-      [[fallthrough]];
-    case 's':
-    case 'S':
+  for (const auto& [letter, factor] : k_Units) {
+    if (!text.empty() && String::EqualNoCase(std::string_view(text).substr(text.size() - 1), letter)) {
+      unit = factor;
       number.remove_suffix(1);
-      break;
-    default:
-      break;
     }
   }
   while (!number.empty() && number.back() == ' ') {
