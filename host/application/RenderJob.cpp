@@ -141,6 +141,9 @@ private:
 } // namespace
 
 bool IsSuccessExitCode(const String& codes, int exitCode) {
+  if (codes.find_first_not_of(" \t") == String::npos) {
+    return exitCode == 0; // a type may have emptied the default
+  }
   return ExitCodeReader(codes).Holds(exitCode);
 }
 

@@ -76,10 +76,15 @@ void ModuleTest::SetUp() {
   bind(m_Module.IDCount, "g_IDCount");
 }
 
-void ModuleTest::TearDown() {
+void ModuleTest::UnregisterTypes() {
   for (const UID& type : m_Registered) {
     JobFactory::s_JobFactory->Unregister(type);
   }
+  m_Registered.clear();
+}
+
+void ModuleTest::TearDown() {
+  UnregisterTypes();
   if (m_Library != nullptr) {
     m_Module.OnModuleUnload();
     dlclose(m_Library);
