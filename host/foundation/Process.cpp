@@ -6,8 +6,8 @@
 
 #include <fcntl.h>
 #include <spawn.h>
-#include <sys/pidfd.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -279,7 +279,8 @@ void Process::Start(const ProcessStart& start) {
   if (error != 0) {
     RaiseStartError(start, error);
   }
-  m_ExitWatch = pidfd_open(m_Id, 0);
+  // By its number: the C library's declaration of 2.36 lacks the C linkage.
+  m_ExitWatch = static_cast<int>(syscall(SYS_pidfd_open, m_Id, 0));
   if (m_ExitWatch < 0) {
     const int number = errno;
     siginfo_t info;
