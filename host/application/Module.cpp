@@ -156,6 +156,7 @@ struct ModuleLoader::Library {
   }
 };
 
+ModuleLoader::ModuleLoader() = default;
 ModuleLoader::~ModuleLoader() { Unload(); }
 
 int ModuleLoader::Load(const std::vector<Path>& path) {

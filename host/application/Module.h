@@ -29,7 +29,7 @@ private:
 /// wins. Not for use from several threads.
 class ModuleLoader {
 public:
-  ModuleLoader() = default;
+  ModuleLoader();
   ~ModuleLoader();
   ModuleLoader(const ModuleLoader&) = delete;
   ModuleLoader& operator=(const ModuleLoader&) = delete;

@@ -1,0 +1,98 @@
+#pragma once
+
+#include "host/application/RenderJob.h"
+#include "host/foundation/LineSplitter.h"
+#include "trovik/LogTail.h"
+#include "trovik/Machine.h"
+#include "trovik/RunEvents.h"
+#include "trovik/RunLogs.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace trovik {
+
+/// The patience with a program that is asked to end before it is killed.
+constexpr Duration endingGrace = std::chrono::seconds(5);
+/// How long the output of a program that has ended may stay open: something
+/// that left its process group holds the other end.
+constexpr Duration strayGrace = std::chrono::seconds(1);
+
+/// One run of a work's program, from its start to its verdict.
+class Attempt final : public WorkObserver {
+public:
+  /// Told about each file that is complete.
+  using ImageReceiver = std::function<void(const WorkInfo& work, const Path& file)>;
+
+  /// `job` must be a ProcessJob that nothing else uses.
+  Attempt(const WorkInfo& work, SmartHandle<Job> job, std::unique_ptr<AttemptLog> log, ImageReceiver images);
+  ~Attempt() override;
+  Attempt(const Attempt&) = delete;
+  Attempt& operator=(const Attempt&) = delete;
+
+  /// Starts the program. False when it could not be started; the result is
+  /// there then.
+  bool start(Machine& machine);
+
+  /// What to wait for now; -1 where there is nothing.
+  int outputDescriptor() const;
+  int exitDescriptor() const;
+  std::optional<Clock::time_point> deadline() const;
+
+  /// Reads what waits, but only so much in one call that other works get
+  /// their turn.
+  void readOutput(Clock::time_point now);
+  /// Notices the program's end and deadlines that have passed.
+  void advance(Clock::time_point now);
+
+  /// The user stopped the run: asks the program to end, or kills it.
+  void cancel(Clock::time_point now, bool kill);
+
+  bool isOver() const { return over_; }
+  const WorkInfo& work() const { return work_; }
+  const SmartHandle<Job>& job() const { return job_; }
+  /// Valid when it is over.
+  const WorkResult& result() const { return result_; }
+  int status() const { return status_; }
+  /// Whether the same again may end otherwise: not when the work could not
+  /// even be prepared.
+  bool isWorthRepeating() const { return worthRepeating_; }
+
+  void OnWorkParameter(const Job& job, const String& name, const String& value) override;
+  void OnImage(const Job& job, const Path& file) override;
+
+private:
+  void onLine(std::string_view line);
+  void end(ProcessJob::Ended why, Clock::time_point now);
+  void finish(Clock::time_point now);
+  void conclude(int status, Clock::time_point now);
+  void confirm(const Path& file);
+
+  WorkInfo work_;
+  SmartHandle<Job> job_;
+  ProcessJob* process_;
+  std::unique_ptr<AttemptLog> log_;
+  std::optional<Duration> runTimeLimit_;
+  std::optional<Duration> silenceLimit_;
+  ImageReceiver images_;
+  LineSplitter splitter_;
+  LogTail tail_;
+  bool decided_ = false;
+  Path announced_; // the image that the program named last
+  std::unique_ptr<Program> program_;
+  Clock::time_point started_{};
+  Clock::time_point lastOutput_{};
+  std::optional<Clock::time_point> killAt_;
+  std::optional<Clock::time_point> drainUntil_;
+  ProcessJob::Ended ended_ = ProcessJob::Ended::ByItself;
+  bool exited_ = false;
+  bool outputOver_ = false;
+  ProcessExit exit_;
+  bool over_ = false;
+  bool worthRepeating_ = true;
+  int status_ = k_StatusReady;
+  WorkResult result_;
+};
+
+} // namespace trovik

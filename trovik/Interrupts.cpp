@@ -1,0 +1,86 @@
+#include "trovik/Interrupts.h"
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace trovik {
+namespace {
+
+constexpr std::array<int, 3> signals = {SIGINT, SIGTERM, SIGHUP};
+
+// What the handler writes to; a handler can reach nothing but globals.
+std::atomic<int> wakeDescriptor{-1};
+std::array<struct sigaction, signals.size()> previous;
+std::array<bool, signals.size()> handled;
+
+void onSignal(int /*number*/) {
+  const int saved = errno;
+  const int descriptor = wakeDescriptor.load();
+  if (descriptor >= 0) {
+    const char byte = 1;
+    // A full pipe holds enough wishes already.
+    [[maybe_unused]] const ssize_t written = write(descriptor, &byte, 1);
+  }
+  errno = saved;
+}
+
+void onPipeEnd(int /*number*/) {}
+
+} // namespace
+
+SignalInterrupts::SignalInterrupts() {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
+    return;
+  }
+  read_ = ends[0];
+  write_ = ends[1];
+  wakeDescriptor = write_;
+  for (std::size_t i = 0; i < signals.size(); ++i) {
+    struct sigaction action {};
+    sigaction(signals[i], nullptr, &previous[i]);
+    handled[i] = previous[i].sa_handler != SIG_IGN;
+    if (handled[i]) {
+      action.sa_handler = onSignal;
+      action.sa_flags = SA_RESTART;
+      sigaction(signals[i], &action, nullptr);
+    }
+  }
+}
+
+SignalInterrupts::~SignalInterrupts() {
+  if (read_ < 0) {
+    return;
+  }
+  for (std::size_t i = 0; i < signals.size(); ++i) {
+    if (handled[i]) {
+      sigaction(signals[i], &previous[i], nullptr);
+    }
+  }
+  wakeDescriptor = -1;
+  close(read_);
+  close(write_);
+}
+
+int SignalInterrupts::take() {
+  int count = 0;
+  char buffer[64];
+  ssize_t got = 0;
+  while ((got = read(read_, buffer, sizeof buffer)) > 0) {
+    count += static_cast<int>(got);
+  }
+  return count;
+}
+
+void survivePipeEnd() {
+  struct sigaction action {};
+  action.sa_handler = onPipeEnd;
+  action.sa_flags = SA_RESTART;
+  sigaction(SIGPIPE, &action, nullptr);
+}
+
+} // namespace trovik

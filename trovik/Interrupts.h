@@ -1,0 +1,38 @@
+#pragma once
+
+namespace trovik {
+
+/// The user's wish to stop, seen as a descriptor among others.
+class InterruptSource {
+public:
+  virtual ~InterruptSource() = default;
+  /// Readable (poll) when the user asked to stop; -1 when nobody can.
+  virtual int descriptor() const = 0;
+  /// How often the user asked since the last call.
+  virtual int take() = 0;
+};
+
+/// SIGINT, SIGTERM and SIGHUP of this process, while the object lives. A
+/// signal that was ignored when the program started (nohup) stays ignored.
+/// Handlers, not a signal mask: programs that are started meanwhile get the
+/// default dispositions back by themselves. At most one object at a time.
+class SignalInterrupts final : public InterruptSource {
+public:
+  SignalInterrupts();
+  ~SignalInterrupts() override;
+  SignalInterrupts(const SignalInterrupts&) = delete;
+  SignalInterrupts& operator=(const SignalInterrupts&) = delete;
+
+  int descriptor() const override { return read_; }
+  int take() override;
+
+private:
+  int read_ = -1;
+  int write_ = -1;
+};
+
+/// Writing to a pipe that nobody reads any more gives an error instead of
+/// ending this process. Programs that are started keep the default.
+void survivePipeEnd();
+
+} // namespace trovik

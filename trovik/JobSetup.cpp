@@ -1,0 +1,262 @@
+#include "trovik/JobSetup.h"
+
+#include "host/application/Expansion.h"
+#include "host/application/RenderJob.h"
+#include "host/foundation/Log.h"
+#include "trovik/Locations.h"
+#include "trovik/RunSet.h"
+#include "trovik/SceneSequence.h"
+#include "trovik/Text.h"
+#include "trovik/Types.h"
+#include "trovik/UsageError.h"
+
+#include <filesystem>
+#include <system_error>
+
+namespace trovik {
+namespace {
+
+constexpr const char* sceneNameFormat = "SceneNameFormat";
+constexpr const char* commandString = "CommandString";
+
+/// The names whose "$(" the host's own expansion from a map leaves alone.
+bool isEscapedByHost(const String& name) {
+  return String::EqualNoCase(name, p_Scene) || String::EqualNoCase(name, p_Name) ||
+         String::EqualNoCase(name, p_Executable) || String::EqualNoCase(name, sceneNameFormat);
+}
+
+/// Whether references in a parameter's value are left alone: picked files, and
+/// the names from outside that the host never expands.
+bool isPlain(const ParameterInfo* info, const String& name) {
+  if (info != nullptr && info->IsLiteral()) {
+    return true;
+  }
+  return isEscapedByHost(name);
+}
+
+bool exists(const Path& path) {
+  std::error_code error;
+  return std::filesystem::exists(path.Text().c_str(), error);
+}
+
+/// Whether a command line cannot do without a value of the parameter: it
+/// refers to it without one of the commands that make it optional.
+bool dependsOn(const String& command, std::string_view name) {
+  for (std::size_t at = command.find("$("); at != String::npos; at = command.find("$(", at + 2)) {
+    if (at > 0 && command[at - 1] == '$') {
+      continue;
+    }
+    const std::string_view rest = std::string_view(command).substr(at + 2);
+    const std::size_t end = rest.find_first_of(".)");
+    if (end == std::string_view::npos || !String::EqualNoCase(rest.substr(0, end), name)) {
+      continue;
+    }
+    const std::string_view commands = rest.substr(end, rest.find("$(") - end);
+    bool optional = false;
+    for (const char* word : {".default(", ".prefix(", ".suffix(", ".if("}) {
+      optional = optional || String(commands).Lower().find(word) != String::npos;
+    }
+    if (!optional) {
+      return true;
+    }
+  }
+  return false;
+}
+
+} // namespace
+
+JobSetup::JobSetup(const UID& type, DetectFunction detect)
+    : type_(type), detect_(std::move(detect)), job_(JobFactory::s_JobFactory->CreateJob(type)) {}
+
+void JobSetup::setScene(const std::string& scene) {
+  if (scene.empty()) {
+    throw UsageError{"the name of the scene is empty", "name the scene file"};
+  }
+  const Path path = absolutePath(scene);
+  if (!exists(path)) {
+    throw UsageError{"there is no scene file " + inQuotes(path.Text()), "check the name and the directory"};
+  }
+  store(findParameter(type_, p_Scene), path.Text(), "SCENE");
+}
+
+void JobSetup::set(const std::string& name, const std::string& value, const std::string& origin) {
+  const ParameterInfo& info = findParameter(type_, name);
+  if (info.Type() == ParameterInfo::k_Heading) {
+    throw UsageError{origin + ": " + inQuotes(info.Name) + " is a heading and has no value",
+                     "\"trovik type\" lists the parameters below it"};
+  }
+  if ((info.Flags & (ParameterInfo::k_ReadOnly | ParameterInfo::k_Internal)) != 0) {
+    throw UsageError{origin + ": this type does not let users set " + inQuotes(info.Name), "leave it out"};
+  }
+  if (String::EqualNoCase(info.Name, p_Scene)) {
+    setScene(value);
+    return;
+  }
+  String why;
+  if (!info.Accepts(value, why)) {
+    throw UsageError{origin + ": " + why, {}};
+  }
+  // A program may be named without its directory; it is then looked up along PATH.
+  const bool bareProgram = String::EqualNoCase(info.Name, p_Executable) && value.find('/') == std::string::npos;
+  const bool picked = info.Type() == ParameterInfo::k_File && !value.empty() && !bareProgram;
+  store(info, picked ? std::string(absolutePath(value).Text()) : value, origin);
+}
+
+void JobSetup::setOutputFolder(const std::string& folder) {
+  if (folder.empty()) {
+    throw UsageError{"--out: the name of the folder is empty", "name the folder for the images"};
+  }
+  const Path path = absolutePath(folder);
+  std::error_code error;
+  if (exists(path) && !std::filesystem::is_directory(path.Text().c_str(), error)) {
+    throw UsageError{"--out: " + inQuotes(path.Text()) + " is no folder", "name a folder; it is made where it is missing"};
+  }
+  store(findParameter(type_, p_OutputFolder), EscapeReferences(path.Text()), "--out");
+}
+
+void JobSetup::store(const ParameterInfo& info, const std::string& value, const std::string& origin) {
+  if (!job_->SetParameter(info.Name, value)) {
+    throw UsageError{origin + ": a job of this type does not take " + inQuotes(info.Name), "leave it out"};
+  }
+  fixed_.insert(info.Name);
+  filled_.erase(info.Name);
+  detect(info.Name);
+}
+
+void JobSetup::detect(const String& changed) {
+  const JobTypeInfo& description = *JobFactory::s_JobFactory->GetTypeInfo(type_, false);
+  std::map<String, String> before;
+  for (std::size_t i = 0; i < description.ParamCount(); ++i) {
+    const ParameterInfo& info = *description.GetParam(static_cast<unsigned long>(i));
+    if (info.Type() != ParameterInfo::k_Heading) {
+      const String value = job_->GetParameterOrOption(info.Name, true, true);
+      // The map tells no kinds, so picked files are written such that rules
+      // that use them leave a "$(" in them alone.
+      before[info.Name] = isPlain(&info, info.Name) && !isEscapedByHost(info.Name) ? EscapeReferences(value) : value;
+    }
+  }
+  std::map<String, String> after = before;
+  orRefuse("detection for " + changed + " failed: ", "the type's [AutoDetect] section may be wrong",
+           [&] { detect_(type_, changed, after); });
+  for (const auto& [name, value] : after) {
+    const auto old = before.find(name);
+    if (old != before.end() ? old->second == value : value.empty()) {
+      continue;
+    }
+    if (fixed_.contains(name)) {
+      continue;
+    }
+    const ParameterInfo* info = description.GetParam(name);
+    const String& canonical = info == nullptr ? name : info->Name;
+    if (!job_->SetParameter(canonical, fromDetection(info, canonical, value, changed))) {
+      LogWarning("the [AutoDetect] rules of " + inQuotes(typeTitle(type_)) + " for " + inQuotes(changed) + " fill " +
+                 inQuotes(name) + ", which the type does not have");
+      continue;
+    }
+    if (value.empty()) {
+      filled_.erase(canonical);
+    } else {
+      filled_.insert(canonical);
+    }
+  }
+}
+
+/// What detection wrote as a parameter's value. Rules write texts with
+/// references, so that names from outside have "$$(" for "$("; parameters that
+/// are never expanded take the plain text. The pattern and the name of a scene
+/// sequence are cut from the scene itself and are plain already.
+String JobSetup::fromDetection(const ParameterInfo* info, const String& name, const String& value,
+                               const String& changed) const {
+  if (!isPlain(info, name)) {
+    return value;
+  }
+  if (String::EqualNoCase(changed, p_Scene)) {
+    const Path scene(job_->GetParameterOrOption(p_Scene, true, true));
+    const bool cutFromScene =
+        String::EqualNoCase(name, p_Name) ? scene.Leaf(true).starts_with(value)
+               : String::EqualNoCase(name, sceneNameFormat) && value.starts_with(scene.Branch(true, false));
+    if (cutFromScene) {
+      return value;
+    }
+  }
+  return UnescapeReferences(value);
+}
+
+std::vector<FilledParameter> JobSetup::filled() const {
+  std::vector<FilledParameter> result;
+  const JobTypeInfo& description = *JobFactory::s_JobFactory->GetTypeInfo(type_, false);
+  for (std::size_t i = 0; i < description.ParamCount(); ++i) {
+    const String& name = description.GetParam(static_cast<unsigned long>(i))->Name;
+    String value;
+    if (filled_.contains(name) && job_->GetParameter(name, value)) {
+      result.push_back({name, value});
+    }
+  }
+  return result;
+}
+
+void JobSetup::check() const {
+  checkScene();
+  if (!job_->IsValid()) {
+    throw UsageError{job_->Get(p_Note, true),
+                     "set it with --set NAME=VALUE; \"trovik type\" lists the parameters"};
+  }
+  orRefuse("", "", [&] { return job_->DoGetDistributor(); });
+  if (const String format = job_->GetParameterOrOption(sceneNameFormat, true, true); !format.empty()) {
+    checkSequence(format);
+  }
+}
+
+void JobSetup::checkScene() const {
+  if (!job_->GetParameterOrOption(p_Scene, true, true).empty()) {
+    return;
+  }
+  const String command = job_->GetParameterOrOption(commandString, true, true);
+  const bool sequence = !job_->GetParameterOrOption(sceneNameFormat, true, true).empty();
+  if (dependsOn(command, p_Scene) || (!sequence && dependsOn(command, "ActualScene"))) {
+    throw UsageError{inQuotes(typeTitle(type_)) + " needs a scene file",
+                     "name it after the type: trovik run TYPE SCENE"};
+  }
+}
+
+void JobSetup::checkSequence(const String& format) const {
+  const std::unique_ptr<Distributor> works = job_->DoGetDistributor();
+  FrameRun run;
+  bool hasFrames = false;
+  RunSet missing;
+  Path firstMissing;
+  while (works->Next(run, hasFrames)) {
+    if (!hasFrames) {
+      throw UsageError{"the scene is a sequence of files, but there is no frame range", "add --range, such as 1-24"};
+    }
+    if (run.First < 0) {
+      throw UsageError{"a sequence of scene files cannot have negative frames such as " + std::to_string(run.First) +
+                           ": the range text of a work has no place for their sign",
+                       "choose frames from 0 on with --range"};
+    }
+    for (std::int64_t frame = run.First; frame <= run.Last; ++frame) {
+      const Path scene = sequenceScene(format, static_cast<int>(frame));
+      if (!exists(scene)) {
+        firstMissing = missing.empty() ? scene : firstMissing;
+        missing.add({static_cast<int>(frame), static_cast<int>(frame)});
+      }
+    }
+  }
+  if (!missing.empty()) {
+    const std::size_t count = missing.count();
+    throw UsageError{counted(count, "frame") + " of the range " + (count == 1 ? "has" : "have") +
+                         " no scene file: " + missing.text(20) + " (the first would be " +
+                         inQuotes(firstMissing.Text()) + ")",
+                     "choose the frames that exist with --range"};
+  }
+}
+
+std::pair<std::string, std::string> splitAssignment(const std::string& text) {
+  const std::size_t equals = text.find('=');
+  if (equals == std::string::npos || equals == 0) {
+    throw UsageError{"--set takes NAME=VALUE, not " + inQuotes(text), "write, for example, --set PacketSize=4"};
+  }
+  return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
+} // namespace trovik

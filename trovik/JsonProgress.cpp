@@ -1,0 +1,94 @@
+#include "trovik/JsonProgress.h"
+
+#include "trovik/Json.h"
+
+namespace trovik {
+namespace {
+
+Json eventOf(const char* kind, const WorkInfo& work) {
+  Json event = jsonOfKind(kind);
+  event["frames"] = work.hasFrames ? Json(work.title()) : Json(nullptr);
+  event["attempt"] = work.attempt;
+  event["attempts"] = work.attempts;
+  return event;
+}
+
+double secondsOf(Duration duration) {
+  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(duration);
+  return static_cast<double>(milliseconds.count()) / 1000;
+}
+
+Json textOrNull(const std::string& text) { return text.empty() ? Json(nullptr) : Json(text); }
+
+} // namespace
+
+void JsonProgress::runStarted(const RunInfo& info) {
+  Json event = jsonOfKind("run.started");
+  event["type"] = info.type;
+  event["scene"] = textOrNull(info.scene);
+  event["range"] = info.hasFrames ? Json(info.range) : Json(nullptr);
+  event["frames"] = info.hasFrames ? Json(info.frames) : Json(nullptr);
+  event["works"] = info.works;
+  event["slots"] = info.slots;
+  event["logs"] = textOrNull(info.logs.Text());
+  console_.print(jsonLine(event));
+}
+
+void JsonProgress::workStarted(const WorkInfo& work) { console_.print(jsonLine(eventOf("work.started", work))); }
+
+void JsonProgress::image(const WorkInfo& work, const Path& file) {
+  Json event = eventOf("work.image", work);
+  event["file"] = file.Text();
+  console_.print(jsonLine(event));
+}
+
+void JsonProgress::workEnded(const WorkInfo& work, const WorkResult& result) {
+  const char* kind = result.verdict == Verdict::Good     ? "work.finished"
+                     : result.verdict == Verdict::Failed ? "work.failed"
+                                                         : "work.canceled";
+  Json event = eventOf(kind, work);
+  event["seconds"] = secondsOf(result.duration);
+  event["log"] = textOrNull(result.log.Text());
+  if (result.verdict == Verdict::Failed) {
+    event["reason"] = result.reason;
+    event["lines"] = result.lines;
+    event["again"] = result.again;
+  }
+  console_.print(jsonLine(event));
+}
+
+void JsonProgress::interrupted(int times, std::size_t running) {
+  Json event = jsonOfKind("run.interrupted");
+  event["times"] = times;
+  event["running"] = running;
+  console_.print(jsonLine(event));
+}
+
+void JsonProgress::runEnded(const RunSummary& summary) {
+  Json event = jsonOfKind("run.summary");
+  event["interrupted"] = summary.interrupted;
+  event["seconds"] = secondsOf(summary.duration);
+  event["works"] = {
+      {"good", summary.goodWorks}, {"failed", summary.failedWorks}, {"notDone", summary.notDoneWorks}};
+  event["frames"] = nullptr;
+  if (summary.info.hasFrames) {
+    event["frames"] = {{"good", summary.good.text()},
+                       {"failed", summary.failed.text()},
+                       {"notDone", summary.notDone.text()}};
+  }
+  event["failures"] = Json::array();
+  for (const FailureGroup& group : summary.failures) {
+    event["failures"].push_back({{"frames", summary.info.hasFrames ? Json(group.frames.text()) : Json(nullptr)},
+                                 {"works", group.works},
+                                 {"reason", group.reason},
+                                 {"log", textOrNull(group.log.Text())}});
+  }
+  event["images"] = Json::array();
+  for (const auto& [directory, count] : summary.images) {
+    event["images"].push_back({{"directory", directory}, {"count", count}});
+  }
+  event["logs"] = textOrNull(summary.info.logs.Text());
+  console_.print(jsonLine(event));
+}
+
+} // namespace trovik

@@ -1,0 +1,121 @@
+#include "trovik/Locations.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace trovik {
+namespace {
+
+bool isDirectory(const Path& path) {
+  std::error_code error;
+  return std::filesystem::is_directory(path.Text().c_str(), error);
+}
+
+void appendIfNew(std::vector<Path>& paths, const Path& path) {
+  std::error_code error;
+  const std::filesystem::path real = std::filesystem::canonical(path.Text().c_str(), error);
+  Path clean = error ? path : Path(real.string());
+  if (std::find(paths.begin(), paths.end(), clean) == paths.end()) {
+    paths.push_back(std::move(clean));
+  }
+}
+
+} // namespace
+
+std::optional<std::string> environmentVariable(const char* name) {
+  const char* value = std::getenv(name);
+  if (value == nullptr || *value == '\0') {
+    return std::nullopt;
+  }
+  return value;
+}
+
+Locations::Locations(EnvironmentLookup environment, Path executable)
+    : environment_(std::move(environment)), executable_(std::move(executable)) {}
+
+Path Locations::home(const char* variable, const char* belowHome) const {
+  // A relative path in an XDG variable is to be ignored, by their definition.
+  if (const auto value = environment_(variable); value && value->front() == '/') {
+    return {*value};
+  }
+  Path base(environment_("HOME").value_or("/"));
+  return base /= String(belowHome);
+}
+
+Path Locations::settings() const { return home("XDG_CONFIG_HOME", ".config") /= "trovik/settings.ini"; }
+Path Locations::options() const { return home("XDG_CONFIG_HOME", ".config") /= "trovik/options.ini"; }
+Path Locations::runs() const { return home("XDG_STATE_HOME", ".local/state") /= "trovik/runs"; }
+
+std::vector<Path> Locations::defaultModulePath() const {
+  std::vector<Path> candidates = {home("XDG_DATA_HOME", ".local/share") /= "trovik/modules"};
+  Path root = executable_.Branch(true, true);
+  root = root.Branch(true, true);
+  // Distributions keep libraries in lib/<architecture>.
+  Path libraries = root;
+  libraries /= "lib";
+  std::vector<Path> architectures;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(libraries.Text().c_str(), error)) {
+    architectures.emplace_back(entry.path().string() + "/trovik/modules");
+  }
+  std::sort(architectures.begin(), architectures.end());
+  candidates.insert(candidates.end(), architectures.begin(), architectures.end());
+  candidates.emplace_back(libraries /= "trovik/modules");
+  candidates.emplace_back(root /= "modules");
+
+  std::vector<Path> path;
+  for (const Path& candidate : candidates) {
+    if (isDirectory(candidate)) {
+      appendIfNew(path, candidate);
+    }
+  }
+  return path;
+}
+
+std::vector<Path> Locations::modulePath(const std::string& text, std::vector<Path>& missing) const {
+  std::vector<Path> path;
+  std::size_t begin = 0;
+  while (begin <= text.size()) {
+    const std::size_t end = std::min(text.find(':', begin), text.size());
+    if (end == begin) {
+      for (const Path& directory : defaultModulePath()) {
+        appendIfNew(path, directory);
+      }
+    } else {
+      const Path directory = absolutePath(text.substr(begin, end - begin));
+      if (isDirectory(directory)) {
+        appendIfNew(path, directory);
+      } else {
+        missing.push_back(directory);
+      }
+    }
+    begin = end + 1;
+  }
+  return path;
+}
+
+Path ownExecutable() {
+  std::error_code error;
+  return {std::filesystem::read_symlink("/proc/self/exe", error).string()};
+}
+
+Path absolutePath(const std::string& path) {
+  std::string rest = path;
+  while (rest.starts_with("./")) {
+    rest.erase(0, std::min(rest.find_first_not_of('/', 1), rest.size()));
+  }
+  if (!rest.empty() && rest.front() == '/') {
+    return {rest};
+  }
+  std::error_code error;
+  Path absolute(std::filesystem::current_path(error).string());
+  if (!rest.empty() && rest != ".") {
+    absolute /= String(rest);
+  }
+  return absolute;
+}
+
+} // namespace trovik

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "host/foundation/Path.h"
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace trovik {
+
+/// Looks up an environment variable; nothing where it is unset or empty.
+using EnvironmentLookup = std::function<std::optional<std::string>(const char* name)>;
+std::optional<std::string> environmentVariable(const char* name);
+
+/// Where the program looks for things and keeps them.
+class Locations {
+public:
+  /// `executable` is the program's own file; the installed modules are found
+  /// from it.
+  Locations(EnvironmentLookup environment, Path executable);
+
+  /// $XDG_CONFIG_HOME/trovik/settings.ini and options.ini.
+  Path settings() const;
+  Path options() const;
+
+  /// $XDG_STATE_HOME/trovik/runs: one directory a run, with the logs.
+  Path runs() const;
+
+  /// The directories where modules and types are looked for when nobody says
+  /// otherwise: the user's own, the installed ones, those of a build tree.
+  /// Only those that exist.
+  std::vector<Path> defaultModulePath() const;
+
+  /// A module path as users write it: directories between colons; an empty
+  /// one stands for the default path. Directories that do not exist are put
+  /// into `missing`.
+  std::vector<Path> modulePath(const std::string& text, std::vector<Path>& missing) const;
+
+private:
+  Path home(const char* variable, const char* belowHome) const;
+
+  EnvironmentLookup environment_;
+  Path executable_;
+};
+
+/// The program's own file.
+Path ownExecutable();
+
+/// A path made absolute against the current directory; a leading "./" is
+/// dropped. Links and ".." stay as they are.
+Path absolutePath(const std::string& path);
+
+} // namespace trovik

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "trovik/Console.h"
+#include "trovik/RunEvents.h"
+
+namespace trovik {
+
+/// One line an event, for pipes and files: started, image, finished, failed.
+class PlainProgress final : public RunEvents {
+public:
+  explicit PlainProgress(Console& console) : console_(console) {}
+
+  void runStarted(const RunInfo& info) override;
+  void workStarted(const WorkInfo& work) override;
+  void image(const WorkInfo& work, const Path& file) override;
+  void workEnded(const WorkInfo& work, const WorkResult& result) override;
+  void interrupted(int times, std::size_t running) override;
+  void runEnded(const RunSummary& summary) override;
+
+private:
+  Console& console_;
+};
+
+} // namespace trovik

@@ -1,0 +1,95 @@
+#include "trovik/Program.h"
+
+#include "host/foundation/Exception.h"
+#include "host/foundation/Log.h"
+#include "trovik/Interrupts.h"
+#include "trovik/Options.h"
+#include "trovik/Text.h"
+#include "trovik/UsageError.h"
+#include "trovik/Verbs.h"
+
+#include <algorithm>
+#include <exception>
+#include <map>
+#include <memory>
+#include <unistd.h>
+
+namespace trovik {
+namespace {
+
+/// A message with a head before its first line; every line of it, which may
+/// hold names from outside, made visible.
+std::string message(const Console& console, Colour colour, const std::string& head, const std::string& text) {
+  std::string out = console.colouredError(colour, head);
+  for (std::size_t begin = 0; begin <= text.size();) {
+    const std::size_t end = std::min(text.find('\n', begin), text.size());
+    out += (begin == 0 ? " " : "") + console.shownError(text.substr(begin, end - begin)) + '\n';
+    begin = end + 1;
+  }
+  return out;
+}
+
+void printRefusal(Console& console, const UsageError& error) {
+  std::string text = message(console, Colour::Red, "trovik: error:", error.message);
+  if (!error.hint.empty()) {
+    text += message(console, Colour::Plain, "hint:", error.hint);
+  }
+  console.printError(text);
+}
+
+void sendLogTo(Console& console, int verbosity) {
+  SetLogLevel(verbosity == 0 ? LogLevel::Warning : verbosity == 1 ? LogLevel::Info : LogLevel::Debug);
+  SetLogSink([&console](LogLevel level, const String& text) {
+    switch (level) {
+    case LogLevel::Error:
+      console.printError(message(console, Colour::Red, "trovik: error:", text));
+      break;
+    case LogLevel::Warning:
+      console.printError(message(console, Colour::Yellow, "trovik: warning:", text));
+      break;
+    default:
+      console.printError(message(console, Colour::Faint, level == LogLevel::Info ? "trovik:" : "trovik: debug:", text));
+    }
+  });
+}
+
+int callVerb(const Options& options, Console& console) {
+  static const std::map<std::string, int (*)(Session&)> verbs = {
+      {"types", listTypes}, {"type", describeType}, {"detect", detectScene}, {"find", findProgram}, {"run", runJob}};
+  Session session(options, console);
+  return verbs.at(options.verb)(session);
+}
+
+} // namespace
+
+int runProgram(int count, char** arguments) {
+  survivePipeEnd();
+  const auto makeConsole = [](ColourChoice choice) {
+    return std::make_unique<Console>(descriptorWriter(STDOUT_FILENO), descriptorWriter(STDERR_FILENO),
+                                     standardTraits(choice), standardWidth);
+  };
+  std::unique_ptr<Console> console = makeConsole(ColourChoice::Auto);
+  int code = exitUsage;
+  try {
+    const ParsedLine line =
+        parseCommandLine({arguments + 1, arguments + count}, std::min<std::size_t>(console->layoutWidth(), 100));
+    console = makeConsole(line.options.colour);
+    sendLogTo(*console, line.options.verbosity);
+    if (line.text) {
+      console->print(*line.text);
+      code = exitGood;
+    } else {
+      code = callVerb(line.options, *console);
+    }
+  } catch (const UsageError& error) {
+    printRefusal(*console, error);
+  } catch (Exception* exception) {
+    printRefusal(*console, {takeText(exception), {}});
+  } catch (const std::exception& exception) {
+    printRefusal(*console, {exception.what(), {}});
+  }
+  SetLogSink({});
+  return code;
+}
+
+} // namespace trovik

@@ -1,0 +1,121 @@
+#include "trovik/ProgressText.h"
+
+#include "trovik/Text.h"
+
+namespace trovik {
+namespace {
+
+constexpr std::size_t rangesShown = 20;  // runs of frames in one line
+constexpr std::size_t reasonsShown = 20; // different reasons in a summary
+
+std::string framesOrWork(const RunInfo& info, std::size_t count) {
+  return info.hasFrames ? counted(count, "frame") : counted(count, "work");
+}
+
+/// "23 of 24 frames good, 1 failed".
+std::string countsText(const Console& console, const RunSummary& summary) {
+  const bool frames = summary.info.hasFrames;
+  const std::size_t good = frames ? summary.good.count() : summary.goodWorks;
+  const std::size_t failed = frames ? summary.failed.count() : summary.failedWorks;
+  const std::size_t notDone = frames ? summary.notDone.count() : summary.notDoneWorks;
+  const std::size_t total = good + failed + notDone;
+  std::string text = good == total ? (total == 1 ? framesOrWork(summary.info, 1) : "all " + framesOrWork(summary.info, total))
+                                   : std::to_string(good) + " of " + framesOrWork(summary.info, total);
+  text = console.coloured(summary.allGood() ? Colour::Green : Colour::Bold, text + " good");
+  if (failed > 0) {
+    text += ", " + console.coloured(Colour::Red, std::to_string(failed) + " failed");
+  }
+  if (notDone > 0) {
+    text += ", " + console.coloured(Colour::Yellow, std::to_string(notDone) + " not done");
+  }
+  return text;
+}
+
+} // namespace
+
+std::string startText(const Console& console, const RunInfo& info) {
+  std::string text = console.coloured(Colour::Bold, console.shown(info.type)) + ": ";
+  text += framesOrWork(info, info.frames);
+  if (info.hasFrames) {
+    text += " (" + cutToWidth(info.range, 60) + ")";
+    if (info.works != info.frames) {
+      text += " in " + counted(info.works, "work");
+    }
+  }
+  text += " on " + counted(info.slots, "slot") + '\n';
+  if (!info.scene.empty()) {
+    text += "scene  " + console.shown(info.scene) + '\n';
+  }
+  if (!info.logs.empty()) {
+    text += "logs  " + console.shown(info.logs.Text()) + '\n';
+  }
+  return text;
+}
+
+std::string imageText(const Console& console, const Path& file) {
+  return "image  " + console.shown(file.Text()) + '\n';
+}
+
+std::string failureText(const Console& console, const WorkInfo& work, const WorkResult& result) {
+  std::string text = console.coloured(Colour::Red, "failed") + "  " + work.title() + "  ";
+  if (work.attempts > 1) {
+    text += "attempt " + std::to_string(work.attempt) + " of " + std::to_string(work.attempts) + ": ";
+  }
+  text += console.shown(result.reason) + '\n';
+  for (const std::string& line : result.lines) {
+    text += console.coloured(Colour::Faint, "  | " + console.shown(line)) + '\n';
+  }
+  if (!result.log.empty()) {
+    text += "  log  " + console.shown(result.log.Text()) + '\n';
+  }
+  if (result.again) {
+    text += "  it will be tried again\n";
+  }
+  return text;
+}
+
+std::string summaryText(const Console& console, const RunSummary& summary) {
+  const RunInfo& info = summary.info;
+  std::string text = summary.interrupted ? console.coloured(Colour::Yellow, "stopped") + ": " : std::string();
+  text += countsText(console, summary) + ", in " + durationText(summary.duration) + '\n';
+  std::size_t shown = 0;
+  for (const FailureGroup& group : summary.failures) {
+    if (shown == reasonsShown) {
+      text += "  and " + counted(summary.failures.size() - shown, "further reason") + '\n';
+      break;
+    }
+    const std::string frames = info.hasFrames ? group.frames.text(rangesShown) : "work";
+    text += console.coloured(Colour::Red, "failed") + "  " + frames + "  " + console.shown(group.reason) + '\n';
+    ++shown;
+  }
+  if (info.hasFrames && !summary.notDone.empty()) {
+    text += console.coloured(Colour::Yellow, "not done") + "  " + summary.notDone.text(rangesShown) + '\n';
+  }
+  for (const auto& [directory, count] : summary.images) {
+    text += "images  " + std::to_string(count) + " in " + console.shown(directory) + '\n';
+  }
+  if (!summary.allGood()) {
+    if (!info.logs.empty()) {
+      text += "logs  " + console.shown(info.logs.Text()) + '\n';
+    }
+    RunSet again = summary.failed;
+    again.add(summary.notDone);
+    if (!again.empty() && summary.goodWorks > 0) {
+      text += "To do the rest, give the same command with --range " + again.text() + '\n';
+    }
+  }
+  return text;
+}
+
+std::string interruptText(const Console& console, int times, std::size_t running) {
+  if (times > 1) {
+    return console.coloured(Colour::Yellow, "stopping") + "  killing what still runs\n";
+  }
+  if (running == 0) {
+    return console.coloured(Colour::Yellow, "stopping") + '\n';
+  }
+  return console.coloured(Colour::Yellow, "stopping") + "  asked " + counted(running, "program") +
+         " to end; once more kills at once\n";
+}
+
+} // namespace trovik

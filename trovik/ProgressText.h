@@ -1,0 +1,29 @@
+#pragma once
+
+#include "trovik/Console.h"
+#include "trovik/RunEvents.h"
+
+#include <string>
+
+namespace trovik {
+
+// The texts that the readers for people share. Each is whole lines, ready for
+// one print.
+
+/// What is going to be done: type, frames, slots, scene and logs.
+std::string startText(const Console& console, const RunInfo& info);
+
+/// "image  /shots/a.0001.png".
+std::string imageText(const Console& console, const Path& file);
+
+/// What failed and why, with the lines of its output that tell more.
+std::string failureText(const Console& console, const WorkInfo& work, const WorkResult& result);
+
+/// The end of a run: what is good, what failed and why, what is not done,
+/// where images and logs are, and what to do next.
+std::string summaryText(const Console& console, const RunSummary& summary);
+
+/// The answer to a first or further wish to stop.
+std::string interruptText(const Console& console, int times, std::size_t running);
+
+} // namespace trovik

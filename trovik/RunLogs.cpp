@@ -1,0 +1,84 @@
+#include "trovik/RunLogs.h"
+
+#include "host/foundation/Log.h"
+#include "trovik/Text.h"
+#include "trovik/UsageError.h"
+
+#include <cerrno>
+#include <ctime>
+#include <fcntl.h>
+#include <filesystem>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace trovik {
+namespace {
+
+class AttemptLogFile final : public AttemptLog {
+public:
+  explicit AttemptLogFile(Path file)
+      : file_(std::move(file)), descriptor_(open(file_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
+    if (descriptor_ < 0) {
+      giveUp();
+    }
+  }
+  ~AttemptLogFile() override {
+    if (descriptor_ >= 0) {
+      close(descriptor_);
+    }
+  }
+  AttemptLogFile(const AttemptLogFile&) = delete;
+  AttemptLogFile& operator=(const AttemptLogFile&) = delete;
+
+  void write(std::string_view bytes) override {
+    while (descriptor_ >= 0 && !bytes.empty()) {
+      const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
+      if (written > 0) {
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+      } else if (written == 0 || errno != EINTR) {
+        giveUp();
+        close(descriptor_);
+        descriptor_ = -1;
+      }
+    }
+  }
+  Path file() const override { return file_; }
+
+private:
+  void giveUp() const {
+    LogWarning("cannot write the log " + inQuotes(file_.Text()) + ": " +
+               std::error_code(errno, std::generic_category()).message());
+  }
+
+  Path file_;
+  int descriptor_;
+};
+
+} // namespace
+
+RunLogDirectory::RunLogDirectory(Path directory) : directory_(std::move(directory)) {
+  std::error_code error;
+  std::filesystem::create_directories(directory_.Text().c_str(), error);
+  if (error) {
+    throw UsageError{"cannot make the folder for the logs " + inQuotes(directory_.Text()) + ": " + error.message(),
+                     "choose another with --log-dir"};
+  }
+}
+
+std::unique_ptr<AttemptLog> RunLogDirectory::open(const std::string& name, int attempt) {
+  Path file = directory_;
+  file /= String(name + (attempt > 1 ? ".attempt" + std::to_string(attempt) : "") + ".log");
+  return std::make_unique<AttemptLogFile>(file);
+}
+
+std::string runDirectoryName() {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  char text[64];
+  const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%d-%H%M%S", &local);
+  return std::string(text, length) + '-' + std::to_string(getpid());
+}
+
+} // namespace trovik

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "host/foundation/Path.h"
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace trovik {
+
+/// The output of one attempt, kept byte for byte.
+class AttemptLog {
+public:
+  virtual ~AttemptLog() = default;
+  virtual void write(std::string_view bytes) = 0;
+  /// Where it can be read; empty when it is kept nowhere.
+  virtual Path file() const = 0;
+};
+
+/// Where the logs of a run go.
+class RunLogs {
+public:
+  virtual ~RunLogs() = default;
+  /// A log for an attempt; `name` is the work's ("7-9", "work"). Never null.
+  virtual std::unique_ptr<AttemptLog> open(const std::string& name, int attempt) = 0;
+};
+
+/// Logs as files of one directory: "7-9.log", for a further attempt
+/// "7-9.attempt2.log". A log that cannot be written (a full disk) costs a
+/// warning, never the work.
+class RunLogDirectory final : public RunLogs {
+public:
+  /// Makes the directory and those above it. Throws a UsageError when it
+  /// cannot.
+  explicit RunLogDirectory(Path directory);
+
+  std::unique_ptr<AttemptLog> open(const std::string& name, int attempt) override;
+  const Path& directory() const { return directory_; }
+
+private:
+  Path directory_;
+};
+
+/// A name for the directory of a run that starts now: date, time and process.
+std::string runDirectoryName();
+
+} // namespace trovik

@@ -1,0 +1,58 @@
+#include "trovik/RunSet.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <iterator>
+
+namespace trovik {
+
+void RunSet::add(const FrameRun& run) {
+  if (run.First > run.Last) {
+    return;
+  }
+  int first = run.First;
+  int last = run.Last;
+  auto next = runs_.upper_bound(first);
+  if (next != runs_.begin() && std::int64_t{std::prev(next)->second} + 1 >= first) {
+    next = std::prev(next);
+  }
+  while (next != runs_.end() && next->first <= std::int64_t{last} + 1) {
+    first = std::min(first, next->first);
+    last = std::max(last, next->second);
+    count_ -= static_cast<std::size_t>(std::int64_t{next->second} - next->first + 1);
+    next = runs_.erase(next);
+  }
+  runs_.emplace(first, last);
+  count_ += static_cast<std::size_t>(std::int64_t{last} - first + 1);
+}
+
+void RunSet::add(const RunSet& other) {
+  for (const auto& [first, last] : other.runs_) {
+    add({first, last});
+  }
+}
+
+std::string RunSet::text(std::size_t limit) const {
+  std::string out;
+  std::size_t written = 0;
+  std::size_t told = 0;
+  for (const auto& [first, last] : runs_) {
+    if (limit != 0 && written == limit) {
+      return out + " and " + std::to_string(count_ - told) + " more";
+    }
+    if (written != 0) {
+      out += ',';
+    }
+    out += runText({first, last});
+    told += static_cast<std::size_t>(std::int64_t{last} - first + 1);
+    ++written;
+  }
+  return out;
+}
+
+std::string runText(const FrameRun& run) {
+  return run.First == run.Last ? std::to_string(run.First)
+                               : std::to_string(run.First) + '-' + std::to_string(run.Last);
+}
+
+} // namespace trovik

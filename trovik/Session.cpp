@@ -1,0 +1,112 @@
+#include "trovik/Session.h"
+
+#include "host/application/Application.h"
+#include "host/foundation/Log.h"
+#include "trovik/Text.h"
+#include "trovik/UsageError.h"
+
+#include <filesystem>
+#include <system_error>
+
+namespace trovik {
+namespace {
+
+/// The file that a flag or variable names, which must then exist, or the
+/// usual one, which need not.
+Path chosenFile(const char* flag, const std::optional<std::string>& fromFlag, const char* variable, const Path& usual) {
+  std::string origin = flag;
+  std::optional<std::string> named = fromFlag;
+  if (!named) {
+    origin = variable;
+    named = environmentVariable(variable);
+  }
+  if (!named) {
+    return usual;
+  }
+  const Path file = absolutePath(*named);
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(file.Text().c_str(), error)) {
+    throw UsageError{origin + ": there is no file " + inQuotes(file.Text()), "check the name, or leave it out"};
+  }
+  return file;
+}
+
+} // namespace
+
+Session::Session(const Options& options, Console& console)
+    : options_(options), console_(console), locations_(environmentVariable, ownExecutable()) {
+  loadSettings();
+  loadModules();
+}
+
+Session::~Session() { modules_.Unload(); }
+
+void Session::loadSettings() const {
+  const Path settings = chosenFile("--settings", options_.settings, "TROVIK_SETTINGS", locations_.settings());
+  const Path options = chosenFile("--options", options_.options, "TROVIK_OPTIONS", locations_.options());
+  orRefuse("", "", [&] { Application::the_Application->LoadSettings(settings, options); });
+}
+
+void Session::loadModules() {
+  std::vector<Path> missing;
+  if (options_.modulePath) {
+    modulePath_ = locations_.modulePath(*options_.modulePath, missing);
+    if (!missing.empty()) {
+      throw UsageError{"--module-path: there is no directory " + inQuotes(missing.front().Text()), "check the name"};
+    }
+  } else if (const auto path = environmentVariable("TROVIK_MODULE_PATH")) {
+    modulePath_ = locations_.modulePath(*path, missing);
+    for (const Path& directory : missing) {
+      LogWarning("TROVIK_MODULE_PATH: there is no directory " + inQuotes(directory.Text()));
+    }
+  } else {
+    modulePath_ = locations_.defaultModulePath();
+  }
+  for (const Path& directory : modulePath_) {
+    LogInfo("modules and types are looked for in " + directory.Text());
+  }
+  const int loaded = loadQuietly();
+  if (loaded == 0) {
+    std::vector<std::string> searched;
+    for (const Path& directory : modulePath_) {
+      searched.push_back(inQuotes(directory.Text()));
+    }
+    throw UsageError{"no module was found" + (searched.empty() ? "" : " in " + joined(searched, ", ")),
+                     "an empty directory in the module path stands for the usual ones: --module-path DIR:"};
+  }
+}
+
+/// A type file of the user's own directory takes the place of an installed one
+/// with the same ID. The module warns about the one that is left out; who did
+/// that on purpose need not hear it each time.
+int Session::loadQuietly() {
+  std::vector<String> replaced;
+  const LogSink usual = SetLogSink({});
+  SetLogSink([&](LogLevel level, const String& text) {
+    if (text.find("specifices a type ID that is already in use by") != String::npos) {
+      replaced.push_back(text);
+    } else if (usual) {
+      usual(level, text);
+    }
+  });
+  int loaded = 0;
+  try {
+    loaded = orRefuse("", "", [&] { return modules_.Load(modulePath_); });
+  } catch (const UsageError&) {
+    SetLogSink(usual);
+    throw;
+  }
+  SetLogSink(usual);
+  for (const String& text : replaced) {
+    LogInfo(text);
+  }
+  return loaded;
+}
+
+DetectFunction Session::detection() const {
+  return [this](const UID& type, const String& changed, std::map<String, String>& values) {
+    modules_.AutoDetect(type, changed, values);
+  };
+}
+
+} // namespace trovik

@@ -1,0 +1,52 @@
+#include "trovik/Json.h"
+#include "trovik/JobSetup.h"
+#include "trovik/SceneSequence.h"
+#include "trovik/Text.h"
+#include "trovik/Types.h"
+#include "trovik/UsageError.h"
+#include "trovik/Verbs.h"
+
+#include <algorithm>
+
+namespace trovik {
+
+int detectScene(Session& session) {
+  const Options& options = session.options();
+  Console& console = session.console();
+  const UID type = findType(*options.type);
+  JobSetup setup(type, session.detection());
+  setup.setScene(*options.scene);
+  const Path scene(setup.job()->GetParameterOrOption(p_Scene, true, true));
+  const std::vector<FilledParameter> filled = setup.filled();
+  const bool sequence = !setup.job()->GetParameterOrOption("SceneNameFormat", true, true).empty();
+  const std::string why = sequence ? std::string() : whyNoSequence(type, scene);
+
+  if (options.json) {
+    Json document = jsonOfKind("detect");
+    document["type"] = typeTitle(type);
+    document["scene"] = scene.Text();
+    document["sequence"] = sequence;
+    document["reason"] = sequence ? Json(nullptr) : Json(why);
+    document["filled"] = Json::object();
+    for (const FilledParameter& parameter : filled) {
+      document["filled"][parameter.name] = parameter.value;
+    }
+    console.print(jsonDocument(document));
+    return exitGood;
+  }
+  std::size_t width = 0;
+  for (const FilledParameter& parameter : filled) {
+    width = std::max(width, displayWidth(console.shown(parameter.name)));
+  }
+  std::string text;
+  for (const FilledParameter& parameter : filled) {
+    text += padded(console.shown(parameter.name), width) + "  " + console.shown(parameter.value) + '\n';
+  }
+  if (!sequence) {
+    text += "no scene sequence: " + why + '\n';
+  }
+  console.print(text);
+  return exitGood;
+}
+
+} // namespace trovik

@@ -1,0 +1,3 @@
+#include "trovik/Program.h"
+
+int main(int count, char** arguments) { return trovik::runProgram(count, arguments); }
