@@ -23,6 +23,7 @@ struct Conversion {
   int Width = 0;
   int Precision = -1;
   char Letter = 0;
+  bool Fits = true;    // its "*" met fitting arguments
   std::size_t End = 0; // index behind the letter
 };
 
@@ -62,7 +63,7 @@ private:
     case 'n': // would write to memory: does nothing
       break;
     default:
-      if (m_Used >= m_Count || !Write(conversion, m_Arguments[m_Used])) {
+      if (!conversion.Fits || m_Used >= m_Count || !Write(conversion, m_Arguments[m_Used])) {
         m_Result.append(asWritten);
       }
       m_Used = std::min(m_Used + 1, m_Count);
@@ -81,7 +82,8 @@ private:
     return number;
   }
 
-  // "*": the width or precision is the next argument. False without a fitting one.
+  // "*": the width or precision is the next argument, which is used up also
+  // where it does not fit. False without a fitting one.
   bool Star(int& number) {
     if (m_Used >= m_Count) {
       return false;
@@ -119,9 +121,7 @@ private:
     }
     if (at(position) == '*') {
       ++position;
-      if (!Star(conversion.Width)) {
-        return false;
-      }
+      conversion.Fits = Star(conversion.Width);
       if (conversion.Width < 0) {
         conversion.Minus = true;
         conversion.Width = -conversion.Width;
@@ -133,9 +133,7 @@ private:
       ++position;
       if (at(position) == '*') {
         ++position;
-        if (!Star(conversion.Precision)) {
-          return false;
-        }
+        conversion.Fits = Star(conversion.Precision) && conversion.Fits;
         conversion.Precision = std::max(conversion.Precision, -1);
       } else {
         conversion.Precision = Number(position);

@@ -31,7 +31,8 @@ struct FormatArgument {
   FormatArgument(T value) : Type(Kind::Signed), Width(sizeof(T)), Signed(value) {}
   template <std::unsigned_integral T>
   FormatArgument(T value) : Type(Kind::Unsigned), Width(sizeof(T)), Unsigned(value) {}
-  FormatArgument(double value) : Type(Kind::Decimal), Decimal(value) {}
+  template <std::floating_point T>
+  FormatArgument(T value) : Type(Kind::Decimal), Decimal(static_cast<double>(value)) {}
   FormatArgument(std::string_view text) : Type(Kind::Text), Text(text) {}
   FormatArgument(const std::string& text) : Type(Kind::Text), Text(text) {}
   FormatArgument(const char* text) : Type(Kind::Text), Text(text == nullptr ? "" : text) {}
@@ -52,8 +53,9 @@ constexpr int k_FormatWidthLimit = 1024;
 
 /// Formats `count` arguments by a printf-style format that may come from a
 /// stranger. It never reads an argument that it was not given. A conversion
-/// that is unknown, does not fit its argument (which it uses up) or has no
+/// that is unknown, does not fit its arguments (which it uses up) or has no
 /// argument left is copied as it stands; "%n" does nothing, "%%" gives "%".
+/// Length modifiers say nothing: an argument has the width of its own type.
 String FormatArguments(FormatString format, const FormatArgument* arguments, std::size_t count);
 
 /// The same with the arguments written out: SFormat("shot_%04d.pov", 12).

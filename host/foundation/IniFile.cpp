@@ -2,17 +2,9 @@
 
 #include "host/foundation/Exception.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
-#include <limits>
 #include <numeric>
-#include <optional>
 
 // A host loads every .tvx file of a site when it starts, so the parse is made
 // to cost little more than reading the bytes. The file's text is kept whole;
@@ -24,6 +16,7 @@
 namespace {
 
 constexpr std::string_view k_Utf8Mark = "\xEF\xBB\xBF";
+constexpr std::size_t k_WasteLimit = std::size_t{64} << 10;
 
 bool IsBlank(char c) {
   return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f';
@@ -41,72 +34,6 @@ std::string_view TrimBlanks(std::string_view text) {
 
 int CutToInt(const String& value) {
   return static_cast<int>(std::strtol(value.c_str(), nullptr, 10));
-}
-
-class Descriptor {
-public:
-  explicit Descriptor(int number) : m_Number(number) {}
-  ~Descriptor() {
-    if (m_Number >= 0) {
-      close(m_Number);
-    }
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int Number() const { return m_Number; }
-
-private:
-  int m_Number;
-};
-
-// The bytes of a regular file; nothing, with errno set, where it cannot be
-// read. O_NONBLOCK: a named pipe in the place of the file must not hang us.
-std::optional<std::string> ReadWhole(const Path& file) {
-  const Descriptor descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  struct stat status {};
-  if (descriptor.Number() < 0 || fstat(descriptor.Number(), &status) != 0) {
-    return std::nullopt;
-  }
-  if (!S_ISREG(status.st_mode)) {
-    errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
-    return std::nullopt;
-  }
-  std::string bytes;
-  bytes.resize(std::min(static_cast<std::size_t>(status.st_size), IniFile::k_SizeLimit) + 1);
-  std::size_t used = 0;
-  for (;;) {
-    const ssize_t count = read(descriptor.Number(), bytes.data() + used, bytes.size() - used);
-    if (count < 0 && errno == EINTR) {
-      continue;
-    }
-    if (count < 0) {
-      return std::nullopt;
-    }
-    if (count == 0) {
-      break;
-    }
-    used += static_cast<std::size_t>(count);
-    if (used > IniFile::k_SizeLimit) {
-      RaiseException("IniFile::Load", k_ErrorLimit,
-                     file.Text() + " is larger than " + std::to_string(IniFile::k_SizeLimit >> 20) +
-                         " MiB, more than any settings or type file needs");
-    }
-    if (used == bytes.size()) {
-      bytes.resize(std::min(2 * used, IniFile::k_SizeLimit + 1));
-    }
-  }
-  bytes.resize(used);
-  return bytes;
-}
-
-void WriteWhole(int descriptor, std::string_view bytes, const Path& file) {
-  while (!bytes.empty()) {
-    const ssize_t count = write(descriptor, bytes.data(), bytes.size());
-    if (count < 0 && errno != EINTR) {
-      RaiseException("IniFile::Save", k_ErrorSystem, "cannot write " + file.Text(), errno);
-    }
-    bytes.remove_prefix(count > 0 ? static_cast<std::size_t>(count) : 0);
-  }
 }
 
 // Raises unless the text is read back as it is.
@@ -161,6 +88,7 @@ void IniFile::CopyData(const IniFile& other) {
   m_Entries = other.m_Entries;
   m_Order = other.m_Order;
   m_Oddities = other.m_Oddities;
+  m_Wasted = other.m_Wasted;
 }
 
 void IniFile::Clear() {
@@ -170,33 +98,22 @@ void IniFile::Clear() {
   m_Entries.clear();
   m_Order.clear();
   m_Oddities.clear();
+  m_Wasted = 0;
   m_Current = k_None;
   m_Walk.clear();
   m_Position = 0;
-}
-
-bool IniFile::Load(bool mustExist, bool replace) {
-  if (replace) {
-    Clear();
-  }
-  const std::optional<std::string> bytes = ReadWhole(Filename());
-  if (!bytes) {
-    if (mustExist) {
-      RaiseException("IniFile::Load", k_ErrorSystem, "cannot read " + Filename().Text(), errno);
-    }
-    return false;
-  }
-  Parse(*bytes, replace);
-  return true;
 }
 
 void IniFile::Parse(std::string_view text, bool replace) {
   if (replace) {
     Clear();
   } else {
-    DropReplaced();
+    Compact(); // or the sorting below would see replaced entries again
+    m_Current = k_None;
+    m_Walk.clear();
   }
   const std::size_t start = m_Text.size();
+  const std::size_t oddities = m_Oddities.size();
   if (start + text.size() >= k_None) {
     RaiseException("IniFile::Parse", k_ErrorLimit, "more than 4 GiB of settings in " + Filename().Text());
   }
@@ -204,28 +121,47 @@ void IniFile::Parse(std::string_view text, bool replace) {
   ParseLines(start);
   MergeSections();
   OrderEntries();
-  std::stable_sort(m_Oddities.begin(), m_Oddities.end(), [](const Oddity& left, const Oddity& right) {
+  const auto first = m_Oddities.begin() + static_cast<std::ptrdiff_t>(oddities);
+  std::stable_sort(first, m_Oddities.end(), [](const Oddity& left, const Oddity& right) {
     return left.Place.Line != right.Place.Line ? left.Place.Line < right.Place.Line
                                                : left.Place.Column < right.Place.Column;
   });
 }
 
-// Forgets entries whose value a later one replaced, so that a further parse
-// does not see them again.
-void IniFile::DropReplaced() {
+// Forgets replaced entries and all text that is no longer a name or a value.
+void IniFile::Compact() {
+  std::string text;
+  const auto move = [this, &text](Slice& slice) {
+    const std::size_t offset = text.size();
+    text.append(View(slice));
+    slice.Offset = static_cast<std::uint32_t>(offset);
+  };
+  for (Section& section : m_Sections) {
+    move(section.Name);
+  }
   std::vector<std::uint32_t> kept = m_Order;
   std::sort(kept.begin(), kept.end());
+  std::vector<std::uint32_t> newIndex(m_Entries.size(), k_None);
   std::vector<Entry> entries;
   entries.reserve(kept.size());
   for (const std::uint32_t index : kept) {
+    newIndex[index] = static_cast<std::uint32_t>(entries.size());
     entries.push_back(m_Entries[index]);
+    move(entries.back().Key);
+    move(entries.back().Value);
+  }
+  for (std::uint32_t& index : m_Order) {
+    index = newIndex[index];
   }
   m_Entries = std::move(entries);
-  m_Current = k_None;
-  m_Walk.clear();
+  m_Text = std::move(text);
+  m_Wasted = 0;
 }
 
 void IniFile::Note(Oddity::Kind what, std::uint32_t line, std::size_t column, std::string_view text) {
+  if (m_Oddities.size() >= k_OddityLimit) {
+    return;
+  }
   m_Oddities.push_back({what, {line, static_cast<std::uint32_t>(column)}, String(text)});
 }
 
@@ -519,23 +455,30 @@ void IniFile::SetValue(const String& section, const String& key, const String& v
   std::uint32_t sectionIndex = FindSection(section);
   if (sectionIndex == k_None) {
     sectionIndex = static_cast<std::uint32_t>(m_Sections.size());
+    const Slice name = Append(section);
     const auto place = std::lower_bound(
         m_ByName.begin(), m_ByName.end(), section, [this](std::uint32_t index, const String& wanted) {
           return String::CompareNoCase(View(m_Sections[index].Name), wanted) < 0;
         });
     m_ByName.insert(place, sectionIndex);
-    m_Sections.push_back({Append(section), {}, static_cast<std::uint32_t>(m_Order.size()), 0});
+    m_Sections.push_back({name, {}, static_cast<std::uint32_t>(m_Order.size()), 0});
   }
   const std::uint32_t existing = FindEntry(sectionIndex, key);
   if (existing != k_None) {
     Entry& entry = m_Entries[existing];
+    m_Wasted += entry.Value.Length;
     if (value.size() <= entry.Value.Length) {
       m_Text.replace(entry.Value.Offset, value.size(), value);
       entry.Value.Length = static_cast<std::uint32_t>(value.size());
+      m_Wasted -= value.size();
     } else {
       entry.Value = Append(value);
     }
     entry.ValuePlace = {};
+    // A value that changes for ever must not fill the memory.
+    if (m_Wasted > std::max(k_WasteLimit, m_Text.size() / 2)) {
+      Compact();
+    }
   } else {
     const Entry entry{sectionIndex, Append(key), Append(value), {}, {}};
     const auto first = m_Order.begin() + m_Sections[sectionIndex].First;
@@ -598,10 +541,11 @@ std::vector<IniFile::EntryView> IniFile::Entries(const String& section) const {
   return entries;
 }
 
-void IniFile::Save() const {
+// The text of a file that is parsed to the same sections and entries.
+std::string IniFile::WriteText() const {
   std::string text;
-  for (std::uint32_t index = 0; index < m_Sections.size(); ++index) {
-    const std::string_view name = View(m_Sections[index].Name);
+  for (const Section& section : m_Sections) {
+    const std::string_view name = View(section.Name);
     CheckWritable(IsOneTrimmedLine(name) && name.find(']') == std::string_view::npos, "section", name,
                   Filename());
     text.append(text.empty() ? "[" : "\n[").append(name).append("]\n");
@@ -614,29 +558,5 @@ void IniFile::Save() const {
       text.append(entry.Key).append("=").append(entry.Value).append("\n");
     }
   }
-  const Path temporary(Filename().Text() + ".new-" + std::to_string(getpid()));
-  const auto raise = [this, &temporary]() {
-    const int reason = errno;
-    unlink(temporary.c_str());
-    RaiseException("IniFile::Save", k_ErrorSystem, "cannot write " + Filename().Text(), reason);
-  };
-  {
-    const Descriptor descriptor(
-        open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666));
-    if (descriptor.Number() < 0) {
-      RaiseException("IniFile::Save", k_ErrorSystem, "cannot write " + Filename().Text(), errno);
-    }
-    try {
-      WriteWhole(descriptor.Number(), text, Filename());
-    } catch (Exception*) {
-      unlink(temporary.c_str());
-      throw;
-    }
-    if (fsync(descriptor.Number()) != 0) {
-      raise();
-    }
-  }
-  if (rename(temporary.c_str(), Filename().c_str()) != 0) {
-    raise();
-  }
+  return text;
 }

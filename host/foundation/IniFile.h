@@ -61,7 +61,8 @@ public:
     String Text; ///< the offending text
   };
 
-  /// One entry as the file holds it, for checkers and presenters.
+  /// One entry as the file holds it, for checkers and presenters. Its texts
+  /// point into the object and hold until that is changed or destroyed.
   struct EntryView {
     std::string_view Key;
     std::string_view Value;
@@ -69,7 +70,11 @@ public:
     TextPlace ValuePlace;
   };
 
-  /// The largest file that Load reads, in bytes.
+  /// The oddities that are kept. More tell nobody more, and a file of nothing
+  /// else would cost many times its size.
+  static constexpr std::size_t k_OddityLimit = 10000;
+
+  /// The largest file that Load reads and Save writes, in bytes.
   static constexpr std::size_t k_SizeLimit = std::size_t{64} << 20;
 
   /// An empty file without a name. `keepOrder` false is the host's form: walks
@@ -93,7 +98,9 @@ public:
   void Parse(std::string_view text, bool replace = true);
 
   /// Writes the entries to the named file: a temporary beside it, synced, then
-  /// renamed over it. Comments are not kept. Raises Exception* on failure.
+  /// renamed over it, with the permissions of the file that it replaces.
+  /// Comments are not kept. Raises Exception* on failure, and for anything that
+  /// Load would not read back as it is; the file is then as it was.
   void Save() const;
 
   /// Makes a section current and starts its walk. False, and no current
@@ -129,6 +136,7 @@ public:
 
   std::vector<String> SectionNames() const;                    ///< in the order of the file
   std::vector<EntryView> Entries(const String& section) const; ///< in the order of the file
+  /// In the order of the file; those of a text that was added come behind.
   const std::vector<Oddity>& Oddities() const { return m_Oddities; }
 
 protected:
@@ -164,8 +172,9 @@ private:
   bool FindValue(const String& key, String& value) const;
   bool FindValue(const String& section, const String& key, String& value) const;
   EntryView MakeView(const Entry& entry) const;
+  std::string WriteText() const;
   void Clear();
-  void DropReplaced();
+  void Compact();
   void ParseLines(std::size_t start);
   void ParseEntry(std::string_view line, std::uint32_t number, std::uint32_t section);
   void MergeSections();
@@ -178,6 +187,7 @@ private:
   std::vector<Entry> m_Entries;        // in the order of the file
   std::vector<std::uint32_t> m_Order;  // indexes into m_Entries, by section and key
   std::vector<Oddity> m_Oddities;      // in the order of the file
+  std::size_t m_Wasted = 0;            // bytes of values that SetValue replaced
   bool m_KeepOrder = false;
   std::uint32_t m_Current = k_None;
   std::vector<std::uint32_t> m_Walk; // the current section's entries, where the file's order counts

@@ -2,6 +2,7 @@
 
 #include "host/foundation/Quoting.h"
 
+#include <algorithm>
 #include <filesystem>
 
 namespace {
@@ -24,6 +25,12 @@ std::size_t ExtensionPoint(std::string_view leaf) {
     return std::string_view::npos;
   }
   return point;
+}
+
+// A prefix that the rest of a path can follow as it stands: the root's "/"
+// belongs to what follows.
+std::string_view WithoutRoot(const String& prefix) {
+  return prefix == "/" ? std::string_view() : std::string_view(prefix);
 }
 
 } // namespace
@@ -60,14 +67,17 @@ String Path::Branch(bool keepRelative, bool dropSeparator) const {
 }
 
 Path& Path::operator/=(const String& component) {
-  if (!m_Text.empty() && m_Text.back() != '/') {
+  if (m_Text.empty()) {
+    m_Text = component;
+    return *this;
+  }
+  while (m_Text.size() > 1 && m_Text.back() == '/') {
+    m_Text.pop_back();
+  }
+  if (m_Text.back() != '/') {
     m_Text.push_back('/');
   }
-  std::size_t start = 0;
-  if (!m_Text.empty()) {
-    start = std::min(component.find_first_not_of('/'), component.size());
-  }
-  m_Text.append(component, start, String::npos);
+  m_Text.append(component, std::min(component.find_first_not_of('/'), component.size()), String::npos);
   return *this;
 }
 
@@ -82,29 +92,30 @@ Path Path::Dequote() const {
 Path Path::TranslateToLocal() const {
   const std::pair<String, String>* best = nullptr;
   for (const auto& pair : TranslationTable()) {
-    const String& source = pair.first;
-    const bool whole =
-        m_Text.size() == source.size() || (m_Text.size() > source.size() && m_Text[source.size()] == '/');
-    if (whole && m_Text.compare(0, source.size(), source) == 0 &&
-        (best == nullptr || source.size() > best->first.size())) {
+    const std::string_view source = WithoutRoot(pair.first);
+    if (std::string_view(m_Text).starts_with(source) &&
+        (m_Text.size() == source.size() ? !source.empty() : m_Text[source.size()] == '/') &&
+        (best == nullptr || pair.first.size() > best->first.size())) {
       best = &pair;
     }
   }
   if (best == nullptr) {
     return *this;
   }
-  return Path(best->second + String(m_Text.substr(best->first.size())));
+  String local(WithoutRoot(best->second));
+  local.append(m_Text, WithoutRoot(best->first).size(), String::npos);
+  return local.empty() ? Path("/") : Path(local);
 }
 
 void Path::SetTranslations(std::vector<std::pair<String, String>> pairs) {
   std::vector<std::pair<String, String>> table;
   for (auto& pair : pairs) {
     for (String* side : {&pair.first, &pair.second}) {
-      while (!side->empty() && side->back() == '/') {
+      while (side->size() > 1 && side->back() == '/') {
         side->pop_back();
       }
     }
-    if (!pair.first.empty()) {
+    if (!pair.first.empty() && !pair.second.empty()) {
       table.push_back(std::move(pair));
     }
   }

@@ -52,8 +52,9 @@ public:
   /// of the table below; whole components only, unchanged where none matches.
   Path TranslateToLocal() const;
 
-  /// The table of prefix pairs (source, local). Set once by the application
-  /// from its settings, before threads exist; not locked.
+  /// The table of prefix pairs (source, local). Trailing "/" are dropped, and
+  /// so are pairs with an empty side. Set once by the application from its
+  /// settings, before threads exist; not locked.
   static void SetTranslations(std::vector<std::pair<String, String>> pairs);
   static const std::vector<std::pair<String, String>>& Translations();
 

@@ -104,7 +104,11 @@ String DequoteWord(const String& text) {
     if (text[i] == '"') {
       return text; // the quotes at the ends do not belong together
     }
-    if (text[i] == '\\' && i + 1 < text.size() && IsEscapedInQuotes(text[i + 1])) {
+    if (text[i] == '\\' && text[i + 1] == '\n') {
+      ++i;
+      continue;
+    }
+    if (text[i] == '\\' && IsEscapedInQuotes(text[i + 1])) {
       ++i;
       if (i + 1 >= text.size()) {
         return text; // the last quote is escaped

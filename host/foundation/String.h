@@ -52,17 +52,24 @@ public:
 
 String operator+(const String& left, const String& right);
 
+// clang-format off
+// Release 14 of the formatter does not know concepts.
+
 /// What can be joined to a String: another kind of text, or one byte.
 template <typename T>
-concept TextOrByte = std::convertible_to<T, std::string_view> || std::same_as < std::remove_cvref_t<T>,
-char > ;
+concept TextOrByte =
+    std::same_as<std::remove_cvref_t<T>, char> || std::convertible_to<T, std::string_view>;
+
+/// Whether exactly one of two types is String.
+template <typename Left, typename Right>
+concept OneIsString =
+    std::same_as<std::remove_cvref_t<Left>, String> != std::same_as<std::remove_cvref_t<Right>, String>;
 
 /// Joins a String and something else to a String. Without it the standard
 /// library's operators would compete with the one above for every mixture.
 template <TextOrByte Left, TextOrByte Right>
-requires(std::same_as<std::remove_cvref_t<Left>, String> !=
-         std::same_as<std::remove_cvref_t<Right>, String>) String
-operator+(Left&& left, Right&& right) {
+  requires OneIsString<Left, Right>
+String operator+(Left&& left, Right&& right) {
   String result;
   const auto append = [&result](const auto& part) {
     if constexpr (std::same_as<std::remove_cvref_t<decltype(part)>, char>) {
@@ -75,3 +82,5 @@ operator+(Left&& left, Right&& right) {
   append(right);
   return result;
 }
+
+// clang-format on

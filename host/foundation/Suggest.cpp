@@ -8,11 +8,29 @@ namespace {
 // Names are short; a hostile one of a megabyte is not worth a table.
 constexpr std::size_t k_LengthLimit = 200;
 
+// Drops the bytes that both texts begin and end with: they change no distance.
+void DropCommonEnds(std::string_view& a, std::string_view& b) {
+  while (!a.empty() && !b.empty() && a.front() == b.front()) {
+    a.remove_prefix(1);
+    b.remove_prefix(1);
+  }
+  while (!a.empty() && !b.empty() && a.back() == b.back()) {
+    a.remove_suffix(1);
+    b.remove_suffix(1);
+  }
+}
+
 } // namespace
 
 int EditDistance(std::string_view left, std::string_view right) {
-  const String a = String(left.substr(0, k_LengthLimit)).Lower();
-  const String b = String(right.substr(0, k_LengthLimit)).Lower();
+  const String lowerLeft = String(left).Lower();
+  const String lowerRight = String(right).Lower();
+  std::string_view a = lowerLeft;
+  std::string_view b = lowerRight;
+  DropCommonEnds(a, b);
+  if (a.size() > k_LengthLimit || b.size() > k_LengthLimit) {
+    return static_cast<int>(std::max(a.size(), b.size()));
+  }
   // Rows of the classic table: two back, one back and current. Two back serves
   // swaps of neighbouring letters.
   std::vector<int> before(b.size() + 1);

@@ -67,11 +67,12 @@ UID::UID(bool generate) {
 }
 
 void UID::FromString(FormatString text) {
-  const String formatted = SFormat(text);
+  // No valid text holds a "%", so the format's text is judged as it stands:
+  // formatted first, an ID with a "%n" in it would lose it and pass.
   std::array<unsigned char, 16> bytes{};
-  if (!ParseText(formatted, bytes)) {
+  if (!ParseText(text.Text(), bytes)) {
     RaiseException("UID::FromString", k_ErrorSyntax,
-                   "\"" + formatted.substr(0, 80) +
+                   "\"" + String(text.Text().substr(0, 80)) +
                        "\" is no ID; write 36 characters like \"0123abcd-4567-89ab-cdef-0123456789ab\"");
   }
   SetBytes(bytes);

@@ -14,8 +14,8 @@ public:
   explicit UID(bool generate = false);
 
   /// Sets the ID from its text, in either case. Raises Exception* for any
-  /// other text and leaves the ID as it was. The text is read as a format
-  /// without arguments, so "%n" and "%s" in it are harmless and malformed.
+  /// other text and leaves the ID as it was. A format's conversions such as
+  /// "%n" and "%s" are harmless here and malformed.
   void FromString(FormatString text);
 
   /// The text form; made on the first call and kept, so the first call must

@@ -1,0 +1,77 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that a task needs, and only those that are missing.
+#
+#   scripts/install-packages.sh SET...
+#
+# Sets: build  to build program and module
+#       demo   to render the demo sequence
+#       test   to build and run all tests
+#       tidy   to run clang-format and clang-tidy
+#       bench  to build the benchmarks
+set -euo pipefail
+
+fail() {
+  printf 'install-packages.sh: %s\n' "$*" >&2
+  exit 1
+}
+
+declare -A packages=(
+  [build]="build-essential cmake ninja-build libboost-dev libcli11-dev libfmt-dev libspdlog-dev nlohmann-json3-dev"
+  [demo]="povray povray-includes"
+  [test]="binutils ccache clang-format git libgmock-dev libgtest-dev librapidcheck-dev povray povray-includes util-linux"
+  [tidy]="clang-format clang-tidy git"
+  [bench]="libbenchmark-dev"
+)
+
+wanted=()
+for set in "$@"; do
+  [ -n "${packages[$set]:-}" ] || fail "no set of packages is named \"$set\"; there are: ${!packages[*]}"
+  read -ra names <<<"${packages[$set]}"
+  wanted+=("${names[@]}")
+done
+[ ${#wanted[@]} -gt 0 ] || fail "name at least one set of packages: ${!packages[*]}"
+
+command -v dpkg-query >/dev/null ||
+  fail "this is no Debian system (there is no dpkg-query); install by hand what stands for: ${wanted[*]}"
+
+missing=()
+for package in "${wanted[@]}"; do
+  status=$(dpkg-query --show --showformat='${db:Status-Status}\n' "$package" 2>/dev/null || true)
+  grep -qx installed <<<"$status" || missing+=("$package")
+done
+
+if [ ${#missing[@]} -gt 0 ]; then
+  as_root=()
+  if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || fail "packages are missing, and there is neither root nor sudo to install them.
+As root: apt-get install ${missing[*]}"
+    as_root=(sudo)
+  fi
+
+  log=$(mktemp)
+  trap 'rm -f "$log"' EXIT
+  apt_get() {
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -y "$@" >>"$log" 2>&1 </dev/null
+  }
+
+  printf 'Installing %s\n' "${missing[*]}"
+  # The package lists of a fresh machine are empty, those of an old one name
+  # versions that are gone: they are fetched when the first try shows it.
+  if ! apt-get -s install --no-install-recommends "${missing[@]}" >/dev/null 2>&1 ||
+    ! apt_get install --no-install-recommends "${missing[@]}"; then
+    if ! { apt_get update && apt_get install --no-install-recommends "${missing[@]}"; }; then
+      cat "$log" >&2
+      fail "could not install: ${missing[*]}"
+    fi
+  fi
+fi
+
+# What the packages of an older release are too old for.
+at_least() { # PROGRAM VERSION MINIMUM
+  [ "$(printf '%s\n%s\n' "$2" "$3" | sort -V | head -n 1)" = "$3" ] ||
+    fail "$1 $2 is too old: version $3 or later is needed, as in Debian 12"
+}
+if [[ " ${wanted[*]} " == *" build-essential "* ]]; then
+  at_least g++ "$(g++ -dumpfullversion)" 12
+  at_least cmake "$(cmake --version | sed -n '1s/[^0-9]*\([0-9.]*\).*/\1/p')" 3.25
+fi

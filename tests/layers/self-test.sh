@@ -1,0 +1,72 @@
+#!/usr/bin/env bash
+# Shows that check-layers.sh passes what it should, and finds every kind of
+# breach at its place.
+#
+#   self-test.sh CHECK-LAYERS
+set -euo pipefail
+
+check=$1
+tree=$(mktemp -d)
+trap 'rm -rf "$tree"' EXIT
+failures=0
+
+plant() { # FILE: its text on standard input
+  mkdir -p "$tree/$(dirname "$1")"
+  cat >"$tree/$1"
+}
+
+good_tree() {
+  rm -rf "${tree:?}"/*
+  plant host/Foundation.h <<<'#include "host/foundation/String.h"'
+  plant host/Application.h <<<'#include "host/application/Job.h"'
+  plant host/foundation/String.h <<<'#include <string>'
+  plant host/application/Job.h <<<'#include "host/foundation/String.h"'
+  plant job/TessivarJob.h <<<'#include "host/application/Job.h"'
+  plant module/Tessivar.cpp <<<'#include "job/TessivarJob.h"'
+  printf '%s\n' '#include "trovik/Queue.h"' '#include <sqlite3.h>' '#include "host/Application.h"' | plant trovik/Queue.cpp
+  plant trovik/Queue.h </dev/null
+}
+
+expect() { # WHAT EXIT-CODE OUTPUT
+  local output status=0
+  output=$("$check" "$tree") || status=$?
+  if [ "$status" -ne "$2" ] || [ "$output" != "$3" ]; then
+    printf 'FAILED: %s\n  expected %s: %s\n  got      %s: %s\n' "$1" "$2" "$3" "$status" "$output"
+    failures=$((failures + 1))
+  fi
+}
+
+# A second line so that the place is seen to be right.
+breach() { # FILE INCLUDE-LINE MESSAGE
+  good_tree
+  printf '// a file\n%s\n' "$2" | plant "$1"
+  expect "$2 in $1" 1 "$1:2: $3"
+}
+
+good_tree
+expect "a tree that keeps the rules" 0 ""
+
+breach host/foundation/Path.h '#include "host/application/Job.h"' 'host/foundation includes host/application/Job.h'
+breach host/foundation/Path.h '#include "host/Application.h"' 'host/foundation includes host/Application.h'
+breach host/foundation/Path.h '#include "module/Tessivar.h"' 'host/foundation includes module/Tessivar.h'
+breach host/application/Core.cpp '#include "module/Tessivar.h"' 'host/application includes module/Tessivar.h'
+breach host/application/Core.cpp '#include "job/TessivarJob.h"' 'host/application includes job/TessivarJob.h'
+breach host/application/Core.cpp '  #  include <trovik/Queue.h>' 'host/application includes trovik/Queue.h'
+breach job/Other.cpp '#include "module/Tessivar.h"' 'job includes module/Tessivar.h'
+breach job/Other.cpp '#include "trovik/Queue.h"' 'job includes trovik/Queue.h'
+breach module/Other.cpp '#include "trovik/Queue.h"' 'module includes trovik/Queue.h'
+breach trovik/Main.cpp '#include "module/Tessivar.h"' 'trovik includes module/Tessivar.h'
+breach trovik/Main.cpp '#include "job/TessivarJob.h"' 'trovik includes job/TessivarJob.h'
+breach host/application/Core.cpp '#include <sqlite3.h>' '<sqlite3.h> belongs inside trovik/'
+breach job/Other.cpp '#include <slurm/slurm.h>' '<slurm/slurm.h> belongs inside trovik/'
+breach module/Other.cpp '#include <png.h>' '<png.h> belongs inside trovik/'
+breach host/foundation/Tty.cpp '#include <termios.h>' '<termios.h> belongs inside trovik/'
+breach host/application/Core.cpp '#include "Job.h"' \
+  'includes "Job.h" by a path that does not begin at the root'
+breach host/Stray.h '#include <string>' 'belongs to no layer'
+
+rm -rf "${tree:?}"/*
+expect "an empty tree" 1 "$tree: no sources below host, module, job and trovik"
+
+[ "$failures" -eq 0 ] || exit 1
+echo "the check passes the good tree and finds every breach"
