@@ -43,18 +43,20 @@ std::string typeOfTheLog() {
 // What an engine does with the output of one work, without log and pipe.
 class Judge {
 public:
-  Judge() : job_(makeJob()), splitter_([this](std::string_view line) { render().WorkLine(line); }) {}
+  Judge()
+      : job_(makeJob()), render_(dynamic_cast<RenderJob&>(*job_)),
+        splitter_([this](std::string_view line) { render_.WorkLine(line); }) {}
 
   void feed(const char* bytes, ssize_t size) { splitter_.Feed({bytes, static_cast<std::size_t>(size)}); }
 
   void finish(const LogFacts& facts) {
     splitter_.Finish();
-    require(render().Images().size() == facts.images, "the job found " +
-                                                          std::to_string(render().Images().size()) +
-                                                          " images of " + std::to_string(facts.images));
-    require(render().ErrorLine() == "Error: cannot read /show/cache/fx_12.vdb",
+    require(render_.Images().size() == facts.images, "the job found " +
+                                                         std::to_string(render_.Images().size()) +
+                                                         " images of " + std::to_string(facts.images));
+    require(render_.ErrorLine() == "Error: cannot read /show/cache/fx_12.vdb",
             "the job missed the error line");
-    require(render().CheckResult(1) == k_StatusFinished, "the job missed the success line");
+    require(render_.CheckResult(1) == k_StatusFinished, "the job missed the success line");
   }
 
 private:
@@ -63,9 +65,9 @@ private:
     type.FromString(typeId);
     return JobFactory::s_JobFactory->CreateJob(type);
   }
-  RenderJob& render() { return *dynamic_cast<RenderJob*>(job_.Get()); }
 
   SmartHandle<Job> job_;
+  RenderJob& render_;
   LineSplitter splitter_;
 };
 

@@ -92,6 +92,10 @@ int main(int count, char** arguments) {
   if (count == 5 && std::strcmp(arguments[1], "limit-dispatch") == 0) {
     return bench::dispatchLimit(std::atoi(arguments[2]), std::atoi(arguments[3]), arguments[4]);
   }
+  if (__builtin_cpu_supports("avx2") == 0) {
+    std::fputs("trovik_bench: a limit program needs a processor with AVX2\n", stderr);
+    return 1;
+  }
   try {
     return runTable(count, arguments);
   } catch (const std::exception& failure) {

@@ -73,11 +73,9 @@ LineLimit::Counts LineLimit::run(int descriptor) {
   }
 }
 
-__attribute__((target("avx2"))) void LineLimit::scan(const char* begin, const char* end) {
-  const auto load = [](const void* bytes) __attribute__((target("avx2"))) {
-    return _mm256_loadu_si256(static_cast<const __m256i*>(bytes));
-  };
-  const auto spread = [](const unsigned char* table) __attribute__((target("avx2"))) {
+void LineLimit::scan(const char* begin, const char* end) {
+  const auto load = [](const void* bytes) { return _mm256_loadu_si256(static_cast<const __m256i*>(bytes)); };
+  const auto spread = [](const unsigned char* table) {
     return _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(table)));
   };
   const __m256i nibble = _mm256_set1_epi8(15);
