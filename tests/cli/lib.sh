@@ -112,9 +112,10 @@ file_is() {
   diff -u "$TMP/expected" "$1" >&2 || fail "$1 differs (- expected, + is)"
 }
 
-# Waits until a file holds a text; the test's own time limit ends it.
+# Waits until a file holds a text that the program $pid is going to write.
 wait_for() {
   while ! grep -q -F -e "$2" "$1" 2>/dev/null; do
+    kill -0 "$pid" 2>/dev/null || fail "the program ended before $1 held \"$2\""
     sleep 0.02
   done
 }
