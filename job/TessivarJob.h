@@ -19,7 +19,7 @@ public:
   ~TessivarJob() override;
 
   /// Writes the base part and then version 3 of the module's own part, see
-  /// docs/tvx.md.
+  /// docs/formats.md.
   void PackObject(OutStream& out) const override;
   /// Reads every version up to 3; a later one is read as 3. What the version
   /// does not hold keeps its value.

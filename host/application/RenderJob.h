@@ -93,6 +93,7 @@ private:
   std::optional<std::size_t> m_ChildTotal;
 };
 
-/// Whether an exit code is in a list of numbers and ranges such as "0,2-4".
+/// Whether an exit code is in a list of numbers and ranges such as "0,2-4"; an
+/// empty one means 0.
 /// Raises Exception* "SuccessExitCodes:COLUMN: ..." for any other text.
 bool IsSuccessExitCode(const String& codes, int exitCode);

@@ -3,7 +3,9 @@
 # TROVIK MODULE-DIRECTORY SOURCE-DIRECTORY; works in a directory of its own.
 set -euo pipefail
 
-trovik=$1 demo=$3/demo
+trovik=$1
+# shellcheck disable=SC2034  # for the tests
+demo=$3/demo
 tree=$(mktemp -d)
 trap 'rm -rf "$tree"' EXIT
 export TROVIK_MODULE_PATH=$2
@@ -33,6 +35,15 @@ expect_status() {
 }
 expect_text() {
   grep -qF -- "$1" "$output" || fail "\"$1\" is not in the output"
+}
+
+# POV-Ray breaks its lines at 80 columns, wherever that is in a message; here
+# the whole log of the first failed frame is one line.
+expect_said() {
+  local log
+  log=$(sed -n 's/^ *log  //p' "$output" | head -n 1)
+  [ -f "$log" ] || fail "no log is named"
+  tr -s '\n ' ' ' <"$log" | grep -qF -- "$1" || fail "\"$1\" is not in $log"
 }
 
 # The directory holds these files and no others.

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Whatever a scene and its directory are called, the scene is rendered or
 # refused by POV-Ray with a word that is shown, and nothing in a name runs.
+# shellcheck disable=SC2016  # the names are meant as they stand
 source "$(dirname "$0")/harness.sh"
 
 renders() { # BASE-NAME: a sequence of two frames in a directory of that name
@@ -22,7 +23,8 @@ refused() { # BASE-NAME
   render "scenes/${1}_0001.pov"
   [ "$status" -eq 1 ] || fail "\"$1\" ends with exit code $status"
   expect_text "2 failed"
-  expect_text "Parse Error: Cannot "
+  expect_text "  Error line: "
+  expect_said "Parse Error: Cannot open input file."
   expect_only scenes images "${1}_0001.pov" "${1}_0002.pov"
   [ -z "$(ls scenes/images)" ] || fail "there is an image for \"$1\""
   expect_only . .home scenes
@@ -60,6 +62,8 @@ refused 'a" +O"x.png'
 refused 'Fluß'
 refused '日本'
 refused $'latin-\xe9'
+# An ill-formed quotation mark of two bytes.
+refused $'a\xc0\xa2 +O\xc0\xa2x'
 
 # A "%" in a name is nothing that counts.
 ball 'scenes/100%d%n%s_0001.pov'

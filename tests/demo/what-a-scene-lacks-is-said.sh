@@ -6,14 +6,15 @@ lacks() { # LINE MESSAGE
   ball s/one.pov "$1"
   render s/one.pov
   expect_status 1
-  expect_text "$2"
+  expect_text "failed  work  Error line: "
+  expect_said "$2"
   [ ! -e s/images/one.png ] || fail "there is an image although: $1"
 }
 
 lacks '#include "nosuch.inc"' "Cannot open include file nosuch.inc"
-lacks 'box { 0, 1 pigment { image_map { png "nosuch.png" } } }' "Possible Parse Error: Cannot find"
-lacks 'text { ttf "nosuch.ttf" "x" 1, 0 }' "Possible Parse Error: Cannot find"
-lacks '#error "the artist stops here"' "Parse Error: Parse halted by"
+lacks 'box { 0, 1 pigment { image_map { png "nosuch.png" } } }' "Possible Parse Error: Cannot find image file."
+lacks 'text { ttf "nosuch.ttf" "x" 1, 0 }' "Possible Parse Error: Cannot open font file."
+lacks '#error "the artist stops here"' "Parse Error: Parse halted by #error directive: the artist stops here"
 
 # An include file beside the scene, or in a library folder with a blank, is found.
 mkdir -p "a library" s

@@ -26,9 +26,9 @@ protected:
       } catch (Exception* exception) {
         delete exception;
       }
-      JobFactory::s_JobFactory->Unregister(type);
       ++m_Loaded;
     }
+    UnregisterTypes();
     m_Module.OnModuleUnload();
     m_Log.clear();
   }

@@ -76,10 +76,15 @@ void ModuleTest::SetUp() {
   bind(m_Module.IDCount, "g_IDCount");
 }
 
-void ModuleTest::TearDown() {
+void ModuleTest::UnregisterTypes() {
   for (const UID& type : m_Registered) {
     JobFactory::s_JobFactory->Unregister(type);
   }
+  m_Registered.clear();
+}
+
+void ModuleTest::TearDown() {
+  UnregisterTypes();
   if (m_Library != nullptr) {
     m_Module.OnModuleUnload();
     dlclose(m_Library);
@@ -99,7 +104,7 @@ Path ModuleTest::InDirectory(const String& name) const {
 }
 
 Path ModuleTest::Write(const String& name, std::string_view content) {
-  const Path path = InDirectory(name);
+  Path path = InDirectory(name);
   std::filesystem::create_directories(std::filesystem::path(path.c_str()).parent_path());
   std::ofstream out(path.c_str(), std::ios::binary);
   out << content;

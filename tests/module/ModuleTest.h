@@ -60,6 +60,7 @@ protected:
 
   /// Registers the listed types with the host, as its loader does.
   void RegisterTypes();
+  void UnregisterTypes();
 
   /// Writes "type.tvx" with `body` behind the ID line of section "Module",
   /// loads and registers it.

@@ -48,12 +48,11 @@ TEST_F(OutputTest, SuccessTextMustBeginTheLineInAnyCase) {
       {"  render done", false},     {"Frame 3: render done", false}, {"render don", false},
       {"\trender done", false},
   };
+  const UID type = LoadType("[SuccessText]\n1=render done\n");
   for (const auto& [line, matches] : cases) {
-    const SmartHandle<Job> job = MakeJob(LoadType("[SuccessText]\n1=render done\n"));
+    const SmartHandle<Job> job = MakeJob(type);
     EXPECT_EQ(Reaches(job, line), !matches) << line;
     EXPECT_EQ(Verdict(job, 1), matches ? 7 : 5) << line;
-    TearDown();
-    SetUp();
   }
 }
 
@@ -423,7 +422,8 @@ public:
   std::size_t Pick(std::size_t count) { return m_Random() % count; }
 
   String Text(std::size_t longest) {
-    static constexpr std::string_view k_Bytes("aAbBcC  \t;\"\\/.\0\xC3\x84\xE4\xFF[{", 24);
+    using namespace std::string_view_literals;
+    static constexpr std::string_view k_Bytes = "aAbBcC  \t;\"\\/.\0\xC3\x84\xE4\xFF[{"sv;
     // Few different bytes make matches frequent, all of them make them rare.
     const std::size_t kinds = 2 + Pick(k_Bytes.size() - 1);
     String text;
@@ -477,7 +477,7 @@ protected:
         ASSERT_EQ(actual.Images(), expected.Images()) << testing::PrintToString(line);
         ASSERT_EQ(actual.LastLine(), expected.LastLine()) << testing::PrintToString(line);
         ASSERT_EQ(actual.ErrorLine(), expected.ErrorLine()) << testing::PrintToString(line);
-        forwarded += actual.LastLine() == "-" ? 0 : 1;
+        forwarded += actual.LastLine() == "-" ? 0U : 1U;
       }
       ASSERT_EQ(actual.CheckResult(1), rules.CheckResult(1));
       images += actual.Images().size();

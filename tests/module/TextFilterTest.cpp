@@ -84,7 +84,7 @@ TEST(TextFilterTest, RandomLinesGiveTheAnswerOfAPlainSearch) {
     for (std::size_t i = random() % 12; i > 0; --i) {
       texts.push_back("b" + text(8).Lower());
     }
-    hits += Occurs(texts, text(120)) ? 1 : 0;
+    hits += Occurs(texts, text(120)) ? 1U : 0U;
   }
   EXPECT_GT(hits, 1000U);
   EXPECT_LT(hits, 19000U);

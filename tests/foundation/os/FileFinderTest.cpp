@@ -260,6 +260,29 @@ TEST(FileFinderTest, ManyQuestionsAreAnsweredAsTheSystemAnswersEach) {
   }
 }
 
+TEST(FileFinderTest, NumbersWrittenInSeveralWaysAreDifferentFiles) {
+  // The finder keeps names that look like the one asked for as numbers.
+  const Names names = {"a1.x",    "a01.x",       "a001.x",        "a10.x",
+                       "a010.x",  "a0010.x",     "a.x",           "a-1.x",
+                       "a1.x1",   "a99999999.x", "a4294967297.x", "a9999999999999.x",
+                       "a001.xx", "ba1.x",       "a+1.x",         "a1 .x",
+                       "1",       "01",          "a67108864.x",   "a00"};
+  for (std::size_t kept = 0; kept < names.size(); ++kept) {
+    const TestDirectory directory;
+    directory.Write(names[kept]);
+    for (const std::string& first : names) {
+      FileFinder finder;
+      for (int i = 0; i < 2; ++i) { // then it reads the directory
+        finder.FindExact(directory.File(first));
+      }
+      for (std::size_t asked = 0; asked < names.size(); ++asked) {
+        ASSERT_EQ(finder.FindExact(directory.File(names[asked])), asked == kept)
+            << names[asked] << " after " << first << " where only " << names[kept] << " is";
+      }
+    }
+  }
+}
+
 TEST(FileFinderTest, FinderAnswersFromMemoryAfterSomeQuestions) {
   for (const int count : {10, 4000}) {
     const TestDirectory directory;

@@ -1,0 +1,51 @@
+// Many works of a program that does nothing: what is left is the cost of
+// handing them out. Ours is the whole program, from the reading of the type's
+// file to the summary.
+
+#include "bench/Inputs.h"
+#include "bench/ModuleUnderTest.h"
+#include "bench/Race.h"
+
+#include <filesystem>
+
+namespace bench {
+
+std::vector<Row> dispatchRows(const Setup& setup) {
+  const int works = setup.quick ? 20 : 2000;
+  constexpr double ownTarget = 120e-6;
+  const std::string types = setup.directory + "/types";
+  const std::string state = setup.directory + "/state";
+  std::filesystem::create_directory(types);
+  writeFile(types + "/tiny.tvx", "[Module]\nID=5f0c9a5e-6d0b-4c86-9d0f-100000000001\nName=Tiny\n\n"
+                                 "[OverrideDefaults]\nExecutable=/bin/true\n");
+  const std::vector<std::string> command = {BENCH_PROGRAM,
+                                            "--module-path",
+                                            ModuleUnderTest::directory() + ":" + types,
+                                            "run",
+                                            "Tiny",
+                                            "--range",
+                                            "1-" + std::to_string(works),
+                                            "--packet",
+                                            "1",
+                                            "--slots",
+                                            "2"};
+  Race race;
+  const std::size_t limit = race.enter([works] {
+    return runProgram({"/proc/self/exe", "limit-dispatch", std::to_string(works), "2", "/bin/true"});
+  });
+  const std::size_t ours = race.enter([&] {
+    return runProgram(command, {{"XDG_STATE_HOME", state}}, setup.directory + "/output");
+  });
+  race.run(setup.rounds);
+
+  const std::string path = std::to_string(works) + " works on 2 slots";
+  const double own = race.median(ours, &Cost::own) / works;
+  const double cpuRatio = race.ratio(ours, limit, &Cost::cpu);
+  return {ratioRow(path + ", wall time", race, ours, limit, 1.25),
+          {path + ", CPU time with the works'", timeText(race.median(limit, &Cost::cpu)),
+           timeText(race.median(ours, &Cost::cpu)), ratioText(cpuRatio), "≤ 1.25", cpuRatio <= 1.25},
+          {path + ", own CPU time a work", timeText(race.median(limit, &Cost::own) / works), timeText(own),
+           ratioText(race.ratio(ours, limit, &Cost::own)), "≤ " + timeText(ownTarget), own <= ownTarget}};
+}
+
+} // namespace bench

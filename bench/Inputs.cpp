@@ -1,0 +1,183 @@
+#include "bench/Inputs.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+namespace bench {
+namespace {
+
+[[gnu::format(printf, 1, 2)]] std::string print(const char* format, ...) {
+  std::array<char, 512> text{};
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = std::vsnprintf(text.data(), text.size(), format, arguments);
+  va_end(arguments);
+  return {text.data(), static_cast<std::size_t>(length)};
+}
+
+constexpr std::array<const char*, 6> things = {"tree_oak",       "terrain",   "hero_geo",
+                                               "leaf_instancer", "prop_lamp", "tex/diffuse"};
+
+std::string progressLine(Random& random, int frame) {
+  std::string line = print("frame %d  mem %zu.%02zuM (peak %zu.%02zuM)  time %02zu:%02zu.%02zu", frame,
+                           random.below(900), random.below(100), 900 + random.below(300), random.below(100),
+                           random.below(60), random.below(60), random.below(100));
+  if (random.below(10) < 6) {
+    line += print("  remaining %02zu:%02zu.%02zu", random.below(60), random.below(60), random.below(100));
+  }
+  const char* thing = things[random.below(things.size())];
+  switch (random.below(7)) {
+  case 0:
+    return line + print("  scene: synchronising object %s.%03zu", thing, random.below(100));
+  case 1:
+    return line + print("  scene: sample %zu/128", random.below(129));
+  case 2:
+    return line + print("  scene: updating geometry bvh %s.%03zu %zu/128, building", thing, random.below(100),
+                        random.below(129));
+  case 3:
+    return line + "  scene: updating mesh, computing normals";
+  case 4:
+    return line + "  scene: loading kernels (may take a few minutes the first time)";
+  case 5:
+    return line + print("  compositing: tile %zu-%zu", random.below(64), random.below(64));
+  default:
+    return line + print("  scene: updating images, loading %s_%04zu.tx", thing, random.below(10000));
+  }
+}
+
+} // namespace
+
+const std::vector<std::string> imageTexts = {"Saved: '", "Writing image '", "Append frame '",
+                                             "Saving image '"};
+const std::string imageEndText = "'";
+const std::vector<std::string> errorTexts = {"Error: ",        "Cannot open",        "Out of memory",
+                                             "Unable to open", "Segmentation fault", "License error"};
+const std::string successText = "Renderer quit";
+
+std::uint64_t Random::next() {
+  state_ += 0x9e3779b97f4a7c15;
+  std::uint64_t mixed = state_;
+  mixed = (mixed ^ (mixed >> 30)) * 0xbf58476d1ce4e5b9;
+  mixed = (mixed ^ (mixed >> 27)) * 0x94d049bb133111eb;
+  return mixed ^ (mixed >> 31);
+}
+
+void writeFile(const std::string& file, const std::string& text) {
+  std::ofstream stream(file, std::ios::binary);
+  stream << text;
+  stream.close();
+  if (!stream) {
+    throw std::runtime_error("cannot write " + file);
+  }
+}
+
+LogFacts writeLog(const std::string& file, std::size_t size) {
+  Random random(7);
+  LogFacts facts;
+  std::string text = "renderer 4.1 (build 2207)\nreading /show/sh010/scene_v012.blob\n";
+  text.reserve(size + 4096);
+  facts.lines = 2;
+  while (text.size() < size) {
+    if (facts.lines % 500 == 0) {
+      ++facts.images;
+      text += print("Saved: '/out/f_%06zu.png'\n", facts.images);
+      text += print("  time 00:%02zu.%02zu (saving 00:00.%02zu)\n", random.below(60), random.below(100),
+                    random.below(100));
+      facts.lines += 2;
+    }
+    text += progressLine(random, static_cast<int>(facts.images) + 1) + '\n';
+    ++facts.lines;
+  }
+  text += "Error: cannot read /show/cache/fx_12.vdb\nRenderer quit\n";
+  facts.lines += 2;
+  facts.bytes = text.size();
+  writeFile(file, text);
+  return facts;
+}
+
+std::string frameName(int frame) {
+  return print("shot_a.%06d.exr", frame);
+}
+
+void writeSequence(const std::string& directory, int frames, int others) {
+  std::vector<std::string> names;
+  for (int frame = 1; frame <= frames; ++frame) {
+    names.push_back(frameName(frame));
+  }
+  for (int frame = frames + 6; frame <= frames + 15; ++frame) {
+    names.push_back(frameName(frame));
+  }
+  for (int i = 0; i < others; ++i) {
+    names.push_back(print("other_%05d.txt", i));
+  }
+  Random random(3);
+  for (std::size_t i = names.size(); i > 1; --i) {
+    std::swap(names[i - 1], names[random.below(i)]);
+  }
+  std::filesystem::create_directories(directory);
+  for (const std::string& name : names) {
+    writeFile(directory + "/" + name, "");
+  }
+}
+
+std::string typeText(int number, TypeFacts& facts) {
+  static const std::array<const char*, 7> sections = {
+      "SuccessText",      "ErrorText",         "ErrorIgnore",         "AutoDetect",
+      "OverrideDefaults", "PrimaryParameters", "FindLatestExecutable"};
+  static const std::array<const char*, 15> words = {"render",  "frame",   "path",   "start",  "end",
+                                                    "text",    "suffix",  "image",  "memory", "thread",
+                                                    "verbose", "timeout", "camera", "layer",  "format"};
+  Random random(static_cast<std::uint64_t>(number) + 5);
+  const auto word = [&random] { return std::string(words[random.below(words.size())]); };
+  std::string text = print("# type %04d\n# made for measuring\n\n[Module]\n", number);
+  text += print("ID=5f0c9a5e-6d0b-4c86-9d0f-%012d\nName=Type %d\nShortcut=t%d\n", number, number, number);
+  text += "Command=-b $(Scene.Enquote) -s $(SubRange.Start) -e $(SubRange.End) -t "
+          "$(CPUs)\nImageStartText=saved:\n\n";
+  facts.sections += 1 + sections.size();
+  facts.entries += 5;
+  for (const char* section : sections) {
+    text += print("[%s]\n", section);
+    for (int key = 0; key < 5; ++key) {
+      text += word() + "_" + word() + std::to_string(key) + (random.below(2) == 0 ? "=" : " = ");
+      switch (random.below(4)) {
+      case 0:
+        text += std::to_string(random.below(100000));
+        break;
+      case 1:
+        text += "\"/opt/apps/" + word() + "/bin/" + word() + "\"";
+        break;
+      case 2:
+        text += "Yes";
+        break;
+      default:
+        for (std::size_t count = 2 + random.below(8); count > 0; --count) {
+          text += word() + (count > 1 ? " " : "");
+        }
+        break;
+      }
+      text += '\n';
+      ++facts.entries;
+    }
+    if (random.below(2) == 0) {
+      text += "# " + word() + " " + word() + " " + word() + "\n";
+    }
+    text += '\n';
+  }
+  return text;
+}
+
+TypeFacts writeTypes(const std::string& directory, int count) {
+  TypeFacts facts;
+  std::filesystem::create_directories(directory);
+  for (int number = 0; number < count; ++number) {
+    writeFile(directory + print("/type_%04d.tvx", number), typeText(number, facts));
+  }
+  return facts;
+}
+
+} // namespace bench

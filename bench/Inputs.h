@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+// Generators of the inputs. They always make the same bytes.
+
+/// A small generator of even numbers; the standard library's distributions may
+/// differ from one version to the next.
+class Random {
+public:
+  explicit Random(std::uint64_t seed) : state_(seed) {}
+  std::uint64_t next();
+  /// From 0 to limit - 1.
+  std::size_t below(std::size_t limit) { return static_cast<std::size_t>(next() % limit); }
+
+private:
+  std::uint64_t state_;
+};
+
+/// The texts that the log is judged by.
+extern const std::vector<std::string> imageTexts;
+extern const std::string imageEndText;
+extern const std::vector<std::string> errorTexts;
+extern const std::string successText;
+
+/// What a right reading finds in a log.
+struct LogFacts {
+  std::size_t bytes = 0;
+  std::size_t lines = 0;
+  std::size_t images = 0; ///< all different
+};
+
+/// A log of at least `size` bytes: progress lines of 60 to 170 bytes, an image
+/// line and an indented one after it every 500 lines, and at the very end the
+/// first error line and the success line.
+LogFacts writeLog(const std::string& file, std::size_t size);
+
+/// Empty files `shot_a.000001.exr` and so on for `frames` frames, a block of
+/// ten more after a gap of five, and `others` unrelated ones, made in shuffled
+/// order. Makes the directory.
+void writeSequence(const std::string& directory, int frames, int others);
+std::string frameName(int frame);
+
+/// Type files of about 60 lines in a directory that is made: eight sections
+/// each, comments, empty lines, short and long values.
+struct TypeFacts {
+  std::size_t sections = 0;
+  std::size_t entries = 0;
+};
+TypeFacts writeTypes(const std::string& directory, int count);
+
+/// The text of one such file.
+std::string typeText(int number, TypeFacts& facts);
+
+/// Writes a file whole. Throws std::runtime_error.
+void writeFile(const std::string& file, const std::string& text);
+
+} // namespace bench

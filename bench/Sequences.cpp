@@ -1,0 +1,93 @@
+// Finding the range of a scene sequence from one of its files, through the
+// module's exported function.
+
+#include "bench/Inputs.h"
+#include "bench/ModuleUnderTest.h"
+#include "bench/Race.h"
+#include "bench/limits/Limits.h"
+#include "host/application/Constants.h"
+#include "host/foundation/Path.h"
+
+#include <map>
+
+namespace bench {
+namespace {
+
+using Detect = bool(Path const& scene, int minimumDigits, std::map<String, String>& result);
+constexpr const char* detectSymbol =
+    "_Z19DetectMultipleFilesRK4PathiRSt3mapI6StringS3_St4lessIS3_ESaISt4pairIKS3_S3_EEE";
+
+using Limit = std::pair<int, int>(const std::string& directory, std::string_view head, std::string_view tail,
+                                  std::size_t digits, int frame);
+
+// The cost of one of `repetitions` searches.
+template <typename Search> Cost averageOf(int repetitions, const Search& search) {
+  const Stopwatch watch;
+  for (int i = 0; i < repetitions; ++i) {
+    search();
+  }
+  Cost cost = watch.stop();
+  cost.wall /= repetitions;
+  cost.cpu /= repetitions;
+  cost.own /= repetitions;
+  return cost;
+}
+
+struct Sequence {
+  int frames;
+  int others;
+  int repetitions;
+  Limit* limit;
+  const char* path;
+};
+
+Row sequenceRow(const Setup& setup, const Sequence& sequence, Detect* detect) {
+  constexpr double absoluteTarget = 0.15e-3;
+  const std::string directory = setup.directory + "/" + std::to_string(sequence.frames + sequence.others);
+  writeSequence(directory, sequence.frames, sequence.others);
+  const int member = sequence.frames / 2;
+  const Path scene(directory + "/" + frameName(member));
+  const String expected = "1-" + std::to_string(sequence.frames);
+
+  Race race;
+  const std::size_t limit = race.enter([&] {
+    return averageOf(sequence.repetitions, [&] {
+      require(sequence.limit(directory, "shot_a.", ".exr", 6, member) == std::pair(1, sequence.frames),
+              "the limit program found another range");
+    });
+  });
+  const std::size_t ours = race.enter([&] {
+    return averageOf(sequence.repetitions, [&] {
+      std::map<String, String> result;
+      require(detect(scene, 3, result) && result[p_Range] == expected, "the module found another range");
+    });
+  });
+  race.run(setup.rounds);
+  Row row = ratioRow(sequence.path, race, ours, limit, 1.25);
+  if (sequence.limit == probingLimit) {
+    row.target = "≤ " + timeText(absoluteTarget);
+    row.reached = race.median(ours, &Cost::wall) <= absoluteTarget;
+  }
+  return row;
+}
+
+} // namespace
+
+std::vector<Row> sequenceRows(const Setup& setup) {
+  const ModuleUnderTest module;
+  auto* const detect = module.symbol<Detect>(detectSymbol);
+  const int others = setup.quick ? 1000 : 100'000;
+  const Sequence sequences[] = {
+      {100, 10, 200, sequenceLimit, "sequence of 100 files"},
+      {setup.quick ? 500 : 10'000, 10, 5, sequenceLimit, "sequence of 10,000 files"},
+      {setup.quick ? 900 : 100'000, 10, 1, sequenceLimit, "sequence of 100,000 files"},
+      {100, others, 200, probingLimit, "100 files among 100,000 others"},
+  };
+  std::vector<Row> rows;
+  for (const Sequence& sequence : sequences) {
+    rows.push_back(sequenceRow(setup, sequence, detect));
+  }
+  return rows;
+}
+
+} // namespace bench

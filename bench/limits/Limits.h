@@ -1,0 +1,81 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace bench {
+
+// What cannot be done without. None of it is a product: no error is reported,
+// nothing is kept, and only the benchmark's own inputs are understood.
+
+/// Runs `count` times `program` on `slots` slots, each with its output in a
+/// pipe that is read to its end. 0, or 1 when one failed.
+int dispatchLimit(int count, int slots, const char* program);
+
+/// Judges lines in one vector pass over whole blocks of them.
+class LineLimit {
+public:
+  struct Counts {
+    std::size_t lines = 0;
+    std::size_t images = 0;
+    std::size_t errors = 0;
+    std::size_t successes = 0;
+  };
+
+  LineLimit(std::vector<std::string> images, std::string imageEnd, std::vector<std::string> errors,
+            std::string success);
+
+  /// Reads a descriptor to its end; the last line must be ended.
+  Counts run(int descriptor);
+
+private:
+  struct Table {
+    alignas(16) unsigned char low[16] = {};
+    alignas(16) unsigned char high[16] = {};
+  };
+
+  void scan(const char* begin, const char* end);
+  void judge(std::string_view line);
+
+  std::vector<std::string> images_; // all in lower case
+  std::string imageEnd_;
+  std::vector<std::string> errors_;
+  std::string success_;
+  Table tables_[3]; // by place in a text
+  std::string lowered_;
+  std::size_t nameBytes_ = 0;
+  Counts counts_;
+};
+
+/// The frames around one, by reading the directory into a bitmap.
+std::pair<int, int> sequenceLimit(const std::string& directory, std::string_view head, std::string_view tail,
+                                  std::size_t digits, int frame);
+
+/// The same by asking for each neighbour.
+std::pair<int, int> probingLimit(const std::string& directory, std::string_view head, std::string_view tail,
+                                 std::size_t digits, int frame);
+
+/// Every file of a directory with its sections and entries as views of its
+/// bytes.
+class LoadingLimit {
+public:
+  explicit LoadingLimit(const std::string& directory);
+  std::size_t sections() const;
+  std::size_t entries() const;
+
+private:
+  struct File {
+    std::unique_ptr<char[]> bytes;
+    std::vector<std::pair<std::string_view, std::size_t>> sections; // name, first entry
+    std::vector<std::pair<std::string_view, std::string_view>> entries;
+  };
+  static File read(int directory, const char* name);
+
+  std::vector<File> files_;
+};
+
+} // namespace bench

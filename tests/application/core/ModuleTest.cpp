@@ -1,0 +1,157 @@
+#include "TestSupport.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Lines = std::vector<String>;
+
+constexpr const char* k_CodeType = "c0de0000-0000-4000-8000-000000000001";
+
+UID Id(const char* text) {
+  UID id;
+  id.FromString(text);
+  return id;
+}
+
+String NameOf(const char* id) {
+  const JobTypeInfo* info = JobFactory::s_JobFactory->GetTypeInfo(Id(id), false);
+  return info == nullptr ? "unknown" : info->Name;
+}
+
+class ModuleLoading : public testing::Test {
+protected:
+  Path Install(const char* module, const std::string& directory) {
+    const std::string file = Directory / (directory + "/" + module + ".so");
+    std::filesystem::create_directories(std::filesystem::path(file).parent_path());
+    std::filesystem::copy_file(std::string(CORE_TEST_MODULES "/") + module + "/" + module + ".so", file);
+    return Path(file);
+  }
+  void TypeFile(const std::string& file, const char* id, const char* name) {
+    WriteFile(Directory / file, std::string("[Module]\nID=") + id + "\nName=" + name + "\n");
+  }
+  Path In(const char* directory) const { return Path(Directory / directory); }
+
+  TemporaryDirectory Directory;
+  ModuleLoader Loader;
+};
+
+TEST_F(ModuleLoading, RegistersTheTypesOfALibraryAndUnloadsThem) {
+  const Path file = Install("code", "a");
+  const LogCapture log;
+  EXPECT_EQ(Loader.Load({In("a"), In("missing")}), 1);
+  EXPECT_EQ(Loader.Libraries(), std::vector<Path>{file});
+  EXPECT_EQ(NameOf(k_CodeType), "Code");
+  {
+    const SmartHandle<Job> job = JobFactory::s_JobFactory->CreateJob(Id(k_CodeType));
+    EXPECT_EQ(job->Type(), Id(k_CodeType));
+  }
+  std::map<String, String> parameters = {{"a", "b"}};
+  Loader.AutoDetect(Id(k_CodeType), "a", parameters);
+  EXPECT_EQ(parameters, (std::map<String, String>{{"a", "b"}}));
+  std::vector<Path> roots;
+  Path exe("kept");
+  EXPECT_FALSE(Loader.LatestExecutableSearch(Id(k_CodeType), roots, roots, exe));
+  EXPECT_EQ(exe.Text(), "kept");
+  Loader.Unload();
+  EXPECT_EQ(NameOf(k_CodeType), "unknown");
+  EXPECT_TRUE(Loader.Libraries().empty());
+  EXPECT_EQ(log.Lines(), (Lines{"code: load code.so", "code: delete job", "code: unload"}));
+}
+
+TEST_F(ModuleLoading, LoadsALibraryOnceAndTheFirstOfAName) {
+  const Path first = Install("code", "a");
+  Install("code", "b");
+  const LogCapture log;
+  EXPECT_EQ(Loader.Load({In("a"), In("b"), In("a")}), 1);
+  EXPECT_EQ(Loader.Load({In("a")}), 0);
+  EXPECT_EQ(Loader.Libraries(), std::vector<Path>{first});
+  EXPECT_EQ(log.Lines(), (Lines{"code: load code.so"}));
+}
+
+TEST_F(ModuleLoading, HandsEveryDirectoryWithTypeFilesToALibraryThatReadsThem) {
+  Install("typefiles", "installed");
+  TypeFile("own/mine.tvx", "00000000-0000-4000-8000-000000000001", "Mine");
+  TypeFile("own/better.tvx", "00000000-0000-4000-8000-000000000002", "Better");
+  TypeFile("installed/shipped.tvx", "00000000-0000-4000-8000-000000000002", "Shipped");
+  TypeFile("installed/twice.tvx", "00000000-0000-4000-8000-000000000003", "First");
+  TypeFile("installed/twice2.tvx", "00000000-0000-4000-8000-000000000003", "Second");
+  const LogCapture log;
+  EXPECT_EQ(Loader.Load({In("own"), In("empty"), In("own/"), In("installed")}), 1);
+  EXPECT_EQ(log.Lines(), (Lines{"typefiles: load " + Directory.Name() + "/own/typefiles.so",
+                                "typefiles: load " + Directory.Name() + "/installed/typefiles.so",
+                                "typefiles: refused shipped.tvx"}));
+  EXPECT_EQ(NameOf("00000000-0000-4000-8000-000000000001"), "Mine");
+  EXPECT_EQ(NameOf("00000000-0000-4000-8000-000000000002"), "Better");
+  EXPECT_EQ(NameOf("00000000-0000-4000-8000-000000000003"), "Second");
+  EXPECT_EQ(JobFactory::s_JobFactory->Types().size(), 3U);
+}
+
+TEST_F(ModuleLoading, ALibraryWithoutAnyTypeFileIsLoadedAndUnheard) {
+  Install("typefiles", "a");
+  const LogCapture log;
+  EXPECT_EQ(Loader.Load({In("a")}), 1);
+  Loader.Unload();
+  EXPECT_EQ(log.Lines(), Lines{});
+}
+
+TEST_F(ModuleLoading, PassesDetectionAndSearchToTheOwnerOfTheType) {
+  Install("code", "a");
+  Install("typefiles", "a");
+  TypeFile("a/x.tvx", "00000000-0000-4000-8000-000000000001", "Sketch");
+  const LogCapture log;
+  EXPECT_EQ(Loader.Load({In("a")}), 2);
+  const UID type = Id("00000000-0000-4000-8000-000000000001");
+  std::map<String, String> parameters;
+  Loader.AutoDetect(type, "Scene", parameters);
+  EXPECT_EQ(parameters["Seen"], "Sketch Scene");
+  EXPECT_EQ(MessageOf([&] { Loader.AutoDetect(type, "Bad", parameters); }), "a bad change");
+  Loader.AutoDetect(Id("00000000-0000-4000-8000-00000000000f"), "Bad", parameters);
+  std::vector<Path> roots;
+  std::vector<Path> bases;
+  Path exe;
+  EXPECT_TRUE(Loader.LatestExecutableSearch(type, roots, bases, exe));
+  EXPECT_EQ(roots, std::vector<Path>{"/opt"});
+  EXPECT_EQ(bases, std::vector<Path>{"Sketch"});
+  EXPECT_EQ(exe.Text(), "bin/run");
+  Loader.Unload();
+  EXPECT_EQ(log.Lines(),
+            (Lines{"code: load code.so", "typefiles: load " + Directory.Name() + "/a/typefiles.so",
+                   "typefiles: unload", "code: unload"}));
+}
+
+TEST_F(ModuleLoading, WarnsAboutLibrariesThatAreNoModules) {
+  const Path incomplete = Install("incomplete", "a");
+  WriteFile(Directory / "a/text.so", "no library");
+  const LogCapture log;
+  EXPECT_EQ(Loader.Load({In("a")}), 0);
+  ASSERT_EQ(log.Lines().size(), 2U);
+  EXPECT_EQ(log.Lines()[0],
+            incomplete.Text() + " is no module: it lacks the entry points OnModuleUnload, DeleteJob");
+  const String text = Directory / "a/text.so";
+  EXPECT_EQ(log.Lines()[1].rfind("cannot load the module " + text + ": " + text, 0), 0U) << log.Lines()[1];
+}
+
+TEST_F(ModuleLoading, LeavesAModuleThatRefusesToLoad) {
+  const Path file = Install("refusing", "a");
+  const LogCapture log;
+  EXPECT_EQ(Loader.Load({In("a")}), 0);
+  EXPECT_EQ(log.Lines(), (Lines{"the module " + file.Text() + " refused to load"}));
+}
+
+TEST_F(ModuleLoading, SkipsTypesThatCannotBeDescribedOrAreTaken) {
+  Install("code", "a");
+  const Path raising = Install("raising", "a");
+  const LogCapture log;
+  EXPECT_EQ(Loader.Load({In("a")}), 2);
+  EXPECT_EQ(
+      log.Lines(),
+      (Lines{"code: load code.so",
+             "the module " + raising.Text() +
+                 " cannot describe its type bad00000-0000-4000-8000-000000000001: cannot tell",
+             "the type \"Taken\" of " + raising.Text() +
+                 " has the ID c0de0000-0000-4000-8000-000000000001 of the type \"Code\" and is not used"}));
+  EXPECT_EQ(NameOf(k_CodeType), "Code");
+}
+
+} // namespace

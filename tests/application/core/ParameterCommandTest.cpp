@@ -1,0 +1,150 @@
+#include "TestSupport.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+String Apply(const String& value, const String& commands) {
+  return Job::ProcessParameterNameCommands(value, commands, SmartHandle<const Job>(), nullptr);
+}
+
+String Refusal(const String& value, const String& commands) {
+  return MessageOf([&] { Apply(value, commands); });
+}
+
+TEST(ParameterCommand, TakesPathsApart) {
+  const String path = "/shots/a b/shot.0001.exr";
+  EXPECT_EQ(Apply(path, "Leaf"), "shot.0001.exr");
+  EXPECT_EQ(Apply(path, "Branch"), "/shots/a b");
+  EXPECT_EQ(Apply(path, "Base"), "shot.0001");
+  EXPECT_EQ(Apply(path, "Extension"), "exr");
+  EXPECT_EQ(Apply("bare", "Branch"), "");
+  EXPECT_EQ(Apply("/x", "Branch"), "/");
+}
+
+TEST(ParameterCommand, QuotesAndUnquotes) {
+  EXPECT_EQ(Apply("plain", "Enquote"), "plain");
+  EXPECT_EQ(Apply("a \"b\" $(c)", "Enquote"), "\"a \\\"b\\\" \\$(c)\"");
+  EXPECT_EQ(Apply("", "Enquote"), "\"\"");
+  EXPECT_EQ(Apply("a \"b\" $(c)", "Enquote.Dequote"), "a \"b\" $(c)");
+}
+
+TEST(ParameterCommand, ReadsRanges) {
+  struct Case {
+    const char *Range, *Start, *End, *Count;
+  };
+  for (const Case& range :
+       std::initializer_list<Case>{{"7-9", "7", "9", "3"},
+                                   {"7", "7", "7", "1"},
+                                   {"-5--1", "-5", "-1", "5"},
+                                   {"-3", "-3", "-3", "1"},
+                                   {"-2147483648-2147483647", "-2147483648", "2147483647", "4294967296"},
+                                   {"10-1x3,20", "1", "20", "5"},
+                                   {"", "", "", ""}}) {
+    EXPECT_EQ(Apply(range.Range, "Start"), range.Start) << range.Range;
+    EXPECT_EQ(Apply(range.Range, "End"), range.End) << range.Range;
+    EXPECT_EQ(Apply(range.Range, "Count"), range.Count) << range.Range;
+  }
+  EXPECT_EQ(Refusal("abc", "Start"), "Start needs a frame range, not \"abc\"");
+  EXPECT_EQ(Refusal(" ", "Count"), "Count needs a frame range, not \" \"");
+}
+
+TEST(ParameterCommand, PadsWholeNumbers) {
+  EXPECT_EQ(Apply("7", "Pad(4)"), "0007");
+  EXPECT_EQ(Apply("-7", "Pad(4)"), "-0007");
+  EXPECT_EQ(Apply("+7", "Pad(2)"), "07");
+  EXPECT_EQ(Apply("12345", "Pad(4)"), "12345");
+  EXPECT_EQ(Apply("0012", "Pad(3)"), "012");
+  EXPECT_EQ(Apply("000", "Pad(0)"), "0");
+  EXPECT_EQ(Apply("", "Pad(4)"), "");
+  EXPECT_EQ(Apply("7", "Pad(64)").size(), 64U);
+  EXPECT_EQ(Refusal("7", "Pad(65)"), "Pad needs a number of digits from 0 to 64, not \"65\"");
+  EXPECT_EQ(Refusal("7", "Pad(999999999999)"),
+            "Pad needs a number of digits from 0 to 64, not \"999999999999\"");
+  EXPECT_EQ(Refusal("7", "Pad(-1)"), "Pad needs a number of digits from 0 to 64, not \"-1\"");
+  EXPECT_EQ(Refusal("7", "Pad()"), "Pad needs a number of digits from 0 to 64, not \"\"");
+  EXPECT_EQ(Refusal("1-5", "Pad(3)"), "Pad needs a whole number, not \"1-5\"");
+  EXPECT_EQ(Refusal("-", "Pad(3)"), "Pad needs a whole number, not \"-\"");
+}
+
+TEST(ParameterCommand, ChangesCaseOfAsciiLetters) {
+  EXPECT_EQ(Apply("aBc\xC3\xA4", "Upper"), "ABC\xC3\xA4");
+  EXPECT_EQ(Apply("aBc", "Lower"), "abc");
+}
+
+TEST(ParameterCommand, WritesOptionalTexts) {
+  EXPECT_EQ(Apply("", "Default(none)"), "none");
+  EXPECT_EQ(Apply("x", "Default(none)"), "x");
+  EXPECT_EQ(Apply("x", "Prefix( -s )"), " -s x");
+  EXPECT_EQ(Apply("", "Prefix(-s)"), "");
+  EXPECT_EQ(Apply("x", "Suffix(.png)"), "x.png");
+  EXPECT_EQ(Apply("", "Suffix(.png)"), "");
+  EXPECT_EQ(Apply("x", "Prefix(C:\\renders\\\\)"), "C:\\renders\\x");
+}
+
+TEST(ParameterCommand, ChoosesByTruth) {
+  EXPECT_EQ(Apply("Yes", "If(-a,-b)"), "-a");
+  EXPECT_EQ(Apply("No", "If(-a,-b)"), "-b");
+  EXPECT_EQ(Apply("", "If(-a,-b)"), "-b");
+  EXPECT_EQ(Apply("yes", "If(-a)"), "-a");
+  EXPECT_EQ(Apply("no", "If(-a)"), "");
+  EXPECT_EQ(Apply("yes", "If(f(1,2),b,c)"), "f(1,2)");
+  EXPECT_EQ(Apply("no", "If(f(1,2),b,c)"), "b,c");
+  EXPECT_EQ(Apply("yes", "If(1\\,2,b)"), "1,2");
+  EXPECT_EQ(Apply("yes", "If(\\(,b)"), "(");
+}
+
+TEST(ParameterCommand, ReplacesEveryOccurrence) {
+  EXPECT_EQ(Apply("a/b/c", "Replace(/,::)"), "a::b::c");
+  EXPECT_EQ(Apply("aaa", "Replace(a,)"), "");
+  EXPECT_EQ(Apply("a,b", "Replace(\\,,;)"), "a;b");
+  EXPECT_EQ(Refusal("a", "Replace(a)"), "Replace needs two texts with a comma between, not \"a\"");
+  EXPECT_EQ(Refusal("a", "Replace(,x)"), "Replace needs two texts with a comma between, not \",x\"");
+  EXPECT_EQ(Refusal(String(1 << 20, 'a'), "Replace(a," + String(1 << 10, 'b') + ")"),
+            "Replace makes a text of more than 64 MiB");
+}
+
+TEST(ParameterCommand, WritesEachTextOfAListAsAWord) {
+  EXPECT_EQ(Apply("inc;my dir;a\\;b", "Each(+L)"), "+Linc +L\"my dir\" +L\"a;b\"");
+  EXPECT_EQ(Apply("a;;\"\";b", "Each(-i )"), "-i a -i b");
+  EXPECT_EQ(Apply("a b;c", "Each()"), "\"a b\" c");
+  EXPECT_EQ(Apply("", "Each(+L)"), "");
+}
+
+TEST(ParameterCommand, TranslatesPathsForThisMachine) {
+  const Translations maps("/there", "/here");
+  EXPECT_EQ(Apply("/there/a.png", "TranslateToLocal"), "/here/a.png");
+  EXPECT_EQ(Apply("/thereabouts/a.png", "TranslateToLocal"), "/thereabouts/a.png");
+  EXPECT_EQ(Apply("/no/such/file", "TranslateContents"), "/no/such/file");
+}
+
+TEST(ParameterCommand, RefusesMalformedChains) {
+  EXPECT_EQ(Refusal("x", "Lef"),
+            "parameter commands:1: unknown parameter command \"Lef\"; did you mean \"Leaf\"?\n"
+            "    1 | Lef\n"
+            "      | ^");
+  EXPECT_EQ(Refusal("x", "Leaf)"), "parameter commands:5: this \")\" closes nothing\n"
+                                   "    1 | Leaf)\n"
+                                   "      |     ^");
+  EXPECT_EQ(Refusal("x", ""), "parameter commands:1: a parameter command is missing after \".\"\n"
+                              "    1 | \n"
+                              "      | ^");
+}
+
+TEST(ParameterCommand, EveryCommandHasHelpAndIsFoundByItsName) {
+  EXPECT_EQ(ParameterCommands().size(), 20U);
+  for (const ParameterCommand& command : ParameterCommands()) {
+    EXPECT_STRNE(command.Help, "") << command.Name;
+    const String argument = *command.Arguments == '\0' ? "" : "(1,1)";
+    EXPECT_EQ(Refusal("", String(command.Name).Upper() + argument), "nothing raised") << command.Name;
+  }
+}
+
+TEST(ParameterCommand, DeepParenthesesAreReadWithoutDepth) {
+  const String open(1 << 20, '(');
+  const String close(1 << 20, ')');
+  EXPECT_EQ(Apply("", "Default(" + open + close + ")").size(), std::size_t{2} << 20);
+  EXPECT_LT(Refusal("", "Default(" + open).size(), 500U);
+}
+
+} // namespace
