@@ -82,6 +82,7 @@ Cost runProgram(const std::vector<std::string>& arguments,
                 const std::vector<std::pair<std::string, std::string>>& environment,
                 const std::string& output) {
   std::vector<char*> words;
+  words.reserve(arguments.size() + 1);
   for (const std::string& argument : arguments) {
     words.push_back(const_cast<char*>(argument.c_str()));
   }
