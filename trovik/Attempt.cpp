@@ -38,12 +38,15 @@ bool isFilled(const Path& file) {
 
 Attempt::Attempt(const WorkInfo& work, SmartHandle<Job> job, std::unique_ptr<AttemptLog> log,
                  ImageReceiver images)
-    : work_(work), job_(std::move(job)), process_(dynamic_cast<ProcessJob*>(job_.Get())), log_(std::move(log)),
-      images_(std::move(images)), splitter_([this](std::string_view line) { onLine(line); }) {
+    : work_(work), job_(std::move(job)), process_(dynamic_cast<ProcessJob*>(job_.Get())),
+      log_(std::move(log)), images_(std::move(images)),
+      splitter_([this](std::string_view line) { onLine(line); }) {
   job_->SetObserver(this);
 }
 
-Attempt::~Attempt() { job_->SetObserver(nullptr); }
+Attempt::~Attempt() {
+  job_->SetObserver(nullptr);
+}
 
 bool Attempt::start(Machine& machine) {
   started_ = lastOutput_ = machine.now();
@@ -65,8 +68,12 @@ bool Attempt::start(Machine& machine) {
   return true;
 }
 
-int Attempt::outputDescriptor() const { return outputOver_ ? -1 : program_->outputDescriptor(); }
-int Attempt::exitDescriptor() const { return exited_ ? -1 : program_->exitDescriptor(); }
+int Attempt::outputDescriptor() const {
+  return outputOver_ ? -1 : program_->outputDescriptor();
+}
+int Attempt::exitDescriptor() const {
+  return exited_ ? -1 : program_->exitDescriptor();
+}
 
 std::optional<Clock::time_point> Attempt::deadline() const {
   std::optional<Clock::time_point> earliest = exited_ ? drainUntil_ : killAt_;

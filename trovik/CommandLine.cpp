@@ -93,7 +93,8 @@ void addCommon(CLI::App& app, Options& options) {
       ->type_name("WHEN")
       ->group(commonGroup);
   app.set_help_flag("-h,--help", "Show this help")->group(commonGroup);
-  app.set_version_flag("--version", std::string("trovik ") + TROVIK_VERSION, "Show the version")->group(commonGroup);
+  app.set_version_flag("--version", std::string("trovik ") + TROVIK_VERSION, "Show the version")
+      ->group(commonGroup);
 }
 
 CLI::App& addVerb(CLI::App& program, Options& options, const char* name, const char* description,
@@ -130,7 +131,8 @@ void addRun(CLI::App& program, Options& options) {
   run.add_option("--packet", options.packet, "Frames that one start of the program renders")
       ->type_name("N")
       ->group("Options");
-  run.add_option("--slots", options.slots, "Programs that run at the same time; by default what the CPUs carry")
+  run.add_option("--slots", options.slots,
+                 "Programs that run at the same time; by default what the CPUs carry")
       ->type_name("N")
       ->group("Options");
   run.add_option("--out", options.out, "The folder for what the program writes; made where it is missing")
@@ -163,13 +165,15 @@ std::string suggestion(const std::string& unknown, const std::vector<String>& kn
 /// Refuses what the verb (or the program, before any verb) did not take.
 void refuseExtras(const CLI::App& program, const CLI::App* verb) {
   const CLI::App& app = verb == nullptr ? program : *verb;
-  const std::vector<std::string> extras = app.remaining();
+  std::vector<std::string> extras = app.remaining();
+  std::erase(extras, "--"); // the mark behind which nothing is an option
   if (extras.empty()) {
     return;
   }
   // A mistyped option spoils what stands behind it, so it is told first.
-  const auto option = std::find_if(extras.begin(), extras.end(),
-                                   [](const std::string& text) { return text.size() > 1 && text.front() == '-'; });
+  const auto option = std::find_if(extras.begin(), extras.end(), [](const std::string& text) {
+    return text.size() > 1 && text.front() == '-';
+  });
   const std::string help = verb == nullptr ? "trovik --help" : "trovik " + verb->get_name() + " --help";
   if (option != extras.end()) {
     const std::string name = option->substr(0, option->find('='));
@@ -202,7 +206,8 @@ void refuseExtras(const CLI::App& program, const CLI::App* verb) {
     text = "--" + text.substr(0, end) + " takes no value";
   }
   throw UsageError{printable(text, OddBytes::Show),
-                   "see \"trovik " + (verbs.empty() ? std::string() : verbs.front()->get_name() + ' ') + "--help\""};
+                   "see \"trovik " + (verbs.empty() ? std::string() : verbs.front()->get_name() + ' ') +
+                       "--help\""};
 }
 
 /// What each verb cannot do without.
@@ -223,28 +228,33 @@ ParsedLine parseCommandLine(const std::vector<std::string>& arguments, std::size
   ParsedLine parsed;
   Options& options = parsed.options;
   CLI::App program("Runs render jobs whose types are described by small text files.", "trovik");
-  program.formatter_fn([width](const CLI::App* app, const std::string& /*name*/, CLI::AppFormatMode /*mode*/) {
-    return helpText(*app, width);
-  });
+  program.formatter_fn([width](const CLI::App* app, const std::string& /*name*/,
+                               CLI::AppFormatMode /*mode*/) { return helpText(*app, width); });
   program.footer(mainFooter);
   program.allow_extras();
   program.require_subcommand(0, 1); // a type may be called like a verb
   addCommon(program, options);
 
   CLI::App& types = addVerb(program, options, "types", "Lists the job types.", typesFooter);
-  types.add_flag("--all", options.all, "Also those that are switched off")->disable_flag_override()->group("Options");
+  types.add_flag("--all", options.all, "Also those that are switched off")
+      ->disable_flag_override()
+      ->group("Options");
   addJson(types, options, "Print JSON");
 
-  CLI::App& type = addVerb(program, options, "type",
-                           "Describes a job type: its parameters as a form groups them, and its commands.", typeFooter);
+  CLI::App& type =
+      addVerb(program, options, "type",
+              "Describes a job type: its parameters as a form groups them, and its commands.", typeFooter);
   addType(type, options);
-  type.add_flag("--all", options.all, "Also what is hidden from forms")->disable_flag_override()->group("Options");
+  type.add_flag("--all", options.all, "Also what is hidden from forms")
+      ->disable_flag_override()
+      ->group("Options");
   addJson(type, options, "Print JSON, with the flags of each parameter");
 
-  CLI::App& detect = addVerb(program, options, "detect",
-                             "Shows what would be filled in for a scene: the sequence that it belongs to and what "
-                             "the type's rules add.",
-                             detectFooter);
+  CLI::App& detect =
+      addVerb(program, options, "detect",
+              "Shows what would be filled in for a scene: the sequence that it belongs to and what "
+              "the type's rules add.",
+              detectFooter);
   addType(detect, options);
   detect.add_option("SCENE", options.scene, "The scene file")->type_name("");
   addJson(detect, options, "Print JSON");
@@ -282,7 +292,8 @@ ParsedLine parseCommandLine(const std::vector<std::string>& arguments, std::size
   }
   options.verb = verbs.front()->get_name();
   if (options.verb == "help") {
-    const auto known = program.get_subcommands([&](const CLI::App* app) { return app->get_name() == helpVerb; });
+    const auto known =
+        program.get_subcommands([&](const CLI::App* app) { return app->get_name() == helpVerb; });
     if (!helpVerb.empty() && known.empty()) {
       std::vector<String> names;
       for (const CLI::App* verb : program.get_subcommands([](const CLI::App*) { return true; })) {

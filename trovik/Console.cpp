@@ -45,7 +45,9 @@ std::string inColour(bool enabled, Colour colour, std::string_view text) {
 Console::Console(Writer out, Writer error, ConsoleTraits traits, std::function<std::size_t()> width)
     : out_(std::move(out)), error_(std::move(error)), traits_(traits), width_(std::move(width)) {}
 
-Console::~Console() { setLive({}); }
+Console::~Console() {
+  setLive({});
+}
 
 void Console::print(std::string_view text) {
   if (live_.empty()) {

@@ -15,7 +15,8 @@ namespace {
 /// The changes as they come out in the end: the value that each variable gets,
 /// or nothing where it is removed.
 std::map<String, std::optional<String>> environmentChanges(const ProcessStart& start) {
-  std::map<String, std::optional<String>> changes = {{"LC_ALL", String("C.UTF-8")}, {"LANGUAGE", std::nullopt}};
+  std::map<String, std::optional<String>> changes = {{"LC_ALL", String("C.UTF-8")},
+                                                     {"LANGUAGE", std::nullopt}};
   for (const auto& [name, value] : start.Environment) {
     changes[name] = value;
   }
@@ -76,8 +77,9 @@ std::string shellText(const ProcessStart& start) {
   for (const String& word : start.Arguments) {
     command += ' ' + shellWord(word);
   }
-  return start.StartDirectory.empty() ? command
-                                      : "(cd " + shellWord(start.StartDirectory.Text()) + " && " + command + ")";
+  return start.StartDirectory.empty()
+             ? command
+             : "(cd " + shellWord(start.StartDirectory.Text()) + " && " + command + ")";
 }
 
 void printDryRun(Console& console, const SmartHandle<Job>& job, bool json) {

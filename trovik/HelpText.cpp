@@ -51,7 +51,8 @@ std::string helpText(const CLI::App& app, std::size_t width) {
     }
   }
   // A verb's own options come before the common ones.
-  std::stable_partition(groups.begin(), groups.end(), [](const std::string& group) { return group == "Options"; });
+  std::stable_partition(groups.begin(), groups.end(),
+                        [](const std::string& group) { return group == "Options"; });
 
   std::string usage = "usage: trovik";
   usage += isVerb ? ' ' + app.get_name() : std::string(" VERB");

@@ -97,7 +97,8 @@ void JobSetup::set(const std::string& name, const std::string& value, const std:
     throw UsageError{origin + ": " + why, {}};
   }
   // A program may be named without its directory; it is then looked up along PATH.
-  const bool bareProgram = String::EqualNoCase(info.Name, p_Executable) && value.find('/') == std::string::npos;
+  const bool bareProgram =
+      String::EqualNoCase(info.Name, p_Executable) && value.find('/') == std::string::npos;
   const bool picked = info.Type() == ParameterInfo::k_File && !value.empty() && !bareProgram;
   store(info, picked ? std::string(absolutePath(value).Text()) : value, origin);
 }
@@ -109,7 +110,8 @@ void JobSetup::setOutputFolder(const std::string& folder) {
   const Path path = absolutePath(folder);
   std::error_code error;
   if (exists(path) && !std::filesystem::is_directory(path.Text().c_str(), error)) {
-    throw UsageError{"--out: " + inQuotes(path.Text()) + " is no folder", "name a folder; it is made where it is missing"};
+    throw UsageError{"--out: " + inQuotes(path.Text()) + " is no folder",
+                     "name a folder; it is made where it is missing"};
   }
   store(findParameter(type_, p_OutputFolder), EscapeReferences(path.Text()), "--out");
 }
@@ -132,7 +134,8 @@ void JobSetup::detect(const String& changed) {
       const String value = job_->GetParameterOrOption(info.Name, true, true);
       // The map tells no kinds, so picked files are written such that rules
       // that use them leave a "$(" in them alone.
-      before[info.Name] = isPlain(&info, info.Name) && !isEscapedByHost(info.Name) ? EscapeReferences(value) : value;
+      before[info.Name] =
+          isPlain(&info, info.Name) && !isEscapedByHost(info.Name) ? EscapeReferences(value) : value;
     }
   }
   std::map<String, String> after = before;
@@ -149,8 +152,8 @@ void JobSetup::detect(const String& changed) {
     const ParameterInfo* info = description.GetParam(name);
     const String& canonical = info == nullptr ? name : info->Name;
     if (!job_->SetParameter(canonical, fromDetection(info, canonical, value, changed))) {
-      LogWarning("the [AutoDetect] rules of " + inQuotes(typeTitle(type_)) + " for " + inQuotes(changed) + " fill " +
-                 inQuotes(name) + ", which the type does not have");
+      LogWarning("the [AutoDetect] rules of " + inQuotes(typeTitle(type_)) + " for " + inQuotes(changed) +
+                 " fill " + inQuotes(name) + ", which the type does not have");
       continue;
     }
     if (value.empty()) {
@@ -173,8 +176,9 @@ String JobSetup::fromDetection(const ParameterInfo* info, const String& name, co
   if (String::EqualNoCase(changed, p_Scene)) {
     const Path scene(job_->GetParameterOrOption(p_Scene, true, true));
     const bool cutFromScene =
-        String::EqualNoCase(name, p_Name) ? scene.Leaf(true).starts_with(value)
-               : String::EqualNoCase(name, sceneNameFormat) && value.starts_with(scene.Branch(true, false));
+        String::EqualNoCase(name, p_Name)
+            ? scene.Leaf(true).starts_with(value)
+            : String::EqualNoCase(name, sceneNameFormat) && value.starts_with(scene.Branch(true, false));
     if (cutFromScene) {
       return value;
     }
@@ -227,10 +231,12 @@ void JobSetup::checkSequence(const String& format) const {
   Path firstMissing;
   while (works->Next(run, hasFrames)) {
     if (!hasFrames) {
-      throw UsageError{"the scene is a sequence of files, but there is no frame range", "add --range, such as 1-24"};
+      throw UsageError{"the scene is a sequence of files, but there is no frame range",
+                       "add --range, such as 1-24"};
     }
     if (run.First < 0) {
-      throw UsageError{"a sequence of scene files cannot have negative frames such as " + std::to_string(run.First) +
+      throw UsageError{"a sequence of scene files cannot have negative frames such as " +
+                           std::to_string(run.First) +
                            ": the range text of a work has no place for their sign",
                        "choose frames from 0 on with --range"};
     }
@@ -254,7 +260,8 @@ void JobSetup::checkSequence(const String& format) const {
 std::pair<std::string, std::string> splitAssignment(const std::string& text) {
   const std::size_t equals = text.find('=');
   if (equals == std::string::npos || equals == 0) {
-    throw UsageError{"--set takes NAME=VALUE, not " + inQuotes(text), "write, for example, --set PacketSize=4"};
+    throw UsageError{"--set takes NAME=VALUE, not " + inQuotes(text),
+                     "write, for example, --set PacketSize=4"};
   }
   return {text.substr(0, equals), text.substr(equals + 1)};
 }

@@ -14,7 +14,8 @@ namespace trovik {
 
 /// Lets a type's module react to a changed parameter; see
 /// ModuleLoader::AutoDetect.
-using DetectFunction = std::function<void(const UID& type, const String& changed, std::map<String, String>& values)>;
+using DetectFunction =
+    std::function<void(const UID& type, const String& changed, std::map<String, String>& values)>;
 
 /// A parameter that detection filled, by its name in the type.
 struct FilledParameter {
@@ -53,7 +54,8 @@ public:
 private:
   void store(const ParameterInfo& info, const std::string& value, const std::string& origin);
   void detect(const String& changed);
-  String fromDetection(const ParameterInfo* info, const String& name, const String& value, const String& changed) const;
+  String fromDetection(const ParameterInfo* info, const String& name, const String& value,
+                       const String& changed) const;
   void checkScene() const;
   void checkSequence(const String& format) const;
 

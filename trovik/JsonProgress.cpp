@@ -18,7 +18,9 @@ double secondsOf(Duration duration) {
   return static_cast<double>(milliseconds.count()) / 1000;
 }
 
-Json textOrNull(const std::string& text) { return text.empty() ? Json(nullptr) : Json(text); }
+Json textOrNull(const std::string& text) {
+  return text.empty() ? Json(nullptr) : Json(text);
+}
 
 } // namespace
 
@@ -34,7 +36,9 @@ void JsonProgress::runStarted(const RunInfo& info) {
   console_.print(jsonLine(event));
 }
 
-void JsonProgress::workStarted(const WorkInfo& work) { console_.print(jsonLine(eventOf("work.started", work))); }
+void JsonProgress::workStarted(const WorkInfo& work) {
+  console_.print(jsonLine(eventOf("work.started", work)));
+}
 
 void JsonProgress::image(const WorkInfo& work, const Path& file) {
   Json event = eventOf("work.image", work);
@@ -78,10 +82,11 @@ void JsonProgress::runEnded(const RunSummary& summary) {
   }
   event["failures"] = Json::array();
   for (const FailureGroup& group : summary.failures) {
-    event["failures"].push_back({{"frames", summary.info.hasFrames ? Json(group.frames.text()) : Json(nullptr)},
-                                 {"works", group.works},
-                                 {"reason", group.reason},
-                                 {"log", textOrNull(group.log.Text())}});
+    event["failures"].push_back(
+        {{"frames", summary.info.hasFrames ? Json(group.frames.text()) : Json(nullptr)},
+         {"works", group.works},
+         {"reason", group.reason},
+         {"log", textOrNull(group.log.Text())}});
   }
   event["images"] = Json::array();
   for (const auto& [directory, count] : summary.images) {

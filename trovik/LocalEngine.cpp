@@ -160,8 +160,8 @@ void LocalEngine::takeInterrupts() {
 void LocalEngine::settle(const RunPlan& plan, Attempt& attempt) {
   const WorkInfo& work = attempt.work();
   WorkResult result = attempt.result();
-  result.again = result.verdict == Verdict::Failed && attempt.isWorthRepeating() && work.attempt < work.attempts &&
-                 stops_ == 0;
+  result.again = result.verdict == Verdict::Failed && attempt.isWorthRepeating() &&
+                 work.attempt < work.attempts && stops_ == 0;
   tellJob(plan, attempt);
   switch (result.verdict) {
   case Verdict::Good:

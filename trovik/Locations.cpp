@@ -45,9 +45,15 @@ Path Locations::home(const char* variable, const char* belowHome) const {
   return base /= String(belowHome);
 }
 
-Path Locations::settings() const { return home("XDG_CONFIG_HOME", ".config") /= "trovik/settings.ini"; }
-Path Locations::options() const { return home("XDG_CONFIG_HOME", ".config") /= "trovik/options.ini"; }
-Path Locations::runs() const { return home("XDG_STATE_HOME", ".local/state") /= "trovik/runs"; }
+Path Locations::settings() const {
+  return home("XDG_CONFIG_HOME", ".config") /= "trovik/settings.ini";
+}
+Path Locations::options() const {
+  return home("XDG_CONFIG_HOME", ".config") /= "trovik/options.ini";
+}
+Path Locations::runs() const {
+  return home("XDG_STATE_HOME", ".local/state") /= "trovik/runs";
+}
 
 std::vector<Path> Locations::defaultModulePath() const {
   std::vector<Path> candidates = {home("XDG_DATA_HOME", ".local/share") /= "trovik/modules"};

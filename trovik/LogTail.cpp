@@ -27,7 +27,9 @@ void LogTail::markDeciding() {
   }
 }
 
-std::vector<std::string> LogTail::lines() const { return around_.empty() ? ring(lastLines) : around_; }
+std::vector<std::string> LogTail::lines() const {
+  return around_.empty() ? ring(lastLines) : around_;
+}
 
 std::vector<std::string> LogTail::ring(std::size_t count) const {
   std::vector<std::string> result;

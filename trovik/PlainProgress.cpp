@@ -4,7 +4,9 @@
 
 namespace trovik {
 
-void PlainProgress::runStarted(const RunInfo& info) { console_.print(startText(console_, info)); }
+void PlainProgress::runStarted(const RunInfo& info) {
+  console_.print(startText(console_, info));
+}
 
 void PlainProgress::workStarted(const WorkInfo& work) {
   std::string text = "started  " + work.title();
@@ -36,6 +38,8 @@ void PlainProgress::interrupted(int times, std::size_t running) {
   console_.print(interruptText(console_, times, running));
 }
 
-void PlainProgress::runEnded(const RunSummary& summary) { console_.print(summaryText(console_, summary)); }
+void PlainProgress::runEnded(const RunSummary& summary) {
+  console_.print(summaryText(console_, summary));
+}
 
 } // namespace trovik

@@ -48,14 +48,18 @@ void sendLogTo(Console& console, int verbosity) {
       console.printError(message(console, Colour::Yellow, "trovik: warning:", text));
       break;
     default:
-      console.printError(message(console, Colour::Faint, level == LogLevel::Info ? "trovik:" : "trovik: debug:", text));
+      console.printError(
+          message(console, Colour::Faint, level == LogLevel::Info ? "trovik:" : "trovik: debug:", text));
     }
   });
 }
 
 int callVerb(const Options& options, Console& console) {
-  static const std::map<std::string, int (*)(Session&)> verbs = {
-      {"types", listTypes}, {"type", describeType}, {"detect", detectScene}, {"find", findProgram}, {"run", runJob}};
+  static const std::map<std::string, int (*)(Session&)> verbs = {{"types", listTypes},
+                                                                 {"type", describeType},
+                                                                 {"detect", detectScene},
+                                                                 {"find", findProgram},
+                                                                 {"run", runJob}};
   Session session(options, console);
   return verbs.at(options.verb)(session);
 }
@@ -71,8 +75,8 @@ int runProgram(int count, char** arguments) {
   std::unique_ptr<Console> console = makeConsole(ColourChoice::Auto);
   int code = exitUsage;
   try {
-    const ParsedLine line =
-        parseCommandLine({arguments + 1, arguments + count}, std::min<std::size_t>(console->layoutWidth(), 100));
+    const ParsedLine line = parseCommandLine({arguments + 1, arguments + count},
+                                             std::min<std::size_t>(console->layoutWidth(), 100));
     console = makeConsole(line.options.colour);
     sendLogTo(*console, line.options.verbosity);
     if (line.text) {

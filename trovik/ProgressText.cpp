@@ -19,7 +19,8 @@ std::string countsText(const Console& console, const RunSummary& summary) {
   const std::size_t failed = frames ? summary.failed.count() : summary.failedWorks;
   const std::size_t notDone = frames ? summary.notDone.count() : summary.notDoneWorks;
   const std::size_t total = good + failed + notDone;
-  std::string text = good == total ? (total == 1 ? framesOrWork(summary.info, 1) : "all " + framesOrWork(summary.info, total))
+  std::string text = good == total ? (total == 1 ? framesOrWork(summary.info, 1)
+                                                 : "all " + framesOrWork(summary.info, total))
                                    : std::to_string(good) + " of " + framesOrWork(summary.info, total);
   text = console.coloured(summary.allGood() ? Colour::Green : Colour::Bold, text + " good");
   if (failed > 0) {
@@ -85,7 +86,8 @@ std::string summaryText(const Console& console, const RunSummary& summary) {
       break;
     }
     const std::string frames = info.hasFrames ? group.frames.text(rangesShown) : "work";
-    text += console.coloured(Colour::Red, "failed") + "  " + frames + "  " + console.shown(group.reason) + '\n';
+    text +=
+        console.coloured(Colour::Red, "failed") + "  " + frames + "  " + console.shown(group.reason) + '\n';
     ++shown;
   }
   if (info.hasFrames && !summary.notDone.empty()) {

@@ -12,14 +12,14 @@ namespace trovik {
 
 /// What is to be done, as told when a run starts.
 struct RunInfo {
-  std::string type;         ///< the type's name
-  std::string scene;        ///< the scene or the pattern of its sequence; empty for none
-  std::string range;        ///< all frames, "1-24"; empty for a job without frames
-  std::size_t frames = 0;   ///< number of frames; 1 for a job without
+  std::string type;       ///< the type's name
+  std::string scene;      ///< the scene or the pattern of its sequence; empty for none
+  std::string range;      ///< all frames, "1-24"; empty for a job without frames
+  std::size_t frames = 0; ///< number of frames; 1 for a job without
   std::size_t works = 0;
   std::size_t slots = 1;
   bool hasFrames = true;
-  Path logs;                ///< the directory of the logs; empty for none
+  Path logs; ///< the directory of the logs; empty for none
 };
 
 /// One attempt at one work.
@@ -39,8 +39,8 @@ enum class Verdict { Good, Failed, Canceled };
 /// How an attempt ended.
 struct WorkResult {
   Verdict verdict = Verdict::Good;
-  bool again = false; ///< failed, and will be tried again
-  std::string reason; ///< of a failed one: the job's note
+  bool again = false;             ///< failed, and will be tried again
+  std::string reason;             ///< of a failed one: the job's note
   std::vector<std::string> lines; ///< of a failed one: the lines of its output to quote
   Path log;
   Duration duration{};
@@ -63,7 +63,7 @@ struct RunSummary {
   std::size_t goodWorks = 0;
   std::size_t failedWorks = 0;
   std::size_t notDoneWorks = 0;
-  std::vector<FailureGroup> failures; ///< in the order of their first work
+  std::vector<FailureGroup> failures;        ///< in the order of their first work
   std::map<std::string, std::size_t> images; ///< number of images by directory
   Duration duration{};
   bool interrupted = false;

@@ -17,12 +17,7 @@ namespace {
 
 class AttemptLogFile final : public AttemptLog {
 public:
-  explicit AttemptLogFile(Path file)
-      : file_(std::move(file)), descriptor_(open(file_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
-    if (descriptor_ < 0) {
-      giveUp();
-    }
-  }
+  explicit AttemptLogFile(Path file) : file_(std::move(file)) {}
   ~AttemptLogFile() override {
     if (descriptor_ >= 0) {
       close(descriptor_);
@@ -32,27 +27,37 @@ public:
   AttemptLogFile& operator=(const AttemptLogFile&) = delete;
 
   void write(std::string_view bytes) override {
-    while (descriptor_ >= 0 && !bytes.empty()) {
+    if (state_ == State::Unopened && !bytes.empty()) {
+      descriptor_ = ::open(file_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+      state_ = State::Open;
+      if (descriptor_ < 0) {
+        giveUp();
+      }
+    }
+    while (state_ == State::Open && !bytes.empty()) {
       const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
       if (written > 0) {
         bytes.remove_prefix(static_cast<std::size_t>(written));
       } else if (written == 0 || errno != EINTR) {
         giveUp();
-        close(descriptor_);
-        descriptor_ = -1;
       }
     }
   }
-  Path file() const override { return file_; }
+
+  Path file() const override { return state_ == State::Unopened ? Path() : file_; }
 
 private:
-  void giveUp() const {
+  enum class State { Unopened, Open, GivenUp };
+
+  void giveUp() {
     LogWarning("cannot write the log " + inQuotes(file_.Text()) + ": " +
                std::error_code(errno, std::generic_category()).message());
+    state_ = State::GivenUp;
   }
 
   Path file_;
-  int descriptor_;
+  State state_ = State::Unopened;
+  int descriptor_ = -1;
 };
 
 } // namespace
@@ -61,7 +66,8 @@ RunLogDirectory::RunLogDirectory(Path directory) : directory_(std::move(director
   std::error_code error;
   std::filesystem::create_directories(directory_.Text().c_str(), error);
   if (error) {
-    throw UsageError{"cannot make the folder for the logs " + inQuotes(directory_.Text()) + ": " + error.message(),
+    throw UsageError{"cannot make the folder for the logs " + inQuotes(directory_.Text()) + ": " +
+                         error.message(),
                      "choose another with --log-dir"};
   }
 }

@@ -13,7 +13,7 @@ class AttemptLog {
 public:
   virtual ~AttemptLog() = default;
   virtual void write(std::string_view bytes) = 0;
-  /// Where it can be read; empty when it is kept nowhere.
+  /// Where it can be read; empty when there was nothing to keep.
   virtual Path file() const = 0;
 };
 
@@ -26,8 +26,8 @@ public:
 };
 
 /// Logs as files of one directory: "7-9.log", for a further attempt
-/// "7-9.attempt2.log". A log that cannot be written (a full disk) costs a
-/// warning, never the work.
+/// "7-9.attempt2.log". A program that prints nothing has none. A log that cannot be written (a full disk)
+/// costs a warning, never the work.
 class RunLogDirectory final : public RunLogs {
 public:
   /// Makes the directory and those above it. Throws a UsageError when it

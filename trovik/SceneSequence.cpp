@@ -26,7 +26,9 @@ std::string numbered(long long number, std::size_t digits) {
 
 } // namespace
 
-Path sequenceScene(const String& format, int frame) { return {SFormat(format, frame)}; }
+Path sequenceScene(const String& format, int frame) {
+  return {SFormat(format, frame)};
+}
 
 std::string whyNoSequence(const UID& type, const Path& scene) {
   const IniFile& settings = Application::the_Application->Settings();

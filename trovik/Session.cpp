@@ -13,7 +13,8 @@ namespace {
 
 /// The file that a flag or variable names, which must then exist, or the
 /// usual one, which need not.
-Path chosenFile(const char* flag, const std::optional<std::string>& fromFlag, const char* variable, const Path& usual) {
+Path chosenFile(const char* flag, const std::optional<std::string>& fromFlag, const char* variable,
+                const Path& usual) {
   std::string origin = flag;
   std::optional<std::string> named = fromFlag;
   if (!named) {
@@ -26,7 +27,8 @@ Path chosenFile(const char* flag, const std::optional<std::string>& fromFlag, co
   const Path file = absolutePath(*named);
   std::error_code error;
   if (!std::filesystem::is_regular_file(file.Text().c_str(), error)) {
-    throw UsageError{origin + ": there is no file " + inQuotes(file.Text()), "check the name, or leave it out"};
+    throw UsageError{origin + ": there is no file " + inQuotes(file.Text()),
+                     "check the name, or leave it out"};
   }
   return file;
 }
@@ -39,7 +41,9 @@ Session::Session(const Options& options, Console& console)
   loadModules();
 }
 
-Session::~Session() { modules_.Unload(); }
+Session::~Session() {
+  modules_.Unload();
+}
 
 void Session::loadSettings() const {
   const Path settings = chosenFile("--settings", options_.settings, "TROVIK_SETTINGS", locations_.settings());
@@ -52,7 +56,8 @@ void Session::loadModules() {
   if (options_.modulePath) {
     modulePath_ = locations_.modulePath(*options_.modulePath, missing);
     if (!missing.empty()) {
-      throw UsageError{"--module-path: there is no directory " + inQuotes(missing.front().Text()), "check the name"};
+      throw UsageError{"--module-path: there is no directory " + inQuotes(missing.front().Text()),
+                       "check the name"};
     }
   } else if (const auto path = environmentVariable("TROVIK_MODULE_PATH")) {
     modulePath_ = locations_.modulePath(*path, missing);

@@ -129,7 +129,9 @@ std::string printable(std::string_view text, OddBytes odd) {
   return out;
 }
 
-std::string inQuotes(std::string_view text) { return '"' + printable(text, OddBytes::Show) + '"'; }
+std::string inQuotes(std::string_view text) {
+  return '"' + printable(text, OddBytes::Show) + '"';
+}
 
 std::size_t displayWidth(std::string_view text) {
   const Utf8Locale locale;

@@ -52,8 +52,9 @@ UID findType(const std::string& text) {
       }
     }
     if (names.empty()) {
-      throw UsageError{"no job types are installed",
-                       "\"trovik types -v\" shows where they are looked for; add a directory with --module-path"};
+      throw UsageError{
+          "no job types are installed",
+          "\"trovik types -v\" shows where they are looked for; add a directory with --module-path"};
     }
     throw UsageError{"there is no job type " + inQuotes(text),
                      suggestion(text, names) + "\"trovik types\" lists them all"};
@@ -88,7 +89,9 @@ const ParameterInfo& findParameter(const UID& type, const std::string& name) {
                    suggestion(name, names) + "trovik type " + title + " lists them all"};
 }
 
-std::string kindName(const ParameterInfo& info) { return ParameterTypeName(info.Type()).Lower(); }
+std::string kindName(const ParameterInfo& info) {
+  return ParameterTypeName(info.Type()).Lower();
+}
 
 std::string kindText(const ParameterInfo& info) {
   switch (info.Type()) {

@@ -26,8 +26,7 @@ std::string takeText(Exception* exception);
 
 /// Calls `action`; a host exception becomes a UsageError with `before` in
 /// front of its text.
-template <typename Action>
-auto orRefuse(const std::string& before, const std::string& hint, Action action) {
+template <typename Action> auto orRefuse(const std::string& before, const std::string& hint, Action action) {
   try {
     return action();
   } catch (Exception* exception) {

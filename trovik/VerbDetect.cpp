@@ -1,5 +1,5 @@
-#include "trovik/Json.h"
 #include "trovik/JobSetup.h"
+#include "trovik/Json.h"
 #include "trovik/SceneSequence.h"
 #include "trovik/Text.h"
 #include "trovik/Types.h"

@@ -13,9 +13,9 @@ namespace trovik {
 namespace {
 
 struct Found {
-  Path program; ///< empty when there is none
-  std::string source; ///< "option", "search", "default" or "command"
-  std::string told; ///< the source for people
+  Path program;                      ///< empty when there is none
+  std::string source;                ///< "option", "search", "default" or "command"
+  std::string told;                  ///< the source for people
   std::vector<std::string> searched; ///< what was looked at in vain
 };
 
@@ -29,7 +29,8 @@ Path programAt(const Path& name) {
 }
 
 std::string along(const Path& name) {
-  return name.Text().find('/') == String::npos ? inQuotes(name.Text()) + " along PATH" : inQuotes(name.Text());
+  return name.Text().find('/') == String::npos ? inQuotes(name.Text()) + " along PATH"
+                                               : inQuotes(name.Text());
 }
 
 /// The first word of the command line, for types without an executable.
@@ -120,7 +121,8 @@ int findProgram(Session& session) {
   for (const std::string& place : found.searched) {
     text += "  " + place + '\n';
   }
-  text += "hint: install it, or name it as Executable in the section [" + type.GenString() + "] of the options file\n";
+  text += "hint: install it, or name it as Executable in the section [" + type.GenString() +
+          "] of the options file\n";
   console.printError(text);
   return exitFailed;
 }

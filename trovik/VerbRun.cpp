@@ -33,9 +33,8 @@ std::size_t positiveNumber(const std::string& option, const std::string& text, s
 
 /// A parameter's effective value with its references expanded.
 String effective(const Job& job, const char* name) {
-  return orRefuse(std::string(name) + ": ", "", [&] {
-    return job.FormatStringWithParameters(job.GetParameterOrOption(name, true, true));
-  });
+  return orRefuse(std::string(name) + ": ", "",
+                  [&] { return job.FormatStringWithParameters(job.GetParameterOrOption(name, true, true)); });
 }
 
 int effectiveNumber(const Job& job, const char* name) {

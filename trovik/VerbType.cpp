@@ -20,8 +20,8 @@ std::vector<std::string> flagNames(const ParameterInfo& info) {
 }
 
 Json parameterJson(const ParameterInfo& info, const std::string& group) {
-  Json json = {{"name", info.Name}, {"label", info.Label},     {"group", group},
-               {"type", kindName(info)}, {"default", info.Default}, {"help", info.Help},
+  Json json = {{"name", info.Name},       {"label", info.Label},     {"group", group},
+               {"type", kindName(info)},  {"default", info.Default}, {"help", info.Help},
                {"flags", flagNames(info)}};
   if (info.Minimum) {
     json["minimum"] = *info.Minimum;
@@ -32,7 +32,8 @@ Json parameterJson(const ParameterInfo& info, const std::string& group) {
   if (!info.Choices.empty()) {
     json["choices"] = std::vector<std::string>(info.Choices.begin(), info.Choices.end());
   }
-  if (const FileParameterInfo* file = FileParameterInfo::CastFrom(&info); file != nullptr && !file->Filter.empty()) {
+  if (const FileParameterInfo* file = FileParameterInfo::CastFrom(&info);
+      file != nullptr && !file->Filter.empty()) {
     json["filter"] = file->Filter;
   }
   return json;
@@ -120,7 +121,8 @@ private:
       out_ += wrapped("default: " + console_.shown(info.Default), width_, margin);
     }
     if (all_) {
-      out_ += wrapped("flags: " + (info.Flags == 0 ? "none" : std::string(FlagsAsText(info.Flags))), width_, margin);
+      out_ += wrapped("flags: " + (info.Flags == 0 ? "none" : std::string(FlagsAsText(info.Flags))), width_,
+                      margin);
     }
     if (!info.Help.empty()) {
       out_ += wrapped(shownLines(console_, info.Help), width_, margin);

@@ -1,3 +1,5 @@
 #include "trovik/Program.h"
 
-int main(int count, char** arguments) { return trovik::runProgram(count, arguments); }
+int main(int count, char** arguments) {
+  return trovik::runProgram(count, arguments);
+}

@@ -27,7 +27,8 @@ IniFile Read(const Path& path) {
   IniFile file;
   file.SetFilename(path);
   struct stat status {};
-  const bool missing = path.empty() || (stat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR));
+  const bool missing =
+      path.empty() || (stat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR));
   if (!missing) {
     file.Load(true, true);
   }
@@ -70,11 +71,11 @@ String Home() {
 Application* const Application::the_Application = Instance();
 
 void Application::LoadSettings(const Path& settings, const Path& options) {
-  IniFile newSettings = Read(settings);
-  IniFile newOptions = Read(options);
+  const IniFile newSettings = Read(settings);
+  const IniFile newOptions = Read(options);
   Path::SetTranslations(ReadPathMaps(newSettings));
-  m_Settings = std::move(newSettings);
-  m_Options = std::move(newOptions);
+  m_Settings = newSettings;
+  m_Options = newOptions;
 }
 
 Path Application::SceneCache() {

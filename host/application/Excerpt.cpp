@@ -11,7 +11,9 @@ constexpr std::size_t k_Before = 70; // bytes of a long line before the place
 constexpr std::size_t k_After = 40;  // and behind it
 constexpr std::size_t k_Word = 80;   // bytes of a word within a message
 
-bool IsContinuation(char c) { return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U; }
+bool IsContinuation(char c) {
+  return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
+}
 
 // Cuts between characters of UTF-8, not within one.
 std::size_t CharacterStart(const String& text, std::size_t position) {
@@ -24,7 +26,8 @@ std::size_t CharacterStart(const String& text, std::size_t position) {
 
 String Printable(String text) {
   std::replace_if(
-      text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }, '?');
+      text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; },
+      '?');
   return text;
 }
 
@@ -35,9 +38,11 @@ String CaretExcerpt(const String& text, std::size_t position) {
   const std::size_t feed = position == 0 ? String::npos : text.rfind('\n', position - 1);
   const std::size_t lineStart = feed == String::npos ? 0 : feed + 1;
   const std::size_t lineEnd = std::min(text.find('\n', position), text.size());
-  const auto number = 1 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(lineStart), '\n');
+  const auto number =
+      1 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(lineStart), '\n');
 
-  const std::size_t from = position - lineStart <= k_Before ? lineStart : CharacterStart(text, position - k_Before);
+  const std::size_t from =
+      position - lineStart <= k_Before ? lineStart : CharacterStart(text, position - k_Before);
   const std::size_t to = lineEnd - position <= k_After ? lineEnd : CharacterStart(text, position + k_After);
   const String before = (from > lineStart ? "..." : "") + text.substr(from, position - from);
   const String behind = text.substr(position, to - position) + (to < lineEnd ? "..." : "");
@@ -53,7 +58,7 @@ String Shown(const String& text) {
   return Printable(text.substr(0, CharacterStart(text, k_Word))) + "...";
 }
 
-void RaisePlaced(const char* function, int code, const String& where, const String& message, const String& text,
-                 std::size_t position) {
+void RaisePlaced(const char* function, int code, const String& where, const String& message,
+                 const String& text, std::size_t position) {
   RaiseException(function, code, where + ": " + message + CaretExcerpt(text, position));
 }

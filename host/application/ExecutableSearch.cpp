@@ -99,12 +99,16 @@ void AddCandidates(const Path& root, const std::vector<Path>& bases, std::vector
 
 } // namespace
 
-Path MakeAbsolute(const Path& path) {
+Path MakeAbsolute(const Path& path, const Path& directory) {
   if (path.IsAbsolute()) {
     return path;
   }
-  std::error_code ignored;
-  Path absolute = std::filesystem::current_path(ignored).string();
+  Path absolute = directory;
+  if (!absolute.IsAbsolute()) {
+    std::error_code ignored;
+    absolute = std::filesystem::current_path(ignored).string();
+    absolute = directory.empty() ? absolute : (absolute /= directory.Text());
+  }
   String relative = path.Text();
   while (relative.starts_with("./")) {
     relative.erase(0, std::min(relative.find_first_not_of('/', 1), relative.size()));

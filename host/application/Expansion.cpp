@@ -64,7 +64,8 @@ private:
 
   [[noreturn]] static void Fail(const String& text, std::size_t position, const String& where, int code,
                                 const String& message) {
-    RaisePlaced("ExpandReferences", code, where + ":" + std::to_string(position + 1), message, text, position);
+    RaisePlaced("ExpandReferences", code, where + ":" + std::to_string(position + 1), message, text,
+                position);
   }
 
   void Append(Expanded& result, const String& piece, const String& where) {
@@ -168,11 +169,13 @@ private:
       }
       const String near = SuggestName(name, m_Source.Names());
       Fail(text, start, where, k_ErrorReference,
-           "nobody answers $(" + Shown(name) + ")" + (near.empty() ? "" : "; did you mean \"" + near + "\"?"));
+           "nobody answers $(" + Shown(name) + ")" +
+               (near.empty() ? "" : "; did you mean \"" + near + "\"?"));
     }
     Spend(entry.Answer->Value.size(), where);
     if (!entry.Answer->Expands) {
-      entry.Value = Expanded{m_Source.ForLater ? EscapeReferences(entry.Answer->Value) : entry.Answer->Value, true};
+      entry.Value =
+          Expanded{m_Source.ForLater ? EscapeReferences(entry.Answer->Value) : entry.Answer->Value, true};
       return &*entry.Value;
     }
     if (m_Open.size() >= k_DepthLimit) {
@@ -186,7 +189,8 @@ private:
     return &*entry.Value;
   }
 
-  [[noreturn]] void FailCycle(const String& name, const String& text, std::size_t start, const String& where) {
+  [[noreturn]] void FailCycle(const String& name, const String& text, std::size_t start,
+                              const String& where) {
     String circle;
     for (auto at = std::find(m_Open.begin(), m_Open.end(), name); at != m_Open.end(); ++at) {
       circle += Shown(*at) + " -> ";
@@ -205,7 +209,8 @@ private:
 String ReplaceMark(const String& text, std::string_view mark, std::string_view replacement) {
   String result;
   std::size_t position = 0;
-  for (std::size_t found = 0; (found = text.find(mark, position)) != String::npos; position = found + mark.size()) {
+  for (std::size_t found = 0; (found = text.find(mark, position)) != String::npos;
+       position = found + mark.size()) {
     result.append(text, position, found - position).append(replacement);
   }
   return String(result.append(text, position));
@@ -217,5 +222,9 @@ String ExpandReferences(const String& text, const ExpansionSource& source) {
   return Expander(source).Run(text, source.What).Text;
 }
 
-String EscapeReferences(const String& text) { return ReplaceMark(text, "$(", "$$("); }
-String UnescapeReferences(const String& text) { return ReplaceMark(text, "$$(", "$("); }
+String EscapeReferences(const String& text) {
+  return ReplaceMark(text, "$(", "$$(");
+}
+String UnescapeReferences(const String& text) {
+  return ReplaceMark(text, "$$(", "$(");
+}

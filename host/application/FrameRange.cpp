@@ -14,8 +14,12 @@
 
 namespace {
 
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+bool IsDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+bool IsBlank(char c) {
+  return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
 
 class RangeReader {
 public:
@@ -46,7 +50,8 @@ public:
   }
 
 private:
-  [[noreturn]] void Fail(std::size_t position, const String& message, const String& hint = String::Null) const {
+  [[noreturn]] void Fail(std::size_t position, const String& message,
+                         const String& hint = String::Null) const {
     RaiseException("FrameSet::Parse", k_ErrorSyntax,
                    "frame range:1:" + std::to_string(position + 1) + ": " + message +
                        CaretExcerpt(m_Text, position) + (hint.empty() ? "" : "\nhint: " + hint));
@@ -59,7 +64,8 @@ private:
       Fail(m_Position, "a comma is missing between two frames", "write lists as in 1,4,9-12");
     }
     std::size_t end = m_Position + 1; // of the whole character in UTF-8
-    while (end < m_Text.size() && end < m_Position + 4 && (static_cast<unsigned char>(m_Text[end]) & 0xC0U) == 0x80U) {
+    while (end < m_Text.size() && end < m_Position + 4 &&
+           (static_cast<unsigned char>(m_Text[end]) & 0xC0U) == 0x80U) {
       ++end;
     }
     const String character = m_Text.substr(m_Position, end - m_Position);
@@ -105,9 +111,9 @@ private:
       if (missingAfter == nullptr && end == start && !nothing) {
         FailAtCurrent();
       }
-      Fail(end, "a number is missing" +
-                    (missingAfter == nullptr ? (end > start ? " after \"-\"" : String::Null)
-                                             : String(" after \"") + missingAfter + "\""));
+      Fail(end,
+           "a number is missing" + (missingAfter == nullptr ? (end > start ? " after \"-\"" : String::Null)
+                                                            : String(" after \"") + missingAfter + "\""));
     }
     int value = 0;
     const auto result = std::from_chars(m_Text.data() + start, m_Text.data() + end, value);
@@ -156,14 +162,17 @@ private:
   void Expand(std::size_t start, std::int64_t first, std::int64_t last, char mode, std::int64_t step) {
     const std::int64_t span = std::max(first, last) - std::min(first, last);
     const std::int64_t direction = first <= last ? 1 : -1;
-    const auto add = [&](std::int64_t offset) { m_Frames.push_back(static_cast<int>(first + direction * offset)); };
+    const auto add = [&](std::int64_t offset) {
+      m_Frames.push_back(static_cast<int>(first + direction * offset));
+    };
     const std::int64_t everyStep = span / step + 1;
     switch (mode) {
     case 'y':
     case 'Y':
       Reserve(start, span + 1 - everyStep);
       if (span + 1 == everyStep) {
-        Fail(start, "this range leaves out all of its frames", "1-10y2 takes 1 to 10 without 1, 3, 5, 7 and 9");
+        Fail(start, "this range leaves out all of its frames",
+             "1-10y2 takes 1 to 10 without 1, 3, 5, 7 and 9");
       }
       for (std::int64_t offset = 0; offset <= span; ++offset) {
         if (offset % step != 0) {
@@ -231,7 +240,9 @@ bool TakeNumber(std::string_view& text, int& number) {
 
 } // namespace
 
-String FrameRun::Text() const { return std::to_string(First) + "-" + std::to_string(Last); }
+String FrameRun::Text() const {
+  return std::to_string(First) + "-" + std::to_string(Last);
+}
 
 FrameSet FrameSet::Parse(const String& text) {
   FrameSet set;
@@ -279,7 +290,8 @@ String FrameSet::Text() const {
       step = next;
     }
     const String first = std::to_string(frames[start]);
-    String item = first + "-" + std::to_string(frames[end - 1]) + (step > 1 ? "x" + std::to_string(step) : "");
+    String item =
+        first + "-" + std::to_string(frames[end - 1]) + (step > 1 ? "x" + std::to_string(step) : "");
     std::size_t listed = 0; // the length of the same frames one by one
     for (std::size_t i = start; i < end && listed <= item.size(); ++i) {
       listed += std::to_string(frames[i]).size() + (i > start ? 1 : 0);

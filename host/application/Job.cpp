@@ -17,7 +17,9 @@ constexpr const char* k_ValueSection = "Values";
 constexpr const char* k_TypeKey = "Type";
 constexpr const char* k_StatusKey = "Status";
 
-const JobTypeInfo* Describe(const UID& type) { return JobFactory::s_JobFactory->GetTypeInfo(type, false); }
+const JobTypeInfo* Describe(const UID& type) {
+  return JobFactory::s_JobFactory->GetTypeInfo(type, false);
+}
 
 // Names out of file dialogues and file systems: what looks like a reference in
 // them is none, however the type describes the parameter.
@@ -63,8 +65,8 @@ const TrovikObject::StateTable Job::s_StateTable = {
       for (unsigned long i = 0; info != nullptr && i < info->ParamCount(); ++i) {
         const ParameterInfo* param = info->GetParam(i);
         String value;
-        if (param->Type() != ParameterInfo::k_Heading && job.Values().find(param->Name) == job.Values().end() &&
-            job.GetParameter(param->Name, value)) {
+        if (param->Type() != ParameterInfo::k_Heading &&
+            job.Values().find(param->Name) == job.Values().end() && job.GetParameter(param->Name, value)) {
           visit(k_ValueSection, param->Name, value);
         }
       }
@@ -117,8 +119,9 @@ bool Job::IsValid() {
     if (value.empty() && (param->Flags & ParameterInfo::k_Required) != 0) {
       return refuse(param->Name + ": a value is required");
     }
+    // What users cannot set is not theirs to mend.
     String why;
-    if (!param->Accepts(value, why)) {
+    if ((param->Flags & ParameterInfo::k_ReadOnly) == 0 && !param->Accepts(value, why)) {
       return refuse(param->Name + ": " + why);
     }
   }
@@ -164,7 +167,9 @@ bool Job::SetParameter(const String& name, const String& value) {
   return true;
 }
 
-void Job::Copy(SmartHandle<const Job> other, bool withState) {
+// The handle comes by value: the operation's form is a contract with modules.
+void Job::Copy(SmartHandle<const Job> other, // NOLINT(performance-unnecessary-value-param)
+               bool withState) {
   if (!other) {
     RaiseException("Job::Copy", k_ErrorHandle, "there is no job to copy from");
   }
@@ -206,7 +211,9 @@ void Job::Copy(SmartHandle<const Job> other, bool withState) {
   }
 }
 
-void Job::UpdateFromParent(SmartHandle<const Job> parent) { Copy(std::move(parent), false); }
+void Job::UpdateFromParent(SmartHandle<const Job> parent) {
+  Copy(std::move(parent), false);
+}
 
 void Job::ConvertWorkToParent(SmartHandle<const Job> parent) {
   Copy(std::move(parent), false);
@@ -216,17 +223,27 @@ void Job::ConvertWorkToParent(SmartHandle<const Job> parent) {
   m_Status = k_StatusReady;
 }
 
-bool Job::ProcessCommand(const String& /*command*/, void* /*context*/) { return false; }
+bool Job::ProcessCommand(const String& /*command*/, void* /*context*/) {
+  return false;
+}
 
 bool Job::IsStarted(int status) const {
   return status == k_StatusRunning || status == k_StatusPaused || status == k_StatusFailed ||
          status == k_StatusCanceled || status == k_StatusFinished;
 }
 
-bool Job::IsFinished(int status) const { return status == k_StatusFinished; }
-bool Job::IsFailed(int status) const { return status == k_StatusFailed; }
-bool Job::IsCanceled(int status) const { return status == k_StatusCanceled; }
-bool Job::IsPaused(int status) const { return status == k_StatusPaused; }
+bool Job::IsFinished(int status) const {
+  return status == k_StatusFinished;
+}
+bool Job::IsFailed(int status) const {
+  return status == k_StatusFailed;
+}
+bool Job::IsCanceled(int status) const {
+  return status == k_StatusCanceled;
+}
+bool Job::IsPaused(int status) const {
+  return status == k_StatusPaused;
+}
 
 String Job::StatusAsString(int status) const {
   switch (status) {
@@ -249,9 +266,13 @@ String Job::StatusAsString(int status) const {
   }
 }
 
-void Job::SetFinished() { m_Status = k_StatusFinished; }
+void Job::SetFinished() {
+  m_Status = k_StatusFinished;
+}
 
-void Job::SetType(const UID& type) { m_Type = type; }
+void Job::SetType(const UID& type) {
+  m_Type = type;
+}
 
 String Job::GetParameterOrOption(const String& name, bool allowOption, bool allowDefault) const {
   String value;
@@ -273,7 +294,9 @@ String Job::OptionOrDefault(const String& name, bool allowOption, bool allowDefa
   return info == nullptr ? String::Null : info->Default;
 }
 
-String Job::FormatStringWithParameters(const String& text) const { return ExpandText(text, "command line"); }
+String Job::FormatStringWithParameters(const String& text) const {
+  return ExpandText(text, "command line");
+}
 
 String Job::ExpandText(const String& text, const String& what) const {
   ExpansionSource source;
@@ -318,6 +341,7 @@ String Job::FormatStringWithParameters(const String& text, const std::map<String
   };
   source.Names = [&parameters] {
     std::vector<String> names;
+    names.reserve(parameters.size());
     for (const auto& entry : parameters) {
       names.push_back(entry.first);
     }

@@ -51,8 +51,8 @@ public:
   /// How the job is cut into works. Raises Exception* for a malformed range.
   virtual std::unique_ptr<Distributor> DoGetDistributor() = 0;
   /// Whether the job can be worked: a registered type, a value for every
-  /// required parameter, and every value one of its kind. Why not is then in
-  /// the note.
+  /// required parameter, and every value that users set one of its kind. Why
+  /// not is then in the note.
   virtual bool IsValid();
   /// Writes the type ID, then the values of the host's parameters.
   virtual void PackObject(OutStream& out) const;

@@ -16,7 +16,10 @@ JobFactory* Instance() {
 }
 
 // GenString keeps its text in the ID, so a shared ID is copied first.
-String TextOf(UID type) { return type.GenString(); }
+String TextOf(const UID& type) {
+  const UID own = type; // NOLINT(performance-unnecessary-copy-initialization)
+  return own.GenString();
+}
 
 } // namespace
 
@@ -27,7 +30,9 @@ bool JobFactory::Register(const UID& type, std::unique_ptr<JobTypeInfo> info, Cr
   return m_Types.try_emplace(type, Type{std::move(info), create, destroy}).second;
 }
 
-void JobFactory::Unregister(const UID& type) { m_Types.erase(type); }
+void JobFactory::Unregister(const UID& type) {
+  m_Types.erase(type);
+}
 
 const JobFactory::Type* JobFactory::Find(const UID& type) const {
   const auto found = m_Types.find(type);
@@ -42,7 +47,8 @@ JobTypeInfo* JobFactory::GetTypeInfo(const UID& type, bool mustExist) const {
   return found == nullptr ? nullptr : found->Info.get();
 }
 
-const ParameterInfo* JobFactory::GetTypeParameterInfo(const UID& type, const String& name, bool mustExist) const {
+const ParameterInfo* JobFactory::GetTypeParameterInfo(const UID& type, const String& name,
+                                                      bool mustExist) const {
   const JobTypeInfo* info = GetTypeInfo(type, mustExist);
   return info == nullptr ? nullptr : info->GetParam(name);
 }

@@ -113,8 +113,8 @@ public:
     if (m_Name.empty()) {
       Warn(place, "the name of a " + String(what) + " is missing");
     } else {
-      Warn(place, String(what) + " \"" + Shown(m_Name) + "\" is named but has no section [" + Shown(m_Name) + "]" +
-                      DidYouMean(m_Name, m_File.SectionNames()));
+      Warn(place, String(what) + " \"" + Shown(m_Name) + "\" is named but has no section [" + Shown(m_Name) +
+                      "]" + DidYouMean(m_Name, m_File.SectionNames()));
     }
     return false;
   }
@@ -163,8 +163,8 @@ ParameterInfo::TYPE LoadType(Definition& definition) {
   }
   const std::optional<ParameterInfo::TYPE> type = ParameterTypeFromName(value);
   if (!type) {
-    definition.Warn(entry.ValuePlace,
-                    "unknown parameter type \"" + Shown(value) + "\"" + DidYouMean(value, ParameterTypeNames()));
+    definition.Warn(entry.ValuePlace, "unknown parameter type \"" + Shown(value) + "\"" +
+                                          DidYouMean(value, ParameterTypeNames()));
   }
   return type.value_or(ParameterInfo::k_Text);
 }
@@ -199,7 +199,8 @@ void WarnUseless(Definition& definition, const char* key, ParameterInfo::TYPE ty
   String value;
   IniFile::EntryView entry;
   if (definition.Value(key, value, entry)) {
-    definition.Warn(entry.KeyPlace, String(key) + " has no use for a parameter of type " + ParameterTypeName(type));
+    definition.Warn(entry.KeyPlace,
+                    String(key) + " has no use for a parameter of type " + ParameterTypeName(type));
   }
 }
 
@@ -210,7 +211,8 @@ std::optional<double> LoadLimit(Definition& definition, const char* key, Paramet
     return std::nullopt;
   }
   double limit = 0;
-  const bool readable = type == ParameterInfo::k_Duration ? ParseDuration(value, limit) : ParseDecimal(value, limit);
+  const bool readable =
+      type == ParameterInfo::k_Duration ? ParseDuration(value, limit) : ParseDecimal(value, limit);
   if (!readable) {
     definition.Warn(entry.ValuePlace, String(key) + " needs a number, not \"" + Shown(value) + "\"");
     return std::nullopt;
@@ -220,7 +222,8 @@ std::optional<double> LoadLimit(Definition& definition, const char* key, Paramet
 
 void LoadLimits(Definition& definition, ParameterInfo* param) {
   const ParameterInfo::TYPE type = param->Type();
-  if (type != ParameterInfo::k_Integer && type != ParameterInfo::k_Decimal && type != ParameterInfo::k_Duration) {
+  if (type != ParameterInfo::k_Integer && type != ParameterInfo::k_Decimal &&
+      type != ParameterInfo::k_Duration) {
     WarnUseless(definition, "Minimum", type);
     WarnUseless(definition, "Maximum", type);
     return;
@@ -265,8 +268,9 @@ ParameterInfo* JobTypeInfo::NewParam(ParameterInfo::TYPE type) {
 }
 
 ParameterInfo* JobTypeInfo::GetParam(const String& name) const {
-  const auto found = std::find_if(m_Params.begin(), m_Params.end(),
-                                  [&name](const auto& param) { return String::EqualNoCase(param->Name, name); });
+  const auto found = std::find_if(m_Params.begin(), m_Params.end(), [&name](const auto& param) {
+    return String::EqualNoCase(param->Name, name);
+  });
   return found == m_Params.end() ? nullptr : found->get();
 }
 
@@ -286,8 +290,8 @@ void SLoadParameter(const String& name, IniFile& file, JobTypeInfo* info) {
   if (!definition.HasSection("parameter", {"PrimaryParameters", "SecondaryParameters"})) {
     return;
   }
-  definition.CheckKeys({"Type", "Label", "Help", "Default", "Flags", "Filter", "Minimum", "Maximum", "Choices",
-                        "Required"});
+  definition.CheckKeys(
+      {"Type", "Label", "Help", "Default", "Flags", "Filter", "Minimum", "Maximum", "Choices", "Required"});
   if (info->GetParam(name) != nullptr) {
     definition.Warn(definition.Place(),
                     "the type has a parameter \"" + Shown(name) + "\" already; this definition is not used");
@@ -374,7 +378,8 @@ String FlagsAsText(unsigned int flags) {
 }
 
 String PlacedMessage(const Path& file, TextPlace place, const String& severity, const String& text) {
-  const String where = place.Line == 0 ? String::Null
-                                       : String(std::to_string(place.Line) + ":" + std::to_string(place.Column) + ":");
+  const String where = place.Line == 0
+                           ? String::Null
+                           : String(std::to_string(place.Line) + ":" + std::to_string(place.Column) + ":");
   return file.Text() + ":" + where + " " + severity + ": " + text;
 }

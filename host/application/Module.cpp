@@ -26,7 +26,9 @@ template <typename Function> bool LookUp(void* library, const char* name, Functi
   return function != nullptr;
 }
 
-Path InDirectory(const Path& directory, const String& leaf) { return Path(directory) /= leaf; }
+Path InDirectory(const Path& directory, const String& leaf) {
+  return Path(directory) /= leaf;
+}
 
 // The same for two spellings of one directory.
 String Identity(const Path& directory) {
@@ -84,7 +86,8 @@ struct ModuleLoader::Library {
     Handle = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (Handle == nullptr) {
       const char* reason = dlerror(); // NOLINT(concurrency-mt-unsafe): loading is done in one thread
-      LogWarning("cannot load the module " + file.Text() + ": " + (reason == nullptr ? "unknown reason" : reason));
+      LogWarning("cannot load the module " + file.Text() + ": " +
+                 (reason == nullptr ? "unknown reason" : reason));
       return false;
     }
     String missing;
@@ -139,8 +142,8 @@ struct ModuleLoader::Library {
       try {
         GetTypeInfo(type, info.get());
       } catch (Exception* exception) {
-        LogWarning("the module " + Filename.Text() + " cannot describe its type " + UID(type).GenString() + ": " +
-                   exception->Text());
+        LogWarning("the module " + Filename.Text() + " cannot describe its type " + UID(type).GenString() +
+                   ": " + exception->Text());
         delete exception;
         continue;
       }
@@ -148,9 +151,9 @@ struct ModuleLoader::Library {
       if (JobFactory::s_JobFactory->Register(type, std::move(info), CreateJob, DeleteJob)) {
         Types.push_back(type);
       } else {
-        LogWarning("the type \"" + name + "\" of " + Filename.Text() + " has the ID " + UID(type).GenString() +
-                   " of the type \"" + JobFactory::s_JobFactory->GetTypeInfo(type, true)->Name +
-                   "\" and is not used");
+        LogWarning("the type \"" + name + "\" of " + Filename.Text() + " has the ID " +
+                   UID(type).GenString() + " of the type \"" +
+                   JobFactory::s_JobFactory->GetTypeInfo(type, true)->Name + "\" and is not used");
       }
     }
   }
@@ -158,7 +161,9 @@ struct ModuleLoader::Library {
 
 ModuleLoader::ModuleLoader() = default;
 
-ModuleLoader::~ModuleLoader() { Unload(); }
+ModuleLoader::~ModuleLoader() {
+  Unload();
+}
 
 int ModuleLoader::Load(const std::vector<Path>& path) {
   std::vector<Path> typeDirectories;
@@ -220,7 +225,8 @@ const ModuleLoader::Library* ModuleLoader::Owner(const UID& type) const {
   return nullptr;
 }
 
-void ModuleLoader::AutoDetect(const UID& type, const String& changed, std::map<String, String>& parameters) const {
+void ModuleLoader::AutoDetect(const UID& type, const String& changed,
+                              std::map<String, String>& parameters) const {
   const Library* library = Owner(type);
   if (library != nullptr && library->AutoDetect != nullptr) {
     library->AutoDetect(type, changed, parameters);

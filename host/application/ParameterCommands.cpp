@@ -16,7 +16,9 @@ namespace {
 
 constexpr int k_PadLimit = 64;
 
-bool IsSpecial(char c) { return c == '(' || c == ')' || c == ',' || c == '\\'; }
+bool IsSpecial(char c) {
+  return c == '(' || c == ')' || c == ',' || c == '\\';
+}
 
 // Removes the backslashes that keep a special character plain. Before anything
 // else a backslash is plain itself, so C:\renders survives.
@@ -70,7 +72,9 @@ std::pair<String, std::optional<String>> SplitArgument(const String& argument) {
                  String(call.Command->Name) + " needs " + needs + ", not \"" + Shown(notThis) + "\"");
 }
 
-String Plain(const CommandCall& call) { return Unescape(call.Argument); }
+String Plain(const CommandCall& call) {
+  return Unescape(call.Argument);
+}
 
 // The ends and the number of frames of a work, or of any range.
 struct RangeFacts {
@@ -96,9 +100,15 @@ RangeFacts ReadRange(const CommandCall& call, const String& value) {
   Refuse(call, "a frame range", value);
 }
 
-String Start(const CommandCall& call, const String& value) { return std::to_string(ReadRange(call, value).First); }
-String End(const CommandCall& call, const String& value) { return std::to_string(ReadRange(call, value).Last); }
-String Count(const CommandCall& call, const String& value) { return std::to_string(ReadRange(call, value).Count); }
+String Start(const CommandCall& call, const String& value) {
+  return std::to_string(ReadRange(call, value).First);
+}
+String End(const CommandCall& call, const String& value) {
+  return std::to_string(ReadRange(call, value).Last);
+}
+String Count(const CommandCall& call, const String& value) {
+  return std::to_string(ReadRange(call, value).Count);
+}
 
 String Pad(const CommandCall& call, const String& value) {
   const String argument = Plain(call);
@@ -120,17 +130,39 @@ String Pad(const CommandCall& call, const String& value) {
   return (negative ? "-" : "") + digits;
 }
 
-String Enquote(const CommandCall& /*call*/, const String& value) { return EnquoteWord(value); }
-String Dequote(const CommandCall& /*call*/, const String& value) { return DequoteWord(value); }
-String Leaf(const CommandCall& /*call*/, const String& value) { return Path(value).Leaf(true); }
-String Branch(const CommandCall& /*call*/, const String& value) { return Path(value).Branch(true, true); }
-String Base(const CommandCall& /*call*/, const String& value) { return Path(value).Leaf(false); }
-String Extension(const CommandCall& /*call*/, const String& value) { return Path(value).Extension(); }
-String Upper(const CommandCall& /*call*/, const String& value) { return value.Upper(); }
-String Lower(const CommandCall& /*call*/, const String& value) { return value.Lower(); }
-String Default(const CommandCall& call, const String& value) { return value.empty() ? Plain(call) : value; }
-String Prefix(const CommandCall& call, const String& value) { return Plain(call) + value; }
-String Suffix(const CommandCall& call, const String& value) { return value + Plain(call); }
+String Enquote(const CommandCall& /*call*/, const String& value) {
+  return EnquoteWord(value);
+}
+String Dequote(const CommandCall& /*call*/, const String& value) {
+  return DequoteWord(value);
+}
+String Leaf(const CommandCall& /*call*/, const String& value) {
+  return Path(value).Leaf(true);
+}
+String Branch(const CommandCall& /*call*/, const String& value) {
+  return Path(value).Branch(true, true);
+}
+String Base(const CommandCall& /*call*/, const String& value) {
+  return Path(value).Leaf(false);
+}
+String Extension(const CommandCall& /*call*/, const String& value) {
+  return Path(value).Extension();
+}
+String Upper(const CommandCall& /*call*/, const String& value) {
+  return value.Upper();
+}
+String Lower(const CommandCall& /*call*/, const String& value) {
+  return value.Lower();
+}
+String Default(const CommandCall& call, const String& value) {
+  return value.empty() ? Plain(call) : value;
+}
+String Prefix(const CommandCall& call, const String& value) {
+  return Plain(call) + value;
+}
+String Suffix(const CommandCall& call, const String& value) {
+  return value + Plain(call);
+}
 
 String If(const CommandCall& call, const String& value) {
   const auto [yes, no] = SplitArgument(call.Argument);
@@ -144,10 +176,12 @@ String Replace(const CommandCall& call, const String& value) {
   }
   String result;
   std::size_t position = 0;
-  for (std::size_t found = 0; (found = value.find(from, position)) != String::npos; position = found + from.size()) {
+  for (std::size_t found = 0; (found = value.find(from, position)) != String::npos;
+       position = found + from.size()) {
     result.append(value, position, found - position).append(*to);
     if (result.size() > k_ExpansionLimit) {
-      RaiseException("Job::ProcessParameterNameCommands", k_ErrorLimit, "Replace makes a text of more than 64 MiB");
+      RaiseException("Job::ProcessParameterNameCommands", k_ErrorLimit,
+                     "Replace makes a text of more than 64 MiB");
     }
   }
   return String(result.append(value, position));
@@ -163,13 +197,16 @@ String Each(const CommandCall& call, const String& value) {
       result += (result.empty() ? "" : " ") + prefix + EnquoteWord(text);
     }
     if (result.size() > k_ExpansionLimit) {
-      RaiseException("Job::ProcessParameterNameCommands", k_ErrorLimit, "Each makes a text of more than 64 MiB");
+      RaiseException("Job::ProcessParameterNameCommands", k_ErrorLimit,
+                     "Each makes a text of more than 64 MiB");
     }
   }
   return result;
 }
 
-String TranslateToLocal(const CommandCall& /*call*/, const String& value) { return Path(value).TranslateToLocal(); }
+String TranslateToLocal(const CommandCall& /*call*/, const String& value) {
+  return Path(value).TranslateToLocal();
+}
 String TranslateContents(const CommandCall& /*call*/, const String& value) {
   return TranslateSceneContents(Path(value));
 }
@@ -227,7 +264,8 @@ const std::vector<ParameterCommand>& ParameterCommands() {
 
 std::vector<CommandCall> ReadCommands(const String& text, std::size_t& position, const String& where) {
   const auto fail = [&text, &where](std::size_t place, const String& message) {
-    RaisePlaced("ExpandReferences", k_ErrorReference, where + ":" + std::to_string(place + 1), message, text, place);
+    RaisePlaced("ExpandReferences", k_ErrorReference, where + ":" + std::to_string(place + 1), message, text,
+                place);
   };
   std::vector<CommandCall> calls;
   for (;;) {
@@ -284,8 +322,11 @@ String ApplyCommand(const CommandCall& call, const String& value) {
   return value.empty() && !action->OfEmpty ? String::Null : action->Apply(call, value);
 }
 
-String Job::ProcessParameterNameCommands(const String& value, const String& commands,
-                                         SmartHandle<const Job> /*job*/, const ParameterInfo* /*info*/) {
+// The handle comes by value: modules know the operation by that form.
+String Job::ProcessParameterNameCommands(
+    const String& value, const String& commands,
+    SmartHandle<const Job> /*job*/, // NOLINT(performance-unnecessary-value-param)
+    const ParameterInfo* /*info*/) {
   const String where = "parameter commands";
   std::size_t position = 0;
   const std::vector<CommandCall> calls = ReadCommands(commands, position, where);

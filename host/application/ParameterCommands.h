@@ -8,10 +8,10 @@
 /// One command of a chain such as "Leaf.Replace(a,b)".
 struct CommandCall {
   const ParameterCommand* Command = nullptr;
-  String Argument;        ///< as written between the parentheses
+  String Argument; ///< as written between the parentheses
   bool HasArgument = false;
-  std::size_t Begin = 0;  ///< the command's place in the text
-  std::size_t End = 0;    ///< one past it, its argument included
+  std::size_t Begin = 0; ///< the command's place in the text
+  std::size_t End = 0;   ///< one past it, its argument included
 };
 
 /// Reads a chain of commands from `position`, where a command begins, to its

@@ -20,12 +20,18 @@ struct TypeName {
 };
 
 constexpr TypeName k_TypeNames[] = {
-    {ParameterInfo::k_Text, "Text"},           {ParameterInfo::k_Integer, "Integer"},
-    {ParameterInfo::k_Decimal, "Decimal"},     {ParameterInfo::k_Choice, "Choice"},
-    {ParameterInfo::k_Range, "Range"},         {ParameterInfo::k_Multiline, "Multiline"},
-    {ParameterInfo::k_Duration, "Duration"},   {ParameterInfo::k_Boolean, "Boolean"},
-    {ParameterInfo::k_BoolOverride, "BoolOverride"}, {ParameterInfo::k_File, "File"},
-    {ParameterInfo::k_Folder, "Folder"},       {ParameterInfo::k_Heading, "Heading"},
+    {ParameterInfo::k_Text, "Text"},
+    {ParameterInfo::k_Integer, "Integer"},
+    {ParameterInfo::k_Decimal, "Decimal"},
+    {ParameterInfo::k_Choice, "Choice"},
+    {ParameterInfo::k_Range, "Range"},
+    {ParameterInfo::k_Multiline, "Multiline"},
+    {ParameterInfo::k_Duration, "Duration"},
+    {ParameterInfo::k_Boolean, "Boolean"},
+    {ParameterInfo::k_BoolOverride, "BoolOverride"},
+    {ParameterInfo::k_File, "File"},
+    {ParameterInfo::k_Folder, "Folder"},
+    {ParameterInfo::k_Heading, "Heading"},
     {ParameterInfo::k_List, "List"},
 };
 
@@ -51,7 +57,9 @@ bool IsBooleanWord(const String& value) {
 }
 
 // In quotes what is no number, so that blanks show.
-String Quoted(const String& value) { return "\"" + Shown(value) + "\""; }
+String Quoted(const String& value) {
+  return "\"" + Shown(value) + "\"";
+}
 
 bool IsWithin(const ParameterInfo& info, const String& value, double number, String& why) {
   if (info.Minimum && number < *info.Minimum) {
@@ -102,8 +110,9 @@ bool AcceptsDuration(const ParameterInfo& info, const String& value, String& why
 }
 
 bool AcceptsChoice(const ParameterInfo& info, const String& value, String& why) {
-  const bool known = std::any_of(info.Choices.begin(), info.Choices.end(),
-                                 [&value](const String& choice) { return String::EqualNoCase(choice, value); });
+  const bool known = std::any_of(info.Choices.begin(), info.Choices.end(), [&value](const String& choice) {
+    return String::EqualNoCase(choice, value);
+  });
   if (known) {
     return true;
   }
@@ -195,9 +204,9 @@ String ParameterTypeName(ParameterInfo::TYPE type) {
 }
 
 std::optional<ParameterInfo::TYPE> ParameterTypeFromName(const String& name) {
-  const auto* found = std::find_if(std::begin(k_TypeNames), std::end(k_TypeNames), [&name](const TypeName& entry) {
-    return String::EqualNoCase(entry.Name, name);
-  });
+  const auto* found =
+      std::find_if(std::begin(k_TypeNames), std::end(k_TypeNames),
+                   [&name](const TypeName& entry) { return String::EqualNoCase(entry.Name, name); });
   return found == std::end(k_TypeNames) ? std::nullopt : std::optional(found->Type);
 }
 
@@ -214,7 +223,8 @@ bool ParseDecimal(std::string_view text, double& number) {
     text.remove_prefix(1);
   }
   double read = 0;
-  const auto result = std::from_chars(text.data(), text.data() + text.size(), read, std::chars_format::general);
+  const auto result =
+      std::from_chars(text.data(), text.data() + text.size(), read, std::chars_format::general);
   if (result.ec != std::errc() || result.ptr != text.data() + text.size() || !std::isfinite(read)) {
     return false;
   }
@@ -223,28 +233,14 @@ bool ParseDecimal(std::string_view text, double& number) {
 }
 
 bool ParseDuration(const String& text, double& seconds) {
+  static constexpr std::array<std::pair<std::string_view, int>, 4> k_Units = {
+      {{"s", 1}, {"m", 60}, {"h", 60 * 60}, {"d", 24 * 60 * 60}}};
   std::string_view number = text;
   double unit = 1;
-  if (!number.empty()) {
-    switch (number.back()) {
-    case 'd':
-    case 'D':
-      unit *= 24;
-      [[fallthrough]];
-    case 'h':
-    case 'H':
-      unit *= 60;
-      [[fallthrough]];
-    case 'm':
-    case 'M':
-      unit *= 60;
-      [[fallthrough]];
-    case 's':
-    case 'S':
+  for (const auto& [letter, factor] : k_Units) {
+    if (!text.empty() && String::EqualNoCase(std::string_view(text).substr(text.size() - 1), letter)) {
+      unit = factor;
       number.remove_suffix(1);
-      break;
-    default:
-      break;
     }
   }
   while (!number.empty() && number.back() == ' ') {

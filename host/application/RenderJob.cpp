@@ -267,14 +267,13 @@ void RenderJob::DeriveStatus() {
 }
 
 bool RenderJob::CreateOutputFolder() {
-  String text = EffectiveText(p_OutputFolder);
+  const String text = EffectiveText(p_OutputFolder);
   if (text.empty()) {
     return true;
   }
-  Path folder = text;
-  if (!folder.IsAbsolute()) {
-    folder = MakeAbsolute(WorkStartDirectory() /= text); // where the program looks for it
-  }
+  const Path folder = Path(text).IsAbsolute()
+                          ? Path(text)
+                          : MakeAbsolute(text, WorkStartDirectory()); // as the program reads it
   std::error_code error;
   std::filesystem::create_directories(folder.Text().c_str(), error);
   if (!error && !std::filesystem::is_directory(folder.Text().c_str(), error) && !error) {
@@ -331,10 +330,7 @@ void RenderJob::ProcessNewFilename(const Path& file) {
   if (file.empty()) {
     return;
   }
-  Path image = file;
-  if (!image.IsAbsolute()) {
-    image = MakeAbsolute(WorkStartDirectory() /= file.Text());
-  }
+  Path image = file.IsAbsolute() ? file : MakeAbsolute(file, WorkStartDirectory());
   // A longer name cannot be a file's. Cut, it still cannot, and the file check
   // says so.
   image = Path(String(image.Text().substr(0, PATH_MAX)));
@@ -362,8 +358,7 @@ std::vector<Path> RenderJob::ExpectedFiles() const {
   std::unordered_set<std::string> known;
   const auto add = [this, &start, &known, &files] {
     for (const String& text : EffectiveTexts(p_ExpectedFiles)) {
-      Path file = text;
-      file = file.IsAbsolute() ? file : MakeAbsolute(Path(start) /= text);
+      const Path file = MakeAbsolute(text, start);
       if (!text.empty() && known.insert(file.Text()).second) {
         files.push_back(file);
       }

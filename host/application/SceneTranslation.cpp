@@ -67,7 +67,8 @@ std::optional<std::string> ReadRegular(const Path& file) {
 
 bool IsPathByte(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-         static_cast<unsigned char>(c) >= 0x80 || std::string_view("_-./~+@%#").find(c) != std::string_view::npos;
+         static_cast<unsigned char>(c) >= 0x80 ||
+         std::string_view("_-./~+@%#").find(c) != std::string_view::npos;
 }
 
 // The next place from `position` where the prefix stands as whole components.
@@ -99,8 +100,8 @@ std::optional<std::string> Translate(std::string_view text) {
   std::size_t copied = 0;
   for (;;) {
     // The first occurrence; of those at one place the longest.
-    const auto best =
-        std::min_element(candidates.begin(), candidates.end(), [](const Candidate& left, const Candidate& right) {
+    const auto best = std::min_element(
+        candidates.begin(), candidates.end(), [](const Candidate& left, const Candidate& right) {
           return left.Next != right.Next ? left.Next < right.Next
                                          : left.Pair->first.size() > right.Pair->first.size();
         });
@@ -135,7 +136,8 @@ String HashName(const String& text) {
 }
 
 [[noreturn]] void FailToWrite(const Path& file, int reason) {
-  RaiseException("TranslateSceneContents", k_ErrorSystem, "cannot write the translated scene " + file.Text(), reason);
+  RaiseException("TranslateSceneContents", k_ErrorSystem, "cannot write the translated scene " + file.Text(),
+                 reason);
 }
 
 // Writes beside the name and renames, so that no work ever reads half a scene.

@@ -53,10 +53,10 @@ String UnescapeFromFile(const String& text) {
       ++i;
     } else if (next == 'e' && text.size() == 2) {
       return {};
-    } else if (next == 'x' && i + 3 < text.size() && k_HexDigits.find(text[i + 2]) != std::string_view::npos &&
+    } else if (next == 'x' && i + 3 < text.size() &&
+               k_HexDigits.find(text[i + 2]) != std::string_view::npos &&
                k_HexDigits.find(text[i + 3]) != std::string_view::npos) {
-      plain.push_back(
-          static_cast<char>(k_HexDigits.find(text[i + 2]) * 16 + k_HexDigits.find(text[i + 3])));
+      plain.push_back(static_cast<char>(k_HexDigits.find(text[i + 2]) * 16 + k_HexDigits.find(text[i + 3])));
       i += 3;
     } else {
       plain.push_back(text[i]);
@@ -134,7 +134,8 @@ void TrovikObject::Clone(const TrovikObject& other) {
     return;
   }
   if (typeid(*this) != typeid(other)) {
-    RaiseException("TrovikObject::Clone", k_ErrorStream, "an object can only be made a copy of one of its own class");
+    RaiseException("TrovikObject::Clone", k_ErrorStream,
+                   "an object can only be made a copy of one of its own class");
   }
   OutStream out;
   other.PackState(out);
@@ -173,7 +174,9 @@ String TrovikObject::Get(const String& name, bool quiet) const {
   return String::Null;
 }
 
-void TrovikObject::Set(const String& name, const String& value) { m_Values.insert_or_assign(name, value); }
+void TrovikObject::Set(const String& name, const String& value) {
+  m_Values.insert_or_assign(name, value);
+}
 
 void TrovikObject::Send(OutStream& out) const {
   out.Put(k_StateVersion);

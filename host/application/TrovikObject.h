@@ -56,7 +56,8 @@ protected:
     void (*Pack)(const TrovikObject& object, OutStream& out) = nullptr;
     void (*Unpack)(TrovikObject& object, InStream& in, unsigned int version) = nullptr;
     void (*ForEach)(const TrovikObject& object, const Visit& visit) = nullptr;
-    void (*Assign)(TrovikObject& object, const String& section, const String& name, const String& value) = nullptr;
+    void (*Assign)(TrovikObject& object, const String& section, const String& name,
+                   const String& value) = nullptr;
   };
 
   /// The version that Send writes and that Read hands on.

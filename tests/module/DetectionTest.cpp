@@ -228,13 +228,13 @@ bool LiteralDetect(const Path& scene, int minimum, Values& result) {
   if (count < minimum) {
     return false;
   }
+  const auto runStart = static_cast<std::size_t>(before) + 1; // -1 gives 0
+  const std::string run = leaf.substr(runStart, static_cast<std::size_t>(count));
   Path directory = scene.Branch(true, true);
-  directory /= String(leaf.substr(0, static_cast<std::size_t>(before + 1)));
+  directory /= String(leaf.substr(0, runStart));
   const String pattern = directory.Text() + String("%0") + String(std::to_string(count)) + "d" +
-                         String(leaf.substr(static_cast<std::size_t>(last) + 1));
-  const int start = static_cast<int>(
-      std::strtol(leaf.substr(static_cast<std::size_t>(before + 1), static_cast<std::size_t>(count)).c_str(),
-                  nullptr, 10));
+                         String(leaf.substr(runStart + run.size()));
+  const int start = static_cast<int>(std::strtol(run.c_str(), nullptr, 10));
   const String own = SFormat(pattern, start);
   const auto exists = [&](int frame) {
     const String name = SFormat(pattern, frame);

@@ -180,7 +180,7 @@ protected:
   }
 
   Path WriteProgram(const String& name) {
-    const Path program = Write(name, "#!/bin/sh\n");
+    Path program = Write(name, "#!/bin/sh\n");
     std::filesystem::permissions(program.c_str(), std::filesystem::perms::owner_all);
     return program;
   }

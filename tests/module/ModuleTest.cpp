@@ -104,7 +104,7 @@ Path ModuleTest::InDirectory(const String& name) const {
 }
 
 Path ModuleTest::Write(const String& name, std::string_view content) {
-  const Path path = InDirectory(name);
+  Path path = InDirectory(name);
   std::filesystem::create_directories(std::filesystem::path(path.c_str()).parent_path());
   std::ofstream out(path.c_str(), std::ios::binary);
   out << content;

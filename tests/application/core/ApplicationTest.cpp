@@ -19,11 +19,13 @@ TEST_F(ApplicationSettings, AreThereBeforeAnythingIsLoaded) {
 TEST_F(ApplicationSettings, ReadBothFilesAndTheirPathMaps) {
   WriteFile(Directory / "settings.ini", "[PathMaps]\n1=/there ; /here\n2=\"/a;b\";/c/\n");
   WriteFile(Directory / "options.ini", "[x]\nExecutable=/bin/true\n");
-  Application::the_Application->LoadSettings(Path(Directory / "settings.ini"), Path(Directory / "options.ini"));
+  Application::the_Application->LoadSettings(Path(Directory / "settings.ini"),
+                                             Path(Directory / "options.ini"));
   EXPECT_EQ(Path("/there/x").TranslateToLocal().Text(), "/here/x");
   EXPECT_EQ(Path("/a;b/x").TranslateToLocal().Text(), "/c/x");
   EXPECT_EQ(Application::the_Application->Options().GetValue("X", "executable", ""), "/bin/true");
-  Application::the_Application->LoadSettings(Path(Directory / "missing.ini"), Path(Directory / "settings.ini/x"));
+  Application::the_Application->LoadSettings(Path(Directory / "missing.ini"),
+                                             Path(Directory / "settings.ini/x"));
   EXPECT_EQ(Path("/there/x").TranslateToLocal().Text(), "/there/x");
   EXPECT_TRUE(Application::the_Application->Options().SectionNames().empty());
 }
@@ -43,9 +45,7 @@ TEST_F(ApplicationSettings, WarnAboutWhatIsNoPathMap) {
 TEST_F(ApplicationSettings, RaiseForAFileThatCannotBeReadAndKeepWhatWasLoaded) {
   WriteFile(Directory / "options.ini", "[x]\nkey=value\n");
   Application::the_Application->LoadSettings(Path(), Path(Directory / "options.ini"));
-  EXPECT_EQ(MessageOf([this] {
-              Application::the_Application->LoadSettings(Path(Directory.Name()), Path());
-            }),
+  EXPECT_EQ(MessageOf([this] { Application::the_Application->LoadSettings(Path(Directory.Name()), Path()); }),
             "cannot read " + Directory.Name());
   EXPECT_EQ(Application::the_Application->Options().GetValue("x", "key", ""), "value");
 }

@@ -34,7 +34,9 @@ public:
   CatalogueJob Job;
 };
 
-String Later(const String& text, const Map& map) { return Job::FormatStringWithParameters(text, map); }
+String Later(const String& text, const Map& map) {
+  return Job::FormatStringWithParameters(text, map);
+}
 
 TEST(Expansion, PutsInValuesInAnyCaseOfTheirNames) {
   const TextJob job(Map{{"Title", "hello"}, {"Two words", "x"}});
@@ -83,16 +85,19 @@ TEST(Expansion, WhatComesOutOfAValueIsNeverReadAgain) {
 TEST(Expansion, AnUnknownNameRaisesWithPlaceSuggestionAndCaret) {
   const TextJob job(Map{{"Scene", "s"}});
   int code = 0;
-  EXPECT_EQ(job.Refusal("povray +I -D $(Scen)", &code), "command line:14: nobody answers $(Scen); did you mean \"Scene\"?\n"
-                                                        "    1 | povray +I -D $(Scen)\n"
-                                                        "      |              ^");
+  EXPECT_EQ(job.Refusal("povray +I -D $(Scen)", &code),
+            "command line:14: nobody answers $(Scen); did you mean \"Scene\"?\n"
+            "    1 | povray +I -D $(Scen)\n"
+            "      |              ^");
   EXPECT_EQ(code, k_ErrorReference);
-  EXPECT_EQ(job.Refusal("$(ActualScen)"), "command line:1: nobody answers $(ActualScen); did you mean \"ActualScene\"?\n"
-                                          "    1 | $(ActualScen)\n"
-                                          "      | ^");
-  EXPECT_EQ(job.Refusal("$(SubRnge.Start)"), "command line:1: nobody answers $(SubRnge); did you mean \"SubRange\"?\n"
-                                             "    1 | $(SubRnge.Start)\n"
-                                             "      | ^");
+  EXPECT_EQ(job.Refusal("$(ActualScen)"),
+            "command line:1: nobody answers $(ActualScen); did you mean \"ActualScene\"?\n"
+            "    1 | $(ActualScen)\n"
+            "      | ^");
+  EXPECT_EQ(job.Refusal("$(SubRnge.Start)"),
+            "command line:1: nobody answers $(SubRnge); did you mean \"SubRange\"?\n"
+            "    1 | $(SubRnge.Start)\n"
+            "      | ^");
   EXPECT_EQ(job.Refusal("$(whatever)"), "command line:1: nobody answers $(whatever)\n"
                                         "    1 | $(whatever)\n"
                                         "      | ^");
@@ -103,9 +108,10 @@ TEST(Expansion, AnUnknownNameRaisesWithPlaceSuggestionAndCaret) {
 
 TEST(Expansion, AMistakeInAParametersTextIsShownThere) {
   const TextJob job(Map{{"Output", "dir/$(Titel)"}, {"Title", "t"}});
-  EXPECT_EQ(job.Refusal("-o $(Output)"), "parameter Output:5: nobody answers $(Titel); did you mean \"Title\"?\n"
-                                         "    1 | dir/$(Titel)\n"
-                                         "      |     ^");
+  EXPECT_EQ(job.Refusal("-o $(Output)"),
+            "parameter Output:5: nobody answers $(Titel); did you mean \"Title\"?\n"
+            "    1 | dir/$(Titel)\n"
+            "      |     ^");
 }
 
 TEST(Expansion, NamesTheCircleOfParametersThatReferToEachOther) {
@@ -113,21 +119,24 @@ TEST(Expansion, NamesTheCircleOfParametersThatReferToEachOther) {
   EXPECT_EQ(job.Refusal("$(A)"), "parameter C:1: parameters refer to each other in a circle: B -> C -> B\n"
                                  "    1 | $(B.Leaf)\n"
                                  "      | ^");
-  EXPECT_EQ(job.Refusal("$(Self)"), "parameter self:1: parameters refer to each other in a circle: self -> self\n"
-                                    "    1 | $(self)\n"
-                                    "      | ^");
+  EXPECT_EQ(job.Refusal("$(Self)"),
+            "parameter self:1: parameters refer to each other in a circle: self -> self\n"
+            "    1 | $(self)\n"
+            "      | ^");
 }
 
 TEST(Expansion, MalformedReferencesRaise) {
   const TextJob job(Map{{"A", "a"}});
-  EXPECT_EQ(job.Refusal("x $(A"), "command line:3: this reference is never closed; add \")\", or write \"$$(\" where "
-                                  "\"$(\" is meant as it stands\n"
-                                  "    1 | x $(A\n"
-                                  "      |   ^");
+  EXPECT_EQ(job.Refusal("x $(A"),
+            "command line:3: this reference is never closed; add \")\", or write \"$$(\" where "
+            "\"$(\" is meant as it stands\n"
+            "    1 | x $(A\n"
+            "      |   ^");
   EXPECT_EQ(job.Refusal("$(A.Leaf").substr(0, 46), "command line:1: this reference is never closed");
-  EXPECT_EQ(job.Refusal("$(A.Lef)"), "command line:5: unknown parameter command \"Lef\"; did you mean \"Leaf\"?\n"
-                                     "    1 | $(A.Lef)\n"
-                                     "      |     ^");
+  EXPECT_EQ(job.Refusal("$(A.Lef)"),
+            "command line:5: unknown parameter command \"Lef\"; did you mean \"Leaf\"?\n"
+            "    1 | $(A.Lef)\n"
+            "      |     ^");
   EXPECT_EQ(job.Refusal("$(A.)"), "command line:5: a parameter command is missing after \".\"\n"
                                   "    1 | $(A.)\n"
                                   "      |     ^");
@@ -140,10 +149,11 @@ TEST(Expansion, MalformedReferencesRaise) {
   EXPECT_EQ(job.Refusal("$(A.Pad(3)x)"), "command line:11: a \".\" or \")\" is missing behind the argument\n"
                                          "    1 | $(A.Pad(3)x)\n"
                                          "      |           ^");
-  EXPECT_EQ(job.Refusal("$(A.Default((x)"), "command line:12: this argument is never closed; write a backslash before "
-                                            "a parenthesis that stands alone\n"
-                                            "    1 | $(A.Default((x)\n"
-                                            "      |            ^");
+  EXPECT_EQ(job.Refusal("$(A.Default((x)"),
+            "command line:12: this argument is never closed; write a backslash before "
+            "a parenthesis that stands alone\n"
+            "    1 | $(A.Default((x)\n"
+            "      |            ^");
   EXPECT_EQ(job.Refusal("$(A.Upper.Pad(3))"), "command line:11: Pad needs a whole number, not \"A\"\n"
                                               "    1 | $(A.Upper.Pad(3))\n"
                                               "      |           ^");
@@ -205,9 +215,10 @@ TEST(Expansion, StopsAtReferencesThatNestTooDeep) {
   chain["P99"] = "$(P100)";
   chain["P100"] = "end";
   int code = 0;
-  EXPECT_EQ(TextJob(chain).Refusal("$(P0)", &code), "parameter P99:1: references nest deeper than 100 parameters\n"
-                                                    "    1 | $(P100)\n"
-                                                    "      | ^");
+  EXPECT_EQ(TextJob(chain).Refusal("$(P0)", &code),
+            "parameter P99:1: references nest deeper than 100 parameters\n"
+            "    1 | $(P100)\n"
+            "      | ^");
   EXPECT_EQ(code, k_ErrorLimit);
 }
 
@@ -220,7 +231,9 @@ TEST(Expansion, ForLaterPrefersTheExactNameAndLeavesUnknownOnes) {
 }
 
 TEST(Expansion, ForLaterKeepsNamesFromOutsidePlain) {
-  const Map map = {{"Scene", "/a/$(x)/$$(y.pov"}, {"name", "$(Scene)"}, {"SceneNameFormat", "$(z)%04d"},
+  const Map map = {{"Scene", "/a/$(x)/$$(y.pov"},
+                   {"name", "$(Scene)"},
+                   {"SceneNameFormat", "$(z)%04d"},
                    {"EXECUTABLE", "$(e)"}};
   EXPECT_EQ(Later("$(Scene.Branch)/out", map), "/a/$$(x)/out");
   EXPECT_EQ(Later("$(Scene)", map), "/a/$$(x)/$$$(y.pov");
@@ -244,7 +257,9 @@ TEST(Expansion, ForLaterRefusesUnknownCommandsAndCircles) {
             "text:11: unknown parameter command \"Lef\"; did you mean \"Leaf\"?\n"
             "    1 | $(nothing.Lef)\n"
             "      |           ^");
-  EXPECT_EQ(MessageOf([] { Later("$(A)", {{"A", "$(A)"}}); }),
+  EXPECT_EQ(MessageOf([] {
+              Later("$(A)", {{"A", "$(A)"}});
+            }),
             "parameter A:1: parameters refer to each other in a circle: A -> A\n"
             "    1 | $(A)\n"
             "      | ^");
@@ -269,8 +284,8 @@ TEST(Expansion, AnExceptionOfASourceKeepsItsCodeAndNumber) {
 }
 
 rc::Gen<String> ReferenceTexts() {
-  return rc::gen::map(rc::gen::container<std::vector<std::string>>(
-                          rc::gen::element<std::string>("$", "(", ")", "$(", "$$(", "$(A)", "$(B.Leaf)", ".", "/x", "\\")),
+  return rc::gen::map(rc::gen::container<std::vector<std::string>>(rc::gen::element<std::string>(
+                          "$", "(", ")", "$(", "$$(", "$(A)", "$(B.Leaf)", ".", "/x", "\\")),
                       [](const std::vector<std::string>& pieces) {
                         String text;
                         for (const std::string& piece : pieces) {

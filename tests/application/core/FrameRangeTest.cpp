@@ -12,7 +12,9 @@ namespace {
 constexpr int k_Lowest = std::numeric_limits<int>::min();
 constexpr int k_Highest = std::numeric_limits<int>::max();
 
-std::vector<int> Frames(const String& text) { return FrameSet::Parse(text).Frames(); }
+std::vector<int> Frames(const String& text) {
+  return FrameSet::Parse(text).Frames();
+}
 
 std::vector<String> Works(const String& text, int packet) {
   std::vector<String> works;
@@ -62,7 +64,8 @@ TEST(FrameRange, KeepsTheEndsOf32Bits) {
   EXPECT_EQ(Frames("2147483646-2147483647"), (List{k_Highest - 1, k_Highest}));
   EXPECT_EQ(Frames("-2147483648--2147483647"), (List{k_Lowest, k_Lowest + 1}));
   EXPECT_EQ(Frames("-2147483648-2147483647x2147483647"), (List{k_Lowest, -1, k_Highest - 1}));
-  EXPECT_EQ(Works("2147483645-2147483647", 2), (std::vector<String>{"2147483645-2147483646", "2147483647-2147483647"}));
+  EXPECT_EQ(Works("2147483645-2147483647", 2),
+            (std::vector<String>{"2147483645-2147483646", "2147483647-2147483647"}));
   EXPECT_EQ(Works("2147483647,-2147483648", 5),
             (std::vector<String>{"2147483647-2147483647", "-2147483648--2147483648"}));
   EXPECT_EQ(FrameSet::Parse("-2147483648,2147483647").Text(), "-2147483648,2147483647");
@@ -76,8 +79,10 @@ TEST(FrameRange, RefusesMoreFramesThanAnyJobHas) {
   EXPECT_EQ(Refusal("-2147483648-2147483647"), "frame range:1:1: this makes more than 10000000 frames\n"
                                                "    1 | -2147483648-2147483647\n"
                                                "      | ^");
-  EXPECT_EQ(Refusal("-2147483648-2147483647:3").substr(0, 53), "frame range:1:1: this makes more than 10000000 frames");
-  EXPECT_EQ(Refusal("-2147483648-2147483647y3").substr(0, 53), "frame range:1:1: this makes more than 10000000 frames");
+  EXPECT_EQ(Refusal("-2147483648-2147483647:3").substr(0, 53),
+            "frame range:1:1: this makes more than 10000000 frames");
+  EXPECT_EQ(Refusal("-2147483648-2147483647y3").substr(0, 53),
+            "frame range:1:1: this makes more than 10000000 frames");
 }
 
 TEST(FrameRange, RefusesMalformedTextsWithPlaceCaretAndHint) {
@@ -201,15 +206,15 @@ TEST(FrameRange, ReadsAWorksRun) {
 }
 
 rc::Gen<String> RangeTexts() {
-  const auto item = rc::gen::map(
-      rc::gen::tuple(rc::gen::inRange(-40, 40), rc::gen::inRange(0, 40), rc::gen::element<String>("", "x", ":"),
-                     rc::gen::inRange(1, 9), rc::gen::arbitrary<bool>()),
-      [](const std::tuple<int, int, String, int, bool>& facts) {
-        const auto& [first, span, mode, step, descending] = facts;
-        const int last = descending ? first - span : first + span;
-        return std::to_string(first) + "-" + std::to_string(last) +
-               (mode.empty() ? std::string() : mode + std::to_string(step));
-      });
+  const auto item = rc::gen::map(rc::gen::tuple(rc::gen::inRange(-40, 40), rc::gen::inRange(0, 40),
+                                                rc::gen::element<String>("", "x", ":"),
+                                                rc::gen::inRange(1, 9), rc::gen::arbitrary<bool>()),
+                                 [](const std::tuple<int, int, String, int, bool>& facts) {
+                                   const auto& [first, span, mode, step, descending] = facts;
+                                   const int last = descending ? first - span : first + span;
+                                   return std::to_string(first) + "-" + std::to_string(last) +
+                                          (mode.empty() ? std::string() : mode + std::to_string(step));
+                                 });
   return rc::gen::map(rc::gen::nonEmpty(rc::gen::container<std::vector<std::string>>(item)),
                       [](const std::vector<std::string>& items) {
                         String text;
@@ -246,7 +251,8 @@ RC_GTEST_PROP(FrameRange, EveryFrameIsInExactlyOneWork, ()) {
 }
 
 RC_GTEST_PROP(FrameRange, AnyTextIsReadOrRefusedWithAPlace, ()) {
-  const String text = *rc::gen::container<std::string>(rc::gen::element('0', '1', '9', '-', ',', 'x', 'y', ':', ' ', '\n', 'z'));
+  const String text = *rc::gen::container<std::string>(
+      rc::gen::element('0', '1', '9', '-', ',', 'x', 'y', ':', ' ', '\n', 'z'));
   const String message = Refusal(text);
   RC_ASSERT(message == "nothing raised" || message.rfind("frame range:1:", 0) == 0);
 }

@@ -9,6 +9,7 @@ void FillType(JobTypeInfo& info) {
   AddParam(info, ParameterInfo::k_Text, "OwnText", "by default");
   AddParam(info, ParameterInfo::k_Integer, "Width", "640")->Maximum = 1000;
   AddParam(info, ParameterInfo::k_File, "Texture", "", ParameterInfo::k_Required);
+  AddParam(info, ParameterInfo::k_Integer, "Progress", "", ParameterInfo::k_ReadOnly);
 }
 
 std::string Packed(const Job& job) {
@@ -25,7 +26,12 @@ TEST(Job, PacksTypeCountAndValuesInOrderOfNames) {
   job.Set("scene", "a.pov");
   job.Set("Note", "");
   const std::string bytes("\x00\x11\x22\x33\x44\x55\x66\x77\x88\x99\xaa\xbb\xcc\xdd\xee\xff"
-                          "\x02\0\0\0" "\x04\0\0\0Note" "\0\0\0\0" "\x05\0\0\0scene" "\x05\0\0\0" "a.pov",
+                          "\x02\0\0\0"
+                          "\x04\0\0\0Note"
+                          "\0\0\0\0"
+                          "\x05\0\0\0scene"
+                          "\x05\0\0\0"
+                          "a.pov",
                           50);
   EXPECT_EQ(Packed(job), bytes);
   PlainJob copy;
@@ -178,16 +184,16 @@ TEST(Job, TellsWhatAStatusMeans) {
     const char* Text;
     bool Started, Finished, Failed, Canceled, Paused;
   };
-  for (const Meaning& meaning : std::initializer_list<Meaning>{
-           {k_StatusNew, "New", false, false, false, false, false},
-           {k_StatusReady, "Ready", false, false, false, false, false},
-           {k_StatusRunning, "Running", true, false, false, false, false},
-           {k_StatusPaused, "Paused", true, false, false, false, true},
-           {4, "Unknown", false, false, false, false, false},
-           {k_StatusFailed, "Failed", true, false, true, false, false},
-           {k_StatusCanceled, "Canceled", true, false, false, true, false},
-           {k_StatusFinished, "Finished", true, true, false, false, false},
-           {-1, "Unknown", false, false, false, false, false}}) {
+  for (const Meaning& meaning :
+       std::initializer_list<Meaning>{{k_StatusNew, "New", false, false, false, false, false},
+                                      {k_StatusReady, "Ready", false, false, false, false, false},
+                                      {k_StatusRunning, "Running", true, false, false, false, false},
+                                      {k_StatusPaused, "Paused", true, false, false, false, true},
+                                      {4, "Unknown", false, false, false, false, false},
+                                      {k_StatusFailed, "Failed", true, false, true, false, false},
+                                      {k_StatusCanceled, "Canceled", true, false, false, true, false},
+                                      {k_StatusFinished, "Finished", true, true, false, false, false},
+                                      {-1, "Unknown", false, false, false, false, false}}) {
     EXPECT_EQ(job.StatusAsString(meaning.Status), meaning.Text);
     EXPECT_EQ(job.IsStarted(meaning.Status), meaning.Started) << meaning.Text;
     EXPECT_EQ(job.IsFinished(meaning.Status), meaning.Finished) << meaning.Text;
@@ -237,12 +243,15 @@ TEST(Job, IsValidSaysInTheNoteWhyNot) {
   EXPECT_FALSE(job.IsValid());
   EXPECT_EQ(job.Get("Note", true), "Width: 1001 is above the maximum of 1000");
   job.SetParameter("Width", "$(OwnText)");
+  job.SetParameter("Progress", "half");
   EXPECT_TRUE(job.IsValid());
 }
 
 class Recorder : public WorkObserver {
 public:
-  void OnWorkParameter(const Job&, const String& name, const String& value) override { Seen += name + "=" + value + ";"; }
+  void OnWorkParameter(const Job&, const String& name, const String& value) override {
+    Seen += name + "=" + value + ";";
+  }
   void OnImage(const Job&, const Path& file) override { Seen += "image " + file.Text() + ";"; }
   String Seen;
 };
@@ -255,7 +264,8 @@ TEST(Job, TellsItsObserverOfChangedParameters) {
   job.DoWorkParameterChange("Note", "heard");
   EXPECT_EQ(recorder.Seen, "Note=heard;");
   EXPECT_FALSE(job.IsValid());
-  EXPECT_EQ(recorder.Seen, "Note=heard;Note=the job type 00000000-0000-0000-0000-000000000000 is not registered;");
+  EXPECT_EQ(recorder.Seen,
+            "Note=heard;Note=the job type 00000000-0000-0000-0000-000000000000 is not registered;");
 }
 
 TEST(Job, ListsTheNamesThatItMayBeAskedFor) {
@@ -264,7 +274,7 @@ TEST(Job, ListsTheNamesThatItMayBeAskedFor) {
   job.SetType(type.Id);
   job.Set("scene", "s");
   EXPECT_EQ(job.ParameterNames(),
-            (std::vector<String>{"OwnText", "Width", "Texture", "scene", "SubRange", "ActualScene"}));
+            (std::vector<String>{"OwnText", "Width", "Texture", "Progress", "scene", "SubRange", "ActualScene"}));
 }
 
 } // namespace

@@ -38,12 +38,13 @@ TEST(JobTypeInfo, FindsParametersByNameInAnyCaseAndByPosition) {
 }
 
 TEST(JobTypeInfo, ReadsAWholeDefinition) {
-  const Loaded loaded = LoadParameters("[PrimaryParameters]\n1=Width\n2=Quality\n3=Scene file\n"
-                                       "[Width]\nType=integer\nLabel=Width in pixels\nHelp=First\\nsecond \\x\n"
-                                       "Default=640\nMinimum=1\nMaximum=1e4\nRequired=yes\n"
-                                       "[Quality]\nType=Choice\nChoices=low, \"a,b\" , high\nDefault=HIGH\n"
-                                       "Flags=OfJob, visible ,0x40,Internal\n"
-                                       "[Scene file]\nType=File\nFilter=Scenes (*.pov)|*.pov\nDefault=a$(b\n");
+  const Loaded loaded =
+      LoadParameters("[PrimaryParameters]\n1=Width\n2=Quality\n3=Scene file\n"
+                     "[Width]\nType=integer\nLabel=Width in pixels\nHelp=First\\nsecond \\x\n"
+                     "Default=640\nMinimum=1\nMaximum=1e4\nRequired=yes\n"
+                     "[Quality]\nType=Choice\nChoices=low, \"a,b\" , high\nDefault=HIGH\n"
+                     "Flags=OfJob, visible ,0x40,Internal\n"
+                     "[Scene file]\nType=File\nFilter=Scenes (*.pov)|*.pov\nDefault=a$(b\n");
   EXPECT_EQ(loaded.Warnings, Lines{});
   ASSERT_EQ(loaded.Info.ParamCount(), 3U);
   const ParameterInfo& width = *loaded.Info.GetParam("Width");
@@ -70,8 +71,9 @@ TEST(JobTypeInfo, ASectionWithoutKeysIsAText) {
 
 TEST(JobTypeInfo, AnUnknownTypeIsAWarningAndReadAsText) {
   const Loaded loaded = LoadParameters("[PrimaryParameters]\n1=Width\n\n[Width]\nType=Interger\n");
-  EXPECT_EQ(loaded.Warnings,
-            (Lines{"/x/sketch.tvx:5:6: warning: unknown parameter type \"Interger\"; did you mean \"Integer\"?"}));
+  EXPECT_EQ(
+      loaded.Warnings,
+      (Lines{"/x/sketch.tvx:5:6: warning: unknown parameter type \"Interger\"; did you mean \"Integer\"?"}));
   EXPECT_EQ(loaded.Info.GetParam("Width")->Type(), ParameterInfo::k_Text);
 }
 
@@ -106,7 +108,8 @@ TEST(JobTypeInfo, AllProblemsOfADefinitionAreWarningsInTheOrderOfTheirPlaces) {
 TEST(JobTypeInfo, LimitsThatExcludeEachOtherAreAWarning) {
   const Loaded loaded =
       LoadParameters("[PrimaryParameters]\n1=A\n[A]\nType=Duration\nMinimum=2m\nMaximum=30\n");
-  EXPECT_EQ(loaded.Warnings, (Lines{"/x/sketch.tvx:6:9: warning: the maximum of 30 is below the minimum of 2m"}));
+  EXPECT_EQ(loaded.Warnings,
+            (Lines{"/x/sketch.tvx:6:9: warning: the maximum of 30 is below the minimum of 2m"}));
   EXPECT_EQ(loaded.Info.GetParam("A")->Minimum, 120);
   EXPECT_EQ(loaded.Info.GetParam("A")->Maximum, std::nullopt);
 }
@@ -120,17 +123,18 @@ TEST(JobTypeInfo, AChoiceWithoutChoicesIsAWarning) {
 
 TEST(JobTypeInfo, ANameWithoutSectionIsAWarningWhereItIsNamed) {
   const Loaded loaded = LoadParameters("[PrimaryParameters]\n1=Qualty\n2=\n[Quality]\n");
-  EXPECT_EQ(loaded.Warnings, (Lines{"/x/sketch.tvx:2:3: warning: parameter \"Qualty\" is named but has no section "
-                                    "[Qualty]; did you mean \"Quality\"?",
-                                    "/x/sketch.tvx:3:3: warning: the name of a parameter is missing"}));
+  EXPECT_EQ(loaded.Warnings,
+            (Lines{"/x/sketch.tvx:2:3: warning: parameter \"Qualty\" is named but has no section "
+                   "[Qualty]; did you mean \"Quality\"?",
+                   "/x/sketch.tvx:3:3: warning: the name of a parameter is missing"}));
   EXPECT_EQ(loaded.Info.ParamCount(), 0U);
 }
 
 TEST(JobTypeInfo, TheFirstDefinitionOfANameHolds) {
-  const Loaded loaded =
-      LoadParameters("[PrimaryParameters]\n1=Width\n2=width\n[Width]\nDefault=1\n");
-  EXPECT_EQ(loaded.Warnings, (Lines{"/x/sketch.tvx:4:1: warning: the type has a parameter \"width\" already; this "
-                                    "definition is not used"}));
+  const Loaded loaded = LoadParameters("[PrimaryParameters]\n1=Width\n2=width\n[Width]\nDefault=1\n");
+  EXPECT_EQ(loaded.Warnings,
+            (Lines{"/x/sketch.tvx:4:1: warning: the type has a parameter \"width\" already; this "
+                   "definition is not used"}));
   EXPECT_EQ(loaded.Info.ParamCount(), 1U);
 }
 
@@ -142,9 +146,11 @@ TEST(JobTypeInfo, ADefaultWithReferencesIsLeftForLater) {
 }
 
 TEST(JobTypeInfo, OnlyTheFirstLineOfARefusedRangeIsInTheWarning) {
-  EXPECT_EQ(LoadParameters("[PrimaryParameters]\n1=A\n[A]\nType=Range\nDefault=1-\n").Warnings,
-            (Lines{"/x/sketch.tvx:5:9: warning: this default is refused: frame range:1:3: a number is missing after "
-                   "\"-\""}));
+  EXPECT_EQ(
+      LoadParameters("[PrimaryParameters]\n1=A\n[A]\nType=Range\nDefault=1-\n").Warnings,
+      (Lines{
+          "/x/sketch.tvx:5:9: warning: this default is refused: frame range:1:3: a number is missing after "
+          "\"-\""}));
 }
 
 TEST(JobTypeInfo, ReadsCommands) {
@@ -158,12 +164,13 @@ TEST(JobTypeInfo, ReadsCommands) {
   for (const char* name : {"View", "Clean", "Gone", "VIEW"}) {
     SLoadCommand(name, file, &info);
   }
-  EXPECT_EQ(log.Lines(),
-            (Lines{"/x/sketch.tvx:9:1: warning: command \"Clean\" has no Command line to run",
-                   "/x/sketch.tvx:10:1: warning: unknown key \"Comand\"; did you mean \"Command\"?",
-                   "/x/sketch.tvx:4:3: warning: command \"Gone\" is named but has no section [Gone]",
-                   "/x/sketch.tvx:5:1: warning: the type has a command \"VIEW\" already; this definition is not "
-                   "used"}));
+  EXPECT_EQ(
+      log.Lines(),
+      (Lines{"/x/sketch.tvx:9:1: warning: command \"Clean\" has no Command line to run",
+             "/x/sketch.tvx:10:1: warning: unknown key \"Comand\"; did you mean \"Command\"?",
+             "/x/sketch.tvx:4:3: warning: command \"Gone\" is named but has no section [Gone]",
+             "/x/sketch.tvx:5:1: warning: the type has a command \"VIEW\" already; this definition is not "
+             "used"}));
   ASSERT_EQ(info.Commands().size(), 2U);
   const CommandInfo* view = info.GetCommand("view");
   ASSERT_NE(view, nullptr);
@@ -176,9 +183,9 @@ TEST(JobTypeInfo, ReadsCommands) {
 
 TEST(JobTypeInfo, TranslatesFlagNamesAndNumbers) {
   const std::vector<std::pair<const char*, unsigned int>> flags = {
-      {"Required", 0x1},   {"OfJob", 0x2},     {"ReadOnly", 0x4},    {"OfEngine", 0x8},
-      {"SubmitOnly", 0x10}, {"Literal", 0x20},  {"Advanced", 0x200},  {"Editable", 0x400},
-      {"Visible", 0x800},  {"Deprecated", 0x1000}, {"AffectsCommand", 0x10000}, {"Internal", 0x80000000}};
+      {"Required", 0x1},    {"OfJob", 0x2},         {"ReadOnly", 0x4},           {"OfEngine", 0x8},
+      {"SubmitOnly", 0x10}, {"Literal", 0x20},      {"Advanced", 0x200},         {"Editable", 0x400},
+      {"Visible", 0x800},   {"Deprecated", 0x1000}, {"AffectsCommand", 0x10000}, {"Internal", 0x80000000}};
   for (const auto& [name, bit] : flags) {
     EXPECT_EQ(STranslateFlag(name), bit);
     EXPECT_EQ(FlagsAsText(bit), name);

@@ -115,8 +115,9 @@ TEST_F(ModuleLoading, PassesDetectionAndSearchToTheOwnerOfTheType) {
   EXPECT_EQ(bases, std::vector<Path>{"Sketch"});
   EXPECT_EQ(exe.Text(), "bin/run");
   Loader.Unload();
-  EXPECT_EQ(log.Lines(), (Lines{"code: load code.so", "typefiles: load " + Directory.Name() + "/a/typefiles.so",
-                                "typefiles: unload", "code: unload"}));
+  EXPECT_EQ(log.Lines(),
+            (Lines{"code: load code.so", "typefiles: load " + Directory.Name() + "/a/typefiles.so",
+                   "typefiles: unload", "code: unload"}));
 }
 
 TEST_F(ModuleLoading, WarnsAboutLibrariesThatAreNoModules) {
@@ -143,12 +144,13 @@ TEST_F(ModuleLoading, SkipsTypesThatCannotBeDescribedOrAreTaken) {
   const Path raising = Install("raising", "a");
   const LogCapture log;
   EXPECT_EQ(Loader.Load({In("a")}), 2);
-  EXPECT_EQ(log.Lines(),
-            (Lines{"code: load code.so",
-                   "the module " + raising.Text() +
-                       " cannot describe its type bad00000-0000-4000-8000-000000000001: cannot tell",
-                   "the type \"Taken\" of " + raising.Text() +
-                       " has the ID c0de0000-0000-4000-8000-000000000001 of the type \"Code\" and is not used"}));
+  EXPECT_EQ(
+      log.Lines(),
+      (Lines{"code: load code.so",
+             "the module " + raising.Text() +
+                 " cannot describe its type bad00000-0000-4000-8000-000000000001: cannot tell",
+             "the type \"Taken\" of " + raising.Text() +
+                 " has the ID c0de0000-0000-4000-8000-000000000001 of the type \"Code\" and is not used"}));
   EXPECT_EQ(NameOf(k_CodeType), "Code");
 }
 

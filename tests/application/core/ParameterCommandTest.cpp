@@ -33,13 +33,14 @@ TEST(ParameterCommand, ReadsRanges) {
   struct Case {
     const char *Range, *Start, *End, *Count;
   };
-  for (const Case& range : std::initializer_list<Case>{{"7-9", "7", "9", "3"},
-                                                       {"7", "7", "7", "1"},
-                                                       {"-5--1", "-5", "-1", "5"},
-                                                       {"-3", "-3", "-3", "1"},
-                                                       {"-2147483648-2147483647", "-2147483648", "2147483647", "4294967296"},
-                                                       {"10-1x3,20", "1", "20", "5"},
-                                                       {"", "", "", ""}}) {
+  for (const Case& range :
+       std::initializer_list<Case>{{"7-9", "7", "9", "3"},
+                                   {"7", "7", "7", "1"},
+                                   {"-5--1", "-5", "-1", "5"},
+                                   {"-3", "-3", "-3", "1"},
+                                   {"-2147483648-2147483647", "-2147483648", "2147483647", "4294967296"},
+                                   {"10-1x3,20", "1", "20", "5"},
+                                   {"", "", "", ""}}) {
     EXPECT_EQ(Apply(range.Range, "Start"), range.Start) << range.Range;
     EXPECT_EQ(Apply(range.Range, "End"), range.End) << range.Range;
     EXPECT_EQ(Apply(range.Range, "Count"), range.Count) << range.Range;
@@ -58,7 +59,8 @@ TEST(ParameterCommand, PadsWholeNumbers) {
   EXPECT_EQ(Apply("", "Pad(4)"), "");
   EXPECT_EQ(Apply("7", "Pad(64)").size(), 64U);
   EXPECT_EQ(Refusal("7", "Pad(65)"), "Pad needs a number of digits from 0 to 64, not \"65\"");
-  EXPECT_EQ(Refusal("7", "Pad(999999999999)"), "Pad needs a number of digits from 0 to 64, not \"999999999999\"");
+  EXPECT_EQ(Refusal("7", "Pad(999999999999)"),
+            "Pad needs a number of digits from 0 to 64, not \"999999999999\"");
   EXPECT_EQ(Refusal("7", "Pad(-1)"), "Pad needs a number of digits from 0 to 64, not \"-1\"");
   EXPECT_EQ(Refusal("7", "Pad()"), "Pad needs a number of digits from 0 to 64, not \"\"");
   EXPECT_EQ(Refusal("1-5", "Pad(3)"), "Pad needs a whole number, not \"1-5\"");
@@ -117,9 +119,10 @@ TEST(ParameterCommand, TranslatesPathsForThisMachine) {
 }
 
 TEST(ParameterCommand, RefusesMalformedChains) {
-  EXPECT_EQ(Refusal("x", "Lef"), "parameter commands:1: unknown parameter command \"Lef\"; did you mean \"Leaf\"?\n"
-                                 "    1 | Lef\n"
-                                 "      | ^");
+  EXPECT_EQ(Refusal("x", "Lef"),
+            "parameter commands:1: unknown parameter command \"Lef\"; did you mean \"Leaf\"?\n"
+            "    1 | Lef\n"
+            "      | ^");
   EXPECT_EQ(Refusal("x", "Leaf)"), "parameter commands:5: this \")\" closes nothing\n"
                                    "    1 | Leaf)\n"
                                    "      |     ^");

@@ -12,7 +12,9 @@ String Why(const ParameterInfo& info, const String& value) {
   return why;
 }
 
-String Why(ParameterInfo::TYPE type, const String& value) { return Why(*ParameterInfo::Create(type), value); }
+String Why(ParameterInfo::TYPE type, const String& value) {
+  return Why(*ParameterInfo::Create(type), value);
+}
 
 TEST(ParameterInfo, AcceptsWholeNumbersOf32BitsWithinTheirLimits) {
   for (const char* value : {"", "0", "-5", "+7", "007", "2147483647", "-2147483648", "$(Width)"}) {
@@ -24,8 +26,10 @@ TEST(ParameterInfo, AcceptsWholeNumbersOf32BitsWithinTheirLimits) {
   EXPECT_EQ(Why(ParameterInfo::k_Integer, "1.5"), "\"1.5\" is no whole number");
   EXPECT_EQ(Why(ParameterInfo::k_Integer, "-"), "\"-\" is no whole number");
   EXPECT_EQ(Why(ParameterInfo::k_Integer, "+-5"), "\"+-5\" is no whole number");
-  EXPECT_EQ(Why(ParameterInfo::k_Integer, "2147483648"), "2147483648 is beyond the 32 bits of a whole number");
-  EXPECT_EQ(Why(ParameterInfo::k_Integer, "-2147483649"), "-2147483649 is beyond the 32 bits of a whole number");
+  EXPECT_EQ(Why(ParameterInfo::k_Integer, "2147483648"),
+            "2147483648 is beyond the 32 bits of a whole number");
+  EXPECT_EQ(Why(ParameterInfo::k_Integer, "-2147483649"),
+            "-2147483649 is beyond the 32 bits of a whole number");
   ParameterInfo limited(ParameterInfo::k_Integer);
   limited.Minimum = 0;
   limited.Maximum = 100;
@@ -65,8 +69,9 @@ TEST(ParameterInfo, AcceptsFrameRanges) {
 }
 
 TEST(ParameterInfo, AcceptsDurations) {
-  const std::vector<std::pair<const char*, double>> good = {{"90", 90},     {"90s", 90},   {"5m", 300},  {"2h", 7200},
-                                                            {"1d", 86400},  {"1.5h", 5400}, {"0", 0},     {"3 M", 180}};
+  const std::vector<std::pair<const char*, double>> good = {{"90", 90},   {"90s", 90},   {"5m", 300},
+                                                            {"2h", 7200}, {"1d", 86400}, {"1.5h", 5400},
+                                                            {"0", 0},     {"3 M", 180}};
   for (const auto& [text, wanted] : good) {
     double seconds = -1;
     EXPECT_TRUE(ParseDuration(text, seconds)) << text;
@@ -87,7 +92,8 @@ TEST(ParameterInfo, AcceptsDurations) {
 
 TEST(ParameterInfo, AcceptsWordsForYesAndNo) {
   for (const auto type : {ParameterInfo::k_Boolean, ParameterInfo::k_BoolOverride}) {
-    for (const char* word : {"yes", "No", "TRUE", "false", "on", "off", "y", "n", "t", "f", "1", "0", " Yes ", ""}) {
+    for (const char* word :
+         {"yes", "No", "TRUE", "false", "on", "off", "y", "n", "t", "f", "1", "0", " Yes ", ""}) {
       EXPECT_EQ(Why(type, word), "accepted") << word;
     }
     EXPECT_EQ(Why(type, "maybe"), "\"maybe\" is neither yes nor no");
@@ -106,7 +112,8 @@ TEST(ParameterInfo, LooksIntoReferencesOnlyWhereTheyAreLiteral) {
 
 TEST(ParameterInfo, RefusesTheByteZeroEverywhereAndValuesOfHeadings) {
   const String nul("a\0b", 3);
-  for (const auto type : {ParameterInfo::k_Text, ParameterInfo::k_File, ParameterInfo::k_List, ParameterInfo::k_Integer}) {
+  for (const auto type :
+       {ParameterInfo::k_Text, ParameterInfo::k_File, ParameterInfo::k_List, ParameterInfo::k_Integer}) {
     EXPECT_EQ(Why(type, nul), "a value cannot hold the byte 0, which ends every argument of a program");
   }
   EXPECT_EQ(Why(ParameterInfo::k_Heading, "x"), "a heading has no value");

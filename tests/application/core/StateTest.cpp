@@ -8,17 +8,16 @@ namespace {
 class PlainObject : public TrovikObject {};
 
 rc::Gen<String> HardTexts() {
-  return rc::gen::map(
-      rc::gen::container<std::vector<std::string>>(rc::gen::element<std::string>(
-          "a", "B", " ", "\t", "\n", "\r", "\\", "n", "x0a", "e", "=", "[", "]", ";", "#", "\"", std::string(1, '\0'),
-          "\xEF\xBB\xBF", "\xC3\xA0", "\xFF", "$(")),
-      [](const std::vector<std::string>& pieces) {
-        String text;
-        for (const std::string& piece : pieces) {
-          text += piece;
-        }
-        return text;
-      });
+  return rc::gen::map(rc::gen::container<std::vector<std::string>>(rc::gen::element<std::string>(
+                          "a", "B", " ", "\t", "\n", "\r", "\\", "n", "x0a", "e", "=", "[", "]", ";", "#",
+                          "\"", std::string(1, '\0'), "\xEF\xBB\xBF", "\xC3\xA0", "\xFF", "$(")),
+                      [](const std::vector<std::string>& pieces) {
+                        String text;
+                        for (const std::string& piece : pieces) {
+                          text += piece;
+                        }
+                        return text;
+                      });
 }
 
 std::string Packed(const TrovikObject& object) {
@@ -49,7 +48,16 @@ TEST(State, SendWritesVersionCountAndPairsInOrderOfNames) {
   PlainObject object;
   object.Set("b", "2");
   object.Set("A", "");
-  const std::string bytes("\x01\0\0\0" "\x02\0\0\0" "\x01\0\0\0" "A" "\0\0\0\0" "\x01\0\0\0" "b" "\x01\0\0\0" "2", 27);
+  const std::string bytes("\x01\0\0\0"
+                          "\x02\0\0\0"
+                          "\x01\0\0\0"
+                          "A"
+                          "\0\0\0\0"
+                          "\x01\0\0\0"
+                          "b"
+                          "\x01\0\0\0"
+                          "2",
+                          27);
   EXPECT_EQ(Packed(object), bytes);
   PlainObject copy;
   copy.Set("stale", "x");
@@ -90,7 +98,8 @@ TEST(State, CloneIsAWholeCopyAndRefusesAnotherClass) {
   object.Clone(object);
   EXPECT_EQ(Packed(object), Packed(other));
   const PlainJob job;
-  EXPECT_EQ(MessageOf([&] { object.Clone(job); }), "an object can only be made a copy of one of its own class");
+  EXPECT_EQ(MessageOf([&] { object.Clone(job); }),
+            "an object can only be made a copy of one of its own class");
 }
 
 TEST(State, ReadableFormIsPinned) {
@@ -156,7 +165,8 @@ TEST(State, LoadRefusesWhatIsNoSavedObject) {
     });
   };
   EXPECT_EQ(refusal(""), "/x/job.ini: no saved object: the section [Object] is missing");
-  EXPECT_EQ(refusal("[Object]\nVersion=2\n"), "/x/job.ini: the object has version \"2\"; this host reads version 1");
+  EXPECT_EQ(refusal("[Object]\nVersion=2\n"),
+            "/x/job.ini: the object has version \"2\"; this host reads version 1");
   EXPECT_EQ(refusal("[Object]\nVersion=1\nStatus=12x\n"), "\"12x\" is no status of a job");
   EXPECT_EQ(refusal("[Object]\nVersion=1\nType=%n%n\n"),
             "\"%n%n\" is no ID; write 36 characters like \"0123abcd-4567-89ab-cdef-0123456789ab\"");
@@ -196,8 +206,8 @@ TEST(State, MergeReachesTheMembersOfADerivedClassAndLeavesTypeAndStatus) {
 
 RC_GTEST_PROP(State, EveryTextSurvivesAFile, ()) {
   PlainObject object;
-  for (const auto& [name, value] : *rc::gen::container<std::vector<std::pair<String, String>>>(
-           rc::gen::pair(HardTexts(), HardTexts()))) {
+  for (const auto& [name, value] :
+       *rc::gen::container<std::vector<std::pair<String, String>>>(rc::gen::pair(HardTexts(), HardTexts()))) {
     object.Set(name, value);
   }
   IniFile file;
@@ -215,8 +225,8 @@ RC_GTEST_PROP(State, EveryTextSurvivesAFile, ()) {
 
 RC_GTEST_PROP(State, EveryStateSurvivesAStream, ()) {
   CatalogueJob job;
-  for (const auto& [name, value] : *rc::gen::container<std::vector<std::pair<String, String>>>(
-           rc::gen::pair(HardTexts(), HardTexts()))) {
+  for (const auto& [name, value] :
+       *rc::gen::container<std::vector<std::pair<String, String>>>(rc::gen::pair(HardTexts(), HardTexts()))) {
     job.Set(name, value);
     job.Extra.insert_or_assign(name, value);
   }

@@ -97,7 +97,9 @@ private:
 /// Path maps in force while it lives.
 class Translations {
 public:
-  explicit Translations(std::vector<std::pair<String, String>> pairs) { Path::SetTranslations(std::move(pairs)); }
+  explicit Translations(std::vector<std::pair<String, String>> pairs) {
+    Path::SetTranslations(std::move(pairs));
+  }
   Translations(const String& source, const String& local) { Path::SetTranslations({{source, local}}); }
   ~Translations() { Path::SetTranslations({}); }
   Translations(const Translations&) = delete;
@@ -193,13 +195,16 @@ public:
   }
 };
 
-inline void DeleteTestJob(Job* job) { delete job; }
+inline void DeleteTestJob(Job* job) {
+  delete job;
+}
 
 /// A type that the factory knows while this lives.
 class RegisteredType {
 public:
-  explicit RegisteredType(const std::function<void(JobTypeInfo&)>& fill = {},
-                          JobFactory::CreateFunction create = [] { return static_cast<Job*>(new CatalogueJob()); })
+  explicit RegisteredType(
+      const std::function<void(JobTypeInfo&)>& fill = {},
+      JobFactory::CreateFunction create = [] { return static_cast<Job*>(new CatalogueJob()); })
       : Id(true) {
     auto info = std::make_unique<JobTypeInfo>();
     if (fill) {

@@ -11,10 +11,10 @@ namespace {
 
 TEST(VersionOrder, ReadsNumbersAsNumbersAndPreReleasesAsEarlier) {
   const std::vector<std::string> ascending = {
-      "blender-2.79",      "blender-2.79b",   "blender-4.0-dev",     "blender-4.0-alpha", "blender-4.0-beta2",
-      "blender-4.0-beta10", "blender-4.0-pre", "blender-4.0-rc1",     "blender-4.0-RC2",   "blender-4.0",
-      "blender-4.0-linux", "blender-4.0.1",   "blender-4.9",         "blender-4.10",      "blender-20230401",
-      "blender-99999999999999999999999"};
+      "blender-2.79",      "blender-2.79b",      "blender-4.0-dev",   "blender-4.0-alpha",
+      "blender-4.0-beta2", "blender-4.0-beta10", "blender-4.0-pre",   "blender-4.0-rc1",
+      "blender-4.0-RC2",   "blender-4.0",        "blender-4.0-linux", "blender-4.0.1",
+      "blender-4.9",       "blender-4.10",       "blender-20230401",  "blender-99999999999999999999999"};
   for (std::size_t i = 0; i < ascending.size(); ++i) {
     for (std::size_t j = 0; j < ascending.size(); ++j) {
       const int order = CompareVersions(ascending[i], ascending[j]);
@@ -45,16 +45,15 @@ TEST(VersionOrder, StandsNamesOfAMegabyte) {
 }
 
 rc::Gen<std::string> Names() {
-  return rc::gen::map(
-      rc::gen::container<std::vector<std::string>>(rc::gen::element<std::string>(
-          "1", "2", "10", "01", "0", ".", "-", "alpha", "RC", "rc", "dev", "a", "B", "x")),
-      [](const std::vector<std::string>& pieces) {
-        std::string name;
-        for (const std::string& piece : pieces) {
-          name += piece;
-        }
-        return name;
-      });
+  return rc::gen::map(rc::gen::container<std::vector<std::string>>(rc::gen::element<std::string>(
+                          "1", "2", "10", "01", "0", ".", "-", "alpha", "RC", "rc", "dev", "a", "B", "x")),
+                      [](const std::vector<std::string>& pieces) {
+                        std::string name;
+                        for (const std::string& piece : pieces) {
+                          name += piece;
+                        }
+                        return name;
+                      });
 }
 
 RC_GTEST_PROP(VersionOrder, IsAnOrderThatSortsCanRelyOn, ()) {

@@ -8,7 +8,9 @@ struct EchoJob : RenderJob {
   String CreateCommandLine(Path&) override { return "/bin/echo this is frame $(Frame)"; }
 };
 
-ENTRY bool OnModuleLoad(Module*) { return true; }
+ENTRY bool OnModuleLoad(Module*) {
+  return true;
+}
 ENTRY void OnModuleUnload() {}
 ENTRY void ListTypes(std::vector<UID>& types) {
   types.assign(1, UID());
@@ -18,5 +20,9 @@ ENTRY void GetTypeInfo(UID const&, JobTypeInfo* info) {
   info->Name = "Echo";
   RenderJob::FillJobTypeInfo(info, false);
 }
-ENTRY Job* CreateJob() { return new EchoJob; }
-ENTRY void DeleteJob(Job* job) { delete job; }
+ENTRY Job* CreateJob() {
+  return new EchoJob;
+}
+ENTRY void DeleteJob(Job* job) {
+  delete job;
+}

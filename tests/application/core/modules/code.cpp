@@ -27,9 +27,13 @@ extern "C" bool OnModuleLoad(Module* module) {
   return true;
 }
 
-extern "C" void OnModuleUnload() { LogWarning("code: unload"); }
+extern "C" void OnModuleUnload() {
+  LogWarning("code: unload");
+}
 
-extern "C" void ListTypes(std::vector<UID>& types) { types = {TypeId(), TypeId()}; }
+extern "C" void ListTypes(std::vector<UID>& types) {
+  types = {TypeId(), TypeId()};
+}
 
 extern "C" void GetTypeInfo(const UID&, JobTypeInfo* info) {
   info->Name = "Code";
@@ -37,7 +41,9 @@ extern "C" void GetTypeInfo(const UID&, JobTypeInfo* info) {
   param->Name = "Title";
 }
 
-extern "C" Job* CreateJob() { return new CodeJob(); }
+extern "C" Job* CreateJob() {
+  return new CodeJob();
+}
 
 extern "C" void DeleteJob(Job* job) {
   LogWarning("code: delete job");

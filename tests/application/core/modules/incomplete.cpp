@@ -2,7 +2,11 @@
 
 #include "host/Application.h"
 
-extern "C" bool OnModuleLoad(Module*) { return true; }
+extern "C" bool OnModuleLoad(Module*) {
+  return true;
+}
 extern "C" void ListTypes(std::vector<UID>&) {}
 extern "C" void GetTypeInfo(const UID&, JobTypeInfo*) {}
-extern "C" Job* CreateJob() { return nullptr; }
+extern "C" Job* CreateJob() {
+  return nullptr;
+}

@@ -12,7 +12,9 @@ UID TypeId(const char* text) {
 
 } // namespace
 
-extern "C" bool OnModuleLoad(Module*) { return true; }
+extern "C" bool OnModuleLoad(Module*) {
+  return true;
+}
 extern "C" void OnModuleUnload() {}
 extern "C" void ListTypes(std::vector<UID>& types) {
   types = {TypeId("bad00000-0000-4000-8000-000000000001"), TypeId("c0de0000-0000-4000-8000-000000000001")};
@@ -23,5 +25,7 @@ extern "C" void GetTypeInfo(const UID& type, JobTypeInfo* info) {
   }
   info->Name = "Taken";
 }
-extern "C" Job* CreateJob() { return nullptr; }
+extern "C" Job* CreateJob() {
+  return nullptr;
+}
 extern "C" void DeleteJob(Job*) {}

@@ -50,11 +50,17 @@ extern "C" void OnModuleUnload() {
   g_Names.clear();
 }
 
-extern "C" void ListTypes(std::vector<UID>& types) { types = g_Types; }
+extern "C" void ListTypes(std::vector<UID>& types) {
+  types = g_Types;
+}
 
-extern "C" void GetTypeInfo(const UID& type, JobTypeInfo* info) { info->Name = g_Names[type]; }
+extern "C" void GetTypeInfo(const UID& type, JobTypeInfo* info) {
+  info->Name = g_Names[type];
+}
 
-extern "C" Job* CreateJob() { return nullptr; }
+extern "C" Job* CreateJob() {
+  return nullptr;
+}
 
 extern "C" void DeleteJob(Job*) {}
 

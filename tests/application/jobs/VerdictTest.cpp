@@ -1,0 +1,319 @@
+#include "TestJob.h"
+
+#include <csignal>
+
+namespace {
+
+using Ended = ProcessJob::Ended;
+
+class Verdict : public JobTest {
+protected:
+  TestJob& Started() {
+    TestJob& job = NewJob();
+    job.SetParameter(p_Executable, "sh");
+    job.SetParameter(p_StartDirectory, m_Directory.Text());
+    ProcessStart start;
+    EXPECT_TRUE(job.PrepareWork(start)) << job.Note();
+    job.WorkSpawned(4711);
+    EXPECT_EQ(job.Status(), k_StatusRunning);
+    EXPECT_EQ(job.ProcessId(), 4711);
+    job.Calls.clear();
+    return job;
+  }
+
+  static ProcessExit Exit(int code) { return {code, 0}; }
+  static ProcessExit Killed(int signal) { return {128 + signal, signal}; }
+};
+
+TEST_F(Verdict, ExitCodeZeroIsGoodAndLeavesNoNote) {
+  TestJob& job = Started();
+  job.WorkLine("rendering");
+  EXPECT_EQ(job.FinishWork(Exit(0)), k_StatusFinished);
+  EXPECT_EQ(job.Status(), k_StatusFinished);
+  EXPECT_EQ(job.Note(), "");
+  EXPECT_TRUE(m_Recorder.Changes.empty());
+  EXPECT_EQ(job.Calls, (std::vector<String>{"ProcessLine rendering", "CheckResult 0", "CheckFiles 7"}));
+}
+
+TEST_F(Verdict, BadExitCodeQuotesTheLastLine) {
+  TestJob& job = Started();
+  job.WorkLine("reading scene");
+  job.WorkLine("cannot open bricks.png");
+  job.WorkLine("");
+  job.WorkLine(" \t");
+  EXPECT_EQ(job.FinishWork(Exit(3)), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "Exit code 3; last line: cannot open bricks.png");
+  const std::vector<std::pair<String, String>> expected = {
+      {"Note", "Exit code 3; last line: cannot open bricks.png"}};
+  EXPECT_EQ(m_Recorder.Changes, expected);
+}
+
+TEST_F(Verdict, BadExitCodeWithoutOutputSaysJustThat) {
+  TestJob& job = Started();
+  EXPECT_EQ(job.FinishWork(Exit(3)), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "Exit code 3");
+}
+
+TEST_F(Verdict, LongAndDirtyLastLineIsCutAndCleaned) {
+  TestJob& job = Started();
+  job.WorkLine("\a" + String(1000, 'x'));
+  job.FinishWork(Exit(1));
+  EXPECT_EQ(job.Note(), "Exit code 1; last line: ?" + String(299, 'x') + "…");
+  EXPECT_EQ(job.LastLine().size(), 1001U);
+}
+
+TEST_F(Verdict, KeptLinesAreBounded) {
+  TestJob& job = NewJob();
+  job.SetParameter(p_ErrorStarts, "error");
+  job.WorkLine("error " + String(1 << 20, 'x'));
+  EXPECT_EQ(job.ErrorLine().size(), 65536U);
+  EXPECT_EQ(job.LastLine().size(), 65536U);
+}
+
+TEST_F(Verdict, SuccessExitCodesOfTheJobCount) {
+  TestJob& job = Started();
+  job.SetParameter(p_SuccessExitCodes, "2-4");
+  EXPECT_EQ(job.FinishWork(Exit(3)), k_StatusFinished);
+  EXPECT_EQ(job.FinishWork(Exit(0)), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "Exit code 0");
+}
+
+TEST_F(Verdict, ErrorLineFailsAWorkThatExitsWell) {
+  TestJob& job = Started();
+  job.SetParameter(p_ErrorStarts, "Error:;Fatal");
+  job.WorkLine("Loading");
+  job.WorkLine("ERROR: texture missing");
+  job.WorkLine("Fatal: and more");
+  EXPECT_EQ(job.ErrorLine(), "ERROR: texture missing");
+  EXPECT_EQ(job.FinishWork(Exit(0)), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "Error line: ERROR: texture missing");
+}
+
+TEST_F(Verdict, ErrorLineIsStrongerThanASignal) {
+  TestJob& job = Started();
+  job.SetParameter(p_ErrorStarts, "Error:");
+  job.WorkLine("Error: texture missing");
+  EXPECT_EQ(job.FinishWork(Killed(SIGSEGV)), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "Error line: Error: texture missing");
+}
+
+TEST_F(Verdict, ErrorPositionAndIgnoresComeFromOptionAndDefaultToo) {
+  m_Info->GetParam(p_ErrorStarts)->Default = "error";
+  m_Info->GetParam(p_ErrorIgnores)->Default = "harmless";
+  SetOption(p_ErrorDetectPosition, "1");
+  TestJob& job = Started();
+  job.WorkLine("12:00 error, harmless");
+  EXPECT_EQ(job.ErrorLine(), "");
+  job.WorkLine("12:01 error, severe");
+  EXPECT_EQ(job.ErrorLine(), "12:01 error, severe");
+}
+
+TEST_F(Verdict, ErrorTextsAreThoseOfTheFirstLine) {
+  TestJob& job = Started();
+  job.SetParameter(p_ErrorStarts, "one");
+  job.WorkLine("nothing");
+  job.SetParameter(p_ErrorStarts, "two");
+  job.WorkLine("two");
+  EXPECT_EQ(job.ErrorLine(), "");
+  job.WorkLine("one");
+  EXPECT_EQ(job.ErrorLine(), "one");
+}
+
+TEST_F(Verdict, SignalIsNamedWithTheLastLine) {
+  TestJob& job = Started();
+  job.WorkLine("rendering tile 12");
+  EXPECT_EQ(job.FinishWork(Killed(SIGSEGV)), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "Killed by signal 11 (Segmentation fault); last line: rendering tile 12");
+}
+
+TEST_F(Verdict, SignalWithoutANameHasItsNumber) {
+  TestJob& job = Started();
+  EXPECT_EQ(job.FinishWork(Killed(SIGRTMIN + 6)), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "Killed by signal 40");
+}
+
+TEST_F(Verdict, SignalIsStrongerThanSuccessExitCodes) {
+  TestJob& job = Started();
+  job.SetParameter(p_SuccessExitCodes, "0-255");
+  EXPECT_EQ(job.FinishWork(Killed(SIGKILL)), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "Killed by signal 9 (Killed)");
+}
+
+TEST_F(Verdict, CrashAfterASuccessTextAndAGoodFileIsForgiven) {
+  TestJob& job = Started();
+  job.SetParameter("SuccessTexts", "done");
+  job.SetParameter(p_ExpectedFiles, "a.png");
+  Write("a.png", "image");
+  job.WorkLine("done in 3 s");
+  EXPECT_EQ(job.FinishWork(Killed(SIGSEGV)), k_StatusFinished);
+  EXPECT_EQ(job.Note(),
+            "Killed by signal 11 (Segmentation fault) after the success text, and every file is good");
+}
+
+TEST_F(Verdict, CrashIsNotForgivenWithoutAFileToProveIt) {
+  TestJob& job = Started();
+  job.SetParameter("SuccessTexts", "done");
+  job.WorkLine("done in 3 s");
+  EXPECT_EQ(job.FinishWork(Killed(SIGSEGV)), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "Killed by signal 11 (Segmentation fault)");
+}
+
+TEST_F(Verdict, CrashIsNotForgivenWhenAFileIsMissing) {
+  TestJob& job = Started();
+  job.SetParameter("SuccessTexts", "done");
+  job.SetParameter(p_ExpectedFiles, "a.png;b.png");
+  Write("a.png", "image");
+  job.WorkLine("done in 3 s");
+  EXPECT_EQ(job.FinishWork(Killed(SIGABRT)), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "Killed by signal 6 (Aborted)");
+}
+
+TEST_F(Verdict, CrashIsNotForgivenBeforeTheSuccessText) {
+  TestJob& job = Started();
+  job.SetParameter("SuccessTexts", "done");
+  job.SetParameter(p_ExpectedFiles, "a.png");
+  Write("a.png", "image");
+  job.WorkLine("nearly there");
+  EXPECT_EQ(job.FinishWork(Killed(SIGSEGV)), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "Killed by signal 11 (Segmentation fault); last line: nearly there");
+}
+
+TEST_F(Verdict, CrashIsNotForgivenWithoutDeclaredSuccessTexts) {
+  TestJob& job = Started();
+  job.SetParameter(p_ExpectedFiles, "a.png");
+  job.SetParameter(p_SuccessExitCodes, "139");
+  Write("a.png", "image");
+  EXPECT_EQ(job.FinishWork(Killed(SIGSEGV)), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "Killed by signal 11 (Segmentation fault)");
+}
+
+TEST_F(Verdict, NoteOfCheckResultStaysAsItIs) {
+  TestJob& job = Started();
+  job.SetParameter("SuccessTexts", "done");
+  job.WorkLine("nearly there");
+  EXPECT_EQ(job.FinishWork(Exit(0)), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "Did not see a required success line");
+  EXPECT_EQ(job.Calls, (std::vector<String>{"ProcessLine nearly there", "CheckResult 0", "CheckFiles 5"}));
+}
+
+TEST_F(Verdict, SuccessTextIsStrongerThanTheExitCode) {
+  TestJob& job = Started();
+  job.SetParameter("SuccessTexts", "done");
+  job.WorkLine("done");
+  EXPECT_EQ(job.FinishWork(Exit(9)), k_StatusFinished);
+  EXPECT_EQ(job.Note(), "");
+}
+
+TEST_F(Verdict, BadFileFailsAWorkThatExitsWell) {
+  TestJob& job = Started();
+  job.SetParameter(p_ExpectedFiles, "a.png");
+  EXPECT_EQ(job.FinishWork(Exit(0)), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "Missing file: " + In("a.png").Text());
+}
+
+TEST_F(Verdict, GoodFilesDoNotMendABadExitCode) {
+  TestJob& job = Started();
+  job.SetParameter(p_ExpectedFiles, "a.png");
+  Write("a.png", "image");
+  EXPECT_EQ(job.FinishWork(Exit(1)), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "Exit code 1");
+}
+
+TEST_F(Verdict, CheckFilesCannotTurnBadIntoGood) {
+  class Generous : public TestJob {
+  public:
+    int CheckFiles(int /*result*/) override { return k_StatusFinished; }
+  };
+  Generous job;
+  job.SetType(m_Type);
+  EXPECT_EQ(job.FinishWork(Exit(1)), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "Exit code 1");
+}
+
+TEST_F(Verdict, CheckFilesWithoutANoteStillGivesOne) {
+  class Sulking : public TestJob {
+  public:
+    int CheckFiles(int /*result*/) override { return k_StatusFailed; }
+  };
+  Sulking job;
+  job.SetType(m_Type);
+  EXPECT_EQ(job.FinishWork(Exit(0)), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "A file that the work must leave is not good");
+}
+
+TEST_F(Verdict, EndFromOutsideIsTheStrongest) {
+  TestJob& job = Started();
+  job.SetParameter(p_ErrorStarts, "error");
+  job.SetParameter(p_RunTimeLimit, "1.5m");
+  job.SetParameter(p_SilenceLimit, "30");
+  job.WorkLine("error: interrupted");
+  EXPECT_EQ(job.FinishWork(Killed(SIGTERM), Ended::Canceled), k_StatusCanceled);
+  EXPECT_EQ(job.Note(), "Canceled");
+  EXPECT_EQ(job.FinishWork(Killed(SIGTERM), Ended::TimedOut), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "Run-time limit of 90 s reached");
+  EXPECT_EQ(job.FinishWork(Exit(0), Ended::Silent), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "No output for 30 s (silence limit)");
+}
+
+TEST_F(Verdict, LimitsWithFractionsAreShownWithThem) {
+  TestJob& job = Started();
+  job.SetParameter(p_RunTimeLimit, "1.25");
+  job.FinishWork(Exit(0), Ended::TimedOut);
+  EXPECT_EQ(job.Note(), "Run-time limit of 1.25 s reached");
+  job.SetParameter(p_RunTimeLimit, "0.05s");
+  job.FinishWork(Exit(0), Ended::TimedOut);
+  EXPECT_EQ(job.Note(), "Run-time limit of 0.05 s reached");
+}
+
+TEST_F(Verdict, LimitsAreReadInSecondsAndEmptyIsNone) {
+  TestJob& job = NewJob();
+  EXPECT_EQ(job.RunTimeLimit(), 0);
+  EXPECT_EQ(job.SilenceLimit(), 0);
+  job.SetParameter(p_RunTimeLimit, " 2h ");
+  job.SetParameter("Quality", "7");
+  job.SetParameter(p_SilenceLimit, "$(Quality)m");
+  EXPECT_EQ(job.RunTimeLimit(), 7200);
+  EXPECT_EQ(job.SilenceLimit(), 420);
+}
+
+TEST_F(Verdict, WhatAModuleRaisesWhileJudgingFailsTheWork) {
+  class Raising : public TestJob {
+  public:
+    int CheckResult(int /*exitCode*/) override {
+      RaiseException("Raising", k_ErrorSyntax, "the moon is full");
+    }
+  };
+  Raising job;
+  job.SetType(m_Type);
+  EXPECT_EQ(job.FinishWork(Exit(0)), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "the moon is full");
+}
+
+TEST_F(Verdict, ExceptionWithoutATextStillFailsTheWork) {
+  class Raising : public TestJob {
+  public:
+    int CheckFiles(int /*result*/) override { RaiseException("Raising", k_ErrorSyntax, ""); }
+  };
+  Raising job;
+  job.SetType(m_Type);
+  EXPECT_EQ(job.FinishWork(Exit(0)), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "An error without a text");
+}
+
+TEST_F(Verdict, StatusIsFailedByTheTimeTheNoteIsTold) {
+  class Listener : public WorkObserver {
+  public:
+    void OnWorkParameter(const Job& job, const String& /*name*/, const String& /*value*/) override {
+      Status = job.Status();
+    }
+    void OnImage(const Job& /*job*/, const Path& /*file*/) override {}
+    int Status = -1;
+  };
+  Listener listener;
+  TestJob& job = Started();
+  job.SetObserver(&listener);
+  job.FinishWork(Exit(1));
+  EXPECT_EQ(listener.Status, k_StatusFailed);
+}
+
+} // namespace

@@ -1,0 +1,41 @@
+# Ctrl-C ends the programs politely and says what is done and what is not.
+. "$(dirname "$0")/lib.sh"
+sketch_type
+scenes 4
+cat >draw.sh <<'END'
+case $1 in
+*1.txt) ;;
+*) trap 'echo "asked to end"; exit 0' TERM
+   echo "waiting"
+   sleep 1000 & wait ;;
+esac
+cp "$1" "$2/$(basename "$1" .txt).png"
+echo "saved: $2/$(basename "$1" .txt).png"
+END
+"$HELPER" signals "$TROVIK" run sketch shot_0001.txt --slots 1 --log-dir "$TMP/logs" >"$TMP/out" 2>"$TMP/err" </dev/null &
+pid=$!
+wait_for "$TMP/logs/2-2.log" waiting
+kill -INT $pid
+code=0
+wait $pid || code=$?
+[ $code = 1 ] || fail "exit code $code"
+out_is <<'END'
+Sketch: 4 frames (1-4) on 1 slot
+scene  TMP/work/shot_%04d.txt
+logs  TMP/logs
+started  1
+image  TMP/work/images/shot_0001.png
+finished  1  TIME
+started  2
+stopping  asked 1 program to end; once more kills at once
+ended  2  not done
+stopped: 1 of 4 frames good, 3 not done, in TIME
+not done  2-4
+images  1 in TMP/work/images
+logs  TMP/logs
+To do the rest, give the same command with --range 2-4
+END
+file_is "$TMP/logs/2-2.log" <<'END'
+waiting
+asked to end
+END

@@ -1,0 +1,120 @@
+# Shared by the command line tests. A script is started with the program, the
+# module and the helper; it works in a directory of its own, with a home and
+# modules of its own, and ends at the first difference.
+#
+#   type_file NAME <<E     puts a type file among the modules
+#   run CODE WORD...       runs trovik and demands the exit code
+#   out_is / err_is <<E    demands exactly this output of the last run
+#   out_has TEXT           demands a line that holds the text
+#   fail TEXT              ends the test
+
+set -eu
+unset TROVIK_MODULE_PATH TROVIK_SETTINGS TROVIK_OPTIONS NO_COLOR COLUMNS CDPATH ENV
+LC_ALL=C.UTF-8
+export LC_ALL
+
+TROVIK=$1
+MODULE=$2
+HELPER=$3
+
+TMP=$(mktemp -d "${TMPDIR:-/tmp}/trovik-cli-XXXXXX")
+TMP=$(cd "$TMP" && pwd -P)
+pid=
+trap 'rm -rf "$TMP"; [ -z "$pid" ] || kill "$pid" 2>/dev/null || :' EXIT
+trap 'exit 1' INT TERM HUP
+
+HOME=$TMP/home
+XDG_DATA_HOME=$HOME/data
+XDG_STATE_HOME=$HOME/state
+XDG_CONFIG_HOME=$HOME/config
+XDG_CACHE_HOME=$HOME/cache
+TROVIK_MODULE_PATH=$TMP/modules
+export HOME XDG_DATA_HOME XDG_STATE_HOME XDG_CONFIG_HOME XDG_CACHE_HOME TROVIK_MODULE_PATH
+mkdir -p "$HOME" "$TMP/modules" "$TMP/work"
+ln -s "$MODULE" "$TMP/modules/Tessivar.so"
+cd "$TMP/work"
+
+fail() {
+  echo "FAILED: $*" >&2
+  exit 1
+}
+
+type_file() {
+  cat >"$TMP/modules/$1.tvx"
+}
+
+# A type that "renders" a scene sequence: copies each scene to an image.
+sketch_type() {
+  type_file sketch <<END
+[Module]
+ID=11111111-2222-3333-4444-555555555555
+Name=Sketch
+Shortcut=sketch, sk
+Help=Draws one picture for each numbered scene file.
+Command=-c ". ./\$0" draw.sh $(printf '%s' '$(ActualScene)') $(printf '%s' '$(OutputFolder.Enquote)')
+ImageStartText=saved:
+CheckForMultipleFiles=Yes
+[ErrorText]
+1=fatal:
+[OverrideDefaults]
+Executable=/bin/sh
+OutputFolder=$(printf '%s' '$(Scene.Branch)')/images
+END
+  # Started in the scenes' folder; "$1" is the scene, "$2" the output folder.
+  cat >draw.sh <<'END'
+echo "drawing $1"
+grep -q broken "$1" && { echo "reading"; echo "fatal: $1 is broken"; echo "giving up"; exit 3; }
+cp "$1" "$2/$(basename "$1" .txt).png"
+echo "saved: $2/$(basename "$1" .txt).png"
+END
+}
+
+# Scenes shot_0001.txt to shot_000N.txt in the current directory.
+scenes() {
+  for number in $(seq "$1"); do
+    echo "scene $number" >"shot_000$number.txt"
+  done
+}
+
+run() {
+  expected=$1
+  shift
+  actual=0
+  "$TROVIK" "$@" >"$TMP/out" 2>"$TMP/err" </dev/null || actual=$?
+  if [ "$actual" != "$expected" ]; then
+    cat "$TMP/out" "$TMP/err" >&2
+    fail "trovik $*: exit code $actual, not $expected"
+  fi
+}
+
+# The output with what differs from run to run written as TMP and TIME.
+steady() {
+  sed -e "s|$TMP|TMP|g" -e 's/[0-9][0-9]*\.[0-9] s$/TIME/' -e 's/, in [0-9].* s$/, in TIME/' "$1"
+}
+
+compare() {
+  cat >"$TMP/expected"
+  steady "$1" >"$TMP/steady"
+  diff -u "$TMP/expected" "$TMP/steady" >&2 || fail "the output differs (- expected, + printed)"
+}
+
+out_is() { compare "$TMP/out"; }
+err_is() { compare "$TMP/err"; }
+out_is_empty() { [ ! -s "$TMP/out" ] || { cat "$TMP/out" >&2; fail "there is output"; }; }
+err_is_empty() { [ ! -s "$TMP/err" ] || { cat "$TMP/err" >&2; fail "there are errors"; }; }
+
+out_has() {
+  grep -q -F -e "$1" "$TMP/out" || { cat "$TMP/out" >&2; fail "no line holds \"$1\""; }
+}
+
+file_is() {
+  cat >"$TMP/expected"
+  diff -u "$TMP/expected" "$1" >&2 || fail "$1 differs (- expected, + is)"
+}
+
+# Waits until a file holds a text; the test's own time limit ends it.
+wait_for() {
+  while ! grep -q -F -e "$2" "$1" 2>/dev/null; do
+    sleep 0.02
+  done
+}

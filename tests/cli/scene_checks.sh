@@ -1,0 +1,32 @@
+# What is wrong with a scene is told before anything starts.
+. "$(dirname "$0")/lib.sh"
+sketch_type
+scenes 3
+
+run 2 run sketch
+err_is <<'END'
+trovik: error: "Sketch" needs a scene file
+hint: name it after the type: trovik run TYPE SCENE
+END
+run 2 run sketch none.txt
+err_is <<'END'
+trovik: error: there is no scene file "TMP/work/none.txt"
+hint: check the name and the directory
+END
+run 2 run sketch shot_0001.txt --range -2-2
+err_is <<'END'
+trovik: error: a sequence of scene files cannot have negative frames such as -2: the range text of a work has no place for their sign
+hint: choose frames from 0 on with --range
+END
+run 2 run sketch shot_0001.txt --range 1-9
+err_is <<'END'
+trovik: error: 6 frames of the range have no scene file: 4-9 (the first would be "TMP/work/shot_0004.txt")
+hint: choose the frames that exist with --range
+END
+[ ! -e images ] || fail "something was started"
+[ ! -e "$XDG_STATE_HOME" ] || fail "something was started"
+
+# Negative frames are fine where one scene holds them all.
+echo x >scene.txt
+run 0 run sketch scene.txt --range -2--1 --log-dir "$TMP/logs"
+out_has "Sketch: 2 frames (-2--1)"

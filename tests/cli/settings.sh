@@ -1,0 +1,23 @@
+# Settings of the installation and options of the engine reach a run.
+. "$(dirname "$0")/lib.sh"
+sketch_type
+scenes 2
+cat >"$TMP/settings.ini" <<'END'
+[11111111-2222-3333-4444-555555555555]
+CheckForMultipleFiles=No
+END
+run 0 detect sketch shot_0001.txt --settings "$TMP/settings.ini"
+out_is <<'END'
+no scene sequence: the type does not look for scene sequences
+END
+mkdir -p "$XDG_CONFIG_HOME/trovik"
+cp "$TMP/settings.ini" "$XDG_CONFIG_HOME/trovik/settings.ini"
+run 0 detect sketch shot_0001.txt
+out_has "does not look"
+printf '[11111111-2222-3333-4444-555555555555]\nSceneNumberLength=5\n' >"$TMP/five.ini"
+TROVIK_SETTINGS=$TMP/five.ini
+export TROVIK_SETTINGS
+run 0 detect sketch shot_0001.txt
+out_is <<'END'
+no scene sequence: the number 0001 has 4 digits; the type asks for 5
+END

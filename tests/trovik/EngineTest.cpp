@@ -1,0 +1,409 @@
+#include "trovik/LocalEngine.h"
+
+#include "tests/trovik/FakeMachine.h"
+#include "tests/trovik/TemporaryDirectory.h"
+#include "tests/trovik/TestJobs.h"
+
+#include <gtest/gtest.h>
+
+namespace trovik {
+namespace {
+
+using namespace std::chrono_literals;
+using Events = std::vector<std::string>;
+
+/// Writes events down, one line each.
+class Recorder final : public RunEvents {
+public:
+  Events events;
+
+  void runStarted(const RunInfo& info) override {
+    events.push_back("run " + info.range + " frames=" + std::to_string(info.frames) +
+                     " works=" + std::to_string(info.works) + " slots=" + std::to_string(info.slots));
+  }
+  void workStarted(const WorkInfo& work) override {
+    events.push_back("start " + work.title() + " " + std::to_string(work.attempt) + "/" +
+                     std::to_string(work.attempts));
+  }
+  void image(const WorkInfo& work, const Path& file) override {
+    events.push_back("image " + work.title() + " " + file.Leaf(true));
+  }
+  void workEnded(const WorkInfo& work, const WorkResult& result) override {
+    const char* verdict = result.verdict == Verdict::Good     ? "good "
+                          : result.verdict == Verdict::Failed ? "failed "
+                                                              : "canceled ";
+    events.push_back(verdict + work.title() + (result.again ? " again" : "") +
+                     (result.reason.empty() ? "" : ": " + result.reason));
+    lines = result.lines;
+    log = result.log;
+    duration = result.duration;
+  }
+  void interrupted(int times, std::size_t running) override {
+    events.push_back("interrupted " + std::to_string(times) + " running=" + std::to_string(running));
+  }
+  void runEnded(const RunSummary& /*summary*/) override { events.emplace_back("end"); }
+
+  // Of the attempt that ended last.
+  std::vector<std::string> lines;
+  Path log;
+  Duration duration{};
+};
+
+class EngineTest : public testing::Test {
+protected:
+  EngineTest() {
+    job->SetParameter(p_Executable, "/bin/true");
+    job->SetParameter("CommandString", "$(SubRange)");
+    job->SetParameter(p_StartDirectory, directory.path());
+  }
+
+  RunSummary run(const std::string& range, std::size_t slots = 1, int retries = 0) {
+    job->SetParameter(p_Range, range);
+    LocalEngine engine(machine, logs, machine, recorder);
+    return engine.run({job, slots, retries}, RunInfo());
+  }
+
+  /// The frames of a start, its only argument.
+  static std::string frames(const ProcessStart& start) { return start.Arguments.at(1); }
+
+  static Script script(Duration ends, int code = 0, const std::string& output = "") {
+    Script result;
+    result.ends = ends;
+    result.exitCode = code;
+    if (!output.empty()) {
+      result.output = {{ends / 2, output}};
+    }
+    return result;
+  }
+
+  TemporaryDirectory directory;
+  TestType type;
+  SmartHandle<Job> job = type.makeJob();
+  FakeMachine machine;
+  MemoryLogs logs;
+  Recorder recorder;
+};
+
+TEST_F(EngineTest, WorksAreDoneInTheirOrder) {
+  const RunSummary summary = run("1-3");
+  EXPECT_EQ(recorder.events, (Events{"run 1-3 frames=3 works=3 slots=1", "start 1 1/1", "good 1",
+                                     "start 2 1/1", "good 2", "start 3 1/1", "good 3", "end"}));
+  EXPECT_TRUE(summary.allGood());
+  EXPECT_EQ(summary.good.text(), "1-3");
+  EXPECT_EQ(summary.duration, 3s);
+}
+
+TEST_F(EngineTest, ProgramGetsTheArgumentsOfItsWork) {
+  run("4-4");
+  ASSERT_EQ(machine.started.size(), 1U);
+  EXPECT_EQ(machine.started[0].Arguments, (std::vector<String>{"/bin/true", "4-4"}));
+  EXPECT_EQ(machine.started[0].StartDirectory.Text(), directory.path());
+}
+
+TEST_F(EngineTest, SlotsAreFilledAndNotExceeded) {
+  const RunSummary summary = run("1-7", 3);
+  EXPECT_EQ(machine.mostRunning, 3U);
+  EXPECT_EQ(summary.duration, 3s);
+}
+
+TEST_F(EngineTest, FreeSlotIsFilledAtOnce) {
+  machine.behaviour = [](const ProcessStart& start) { return script(frames(start) == "1-1" ? 10s : 1s); };
+  const RunSummary summary = run("1-5", 2);
+  EXPECT_EQ(summary.duration, 10s);
+  EXPECT_EQ(recorder.events.back(), "end");
+  EXPECT_EQ(recorder.events[recorder.events.size() - 2], "good 1");
+}
+
+TEST_F(EngineTest, JobWithoutFramesIsOneWork) {
+  job->SetParameter("CommandString", "x");
+  const RunSummary summary = run("");
+  EXPECT_EQ(recorder.events, (Events{"run  frames=1 works=1 slots=1", "start work 1/1", "good work", "end"}));
+  EXPECT_EQ(summary.goodWorks, 1U);
+  EXPECT_TRUE(summary.good.empty());
+}
+
+TEST_F(EngineTest, FailedWorkIsNamedWithItsReasonAndTheOthersAreDone) {
+  machine.behaviour = [](const ProcessStart& start) {
+    return script(1s, frames(start) == "2-2" ? 3 : 0, "first\nsecond\n");
+  };
+  const RunSummary summary = run("1-3");
+  EXPECT_EQ(summary.good.text(), "1,3");
+  EXPECT_EQ(summary.failed.text(), "2");
+  ASSERT_EQ(summary.failures.size(), 1U);
+  EXPECT_EQ(summary.failures[0].frames.text(), "2");
+  EXPECT_EQ(summary.failures[0].reason, "Exit code 3; last line: second");
+  EXPECT_EQ(summary.failures[0].log.Text(), "/logs/2-2#1");
+  EXPECT_FALSE(summary.allGood());
+}
+
+TEST_F(EngineTest, FailuresWithOneReasonAreOneGroup) {
+  machine.behaviour = [](const ProcessStart& start) { return script(1s, frames(start) == "3-3" ? 4 : 5); };
+  const RunSummary summary = run("1-4");
+  ASSERT_EQ(summary.failures.size(), 2U);
+  EXPECT_EQ(summary.failures[0].frames.text(), "1-2,4");
+  EXPECT_EQ(summary.failures[0].works, 3U);
+  EXPECT_EQ(summary.failures[1].frames.text(), "3");
+}
+
+TEST_F(EngineTest, LinesAroundTheErrorLineAreQuoted) {
+  job->SetParameter(p_ErrorStarts, "fatal");
+  machine.behaviour = [](const ProcessStart&) { return script(1s, 0, "a\nb\nc\nd\nfatal: x\ne\nf\ng\nh\n"); };
+  run("1");
+  EXPECT_EQ(recorder.lines, (std::vector<std::string>{"b", "c", "d", "fatal: x", "e", "f", "g"}));
+}
+
+TEST_F(EngineTest, LogKeepsEveryByte) {
+  machine.behaviour = [](const ProcessStart&) {
+    Script result;
+    result.ends = 3s;
+    result.output = {{1s, "\x1b[31mhalf"}, {2s, " line\r\n"}, {3s, "end"}};
+    return result;
+  };
+  run("1");
+  EXPECT_EQ(logs.texts.at("1-1#1"), "\x1b[31mhalf line\r\nend");
+  EXPECT_EQ(recorder.log.Text(), "/logs/1-1#1");
+}
+
+TEST_F(EngineTest, FailedWorkIsTriedAgainAfterTheOthers) {
+  int failures = 1;
+  machine.behaviour = [&failures](const ProcessStart& start) {
+    return script(1s, frames(start) == "1-1" && failures-- > 0 ? 1 : 0);
+  };
+  const RunSummary summary = run("1-2", 1, 2);
+  EXPECT_EQ(recorder.events,
+            (Events{"run 1-2 frames=2 works=2 slots=1", "start 1 1/3", "failed 1 again: Exit code 1",
+                    "start 2 1/3", "good 2", "start 1 2/3", "good 1", "end"}));
+  EXPECT_TRUE(summary.allGood());
+  EXPECT_EQ(logs.texts.count("1-1#2"), 1U);
+}
+
+TEST_F(EngineTest, RetriesAreCountedAndThenGivenUp) {
+  machine.behaviour = [](const ProcessStart&) { return script(1s, 1); };
+  const RunSummary summary = run("1", 1, 1);
+  EXPECT_EQ(recorder.events,
+            (Events{"run 1 frames=1 works=1 slots=1", "start 1 1/2", "failed 1 again: Exit code 1",
+                    "start 1 2/2", "failed 1: Exit code 1", "end"}));
+  EXPECT_EQ(summary.failedWorks, 1U);
+  EXPECT_EQ(summary.failed.text(), "1");
+}
+
+TEST_F(EngineTest, ProgramThatCannotBeStartedFailsItsWork) {
+  machine.beforeStart = [](const ProcessStart& start) {
+    if (frames(start) == "1-1") {
+      RaiseException("start", k_ErrorSystem, "cannot start it", 11);
+    }
+  };
+  const RunSummary summary = run("1-2");
+  EXPECT_EQ(summary.failed.text(), "1");
+  EXPECT_EQ(summary.good.text(), "2");
+  EXPECT_EQ(summary.failures[0].reason, "cannot start it: Resource temporarily unavailable");
+}
+
+TEST_F(EngineTest, WorkThatCannotBePreparedIsNotTriedAgain) {
+  job->SetParameter(p_Executable, "/nowhere/program");
+  const RunSummary summary = run("1-2", 2, 5);
+  EXPECT_EQ(summary.failedWorks, 2U);
+  EXPECT_TRUE(machine.started.empty());
+  EXPECT_EQ(recorder.events[1], "start 1 1/6");
+  EXPECT_EQ(recorder.events[2].substr(0, 9), "failed 1:");
+}
+
+TEST_F(EngineTest, RunTimeLimitEndsAProgramPolitely) {
+  job->SetParameter(p_RunTimeLimit, "30");
+  machine.behaviour = [](const ProcessStart&) {
+    Script result;
+    result.output = {{29s, "busy\n"}};
+    return result;
+  };
+  const RunSummary summary = run("1");
+  EXPECT_EQ(machine.signals, std::vector<std::string>{"term"});
+  EXPECT_EQ(summary.duration, 30s);
+  EXPECT_EQ(summary.failed.text(), "1");
+  EXPECT_NE(summary.failures.at(0).reason.find("time limit"), std::string::npos)
+      << summary.failures[0].reason;
+}
+
+TEST_F(EngineTest, ProgramThatDoesNotEndPolitelyIsKilledAfterTheGrace) {
+  job->SetParameter(p_RunTimeLimit, "30");
+  machine.behaviour = [](const ProcessStart&) {
+    Script result;
+    result.heedsTerminate = false;
+    return result;
+  };
+  const RunSummary summary = run("1");
+  EXPECT_EQ(machine.signals, (std::vector<std::string>{"term", "kill"}));
+  EXPECT_EQ(summary.duration, 30s + endingGrace);
+}
+
+TEST_F(EngineTest, SilenceLimitCountsFromTheLastOutput) {
+  job->SetParameter(p_SilenceLimit, "1m");
+  machine.behaviour = [](const ProcessStart&) {
+    Script result;
+    result.output = {{50s, "."}, {100s, "."}};
+    return result;
+  };
+  const RunSummary summary = run("1");
+  EXPECT_EQ(summary.duration, 160s);
+  EXPECT_EQ(machine.signals, std::vector<std::string>{"term"});
+}
+
+TEST_F(EngineTest, WithoutLimitsThereIsNoDeadline) {
+  machine.behaviour = [](const ProcessStart&) { return script(100h); };
+  EXPECT_TRUE(run("1").allGood());
+}
+
+TEST_F(EngineTest, OutputHeldOpenByAnotherDoesNotKeepTheWork) {
+  machine.behaviour = [](const ProcessStart&) {
+    Script result = script(1s);
+    result.outputStaysOpen = true;
+    return result;
+  };
+  const RunSummary summary = run("1");
+  EXPECT_TRUE(summary.allGood());
+  EXPECT_EQ(summary.duration, 1s + strayGrace);
+}
+
+TEST_F(EngineTest, StopAsksProgramsToEndAndSaysWhatIsNotDone) {
+  machine.interrupts = {1500ms};
+  const RunSummary summary = run("1-6", 2);
+  EXPECT_EQ(recorder.events,
+            (Events{"run 1-6 frames=6 works=6 slots=2", "start 1 1/1", "start 2 1/1", "good 1", "good 2",
+                    "start 3 1/1", "start 4 1/1", "interrupted 1 running=2", "canceled 3: Canceled",
+                    "canceled 4: Canceled", "end"}));
+  EXPECT_EQ(machine.signals, (std::vector<std::string>{"term", "term"}));
+  EXPECT_TRUE(summary.interrupted);
+  EXPECT_EQ(summary.good.text(), "1-2");
+  EXPECT_EQ(summary.notDone.text(), "3-6");
+  EXPECT_EQ(summary.notDoneWorks, 4U);
+  EXPECT_FALSE(summary.allGood());
+}
+
+TEST_F(EngineTest, SecondStopKillsAtOnce) {
+  machine.interrupts = {1s, 2s};
+  machine.behaviour = [](const ProcessStart&) {
+    Script result;
+    result.heedsTerminate = false;
+    return result;
+  };
+  const RunSummary summary = run("1");
+  EXPECT_EQ(machine.signals, (std::vector<std::string>{"term", "kill"}));
+  EXPECT_EQ(summary.duration, 2s);
+  EXPECT_EQ(summary.notDone.text(), "1");
+}
+
+TEST_F(EngineTest, StopKillsAfterTheGraceWithoutASecondOne) {
+  machine.interrupts = {1s};
+  machine.behaviour = [](const ProcessStart&) {
+    Script result;
+    result.heedsTerminate = false;
+    return result;
+  };
+  EXPECT_EQ(run("1").duration, 1s + endingGrace);
+}
+
+TEST_F(EngineTest, WorkThatEndedByItselfBeforeTheStopCounts) {
+  machine.interrupts = {1200ms};
+  machine.behaviour = [](const ProcessStart&) {
+    Script result = script(1s);
+    result.outputStaysOpen = true; // still waited for when the stop comes
+    return result;
+  };
+  const RunSummary summary = run("1-2");
+  EXPECT_EQ(summary.good.text(), "1");
+  EXPECT_EQ(summary.notDone.text(), "2");
+}
+
+TEST_F(EngineTest, RetriesEndWithTheStop) {
+  machine.interrupts = {500ms};
+  machine.behaviour = [](const ProcessStart&) {
+    Script result = script(600ms, 1);
+    result.heedsTerminate = false;
+    return result;
+  };
+  const RunSummary summary = run("1", 1, 5);
+  EXPECT_EQ(machine.started.size(), 1U);
+  EXPECT_EQ(summary.notDone.text(), "1");
+}
+
+TEST_F(EngineTest, ImageIsToldWhenTheNextIsNamedAndTheLastAtAGoodEnd) {
+  const std::string one = directory.write("one.png", "x");
+  const std::string two = directory.write("two.png", "x");
+  machine.behaviour = [&](const ProcessStart&) {
+    Script result;
+    result.ends = 3s;
+    result.output = {{1s, "image " + one + "\n"}, {2s, "image two.png\n"}};
+    return result;
+  };
+  const RunSummary summary = run("1");
+  EXPECT_EQ(recorder.events, (Events{"run 1 frames=1 works=1 slots=1", "start 1 1/1", "image 1 one.png",
+                                     "image 1 two.png", "good 1", "end"}));
+  EXPECT_EQ(summary.imageCount(), 2U);
+  EXPECT_EQ(summary.images.at(directory.path()), 2U);
+}
+
+TEST_F(EngineTest, ImageOfAFailedWorkIsNotToldUnlessAnotherFollowedIt) {
+  const std::string one = directory.write("one.png", "x");
+  const std::string two = directory.write("two.png", "x");
+  machine.behaviour = [&](const ProcessStart&) {
+    return script(2s, 1, "image " + one + "\nimage " + two + "\n");
+  };
+  const RunSummary summary = run("1");
+  EXPECT_EQ(recorder.events[2], "image 1 one.png");
+  EXPECT_EQ(recorder.events[3].substr(0, 8), "failed 1");
+  EXPECT_EQ(summary.imageCount(), 1U);
+}
+
+TEST_F(EngineTest, EmptyAndMissingFilesAreNoImages) {
+  const std::string empty = directory.write("empty.png", "");
+  machine.behaviour = [&](const ProcessStart&) {
+    return script(2s, 1, "image " + empty + "\nimage /nowhere/x.png\nimage /y.png\n");
+  };
+  EXPECT_EQ(run("1").imageCount(), 0U);
+}
+
+TEST_F(EngineTest, ExpectedFilesAreToldAsImages) {
+  job->SetParameter(p_ExpectedFiles, directory.path() + "/f_$(Frame.Pad(3)).png");
+  machine.beforeStart = [&](const ProcessStart&) { directory.write("f_007.png", "x"); };
+  run("7");
+  EXPECT_EQ(recorder.events[2], "image 7 f_007.png");
+  EXPECT_EQ(recorder.events[3], "good 7");
+}
+
+TEST_F(EngineTest, AFileIsToldOnceARun) {
+  const std::string one = directory.write("one.png", "x");
+  machine.behaviour = [&](const ProcessStart&) { return script(1s, 0, "image " + one + "\n"); };
+  EXPECT_EQ(run("1-3").imageCount(), 1U);
+}
+
+TEST_F(EngineTest, PacketsAreWorksOfSeveralFrames) {
+  job->SetParameter(p_PacketSize, "4");
+  const RunSummary summary = run("1-10");
+  ASSERT_EQ(machine.started.size(), 3U);
+  EXPECT_EQ(frames(machine.started[2]), "9-10");
+  EXPECT_EQ(summary.info.works, 3U);
+  EXPECT_EQ(summary.info.frames, 10U);
+}
+
+TEST_F(EngineTest, WholeJobHearsWhatBecomesOfItsWorks) {
+  machine.behaviour = [](const ProcessStart& start) { return script(1s, frames(start) == "2-2" ? 1 : 0); };
+  run("1-3");
+  const auto& render = dynamic_cast<const RenderJob&>(*job);
+  EXPECT_EQ(render.ChildCount(k_StatusFinished), 2);
+  EXPECT_EQ(render.ChildCount(k_StatusFailed), 1);
+  EXPECT_EQ(job->Status(), k_StatusFailed);
+}
+
+TEST_F(EngineTest, FloodOfOutputDoesNotStarveTheLimit) {
+  job->SetParameter(p_RunTimeLimit, "10");
+  machine.behaviour = [](const ProcessStart&) {
+    Script result;
+    for (int second = 0; second < 60; ++second) {
+      result.output.emplace_back(std::chrono::seconds(second), std::string(std::size_t{3} << 20U, 'x'));
+    }
+    return result;
+  };
+  EXPECT_EQ(run("1").duration, 10s);
+}
+
+} // namespace
+} // namespace trovik

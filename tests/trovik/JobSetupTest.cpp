@@ -1,0 +1,246 @@
+#include "trovik/JobSetup.h"
+
+#include "host/foundation/Log.h"
+#include "tests/trovik/TemporaryDirectory.h"
+#include "tests/trovik/TestJobs.h"
+
+#include <gtest/gtest.h>
+
+namespace trovik {
+namespace {
+
+class JobSetupTest : public testing::Test {
+protected:
+  JobSetupTest() : scene(directory.write("shot_0001.pov", "x")) {
+    type.info().GetParam(String("Executable"))->Default = "/bin/true";
+    type.info().GetParam(String("CommandString"))->Default = "$(Scene)";
+  }
+
+  /// A set-up whose detection runs `rule` when the scene changes.
+  JobSetup setup(std::function<void(std::map<String, String>&)> rule = nullptr,
+                 const String& trigger = "Scene") {
+    return {type.id(),
+            [this, rule, trigger](const UID&, const String& changed, std::map<String, String>& values) {
+              detected.push_back(changed);
+              if (rule && changed == trigger) {
+                rule(values);
+              }
+            }};
+  }
+
+  static std::string value(const JobSetup& setup, const char* name) {
+    String text;
+    EXPECT_TRUE(setup.job()->GetParameter(name, text));
+    return text;
+  }
+
+  static std::string message(JobSetup& setup, const std::string& name, const std::string& text) {
+    return refusalOf([&] { setup.set(name, text, "--set " + name); }).message;
+  }
+
+  TemporaryDirectory directory;
+  TestType type;
+  std::string scene;
+  std::vector<std::string> detected;
+};
+
+TEST_F(JobSetupTest, SceneIsDetectedAndItsFindingsAreSet) {
+  JobSetup job = setup([](std::map<String, String>& values) {
+    values["Name"] = "shot";
+    values["Range"] = "1-5";
+    values["SceneNameFormat"] = "";
+  });
+  job.setScene(scene);
+  EXPECT_EQ(value(job, "Scene"), scene);
+  EXPECT_EQ(value(job, "Name"), "shot");
+  EXPECT_EQ(value(job, "Range"), "1-5");
+  ASSERT_EQ(job.filled().size(), 2U);
+  EXPECT_EQ(job.filled()[0].name, "Name");
+  EXPECT_EQ(job.filled()[1].name, "Range");
+  EXPECT_EQ(detected, std::vector<std::string>{"Scene"});
+}
+
+TEST_F(JobSetupTest, DetectionSeesTheValuesThatAreInForce) {
+  std::map<String, String> seen;
+  JobSetup job = setup([&](std::map<String, String>& values) { seen = values; });
+  job.set("PacketSize", "4", "--packet");
+  job.setScene(scene);
+  EXPECT_EQ(seen.at("PacketSize"), "4");
+  EXPECT_EQ(seen.at("Executable"), "/bin/true");
+  EXPECT_EQ(seen.at("Scene"), scene);
+}
+
+TEST_F(JobSetupTest, WhatTheUserSetIsNeverReplacedByDetection) {
+  JobSetup job = setup([](std::map<String, String>& values) {
+    values["Range"] = "1-5";
+    values["range"] = "1-6";
+    values["PacketSize"] = "9";
+  });
+  job.set("range", "2-3", "--set range");
+  job.setScene(scene);
+  EXPECT_EQ(value(job, "Range"), "2-3");
+  EXPECT_EQ(value(job, "PacketSize"), "9");
+}
+
+TEST_F(JobSetupTest, EachSettingIsDetectedUnderItsOwnName) {
+  JobSetup job =
+      setup([](std::map<String, String>& values) { values["Name"] = values["PacketSize"]; }, "PacketSize");
+  job.set("packetsize", "3", "--packet");
+  EXPECT_EQ(detected, std::vector<std::string>{"PacketSize"});
+  EXPECT_EQ(value(job, "Name"), "3");
+}
+
+TEST_F(JobSetupTest, EscapedReferencesOfRulesArePlainInPickedFiles) {
+  type.add(ParameterInfo::k_File, "Texture");
+  JobSetup job = setup([](std::map<String, String>& values) {
+    values["Texture"] = "/t/$$(x).png";
+    values["OutputFolder"] = "/o/$$(x)";
+  });
+  job.setScene(scene);
+  EXPECT_EQ(value(job, "Texture"), "/t/$(x).png");
+  EXPECT_EQ(value(job, "OutputFolder"), "/o/$$(x)");
+}
+
+TEST_F(JobSetupTest, SequenceCutFromTheSceneIsTakenAsItIs) {
+  const std::string odd = directory.write("a$$(b)/c$$(d)_0001.pov", "x");
+  JobSetup job = setup([&](std::map<String, String>& values) {
+    values["SceneNameFormat"] = directory.file("a$$(b)/c$$(d)_%04d.pov");
+    values["Name"] = "c$$(d)";
+  });
+  job.setScene(odd);
+  EXPECT_EQ(value(job, "SceneNameFormat"), directory.file("a$$(b)/c$$(d)_%04d.pov"));
+  EXPECT_EQ(value(job, "Name"), "c$$(d)");
+}
+
+TEST_F(JobSetupTest, PickedFilesAreShownToRulesSuchThatTheyStayPlain) {
+  type.add(ParameterInfo::k_File, "Texture");
+  String seen;
+  JobSetup job = setup([&](std::map<String, String>& values) { seen = values["Texture"]; });
+  job.set("Texture", "/t/$(x).png", "--set Texture");
+  job.setScene(scene);
+  EXPECT_EQ(seen, "/t/$$(x).png");
+  EXPECT_EQ(value(job, "Texture"), "/t/$(x).png");
+}
+
+TEST_F(JobSetupTest, RuleForAParameterThatDoesNotExistWarns) {
+  std::vector<std::string> warnings;
+  const LogSink before = SetLogSink([&](LogLevel, const String& text) { warnings.push_back(text); });
+  JobSetup job = setup([](std::map<String, String>& values) { values["Foo"] = "x"; });
+  job.setScene(scene);
+  SetLogSink(before);
+  EXPECT_EQ(warnings,
+            std::vector<std::string>{"the [AutoDetect] rules of \"Sketch\" for \"Scene\" fill \"Foo\", "
+                                     "which the type does not have"});
+}
+
+TEST_F(JobSetupTest, SceneThatDoesNotExistIsRefused) {
+  JobSetup job = setup();
+  const Refusal refusal = refusalOf([&] { job.setScene(directory.file("none.pov")); });
+  EXPECT_EQ(refusal.message, "there is no scene file \"" + directory.file("none.pov") + "\"");
+  EXPECT_EQ(refusalOf([&] { job.setScene(""); }).message, "the name of the scene is empty");
+}
+
+TEST_F(JobSetupTest, SceneSetByNameIsTheSame) {
+  JobSetup job = setup();
+  EXPECT_EQ(message(job, "scene", directory.file("none.pov")),
+            "there is no scene file \"" + directory.file("none.pov") + "\"");
+  job.set("scene", scene, "--set scene");
+  EXPECT_EQ(value(job, "Scene"), scene);
+}
+
+TEST_F(JobSetupTest, ValuesAreChecked) {
+  JobSetup job = setup();
+  EXPECT_EQ(message(job, "PacketSize", "abc"), "--set PacketSize: \"abc\" is no whole number");
+  EXPECT_EQ(value(job, "PacketSize"), "");
+}
+
+TEST_F(JobSetupTest, HeadingsAndReadOnlyParametersAreRefused) {
+  type.add(ParameterInfo::k_Heading, "Extras");
+  type.add(ParameterInfo::k_Text, "Fixed").Flags |= ParameterInfo::k_ReadOnly;
+  JobSetup job = setup();
+  EXPECT_EQ(message(job, "Extras", "1"), "--set Extras: \"Extras\" is a heading and has no value");
+  EXPECT_EQ(message(job, "fixed", "1"), "--set fixed: this type does not let users set \"Fixed\"");
+}
+
+TEST_F(JobSetupTest, PickedFilesBecomeAbsoluteAndProgramsMayBeNamed) {
+  type.add(ParameterInfo::k_File, "Texture");
+  JobSetup job = setup();
+  job.set("Texture", "t.png", "--set Texture");
+  EXPECT_EQ(value(job, "Texture").front(), '/');
+  job.set("Executable", "povray", "--set Executable");
+  EXPECT_EQ(value(job, "Executable"), "povray");
+  job.set("Executable", "./povray", "--set Executable");
+  EXPECT_EQ(value(job, "Executable").front(), '/');
+}
+
+TEST_F(JobSetupTest, OutputFolderIsNotReadForReferences) {
+  JobSetup job = setup();
+  job.setOutputFolder("/o/$(x)");
+  EXPECT_EQ(value(job, "OutputFolder"), "/o/$$(x)");
+  EXPECT_EQ(refusalOf([&] { job.setOutputFolder(scene); }).message, "--out: \"" + scene + "\" is no folder");
+}
+
+TEST_F(JobSetupTest, TypeThatNeedsASceneRefusesToDoWithout) {
+  const JobSetup job = setup();
+  EXPECT_EQ(refusalOf([&] { job.check(); }).message, "\"Sketch\" needs a scene file");
+}
+
+TEST_F(JobSetupTest, CommandsThatCanDoWithoutASceneMay) {
+  for (const char* command :
+       {"-v", "$$(Scene)", "$(Scene.Prefix(-i ))", "$(scene.Leaf.Default(none))", "$(Scenery)"}) {
+    type.info().GetParam(String("CommandString"))->Default = command;
+    EXPECT_EQ(refusalOf([&] { setup().check(); }).message, "") << command;
+  }
+  for (const char* command :
+       {"$(scene)", "$$(x) $(ActualScene.Leaf)", "$(Scene.Enquote) $(Name.Prefix(x))"}) {
+    type.info().GetParam(String("CommandString"))->Default = command;
+    EXPECT_EQ(refusalOf([&] { setup().check(); }).message, "\"Sketch\" needs a scene file") << command;
+  }
+}
+
+class SequenceTest : public JobSetupTest {
+protected:
+  std::string check(const std::string& range) {
+    JobSetup job = setup([this](std::map<String, String>& values) {
+      values["SceneNameFormat"] = directory.file("shot_%04d.pov");
+    });
+    job.setScene(scene);
+    if (!range.empty()) {
+      job.set("Range", range, "--range");
+    }
+    return refusalOf([&] { job.check(); }).message;
+  }
+};
+
+TEST_F(SequenceTest, FramesWithSceneFilesAreGood) {
+  directory.write("shot_0002.pov", "x");
+  EXPECT_EQ(check("1-2"), "");
+}
+
+TEST_F(SequenceTest, NegativeFramesAreRefused) {
+  EXPECT_EQ(check("-2-1"),
+            "a sequence of scene files cannot have negative frames such as -2: the range text of a "
+            "work has no place for their sign");
+}
+
+TEST_F(SequenceTest, FramesWithoutASceneFileAreNamedAsRanges) {
+  directory.write("shot_0004.pov", "x");
+  EXPECT_EQ(check("1-7"), "5 frames of the range have no scene file: 2-3,5-7 (the first would be \"" +
+                              directory.file("shot_0002.pov") + "\")");
+  EXPECT_EQ(check("2"), "1 frame of the range has no scene file: 2 (the first would be \"" +
+                            directory.file("shot_0002.pov") + "\")");
+}
+
+TEST_F(SequenceTest, SequenceWithoutARangeIsRefused) {
+  EXPECT_EQ(check(""), "the scene is a sequence of files, but there is no frame range");
+}
+
+TEST(SplitAssignment, SplitsAtTheFirstEqualsSign) {
+  EXPECT_EQ(splitAssignment("A=b=c"), (std::pair<std::string, std::string>("A", "b=c")));
+  EXPECT_EQ(splitAssignment("A="), (std::pair<std::string, std::string>("A", "")));
+  EXPECT_EQ(refusalOf([] { splitAssignment("Width"); }).message, "--set takes NAME=VALUE, not \"Width\"");
+  EXPECT_EQ(refusalOf([] { splitAssignment("=1"); }).message, "--set takes NAME=VALUE, not \"=1\"");
+}
+
+} // namespace
+} // namespace trovik

@@ -1,0 +1,278 @@
+#include "trovik/JsonProgress.h"
+#include "trovik/PlainProgress.h"
+#include "trovik/ProgressText.h"
+#include "trovik/TerminalProgress.h"
+
+#include "trovik/Json.h"
+
+#include <gtest/gtest.h>
+
+namespace trovik {
+namespace {
+
+using namespace std::chrono_literals;
+using Writes = std::vector<std::string>;
+
+struct Screen {
+  Writes writes;
+  std::size_t width = 80;
+  Console console;
+
+  explicit Screen(bool terminal = false)
+      : console([this](std::string_view bytes) { writes.emplace_back(bytes); }, [](std::string_view) {},
+                {terminal, terminal, false, false}, [this] { return width; }) {}
+
+  std::string all() const {
+    std::string text;
+    for (const std::string& write : writes) {
+      text += write;
+    }
+    return text;
+  }
+};
+
+RunInfo infoOf(std::size_t frames) {
+  RunInfo info;
+  info.type = "Sketch";
+  info.scene = "/s/a_%04d.pov";
+  info.frames = info.works = frames;
+  info.range = "1-" + std::to_string(frames);
+  info.slots = 2;
+  info.logs = Path("/logs/run");
+  return info;
+}
+
+WorkInfo workOf(int frame, int attempt = 1, int attempts = 1) {
+  return {{frame, frame}, true, attempt, attempts};
+}
+
+WorkResult goodIn(Duration duration) {
+  WorkResult result;
+  result.duration = duration;
+  return result;
+}
+
+WorkResult failedWith(const std::string& reason, std::vector<std::string> lines = {}, bool again = false) {
+  WorkResult result;
+  result.verdict = Verdict::Failed;
+  result.reason = reason;
+  result.lines = std::move(lines);
+  result.again = again;
+  result.log = Path("/logs/run/4-4.log");
+  return result;
+}
+
+RunSummary mixedSummary() {
+  RunSummary summary;
+  summary.info = infoOf(24);
+  summary.good.add({1, 6});
+  summary.good.add({8, 20});
+  summary.goodWorks = 19;
+  summary.failed.add({7, 7});
+  summary.failedWorks = 1;
+  summary.notDone.add({21, 24});
+  summary.notDoneWorks = 4;
+  summary.failures = {{"Exit code 1", summary.failed, 1, Path("/logs/run/7-7.log")}};
+  summary.images = {{"/s/images", 19}};
+  summary.duration = 83s;
+  return summary;
+}
+
+TEST(PlainProgress, EachEventIsOneWrite) {
+  Screen screen;
+  PlainProgress progress(screen.console);
+  progress.runStarted(infoOf(24));
+  progress.workStarted(workOf(4));
+  progress.image(workOf(4), Path("/s/a.png"));
+  progress.workEnded(workOf(4), goodIn(1200ms));
+  progress.workStarted(workOf(5, 2, 3));
+  EXPECT_EQ(
+      screen.writes,
+      (Writes{"Sketch: 24 frames (1-24) on 2 slots\nscene  /s/a_%04d.pov\nlogs  /logs/run\n", "started  4\n",
+              "image  /s/a.png\n", "finished  4  1.2 s\n", "started  5  attempt 2 of 3\n"}));
+}
+
+TEST(PlainProgress, FailureTellsReasonLinesAndLog) {
+  Screen screen;
+  PlainProgress progress(screen.console);
+  progress.workEnded(workOf(4), failedWith("Exit code 1", {"first", "second"}));
+  EXPECT_EQ(screen.all(), "failed  4  Exit code 1\n  | first\n  | second\n  log  /logs/run/4-4.log\n");
+}
+
+TEST(PlainProgress, FailedAttemptTellsItsNumberAndWhatFollows) {
+  Screen screen;
+  PlainProgress progress(screen.console);
+  progress.workEnded(workOf(4, 1, 3), failedWith("Exit code 1", {}, true));
+  EXPECT_EQ(screen.all(),
+            "failed  4  attempt 1 of 3: Exit code 1\n  log  /logs/run/4-4.log\n  it will be tried again\n");
+}
+
+TEST(PlainProgress, EscapeSequencesOfNamesNotesAndLinesAreNeverPassedOn) {
+  Screen screen(true);
+  PlainProgress progress(screen.console);
+  progress.image(workOf(4), Path("/s/\x1b]0;x\a\n.png"));
+  progress.workEnded(workOf(4), failedWith("bad \x1b[2J", {"\x1b[31mred\xff"}));
+  EXPECT_EQ(screen.all(), "image  /s/\\x1b]0;x\\x07\\n.png\n"
+                          "failed  4  bad \\x1b[2J\n  | \\x1b[31mred\\xff\n  log  /logs/run/4-4.log\n");
+}
+
+TEST(Summary, TellsGoodFailedAndNotDoneWithReasonsAndPlaces) {
+  Screen screen;
+  EXPECT_EQ(summaryText(screen.console, mixedSummary()),
+            "19 of 24 frames good, 1 failed, 4 not done, in 1 min 23 s\n"
+            "failed  7  Exit code 1\n"
+            "not done  21-24\n"
+            "images  19 in /s/images\n"
+            "logs  /logs/run\n"
+            "To do the rest, give the same command with --range 7,21-24\n");
+}
+
+TEST(Summary, StoppedRunSaysSo) {
+  Screen screen;
+  RunSummary summary = mixedSummary();
+  summary.interrupted = true;
+  EXPECT_EQ(summaryText(screen.console, summary).substr(0, 24), "stopped: 19 of 24 frames");
+}
+
+TEST(Summary, AllGoodIsShort) {
+  Screen screen;
+  RunSummary summary;
+  summary.info = infoOf(2);
+  summary.good.add({1, 2});
+  summary.goodWorks = 2;
+  summary.images = {{"/a", 1}, {"/b", 1}};
+  summary.duration = 3s;
+  EXPECT_EQ(summaryText(screen.console, summary),
+            "all 2 frames good, in 3.0 s\nimages  1 in /a\nimages  1 in /b\n");
+}
+
+TEST(Summary, WorkWithoutFramesIsCalledWork) {
+  Screen screen;
+  RunSummary summary;
+  summary.info.hasFrames = false;
+  summary.info.frames = summary.info.works = 1;
+  summary.goodWorks = 1;
+  summary.duration = 3s;
+  EXPECT_EQ(summaryText(screen.console, summary), "1 work good, in 3.0 s\n");
+  summary.goodWorks = 0;
+  summary.failedWorks = 1;
+  summary.failures = {{"Exit code 2", {}, 1, Path()}};
+  EXPECT_EQ(summaryText(screen.console, summary),
+            "0 of 1 work good, 1 failed, in 3.0 s\nfailed  work  Exit code 2\n");
+}
+
+TEST(Summary, ManyReasonsAreCut) {
+  Screen screen;
+  RunSummary summary;
+  summary.info = infoOf(30);
+  for (int frame = 1; frame <= 30; ++frame) {
+    RunSet frames;
+    frames.add({frame, frame});
+    summary.failed.add(frames);
+    summary.failures.push_back({"reason " + std::to_string(frame), frames, 1, Path()});
+  }
+  summary.failedWorks = 30;
+  const std::string text = summaryText(screen.console, summary);
+  EXPECT_NE(text.find("failed  20  reason 20\n  and 10 further reasons\n"), std::string::npos) << text;
+  EXPECT_EQ(text.find("reason 21"), std::string::npos);
+}
+
+TEST(TerminalProgress, LiveLineTellsTheStateOfTheRun) {
+  Screen screen(true);
+  TerminalProgress progress(screen.console);
+  progress.runStarted(infoOf(24));
+  progress.workStarted(workOf(1));
+  progress.workStarted(workOf(2));
+  EXPECT_EQ(screen.writes.back(), "\r\x1b[K0/24 frames  running 1 2");
+  progress.workEnded(workOf(1), goodIn(20s));
+  EXPECT_EQ(screen.writes.back(), "\r\x1b[K1/24 frames  about 3 min 45 s left  running 2");
+  progress.workEnded(workOf(2), failedWith("bad"));
+  EXPECT_EQ(screen.writes.back(), "\r\x1b[K1/24 frames  1 failed  about 1 min 50 s left");
+}
+
+TEST(TerminalProgress, ImagesStandAboveTheLiveLine) {
+  Screen screen(true);
+  TerminalProgress progress(screen.console);
+  progress.runStarted(infoOf(2));
+  progress.workStarted(workOf(1));
+  progress.image(workOf(1), Path("/s/a.png"));
+  EXPECT_EQ(screen.writes.back(), "\r\x1b[Kimage  /s/a.png\n0/2 frames  running 1");
+}
+
+TEST(TerminalProgress, ManyRunningFramesStayOnOneLine) {
+  Screen screen(true);
+  screen.width = 40;
+  TerminalProgress progress(screen.console);
+  progress.runStarted(infoOf(1000));
+  for (int frame = 100; frame < 150; ++frame) {
+    progress.workStarted(workOf(frame));
+  }
+  EXPECT_LE(displayWidth(screen.writes.back().substr(4)), 39U);
+}
+
+TEST(TerminalProgress, RetriedWorkDoesNotCountAsFailed) {
+  Screen screen(true);
+  TerminalProgress progress(screen.console);
+  progress.runStarted(infoOf(2));
+  progress.workStarted(workOf(1, 1, 2));
+  progress.workEnded(workOf(1, 1, 2), failedWith("bad", {}, true));
+  EXPECT_EQ(screen.writes.back().find("failed"), std::string::npos);
+}
+
+TEST(TerminalProgress, SummaryReplacesTheLiveLine) {
+  Screen screen(true);
+  TerminalProgress progress(screen.console);
+  progress.runStarted(infoOf(24));
+  progress.runEnded(mixedSummary());
+  EXPECT_EQ(screen.writes[screen.writes.size() - 2], "\r\x1b[K");
+  EXPECT_EQ(screen.writes.back(), summaryText(screen.console, mixedSummary()));
+}
+
+TEST(JsonProgress, EveryEventIsOneVersionedObjectOnALine) {
+  Screen screen;
+  JsonProgress progress(screen.console);
+  progress.runStarted(infoOf(24));
+  progress.workStarted(workOf(4, 2, 3));
+  progress.image(workOf(4), Path("/s/a.png"));
+  progress.workEnded(workOf(4), goodIn(1234567us));
+  progress.workEnded(workOf(4), failedWith("bad", {"l"}, true));
+  progress.interrupted(1, 2);
+  progress.runEnded(mixedSummary());
+  ASSERT_EQ(screen.writes.size(), 7U);
+  std::vector<std::string> kinds;
+  for (const std::string& write : screen.writes) {
+    EXPECT_EQ(write.find('\n'), write.size() - 1);
+    const Json event = Json::parse(write);
+    EXPECT_EQ(event.at("version"), 1);
+    kinds.push_back(event.at("kind"));
+  }
+  EXPECT_EQ(kinds, (Writes{"run.started", "work.started", "work.image", "work.finished", "work.failed",
+                           "run.interrupted", "run.summary"}));
+  EXPECT_EQ(screen.writes[1],
+            "{\"version\":1,\"kind\":\"work.started\",\"frames\":\"4\",\"attempt\":2,\"attempts\":3}\n");
+  EXPECT_EQ(Json::parse(screen.writes[3]).at("seconds"), 1.234);
+  EXPECT_EQ(Json::parse(screen.writes[4]).at("again"), true);
+}
+
+TEST(JsonProgress, SummaryHoldsFramesFailuresAndImages) {
+  Screen screen;
+  JsonProgress progress(screen.console);
+  progress.runEnded(mixedSummary());
+  EXPECT_EQ(screen.all(),
+            "{\"version\":1,\"kind\":\"run.summary\",\"interrupted\":false,\"seconds\":83.0,"
+            "\"works\":{\"good\":19,\"failed\":1,\"notDone\":4},"
+            "\"frames\":{\"good\":\"1-6,8-20\",\"failed\":\"7\",\"notDone\":\"21-24\"},"
+            "\"failures\":[{\"frames\":\"7\",\"works\":1,\"reason\":\"Exit code "
+            "1\",\"log\":\"/logs/run/7-7.log\"}],"
+            "\"images\":[{\"directory\":\"/s/images\",\"count\":19}],\"logs\":\"/logs/run\"}\n");
+}
+
+TEST(JsonProgress, BytesThatAreNoUtf8AreReplaced) {
+  Screen screen;
+  JsonProgress progress(screen.console);
+  progress.image(workOf(4), Path("/s/caf\xe9.png"));
+  EXPECT_EQ(Json::parse(screen.all()).at("file"), "/s/caf\xef\xbf\xbd.png");
+}
+
+} // namespace
+} // namespace trovik

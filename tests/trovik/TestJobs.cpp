@@ -1,0 +1,55 @@
+#include "tests/trovik/TestJobs.h"
+
+#include <memory>
+#include <utility>
+
+namespace trovik {
+
+void TestJob::SetType(const UID& type) {
+  RenderJob::SetType(type);
+  const JobTypeInfo& info = *JobFactory::s_JobFactory->GetTypeInfo(type, true);
+  for (unsigned long i = 0; i < info.ParamCount(); ++i) {
+    String ignored;
+    if (!GetParameter(info.GetParam(i)->Name, ignored)) {
+      Set(info.GetParam(i)->Name, "");
+    }
+  }
+}
+
+String TestJob::CreateCommandLine(Path& executable) {
+  return RenderJob::CreateCommandLine(executable) + GetParameterOrOption("CommandString", true, true);
+}
+
+void TestJob::ProcessLine(const String& line) {
+  if (line.starts_with("image ")) {
+    ProcessNewFilename(Path(line.substr(6)));
+  } else {
+    RenderJob::ProcessLine(line);
+  }
+}
+
+TestType::TestType(const std::string& name) : id_(true) {
+  auto description = std::make_unique<JobTypeInfo>();
+  description->Name = name;
+  RenderJob::FillJobTypeInfo(description.get(), true);
+  JobFactory::s_JobFactory->Register(
+      id_, std::move(description), []() -> Job* { return new TestJob; }, [](Job* job) { delete job; });
+  add(ParameterInfo::k_Text, "CommandString");
+  add(ParameterInfo::k_File, "SceneNameFormat");
+}
+
+TestType::~TestType() {
+  JobFactory::s_JobFactory->Unregister(id_);
+}
+
+ParameterInfo& TestType::add(ParameterInfo::TYPE kind, const std::string& name,
+                             const std::string& value) const {
+  ParameterInfo* parameter = info().NewParam(kind);
+  parameter->Name = name;
+  parameter->Label = name;
+  parameter->Default = value;
+  parameter->Flags = ParameterInfo::k_OfJob | ParameterInfo::k_Visible;
+  return *parameter;
+}
+
+} // namespace trovik
