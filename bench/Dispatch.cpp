@@ -39,13 +39,14 @@ std::vector<Row> dispatchRows(const Setup& setup) {
   race.run(setup.rounds);
 
   const std::string path = std::to_string(works) + " works on 2 slots";
-  const double own = race.median(ours, &Cost::own) / works;
   const double cpuRatio = race.ratio(ours, limit, &Cost::cpu);
-  return {ratioRow(path + ", wall time", race, ours, limit, 1.25),
-          {path + ", CPU time with the works'", timeText(race.median(limit, &Cost::cpu)),
-           timeText(race.median(ours, &Cost::cpu)), ratioText(cpuRatio), "≤ 1.25", cpuRatio <= 1.25},
-          {path + ", own CPU time a work", timeText(race.median(limit, &Cost::own) / works), timeText(own),
-           ratioText(race.ratio(ours, limit, &Cost::own)), "≤ " + timeText(ownTarget), own <= ownTarget}};
+  Row wall = ratioRow(path, race, ours, limit, 1.25);
+  wall.target = "both " + wall.target;
+  wall.reached = wall.reached && cpuRatio <= 1.25;
+  const double own = race.median(ours, &Cost::own) / works;
+  return {wall,
+          {"own CPU time a work", timeText(race.median(limit, &Cost::own) / works), timeText(own), "-",
+           ratioText(race, ours, limit, &Cost::own), "≤ " + timeText(ownTarget), own <= ownTarget}};
 }
 
 } // namespace bench

@@ -24,29 +24,37 @@ constexpr std::array<const char*, 6> things = {"tree_oak",       "terrain",   "h
                                                "leaf_instancer", "prop_lamp", "tex/diffuse"};
 
 std::string progressLine(Random& random, int frame) {
-  std::string line = print("frame %d  mem %zu.%02zuM (peak %zu.%02zuM)  time %02zu:%02zu.%02zu", frame,
-                           random.below(900), random.below(100), 900 + random.below(300), random.below(100),
-                           random.below(60), random.below(60), random.below(100));
-  if (random.below(10) < 6) {
-    line += print("  remaining %02zu:%02zu.%02zu", random.below(60), random.below(60), random.below(100));
+  // Drawn one by one: the order in which arguments are evaluated is the
+  // compiler's.
+  std::array<std::size_t, 12> drawn{};
+  for (std::size_t& number : drawn) {
+    number = random.below(6000);
   }
-  const char* thing = things[random.below(things.size())];
-  switch (random.below(7)) {
+  const auto [used, peak, hundredths, hours, minutes, rest, hasRest, restHours, kind, which, part, tile] =
+      drawn;
+  std::string line =
+      print("frame %d  mem %zu.%02zuM (peak %zu.%02zuM)  time %02zu:%02zu.%02zu", frame, used % 900,
+            hundredths % 100, 900 + peak % 300, hundredths / 100, hours % 60, minutes % 60, minutes / 60);
+  if (hasRest % 10 < 6) {
+    line += print("  remaining %02zu:%02zu.%02zu", restHours % 60, rest % 60, rest / 60);
+  }
+  const char* thing = things[which % things.size()];
+  switch (kind % 7) {
   case 0:
-    return line + print("  scene: synchronising object %s.%03zu", thing, random.below(100));
+    return line + print("  scene: synchronising object %s.%03zu", thing, part % 100);
   case 1:
-    return line + print("  scene: sample %zu/128", random.below(129));
+    return line + print("  scene: sample %zu/128", part % 129);
   case 2:
-    return line + print("  scene: updating geometry bvh %s.%03zu %zu/128, building", thing, random.below(100),
-                        random.below(129));
+    return line +
+           print("  scene: updating geometry bvh %s.%03zu %zu/128, building", thing, part % 100, tile % 129);
   case 3:
     return line + "  scene: updating mesh, computing normals";
   case 4:
     return line + "  scene: loading kernels (may take a few minutes the first time)";
   case 5:
-    return line + print("  compositing: tile %zu-%zu", random.below(64), random.below(64));
+    return line + print("  compositing: tile %zu-%zu", part % 64, tile % 64);
   default:
-    return line + print("  scene: updating images, loading %s_%04zu.tx", thing, random.below(10000));
+    return line + print("  scene: updating images, loading %s_%04zu.tx", thing, part);
   }
 }
 
@@ -86,8 +94,7 @@ LogFacts writeLog(const std::string& file, std::size_t size) {
     if (facts.lines % 500 == 0) {
       ++facts.images;
       text += print("Saved: '/out/f_%06zu.png'\n", facts.images);
-      text += print("  time 00:%02zu.%02zu (saving 00:00.%02zu)\n", random.below(60), random.below(100),
-                    random.below(100));
+      text += print("  time 00:%02zu.%02zu (saving 00:00.07)\n", facts.images % 60, facts.images % 97);
       facts.lines += 2;
     }
     text += progressLine(random, static_cast<int>(facts.images) + 1) + '\n';
@@ -121,7 +128,9 @@ void writeSequence(const std::string& directory, int frames, int others) {
   }
   std::filesystem::create_directories(directory);
   for (const std::string& name : names) {
-    writeFile(directory + "/" + name, "");
+    std::string path = directory;
+    path.append("/").append(name);
+    writeFile(path, "");
   }
 }
 
@@ -133,7 +142,13 @@ std::string typeText(int number, TypeFacts& facts) {
                                                     "text",    "suffix",  "image",  "memory", "thread",
                                                     "verbose", "timeout", "camera", "layer",  "format"};
   Random random(static_cast<std::uint64_t>(number) + 5);
-  const auto word = [&random] { return std::string(words[random.below(words.size())]); };
+  // Words between the separators, drawn one after the other.
+  const auto draw = [&random](std::string& to, std::size_t count, const char* between) {
+    for (std::size_t i = 0; i < count; ++i) {
+      to += i == 0 ? "" : between;
+      to += words[random.below(words.size())];
+    }
+  };
   std::string text = print("# type %04d\n# made for measuring\n\n[Module]\n", number);
   text += print("ID=5f0c9a5e-6d0b-4c86-9d0f-%012d\nName=Type %d\nShortcut=t%d\n", number, number, number);
   text += "Command=-b $(Scene.Enquote) -s $(SubRange.Start) -e $(SubRange.End) -t "
@@ -143,28 +158,32 @@ std::string typeText(int number, TypeFacts& facts) {
   for (const char* section : sections) {
     text += print("[%s]\n", section);
     for (int key = 0; key < 5; ++key) {
-      text += word() + "_" + word() + std::to_string(key) + (random.below(2) == 0 ? "=" : " = ");
+      draw(text, 2, "_");
+      text += std::to_string(key);
+      text += random.below(2) == 0 ? "=" : " = ";
       switch (random.below(4)) {
       case 0:
         text += std::to_string(random.below(100000));
         break;
       case 1:
-        text += "\"/opt/apps/" + word() + "/bin/" + word() + "\"";
+        text += "\"/opt/apps/";
+        draw(text, 2, "/bin/");
+        text += '"';
         break;
       case 2:
         text += "Yes";
         break;
       default:
-        for (std::size_t count = 2 + random.below(8); count > 0; --count) {
-          text += word() + (count > 1 ? " " : "");
-        }
+        draw(text, 2 + random.below(8), " ");
         break;
       }
       text += '\n';
       ++facts.entries;
     }
     if (random.below(2) == 0) {
-      text += "# " + word() + " " + word() + " " + word() + "\n";
+      text += "# ";
+      draw(text, 3, " ");
+      text += '\n';
     }
     text += '\n';
   }

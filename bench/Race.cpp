@@ -82,6 +82,7 @@ Cost runProgram(const std::vector<std::string>& arguments,
                 const std::vector<std::pair<std::string, std::string>>& environment,
                 const std::string& output) {
   std::vector<char*> words;
+  words.reserve(arguments.size() + 1);
   for (const std::string& argument : arguments) {
     words.push_back(const_cast<char*>(argument.c_str()));
   }
@@ -140,7 +141,10 @@ double Race::median(std::size_t contestant, double Cost::*what) const {
 double Race::ratio(std::size_t contestant, std::size_t limit, double Cost::*what) const {
   std::vector<double> values;
   for (std::size_t round = 0; round < costs_[contestant].size(); ++round) {
-    values.push_back(costs_[contestant][round].*what / std::max(costs_[limit][round].*what, 1e-9));
+    if (costs_[limit][round].*what <= 0) {
+      return 0;
+    }
+    values.push_back(costs_[contestant][round].*what / costs_[limit][round].*what);
   }
   return medianOf(values);
 }
@@ -159,28 +163,36 @@ std::string ratioText(double ratio) {
   return formatted("%.2f", ratio);
 }
 
+std::string ratioText(const Race& race, std::size_t ours, std::size_t limit, double Cost::*what) {
+  const double ratio = race.ratio(ours, limit, what);
+  return ratio > 0 ? ratioText(ratio) : "-";
+}
+
 Row ratioRow(const std::string& path, const Race& race, std::size_t ours, std::size_t limit, double target) {
   const double ratio = race.ratio(ours, limit, &Cost::wall);
   return {path,
           timeText(race.median(limit, &Cost::wall)),
           timeText(race.median(ours, &Cost::wall)),
           ratioText(ratio),
+          ratioText(race, ours, limit, &Cost::cpu),
           "≤ " + ratioText(target),
           ratio <= target};
 }
 
 std::string tableText(const std::vector<Row>& rows) {
-  std::vector<std::array<std::string, 6>> cells = {{"Path", "Limit", "Ours", "Ratio", "Target", "Reached"},
-                                                   {"---", "---", "---", "---", "---", "---"}};
+  std::vector<std::array<std::string, 7>> cells = {
+      {"Path", "Limit", "Ours", "Ratio", "CPU", "Target", "Reached"},
+      {"---", "---", "---", "---", "---", "---", "---"}};
   for (const Row& row : rows) {
-    cells.push_back({row.path, row.limit, row.ours, row.ratio, row.target, row.reached ? "yes" : "no"});
+    cells.push_back(
+        {row.path, row.limit, row.ours, row.ratio, row.cpu, row.target, row.reached ? "yes" : "no"});
   }
   // Characters, not bytes: the texts hold "µ" and "≤".
   const auto width = [](const std::string& text) {
     return static_cast<std::size_t>(std::count_if(
         text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; }));
   };
-  std::array<std::size_t, 6> widths{};
+  std::array<std::size_t, 7> widths{};
   for (const auto& line : cells) {
     for (std::size_t i = 0; i < line.size(); ++i) {
       widths[i] = std::max(widths[i], width(line[i]));

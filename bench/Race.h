@@ -43,7 +43,8 @@ public:
   void run(int rounds);
 
   double median(std::size_t contestant, double Cost::*what) const;
-  /// The median of the ratios of every single round.
+  /// The median of the ratios of every single round; 0 where the limit took
+  /// less than can be told.
   double ratio(std::size_t contestant, std::size_t limit, double Cost::*what) const;
 
 private:
@@ -56,14 +57,16 @@ struct Row {
   std::string path;
   std::string limit;
   std::string ours;
-  std::string ratio;
+  std::string ratio; ///< of wall times
+  std::string cpu;   ///< of CPU times: what other load disturbs least
   std::string target;
   bool reached = false;
 };
 
-/// "12.3 ms", "1.25", "1,234": as few digits as tell something.
+/// "12.3 ms", "1.25": as few digits as tell something.
 std::string timeText(double seconds);
 std::string ratioText(double ratio);
+std::string ratioText(const Race& race, std::size_t ours, std::size_t limit, double Cost::*what);
 
 /// The row of a race whose target is a ratio of wall time.
 Row ratioRow(const std::string& path, const Race& race, std::size_t ours, std::size_t limit, double target);

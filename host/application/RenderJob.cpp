@@ -204,8 +204,8 @@ bool RenderJob::ProcessCommand(const String& command, void* context) {
 }
 
 int RenderJob::ChildCount(int status) const {
-  return static_cast<int>(std::count_if(m_Children.begin(), m_Children.end(),
-                                        [status](const auto& child) { return child.second == status; }));
+  const auto found = m_ChildCounts.find(status);
+  return found == m_ChildCounts.end() ? 0 : found->second;
 }
 
 void RenderJob::OnChildChange(SmartHandle<const Job> child, const String& name, const String& value) {
@@ -232,7 +232,12 @@ void RenderJob::OnChildChange(SmartHandle<const Job> child, const String& name, 
   for (const int status : {k_StatusNew, k_StatusReady, k_StatusRunning, k_StatusPaused, k_StatusFailed,
                            k_StatusCanceled, k_StatusFinished}) {
     if (value == std::to_string(status) || String::EqualNoCase(value, StatusAsString(status))) {
-      m_Children[frames] = status;
+      const auto [place, isNew] = m_Children.try_emplace(frames, status);
+      if (!isNew) {
+        --m_ChildCounts[place->second];
+        place->second = status;
+      }
+      ++m_ChildCounts[status];
       if (IsFailed(status)) {
         takeNote(child->TrovikObject::Get(p_Note, true));
       }

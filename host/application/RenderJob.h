@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -89,7 +90,8 @@ private:
   mutable const FrameRun* m_OneFrame = nullptr;
 
   // Of a whole job: its works' sub-ranges and states, and how many there are.
-  std::map<String, int> m_Children;
+  std::unordered_map<std::string, int> m_Children; // status of each work, by its sub-range
+  std::map<int, int> m_ChildCounts;                // works by status
   std::optional<std::size_t> m_ChildTotal;
 };
 

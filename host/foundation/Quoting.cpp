@@ -3,6 +3,7 @@
 #include "host/foundation/Exception.h"
 
 #include <string_view>
+#include <utility>
 
 namespace {
 
@@ -33,8 +34,7 @@ std::vector<String> SplitCommandLine(const String& line) {
     const char c = line[i];
     if (c == ' ' || c == '\t' || c == '\n') {
       if (inWord) {
-        words.push_back(std::move(word));
-        word.clear();
+        words.push_back(std::exchange(word, String()));
         inWord = false;
       }
     } else if (c == '\'') {

@@ -34,6 +34,7 @@ std::string RunShell(const std::string& script, const std::vector<std::string>& 
   std::vector<std::string> texts = {"/bin/sh", file.Text()};
   texts.insert(texts.end(), arguments.begin(), arguments.end());
   std::vector<char*> argv;
+  argv.reserve(texts.size() + 1);
   for (std::string& text : texts) {
     argv.push_back(text.data());
   }

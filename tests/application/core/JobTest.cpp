@@ -273,8 +273,8 @@ TEST(Job, ListsTheNamesThatItMayBeAskedFor) {
   CatalogueJob job;
   job.SetType(type.Id);
   job.Set("scene", "s");
-  EXPECT_EQ(job.ParameterNames(),
-            (std::vector<String>{"OwnText", "Width", "Texture", "Progress", "scene", "SubRange", "ActualScene"}));
+  EXPECT_EQ(job.ParameterNames(), (std::vector<String>{"OwnText", "Width", "Texture", "Progress", "scene",
+                                                       "SubRange", "ActualScene"}));
 }
 
 } // namespace

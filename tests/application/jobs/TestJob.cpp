@@ -148,20 +148,20 @@ Path JobTest::In(const String& name) const {
 }
 
 Path JobTest::Write(const String& name, const String& text) const {
-  const Path path = In(name);
+  Path path = In(name);
   std::filesystem::create_directories(path.Branch(true, true).c_str());
   std::ofstream(path.c_str(), std::ios::binary) << text;
   return path;
 }
 
 Path JobTest::WriteProgram(const String& name, const String& text) const {
-  const Path path = Write(name, text);
+  Path path = Write(name, text);
   EXPECT_EQ(chmod(path.c_str(), 0755), 0);
   return path;
 }
 
 Path JobTest::MakeFolder(const String& name) const {
-  const Path path = In(name);
+  Path path = In(name);
   std::filesystem::create_directories(path.c_str());
   return path;
 }
