@@ -65,9 +65,11 @@ TEST(CommandLine, NamesBehindTwoDashesMayBeginWithOne) {
 }
 
 TEST(CommandLine, CommonOptionsGoWithEveryVerb) {
-  for (const char* verb : {"types", "type", "find", "run"}) {
-    const Options options =
-        parse({verb, "--module-path", "m", "--settings", "s", "--options", "o", verb[4] == 's' ? "-v" : "T"});
+  const std::vector<std::vector<std::string>> lines = {
+      {"types"}, {"type", "T"}, {"detect", "T", "S"}, {"find", "T"}, {"run", "T"}};
+  for (std::vector<std::string> line : lines) {
+    line.insert(line.end(), {"--module-path", "m", "--settings", "s", "--options", "o"});
+    const Options options = parse(line);
     EXPECT_EQ(options.modulePath, "m");
     EXPECT_EQ(options.settings, "s");
     EXPECT_EQ(options.options, "o");
