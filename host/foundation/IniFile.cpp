@@ -122,6 +122,9 @@ void IniFile::Parse(std::string_view text, bool replace) {
   MergeSections();
   OrderEntries();
   const auto first = m_Oddities.begin() + static_cast<std::ptrdiff_t>(oddities);
+  if (first == m_Oddities.end()) {
+    return; // a sort that keeps the order of equals allocates even for nothing
+  }
   std::stable_sort(first, m_Oddities.end(), [](const Oddity& left, const Oddity& right) {
     return left.Place.Line != right.Place.Line ? left.Place.Line < right.Place.Line
                                                : left.Place.Column < right.Place.Column;
@@ -171,6 +174,10 @@ void IniFile::ParseLines(std::size_t start) {
   if (all.substr(position, k_Utf8Mark.size()) == k_Utf8Mark) {
     position += k_Utf8Mark.size();
   }
+  const bool hasNul = all.find('\0', position) != std::string_view::npos;
+  // What ordinary files need, in one allocation each.
+  m_Entries.reserve(m_Entries.size() + std::min<std::size_t>(64, (all.size() - position) / 16));
+  m_Sections.reserve(m_Sections.size() + 12);
   std::uint32_t number = 0;
   std::uint32_t section = k_None;
   while (position < all.size()) {
@@ -183,7 +190,8 @@ void IniFile::ParseLines(std::size_t start) {
       continue;
     }
     const std::size_t indent = static_cast<std::size_t>(line.data() - whole.data());
-    if (const std::size_t nul = line.find('\0'); nul != std::string_view::npos) {
+    if (const std::size_t nul = hasNul ? line.find('\0') : std::string_view::npos;
+        nul != std::string_view::npos) {
       Note(Oddity::Kind::NulByte, number, indent + nul + 1, line);
     }
     if (line.front() != '[') {
@@ -246,10 +254,11 @@ void IniFile::ParseEntry(std::string_view line, std::uint32_t number, std::uint3
 void IniFile::MergeSections() {
   m_ByName.resize(m_Sections.size());
   std::iota(m_ByName.begin(), m_ByName.end(), 0U);
-  std::stable_sort(m_ByName.begin(), m_ByName.end(), [this](std::uint32_t left, std::uint32_t right) {
-    return String::CompareNoCase(View(m_Sections[left].Name), View(m_Sections[right].Name)) < 0;
+  std::sort(m_ByName.begin(), m_ByName.end(), [this](std::uint32_t left, std::uint32_t right) {
+    const int order = String::CompareNoCase(View(m_Sections[left].Name), View(m_Sections[right].Name));
+    return order != 0 ? order < 0 : left < right;
   });
-  // The first of a name stands for all; the sort was stable.
+  // The first of a name stands for all; it comes first here too.
   std::vector<std::uint32_t> standsFor(m_Sections.size());
   bool repeated = false;
   for (std::size_t i = 0; i < m_ByName.size(); ++i) {
