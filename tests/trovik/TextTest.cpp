@@ -38,7 +38,7 @@ TEST(Printable, CharactersThatSteerTerminalsOrReorderTextAreShown) {
                       "31m",
                       OddBytes::Show),
             "a\\u009b31m");
-  EXPECT_EQ(printable("gpj.\u202e"
+  EXPECT_EQ(printable("gpj.\xe2\x80\xae"
                       "exe",
                       OddBytes::Show),
             "gpj.\\u202eexe");
