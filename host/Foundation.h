@@ -16,4 +16,5 @@
 #include "host/foundation/String.h"
 #include "host/foundation/StringTokenizer.h"
 #include "host/foundation/Suggest.h"
+#include "host/foundation/TextFilter.h"
 #include "host/foundation/UID.h"

@@ -2,8 +2,8 @@
 
 #include "host/application/ParameterInfo.h"
 #include "host/application/RenderJob.h"
+#include "host/foundation/TextFilter.h"
 #include "job/Catalogue.h"
-#include "job/TextFilter.h"
 
 #include <map>
 #include <vector>

@@ -7,12 +7,13 @@
 #include <string_view>
 #include <vector>
 
-/// Lower case as the global locale has it, one table look-up a byte.
+/// Lower case as a locale has it, one table look-up a byte.
 class LowerTable {
 public:
-  LowerTable() { Update(); }
+  /// The global locale of this moment unless another is given.
+  explicit LowerTable(const std::locale& locale = std::locale());
 
-  /// Follows the global locale; true when it had changed.
+  /// Takes over the global locale of now; true when it is another one.
   bool Follow();
 
   char Lower(char byte) const { return m_Lower[static_cast<unsigned char>(byte)]; }
@@ -22,7 +23,7 @@ public:
   bool BeginsWith(std::string_view line, std::string_view text) const;
 
 private:
-  void Update();
+  void Read(const std::locale& locale);
 
   std::locale m_Locale;
   std::array<char, 256> m_Lower{};

@@ -1,4 +1,4 @@
-#include "job/TextFilter.h"
+#include "host/foundation/TextFilter.h"
 
 #include <gtest/gtest.h>
 

@@ -11,7 +11,7 @@
 // never one too few, and every place that it names is compared byte by byte.
 // Texts shorter than three bytes accept anything behind their end.
 
-#include "job/TextFilter.h"
+#include "host/foundation/TextFilter.h"
 
 #include <immintrin.h>
 
@@ -19,16 +19,21 @@
 #include <cstdint>
 #include <cstring>
 
+LowerTable::LowerTable(const std::locale& locale) {
+  Read(locale);
+}
+
 bool LowerTable::Follow() {
-  if (m_Locale == std::locale()) {
+  const std::locale now;
+  if (m_Locale == now) {
     return false;
   }
-  Update();
+  Read(now);
   return true;
 }
 
-void LowerTable::Update() {
-  m_Locale = std::locale();
+void LowerTable::Read(const std::locale& locale) {
+  m_Locale = locale;
   const auto& classes = std::use_facet<std::ctype<char>>(m_Locale);
   for (std::size_t byte = 0; byte < m_Lower.size(); ++byte) {
     m_Lower[byte] = classes.tolower(static_cast<char>(static_cast<unsigned char>(byte)));
