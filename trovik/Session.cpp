@@ -24,7 +24,7 @@ Path chosenFile(const char* flag, const std::optional<std::string>& fromFlag, co
   if (!named) {
     return usual;
   }
-  const Path file = absolutePath(*named);
+  Path file = absolutePath(*named);
   std::error_code error;
   if (!std::filesystem::is_regular_file(file.Text().c_str(), error)) {
     throw UsageError{origin + ": there is no file " + inQuotes(file.Text()),

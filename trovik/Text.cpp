@@ -1,6 +1,7 @@
 #include "trovik/Text.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cwchar>
 #include <locale.h> // NOLINT(modernize-deprecated-headers): newlocale and uselocale are POSIX
@@ -113,9 +114,8 @@ std::string printable(std::string_view text, OddBytes odd) {
   for (std::size_t position = 0; position < text.size();) {
     const Character character = characterAt(text, position);
     const auto byte = static_cast<unsigned char>(text[position]);
-    if (byte < 0x20 || byte == 0x7f) {
-      appendControl(out, byte);
-    } else if (odd == OddBytes::Show && !character.valid) {
+    const bool isControl = byte < 0x20 || byte == 0x7f;
+    if (isControl || (odd == OddBytes::Show && !character.valid)) {
       appendControl(out, byte);
     } else if (odd == OddBytes::Show && steersTerminals(character.value)) {
       char buffer[16];
@@ -216,7 +216,7 @@ std::string durationText(std::chrono::nanoseconds duration) {
     std::snprintf(buffer, sizeof buffer, "%.1f s", seconds);
     return buffer;
   }
-  const auto whole = static_cast<long long>(seconds + 0.5);
+  const auto whole = std::llround(seconds);
   if (whole < 60) {
     std::snprintf(buffer, sizeof buffer, "%lld s", whole);
   } else if (whole < 3600) {

@@ -1,7 +1,5 @@
 #include "trovik/UsageError.h"
 
-#include "host/foundation/Exception.h"
-
 #include <memory>
 
 namespace trovik {

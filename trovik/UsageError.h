@@ -1,9 +1,9 @@
 #pragma once
 
+#include "host/foundation/Exception.h"
+
 #include <string>
 #include <utility>
-
-class Exception;
 
 namespace trovik {
 

@@ -62,6 +62,7 @@ int readJson(const std::vector<std::string>& pointers) {
 int runWithSignals(std::vector<std::string> command) {
   std::signal(SIGINT, SIG_DFL);
   std::vector<char*> words;
+  words.reserve(command.size() + 1);
   for (std::string& word : command) {
     words.push_back(word.data());
   }

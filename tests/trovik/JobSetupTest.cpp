@@ -17,7 +17,7 @@ protected:
   }
 
   /// A set-up whose detection runs `rule` when the scene changes.
-  JobSetup setup(std::function<void(std::map<String, String>&)> rule = nullptr,
+  JobSetup setup(const std::function<void(std::map<String, String>&)>& rule = nullptr,
                  const String& trigger = "Scene") {
     return {type.id(),
             [this, rule, trigger](const UID&, const String& changed, std::map<String, String>& values) {

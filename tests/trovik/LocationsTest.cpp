@@ -11,7 +11,7 @@ namespace {
 
 using Variables = std::map<std::string, std::string>;
 
-EnvironmentLookup lookupIn(Variables variables) {
+EnvironmentLookup lookupIn(const Variables& variables) {
   return [variables](const char* name) -> std::optional<std::string> {
     const auto found = variables.find(name);
     return found == variables.end() ? std::nullopt : std::optional(found->second);
@@ -20,6 +20,7 @@ EnvironmentLookup lookupIn(Variables variables) {
 
 std::vector<std::string> texts(const std::vector<Path>& paths) {
   std::vector<std::string> result;
+  result.reserve(paths.size());
   for (const Path& path : paths) {
     result.push_back(path.Text());
   }

@@ -38,10 +38,8 @@ TEST(Printable, CharactersThatSteerTerminalsOrReorderTextAreShown) {
                       "31m",
                       OddBytes::Show),
             "a\\u009b31m");
-  EXPECT_EQ(printable("gpj.\u202e"
-                      "exe",
-                      OddBytes::Show),
-            "gpj.\\u202eexe");
+  const std::string override = std::string("\xe2\x80") + '\xae';
+  EXPECT_EQ(printable("gpj." + override + "exe", OddBytes::Show), "gpj.\\u202eexe");
 }
 
 TEST(InQuotes, NamesAreMadeVisible) {
