@@ -11,7 +11,8 @@
 set -eu
 unset TROVIK_MODULE_PATH TROVIK_SETTINGS TROVIK_OPTIONS NO_COLOR COLUMNS CDPATH ENV
 LC_ALL=C.UTF-8
-export LC_ALL
+TERM=xterm # continuous integration often has none, and then nothing counts as a terminal
+export LC_ALL TERM
 
 TROVIK=$1
 MODULE=$2
