@@ -3,6 +3,7 @@
 #include "host/foundation/Path.h"
 #include "trovik/Machine.h"
 #include "trovik/RunSet.h"
+#include "trovik/queue/Records.h"
 
 #include <map>
 #include <string>
@@ -12,6 +13,8 @@ namespace trovik {
 
 /// What is to be done, as told when a run starts.
 struct RunInfo {
+  JobId job = 0;
+  std::string name;       ///< the job's name; may be empty
   std::string type;       ///< the type's name
   std::string scene;      ///< the scene or the pattern of its sequence; empty for none
   std::string range;      ///< all frames, "1-24"; empty for a job without frames
@@ -28,6 +31,7 @@ struct WorkInfo {
   bool hasFrames = true;
   int attempt = 1;
   int attempts = 1; ///< how many there may be
+  JobId job = 0;
 
   std::size_t frames() const { return hasFrames ? static_cast<std::size_t>(run.Count()) : 1; }
   /// "7-9"; "work" for a job without frames.
@@ -39,6 +43,8 @@ enum class Verdict { Good, Failed, Canceled };
 /// How an attempt ended.
 struct WorkResult {
   Verdict verdict = Verdict::Good;
+  VerdictRule rule = VerdictRule::None;
+  RunSet good;                    ///< the frames that need no further attempt
   bool again = false;             ///< failed, and will be tried again
   std::string reason;             ///< of a failed one: the job's note
   std::vector<std::string> lines; ///< of a failed one: the lines of its output to quote

@@ -34,6 +34,9 @@ public:
   virtual void OnWorkParameter(const Job& job, const String& name, const String& value) = 0;
   /// The program named an image file; absolute where the start directory is.
   virtual void OnImage(const Job& job, const Path& file) = 0;
+  /// The host's own look into a file that exists, is fresh and holds
+  /// something: what is wrong with it ("Truncated image (...)"), or empty.
+  virtual String OnCheckFile(const Job& /*job*/, const Path& /*file*/) { return {}; }
 };
 
 /// A job of any kind: its type, its parameters and its state. One object

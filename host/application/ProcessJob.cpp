@@ -324,6 +324,8 @@ int ProcessJob::Judge(const ProcessExit& exit, Ended ended) {
     return FailWork("Run-time limit of " + SecondsText(RunTimeLimit()) + " s reached");
   case Ended::Silent:
     return FailWork("No output for " + SecondsText(SilenceLimit()) + " s (silence limit)");
+  case Ended::Lost:
+    return FailWork("Its engine died");
   case Ended::ByItself:
     break;
   }

@@ -78,8 +78,19 @@ public:
   void WorkSpawned(pid_t id);
   void WorkLine(std::string_view line);
 
-  /// Why a work was ended from outside; the strongest of all verdicts.
-  enum class Ended { ByItself, Canceled, TimedOut, Silent };
+  /// Why a work was ended from outside; the strongest of all verdicts. Lost:
+  /// whoever watched it has died, so nobody knows how it ended.
+  enum class Ended { ByItself, Canceled, TimedOut, Silent, Lost };
+
+  /// Which rule decided on the work, from strongest to weakest.
+  enum class Rule { None, Ended, Start, ErrorLine, Signal, Result, Files };
+  /// Valid after FinishWork, FailWork, or PrepareWork that gave false.
+  Rule DecidedBy() const { return m_DecidedBy; }
+
+  /// False when the note or a line of the output held one of the type's
+  /// "NoRetryTexts" (anywhere, without regard to case), or the work could not
+  /// be prepared: a further attempt would end the same.
+  bool IsWorthRepeating() const { return m_WorthRepeating; }
 
   /// Judges the work by, in this order: an end from outside; an error line;
   /// death by a signal (unless a declared success text was seen and every
@@ -140,6 +151,8 @@ private:
   bool m_Prepared = false;
   pid_t m_ProcessId = -1;
   std::size_t m_GoodFiles = 0;
+  Rule m_DecidedBy = Rule::None;
+  bool m_WorthRepeating = true;
   std::unique_ptr<ErrorTexts> m_ErrorTexts; // built with the first line
   String m_Line;                            // the line at hand; kept for its memory
   String m_ErrorLine;

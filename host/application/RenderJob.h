@@ -66,6 +66,47 @@ public:
   /// Whether the type looks for image names in the output.
   bool FindsImages() const;
 
+  /// A file that the work must leave or said that it wrote.
+  struct WorkFile {
+    Path File;
+    std::optional<int> Frame;  ///< which frame it belongs to, where that is known
+    String Problem;            ///< why it is not good; empty for good
+    std::int64_t Size = 0;     ///< bytes; 0 where it could not be looked at
+    std::int64_t Modified = 0; ///< nanoseconds since 1970; the same
+  };
+
+  /// What CheckFiles is going to look at: the images in the order in which
+  /// they were named, then the expected files. Nothing where the type switched
+  /// the check off ("FileCheck" None). Raises Exception* like ExpectedFiles.
+  std::vector<WorkFile> FilesToCheck() const;
+  /// What CheckFiles found, in the same order. It looks at every file whatever
+  /// verdict it is given.
+  const std::vector<WorkFile>& CheckedFiles() const { return m_Checked; }
+
+  /// The frame that an image belongs to: of an expected file its own; of a
+  /// work of one frame that one; else by the number in its name. Of several
+  /// numbers it is the one that was the work's first frame in the first image
+  /// of that pattern, else the last that is a frame of the work. Absent when
+  /// nothing tells.
+  std::optional<int> FrameOf(const Path& image) const;
+
+  /// The frames of the work that have files, all of them good: at least one
+  /// named image or expected file each, and every expected one. Valid after
+  /// CheckFiles; in ascending order.
+  std::vector<FrameRun> FramesWithGoodFiles() const;
+
+  /// The frames that need no further attempt. Valid after FinishWork. All of
+  /// them when the work ended well. When it did not: those with good files,
+  /// but (where each has them) not the last, which the program was at when it
+  /// ended; and after an error line only those whose image was named before
+  /// that line. None where files do not stand for frames ("FileCheck" Work or
+  /// None).
+  std::vector<FrameRun> GoodFrames() const;
+
+  /// Files are fresh when they were written since then; PreExecute sets it to
+  /// its own moment.
+  void CheckFilesSince(const timespec& start) { m_StartTime = start; }
+
   /// The number of works in each state, as OnChildChange was told.
   int ChildCount(int status) const;
 
@@ -81,6 +122,7 @@ private:
   void DeriveStatus();
 
   bool m_Standard;
+  std::vector<WorkFile> m_Checked;
   std::vector<Path> m_Images;
   std::unordered_set<std::string> m_ImageNames; // the same, for asking
   std::size_t m_ImageBytes = 0;

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "host/foundation/Path.h"
+#include "trovik/Machine.h"
+
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace trovik {
+
+/// What a look into a file gave.
+struct Inspection {
+  std::string problem; ///< why it is not good ("Truncated image (...)"); empty for good or no image
+  bool image = false;  ///< whether it is of a format that was decoded
+  int width = 0;
+  int height = 0;
+};
+
+/// Looks into files: decodes images whole. Answers come later, through the
+/// engine's poll loop; the looking never blocks it. For one thread.
+class ImageInspector {
+public:
+  using Answer = std::function<void(const Inspection& inspection)>;
+  virtual ~ImageInspector() = default;
+
+  /// The answer is called once: from here at the earliest, else from `advance`.
+  /// A file that cannot be looked into at all (the helper cannot be started)
+  /// has a problem that says so.
+  virtual void ask(const Path& file, bool refuseFlat, Answer answer) = 0;
+  /// Readable (poll) when an answer waits; -1 when none is awaited.
+  virtual int descriptor() const = 0;
+  /// When `advance` is wanted though nothing is readable: the patience with a
+  /// file that takes for ever.
+  virtual std::optional<Clock::time_point> deadline() const = 0;
+  /// Takes the answers that wait.
+  virtual void advance(Clock::time_point now) = 0;
+};
+
+} // namespace trovik

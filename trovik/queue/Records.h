@@ -1,0 +1,207 @@
+#pragma once
+
+#include "host/application/FrameRange.h"
+#include "host/foundation/Path.h"
+#include "host/foundation/UID.h"
+#include "trovik/RunSet.h"
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace trovik {
+
+using JobId = std::int64_t;     ///< from 1 on; never used again
+using WorkId = std::int64_t;    ///< the same
+using AttemptId = std::int64_t; ///< the same
+using EngineId = std::int64_t;  ///< the same
+
+/// Wall clock time, in microseconds since 1970.
+using Moment = std::chrono::sys_time<std::chrono::microseconds>;
+
+/// What a job has come to. The first two are open: engines take works of such
+/// a job. The others are ends; `retry` opens the job again.
+enum class JobState {
+  Waiting,  ///< no work was started yet
+  Running,  ///< some were
+  Good,     ///< every frame is good
+  Failed,   ///< no work is left, and some failed
+  Canceled, ///< the user canceled it
+  Stopped,  ///< put aside: by the user, or since it failed alike again and again; the note tells
+};
+
+enum class WorkState { Ready, Running, Good, Failed, Canceled };
+
+/// How an attempt ended.
+enum class AttemptState {
+  Running,
+  Good,
+  Failed,
+  Canceled, ///< the user ended it
+  Lost,     ///< its engine died; says nothing about the work
+};
+
+/// Which rule decided on an attempt, from strongest to weakest.
+enum class VerdictRule {
+  None, ///< nothing decided yet
+  Canceled,
+  RunTimeLimit,
+  SilenceLimit,
+  Start, ///< the program could not be started; nothing was rendered
+  ErrorLine,
+  Signal,
+  Result, ///< success texts, else the exit code
+  Files,
+  Engine, ///< its engine died
+};
+
+/// How each is written in the database and in JSON: "running", "error line".
+const char* nameOf(JobState state);
+const char* nameOf(WorkState state);
+const char* nameOf(AttemptState state);
+const char* nameOf(VerdictRule rule);
+
+inline bool isOpen(JobState state) {
+  return state == JobState::Waiting || state == JobState::Running;
+}
+
+/// A file of an attempt, or one that was found when the job was submitted.
+struct FileRecord {
+  std::int64_t id = 0;
+  AttemptId attempt = 0;    ///< 0: found
+  std::optional<int> frame; ///< which frame it belongs to, where that is known
+  std::string path;
+  bool checked = false;      ///< false while its attempt runs
+  std::string problem;       ///< why it is not good; empty for good
+  std::int64_t size = 0;     ///< bytes, when it was checked
+  std::int64_t modified = 0; ///< nanoseconds since 1970, when it was checked
+};
+
+/// A job to be put into the queue.
+struct NewJob {
+  std::string name;
+  UID type;
+  std::string typeName;
+  std::string scene; ///< the pattern of a sequence or the one file; empty for none
+  std::string range; ///< as the user wrote it; empty for none
+  bool hasFrames = true;
+  std::vector<FrameRun>
+      works; ///< in the order in which they are to start; one, of no meaning, for a job without frames
+  std::vector<FrameRun> found;        ///< frames that need no work: their files are good already
+  std::vector<FileRecord> foundFiles; ///< of those
+  std::string packed;                 ///< the job's stream (Job::PackObject)
+  int priority = 50;                  ///< higher ones start first
+  int retries = 0;                    ///< further attempts at a work that failed
+  int stopAfter =
+      0; ///< the number of works that fail alike, before any is good, that stops the job; 0 for never
+  std::string directory;               ///< where the user was
+  std::string output;                  ///< the output folder; empty for none
+  std::string logs;                    ///< the directory of the logs; empty for the store's own choice
+  std::vector<std::string> endCommand; ///< argument vector to start when the job has ended; empty for none
+};
+
+/// A job as it stands.
+struct JobRecord {
+  JobId id = 0;
+  std::string name;
+  UID type;
+  std::string typeName;
+  std::string scene;
+  std::string range;
+  bool hasFrames = true;
+  JobState state = JobState::Waiting;
+  std::string note; ///< why it stopped, or the reason of the work that failed last
+  int priority = 50;
+  int retries = 0;
+  int stopAfter = 0;
+  std::string directory;
+  std::string output;
+  std::string logs;
+  std::vector<std::string> endCommand;
+  Moment created{};
+  std::optional<Moment> started; ///< the first attempt
+  std::optional<Moment> ended;   ///< of a job that is not open
+};
+
+/// The frames of a job by state; of a job without frames only the numbers of works.
+struct JobFrames {
+  RunSet ready, running, good, failed, canceled;
+  std::size_t readyWorks = 0, runningWorks = 0, goodWorks = 0, failedWorks = 0, canceledWorks = 0;
+  std::size_t works() const { return readyWorks + runningWorks + goodWorks + failedWorks + canceledWorks; }
+};
+
+/// One work: a run of frames that share a state. A work whose attempt left
+/// only some frames good is cut: the good frames become works of their own.
+struct WorkRecord {
+  WorkId id = 0;
+  JobId job = 0;
+  FrameRun run;
+  WorkState state = WorkState::Ready;
+  int attempts = 0;      ///< made so far, lost ones included
+  AttemptId attempt = 0; ///< the last; 0 for none
+};
+
+/// One attempt at a work.
+struct AttemptRecord {
+  AttemptId id = 0;
+  JobId job = 0;
+  WorkId work = 0;
+  EngineId engine = 0;
+  FrameRun run; ///< the frames that it was started for
+  int number = 1;
+  AttemptState state = AttemptState::Running;
+  VerdictRule rule = VerdictRule::None;
+  std::string reason;             ///< of one that is not good; the note, else
+  std::vector<std::string> lines; ///< of its output, worth quoting; the deciding one among them
+  std::string log;                ///< empty when it printed nothing
+  std::string command;            ///< the words as text for a shell
+  int exitCode = 0;
+  int signal = 0;
+  RunSet good;        ///< the frames that it left good
+  bool again = false; ///< what it left was to be tried again
+  Moment started{};
+  std::optional<Moment> ended;
+  std::chrono::microseconds duration{}; ///< by a steady clock
+};
+
+/// What an engine takes from the queue.
+struct Claim {
+  AttemptId attempt = 0;
+  JobId job = 0;
+  WorkId work = 0;
+  FrameRun run;
+  int number = 1;   ///< of the attempt
+  int tries = 0;    ///< earlier attempts that failed; lost ones do not count
+  std::string mark; ///< the text that its processes carry in TROVIK_ATTEMPT
+};
+
+/// How an attempt ended, for the store.
+struct Outcome {
+  AttemptId attempt = 0;
+  AttemptState state = AttemptState::Good;
+  VerdictRule rule = VerdictRule::Result;
+  std::string reason;
+  std::vector<std::string> lines;
+  std::string log;
+  std::string command;
+  int exitCode = 0;
+  int signal = 0;
+  RunSet good;           ///< frames that need no further work; all of them where the state is Good
+  bool retryable = true; ///< false: a further attempt would end the same
+  std::string alike;     ///< the reason without what differs from frame to frame
+  std::chrono::microseconds duration{};
+  std::vector<FileRecord> files; ///< replace those that were noted while it ran
+};
+
+/// An attempt whose engine died.
+struct LostAttempt {
+  AttemptRecord attempt;
+  std::string mark;
+  int process = 0;               ///< the process group; 0 when it was not noted
+  bool sameBoot = true;          ///< false: the machine was started anew since, so nothing of it runs
+  std::vector<FileRecord> files; ///< that the program had named
+};
+
+} // namespace trovik

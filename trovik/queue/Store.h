@@ -1,0 +1,166 @@
+#pragma once
+
+#include "trovik/queue/Records.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace trovik {
+
+struct RunSummary;
+
+/// Thrown by value where the queue cannot be used now: the disk is full, the
+/// database is locked for too long, damaged, or of a newer version.
+struct StoreError {
+  enum class Kind { Full, Busy, Damaged, Other };
+  Kind kind = Kind::Other;
+  std::string message; ///< names the file and the reason
+  std::string hint;    ///< what to do
+};
+
+/// The queue: an SQLite database in a directory of its own.
+///
+/// Everything that changes it does so in one transaction, committed when the
+/// call returns; inTransaction makes one of several calls. A process that is
+/// killed at any moment leaves the state before or after a transaction, never
+/// one between. Commits are safe against the death of any process at once;
+/// against the loss of power they are within a tenth of a second (the log is
+/// synced at most that often, since a sync for every one of a thousand tiny
+/// works a second would cost more than the works).
+///
+/// Several processes may have the same queue open; each object belongs to one
+/// thread. All calls throw StoreError.
+class Store {
+public:
+  struct Settings {
+    /// For tests: the database may not grow beyond so many pages of 4096
+    /// bytes; 0 for no limit. What does not fit is a full disk.
+    int pageLimit = 0;
+    std::chrono::milliseconds patience{30000}; ///< with a lock that another process holds
+  };
+
+  /// Opens the queue in the directory, made where it is missing, brings an
+  /// older schema up to date and refuses a newer one and network file
+  /// systems, whose locks cannot be trusted.
+  explicit Store(const Path& directory, const Settings& settings);
+  explicit Store(const Path& directory);
+  ~Store();
+  Store(const Store&) = delete;
+  Store& operator=(const Store&) = delete;
+
+  const Path& directory() const;
+  /// Where the logs of a job go when nobody says otherwise: "logs/JOB" below
+  /// the directory.
+  Path logDirectory(JobId job) const;
+
+  /// Runs the action in one write transaction; what it throws undoes all of
+  /// it. Does not nest.
+  void inTransaction(const std::function<void()>& action);
+
+  /// A number that differs from the one before when another connection has
+  /// changed the queue. Cheap.
+  std::int64_t dataVersion();
+
+  /// Syncs what is not yet on the disk; see above. Engines call it when they
+  /// are idle.
+  void sync();
+
+  // Jobs.
+
+  JobId submit(const NewJob& job);
+  std::optional<JobRecord> job(JobId id);
+  std::vector<JobRecord> jobs(); ///< the newest first
+  /// The job's stream; empty for an unknown job.
+  std::string packed(JobId id);
+  JobFrames frames(JobId id);
+  /// The newest job with this very stream that has not ended, or that the user put aside.
+  std::optional<JobId> unfinished(const std::string& packed);
+  /// The newest job of the type with this scene and output folder.
+  std::optional<JobId> latest(const UID& type, const std::string& scene, const std::string& output);
+  /// Counts, failures by reason and images by directory; `info` holds what
+  /// the job's record tells. Times are those of the whole job.
+  RunSummary summary(JobId id);
+
+  /// Ready and running works become canceled, and the job with them as soon
+  /// as no attempt runs: their engines see `canceled` and end them. False
+  /// when the job is not open.
+  bool cancel(JobId id);
+  /// Puts an open job aside, or (the other one) makes it open again. Works
+  /// that run go on.
+  void stop(JobId id, const std::string& note);
+  void resume(JobId id);
+  /// Failed and canceled works become ready, with all their retries before
+  /// them, and the job open; only the frames in `only` where it is given, and
+  /// then good ones too. Works that run are left alone. Returns the frames
+  /// that are to be worked (of a job without frames: works).
+  std::size_t retry(JobId id, const std::optional<RunSet>& only);
+  void setPriority(JobId id, int priority);
+  /// Removes the job with all its records; its logs and images stay. Throws
+  /// for a job of which an attempt runs.
+  void remove(JobId id);
+  /// The jobs that have ended and whose end command was not started yet; each
+  /// is handed out once.
+  std::vector<JobRecord> takeEnded();
+
+  std::vector<WorkRecord> works(JobId id);                            ///< in the order of their frames
+  std::vector<AttemptRecord> attempts(JobId id, AttemptId after = 0); ///< in the order of their start
+  std::optional<AttemptRecord> attempt(AttemptId id);
+  /// Files of the job, in the order in which they came.
+  std::vector<FileRecord> files(JobId id, std::int64_t after = 0);
+  /// The last word on a file, of whatever job; nothing when it is unknown.
+  std::optional<FileRecord> lastOf(const std::string& path);
+  /// The slots of an engine; for reckoning how they were used.
+  std::size_t slots(EngineId id);
+
+  // Engines.
+
+  /// Enters an engine of this process and holds its lock file until the
+  /// store object ends: the system frees it with the process, which is how
+  /// others see that it died.
+  EngineId enterEngine(std::size_t slots);
+  /// Leaves in peace; attempts that still count as running stay lost.
+  void leaveEngine(EngineId id);
+
+  /// Takes ready works for the engine: of the open jobs with the highest
+  /// priority first, then of the oldest; within a job those with the fewest
+  /// tries first, then in their order. Only of job `only` where it is given;
+  /// never of jobs in `without`. Each claim is a running attempt from then on.
+  std::vector<Claim> claim(EngineId engine, std::size_t count, std::optional<JobId> only,
+                           const std::vector<JobId>& without = {});
+  /// The process group of a running attempt.
+  void noteProcess(AttemptId attempt, int process);
+  /// A file that the program of a running attempt named.
+  void noteFile(AttemptId attempt, const FileRecord& file);
+
+  /// The end of an attempt. Good frames become good works; what is left is
+  /// ready again while there are retries and it is worth it, else failed (or,
+  /// for a canceled attempt: ready in an open or stopped job, canceled in a
+  /// canceled one; for a lost one ready, and failed after five losses). Ends
+  /// the job when nothing is left, stops it when its first works all failed
+  /// alike. Returns whether what is left is tried again. An attempt that is
+  /// not running any more is left alone: false.
+  bool settle(const Outcome& outcome);
+
+  /// Of those attempts, the ones whose job was canceled.
+  std::vector<AttemptId> canceled(EngineId engine);
+
+  /// Attempts of engines that have died. The caller holds the dead engines'
+  /// locks from here until `settleLost`, so that no other process takes them
+  /// up; engines that died without running attempts are put away at once.
+  std::vector<LostAttempt> takeLost();
+  /// All that takeLost handed out has been settled (or is to be handed out
+  /// again later).
+  void releaseLost();
+
+  /// Whether an engine lives that may work off the queue, other than `own`.
+  bool hasOtherEngine(EngineId own);
+
+private:
+  class Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+} // namespace trovik
