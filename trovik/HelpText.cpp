@@ -57,8 +57,7 @@ std::string helpText(const CLI::App& app, std::size_t width) {
   std::string usage = "usage: trovik";
   usage += isVerb ? ' ' + app.get_name() : std::string(" VERB");
   for (const CLI::Option* option : positionals) {
-    const bool optional = option->get_name() == "SCENE" && app.get_name() == "run";
-    usage += optional ? " [" + option->get_name() + ']' : ' ' + option->get_name();
+    usage += ' ' + option->get_type_name();
   }
   std::string text = usage + " [options]\n\n" + wrapped(app.get_description(), width, 0);
   if (!positionals.empty()) {
@@ -67,11 +66,13 @@ std::string helpText(const CLI::App& app, std::size_t width) {
       text += entry(option->get_name(), option->get_description(), width);
     }
   }
-  if (!verbs.empty()) {
-    text += "\nVerbs:\n";
-    for (const CLI::App* verb : verbs) {
-      text += entry(verb->get_name(), verb->get_description(), width);
+  std::string verbGroup;
+  for (const CLI::App* verb : verbs) {
+    if (verb->get_group() != verbGroup) {
+      verbGroup = verb->get_group();
+      text += '\n' + verbGroup + ":\n";
     }
+    text += entry(verb->get_name(), verb->get_description(), width);
   }
   for (const std::string& group : groups) {
     text += '\n' + group + ":\n";

@@ -51,6 +51,12 @@ Path Locations::settings() const {
 Path Locations::options() const {
   return home("XDG_CONFIG_HOME", ".config") /= "trovik/options.ini";
 }
+Path Locations::state() const {
+  if (const auto named = environment_("TROVIK_STATE")) {
+    return absolutePath(*named);
+  }
+  return home("XDG_STATE_HOME", ".local/state") /= "trovik";
+}
 Path Locations::runs() const {
   return home("XDG_STATE_HOME", ".local/state") /= "trovik/runs";
 }

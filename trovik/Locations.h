@@ -24,6 +24,9 @@ public:
   Path settings() const;
   Path options() const;
 
+  /// $TROVIK_STATE, else $XDG_STATE_HOME/trovik: the queue and its logs.
+  Path state() const;
+
   /// $XDG_STATE_HOME/trovik/runs: one directory a run, with the logs.
   Path runs() const;
 

@@ -19,9 +19,12 @@ struct Options {
   int verbosity = 0; ///< 1: information, 2: also what helps to find faults
   ColourChoice colour = ColourChoice::Auto;
 
-  bool json = false;
-  bool all = false; ///< types and type: also what is hidden
+  std::optional<std::string> state; ///< the directory of the queue and its logs
 
+  bool json = false;
+  bool all = false; ///< also what is usually left out
+
+  // For the verbs that make jobs.
   std::optional<std::string> type;
   std::optional<std::string> scene;
   std::vector<std::string> sets; ///< NAME=VALUE, in their order
@@ -31,6 +34,23 @@ struct Options {
   std::optional<std::string> out;
   std::optional<std::string> logDirectory;
   bool dryRun = false;
+  bool missing = false; ///< only the frames without a good file; images: those frames themselves
+  bool fresh = false;   ///< a new job even where the same one is unfinished
+  std::optional<std::string> priority;
+  std::optional<std::string> endCommand;
+  bool notify = false;
+
+  // For the verbs about jobs in the queue.
+  std::optional<std::string> job; ///< a number, or "last"
+  std::vector<std::string> jobs;  ///< the same for verbs that take several
+  std::optional<std::string> frame;
+  std::optional<std::string> frames;
+  std::optional<std::string> attempt;
+  std::optional<std::string> limit;
+  bool untilEmpty = false;
+  std::optional<std::string> file; ///< to be written
+  std::optional<std::string> width;
+  std::optional<std::string> columns;
 };
 
 /// What came of reading the command line: options to act on, or a text (help,

@@ -12,6 +12,7 @@
 #include <exception>
 #include <map>
 #include <memory>
+#include <stdexcept>
 #include <unistd.h>
 
 namespace trovik {
@@ -54,14 +55,29 @@ void sendLogTo(Console& console, int verbosity) {
   });
 }
 
+/// Whether a verb works with job types, or with the queue alone.
+enum class Types { Needed, NotNeeded };
+
+struct Verb {
+  int (*function)(Session&);
+  Types types;
+};
+
 int callVerb(const Options& options, Console& console) {
-  static const std::map<std::string, int (*)(Session&)> verbs = {{"types", listTypes},
-                                                                 {"type", describeType},
-                                                                 {"detect", detectScene},
-                                                                 {"find", findProgram},
-                                                                 {"run", runJob}};
+  static const std::map<std::string, Verb> verbs = {
+      {"types", {listTypes, Types::Needed}},    {"type", {describeType, Types::Needed}},
+      {"detect", {detectScene, Types::Needed}}, {"find", {findProgram, Types::Needed}},
+      {"run", {runJob, Types::Needed}},
+  };
+  const auto verb = verbs.find(options.verb);
+  if (verb == verbs.end()) {
+    throw std::logic_error("no function for the verb " + options.verb);
+  }
   Session session(options, console);
-  return verbs.at(options.verb)(session);
+  if (verb->second.types == Types::Needed) {
+    session.loadModules();
+  }
+  return verb->second.function(session);
 }
 
 } // namespace

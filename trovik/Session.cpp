@@ -38,7 +38,6 @@ Path chosenFile(const char* flag, const std::optional<std::string>& fromFlag, co
 Session::Session(const Options& options, Console& console)
     : options_(options), console_(console), locations_(environmentVariable, ownExecutable()) {
   loadSettings();
-  loadModules();
 }
 
 Session::~Session() {
@@ -51,7 +50,21 @@ void Session::loadSettings() const {
   orRefuse("", "", [&] { Application::the_Application->LoadSettings(settings, options); });
 }
 
+Path Session::state() const {
+  if (!options_.state) {
+    return locations_.state();
+  }
+  if (options_.state->empty()) {
+    throw UsageError{"--state: the name of the directory is empty", "leave it out for the usual one"};
+  }
+  return absolutePath(*options_.state);
+}
+
 void Session::loadModules() {
+  if (loaded_) {
+    return;
+  }
+  loaded_ = true;
   std::vector<Path> missing;
   if (options_.modulePath) {
     modulePath_ = locations_.modulePath(*options_.modulePath, missing);

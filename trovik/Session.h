@@ -10,11 +10,12 @@
 
 namespace trovik {
 
-/// What every verb works with: settings read, modules loaded, and the outputs.
-/// One at a time; the modules are unloaded with it, so no job may outlive it.
+/// What every verb works with: settings read, modules loaded where the verb
+/// needs them, and the outputs. One at a time; the modules are unloaded with
+/// it, so no job may outlive it.
 class Session {
 public:
-  /// Throws a UsageError for files and directories that the user named and
+  /// Reads the settings. Throws a UsageError for files that the user named and
   /// that are not there.
   Session(const Options& options, Console& console);
   ~Session();
@@ -27,11 +28,19 @@ public:
   const ModuleLoader& modules() const { return modules_; }
   const std::vector<Path>& modulePath() const { return modulePath_; }
 
+  /// Loads the modules, so that the job types are known; the second call does
+  /// nothing. Verbs that only look at the queue go without: a queue can be
+  /// read where a type is missing. Throws a UsageError for directories that
+  /// the user named and that are not there, and where no module is found.
+  void loadModules();
+
+  /// The directory of the queue: as the user named it, else the usual one.
+  Path state() const;
+
   DetectFunction detection() const;
 
 private:
   void loadSettings() const;
-  void loadModules();
   int loadQuietly();
 
   const Options& options_;
@@ -39,6 +48,7 @@ private:
   Locations locations_;
   ModuleLoader modules_;
   std::vector<Path> modulePath_;
+  bool loaded_ = false;
 };
 
 } // namespace trovik

@@ -12,5 +12,17 @@ int describeType(Session& session);
 int detectScene(Session& session);
 int findProgram(Session& session);
 int runJob(Session& session);
+int submitJob(Session& session);
+int runEngine(Session& session);
+int listJobs(Session& session);
+int showJob(Session& session);
+int showLog(Session& session);
+int listImages(Session& session);
+int watchJob(Session& session);
+int retryJobs(Session& session);
+int cancelJobs(Session& session);
+int deleteJobs(Session& session);
+int showStats(Session& session);
+int drawSheet(Session& session);
 
 } // namespace trovik

@@ -41,6 +41,63 @@ TEST(CommandLine, RunTakesAllItsOptions) {
   EXPECT_EQ(options.colour, ColourChoice::Never);
 }
 
+const std::vector<std::string> allVerbs = {"types",  "type",  "detect", "find",   "run",    "submit",
+                                           "engine", "jobs",  "show",   "log",    "images", "watch",
+                                           "stats",  "sheet", "retry",  "cancel", "delete"};
+
+TEST(CommandLine, RunAndSubmitTakeWhatMakesAJob) {
+  for (const char* verb : {"run", "submit"}) {
+    const Options options = parse({verb, "pov", "a.pov", "--missing", "--new", "--priority", "80", "--on-end",
+                                   "mail -s 'a b' ada", "--notify", "--state", "q"});
+    EXPECT_EQ(options.verb, verb);
+    EXPECT_TRUE(options.missing);
+    EXPECT_TRUE(options.fresh);
+    EXPECT_EQ(options.priority, "80");
+    EXPECT_EQ(options.endCommand, "mail -s 'a b' ada");
+    EXPECT_TRUE(options.notify);
+    EXPECT_EQ(options.state, "q");
+  }
+  EXPECT_EQ(refusal({"submit", "t", "--slots", "2"}).message, "unknown option \"--slots\"");
+}
+
+TEST(CommandLine, EngineTakesItsOptions) {
+  const Options options = parse({"engine", "--slots", "3", "--job", "last", "--until-empty", "--json"});
+  EXPECT_EQ(options.slots, "3");
+  EXPECT_EQ(options.job, "last");
+  EXPECT_TRUE(options.untilEmpty);
+  EXPECT_TRUE(options.json);
+}
+
+TEST(CommandLine, LogTakesAFrameAndAnAttempt) {
+  const Options options = parse({"log", "3", "--attempt", "2", "--all", "--", "-5"});
+  EXPECT_EQ(options.job, "3");
+  EXPECT_EQ(options.frame, "-5");
+  EXPECT_EQ(options.attempt, "2");
+  EXPECT_TRUE(options.all);
+}
+
+TEST(CommandLine, SheetTakesItsOptions) {
+  const Options options =
+      parse({"sheet", "last", "-o", "a.png", "--width", "900", "--columns", "4", "--frames", "-3-9"});
+  EXPECT_EQ(options.job, "last");
+  EXPECT_EQ(options.file, "a.png");
+  EXPECT_EQ(options.width, "900");
+  EXPECT_EQ(options.columns, "4");
+  EXPECT_EQ(options.frames, "-3-9");
+}
+
+TEST(CommandLine, SteeringVerbsTakeSeveralJobs) {
+  for (const char* verb : {"retry", "cancel", "delete"}) {
+    EXPECT_EQ(parse({verb, "3", "last", "7", "--json"}).jobs, (std::vector<std::string>{"3", "last", "7"}));
+  }
+}
+
+TEST(CommandLine, TheQueueIsNamedBeforeOrBehindTheVerb) {
+  EXPECT_EQ(parse({"--state", "q", "jobs"}).state, "q");
+  EXPECT_EQ(parse({"jobs", "--state", "q"}).state, "q");
+  EXPECT_EQ(refusal({"types", "--state", "q"}).message, "unknown option \"--state\"");
+}
+
 TEST(CommandLine, SetTakesOneValueAndLeavesThePositionals) {
   const Options options = parse({"run", "--set", "A=1", "pov", "scene"});
   EXPECT_EQ(options.sets, std::vector<std::string>{"A=1"});
@@ -82,15 +139,19 @@ TEST(CommandLine, NothingGivesTheHelp) {
 }
 
 TEST(CommandLine, HelpOfAVerbCanBeAskedForInTwoWays) {
-  for (const char* verb : {"types", "type", "detect", "find", "run"}) {
+  for (const std::string& verb : allVerbs) {
     EXPECT_EQ(textOf({"help", verb}), textOf({verb, "--help"}));
-    EXPECT_NE(textOf({verb, "-h"}).find("Examples:\n  trovik "), std::string::npos);
+    EXPECT_NE(textOf({verb, "-h"}).find("Examples:\n  trovik " + verb), std::string::npos);
   }
 }
 
 TEST(CommandLine, HelpFitsItsWidth) {
-  for (const char* verb : {"types", "type", "detect", "find", "run", "help"}) {
-    const std::string text = textOf({verb, "--help"});
+  std::vector<std::vector<std::string>> lines = {{"--help"}, {"help", "--help"}};
+  for (const std::string& verb : allVerbs) {
+    lines.push_back({verb, "--help"});
+  }
+  for (const std::vector<std::string>& line : lines) {
+    const std::string text = textOf(line);
     for (std::size_t begin = 0; begin < text.size();) {
       const std::size_t end = text.find('\n', begin);
       EXPECT_LE(end - begin, 80U) << text.substr(begin, end - begin);
@@ -132,6 +193,18 @@ TEST(CommandLine, MissingTypeAndSceneAreAskedFor) {
   EXPECT_EQ(refusal({"run"}).hint, "\"trovik types\" lists them; see \"trovik run --help\"");
   EXPECT_EQ(refusal({"type", ""}).message, "\"trovik type\" needs the name of a job type");
   EXPECT_EQ(refusal({"detect", "t"}).message, "\"trovik detect\" needs a scene file");
+}
+
+TEST(CommandLine, MissingJobAndFileAreAskedFor) {
+  for (const std::string verb : {"show", "log", "images", "watch", "retry", "cancel", "delete", "sheet"}) {
+    const Refusal refused = refusal({verb});
+    EXPECT_EQ(refused.message,
+              "\"trovik " + verb + "\" needs the number of a job, or \"last\" for the newest");
+    EXPECT_EQ(refused.hint, "\"trovik jobs\" lists them; see \"trovik " + verb + " --help\"");
+  }
+  EXPECT_EQ(refusal({"sheet", "3"}).message, "\"trovik sheet\" needs the name of the image to write");
+  EXPECT_EQ(refusal({"sheet", "3"}).hint, "such as -o sheet.png; see \"trovik sheet --help\"");
+  EXPECT_EQ(refusal({"submit"}).message, "\"trovik submit\" needs the name of a job type");
 }
 
 TEST(CommandLine, UnknownColourChoiceIsRefused) {

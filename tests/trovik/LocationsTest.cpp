@@ -36,6 +36,15 @@ TEST(Locations, XdgVariablesAreHonoured) {
   EXPECT_EQ(locations.runs().Text(), "/s/trovik/runs");
 }
 
+TEST(Locations, TheQueueIsWhereItsVariableSaysElseInTheStateDirectory) {
+  const Variables home = {{"HOME", "/home/a"}};
+  EXPECT_EQ(Locations(lookupIn(home), Path("/b")).state().Text(), "/home/a/.local/state/trovik");
+  EXPECT_EQ(Locations(lookupIn({{"XDG_STATE_HOME", "/s"}}), Path("/b")).state().Text(), "/s/trovik");
+  EXPECT_EQ(
+      Locations(lookupIn({{"XDG_STATE_HOME", "/s"}, {"TROVIK_STATE", "/farm/q"}}), Path("/b")).state().Text(),
+      "/farm/q");
+}
+
 TEST(Locations, HomeIsTheBaseWithoutXdg) {
   const Locations locations(lookupIn({{"HOME", "/home/a"}}), Path("/opt/bin/trovik"));
   EXPECT_EQ(locations.settings().Text(), "/home/a/.config/trovik/settings.ini");

@@ -1,0 +1,244 @@
+#include "trovik/VerbOptions.h"
+
+#include "trovik/HelpFooters.h"
+#include "trovik/Options.h"
+#include "trovik/Text.h"
+#include "trovik/UsageError.h"
+
+#include <CLI/CLI.hpp>
+
+#include <map>
+#include <string_view>
+
+namespace trovik {
+namespace {
+
+constexpr const char* commonGroup = "Common options";
+constexpr const char* ownGroup = "Options";
+constexpr std::string_view typeVerbs = "Job types";
+constexpr std::string_view workVerbs = "Rendering";
+constexpr std::string_view jobVerbs = "Jobs";
+
+enum class Queue { Used, NotUsed };
+
+/// The options that every verb takes, and those about the queue.
+void addCommon(CLI::App& app, Options& options, Queue queue) {
+  if (queue == Queue::Used) {
+    app.add_option("--state", options.state, "Directory of the queue and its logs")
+        ->type_name("DIR")
+        ->group(commonGroup);
+  }
+  app.add_option("--module-path", options.modulePath,
+                 "Directories of modules and types, between colons; an empty one stands for the usual ones")
+      ->type_name("DIRS")
+      ->group(commonGroup);
+  app.add_option("--settings", options.settings, "File of this installation's settings")
+      ->type_name("FILE")
+      ->group(commonGroup);
+  app.add_option("--options", options.options, "File of the engine's options for each type")
+      ->type_name("FILE")
+      ->group(commonGroup);
+  app.add_flag("-v,--verbose", options.verbosity, "Say more; twice for what helps to find faults")
+      ->disable_flag_override()
+      ->group(commonGroup);
+  const std::map<std::string, ColourChoice> choices = {
+      {"auto", ColourChoice::Auto}, {"always", ColourChoice::Always}, {"never", ColourChoice::Never}};
+  app.add_option_function<std::string>(
+         "--color",
+         [&options, choices](const std::string& text) {
+           const auto choice = choices.find(text);
+           if (choice == choices.end()) {
+             throw UsageError{"--color: " + inQuotes(text) + " is none of auto, always and never",
+                              "leave it out for colours on terminals only"};
+           }
+           options.colour = choice->second;
+         },
+         "auto, always or never")
+      ->type_name("WHEN")
+      ->group(commonGroup);
+  app.set_help_flag("-h,--help", "Show this help")->group(commonGroup);
+  app.set_version_flag("--version", std::string("trovik ") + TROVIK_VERSION, "Show the version")
+      ->group(commonGroup);
+}
+
+/// One verb being declared.
+class VerbOptions {
+public:
+  VerbOptions(CLI::App& program, Options& options, std::string_view group, const char* name,
+              const char* description)
+      : verb_(*program.add_subcommand(name, description)), options_(options) {
+    verb_.group(std::string(group));
+    verb_.footer(helpFooter(name));
+    verb_.allow_extras();
+    addCommon(verb_, options, group == typeVerbs ? Queue::NotUsed : Queue::Used);
+  }
+
+  /// An argument by its place, shown as `form` ("JOB", "[SCENE]") in the usage.
+  template <typename Target>
+  VerbOptions& argument(const char* name, const char* form, Target& target, const char* description) {
+    verb_.add_option(name, target, description)->type_name(form);
+    return *this;
+  }
+  VerbOptions& value(const char* name, const char* form, std::optional<std::string>& target,
+                     const char* description) {
+    verb_.add_option(name, target, description)->type_name(form)->group(ownGroup);
+    return *this;
+  }
+  VerbOptions& flag(const char* name, bool& target, const char* description) {
+    verb_.add_flag(name, target, description)->disable_flag_override()->group(ownGroup);
+    return *this;
+  }
+
+  VerbOptions& type() {
+    return argument("TYPE", "TYPE", options_.type, "Name, alias or ID of a job type, in any case");
+  }
+  VerbOptions& job() { return argument("JOB", "JOB", options_.job, jobDescription); }
+  VerbOptions& jobs() { return argument("JOB", "JOB...", options_.jobs, jobDescription); }
+  VerbOptions& sets() {
+    verb_
+        .add_option("--set", options_.sets,
+                    "Set a parameter; may be repeated. \"trovik type TYPE\" lists them")
+        ->type_name("NAME=VALUE")
+        ->allow_extra_args(false)
+        ->group(ownGroup);
+    return *this;
+  }
+  VerbOptions& json(const char* description = "Print JSON") {
+    return flag("--json", options_.json, description);
+  }
+  static constexpr const char* jobDescription = "Number of a job, or \"last\" for the newest";
+
+private:
+  CLI::App& verb_;
+  Options& options_;
+};
+
+void declareTypeVerbs(CLI::App& program, Options& options) {
+  VerbOptions(program, options, typeVerbs, "types", "Lists the job types.")
+      .flag("--all", options.all, "Also those that are switched off")
+      .json();
+  VerbOptions(program, options, typeVerbs, "type",
+              "Describes a job type: its parameters as a form groups them, and its commands.")
+      .type()
+      .flag("--all", options.all, "Also what is hidden from forms")
+      .json("Print JSON, with the flags of each parameter");
+  VerbOptions(program, options, typeVerbs, "detect",
+              "Shows what would be filled in for a scene: the sequence that it belongs to and what "
+              "the type's rules add.")
+      .type()
+      .argument("SCENE", "SCENE", options.scene, "The scene file")
+      .json();
+  VerbOptions(program, options, typeVerbs, "find",
+              "Shows the program that jobs of a type run, and where it was found.")
+      .type()
+      .json();
+}
+
+/// What makes a job: the same for the verb that works it off at once and the
+/// one that leaves it to an engine.
+void addMaking(VerbOptions& verb, Options& options) {
+  verb.type()
+      .argument("SCENE", "[SCENE]", options.scene, "The scene file, or any one of a numbered sequence")
+      .sets()
+      .value("--range", "FRAMES", options.range, "The frames; those of the sequence found by default")
+      .value("--packet", "N", options.packet, "Frames that one start of the program renders")
+      .value("--out", "DIR", options.out, "The folder for what the program writes; made where it is missing")
+      .value("--log-dir", "DIR", options.logDirectory, "The folder for the logs of this job")
+      .flag("--missing", options.missing, "Only the frames without a good file")
+      .flag("--new", options.fresh, "A job of its own even if the same one is unfinished")
+      .value("--priority", "N", options.priority,
+             "Jobs with a higher one are worked off first; 50 by default")
+      .value("--on-end", "COMMAND", options.endCommand, "Command to start when the job has ended")
+      .flag("--notify", options.notify, "A note on the desktop when the job has ended")
+      .flag("--dry-run", options.dryRun, "Start nothing; print each command as text for a shell");
+}
+
+void declareWorkVerbs(CLI::App& program, Options& options) {
+  VerbOptions run(program, options, workVerbs, "run",
+                  "Works off a job here: finds the scene's sequence, splits its frames, runs the "
+                  "program for them and judges what it did.");
+  addMaking(run, options);
+  run.value("--slots", "N", options.slots,
+            "Programs that run at the same time; by default what the CPUs carry")
+      .json("Print events as JSON, one a line, the summary last");
+  VerbOptions submit(program, options, workVerbs, "submit",
+                     "Puts a job into the queue, for an engine to work off.");
+  addMaking(submit, options);
+  submit.json();
+  VerbOptions(program, options, workVerbs, "engine", "Works off the queue on this machine.")
+      .value("--slots", "N", options.slots,
+             "Programs that run at the same time; by default what the CPUs carry")
+      .value("--job", "JOB", options.job, "Only this job: its number, or \"last\" for the newest")
+      .flag("--until-empty", options.untilEmpty, "End when no work is left, instead of waiting for more")
+      .json("Print events as JSON, one a line");
+}
+
+void declareReadingVerbs(CLI::App& program, Options& options) {
+  VerbOptions(program, options, jobVerbs, "jobs", "Lists the jobs, the newest last.")
+      .flag("--all", options.all, "All of them, not only the last 20")
+      .value("--limit", "N", options.limit, "The last N jobs")
+      .json();
+  VerbOptions(program, options, jobVerbs, "show",
+              "Tells how a job stands, why its frames failed, and what to do next.")
+      .job()
+      .json();
+  VerbOptions(program, options, jobVerbs, "log",
+              "Shows what the program said: the lines that decided, and the last ones.")
+      .job()
+      .argument("FRAME", "[FRAME]", options.frame, "A frame of the job")
+      .value("--attempt", "N", options.attempt, "The attempt by its number; the last by default")
+      .flag("--all", options.all, "Print the whole log, byte for byte in a pipe")
+      .json();
+  VerbOptions(program, options, jobVerbs, "images",
+              "Lists a job's files in the order of their frames, a path a line.")
+      .job()
+      .flag("--missing", options.missing, "The frames without a good file, instead")
+      .json();
+  VerbOptions(program, options, jobVerbs, "watch", "Follows a job, whichever engine works on it, to its end.")
+      .job()
+      .json("Print events as JSON, one a line, the summary last");
+  VerbOptions(program, options, jobVerbs, "stats",
+              "Tells the times of frames, what retries cost, and how the slots were used.")
+      .argument("JOB", "[JOB]", options.job, VerbOptions::jobDescription)
+      .json();
+  VerbOptions(program, options, jobVerbs, "sheet",
+              "Draws a job's images on one contact sheet, with the holes marked.")
+      .job()
+      .value("-o,--out", "FILE", options.file, "The image to write")
+      .value("--width", "N", options.width, "Its width in pixels")
+      .value("--columns", "N", options.columns, "Images in a row")
+      .value("--frames", "RANGE", options.frames, "Only these frames")
+      .json();
+}
+
+void declareSteeringVerbs(CLI::App& program, Options& options) {
+  VerbOptions(program, options, jobVerbs, "retry", "Has works done again.")
+      .jobs()
+      .value("--frames", "RANGE", options.frames, "Only these frames, good ones too")
+      .flag("--missing", options.missing, "The frames without a good file, as a look at the files tells")
+      .json();
+  VerbOptions(program, options, jobVerbs, "cancel", "Ends jobs: their programs are asked to end.")
+      .jobs()
+      .json();
+  VerbOptions(program, options, jobVerbs, "delete", "Removes jobs from the queue; images stay.")
+      .jobs()
+      .json();
+}
+
+} // namespace
+
+void declareVerbs(CLI::App& program, Options& options, std::string& helpVerb) {
+  addCommon(program, options, Queue::Used);
+  declareTypeVerbs(program, options);
+  declareWorkVerbs(program, options);
+  declareReadingVerbs(program, options);
+  declareSteeringVerbs(program, options);
+
+  CLI::App& help = *program.add_subcommand("help", "Explains a verb.");
+  help.add_option("VERB", helpVerb, "The verb")->type_name("[VERB]");
+  help.allow_extras();
+  help.footer(helpFooter("help"));
+  help.group("Help");
+}
+
+} // namespace trovik
