@@ -192,7 +192,8 @@ void Attempt::conclude(int status, Clock::time_point now) {
   result_.log = log_->file();
   describe(status);
   for (const FileRecord& file : outcome_.files) {
-    if (file.problem.empty() && (result_.verdict == Verdict::Good || (file.frame && result_.good.contains(*file.frame)))) {
+    if (file.problem.empty() &&
+        (result_.verdict == Verdict::Good || (file.frame && result_.good.contains(*file.frame)))) {
       confirm(Path(file.path));
     }
   }

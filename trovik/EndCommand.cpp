@@ -10,7 +10,8 @@
 
 namespace trovik {
 
-const char* const desktopNote = "notify-send --app-name=trovik \"trovik: job $(Job) is $(State)\" \"$(Name) $(Summary)\"";
+const char* const desktopNote =
+    "notify-send --app-name=trovik \"trovik: job $(Job) is $(State)\" \"$(Name) $(Summary)\"";
 
 std::map<String, String> endValues(const JobRecord& job, const RunSummary& summary) {
   const bool frames = job.hasFrames;
@@ -32,16 +33,17 @@ std::map<String, String> endValues(const JobRecord& job, const RunSummary& summa
 }
 
 std::vector<String> endWords(const std::string& command, const std::map<String, String>& values) {
-  return orRefuse("end command: ", "write it as for a shell; $(Job), $(State) and others stand for the job", [&] {
-    std::vector<String> words = SplitCommandLine(command);
-    for (String& word : words) {
-      word = Job::FormatStringWithParameters(word, values);
-    }
-    if (words.empty()) {
-      throw UsageError{"end command: it names no program", "write it as for a shell"};
-    }
-    return words;
-  });
+  return orRefuse("end command: ", "write it as for a shell; $(Job), $(State) and others stand for the job",
+                  [&] {
+                    std::vector<String> words = SplitCommandLine(command);
+                    for (String& word : words) {
+                      word = Job::FormatStringWithParameters(word, values);
+                    }
+                    if (words.empty()) {
+                      throw UsageError{"end command: it names no program", "write it as for a shell"};
+                    }
+                    return words;
+                  });
 }
 
 void startEndCommands(const JobRecord& job, const RunSummary& summary) {
@@ -56,7 +58,8 @@ void startEndCommands(const JobRecord& job, const RunSummary& summary) {
     } catch (const UsageError& error) {
       LogWarning("job " + std::to_string(job.id) + ": " + error.message);
     } catch (Exception* exception) {
-      LogWarning("job " + std::to_string(job.id) + ": its end command was not started: " + takeText(exception));
+      LogWarning("job " + std::to_string(job.id) +
+                 ": its end command was not started: " + takeText(exception));
     }
   }
 }

@@ -154,9 +154,8 @@ OpenJob* LocalEngine::open(JobId id) {
 
 void LocalEngine::forgetIdleJobs() {
   for (auto job = jobs_.begin(); jobs_.size() > jobsKept && job != jobs_.end();) {
-    const bool busy = std::any_of(running_.begin(), running_.end(), [&](const auto& attempt) {
-      return attempt->claim().job == job->first;
-    });
+    const bool busy = std::any_of(running_.begin(), running_.end(),
+                                  [&](const auto& attempt) { return attempt->claim().job == job->first; });
     job = busy || plan_.only == job->first ? std::next(job) : jobs_.erase(job);
   }
 }
@@ -303,10 +302,11 @@ void LocalEngine::start(const Claim& claim) {
     OpenJob* job = open(claim.job);
     if (job != nullptr) {
       const WorkInfo work = job->work(claim);
+      AttemptListener& listener = *this;
       auto attempt = std::make_unique<Attempt>(
           work, claim, job->works().make(work),
           job->logs().open(work.hasFrames ? std::string(work.run.Text()) : work.title(), claim.number),
-          inspector_, *this);
+          inspector_, listener);
       events_.workStarted(work);
       if (attempt->start(machine_)) {
         processes_.emplace_back(claim.attempt, attempt->process());
@@ -346,8 +346,9 @@ void LocalEngine::waitForSomething() {
     descriptors.push_back({attempt->exitDescriptor(), POLLIN, 0});
     consider(attempt->deadline());
   }
-  const bool more = !troubled_ && (!ended_.empty() || !outcomes_.empty() ||
-                                   (mayHaveWork_ && stops_ == 0 && claimed_.empty() && busySlots() < plan_.slots));
+  const bool more =
+      !troubled_ && (!ended_.empty() || !outcomes_.empty() ||
+                     (mayHaveWork_ && stops_ == 0 && claimed_.empty() && busySlots() < plan_.slots));
   const Duration left = more ? Duration::zero() : deadline - machine_.now();
   machine_.wait(descriptors, std::max(left, Duration::zero()));
   const Clock::time_point now = machine_.now();

@@ -21,10 +21,10 @@ namespace trovik {
 
 /// What an engine is to do.
 struct EnginePlan {
-  std::optional<JobId> only;       ///< works of this job alone, until it has ended
+  std::optional<JobId> only; ///< works of this job alone, until it has ended
   std::size_t slots = 1;
-  bool slotsAreCpus = false;       ///< a work takes as many slots as its CPUs, else one
-  bool untilEmpty = false;         ///< ends when no job is open
+  bool slotsAreCpus = false;      ///< a work takes as many slots as its CPUs, else one
+  bool untilEmpty = false;        ///< ends when no job is open
   std::function<void()> whenIdle; ///< called about twice a second; may be empty
 };
 
@@ -99,8 +99,8 @@ private:
   std::list<std::unique_ptr<Attempt>> ended_; // not yet recorded
   std::vector<Claim> claimed_;                // recorded, not yet started
   std::list<std::unique_ptr<Recovery>> recoveries_;
-  std::vector<Outcome> outcomes_;                     // of attempts without a program: lost or refused
-  std::vector<std::pair<AttemptId, int>> processes_;  // to be noted
+  std::vector<Outcome> outcomes_;                    // of attempts without a program: lost or refused
+  std::vector<std::pair<AttemptId, int>> processes_; // to be noted
   std::vector<Note> notes_;
   bool mayHaveWork_ = true;
   bool troubled_ = false; // the queue could not be written the last time

@@ -7,6 +7,7 @@
 #include "trovik/Text.h"
 #include "trovik/UsageError.h"
 #include "trovik/Verbs.h"
+#include "trovik/queue/Store.h"
 
 #include <algorithm>
 #include <exception>
@@ -67,7 +68,8 @@ int callVerb(const Options& options, Console& console) {
   static const std::map<std::string, Verb> verbs = {
       {"types", {listTypes, Types::Needed}},    {"type", {describeType, Types::Needed}},
       {"detect", {detectScene, Types::Needed}}, {"find", {findProgram, Types::Needed}},
-      {"run", {runJob, Types::Needed}},
+      {"run", {runJob, Types::Needed}},         {"submit", {submitJob, Types::Needed}},
+      {"engine", {runEngine, Types::Needed}},
   };
   const auto verb = verbs.find(options.verb);
   if (verb == verbs.end()) {
@@ -103,6 +105,8 @@ int runProgram(int count, char** arguments) {
     }
   } catch (const UsageError& error) {
     printRefusal(*console, error);
+  } catch (const StoreError& error) {
+    printRefusal(*console, {error.message, error.hint});
   } catch (Exception* exception) {
     printRefusal(*console, {takeText(exception), {}});
   } catch (const std::exception& exception) {

@@ -78,7 +78,9 @@ std::string failureText(const Console& console, const WorkInfo& work, const Work
 std::string summaryText(const Console& console, const RunSummary& summary) {
   const RunInfo& info = summary.info;
   std::string text = summary.interrupted ? console.coloured(Colour::Yellow, "stopped") + ": " : std::string();
-  text += countsText(summary, [&](Colour colour, const std::string& piece) { return console.coloured(colour, piece); }) + ", in " + durationText(summary.duration) + '\n';
+  text += countsText(summary, [&](Colour colour,
+                                  const std::string& piece) { return console.coloured(colour, piece); }) +
+          ", in " + durationText(summary.duration) + '\n';
   std::size_t shown = 0;
   for (const FailureGroup& group : summary.failures) {
     if (shown == reasonsShown) {

@@ -44,8 +44,7 @@ bool Recovery::advance(Machine& machine) {
     return true;
   }
   if (!programsEnded_) {
-    if (lost_.sameBoot &&
-        machine.killOrphans({lost_.mark, lost_.process, lost_.attempt.started}) > 0) {
+    if (lost_.sameBoot && machine.killOrphans({lost_.mark, lost_.process, lost_.attempt.started}) > 0) {
       return false;
     }
     programsEnded_ = true;
