@@ -204,7 +204,7 @@ void Attempt::describe(int status) {
                     : job_->IsCanceled(status) ? Verdict::Canceled
                                                : Verdict::Failed;
   result_.rule = ruleOf(*process_, ended_);
-  if (result_.verdict == Verdict::Failed) {
+  if (result_.verdict != Verdict::Good) {
     result_.reason = process_->Note();
     result_.lines = tail_.lines();
   }

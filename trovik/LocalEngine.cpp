@@ -189,6 +189,7 @@ bool LocalEngine::recordTurn() {
     if (!passes(error)) {
       throw;
     }
+    mayHaveWork_ = true;
     if (!troubled_) {
       LogWarning(error.message + "; nothing is started until it can be written again");
     }
@@ -221,8 +222,9 @@ void LocalEngine::writeTurn(std::vector<Claim>& claims, std::vector<bool>& again
   for (const Outcome& outcome : outcomes_) {
     store_.settle(outcome);
   }
-  const bool more = std::find(again.begin(), again.end(), true) != again.end() || !outcomes_.empty();
-  if (stops_ == 0 && claimed_.empty() && (mayHaveWork_ || more)) {
+  mayHaveWork_ =
+      mayHaveWork_ || std::find(again.begin(), again.end(), true) != again.end() || !outcomes_.empty();
+  if (stops_ == 0 && claimed_.empty() && mayHaveWork_) {
     claimWorks(claims);
   }
 }
@@ -230,21 +232,21 @@ void LocalEngine::writeTurn(std::vector<Claim>& claims, std::vector<bool>& again
 void LocalEngine::claimWorks(std::vector<Claim>& claims) {
   const std::size_t busy = busySlots();
   if (busy >= plan_.slots) {
+    mayHaveWork_ = true;
     return;
   }
   // How wide a work is shows only when its job is known, so wide ones are taken
   // one by one; the last of them may have to wait for its slots.
   const std::size_t wanted = plan_.slotsAreCpus ? 1 : plan_.slots - busy;
   claims = store_.claim(engine_, wanted, plan_.only, refused_);
+  mayHaveWork_ = claims.size() == wanted;
 }
 
 void LocalEngine::tellTurn(const std::vector<bool>& again) {
-  bool retried = !outcomes_.empty();
   std::size_t place = 0;
   for (const auto& attempt : ended_) {
     WorkResult result = attempt->result();
     result.again = result.verdict == Verdict::Failed && again[place];
-    retried = retried || again[place];
     ++place;
     if (const auto job = jobs_.find(attempt->claim().job); job != jobs_.end()) {
       job->second->tell(attempt->job(), result.reason);
@@ -261,7 +263,6 @@ void LocalEngine::tellTurn(const std::vector<bool>& again) {
     recoveries_.clear();
     store_.releaseLost();
   }
-  mayHaveWork_ = retried || (mayHaveWork_ && !claimed_.empty());
   if (anyEnded && running_.empty()) {
     nextTick_ = machine_.now(); // a job may have ended
   }
