@@ -45,9 +45,12 @@ bool IsDigit(char c) {
   return c >= '0' && c <= '9';
 }
 
+bool IsLetter(char c) {
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
 bool IsOfWord(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return IsDigit(c) || (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z') || byte >= 0x80U;
+  return IsDigit(c) || IsLetter(c) || static_cast<unsigned char>(c) >= 0x80U;
 }
 
 // The value of a row of digits; nothing beyond ten, or beyond 32 bits.
@@ -65,6 +68,23 @@ std::optional<int> ToNumber(std::string_view digits, bool negative) {
   return fits ? std::optional<int>(static_cast<int>(value)) : std::nullopt;
 }
 
+// Where the extension begins, if it is one such as "mp4", whose digits are no
+// number; those of "image.0007" and "image.v007" are. At the end when not.
+std::size_t ExtensionPlace(std::string_view path) {
+  constexpr std::ptrdiff_t k_Longest = 5;
+  constexpr std::ptrdiff_t k_MostDigits = 2;
+  const std::size_t point = path.rfind('.');
+  if (point == std::string_view::npos) {
+    return path.size();
+  }
+  const std::string_view extension = path.substr(point + 1);
+  const auto digits = std::count_if(extension.begin(), extension.end(), IsDigit);
+  const auto letters = std::count_if(extension.begin(), extension.end(), IsLetter);
+  const bool isOne = letters > 0 && digits <= k_MostDigits && letters + digits <= k_Longest &&
+                     static_cast<std::size_t>(letters + digits) == extension.size();
+  return isOne ? point + 1 : path.size();
+}
+
 // Keeps what has a property, unless nothing has it.
 template <typename Property> void Prefer(std::vector<std::size_t>& places, Property has) {
   if (std::any_of(places.begin(), places.end(), has)) {
@@ -75,13 +95,15 @@ template <typename Property> void Prefer(std::vector<std::size_t>& places, Prope
 
 } // namespace
 
-// Every row of digits becomes "0" in the pattern, which has no other digits,
-// so that paths of one pattern have their numbers at the same places.
+// Every number becomes "0" in the pattern, which has no other digits but those
+// of an extension, so that paths of one pattern have their numbers at the same
+// places.
 FrameFiles::Numbers FrameFiles::Read(std::string_view path, std::string& pattern) {
   Numbers numbers;
   pattern.clear();
+  const std::size_t extension = ExtensionPlace(path);
   for (std::size_t i = 0; i < path.size();) {
-    if (!IsDigit(path[i])) {
+    if (i >= extension || !IsDigit(path[i])) {
       pattern.push_back(path[i++]);
       continue;
     }

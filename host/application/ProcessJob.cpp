@@ -325,7 +325,7 @@ void ProcessJob::ProcessLine(const String& line) {
   }
   if (m_ErrorLine.empty() && m_ErrorTexts->IsError(line)) {
     m_ErrorLine.assign(line, 0, k_KeptLine); // the first one is the cause of the others
-    clock_gettime(CLOCK_REALTIME_COARSE, &m_ErrorTime);
+    clock_gettime(CLOCK_REALTIME, &m_ErrorTime);
   }
 }
 

@@ -115,7 +115,7 @@ public:
   pid_t ProcessId() const { return m_ProcessId; }
   /// The line that made the work fail, or empty.
   const String& ErrorLine() const { return m_ErrorLine; }
-  /// When it came, by the clock that file systems take their stamps from.
+  /// When it came: no file that was written before has a later stamp.
   const timespec& ErrorTime() const { return m_ErrorTime; }
   /// The last ordinary line with any text: what a program that died said last.
   const String& LastLine() const { return m_LastLine; }

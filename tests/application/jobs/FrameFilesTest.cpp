@@ -122,6 +122,12 @@ TEST(FrameFiles, EndsOf32BitsAreFramesAndWhatIsBeyondIsNone) {
   EXPECT_EQ(FramesOf({least, most}, {"99999999999999999999_3.png"}), Paths{"3"});
 }
 
+TEST(FrameFiles, DigitsOfAnExtensionAreNoNumber) {
+  EXPECT_EQ(FramesOf({1, 9}, {"movie.mp4", "a.jp2", "/3.d/a.m2ts", "b.3ds"}), (Paths{"-", "-", "3", "-"}));
+  EXPECT_EQ(FramesOf({1, 9}, {"a_7.jp2", "a_8.jp2", "a.0003", "a.0004_left", ".5", "a.v006"}),
+            (Paths{"7", "8", "3", "4", "5", "6"}));
+}
+
 TEST(FrameFiles, TimeStampsBesideTheFrameAreNoMatter) {
   EXPECT_EQ(
       FramesOf({1, 3}, {"20261121045143.0001.png", "20261121045144.0002.png", "20261121045145.0003.png"}),
@@ -193,6 +199,7 @@ Naming anyNaming(bool frameLast) {
     naming.parts.push_back(
         *rc::gen::element<std::string>("a", "_", "/s/", ".png", "_v", "-", "\xC3\xA4", " ", "#", "b-c"));
   }
+  naming.parts.back() = *rc::gen::element<std::string>(".png", "_left.mp4", "/beauty.exr", "/left");
   naming.width = *rc::gen::inRange<std::size_t>(1, 6);
   return naming;
 }
