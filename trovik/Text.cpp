@@ -140,6 +140,16 @@ bool isUtf8(std::string_view text) {
   return true;
 }
 
+std::u32string charactersOf(std::string_view text) {
+  std::u32string characters;
+  for (std::size_t position = 0; position < text.size();) {
+    const Character character = characterAt(text, position);
+    characters += character.valid ? character.value : U'\xfffd';
+    position += character.length;
+  }
+  return characters;
+}
+
 std::string inQuotes(std::string_view text) {
   return '"' + printable(text, OddBytes::Show) + '"';
 }

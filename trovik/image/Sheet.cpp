@@ -2,6 +2,7 @@
 
 #include "trovik/Text.h"
 #include "trovik/image/Decoder.h"
+#include "trovik/image/SheetPaint.h"
 #include "trovik/image/SheetWriter.h"
 
 #include <algorithm>
@@ -256,7 +257,7 @@ SheetReport failure(const std::string& text) {
 
 } // namespace
 
-bool drawSheet(SheetPlan plan, const std::string& file, const Fonts& fonts, const SheetListener& listener) {
+bool drawSheet(SheetPlan plan, const std::string& file, Lettering& letters, const SheetListener& listener) {
   const std::string refused = whyNotWritable(file);
   if (!refused.empty()) {
     listener(failure(refused));
@@ -269,7 +270,7 @@ bool drawSheet(SheetPlan plan, const std::string& file, const Fonts& fonts, cons
     return false;
   }
   SheetLayout layout = layoutOf(plan, commonAspect(plan));
-  SheetPaint measure(1, 1, ground, fonts);
+  SheetPaint measure(1, 1, ground, letters);
   addHeader(layout, Drawing(plan, layout, measure).header(false));
   if (static_cast<std::uint64_t>(layout.width) * static_cast<std::uint64_t>(layout.height) >
       sheetPixelLimit) {
@@ -277,7 +278,7 @@ bool drawSheet(SheetPlan plan, const std::string& file, const Fonts& fonts, cons
                      std::to_string(layout.height) + " pixels, which is too much"));
     return false;
   }
-  SheetPaint paint(layout.width, layout.height, ground, fonts);
+  SheetPaint paint(layout.width, layout.height, ground, letters);
   SheetReport report;
   if (!paint.hasWords()) {
     report.kind = SheetReport::Kind::Warning;
@@ -324,7 +325,8 @@ bool drawSheet(std::FILE* plan, std::FILE* reports, const std::string& file) {
     listener(failure("standard input holds no plan of a sheet"));
     return false;
   }
-  return drawSheet(std::move(*read), file, findFonts(), listener);
+  Lettering letters(findFonts());
+  return drawSheet(std::move(*read), file, letters, listener);
 }
 
 } // namespace trovik::image

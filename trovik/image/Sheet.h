@@ -1,7 +1,7 @@
 #pragma once
 
 #include "trovik/ImageProtocol.h"
-#include "trovik/image/SheetPaint.h"
+#include "trovik/image/Lettering.h"
 
 #include <cstdio>
 #include <functional>
@@ -19,7 +19,7 @@ using SheetListener = std::function<bool(const SheetReport& report)>;
 /// (.png, .jpg, .exr, .tif), and it appears under its name when it is whole.
 /// Without fonts there are no words on it, which a warning says. The last
 /// report tells the size or the error; whether it was written.
-bool drawSheet(SheetPlan plan, const std::string& file, const Fonts& fonts, const SheetListener& listener);
+bool drawSheet(SheetPlan plan, const std::string& file, Lettering& letters, const SheetListener& listener);
 
 /// The same, with the plan read from a stream to its end and a line written
 /// for each report.

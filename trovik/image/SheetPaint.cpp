@@ -2,43 +2,15 @@
 
 #include "trovik/Text.h"
 
-#include <OpenImageIO/imagebufalgo.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <filesystem>
-#include <utility>
 
 namespace trovik::image {
-namespace {
 
-std::string firstThatExists(const char* leaf) {
-  for (const char* directory : {"/usr/share/fonts/truetype/dejavu/", "/usr/share/fonts/dejavu-sans-fonts/",
-                                "/usr/share/fonts/TTF/", "/usr/share/fonts/dejavu/"}) {
-    std::string file = std::string(directory) + leaf;
-    std::error_code error;
-    if (std::filesystem::is_regular_file(file, error)) {
-      return file;
-    }
-  }
-  return {};
-}
-
-} // namespace
-
-Fonts findFonts() {
-  Fonts fonts{firstThatExists("DejaVuSans.ttf"), firstThatExists("DejaVuSans-Bold.ttf")};
-  if (fonts.bold.empty()) {
-    fonts.bold = fonts.plain;
-  }
-  return fonts;
-}
-
-SheetPaint::SheetPaint(int width, int height, Ink ground, Fonts fonts)
-    : width_(width), height_(height), fonts_(std::move(fonts)),
-      bytes_(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3),
-      canvas_(OIIO::ImageSpec(width, height, 3, OIIO::TypeDesc::UINT8), bytes_.data()) {
+SheetPaint::SheetPaint(int width, int height, Ink ground, Lettering& letters)
+    : width_(width), height_(height), letters_(letters),
+      bytes_(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3) {
   fill({0, 0, width, height}, ground);
 }
 
@@ -111,15 +83,6 @@ void SheetPaint::paste(const Pixels& pixels, int x, int y) {
   }
 }
 
-int SheetPaint::textWidth(const std::string& text, const Style& style) const {
-  if (!hasWords() || text.empty()) {
-    return 0;
-  }
-  const OIIO::ROI roi =
-      OIIO::ImageBufAlgo::text_size(text, style.size, style.bold ? fonts_.bold : fonts_.plain);
-  return roi.defined() ? std::max(roi.xend, 0) : 0;
-}
-
 std::string SheetPaint::fitted(const std::string& text, int width, const Style& style) const {
   std::string cut = text;
   int drawn = textWidth(cut, style);
@@ -135,15 +98,9 @@ std::string SheetPaint::fitted(const std::string& text, int width, const Style& 
 
 int SheetPaint::text(const std::string& text, int x, int baseline, int width, const Style& style) {
   const std::string cut = fitted(text, width, style);
-  if (cut.empty() || !hasWords()) {
-    return 0;
-  }
-  const std::array<float, 3> colour = {static_cast<float>(style.ink.red) / 255.0F,
-                                       static_cast<float>(style.ink.green) / 255.0F,
-                                       static_cast<float>(style.ink.blue) / 255.0F};
-  OIIO::ImageBufAlgo::render_text(canvas_, x, baseline, cut, style.size,
-                                  style.bold ? fonts_.bold : fonts_.plain, colour);
-  canvas_.geterror();
+  letters_.draw(cut, style.size, style.bold, [&](int column, int line, float part) {
+    blend({x + column, baseline + line, 1, 1}, style.ink, [part](float, float) { return part; });
+  });
   return textWidth(cut, style);
 }
 

@@ -1,12 +1,10 @@
 #pragma once
 
+#include "trovik/image/Lettering.h"
 #include "trovik/image/Picture.h"
 #include "trovik/image/SheetLayout.h"
 
-#include <OpenImageIO/imagebuf.h>
-
 #include <cstdint>
-#include <string>
 #include <vector>
 
 namespace trovik::image {
@@ -17,23 +15,15 @@ struct Ink {
   std::uint8_t blue = 0;
 };
 
-/// The font files; empty texts for none.
-struct Fonts {
-  std::string plain;
-  std::string bold;
-};
-
-/// The fonts of this machine: DejaVu Sans, where distributions put it.
-Fonts findFonts();
-
 /// A canvas of screen colours. What lies outside is not drawn.
 class SheetPaint {
 public:
-  SheetPaint(int width, int height, Ink ground, Fonts fonts);
+  /// The lettering (for one canvas at a time) stays the caller's.
+  SheetPaint(int width, int height, Ink ground, Lettering& letters);
 
   int width() const { return width_; }
   int height() const { return height_; }
-  bool hasWords() const { return !fonts_.plain.empty(); }
+  bool hasWords() const { return letters_.present(); }
 
   void fill(const Box& box, Ink ink);
   /// Slanting lines all over a box.
@@ -51,7 +41,9 @@ public:
   /// One line of text from x on, standing on the base line; cut to the width.
   /// Returns the width drawn. Nothing is drawn without a font.
   int text(const std::string& text, int x, int baseline, int width, const Style& style);
-  int textWidth(const std::string& text, const Style& style) const;
+  int textWidth(const std::string& text, const Style& style) const {
+    return letters_.width(text, style.size, style.bold);
+  }
   /// The text cut to a width, with "…" at its end if it was.
   std::string fitted(const std::string& text, int width, const Style& style) const;
 
@@ -66,9 +58,8 @@ private:
 
   int width_;
   int height_;
-  Fonts fonts_;
+  Lettering& letters_;
   std::vector<std::uint8_t> bytes_;
-  OIIO::ImageBuf canvas_; ///< the same bytes, for the library's text
 };
 
 } // namespace trovik::image
