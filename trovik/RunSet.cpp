@@ -32,6 +32,19 @@ void RunSet::add(const RunSet& other) {
   }
 }
 
+bool RunSet::contains(int frame) const {
+  const auto next = runs_.upper_bound(frame);
+  return next != runs_.begin() && std::prev(next)->second >= frame;
+}
+
+std::vector<FrameRun> RunSet::runs() const {
+  std::vector<FrameRun> result;
+  for (const auto& [first, last] : runs_) {
+    result.push_back({first, last});
+  }
+  return result;
+}
+
 std::string RunSet::text(std::size_t limit) const {
   std::string out;
   std::size_t written = 0;

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <map>
 #include <string>
+#include <vector>
 
 namespace trovik {
 
@@ -14,6 +15,10 @@ class RunSet {
 public:
   void add(const FrameRun& run);
   void add(const RunSet& other);
+
+  bool contains(int frame) const;
+  /// The runs in ascending order.
+  std::vector<FrameRun> runs() const;
 
   bool empty() const { return runs_.empty(); }
   std::size_t count() const { return count_; }

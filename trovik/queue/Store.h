@@ -40,6 +40,9 @@ public:
     /// bytes; 0 for no limit. What does not fit is a full disk.
     int pageLimit = 0;
     std::chrono::milliseconds patience{30000}; ///< with a lock that another process holds
+    /// For tests: names the network file system that a directory lies on, or
+    /// gives nothing; where it is not set the system is asked.
+    std::function<std::string(const Path& directory)> networkFileSystem;
   };
 
   /// Opens the queue in the directory, made where it is missing, brings an

@@ -1,0 +1,126 @@
+#include "tests/trovik/queue/Invariants.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include <array>
+#include <set>
+#include <utility>
+
+namespace trovik {
+namespace {
+
+/// A statement whose rows are breaches: each row is one text.
+struct Rule {
+  const char* breach;
+  const char* sql;
+};
+
+constexpr std::array rules = {
+    Rule{"unknown state of a job",
+         "SELECT id || ' ' || state FROM jobs WHERE state NOT IN ('waiting', 'running', 'good', 'failed', "
+         "'canceled', 'stopped')"},
+    Rule{"unknown state of a work",
+         "SELECT id || ' ' || state FROM works WHERE state NOT IN ('ready', 'running', 'good', 'failed', "
+         "'canceled')"},
+    Rule{"unknown state of an attempt", "SELECT id || ' ' || state FROM attempts WHERE state NOT IN "
+                                        "('running', 'good', 'failed', 'canceled', "
+                                        "'lost')"},
+    Rule{"a work runs backward", "SELECT id FROM works WHERE first > last"},
+    Rule{"a frame stands in two works",
+         "SELECT a.job || ': ' || a.first || '-' || a.last || ' and ' || b.first || '-' || b.last FROM works "
+         "a "
+         "JOIN works b ON a.job = b.job AND a.id < b.id AND a.first <= b.last AND b.first <= a.last"},
+    Rule{"a work runs without an attempt",
+         "SELECT w.id FROM works w WHERE w.state = 'running' AND NOT EXISTS (SELECT 1 FROM attempts a WHERE "
+         "a.id = w.attempt AND a.work = w.id AND a.state = 'running' AND a.first = w.first AND a.last = "
+         "w.last)"},
+    Rule{"an attempt runs at a work that does not",
+         "SELECT a.id FROM attempts a WHERE a.state = 'running' AND NOT EXISTS (SELECT 1 FROM works w WHERE "
+         "w.id = a.work AND w.attempt = a.id AND w.state = 'running')"},
+    Rule{"an attempt runs in an engine that has left", "SELECT a.id FROM attempts a JOIN engines e ON e.id = "
+                                                       "a.engine WHERE a.state = 'running' AND e.state <> "
+                                                       "'alive'"},
+    Rule{"an attempt ended without a time, or runs with one",
+         "SELECT id FROM attempts WHERE (state = 'running') <> (ended IS NULL)"},
+    Rule{"a work's number of attempts is not that of its last one",
+         "SELECT w.id FROM works w JOIN attempts a ON a.id = w.attempt WHERE w.attempts <> a.number"},
+    Rule{"an open job has nothing to do", "SELECT id FROM jobs j WHERE state IN ('waiting', 'running', "
+                                          "'stopped') AND NOT EXISTS (SELECT 1 FROM "
+                                          "works WHERE job = j.id AND state IN ('ready', 'running'))"},
+    Rule{
+        "an ended job has something to do",
+        "SELECT id FROM jobs j WHERE state IN ('good', 'failed', 'canceled') AND EXISTS (SELECT 1 FROM works "
+        "WHERE job = j.id AND state IN ('ready', 'running'))"},
+    Rule{"a good job has works that are not", "SELECT id FROM jobs j WHERE state = 'good' AND EXISTS (SELECT "
+                                              "1 FROM works WHERE job = j.id AND state "
+                                              "<> 'good')"},
+    Rule{"a failed job has no failed work", "SELECT id FROM jobs j WHERE state = 'failed' AND NOT EXISTS "
+                                            "(SELECT 1 FROM works WHERE job = j.id AND "
+                                            "state = 'failed')"},
+    Rule{"a job that is being canceled has ready works, or nothing that runs",
+         "SELECT id FROM jobs j WHERE canceling = 1 AND (EXISTS (SELECT 1 FROM works WHERE job = j.id AND "
+         "state = "
+         "'ready') OR NOT EXISTS (SELECT 1 FROM works WHERE job = j.id AND state = 'running'))"},
+    Rule{"a waiting job was started, or another that has attempts was not",
+         "SELECT id FROM jobs j WHERE (state = 'waiting' AND started IS NOT NULL) OR (started IS NULL) <> "
+         "(NOT "
+         "EXISTS (SELECT 1 FROM attempts WHERE job = j.id))"},
+    Rule{"an open job has an end, or another has none",
+         "SELECT id FROM jobs WHERE (state IN ('waiting', 'running')) <> (ended IS NULL)"},
+    Rule{"an open job's end is due",
+         "SELECT id FROM jobs WHERE end_due = 1 AND state IN ('waiting', 'running')"},
+    Rule{"a job has no stream",
+         "SELECT id FROM jobs j WHERE NOT EXISTS (SELECT 1 FROM streams WHERE job = j.id)"},
+    Rule{"an unchecked file belongs to no running attempt",
+         "SELECT f.id FROM files f WHERE f.checked = 0 AND NOT EXISTS (SELECT 1 FROM attempts a WHERE a.id = "
+         "f.attempt AND a.state = 'running')"},
+    Rule{
+        "a file belongs to an attempt that there is not",
+        "SELECT f.id FROM files f WHERE f.attempt <> 0 AND NOT EXISTS (SELECT 1 FROM attempts a WHERE a.id = "
+        "f.attempt AND a.job = f.job)"},
+};
+
+/// Overlaps are looked for among works with frames only: that of a job
+/// without frames has a run of no meaning, 0-0, and there is one a job.
+void checkFrames(SQLite::Database& database, const std::map<JobId, RunSet>& submitted,
+                 std::vector<std::string>& breaches) {
+  for (const auto& [job, frames] : submitted) {
+    SQLite::Statement row(database, "SELECT first, last FROM works WHERE job = ?");
+    row.bind(1, static_cast<std::int64_t>(job));
+    RunSet found;
+    while (row.executeStep()) {
+      found.add({row.getColumn(0).getInt(), row.getColumn(1).getInt()});
+    }
+    if (found.text() != frames.text()) {
+      breaches.push_back("job " + std::to_string(job) + " has the frames " + found.text() + " instead of " +
+                         frames.text());
+    }
+  }
+}
+
+} // namespace
+
+std::vector<std::string> brokenInvariants(const std::string& databaseFile,
+                                          const std::map<JobId, RunSet>& submitted) {
+  std::vector<std::string> breaches;
+  SQLite::Database database(databaseFile, SQLite::OPEN_READWRITE, 30000);
+  // One snapshot for all questions: others may write meanwhile.
+  SQLite::Statement(database, "BEGIN").exec();
+  const auto ask = [&](const std::string& breach, const char* sql, const std::string& allowed) {
+    SQLite::Statement row(database, sql);
+    while (row.executeStep()) {
+      if (const std::string text = row.getColumn(0).getString(); text != allowed || allowed.empty()) {
+        breaches.push_back(breach + ": " + text);
+      }
+    }
+  };
+  ask("integrity", "PRAGMA integrity_check", "ok");
+  ask("a reference leads nowhere", "PRAGMA foreign_key_check", "");
+  for (const Rule& rule : rules) {
+    ask(rule.breach, rule.sql, "");
+  }
+  checkFrames(database, submitted, breaches);
+  return breaches;
+}
+
+} // namespace trovik

@@ -1,0 +1,252 @@
+#include "trovik/queue/Database.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <sqlite3.h>
+#include <stdexcept>
+#include <system_error>
+
+namespace trovik {
+namespace {
+
+constexpr auto syncInterval = std::chrono::milliseconds(100);
+
+// The log is copied into the database when it holds so many pages (8 MiB), so
+// that it stays about that long; one that a long reading made longer is cut.
+constexpr int pagesOfLog = 2000;
+constexpr int longestLog = 64 << 20;
+
+bool isFull(int code, int systemError) {
+  return code == SQLITE_FULL || (code == SQLITE_IOERR && (systemError == ENOSPC || systemError == EDQUOT));
+}
+
+StoreError errorOf(const Path& file, int code, const std::string& message, int systemError) {
+  const std::string name = inQuotes(file.Text());
+  const int kind = code & 0xff; // without the particulars
+  std::string reason = message;
+  if (systemError != 0 && (kind == SQLITE_IOERR || kind == SQLITE_CANTOPEN)) {
+    reason += ", " + std::error_code(systemError, std::generic_category()).message();
+  }
+  if (isFull(kind, systemError)) {
+    return {StoreError::Kind::Full, "The disk of the queue is full: " + name,
+            "make room there; nothing that was recorded is lost"};
+  }
+  switch (kind) {
+  case SQLITE_BUSY:
+  case SQLITE_LOCKED:
+    return {StoreError::Kind::Busy, "The queue is locked by another process for too long: " + name,
+            "try again; if it stays so, look which process has the file open"};
+  case SQLITE_CORRUPT:
+  case SQLITE_NOTADB:
+    return {StoreError::Kind::Damaged, "The queue is damaged: " + name + " (" + reason + ")",
+            "move the file away, and a new queue is begun; logs and images stay where they are"};
+  case SQLITE_CANTOPEN:
+  case SQLITE_PERM:
+  case SQLITE_READONLY:
+    return {StoreError::Kind::Other, "Cannot use the queue " + name + ": " + reason,
+            "give yourself the right to write there, or choose another directory with --state"};
+  default:
+    return {StoreError::Kind::Other, "The queue " + name + " failed: " + reason, ""};
+  }
+}
+
+} // namespace
+
+Database::Database(const Path& file, const Store::Settings& settings)
+    : file_(file), patience_(settings.patience), connection_(open(file)),
+      lastSync_(std::chrono::steady_clock::now()) {
+  sqlite3* handle = connection_.getHandle();
+  sqlite3_busy_timeout(handle, static_cast<int>(std::min<std::int64_t>(settings.patience.count(),
+                                                                       std::numeric_limits<int>::max())));
+  // The file may come from anybody: nothing in it is to be run.
+  sqlite3_db_config(handle, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+  sqlite3_db_config(handle, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
+  sqlite3_db_config(handle, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
+  sqlite3_db_config(handle, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+  execute("PRAGMA foreign_keys = ON");
+  execute("PRAGMA synchronous = NORMAL");
+  execute("PRAGMA temp_store = MEMORY");
+  execute("PRAGMA cell_size_check = ON");
+  execute("PRAGMA secure_delete = OFF");
+  execute(("PRAGMA wal_autocheckpoint = " + std::to_string(pagesOfLog)).c_str());
+  execute(("PRAGMA journal_size_limit = " + std::to_string(longestLog)).c_str());
+  if (settings.pageLimit > 0) {
+    execute(("PRAGMA max_page_count = " + std::to_string(settings.pageLimit)).c_str());
+  }
+}
+
+SQLite::Database Database::open(const Path& file) const {
+  try {
+    return SQLite::Database(file.Text(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE | SQLite::OPEN_NOMUTEX);
+  } catch (const SQLite::Exception& exception) {
+    throw errorOf(file, exception.getErrorCode(), exception.what(), errno);
+  }
+}
+
+void Database::execute(const char* sql) {
+  const int code = connection_.tryExec(sql);
+  if (code != SQLITE_OK) {
+    throw error(code);
+  }
+}
+
+void Database::begin() {
+  // Taking the right to write at once: a reading transaction that wants to
+  // write later may be refused, since others have written in between.
+  Query(*this, "BEGIN IMMEDIATE").run();
+  inside_ = true;
+  broken_ = false;
+}
+
+void Database::commit() {
+  Query(*this, "COMMIT").run();
+  inside_ = false;
+  unsynced_ = true;
+}
+
+void Database::rollback() noexcept {
+  inside_ = false;
+  broken_ = false;
+  if (sqlite3_get_autocommit(connection_.getHandle()) == 0) { // a full disk undoes all by itself
+    connection_.tryExec("ROLLBACK");
+  }
+}
+
+void Database::refuseBroken() const {
+  if (broken_) {
+    throw StoreError{
+        StoreError::Kind::Other,
+        "A part of a change of the queue " + inQuotes(file_.Text()) + " failed, so all of it is undone", ""};
+  }
+}
+
+void Database::syncSometimes() {
+  const auto now = std::chrono::steady_clock::now();
+  if (now - lastSync_ >= syncInterval) {
+    // The commit stands whether this succeeds or not; where it does not,
+    // `sync` tells.
+    lastSync_ = now;
+    syncLog();
+  }
+}
+
+void Database::sync() {
+  if (unsynced_ && !syncLog()) {
+    throw StoreError{StoreError::Kind::Other,
+                     "Cannot sync the queue " + inQuotes(file_.Text()) + ": " +
+                         std::error_code(errno, std::generic_category()).message(),
+                     "look whether its disk is sound"};
+  }
+}
+
+bool Database::syncLog() {
+  sqlite3_file* log = nullptr;
+  const int code = sqlite3_file_control(connection_.getHandle(), "main", SQLITE_FCNTL_JOURNAL_POINTER, &log);
+  if (code == SQLITE_OK && log != nullptr && log->pMethods != nullptr &&
+      log->pMethods->xSync(log, SQLITE_SYNC_NORMAL | SQLITE_SYNC_DATAONLY) != SQLITE_OK) {
+    return false;
+  }
+  lastSync_ = std::chrono::steady_clock::now();
+  unsynced_ = false;
+  return true;
+}
+
+StoreError Database::error(int code) {
+  sqlite3* handle = connection_.getHandle();
+  return errorOf(file_, code, sqlite3_errmsg(handle), sqlite3_system_errno(handle));
+}
+
+StoreError Database::damaged(const std::string& reason) const {
+  return errorOf(file_, SQLITE_CORRUPT, reason, 0);
+}
+
+Database::Kept& Database::kept(const char* sql) {
+  auto place = kept_.find(sql);
+  if (place == kept_.end()) {
+    try {
+      place = kept_.try_emplace(sql, Kept{SQLite::Statement(connection_, sql)}).first;
+    } catch (const SQLite::Exception& exception) {
+      throw error(exception.getErrorCode());
+    }
+  }
+  if (place->second.used) {
+    throw std::logic_error(std::string("a statement is used twice at once: ") + sql);
+  }
+  return place->second;
+}
+
+Query::~Query() {
+  kept_.statement.tryReset(); // tells the error of the last step again
+  kept_.used = false;
+}
+
+bool Query::next() {
+  column_ = 0;
+  const int code = kept_.statement.tryExecuteStep();
+  if (code != SQLITE_ROW && code != SQLITE_DONE) {
+    throw database_.error(code);
+  }
+  return code == SQLITE_ROW;
+}
+
+std::int64_t Query::number() {
+  return kept_.statement.getColumn(column_++).getInt64();
+}
+
+int Query::integer() {
+  const std::int64_t value = number();
+  if (value < std::numeric_limits<int>::min() || value > std::numeric_limits<int>::max()) {
+    throw database_.damaged("a number that cannot be, " + std::to_string(value));
+  }
+  return static_cast<int>(value);
+}
+
+std::string Query::text() {
+  return kept_.statement.getColumn(column_++).getString();
+}
+
+std::optional<std::int64_t> Query::optionalNumber() {
+  if (isNull()) {
+    ++column_;
+    return std::nullopt;
+  }
+  return number();
+}
+
+std::optional<int> Query::optionalInteger() {
+  if (isNull()) {
+    ++column_;
+    return std::nullopt;
+  }
+  return integer();
+}
+
+std::optional<Moment> Query::optionalMoment() {
+  const std::optional<std::int64_t> value = optionalNumber();
+  return value ? std::optional(Moment(std::chrono::microseconds(*value))) : std::nullopt;
+}
+
+FrameRun Query::frames() {
+  FrameRun run;
+  run.First = integer();
+  run.Last = integer();
+  if (run.First > run.Last) {
+    throw database_.damaged("frames that cannot be, " + runText(run));
+  }
+  return run;
+}
+
+void Query::bind(std::int64_t value) {
+  kept_.statement.bind(++bound_, value);
+}
+void Query::bind(const std::string& value) {
+  kept_.statement.bind(++bound_, value);
+}
+void Query::bind(const Blob& value) {
+  kept_.statement.bind(++bound_, value.bytes.data(), static_cast<int>(value.bytes.size()));
+}
+void Query::bindNull() {
+  kept_.statement.bind(++bound_);
+}
+
+} // namespace trovik

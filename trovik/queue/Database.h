@@ -1,0 +1,187 @@
+#pragma once
+
+#include "host/foundation/Path.h"
+#include "trovik/Text.h"
+#include "trovik/queue/Names.h"
+#include "trovik/queue/Store.h"
+
+#include <SQLiteCpp/Database.h>
+#include <SQLiteCpp/Statement.h>
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <utility>
+
+namespace trovik {
+
+/// A connection to the queue's file: transactions, kept statements, errors as
+/// StoreError, and the syncing of the write-ahead log.
+///
+/// How a commit gets onto the disk: SQLite runs with "synchronous" NORMAL. A
+/// commit is then some writes to the log, which survive the death of every
+/// process, and the log is synced only before it is copied into the database,
+/// so that a loss of power can take the last commits but never damage the file.
+/// What NORMAL leaves open is how much may be lost, and that is bounded here:
+/// after a commit the log is synced when it was not for a tenth of a second,
+/// through SQLite's own file object. One sync covers all commits before it.
+/// Switching "synchronous" to FULL for some commits would do the same at the
+/// price of a statement, and could not serve `sync`.
+class Database {
+public:
+  /// Opens the file and makes it where it is missing; nothing is read yet.
+  Database(const Path& file, const Store::Settings& settings);
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+
+  const Path& file() const { return file_; }
+  std::chrono::milliseconds patience() const { return patience_; }
+
+  /// Runs statements that are needed once.
+  void execute(const char* sql);
+
+  /// Runs the action in a write transaction: in the surrounding one, or in one
+  /// of its own. An exception undoes all of it.
+  template <typename Action> void write(Action action) {
+    if (inside_) {
+      refuseBroken();
+      try {
+        action();
+      } catch (...) {
+        broken_ = true;
+        throw;
+      }
+      return;
+    }
+    begin();
+    try {
+      action();
+      refuseBroken();
+      commit();
+    } catch (...) {
+      rollback();
+      throw;
+    }
+    syncSometimes();
+  }
+  bool isInTransaction() const { return inside_; }
+  /// The ID of the row that was inserted last.
+  std::int64_t lastId() const { return connection_.getLastInsertRowid(); }
+
+  void sync();
+
+  /// The error of the call that failed last, by SQLite's code.
+  StoreError error(int code);
+  /// What is in the file cannot be.
+  StoreError damaged(const std::string& reason) const;
+
+private:
+  friend class Query;
+  struct Kept {
+    SQLite::Statement statement;
+    bool used = false;
+  };
+
+  SQLite::Database open(const Path& file) const;
+  void begin();
+  void commit();
+  void rollback() noexcept;
+  void refuseBroken() const;
+  void syncSometimes();
+  bool syncLog();
+  Kept& kept(const char* sql);
+
+  Path file_;
+  std::chrono::milliseconds patience_;
+  SQLite::Database connection_;
+  // By the address of the text: each is a literal of this program.
+  std::unordered_map<const char*, Kept> kept_;
+  bool inside_ = false;
+  bool broken_ = false;   // a part of the transaction failed: the rest must not be committed
+  bool unsynced_ = false; // commits since the last sync
+  std::chrono::steady_clock::time_point lastSync_;
+};
+
+/// Bytes that are no text.
+struct Blob {
+  const std::string& bytes;
+};
+
+/// One use of a statement, which is prepared on its first use and kept. It is
+/// reset when the use ends: a statement left in the middle of its rows would
+/// hold a snapshot, and the log could not be shortened.
+class Query {
+public:
+  template <typename... Values>
+  Query(Database& database, const char* sql, const Values&... values)
+      : database_(database), kept_(database.kept(sql)) {
+    try {
+      (bind(values), ...);
+    } catch (const SQLite::Exception& exception) { // a text of a gigabyte
+      throw database.error(exception.getErrorCode());
+    }
+    kept_.used = true;
+  }
+  ~Query();
+  Query(const Query&) = delete;
+  Query& operator=(const Query&) = delete;
+
+  /// To the next row; false after the last.
+  bool next();
+  /// Runs a statement that gives no rows.
+  void run() {
+    while (next()) {
+    }
+  }
+
+  // The columns of a row, from left to right: each call takes the next one.
+  // What cannot be in a sound queue throws StoreError Damaged.
+
+  std::int64_t number();
+  int integer();
+  bool flag() { return number() != 0; }
+  std::string text();
+  bool isNull() const { return kept_.statement.isColumnNull(column_); }
+  std::optional<std::int64_t> optionalNumber();
+  std::optional<int> optionalInteger();
+  Moment moment() { return Moment(std::chrono::microseconds(number())); }
+  std::optional<Moment> optionalMoment();
+  FrameRun frames(); ///< of two columns
+  template <typename State> State state() {
+    const std::string name = text();
+    State result{};
+    if (!fromName(name, result)) {
+      throw database_.damaged("unknown state " + inQuotes(name));
+    }
+    return result;
+  }
+
+  StoreError damaged(const std::string& reason) const { return database_.damaged(reason); }
+
+private:
+  void bind(std::int64_t value);
+  void bind(int value) { bind(std::int64_t{value}); }
+  void bind(bool value) { bind(std::int64_t{value ? 1 : 0}); }
+  void bind(std::size_t value) { bind(static_cast<std::int64_t>(value)); }
+  void bind(const std::string& value);
+  void bind(const Blob& value);
+  void bind(const char* value) { bind(std::string(value)); }
+  void bind(Moment value) { bind(value.time_since_epoch().count()); }
+  template <typename Value> void bind(const std::optional<Value>& value) {
+    if (value) {
+      bind(*value);
+    } else {
+      bindNull();
+    }
+  }
+  void bindNull();
+
+  Database& database_;
+  Database::Kept& kept_;
+  int bound_ = 0;
+  int column_ = 0;
+};
+
+} // namespace trovik

@@ -1,0 +1,87 @@
+#include "trovik/queue/EngineLocks.h"
+
+#include "trovik/Text.h"
+#include "trovik/queue/Store.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <filesystem>
+#include <string>
+#include <sys/file.h>
+#include <system_error>
+#include <utility>
+
+namespace trovik {
+namespace {
+
+[[noreturn]] void fail(const Path& file, const std::error_code& error) {
+  const bool full = error == std::errc::no_space_on_device || error.value() == EDQUOT;
+  throw StoreError{full ? StoreError::Kind::Full : StoreError::Kind::Other,
+                   "Cannot lock " + inQuotes(file.Text()) + ": " + error.message(),
+                   full ? "make room there" : "give yourself the right to write there"};
+}
+
+bool lock(const Path& file, const Descriptor& descriptor, int how) {
+  while (flock(descriptor.Number(), how | LOCK_NB) != 0) {
+    if (errno == EWOULDBLOCK) {
+      return false;
+    }
+    if (errno != EINTR) {
+      fail(file, {errno, std::generic_category()});
+    }
+  }
+  return true;
+}
+
+} // namespace
+
+EngineLocks::EngineLocks(Path directory) : directory_(std::move(directory)) {}
+
+Path EngineLocks::fileOf(EngineId engine) const {
+  Path file = directory_;
+  file /= String(std::to_string(engine) + ".lock");
+  return file;
+}
+
+bool EngineLocks::take(EngineId engine) {
+  if (holds(engine)) {
+    return false;
+  }
+  std::error_code error;
+  std::filesystem::create_directories(directory_.c_str(), error);
+  if (error) {
+    fail(directory_, error);
+  }
+  const Path file = fileOf(engine);
+  Descriptor descriptor(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+  if (!descriptor.IsOpen()) {
+    fail(file, {errno, std::generic_category()});
+  }
+  if (!lock(file, descriptor, LOCK_EX)) {
+    return false;
+  }
+  held_.emplace(engine, std::move(descriptor));
+  return true;
+}
+
+void EngineLocks::release(EngineId engine) {
+  held_.erase(engine);
+}
+
+void EngineLocks::remove(EngineId engine) {
+  // Before the lock is freed: who gets it after that finds, in the queue, that
+  // the engine is gone.
+  unlink(fileOf(engine).c_str());
+  release(engine);
+}
+
+bool EngineLocks::isHeldElsewhere(EngineId engine) const {
+  if (holds(engine)) {
+    return false;
+  }
+  const Path file = fileOf(engine);
+  const Descriptor descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  return descriptor.IsOpen() && !lock(file, descriptor, LOCK_SH);
+}
+
+} // namespace trovik

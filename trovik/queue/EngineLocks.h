@@ -1,0 +1,43 @@
+#pragma once
+
+#include "host/foundation/Descriptor.h"
+#include "trovik/queue/Records.h"
+
+#include <map>
+
+namespace trovik {
+
+/// The lock files of engines, "ID.lock" in a directory.
+///
+/// An engine holds the lock of its file (flock) for as long as it works. The
+/// system frees it when the process ends, however it ends, so a free lock of
+/// an engine that has not left says that it died; who then takes the lock is
+/// the one who takes up its works. A number in a file could not say that: it
+/// may be another process by now.
+///
+/// Programs do not inherit the locks, since the files are closed on exec.
+class EngineLocks {
+public:
+  /// Files are made in the directory, which is made when it is needed.
+  explicit EngineLocks(Path directory);
+
+  /// Takes the engine's lock; false where somebody holds it, be it this object
+  /// or another of this process. Throws StoreError where there can be no file.
+  bool take(EngineId engine);
+  /// Frees a lock that this object holds.
+  void release(EngineId engine);
+  /// Removes the file of an engine that is gone for good and frees its lock.
+  void remove(EngineId engine);
+  bool holds(EngineId engine) const { return held_.contains(engine); }
+  /// Whether somebody else holds the lock. Asking never takes it from those
+  /// who ask at the same time.
+  bool isHeldElsewhere(EngineId engine) const;
+
+private:
+  Path fileOf(EngineId engine) const;
+
+  Path directory_;
+  std::map<EngineId, Descriptor> held_;
+};
+
+} // namespace trovik

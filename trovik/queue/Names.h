@@ -1,0 +1,15 @@
+#pragma once
+
+#include "trovik/queue/Records.h"
+
+#include <string_view>
+
+namespace trovik {
+
+/// The reverse of nameOf: false for a text that is no name of the kind.
+bool fromName(std::string_view name, JobState& state);
+bool fromName(std::string_view name, WorkState& state);
+bool fromName(std::string_view name, AttemptState& state);
+bool fromName(std::string_view name, VerdictRule& rule);
+
+} // namespace trovik

@@ -1,0 +1,60 @@
+#include "trovik/queue/Records.h"
+
+#include "trovik/queue/Names.h"
+
+#include <array>
+#include <cstddef>
+
+namespace trovik {
+namespace {
+
+// In the order of the enumerations.
+constexpr std::array jobStates = {"waiting", "running", "good", "failed", "canceled", "stopped"};
+constexpr std::array workStates = {"ready", "running", "good", "failed", "canceled"};
+constexpr std::array attemptStates = {"running", "good", "failed", "canceled", "lost"};
+constexpr std::array rules = {"none",       "canceled", "run time limit", "silence limit", "start",
+                              "error line", "signal",   "result",         "files",         "engine"};
+
+template <typename Names, typename Value> bool find(const Names& names, std::string_view name, Value& value) {
+  for (std::size_t place = 0; place < names.size(); ++place) {
+    if (names[place] == name) {
+      value = static_cast<Value>(place);
+      return true;
+    }
+  }
+  return false;
+}
+
+template <typename Names, typename Value> const char* nameIn(const Names& names, Value value) {
+  return names.at(static_cast<std::size_t>(value));
+}
+
+} // namespace
+
+const char* nameOf(JobState state) {
+  return nameIn(jobStates, state);
+}
+const char* nameOf(WorkState state) {
+  return nameIn(workStates, state);
+}
+const char* nameOf(AttemptState state) {
+  return nameIn(attemptStates, state);
+}
+const char* nameOf(VerdictRule rule) {
+  return nameIn(rules, rule);
+}
+
+bool fromName(std::string_view name, JobState& state) {
+  return find(jobStates, name, state);
+}
+bool fromName(std::string_view name, WorkState& state) {
+  return find(workStates, name, state);
+}
+bool fromName(std::string_view name, AttemptState& state) {
+  return find(attemptStates, name, state);
+}
+bool fromName(std::string_view name, VerdictRule& rule) {
+  return find(rules, name, rule);
+}
+
+} // namespace trovik

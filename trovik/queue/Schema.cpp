@@ -1,0 +1,204 @@
+#include "trovik/queue/Schema.h"
+
+#include "trovik/queue/Database.h"
+
+#include <array>
+#include <string>
+#include <thread>
+
+// docs/formats.md tells what each column holds.
+//
+// What a finished work costs is above all the number of pages that its
+// transaction touches, since each is written to the log as a whole. So there
+// is an index only where a question is asked that often, most are partial (of
+// the works only the ready ones are ever searched by state), a job's long
+// stream has a table of its own, and numbers of works by state are counted and
+// not kept.
+
+namespace trovik {
+namespace {
+
+constexpr const char* version1 = R"sql(
+CREATE TABLE queue (
+  id TEXT NOT NULL
+) STRICT;
+
+CREATE TABLE engines (
+  id INTEGER PRIMARY KEY AUTOINCREMENT,
+  state TEXT NOT NULL,
+  slots INTEGER NOT NULL,
+  process INTEGER NOT NULL,
+  boot TEXT NOT NULL,
+  entered INTEGER NOT NULL,
+  gone INTEGER
+) STRICT;
+CREATE INDEX engines_alive ON engines (id) WHERE state = 'alive';
+
+CREATE TABLE jobs (
+  id INTEGER PRIMARY KEY AUTOINCREMENT,
+  state TEXT NOT NULL,
+  canceling INTEGER NOT NULL DEFAULT 0,
+  aside INTEGER NOT NULL DEFAULT 0,
+  end_due INTEGER NOT NULL DEFAULT 0,
+  name TEXT NOT NULL,
+  type TEXT NOT NULL,
+  type_name TEXT NOT NULL,
+  scene TEXT NOT NULL,
+  range TEXT NOT NULL,
+  has_frames INTEGER NOT NULL,
+  note TEXT NOT NULL DEFAULT '',
+  priority INTEGER NOT NULL,
+  retries INTEGER NOT NULL,
+  stop_after INTEGER NOT NULL,
+  alike TEXT NOT NULL DEFAULT '',
+  alike_count INTEGER NOT NULL DEFAULT 0,
+  directory TEXT NOT NULL,
+  output TEXT NOT NULL,
+  logs TEXT NOT NULL,
+  end_command TEXT NOT NULL,
+  created INTEGER NOT NULL,
+  started INTEGER,
+  ended INTEGER
+) STRICT;
+CREATE INDEX jobs_open ON jobs (priority DESC, id) WHERE state IN ('waiting', 'running');
+CREATE INDEX jobs_unfinished ON jobs (id) WHERE state IN ('waiting', 'running', 'stopped');
+CREATE INDEX jobs_due ON jobs (id) WHERE end_due = 1;
+CREATE INDEX jobs_scene ON jobs (type, scene, output);
+
+CREATE TABLE streams (
+  job INTEGER PRIMARY KEY REFERENCES jobs (id) ON DELETE CASCADE,
+  packed BLOB NOT NULL
+) STRICT;
+
+CREATE TABLE works (
+  id INTEGER PRIMARY KEY AUTOINCREMENT,
+  job INTEGER NOT NULL REFERENCES jobs (id) ON DELETE CASCADE,
+  state TEXT NOT NULL,
+  place INTEGER NOT NULL,
+  first INTEGER NOT NULL,
+  last INTEGER NOT NULL,
+  attempts INTEGER NOT NULL,
+  tries INTEGER NOT NULL,
+  losses INTEGER NOT NULL,
+  attempt INTEGER NOT NULL
+) STRICT;
+CREATE INDEX works_job ON works (job, first);
+CREATE INDEX works_ready ON works (job, tries, place, first) WHERE state = 'ready';
+
+CREATE TABLE attempts (
+  id INTEGER PRIMARY KEY AUTOINCREMENT,
+  job INTEGER NOT NULL REFERENCES jobs (id) ON DELETE CASCADE,
+  work INTEGER NOT NULL,
+  engine INTEGER NOT NULL REFERENCES engines (id),
+  state TEXT NOT NULL,
+  rule TEXT NOT NULL,
+  first INTEGER NOT NULL,
+  last INTEGER NOT NULL,
+  number INTEGER NOT NULL,
+  process INTEGER NOT NULL DEFAULT 0,
+  exit_code INTEGER NOT NULL DEFAULT 0,
+  signal INTEGER NOT NULL DEFAULT 0,
+  again INTEGER NOT NULL DEFAULT 0,
+  started INTEGER NOT NULL,
+  ended INTEGER,
+  duration INTEGER NOT NULL DEFAULT 0,
+  good TEXT NOT NULL DEFAULT '',
+  reason TEXT NOT NULL DEFAULT '',
+  lines TEXT NOT NULL DEFAULT '',
+  log TEXT NOT NULL DEFAULT '',
+  command TEXT NOT NULL DEFAULT ''
+) STRICT;
+CREATE INDEX attempts_job ON attempts (job);
+CREATE INDEX attempts_running ON attempts (job, engine) WHERE state = 'running';
+
+CREATE TABLE files (
+  id INTEGER PRIMARY KEY AUTOINCREMENT,
+  job INTEGER NOT NULL REFERENCES jobs (id) ON DELETE CASCADE,
+  attempt INTEGER NOT NULL,
+  frame INTEGER,
+  checked INTEGER NOT NULL,
+  size INTEGER NOT NULL,
+  modified INTEGER NOT NULL,
+  path TEXT NOT NULL,
+  problem TEXT NOT NULL
+) STRICT;
+CREATE INDEX files_job ON files (job);
+CREATE INDEX files_path ON files (path);
+CREATE INDEX files_unchecked ON files (attempt) WHERE checked = 0;
+
+INSERT INTO queue (id) VALUES (lower(hex(randomblob(16))));
+)sql";
+
+constexpr std::array steps = {version1};
+
+int numberOf(Database& database, const char* sql) {
+  Query query(database, sql);
+  return query.next() ? query.integer() : 0;
+}
+
+/// Many readers beside one writer. The setting stays with the file. While
+/// another process makes it SQLite does not wait by itself.
+void useWriteAheadLog(Database& database, std::chrono::milliseconds patience) {
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  for (;;) {
+    try {
+      database.execute("PRAGMA journal_mode = WAL");
+      return;
+    } catch (const StoreError& error) {
+      if (error.kind != StoreError::Kind::Busy || std::chrono::steady_clock::now() >= deadline) {
+        throw;
+      }
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
+[[noreturn]] void refuseForeign(const Database& database) {
+  throw StoreError{StoreError::Kind::Damaged,
+                   "The file " + inQuotes(database.file().Text()) + " is a database of another program",
+                   "move the file away, and a new queue is begun; or choose another directory with --state"};
+}
+
+/// The version of the database; 0 for one that is empty.
+int versionOf(Database& database, int newest) {
+  const int version = numberOf(database, "PRAGMA user_version");
+  const int application = numberOf(database, "PRAGMA application_id");
+  if (application != applicationId &&
+      (application != 0 || version != 0 || numberOf(database, "SELECT count(*) FROM sqlite_schema") != 0)) {
+    refuseForeign(database);
+  }
+  if (version < 0 || (application == applicationId && version == 0)) {
+    throw database.damaged("its version cannot be, " + std::to_string(version));
+  }
+  if (version > newest) {
+    throw StoreError{StoreError::Kind::Other,
+                     "The queue " + inQuotes(database.file().Text()) + " is of version " +
+                         std::to_string(version) + "; this program knows version " + std::to_string(newest),
+                     "use the newer program, or another directory with --state"};
+  }
+  return version;
+}
+
+} // namespace
+
+std::span<const char* const> schemaSteps() {
+  return steps;
+}
+
+void bringUpToDate(Database& database, std::span<const char* const> wanted) {
+  const int newest = static_cast<int>(wanted.size());
+  if (versionOf(database, newest) == newest) {
+    return;
+  }
+  useWriteAheadLog(database, database.patience());
+  database.write([&] {
+    // Another process may have done it meanwhile.
+    for (int version = versionOf(database, newest); version < newest; ++version) {
+      database.execute(wanted[static_cast<std::size_t>(version)]);
+    }
+    database.execute(("PRAGMA application_id = " + std::to_string(applicationId)).c_str());
+    database.execute(("PRAGMA user_version = " + std::to_string(newest)).c_str());
+  });
+}
+
+} // namespace trovik

@@ -1,0 +1,199 @@
+#include "trovik/queue/Statements.h"
+#include "trovik/queue/StoreImpl.h"
+
+#include <fstream>
+#include <unistd.h>
+
+// Which engines there are, and what became of the works of those that died.
+
+namespace trovik {
+namespace {
+
+/// What differs each time that the machine is started.
+std::string bootId() {
+  std::string id;
+  std::getline(std::ifstream("/proc/sys/kernel/random/boot_id"), id);
+  return id;
+}
+
+} // namespace
+
+std::vector<EngineId> Store::Impl::aliveEngines() {
+  std::vector<EngineId> engines;
+  for (Query row(database, statements::aliveEngines); row.next();) {
+    engines.push_back(row.number());
+  }
+  return engines;
+}
+
+std::vector<AttemptId> Store::Impl::runningOf(EngineId engine) {
+  std::vector<AttemptId> attempts;
+  Query row(database,
+            "SELECT id FROM attempts INDEXED BY attempts_running WHERE state = 'running' AND engine = ?1 "
+            "ORDER BY id",
+            engine);
+  while (row.next()) {
+    attempts.push_back(row.number());
+  }
+  return attempts;
+}
+
+bool Store::Impl::isAlive(EngineId engine) {
+  return Query(database, "SELECT 1 FROM engines WHERE id = ?1 AND state = 'alive'", engine).next();
+}
+
+void Store::Impl::putAway(EngineId engine, const char* state) {
+  Query(database, "UPDATE engines SET state = ?2, gone = ?3 WHERE id = ?1 AND state = 'alive'", engine, state,
+        now())
+      .run();
+}
+
+EngineId Store::enterEngine(std::size_t slots) {
+  EngineId id = 0;
+  try {
+    impl_->database.write([&] {
+      Query(impl_->database,
+            "INSERT INTO engines (state, slots, process, boot, entered) VALUES ('alive', ?1, ?2, ?3, ?4)",
+            slots, static_cast<int>(getpid()), bootId(), now())
+          .run();
+      id = impl_->database.lastId();
+      // Before anybody sees the engine: one whose lock is free counts as dead.
+      if (!impl_->locks.take(id)) {
+        throw StoreError{StoreError::Kind::Other,
+                         "The lock of engine " + std::to_string(id) + " is held by another process",
+                         "look which process has the file open in the folder \"engines\" of the queue"};
+      }
+    });
+  } catch (...) {
+    impl_->locks.release(id);
+    throw;
+  }
+  impl_->entered.insert(id);
+  return id;
+}
+
+void Store::leaveEngine(EngineId id) {
+  if (!impl_->entered.contains(id)) {
+    return;
+  }
+  bool left = false;
+  impl_->database.write([&] {
+    left = impl_->runningOf(id).empty();
+    if (left) {
+      impl_->putAway(id, "left");
+    }
+  });
+  impl_->entered.erase(id);
+  // With attempts that still count as running it is like one that died: others
+  // find its lock free.
+  if (left) {
+    impl_->locks.remove(id);
+  } else {
+    impl_->locks.release(id);
+  }
+}
+
+std::vector<LostAttempt> Store::takeLost() {
+  std::vector<EngineId> dead;
+  for (const EngineId engine : impl_->aliveEngines()) {
+    if (!impl_->locks.holds(engine) && impl_->locks.take(engine)) {
+      dead.push_back(engine);
+    }
+  }
+  std::vector<LostAttempt> result;
+  if (dead.empty()) {
+    return result;
+  }
+  std::vector<EngineId> gone;
+  try {
+    impl_->database.write([&] {
+      for (const EngineId engine : dead) {
+        // Another process may have put it away before its lock was free.
+        const std::vector<AttemptId> running =
+            impl_->isAlive(engine) ? impl_->runningOf(engine) : std::vector<AttemptId>();
+        if (running.empty()) {
+          impl_->putAway(engine, "died");
+          gone.push_back(engine);
+        }
+        for (const AttemptId attempt : running) {
+          result.push_back(impl_->lostAttempt(attempt, *this));
+        }
+      }
+    });
+  } catch (...) {
+    for (const EngineId engine : dead) {
+      impl_->locks.release(engine);
+    }
+    throw;
+  }
+  impl_->lost.insert(dead.begin(), dead.end());
+  for (const EngineId engine : gone) {
+    impl_->lost.erase(engine);
+    impl_->locks.remove(engine);
+  }
+  return result;
+}
+
+LostAttempt Store::Impl::lostAttempt(AttemptId id, Store& store) {
+  LostAttempt result;
+  if (std::optional<AttemptRecord> attempt = store.attempt(id)) {
+    result.attempt = std::move(*attempt);
+  }
+  result.mark = markOf(id);
+  {
+    Query row(
+        database,
+        "SELECT a.process, e.boot FROM attempts a CROSS JOIN engines e ON e.id = a.engine WHERE a.id = ?1",
+        id);
+    if (row.next()) {
+      result.process = row.integer();
+      result.sameBoot = row.text() == bootId();
+    }
+  }
+  static const std::string sql =
+      std::string("SELECT ") + fileColumns +
+      " FROM files INDEXED BY files_unchecked WHERE attempt = ?1 AND checked = 0 ORDER BY id";
+  for (Query row(database, sql.c_str(), id); row.next();) {
+    result.files.push_back(readFile(row));
+  }
+  return result;
+}
+
+void Store::releaseLost() {
+  std::vector<EngineId> gone;
+  if (impl_->lost.empty()) {
+    return;
+  }
+  impl_->database.write([&] {
+    for (const EngineId engine : impl_->lost) {
+      if (impl_->runningOf(engine).empty()) {
+        impl_->putAway(engine, "died");
+        gone.push_back(engine);
+      }
+    }
+  });
+  for (const EngineId engine : gone) {
+    impl_->locks.remove(engine);
+    impl_->lost.erase(engine);
+  }
+  for (const EngineId engine : impl_->lost) {
+    impl_->locks.release(engine);
+  }
+  impl_->lost.clear();
+}
+
+bool Store::hasOtherEngine(EngineId own) {
+  for (const EngineId engine : impl_->aliveEngines()) {
+    if (engine != own && (impl_->entered.contains(engine) || impl_->locks.isHeldElsewhere(engine))) {
+      return true;
+    }
+  }
+  return false;
+}
+
+std::size_t Store::slots(EngineId id) {
+  Query row(impl_->database, "SELECT slots FROM engines WHERE id = ?1", id);
+  return row.next() ? static_cast<std::size_t>(std::max<std::int64_t>(row.number(), 0)) : 0;
+}
+
+} // namespace trovik

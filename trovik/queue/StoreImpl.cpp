@@ -1,0 +1,233 @@
+#include "trovik/queue/StoreImpl.h"
+
+#include "host/foundation/Quoting.h"
+#include "trovik/UsageError.h"
+#include "trovik/queue/Statements.h"
+
+#include <algorithm>
+
+namespace trovik {
+
+const char* const jobColumns = "id, name, type, type_name, scene, range, has_frames, state, note, priority, "
+                               "retries, stop_after, directory, output, logs, end_command, created, started, "
+                               "ended";
+const char* const attemptColumns =
+    "id, job, work, engine, first, last, number, state, rule, reason, lines, log, "
+    "command, exit_code, signal, good, again, started, ended, duration";
+const char* const fileColumns = "id, attempt, frame, path, checked, problem, size, modified";
+
+Moment now() {
+  return std::chrono::floor<std::chrono::microseconds>(std::chrono::system_clock::now());
+}
+
+std::vector<RunPart> cutBy(const FrameRun& run, std::span<const FrameRun> set) {
+  std::vector<RunPart> parts;
+  std::int64_t at = run.First; // the first frame that no part has yet
+  const auto add = [&](std::int64_t last, bool inside) {
+    if (last >= at) {
+      parts.push_back({{static_cast<int>(at), static_cast<int>(last)}, inside});
+      at = last + 1;
+    }
+  };
+  auto next = std::lower_bound(set.begin(), set.end(), run.First,
+                               [](const FrameRun& one, int first) { return one.Last < first; });
+  for (; next != set.end() && next->First <= run.Last; ++next) {
+    add(std::int64_t{next->First} - 1, false);
+    add(std::min(next->Last, run.Last), true);
+  }
+  add(run.Last, false);
+  return parts;
+}
+
+void Store::Impl::putParts(const Work& work, std::span<const WorkPart> parts) {
+  const WorkPart& first = parts.front();
+  if (first.run == work.run) { // spares the index of frames
+    Query(database, statements::endWork, work.id, nameOf(first.state), first.tries, first.losses).run();
+    return;
+  }
+  Query(database, "UPDATE works SET first = ?2, last = ?3, state = ?4, tries = ?5, losses = ?6 WHERE id = ?1",
+        work.id, first.run.First, first.run.Last, nameOf(first.state), first.tries, first.losses)
+      .run();
+  for (const WorkPart& part : parts.subspan(1)) {
+    Query(database,
+          "INSERT INTO works (job, state, place, first, last, attempts, tries, losses, attempt) "
+          "VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9)",
+          work.job, nameOf(part.state), work.place, part.run.First, part.run.Last, work.attempts, part.tries,
+          part.losses, work.attempt)
+        .run();
+  }
+}
+
+void Store::Impl::insertFile(JobId job, const FileRecord& file, AttemptId attempt) {
+  Query(database, statements::insertFile, job, attempt, file.frame, file.checked, file.size, file.modified,
+        file.path, file.problem)
+      .run();
+}
+
+bool Store::Impl::hasReady(JobId job) {
+  return Query(database, statements::anyReady, job).next();
+}
+bool Store::Impl::hasRunning(JobId job) {
+  return Query(database, statements::anyRunning, job).next();
+}
+
+void Store::Impl::setOpen(JobId job) {
+  Query(database,
+        "UPDATE jobs SET state = iif(started IS NULL, 'waiting', 'running'), canceling = 0, aside = 0, "
+        "end_due = 0, ended = NULL, alike = '', alike_count = 0 WHERE id = ?1",
+        job)
+      .run();
+  noteLastFailure(job);
+}
+
+void Store::Impl::endWhenDone(JobId job) {
+  if (hasReady(job) || hasRunning(job)) {
+    return;
+  }
+  bool failed = false;
+  bool canceled = false;
+  {
+    Query states(database, "SELECT DISTINCT state FROM works WHERE job = ?1", job);
+    while (states.next()) {
+      const auto state = states.state<WorkState>();
+      failed = failed || state == WorkState::Failed;
+      canceled = canceled || state == WorkState::Canceled;
+    }
+  }
+  bool canceling = false;
+  {
+    Query row(database, "SELECT canceling FROM jobs WHERE id = ?1", job);
+    canceling = row.next() && row.flag();
+  }
+  JobState state = JobState::Good;
+  if (canceled || (failed && canceling)) {
+    state = failed && !canceling ? JobState::Failed : JobState::Canceled;
+  } else if (failed) {
+    state = JobState::Failed;
+  }
+  Query(database,
+        "UPDATE jobs SET state = ?2, canceling = 0, aside = 0, end_due = 1, ended = ?3 WHERE id = ?1", job,
+        nameOf(state), now())
+      .run();
+  noteLastFailure(job);
+}
+
+void Store::Impl::setNote(JobId job, const std::string& note) {
+  Query(database, "UPDATE jobs SET note = ?2 WHERE id = ?1", job, note).run();
+}
+
+void Store::Impl::noteLastFailure(JobId job) {
+  std::string reason;
+  {
+    Query row(database,
+              "SELECT a.reason FROM works w CROSS JOIN attempts a ON a.id = w.attempt "
+              "WHERE w.job = ?1 AND w.state = 'failed' ORDER BY a.ended DESC, a.id DESC LIMIT 1",
+              job);
+    if (row.next()) {
+      reason = row.text();
+    }
+  }
+  setNote(job, reason);
+}
+
+RunSet framesFromText(const std::string& text, const Database& database) {
+  RunSet set;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = std::min(text.find(',', at), text.size());
+    FrameRun run;
+    if (!ParseRun(String(text.substr(at, end - at)), run) || run.First > run.Last) {
+      throw database.damaged("frames that cannot be, " + inQuotes(text));
+    }
+    set.add(run);
+    at = end + 1;
+  }
+  return set;
+}
+
+namespace {
+
+std::vector<std::string> linesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = std::min(text.find('\n', at), text.size());
+    lines.push_back(text.substr(at, end - at));
+    at = end + 1;
+  }
+  return lines;
+}
+
+} // namespace
+
+JobRecord readJob(Query& row, const Store& store) {
+  JobRecord job;
+  job.id = row.number();
+  job.name = row.text();
+  const std::string type = row.text();
+  job.typeName = row.text();
+  job.scene = row.text();
+  job.range = row.text();
+  job.hasFrames = row.flag();
+  job.state = row.state<JobState>();
+  job.note = row.text();
+  job.priority = row.integer();
+  job.retries = row.integer();
+  job.stopAfter = row.integer();
+  job.directory = row.text();
+  job.output = row.text();
+  job.logs = row.text();
+  if (job.logs.empty()) {
+    job.logs = store.logDirectory(job.id).Text();
+  }
+  const std::string endCommand = row.text();
+  job.created = row.moment();
+  job.started = row.optionalMoment();
+  job.ended = row.optionalMoment();
+  try {
+    job.type.FromString(type);
+    for (const String& word : SplitCommandLine(endCommand)) {
+      job.endCommand.push_back(word);
+    }
+  } catch (Exception* exception) {
+    throw row.damaged("job " + std::to_string(job.id) + ": " + takeText(exception));
+  }
+  return job;
+}
+
+AttemptRecord readAttempt(Query& row, Database& database) {
+  AttemptRecord attempt;
+  attempt.id = row.number();
+  attempt.job = row.number();
+  attempt.work = row.number();
+  attempt.engine = row.number();
+  attempt.run = row.frames();
+  attempt.number = row.integer();
+  attempt.state = row.state<AttemptState>();
+  attempt.rule = row.state<VerdictRule>();
+  attempt.reason = row.text();
+  attempt.lines = linesOf(row.text());
+  attempt.log = row.text();
+  attempt.command = row.text();
+  attempt.exitCode = row.integer();
+  attempt.signal = row.integer();
+  attempt.good = framesFromText(row.text(), database);
+  attempt.again = row.flag();
+  attempt.started = row.moment();
+  attempt.ended = row.optionalMoment();
+  attempt.duration = std::chrono::microseconds(row.number());
+  return attempt;
+}
+
+FileRecord readFile(Query& row) {
+  FileRecord file;
+  file.id = row.number();
+  file.attempt = row.number();
+  file.frame = row.optionalInteger();
+  file.path = row.text();
+  file.checked = row.flag();
+  file.problem = row.text();
+  file.size = row.number();
+  file.modified = row.number();
+  return file;
+}
+
+} // namespace trovik

@@ -1,0 +1,108 @@
+#pragma once
+
+#include "trovik/queue/Database.h"
+#include "trovik/queue/EngineLocks.h"
+#include "trovik/queue/Store.h"
+
+#include <set>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace trovik {
+
+/// A part of a work that is cut, and what it is to be from then on.
+struct WorkPart {
+  FrameRun run;
+  WorkState state = WorkState::Ready;
+  int tries = 0;
+  int losses = 0;
+};
+
+/// A part of a run that lies in a set as a whole, or outside.
+struct RunPart {
+  FrameRun run;
+  bool inside = false;
+};
+
+/// Cuts a run into the parts inside and outside of a set, which is given as
+/// its runs in ascending order; the parts are ascending, too. Costs no more
+/// than finding the first of those runs and walking those that it meets.
+std::vector<RunPart> cutBy(const FrameRun& run, std::span<const FrameRun> set);
+
+/// What the parts of the store share.
+class Store::Impl {
+public:
+  Impl(const Path& wantedDirectory, const Settings& settings);
+
+  /// A work as it is cut.
+  struct Work {
+    WorkId id = 0;
+    JobId job = 0;
+    FrameRun run;
+    std::int64_t place = 0; ///< where it stands in its job's order
+    int attempts = 0;
+    AttemptId attempt = 0; ///< the last
+    int tries = 0;         ///< failed ones since it was submitted or retried
+    int losses = 0;        ///< the same for those whose engine died
+  };
+
+  /// The first of the parts (there is at least one) takes the work's row, the
+  /// others get rows of their own with the same past.
+  void putParts(const Work& work, std::span<const WorkPart> parts);
+
+  std::size_t retry(JobId job, const std::optional<RunSet>& only);
+  /// Cuts the works that do not wait or run by these frames; what lies inside
+  /// becomes ready.
+  void makeReady(JobId job, std::span<const FrameRun> wanted);
+  bool settle(const Outcome& outcome);
+  /// Appends works that are ready, in the order in which they are to be taken,
+  /// as claims that lack their attempts, until there are `count`.
+  void findReady(std::size_t count, std::optional<JobId> only, const std::vector<JobId>& without,
+                 std::vector<Claim>& claims);
+
+  /// Engines that have not left; their locks tell which of them live.
+  std::vector<EngineId> aliveEngines();
+  std::vector<AttemptId> runningOf(EngineId engine);
+  bool isAlive(EngineId engine);
+  void putAway(EngineId engine, const char* state);
+  LostAttempt lostAttempt(AttemptId id, Store& store);
+
+  void insertFile(JobId job, const FileRecord& file, AttemptId attempt);
+
+  bool hasReady(JobId job);
+  bool hasRunning(JobId job);
+  /// The state of an open job: whether anything of it was ever started.
+  void setOpen(JobId job);
+  /// Gives the job its end when nothing of it is ready or runs.
+  void endWhenDone(JobId job);
+  void setNote(JobId job, const std::string& note);
+  /// The reason of the failed work that ended last, as the job's note.
+  void noteLastFailure(JobId job);
+
+  /// The text by which the processes of an attempt are known, on this machine
+  /// and among all queues.
+  std::string markOf(AttemptId attempt) const { return queueId + '-' + std::to_string(attempt); }
+
+  Path directory; // absolute
+  Database database;
+  EngineLocks locks;
+  std::string queueId;        // random
+  std::set<EngineId> entered; // engines of this object
+  std::set<EngineId> lost;    // dead ones that this object takes up
+};
+
+Moment now();
+JobRecord readJob(Query& row, const Store& store);
+AttemptRecord readAttempt(Query& row, Database& database);
+FileRecord readFile(Query& row);
+
+/// The columns that those read.
+extern const char* const jobColumns;
+extern const char* const attemptColumns;
+extern const char* const fileColumns;
+
+/// A set of frames from its text, "1-5,9".
+RunSet framesFromText(const std::string& text, const Database& database);
+
+} // namespace trovik

@@ -1,0 +1,231 @@
+#include "trovik/queue/StoreImpl.h"
+
+#include "host/foundation/Quoting.h"
+#include "trovik/queue/Statements.h"
+
+// What users do with jobs: putting them in, stopping, retrying, removing.
+
+namespace trovik {
+namespace {
+
+struct Standing {
+  bool known = false;
+  JobState state = JobState::Waiting;
+  bool canceling = false;
+  bool hasFrames = true;
+};
+
+Standing standingOf(Database& database, JobId job) {
+  Standing result;
+  Query row(database, "SELECT state, canceling, has_frames FROM jobs WHERE id = ?1", job);
+  if (row.next()) {
+    result.known = true;
+    result.state = row.state<JobState>();
+    result.canceling = row.flag();
+    result.hasFrames = row.flag();
+  }
+  return result;
+}
+
+std::string endCommandText(const std::vector<std::string>& words) {
+  std::vector<String> texts(words.begin(), words.end());
+  return JoinCommandLine(texts);
+}
+
+} // namespace
+
+JobId Store::submit(const NewJob& job) {
+  JobId id = 0;
+  impl_->database.write([&] {
+    Database& database = impl_->database;
+    Query(database,
+          "INSERT INTO jobs (state, name, type, type_name, scene, range, has_frames, priority, retries, "
+          "stop_after, directory, output, logs, end_command, created) "
+          "VALUES ('waiting', ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14)",
+          job.name, job.type.GenString(), job.typeName, job.scene, job.range, job.hasFrames, job.priority,
+          job.retries, job.stopAfter, job.directory, job.output, job.logs, endCommandText(job.endCommand),
+          now())
+        .run();
+    id = database.lastId();
+    Query(database, "INSERT INTO streams (job, packed) VALUES (?1, ?2)", id, Blob{job.packed}).run();
+    std::int64_t place = 0;
+    const auto insert = [&](const FrameRun& run, WorkState state) {
+      Query(database,
+            "INSERT INTO works (job, state, place, first, last, attempts, tries, losses, attempt) "
+            "VALUES (?1, ?2, ?3, ?4, ?5, 0, 0, 0, 0)",
+            id, nameOf(state), place++, run.First, run.Last)
+          .run();
+    };
+    for (const FrameRun& run : job.works) {
+      insert(job.hasFrames ? run : FrameRun(), WorkState::Ready);
+    }
+    for (const FrameRun& run : job.found) {
+      insert(run, WorkState::Good);
+    }
+    for (const FileRecord& file : job.foundFiles) {
+      impl_->insertFile(id, file, 0);
+    }
+    impl_->endWhenDone(id); // all may have been found
+  });
+  return id;
+}
+
+bool Store::cancel(JobId id) {
+  bool open = false;
+  impl_->database.write([&] {
+    const Standing job = standingOf(impl_->database, id);
+    open = job.known && isOpen(job.state);
+    if (!open) {
+      return;
+    }
+    Query(impl_->database, "UPDATE works SET state = 'canceled' WHERE job = ?1 AND state = 'ready'", id)
+        .run();
+    Query(impl_->database, "UPDATE jobs SET canceling = 1 WHERE id = ?1", id).run();
+    impl_->endWhenDone(id);
+  });
+  return open;
+}
+
+void Store::stop(JobId id, const std::string& note) {
+  impl_->database.write([&] {
+    Query(impl_->database,
+          "UPDATE jobs SET state = 'stopped', aside = 1, note = ?2, ended = ?3 "
+          "WHERE id = ?1 AND state IN ('waiting', 'running') AND canceling = 0",
+          id, note, now())
+        .run();
+  });
+}
+
+void Store::resume(JobId id) {
+  impl_->database.write([&] {
+    if (const Standing job = standingOf(impl_->database, id); job.known && job.state == JobState::Stopped) {
+      impl_->setOpen(id);
+    }
+  });
+}
+
+std::size_t Store::retry(JobId id, const std::optional<RunSet>& only) {
+  std::size_t count = 0;
+  impl_->database.write([&] { count = impl_->retry(id, only); });
+  return count;
+}
+
+std::size_t Store::Impl::retry(JobId job, const std::optional<RunSet>& only) {
+  const Standing standing = standingOf(database, job);
+  if (!standing.known) {
+    return 0;
+  }
+  const std::vector<FrameRun> wanted = only && standing.hasFrames ? only->runs() : std::vector<FrameRun>();
+  if (only && standing.hasFrames) {
+    makeReady(job, wanted);
+  } else {
+    Query(database,
+          "UPDATE works SET state = 'ready' WHERE job = ?1 AND state IN ('failed', 'canceled', iif(?2, "
+          "'good', ''))",
+          job, only.has_value())
+        .run();
+  }
+  // Those that were ready too: the first attempt at each is to count anew.
+  Query(database,
+        "UPDATE works SET tries = 0, losses = 0 WHERE job = ?1 AND state = 'ready' AND tries + losses > 0",
+        job)
+      .run();
+  if (hasReady(job) || (standing.canceling && hasRunning(job))) {
+    setOpen(job);
+  }
+  Query row(database, "SELECT first, last FROM works WHERE job = ?1 AND state = 'ready'", job);
+  std::size_t count = 0;
+  while (row.next()) {
+    const FrameRun run = row.frames();
+    if (!standing.hasFrames) {
+      ++count;
+    } else if (!only) {
+      count += static_cast<std::size_t>(run.Count());
+    } else {
+      for (const RunPart& part : cutBy(run, wanted)) {
+        count += part.inside ? static_cast<std::size_t>(part.run.Count()) : 0;
+      }
+    }
+  }
+  return count;
+}
+
+void Store::Impl::makeReady(JobId job, std::span<const FrameRun> wanted) {
+  struct Cut {
+    Work work;
+    WorkState state;
+    std::vector<RunPart> parts;
+  };
+  std::vector<Cut> cuts;
+  {
+    Query row(database,
+              "SELECT id, first, last, place, attempts, attempt, tries, losses, state FROM works "
+              "WHERE job = ?1 AND state IN ('failed', 'canceled', 'good')",
+              job);
+    while (row.next()) {
+      Cut cut;
+      cut.work.id = row.number();
+      cut.work.job = job;
+      cut.work.run = row.frames();
+      cut.work.place = row.number();
+      cut.work.attempts = row.integer();
+      cut.work.attempt = row.number();
+      cut.work.tries = row.integer();
+      cut.work.losses = row.integer();
+      cut.state = row.state<WorkState>();
+      cut.parts = cutBy(cut.work.run, wanted);
+      if (cut.parts.size() > 1 || cut.parts.front().inside) {
+        cuts.push_back(std::move(cut));
+      }
+    }
+  }
+  for (const Cut& cut : cuts) {
+    std::vector<WorkPart> parts;
+    for (const RunPart& part : cut.parts) {
+      parts.push_back(
+          {part.run, part.inside ? WorkState::Ready : cut.state, cut.work.tries, cut.work.losses});
+    }
+    putParts(cut.work, parts);
+  }
+}
+
+void Store::setPriority(JobId id, int priority) {
+  impl_->database.write(
+      [&] { Query(impl_->database, "UPDATE jobs SET priority = ?2 WHERE id = ?1", id, priority).run(); });
+}
+
+void Store::remove(JobId id) {
+  impl_->database.write([&] {
+    if (impl_->hasRunning(id)) {
+      throw StoreError{StoreError::Kind::Other, "Job " + std::to_string(id) + " still runs",
+                       "cancel it first, with trovik cancel " + std::to_string(id)};
+    }
+    Query(impl_->database, "DELETE FROM jobs WHERE id = ?1", id).run();
+  });
+}
+
+std::vector<JobRecord> Store::takeEnded() {
+  std::vector<JobRecord> result;
+  if (!Query(impl_->database, statements::dueJobs).next()) { // mostly; needs no right to write
+    return result;
+  }
+  impl_->database.write([&] {
+    result.clear();
+    std::vector<JobId> due;
+    for (Query row(impl_->database, statements::dueJobs); row.next();) {
+      due.push_back(row.number());
+    }
+    for (const JobId id : due) {
+      // One that stopped is over when the works that ran then have ended.
+      if (!impl_->hasRunning(id)) {
+        Query(impl_->database, "UPDATE jobs SET end_due = 0 WHERE id = ?1", id).run();
+        if (std::optional<JobRecord> record = job(id)) {
+          result.push_back(std::move(*record));
+        }
+      }
+    }
+  });
+  return result;
+}
+
+} // namespace trovik

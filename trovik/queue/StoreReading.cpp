@@ -1,0 +1,224 @@
+#include "trovik/RunEvents.h"
+#include "trovik/queue/Statements.h"
+#include "trovik/queue/StoreImpl.h"
+
+#include <algorithm>
+#include <map>
+
+// What the queue tells of jobs.
+
+namespace trovik {
+namespace {
+
+// Kept statements are known by their address, so each text is made once.
+std::string selectJobs(const char* rest) {
+  return std::string("SELECT ") + jobColumns + " FROM jobs " + rest;
+}
+std::string selectAttempts(const char* rest) {
+  return std::string("SELECT ") + attemptColumns + " FROM attempts " + rest;
+}
+
+std::optional<JobId> idIn(Query& row) {
+  return row.next() ? std::optional(row.number()) : std::nullopt;
+}
+
+} // namespace
+
+std::optional<JobRecord> Store::job(JobId id) {
+  static const std::string sql = selectJobs("WHERE id = ?1");
+  Query row(impl_->database, sql.c_str(), id);
+  return row.next() ? std::optional(readJob(row, *this)) : std::nullopt;
+}
+
+std::vector<JobRecord> Store::jobs() {
+  static const std::string sql = selectJobs("ORDER BY id DESC");
+  std::vector<JobRecord> result;
+  for (Query row(impl_->database, sql.c_str()); row.next();) {
+    result.push_back(readJob(row, *this));
+  }
+  return result;
+}
+
+std::string Store::packed(JobId id) {
+  Query row(impl_->database, "SELECT packed FROM streams WHERE job = ?1", id);
+  return row.next() ? row.text() : std::string();
+}
+
+JobFrames Store::frames(JobId id) {
+  JobFrames result;
+  bool hasFrames = true;
+  {
+    Query row(impl_->database, "SELECT has_frames FROM jobs WHERE id = ?1", id);
+    hasFrames = row.next() && row.flag();
+  }
+  Query row(impl_->database, "SELECT state, first, last FROM works WHERE job = ?1 ORDER BY first", id);
+  while (row.next()) {
+    const auto state = row.state<WorkState>();
+    const auto count = [&](RunSet& set, std::size_t& works) {
+      ++works;
+      if (hasFrames) {
+        set.add(row.frames());
+      }
+    };
+    switch (state) {
+    case WorkState::Ready:
+      count(result.ready, result.readyWorks);
+      break;
+    case WorkState::Running:
+      count(result.running, result.runningWorks);
+      break;
+    case WorkState::Good:
+      count(result.good, result.goodWorks);
+      break;
+    case WorkState::Failed:
+      count(result.failed, result.failedWorks);
+      break;
+    case WorkState::Canceled:
+      count(result.canceled, result.canceledWorks);
+      break;
+    }
+  }
+  return result;
+}
+
+std::optional<JobId> Store::unfinished(const std::string& packed) {
+  Query row(impl_->database,
+            "SELECT j.id FROM jobs j INDEXED BY jobs_unfinished CROSS JOIN streams s ON s.job = j.id "
+            "WHERE j.state IN ('waiting', 'running', 'stopped') AND j.canceling = 0 "
+            "AND (j.state <> 'stopped' OR j.aside = 1) AND s.packed = ?1 ORDER BY j.id DESC LIMIT 1",
+            Blob{packed});
+  return idIn(row);
+}
+
+std::optional<JobId> Store::latest(const UID& type, const std::string& scene, const std::string& output) {
+  Query row(impl_->database,
+            "SELECT id FROM jobs INDEXED BY jobs_scene WHERE type = ?1 AND scene = ?2 AND output = ?3 "
+            "ORDER BY id DESC LIMIT 1",
+            type.GenString(), scene, output);
+  return idIn(row);
+}
+
+std::vector<WorkRecord> Store::works(JobId id) {
+  std::vector<WorkRecord> result;
+  Query row(impl_->database,
+            "SELECT id, first, last, state, attempts, attempt FROM works WHERE job = ?1 ORDER BY first, id",
+            id);
+  while (row.next()) {
+    WorkRecord work;
+    work.id = row.number();
+    work.job = id;
+    work.run = row.frames();
+    work.state = row.state<WorkState>();
+    work.attempts = row.integer();
+    work.attempt = row.number();
+    result.push_back(work);
+  }
+  return result;
+}
+
+std::vector<AttemptRecord> Store::attempts(JobId id, AttemptId after) {
+  static const std::string sql =
+      selectAttempts("INDEXED BY attempts_job WHERE job = ?1 AND id > ?2 ORDER BY id");
+  std::vector<AttemptRecord> result;
+  for (Query row(impl_->database, sql.c_str(), id, after); row.next();) {
+    result.push_back(readAttempt(row, impl_->database));
+  }
+  return result;
+}
+
+std::optional<AttemptRecord> Store::attempt(AttemptId id) {
+  static const std::string sql = selectAttempts("WHERE id = ?1");
+  Query row(impl_->database, sql.c_str(), id);
+  return row.next() ? std::optional(readAttempt(row, impl_->database)) : std::nullopt;
+}
+
+std::vector<FileRecord> Store::files(JobId id, std::int64_t after) {
+  static const std::string sql = std::string("SELECT ") + fileColumns +
+                                 " FROM files INDEXED BY files_job WHERE job = ?1 AND id > ?2 ORDER BY id";
+  std::vector<FileRecord> result;
+  for (Query row(impl_->database, sql.c_str(), id, after); row.next();) {
+    result.push_back(readFile(row));
+  }
+  return result;
+}
+
+std::optional<FileRecord> Store::lastOf(const std::string& path) {
+  Query row(impl_->database, statements::lastOfFile, path);
+  return row.next() ? std::optional(readFile(row)) : std::nullopt;
+}
+
+namespace {
+
+void addFailures(Database& database, JobId job, RunSummary& summary) {
+  std::map<std::string, std::size_t> places;
+  Query row(database,
+            "SELECT w.first, w.last, a.reason, a.log FROM works w LEFT JOIN attempts a ON a.id = w.attempt "
+            "WHERE w.job = ?1 AND w.state = 'failed' ORDER BY w.attempt, w.first",
+            job);
+  while (row.next()) {
+    const FrameRun run = row.frames();
+    std::string reason = row.text();
+    const auto [place, isNew] = places.emplace(reason, summary.failures.size());
+    if (isNew) {
+      FailureGroup group;
+      group.reason = std::move(reason);
+      group.log = Path(row.text());
+      summary.failures.push_back(std::move(group));
+    }
+    FailureGroup& group = summary.failures[place->second];
+    ++group.works;
+    if (summary.info.hasFrames) {
+      group.frames.add(run);
+    }
+  }
+}
+
+/// The files whose last check in this job found them good.
+void addImages(Database& database, JobId job, RunSummary& summary) {
+  Query row(database, "SELECT path, problem, max(id) FROM files WHERE job = ?1 AND checked = 1 GROUP BY path",
+            job);
+  while (row.next()) {
+    const Path file(row.text());
+    if (row.text().empty()) {
+      ++summary.images[file.Branch(true, true)];
+    }
+  }
+}
+
+} // namespace
+
+RunSummary Store::summary(JobId id) {
+  RunSummary summary;
+  const std::optional<JobRecord> record = job(id);
+  if (!record) {
+    return summary;
+  }
+  const JobFrames stand = frames(id);
+  RunInfo& info = summary.info;
+  info.job = id;
+  info.name = record->name;
+  info.type = record->typeName;
+  info.scene = record->scene;
+  info.range = record->range;
+  info.hasFrames = record->hasFrames;
+  info.works = stand.works();
+  info.logs = Path(record->logs);
+  summary.good = stand.good;
+  summary.failed = stand.failed;
+  for (const RunSet* set : {&stand.ready, &stand.running, &stand.canceled}) {
+    summary.notDone.add(*set);
+  }
+  info.frames =
+      record->hasFrames ? summary.good.count() + summary.failed.count() + summary.notDone.count() : 1;
+  summary.goodWorks = stand.goodWorks;
+  summary.failedWorks = stand.failedWorks;
+  summary.notDoneWorks = stand.readyWorks + stand.runningWorks + stand.canceledWorks;
+  addFailures(impl_->database, id, summary);
+  addImages(impl_->database, id, summary);
+  if (record->started) {
+    summary.duration = std::max(record->ended.value_or(now()) - *record->started, Moment::duration(0));
+  }
+  return summary;
+}
+
+} // namespace trovik

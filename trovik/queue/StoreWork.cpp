@@ -1,0 +1,269 @@
+#include "trovik/queue/Statements.h"
+#include "trovik/queue/StoreImpl.h"
+
+#include <algorithm>
+
+// The hot path: taking works and putting down how their attempts ended.
+
+namespace trovik {
+namespace {
+
+constexpr int lossesAllowed = 5;
+constexpr std::int64_t mixed = -1; // as the number of works that failed alike: they did not
+
+/// An attempt that is to be settled, and what that depends on.
+struct Settling {
+  JobId job = 0;
+  FrameRun run;
+  JobState jobState = JobState::Waiting;
+  bool canceling = false;
+  bool hasFrames = true;
+  int retries = 0;
+  int stopAfter = 0;
+  std::string alike;
+  std::int64_t alikeCount = 0;
+};
+
+/// What becomes of the frames that an attempt did not leave good.
+struct Rest {
+  WorkState state = WorkState::Ready;
+  int tries = 0;
+  int losses = 0;
+};
+
+Rest restOf(const Outcome& outcome, const Settling& settling, int tries, int losses) {
+  Rest rest{WorkState::Ready, tries, losses};
+  if (outcome.state == AttemptState::Failed) {
+    ++rest.tries;
+    const bool again = outcome.retryable && tries < settling.retries && !settling.canceling;
+    rest.state = again ? WorkState::Ready : WorkState::Failed;
+  } else if (settling.canceling) {
+    rest.state = WorkState::Canceled;
+  } else if (outcome.state == AttemptState::Lost && losses + 1 >= lossesAllowed) {
+    rest.state = WorkState::Failed;
+  }
+  if (outcome.state == AttemptState::Lost) {
+    ++rest.losses;
+  }
+  return rest;
+}
+
+std::vector<WorkPart> partsOf(const Outcome& outcome, const Settling& settling, const Rest& rest) {
+  if (outcome.state == AttemptState::Good) {
+    return {{settling.run, WorkState::Good, rest.tries, rest.losses}};
+  }
+  if (!settling.hasFrames || outcome.good.empty()) {
+    return {{settling.run, rest.state, rest.tries, rest.losses}};
+  }
+  std::vector<WorkPart> parts;
+  for (const RunPart& part : cutBy(settling.run, outcome.good.runs())) {
+    parts.push_back({part.run, part.inside ? WorkState::Good : rest.state, rest.tries, rest.losses});
+  }
+  return parts;
+}
+
+std::string linesText(const std::vector<std::string>& lines) {
+  std::string text;
+  for (const std::string& line : lines) {
+    text += line;
+    text += '\n';
+  }
+  return text;
+}
+
+/// The number of works, this one included, that all failed alike since the job
+/// was submitted or retried; `mixed` when one did not.
+std::int64_t alikeAfter(const Settling& settling, bool anyGood, bool failedFirst, const std::string& alike) {
+  if (anyGood || settling.alikeCount < 0) {
+    return mixed;
+  }
+  if (!failedFirst) {
+    return settling.alikeCount;
+  }
+  return settling.alikeCount == 0 || settling.alike == alike ? settling.alikeCount + 1 : mixed;
+}
+
+std::string stopNote(std::int64_t count, const std::string& reason) {
+  return (count == 1 ? std::string("Stopped: the first work failed: ")
+                     : "Stopped: the first " + std::to_string(count) + " works all failed alike: ") +
+         reason;
+}
+
+} // namespace
+
+std::vector<Claim> Store::claim(EngineId engine, std::size_t count, std::optional<JobId> only,
+                                const std::vector<JobId>& without) {
+  std::vector<Claim> claims;
+  if (!impl_->database.isInTransaction()) {
+    // An idle engine need not take the right to write.
+    impl_->findReady(1, only, without, claims);
+    if (claims.empty()) {
+      return claims;
+    }
+  }
+  impl_->database.write([&] {
+    claims.clear();
+    impl_->findReady(count, only, without, claims);
+    const Moment start = now();
+    for (Claim& claim : claims) {
+      Query(impl_->database, statements::insertAttempt, claim.job, claim.work, engine, claim.run.First,
+            claim.run.Last, claim.number, start)
+          .run();
+      claim.attempt = impl_->database.lastId();
+      claim.mark = impl_->markOf(claim.attempt);
+      Query(impl_->database, statements::startWork, claim.work, claim.attempt).run();
+    }
+    JobId started = 0;
+    for (const Claim& claim : claims) {
+      if (claim.job != started) {
+        started = claim.job;
+        Query(impl_->database, statements::startJob, started, start).run();
+      }
+    }
+  });
+  return claims;
+}
+
+void Store::Impl::findReady(std::size_t count, std::optional<JobId> only, const std::vector<JobId>& without,
+                            std::vector<Claim>& claims) {
+  for (Query jobs(database, statements::openJobs); claims.size() < count && jobs.next();) {
+    const JobId job = jobs.number();
+    if ((only && job != *only) || std::find(without.begin(), without.end(), job) != without.end()) {
+      continue;
+    }
+    Query row(database, statements::readyWorks, job, count - claims.size());
+    while (row.next()) {
+      Claim claim;
+      claim.job = job;
+      claim.work = row.number();
+      claim.run = row.frames();
+      claim.number = row.integer() + 1;
+      claim.tries = row.integer();
+      claims.push_back(std::move(claim));
+    }
+  }
+}
+
+void Store::noteProcess(AttemptId attempt, int process) {
+  impl_->database.write([&] { Query(impl_->database, statements::noteProcess, attempt, process).run(); });
+}
+
+void Store::noteFile(AttemptId attempt, const FileRecord& file) {
+  impl_->database.write([&] {
+    JobId job = 0;
+    {
+      Query row(impl_->database, statements::runningJobOf, attempt);
+      if (!row.next()) {
+        return;
+      }
+      job = row.number();
+    }
+    FileRecord noted = file;
+    noted.checked = false;
+    impl_->insertFile(job, noted, attempt);
+  });
+}
+
+bool Store::settle(const Outcome& outcome) {
+  if (outcome.state == AttemptState::Running) {
+    throw StoreError{StoreError::Kind::Other, "An attempt cannot be settled as running", ""};
+  }
+  bool again = false;
+  impl_->database.write([&] { again = impl_->settle(outcome); });
+  return again;
+}
+
+bool Store::Impl::settle(const Outcome& outcome) {
+  Work work;
+  Settling settling;
+  {
+    Query row(database, statements::attemptToSettle, outcome.attempt);
+    if (!row.next()) {
+      return false;
+    }
+    work.job = settling.job = row.number();
+    work.id = row.number();
+    work.run = settling.run = row.frames();
+    work.place = row.number();
+    work.attempts = row.integer();
+    work.attempt = outcome.attempt;
+    work.tries = row.integer();
+    work.losses = row.integer();
+    settling.jobState = row.state<JobState>();
+    settling.canceling = row.flag();
+    settling.hasFrames = row.flag();
+    settling.retries = row.integer();
+    settling.stopAfter = row.integer();
+    settling.alike = row.text();
+    settling.alikeCount = row.number();
+  }
+
+  const Rest rest = restOf(outcome, settling, work.tries, work.losses);
+  const std::vector<WorkPart> parts = partsOf(outcome, settling, rest);
+  RunSet good;
+  bool anyGood = false;
+  bool anyLeft = false;
+  for (const WorkPart& part : parts) {
+    if (part.state == WorkState::Good) {
+      anyGood = true;
+      if (settling.hasFrames) {
+        good.add(part.run);
+      }
+    } else {
+      anyLeft = true;
+    }
+  }
+  std::string reason = outcome.reason;
+  if (outcome.state == AttemptState::Lost && anyLeft && rest.state == WorkState::Failed) {
+    reason = "Its engine died " + std::to_string(rest.losses) + " times while it ran";
+  }
+
+  putParts(work, parts);
+  bool open = isOpen(settling.jobState) && !settling.canceling;
+  if (settling.stopAfter > 0) {
+    const std::string& alike = outcome.alike.empty() ? outcome.reason : outcome.alike;
+    const bool failedFirst = outcome.state == AttemptState::Failed && work.tries == 0;
+    const std::int64_t count = alikeAfter(settling, anyGood, failedFirst, alike);
+    if (count != settling.alikeCount) {
+      Query(database, "UPDATE jobs SET alike = ?2, alike_count = ?3 WHERE id = ?1", settling.job,
+            count > 0 ? alike : std::string(), count)
+          .run();
+    }
+    // Where nothing waits any more the job ends by itself.
+    if (open && failedFirst && count >= settling.stopAfter && hasReady(settling.job)) {
+      open = false;
+      Query(database,
+            "UPDATE jobs SET state = 'stopped', aside = 0, end_due = 1, note = ?2, ended = ?3 WHERE id = ?1",
+            settling.job, stopNote(count, reason), now())
+          .run();
+    } else if (anyLeft && rest.state == WorkState::Failed && open) {
+      setNote(settling.job, reason);
+    }
+  } else if (anyLeft && rest.state == WorkState::Failed && open) {
+    setNote(settling.job, reason);
+  }
+
+  const bool again = anyLeft && rest.state == WorkState::Ready && open;
+  Query(database, statements::endAttempt, outcome.attempt, nameOf(outcome.state), nameOf(outcome.rule),
+        reason, linesText(outcome.lines), outcome.log, outcome.command, outcome.exitCode, outcome.signal,
+        good.text(), again, now(), outcome.duration.count())
+      .run();
+  Query(database, statements::dropUnchecked, outcome.attempt).run();
+  for (const FileRecord& file : outcome.files) {
+    insertFile(settling.job, file, outcome.attempt);
+  }
+  if (!anyLeft || rest.state != WorkState::Ready) {
+    endWhenDone(settling.job);
+  }
+  return again;
+}
+
+std::vector<AttemptId> Store::canceled(EngineId engine) {
+  std::vector<AttemptId> result;
+  for (Query row(impl_->database, statements::canceledAttempts, engine); row.next();) {
+    result.push_back(row.number());
+  }
+  return result;
+}
+
+} // namespace trovik
