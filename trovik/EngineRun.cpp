@@ -2,10 +2,11 @@
 
 #include "trovik/JobFollower.h"
 #include "trovik/Json.h"
-#include "trovik/JsonProgress.h"
+#include "trovik/Numbers.h"
 #include "trovik/PlainProgress.h"
+#include "trovik/ProgressReader.h"
+#include "trovik/Queue.h"
 #include "trovik/Submission.h"
-#include "trovik/TerminalProgress.h"
 #include "trovik/Text.h"
 #include "trovik/UsageError.h"
 
@@ -14,30 +15,6 @@
 #include <thread>
 
 namespace trovik {
-namespace {
-
-std::unique_ptr<RunEvents> progressFor(Console& console, const Options& options) {
-  if (options.json) {
-    return std::make_unique<JsonProgress>(console);
-  }
-  if (console.traits().terminal) {
-    return std::make_unique<TerminalProgress>(console);
-  }
-  return std::make_unique<PlainProgress>(console);
-}
-
-/// "to go on" for a job that was left unfinished.
-std::string goOnText(const JobRecord& job) {
-  const std::string id = std::to_string(job.id);
-  if (job.state == JobState::Stopped) {
-    return "To go on, give the same command again, or \"trovik retry " + id + "\" and \"trovik engine\"\n";
-  }
-  return isOpen(job.state) ? "To go on, give the same command again, or \"trovik engine --job " + id + "\"\n"
-                           : std::string();
-}
-
-} // namespace
-
 EnginePlan enginePlan(const Session& session) {
   EnginePlan plan;
   const std::optional<std::string>& slots = session.options().slots;
@@ -53,7 +30,7 @@ EnginePlan enginePlan(const Session& session) {
 int workOff(Session& session, Store& store, ImageInspector& images, Machine& machine, JobId job,
             EnginePlan plan) {
   SignalInterrupts interrupts;
-  const std::unique_ptr<RunEvents> progress = progressFor(session.console(), session.options());
+  const std::unique_ptr<RunEvents> progress = progressFor(session.console(), session.options().json);
   LocalEngine engine(machine, store, images, interrupts, *progress);
   std::unique_ptr<JobFollower> others;
   plan.only = job;
@@ -75,7 +52,6 @@ int workOff(Session& session, Store& store, ImageInspector& images, Machine& mac
       session.console().print(session.console().coloured(Colour::Yellow, "stopped") + "  " +
                               session.console().shown(record->note) + '\n');
     }
-    session.console().print(goOnText(*record));
   }
   return summary.allGood() ? exitGood : exitFailed;
 }
@@ -93,7 +69,7 @@ int workQueue(Session& session, Store& store, ImageInspector& images, Machine& m
   SignalInterrupts interrupts;
   std::unique_ptr<RunEvents> progress;
   if (options.json) {
-    progress = std::make_unique<JsonProgress>(console);
+    progress = progressFor(console, true);
   } else {
     console.print("engine on " + counted(plan.slots, "slot") + '\n' + "queue  " +
                   console.shown(store.directory().Text()) + '\n');

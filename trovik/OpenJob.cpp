@@ -2,11 +2,11 @@
 
 #include "host/application/RenderJob.h"
 #include "host/foundation/Log.h"
+#include "trovik/JobView.h"
 #include "trovik/UsageError.h"
 
 #include <algorithm>
 #include <charconv>
-#include <map>
 
 namespace trovik {
 namespace {
@@ -51,22 +51,7 @@ OpenJob::OpenJob(Store& store, const JobRecord& record)
       logs_(logsOf(store, record)), cpus_(cpusOf(*job_)) {}
 
 RunInfo OpenJob::info(Store& store) const {
-  RunInfo info;
-  const JobFrames frames = store.frames(record_.id);
-  RunSet all = frames.ready;
-  for (const RunSet* set : {&frames.running, &frames.good, &frames.failed, &frames.canceled}) {
-    all.add(*set);
-  }
-  info.job = record_.id;
-  info.name = record_.name;
-  info.type = record_.typeName;
-  info.scene = record_.scene;
-  info.hasFrames = record_.hasFrames;
-  info.range = record_.hasFrames ? all.text() : std::string();
-  info.frames = record_.hasFrames ? all.count() : 1;
-  info.works = frames.works();
-  info.logs = record_.logs.empty() ? store.logDirectory(record_.id) : Path(record_.logs);
-  return info;
+  return runInfoOf(viewOf(store, record_));
 }
 
 WorkInfo OpenJob::work(const Claim& claim) const {

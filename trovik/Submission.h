@@ -37,9 +37,6 @@ private:
   NewJob newJob_;
 };
 
-/// A whole number of at least 1 behind an option.
-std::size_t positiveNumber(const std::string& option, const std::string& text, std::size_t limit);
-
 /// The most programs that can run at a time: each takes three descriptors.
 std::size_t mostSlots();
 
