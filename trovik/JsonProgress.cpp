@@ -5,8 +5,13 @@
 namespace trovik {
 namespace {
 
+Json jobOrNull(JobId job) {
+  return job == 0 ? Json(nullptr) : Json(job);
+}
+
 Json eventOf(const char* kind, const WorkInfo& work) {
   Json event = jsonOfKind(kind);
+  event["job"] = jobOrNull(work.job);
   event["frames"] = work.hasFrames ? Json(work.title()) : Json(nullptr);
   event["attempt"] = work.attempt;
   event["attempts"] = work.attempts;
@@ -26,11 +31,14 @@ Json textOrNull(const std::string& text) {
 
 void JsonProgress::runStarted(const RunInfo& info) {
   Json event = jsonOfKind("run.started");
+  event["job"] = jobOrNull(info.job);
+  event["name"] = textOrNull(info.name);
   event["type"] = info.type;
   event["scene"] = textOrNull(info.scene);
   event["range"] = info.hasFrames ? Json(info.range) : Json(nullptr);
   event["frames"] = info.hasFrames ? Json(info.frames) : Json(nullptr);
   event["works"] = info.works;
+  event["goodBefore"] = info.goodBefore;
   event["slots"] = info.slots;
   event["logs"] = textOrNull(info.logs.Text());
   console_.print(jsonLine(event));
@@ -53,7 +61,12 @@ void JsonProgress::workEnded(const WorkInfo& work, const WorkResult& result) {
   Json event = eventOf(kind, work);
   event["seconds"] = secondsOf(result.duration);
   event["log"] = textOrNull(result.log.Text());
+  event["good"] = nullptr;
+  if (work.hasFrames) {
+    event["good"] = result.verdict == Verdict::Good ? work.title() : result.good.text();
+  }
   if (result.verdict == Verdict::Failed) {
+    event["rule"] = result.rule == VerdictRule::None ? Json(nullptr) : Json(nameOf(result.rule));
     event["reason"] = result.reason;
     event["lines"] = result.lines;
     event["again"] = result.again;
@@ -70,6 +83,7 @@ void JsonProgress::interrupted(int times, std::size_t running) {
 
 void JsonProgress::runEnded(const RunSummary& summary) {
   Json event = jsonOfKind("run.summary");
+  event["job"] = jobOrNull(summary.info.job);
   event["interrupted"] = summary.interrupted;
   event["seconds"] = secondsOf(summary.duration);
   event["works"] = {

@@ -4,6 +4,10 @@
 
 namespace trovik {
 
+void PlainProgress::print(JobId job, const std::string& text) {
+  console_.print(severalJobs_ ? "job " + std::to_string(job) + "  " + text : text);
+}
+
 void PlainProgress::runStarted(const RunInfo& info) {
   console_.print(startText(console_, info));
 }
@@ -13,23 +17,24 @@ void PlainProgress::workStarted(const WorkInfo& work) {
   if (work.attempt > 1) {
     text += "  attempt " + std::to_string(work.attempt) + " of " + std::to_string(work.attempts);
   }
-  console_.print(text + '\n');
+  print(work.job, text + '\n');
 }
 
-void PlainProgress::image(const WorkInfo& /*work*/, const Path& file) {
-  console_.print(imageText(console_, file));
+void PlainProgress::image(const WorkInfo& work, const Path& file) {
+  print(work.job, imageText(console_, file));
 }
 
 void PlainProgress::workEnded(const WorkInfo& work, const WorkResult& result) {
   switch (result.verdict) {
   case Verdict::Good:
-    console_.print("finished  " + work.title() + "  " + durationText(result.duration) + '\n');
+    print(work.job, "finished  " + work.title() + "  " + durationText(result.duration) + '\n');
     break;
   case Verdict::Failed:
-    console_.print(failureText(console_, work, result));
+    print(work.job, failureText(console_, work, result));
     break;
   case Verdict::Canceled:
-    console_.print("ended  " + work.title() + "  not done\n");
+    print(work.job, "ended  " + work.title() +
+                        (result.good.empty() ? "  not done\n" : "  only " + result.good.text() + " done\n"));
     break;
   }
 }
@@ -39,7 +44,7 @@ void PlainProgress::interrupted(int times, std::size_t running) {
 }
 
 void PlainProgress::runEnded(const RunSummary& summary) {
-  console_.print(summaryText(console_, summary));
+  print(summary.info.job, summaryText(console_, summary));
 }
 
 } // namespace trovik

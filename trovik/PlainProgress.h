@@ -8,7 +8,9 @@ namespace trovik {
 /// One line an event, for pipes and files: started, image, finished, failed.
 class PlainProgress final : public RunEvents {
 public:
-  explicit PlainProgress(Console& console) : console_(console) {}
+  /// With several jobs in one run, every message begins with its job.
+  explicit PlainProgress(Console& console, bool severalJobs = false)
+      : console_(console), severalJobs_(severalJobs) {}
 
   void runStarted(const RunInfo& info) override;
   void workStarted(const WorkInfo& work) override;
@@ -18,7 +20,10 @@ public:
   void runEnded(const RunSummary& summary) override;
 
 private:
+  void print(JobId job, const std::string& text);
+
   Console& console_;
+  bool severalJobs_;
 };
 
 } // namespace trovik

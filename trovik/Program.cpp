@@ -3,10 +3,12 @@
 #include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
 #include "trovik/Interrupts.h"
+#include "trovik/Messages.h"
 #include "trovik/Options.h"
 #include "trovik/Text.h"
 #include "trovik/UsageError.h"
 #include "trovik/Verbs.h"
+#include "trovik/queue/Store.h"
 
 #include <algorithm>
 #include <exception>
@@ -18,39 +20,19 @@
 namespace trovik {
 namespace {
 
-/// A message with a head before its first line; every line of it, which may
-/// hold names from outside, made visible.
-std::string message(const Console& console, Colour colour, const std::string& head, const std::string& text) {
-  std::string out = console.colouredError(colour, head);
-  for (std::size_t begin = 0; begin <= text.size();) {
-    const std::size_t end = std::min(text.find('\n', begin), text.size());
-    out += (begin == 0 ? " " : "") + console.shownError(text.substr(begin, end - begin)) + '\n';
-    begin = end + 1;
-  }
-  return out;
-}
-
-void printRefusal(Console& console, const UsageError& error) {
-  std::string text = message(console, Colour::Red, "trovik: error:", error.message);
-  if (!error.hint.empty()) {
-    text += message(console, Colour::Plain, "hint:", error.hint);
-  }
-  console.printError(text);
-}
-
 void sendLogTo(Console& console, int verbosity) {
   SetLogLevel(verbosity == 0 ? LogLevel::Warning : verbosity == 1 ? LogLevel::Info : LogLevel::Debug);
   SetLogSink([&console](LogLevel level, const String& text) {
     switch (level) {
     case LogLevel::Error:
-      console.printError(message(console, Colour::Red, "trovik: error:", text));
+      console.printError(messageText(console, Colour::Red, "trovik: error:", text));
       break;
     case LogLevel::Warning:
-      console.printError(message(console, Colour::Yellow, "trovik: warning:", text));
+      console.printError(messageText(console, Colour::Yellow, "trovik: warning:", text));
       break;
     default:
       console.printError(
-          message(console, Colour::Faint, level == LogLevel::Info ? "trovik:" : "trovik: debug:", text));
+          messageText(console, Colour::Faint, level == LogLevel::Info ? "trovik:" : "trovik: debug:", text));
     }
   });
 }
@@ -65,9 +47,13 @@ struct Verb {
 
 int callVerb(const Options& options, Console& console) {
   static const std::map<std::string, Verb> verbs = {
-      {"types", {listTypes, Types::Needed}},    {"type", {describeType, Types::Needed}},
-      {"detect", {detectScene, Types::Needed}}, {"find", {findProgram, Types::Needed}},
-      {"run", {runJob, Types::Needed}},
+      {"types", {listTypes, Types::Needed}},      {"type", {describeType, Types::Needed}},
+      {"detect", {detectScene, Types::Needed}},   {"find", {findProgram, Types::Needed}},
+      {"run", {runJob, Types::Needed}},           {"jobs", {listJobs, Types::NotNeeded}},
+      {"show", {showJob, Types::NotNeeded}},      {"log", {showLog, Types::NotNeeded}},
+      {"images", {listImages, Types::NotNeeded}}, {"watch", {watchJob, Types::NotNeeded}},
+      {"stats", {showStats, Types::NotNeeded}},   {"retry", {retryJobs, Types::NotNeeded}},
+      {"cancel", {cancelJobs, Types::NotNeeded}}, {"delete", {deleteJobs, Types::NotNeeded}},
   };
   const auto verb = verbs.find(options.verb);
   if (verb == verbs.end()) {
@@ -103,6 +89,8 @@ int runProgram(int count, char** arguments) {
     }
   } catch (const UsageError& error) {
     printRefusal(*console, error);
+  } catch (const StoreError& error) {
+    printRefusal(*console, {error.message, error.hint});
   } catch (Exception* exception) {
     printRefusal(*console, {takeText(exception), {}});
   } catch (const std::exception& exception) {

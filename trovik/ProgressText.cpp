@@ -32,10 +32,26 @@ std::string countsText(const Console& console, const RunSummary& summary) {
   return text;
 }
 
+/// How to go on after a run that left something to do.
+std::string restText(const RunSummary& summary) {
+  const std::string job = std::to_string(summary.info.job);
+  if (summary.info.job != 0) {
+    return summary.failedWorks > 0 ? "To do the rest, give \"trovik retry " + job + "\"\n"
+                                   : "To do the rest, give \"trovik engine --job " + job + "\"\n";
+  }
+  RunSet again = summary.failed;
+  again.add(summary.notDone);
+  if (again.empty() || summary.goodWorks == 0) {
+    return {};
+  }
+  return "To do the rest, give the same command with --range " + again.text() + '\n';
+}
+
 } // namespace
 
 std::string startText(const Console& console, const RunInfo& info) {
-  std::string text = console.coloured(Colour::Bold, console.shown(info.type)) + ": ";
+  std::string text = info.job == 0 ? std::string() : "job " + std::to_string(info.job) + "  ";
+  text += console.coloured(Colour::Bold, console.shown(info.type)) + ": ";
   text += framesOrWork(info, info.frames);
   if (info.hasFrames) {
     text += " (" + cutToWidth(info.range, 60) + ")";
@@ -46,6 +62,9 @@ std::string startText(const Console& console, const RunInfo& info) {
   text += " on " + counted(info.slots, "slot") + '\n';
   if (!info.scene.empty()) {
     text += "scene  " + console.shown(info.scene) + '\n';
+  }
+  if (info.goodBefore > 0) {
+    text += framesOrWork(info, info.goodBefore) + (info.goodBefore == 1 ? " is" : " are") + " good already\n";
   }
   if (!info.logs.empty()) {
     text += "logs  " + console.shown(info.logs.Text()) + '\n';
@@ -69,8 +88,11 @@ std::string failureText(const Console& console, const WorkInfo& work, const Work
   if (!result.log.empty()) {
     text += "  log  " + console.shown(result.log.Text()) + '\n';
   }
+  if (!result.good.empty()) {
+    text += "  good  " + result.good.text(rangesShown) + '\n';
+  }
   if (result.again) {
-    text += "  it will be tried again\n";
+    text += result.good.empty() ? "  it will be tried again\n" : "  the rest will be tried again\n";
   }
   return text;
 }
@@ -100,11 +122,7 @@ std::string summaryText(const Console& console, const RunSummary& summary) {
     if (!info.logs.empty()) {
       text += "logs  " + console.shown(info.logs.Text()) + '\n';
     }
-    RunSet again = summary.failed;
-    again.add(summary.notDone);
-    if (!again.empty() && summary.goodWorks > 0) {
-      text += "To do the rest, give the same command with --range " + again.text() + '\n';
-    }
+    text += restText(summary);
   }
   return text;
 }

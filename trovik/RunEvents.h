@@ -20,6 +20,8 @@ struct RunInfo {
   std::string range;      ///< all frames, "1-24"; empty for a job without frames
   std::size_t frames = 0; ///< number of frames; 1 for a job without
   std::size_t works = 0;
+  std::size_t goodBefore = 0;   ///< of the frames: good already when this starts
+  std::size_t failedBefore = 0; ///< of the frames: failed already, and not tried again
   std::size_t slots = 1;
   bool hasFrames = true;
   Path logs; ///< the directory of the logs; empty for none

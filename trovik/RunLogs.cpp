@@ -73,9 +73,11 @@ RunLogDirectory::RunLogDirectory(Path directory) : directory_(std::move(director
 }
 
 std::unique_ptr<AttemptLog> RunLogDirectory::open(const std::string& name, int attempt) {
-  Path file = directory_;
-  file /= String(name + (attempt > 1 ? ".attempt" + std::to_string(attempt) : "") + ".log");
-  return std::make_unique<AttemptLogFile>(file);
+  return std::make_unique<AttemptLogFile>(logFile(directory_, name, attempt));
+}
+
+Path logFile(Path directory, const std::string& name, int attempt) {
+  return directory /= String(name + (attempt > 1 ? ".attempt" + std::to_string(attempt) : "") + ".log");
 }
 
 std::string runDirectoryName() {

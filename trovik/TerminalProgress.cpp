@@ -7,32 +7,52 @@
 
 namespace trovik {
 
+namespace {
+
+constexpr std::size_t recentWorks = 25; // whose times tell what is to come
+
+} // namespace
+
 void TerminalProgress::runStarted(const RunInfo& info) {
   info_ = info;
+  doneFrames_ = info.goodBefore;
+  failedFrames_ = info.failedBefore;
   console_.print(startText(console_, info));
   draw();
 }
 
 void TerminalProgress::workStarted(const WorkInfo& work) {
-  running_[{work.run.First, work.run.Last}] = work;
+  running_[keyOf(work)] = {work, 0};
   draw();
 }
 
-void TerminalProgress::image(const WorkInfo& /*work*/, const Path& file) {
+void TerminalProgress::image(const WorkInfo& work, const Path& file) {
+  if (const auto running = running_.find(keyOf(work)); running != running_.end()) {
+    ++running->second.images;
+  }
   console_.print(imageText(console_, file));
+  draw();
 }
 
 void TerminalProgress::workEnded(const WorkInfo& work, const WorkResult& result) {
-  running_.erase({work.run.First, work.run.Last});
-  if (result.verdict == Verdict::Good) {
-    doneFrames_ += work.frames();
-  } else if (result.verdict == Verdict::Failed) {
-    failedFrames_ += result.again ? 0 : work.frames();
-    console_.print(failureText(console_, work, result));
+  Running running;
+  if (const auto node = running_.extract(keyOf(work)); !node.empty()) {
+    running = node.mapped();
   }
-  if (result.verdict != Verdict::Canceled) {
-    timed_ += result.duration;
-    timedFrames_ += work.frames();
+  const std::size_t good = std::min(result.good.count(), work.frames());
+  switch (result.verdict) {
+  case Verdict::Good:
+    doneFrames_ += work.frames();
+    noteTime(work, running, result.duration);
+    break;
+  case Verdict::Failed:
+    doneFrames_ += good;
+    failedFrames_ += result.again ? 0 : work.frames() - good;
+    console_.print(failureText(console_, work, result));
+    break;
+  case Verdict::Canceled:
+    doneFrames_ += good;
+    break;
   }
   draw();
 }
@@ -48,27 +68,40 @@ void TerminalProgress::runEnded(const RunSummary& summary) {
   console_.print(summaryText(console_, summary));
 }
 
-/// From the mean time of a frame so far; half of what runs now counts as done.
+/// Only good works tell what a frame takes: what fails often does so at once.
+void TerminalProgress::noteTime(const WorkInfo& work, const Running& running, Duration duration) {
+  recent_.push_back({duration / static_cast<Duration::rep>(work.frames()), work.frames()});
+  if (recent_.size() > recentWorks) {
+    recent_.pop_front();
+  }
+  imagesOfAFrame_ = std::max<std::size_t>(1, running.images / work.frames());
+}
+
+/// Of a running packet, as its images tell.
+std::size_t TerminalProgress::framesDone(const Running& running) const {
+  return std::min(running.images / imagesOfAFrame_, running.work.frames());
+}
+
+/// From the time of a frame so far; half of each frame that is being worked
+/// counts as done.
 std::string TerminalProgress::remaining() const {
-  if (timedFrames_ == 0 || stopping_) {
+  if (recent_.empty() || stopping_) {
     return {};
   }
-  std::size_t runningFrames = 0;
-  for (const auto& [key, work] : running_) {
-    runningFrames += work.frames();
+  std::size_t done = doneFrames_ + failedFrames_;
+  double begun = 0;
+  for (const auto& [key, running] : running_) {
+    const std::size_t frames = framesDone(running);
+    done += frames;
+    begun += frames < running.work.frames() ? 0.5 : 0;
   }
-  const std::size_t left = info_.frames - std::min(info_.frames, doneFrames_ + failedFrames_);
+  const std::size_t left = info_.frames - std::min(info_.frames, done);
   if (left == 0) {
     return {};
   }
-  const double mean = static_cast<double>(timed_.count()) / static_cast<double>(timedFrames_);
-  const double frames = static_cast<double>(left) - static_cast<double>(runningFrames) / 2;
-  const auto lanes = static_cast<double>(std::min(info_.slots, std::max<std::size_t>(left, 1)));
-  const Duration time(static_cast<Duration::rep>(std::max(0.0, mean * frames / lanes)));
-  const std::string text = time < std::chrono::seconds(10)
-                               ? std::to_string(std::chrono::ceil<std::chrono::seconds>(time).count()) + " s"
-                               : durationText(time);
-  return "  about " + text + " left";
+  const Duration each = medianTime({recent_.begin(), recent_.end()});
+  return "  about " +
+         roughText(timeFor(static_cast<double>(left) - begun, each, std::min(info_.slots, left))) + " left";
 }
 
 void TerminalProgress::draw() {
@@ -83,8 +116,11 @@ void TerminalProgress::draw() {
   }
   if (!running_.empty() && info_.hasFrames) {
     line += "  running";
-    for (const auto& [key, work] : running_) {
-      line += ' ' + work.title();
+    for (const auto& [key, running] : running_) {
+      line += ' ' + running.work.title();
+      if (const std::size_t done = framesDone(running); done > 0 && running.work.frames() > 1) {
+        line += " (" + std::to_string(done) + " of " + std::to_string(running.work.frames()) + ')';
+      }
     }
   }
   console_.setLive(line);

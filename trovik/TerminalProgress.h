@@ -1,11 +1,13 @@
 #pragma once
 
 #include "trovik/Console.h"
+#include "trovik/FrameTimes.h"
 #include "trovik/RunEvents.h"
 
+#include <deque>
 #include <map>
 #include <string>
-#include <utility>
+#include <tuple>
 
 namespace trovik {
 
@@ -23,16 +25,26 @@ public:
   void runEnded(const RunSummary& summary) override;
 
 private:
+  /// A work that runs; there may be several jobs in one run.
+  struct Running {
+    WorkInfo work;
+    std::size_t images = 0;
+  };
+  using Key = std::tuple<JobId, int, int>;
+  static Key keyOf(const WorkInfo& work) { return {work.job, work.run.First, work.run.Last}; }
+
   void draw();
   std::string remaining() const;
+  void noteTime(const WorkInfo& work, const Running& running, Duration duration);
+  std::size_t framesDone(const Running& running) const;
 
   Console& console_;
   RunInfo info_;
-  std::map<std::pair<int, int>, WorkInfo> running_;
+  std::map<Key, Running> running_;
   std::size_t doneFrames_ = 0;
   std::size_t failedFrames_ = 0;
-  std::size_t timedFrames_ = 0; // frames of the attempts that were measured
-  Duration timed_{};            // and what they took together
+  std::deque<TimedFrames> recent_;
+  std::size_t imagesOfAFrame_ = 1;
   bool stopping_ = false;
 };
 

@@ -248,6 +248,12 @@ std::string durationText(std::chrono::nanoseconds duration) {
   return buffer;
 }
 
+std::string roughText(std::chrono::nanoseconds duration) {
+  return duration < std::chrono::seconds(10)
+             ? std::to_string(std::chrono::ceil<std::chrono::seconds>(duration).count()) + " s"
+             : durationText(duration);
+}
+
 std::string counted(std::size_t count, std::string_view noun) {
   return std::to_string(count) + ' ' + std::string(noun) + (count == 1 ? "" : "s");
 }

@@ -47,6 +47,9 @@ std::string wrapped(std::string_view text, std::size_t width, std::size_t indent
 /// "1.2 s", "47 s", "3 min 20 s", "2 h 05 min".
 std::string durationText(std::chrono::nanoseconds duration);
 
+/// The same for a guess: no parts of seconds.
+std::string roughText(std::chrono::nanoseconds duration);
+
 /// "1 frame", "24 frames".
 std::string counted(std::size_t count, std::string_view noun);
 

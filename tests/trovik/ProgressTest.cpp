@@ -116,6 +116,62 @@ TEST(PlainProgress, EscapeSequencesOfNamesNotesAndLinesAreNeverPassedOn) {
                           "failed  4  bad \\x1b[2J\n  | \\x1b[31mred\\xff\n  log  /logs/run/4-4.log\n");
 }
 
+TEST(PlainProgress, AJobOfTheQueueIsTold) {
+  Screen screen;
+  PlainProgress progress(screen.console);
+  RunInfo info = infoOf(24);
+  info.job = 3;
+  info.goodBefore = 12;
+  progress.runStarted(info);
+  EXPECT_EQ(screen.all(), "job 3  Sketch: 24 frames (1-24) on 2 slots\nscene  /s/a_%04d.pov\n"
+                          "12 frames are good already\nlogs  /logs/run\n");
+}
+
+TEST(PlainProgress, SeveralJobsInOneRunAreToldApart) {
+  Screen screen;
+  PlainProgress progress(screen.console, true);
+  WorkInfo work = workOf(4);
+  work.job = 7;
+  progress.workStarted(work);
+  progress.image(work, Path("/s/a.png"));
+  progress.workEnded(work, goodIn(2s));
+  RunSummary summary = mixedSummary();
+  summary.info.job = 7;
+  progress.runEnded(summary);
+  EXPECT_EQ(screen.all(), "job 7  started  4\njob 7  image  /s/a.png\njob 7  finished  4  2.0 s\n"
+                          "job 7  19 of 24 frames good, 1 failed, 4 not done, in 1 min 23 s\n"
+                          "failed  7  Exit code 1\nnot done  21-24\nimages  19 in /s/images\n"
+                          "logs  /logs/run\nTo do the rest, give \"trovik retry 7\"\n");
+}
+
+TEST(PlainProgress, PartsOfAPacketThatAreGoodAreTold) {
+  Screen screen;
+  PlainProgress progress(screen.console);
+  const WorkInfo packet{{5, 8}, true, 1, 2};
+  WorkResult result = failedWith("Exit code 1", {}, true);
+  result.good.add({5, 6});
+  progress.workEnded(packet, result);
+  result.verdict = Verdict::Canceled;
+  progress.workEnded(packet, result);
+  EXPECT_EQ(screen.all(), "failed  5-8  attempt 1 of 2: Exit code 1\n  log  /logs/run/4-4.log\n"
+                          "  good  5-6\n  the rest will be tried again\n"
+                          "ended  5-8  only 5-6 done\n");
+}
+
+TEST(Summary, AJobOfTheQueueIsGoneOnWithByItsNumber) {
+  Screen screen;
+  RunSummary summary = mixedSummary();
+  summary.info.job = 3;
+  summary.failed = RunSet();
+  summary.failures.clear();
+  summary.failedWorks = 0;
+  EXPECT_EQ(summaryText(screen.console, summary), "19 of 23 frames good, 4 not done, in 1 min 23 s\n"
+                                                  "not done  21-24\n"
+                                                  "images  19 in /s/images\n"
+                                                  "logs  /logs/run\n"
+                                                  "To do the rest, give \"trovik engine --job 3\"\n");
+}
+
 TEST(Summary, TellsGoodFailedAndNotDoneWithReasonsAndPlaces) {
   Screen screen;
   EXPECT_EQ(summaryText(screen.console, mixedSummary()),
@@ -187,7 +243,7 @@ TEST(TerminalProgress, LiveLineTellsTheStateOfTheRun) {
   progress.workEnded(workOf(1), goodIn(20s));
   EXPECT_EQ(screen.writes.back(), "\r\x1b[K1/24 frames  about 3 min 45 s left  running 2");
   progress.workEnded(workOf(2), failedWith("bad"));
-  EXPECT_EQ(screen.writes.back(), "\r\x1b[K1/24 frames  1 failed  about 1 min 50 s left");
+  EXPECT_EQ(screen.writes.back(), "\r\x1b[K1/24 frames  1 failed  about 3 min 40 s left");
 }
 
 TEST(TerminalProgress, ImagesStandAboveTheLiveLine) {
@@ -219,6 +275,96 @@ TEST(TerminalProgress, RetriedWorkDoesNotCountAsFailed) {
   EXPECT_EQ(screen.writes.back().find("failed"), std::string::npos);
 }
 
+TEST(TerminalProgress, FramesInsideAPacketCountByTheirImages) {
+  Screen screen(true);
+  TerminalProgress progress(screen.console);
+  RunInfo info = infoOf(12);
+  info.slots = 1;
+  progress.runStarted(info);
+  const WorkInfo first{{1, 4}, true, 1, 1};
+  progress.workStarted(first);
+  for (const char* file : {"/s/1.png", "/s/2.png"}) {
+    progress.image(first, Path(file));
+  }
+  EXPECT_EQ(screen.writes.back(), "\r\x1b[K0/12 frames  running 1-4 (2 of 4)");
+  for (const char* file : {"/s/3.png", "/s/4.png"}) {
+    progress.image(first, Path(file));
+  }
+  progress.workEnded(first, goodIn(40s));
+  const WorkInfo second{{5, 8}, true, 1, 1};
+  progress.workStarted(second);
+  progress.image(second, Path("/s/5.png"));
+  // Seven frames are left, and one of them is half done.
+  EXPECT_EQ(screen.writes.back(), "\r\x1b[K4/12 frames  about 1 min 05 s left  running 5-8 (1 of 4)");
+}
+
+TEST(TerminalProgress, SeveralImagesOfAFrameCountAsOne) {
+  Screen screen(true);
+  TerminalProgress progress(screen.console);
+  progress.runStarted(infoOf(8));
+  const WorkInfo first{{1, 2}, true, 1, 1};
+  progress.workStarted(first);
+  for (const char* file : {"/s/1.png", "/s/1.z.png", "/s/2.png", "/s/2.z.png"}) {
+    progress.image(first, Path(file));
+  }
+  progress.workEnded(first, goodIn(2s));
+  const WorkInfo second{{3, 6}, true, 1, 1};
+  progress.workStarted(second);
+  for (const char* file : {"/s/3.png", "/s/3.z.png", "/s/4.png"}) {
+    progress.image(second, Path(file));
+  }
+  EXPECT_EQ(screen.writes.back(),
+            "\r\x1b[Kimage  /s/4.png\n2/8 frames  about 3 s left  running 3-6 (1 of 4)");
+}
+
+TEST(TerminalProgress, OneFrameThatHungDoesNotSpoilTheGuess) {
+  Screen screen(true);
+  TerminalProgress progress(screen.console);
+  RunInfo info = infoOf(10);
+  info.slots = 1;
+  progress.runStarted(info);
+  for (int frame = 1; frame <= 3; ++frame) {
+    progress.workEnded(workOf(frame), goodIn(10s));
+  }
+  progress.workEnded(workOf(4), goodIn(2h));
+  EXPECT_EQ(screen.writes.back(), "\r\x1b[K4/10 frames  about 1 min 00 s left");
+}
+
+TEST(TerminalProgress, WhatWasGoodBeforeCounts) {
+  Screen screen(true);
+  TerminalProgress progress(screen.console);
+  RunInfo info = infoOf(24);
+  info.goodBefore = 20;
+  info.failedBefore = 1;
+  progress.runStarted(info);
+  EXPECT_EQ(screen.writes.back(), "\r\x1b[K20/24 frames  1 failed");
+}
+
+TEST(TerminalProgress, GoodFramesOfAFailedPacketCountAsDone) {
+  Screen screen(true);
+  TerminalProgress progress(screen.console);
+  progress.runStarted(infoOf(24));
+  const WorkInfo packet{{5, 8}, true, 1, 1};
+  WorkResult result = failedWith("bad");
+  result.good.add({5, 6});
+  progress.workEnded(packet, result);
+  EXPECT_EQ(screen.writes.back(), "\r\x1b[K2/24 frames  2 failed");
+}
+
+TEST(TerminalProgress, TheSameFramesOfTwoJobsAreTwoWorks) {
+  Screen screen(true);
+  TerminalProgress progress(screen.console);
+  progress.runStarted(infoOf(24));
+  WorkInfo one = workOf(1);
+  one.job = 1;
+  WorkInfo two = workOf(1);
+  two.job = 2;
+  progress.workStarted(one);
+  progress.workStarted(two);
+  progress.workEnded(one, goodIn(1s));
+  EXPECT_EQ(screen.writes.back(), "\r\x1b[K1/24 frames  about 11 s left  running 1");
+}
+
 TEST(TerminalProgress, SummaryReplacesTheLiveLine) {
   Screen screen(true);
   TerminalProgress progress(screen.console);
@@ -248,10 +394,32 @@ TEST(JsonProgress, EveryEventIsOneVersionedObjectOnALine) {
   }
   EXPECT_EQ(kinds, (Writes{"run.started", "work.started", "work.image", "work.finished", "work.failed",
                            "run.interrupted", "run.summary"}));
-  EXPECT_EQ(screen.writes[1],
-            "{\"version\":1,\"kind\":\"work.started\",\"frames\":\"4\",\"attempt\":2,\"attempts\":3}\n");
+  EXPECT_EQ(screen.writes[1], "{\"version\":1,\"kind\":\"work.started\",\"job\":null,\"frames\":\"4\","
+                              "\"attempt\":2,\"attempts\":3}\n");
   EXPECT_EQ(Json::parse(screen.writes[3]).at("seconds"), 1.234);
   EXPECT_EQ(Json::parse(screen.writes[4]).at("again"), true);
+}
+
+TEST(JsonProgress, JobRuleAndGoodFramesAreTold) {
+  Screen screen;
+  JsonProgress progress(screen.console);
+  RunInfo info = infoOf(24);
+  info.job = 3;
+  info.name = "a";
+  progress.runStarted(info);
+  WorkInfo packet{{5, 8}, true, 1, 1};
+  packet.job = 3;
+  WorkResult result = failedWith("Error line: bad", {"bad"});
+  result.rule = VerdictRule::ErrorLine;
+  result.good.add({5, 6});
+  progress.workEnded(packet, result);
+  EXPECT_EQ(screen.all(),
+            "{\"version\":1,\"kind\":\"run.started\",\"job\":3,\"name\":\"a\",\"type\":\"Sketch\","
+            "\"scene\":\"/s/a_%04d.pov\",\"range\":\"1-24\",\"frames\":24,\"works\":24,\"goodBefore\":0,"
+            "\"slots\":2,\"logs\":\"/logs/run\"}\n"
+            "{\"version\":1,\"kind\":\"work.failed\",\"job\":3,\"frames\":\"5-8\",\"attempt\":1,"
+            "\"attempts\":1,\"seconds\":0.0,\"log\":\"/logs/run/4-4.log\",\"good\":\"5-6\","
+            "\"rule\":\"error line\",\"reason\":\"Error line: bad\",\"lines\":[\"bad\"],\"again\":false}\n");
 }
 
 TEST(JsonProgress, SummaryHoldsFramesFailuresAndImages) {
@@ -259,7 +427,7 @@ TEST(JsonProgress, SummaryHoldsFramesFailuresAndImages) {
   JsonProgress progress(screen.console);
   progress.runEnded(mixedSummary());
   EXPECT_EQ(screen.all(),
-            "{\"version\":1,\"kind\":\"run.summary\",\"interrupted\":false,\"seconds\":83.0,"
+            "{\"version\":1,\"kind\":\"run.summary\",\"job\":null,\"interrupted\":false,\"seconds\":83.0,"
             "\"works\":{\"good\":19,\"failed\":1,\"notDone\":4},"
             "\"frames\":{\"good\":\"1-6,8-20\",\"failed\":\"7\",\"notDone\":\"21-24\"},"
             "\"failures\":[{\"frames\":\"7\",\"works\":1,\"reason\":\"Exit code "

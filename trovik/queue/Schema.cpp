@@ -9,18 +9,25 @@
 // docs/formats.md tells what each column holds.
 //
 // What a finished work costs is above all the number of pages that its
-// transaction touches, since each is written to the log as a whole. So there
-// is an index only where a question is asked that often, most are partial (of
-// the works only the ready ones are ever searched by state), a job's long
-// stream has a table of its own, and numbers of works by state are counted and
-// not kept.
+// transaction changes, since each is written to the log as a whole. So
+//
+// - there is an index only where a question is asked that often, and most are
+//   partial. The one of open works has the running ones of a job right before
+//   the ready ones that are the next to be taken: mostly on the same page;
+// - attempts and files number themselves. AUTOINCREMENT would write a page to
+//   remember the highest number; here that is only put down when rows go;
+// - files belong to attempts, and have no index by job;
+// - a job's long stream has a table of its own, its row changes only with its
+//   state, and numbers of works by state are counted and not kept.
 
 namespace trovik {
 namespace {
 
 constexpr const char* version1 = R"sql(
 CREATE TABLE queue (
-  id TEXT NOT NULL
+  id TEXT NOT NULL,
+  last_attempt INTEGER NOT NULL DEFAULT 0,
+  last_file INTEGER NOT NULL DEFAULT 0
 ) STRICT;
 
 CREATE TABLE engines (
@@ -62,6 +69,7 @@ CREATE TABLE jobs (
 ) STRICT;
 CREATE INDEX jobs_open ON jobs (priority DESC, id) WHERE state IN ('waiting', 'running');
 CREATE INDEX jobs_unfinished ON jobs (id) WHERE state IN ('waiting', 'running', 'stopped');
+CREATE INDEX jobs_canceling ON jobs (id) WHERE canceling = 1;
 CREATE INDEX jobs_due ON jobs (id) WHERE end_due = 1;
 CREATE INDEX jobs_scene ON jobs (type, scene, output);
 
@@ -83,10 +91,11 @@ CREATE TABLE works (
   attempt INTEGER NOT NULL
 ) STRICT;
 CREATE INDEX works_job ON works (job, first);
-CREATE INDEX works_ready ON works (job, tries, place, first) WHERE state = 'ready';
+CREATE INDEX works_open ON works (job, state DESC, tries, place, first)
+  WHERE state = 'ready' OR state = 'running';
 
 CREATE TABLE attempts (
-  id INTEGER PRIMARY KEY AUTOINCREMENT,
+  id INTEGER PRIMARY KEY,
   job INTEGER NOT NULL REFERENCES jobs (id) ON DELETE CASCADE,
   work INTEGER NOT NULL,
   engine INTEGER NOT NULL REFERENCES engines (id),
@@ -109,11 +118,9 @@ CREATE TABLE attempts (
   command TEXT NOT NULL DEFAULT ''
 ) STRICT;
 CREATE INDEX attempts_job ON attempts (job);
-CREATE INDEX attempts_running ON attempts (job, engine) WHERE state = 'running';
 
 CREATE TABLE files (
-  id INTEGER PRIMARY KEY AUTOINCREMENT,
-  job INTEGER NOT NULL REFERENCES jobs (id) ON DELETE CASCADE,
+  id INTEGER PRIMARY KEY,
   attempt INTEGER NOT NULL,
   frame INTEGER,
   checked INTEGER NOT NULL,
@@ -122,9 +129,8 @@ CREATE TABLE files (
   path TEXT NOT NULL,
   problem TEXT NOT NULL
 ) STRICT;
-CREATE INDEX files_job ON files (job);
+CREATE INDEX files_attempt ON files (attempt);
 CREATE INDEX files_path ON files (path);
-CREATE INDEX files_unchecked ON files (attempt) WHERE checked = 0;
 
 INSERT INTO queue (id) VALUES (lower(hex(randomblob(16))));
 )sql";

@@ -1,6 +1,7 @@
 #include "trovik/queue/Statements.h"
 #include "trovik/queue/StoreImpl.h"
 
+#include <algorithm>
 #include <fstream>
 #include <unistd.h>
 
@@ -28,13 +29,11 @@ std::vector<EngineId> Store::Impl::aliveEngines() {
 
 std::vector<AttemptId> Store::Impl::runningOf(EngineId engine) {
   std::vector<AttemptId> attempts;
-  Query row(database,
-            "SELECT id FROM attempts INDEXED BY attempts_running WHERE state = 'running' AND engine = ?1 "
-            "ORDER BY id",
-            engine);
+  Query row(database, statements::runningOfEngine, engine);
   while (row.next()) {
     attempts.push_back(row.number());
   }
+  std::sort(attempts.begin(), attempts.end());
   return attempts;
 }
 
@@ -152,7 +151,7 @@ LostAttempt Store::Impl::lostAttempt(AttemptId id, Store& store) {
   }
   static const std::string sql =
       std::string("SELECT ") + fileColumns +
-      " FROM files INDEXED BY files_unchecked WHERE attempt = ?1 AND checked = 0 ORDER BY id";
+      " FROM files INDEXED BY files_attempt WHERE attempt = ?1 AND checked = 0 ORDER BY id";
   for (Query row(database, sql.c_str(), id); row.next();) {
     result.files.push_back(readFile(row));
   }

@@ -58,8 +58,8 @@ void Store::Impl::putParts(const Work& work, std::span<const WorkPart> parts) {
   }
 }
 
-void Store::Impl::insertFile(JobId job, const FileRecord& file, AttemptId attempt) {
-  Query(database, statements::insertFile, job, attempt, file.frame, file.checked, file.size, file.modified,
+void Store::Impl::insertFile(const FileRecord& file, std::int64_t attempt) {
+  Query(database, statements::insertFile, attempt, file.frame, file.checked, file.size, file.modified,
         file.path, file.problem)
       .run();
 }
@@ -220,7 +220,7 @@ AttemptRecord readAttempt(Query& row, Database& database) {
 FileRecord readFile(Query& row) {
   FileRecord file;
   file.id = row.number();
-  file.attempt = row.number();
+  file.attempt = std::max<std::int64_t>(row.number(), 0);
   file.frame = row.optionalInteger();
   file.path = row.text();
   file.checked = row.flag();

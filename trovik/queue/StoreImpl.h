@@ -57,9 +57,10 @@ public:
   void makeReady(JobId job, std::span<const FrameRun> wanted);
   bool settle(const Outcome& outcome);
   /// Appends works that are ready, in the order in which they are to be taken,
-  /// as claims that lack their attempts, until there are `count`.
+  /// as claims that lack their attempts, until there are `count`; and those of
+  /// their jobs that wait for their first start, where that is asked.
   void findReady(std::size_t count, std::optional<JobId> only, const std::vector<JobId>& without,
-                 std::vector<Claim>& claims);
+                 std::vector<Claim>& claims, std::vector<JobId>* waiting = nullptr);
 
   /// Engines that have not left; their locks tell which of them live.
   std::vector<EngineId> aliveEngines();
@@ -68,7 +69,8 @@ public:
   void putAway(EngineId engine, const char* state);
   LostAttempt lostAttempt(AttemptId id, Store& store);
 
-  void insertFile(JobId job, const FileRecord& file, AttemptId attempt);
+  /// Of an attempt; a file that was found has the job's negative number.
+  void insertFile(const FileRecord& file, std::int64_t attempt);
 
   bool hasReady(JobId job);
   bool hasRunning(JobId job);

@@ -63,7 +63,7 @@ JobId Store::submit(const NewJob& job) {
       insert(run, WorkState::Good);
     }
     for (const FileRecord& file : job.foundFiles) {
-      impl_->insertFile(id, file, 0);
+      impl_->insertFile(file, -id);
     }
     impl_->endWhenDone(id); // all may have been found
   });
@@ -200,6 +200,14 @@ void Store::remove(JobId id) {
       throw StoreError{StoreError::Kind::Other, "Job " + std::to_string(id) + " still runs",
                        "cancel it first, with trovik cancel " + std::to_string(id)};
     }
+    // Numbers of attempts and files are never used again.
+    Query(impl_->database,
+          "UPDATE queue SET last_attempt = max(last_attempt, coalesce((SELECT max(id) FROM attempts), 0)), "
+          "last_file = max(last_file, coalesce((SELECT max(id) FROM files), 0))")
+        .run();
+    Query(impl_->database,
+          "DELETE FROM files WHERE attempt = -?1 OR attempt IN (SELECT id FROM attempts WHERE job = ?1)", id)
+        .run();
     Query(impl_->database, "DELETE FROM jobs WHERE id = ?1", id).run();
   });
 }

@@ -18,6 +18,13 @@ std::string selectAttempts(const char* rest) {
   return std::string("SELECT ") + attemptColumns + " FROM attempts " + rest;
 }
 
+// The files that were found, and those of the attempts.
+const std::string foundFiles = "SELECT * FROM files f WHERE f.attempt = -?1 AND f.id > ?2";
+const std::string madeFiles = "SELECT f.* FROM attempts a INDEXED BY attempts_job "
+                              "CROSS JOIN files f INDEXED BY files_attempt ON f.attempt = a.id "
+                              "WHERE a.job = ?1 AND f.id > ?2";
+const std::string filesOfJob = " FROM (" + foundFiles + " UNION ALL " + madeFiles + ") ";
+
 std::optional<JobId> idIn(Query& row) {
   return row.next() ? std::optional(row.number()) : std::nullopt;
 }
@@ -133,8 +140,7 @@ std::optional<AttemptRecord> Store::attempt(AttemptId id) {
 }
 
 std::vector<FileRecord> Store::files(JobId id, std::int64_t after) {
-  static const std::string sql = std::string("SELECT ") + fileColumns +
-                                 " FROM files INDEXED BY files_job WHERE job = ?1 AND id > ?2 ORDER BY id";
+  static const std::string sql = std::string("SELECT ") + fileColumns + filesOfJob + "ORDER BY id";
   std::vector<FileRecord> result;
   for (Query row(impl_->database, sql.c_str(), id, after); row.next();) {
     result.push_back(readFile(row));
@@ -175,8 +181,9 @@ void addFailures(Database& database, JobId job, RunSummary& summary) {
 
 /// The files whose last check in this job found them good.
 void addImages(Database& database, JobId job, RunSummary& summary) {
-  Query row(database, "SELECT path, problem, max(id) FROM files WHERE job = ?1 AND checked = 1 GROUP BY path",
-            job);
+  static const std::string sql =
+      "SELECT path, problem, max(id)" + filesOfJob + "WHERE checked = 1 GROUP BY path";
+  Query row(database, sql.c_str(), job, 0);
   while (row.next()) {
     const Path file(row.text());
     if (row.text().empty()) {

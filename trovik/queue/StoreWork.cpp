@@ -102,8 +102,9 @@ std::vector<Claim> Store::claim(EngineId engine, std::size_t count, std::optiona
     }
   }
   impl_->database.write([&] {
+    std::vector<JobId> waiting;
     claims.clear();
-    impl_->findReady(count, only, without, claims);
+    impl_->findReady(count, only, without, claims, &waiting);
     const Moment start = now();
     for (Claim& claim : claims) {
       Query(impl_->database, statements::insertAttempt, claim.job, claim.work, engine, claim.run.First,
@@ -113,25 +114,23 @@ std::vector<Claim> Store::claim(EngineId engine, std::size_t count, std::optiona
       claim.mark = impl_->markOf(claim.attempt);
       Query(impl_->database, statements::startWork, claim.work, claim.attempt).run();
     }
-    JobId started = 0;
-    for (const Claim& claim : claims) {
-      if (claim.job != started) {
-        started = claim.job;
-        Query(impl_->database, statements::startJob, started, start).run();
-      }
+    for (const JobId job : waiting) {
+      Query(impl_->database, statements::startJob, job, start).run();
     }
   });
   return claims;
 }
 
 void Store::Impl::findReady(std::size_t count, std::optional<JobId> only, const std::vector<JobId>& without,
-                            std::vector<Claim>& claims) {
+                            std::vector<Claim>& claims, std::vector<JobId>* waiting) {
   for (Query jobs(database, statements::openJobs); claims.size() < count && jobs.next();) {
     const JobId job = jobs.number();
     if ((only && job != *only) || std::find(without.begin(), without.end(), job) != without.end()) {
       continue;
     }
-    Query row(database, statements::readyWorks, job, count - claims.size());
+    const auto state = jobs.state<JobState>();
+    const std::size_t before = claims.size();
+    Query row(database, statements::readyWorks, job, count - before);
     while (row.next()) {
       Claim claim;
       claim.job = job;
@@ -140,6 +139,9 @@ void Store::Impl::findReady(std::size_t count, std::optional<JobId> only, const 
       claim.number = row.integer() + 1;
       claim.tries = row.integer();
       claims.push_back(std::move(claim));
+    }
+    if (waiting != nullptr && state == JobState::Waiting && claims.size() > before) {
+      waiting->push_back(job);
     }
   }
 }
@@ -150,17 +152,11 @@ void Store::noteProcess(AttemptId attempt, int process) {
 
 void Store::noteFile(AttemptId attempt, const FileRecord& file) {
   impl_->database.write([&] {
-    JobId job = 0;
-    {
-      Query row(impl_->database, statements::runningJobOf, attempt);
-      if (!row.next()) {
-        return;
-      }
-      job = row.number();
+    if (Query(impl_->database, statements::isRunning, attempt).next()) {
+      FileRecord noted = file;
+      noted.checked = false;
+      impl_->insertFile(noted, attempt);
     }
-    FileRecord noted = file;
-    noted.checked = false;
-    impl_->insertFile(job, noted, attempt);
   });
 }
 
@@ -250,7 +246,7 @@ bool Store::Impl::settle(const Outcome& outcome) {
       .run();
   Query(database, statements::dropUnchecked, outcome.attempt).run();
   for (const FileRecord& file : outcome.files) {
-    insertFile(settling.job, file, outcome.attempt);
+    insertFile(file, outcome.attempt);
   }
   if (!anyLeft || rest.state != WorkState::Ready) {
     endWhenDone(settling.job);

@@ -74,10 +74,10 @@ constexpr std::array rules = {
     Rule{"an unchecked file belongs to no running attempt",
          "SELECT f.id FROM files f WHERE f.checked = 0 AND NOT EXISTS (SELECT 1 FROM attempts a WHERE a.id = "
          "f.attempt AND a.state = 'running')"},
-    Rule{
-        "a file belongs to an attempt that there is not",
-        "SELECT f.id FROM files f WHERE f.attempt <> 0 AND NOT EXISTS (SELECT 1 FROM attempts a WHERE a.id = "
-        "f.attempt AND a.job = f.job)"},
+    Rule{"a file belongs to an attempt or job that there is not",
+         "SELECT id FROM files f WHERE attempt = 0 OR (attempt > 0 AND NOT EXISTS (SELECT 1 FROM attempts a "
+         "WHERE "
+         "a.id = f.attempt)) OR (attempt < 0 AND NOT EXISTS (SELECT 1 FROM jobs j WHERE j.id = -f.attempt))"},
 };
 
 /// Overlaps are looked for among works with frames only: that of a job

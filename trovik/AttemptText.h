@@ -1,0 +1,42 @@
+#pragma once
+
+#include "trovik/Console.h"
+#include "trovik/Machine.h"
+#include "trovik/queue/Records.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace trovik {
+
+/// "7-9"; "work" for a job without frames.
+std::string titleOf(const AttemptRecord& attempt, bool hasFrames);
+
+/// Which of the attempt's lines the reason quotes; nothing where it quotes
+/// none of them.
+std::optional<std::size_t> decidingLine(const AttemptRecord& attempt);
+
+/// The rule for people: "an error line".
+std::string ruleText(VerdictRule rule);
+
+/// Where the output of an attempt is kept; of one that runs, where it will be.
+/// Empty where there is none.
+Path logOf(const AttemptRecord& attempt, const JobRecord& job);
+
+/// What it took, or takes so far.
+Duration timeOf(const AttemptRecord& attempt, Moment now);
+
+/// The end of a log, read without reading all of it.
+struct LogEnd {
+  bool there = false;             ///< the file can be read
+  std::int64_t bytes = 0;         ///< of the whole log
+  std::vector<std::string> lines; ///< the last ones that hold any text, cut like those of a failure
+};
+LogEnd readLogEnd(const Path& log);
+
+/// Prints every byte of a log; on a terminal with its control characters made
+/// visible. False when it cannot be read.
+bool printLog(Console& console, const Path& log);
+
+} // namespace trovik

@@ -1,0 +1,66 @@
+#include "trovik/EachJob.h"
+
+#include "trovik/Messages.h"
+#include "trovik/Session.h"
+#include "trovik/UsageError.h"
+
+#include <set>
+
+namespace trovik {
+
+int forEachJob(Session& session, const char* kind,
+               const std::function<JobDone(Store& store, const JobRecord& job)>& action,
+               const std::function<std::string(Store& store)>& finally) {
+  const Options& options = session.options();
+  Console& console = session.console();
+  for (const std::string& text : options.jobs) {
+    jobNumber(text);
+  }
+  Queue queue(session);
+  // "last" means the job that was the newest when all began.
+  std::string newest = "last";
+  if (queue.store() != nullptr) {
+    if (const std::vector<JobRecord> jobs = queue.store()->jobs(); !jobs.empty()) {
+      newest = std::to_string(jobs.front().id);
+    }
+  }
+  Json document = jsonOfKind(kind);
+  document["jobs"] = Json::array();
+  document["problems"] = Json::array();
+  std::string text;
+  std::set<JobId> seen;
+  for (const std::string& name : options.jobs) {
+    const auto refuse = [&](const UsageError& error) {
+      printRefusal(console, error);
+      document["problems"].push_back({{"job", name},
+                                      {"message", error.message},
+                                      {"hint", error.hint.empty() ? Json(nullptr) : Json(error.hint)}});
+    };
+    try {
+      const std::string known = name == "last" ? newest : name;
+      if (!seen.insert(jobNumber(known)).second) {
+        continue;
+      }
+      const JobRecord job = queue.job(known);
+      JobDone done = action(*queue.store(), job);
+      document["jobs"].push_back(std::move(done.json));
+      text += done.text;
+    } catch (const UsageError& error) {
+      refuse(error);
+    } catch (const StoreError& error) {
+      refuse({error.message, error.hint});
+    }
+  }
+  const bool some = !document["jobs"].empty();
+  if (some && finally) {
+    text += finally(*queue.store());
+  }
+  if (options.json) {
+    console.print(jsonDocument(document));
+  } else if (!text.empty()) {
+    console.print(text);
+  }
+  return document["problems"].empty() ? exitGood : some ? exitFailed : exitUsage;
+}
+
+} // namespace trovik

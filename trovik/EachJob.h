@@ -1,0 +1,28 @@
+#pragma once
+
+#include "trovik/Json.h"
+#include "trovik/Queue.h"
+
+#include <functional>
+#include <string>
+
+namespace trovik {
+
+/// What was done with a job, for people (one or more whole lines) and as JSON.
+struct JobDone {
+  std::string text;
+  Json json;
+};
+
+/// Does the same with each job that the command line names, once each, and
+/// tells every problem: one that is refused does not keep the others from it.
+/// A text that names no job at all is thrown before anything is done. The exit
+/// code is 0 for all done, 1 where some could not, 2 where none could.
+///
+/// `finally` is called with the store after all that, where something was
+/// done, and returns lines for people.
+int forEachJob(Session& session, const char* kind,
+               const std::function<JobDone(Store& store, const JobRecord& job)>& action,
+               const std::function<std::string(Store& store)>& finally = {});
+
+} // namespace trovik

@@ -1,0 +1,22 @@
+#pragma once
+
+#include "trovik/JobView.h"
+
+#include <vector>
+
+namespace trovik {
+
+/// The last word on each file of the job, in the order of frames; what belongs
+/// to no frame comes last.
+std::vector<FileRecord> filesOf(Store& store, JobId job);
+
+inline bool isGood(const FileRecord& file) {
+  return file.checked && file.problem.empty();
+}
+
+/// The frames that are not good, and those whose files are gone or empty by
+/// now: a look that costs one call a file. What is in a file was checked when
+/// it was made.
+RunSet missingFrames(const JobView& view, const std::vector<FileRecord>& files);
+
+} // namespace trovik

@@ -1,0 +1,224 @@
+#include "trovik/JobFollower.h"
+
+#include "trovik/JobView.h"
+#include "trovik/Moments.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+namespace trovik {
+namespace {
+
+constexpr Duration pause = std::chrono::milliseconds(500);
+constexpr int looksForAnEngine = 10; // one in so many looks at the queue; it takes a lock
+
+WorkResult resultOf(const AttemptRecord& attempt) {
+  WorkResult result;
+  switch (attempt.state) {
+  case AttemptState::Running:
+  case AttemptState::Good:
+    result.verdict = Verdict::Good;
+    break;
+  case AttemptState::Canceled:
+    result.verdict = Verdict::Canceled;
+    break;
+  case AttemptState::Failed:
+  case AttemptState::Lost:
+    result.verdict = Verdict::Failed;
+    break;
+  }
+  result.rule = attempt.rule;
+  result.good = attempt.good;
+  result.again = attempt.again;
+  result.reason = attempt.reason;
+  if (attempt.state == AttemptState::Lost && attempt.reason.empty()) {
+    result.reason = "Its engine died";
+  }
+  result.lines = attempt.lines;
+  result.log = Path(attempt.log);
+  result.duration = durationOf(attempt.duration);
+  return result;
+}
+
+} // namespace
+
+JobFollower::JobFollower(Store& store, JobId job, RunEvents& events, EngineId without)
+    : store_(store), job_(job), events_(events), without_(without) {}
+
+void JobFollower::beginRun() {
+  const RunInfo info = takeStock();
+  events_.runStarted(info);
+  tellStarts();
+}
+
+/// All of one moment: an attempt that ends while this is read must either
+/// count as ended or be followed.
+RunInfo JobFollower::takeStock() {
+  RunInfo info;
+  begun_ = true;
+  store_.inTransaction([&] {
+    std::optional<JobRecord> record = store_.job(job_);
+    open_ = record.has_value();
+    if (!record) {
+      return;
+    }
+    record_ = *record;
+    open_ = isOpen(record_.state);
+    info = runInfoOf(viewOf(store_, std::move(*record)));
+    std::set<EngineId> engines;
+    for (const AttemptRecord& attempt : store_.attempts(job_)) {
+      lastAttempt_ = std::max(lastAttempt_, attempt.id);
+      if (attempt.state == AttemptState::Running) {
+        engines.insert(attempt.engine);
+        if (attempt.engine != without_) {
+          running_[attempt.id] = {workOf(attempt), {}};
+        }
+      }
+    }
+    info.slots = 0;
+    for (const EngineId engine : engines) {
+      info.slots += store_.slots(engine);
+    }
+    info.slots = std::max<std::size_t>(1, info.slots);
+    for (const FileRecord& file : store_.files(job_)) {
+      lastFile_ = std::max(lastFile_, file.id);
+      if (const auto running = running_.find(file.attempt); running != running_.end()) {
+        running->second.pending = file.path;
+      }
+    }
+  });
+  return info;
+}
+
+void JobFollower::tellStarts() const {
+  for (const auto& [id, running] : running_) {
+    events_.workStarted(running.work);
+  }
+}
+
+void JobFollower::poll() {
+  if (!begun_) {
+    takeStock();
+    tellStarts();
+  }
+  const std::int64_t version = store_.dataVersion();
+  if (version == version_) {
+    return;
+  }
+  version_ = version;
+  while (look()) {
+  }
+}
+
+/// Attempts are asked for their state first, then the files are read, then the
+/// new attempts: so an attempt that is seen to have ended has all its files
+/// among those read, and every file belongs to an attempt that is known. A new
+/// attempt that has ended already takes a further look; true then.
+bool JobFollower::look() {
+  std::vector<AttemptRecord> ended;
+  for (const auto& [id, running] : running_) {
+    std::optional<AttemptRecord> attempt = store_.attempt(id);
+    if (attempt && attempt->state != AttemptState::Running) {
+      ended.push_back(std::move(*attempt));
+    }
+  }
+  const std::vector<FileRecord> files = store_.files(job_, lastFile_);
+  const std::vector<AttemptRecord> attempts = store_.attempts(job_, lastAttempt_);
+  const std::optional<JobRecord> record = store_.job(job_);
+
+  bool again = false;
+  for (const AttemptRecord& attempt : attempts) {
+    lastAttempt_ = std::max(lastAttempt_, attempt.id);
+    if (attempt.engine != without_) {
+      again = again || attempt.state != AttemptState::Running;
+      events_.workStarted((running_[attempt.id] = {workOf(attempt), {}}).work);
+    }
+  }
+  for (const FileRecord& file : files) {
+    lastFile_ = std::max(lastFile_, file.id);
+    tellFile(file);
+  }
+  for (const AttemptRecord& attempt : ended) {
+    tellEnd(attempt);
+  }
+  if (!record) { // deleted: what ran of it has nothing left to be told
+    running_.clear();
+  } else {
+    record_ = *record;
+  }
+  open_ = record && isOpen(record->state);
+  return again;
+}
+
+void JobFollower::tellFile(const FileRecord& file) {
+  const auto place = running_.find(file.attempt);
+  if (place == running_.end()) {
+    return;
+  }
+  Running& running = place->second;
+  if (file.checked) {
+    if (running.pending == file.path) {
+      running.pending.clear();
+    }
+    if (file.problem.empty()) {
+      tellImage(running, file.path);
+    }
+    return;
+  }
+  if (!running.pending.empty() && running.pending != file.path) {
+    tellImage(running, running.pending);
+  }
+  running.pending = file.path;
+}
+
+void JobFollower::tellImage(const Running& running, const std::string& path) {
+  if (told_.insert(path).second) {
+    events_.image(running.work, Path(path));
+  }
+}
+
+void JobFollower::tellEnd(const AttemptRecord& attempt) {
+  const auto node = running_.extract(attempt.id);
+  const Running& running = node.mapped();
+  if (attempt.state == AttemptState::Good && !running.pending.empty()) {
+    tellImage(running, running.pending);
+  }
+  events_.workEnded(running.work, resultOf(attempt));
+}
+
+WorkInfo JobFollower::workOf(const AttemptRecord& attempt) const {
+  WorkInfo work;
+  work.run = attempt.run;
+  work.hasFrames = record_.hasFrames;
+  work.attempt = attempt.number;
+  work.attempts = std::max(attempt.number, std::clamp(record_.retries, 0, 1'000'000) + 1);
+  work.job = job_;
+  return work;
+}
+
+bool followToEnd(JobFollower& follower, Store& store, Machine& machine, InterruptSource& interrupts,
+                 const std::function<void()>& engineGone) {
+  bool engine = true;
+  for (int looks = 0; !follower.isOver(); ++looks) {
+    if (looks % looksForAnEngine == 0) {
+      const bool lives = store.hasOtherEngine(0);
+      if (engine && !lives) {
+        engineGone();
+      }
+      engine = lives;
+    }
+    std::vector<pollfd> descriptors;
+    if (interrupts.descriptor() >= 0) {
+      descriptors.push_back({interrupts.descriptor(), POLLIN, 0});
+    }
+    machine.wait(descriptors, pause);
+    if (interrupts.take() > 0) {
+      return false;
+    }
+    follower.poll();
+  }
+  return true;
+}
+
+} // namespace trovik

@@ -1,0 +1,73 @@
+#pragma once
+
+#include "trovik/Interrupts.h"
+#include "trovik/Machine.h"
+#include "trovik/RunEvents.h"
+#include "trovik/queue/Store.h"
+
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+
+namespace trovik {
+
+/// Turns what other processes write into the queue about a job into the events
+/// of a run, so that a job looks the same whoever works on it.
+///
+/// The queue holds states, not events: what begins and ends between two looks
+/// is told all the same, one after the other; a file is told once, when the
+/// program has gone on to another one or the attempt has left it good. For one
+/// thread; the store and the events must outlive it.
+class JobFollower {
+public:
+  /// Attempts of the engine `without` are left out; 0 leaves out none.
+  JobFollower(Store& store, JobId job, RunEvents& events, EngineId without = 0);
+
+  /// Tells the start of the run, then the attempts that are under way. Not for
+  /// runs whose engine tells that itself.
+  void beginRun();
+
+  /// Tells what has changed since the last call; at the first one, unless
+  /// `beginRun` was called, the attempts that are under way. What had ended
+  /// before is never told. Cheap where nothing has changed.
+  void poll();
+
+  /// The job is not open any more, and no attempt that is followed runs.
+  bool isOver() const { return !open_ && running_.empty(); }
+
+private:
+  struct Running {
+    WorkInfo work;
+    std::string pending; // the file that it named last
+  };
+
+  RunInfo takeStock();
+  void tellStarts() const;
+  bool look();
+  void tellFile(const FileRecord& file);
+  void tellImage(const Running& running, const std::string& path);
+  void tellEnd(const AttemptRecord& attempt);
+  WorkInfo workOf(const AttemptRecord& attempt) const;
+
+  Store& store_;
+  JobId job_;
+  RunEvents& events_;
+  EngineId without_;
+  JobRecord record_;
+  bool begun_ = false;
+  bool open_ = true;
+  std::int64_t version_ = -1;
+  AttemptId lastAttempt_ = 0;
+  std::int64_t lastFile_ = 0;
+  std::map<AttemptId, Running> running_;
+  std::set<std::string> told_; // files
+};
+
+/// Follows to the end of the job. `engineGone` is called when no engine is at
+/// work that could go on with it, again after one was. False when the user
+/// asked to leave before.
+bool followToEnd(JobFollower& follower, Store& store, Machine& machine, InterruptSource& interrupts,
+                 const std::function<void()>& engineGone);
+
+} // namespace trovik

@@ -1,0 +1,285 @@
+#include "trovik/JobReport.h"
+
+#include "trovik/AttemptText.h"
+#include "trovik/FrameTimes.h"
+#include "trovik/Moments.h"
+#include "trovik/Text.h"
+
+#include <algorithm>
+#include <set>
+
+namespace trovik {
+namespace {
+
+constexpr std::size_t rangesShown = 20;
+constexpr std::size_t reasonsShown = 20;
+constexpr std::size_t attemptsShown = 20;
+constexpr std::size_t labelWidth = 11;
+
+/// From what good frames took so far, over the slots of the engines at work.
+std::optional<Duration> guess(Store& store, const JobReport& report,
+                              const std::vector<AttemptRecord>& attempts) {
+  std::vector<TimedFrames> times;
+  for (const AttemptRecord& attempt : attempts) {
+    if (attempt.state == AttemptState::Good) {
+      const auto frames =
+          report.view.job.hasFrames ? std::max<std::int64_t>(1, attempt.run.Count()) : std::int64_t{1};
+      times.push_back({durationOf(attempt.duration) / frames, static_cast<std::size_t>(frames)});
+    }
+  }
+  if (times.empty() || report.running.empty()) {
+    return std::nullopt;
+  }
+  std::set<EngineId> engines;
+  double begun = 0;
+  for (const JobReport::Running& running : report.running) {
+    engines.insert(running.attempt.engine);
+    begun += 0.5;
+  }
+  std::size_t slots = 0;
+  for (const EngineId engine : engines) {
+    slots += store.slots(engine);
+  }
+  const std::size_t left = report.view.ready() + report.view.running();
+  return timeFor(static_cast<double>(left) - begun, medianTime(std::move(times)), std::min(slots, left));
+}
+
+/// "label      text".
+std::string entry(const Console& console, const std::string& label, const std::string& text,
+                  Colour colour = Colour::Plain) {
+  return console.coloured(colour, padded(label, labelWidth)) + text + '\n';
+}
+
+std::string framesEntry(const Console& console, const char* label, const RunSet& frames, Colour colour) {
+  return frames.empty() ? std::string() : entry(console, label, frames.text(rangesShown), colour);
+}
+
+std::string countsText(const Console& console, const JobView& view) {
+  const std::string noun = view.job.hasFrames ? "frame" : "work";
+  std::string text = std::to_string(view.good()) + " of " + counted(view.total(), noun) + " good";
+  const auto add = [&](std::size_t count, const char* what, Colour colour) {
+    if (count > 0) {
+      text += ", " + console.coloured(colour, std::to_string(count) + ' ' + what);
+    }
+  };
+  add(view.failed(), "failed", Colour::Red);
+  add(view.canceled(), "canceled", Colour::Yellow);
+  add(view.running(), "running", Colour::Bold);
+  add(view.ready(), isOpen(view.job.state) ? "waiting" : "not done", Colour::Yellow);
+  return text;
+}
+
+std::string timesText(const JobRecord& job, Moment now) {
+  std::string text = momentText(job.created) + " (" + ageText(job.created, now) + " ago)";
+  if (job.started && job.ended) {
+    text += ", took " + durationText(between(*job.started, *job.ended));
+  } else if (job.started) {
+    text += ", runs for " + durationText(between(*job.started, now));
+  }
+  return text;
+}
+
+std::string failureText(const Console& console, const JobReport& report, const JobReport::Failure& failure) {
+  const std::string frames = report.view.job.hasFrames ? failure.group.frames.text(rangesShown) : "work";
+  std::string text = console.coloured(Colour::Red, "failed") + "  " + frames + "  " +
+                     console.shown(failure.group.reason) + '\n';
+  // A reason quotes what decided, but cuts what is long.
+  if (failure.attempt) {
+    const auto line = decidingLine(*failure.attempt);
+    if (line && failure.group.reason.find(failure.attempt->lines[*line]) == std::string::npos) {
+      text += "  | " + console.shown(failure.attempt->lines[*line]) + '\n';
+    }
+  }
+  return text;
+}
+
+std::string runningText(const Console& console, const JobReport& report, Moment now) {
+  std::string text;
+  const auto shown = std::min(report.running.size(), attemptsShown);
+  for (std::size_t i = 0; i < shown; ++i) {
+    const auto& [attempt, files] = report.running[i];
+    std::string line = titleOf(attempt, report.view.job.hasFrames) + "  for " +
+                       durationText(timeOf(attempt, now)) + ", on engine " + std::to_string(attempt.engine);
+    if (attempt.number > 1) {
+      line += ", attempt " + std::to_string(attempt.number);
+    }
+    if (files > 0) {
+      line += ", " + counted(files, "file") + " so far";
+    }
+    text += entry(console, i == 0 ? "running" : "", line, Colour::Bold);
+  }
+  if (report.running.size() > shown) {
+    text += entry(console, "", "and " + std::to_string(report.running.size() - shown) + " more");
+  }
+  return text;
+}
+
+struct Advice {
+  std::string command;
+  std::string what;
+};
+
+std::vector<Advice> adviceFor(const JobReport& report) {
+  const JobView& view = report.view;
+  const std::string id = std::to_string(view.job.id);
+  std::vector<Advice> advice;
+  if (view.failed() > 0) {
+    std::string frame;
+    if (view.job.hasFrames && !view.frames.failed.empty()) {
+      const int first = view.frames.failed.runs().front().First;
+      frame = (first < 0 ? " -- " : " ") + std::to_string(first);
+    }
+    advice.push_back({"trovik log " + id + frame, "what the program said"});
+  }
+  if (view.failed() + view.canceled() > 0) {
+    advice.push_back({"trovik retry " + id, view.failed() > 0 ? "do the failed ones again" : "go on"});
+  } else if (view.job.state == JobState::Stopped) {
+    advice.push_back({"trovik retry " + id, "go on"});
+  }
+  if (isOpen(view.job.state) && !report.engine) {
+    advice.push_back({"trovik engine", "no engine is at work; start one"});
+  } else if (view.job.state == JobState::Running) {
+    advice.push_back({"trovik watch " + id, "follow it"});
+  }
+  return advice;
+}
+
+std::string adviceText(const Console& console, const JobReport& report) {
+  const std::vector<Advice> advice = adviceFor(report);
+  std::size_t width = 0;
+  for (const Advice& one : advice) {
+    width = std::max(width, one.command.size());
+  }
+  std::string text;
+  for (std::size_t i = 0; i < advice.size(); ++i) {
+    text += entry(console, i == 0 ? "next" : "", padded(advice[i].command, width) + "  " + advice[i].what);
+  }
+  return text;
+}
+
+} // namespace
+
+JobReport reportOn(Store& store, JobRecord job) {
+  const JobId id = job.id;
+  JobReport report;
+  report.view = viewOf(store, std::move(job));
+  report.engine = store.hasOtherEngine(0);
+  RunSummary summary = store.summary(id);
+  report.images = std::move(summary.images);
+
+  const std::vector<AttemptRecord> attempts = store.attempts(id);
+  std::map<std::string, const AttemptRecord*> byReason;
+  std::map<AttemptId, std::size_t> files;
+  for (const AttemptRecord& attempt : attempts) {
+    if (attempt.state == AttemptState::Running) {
+      report.running.push_back({attempt, 0});
+      files[attempt.id] = 0;
+    } else if (attempt.state == AttemptState::Failed) {
+      byReason[attempt.reason] = &attempt;
+    }
+  }
+  if (!files.empty()) {
+    for (const FileRecord& file : store.files(id)) {
+      if (const auto place = files.find(file.attempt); place != files.end()) {
+        ++place->second;
+      }
+    }
+    for (JobReport::Running& running : report.running) {
+      running.files = files[running.attempt.id];
+    }
+  }
+  for (FailureGroup& group : summary.failures) {
+    JobReport::Failure failure;
+    if (const auto place = byReason.find(group.reason); place != byReason.end()) {
+      failure.attempt = *place->second;
+    }
+    failure.group = std::move(group);
+    report.failures.push_back(std::move(failure));
+  }
+  report.left = guess(store, report, attempts);
+  return report;
+}
+
+std::string reportText(const Console& console, const JobReport& report, Moment now) {
+  const JobView& view = report.view;
+  const JobRecord& job = view.job;
+  std::string text = console.coloured(Colour::Bold, "job " + std::to_string(job.id)) + "  " +
+                     console.coloured(colourOf(job.state), nameOf(job.state)) + "  " +
+                     console.shown(titleOf(job)) + '\n';
+  if (!job.note.empty() && (job.state == JobState::Stopped || report.failures.empty())) {
+    text += entry(console, "why", console.shown(job.note));
+  }
+  text += entry(console, "type", console.shown(job.typeName));
+  if (!job.scene.empty()) {
+    text += entry(console, "scene", console.shown(job.scene));
+  }
+  if (!job.range.empty()) {
+    text += entry(console, "range", console.shown(job.range));
+  }
+  text += entry(console, "submitted", timesText(job, now));
+  if (job.priority != 50) {
+    text += entry(console, "priority", std::to_string(job.priority));
+  }
+  text += entry(console, view.job.hasFrames ? "frames" : "work", countsText(console, view));
+  if (job.hasFrames) {
+    text += framesEntry(console, "good", view.frames.good, Colour::Green);
+    text += framesEntry(console, "failed", view.frames.failed, Colour::Red);
+    text += framesEntry(console, "canceled", view.frames.canceled, Colour::Yellow);
+  }
+  text += runningText(console, report, now);
+  if (job.hasFrames) {
+    text +=
+        framesEntry(console, isOpen(job.state) ? "waiting" : "not done", view.frames.ready, Colour::Yellow);
+  }
+  if (report.left) {
+    text += entry(console, "left", "about " + roughText(*report.left));
+  }
+  for (const auto& [directory, count] : report.images) {
+    text += entry(console, "images", std::to_string(count) + " in " + console.shown(directory));
+  }
+  text += entry(console, "logs", console.shown(job.logs));
+  std::size_t shown = 0;
+  for (const JobReport::Failure& failure : report.failures) {
+    if (shown++ == reasonsShown) {
+      text += "  and " + counted(report.failures.size() - reasonsShown, "further reason") + '\n';
+      break;
+    }
+    text += failureText(console, report, failure);
+  }
+  return text + adviceText(console, report);
+}
+
+Json reportJson(const JobReport& report, Moment now) {
+  Json document = jsonOfKind("job");
+  document.update(jobJson(report.view, now));
+  document["left"] = report.left ? Json(secondsOf(*report.left)) : Json(nullptr);
+  document["engine"] = report.engine;
+  document["running"] = Json::array();
+  for (const auto& [attempt, files] : report.running) {
+    document["running"].push_back(
+        {{"frames", report.view.job.hasFrames ? Json(runText(attempt.run)) : Json(nullptr)},
+         {"attempt", attempt.number},
+         {"engine", attempt.engine},
+         {"seconds", secondsOf(timeOf(attempt, now))},
+         {"files", files},
+         {"log", textOrNull(logOf(attempt, report.view.job).Text())}});
+  }
+  document["failures"] = Json::array();
+  for (const auto& [group, attempt] : report.failures) {
+    const auto line = attempt ? decidingLine(*attempt) : std::nullopt;
+    document["failures"].push_back(
+        {{"frames", report.view.job.hasFrames ? Json(group.frames.text()) : Json(nullptr)},
+         {"works", group.works},
+         {"reason", group.reason},
+         {"rule", attempt ? Json(nameOf(attempt->rule)) : Json(nullptr)},
+         {"line", line ? Json(attempt->lines[*line]) : Json(nullptr)},
+         {"log", textOrNull(group.log.Text())}});
+  }
+  document["images"] = Json::array();
+  for (const auto& [directory, count] : report.images) {
+    document["images"].push_back({{"directory", directory}, {"count", count}});
+  }
+  return document;
+}
+
+} // namespace trovik

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "trovik/JobView.h"
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace trovik {
+
+/// All that one wants to know of a job at a glance.
+struct JobReport {
+  struct Running {
+    AttemptRecord attempt;
+    std::size_t files = 0; ///< that it has named so far
+  };
+  struct Failure {
+    FailureGroup group;
+    std::optional<AttemptRecord> attempt; ///< one that failed for this reason
+  };
+
+  JobView view;
+  std::vector<Running> running;
+  std::vector<Failure> failures;
+  std::map<std::string, std::size_t> images; ///< by directory
+  std::optional<Duration> left;              ///< a guess, while works run
+  bool engine = false;                       ///< one lives that may work off the job
+};
+
+JobReport reportOn(Store& store, JobRecord job);
+
+std::string reportText(const Console& console, const JobReport& report, Moment now);
+Json reportJson(const JobReport& report, Moment now);
+
+} // namespace trovik

@@ -1,0 +1,205 @@
+#include "trovik/JobStats.h"
+
+#include "trovik/AttemptText.h"
+#include "trovik/Moments.h"
+#include "trovik/Text.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace trovik {
+namespace {
+
+constexpr std::size_t slowestShown = 5;
+
+/// Parts of a duration; hostile ones are no reason to overflow.
+Duration scaled(Duration duration, double factor) {
+  return Duration(static_cast<Duration::rep>(static_cast<double>(duration.count()) * factor));
+}
+
+double share(Duration part, Duration whole) {
+  return whole.count() == 0 ? 0 : static_cast<double>(part.count()) / static_cast<double>(whole.count());
+}
+
+std::string percent(double part) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f %%", part * 100);
+  return text;
+}
+
+double rounded(double part) {
+  return static_cast<double>(static_cast<std::int64_t>(part * 10000 + 0.5)) / 10000;
+}
+
+std::string entry(const std::string& label, const std::string& text) {
+  return padded(label, 12) + text + '\n';
+}
+
+} // namespace
+
+void JobStats::add(const JobRecord& job, const std::vector<AttemptRecord>& attempts) {
+  ++jobs_;
+  for (const AttemptRecord& attempt : attempts) {
+    if (attempt.state == AttemptState::Running) {
+      continue;
+    }
+    ++attempts_;
+    countFrames(job, attempt);
+    const Duration duration = durationOf(attempt.duration);
+    const auto length = std::chrono::duration_cast<std::chrono::microseconds>(duration);
+    // Beyond what clocks give, adding could overflow.
+    const auto year10000 = Moment(std::chrono::microseconds(std::int64_t{253'402'300'800} * 1'000'000));
+    const Moment begin = std::clamp(attempt.started, Moment(), year10000);
+    intervals_[attempt.engine].push_back({begin, begin + length});
+  }
+}
+
+/// The time of an attempt that left some of its frames good is shared among
+/// its frames: what went into the others was in vain.
+void JobStats::countFrames(const JobRecord& job, const AttemptRecord& attempt) {
+  const Duration duration = durationOf(attempt.duration);
+  const std::size_t all =
+      job.hasFrames ? static_cast<std::size_t>(std::max<std::int64_t>(1, attempt.run.Count())) : 1;
+  const std::size_t good = attempt.state == AttemptState::Good ? all : std::min(all, attempt.good.count());
+  const Duration used = scaled(duration, static_cast<double>(good) / static_cast<double>(all));
+  frames_ += good;
+  good_ += used;
+  if (attempt.state == AttemptState::Good) {
+    times_.push_back(
+        {{duration / static_cast<Duration::rep>(all), all}, job.id, titleOf(attempt, job.hasFrames)});
+  } else if (attempt.state == AttemptState::Failed) {
+    failed_ += duration - used;
+  } else if (attempt.state == AttemptState::Canceled) {
+    canceled_ += duration - used;
+  } else {
+    lost_ += duration - used;
+  }
+}
+
+std::vector<JobStats::Timed> JobStats::sortedTimes() const {
+  std::vector<Timed> times = times_;
+  std::stable_sort(times.begin(), times.end(),
+                   [](const Timed& a, const Timed& b) { return a.time.each > b.time.each; });
+  return times;
+}
+
+Duration JobStats::median() const {
+  std::vector<TimedFrames> times;
+  times.reserve(times_.size());
+  for (const Timed& timed : times_) {
+    times.push_back(timed.time);
+  }
+  return medianTime(std::move(times));
+}
+
+Duration JobStats::mean() const {
+  double sum = 0;
+  double frames = 0;
+  for (const Timed& timed : times_) {
+    sum += static_cast<double>(timed.time.each.count()) * static_cast<double>(timed.time.frames);
+    frames += static_cast<double>(timed.time.frames);
+  }
+  return frames == 0 ? Duration() : Duration(static_cast<Duration::rep>(sum / frames));
+}
+
+JobStats::Use JobStats::use(const SlotsOf& slots) const {
+  /// How long at least one of the intervals lasted.
+  const auto covered = [](std::vector<Interval> intervals) {
+    std::sort(intervals.begin(), intervals.end(),
+              [](const Interval& a, const Interval& b) { return a.begin < b.begin; });
+    Duration sum{};
+    std::optional<Moment> end;
+    for (const Interval& interval : intervals) {
+      const Moment begin = end ? std::max(*end, interval.begin) : interval.begin;
+      sum += between(begin, interval.end);
+      end = end ? std::max(*end, interval.end) : interval.end;
+    }
+    return sum;
+  };
+  Use use;
+  std::vector<Interval> all;
+  for (const auto& [engine, intervals] : intervals_) {
+    const std::size_t count = std::max<std::size_t>(1, slots(engine));
+    use.slots += count;
+    use.capacity += scaled(covered(intervals), static_cast<double>(count));
+    for (const Interval& interval : intervals) {
+      use.busy += between(interval.begin, interval.end);
+    }
+    all.insert(all.end(), intervals.begin(), intervals.end());
+  }
+  use.wall = covered(std::move(all));
+  return use;
+}
+
+std::string JobStats::text(const SlotsOf& slots, bool several) const {
+  const std::vector<Timed> times = sortedTimes();
+  const auto oneText = [several](const Timed& timed) {
+    return durationText(timed.time.each) + (timed.time.frames > 1 ? " each" : "") + "  " + timed.frames +
+           (several ? " of job " + std::to_string(timed.job) : "");
+  };
+  std::string text;
+  if (several) {
+    text += entry("jobs", std::to_string(jobs_));
+  }
+  text += entry("frames", std::to_string(frames_) + " good, from " + counted(attempts_, "attempt"));
+  if (!times.empty()) {
+    text += entry("median", durationText(median()) + " a frame");
+    text += entry("mean", durationText(mean()) + " a frame");
+    text += entry("fastest", oneText(times.back()));
+    for (std::size_t i = 0; i < std::min(slowestShown, times.size()); ++i) {
+      text += entry(i == 0 ? "slowest" : "", oneText(times[i]));
+    }
+  }
+  const Duration whole = good_ + inVain();
+  text += entry("good", durationText(good_) + "  " + percent(share(good_, whole)) + " of all rendering");
+  const auto addLoss = [&](const char* label, Duration loss) {
+    if (loss.count() > 0) {
+      text += entry(label, durationText(loss) + "  " + percent(share(loss, whole)));
+    }
+  };
+  addLoss("failed", failed_);
+  addLoss("canceled", canceled_);
+  addLoss("lost", lost_);
+  const Use used = use(slots);
+  text += entry("slots", percent(std::min(1.0, share(used.busy, used.capacity))) + " used, of " +
+                             counted(used.slots, "slot"));
+  const double hours = std::chrono::duration<double>(used.wall).count() / 3600;
+  if (frames_ > 0 && hours > 0) {
+    const double perHour = static_cast<double>(frames_) / hours;
+    char rate[64];
+    std::snprintf(rate, sizeof rate, "%.*f", perHour < 10 ? 1 : 0, perHour);
+    text += entry("throughput", std::string(rate) + " frames an hour, in " + durationText(used.wall));
+  }
+  return text;
+}
+
+void JobStats::fill(Json& document, const SlotsOf& slots) const {
+  const std::vector<Timed> times = sortedTimes();
+  const auto oneJson = [](const Timed& timed) {
+    return Json{{"job", timed.job}, {"frames", timed.frames}, {"seconds", secondsOf(timed.time.each)}};
+  };
+  document["jobs"] = jobs_;
+  document["attempts"] = attempts_;
+  document["frames"] = frames_;
+  document["median"] = times.empty() ? Json(nullptr) : Json(secondsOf(median()));
+  document["mean"] = times.empty() ? Json(nullptr) : Json(secondsOf(mean()));
+  document["fastest"] = times.empty() ? Json(nullptr) : oneJson(times.back());
+  document["slowest"] = Json::array();
+  for (std::size_t i = 0; i < std::min(slowestShown, times.size()); ++i) {
+    document["slowest"].push_back(oneJson(times[i]));
+  }
+  const Duration whole = good_ + inVain();
+  document["time"] = {{"good", secondsOf(good_)},
+                      {"failed", secondsOf(failed_)},
+                      {"canceled", secondsOf(canceled_)},
+                      {"lost", secondsOf(lost_)}};
+  document["lostShare"] = rounded(share(inVain(), whole));
+  const Use used = use(slots);
+  document["slots"] = used.slots;
+  document["slotsUsed"] = rounded(std::min(1.0, share(used.busy, used.capacity)));
+  document["wall"] = secondsOf(used.wall);
+  const double hours = std::chrono::duration<double>(used.wall).count() / 3600;
+  document["framesPerHour"] = hours > 0 ? Json(rounded(static_cast<double>(frames_) / hours)) : Json(nullptr);
+}
+
+} // namespace trovik

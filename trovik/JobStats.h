@@ -1,0 +1,65 @@
+#pragma once
+
+#include "trovik/Console.h"
+#include "trovik/FrameTimes.h"
+#include "trovik/Json.h"
+#include "trovik/queue/Records.h"
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace trovik {
+
+/// Reckons what rendering took, and what of it was in vain, from the attempts
+/// that have ended. A work without frames counts as one frame.
+class JobStats {
+public:
+  /// The slots of an engine.
+  using SlotsOf = std::function<std::size_t(EngineId engine)>;
+
+  void add(const JobRecord& job, const std::vector<AttemptRecord>& attempts);
+
+  bool empty() const { return attempts_ == 0; }
+  /// `several`: of more than one job, so that frames are told with theirs.
+  std::string text(const SlotsOf& slots, bool several) const;
+  /// Fills what the document of the verb holds.
+  void fill(Json& document, const SlotsOf& slots) const;
+
+private:
+  struct Timed {
+    TimedFrames time;
+    JobId job = 0;
+    std::string frames;
+  };
+  struct Interval {
+    Moment begin;
+    Moment end;
+  };
+  struct Use {
+    Duration busy{};     ///< of all programs together
+    Duration capacity{}; ///< slots times the time in which any of theirs ran
+    Duration wall{};     ///< in which anything ran at all
+    std::size_t slots = 0;
+  };
+
+  void countFrames(const JobRecord& job, const AttemptRecord& attempt);
+  std::vector<Timed> sortedTimes() const;
+  Duration median() const;
+  Duration mean() const;
+  Duration inVain() const { return failed_ + canceled_ + lost_; }
+  Use use(const SlotsOf& slots) const;
+
+  std::size_t jobs_ = 0;
+  std::size_t attempts_ = 0;
+  std::size_t frames_ = 0; // that became good
+  std::vector<Timed> times_;
+  Duration good_{};
+  Duration failed_{};
+  Duration canceled_{};
+  Duration lost_{};
+  std::map<EngineId, std::vector<Interval>> intervals_;
+};
+
+} // namespace trovik

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "trovik/Console.h"
+#include "trovik/Json.h"
+#include "trovik/RunEvents.h"
+#include "trovik/queue/Store.h"
+
+#include <string>
+
+namespace trovik {
+
+/// A job with the state of its frames, as lists and reports show it. Numbers
+/// are frames; works of a job without.
+struct JobView {
+  JobRecord job; ///< `logs` is never empty
+  JobFrames frames;
+
+  std::size_t good() const { return job.hasFrames ? frames.good.count() : frames.goodWorks; }
+  std::size_t failed() const { return job.hasFrames ? frames.failed.count() : frames.failedWorks; }
+  std::size_t canceled() const { return job.hasFrames ? frames.canceled.count() : frames.canceledWorks; }
+  std::size_t running() const { return job.hasFrames ? frames.running.count() : frames.runningWorks; }
+  std::size_t ready() const { return job.hasFrames ? frames.ready.count() : frames.readyWorks; }
+  std::size_t total() const { return good() + failed() + canceled() + running() + ready(); }
+};
+
+JobView viewOf(Store& store, JobRecord job);
+
+/// The job's own name, else that of its scene's file; "job 3" where it has
+/// neither.
+std::string titleOf(const JobRecord& job);
+
+/// All frames of a job, whatever their state.
+RunSet allFrames(const JobFrames& frames);
+
+/// What readers of events are told of the job.
+RunInfo runInfoOf(const JobView& view);
+
+/// Since its first attempt, to its end or until now; nothing before.
+std::optional<Duration> timeOf(const JobRecord& job, Moment now);
+
+Colour colourOf(JobState state);
+
+/// What every JSON form about a job holds.
+Json jobJson(const JobView& view, Moment now);
+Json textOrNull(const std::string& text);
+
+/// The table of `trovik jobs`, the newest job last. On a terminal the names
+/// are cut to what fits.
+std::string jobTable(const Console& console, const std::vector<JobView>& views, Moment now);
+
+} // namespace trovik

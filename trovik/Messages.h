@@ -1,0 +1,19 @@
+#pragma once
+
+#include "trovik/Console.h"
+#include "trovik/UsageError.h"
+
+#include <string>
+
+namespace trovik {
+
+/// A message for standard error with a head such as "trovik: warning:" before
+/// its first line; every line of the text, which may hold names from outside,
+/// is made visible.
+std::string messageText(const Console& console, Colour colour, const std::string& head,
+                        const std::string& text);
+
+/// What was refused, and the hint below it.
+void printRefusal(Console& console, const UsageError& error);
+
+} // namespace trovik

@@ -1,0 +1,19 @@
+#include "trovik/ProgressReader.h"
+
+#include "trovik/JsonProgress.h"
+#include "trovik/PlainProgress.h"
+#include "trovik/TerminalProgress.h"
+
+namespace trovik {
+
+std::unique_ptr<RunEvents> progressFor(Console& console, bool json) {
+  if (json) {
+    return std::make_unique<JsonProgress>(console);
+  }
+  if (console.traits().terminal) {
+    return std::make_unique<TerminalProgress>(console);
+  }
+  return std::make_unique<PlainProgress>(console);
+}
+
+} // namespace trovik

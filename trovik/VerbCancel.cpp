@@ -1,0 +1,32 @@
+#include "trovik/EachJob.h"
+#include "trovik/Session.h"
+#include "trovik/Text.h"
+#include "trovik/UsageError.h"
+#include "trovik/Verbs.h"
+
+namespace trovik {
+namespace {
+
+JobDone cancel(Store& store, const JobRecord& job) {
+  const std::string title = "job " + std::to_string(job.id);
+  if (!store.cancel(job.id)) {
+    throw UsageError{title + " is " + nameOf(job.state) + " already; there is nothing to cancel",
+                     "\"trovik delete " + std::to_string(job.id) + "\" removes it"};
+  }
+  const std::size_t running = store.frames(job.id).runningWorks;
+  std::string text = title + "  canceled";
+  if (running > 0) {
+    text += store.hasOtherEngine(0)
+                ? "; " + counted(running, "program") + (running == 1 ? " is" : " are") + " asked to end"
+                : "; no engine is at work, so the next one ends what is left of it";
+  }
+  return {text + '\n', {{"job", job.id}, {"running", running}}};
+}
+
+} // namespace
+
+int cancelJobs(Session& session) {
+  return forEachJob(session, "cancel", cancel);
+}
+
+} // namespace trovik

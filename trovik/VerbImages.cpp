@@ -1,0 +1,68 @@
+#include "trovik/JobFiles.h"
+#include "trovik/Queue.h"
+#include "trovik/Session.h"
+#include "trovik/UsageError.h"
+#include "trovik/Verbs.h"
+
+namespace trovik {
+namespace {
+
+int printMissing(Console& console, const JobView& view, const std::vector<FileRecord>& files, bool json) {
+  if (!view.job.hasFrames) {
+    throw UsageError{"job " + std::to_string(view.job.id) + " has no frames",
+                     "\"trovik images " + std::to_string(view.job.id) + "\" lists its files"};
+  }
+  const RunSet missing = missingFrames(view, files);
+  if (json) {
+    Json document = jsonOfKind("images.missing");
+    document["job"] = view.job.id;
+    document["frames"] = missing.text();
+    document["count"] = missing.count();
+    console.print(jsonDocument(document));
+  } else if (!missing.empty()) {
+    console.print(missing.text() + '\n');
+  }
+  return missing.empty() ? exitGood : exitFailed;
+}
+
+} // namespace
+
+int listImages(Session& session) {
+  const Options& options = session.options();
+  Console& console = session.console();
+  Queue queue(session);
+  JobRecord job = queue.job(*options.job);
+  const JobView view = viewOf(*queue.store(), std::move(job));
+  const std::vector<FileRecord> files = filesOf(*queue.store(), view.job.id);
+  if (options.missing) {
+    return printMissing(console, view, files, options.json);
+  }
+  if (options.json) {
+    Json document = jsonOfKind("images");
+    document["job"] = view.job.id;
+    document["files"] = Json::array();
+    for (const FileRecord& file : files) {
+      document["files"].push_back({{"frame", file.frame ? Json(*file.frame) : Json(nullptr)},
+                                   {"file", file.path},
+                                   {"checked", file.checked},
+                                   {"size", file.checked ? Json(file.size) : Json(nullptr)},
+                                   {"problem", textOrNull(file.problem)}});
+    }
+    console.print(jsonDocument(document));
+    return exitGood;
+  }
+  std::string text;
+  for (const FileRecord& file : files) {
+    if (isGood(file)) {
+      text += console.shown(file.path) + '\n';
+    }
+  }
+  if (!text.empty()) {
+    console.print(text);
+  } else if (console.traits().terminal) {
+    console.print("no images yet\n");
+  }
+  return exitGood;
+}
+
+} // namespace trovik

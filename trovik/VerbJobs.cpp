@@ -1,0 +1,72 @@
+#include "trovik/JobView.h"
+#include "trovik/Moments.h"
+#include "trovik/Numbers.h"
+#include "trovik/Queue.h"
+#include "trovik/Session.h"
+#include "trovik/UsageError.h"
+#include "trovik/Verbs.h"
+
+#include <algorithm>
+
+namespace trovik {
+namespace {
+
+constexpr std::size_t usualLimit = 20;
+
+/// The jobs to list, the newest first. Without a wish these are the last ones
+/// and every older one that is still open: what waits is never out of sight.
+std::vector<JobRecord> chosen(std::vector<JobRecord> jobs, const Options& options) {
+  const std::size_t limit =
+      options.limit ? positiveNumber("--limit", *options.limit, 1'000'000'000) : usualLimit;
+  std::size_t place = 0;
+  std::erase_if(jobs, [&](const JobRecord& job) {
+    const bool tooOld = ++place > limit && !options.all;
+    return tooOld && (options.limit || !isOpen(job.state));
+  });
+  return jobs;
+}
+
+} // namespace
+
+int listJobs(Session& session) {
+  const Options& options = session.options();
+  Console& console = session.console();
+  if (options.all && options.limit) {
+    throw UsageError{"--all and --limit exclude each other", "leave one of them out"};
+  }
+  Queue queue(session);
+  std::vector<JobRecord> all;
+  if (queue.store() != nullptr) {
+    all = queue.store()->jobs();
+  }
+  const std::size_t known = all.size();
+  std::vector<JobView> views;
+  for (JobRecord& job : chosen(std::move(all), options)) {
+    views.push_back(viewOf(*queue.store(), std::move(job)));
+  }
+  std::reverse(views.begin(), views.end());
+
+  const Moment now = momentNow();
+  if (options.json) {
+    Json document = jsonOfKind("jobs");
+    document["jobs"] = Json::array();
+    for (const JobView& view : views) {
+      document["jobs"].push_back(jobJson(view, now));
+    }
+    document["more"] = known - views.size();
+    console.print(jsonDocument(document));
+    return exitGood;
+  }
+  if (views.empty()) {
+    console.print("no jobs\n");
+    return exitGood;
+  }
+  console.print(jobTable(console, views, now));
+  if (known > views.size() && console.traits().terminal) {
+    console.print(
+        console.coloured(Colour::Faint, counted(known - views.size(), "older job") + " with --all") + '\n');
+  }
+  return exitGood;
+}
+
+} // namespace trovik

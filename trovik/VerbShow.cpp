@@ -1,0 +1,23 @@
+#include "trovik/JobReport.h"
+#include "trovik/Moments.h"
+#include "trovik/Queue.h"
+#include "trovik/Session.h"
+#include "trovik/UsageError.h"
+#include "trovik/Verbs.h"
+
+namespace trovik {
+
+int showJob(Session& session) {
+  Console& console = session.console();
+  Queue queue(session);
+  JobRecord job = queue.job(*session.options().job);
+  const JobReport report = reportOn(*queue.store(), std::move(job));
+  if (session.options().json) {
+    console.print(jsonDocument(reportJson(report, momentNow())));
+  } else {
+    console.print(reportText(console, report, momentNow()));
+  }
+  return exitGood;
+}
+
+} // namespace trovik

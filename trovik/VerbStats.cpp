@@ -1,0 +1,40 @@
+#include "trovik/JobStats.h"
+#include "trovik/Queue.h"
+#include "trovik/Session.h"
+#include "trovik/UsageError.h"
+#include "trovik/Verbs.h"
+
+namespace trovik {
+
+int showStats(Session& session) {
+  const Options& options = session.options();
+  Console& console = session.console();
+  Queue queue(session);
+  const bool several = !options.job;
+  std::vector<JobRecord> jobs;
+  if (!several) {
+    jobs.push_back(queue.job(*options.job));
+  } else if (queue.store() != nullptr) {
+    jobs = queue.store()->jobs();
+  }
+  JobStats stats;
+  for (const JobRecord& job : jobs) {
+    stats.add(job, queue.store()->attempts(job.id));
+  }
+  const JobStats::SlotsOf slots = [&queue](EngineId engine) { return queue.store()->slots(engine); };
+  if (options.json) {
+    Json document = jsonOfKind("stats");
+    document["job"] = several ? Json(nullptr) : Json(jobs.front().id);
+    stats.fill(document, slots);
+    console.print(jsonDocument(document));
+    return exitGood;
+  }
+  if (stats.empty()) {
+    console.print("nothing has been rendered yet\n");
+    return exitGood;
+  }
+  console.print(stats.text(slots, several));
+  return exitGood;
+}
+
+} // namespace trovik

@@ -1,0 +1,51 @@
+#include "trovik/JobFollower.h"
+#include "trovik/Json.h"
+#include "trovik/ProgressReader.h"
+#include "trovik/Queue.h"
+#include "trovik/Session.h"
+#include "trovik/UsageError.h"
+#include "trovik/Verbs.h"
+
+namespace trovik {
+
+int watchJob(Session& session) {
+  const bool json = session.options().json;
+  Console& console = session.console();
+  Queue queue(session);
+  const JobRecord job = queue.job(*session.options().job);
+  Store& store = *queue.store();
+  const std::string title = "job " + std::to_string(job.id);
+  const auto tell = [&](const char* kind, const std::string& word, const std::string& text) {
+    if (json) {
+      Json event = jsonOfKind(kind);
+      event["job"] = job.id;
+      console.print(jsonLine(event));
+    } else {
+      console.print(console.coloured(Colour::Yellow, word) + "  " + text + '\n');
+    }
+  };
+
+  LocalMachine machine;
+  SignalInterrupts interrupts;
+  const std::unique_ptr<RunEvents> progress = progressFor(console, json);
+  JobFollower follower(store, job.id, *progress);
+  follower.beginRun();
+  const bool ended = followToEnd(follower, store, machine, interrupts, [&] {
+    tell("watch.waiting", "waiting", "no engine is at work; \"trovik engine\" starts one");
+  });
+  if (!ended) {
+    console.setLive({});
+    tell("watch.left", "left", title + " stays in the queue");
+    return exitFailed;
+  }
+  if (!store.job(job.id)) {
+    console.setLive({});
+    tell("watch.deleted", "gone", title + " was deleted");
+    return exitFailed;
+  }
+  const RunSummary summary = store.summary(job.id);
+  progress->runEnded(summary);
+  return summary.allGood() ? exitGood : exitFailed;
+}
+
+} // namespace trovik
