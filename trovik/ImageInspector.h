@@ -1,21 +1,13 @@
 #pragma once
 
 #include "host/foundation/Path.h"
+#include "trovik/Inspection.h"
 #include "trovik/Machine.h"
 
 #include <functional>
 #include <optional>
-#include <string>
 
 namespace trovik {
-
-/// What a look into a file gave.
-struct Inspection {
-  std::string problem; ///< why it is not good ("Truncated image (...)"); empty for good or no image
-  bool image = false;  ///< whether it is of a format that was decoded
-  int width = 0;
-  int height = 0;
-};
 
 /// Looks into files: decodes images whole. Answers come later, through the
 /// engine's poll loop; the looking never blocks it. For one thread.

@@ -129,6 +129,27 @@ std::string printable(std::string_view text, OddBytes odd) {
   return out;
 }
 
+bool isUtf8(std::string_view text) {
+  for (std::size_t position = 0; position < text.size();) {
+    const Character character = characterAt(text, position);
+    if (!character.valid) {
+      return false;
+    }
+    position += character.length;
+  }
+  return true;
+}
+
+std::u32string charactersOf(std::string_view text) {
+  std::u32string characters;
+  for (std::size_t position = 0; position < text.size();) {
+    const Character character = characterAt(text, position);
+    characters += character.valid ? character.value : U'\xfffd';
+    position += character.length;
+  }
+  return characters;
+}
+
 std::string inQuotes(std::string_view text) {
   return '"' + printable(text, OddBytes::Show) + '"';
 }

@@ -20,6 +20,12 @@ enum class OddBytes {
 /// beyond ASCII that steer terminals or reorder text become visible too.
 std::string printable(std::string_view text, OddBytes odd);
 
+/// Whether the text is valid UTF-8.
+bool isUtf8(std::string_view text);
+
+/// The characters of a text; a byte that is not UTF-8 becomes U+FFFD.
+std::u32string charactersOf(std::string_view text);
+
 /// A text from outside between double quotes, made visible for a terminal: for
 /// messages.
 std::string inQuotes(std::string_view text);

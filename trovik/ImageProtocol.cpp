@@ -1,0 +1,202 @@
+#include "trovik/ImageProtocol.h"
+
+#include "trovik/Json.h"
+#include "trovik/Text.h"
+
+#include <array>
+#include <utility>
+
+namespace trovik {
+namespace {
+
+constexpr std::array<std::pair<CellState, const char*>, 7> cellStates = {{{CellState::Good, "good"},
+                                                                          {CellState::Missing, "missing"},
+                                                                          {CellState::Failed, "failed"},
+                                                                          {CellState::Damaged, "damaged"},
+                                                                          {CellState::Waiting, "waiting"},
+                                                                          {CellState::Running, "running"},
+                                                                          {CellState::Canceled, "canceled"}}};
+
+constexpr std::array<std::pair<SheetReport::Kind, const char*>, 4> reportKinds = {
+    {{SheetReport::Kind::Cell, "cell"},
+     {SheetReport::Kind::Warning, "warning"},
+     {SheetReport::Kind::Done, "done"},
+     {SheetReport::Kind::Error, "error"}}};
+
+template <typename Table, typename Value> const char* nameIn(const Table& table, Value value) {
+  for (const auto& [known, name] : table) {
+    if (known == value) {
+      return name;
+    }
+  }
+  return "";
+}
+
+void putFile(Json& json, const std::string& file) {
+  if (isUtf8(file)) {
+    json["file"] = file;
+    return;
+  }
+  static const char digits[] = "0123456789abcdef";
+  std::string hex;
+  for (const char character : file) {
+    const auto byte = static_cast<unsigned char>(character);
+    hex += digits[byte >> 4U];
+    hex += digits[byte & 0x0fU];
+  }
+  json["fileHex"] = hex;
+}
+
+std::optional<std::string> bytesOf(const std::string& hex) {
+  const auto digit = [](char character) {
+    return character >= '0' && character <= '9'   ? character - '0'
+           : character >= 'a' && character <= 'f' ? character - 'a' + 10
+                                                  : -1;
+  };
+  std::string bytes;
+  for (std::size_t i = 0; i + 1 < hex.size(); i += 2) {
+    const int high = digit(hex[i]);
+    const int low = digit(hex[i + 1]);
+    if (high < 0 || low < 0) {
+      return std::nullopt;
+    }
+    bytes += static_cast<char>(high * 16 + low);
+  }
+  return hex.size() % 2 == 0 ? std::optional(bytes) : std::nullopt;
+}
+
+std::optional<std::string> fileIn(const Json& json) {
+  if (const auto plain = json.find("file"); plain != json.end() && plain->is_string()) {
+    return plain->get<std::string>();
+  }
+  if (const auto hex = json.find("fileHex"); hex != json.end() && hex->is_string()) {
+    return bytesOf(hex->get<std::string>());
+  }
+  return std::nullopt;
+}
+
+/// Reads an object with `read`; nothing where the text is none or a value is
+/// not of the kind that it must be.
+template <typename Read> auto parsed(std::string_view text, Read read) -> decltype(read(Json())) {
+  try {
+    const Json json = Json::parse(text);
+    return json.is_object() ? read(json) : std::nullopt;
+  } catch (const Json::exception&) {
+    return std::nullopt;
+  }
+}
+
+} // namespace
+
+const char* nameOf(CellState state) {
+  return nameIn(cellStates, state);
+}
+
+std::optional<CellState> cellStateOf(std::string_view name) {
+  for (const auto& [state, known] : cellStates) {
+    if (name == known) {
+      return state;
+    }
+  }
+  return std::nullopt;
+}
+
+std::string requestLine(const CheckRequest& request) {
+  Json json;
+  putFile(json, request.file);
+  json["flat"] = request.refuseFlat;
+  return jsonLine(json);
+}
+
+std::optional<CheckRequest> requestFrom(std::string_view line) {
+  return parsed(line, [](const Json& json) -> std::optional<CheckRequest> {
+    std::optional<std::string> file = fileIn(json);
+    if (!file) {
+      return std::nullopt;
+    }
+    return CheckRequest{std::move(*file), json.value("flat", false)};
+  });
+}
+
+std::string answerLine(const Inspection& inspection) {
+  return jsonLine({{"problem", inspection.problem},
+                   {"image", inspection.image},
+                   {"width", inspection.width},
+                   {"height", inspection.height}});
+}
+
+std::optional<Inspection> answerFrom(std::string_view line) {
+  return parsed(line, [](const Json& json) -> std::optional<Inspection> {
+    return Inspection{json.at("problem").get<std::string>(), json.at("image").get<bool>(),
+                      json.at("width").get<int>(), json.at("height").get<int>()};
+  });
+}
+
+std::string planLine(const SheetPlan& plan) {
+  Json json = {{"title", plan.title},         {"subtitle", plan.subtitle}, {"noun", plan.noun},
+               {"cellWidth", plan.cellWidth}, {"columns", plan.columns},   {"cells", Json::array()}};
+  for (const SheetCell& cell : plan.cells) {
+    Json entry = {{"label", cell.label}, {"state", nameOf(cell.state)}, {"note", cell.note}};
+    putFile(entry, cell.file);
+    json["cells"].push_back(std::move(entry));
+  }
+  return jsonLine(json);
+}
+
+std::optional<SheetPlan> planFrom(std::string_view text) {
+  return parsed(text, [](const Json& json) -> std::optional<SheetPlan> {
+    SheetPlan plan;
+    plan.title = json.value("title", "");
+    plan.subtitle = json.value("subtitle", "");
+    plan.noun = json.value("noun", plan.noun);
+    plan.cellWidth = json.value("cellWidth", 0);
+    plan.columns = json.value("columns", 0);
+    for (const Json& entry : json.at("cells")) {
+      const auto state = cellStateOf(entry.value("state", "good"));
+      if (!state) {
+        return std::nullopt;
+      }
+      plan.cells.push_back(
+          {entry.value("label", ""), fileIn(entry).value_or(""), *state, entry.value("note", "")});
+    }
+    return plan;
+  });
+}
+
+std::string reportLine(const SheetReport& report) {
+  Json json = {{"report", nameIn(reportKinds, report.kind)}};
+  switch (report.kind) {
+  case SheetReport::Kind::Cell:
+    json["cell"] = report.cell;
+    json["state"] = nameOf(report.state);
+    json["text"] = report.text;
+    break;
+  case SheetReport::Kind::Done:
+    json["width"] = report.width;
+    json["height"] = report.height;
+    break;
+  default:
+    json["text"] = report.text;
+  }
+  return jsonLine(json);
+}
+
+std::optional<SheetReport> reportFrom(std::string_view line) {
+  return parsed(line, [](const Json& json) -> std::optional<SheetReport> {
+    const std::string name = json.at("report").get<std::string>();
+    for (const auto& [kind, known] : reportKinds) {
+      const auto state = cellStateOf(json.value("state", "good"));
+      if (name == known && state) {
+        return SheetReport{kind,
+                           json.value("cell", std::size_t{0}),
+                           *state,
+                           json.value("text", ""),
+                           json.value("width", 0),
+                           json.value("height", 0)};
+      }
+    }
+    return std::nullopt;
+  });
+}
+
+} // namespace trovik

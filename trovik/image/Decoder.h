@@ -1,0 +1,54 @@
+#pragma once
+
+#include "trovik/Inspection.h"
+
+#include <OpenImageIO/imageio.h>
+
+#include <memory>
+#include <string>
+
+namespace trovik::image {
+
+/// A rectangle of decoded pixels, with all channels of each.
+struct Piece {
+  int x = 0; ///< of its first pixel, in the coordinates of the image
+  int y = 0;
+  int width = 0;
+  int height = 0;
+  const float* pixels = nullptr;
+
+  const float* row(int line, int channels) const {
+    return pixels + static_cast<std::size_t>(line) * static_cast<std::size_t>(width) *
+                        static_cast<std::size_t>(channels);
+  }
+};
+
+/// Sees the pixels of an image's first part while it is decoded.
+class PixelSink {
+public:
+  virtual ~PixelSink() = default;
+  virtual void begin(const OIIO::ImageSpec& spec, const std::string& format) = 0;
+  virtual void take(const Piece& piece) = 0;
+};
+
+/// Whether a file's extension says that it is an image. Movies, volumes, the
+/// library's pseudo formats and the raw formats of cameras are none: what a
+/// movie or a volume holds is no single picture, and nothing renders raw files,
+/// while programs of all kinds write files called .raw or .cap.
+bool isImageName(const std::string& file);
+
+/// Decodes every part of a file (subimages, mip levels) whole, in pieces, so
+/// that memory stays bounded where the format allows it. A sink (may be null)
+/// sees the pixels of the first part as floats; without one they are decoded
+/// as they are stored. A file that is no image has no problem.
+Inspection decode(const std::string& file, PixelSink* sink);
+
+/// Reads only what the file says about its first part: for laying out. A
+/// width of 0 where that cannot be read.
+OIIO::ImageSpec describe(const std::string& file);
+
+/// "Truncated or damaged image (REASON)", with the reason of a library made
+/// one line of bounded length, without the file's name.
+std::string damageText(const std::string& reason, const std::string& file);
+
+} // namespace trovik::image

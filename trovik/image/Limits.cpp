@@ -1,0 +1,31 @@
+#include "trovik/image/Limits.h"
+
+#include <OpenImageIO/imageio.h>
+
+#include <csignal>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+
+namespace trovik::image {
+
+void limitLibrary() {
+  OIIO::attribute("threads", 1);
+  OIIO::attribute("exr_threads", -1);
+  // A file is read by the reader of its extension, or by one that knows it by
+  // its first bytes; trying all of them on a broken file would be an invitation.
+  OIIO::attribute("try_all_readers", 0);
+  OIIO::attribute("limits:channels", channelLimit);
+  OIIO::attribute("limits:imagesize_MB", static_cast<int>(imageBytesLimit >> 20U));
+}
+
+void limitProcess() {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  const rlimit noCore{0, 0};
+  setrlimit(RLIMIT_CORE, &noCore);
+#ifndef __SANITIZE_ADDRESS__ // which reserves terabytes of addresses
+  const rlimit memory{memoryLimit, memoryLimit};
+  setrlimit(RLIMIT_AS, &memory);
+#endif
+}
+
+} // namespace trovik::image

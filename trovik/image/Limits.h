@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+
+namespace trovik::image {
+
+/// The pixels of one image, decoded. A small file may announce any number of
+/// them; what is larger than this is refused before it is decoded.
+constexpr std::uint64_t imageBytesLimit = std::uint64_t{32} << 30U;
+
+/// What is decoded at a time, where the format allows parts.
+constexpr std::uint64_t pieceBytesLimit = std::uint64_t{64} << 20U;
+
+/// The smallest part that a format can be decoded in: a line or a tile.
+constexpr std::uint64_t partBytesLimit = std::uint64_t{1} << 30U;
+
+/// The address space of the process. Some formats can only be decoded whole.
+constexpr std::uint64_t memoryLimit = std::uint64_t{6} << 30U;
+
+constexpr int channelLimit = 1024;
+
+/// Sets the limits of the image library. One thread: the other cores belong to
+/// the renderers.
+void limitLibrary();
+
+/// Sets the limits of this process, and ends it when its parent ends.
+void limitProcess();
+
+} // namespace trovik::image

@@ -1,0 +1,118 @@
+#include "trovik/image/SheetWriter.h"
+
+#include "trovik/Text.h"
+
+#include <OpenImageIO/color.h>
+#include <OpenImageIO/filesystem.h>
+#include <OpenImageIO/imageio.h>
+#include <OpenImageIO/strutil.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace trovik::image {
+namespace {
+
+const std::map<std::string, std::string> formats = {{"png", "png"},     {"jpg", "jpeg"}, {"jpeg", "jpeg"},
+                                                    {"exr", "openexr"}, {"tif", "tiff"}, {"tiff", "tiff"}};
+
+std::string extensionOf(const std::string& file) {
+  return OIIO::Strutil::lower(OIIO::Filesystem::extension(file, false));
+}
+
+/// A name beside the file that is taken by an empty file of ours, removed with
+/// the object unless it was given its real name.
+class Draft {
+public:
+  explicit Draft(const std::string& file) : name_(file + ".XXXXXX") {
+    const int descriptor = mkstemp(name_.data());
+    if (descriptor < 0) {
+      error_ = errno;
+      return;
+    }
+    // The file is for everybody whom the user's mask lets read it.
+    const mode_t mask = umask(0);
+    umask(mask);
+    fchmod(descriptor, 0666U & ~mask);
+    close(descriptor);
+  }
+  ~Draft() {
+    if (error_ == 0) {
+      unlink(name_.c_str());
+    }
+  }
+  Draft(const Draft&) = delete;
+  Draft& operator=(const Draft&) = delete;
+
+  const std::string& name() const { return name_; }
+  int error() const { return error_; }
+  /// Returns an error number.
+  int publish(const std::string& file) { return std::rename(name_.c_str(), file.c_str()) == 0 ? 0 : errno; }
+
+private:
+  std::string name_;
+  int error_ = 0;
+};
+
+std::string cannotWrite(const std::string& file, const std::string& reason) {
+  return "cannot write " + inQuotes(file) + ": " + reason;
+}
+
+bool writeRows(const SheetPaint& sheet, OIIO::ImageOutput& output, bool light) {
+  std::array<float, 256> values{};
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    values[i] = OIIO::sRGB_to_linear(static_cast<float>(i) / 255.0F);
+  }
+  const std::size_t count = static_cast<std::size_t>(sheet.width()) * 3;
+  std::vector<float> row(light ? count : 0);
+  for (int y = 0; y < sheet.height(); ++y) {
+    const std::uint8_t* const bytes = sheet.row(y);
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      row[i] = values[bytes[i]];
+    }
+    const bool good = light ? output.write_scanline(y, 0, OIIO::TypeDesc::FLOAT, row.data())
+                            : output.write_scanline(y, 0, OIIO::TypeDesc::UINT8, bytes);
+    if (!good) {
+      return false;
+    }
+  }
+  return output.close();
+}
+
+} // namespace
+
+std::string whyNotWritable(const std::string& file) {
+  return formats.contains(extensionOf(file))
+             ? std::string()
+             : cannotWrite(file, "its name must end with .png, .jpg, .exr or .tif");
+}
+
+std::string writeSheet(const SheetPaint& sheet, const std::string& file) {
+  const std::string format = formats.at(extensionOf(file));
+  Draft draft(file);
+  if (draft.error() != 0) {
+    return cannotWrite(file, std::strerror(draft.error()));
+  }
+  const auto output = OIIO::ImageOutput::create(format);
+  if (output == nullptr) {
+    return cannotWrite(file, OIIO::geterror());
+  }
+  const bool light = format == "openexr";
+  OIIO::ImageSpec spec(sheet.width(), sheet.height(), 3,
+                       light ? OIIO::TypeDesc::HALF : OIIO::TypeDesc::UINT8);
+  spec.attribute("oiio:ColorSpace", light ? "Linear" : "sRGB");
+  spec.attribute("compression", format == "jpeg" ? "jpeg:92" : "zip");
+  if (!output->open(draft.name(), spec) || !writeRows(sheet, *output, light)) {
+    return cannotWrite(file, printable(output->geterror(), OddBytes::Show));
+  }
+  const int error = draft.publish(file);
+  return error == 0 ? std::string() : cannotWrite(file, std::strerror(error));
+}
+
+} // namespace trovik::image

@@ -1,0 +1,80 @@
+// trovik-image: everything that knows image formats, as a program of its own.
+//
+//   trovik-image check          looks into files; requests and answers are JSON,
+//                               one a line, see trovik/ImageProtocol.h
+//   trovik-image sheet -o FILE  draws the contact sheet that standard input
+//                               describes; reports on standard output
+
+#include "trovik/image/Limits.h"
+#include "trovik/image/Server.h"
+#include "trovik/image/Sheet.h"
+
+#include <cstdio>
+#include <exception>
+#include <fcntl.h>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+bool sameFile(int first, int second) {
+  struct stat one {};
+  struct stat two {};
+  return fstat(first, &one) == 0 && fstat(second, &two) == 0 && one.st_dev == two.st_dev &&
+         one.st_ino == two.st_ino;
+}
+
+/// Standard output, for us alone: what libraries print must not get between
+/// the answers. Errors that would go the same way are let go, too.
+std::FILE* takeStandardOutput() {
+  const int own = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const int nothing = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  if (own < 0 || nothing < 0) {
+    return nullptr;
+  }
+  if (sameFile(STDOUT_FILENO, STDERR_FILENO) && isatty(STDERR_FILENO) == 0) {
+    dup2(nothing, STDERR_FILENO);
+  }
+  dup2(nothing, STDOUT_FILENO);
+  close(nothing);
+  return fdopen(own, "w");
+}
+
+int usage() {
+  std::fputs("usage: trovik-image check\n"
+             "       trovik-image sheet -o FILE\n"
+             "A part of trovik, which starts it; see docs/images.md.\n",
+             stderr);
+  return 2;
+}
+
+} // namespace
+
+int main(int count, char** arguments) {
+  const std::string_view mode = count > 1 ? arguments[1] : "";
+  const bool check = mode == "check" && count == 2;
+  const bool sheet = mode == "sheet" && count == 4 && std::string_view(arguments[2]) == "-o";
+  if (!check && !sheet) {
+    return usage();
+  }
+  std::FILE* output = takeStandardOutput();
+  if (output == nullptr) {
+    std::perror("trovik-image: standard output");
+    return 1;
+  }
+  trovik::image::limitProcess();
+  trovik::image::limitLibrary();
+  bool good = true;
+  try {
+    if (check) {
+      trovik::image::serve(stdin, output);
+    } else {
+      good = trovik::image::drawSheet(stdin, output, arguments[3]);
+    }
+  } catch (const std::exception& exception) {
+    std::fprintf(stderr, "trovik-image: %s\n", exception.what());
+    good = false;
+  }
+  return std::fclose(output) == 0 && good ? 0 : 1;
+}
