@@ -94,6 +94,12 @@ std::string stopNote(std::int64_t count, const std::string& reason) {
 std::vector<Claim> Store::claim(EngineId engine, std::size_t count, std::optional<JobId> only,
                                 const std::vector<JobId>& without) {
   std::vector<Claim> claims;
+  if (!impl_->entered.contains(engine)) {
+    // Nobody would take up its works when this process dies.
+    throw StoreError{StoreError::Kind::Other,
+                     "Engine " + std::to_string(engine) + " is none of this process, so it cannot take works",
+                     ""};
+  }
   if (!impl_->database.isInTransaction()) {
     // An idle engine need not take the right to write.
     impl_->findReady(1, only, without, claims);

@@ -134,10 +134,13 @@ TEST_F(StoreEngines, AMachineThatWasStartedAnewRunsNothingOfBefore) {
   EXPECT_FALSE(lostOnes[0].sameBoot);
 }
 
-TEST_F(StoreEngines, OnlyKnownEnginesClaim) {
+TEST_F(StoreEngines, OnlyEnginesOfThisStoreClaim) {
   const JobId job = store.submit(jobOf("1"));
-  EXPECT_EQ(storeErrorOf([&] { store.claim(4711, 1, std::nullopt); }).message,
-            "The queue \"" + databaseFile() + "\" failed: FOREIGN KEY constraint failed");
+  EXPECT_EQ(storeErrorOf([&] { store.claim(dead, 1, std::nullopt); }).message,
+            "Engine " + std::to_string(dead) + " is none of this process, so it cannot take works");
+  dying->leaveEngine(dead);
+  EXPECT_EQ(storeErrorOf([&] { dying->claim(dead, 1, std::nullopt); }).message,
+            "Engine " + std::to_string(dead) + " is none of this process, so it cannot take works");
   EXPECT_EQ(standing(job), "1 - - - -");
 }
 

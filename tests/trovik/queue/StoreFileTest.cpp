@@ -71,6 +71,15 @@ TEST_F(StoreFile, AFolderThatCannotBeIsSaid) {
   EXPECT_EQ(error.hint, "choose another with --state");
 }
 
+TEST_F(StoreFile, AFileThatCannotBeOpenedIsSaid) {
+  directory.makeDirectory("queue.db");
+  const StoreError error = openError();
+  EXPECT_EQ(error.kind, StoreError::Kind::Other);
+  EXPECT_EQ(error.message,
+            "Cannot use the queue \"" + databaseFile() + "\": unable to open database file, Is a directory");
+  EXPECT_EQ(error.hint, "give yourself the right to write there, or choose another directory with --state");
+}
+
 TEST_F(StoreFile, AFolderNamedLikeAnAddressIsAFolder) {
   const std::string folder = directory.makeDirectory("file:x?mode=memory#\xff");
   {
