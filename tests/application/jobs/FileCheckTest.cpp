@@ -214,6 +214,22 @@ TEST_F(FileCheck, BadFileIsToldBeforeAMissingFrame) {
   EXPECT_EQ(job.Note(), "Missing file: " + In("a_3.png").Text());
 }
 
+TEST_F(FileCheck, NumbersOfTheFoldersOfAllFramesAreNone) {
+  TestJob& job = Started();
+  job.SetParameter(p_StartDirectory, MakeFolder("s3").Text());
+  job.SetParameter(p_OutputFolder, "../v4");
+  job.SetParameter(p_SubRange, "3-6");
+  ProcessStart start;
+  ASSERT_TRUE(job.PrepareWork(start)) << job.Note();
+  EXPECT_EQ(job.FrameOf(In("s3/movie.mov")), std::nullopt);
+  EXPECT_EQ(job.FrameOf(In("s3/../v4/movie.mov")), std::nullopt);
+  EXPECT_EQ(job.FrameOf(In("v4/movie.mov")), 4); // another folder by its name
+  job.SetParameter(p_OutputFolder, In("v4").Text());
+  EXPECT_EQ(job.FrameOf(In("v4/movie.mov")), std::nullopt);
+  EXPECT_EQ(job.FrameOf(In("v4/5/left.png")), 5);
+  EXPECT_EQ(job.FrameOf(In("v4_5/left.png")), 5);
+}
+
 TEST_F(FileCheck, ManyHolesAreNotAllListed) {
   TestJob& job = Started();
   job.SetParameter(p_SubRange, "1-2000000");
