@@ -55,6 +55,7 @@ int callVerb(const Options& options, Console& console) {
       {"stats", {showStats, Types::NotNeeded}},   {"retry", {retryJobs, Types::NotNeeded}},
       {"cancel", {cancelJobs, Types::NotNeeded}}, {"delete", {deleteJobs, Types::NotNeeded}},
       {"submit", {submitJob, Types::Needed}},     {"engine", {runEngine, Types::Needed}},
+      {"sheet", {drawSheet, Types::NotNeeded}},
   };
   const auto verb = verbs.find(options.verb);
   if (verb == verbs.end()) {
