@@ -61,6 +61,14 @@ Path Locations::runs() const {
   return home("XDG_STATE_HOME", ".local/state") /= "trovik/runs";
 }
 
+Path Locations::imageHelper() const {
+  if (const auto named = environment_("TROVIK_IMAGE_HELPER")) {
+    return absolutePath(*named);
+  }
+  Path directory(executable_.Branch(true, true));
+  return directory /= "trovik-image";
+}
+
 std::vector<Path> Locations::defaultModulePath() const {
   std::vector<Path> candidates = {home("XDG_DATA_HOME", ".local/share") /= "trovik/modules"};
   Path root = executable_.Branch(true, true);

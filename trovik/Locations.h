@@ -30,6 +30,10 @@ public:
   /// $XDG_STATE_HOME/trovik/runs: one directory a run, with the logs.
   Path runs() const;
 
+  /// The helper that decodes images: beside the program, or where
+  /// $TROVIK_IMAGE_HELPER says.
+  Path imageHelper() const;
+
   /// The directories where modules and types are looked for when nobody says
   /// otherwise: the user's own, the installed ones, those of a build tree.
   /// Only those that exist.

@@ -1,0 +1,124 @@
+#include "trovik/ImageHelper.h"
+
+#include "trovik/ImageProtocol.h"
+#include "trovik/Text.h"
+
+#include <system_error>
+#include <utility>
+
+namespace trovik {
+namespace {
+
+constexpr int triesLimit = 2; // of a file that the helper dies of
+
+} // namespace
+
+ImageHelper::ImageHelper(Path program, Now now, Duration patience)
+    : program_(std::move(program)), now_(std::move(now)), patience_(patience) {}
+ImageHelper::~ImageHelper() = default;
+
+void ImageHelper::ask(const Path& file, bool refuseFlat, Answer answer) {
+  questions_.push_back({file, refuseFlat, std::move(answer), 0});
+  askNext();
+}
+
+int ImageHelper::descriptor() const {
+  return asked_ ? process_->descriptor() : -1;
+}
+
+std::optional<Clock::time_point> ImageHelper::deadline() const {
+  return asked_ ? std::optional(since_ + patience_) : std::nullopt;
+}
+
+void ImageHelper::askNext() {
+  while (!asked_ && !questions_.empty()) {
+    if (process_ == nullptr || process_->descriptor() < 0) {
+      try {
+        process_ = std::make_unique<HelperProcess>(std::vector<std::string>{program_.Text(), "check"});
+        hasAnswered_ = false;
+      } catch (const std::system_error& error) {
+        finish("Cannot be looked into: cannot start " + inQuotes(program_.Text()) + ": " +
+               error.code().message());
+        continue;
+      }
+    }
+    Question& question = questions_.front();
+    ++question.tries;
+    process_->send(requestLine({question.file.Text(), question.refuseFlat}));
+    since_ = now_();
+    asked_ = true;
+  }
+}
+
+void ImageHelper::advance(Clock::time_point now) {
+  if (!asked_) {
+    return;
+  }
+  const bool runs = process_->advance();
+  if (const std::optional<std::string> line = process_->line()) {
+    takeLine(*line);
+  } else if (!runs) {
+    takeEnd();
+  } else if (now >= since_ + patience_) {
+    process_.reset();
+    finish("Could not be decoded within " +
+           std::to_string(std::chrono::duration_cast<std::chrono::seconds>(patience_).count()) + " s");
+  }
+  askNext();
+}
+
+void ImageHelper::takeLine(const std::string& line) {
+  if (const std::optional<Inspection> inspection = answerFrom(line)) {
+    hasAnswered_ = true;
+    finish(*inspection);
+    return;
+  }
+  // What is no answer is what the system says about a program that it cannot
+  // load, or else a helper gone astray.
+  process_.reset();
+  finish("Cannot be looked into: " + inQuotes(program_.Text()) + " said " + inQuotes(cutToWidth(line, 300)));
+}
+
+void ImageHelper::takeEnd() {
+  const HelperProcess::End end = process_->end();
+  process_.reset();
+  asked_ = false;
+  if (questions_.front().tries < triesLimit && (end.signal != 0 || hasAnswered_)) {
+    return; // perhaps it was not this file
+  }
+  finish(end.signal != 0 ? "The image library crashed on it"
+                         : "Cannot be looked into: " + inQuotes(program_.Text()) + ' ' + end.text);
+}
+
+void ImageHelper::finish(const std::string& problem) {
+  finish(Inspection{problem, false, 0, 0});
+}
+
+void ImageHelper::finish(const Inspection& inspection) {
+  asked_ = false;
+  const Question question = std::move(questions_.front());
+  questions_.pop_front();
+  question.answer(inspection); // which may ask
+}
+
+std::vector<Inspection> inspectAll(ImageInspector& inspector, const std::vector<Path>& files,
+                                   bool refuseFlat) {
+  std::vector<Inspection> inspections(files.size());
+  std::size_t waiting = files.size();
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    inspector.ask(files[i], refuseFlat, [&inspections, &waiting, i](const Inspection& inspection) {
+      inspections[i] = inspection;
+      --waiting;
+    });
+  }
+  LocalMachine machine;
+  while (waiting > 0) {
+    std::vector<pollfd> descriptors = {{inspector.descriptor(), POLLIN, 0}};
+    const std::optional<Clock::time_point> deadline = inspector.deadline();
+    machine.wait(descriptors, deadline ? std::optional<Duration>(*deadline - machine.now()) : std::nullopt);
+    inspector.advance(machine.now());
+  }
+  return inspections;
+}
+
+} // namespace trovik
