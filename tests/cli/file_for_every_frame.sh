@@ -7,8 +7,8 @@ cat >draw.sh <<'END'
 for folder; do :; done
 while [ $# -gt 1 ]; do
   case $1 in *2.txt | *4.txt) shift; continue ;; esac
-  cp "$1" "$folder/$(basename "$1" .txt).png"
-  echo "saved: $folder/$(basename "$1" .txt).png"
+  cp "$1" "$folder/$(basename "$1" .txt).drw"
+  echo "saved: $folder/$(basename "$1" .txt).drw"
   shift
 done
 END
@@ -26,10 +26,10 @@ run 0 run sketch shot_0001.txt --packet 5 --log-dir "$TMP/logs3" --set FileCheck
 out_has "all 5 frames good"
 
 cat >draw.sh <<'END'
-echo "saved: nothing.png"
+echo "saved: nothing.drw"
 END
 run 1 run sketch shot_0001.txt --log-dir "$TMP/logs4" --range 1
-out_has "failed  1  Missing file: $TMP/work/nothing.png"
+out_has "failed  1  Missing file: $TMP/work/nothing.drw"
 run 0 run sketch shot_0001.txt --log-dir "$TMP/logs5" --range 1 --set FileCheck=None
 run 2 run sketch shot_0001.txt --set FileCheck=Some
 err_is <<'END'
