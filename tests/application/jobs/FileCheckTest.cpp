@@ -146,7 +146,7 @@ TEST_F(FileCheck, ModulesOwnJudgeOfAFileIsHeard) {
         Set(p_Note, "I do not like it");
         return k_StatusFailed;
       }
-      return RenderJob::DoCheckFile(file, result);
+      return TestJob::DoCheckFile(file, result);
     }
   };
   Strict job;
@@ -168,7 +168,7 @@ TEST_F(FileCheck, FilesThatCouldNotAllBeLookedAtAreNoneAtAll) {
       if (file.Leaf(true) == "b.png") {
         RaiseException("Raising", k_ErrorSyntax, "the moon is full");
       }
-      return RenderJob::DoCheckFile(file, result);
+      return TestJob::DoCheckFile(file, result);
     }
   };
   Raising job;
