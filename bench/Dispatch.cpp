@@ -1,6 +1,6 @@
 // Many works of a program that does nothing: what is left is the cost of
 // handing them out. Ours is the whole program, from the reading of the type's
-// file to the summary.
+// file over the durable queue to the summary.
 
 #include "bench/Inputs.h"
 #include "bench/ModuleUnderTest.h"
@@ -18,23 +18,26 @@ std::vector<Row> dispatchRows(const Setup& setup) {
   std::filesystem::create_directory(types);
   writeFile(types + "/tiny.tvx", "[Module]\nID=5f0c9a5e-6d0b-4c86-9d0f-100000000001\nName=Tiny\n\n"
                                  "[OverrideDefaults]\nExecutable=/bin/true\n");
-  const std::vector<std::string> command = {BENCH_PROGRAM,
-                                            "--module-path",
-                                            ModuleUnderTest::directory() + ":" + types,
-                                            "run",
-                                            "Tiny",
-                                            "--range",
-                                            "1-" + std::to_string(works),
-                                            "--packet",
-                                            "1",
-                                            "--slots",
-                                            "2"};
+  const auto command = [&types](int count) {
+    return std::vector<std::string>{BENCH_PROGRAM,
+                                    "--module-path",
+                                    ModuleUnderTest::directory() + ":" + types,
+                                    "run",
+                                    "Tiny",
+                                    "--new",
+                                    "--range",
+                                    "1-" + std::to_string(count),
+                                    "--packet",
+                                    "1",
+                                    "--slots",
+                                    "2"};
+  };
   Race race;
   const std::size_t limit = race.enter([works] {
     return runProgram({"/proc/self/exe", "limit-dispatch", std::to_string(works), "2", "/bin/true"});
   });
   const std::size_t ours = race.enter([&] {
-    return runProgram(command, {{"XDG_STATE_HOME", state}}, setup.directory + "/output");
+    return runProgram(command(works), {{"XDG_STATE_HOME", state}}, setup.directory + "/output");
   });
   race.run(setup.rounds);
 
@@ -44,7 +47,25 @@ std::vector<Row> dispatchRows(const Setup& setup) {
   wall.target = "both " + wall.target;
   wall.reached = wall.reached && cpuRatio <= 1.25;
   const double own = race.median(ours, &Cost::own) / works;
+
+  // The same with ten times as many works: what is kept of a work that is over
+  // would show.
+  Race memory;
+  const std::size_t few = memory.enter([&] {
+    return runProgram(command(works), {{"XDG_STATE_HOME", state}}, setup.directory + "/output");
+  });
+  const std::size_t many = memory.enter([&] {
+    return runProgram(command(works * 10), {{"XDG_STATE_HOME", state}}, setup.directory + "/output");
+  });
+  memory.run(1);
+  const double growth = memory.ratio(many, few, &Cost::memory);
+  constexpr double mostGrowth = 1.1;
+  const auto megabytes = [&memory](std::size_t contestant) {
+    return ratioText(memory.median(contestant, &Cost::memory) / 1e6) + " MB";
+  };
   return {wall,
+          {"memory at " + std::to_string(works * 10) + " works", megabytes(few), megabytes(many),
+           ratioText(growth), "-", "≤ " + ratioText(mostGrowth), growth <= mostGrowth},
           {"own CPU time a work", timeText(race.median(limit, &Cost::own) / works), timeText(own), "-",
            ratioText(race, ours, limit, &Cost::own), "≤ " + timeText(ownTarget), own <= ownTarget}};
 }

@@ -75,7 +75,7 @@ Cost Stopwatch::stop() const {
   rusage usage{};
   getrusage(RUSAGE_SELF, &usage);
   const double cpu = cpuOf(usage) - start_.cpu;
-  return {wall - start_.wall, cpu, cpu};
+  return {wall - start_.wall, cpu, cpu, 0};
 }
 
 Cost runProgram(const std::vector<std::string>& arguments,
@@ -109,6 +109,7 @@ Cost runProgram(const std::vector<std::string>& arguments,
   rusage usage{};
   wait4(process, &status, 0, &usage);
   cost.cpu = cpuOf(usage);
+  cost.memory = static_cast<double>(usage.ru_maxrss) * 1024;
   require(status == 0, arguments[0] + " failed");
   return cost;
 }

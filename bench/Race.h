@@ -10,8 +10,9 @@ namespace bench {
 /// What something took, in seconds.
 struct Cost {
   double wall = 0;
-  double cpu = 0; ///< user and system time, of the children too where it is a program
-  double own = 0; ///< without the children
+  double cpu = 0;    ///< user and system time, of the children too where it is a program
+  double own = 0;    ///< without the children
+  double memory = 0; ///< the most that a program or one of its children held, in bytes
 };
 
 /// Measures this process from its construction on.

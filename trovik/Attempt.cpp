@@ -1,6 +1,7 @@
 #include "trovik/Attempt.h"
 
 #include "host/foundation/Log.h"
+#include "trovik/OutcomeText.h"
 #include "trovik/UsageError.h"
 
 #include <algorithm>
@@ -36,10 +37,10 @@ bool isFilled(const Path& file) {
 
 } // namespace
 
-Attempt::Attempt(const WorkInfo& work, SmartHandle<Job> job, std::unique_ptr<AttemptLog> log,
-                 ImageReceiver images)
-    : work_(work), job_(std::move(job)), process_(dynamic_cast<ProcessJob*>(job_.Get())),
-      log_(std::move(log)), images_(std::move(images)),
+Attempt::Attempt(const WorkInfo& work, const Claim& claim, SmartHandle<Job> job,
+                 std::unique_ptr<AttemptLog> log, ImageInspector& inspector, AttemptListener& listener)
+    : work_(work), claim_(claim), job_(std::move(job)), process_(dynamic_cast<ProcessJob*>(job_.Get())),
+      log_(std::move(log)), inspector_(inspector), listener_(listener),
       splitter_([this](std::string_view line) { onLine(line); }) {
   job_->SetObserver(this);
 }
@@ -52,10 +53,13 @@ bool Attempt::start(Machine& machine) {
   started_ = lastOutput_ = machine.now();
   ProcessStart start;
   if (!process_->PrepareWork(start)) {
-    worthRepeating_ = false;
     conclude(process_->Status(), started_);
     return false;
   }
+  outcome_.command = commandText(start);
+  // By its mark a process is found again when this engine has died.
+  start.Environment.emplace_back("TROVIK_ATTEMPT", String(claim_.mark));
+  start.Environment.emplace_back("TROVIK_JOB", String(std::to_string(claim_.job)));
   try {
     runTimeLimit_ = limitOf(process_->RunTimeLimit());
     silenceLimit_ = limitOf(process_->SilenceLimit());
@@ -69,13 +73,16 @@ bool Attempt::start(Machine& machine) {
 }
 
 int Attempt::outputDescriptor() const {
-  return outputOver_ ? -1 : program_->outputDescriptor();
+  return outputOver_ || look_ ? -1 : program_->outputDescriptor();
 }
 int Attempt::exitDescriptor() const {
   return exited_ ? -1 : program_->exitDescriptor();
 }
 
 std::optional<Clock::time_point> Attempt::deadline() const {
+  if (look_) {
+    return std::nullopt; // the inspector has a patience of its own
+  }
   std::optional<Clock::time_point> earliest = exited_ ? drainUntil_ : killAt_;
   if (!exited_ && ended_ == ProcessJob::Ended::ByItself) {
     const auto consider = [&earliest](Clock::time_point begin, const std::optional<Duration>& limit) {
@@ -108,6 +115,12 @@ void Attempt::readOutput(Clock::time_point now) {
 }
 
 void Attempt::advance(Clock::time_point now) {
+  if (look_) {
+    if (look_->isOver()) {
+      conclude(process_->FinishWork(exit_, ended_), now);
+    }
+    return;
+  }
   if (!exited_ && program_->ended(exit_)) {
     exited_ = true;
     drainUntil_ = now + strayGrace;
@@ -164,36 +177,67 @@ void Attempt::onLine(std::string_view line) {
 
 void Attempt::finish(Clock::time_point now) {
   splitter_.Finish();
+  if (const auto* render = dynamic_cast<const RenderJob*>(process_); render != nullptr) {
+    look_.emplace(inspector_, *render);
+    if (!look_->isOver()) {
+      return;
+    }
+  }
   conclude(process_->FinishWork(exit_, ended_), now);
 }
 
 void Attempt::conclude(int status, Clock::time_point now) {
-  status_ = status;
   over_ = true;
   result_.duration = now - started_;
   result_.log = log_->file();
-  if (job_->IsFinished(status)) {
-    result_.verdict = Verdict::Good;
-    confirm(announced_);
-    if (const auto* render = dynamic_cast<RenderJob*>(process_); render != nullptr) {
-      try {
-        for (const Path& file : render->ExpectedFiles()) {
-          confirm(file);
-        }
-      } catch (Exception* exception) {
-        LogDebug("expected files: " + takeText(exception));
+  describe(status);
+  for (const FileRecord& file : outcome_.files) {
+    if (file.problem.empty() &&
+        (result_.verdict == Verdict::Good || (file.frame && result_.good.contains(*file.frame)))) {
+      confirm(Path(file.path));
+    }
+  }
+}
+
+void Attempt::describe(int status) {
+  result_.verdict = job_->IsFinished(status)   ? Verdict::Good
+                    : job_->IsCanceled(status) ? Verdict::Canceled
+                                               : Verdict::Failed;
+  result_.rule = ruleOf(*process_, ended_);
+  if (result_.verdict != Verdict::Good) {
+    result_.reason = process_->Note();
+    result_.lines = tail_.lines();
+  }
+  if (const auto* render = dynamic_cast<const RenderJob*>(process_); render != nullptr) {
+    outcome_.files = fileRecords(*render);
+    if (work_.hasFrames) {
+      for (const FrameRun& run : render->GoodFrames()) {
+        result_.good.add(run);
       }
     }
-    return;
   }
-  result_.verdict = job_->IsCanceled(status) ? Verdict::Canceled : Verdict::Failed;
-  result_.reason = process_->Note();
-  result_.lines = tail_.lines();
+  if (result_.verdict == Verdict::Good && work_.hasFrames) {
+    result_.good.add(work_.run);
+  }
+  outcome_.attempt = claim_.attempt;
+  outcome_.state = result_.verdict == Verdict::Good     ? AttemptState::Good
+                   : result_.verdict == Verdict::Failed ? AttemptState::Failed
+                                                        : AttemptState::Canceled;
+  outcome_.rule = result_.rule;
+  outcome_.reason = process_->Note();
+  outcome_.lines = result_.lines;
+  outcome_.log = result_.log.Text();
+  outcome_.exitCode = exit_.Code;
+  outcome_.signal = exit_.Signal;
+  outcome_.good = result_.good;
+  outcome_.retryable = process_->IsWorthRepeating();
+  outcome_.alike = alikeKey(result_.reason);
+  outcome_.duration = std::chrono::duration_cast<std::chrono::microseconds>(result_.duration);
 }
 
 void Attempt::confirm(const Path& file) {
-  if (!file.empty() && isFilled(file)) {
-    images_(work_, file);
+  if (!file.empty() && complete_.insert(file.Text()).second) {
+    listener_.fileComplete(work_, file);
   }
 }
 
@@ -202,8 +246,18 @@ void Attempt::OnWorkParameter(const Job& /*job*/, const String& /*name*/, const 
 void Attempt::OnImage(const Job& /*job*/, const Path& file) {
   // Many programs name a file before they write it. When the next one is
   // named, the one before is complete.
-  confirm(announced_);
+  if (isFilled(announced_)) {
+    confirm(announced_);
+  }
   announced_ = file;
+  if (work_.frames() > 1) {
+    const auto* render = dynamic_cast<const RenderJob*>(process_);
+    listener_.fileNamed(claim_, file, render == nullptr ? std::nullopt : render->FrameOf(file));
+  }
+}
+
+String Attempt::OnCheckFile(const Job& /*job*/, const Path& file) {
+  return look_ ? look_->problemOf(file) : String();
 }
 
 } // namespace trovik

@@ -2,6 +2,7 @@
 
 #include "host/application/RenderJob.h"
 #include "host/foundation/LineSplitter.h"
+#include "trovik/FileLook.h"
 #include "trovik/LogTail.h"
 #include "trovik/Machine.h"
 #include "trovik/RunEvents.h"
@@ -10,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <unordered_set>
 
 namespace trovik {
 
@@ -19,14 +21,25 @@ constexpr Duration endingGrace = std::chrono::seconds(5);
 /// that left its process group holds the other end.
 constexpr Duration strayGrace = std::chrono::seconds(1);
 
-/// One run of a work's program, from its start to its verdict.
+/// Hears of an attempt's files while it runs.
+class AttemptListener {
+public:
+  virtual ~AttemptListener() = default;
+  /// The program named a file, which need not be complete yet.
+  virtual void fileNamed(const Claim& claim, const Path& file, std::optional<int> frame) = 0;
+  /// A file is complete: the program has gone on to the next one, or has ended
+  /// and the file is good. Each once.
+  virtual void fileComplete(const WorkInfo& work, const Path& file) = 0;
+};
+
+/// One run of a work's program, from its start to its verdict. The files are
+/// looked into between the program's end and the verdict.
 class Attempt final : public WorkObserver {
 public:
-  /// Told about each file that is complete.
-  using ImageReceiver = std::function<void(const WorkInfo& work, const Path& file)>;
-
-  /// `job` must be a ProcessJob that nothing else uses.
-  Attempt(const WorkInfo& work, SmartHandle<Job> job, std::unique_ptr<AttemptLog> log, ImageReceiver images);
+  /// `job` must be a ProcessJob that nothing else uses; the inspector and the
+  /// listener must outlive the attempt.
+  Attempt(const WorkInfo& work, const Claim& claim, SmartHandle<Job> job, std::unique_ptr<AttemptLog> log,
+          ImageInspector& inspector, AttemptListener& listener);
   ~Attempt() override;
   Attempt(const Attempt&) = delete;
   Attempt& operator=(const Attempt&) = delete;
@@ -51,35 +64,41 @@ public:
 
   bool isOver() const { return over_; }
   const WorkInfo& work() const { return work_; }
+  const Claim& claim() const { return claim_; }
   const SmartHandle<Job>& job() const { return job_; }
-  /// Valid when it is over.
+  /// The process group; 0 before the start.
+  int process() const { return program_ == nullptr ? 0 : program_->id(); }
+  /// How it ended, for the reader and for the queue. Valid when it is over.
   const WorkResult& result() const { return result_; }
-  int status() const { return status_; }
-  /// Whether the same again may end otherwise: not when the work could not
-  /// even be prepared.
-  bool isWorthRepeating() const { return worthRepeating_; }
+  const Outcome& outcome() const { return outcome_; }
 
   void OnWorkParameter(const Job& job, const String& name, const String& value) override;
   void OnImage(const Job& job, const Path& file) override;
+  String OnCheckFile(const Job& job, const Path& file) override;
 
 private:
   void onLine(std::string_view line);
   void end(ProcessJob::Ended why, Clock::time_point now);
   void finish(Clock::time_point now);
   void conclude(int status, Clock::time_point now);
+  void describe(int status);
   void confirm(const Path& file);
 
   WorkInfo work_;
+  Claim claim_;
   SmartHandle<Job> job_;
   ProcessJob* process_;
   std::unique_ptr<AttemptLog> log_;
   std::optional<Duration> runTimeLimit_;
   std::optional<Duration> silenceLimit_;
-  ImageReceiver images_;
+  ImageInspector& inspector_;
+  AttemptListener& listener_;
+  std::optional<FileLook> look_;
   LineSplitter splitter_;
   LogTail tail_;
   bool decided_ = false;
   Path announced_; // the image that the program named last
+  std::unordered_set<std::string> complete_;
   std::unique_ptr<Program> program_;
   Clock::time_point started_{};
   Clock::time_point lastOutput_{};
@@ -90,9 +109,8 @@ private:
   bool outputOver_ = false;
   ProcessExit exit_;
   bool over_ = false;
-  bool worthRepeating_ = true;
-  int status_ = k_StatusReady;
   WorkResult result_;
+  Outcome outcome_;
 };
 
 } // namespace trovik

@@ -82,14 +82,16 @@ std::string shellText(const ProcessStart& start) {
              : "(cd " + shellWord(start.StartDirectory.Text()) + " && " + command + ")";
 }
 
-void printDryRun(Console& console, const SmartHandle<Job>& job, bool json) {
-  const WorkMaker maker(*job);
-  const std::unique_ptr<Distributor> works = job->DoGetDistributor();
+void printDryRun(Console& console, const NewJob& job, bool json) {
+  const WorkMaker maker(job.type, job.packed);
   WorkInfo work;
-  while (works->Next(work.run, work.hasFrames)) {
-    const SmartHandle<Job> attempt = maker.make(work);
-    auto& process = dynamic_cast<ProcessJob&>(*attempt);
-    const ProcessStart start = orRefuse("", "", [&] { return process.DescribeWork(); });
+  work.hasFrames = job.hasFrames;
+  for (const FrameRun& run : job.works) {
+    work.run = run;
+    const ProcessStart start = orRefuse("", "", [&] {
+      const SmartHandle<Job> attempt = maker.make(work);
+      return dynamic_cast<ProcessJob&>(*attempt).DescribeWork();
+    });
     console.print(json ? jsonLine(commandJson(start, work)) : visibleLines(console, shellText(start)) + '\n');
   }
 }

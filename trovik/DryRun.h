@@ -1,8 +1,8 @@
 #pragma once
 
-#include "host/application/Job.h"
 #include "host/foundation/Process.h"
 #include "trovik/Console.h"
+#include "trovik/queue/Records.h"
 
 #include <string>
 
@@ -13,8 +13,8 @@ namespace trovik {
 /// directory and environment.
 std::string shellText(const ProcessStart& start);
 
-/// Prints how each work of the job would be started, and starts nothing.
+/// Prints how each of the job's works would be started, and starts nothing.
 /// Throws a UsageError where a command line cannot be made.
-void printDryRun(Console& console, const SmartHandle<Job>& job, bool json);
+void printDryRun(Console& console, const NewJob& job, bool json);
 
 } // namespace trovik

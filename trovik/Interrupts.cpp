@@ -1,5 +1,6 @@
 #include "trovik/Interrupts.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -17,11 +18,11 @@ std::atomic<int> wakeDescriptor{-1};
 std::array<struct sigaction, signals.size()> previous;
 std::array<bool, signals.size()> handled;
 
-void onSignal(int /*number*/) {
+void onSignal(int number) {
   const int saved = errno;
   const int descriptor = wakeDescriptor.load();
   if (descriptor >= 0) {
-    const char byte = 1;
+    const char byte = static_cast<char>(number);
     // A full pipe holds enough wishes already.
     [[maybe_unused]] const ssize_t written = write(descriptor, &byte, 1);
   }
@@ -72,6 +73,7 @@ int SignalInterrupts::take() {
   ssize_t got = 0;
   while ((got = read(read_, buffer, sizeof buffer)) > 0) {
     count += static_cast<int>(got);
+    byUser_ = byUser_ || std::find(buffer, buffer + got, static_cast<char>(SIGINT)) != buffer + got;
   }
   return count;
 }

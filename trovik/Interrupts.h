@@ -10,6 +10,9 @@ public:
   virtual int descriptor() const = 0;
   /// How often the user asked since the last call.
   virtual int take() = 0;
+  /// Whether one of them came from the keyboard: the user does not want the
+  /// work any more, while the system's wishes say nothing about that.
+  virtual bool byUser() const = 0;
 };
 
 /// SIGINT, SIGTERM and SIGHUP of this process, while the object lives. A
@@ -25,8 +28,10 @@ public:
 
   int descriptor() const override { return read_; }
   int take() override;
+  bool byUser() const override { return byUser_; }
 
 private:
+  bool byUser_ = false;
   int read_ = -1;
   int write_ = -1;
 };

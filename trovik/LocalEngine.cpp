@@ -1,143 +1,366 @@
 #include "trovik/LocalEngine.h"
 
+#include "host/foundation/Log.h"
+#include "trovik/EndCommand.h"
+#include "trovik/UsageError.h"
+
 #include <algorithm>
 #include <utility>
 
 namespace trovik {
+namespace {
 
-LocalEngine::LocalEngine(Machine& machine, RunLogs& logs, InterruptSource& interrupts, RunEvents& events)
-    : machine_(machine), logs_(logs), interrupts_(interrupts), events_(events) {}
+constexpr Duration tickTime = std::chrono::milliseconds(500);
+constexpr Duration recoveryTime = std::chrono::seconds(2);
+constexpr std::size_t jobsKept = 64; // jobs without running works that stay unpacked
 
-RunSummary LocalEngine::run(const RunPlan& plan, RunInfo info) {
-  const Clock::time_point begin = machine_.now();
-  maker_ = std::make_unique<WorkMaker>(*plan.job);
+bool passes(const StoreError& error) {
+  return error.kind == StoreError::Kind::Full || error.kind == StoreError::Kind::Busy;
+}
 
-  RunSet all;
-  info.hasFrames = true;
-  info.frames = 0;
-  const std::unique_ptr<Distributor> counter = plan.job->DoGetDistributor();
-  info.works = counter->Count();
-  for (FrameRun run; counter->Next(run, info.hasFrames) && info.hasFrames;) {
-    all.add(run);
+} // namespace
+
+LocalEngine::LocalEngine(Machine& machine, Store& store, ImageInspector& inspector,
+                         InterruptSource& interrupts, RunEvents& events)
+    : machine_(machine), store_(store), inspector_(inspector), interrupts_(interrupts), events_(events) {}
+
+LocalEngine::~LocalEngine() = default;
+
+bool LocalEngine::run(const EnginePlan& plan) {
+  plan_ = plan;
+  engine_ = store_.enterEngine(plan.slots);
+  dataVersion_ = store_.dataVersion();
+  nextTick_ = nextRecovery_ = machine_.now();
+  if (plan.only) {
+    open(*plan.only);
   }
-  info.hasFrames = !all.empty() || info.works == 0;
-  info.frames = info.hasFrames ? all.count() : 1;
-  info.range = all.text();
-  info.slots = plan.slots;
-  summary_ = RunSummary();
-  summary_.info = info;
-  distributor_ = plan.job->DoGetDistributor();
-  ahead_.reset();
-  again_.clear();
-  images_.clear();
-  failureGroups_.clear();
-  stops_ = 0;
-
-  events_.runStarted(info);
-  while (!running_.empty() || (stops_ == 0 && hasWork())) {
-    fillSlots(plan);
+  do {
+    tick();
+    if (recordTurn()) {
+      startWorks();
+    }
+    if (isDone()) {
+      break;
+    }
     waitForSomething();
     takeInterrupts();
-    const Clock::time_point now = machine_.now();
-    for (auto attempt = running_.begin(); attempt != running_.end();) {
-      (*attempt)->advance(now);
-      if ((*attempt)->isOver()) {
-        settle(plan, **attempt);
-        attempt = running_.erase(attempt);
-      } else {
-        ++attempt;
-      }
-    }
-  }
-  for (Waiting left; nextWork(left);) {
-    countNotDone({left.run, left.hasFrames, left.attempt, plan.retries + 1});
-  }
-  summary_.interrupted = stops_ > 0;
-  summary_.duration = machine_.now() - begin;
-  events_.runEnded(summary_);
-  return summary_;
+    advanceAttempts();
+    advanceRecoveries();
+  } while (true);
+  store_.leaveEngine(engine_);
+  return stops_ == 0;
 }
 
-bool LocalEngine::hasWork() {
-  if (!ahead_ && distributor_ != nullptr) {
-    Waiting next;
-    if (distributor_->Next(next.run, next.hasFrames)) {
-      ahead_ = next;
-    } else {
-      distributor_.reset();
-    }
+/// What has to be looked at now and then, since no descriptor tells of it.
+void LocalEngine::tick() {
+  const Clock::time_point now = machine_.now();
+  if (now < nextTick_) {
+    return;
   }
-  return ahead_.has_value() || !again_.empty();
+  nextTick_ = now + tickTime;
+  try {
+    if (const std::int64_t version = store_.dataVersion(); version != dataVersion_) {
+      dataVersion_ = version;
+      mayHaveWork_ = true;
+      stopCanceled();
+    }
+    if (now >= nextRecovery_ && recoveries_.empty() && stops_ == 0) {
+      nextRecovery_ = now + recoveryTime;
+      takeUpLost();
+    }
+    store_.sync();
+    finishJobs();
+    if (plan_.whenIdle) {
+      plan_.whenIdle();
+    }
+  } catch (const StoreError& error) {
+    if (!passes(error)) {
+      throw;
+    }
+    LogDebug(error.message);
+  }
+  forgetIdleJobs();
 }
 
-bool LocalEngine::nextWork(Waiting& work) {
-  if (!hasWork()) {
+void LocalEngine::stopCanceled() {
+  if (running_.empty()) {
+    return;
+  }
+  const std::vector<AttemptId> canceled = store_.canceled(engine_);
+  const Clock::time_point now = machine_.now();
+  for (const auto& attempt : running_) {
+    if (std::find(canceled.begin(), canceled.end(), attempt->claim().attempt) != canceled.end()) {
+      attempt->cancel(now, false);
+    }
+  }
+}
+
+void LocalEngine::takeUpLost() {
+  for (LostAttempt& lost : store_.takeLost()) {
+    const JobId id = lost.attempt.job;
+    LogInfo("taking up frames " + std::string(lost.attempt.run.Text()) + " of job " + std::to_string(id) +
+            ", whose engine died");
+    const std::optional<JobRecord> record = store_.job(id);
+    std::unique_ptr<WorkMaker> works;
+    if (record) {
+      works = std::make_unique<WorkMaker>(record->type, store_.packed(id));
+    }
+    recoveries_.push_back(
+        std::make_unique<Recovery>(std::move(lost), works.get(), record && record->hasFrames, inspector_));
+  }
+  if (recoveries_.empty()) {
+    store_.releaseLost();
+  }
+}
+
+void LocalEngine::advanceRecoveries() {
+  for (const auto& recovery : recoveries_) {
+    if (!recovery->isRecorded() && recovery->advance(machine_)) {
+      outcomes_.push_back(recovery->outcome());
+      recovery->markRecorded();
+    }
+  }
+}
+
+/// Starts the end commands of jobs that have ended, and tells of those that
+/// were worked here.
+void LocalEngine::finishJobs() {
+  for (const JobRecord& job : store_.takeEnded()) {
+    startEndCommands(job, store_.summary(job.id));
+    if (!plan_.only && jobs_.contains(job.id)) {
+      RunSummary summary = store_.summary(job.id);
+      summary.info.slots = plan_.slots;
+      events_.runEnded(summary);
+      jobs_.erase(job.id);
+    }
+  }
+}
+
+OpenJob* LocalEngine::open(JobId id) {
+  const auto known = jobs_.find(id);
+  if (known != jobs_.end()) {
+    return known->second.get();
+  }
+  const std::optional<JobRecord> record = store_.job(id);
+  if (!record) {
+    return nullptr;
+  }
+  auto job = std::make_unique<OpenJob>(store_, *record);
+  RunInfo info = job->info(store_);
+  info.slots = plan_.slots;
+  events_.runStarted(info);
+  return jobs_.emplace(id, std::move(job)).first->second.get();
+}
+
+void LocalEngine::forgetIdleJobs() {
+  for (auto job = jobs_.begin(); jobs_.size() > jobsKept && job != jobs_.end();) {
+    const bool busy = std::any_of(running_.begin(), running_.end(),
+                                  [&](const auto& attempt) { return attempt->claim().job == job->first; });
+    job = busy || plan_.only == job->first ? std::next(job) : jobs_.erase(job);
+  }
+}
+
+std::size_t LocalEngine::weightOf(JobId job) {
+  const auto known = jobs_.find(job);
+  return plan_.slotsAreCpus && known != jobs_.end() ? std::min(known->second->cpus(), plan_.slots) : 1;
+}
+
+std::size_t LocalEngine::busySlots() {
+  std::size_t busy = 0;
+  for (const auto& attempt : running_) {
+    busy += weightOf(attempt->claim().job);
+  }
+  return busy;
+}
+
+/// False when the queue could not be written; all is kept for the next turn.
+bool LocalEngine::recordTurn() {
+  const bool wantsWork = stops_ == 0 && mayHaveWork_ && claimed_.empty() && busySlots() < plan_.slots;
+  const bool putAside = stops_ > 0 && plan_.only && !putAside_;
+  if (ended_.empty() && outcomes_.empty() && notes_.empty() && processes_.empty() && !wantsWork &&
+      !putAside) {
+    return true;
+  }
+  std::vector<Claim> claims;
+  std::vector<bool> again;
+  try {
+    store_.inTransaction([&] { writeTurn(claims, again); });
+  } catch (const StoreError& error) {
+    if (!passes(error)) {
+      throw;
+    }
+    mayHaveWork_ = true;
+    if (!troubled_) {
+      LogWarning(error.message + "; nothing is started until it can be written again");
+    }
+    troubled_ = true;
     return false;
   }
-  if (ahead_) {
-    work = *ahead_;
-    ahead_.reset();
-  } else {
-    work = again_.front();
-    again_.pop_front();
+  if (troubled_) {
+    LogWarning("the queue can be written again");
+    troubled_ = false;
   }
+  putAside_ = putAside_ || putAside;
+  claimed_.insert(claimed_.end(), claims.begin(), claims.end());
+  tellTurn(again);
   return true;
 }
 
-void LocalEngine::fillSlots(const RunPlan& plan) {
-  // Works that cannot be started leave their slot free. Only so many are tried
-  // in one turn that the user can stop a thousand of them.
-  for (std::size_t tries = 0; stops_ == 0 && tries < plan.slots && running_.size() < plan.slots; ++tries) {
-    Waiting work;
-    if (!nextWork(work)) {
-      return;
-    }
-    startAttempt(plan, work);
+void LocalEngine::writeTurn(std::vector<Claim>& claims, std::vector<bool>& again) {
+  if (stops_ > 0 && plan_.only && !putAside_ && interrupts_.byUser()) {
+    store_.stop(*plan_.only, "Stopped by the user");
+  }
+  for (const auto& [attempt, process] : processes_) {
+    store_.noteProcess(attempt, process);
+  }
+  for (const Note& note : notes_) {
+    store_.noteFile(note.attempt, note.file);
+  }
+  for (const auto& attempt : ended_) {
+    again.push_back(store_.settle(attempt->outcome()));
+  }
+  for (const Outcome& outcome : outcomes_) {
+    store_.settle(outcome);
+  }
+  mayHaveWork_ =
+      mayHaveWork_ || std::find(again.begin(), again.end(), true) != again.end() || !outcomes_.empty();
+  if (stops_ == 0 && claimed_.empty() && mayHaveWork_) {
+    claimWorks(claims);
   }
 }
 
-void LocalEngine::startAttempt(const RunPlan& plan, const Waiting& waiting) {
-  const WorkInfo work{waiting.run, waiting.hasFrames, waiting.attempt, plan.retries + 1};
-  const SmartHandle<Job> job = maker_->make(work);
-  events_.workStarted(work);
-  auto attempt = std::make_unique<Attempt>(
-      work, job, logs_.open(work.hasFrames ? std::string(work.run.Text()) : work.title(), work.attempt),
-      [this](const WorkInfo& from, const Path& file) { noteImage(from, file); });
-  if (attempt->start(machine_)) {
-    job->SetStatus(k_StatusRunning);
-    tellJob(plan, *attempt);
-    running_.push_back(std::move(attempt));
-  } else {
-    settle(plan, *attempt);
+void LocalEngine::claimWorks(std::vector<Claim>& claims) {
+  const std::size_t busy = busySlots();
+  if (busy >= plan_.slots) {
+    mayHaveWork_ = true;
+    return;
   }
+  // How wide a work is shows only when its job is known, so wide ones are taken
+  // one by one; the last of them may have to wait for its slots.
+  const std::size_t wanted = plan_.slotsAreCpus ? 1 : plan_.slots - busy;
+  claims = store_.claim(engine_, wanted, plan_.only, refused_);
+  mayHaveWork_ = claims.size() == wanted;
+}
+
+void LocalEngine::tellTurn(const std::vector<bool>& again) {
+  std::size_t place = 0;
+  for (const auto& attempt : ended_) {
+    WorkResult result = attempt->result();
+    result.again = result.verdict == Verdict::Failed && again[place];
+    ++place;
+    if (const auto job = jobs_.find(attempt->claim().job); job != jobs_.end()) {
+      job->second->tell(attempt->job(), result.reason);
+    }
+    events_.workEnded(attempt->work(), result);
+  }
+  const bool anyEnded = !ended_.empty() || !outcomes_.empty();
+  ended_.clear();
+  outcomes_.clear();
+  notes_.clear();
+  processes_.clear();
+  if (!recoveries_.empty() && std::all_of(recoveries_.begin(), recoveries_.end(),
+                                          [](const auto& one) { return one->isRecorded(); })) {
+    recoveries_.clear();
+    store_.releaseLost();
+  }
+  if (anyEnded && running_.empty()) {
+    nextTick_ = machine_.now(); // a job may have ended
+  }
+}
+
+void LocalEngine::startWorks() {
+  while (!claimed_.empty() && stops_ == 0) {
+    const Claim claim = claimed_.front();
+    if (plan_.slotsAreCpus) {
+      // Opening it tells how wide it is; a job that cannot be opened is refused
+      // by the start.
+      try {
+        open(claim.job);
+      } catch (Exception* exception) {
+        LogDebug(takeText(exception));
+      }
+      if (!running_.empty() && busySlots() + weightOf(claim.job) > plan_.slots) {
+        return;
+      }
+    }
+    claimed_.erase(claimed_.begin());
+    start(claim);
+  }
+  for (const Claim& claim : claimed_) { // stopped before they began
+    Outcome outcome;
+    outcome.attempt = claim.attempt;
+    outcome.state = AttemptState::Canceled;
+    outcome.rule = VerdictRule::Canceled;
+    outcome.reason = "Not started";
+    outcomes_.push_back(outcome);
+  }
+  claimed_.clear();
+}
+
+void LocalEngine::start(const Claim& claim) {
+  std::string problem;
+  try {
+    OpenJob* job = open(claim.job);
+    if (job != nullptr) {
+      const WorkInfo work = job->work(claim);
+      AttemptListener& listener = *this;
+      auto attempt = std::make_unique<Attempt>(
+          work, claim, job->works().make(work),
+          job->logs().open(work.hasFrames ? std::string(work.run.Text()) : work.title(), claim.number),
+          inspector_, listener);
+      events_.workStarted(work);
+      if (attempt->start(machine_)) {
+        processes_.emplace_back(claim.attempt, attempt->process());
+        job->tell(attempt->job(), {});
+        running_.push_back(std::move(attempt));
+      } else {
+        ended_.push_back(std::move(attempt));
+      }
+      return;
+    }
+    problem = "the job is gone";
+  } catch (Exception* exception) {
+    problem = takeText(exception);
+  }
+  // Another engine may know the type.
+  LogWarning("job " + std::to_string(claim.job) + " cannot be worked here: " + problem);
+  refused_.push_back(claim.job);
+  Outcome outcome;
+  outcome.attempt = claim.attempt;
+  outcome.state = AttemptState::Canceled;
+  outcome.rule = VerdictRule::Start;
+  outcome.reason = problem;
+  outcomes_.push_back(outcome);
 }
 
 void LocalEngine::waitForSomething() {
   // Two entries for each attempt, in the order of the list.
-  std::vector<pollfd> descriptors = {{interrupts_.descriptor(), POLLIN, 0}};
-  std::optional<Clock::time_point> deadline;
+  std::vector<pollfd> descriptors = {{interrupts_.descriptor(), POLLIN, 0},
+                                     {inspector_.descriptor(), POLLIN, 0}};
+  Clock::time_point deadline = nextTick_;
+  const auto consider = [&deadline](const std::optional<Clock::time_point>& time) {
+    deadline = time ? std::min(deadline, *time) : deadline;
+  };
+  consider(inspector_.deadline());
   for (const auto& attempt : running_) {
     descriptors.push_back({attempt->outputDescriptor(), POLLIN, 0});
     descriptors.push_back({attempt->exitDescriptor(), POLLIN, 0});
-    if (const auto own = attempt->deadline(); own && (!deadline || *own < *deadline)) {
-      deadline = own;
-    }
+    consider(attempt->deadline());
   }
-  std::optional<Duration> timeout;
-  if (running_.empty()) {
-    timeout = Duration::zero();
-  } else if (deadline) {
-    timeout = std::max(Duration(*deadline - machine_.now()), Duration::zero());
-  }
-  machine_.wait(descriptors, timeout);
+  const bool more =
+      !troubled_ && (!ended_.empty() || !outcomes_.empty() ||
+                     (mayHaveWork_ && stops_ == 0 && claimed_.empty() && busySlots() < plan_.slots));
+  const Duration left = more ? Duration::zero() : deadline - machine_.now();
+  machine_.wait(descriptors, std::max(left, Duration::zero()));
   const Clock::time_point now = machine_.now();
-  std::size_t place = 1;
+  std::size_t place = 2;
   for (const auto& attempt : running_) {
     if (descriptors[place].revents != 0) {
       attempt->readOutput(now);
     }
     place += 2;
   }
+  inspector_.advance(now);
 }
 
 void LocalEngine::takeInterrupts() {
@@ -157,69 +380,59 @@ void LocalEngine::takeInterrupts() {
   }
 }
 
-void LocalEngine::settle(const RunPlan& plan, Attempt& attempt) {
-  const WorkInfo& work = attempt.work();
-  WorkResult result = attempt.result();
-  result.again = result.verdict == Verdict::Failed && attempt.isWorthRepeating() &&
-                 work.attempt < work.attempts && stops_ == 0;
-  tellJob(plan, attempt);
-  switch (result.verdict) {
-  case Verdict::Good:
-    ++summary_.goodWorks;
-    if (work.hasFrames) {
-      summary_.good.add(work.run);
-    }
-    break;
-  case Verdict::Canceled:
-    countNotDone(work);
-    break;
-  case Verdict::Failed:
-    if (result.again) {
-      again_.push_back({work.run, work.hasFrames, work.attempt + 1});
+void LocalEngine::advanceAttempts() {
+  const Clock::time_point now = machine_.now();
+  for (auto attempt = running_.begin(); attempt != running_.end();) {
+    (*attempt)->advance(now);
+    if ((*attempt)->isOver()) {
+      ended_.push_back(std::move(*attempt));
+      attempt = running_.erase(attempt);
     } else {
-      noteFailure(work, result);
+      ++attempt;
     }
-    break;
-  }
-  events_.workEnded(work, result);
-}
-
-void LocalEngine::noteFailure(const WorkInfo& work, const WorkResult& result) {
-  ++summary_.failedWorks;
-  if (work.hasFrames) {
-    summary_.failed.add(work.run);
-  }
-  const auto [place, isNew] = failureGroups_.try_emplace(result.reason, summary_.failures.size());
-  if (isNew) {
-    summary_.failures.push_back({result.reason, {}, 0, result.log});
-  }
-  FailureGroup& group = summary_.failures[place->second];
-  ++group.works;
-  if (work.hasFrames) {
-    group.frames.add(work.run);
   }
 }
 
-void LocalEngine::countNotDone(const WorkInfo& work) {
-  ++summary_.notDoneWorks;
-  if (work.hasFrames) {
-    summary_.notDone.add(work.run);
+bool LocalEngine::isDone() {
+  const bool quiet = running_.empty() && claimed_.empty() && ended_.empty() && outcomes_.empty();
+  if (stops_ > 0) {
+    // Results that cannot be recorded are worked again; a second wish to stop
+    // says that this is wanted.
+    return quiet || (running_.empty() && troubled_ && stops_ > 1);
   }
+  if (!quiet || mayHaveWork_ || troubled_ || !recoveries_.empty()) {
+    return false;
+  }
+  if (plan_.only) {
+    const std::optional<JobRecord> job = store_.job(*plan_.only);
+    if (job && isOpen(job->state)) {
+      return false;
+    }
+    finishJobs();
+    return true;
+  }
+  if (!plan_.untilEmpty) {
+    return false;
+  }
+  for (const JobRecord& job : store_.jobs()) {
+    if (isOpen(job.state) && std::find(refused_.begin(), refused_.end(), job.id) == refused_.end()) {
+      return false;
+    }
+  }
+  finishJobs();
+  return true;
 }
 
-void LocalEngine::noteImage(const WorkInfo& work, const Path& file) {
-  if (images_.insert(file.Text()).second) {
-    ++summary_.images[file.Branch(true, true)];
-    events_.image(work, file);
-  }
+void LocalEngine::fileNamed(const Claim& claim, const Path& file, std::optional<int> frame) {
+  FileRecord record;
+  record.attempt = claim.attempt;
+  record.frame = frame;
+  record.path = file.Text();
+  notes_.push_back({claim.attempt, std::move(record)});
 }
 
-void LocalEngine::tellJob(const RunPlan& plan, const Attempt& attempt) {
-  const SmartHandle<const Job> work = attempt.job();
-  plan.job->OnChildChange(work, "Status", std::to_string(work->Status()));
-  if (attempt.isOver() && !attempt.result().reason.empty()) {
-    plan.job->OnChildChange(work, p_Note, attempt.result().reason);
-  }
+void LocalEngine::fileComplete(const WorkInfo& work, const Path& file) {
+  events_.image(work, file);
 }
 
 } // namespace trovik

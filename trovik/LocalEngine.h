@@ -1,79 +1,114 @@
 #pragma once
 
-#include "host/application/RenderJob.h"
 #include "trovik/Attempt.h"
+#include "trovik/ImageInspector.h"
 #include "trovik/Interrupts.h"
 #include "trovik/Machine.h"
+#include "trovik/OpenJob.h"
+#include "trovik/Recovery.h"
 #include "trovik/RunEvents.h"
-#include "trovik/RunLogs.h"
-#include "trovik/WorkJob.h"
+#include "trovik/queue/Store.h"
 
-#include <deque>
+#include <functional>
 #include <list>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
-#include <unordered_map>
-#include <unordered_set>
+#include <vector>
 
 namespace trovik {
 
-/// What an engine is to work off.
-struct RunPlan {
-  SmartHandle<Job> job; ///< set up and valid; a ProcessJob
+/// What an engine is to do.
+struct EnginePlan {
+  std::optional<JobId> only; ///< works of this job alone, until it has ended
   std::size_t slots = 1;
-  int retries = 0; ///< further attempts at a work that failed
+  bool slotsAreCpus = false;      ///< a work takes as many slots as its CPUs, else one
+  bool untilEmpty = false;        ///< ends when no job is open
+  std::function<void()> whenIdle; ///< called about twice a second; may be empty
 };
 
-/// Works off a job on this machine: so many programs at a time as there are
-/// slots, all watched by one poll loop.
+/// Works off the queue on this machine: so many programs at a time as there
+/// are slots, all watched by one poll loop.
+///
+/// Each turn of the loop writes what has happened since the last one, and what
+/// is going to be started, in one transaction; only then are the programs
+/// started and the events told. So whatever moment this process dies in, the
+/// queue knows every work that may have been begun, and nothing was reported
+/// that it does not know. Works of engines that died are taken up by the next
+/// one (see Recovery), from its start on and about every two seconds.
 ///
 /// Each attempt is a fresh job object that unpacks the job's stream, since an
-/// object remembers what it saw in the output. Works that failed are tried
-/// again after all others had their first turn: what made them fail may have
-/// passed by then.
-class LocalEngine {
+/// object remembers what it saw in the output. When the queue cannot be
+/// written (its disk is full), nothing is started, what runs goes on, and
+/// results wait until there is room.
+class LocalEngine : private AttemptListener {
 public:
   /// All must outlive the engine.
-  LocalEngine(Machine& machine, RunLogs& logs, InterruptSource& interrupts, RunEvents& events);
+  LocalEngine(Machine& machine, Store& store, ImageInspector& inspector, InterruptSource& interrupts,
+              RunEvents& events);
+  ~LocalEngine() override;
 
-  /// Runs until all is done or the user stopped it. `info` goes to the events
-  /// with the numbers of frames and works filled in. Raises Exception* when
-  /// the job's range is malformed.
-  RunSummary run(const RunPlan& plan, RunInfo info);
+  /// Runs until the plan is done or the user stopped it. True when it was not
+  /// stopped. Throws StoreError where the queue is of no use any more, and
+  /// raises Exception* when the one job of the plan cannot be read.
+  bool run(const EnginePlan& plan);
+
+  EngineId id() const { return engine_; }
 
 private:
-  struct Waiting {
-    FrameRun run;
-    bool hasFrames = true;
-    int attempt = 1;
+  struct Note {
+    AttemptId attempt = 0;
+    FileRecord file;
   };
 
-  bool nextWork(Waiting& work);
-  bool hasWork();
-  void fillSlots(const RunPlan& plan);
-  void startAttempt(const RunPlan& plan, const Waiting& waiting);
+  void fileNamed(const Claim& claim, const Path& file, std::optional<int> frame) override;
+  void fileComplete(const WorkInfo& work, const Path& file) override;
+
+  OpenJob* open(JobId id);
+  void tick();
+  void takeUpLost();
+  void advanceRecoveries();
+  void finishJobs();
+  void stopCanceled();
+  bool recordTurn();
+  void writeTurn(std::vector<Claim>& claims, std::vector<bool>& again);
+  void claimWorks(std::vector<Claim>& claims);
+  void tellTurn(const std::vector<bool>& again);
+  void startWorks();
+  void start(const Claim& claim);
   void waitForSomething();
   void takeInterrupts();
-  void settle(const RunPlan& plan, Attempt& attempt);
-  void noteImage(const WorkInfo& work, const Path& file);
-  void noteFailure(const WorkInfo& work, const WorkResult& result);
-  void tellJob(const RunPlan& plan, const Attempt& attempt);
-  void countNotDone(const WorkInfo& work);
+  void advanceAttempts();
+  bool isDone();
+  std::size_t weightOf(JobId job);
+  std::size_t busySlots();
+  void forgetIdleJobs();
 
   Machine& machine_;
-  RunLogs& logs_;
+  Store& store_;
+  ImageInspector& inspector_;
   InterruptSource& interrupts_;
   RunEvents& events_;
 
-  std::unique_ptr<WorkMaker> maker_;
-  std::unique_ptr<Distributor> distributor_;
-  std::optional<Waiting> ahead_; // the distributor's next work
-  std::deque<Waiting> again_;
+  EnginePlan plan_;
+  EngineId engine_ = 0;
+  std::map<JobId, std::unique_ptr<OpenJob>> jobs_;
+  std::vector<JobId> refused_; // jobs that cannot be worked here
   std::list<std::unique_ptr<Attempt>> running_;
-  std::unordered_set<std::string> images_;
-  std::unordered_map<std::string, std::size_t> failureGroups_; // reason to place in the summary
+  std::list<std::unique_ptr<Attempt>> ended_; // not yet recorded
+  std::vector<Claim> claimed_;                // recorded, not yet started
+  std::list<std::unique_ptr<Recovery>> recoveries_;
+  std::vector<Outcome> outcomes_;                    // of attempts without a program: lost or refused
+  std::vector<std::pair<AttemptId, int>> processes_; // to be noted
+  std::vector<Note> notes_;
+  bool mayHaveWork_ = true;
+  bool troubled_ = false; // the queue could not be written the last time
+  bool putAside_ = false; // the user stopped the one job of the plan
   int stops_ = 0;
-  RunSummary summary_;
+  std::int64_t dataVersion_ = 0;
+  Clock::time_point nextTick_{};
+  Clock::time_point nextRecovery_{};
 };
 
 } // namespace trovik

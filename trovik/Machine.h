@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <poll.h>
+#include <string>
 #include <vector>
 
 namespace trovik {
@@ -27,6 +28,13 @@ public:
   virtual void kill() = 0;
 };
 
+/// What is known of the processes of an attempt whose engine died.
+struct Orphans {
+  std::string mark;                              ///< in TROVIK_ATTEMPT of each
+  int group = 0;                                 ///< their process group; 0 when unknown
+  std::chrono::system_clock::time_point since{}; ///< when they were started, to a second or so
+};
+
 /// The machine that works run on: its clock, its programs and the waiting for
 /// them. The engine knows the world only through this, so its tests neither
 /// start programs nor spend time.
@@ -39,6 +47,9 @@ public:
   /// Waits until one of the descriptors is ready or the time is over; without
   /// a time only for descriptors.
   virtual void wait(std::vector<pollfd>& descriptors, std::optional<Duration> timeout) = 0;
+  /// Kills what is left of those processes; the number of them that are still
+  /// there. To be called until that is 0.
+  virtual std::size_t killOrphans(const Orphans& orphans) = 0;
 };
 
 /// This machine.
@@ -47,6 +58,7 @@ public:
   Clock::time_point now() override { return Clock::now(); }
   std::unique_ptr<Program> start(const ProcessStart& start) override;
   void wait(std::vector<pollfd>& descriptors, std::optional<Duration> timeout) override;
+  std::size_t killOrphans(const Orphans& orphans) override;
 };
 
 } // namespace trovik

@@ -54,7 +54,8 @@ int callVerb(const Options& options, Console& console) {
       {"images", {listImages, Types::NotNeeded}}, {"watch", {watchJob, Types::NotNeeded}},
       {"stats", {showStats, Types::NotNeeded}},   {"retry", {retryJobs, Types::NotNeeded}},
       {"cancel", {cancelJobs, Types::NotNeeded}}, {"delete", {deleteJobs, Types::NotNeeded}},
-      {"sheet", {drawSheet, Types::NotNeeded}},
+      {"sheet", {drawSheet, Types::NotNeeded}},   {"submit", {submitJob, Types::Needed}},
+      {"engine", {runEngine, Types::Needed}},
   };
   const auto verb = verbs.find(options.verb);
   if (verb == verbs.end()) {

@@ -12,8 +12,8 @@ std::string framesOrWork(const RunInfo& info, std::size_t count) {
   return info.hasFrames ? counted(count, "frame") : counted(count, "work");
 }
 
-/// "23 of 24 frames good, 1 failed".
-std::string countsText(const Console& console, const RunSummary& summary) {
+/// "23 of 24 frames good, 1 failed", each piece through `paint`.
+template <typename Paint> std::string countsText(const RunSummary& summary, Paint paint) {
   const bool frames = summary.info.hasFrames;
   const std::size_t good = frames ? summary.good.count() : summary.goodWorks;
   const std::size_t failed = frames ? summary.failed.count() : summary.failedWorks;
@@ -22,12 +22,12 @@ std::string countsText(const Console& console, const RunSummary& summary) {
   std::string text = good == total ? (total == 1 ? framesOrWork(summary.info, 1)
                                                  : "all " + framesOrWork(summary.info, total))
                                    : std::to_string(good) + " of " + framesOrWork(summary.info, total);
-  text = console.coloured(summary.allGood() ? Colour::Green : Colour::Bold, text + " good");
+  text = paint(summary.allGood() ? Colour::Green : Colour::Bold, text + " good");
   if (failed > 0) {
-    text += ", " + console.coloured(Colour::Red, std::to_string(failed) + " failed");
+    text += ", " + paint(Colour::Red, std::to_string(failed) + " failed");
   }
   if (notDone > 0) {
-    text += ", " + console.coloured(Colour::Yellow, std::to_string(notDone) + " not done");
+    text += ", " + paint(Colour::Yellow, std::to_string(notDone) + " not done");
   }
   return text;
 }
@@ -100,7 +100,9 @@ std::string failureText(const Console& console, const WorkInfo& work, const Work
 std::string summaryText(const Console& console, const RunSummary& summary) {
   const RunInfo& info = summary.info;
   std::string text = summary.interrupted ? console.coloured(Colour::Yellow, "stopped") + ": " : std::string();
-  text += countsText(console, summary) + ", in " + durationText(summary.duration) + '\n';
+  text += countsText(summary, [&](Colour colour,
+                                  const std::string& piece) { return console.coloured(colour, piece); }) +
+          ", in " + durationText(summary.duration) + '\n';
   std::size_t shown = 0;
   for (const FailureGroup& group : summary.failures) {
     if (shown == reasonsShown) {
@@ -125,6 +127,10 @@ std::string summaryText(const Console& console, const RunSummary& summary) {
     text += restText(summary);
   }
   return text;
+}
+
+std::string summaryLine(const RunSummary& summary) {
+  return countsText(summary, [](Colour /*colour*/, const std::string& piece) { return piece; });
 }
 
 std::string interruptText(const Console& console, int times, std::size_t running) {

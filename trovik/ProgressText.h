@@ -23,6 +23,9 @@ std::string failureText(const Console& console, const WorkInfo& work, const Work
 /// where images and logs are, and what to do next.
 std::string summaryText(const Console& console, const RunSummary& summary);
 
+/// "23 of 24 frames good, 1 failed", without colours.
+std::string summaryLine(const RunSummary& summary);
+
 /// The answer to a first or further wish to stop.
 std::string interruptText(const Console& console, int times, std::size_t running);
 

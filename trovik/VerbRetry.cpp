@@ -58,21 +58,17 @@ JobDone retry(Store& store, const JobRecord& job, const Options& options, const 
   const std::optional<RunSet> only = chosenFrames(store, job, options, named);
   const bool nothing = only && only->empty();
   const std::size_t count = nothing ? 0 : store.retry(job.id, only);
-  std::optional<JobRecord> now = store.job(job.id);
-  if (now && now->state == JobState::Stopped && !nothing) {
-    store.resume(job.id); // what was never started is to be done as well
-    now = store.job(job.id);
-  }
+  const std::optional<JobRecord> now = store.job(job.id);
   const JobFrames frames = store.frames(job.id);
   const std::string noun = job.hasFrames ? "frame" : "work";
   std::string text = "job " + std::to_string(job.id) + "  ";
   if (count > 0) {
-    text += counted(count, noun) + " to be done again";
-    text += job.hasFrames ? "; waiting " + frames.ready.text(rangesShown) + '\n' : "\n";
+    text += counted(count, noun) + " to do";
+    text += job.hasFrames ? ": " + frames.ready.text(rangesShown) + '\n' : "\n";
   } else if (now && isOpen(now->state) && !isOpen(job.state)) {
     text += "goes on\n";
   } else {
-    text += options.missing ? "nothing is missing\n" : "nothing to be done again\n";
+    text += options.missing ? "nothing is missing\n" : "nothing to do\n";
   }
   return {text,
           {{"job", job.id},

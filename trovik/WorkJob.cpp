@@ -1,20 +1,32 @@
 #include "trovik/WorkJob.h"
 
 #include "host/application/JobFactory.h"
+#include "host/foundation/Exception.h"
 #include "host/foundation/Stream.h"
+
+#include <utility>
 
 namespace trovik {
 
-WorkMaker::WorkMaker(const Job& job) : type_(job.Type()) {
+std::string packedJob(const Job& job) {
   OutStream stream;
   job.PackObject(stream);
-  packed_ = stream.Bytes();
+  return stream.Bytes();
 }
 
-SmartHandle<Job> WorkMaker::make(const WorkInfo& work) const {
+WorkMaker::WorkMaker(const Job& job) : WorkMaker(job.Type(), packedJob(job)) {}
+
+WorkMaker::WorkMaker(const UID& type, std::string packed) : type_(type), packed_(std::move(packed)) {}
+
+SmartHandle<Job> WorkMaker::makeWhole() const {
   SmartHandle<Job> job = JobFactory::s_JobFactory->CreateJob(type_);
   InStream stream(packed_);
   job->UnpackObject(stream, 1);
+  return job;
+}
+
+SmartHandle<Job> WorkMaker::make(const WorkInfo& work) const {
+  SmartHandle<Job> job = makeWhole();
   if (work.hasFrames) {
     job->SetParameter(p_SubRange, work.run.Text());
   }

@@ -7,14 +7,20 @@
 
 namespace trovik {
 
+/// A job's stream, as the queue keeps it.
+std::string packedJob(const Job& job);
+
 /// Makes the job objects of a job's works: each a fresh object that unpacks
 /// the job's stream, since an object remembers what it saw in the output.
 class WorkMaker {
 public:
   explicit WorkMaker(const Job& job);
+  WorkMaker(const UID& type, std::string packed);
 
-  /// Raises Exception* when the stream cannot be read back.
+  /// Raise Exception* when the type is not known or the stream cannot be read
+  /// back.
   SmartHandle<Job> make(const WorkInfo& work) const;
+  SmartHandle<Job> makeWhole() const;
 
 private:
   UID type_;

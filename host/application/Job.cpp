@@ -374,17 +374,21 @@ std::vector<String> Job::ParameterNames() const {
   for (const auto& entry : Values()) {
     add(entry.first);
   }
-  // Computed when asked for, so no list has them; only some jobs answer the
-  // names of a scene sequence.
-  for (const char* name : {p_SubRange, p_Frame, "ActualSubRange", "ActualScene"}) {
-    try {
-      String ignored;
-      if (GetParameter(name, ignored)) {
-        add(name);
-      }
-    } catch (Exception* exception) {
-      delete exception; // names serve messages about something else
+  // Computed when asked for, so no list has them.
+  const auto answers = [this](const char* name) {
+    String ignored;
+    return GetParameter(name, ignored);
+  };
+  for (const char* name : {p_SubRange, p_Frame}) {
+    if (answers(name)) {
+      add(name);
     }
+  }
+  // Who answers one name of a scene sequence answers the other, which is not
+  // asked for: its value is the names of all scenes, and may cost a copy of each.
+  if (answers("ActualSubRange")) {
+    add("ActualSubRange");
+    add("ActualScene");
   }
   return names;
 }

@@ -137,10 +137,18 @@ void ProcessJob::SetNote(const String& note) {
   DoWorkParameterChange(p_Note, note);
 }
 
-int ProcessJob::FailWork(const String& note) {
+int ProcessJob::Fail(Rule rule, const String& note) {
+  m_DecidedBy = rule;
+  if (m_WorthRepeating && ForbidsRepeating(note)) {
+    m_WorthRepeating = false;
+  }
   SetStatus(k_StatusFailed);
   SetNote(note);
   return Status();
+}
+
+int ProcessJob::FailWork(const String& note) {
+  return Fail(Rule::Start, note);
 }
 
 int ProcessJob::SucceedWork(const String& note) {
@@ -263,6 +271,7 @@ bool ProcessJob::PrepareWork(ProcessStart& start) {
     return true;
   }
   const String note = failure.empty() ? Note() : failure;
+  m_WorthRepeating = false;
   FailWork(note.empty() ? String("The work could not be prepared") : note);
   return false;
 }
@@ -288,7 +297,21 @@ void ProcessJob::OnProcessSpawned() {
 
 void ProcessJob::WorkLine(std::string_view line) {
   m_Line.assign(line);
+  if (m_WorthRepeating && ForbidsRepeating(line)) {
+    m_WorthRepeating = false;
+  }
   ProcessLine(m_Line);
+}
+
+bool ProcessJob::ForbidsRepeating(std::string_view text) {
+  if (!m_NoRetryTextsRead) {
+    m_NoRetryTextsRead = true;
+    const String texts = GetParameterOrOption(p_NoRetryTexts, true, true);
+    if (!texts.empty()) {
+      m_NoRetryTexts = std::make_unique<ErrorTexts>(texts, String::Null, true);
+    }
+  }
+  return m_NoRetryTexts != nullptr && m_NoRetryTexts->IsError(text);
 }
 
 void ProcessJob::ProcessLine(const String& line) {
@@ -302,60 +325,94 @@ void ProcessJob::ProcessLine(const String& line) {
   }
   if (m_ErrorLine.empty() && m_ErrorTexts->IsError(line)) {
     m_ErrorLine.assign(line, 0, k_KeptLine); // the first one is the cause of the others
+    clock_gettime(CLOCK_REALTIME, &m_ErrorTime);
   }
 }
 
-bool ProcessJob::SuccessOutweighs(int exitCode) {
-  if (GetParameterOrOption(p_SuccessTexts, true, true).empty()) {
+// The files of a work whose verdict stands. What goes wrong with the look is
+// no news to anybody then.
+void ProcessJob::LookAtFiles(int result) {
+  const String note = Note();
+  const String failure = TextOfFailure([this, result] { CheckFiles(result); });
+  if (!failure.empty()) {
+    LogDebug("The files of a work that did not end well: " + failure);
+  }
+  Set(p_Note, note);
+}
+
+bool ProcessJob::SuccessOutweighs(int exitCode, bool& looked) {
+  if (GetParameterOrOption(p_SuccessTexts, true, true).empty() || CheckResult(exitCode) != k_StatusFinished) {
     return false;
   }
   m_GoodFiles = 0;
-  return CheckResult(exitCode) == k_StatusFinished && CheckFiles(k_StatusFinished) == k_StatusFinished &&
-         m_GoodFiles > 0;
+  looked = true;
+  return CheckFiles(k_StatusFinished) == k_StatusFinished && m_GoodFiles > 0;
 }
 
-int ProcessJob::Judge(const ProcessExit& exit, Ended ended) {
+int ProcessJob::JudgeEnd(Ended ended) {
+  m_DecidedBy = Rule::Ended;
+  LookAtFiles(ended == Ended::Canceled ? k_StatusCanceled : k_StatusFailed);
   switch (ended) {
   case Ended::Canceled:
     SetStatus(k_StatusCanceled);
     SetNote("Canceled");
     return Status();
   case Ended::TimedOut:
-    return FailWork("Run-time limit of " + SecondsText(RunTimeLimit()) + " s reached");
+    return Fail(Rule::Ended, "Run-time limit of " + SecondsText(RunTimeLimit()) + " s reached");
   case Ended::Silent:
-    return FailWork("No output for " + SecondsText(SilenceLimit()) + " s (silence limit)");
-  case Ended::Lost:
-    return FailWork("Its engine died");
-  case Ended::ByItself:
-    break;
+    return Fail(Rule::Ended, "No output for " + SecondsText(SilenceLimit()) + " s (silence limit)");
+  default:
+    return Fail(Rule::Ended, "Its engine died");
   }
-  if (!m_ErrorLine.empty()) {
-    return FailWork("Error line: " + NoteText(m_ErrorLine));
+}
+
+int ProcessJob::JudgeSignal(const ProcessExit& exit) {
+  m_DecidedBy = Rule::Signal;
+  bool looked = false;
+  if (SuccessOutweighs(exit.Code, looked)) {
+    m_DecidedBy = Rule::Result;
+    return SucceedWork(SignalText(exit.Signal) + " after the success text, and every file is good");
   }
-  if (exit.Signal != 0) {
-    if (SuccessOutweighs(exit.Code)) {
-      return SucceedWork(SignalText(exit.Signal) + " after the success text, and every file is good");
-    }
-    return FailWork(SignalText(exit.Signal) + LastLineText(m_LastLine));
+  if (!looked) {
+    LookAtFiles(k_StatusFailed);
   }
+  return Fail(Rule::Signal, SignalText(exit.Signal) + LastLineText(m_LastLine));
+}
+
+int ProcessJob::JudgeResult(const ProcessExit& exit) {
+  m_DecidedBy = Rule::Result;
   Set(p_Note, String::Null); // so that a note of CheckResult's own is seen, and stays as it is
   const int result = CheckResult(exit.Code);
   String note = Note();
-  const int checked = CheckFiles(result);
   if (result != k_StatusFinished) {
+    LookAtFiles(result);
     if (note.empty()) {
       note = "Exit code " + std::to_string(exit.Code) + LastLineText(m_LastLine);
     }
-    return FailWork(note);
+    return Fail(Rule::Result, note);
   }
-  if (checked != k_StatusFinished) {
+  m_DecidedBy = Rule::Files;
+  if (CheckFiles(result) != k_StatusFinished) {
     note = Note();
-    return FailWork(note.empty() ? String("A file that the work must leave is not good") : note);
+    return Fail(Rule::Files, note.empty() ? String("A file that the work must leave is not good") : note);
   }
+  m_DecidedBy = Rule::Result;
   return SucceedWork(String::Null);
+}
+
+int ProcessJob::Judge(const ProcessExit& exit, Ended ended) {
+  if (ended != Ended::ByItself) {
+    return JudgeEnd(ended);
+  }
+  if (!m_ErrorLine.empty()) {
+    m_DecidedBy = Rule::ErrorLine;
+    LookAtFiles(k_StatusFailed);
+    return Fail(Rule::ErrorLine, "Error line: " + NoteText(m_ErrorLine));
+  }
+  return exit.Signal != 0 ? JudgeSignal(exit) : JudgeResult(exit);
 }
 
 int ProcessJob::FinishWork(const ProcessExit& exit, Ended ended) {
   const String failure = TextOfFailure([this, &exit, ended] { Judge(exit, ended); });
-  return failure.empty() ? Status() : FailWork(failure);
+  return failure.empty() ? Status() : Fail(m_DecidedBy, failure);
 }

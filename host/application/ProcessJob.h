@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <ctime>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -48,7 +49,8 @@ public:
   /// if not.
   virtual bool ValidateResources();
   /// The check of the files that the work must leave; given the verdict so
-  /// far, returns the verdict.
+  /// far, returns the verdict. Also called for works that have failed or were
+  /// canceled, whose verdict and note stay as they are.
   virtual int CheckFiles(int result) = 0;
   virtual int DoCheckFile(const Path& file, int result) = 0;
 
@@ -84,7 +86,8 @@ public:
 
   /// Which rule decided on the work, from strongest to weakest.
   enum class Rule { None, Ended, Start, ErrorLine, Signal, Result, Files };
-  /// Valid after FinishWork, FailWork, or PrepareWork that gave false.
+  /// Valid after FinishWork, FailWork, or PrepareWork that gave false. Result
+  /// for a work that ended well.
   Rule DecidedBy() const { return m_DecidedBy; }
 
   /// False when the note or a line of the output held one of the type's
@@ -96,9 +99,12 @@ public:
   /// death by a signal (unless a declared success text was seen and every
   /// file is good); CheckResult; CheckFiles. Sets status and note; the note
   /// says which one spoke and quotes the deciding line. Returns the status.
+  /// CheckFiles is called whatever the verdict, so that what is good is known;
+  /// it makes no bad verdict good and alters none's note.
   int FinishWork(const ProcessExit& exit, Ended ended = Ended::ByItself);
 
-  /// A work that could not be started at all: failed, with this note.
+  /// A work that could not be started at all: failed, with this note; decided
+  /// by Rule::Start.
   int FailWork(const String& note);
 
   /// How long the work may run, and say nothing, in seconds; 0 for no limit.
@@ -109,6 +115,8 @@ public:
   pid_t ProcessId() const { return m_ProcessId; }
   /// The line that made the work fail, or empty.
   const String& ErrorLine() const { return m_ErrorLine; }
+  /// When it came: no file that was written before has a later stamp.
+  const timespec& ErrorTime() const { return m_ErrorTime; }
   /// The last ordinary line with any text: what a program that died said last.
   const String& LastLine() const { return m_LastLine; }
   String Note() const { return Get(p_Note, true); }
@@ -125,8 +133,8 @@ protected:
   /// that it would start in. Absolute, or empty for this process's own.
   Path WorkStartDirectory() const;
 
-  /// CheckFiles tells how many files it found good: only files prove that a
-  /// program that crashed on its way out had done its work.
+  /// CheckFiles tells how many files it found when all were good: only files
+  /// prove that a program that crashed on its way out had done its work.
   void SetGoodFiles(std::size_t count) { m_GoodFiles = count; }
 
   /// A parameter's effective value with its references replaced; messages
@@ -140,7 +148,13 @@ private:
   void BuildStart(ProcessStart& start);
   String BuildCommandLine(Path& executable);
   int Judge(const ProcessExit& exit, Ended ended);
-  bool SuccessOutweighs(int exitCode);
+  int JudgeEnd(Ended ended);
+  int JudgeSignal(const ProcessExit& exit);
+  int JudgeResult(const ProcessExit& exit);
+  bool SuccessOutweighs(int exitCode, bool& looked);
+  void LookAtFiles(int result);
+  int Fail(Rule rule, const String& note);
+  bool ForbidsRepeating(std::string_view text);
   int SucceedWork(const String& note);
   int RunWork();
   double Limit(const String& name) const;
@@ -153,9 +167,12 @@ private:
   std::size_t m_GoodFiles = 0;
   Rule m_DecidedBy = Rule::None;
   bool m_WorthRepeating = true;
-  std::unique_ptr<ErrorTexts> m_ErrorTexts; // built with the first line
-  String m_Line;                            // the line at hand; kept for its memory
+  std::unique_ptr<ErrorTexts> m_ErrorTexts;   // built with the first line
+  std::unique_ptr<ErrorTexts> m_NoRetryTexts; // the same; null for a type without any
+  bool m_NoRetryTextsRead = false;
+  String m_Line; // the line at hand; kept for its memory
   String m_ErrorLine;
+  timespec m_ErrorTime{};
   String m_LastLine;
   std::atomic<int> m_Interrupt{-1};
   std::atomic<int> m_Wake{-1}; // eventfd by which Interrupt reaches Execute

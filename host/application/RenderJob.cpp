@@ -17,18 +17,8 @@
 
 namespace {
 
-// Of the module's virtual types; the host knows it only by this name.
-constexpr const char* p_ImageStartText = "ImageStartText";
-
 // What DoWorkParameterChange and engines call a work's state.
 constexpr const char* k_StatusName = "Status";
-
-// No program names more images than this; a hostile one must not cost the
-// host's memory.
-constexpr std::size_t k_ImageBytesLimit = std::size_t{64} << 20;
-
-// Stamps of some file systems are as coarse as two seconds.
-constexpr time_t k_StampSlack = 2;
 
 class FrameDistributor : public Distributor {
 public:
@@ -126,18 +116,6 @@ private:
   std::size_t m_Place = 0;
 };
 
-// Makes a job stand for one of its frames as long as this lives.
-class OneFrame {
-public:
-  OneFrame(const FrameRun*& slot, const FrameRun& frame) : m_Slot(slot) { m_Slot = &frame; }
-  ~OneFrame() { m_Slot = nullptr; }
-  OneFrame(const OneFrame&) = delete;
-  OneFrame& operator=(const OneFrame&) = delete;
-
-private:
-  const FrameRun*& m_Slot;
-};
-
 } // namespace
 
 bool IsSuccessExitCode(const String& codes, int exitCode) {
@@ -183,6 +161,7 @@ bool RenderJob::GetParameter(const String& name, String& value) const {
 }
 
 bool RenderJob::SetParameter(const String& name, const String& value) {
+  m_KnownFrames.reset();
   if (m_Standard && String::EqualNoCase(name, p_Frame)) {
     return false; // the sub-range says it
   }
@@ -203,9 +182,8 @@ bool RenderJob::ProcessCommand(const String& command, void* context) {
   return ProcessJob::ProcessCommand(command, context);
 }
 
-int RenderJob::ChildCount(int status) const {
-  const auto found = m_ChildCounts.find(status);
-  return found == m_ChildCounts.end() ? 0 : found->second;
+std::int64_t RenderJob::ChildCount(int status) const {
+  return m_FrameStates.Count(status) + (m_WorkState == status ? 1 : 0);
 }
 
 void RenderJob::OnChildChange(SmartHandle<const Job> child, const String& name, const String& value) {
@@ -214,14 +192,16 @@ void RenderJob::OnChildChange(SmartHandle<const Job> child, const String& name, 
   }
   // The value kept there: a job may hide its sub-range from references.
   const String frames = child->TrovikObject::Get(p_SubRange, true);
+  FrameRun run;
+  const bool hasFrames = ParseRun(frames, run);
   const auto takeNote = [this, &frames](const String& note) {
     if (!note.empty()) {
       Set(p_Note, frames.empty() ? note : "frames " + frames + ": " + note);
     }
   };
   if (String::EqualNoCase(name, p_Note)) {
-    const auto known = m_Children.find(frames);
-    if (IsFailed(child->Status()) || (known != m_Children.end() && IsFailed(known->second))) {
+    const std::optional<int> known = hasFrames ? m_FrameStates.Of(run.First) : m_WorkState;
+    if (IsFailed(child->Status()) || (known.has_value() && IsFailed(*known))) {
       takeNote(value);
     }
     return;
@@ -232,12 +212,11 @@ void RenderJob::OnChildChange(SmartHandle<const Job> child, const String& name, 
   for (const int status : {k_StatusNew, k_StatusReady, k_StatusRunning, k_StatusPaused, k_StatusFailed,
                            k_StatusCanceled, k_StatusFinished}) {
     if (value == std::to_string(status) || String::EqualNoCase(value, StatusAsString(status))) {
-      const auto [place, isNew] = m_Children.try_emplace(frames, status);
-      if (!isNew) {
-        --m_ChildCounts[place->second];
-        place->second = status;
+      if (hasFrames) {
+        m_FrameStates.Set(run, status);
+      } else {
+        m_WorkState = status;
       }
-      ++m_ChildCounts[status];
       if (IsFailed(status)) {
         takeNote(child->TrovikObject::Get(p_Note, true));
       }
@@ -247,20 +226,21 @@ void RenderJob::OnChildChange(SmartHandle<const Job> child, const String& name, 
   }
 }
 
-// Running while any work runs, or while some have ended and others have not
+// Running while any frame is, or while some have ended and others have not
 // begun; ended once all have, and then as bad as the worst of them.
 void RenderJob::DeriveStatus() {
-  const int failed = ChildCount(k_StatusFailed);
-  const int canceled = ChildCount(k_StatusCanceled);
-  const int ended = failed + canceled + ChildCount(k_StatusFinished);
+  const std::int64_t failed = ChildCount(k_StatusFailed);
+  const std::int64_t canceled = ChildCount(k_StatusCanceled);
+  const std::int64_t ended = failed + canceled + ChildCount(k_StatusFinished);
   if (ChildCount(k_StatusRunning) > 0) {
     SetStatus(k_StatusRunning);
     return;
   }
   if (!m_ChildTotal.has_value()) {
-    m_ChildTotal = DoGetDistributor()->Count();
+    const std::size_t frames = FrameSet::Parse(EffectiveText(p_Range)).Frames().size();
+    m_ChildTotal = frames > 0 ? static_cast<std::int64_t>(frames) : 1;
   }
-  if (static_cast<std::size_t>(ended) < *m_ChildTotal) {
+  if (ended < *m_ChildTotal) {
     SetStatus(ChildCount(k_StatusPaused) > 0 ? k_StatusPaused : ended > 0 ? k_StatusRunning : k_StatusReady);
   } else if (failed > 0) {
     SetStatus(k_StatusFailed);
@@ -298,10 +278,13 @@ bool RenderJob::PreExecute() {
   m_Images.clear();
   m_ImageNames.clear();
   m_ImageBytes = 0;
+  m_ImagesBeforeError = 0;
   m_TooManyImages = false;
+  m_Checked.clear();
+  m_FilesAreOfFrames = false;
   // Mistakes in what judges the work should show before it costs an hour.
   IsSuccessExitCode(EffectiveText(p_SuccessExitCodes), 0);
-  ExpectedFiles();
+  FilesToCheck();
   return CreateOutputFolder();
 }
 
@@ -325,109 +308,4 @@ Path RenderJob::DetermineStartDirectory() const {
   }
   const Path scene = GetParameterOrOption(p_Scene, true, true);
   return scene.empty() ? Path() : Path(scene.Branch(false, true));
-}
-
-bool RenderJob::FindsImages() const {
-  return !GetParameterOrOption(p_ImageStartText, true, true).empty();
-}
-
-void RenderJob::ProcessNewFilename(const Path& file) {
-  if (file.empty()) {
-    return;
-  }
-  Path image = file.IsAbsolute() ? file : MakeAbsolute(file, WorkStartDirectory());
-  // A longer name cannot be a file's. Cut, it still cannot, and the file check
-  // says so.
-  image = Path(String(image.Text().substr(0, PATH_MAX)));
-  if (m_ImageNames.contains(image.Text())) {
-    return;
-  }
-  if (m_ImageBytes + image.Text().size() > k_ImageBytesLimit) {
-    m_TooManyImages = true;
-    return;
-  }
-  m_ImageBytes += image.Text().size();
-  m_ImageNames.insert(image.Text());
-  m_Images.push_back(image);
-  if (Observer() != nullptr) {
-    Observer()->OnImage(*this, m_Images.back());
-  }
-}
-
-std::vector<Path> RenderJob::ExpectedFiles() const {
-  std::vector<Path> files;
-  if (GetParameterOrOption(p_ExpectedFiles, true, true).empty()) {
-    return files;
-  }
-  const Path start = WorkStartDirectory();
-  std::unordered_set<std::string> known;
-  const auto add = [this, &start, &known, &files] {
-    for (const String& text : EffectiveTexts(p_ExpectedFiles)) {
-      const Path file = MakeAbsolute(text, start);
-      if (!text.empty() && known.insert(file.Text()).second) {
-        files.push_back(file);
-      }
-    }
-  };
-  FrameRun run;
-  if (!ParseRun(Get(p_SubRange, true), run)) {
-    add();
-    return files;
-  }
-  if (run.Count() > FrameSet::k_CountLimit) {
-    RaiseException("RenderJob::ExpectedFiles", k_ErrorLimit,
-                   String(p_ExpectedFiles) + ": the sub-range " + run.Text() +
-                       " has more frames than a job can have");
-  }
-  for (std::int64_t frame = run.First; frame <= run.Last; ++frame) {
-    const FrameRun one{static_cast<int>(frame), static_cast<int>(frame)};
-    const OneFrame stands(m_OneFrame, one);
-    add();
-  }
-  return files;
-}
-
-int RenderJob::CheckFiles(int result) {
-  if (result != k_StatusFinished) {
-    return result;
-  }
-  std::vector<Path> files = ExpectedFiles();
-  if (FindsImages() && m_Images.empty() && files.empty()) {
-    Set(p_Note, "No program output named an image");
-    return k_StatusFailed;
-  }
-  if (m_TooManyImages) {
-    Set(p_Note, "The program named more images than can be checked");
-    return k_StatusFailed;
-  }
-  files.insert(files.begin(), m_Images.begin(), m_Images.end());
-  const bool good = std::all_of(files.begin(), files.end(), [this](const Path& file) {
-    return DoCheckFile(file, k_StatusFinished) == k_StatusFinished;
-  });
-  SetGoodFiles(good ? files.size() : 0);
-  return good ? k_StatusFinished : k_StatusFailed;
-}
-
-int RenderJob::DoCheckFile(const Path& file, int result) {
-  if (result != k_StatusFinished) {
-    return result;
-  }
-  struct stat status {};
-  String problem;
-  if (stat(file.c_str(), &status) != 0) {
-    const int error = errno;
-    problem = error == ENOENT || error == ENOTDIR
-                  ? String("Missing file")
-                  : "Cannot check file (" + std::system_category().message(error) + ")";
-  } else if (!S_ISREG(status.st_mode)) {
-    problem = "Not a regular file";
-  } else if (status.st_size == 0) {
-    problem = "Empty file";
-  } else if (status.st_mtim.tv_sec < m_StartTime.tv_sec - k_StampSlack) {
-    problem = "File is older than the work";
-  } else {
-    return k_StatusFinished;
-  }
-  Set(p_Note, problem + ": " + NoteText(file.Text(), file.Text().size()));
-  return k_StatusFailed;
 }

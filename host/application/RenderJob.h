@@ -1,11 +1,12 @@
 #pragma once
 
+#include "host/application/FrameFiles.h"
 #include "host/application/FrameRange.h"
+#include "host/application/FrameStates.h"
 #include "host/application/ProcessJob.h"
 
 #include <chrono>
 #include <ctime>
-#include <map>
 #include <memory>
 #include <optional>
 #include <unordered_map>
@@ -70,45 +71,52 @@ public:
   struct WorkFile {
     Path File;
     std::optional<int> Frame;  ///< which frame it belongs to, where that is known
+    bool Sure = true;          ///< false when that is only the likeliest
+    bool Expected = false;     ///< declared by the type or the job, not only named
     String Problem;            ///< why it is not good; empty for good
     std::int64_t Size = 0;     ///< bytes; 0 where it could not be looked at
     std::int64_t Modified = 0; ///< nanoseconds since 1970; the same
   };
 
-  /// What CheckFiles is going to look at: the images in the order in which
-  /// they were named, then the expected files. Nothing where the type switched
-  /// the check off ("FileCheck" None). Raises Exception* like ExpectedFiles.
+  /// What CheckFiles is going to look at, each once: the images in the order
+  /// in which they were named, then the expected files. Nothing where the type
+  /// switched the check off ("FileCheck" None). Raises Exception* like
+  /// ExpectedFiles, and for a "FileCheck" that does not exist.
   std::vector<WorkFile> FilesToCheck() const;
   /// What CheckFiles found, in the same order. It looks at every file whatever
   /// verdict it is given.
   const std::vector<WorkFile>& CheckedFiles() const { return m_Checked; }
 
-  /// The frame that an image belongs to: of an expected file its own; of a
-  /// work of one frame that one; else by the number in its name. Of several
-  /// numbers it is the one that was the work's first frame in the first image
-  /// of that pattern, else the last that is a frame of the work. Absent when
-  /// nothing tells.
+  /// The frame that an image belongs to: of a work of one frame that one; of
+  /// a file that is expected for one frame alone that one; else by the numbers
+  /// in its name, see FrameFiles.cpp. Absent when nothing tells, for a work
+  /// without frames, and where files of several frames stand for the whole
+  /// work ("FileCheck" Work). The images named so far help to tell, so the
+  /// answer may get better. Raises Exception* like FilesToCheck.
   std::optional<int> FrameOf(const Path& image) const;
 
   /// The frames of the work that have files, all of them good: at least one
-  /// named image or expected file each, and every expected one. Valid after
+  /// named image or expected file of their own, and every expected one. A
+  /// frame whose files could belong to others as well is left out. Valid after
   /// CheckFiles; in ascending order.
   std::vector<FrameRun> FramesWithGoodFiles() const;
 
   /// The frames that need no further attempt. Valid after FinishWork. All of
-  /// them when the work ended well. When it did not: those with good files,
-  /// but (where each has them) not the last, which the program was at when it
-  /// ended; and after an error line only those whose image was named before
-  /// that line. None where files do not stand for frames ("FileCheck" Work or
-  /// None).
+  /// them when the work ended well. When it did not: those with good files
+  /// that have as many of their own as any other frame of the work; but (where
+  /// all are left) not the last, which the program was at when it ended; and
+  /// after an error line only those whose files were all named, and last
+  /// written, before that line. None where files do not stand for frames
+  /// ("FileCheck" Work or None).
   std::vector<FrameRun> GoodFrames() const;
 
   /// Files are fresh when they were written since then; PreExecute sets it to
   /// its own moment.
   void CheckFilesSince(const timespec& start) { m_StartTime = start; }
 
-  /// The number of works in each state, as OnChildChange was told.
-  int ChildCount(int status) const;
+  /// The number of frames in each state, as OnChildChange was told; of a job
+  /// without frames, of works.
+  std::int64_t ChildCount(int status) const;
 
 protected:
   /// `standard` true: the job answers the host's standard parameters. `grace`
@@ -118,6 +126,31 @@ protected:
 private:
   /// The host's own spelling of a standard parameter's name, or null.
   static const char* StandardName(const String& name);
+  /// What the files of a work stand for.
+  enum class FileRule { EveryFrame, Work, None };
+  FileRule Files() const;
+
+  /// Of each expected file the frame, or none when it is expected for several.
+  using ExpectedFrames = std::unordered_map<std::string, std::optional<int>>;
+  std::vector<Path> ExpandExpectedFiles(ExpectedFrames& frames) const;
+
+  /// What FrameOf knows, made when it is needed.
+  struct KnownFrames {
+    FrameRun Run;
+    bool HasFrames = false;
+    FileRule Rule = FileRule::EveryFrame;
+    std::vector<Path> ExpectedFiles;
+    ExpectedFrames Expected;
+    FrameFiles Images{FrameRun()};
+    std::size_t ImagesAdded = 0;
+  };
+  const KnownFrames& Frames() const;
+  FrameFiles::Answer FrameOfFile(const Path& file) const;
+
+  /// The frames that the work stands for; false for a work without.
+  bool WorkFrames(FrameRun& run) const;
+  void LookAt(WorkFile& file);
+  String HolesNote() const;
   bool CreateOutputFolder();
   void DeriveStatus();
 
@@ -126,15 +159,18 @@ private:
   std::vector<Path> m_Images;
   std::unordered_set<std::string> m_ImageNames; // the same, for asking
   std::size_t m_ImageBytes = 0;
+  std::size_t m_ImagesBeforeError = 0;
   bool m_TooManyImages = false;
   timespec m_StartTime{};
+  bool m_FilesAreOfFrames = false; // of m_Checked
+  mutable std::optional<KnownFrames> m_KnownFrames;
   // While ExpectedFiles expands: the one frame that the job stands for.
   mutable const FrameRun* m_OneFrame = nullptr;
 
-  // Of a whole job: its works' sub-ranges and states, and how many there are.
-  std::unordered_map<std::string, int> m_Children; // status of each work, by its sub-range
-  std::map<int, int> m_ChildCounts;                // works by status
-  std::optional<std::size_t> m_ChildTotal;
+  // Of a whole job: its frames' states, or its one work's, and how many there are.
+  FrameStates m_FrameStates;
+  std::optional<int> m_WorkState;
+  std::optional<std::int64_t> m_ChildTotal;
 };
 
 /// Whether an exit code is in a list of numbers and ranges such as "0,2-4"; an

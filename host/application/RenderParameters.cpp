@@ -25,6 +25,7 @@ struct Description {
   std::optional<double> Minimum;
   std::optional<double> Maximum;
   const char* Help;
+  std::vector<String> Choices = {};
 };
 
 using Limit = std::optional<double>;
@@ -70,6 +71,21 @@ const std::vector<Description>& Descriptions() {
        "one makes the work fail. Each is looked for once a frame: "
        "$(OutputFolder)/$(Scene.Base)_$(Frame.Pad(4)).png. "
        "Relative names count from the start directory. Separate several with a semicolon."},
+      {p_FileCheck,
+       Info::k_Choice,
+       k_Tunable | Info::k_Advanced,
+       "File check",
+       "EveryFrame",
+       k_None,
+       k_None,
+       "EveryFrame: every file that a work names or must leave is checked, and every frame must have one; a "
+       "frame is told by the number in the file's name. Work: the same files are checked, but they stand for "
+       "the whole work, as one movie does for many frames. None: no file is looked at.",
+       {"EveryFrame", "Work", "None"}},
+      {p_RefuseFlatImages, Info::k_Boolean, k_Tunable | Info::k_Advanced, "Refuse flat images", "No", k_None,
+       k_None,
+       "An image whose pixels all have the same colour is not good, as a frame that came out black. Leave it "
+       "off for scenes that fade to one."},
 
       {nullptr, Info::k_Heading, Info::k_Visible, "Program", "", k_None, k_None, ""},
       {p_Executable, Info::k_File, k_Tunable | Info::k_Literal | Info::k_Advanced | Info::k_AffectsCommand,
@@ -95,7 +111,12 @@ const std::vector<Description>& Descriptions() {
 
       {nullptr, Info::k_Heading, Info::k_Visible, "Limits", "", k_None, k_None, ""},
       {p_Retries, Info::k_Integer, k_Tunable, "Retries", "0", Limit(0), Limit(100),
-       "How often a failed work is tried again."},
+       "How often a work that failed is tried again. Only its frames without a good file are repeated. A "
+       "failure that has one of the texts that make retries pointless, or a work that could not be prepared, "
+       "is not tried again."},
+      {p_StopAfter, Info::k_Integer, k_Tunable, "Stop after", "10", Limit(0), k_None,
+       "The job stops when so many works have failed for the same reason before any was good, so that a "
+       "mistake in the scene or the set-up does not cost the whole range. 0: it never does."},
       {p_RunTimeLimit, Info::k_Duration, k_Tunable, "Run-time limit", "", k_None, k_None,
        "A work that takes longer is ended and has failed: seconds, or a number with s, m, h or d. No limit "
        "when "
@@ -117,6 +138,13 @@ const std::vector<Description>& Descriptions() {
        "0: error strings count at the start of a line only. 1: anywhere in it, for programs that put a time "
        "or a "
        "process ID first."},
+      {p_NoRetryTexts, Info::k_List, k_Tunable | Info::k_Advanced, "Texts that make retries pointless", "",
+       k_None, k_None,
+       "When a line of output, or the reason of the failure, holds one of these texts anywhere, a failed "
+       "work "
+       "is not tried again. The text alone does not make it fail. Separate several with a semicolon. The "
+       "case "
+       "of letters does not matter."},
       {p_TranslateSceneContents, Info::k_Boolean, k_Tunable | Info::k_Advanced | Info::k_AffectsCommand,
        "Translate scene contents", "No", k_None, k_None,
        "Let the program read a copy of a text scene in which the paths are rewritten for the machine that "
@@ -160,5 +188,6 @@ void RenderJob::FillJobTypeInfo(JobTypeInfo* info, bool withOutput) {
     param->Flags = description.Flags;
     param->Minimum = description.Minimum;
     param->Maximum = description.Maximum;
+    param->Choices = description.Choices;
   }
 }

@@ -11,6 +11,6 @@ wait $pid || code=$?
 [ $code = 0 ] || fail "exit code $code"
 grep -q '^Sketch: 5 frames' "$TMP/first" || fail "no first line"
 for number in 1 2 3 4 5; do
-  [ -s "images/shot_000$number.png" ] || fail "frame $number is missing"
+  [ -s "images/shot_000$number.drw" ] || fail "frame $number is missing"
 done
 err_is_empty

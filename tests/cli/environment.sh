@@ -4,8 +4,8 @@ sketch_type
 scenes 1
 cat >draw.sh <<'END'
 echo "LC_ALL=$LC_ALL LANGUAGE=${LANGUAGE-none} EXTRA=$EXTRA GONE=${GONE-none}"
-cp "$1" "$2/x.png"
-echo "saved: $2/x.png"
+cp "$1" "$2/x.drw"
+echo "saved: $2/x.drw"
 END
 LC_ALL=C
 LANGUAGE=de

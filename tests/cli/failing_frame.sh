@@ -9,7 +9,7 @@ Sketch: 3 frames (1-3) on 1 slot
 scene  TMP/work/shot_%04d.txt
 logs  TMP/logs
 started  1
-image  TMP/work/images/shot_0001.png
+image  TMP/work/images/shot_0001.drw
 finished  1  TIME
 started  2
 failed  2  Error line: fatal: TMP/work/shot_0002.txt is broken
@@ -19,7 +19,7 @@ failed  2  Error line: fatal: TMP/work/shot_0002.txt is broken
   | giving up
   log  TMP/logs/2-2.log
 started  3
-image  TMP/work/images/shot_0003.png
+image  TMP/work/images/shot_0003.drw
 finished  3  TIME
 2 of 3 frames good, 1 failed, in TIME
 failed  2  Error line: fatal: TMP/work/shot_0002.txt is broken

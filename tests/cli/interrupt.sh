@@ -9,8 +9,8 @@ case $1 in
    echo "waiting"
    sleep 1000 & wait ;;
 esac
-cp "$1" "$2/$(basename "$1" .txt).png"
-echo "saved: $2/$(basename "$1" .txt).png"
+cp "$1" "$2/$(basename "$1" .txt).drw"
+echo "saved: $2/$(basename "$1" .txt).drw"
 END
 "$HELPER" signals "$TROVIK" run sketch shot_0001.txt --slots 1 --log-dir "$TMP/logs" >"$TMP/out" 2>"$TMP/err" </dev/null &
 pid=$!
@@ -24,7 +24,7 @@ Sketch: 4 frames (1-4) on 1 slot
 scene  TMP/work/shot_%04d.txt
 logs  TMP/logs
 started  1
-image  TMP/work/images/shot_0001.png
+image  TMP/work/images/shot_0001.drw
 finished  1  TIME
 started  2
 stopping  asked 1 program to end; once more kills at once

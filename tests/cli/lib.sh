@@ -65,8 +65,8 @@ END
   cat >draw.sh <<'END'
 echo "drawing $1"
 grep -q broken "$1" && { echo "reading"; echo "fatal: $1 is broken"; echo "giving up"; exit 3; }
-cp "$1" "$2/$(basename "$1" .txt).png"
-echo "saved: $2/$(basename "$1" .txt).png"
+cp "$1" "$2/$(basename "$1" .txt).drw"
+echo "saved: $2/$(basename "$1" .txt).drw"
 END
 }
 

@@ -4,12 +4,12 @@ sketch_type
 scenes 1
 cat >draw.sh <<'END'
 printf 'a\033[31mred\033[0m\r\n10%%\r20%%\r\000\377half line'
-cp "$1" "$2/x.png"
-printf '\nsaved: x.png' >&2
-cp "$1" x.png
+cp "$1" "$2/x.drw"
+printf '\nsaved: x.drw' >&2
+cp "$1" x.drw
 END
 run 0 run sketch shot_0001.txt
-printf 'a\033[31mred\033[0m\r\n10%%\r20%%\r\000\377half line\nsaved: x.png' >"$TMP/expected"
+printf 'a\033[31mred\033[0m\r\n10%%\r20%%\r\000\377half line\nsaved: x.drw' >"$TMP/expected"
 logs=$(sed -n 's/^logs  //p' "$TMP/out")
 case $logs in "$XDG_STATE_HOME"/trovik/runs/*-*) ;; *) fail "the logs are in $logs" ;; esac
 cmp "$TMP/expected" "$logs/work.log" || fail "the log differs"

@@ -8,7 +8,7 @@ cp ../draw.sh .
 cd ..
 run 0 run sketch scenes/shot_0001.txt --out 'my $(Name) images/now' --log-dir "$TMP/logs"
 out_has "images  1 in $TMP/work/my \$(Name) images/now"
-[ -s 'my $(Name) images/now/shot_0001.png' ] || fail "no image"
+[ -s 'my $(Name) images/now/shot_0001.drw' ] || fail "no image"
 
 run 2 run sketch scenes/shot_0001.txt --out draw.sh
 err_is <<'END'

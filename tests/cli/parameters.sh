@@ -64,13 +64,13 @@ trovik: error: parameter Title:1: nobody answers $(Nobody)
 END
 
 # A change fills others by the type's rules, but never what the user set.
-run 0 run form --set width=3 --set texture=t.png --log-dir "$TMP/logs"
+run 0 run form --set width=3 --set texture=t.drw --log-dir "$TMP/logs"
 run 0 run form --set 'Title=by me' --set Width=4 --log-dir "$TMP/logs"
 run 0 run form --set Width=5 --set Title= --log-dir "$TMP/logs"
 file_is "$TMP/args" <<END
 <3>
 <3 wide>
-<$TMP/work/t.png>
+<$TMP/work/t.drw>
 <4>
 <by me>
 <>

@@ -4,8 +4,8 @@ sketch_type
 scenes 2
 cat >draw.sh <<'END'
 case $1 in *2.txt) [ -e "$2/once" ] || { : >"$2/once"; echo "no licence"; exit 4; } ;; esac
-cp "$1" "$2/$(basename "$1" .txt).png"
-echo "saved: $2/$(basename "$1" .txt).png"
+cp "$1" "$2/$(basename "$1" .txt).drw"
+echo "saved: $2/$(basename "$1" .txt).drw"
 END
 run 0 run sketch shot_0002.txt --slots 1 --log-dir "$TMP/logs" --set Retries=2 --range 2,1
 out_is <<'END'
@@ -18,10 +18,10 @@ failed  2  attempt 1 of 3: Exit code 4; last line: no licence
   log  TMP/logs/2-2.log
   it will be tried again
 started  1
-image  TMP/work/images/shot_0001.png
+image  TMP/work/images/shot_0001.drw
 finished  1  TIME
 started  2  attempt 2 of 3
-image  TMP/work/images/shot_0002.png
+image  TMP/work/images/shot_0002.drw
 finished  2  TIME
 all 2 frames good, in TIME
 images  2 in TMP/work/images

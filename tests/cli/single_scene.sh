@@ -8,7 +8,7 @@ Sketch: 1 work on 1 slot
 scene  TMP/work/scene.txt
 logs  TMP/logs
 started  work
-image  TMP/work/images/scene.png
+image  TMP/work/images/scene.drw
 finished  work  TIME
 1 work good, in TIME
 images  1 in TMP/work/images

@@ -4,8 +4,8 @@ sketch_type
 scenes 2
 cat >draw.sh <<'END'
 case $1 in *2.txt) echo "hanging"; sleep 1000 & wait ;; esac
-cp "$1" "$2/$(basename "$1" .txt).png"
-echo "saved: $2/$(basename "$1" .txt).png"
+cp "$1" "$2/$(basename "$1" .txt).drw"
+echo "saved: $2/$(basename "$1" .txt).drw"
 END
 run 1 run sketch shot_0001.txt --slots 2 --log-dir "$TMP/logs" --set RunTimeLimit=1
 grep '^failed  2' "$TMP/out" >"$TMP/failed"

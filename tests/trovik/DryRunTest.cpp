@@ -48,7 +48,7 @@ protected:
     std::vector<std::string> writes;
     Console console([&](std::string_view bytes) { writes.emplace_back(bytes); }, [](std::string_view) {},
                     ConsoleTraits(), [] { return std::size_t{80}; });
-    printDryRun(console, job, json);
+    printDryRun(console, TestType::newJob(*job), json);
     return writes;
   }
   DryRun() {

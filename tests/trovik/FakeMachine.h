@@ -1,9 +1,9 @@
 #pragma once
 
 #include "host/foundation/Exception.h"
+#include "trovik/ImageInspector.h"
 #include "trovik/Interrupts.h"
 #include "trovik/Machine.h"
-#include "trovik/RunLogs.h"
 
 #include <algorithm>
 #include <csignal>
@@ -50,6 +50,17 @@ public:
   std::unique_ptr<Program> start(const ProcessStart& start) override;
   void wait(std::vector<pollfd>& descriptors, std::optional<Duration> timeout) override;
 
+  /// What is left of programs whose engine died: how often killOrphans finds
+  /// some, and what it was asked for.
+  std::size_t orphans = 0;
+  std::vector<Orphans> hunted;
+  std::size_t killOrphans(const Orphans& wanted) override {
+    hunted.push_back(wanted);
+    return orphans == 0 ? 0 : orphans--;
+  }
+
+  bool fromUser = true;
+  bool byUser() const override { return fromUser; }
   int descriptor() const override { return 1; }
   int take() override {
     int count = 0;
@@ -195,28 +206,33 @@ inline void FakeMachine::wait(std::vector<pollfd>& descriptors, std::optional<Du
   }
 }
 
-/// Logs that are kept nowhere but in memory.
-class MemoryLogs final : public RunLogs {
+/// Looks into files without opening them: what is wrong with them is told
+/// beforehand. The answer comes with the next turn, as a real one does.
+class FakeInspector final : public ImageInspector {
 public:
-  std::map<std::string, std::string> texts; ///< by "NAME#ATTEMPT"
+  std::map<std::string, std::string> problems; ///< by path
+  std::vector<std::string> asked;
 
-  std::unique_ptr<AttemptLog> open(const std::string& name, int attempt) override {
-    const std::string key = name + '#' + std::to_string(attempt);
-    texts[key];
-    return std::make_unique<MemoryLog>(texts[key], Path("/logs/" + key));
+  void ask(const Path& file, bool /*refuseFlat*/, Answer answer) override {
+    asked.push_back(file.Text());
+    waiting_.emplace_back(file.Text(), std::move(answer));
+  }
+  int descriptor() const override { return -1; }
+  std::optional<Clock::time_point> deadline() const override {
+    return waiting_.empty() ? std::nullopt : std::optional(Clock::time_point());
+  }
+  void advance(Clock::time_point /*now*/) override {
+    for (auto& [file, answer] : std::exchange(waiting_, {})) {
+      Inspection inspection;
+      inspection.image = true;
+      const auto problem = problems.find(file);
+      inspection.problem = problem == problems.end() ? std::string() : problem->second;
+      answer(inspection);
+    }
   }
 
 private:
-  class MemoryLog final : public AttemptLog {
-  public:
-    MemoryLog(std::string& text, Path file) : text_(text), file_(std::move(file)) {}
-    void write(std::string_view bytes) override { text_ += bytes; }
-    Path file() const override { return file_; }
-
-  private:
-    std::string& text_;
-    Path file_;
-  };
+  std::vector<std::pair<std::string, Answer>> waiting_;
 };
 
 } // namespace trovik

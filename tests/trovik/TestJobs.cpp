@@ -1,5 +1,7 @@
 #include "tests/trovik/TestJobs.h"
 
+#include "trovik/WorkJob.h"
+
 #include <memory>
 #include <utility>
 
@@ -50,6 +52,19 @@ ParameterInfo& TestType::add(ParameterInfo::TYPE kind, const std::string& name,
   parameter->Default = value;
   parameter->Flags = ParameterInfo::k_OfJob | ParameterInfo::k_Visible;
   return *parameter;
+}
+
+NewJob TestType::newJob(Job& job) {
+  NewJob entry;
+  entry.type = job.Type();
+  entry.typeName = "Sketch";
+  entry.range = job.GetParameterOrOption(p_Range, true, true);
+  const std::unique_ptr<Distributor> works = job.DoGetDistributor();
+  for (FrameRun frames; works->Next(frames, entry.hasFrames);) {
+    entry.works.push_back(frames);
+  }
+  entry.packed = packedJob(job);
+  return entry;
 }
 
 } // namespace trovik

@@ -3,6 +3,8 @@
 #include "host/application/JobFactory.h"
 #include "host/application/RenderJob.h"
 
+#include "trovik/queue/Records.h"
+
 #include <string>
 
 namespace trovik {
@@ -29,6 +31,8 @@ public:
   const UID& id() const { return id_; }
   JobTypeInfo& info() const { return *JobFactory::s_JobFactory->GetTypeInfo(id_, true); }
   ParameterInfo& add(ParameterInfo::TYPE kind, const std::string& name, const std::string& value = "") const;
+  /// A job as the queue takes it.
+  static NewJob newJob(Job& job);
   SmartHandle<Job> makeJob() const { return JobFactory::s_JobFactory->CreateJob(id_); }
 
 private:

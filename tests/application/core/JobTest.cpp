@@ -273,8 +273,24 @@ TEST(Job, ListsTheNamesThatItMayBeAskedFor) {
   CatalogueJob job;
   job.SetType(type.Id);
   job.Set("scene", "s");
-  EXPECT_EQ(job.ParameterNames(), (std::vector<String>{"OwnText", "Width", "Texture", "Progress", "scene",
-                                                       "SubRange", "ActualScene"}));
+  EXPECT_EQ(job.ParameterNames(),
+            (std::vector<String>{"OwnText", "Width", "Texture", "Progress", "scene", "SubRange"}));
+}
+
+TEST(Job, ListsTheNamesOfASceneSequenceWithoutPuttingItTogether) {
+  class SequenceJob : public CatalogueJob {
+  public:
+    bool GetParameter(const String& name, String& value) const override {
+      if (name == "ActualSubRange") {
+        value.clear();
+        return true;
+      }
+      EXPECT_NE(name, "ActualScene");
+      return CatalogueJob::GetParameter(name, value);
+    }
+  };
+  EXPECT_EQ(SequenceJob().ParameterNames(),
+            (std::vector<String>{"SubRange", "ActualSubRange", "ActualScene"}));
 }
 
 } // namespace

@@ -131,6 +131,10 @@ public:
       value = OwnText;
       return true;
     }
+    if (String::EqualNoCase(name, "ActualSubRange")) {
+      value.clear();
+      return true;
+    }
     if (String::EqualNoCase(name, "ActualScene")) {
       value = "computed $(Name)";
       return true;

@@ -57,12 +57,259 @@ TEST_F(FileCheck, ControlCharactersOfAFileNameDoNotReachTheNote) {
   EXPECT_EQ(job.Note(), "Missing file: " + In("a?[2J.png").Text());
 }
 
-TEST_F(FileCheck, BadResultStaysBadWithoutALook) {
+TEST_F(FileCheck, BadResultAndItsNoteStayButEveryFileIsLookedAt) {
   TestJob& job = Started();
   EXPECT_EQ(job.DoCheckFile(Write("a.png", "image"), 5), 5);
+  job.SetParameter(p_ExpectedFiles, "nothing.png;a.png");
+  job.SetNote("Exit code 3");
+  for (const int result : {k_StatusFailed, k_StatusCanceled}) {
+    EXPECT_EQ(job.CheckFiles(result), result);
+    EXPECT_EQ(job.Note(), "Exit code 3");
+    ASSERT_EQ(job.CheckedFiles().size(), 2U);
+    EXPECT_EQ(job.CheckedFiles()[0].Problem, "Missing file");
+    EXPECT_EQ(job.CheckedFiles()[1].Problem, "");
+  }
+}
+
+TEST_F(FileCheck, WhatIsFoundIsKeptForEachFile) {
+  TestJob& job = Started();
+  job.SetParameter(p_SubRange, "8701-8702");
+  job.SetParameter(p_ExpectedFiles, "x$(Frame).png;all.log");
+  m_Recorder.Look = [](const Path& file) {
+    return file.Leaf(true) == "i_8702.png" ? String("Truncated image (\a1 of 2 rows)") : String::Null;
+  };
+  job.ProcessNewFilename(Write("i_8701.png", "image"));
+  job.ProcessNewFilename(Write("i_8702.png", "imag"));
+  job.ProcessNewFilename(In("x8702.png"));
+  job.ProcessNewFilename(Write("other.png", ""));
+  Write("x8701.png", "i");
+  Write("all.log", "done");
+  SetAge(In("x8701.png"), 60);
+  EXPECT_EQ(job.CheckFiles(7), 5);
+  EXPECT_EQ(job.Note(), "Truncated image (?1 of 2 rows): " + In("i_8702.png").Text());
+  struct stat status {};
+  ASSERT_EQ(stat(In("i_8701.png").c_str(), &status), 0);
+  const std::vector<RenderJob::WorkFile>& files = job.CheckedFiles();
+  ASSERT_EQ(files.size(), 6U);
+  const auto text = [](const RenderJob::WorkFile& file) {
+    return file.File.Leaf(true) + " of " + (file.Frame ? std::to_string(*file.Frame) : "none") +
+           (file.Expected ? " expected" : "") + ", " + std::to_string(file.Size) + " bytes: " + file.Problem;
+  };
+  EXPECT_EQ(text(files[0]), "i_8701.png of 8701, 5 bytes: ");
+  EXPECT_EQ(text(files[1]), "i_8702.png of 8702, 4 bytes: Truncated image (?1 of 2 rows)");
+  EXPECT_EQ(text(files[2]), "x8702.png of 8702 expected, 0 bytes: Missing file");
+  EXPECT_EQ(text(files[3]), "other.png of none, 0 bytes: Empty file");
+  EXPECT_EQ(text(files[4]), "x8701.png of 8701 expected, 1 bytes: File is older than the work");
+  EXPECT_EQ(text(files[5]), "all.log of none expected, 4 bytes: ");
+  EXPECT_EQ(files[0].Modified, std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 + status.st_mtim.tv_nsec);
+  EXPECT_EQ(files[2].Modified, 0);
+}
+
+TEST_F(FileCheck, OnlyFilesWithSomethingInThemAreLookedInto) {
+  TestJob& job = Started();
+  std::vector<String> looked;
+  m_Recorder.Look = [&looked](const Path& file) {
+    looked.push_back(file.Leaf(true));
+    return String::Null;
+  };
+  job.SetParameter(p_ExpectedFiles, "missing.png;empty.png;.;old.png;good.png");
+  Write("empty.png", "");
+  SetAge(Write("old.png", "image"), 60);
+  Write("good.png", "image");
+  EXPECT_EQ(job.CheckFiles(7), 5);
+  EXPECT_EQ(looked, std::vector<String>{"good.png"});
+}
+
+TEST_F(FileCheck, FilesOfAnEarlierStartAreFreshForWhoSaysSo) {
+  TestJob& job = NewJob();
+  job.SetParameter(p_StartDirectory, m_Directory.Text());
+  job.SetParameter(p_ExpectedFiles, "a.png");
+  SetAge(Write("a.png", "image"), 60);
+  timespec start{};
+  clock_gettime(CLOCK_REALTIME, &start);
+  job.CheckFilesSince(start);
+  EXPECT_EQ(job.CheckFiles(7), 5);
+  EXPECT_EQ(job.Note(), "File is older than the work: " + In("a.png").Text());
+  start.tv_sec -= 60;
+  job.CheckFilesSince(start);
+  EXPECT_EQ(job.CheckFiles(7), 7);
+}
+
+TEST_F(FileCheck, ModulesOwnJudgeOfAFileIsHeard) {
+  class Strict : public TestJob {
+  public:
+    int DoCheckFile(const Path& file, int result) override {
+      if (file.Leaf(true) == "silent.png") {
+        return k_StatusFailed;
+      }
+      if (file.Leaf(true) == "ugly.png") {
+        Set(p_Note, "I do not like it");
+        return k_StatusFailed;
+      }
+      return RenderJob::DoCheckFile(file, result);
+    }
+  };
+  Strict job;
+  job.SetType(m_Type);
+  job.SetParameter(p_StartDirectory, m_Directory.Text());
+  job.SetParameter(p_ExpectedFiles, "good.png;ugly.png;silent.png");
+  Write("good.png", "image");
+  EXPECT_EQ(job.CheckFiles(7), 5);
+  EXPECT_EQ(job.Note(), "I do not like it");
+  EXPECT_EQ(job.CheckedFiles()[0].Problem, "");
+  EXPECT_EQ(job.CheckedFiles()[1].Problem, "I do not like it");
+  EXPECT_EQ(job.CheckedFiles()[2].Problem, "Not good");
+}
+
+TEST_F(FileCheck, FilesThatCouldNotAllBeLookedAtAreNoneAtAll) {
+  class Raising : public TestJob {
+  public:
+    int DoCheckFile(const Path& file, int result) override {
+      if (file.Leaf(true) == "b.png") {
+        RaiseException("Raising", k_ErrorSyntax, "the moon is full");
+      }
+      return RenderJob::DoCheckFile(file, result);
+    }
+  };
+  Raising job;
+  job.SetType(m_Type);
+  job.SetParameter(p_StartDirectory, m_Directory.Text());
+  job.SetParameter(p_SubRange, "1-2");
+  job.SetParameter(p_ExpectedFiles, "a.png;b.png");
+  Write("a.png", "image");
+  EXPECT_EQ(job.FinishWork({0, 0}), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "the moon is full");
+  EXPECT_EQ(job.DecidedBy(), ProcessJob::Rule::Files);
+  EXPECT_TRUE(job.CheckedFiles().empty());
+  EXPECT_TRUE(job.GoodFrames().empty());
+  EXPECT_EQ(job.FinishWork({3, 0}), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "Exit code 3");
+}
+
+TEST_F(FileCheck, EveryFrameOfAWorkMustHaveAFile) {
+  TestJob& job = Started();
+  job.SetParameter("ImageStartText", "Saved: ");
+  job.SetParameter(p_SubRange, "1-12");
+  for (const char* frame : {"1", "2", "3", "4", "5", "6", "8", "9", "11", "12"}) {
+    job.ProcessNewFilename(Write("a_" + String(frame) + ".png", "image"));
+  }
+  EXPECT_EQ(job.CheckFiles(7), 5);
+  EXPECT_EQ(job.Note(), "No file for frames 7,10");
+  job.ProcessNewFilename(Write("a_10.png", "image"));
+  EXPECT_EQ(job.CheckFiles(7), 5);
+  EXPECT_EQ(job.Note(), "No file for frame 7");
+  job.ProcessNewFilename(Write("a_7.png", "image"));
+  EXPECT_EQ(job.CheckFiles(7), 7);
+  job.SetParameter(p_SubRange, "1-15");
+  EXPECT_EQ(job.CheckFiles(7), 5);
+  EXPECT_EQ(job.Note(), "No file for frames 13-15");
+}
+
+TEST_F(FileCheck, BadFileIsToldBeforeAMissingFrame) {
+  TestJob& job = Started();
+  job.SetParameter(p_SubRange, "1-3");
+  job.ProcessNewFilename(Write("a_1.png", "image"));
+  job.ProcessNewFilename(In("a_3.png"));
+  EXPECT_EQ(job.CheckFiles(7), 5);
+  EXPECT_EQ(job.Note(), "Missing file: " + In("a_3.png").Text());
+}
+
+TEST_F(FileCheck, ManyHolesAreNotAllListed) {
+  TestJob& job = Started();
+  job.SetParameter(p_SubRange, "1-2000000");
+  for (int frame = 2; frame <= 40; frame += 2) {
+    job.ProcessNewFilename(Write("a_" + std::to_string(frame) + ".png", "image"));
+  }
+  EXPECT_EQ(job.CheckFiles(7), 5);
+  EXPECT_EQ(job.Note(), "No file for frames 1,3,5,7,9,11,13,15,17,19 and 1999970 more");
+}
+
+TEST_F(FileCheck, OneFileForManyFramesNeedsItsOwnRule) {
+  TestJob& job = Started();
+  job.SetParameter("ImageStartText", "Saved: ");
+  job.SetParameter(p_SubRange, "8701-8800");
+  job.ProcessNewFilename(Write("movie.mp4", "film"));
+  EXPECT_EQ(job.CheckFiles(7), 5);
+  EXPECT_EQ(
+      job.Note(),
+      "No file for frames 8701-8800: no file's name tells its frame; where one file holds them all, set "
+      "FileCheck=Work");
+  job.SetParameter(p_FileCheck, "work");
+  EXPECT_EQ(job.CheckFiles(7), 7);
+  Write("movie.mp4", "");
+  EXPECT_EQ(job.CheckFiles(7), 5);
+  EXPECT_EQ(job.Note(), "Empty file: " + In("movie.mp4").Text());
+}
+
+TEST_F(FileCheck, FileThatIsExpectedForSeveralFramesIsNoneOfTheirOwn) {
+  TestJob& job = Started();
+  job.SetParameter(p_SubRange, "1-2");
+  job.SetParameter(p_ExpectedFiles, "movie1.mp4");
+  Write("movie1.mp4", "film");
+  EXPECT_EQ(job.CheckFiles(7), 5);
+  EXPECT_EQ(job.Note(),
+            "No file for frames 1-2: no file's name tells its frame; where one file holds them all, set "
+            "FileCheck=Work");
+  job.SetParameter(p_SubRange, "2-2");
+  EXPECT_EQ(job.CheckFiles(7), 7);
+}
+
+TEST_F(FileCheck, TypeWithoutFilesNeedsNoneForItsFrames) {
+  TestJob& job = Started();
+  job.SetParameter(p_SubRange, "1-100");
+  EXPECT_EQ(job.CheckFiles(7), 7);
+}
+
+TEST_F(FileCheck, WorkWithoutFramesNeedsNoFrames) {
+  TestJob& job = Started();
+  job.SetParameter("ImageStartText", "Saved: ");
+  job.ProcessNewFilename(Write("a.png", "image"));
+  EXPECT_EQ(job.CheckFiles(7), 7);
+  EXPECT_EQ(job.FrameOf(In("a_0001.png")), std::nullopt);
+}
+
+TEST_F(FileCheck, SwitchedOffItLooksAtNothing) {
+  TestJob& job = Started();
+  job.SetParameter("ImageStartText", "Saved: ");
+  job.SetParameter(p_FileCheck, "None");
   job.SetParameter(p_ExpectedFiles, "nothing.png");
-  EXPECT_EQ(job.CheckFiles(5), 5);
-  EXPECT_EQ(job.Note(), "");
+  job.SetParameter(p_SubRange, "1-2");
+  job.Calls.clear();
+  EXPECT_EQ(job.CheckFiles(7), 7);
+  job.ProcessNewFilename(In("a_0001.png"));
+  EXPECT_EQ(job.CheckFiles(7), 7);
+  EXPECT_TRUE(job.FilesToCheck().empty());
+  EXPECT_TRUE(job.CheckedFiles().empty());
+  EXPECT_EQ(job.Calls, (std::vector<String>{"CheckFiles 7", "CheckFiles 7"}));
+}
+
+TEST_F(FileCheck, UnknownRuleIsToldBeforeTheWorkStarts) {
+  TestJob& job = NewJob();
+  job.SetParameter(p_Executable, "sh");
+  job.SetParameter(p_FileCheck, "Some");
+  ProcessStart start;
+  EXPECT_FALSE(job.PrepareWork(start));
+  EXPECT_EQ(job.Note(), "FileCheck: \"Some\" is no way to check files; write EveryFrame, Work or None");
+  m_Info->GetParam(p_FileCheck)->Default = "";
+  job.SetParameter(p_FileCheck, "");
+  EXPECT_TRUE(job.PrepareWork(start));
+}
+
+TEST_F(FileCheck, FramesOfImagesAreToldWhileTheProgramRuns) {
+  TestJob& job = Started();
+  job.SetParameter(p_SubRange, "8701-8709");
+  job.SetParameter(p_ExpectedFiles, "$(Frame)_8707.exr");
+  EXPECT_EQ(job.FrameOf(In("v8701.8702.png")), 8701); // alone it is the first frame
+  job.ProcessNewFilename("v8701.8701.png");
+  job.ProcessNewFilename("v8701.8702.png");
+  EXPECT_EQ(job.FrameOf(In("v8701.8702.png")), 8702);
+  EXPECT_EQ(job.FrameOf(In("8703_8707.exr")), 8703); // as declared
+  EXPECT_EQ(job.FrameOf(In("8703_8708.exr")), 8708); // as the name looks
+  job.SetParameter(p_SubRange, "5-5");
+  EXPECT_EQ(job.FrameOf(In("v8701.8702.png")), 5);
+  job.SetParameter(p_SubRange, "8701-8709");
+  job.SetParameter(p_FileCheck, "Work");
+  EXPECT_EQ(job.FrameOf(In("v8701.8702.png")), std::nullopt);
 }
 
 TEST_F(FileCheck, LinkCountsAsTheFileBehindIt) {
@@ -83,10 +330,11 @@ TEST_F(FileCheck, EveryImageAndEveryExpectedFileIsLookedAt) {
     Write(name, "image");
   }
   job.ProcessNewFilename("i.png");
+  job.ProcessNewFilename("x2.png"); // expected as well
   job.Calls.clear();
   EXPECT_EQ(job.CheckFiles(7), 7);
-  EXPECT_EQ(job.Calls, (std::vector<String>{"CheckFiles 7", "DoCheckFile i.png", "DoCheckFile x1.png",
-                                            "DoCheckFile x2.png"}));
+  EXPECT_EQ(job.Calls, (std::vector<String>{"CheckFiles 7", "DoCheckFile i.png", "DoCheckFile x2.png",
+                                            "DoCheckFile x1.png"}));
 }
 
 TEST_F(FileCheck, AnnouncedImageThatWasNotWrittenFailsTheWork) {

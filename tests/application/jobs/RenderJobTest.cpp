@@ -164,6 +164,35 @@ TEST_F(RenderJobs, StatusFollowsTheWorks) {
   EXPECT_EQ(job.ChildCount(k_StatusFinished), 3);
 }
 
+TEST_F(RenderJobs, WorksMayBeCutWhileTheJobGoesOn) {
+  TestJob& job = NewJob();
+  job.SetParameter(p_Range, "1-10,21-30");
+  job.SetParameter(p_PacketSize, "10");
+  const auto tell = [this, &job](const String& frames, int status) {
+    job.OnChildChange(Child(frames, status), "Status", std::to_string(status));
+    return job.Status();
+  };
+  EXPECT_EQ(tell("1-10", k_StatusRunning), k_StatusRunning);
+  EXPECT_EQ(tell("1-10", k_StatusFailed), k_StatusRunning); // half of the frames have not begun
+  EXPECT_EQ(tell("1-4", k_StatusFinished), k_StatusRunning);
+  EXPECT_EQ(tell("21-30", k_StatusFinished), k_StatusFailed);
+  EXPECT_EQ(job.ChildCount(k_StatusFinished), 14);
+  EXPECT_EQ(job.ChildCount(k_StatusFailed), 6);
+  EXPECT_EQ(tell("5-10", k_StatusRunning), k_StatusRunning);
+  EXPECT_EQ(tell("5-10", k_StatusFinished), k_StatusFinished);
+  EXPECT_EQ(job.ChildCount(k_StatusFailed), 0);
+}
+
+TEST_F(RenderJobs, NoteOfAWorkThatWasToldToHaveFailedIsTaken) {
+  TestJob& job = NewJob();
+  job.SetParameter(p_Range, "1-9");
+  job.OnChildChange(Child("3-4", k_StatusRunning), "Status", "5");
+  job.OnChildChange(Child("3-4", k_StatusRunning), p_Note, "Exit code 3");
+  EXPECT_EQ(job.Note(), "frames 3-4: Exit code 3");
+  job.OnChildChange(Child("5-5", k_StatusRunning), p_Note, "not his");
+  EXPECT_EQ(job.Note(), "frames 3-4: Exit code 3");
+}
+
 TEST_F(RenderJobs, OtherChangesOfAWorkDoNotChangeTheStatus) {
   TestJob& job = NewJob();
   job.SetStatus(k_StatusReady);

@@ -29,6 +29,8 @@ TEST(RenderParameters, StandInTheirOrderUnderHeadings) {
                                                       "Output (group)",
                                                       "OutputFolder",
                                                       "ExpectedFiles",
+                                                      "FileCheck",
+                                                      "RefuseFlatImages",
                                                       "Program (group)",
                                                       "Executable",
                                                       "StartDirectory",
@@ -37,21 +39,25 @@ TEST(RenderParameters, StandInTheirOrderUnderHeadings) {
                                                       "SuccessExitCodes",
                                                       "Limits (group)",
                                                       "Retries",
+                                                      "StopAfter",
                                                       "RunTimeLimit",
                                                       "SilenceLimit",
                                                       "Errors (group)",
                                                       "ErrorStarts",
                                                       "ErrorIgnores",
                                                       "ErrorDetectPosition",
+                                                      "NoRetryTexts",
                                                       "TranslateSceneContents"}));
 }
 
 TEST(RenderParameters, WithoutOutputTheGroupIsLeftOut) {
   const JobTypeInfo info = Filled(false);
-  EXPECT_EQ(info.ParamCount(), Filled(true).ParamCount() - 3);
+  EXPECT_EQ(info.ParamCount(), Filled(true).ParamCount() - 5);
   EXPECT_EQ(info.GetParam("Output (group)"), nullptr);
   EXPECT_EQ(info.GetParam(p_OutputFolder), nullptr);
   EXPECT_EQ(info.GetParam(p_ExpectedFiles), nullptr);
+  EXPECT_EQ(info.GetParam(p_FileCheck), nullptr);
+  EXPECT_EQ(info.GetParam(p_RefuseFlatImages), nullptr);
   EXPECT_NE(info.GetParam(p_Executable), nullptr);
 }
 
@@ -93,6 +99,11 @@ TEST(RenderParameters, KindsAreThoseThatModulesRelyOn) {
   EXPECT_EQ(info.GetParam(p_SilenceLimit)->Type(), ParameterInfo::k_Duration);
   EXPECT_EQ(info.GetParam(p_ErrorDetectPosition)->Type(), ParameterInfo::k_Text);
   EXPECT_EQ(info.GetParam(p_TranslateSceneContents)->Type(), ParameterInfo::k_Boolean);
+  EXPECT_NE(ListParameterInfo::CastFrom(info.GetParam(p_NoRetryTexts)), nullptr);
+  EXPECT_EQ(info.GetParam(p_StopAfter)->Type(), ParameterInfo::k_Integer);
+  EXPECT_EQ(info.GetParam(p_RefuseFlatImages)->Type(), ParameterInfo::k_Boolean);
+  EXPECT_EQ(info.GetParam(p_FileCheck)->Type(), ParameterInfo::k_Choice);
+  EXPECT_EQ(info.GetParam(p_FileCheck)->Choices, (std::vector<String>{"EveryFrame", "Work", "None"}));
 }
 
 TEST(RenderParameters, DefaultsAndLimits) {
@@ -108,6 +119,10 @@ TEST(RenderParameters, DefaultsAndLimits) {
   check(p_Priority, "50", 0, 100);
   check(p_CPUs, "1", 1, std::nullopt);
   check(p_Retries, "0", 0, 100);
+  check(p_StopAfter, "10", 0, std::nullopt);
+  check(p_FileCheck, "EveryFrame", std::nullopt, std::nullopt);
+  check(p_RefuseFlatImages, "No", std::nullopt, std::nullopt);
+  check(p_NoRetryTexts, "", std::nullopt, std::nullopt);
   check(p_SuccessExitCodes, "0", std::nullopt, std::nullopt);
   check(p_RunTimeLimit, "", std::nullopt, std::nullopt);
   check(p_ErrorDetectPosition, "0", std::nullopt, std::nullopt);

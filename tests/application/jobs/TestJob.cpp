@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <filesystem>
@@ -101,9 +102,20 @@ void Recorder::OnImage(const Job& /*job*/, const Path& file) {
   Images.push_back(file);
 }
 
+String Recorder::OnCheckFile(const Job& /*job*/, const Path& file) {
+  return Look ? Look(file) : String::Null;
+}
+
 JobTest::JobTest() {
-  std::string directory = (std::filesystem::temp_directory_path() / "trovik_jobs_XXXXXX").string();
+  // Without digits, which would be numbers in the names of images.
+  const std::string base = (std::filesystem::temp_directory_path() / "trovik_jobs_XXXXXX").string();
+  std::string directory = base;
   EXPECT_NE(mkdtemp(directory.data()), nullptr);
+  while (std::any_of(directory.end() - 6, directory.end(), [](char c) { return c >= '0' && c <= '9'; })) {
+    std::filesystem::remove(directory);
+    directory = base;
+    EXPECT_NE(mkdtemp(directory.data()), nullptr);
+  }
   m_Directory = directory;
   auto info = std::make_unique<JobTypeInfo>();
   info->Name = "Test type";

@@ -52,7 +52,9 @@ class Recorder : public WorkObserver {
 public:
   void OnWorkParameter(const Job& job, const String& name, const String& value) override;
   void OnImage(const Job& job, const Path& file) override;
+  String OnCheckFile(const Job& job, const Path& file) override;
 
+  std::function<String(const Path& file)> Look; ///< into a file; none finds nothing wrong
   std::vector<std::pair<String, String>> Changes;
   std::vector<Path> Images;
 };

@@ -1,10 +1,12 @@
 #include "TestJob.h"
 
 #include <csignal>
+#include <filesystem>
 
 namespace {
 
 using Ended = ProcessJob::Ended;
+using Rule = ProcessJob::Rule;
 
 class Verdict : public JobTest {
 protected:
@@ -168,6 +170,36 @@ TEST_F(Verdict, CrashIsNotForgivenWhenAFileIsMissing) {
   EXPECT_EQ(job.Note(), "Killed by signal 6 (Aborted)");
 }
 
+TEST_F(Verdict, CrashOfAPacketIsForgivenWithAGoodFileForEachFrameOnly) {
+  const auto judged = [this](const std::vector<String>& images, const char* fileCheck) -> TestJob& {
+    TestJob& job = Started();
+    job.SetParameter("SuccessTexts", "done");
+    job.SetParameter("ImageStartText", "Saved: ");
+    job.SetParameter(p_SubRange, "1-3");
+    job.SetParameter(p_FileCheck, fileCheck);
+    for (const String& image : images) {
+      Write(image, "image");
+      job.WorkLine("Saved: " + image);
+    }
+    job.WorkLine("done in 3 s");
+    job.FinishWork(Killed(SIGSEGV));
+    return job;
+  };
+  const String forgiven =
+      "Killed by signal 11 (Segmentation fault) after the success text, and every file is good";
+  TestJob& whole = judged({"a1.png", "a2.png", "a3.png"}, "");
+  EXPECT_EQ(whole.Note(), forgiven);
+  EXPECT_EQ(whole.Status(), k_StatusFinished);
+  EXPECT_EQ(whole.DecidedBy(), Rule::Result);
+  TestJob& broken = judged({"a1.png", "a2.png"}, "");
+  EXPECT_EQ(broken.Note(), "Killed by signal 11 (Segmentation fault)");
+  EXPECT_EQ(broken.DecidedBy(), Rule::Signal);
+  EXPECT_EQ(broken.GoodFrames(), (std::vector<FrameRun>{{1, 2}}));
+  EXPECT_EQ(judged({"movie.mov"}, "Work").Note(), forgiven);
+  EXPECT_EQ(judged({"a1.png", "a2.png", "a3.png"}, "None").Note(),
+            "Killed by signal 11 (Segmentation fault)"); // nothing proves it
+}
+
 TEST_F(Verdict, CrashIsNotForgivenBeforeTheSuccessText) {
   TestJob& job = Started();
   job.SetParameter("SuccessTexts", "done");
@@ -194,6 +226,7 @@ TEST_F(Verdict, NoteOfCheckResultStaysAsItIs) {
   EXPECT_EQ(job.FinishWork(Exit(0)), k_StatusFailed);
   EXPECT_EQ(job.Note(), "Did not see a required success line");
   EXPECT_EQ(job.Calls, (std::vector<String>{"ProcessLine nearly there", "CheckResult 0", "CheckFiles 5"}));
+  EXPECT_EQ(job.DecidedBy(), Rule::Result);
 }
 
 TEST_F(Verdict, SuccessTextIsStrongerThanTheExitCode) {
@@ -239,6 +272,153 @@ TEST_F(Verdict, CheckFilesWithoutANoteStillGivesOne) {
   job.SetType(m_Type);
   EXPECT_EQ(job.FinishWork(Exit(0)), k_StatusFailed);
   EXPECT_EQ(job.Note(), "A file that the work must leave is not good");
+}
+
+// Everything is wrong at once; then, from the strongest on, one thing less.
+TEST_F(Verdict, StrongestRuleSpeaksAndSaysSo) {
+  struct Case {
+    Ended HowEnded;
+    bool ErrorLine;
+    bool Signal;
+    bool BadResult;
+    bool MissingFile;
+    int Status;
+    Rule DecidedBy;
+    String Note;
+  };
+  const String missing = "Missing file: " + In("a.png").Text();
+  const std::vector<Case> cases = {
+      {Ended::Canceled, true, true, true, true, k_StatusCanceled, Rule::Ended, "Canceled"},
+      {Ended::TimedOut, true, true, true, true, k_StatusFailed, Rule::Ended,
+       "Run-time limit of 90 s reached"},
+      {Ended::Silent, true, true, true, true, k_StatusFailed, Rule::Ended,
+       "No output for 30 s (silence limit)"},
+      {Ended::Lost, true, true, true, true, k_StatusFailed, Rule::Ended, "Its engine died"},
+      {Ended::Lost, false, false, false, false, k_StatusFailed, Rule::Ended, "Its engine died"},
+      {Ended::ByItself, true, true, true, true, k_StatusFailed, Rule::ErrorLine,
+       "Error line: Error: no bricks"},
+      {Ended::ByItself, true, false, false, false, k_StatusFailed, Rule::ErrorLine,
+       "Error line: Error: no bricks"},
+      {Ended::ByItself, false, true, true, true, k_StatusFailed, Rule::Signal,
+       "Killed by signal 11 (Segmentation fault); last line: still here"},
+      {Ended::ByItself, false, true, false, true, k_StatusFailed, Rule::Signal,
+       "Killed by signal 11 (Segmentation fault); last line: still here"},
+      {Ended::ByItself, false, true, false, false, k_StatusFinished, Rule::Result,
+       "Killed by signal 11 (Segmentation fault) after the success text, and every file is good"},
+      {Ended::ByItself, false, false, true, true, k_StatusFailed, Rule::Result,
+       "Did not see a required success line"},
+      {Ended::ByItself, false, false, true, false, k_StatusFailed, Rule::Result,
+       "Did not see a required success line"},
+      {Ended::ByItself, false, false, false, true, k_StatusFailed, Rule::Files, missing},
+      {Ended::ByItself, false, false, false, false, k_StatusFinished, Rule::Result, ""},
+  };
+  for (const Case& one : cases) {
+    TestJob& job = Started();
+    job.SetParameter(p_ErrorStarts, "Error:");
+    job.SetParameter(p_RunTimeLimit, "1.5m");
+    job.SetParameter(p_SilenceLimit, "30");
+    job.SetParameter("SuccessTexts", "done");
+    job.SetParameter(p_ExpectedFiles, "a.png");
+    if (one.MissingFile) {
+      std::filesystem::remove(In("a.png").c_str());
+    } else {
+      Write("a.png", "image");
+    }
+    job.WorkLine("still here");
+    if (one.ErrorLine) {
+      job.WorkLine("Error: no bricks");
+    }
+    if (!one.BadResult) {
+      job.WorkLine("done");
+    }
+    EXPECT_EQ(job.DecidedBy(), Rule::None);
+    EXPECT_EQ(job.FinishWork(one.Signal ? Killed(SIGSEGV) : Exit(0), one.HowEnded), one.Status) << one.Note;
+    EXPECT_EQ(job.Note(), one.Note);
+    EXPECT_EQ(job.DecidedBy(), one.DecidedBy) << one.Note;
+    // Whatever was decided, what is there is known.
+    ASSERT_EQ(job.CheckedFiles().size(), 1U) << one.Note;
+    EXPECT_EQ(job.CheckedFiles()[0].Problem, one.MissingFile ? "Missing file" : "") << one.Note;
+  }
+}
+
+TEST_F(Verdict, FilesOfOneWorkAreLookedAtOnce) {
+  for (const bool done : {false, true}) {
+    TestJob& job = Started();
+    job.SetParameter("SuccessTexts", "done");
+    job.SetParameter(p_ExpectedFiles, "missing.png");
+    job.WorkLine(done ? "done" : "nearly there");
+    job.Calls.clear();
+    job.FinishWork(Killed(SIGSEGV));
+    EXPECT_EQ(job.Calls, (std::vector<String>{"CheckResult 139", done ? "CheckFiles 7" : "CheckFiles 5",
+                                              "DoCheckFile missing.png"}));
+  }
+}
+
+TEST_F(Verdict, WorkThatNeverRanIsDecidedByItsStart) {
+  TestJob& job = NewJob();
+  job.SetParameter(p_Executable, "/nowhere/render");
+  ProcessStart start;
+  EXPECT_FALSE(job.PrepareWork(start));
+  EXPECT_EQ(job.DecidedBy(), Rule::Start);
+  EXPECT_FALSE(job.IsWorthRepeating());
+  TestJob& other = Started();
+  EXPECT_EQ(other.FailWork("cannot start: no more processes"), k_StatusFailed);
+  EXPECT_EQ(other.DecidedBy(), Rule::Start);
+  EXPECT_TRUE(other.IsWorthRepeating());
+}
+
+TEST_F(Verdict, TroubleWithTheFilesOfAFailedWorkIsNoNews) {
+  class Raising : public TestJob {
+  public:
+    int CheckFiles(int /*result*/) override {
+      Set(p_Note, "half way");
+      RaiseException("Raising", k_ErrorSyntax, "the moon is full");
+    }
+  };
+  Raising job;
+  job.SetType(m_Type);
+  job.SetObserver(&m_Recorder);
+  EXPECT_EQ(job.FinishWork(Exit(3)), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "Exit code 3");
+  EXPECT_EQ(job.FinishWork(Exit(0), Ended::Canceled), k_StatusCanceled);
+  EXPECT_EQ(job.Note(), "Canceled");
+  const std::vector<std::pair<String, String>> told = {{"Note", "Exit code 3"}, {"Note", "Canceled"}};
+  EXPECT_EQ(m_Recorder.Changes, told);
+}
+
+TEST_F(Verdict, LineWithATextThatForbidsItMakesFurtherAttemptsPointless) {
+  TestJob& job = Started();
+  job.SetParameter(p_NoRetryTexts, "no license;\"cannot open; giving up\"");
+  job.WorkLine("12:01 looking for a licence");
+  EXPECT_TRUE(job.IsWorthRepeating());
+  job.WorkLine("12:02 NO LICENSE found");
+  EXPECT_FALSE(job.IsWorthRepeating());
+  EXPECT_EQ(job.FinishWork(Exit(0)), k_StatusFinished); // the text alone is no failure
+}
+
+TEST_F(Verdict, EveryKindOfLineMayForbidFurtherAttempts) {
+  for (const char* line : {"Saved: nothing (no license)", "done with no license", "Error: no license"}) {
+    TestJob& job = Started();
+    job.SetParameter(p_NoRetryTexts, "no license");
+    job.SetParameter(p_ErrorStarts, "Error:");
+    job.SetParameter("ImageStartText", "Saved: ");
+    job.SetParameter("SuccessTexts", "done");
+    job.WorkLine(line);
+    EXPECT_FALSE(job.IsWorthRepeating()) << line;
+  }
+}
+
+TEST_F(Verdict, NoteWithATextThatForbidsItMakesFurtherAttemptsPointless) {
+  m_Info->GetParam(p_NoRetryTexts)->Default = "exit code 77;run-time limit";
+  for (const int code : {77, 78}) {
+    TestJob& job = Started();
+    job.WorkLine("nothing special");
+    EXPECT_EQ(job.FinishWork(Exit(code)), k_StatusFailed);
+    EXPECT_EQ(job.IsWorthRepeating(), code != 77);
+  }
+  TestJob& job = Started();
+  job.FinishWork(Exit(0), Ended::TimedOut);
+  EXPECT_FALSE(job.IsWorthRepeating());
 }
 
 TEST_F(Verdict, EndFromOutsideIsTheStrongest) {

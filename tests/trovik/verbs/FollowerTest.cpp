@@ -1,0 +1,265 @@
+#include "trovik/JobFollower.h"
+
+#include "tests/trovik/queue/QueueTest.h"
+
+#include <deque>
+
+namespace trovik {
+namespace {
+
+/// Writes down what it hears.
+class Listener final : public RunEvents {
+public:
+  std::vector<std::string> heard;
+  RunInfo info;
+  WorkResult last;
+
+  void runStarted(const RunInfo& started) override {
+    info = started;
+    heard.emplace_back("run");
+  }
+  void workStarted(const WorkInfo& work) override {
+    heard.push_back("started " + work.title() + " " + std::to_string(work.attempt) + "/" +
+                    std::to_string(work.attempts));
+  }
+  void image(const WorkInfo& work, const Path& file) override {
+    heard.push_back("image " + work.title() + " " + file.Text());
+  }
+  void workEnded(const WorkInfo& work, const WorkResult& result) override {
+    last = result;
+    const char* verdict = result.verdict == Verdict::Good     ? "good "
+                          : result.verdict == Verdict::Failed ? "failed "
+                                                              : "canceled ";
+    heard.push_back(verdict + work.title() + (result.again ? " again" : ""));
+  }
+  void interrupted(int /*times*/, std::size_t /*running*/) override {}
+  void runEnded(const RunSummary& /*summary*/) override {}
+
+  std::vector<std::string> take() { return std::exchange(heard, {}); }
+};
+
+using Heard = std::vector<std::string>;
+
+class Follower : public QueueTest {
+protected:
+  /// Looks at the queue through a connection of its own, as another process.
+  Store reader{Path(directory.path())};
+  Listener listener;
+};
+
+TEST_F(Follower, TellsWhatOthersDo) {
+  const JobId job = store.submit(jobOf("1,2"));
+  JobFollower follower(reader, job, listener);
+  follower.beginRun();
+  EXPECT_EQ(listener.take(), Heard{"run"});
+  const Claim claim = take();
+  follower.poll();
+  EXPECT_EQ(listener.take(), Heard{"started 1 1/1"});
+  store.noteFile(claim.attempt, file("/out/a.png"));
+  follower.poll();
+  EXPECT_EQ(listener.take(), Heard{}) << "the file may still be written";
+  store.noteFile(claim.attempt, file("/out/b.png"));
+  follower.poll();
+  EXPECT_EQ(listener.take(), Heard{"image 1 /out/a.png"});
+  Outcome outcome = good(claim.attempt);
+  outcome.files = {file("/out/a.png"), file("/out/b.png")};
+  outcome.duration = std::chrono::seconds(3);
+  store.settle(outcome);
+  follower.poll();
+  EXPECT_EQ(listener.take(), (Heard{"image 1 /out/b.png", "good 1"}));
+  EXPECT_EQ(listener.last.duration, Duration(std::chrono::seconds(3)));
+  EXPECT_FALSE(follower.isOver());
+  store.settle(good(take().attempt));
+  follower.poll();
+  EXPECT_EQ(listener.take(), (Heard{"started 2 1/1", "good 2"}));
+  EXPECT_TRUE(follower.isOver());
+}
+
+TEST_F(Follower, AWorkThatBeganAndEndedBetweenTwoLooksIsTold) {
+  const JobId job = store.submit(jobOf("1,2,3"));
+  JobFollower follower(reader, job, listener);
+  follower.beginRun();
+  for (int i = 0; i < 2; ++i) {
+    Outcome outcome = good(take().attempt);
+    outcome.files = {file("/out/" + std::to_string(i) + ".png")};
+    store.settle(outcome);
+  }
+  follower.poll();
+  EXPECT_EQ(listener.take(), (Heard{"run", "started 1 1/1", "started 2 1/1", "image 1 /out/0.png",
+                                    "image 2 /out/1.png", "good 1", "good 2"}));
+}
+
+TEST_F(Follower, WhatEndedBeforeIsCountedAndNotTold) {
+  NewJob wanted = jobOf("1-2,3,4,5");
+  wanted.found = runsOf("6");
+  const JobId job = store.submit(wanted);
+  store.settle(good(take().attempt));
+  store.settle(failed(take().attempt));
+  const Claim running = take();
+  JobFollower follower(reader, job, listener);
+  follower.beginRun();
+  EXPECT_EQ(listener.take(), (Heard{"run", "started 4 1/1"}));
+  EXPECT_EQ(listener.info.frames, 6U);
+  EXPECT_EQ(listener.info.goodBefore, 3U);
+  EXPECT_EQ(listener.info.failedBefore, 1U);
+  EXPECT_EQ(listener.info.slots, 2U);
+  EXPECT_EQ(listener.info.job, job);
+  store.settle(good(running.attempt));
+  follower.poll();
+  EXPECT_EQ(listener.take(), Heard{"good 4"});
+}
+
+TEST_F(Follower, FailuresTellTheirReasonRuleAndWhatFollows) {
+  NewJob wanted = jobOf("1-4");
+  wanted.retries = 1;
+  const JobId job = store.submit(wanted);
+  JobFollower follower(reader, job, listener);
+  follower.beginRun();
+  Outcome outcome = failed(take().attempt, "Error line: bad", "1-2");
+  outcome.lines = {"bad"};
+  outcome.log = "/logs/1-4.log";
+  store.settle(outcome);
+  follower.poll();
+  EXPECT_EQ(listener.take(), (Heard{"run", "started 1-4 1/2", "failed 1-4 again"}));
+  EXPECT_EQ(listener.last.reason, "Error line: bad");
+  EXPECT_EQ(listener.last.rule, VerdictRule::ErrorLine);
+  EXPECT_EQ(listener.last.good.text(), "1-2");
+  EXPECT_EQ(listener.last.lines, std::vector<std::string>{"bad"});
+  EXPECT_EQ(listener.last.log.Text(), "/logs/1-4.log");
+  store.settle(failed(take().attempt));
+  follower.poll();
+  EXPECT_EQ(listener.take(), (Heard{"started 3-4 2/2", "failed 3-4"}));
+  EXPECT_TRUE(follower.isOver());
+}
+
+TEST_F(Follower, AnAttemptWhoseEngineDiedHasFailedAndComesAgain) {
+  const JobId job = store.submit(jobOf("1"));
+  JobFollower follower(reader, job, listener);
+  follower.beginRun();
+  store.settle(lost(take().attempt));
+  follower.poll();
+  EXPECT_EQ(listener.take(), (Heard{"run", "started 1 1/1", "failed 1 again"}));
+  EXPECT_EQ(listener.last.reason, "Its engine died");
+}
+
+TEST_F(Follower, AttemptsOfOneEngineCanBeLeftOut) {
+  const JobId job = store.submit(jobOf("1,2"));
+  Store another{Path(directory.path())};
+  const EngineId other = another.enterEngine(4);
+  JobFollower follower(reader, job, listener, engine);
+  follower.poll();
+  store.noteFile(take().attempt, file("/out/own.png"));
+  const std::vector<Claim> claims = another.claim(other, 1, job);
+  ASSERT_EQ(claims.size(), 1U);
+  follower.poll();
+  EXPECT_EQ(listener.take(), Heard{"started 2 1/1"});
+}
+
+TEST_F(Follower, WithoutABeginningItTakesWhatIsUnderWay) {
+  const JobId job = store.submit(jobOf("1,2"));
+  store.settle(good(take().attempt));
+  take();
+  JobFollower follower(reader, job, listener);
+  follower.poll();
+  EXPECT_EQ(listener.take(), Heard{"started 2 1/1"});
+}
+
+TEST_F(Follower, BadFilesAreNoImagesAndAFileIsToldOnce) {
+  NewJob wanted = jobOf("1");
+  wanted.retries = 1;
+  const JobId job = store.submit(wanted);
+  JobFollower follower(reader, job, listener);
+  follower.beginRun();
+  Outcome outcome = failed(take().attempt);
+  outcome.files = {file("/out/a.png"), file("/out/b.png", "It is empty")};
+  store.settle(outcome);
+  outcome = good(take().attempt);
+  outcome.files = {file("/out/a.png"), file("/out/b.png")};
+  store.settle(outcome);
+  follower.poll();
+  EXPECT_EQ(listener.take(), (Heard{"run", "started 1 1/2", "started 1 2/2", "image 1 /out/a.png",
+                                    "image 1 /out/b.png", "failed 1 again", "good 1"}));
+}
+
+TEST_F(Follower, ADeletedJobIsOver) {
+  const JobId job = store.submit(jobOf("1"));
+  JobFollower follower(reader, job, listener);
+  follower.beginRun();
+  store.remove(job);
+  follower.poll();
+  EXPECT_TRUE(follower.isOver());
+}
+
+TEST_F(Follower, AStoppedJobIsOverWhenItsLastWorkHasEnded) {
+  const JobId job = store.submit(jobOf("1,2"));
+  JobFollower follower(reader, job, listener);
+  follower.beginRun();
+  const Claim claim = take();
+  store.stop(job, "aside");
+  follower.poll();
+  EXPECT_FALSE(follower.isOver());
+  store.settle(good(claim.attempt));
+  follower.poll();
+  EXPECT_TRUE(follower.isOver());
+}
+
+/// A machine whose every wait is a step of the test.
+class Steps final : public Machine, public InterruptSource {
+public:
+  std::deque<std::function<void()>> steps;
+  int interrupts = 0;
+
+  Clock::time_point now() override { return {}; }
+  std::unique_ptr<Program> start(const ProcessStart& /*start*/) override { return nullptr; }
+  void wait(std::vector<pollfd>& /*descriptors*/, std::optional<Duration> timeout) override {
+    ASSERT_TRUE(timeout.has_value());
+    ASSERT_FALSE(steps.empty()) << "it would wait for ever";
+    const auto step = steps.front();
+    steps.pop_front();
+    step();
+  }
+  int descriptor() const override { return 1; }
+  int take() override { return std::exchange(interrupts, 0); }
+};
+
+TEST_F(Follower, IsFollowedToItsEnd) {
+  const JobId job = store.submit(jobOf("1"));
+  JobFollower follower(reader, job, listener);
+  follower.beginRun();
+  Steps machine;
+  Claim claim;
+  machine.steps = {[&] { claim = take(); }, [] {}, [&] { store.settle(good(claim.attempt)); }};
+  int gone = 0;
+  EXPECT_TRUE(followToEnd(follower, reader, machine, machine, [&] { ++gone; }));
+  EXPECT_EQ(listener.take(), (Heard{"run", "started 1 1/1", "good 1"}));
+  EXPECT_EQ(gone, 0);
+  EXPECT_TRUE(machine.steps.empty());
+}
+
+TEST_F(Follower, InterruptsOnlyLeave) {
+  const JobId job = store.submit(jobOf("1"));
+  JobFollower follower(reader, job, listener);
+  follower.beginRun();
+  Steps machine;
+  machine.steps = {[&] { machine.interrupts = 1; }};
+  EXPECT_FALSE(followToEnd(follower, reader, machine, machine, [] {}));
+  EXPECT_EQ(stateOf(job), JobState::Waiting);
+}
+
+TEST_F(Follower, ThatNoEngineIsAtWorkIsToldOnceEachTime) {
+  const JobId job = store.submit(jobOf("1"));
+  store.leaveEngine(engine);
+  JobFollower follower(reader, job, listener);
+  follower.beginRun();
+  Steps machine;
+  int gone = 0;
+  for (int i = 0; i < 25; ++i) {
+    machine.steps.emplace_back([] {});
+  }
+  machine.steps.emplace_back([&] { machine.interrupts = 1; });
+  EXPECT_FALSE(followToEnd(follower, reader, machine, machine, [&] { ++gone; }));
+  EXPECT_EQ(gone, 1);
+}
+
+} // namespace
+} // namespace trovik

@@ -1,0 +1,126 @@
+#include "trovik/JobStats.h"
+
+#include "tests/trovik/queue/QueueTest.h"
+
+namespace trovik {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr Moment begin{std::chrono::microseconds(1'700'000'000'000'000)};
+
+AttemptRecord attemptOf(const std::string& frames, std::chrono::seconds from, std::chrono::seconds duration,
+                        AttemptState state = AttemptState::Good, const std::string& goodFrames = "") {
+  AttemptRecord attempt;
+  attempt.engine = 1;
+  attempt.run = runsOf(frames).front();
+  attempt.state = state;
+  attempt.started = begin + from;
+  attempt.ended = begin + from + duration;
+  attempt.duration = duration;
+  attempt.good = setOf(state == AttemptState::Good ? frames : goodFrames);
+  return attempt;
+}
+
+JobRecord jobWith(JobId id) {
+  JobRecord job;
+  job.id = id;
+  return job;
+}
+
+std::size_t twoSlots(EngineId /*engine*/) {
+  return 2;
+}
+
+TEST(Stats, TellTimesLossesAndUse) {
+  JobStats stats;
+  stats.add(jobWith(3),
+            {attemptOf("1", 0s, 10s), attemptOf("2-5", 0s, 20s), attemptOf("6", 10s, 30s),
+             attemptOf("7", 20s, 10s, AttemptState::Failed), attemptOf("7", 30s, 5s, AttemptState::Lost),
+             attemptOf("7", 40s, 5s, AttemptState::Canceled)});
+  EXPECT_EQ(stats.text(twoSlots, false), "frames      6 good, from 6 attempts\n"
+                                         "median      5.0 s a frame\n"
+                                         "mean        10 s a frame\n"
+                                         "fastest     5.0 s each  2-5\n"
+                                         "slowest     30 s  6\n"
+                                         "            10 s  1\n"
+                                         "            5.0 s each  2-5\n"
+                                         "good        1 min 00 s  75.0 % of all rendering\n"
+                                         "failed      10 s  12.5 %\n"
+                                         "canceled    5.0 s  6.2 %\n"
+                                         "lost        5.0 s  6.2 %\n"
+                                         "slots       88.9 % used, of 2 slots\n"
+                                         "throughput  480 frames an hour, in 45 s\n");
+}
+
+TEST(Stats, GoodFramesOfAFailedPacketAreNoLoss) {
+  JobStats stats;
+  stats.add(jobWith(1), {attemptOf("1-4", 0s, 40s, AttemptState::Failed, "1-3")});
+  EXPECT_EQ(stats.text(twoSlots, false), "frames      3 good, from 1 attempt\n"
+                                         "good        30 s  75.0 % of all rendering\n"
+                                         "failed      10 s  25.0 %\n"
+                                         "slots       50.0 % used, of 2 slots\n"
+                                         "throughput  270 frames an hour, in 40 s\n");
+}
+
+TEST(Stats, OfSeveralJobsNameThem) {
+  JobStats stats;
+  stats.add(jobWith(1), {attemptOf("1", 0s, 10s)});
+  stats.add(jobWith(2), {attemptOf("1", 3600s, 20s)});
+  stats.add(jobWith(3), {});
+  const std::string text = stats.text(twoSlots, true);
+  EXPECT_EQ(text.substr(0, text.find("frames")), "jobs        3\n");
+  EXPECT_NE(text.find("slowest     20 s  1 of job 2\n            10 s  1 of job 1\n"), std::string::npos)
+      << text;
+  EXPECT_NE(text.find("throughput  240 frames an hour, in 30 s\n"), std::string::npos)
+      << "the hour in which nothing ran does not count: " << text;
+}
+
+TEST(Stats, WhatRunsIsNotReckoned) {
+  JobStats stats;
+  stats.add(jobWith(1), {attemptOf("1", 0s, 10s, AttemptState::Running)});
+  EXPECT_TRUE(stats.empty());
+}
+
+TEST(Stats, OnlyTheFiveSlowestAreTold) {
+  JobStats stats;
+  std::vector<AttemptRecord> attempts;
+  for (int frame = 1; frame <= 9; ++frame) {
+    attempts.push_back(attemptOf(std::to_string(frame), 0s, std::chrono::seconds(frame)));
+  }
+  stats.add(jobWith(1), attempts);
+  Json document;
+  stats.fill(document, twoSlots);
+  ASSERT_EQ(document.at("slowest").size(), 5U);
+  EXPECT_EQ(document.at("slowest").at(4).dump(), R"({"job":1,"frames":"5","seconds":5.0})");
+  EXPECT_EQ(document.at("median"), 5.0);
+  EXPECT_EQ(document.at("fastest").dump(), R"({"job":1,"frames":"1","seconds":1.0})");
+}
+
+TEST(Stats, JsonHoldsTheSame) {
+  JobStats stats;
+  stats.add(jobWith(3), {attemptOf("1", 0s, 10s), attemptOf("2", 0s, 30s, AttemptState::Failed)});
+  Json document;
+  stats.fill(document, twoSlots);
+  EXPECT_EQ(document.dump(),
+            R"({"jobs":1,"attempts":2,"frames":1,"median":10.0,"mean":10.0,)"
+            R"("fastest":{"job":3,"frames":"1","seconds":10.0},)"
+            R"("slowest":[{"job":3,"frames":"1","seconds":10.0}],)"
+            R"("time":{"good":10.0,"failed":30.0,"canceled":0.0,"lost":0.0},"lostShare":0.75,)"
+            R"("slots":2,"slotsUsed":0.6667,"wall":30.0,"framesPerHour":120.0})");
+}
+
+TEST(Stats, RecordsThatNoClockCouldHaveGivenDoNoHarm) {
+  AttemptRecord attempt = attemptOf("1", 0s, 1s);
+  attempt.started = Moment::max();
+  attempt.duration = std::chrono::microseconds::max();
+  AttemptRecord other = attemptOf("-2147483648-2147483647", 0s, 1s);
+  other.started = Moment::min();
+  other.duration = std::chrono::microseconds::min();
+  JobStats stats;
+  stats.add(jobWith(1), {attempt, other});
+  EXPECT_NE(stats.text(twoSlots, true), "");
+}
+
+} // namespace
+} // namespace trovik

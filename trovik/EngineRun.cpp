@@ -1,0 +1,135 @@
+#include "trovik/EngineRun.h"
+
+#include "trovik/JobFollower.h"
+#include "trovik/Json.h"
+#include "trovik/Numbers.h"
+#include "trovik/PlainProgress.h"
+#include "trovik/ProgressReader.h"
+#include "trovik/Queue.h"
+#include "trovik/Submission.h"
+#include "trovik/Text.h"
+#include "trovik/UsageError.h"
+
+#include <algorithm>
+#include <memory>
+#include <thread>
+
+namespace trovik {
+EnginePlan enginePlan(const Session& session) {
+  EnginePlan plan;
+  const std::optional<std::string>& slots = session.options().slots;
+  if (slots) {
+    plan.slots = positiveNumber("--slots", *slots, mostSlots());
+  } else {
+    plan.slots = std::clamp<std::size_t>(std::thread::hardware_concurrency(), 1, mostSlots());
+    plan.slotsAreCpus = true;
+  }
+  return plan;
+}
+
+int workOff(Session& session, Store& store, ImageInspector& images, Machine& machine, JobId job,
+            EnginePlan plan) {
+  SignalInterrupts interrupts;
+  const std::unique_ptr<RunEvents> progress = progressFor(session.console(), session.options().json);
+  LocalEngine engine(machine, store, images, interrupts, *progress);
+  std::unique_ptr<JobFollower> others;
+  plan.only = job;
+  plan.whenIdle = [&] {
+    if (!others) {
+      others = std::make_unique<JobFollower>(store, job, *progress, engine.id());
+    }
+    others->poll();
+  };
+  const Clock::time_point begin = machine.now();
+  const bool stopped = !engine.run(plan);
+  RunSummary summary = store.summary(job);
+  summary.info.slots = plan.slots;
+  summary.interrupted = stopped;
+  summary.duration = machine.now() - begin;
+  progress->runEnded(summary);
+  if (const std::optional<JobRecord> record = store.job(job); record && !session.options().json) {
+    if (record->state == JobState::Stopped && !stopped) {
+      session.console().print(session.console().coloured(Colour::Yellow, "stopped") + "  " +
+                              session.console().shown(record->note) + '\n');
+    }
+  }
+  return summary.allGood() ? exitGood : exitFailed;
+}
+
+int workQueue(Session& session, Store& store, ImageInspector& images, Machine& machine) {
+  Console& console = session.console();
+  const Options& options = session.options();
+  EnginePlan plan = enginePlan(session);
+  plan.untilEmpty = options.untilEmpty;
+  if (options.job) {
+    const JobId job = findJob(store, *options.job).id;
+    store.resume(job);
+    return workOff(session, store, images, machine, job, plan);
+  }
+  SignalInterrupts interrupts;
+  std::unique_ptr<RunEvents> progress;
+  if (options.json) {
+    progress = progressFor(console, true);
+  } else {
+    console.print("engine on " + counted(plan.slots, "slot") + '\n' + "queue  " +
+                  console.shown(store.directory().Text()) + '\n');
+    progress = std::make_unique<PlainProgress>(console, true);
+  }
+  LocalEngine engine(machine, store, images, interrupts, *progress);
+  engine.run(plan);
+  return exitGood;
+}
+
+void tellSubmitted(Session& session, Store& store, JobId id) {
+  Console& console = session.console();
+  const JobFrames frames = store.frames(id);
+  const bool engine = store.hasOtherEngine(0);
+  const std::optional<JobRecord> job = store.job(id);
+  const std::size_t count = job->hasFrames ? frames.ready.count() : frames.readyWorks;
+  if (session.options().json) {
+    Json json = jsonOfKind("job.submitted");
+    json["job"] = id;
+    json["frames"] = job->hasFrames ? Json(frames.ready.text()) : Json(nullptr);
+    json["found"] = job->hasFrames ? Json(frames.good.text()) : Json(nullptr);
+    json["works"] = frames.readyWorks;
+    json["engine"] = engine;
+    console.print(jsonLine(json));
+    return;
+  }
+  std::string text = console.coloured(Colour::Bold, "job " + std::to_string(id)) + "  " +
+                     counted(count, job->hasFrames ? "frame" : "work");
+  if (job->hasFrames) {
+    text += " (" + cutToWidth(frames.ready.text(), 60) + ")";
+    if (!frames.good.empty()) {
+      text += ", " + std::to_string(frames.good.count()) + " good already";
+    }
+  }
+  text += '\n';
+  if (!engine) {
+    text += "No engine is at work; start one with \"trovik engine\"\n";
+  }
+  console.print(text);
+}
+
+int tellNothingMissing(Session& session, const NewJob& job) {
+  RunSet found;
+  for (const FrameRun& run : job.found) {
+    found.add(run);
+  }
+  if (session.options().json) {
+    Json json = jsonOfKind("run.complete");
+    json["frames"] = job.hasFrames ? Json(found.text()) : Json(nullptr);
+    session.console().print(jsonLine(json));
+  } else {
+    session.console().print(job.hasFrames
+                                ? "nothing is missing: " +
+                                      (found.count() == 1
+                                           ? std::string("the frame has a good file")
+                                           : "all " + counted(found.count(), "frame") + " have good files") +
+                                      '\n'
+                                : std::string("nothing is missing: the files are good\n"));
+  }
+  return exitGood;
+}
+
+} // namespace trovik

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "trovik/ImageInspector.h"
+#include "trovik/LocalEngine.h"
+#include "trovik/Machine.h"
+#include "trovik/Session.h"
+#include "trovik/queue/Store.h"
+
+namespace trovik {
+
+// What run, submit and engine share: an engine with its outputs, and what they
+// tell.
+
+/// The slots of an engine, as the user wants them. Throws a UsageError.
+EnginePlan enginePlan(const Session& session);
+
+/// Works one job off here and shows it until it has ended, also the works that
+/// other engines do. Returns the exit code.
+int workOff(Session& session, Store& store, ImageInspector& images, Machine& machine, JobId job,
+            EnginePlan plan);
+
+/// Works off the queue. Returns the exit code.
+int workQueue(Session& session, Store& store, ImageInspector& images, Machine& machine);
+
+/// Says that a job is in the queue, and how it gets worked.
+void tellSubmitted(Session& session, Store& store, JobId job);
+
+/// Says that no frame of a job is missing; returns the exit code.
+int tellNothingMissing(Session& session, const NewJob& job);
+
+} // namespace trovik

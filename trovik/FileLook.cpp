@@ -1,0 +1,47 @@
+#include "trovik/FileLook.h"
+
+#include "host/foundation/Log.h"
+#include "trovik/UsageError.h"
+
+#include <sys/stat.h>
+
+namespace trovik {
+namespace {
+
+/// Files that are not there, or hold nothing, are for the job to tell.
+bool isWorthALook(const Path& file) {
+  struct stat status {};
+  return stat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0;
+}
+
+} // namespace
+
+FileLook::FileLook(ImageInspector& inspector, const RenderJob& job) {
+  std::vector<RenderJob::WorkFile> files;
+  bool refuseFlat = false;
+  try {
+    files = job.FilesToCheck();
+    refuseFlat = job.GetParameterOrOption(p_RefuseFlatImages, true, true).Bool();
+  } catch (Exception* exception) {
+    LogDebug("files to check: " + takeText(exception)); // the job's own check tells it
+  }
+  for (const RenderJob::WorkFile& file : files) {
+    if (!isWorthALook(file.File)) {
+      continue;
+    }
+    ++state_->open;
+    inspector.ask(file.File, refuseFlat, [state = state_, name = file.File.Text()](const Inspection& found) {
+      --state->open;
+      if (!found.problem.empty()) {
+        state->problems[name] = found.problem;
+      }
+    });
+  }
+}
+
+String FileLook::problemOf(const Path& file) const {
+  const auto found = state_->problems.find(file.Text());
+  return found == state_->problems.end() ? String() : String(found->second);
+}
+
+} // namespace trovik

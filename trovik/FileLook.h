@@ -1,0 +1,32 @@
+#pragma once
+
+#include "host/application/RenderJob.h"
+#include "trovik/ImageInspector.h"
+
+#include <map>
+#include <memory>
+#include <string>
+
+namespace trovik {
+
+/// Looks into all files of a work before its job judges them, so that the
+/// judging itself need not wait: asks the inspector for each when it is made,
+/// and knows the answers once it is over. May be destroyed at any time.
+class FileLook {
+public:
+  FileLook(ImageInspector& inspector, const RenderJob& job);
+
+  bool isOver() const { return state_->open == 0; }
+  /// What is wrong with a file; empty for nothing, and for a file that was not
+  /// looked into.
+  String problemOf(const Path& file) const;
+
+private:
+  struct State {
+    std::size_t open = 0;
+    std::map<std::string, std::string> problems;
+  };
+  std::shared_ptr<State> state_ = std::make_shared<State>();
+};
+
+} // namespace trovik

@@ -1,0 +1,163 @@
+#include "trovik/MissingFrames.h"
+
+#include "trovik/FileLook.h"
+#include "trovik/OutcomeText.h"
+#include "trovik/UsageError.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+
+namespace trovik {
+namespace {
+
+/// Hands a look's answers to the job that judges them.
+class LookObserver final : public WorkObserver {
+public:
+  explicit LookObserver(const FileLook& look) : look_(look) {}
+  void OnWorkParameter(const Job& /*job*/, const String& /*name*/, const String& /*value*/) override {}
+  void OnImage(const Job& /*job*/, const Path& /*file*/) override {}
+  String OnCheckFile(const Job& /*job*/, const Path& file) override { return look_.problemOf(file); }
+
+private:
+  const FileLook& look_;
+};
+
+void waitFor(const FileLook& look, ImageInspector& inspector, Machine& machine) {
+  while (!look.isOver()) {
+    std::vector<pollfd> descriptors = {{inspector.descriptor(), POLLIN, 0}};
+    std::optional<Duration> left;
+    if (const auto deadline = inspector.deadline()) {
+      left = std::max(Duration(*deadline - machine.now()), Duration::zero());
+    }
+    machine.wait(descriptors, left);
+    inspector.advance(machine.now());
+  }
+}
+
+/// Whether a good looking file is what a failed attempt left.
+bool isDistrusted(Store& store, const FileRecord& file) {
+  const std::optional<FileRecord> last = store.lastOf(file.path);
+  if (!last || last->attempt == 0 || !last->checked || last->size != file.size ||
+      last->modified != file.modified) {
+    return false;
+  }
+  const std::optional<AttemptRecord> attempt = store.attempt(last->attempt);
+  if (!attempt || attempt->state == AttemptState::Good || attempt->state == AttemptState::Running) {
+    return false;
+  }
+  return !last->problem.empty() || !last->frame || !attempt->good.contains(*last->frame);
+}
+
+String fileCheckOf(const Job& job) {
+  return job.GetParameterOrOption(p_FileCheck, true, true);
+}
+
+} // namespace
+
+KnownFiles knownFiles(Store& store, JobId job) {
+  std::map<int, std::pair<AttemptId, std::vector<std::string>>> newest;
+  for (const FileRecord& file : store.files(job)) {
+    if (!file.frame || !file.checked || !file.problem.empty()) {
+      continue;
+    }
+    auto& [attempt, paths] = newest[*file.frame];
+    if (attempt != file.attempt) {
+      attempt = file.attempt;
+      paths.clear();
+    }
+    paths.push_back(file.path);
+  }
+  KnownFiles known;
+  for (const auto& [frame, files] : newest) {
+    for (const std::string& path : files.second) {
+      known.emplace(frame, path);
+    }
+  }
+  return known;
+}
+
+FoundFrames findGoodFrames(const WorkMaker& works, const std::vector<FrameRun>& runs, bool hasFrames,
+                           const KnownFiles& known, Store& store, ImageInspector& inspector,
+                           Machine& machine) {
+  FoundFrames found;
+  for (const FrameRun& run : runs) {
+    WorkInfo work;
+    work.run = run;
+    work.hasFrames = hasFrames;
+    const SmartHandle<Job> job = works.make(work);
+    auto* render = dynamic_cast<RenderJob*>(job.Get());
+    if (render == nullptr || String::EqualNoCase(fileCheckOf(*job), "None")) {
+      throw UsageError{"--missing: no file of this type is looked at (FileCheck is None)",
+                       "leave --missing out"};
+    }
+    render->CheckFilesSince(timespec{});
+    if (render->ExpectedFiles().empty()) {
+      for (auto file = known.lower_bound(run.First); file != known.end() && file->first <= run.Last; ++file) {
+        render->ProcessNewFilename(Path(file->second));
+      }
+    }
+    const FileLook look(inspector, *render);
+    waitFor(look, inspector, machine);
+    LookObserver observer(look);
+    render->SetObserver(&observer);
+    const int status = render->CheckFiles(k_StatusFinished);
+    render->SetObserver(nullptr);
+
+    std::vector<FileRecord> files = fileRecords(*render);
+    if (!hasFrames || String::EqualNoCase(fileCheckOf(*job), "Work")) {
+      const bool trusted = std::none_of(files.begin(), files.end(),
+                                        [&](const FileRecord& file) { return isDistrusted(store, file); });
+      found.whole = status == k_StatusFinished && !files.empty() && trusted;
+      if (!found.whole) {
+        continue;
+      }
+      if (hasFrames) {
+        found.good.add(run);
+      }
+      found.files.insert(found.files.end(), files.begin(), files.end());
+      continue;
+    }
+    RunSet good;
+    for (const FrameRun& frames : render->FramesWithGoodFiles()) {
+      good.add(frames);
+    }
+    RunSet distrusted;
+    for (const FileRecord& file : files) {
+      if (file.frame && good.contains(*file.frame) && isDistrusted(store, file)) {
+        distrusted.add({*file.frame, *file.frame});
+      }
+    }
+    for (const FrameRun& frames : good.runs()) {
+      for (const FrameRun& trusted : without(frames, distrusted)) {
+        found.good.add(trusted);
+      }
+    }
+    std::copy_if(files.begin(), files.end(), std::back_inserter(found.files),
+                 [&](const FileRecord& file) { return file.frame && found.good.contains(*file.frame); });
+  }
+  return found;
+}
+
+std::vector<FrameRun> without(const FrameRun& run, const RunSet& good) {
+  std::vector<FrameRun> left;
+  std::int64_t next = run.First;
+  for (const FrameRun& done : good.runs()) {
+    if (done.Last < next) {
+      continue;
+    }
+    if (done.First > run.Last) {
+      break;
+    }
+    if (done.First > next) {
+      left.push_back({static_cast<int>(next), done.First - 1});
+    }
+    next = std::int64_t{done.Last} + 1;
+  }
+  if (next <= run.Last) {
+    left.push_back({static_cast<int>(next), run.Last});
+  }
+  return left;
+}
+
+} // namespace trovik

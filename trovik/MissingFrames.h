@@ -1,0 +1,39 @@
+#pragma once
+
+#include "trovik/ImageInspector.h"
+#include "trovik/Machine.h"
+#include "trovik/WorkJob.h"
+#include "trovik/queue/Store.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace trovik {
+
+/// The frames of a job that have good files, whoever made them.
+struct FoundFrames {
+  RunSet good;
+  bool whole = false;            ///< a job whose files do not stand for frames: all of it is done
+  std::vector<FileRecord> files; ///< of the good frames
+};
+
+/// Files by the frame that they belong to: what earlier attempts named.
+using KnownFiles = std::multimap<int, std::string>;
+KnownFiles knownFiles(Store& store, JobId job);
+
+/// Looks at the files that the frames of a job must leave: those that the type
+/// expects, else the known ones. A frame is good when it has a file and all of
+/// its files exist, are not empty and decode whole. A file that a failed
+/// attempt left, and nobody has changed since, is not trusted.
+///
+/// Throws a UsageError for a type of which no file is looked at, and StoreError.
+/// Raises Exception* for expected files that cannot be expanded.
+FoundFrames findGoodFrames(const WorkMaker& works, const std::vector<FrameRun>& runs, bool hasFrames,
+                           const KnownFiles& known, Store& store, ImageInspector& inspector,
+                           Machine& machine);
+
+/// The runs that are left of a work's frames.
+std::vector<FrameRun> without(const FrameRun& run, const RunSet& good);
+
+} // namespace trovik

@@ -1,0 +1,75 @@
+#include "trovik/OpenJob.h"
+
+#include "host/application/RenderJob.h"
+#include "host/foundation/Log.h"
+#include "trovik/JobView.h"
+#include "trovik/UsageError.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace trovik {
+namespace {
+
+/// Where no log can be written.
+class NoLogs final : public RunLogs {
+  class NoLog final : public AttemptLog {
+    void write(std::string_view /*bytes*/) override {}
+    Path file() const override { return {}; }
+  };
+  std::unique_ptr<AttemptLog> open(const std::string& /*name*/, int /*attempt*/) override {
+    return std::make_unique<NoLog>();
+  }
+};
+
+std::unique_ptr<RunLogs> logsOf(const Store& store, const JobRecord& record) {
+  try {
+    return std::make_unique<RunLogDirectory>(record.logs.empty() ? store.logDirectory(record.id)
+                                                                 : Path(record.logs));
+  } catch (const UsageError& error) {
+    LogWarning("job " + std::to_string(record.id) + " has no logs: " + error.message);
+    return std::make_unique<NoLogs>();
+  }
+}
+
+std::size_t cpusOf(const Job& job) {
+  try {
+    const String text = job.FormatStringWithParameters(job.GetParameterOrOption(p_CPUs, true, true));
+    std::size_t number = 1;
+    std::from_chars(text.data(), text.data() + text.size(), number);
+    return std::max<std::size_t>(1, number);
+  } catch (Exception* exception) {
+    LogDebug(takeText(exception)); // each work tells it
+    return 1;
+  }
+}
+
+} // namespace
+
+OpenJob::OpenJob(Store& store, const JobRecord& record)
+    : record_(record), works_(record.type, store.packed(record.id)), job_(works_.makeWhole()),
+      logs_(logsOf(store, record)), cpus_(cpusOf(*job_)) {}
+
+RunInfo OpenJob::info(Store& store) const {
+  return runInfoOf(viewOf(store, record_));
+}
+
+WorkInfo OpenJob::work(const Claim& claim) const {
+  WorkInfo work;
+  work.run = claim.run;
+  work.hasFrames = record_.hasFrames;
+  work.attempt = claim.number;
+  // What was lost with an engine does not count against the work.
+  work.attempts = record_.retries + 1 + (claim.number - 1 - claim.tries);
+  work.job = record_.id;
+  return work;
+}
+
+void OpenJob::tell(const SmartHandle<const Job>& work, const std::string& note) {
+  job_->OnChildChange(work, "Status", std::to_string(work->Status()));
+  if (!note.empty()) {
+    job_->OnChildChange(work, p_Note, note);
+  }
+}
+
+} // namespace trovik

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "trovik/RunEvents.h"
+#include "trovik/RunLogs.h"
+#include "trovik/WorkJob.h"
+#include "trovik/queue/Store.h"
+
+#include <memory>
+
+namespace trovik {
+
+/// A job of the queue that an engine works on: read from its stream once, for
+/// all of its works.
+class OpenJob {
+public:
+  /// Raises Exception* where the type is not known here, or the stream cannot
+  /// be read.
+  OpenJob(Store& store, const JobRecord& record);
+
+  const JobRecord& record() const { return record_; }
+  const WorkMaker& works() const { return works_; }
+  RunLogs& logs() { return *logs_; }
+  /// The slots that one of its works takes where slots are CPUs.
+  std::size_t cpus() const { return cpus_; }
+  /// What readers of events are told of the job, but for the engine's slots.
+  RunInfo info(Store& store) const;
+  WorkInfo work(const Claim& claim) const;
+  /// Tells the job object how one of its works stands.
+  void tell(const SmartHandle<const Job>& work, const std::string& note);
+
+private:
+  JobRecord record_;
+  WorkMaker works_;
+  SmartHandle<Job> job_;
+  std::unique_ptr<RunLogs> logs_;
+  std::size_t cpus_ = 1;
+};
+
+} // namespace trovik

@@ -1,0 +1,96 @@
+#include "trovik/Recovery.h"
+
+#include "host/foundation/Log.h"
+#include "trovik/OutcomeText.h"
+#include "trovik/UsageError.h"
+
+#include <utility>
+
+namespace trovik {
+
+Recovery::Recovery(LostAttempt lost, const WorkMaker* works, bool hasFrames, ImageInspector& inspector)
+    : lost_(std::move(lost)), inspector_(inspector), hasFrames_(hasFrames) {
+  outcome_.attempt = lost_.attempt.id;
+  outcome_.state = AttemptState::Lost;
+  outcome_.rule = VerdictRule::Engine;
+  outcome_.reason = "Its engine died";
+  outcome_.log = lost_.attempt.log;
+  outcome_.command = lost_.attempt.command;
+  outcome_.files = lost_.files;
+  outcome_.duration = std::chrono::microseconds(0);
+  if (works == nullptr) {
+    return;
+  }
+  WorkInfo work;
+  work.run = lost_.attempt.run;
+  work.hasFrames = hasFrames;
+  try {
+    job_ = works->make(work);
+    job_->SetObserver(this);
+  } catch (Exception* exception) {
+    LogDebug("a lost attempt: " + takeText(exception));
+    job_ = SmartHandle<Job>();
+  }
+}
+
+Recovery::~Recovery() {
+  if (job_) {
+    job_->SetObserver(nullptr);
+  }
+}
+
+bool Recovery::advance(Machine& machine) {
+  if (over_) {
+    return true;
+  }
+  if (!programsEnded_) {
+    if (lost_.sameBoot && machine.killOrphans({lost_.mark, lost_.process, lost_.attempt.started}) > 0) {
+      return false;
+    }
+    programsEnded_ = true;
+    look();
+  }
+  if (look_ && !look_->isOver()) {
+    return false;
+  }
+  judge();
+  over_ = true;
+  return true;
+}
+
+void Recovery::look() {
+  auto* render = dynamic_cast<RenderJob*>(job_.Get());
+  if (render == nullptr) {
+    return;
+  }
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(lost_.attempt.started);
+  timespec start{};
+  start.tv_sec = static_cast<std::time_t>(seconds.time_since_epoch().count());
+  render->CheckFilesSince(start);
+  for (const FileRecord& file : lost_.files) {
+    render->ProcessNewFilename(Path(file.path));
+  }
+  look_.emplace(inspector_, *render);
+}
+
+void Recovery::judge() {
+  auto* render = dynamic_cast<RenderJob*>(job_.Get());
+  if (render == nullptr) {
+    return;
+  }
+  render->FinishWork(ProcessExit(), ProcessJob::Ended::Lost);
+  outcome_.files = fileRecords(*render);
+  if (hasFrames_) {
+    for (const FrameRun& run : render->GoodFrames()) {
+      outcome_.good.add(run);
+    }
+  }
+}
+
+void Recovery::OnWorkParameter(const Job& /*job*/, const String& /*name*/, const String& /*value*/) {}
+void Recovery::OnImage(const Job& /*job*/, const Path& /*file*/) {}
+String Recovery::OnCheckFile(const Job& /*job*/, const Path& file) {
+  return look_ ? look_->problemOf(file) : String();
+}
+
+} // namespace trovik

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "trovik/FileLook.h"
+#include "trovik/Machine.h"
+#include "trovik/WorkJob.h"
+#include "trovik/queue/Records.h"
+
+#include <optional>
+
+namespace trovik {
+
+/// Takes up an attempt whose engine died: ends what is left of its programs,
+/// then looks at the files that it left, so that only the frames without a
+/// good one are rendered again. Nothing else may start that work before.
+class Recovery final : public WorkObserver {
+public:
+  /// `works` may be null where the job's type is not known here: nothing that
+  /// the attempt left is trusted then. The inspector must outlive the recovery.
+  Recovery(LostAttempt lost, const WorkMaker* works, bool hasFrames, ImageInspector& inspector);
+  ~Recovery() override;
+  Recovery(const Recovery&) = delete;
+  Recovery& operator=(const Recovery&) = delete;
+
+  /// Goes on as far as it can without waiting. True when it is over.
+  bool advance(Machine& machine);
+  /// Valid when it is over.
+  const Outcome& outcome() const { return outcome_; }
+  /// Whether its outcome was handed on.
+  bool isRecorded() const { return recorded_; }
+  void markRecorded() { recorded_ = true; }
+
+  void OnWorkParameter(const Job& job, const String& name, const String& value) override;
+  void OnImage(const Job& job, const Path& file) override;
+  String OnCheckFile(const Job& job, const Path& file) override;
+
+private:
+  void look();
+  void judge();
+
+  LostAttempt lost_;
+  ImageInspector& inspector_;
+  SmartHandle<Job> job_;
+  bool hasFrames_;
+  bool programsEnded_ = false;
+  bool over_ = false;
+  bool recorded_ = false;
+  std::optional<FileLook> look_;
+  Outcome outcome_;
+};
+
+} // namespace trovik

@@ -1,0 +1,189 @@
+#include "trovik/Submission.h"
+
+#include "host/application/RenderJob.h"
+#include "host/foundation/Log.h"
+#include "trovik/EndCommand.h"
+#include "trovik/Locations.h"
+#include "trovik/MissingFrames.h"
+#include "trovik/Numbers.h"
+#include "trovik/Text.h"
+#include "trovik/Types.h"
+#include "trovik/UsageError.h"
+
+#include <algorithm>
+#include <charconv>
+#include <filesystem>
+#include <sys/resource.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace trovik {
+namespace {
+
+/// A parameter's effective value with its references expanded.
+String effective(const Job& job, const char* name) {
+  return orRefuse(std::string(name) + ": ", "",
+                  [&] { return job.FormatStringWithParameters(job.GetParameterOrOption(name, true, true)); });
+}
+
+/// The output folder, for finding the job again; some types let it depend on
+/// the frame, and then there is none.
+std::string outputOf(const Job& job) {
+  try {
+    return job.FormatStringWithParameters(job.GetParameterOrOption(p_OutputFolder, true, true));
+  } catch (Exception* exception) {
+    LogDebug(takeText(exception));
+    return {};
+  }
+}
+
+int effectiveNumber(const Job& job, const char* name) {
+  const String text = effective(job, name);
+  int number = 0;
+  std::from_chars(text.data(), text.data() + text.size(), number);
+  return number;
+}
+
+/// Refuses a parameter that is given by its option and by --set as well: one
+/// of them would be ignored.
+void refuseTwice(const std::vector<std::pair<std::string, std::string>>& sets, const char* parameter,
+                 const char* option) {
+  for (const auto& [name, value] : sets) {
+    if (String::EqualNoCase(name, parameter)) {
+      throw UsageError{inQuotes(parameter) + " is given twice: by " + option + " and by --set",
+                       "leave one of them out"};
+    }
+  }
+}
+
+} // namespace
+
+std::size_t mostSlots() {
+  rlimit files{};
+  if (getrlimit(RLIMIT_NOFILE, &files) != 0 || files.rlim_cur == RLIM_INFINITY) {
+    return 10000;
+  }
+  return files.rlim_cur > 64 ? static_cast<std::size_t>(files.rlim_cur - 32) / 3 : 1;
+}
+
+Submission::Submission(Session& session)
+    : session_(session), setup_(findType(*session.options().type), session.detection()) {
+  setUp();
+  setup_.check();
+  describe();
+}
+
+void Submission::setUp() {
+  const Options& options = session_.options();
+  std::vector<std::pair<std::string, std::string>> sets;
+  for (const std::string& text : options.sets) {
+    sets.push_back(splitAssignment(text));
+  }
+  if (options.scene) {
+    refuseTwice(sets, p_Scene, "SCENE");
+    setup_.setScene(*options.scene);
+  }
+  for (const auto& [name, value] : sets) {
+    setup_.set(name, value, "--set " + printable(name, OddBytes::Show));
+  }
+  if (options.range) {
+    refuseTwice(sets, p_Range, "--range");
+    if (options.range->empty()) {
+      throw UsageError{"--range: the range is empty", "write frames such as 1-24"};
+    }
+    setup_.set(p_Range, *options.range, "--range");
+  }
+  if (options.packet) {
+    refuseTwice(sets, p_PacketSize, "--packet");
+    const std::size_t packet = positiveNumber("--packet", *options.packet, 10'000'000);
+    setup_.set(p_PacketSize, std::to_string(packet), "--packet");
+  }
+  if (options.out) {
+    refuseTwice(sets, p_OutputFolder, "--out");
+    setup_.setOutputFolder(*options.out);
+  }
+  if (options.priority) {
+    refuseTwice(sets, p_Priority, "--priority");
+    setup_.set(p_Priority, *options.priority, "--priority");
+  }
+}
+
+void Submission::describe() {
+  const Options& options = session_.options();
+  Job& job = *setup_.job();
+  newJob_.name = job.GetParameterOrOption(p_Name, true, true);
+  newJob_.type = setup_.type();
+  newJob_.typeName = typeTitle(setup_.type());
+  const String format = job.GetParameterOrOption("SceneNameFormat", true, true);
+  newJob_.scene = format.empty() ? job.GetParameterOrOption(p_Scene, true, true) : format;
+  newJob_.range = effective(job, p_Range);
+  const std::unique_ptr<Distributor> works = orRefuse("", "", [&] { return job.DoGetDistributor(); });
+  for (FrameRun run; works->Next(run, newJob_.hasFrames);) {
+    newJob_.works.push_back(run);
+  }
+  if (newJob_.works.empty()) {
+    throw UsageError{"there are no frames to work", "name them with --range, such as --range 1-24"};
+  }
+  newJob_.packed = packedJob(job);
+  newJob_.priority = effectiveNumber(job, p_Priority);
+  newJob_.retries = std::clamp(effectiveNumber(job, p_Retries), 0, 1'000'000);
+  newJob_.stopAfter = std::max(0, effectiveNumber(job, p_StopAfter));
+  std::error_code error;
+  newJob_.directory = std::filesystem::current_path(error).string();
+  newJob_.output = outputOf(job);
+  if (options.logDirectory) {
+    newJob_.logs = absolutePath(*options.logDirectory).Text();
+  }
+  if (options.endCommand) {
+    endWords(*options.endCommand, endValues(JobRecord(), RunSummary()));
+    newJob_.endCommand.push_back(*options.endCommand);
+  }
+  if (options.notify) {
+    newJob_.endCommand.emplace_back(desktopNote);
+  }
+}
+
+bool Submission::leaveOutGood(Store& store, ImageInspector& inspector, Machine& machine) {
+  const WorkMaker works(newJob_.type, newJob_.packed);
+  KnownFiles known;
+  if (const auto latest = store.latest(newJob_.type, newJob_.scene, newJob_.output)) {
+    known = knownFiles(store, *latest);
+  }
+  const FoundFrames found = orRefuse("", "", [&] {
+    return findGoodFrames(works, newJob_.works, newJob_.hasFrames, known, store, inspector, machine);
+  });
+  if (found.whole && !newJob_.hasFrames) {
+    newJob_.works.clear();
+  }
+  std::vector<FrameRun> left;
+  for (const FrameRun& run : newJob_.works) {
+    const std::vector<FrameRun> rest = newJob_.hasFrames ? without(run, found.good) : std::vector{run};
+    left.insert(left.end(), rest.begin(), rest.end());
+  }
+  newJob_.works = left;
+  newJob_.found = found.good.runs();
+  newJob_.foundFiles = found.files;
+  return !newJob_.works.empty();
+}
+
+void Submission::tryFirstWork() const {
+  WorkInfo work;
+  work.run = newJob_.works.front();
+  work.hasFrames = newJob_.hasFrames;
+  const SmartHandle<Job> first = WorkMaker(newJob_.type, newJob_.packed).make(work);
+  auto* process = dynamic_cast<ProcessJob*>(first.Get());
+  if (process == nullptr) {
+    throw UsageError{"jobs of " + inQuotes(newJob_.typeName) + " do not run a program", {}};
+  }
+  const ProcessStart start = orRefuse("", "", [&] { return process->DescribeWork(); });
+  const Path program(start.Arguments.empty() ? String() : start.Arguments.front());
+  const bool bare = program.Text().find('/') == String::npos;
+  const bool there =
+      bare ? !ProcessJob::FindLatestExecutable({}, {}, program).empty() : access(program.c_str(), X_OK) == 0;
+  if (!there && (bare || program.IsAbsolute())) {
+    throw UsageError{"there is no program " + inQuotes(program.Text()) + (bare ? " along PATH" : ""),
+                     "install it, or name it with --set Executable=FILE"};
+  }
+}
+
+} // namespace trovik

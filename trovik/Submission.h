@@ -1,0 +1,43 @@
+#pragma once
+
+#include "trovik/ImageInspector.h"
+#include "trovik/JobSetup.h"
+#include "trovik/Machine.h"
+#include "trovik/Session.h"
+#include "trovik/queue/Store.h"
+
+#include <optional>
+
+namespace trovik {
+
+/// A job as `run` and `submit` are told it on the command line, set up and
+/// checked. Whatever the user got wrong is thrown as UsageError before
+/// anything is started or stored.
+class Submission {
+public:
+  explicit Submission(Session& session);
+
+  const SmartHandle<Job>& job() const { return setup_.job(); }
+  /// The job as the queue takes it, all of its works to be done.
+  const NewJob& newJob() const { return newJob_; }
+  /// Takes out the frames that have good files already. False when none is
+  /// left to be worked.
+  bool leaveOutGood(Store& store, ImageInspector& inspector, Machine& machine);
+
+  /// Refuses a job whose first work already could not start: what would make
+  /// every work fail alike is told once.
+  void tryFirstWork() const;
+
+private:
+  void setUp();
+  void describe();
+
+  Session& session_;
+  JobSetup setup_;
+  NewJob newJob_;
+};
+
+/// The most programs that can run at a time: each takes three descriptors.
+std::size_t mostSlots();
+
+} // namespace trovik
