@@ -16,20 +16,20 @@ constexpr int deathLimit = 20; // files that the helper may die of, each of whic
 /// One start of the helper.
 class Drawing {
 public:
-  Drawing(const Path& helper, DrawnSheet& sheet, const Path& file, Duration patience)
-      : helper_(helper), sheet_(sheet), patience_(patience), process_(start(helper, file)) {}
+  Drawing(Machine& machine, const Path& helper, DrawnSheet& sheet, const Path& file, Duration patience)
+      : machine_(machine), helper_(helper), sheet_(sheet), patience_(patience),
+        process_(start(helper, file)) {}
 
   /// Whether the sheet is drawn; else a cell has become a damaged one.
   bool run(const std::function<void(std::size_t done)>& progress,
            const std::function<void(const std::string& warning)>& warn) {
     process_.send(planLine(sheet_.plan));
     process_.endInput();
-    LocalMachine machine;
-    Clock::time_point end = machine.now() + patience_;
+    Clock::time_point end = machine_.now() + patience_;
     for (;;) {
       const bool runs = process_.advance();
       while (const std::optional<std::string> line = process_.line()) {
-        end = machine.now() + patience_;
+        end = machine_.now() + patience_;
         if (take(*line, progress, warn)) {
           return true;
         }
@@ -39,7 +39,7 @@ public:
         giveUpCell("The image library crashed on it", inQuotes(helper_.Text()) + ' ' + how.text);
         return false;
       }
-      const Clock::time_point now = machine.now();
+      const Clock::time_point now = machine_.now();
       if (now >= end) {
         const std::string time =
             std::to_string(std::chrono::duration_cast<std::chrono::seconds>(patience_).count()) + " s";
@@ -51,7 +51,7 @@ public:
       if (process_.sending()) {
         descriptors[0].events |= POLLOUT;
       }
-      machine.wait(descriptors, end - now);
+      machine_.wait(descriptors, end - now);
     }
   }
 
@@ -105,6 +105,7 @@ private:
     sheet_.plan.cells[*opened_].note = note;
   }
 
+  Machine& machine_;
   const Path& helper_;
   DrawnSheet& sheet_;
   Duration patience_;
@@ -114,12 +115,12 @@ private:
 
 } // namespace
 
-DrawnSheet drawSheet(const Path& helper, SheetPlan plan, const Path& file,
+DrawnSheet drawSheet(Machine& machine, const Path& helper, SheetPlan plan, const Path& file,
                      const std::function<void(std::size_t done)>& progress,
                      const std::function<void(const std::string& warning)>& warn, Duration patience) {
   DrawnSheet sheet{std::move(plan), 0, 0};
   for (int deaths = 0; deaths <= deathLimit; ++deaths) {
-    if (Drawing(helper, sheet, file, patience).run(progress, warn)) {
+    if (Drawing(machine, helper, sheet, file, patience).run(progress, warn)) {
       return sheet;
     }
   }

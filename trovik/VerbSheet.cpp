@@ -96,8 +96,9 @@ int drawSheet(Session& session) {
   plan.cellWidth = static_cast<int>(width);
   plan.columns = static_cast<int>(columns);
   const std::string total = counted(plan.cells.size(), plan.noun);
+  LocalMachine machine;
   const DrawnSheet sheet = drawSheet(
-      session.locations().imageHelper(), std::move(plan), file,
+      machine, session.locations().imageHelper(), std::move(plan), file,
       [&](std::size_t done) { console.setLive("drawing  " + std::to_string(done) + " of " + total); },
       [&](const std::string& warning) {
         console.printError(messageText(console, Colour::Yellow, "trovik: warning:", warning));
