@@ -39,7 +39,8 @@ Rest restOf(const Outcome& outcome, const Settling& settling, int tries, int los
     rest.state = again ? WorkState::Ready : WorkState::Failed;
   } else if (settling.canceling) {
     rest.state = WorkState::Canceled;
-  } else if (outcome.state == AttemptState::Lost && losses + 1 >= std::max(lossesAllowed, settling.retries + 1)) {
+  } else if (outcome.state == AttemptState::Lost &&
+             losses + 1 >= std::max(lossesAllowed, settling.retries + 1)) {
     rest.state = WorkState::Failed;
   }
   if (outcome.state == AttemptState::Lost) {
