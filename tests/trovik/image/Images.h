@@ -13,7 +13,7 @@ struct ImageKind {
   std::string file; ///< its name; the extension is the format
   OIIO::TypeDesc type = OIIO::TypeDesc::UINT8;
   std::string compression{}; ///< empty for the format's own
-  int tile = 0;            ///< side of its tiles; 0 for lines
+  int tile = 0;              ///< side of its tiles; 0 for lines
   int parts = 1;
   int channels = 3;
   std::vector<std::pair<std::string, int>> attributes{};
