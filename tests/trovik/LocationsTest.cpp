@@ -57,6 +57,13 @@ TEST(Locations, RelativeXdgVariableIsIgnored) {
   EXPECT_EQ(locations.settings().Text(), "/home/a/.config/trovik/settings.ini");
 }
 
+TEST(Locations, TheImageHelperIsBesideTheProgramUnlessNamed) {
+  const Path program("/opt/some place/bin/trovik");
+  EXPECT_EQ(Locations(lookupIn({}), program).imageHelper().Text(), "/opt/some place/bin/trovik-image");
+  EXPECT_EQ(Locations(lookupIn({{"TROVIK_IMAGE_HELPER", "/my/helper"}}), program).imageHelper().Text(),
+            "/my/helper");
+}
+
 TEST(Locations, ModulesOfTheUserComeBeforeTheInstalledOnes) {
   const TemporaryDirectory directory;
   const std::string user = directory.makeDirectory("data/trovik/modules");
