@@ -13,8 +13,18 @@
 #include <algorithm>
 #include <memory>
 #include <thread>
+#include <unistd.h>
 
 namespace trovik {
+Path imageHelper(const Session& session) {
+  const Path program = session.locations().imageHelper();
+  if (access(program.c_str(), X_OK) != 0) {
+    throw UsageError{"there is no program " + inQuotes(program.Text()) + ", which looks into images",
+                     "install it beside trovik, or name it in TROVIK_IMAGE_HELPER"};
+  }
+  return program;
+}
+
 EnginePlan enginePlan(const Session& session) {
   EnginePlan plan;
   const std::optional<std::string>& slots = session.options().slots;

@@ -11,6 +11,10 @@ namespace trovik {
 // What run, submit and engine share: an engine with its outputs, and what they
 // tell.
 
+/// Where trovik-image is. Throws a UsageError when it is not there: no image
+/// could be looked into, and every frame would fail for it.
+Path imageHelper(const Session& session);
+
 /// The slots of an engine, as the user wants them. Throws a UsageError.
 EnginePlan enginePlan(const Session& session);
 

@@ -141,7 +141,7 @@ const char* const statsFooter = "Examples:\n"
 
 const char* const sheetFooter = "Examples:\n"
                                 "  trovik sheet last -o sheet.png\n"
-                                "  trovik sheet 3 -o sheet.jpg --columns 6 --width 2400\n"
+                                "  trovik sheet 3 -o sheet.jpg --columns 6 --width 400\n"
                                 "  trovik sheet 3 -o sheet.png --frames 1-100x10 --json";
 
 } // namespace

@@ -17,8 +17,9 @@ constexpr std::array<std::pair<CellState, const char*>, 7> cellStates = {{{CellS
                                                                           {CellState::Running, "running"},
                                                                           {CellState::Canceled, "canceled"}}};
 
-constexpr std::array<std::pair<SheetReport::Kind, const char*>, 4> reportKinds = {
-    {{SheetReport::Kind::Cell, "cell"},
+constexpr std::array<std::pair<SheetReport::Kind, const char*>, 5> reportKinds = {
+    {{SheetReport::Kind::Opens, "opens"},
+     {SheetReport::Kind::Cell, "cell"},
      {SheetReport::Kind::Warning, "warning"},
      {SheetReport::Kind::Done, "done"},
      {SheetReport::Kind::Error, "error"}}};
@@ -166,6 +167,9 @@ std::optional<SheetPlan> planFrom(std::string_view text) {
 std::string reportLine(const SheetReport& report) {
   Json json = {{"report", nameIn(reportKinds, report.kind)}};
   switch (report.kind) {
+  case SheetReport::Kind::Opens:
+    json["cell"] = report.cell;
+    break;
   case SheetReport::Kind::Cell:
     json["cell"] = report.cell;
     json["state"] = nameOf(report.state);

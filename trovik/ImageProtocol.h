@@ -58,10 +58,10 @@ constexpr std::size_t sheetCellLimit = 10000;
 constexpr int cellWidthMinimum = 32;
 constexpr int cellWidthMaximum = 1024;
 
-/// What the drawing tells as it goes: a cell that is done, a warning, or how
-/// it ended.
+/// What the drawing tells as it goes: which cell's file it opens (so that one
+/// that it dies of is known), a cell that is done, a warning, or how it ended.
 struct SheetReport {
-  enum class Kind { Cell, Warning, Done, Error };
+  enum class Kind { Opens, Cell, Warning, Done, Error };
   Kind kind = Kind::Cell;
   std::size_t cell = 0;              ///< its index
   CellState state = CellState::Good; ///< what it turned out to be

@@ -36,8 +36,9 @@ template <typename Paint> std::string countsText(const RunSummary& summary, Pain
 std::string restText(const RunSummary& summary) {
   const std::string job = std::to_string(summary.info.job);
   if (summary.info.job != 0) {
-    return summary.failedWorks > 0 ? "To do the rest, give \"trovik retry " + job + "\"\n"
-                                   : "To do the rest, give \"trovik engine --job " + job + "\"\n";
+    return summary.failedWorks > 0
+               ? "To do the rest, give \"trovik retry " + job + "\" and \"trovik engine --job " + job + "\"\n"
+               : "To do the rest, give \"trovik engine --job " + job + "\"\n";
   }
   RunSet again = summary.failed;
   again.add(summary.notDone);

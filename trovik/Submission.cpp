@@ -6,6 +6,7 @@
 #include "trovik/Locations.h"
 #include "trovik/MissingFrames.h"
 #include "trovik/Numbers.h"
+#include "trovik/RunLogs.h"
 #include "trovik/Text.h"
 #include "trovik/Types.h"
 #include "trovik/UsageError.h"
@@ -167,6 +168,9 @@ bool Submission::leaveOutGood(Store& store, ImageInspector& inspector, Machine& 
 }
 
 void Submission::tryFirstWork() const {
+  if (!newJob_.logs.empty()) {
+    const RunLogDirectory made{Path(newJob_.logs)};
+  }
   WorkInfo work;
   work.run = newJob_.works.front();
   work.hasFrames = newJob_.hasFrames;

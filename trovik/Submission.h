@@ -24,8 +24,8 @@ public:
   /// left to be worked.
   bool leaveOutGood(Store& store, ImageInspector& inspector, Machine& machine);
 
-  /// Refuses a job whose first work already could not start: what would make
-  /// every work fail alike is told once.
+  /// Refuses a job whose first work already could not start, or whose logs
+  /// could not be written: what would make every work fail alike is told once.
   void tryFirstWork() const;
 
 private:

@@ -205,7 +205,7 @@ void declareReadingVerbs(CLI::App& program, Options& options) {
               "Draws a job's images on one contact sheet, with the holes marked.")
       .job()
       .value("-o,--out", "FILE", options.file, "The image to write")
-      .value("--width", "N", options.width, "Its width in pixels")
+      .value("--width", "N", options.width, "The width of each image in pixels")
       .value("--columns", "N", options.columns, "Images in a row")
       .value("--frames", "RANGE", options.frames, "Only these frames")
       .json();

@@ -1,4 +1,6 @@
 #include "trovik/EachJob.h"
+#include "trovik/EngineRun.h"
+#include "trovik/ImageHelper.h"
 #include "trovik/JobFiles.h"
 #include "trovik/Session.h"
 #include "trovik/Text.h"
@@ -25,13 +27,37 @@ void refuseWithoutFrames(const JobRecord& job, const char* option) {
   }
 }
 
+/// The frames without a good file, as the files are now: those that are there
+/// are decoded.
+RunSet missingNow(Store& store, const JobRecord& job, ImageInspector& inspector) {
+  const JobView view = viewOf(store, job);
+  const std::vector<FileRecord> files = filesOf(store, job.id);
+  RunSet missing = missingFrames(view, files);
+  std::vector<Path> paths;
+  std::vector<int> frames;
+  for (const FileRecord& file : files) {
+    if (file.frame && isGood(file) && !missing.contains(*file.frame) &&
+        view.frames.good.contains(*file.frame)) {
+      paths.emplace_back(file.path);
+      frames.push_back(*file.frame);
+    }
+  }
+  const std::vector<Inspection> inspections = inspectAll(inspector, paths, false);
+  for (std::size_t i = 0; i < inspections.size(); ++i) {
+    if (!inspections[i].problem.empty()) {
+      missing.add({frames[i], frames[i]});
+    }
+  }
+  return missing;
+}
+
 /// The frames to be worked again; nothing for those that failed or were
 /// canceled, which the queue knows best.
 std::optional<RunSet> chosenFrames(Store& store, const JobRecord& job, const Options& options,
-                                   const RunSet& named) {
+                                   const RunSet& named, ImageInspector* helper) {
   if (options.missing) {
     refuseWithoutFrames(job, "--missing");
-    return missingFrames(viewOf(store, job), filesOf(store, job.id));
+    return missingNow(store, job, *helper);
   }
   if (!options.frames) {
     return std::nullopt;
@@ -54,8 +80,9 @@ std::optional<RunSet> chosenFrames(Store& store, const JobRecord& job, const Opt
   return named;
 }
 
-JobDone retry(Store& store, const JobRecord& job, const Options& options, const RunSet& named) {
-  const std::optional<RunSet> only = chosenFrames(store, job, options, named);
+JobDone retry(Store& store, const JobRecord& job, const Options& options, const RunSet& named,
+              ImageInspector* helper) {
+  const std::optional<RunSet> only = chosenFrames(store, job, options, named, helper);
   const bool nothing = only && only->empty();
   const std::size_t count = nothing ? 0 : store.retry(job.id, only);
   const std::optional<JobRecord> now = store.job(job.id);
@@ -91,11 +118,15 @@ int retryJobs(Session& session) {
       throw UsageError{"--frames: the range is empty", "write frames such as 1-24"};
     }
   }
+  std::unique_ptr<ImageHelper> helper;
+  if (options.missing) {
+    helper = std::make_unique<ImageHelper>(imageHelper(session));
+  }
   bool waiting = false;
   return forEachJob(
       session, "retry",
       [&](Store& store, const JobRecord& job) {
-        JobDone done = retry(store, job, options, named);
+        JobDone done = retry(store, job, options, named, helper.get());
         const std::optional<JobRecord> now = store.job(job.id);
         waiting = waiting || (now && isOpen(now->state));
         return done;

@@ -33,7 +33,7 @@ int runJob(Session& session) {
   }
   submission.tryFirstWork();
   LocalMachine machine;
-  ImageHelper images(session.locations().imageHelper());
+  ImageHelper images(imageHelper(session));
   Store store(session.state());
   if (options.missing && !submission.leaveOutGood(store, images, machine)) {
     return tellNothingMissing(session, submission.newJob());
@@ -59,7 +59,7 @@ int submitJob(Session& session) {
   Store store(session.state());
   if (options.missing) {
     LocalMachine machine;
-    ImageHelper images(session.locations().imageHelper());
+    ImageHelper images(imageHelper(session));
     if (!submission.leaveOutGood(store, images, machine)) {
       return tellNothingMissing(session, submission.newJob());
     }
@@ -75,7 +75,7 @@ int submitJob(Session& session) {
 int runEngine(Session& session) {
   Store store(session.state());
   LocalMachine machine;
-  ImageHelper images(session.locations().imageHelper());
+  ImageHelper images(imageHelper(session));
   return workQueue(session, store, images, machine);
 }
 

@@ -197,6 +197,16 @@ RenderJob::FileRule RenderJob::Files() const {
                      "\" is no way to check files; write EveryFrame, Work or None");
 }
 
+std::string_view RenderJob::KnownFrames::Tail(const Path& file) const {
+  std::size_t folder = 0;
+  for (const String& known : Folders) {
+    if (file.Text().starts_with(known)) {
+      folder = std::max(folder, known.size());
+    }
+  }
+  return std::string_view(file.Text()).substr(folder);
+}
+
 const RenderJob::KnownFrames& RenderJob::Frames() const {
   if (!m_KnownFrames.has_value()) {
     KnownFrames known;
@@ -204,10 +214,19 @@ const RenderJob::KnownFrames& RenderJob::Frames() const {
     known.HasFrames = WorkFrames(known.Run);
     known.ExpectedFiles = ExpandExpectedFiles(known.Expected);
     known.Images = FrameFiles(known.Run);
+    if (known.HasFrames && known.Run.Count() > 1) {
+      const Path start = WorkStartDirectory();
+      const String output = EffectiveText(p_OutputFolder);
+      for (const Path& folder : {start, output.empty() ? start : MakeAbsolute(output, start)}) {
+        if (!folder.empty()) {
+          known.Folders.push_back(folder.Text().ends_with('/') ? folder.Text() : folder.Text() + "/");
+        }
+      }
+    }
     m_KnownFrames = std::move(known);
   }
   for (std::size_t& added = m_KnownFrames->ImagesAdded; added < m_Images.size(); ++added) {
-    m_KnownFrames->Images.Add(m_Images[added].Text());
+    m_KnownFrames->Images.Add(m_KnownFrames->Tail(m_Images[added]));
   }
   return *m_KnownFrames;
 }
@@ -227,7 +246,7 @@ FrameFiles::Answer RenderJob::FrameOfFile(const Path& file) const {
   if (expected != known.Expected.end()) {
     return {expected->second, true};
   }
-  return known.Images.FrameOf(file.Text());
+  return known.Images.FrameOf(known.Tail(file));
 }
 
 std::optional<int> RenderJob::FrameOf(const Path& image) const {

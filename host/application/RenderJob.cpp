@@ -285,6 +285,7 @@ bool RenderJob::PreExecute() {
   // Mistakes in what judges the work should show before it costs an hour.
   IsSuccessExitCode(EffectiveText(p_SuccessExitCodes), 0);
   FilesToCheck();
+  m_KnownFrames.reset(); // the start directory of this attempt is not settled yet
   return CreateOutputFolder();
 }
 

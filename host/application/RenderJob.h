@@ -9,6 +9,7 @@
 #include <ctime>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -89,7 +90,8 @@ public:
 
   /// The frame that an image belongs to: of a work of one frame that one; of
   /// a file that is expected for one frame alone that one; else by the numbers
-  /// in its name, see FrameFiles.cpp. Absent when nothing tells, for a work
+  /// in its path, without the output folder or start directory that it lies
+  /// in; see FrameFiles.cpp. Absent when nothing tells, for a work
   /// without frames, and where files of several frames stand for the whole
   /// work ("FileCheck" Work). The images named so far help to tell, so the
   /// answer may get better. Raises Exception* like FilesToCheck.
@@ -141,8 +143,12 @@ private:
     FileRule Rule = FileRule::EveryFrame;
     std::vector<Path> ExpectedFiles;
     ExpectedFrames Expected;
+    std::vector<String> Folders; ///< with "/" behind; what is in their names is of no frame
     FrameFiles Images{FrameRun()};
     std::size_t ImagesAdded = 0;
+
+    /// The part of a path that is read for numbers.
+    std::string_view Tail(const Path& file) const;
   };
   const KnownFrames& Frames() const;
   FrameFiles::Answer FrameOfFile(const Path& file) const;

@@ -9,7 +9,7 @@ head -n 1 <"$TMP/pipe" >"$TMP/first"
 code=0
 wait $pid || code=$?
 [ $code = 0 ] || fail "exit code $code"
-grep -q '^Sketch: 5 frames' "$TMP/first" || fail "no first line"
+grep -q '^job 1  Sketch: 5 frames' "$TMP/first" || fail "no first line"
 for number in 1 2 3 4 5; do
   [ -s "images/shot_000$number.drw" ] || fail "frame $number is missing"
 done

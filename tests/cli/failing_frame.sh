@@ -5,7 +5,7 @@ scenes 3
 echo broken >shot_0002.txt
 run 1 run sketch shot_0001.txt --slots 1 --log-dir "$TMP/logs"
 out_is <<'END'
-Sketch: 3 frames (1-3) on 1 slot
+job 1  Sketch: 3 frames (1-3) on 1 slot
 scene  TMP/work/shot_%04d.txt
 logs  TMP/logs
 started  1
@@ -25,5 +25,5 @@ finished  3  TIME
 failed  2  Error line: fatal: TMP/work/shot_0002.txt is broken
 images  2 in TMP/work/images
 logs  TMP/logs
-To do the rest, give the same command with --range 2
+To do the rest, give "trovik retry 1" and "trovik engine --job 1"
 END

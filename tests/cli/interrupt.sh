@@ -20,7 +20,7 @@ code=0
 wait $pid || code=$?
 [ $code = 1 ] || fail "exit code $code"
 out_is <<'END'
-Sketch: 4 frames (1-4) on 1 slot
+job 1  Sketch: 4 frames (1-4) on 1 slot
 scene  TMP/work/shot_%04d.txt
 logs  TMP/logs
 started  1
@@ -33,7 +33,7 @@ stopped: 1 of 4 frames good, 3 not done, in TIME
 not done  2-4
 images  1 in TMP/work/images
 logs  TMP/logs
-To do the rest, give the same command with --range 2-4
+To do the rest, give "trovik engine --job 1"
 END
 file_is "$TMP/logs/2-2.log" <<'END'
 waiting

@@ -12,7 +12,7 @@ done
 END
 run 0 run sketch shot_0001.txt --packet 2 --slots 1 --log-dir "$TMP/logs"
 out_is <<'END'
-Sketch: 5 frames (1-5) in 3 works on 1 slot
+job 1  Sketch: 5 frames (1-5) in 3 works on 1 slot
 scene  TMP/work/shot_%04d.txt
 logs  TMP/logs
 started  1-2

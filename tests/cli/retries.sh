@@ -9,7 +9,7 @@ echo "saved: $2/$(basename "$1" .txt).drw"
 END
 run 0 run sketch shot_0002.txt --slots 1 --log-dir "$TMP/logs" --set Retries=2 --range 2,1
 out_is <<'END'
-Sketch: 2 frames (1-2) on 1 slot
+job 1  Sketch: 2 frames (1-2) on 1 slot
 scene  TMP/work/shot_%04d.txt
 logs  TMP/logs
 started  2

@@ -4,7 +4,7 @@ sketch_type
 scenes 3
 run 0 run sketch shot_0002.txt --slots 1 --log-dir "$TMP/logs"
 out_is <<'END'
-Sketch: 3 frames (1-3) on 1 slot
+job 1  Sketch: 3 frames (1-3) on 1 slot
 scene  TMP/work/shot_%04d.txt
 logs  TMP/logs
 started  1

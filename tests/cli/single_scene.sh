@@ -4,7 +4,7 @@ sketch_type
 echo x >scene.txt
 run 0 run sketch scene.txt --log-dir "$TMP/logs" --slots 1
 out_is <<'END'
-Sketch: 1 work on 1 slot
+job 1  Sketch: 1 work on 1 slot
 scene  TMP/work/scene.txt
 logs  TMP/logs
 started  work

@@ -13,9 +13,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -166,7 +168,7 @@ Executable=)" CRASH_RENDERER "\n");
   /// again since.
   void checkQueue() {
     Store store(Path(directory.file("state")));
-    EXPECT_EQ(invariantProblem(directory.file("state") + "/queue.db"), "");
+    EXPECT_EQ(brokenInvariants(directory.file("state/queue.db")), std::vector<std::string>());
     for (const JobRecord& job : store.jobs()) {
       const RunSet now = store.frames(job.id).good;
       const std::map<int, int> begun = begins();

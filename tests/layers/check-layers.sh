@@ -7,7 +7,8 @@
 #
 # module -> job -> host/application -> host/foundation, and trovik -> host. The
 # program meets the module only through its entry points, and the libraries
-# for databases, clusters, images and terminals stay inside the program.
+# for databases, clusters, images and terminals stay inside the program; that
+# for databases inside trovik/queue.
 set -euo pipefail
 
 root=$1
@@ -36,7 +37,8 @@ awk '
     may["job"] = "job host/application host/foundation"
     may["module"] = "module job host/application host/foundation"
     may["trovik"] = "trovik host/application host/foundation"
-    outside = "^(sqlite3|curses|ncurses|term|termios|termio|png|pngconf|jpeglib|turbojpeg|tiff|tiffio|ImathBox|gd)\\.h$" \
+    database = "^(sqlite3|sqlite3ext)\\.h$|^SQLiteCpp/"
+    outside = "^(curses|ncurses|term|termios|termio|png|pngconf|jpeglib|turbojpeg|tiff|tiffio|ImathBox|gd)\\.h$" \
       "|^sys/(termios|ttydefaults)\\.h$|^(slurm|ncursesw|OpenEXR|Imath|OpenImageIO|webp|libpng[0-9]*)/"
   }
   /^[ \t]*#[ \t]*include[ \t]*[<"]/ {
@@ -51,6 +53,7 @@ awk '
     if (quoted && to == "") { breach("includes \"" line "\" by a path that does not begin at the root"); next }
     if (to != "" && index(" " may[from] " ", " " to " ") == 0) breach(from " includes " line)
     if (to == "" && from != "trovik" && line ~ outside) breach("<" line "> belongs inside trovik/")
+    if (line ~ database && FILENAME !~ /^trovik\/queue\//) breach("<" line "> belongs inside trovik/queue/")
   }
   END { exit found }
 ' "${files[@]}"

@@ -23,7 +23,7 @@ good_tree() {
   plant host/application/Job.h <<<'#include "host/foundation/String.h"'
   plant job/TessivarJob.h <<<'#include "host/application/Job.h"'
   plant module/Tessivar.cpp <<<'#include "job/TessivarJob.h"'
-  printf '%s\n' '#include "trovik/Queue.h"' '#include <sqlite3.h>' '#include "host/Application.h"' | plant trovik/Queue.cpp
+  printf '%s\n' '#include "trovik/Queue.h"' '#include <sqlite3.h>' '#include "host/Application.h"' | plant trovik/queue/Store.cpp
   plant trovik/Queue.h </dev/null
 }
 
@@ -57,7 +57,9 @@ breach job/Other.cpp '#include "trovik/Queue.h"' 'job includes trovik/Queue.h'
 breach module/Other.cpp '#include "trovik/Queue.h"' 'module includes trovik/Queue.h'
 breach trovik/Main.cpp '#include "module/Tessivar.h"' 'trovik includes module/Tessivar.h'
 breach trovik/Main.cpp '#include "job/TessivarJob.h"' 'trovik includes job/TessivarJob.h'
-breach host/application/Core.cpp '#include <sqlite3.h>' '<sqlite3.h> belongs inside trovik/'
+breach host/application/Core.cpp '#include <sqlite3.h>' '<sqlite3.h> belongs inside trovik/queue/'
+breach trovik/Main.cpp '#include <sqlite3.h>' '<sqlite3.h> belongs inside trovik/queue/'
+breach trovik/Main.cpp '#include <SQLiteCpp/Database.h>' '<SQLiteCpp/Database.h> belongs inside trovik/queue/'
 breach job/Other.cpp '#include <slurm/slurm.h>' '<slurm/slurm.h> belongs inside trovik/'
 breach module/Other.cpp '#include <png.h>' '<png.h> belongs inside trovik/'
 breach host/foundation/Tty.cpp '#include <termios.h>' '<termios.h> belongs inside trovik/'

@@ -138,10 +138,11 @@ TEST(PlainProgress, SeveralJobsInOneRunAreToldApart) {
   RunSummary summary = mixedSummary();
   summary.info.job = 7;
   progress.runEnded(summary);
-  EXPECT_EQ(screen.all(), "job 7  started  4\njob 7  image  /s/a.png\njob 7  finished  4  2.0 s\n"
-                          "job 7  19 of 24 frames good, 1 failed, 4 not done, in 1 min 23 s\n"
-                          "failed  7  Exit code 1\nnot done  21-24\nimages  19 in /s/images\n"
-                          "logs  /logs/run\nTo do the rest, give \"trovik retry 7\"\n");
+  EXPECT_EQ(screen.all(),
+            "job 7  started  4\njob 7  image  /s/a.png\njob 7  finished  4  2.0 s\n"
+            "job 7  19 of 24 frames good, 1 failed, 4 not done, in 1 min 23 s\n"
+            "failed  7  Exit code 1\nnot done  21-24\nimages  19 in /s/images\n"
+            "logs  /logs/run\nTo do the rest, give \"trovik retry 7\" and \"trovik engine --job 7\"\n");
 }
 
 TEST(PlainProgress, PartsOfAPacketThatAreGoodAreTold) {

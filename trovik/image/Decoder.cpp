@@ -285,13 +285,20 @@ void decodeInto(Inspection& inspection, const std::string& file, PixelSink* sink
       throw Problem{flaw};
     }
   };
+  if (std::strcmp(input->format_name(), "softimage") == 0) {
+    requireSoundness(); // this reader goes on, and crashes, where a file ends early
+  }
   try {
     decodeParts(*input, sink);
   } catch (const Problem& problem) {
-    if (problem.text.empty()) {
-      requireSoundness(); // tells more
+    if (!problem.text.empty()) {
+      throw;
     }
-    throw;
+    requireSoundness(); // tells more
+    // This reader knows bitmaps as text only with blanks between the digits.
+    if (std::strcmp(input->format_name(), "pnm") != 0) {
+      throw;
+    }
   }
   requireSoundness();
 }
@@ -351,7 +358,7 @@ ImageSpec describe(const std::string& file) {
 std::string damageText(const std::string& reason, const std::string& file) {
   std::string text = reason;
   for (const std::string& name :
-       {" (\"" + file + "\")", " \"" + file + '"', '"' + file + "\" ", file + ' '}) {
+       {" (\"" + file + "\")", " \"" + file + '"', '"' + file + "\": ", '"' + file + "\" ", file + ' '}) {
     for (std::size_t at = text.find(name); at != std::string::npos; at = text.find(name, at)) {
       text.erase(at, name.size());
     }

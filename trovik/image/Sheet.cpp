@@ -56,11 +56,19 @@ std::string shortened(const std::string& note) {
              : note;
 }
 
+SheetReport opens(std::size_t cell) {
+  SheetReport report;
+  report.kind = SheetReport::Kind::Opens;
+  report.cell = cell;
+  return report;
+}
+
 /// The shape that most images have; 0 when there is none to be seen.
-double commonAspect(const SheetPlan& plan) {
+double commonAspect(const SheetPlan& plan, const SheetListener& listener) {
   std::map<long, std::size_t> shapes; // in thousandths
-  for (const SheetCell& cell : plan.cells) {
-    if (cell.state == CellState::Good && !cell.file.empty()) {
+  for (std::size_t i = 0; i < plan.cells.size(); ++i) {
+    const SheetCell& cell = plan.cells[i];
+    if (cell.state == CellState::Good && !cell.file.empty() && listener(opens(i))) {
       const double aspect = aspectOf(describe(cell.file));
       if (aspect > 0.0) {
         ++shapes[std::lround(std::min(aspect, 1000.0) * 1000.0)];
@@ -269,7 +277,7 @@ bool drawSheet(SheetPlan plan, const std::string& file, Lettering& letters, cons
                          : "a sheet holds at most " + std::to_string(sheetCellLimit) + " cells"));
     return false;
   }
-  SheetLayout layout = layoutOf(plan, commonAspect(plan));
+  SheetLayout layout = layoutOf(plan, commonAspect(plan, listener));
   SheetPaint measure(1, 1, ground, letters);
   addHeader(layout, Drawing(plan, layout, measure).header(false));
   if (static_cast<std::uint64_t>(layout.width) * static_cast<std::uint64_t>(layout.height) >
@@ -287,6 +295,9 @@ bool drawSheet(SheetPlan plan, const std::string& file, Lettering& letters, cons
   }
   Drawing drawing(plan, layout, paint);
   for (std::size_t i = 0; i < plan.cells.size(); ++i) {
+    if (!listener(opens(i))) {
+      return false;
+    }
     drawing.cell(i);
     report.kind = SheetReport::Kind::Cell;
     report.cell = i;

@@ -7,6 +7,7 @@
 #include <functional>
 #include <optional>
 #include <set>
+#include <vector>
 
 // Decoders are built to show as much of a file as they can, so some of them
 // take what is missing as black: OpenImageIO reads a DPX or PNM file that was
@@ -286,7 +287,10 @@ void requirePnmNumbers(Bytes& bytes, std::uint64_t count, bool digits) {
   bool inside = false;
   while (count > 0) {
     const unsigned byte = bytes.next();
-    const bool digit = byte >= '0' && byte <= '9';
+    const bool digit = byte >= '0' && byte <= (digits ? '1' : '9');
+    if (!digit && !isBlank(byte)) {
+      throw Flaw{"something else than numbers among the pixels"};
+    }
     if (digit && (digits || !inside)) {
       --count;
     }
@@ -389,6 +393,53 @@ void checkCineon(Bytes& bytes) {
   requireBytes(bytes, offset, product({lineBytes(width * channels, bits, filled), height}));
 }
 
+/// One line of one packet of channels, as runs and single pixels.
+void skipSoftimageRuns(Bytes& bytes, std::uint64_t width, std::uint64_t channels, bool mixed) {
+  for (std::uint64_t done = 0; done < width;) {
+    const std::uint64_t code = bytes.next();
+    if (mixed && code < 128) {
+      bytes.skip((code + 1) * channels);
+      done += code + 1;
+    } else {
+      const std::uint64_t run = !mixed ? code : code == 128 ? bytes.number(2) : code - 127;
+      if (run == 0) {
+        throw Flaw{"a run of no pixels"};
+      }
+      bytes.skip(channels);
+      done += run;
+    }
+  }
+}
+
+// The decoder takes the lines that are missing for the last one it has.
+void checkSoftimage(Bytes& bytes) {
+  struct Packet {
+    unsigned type = 0;
+    std::uint64_t channels = 0;
+  };
+  const std::uint64_t width = bytes.numberAt(92, 2);
+  const std::uint64_t height = bytes.number(2);
+  bytes.skip(8);
+  std::vector<Packet> packets;
+  for (bool more = true; more;) {
+    more = bytes.next() != 0;
+    bytes.skip(1);
+    Packet packet;
+    packet.type = bytes.next();
+    packet.channels = static_cast<std::uint64_t>(__builtin_popcount(bytes.next() >> 4U));
+    packets.push_back(packet);
+  }
+  for (std::uint64_t line = 0; line < height; ++line) {
+    for (const Packet& packet : packets) {
+      if (packet.type == 0) {
+        bytes.skip(width * packet.channels);
+      } else {
+        skipSoftimageRuns(bytes, width, packet.channels, packet.type == 2);
+      }
+    }
+  }
+}
+
 // The decoder reads chunks until there are no more.
 void checkIff(Bytes& bytes) {
   bytes.skip(4);
@@ -454,7 +505,7 @@ void checkZfile(Bytes& bytes, int width, int height) {
 
 std::string structureProblem(std::string_view format, const std::string& file, int width, int height) {
   using Check = std::function<void(Bytes&)>;
-  const std::array<std::pair<std::string_view, Check>, 10> checks = {{
+  const std::array<std::pair<std::string_view, Check>, 11> checks = {{
       {"jpeg", checkJpeg},
       {"png", checkPng},
       {"gif", checkGif},
@@ -463,6 +514,7 @@ std::string structureProblem(std::string_view format, const std::string& file, i
       {"dpx", checkDpx},
       {"cineon", checkCineon},
       {"iff", checkIff},
+      {"softimage", checkSoftimage},
       {"jpeg2000", checkJpeg2000},
       {"heif", checkBoxes},
   }};

@@ -98,6 +98,10 @@ void Database::begin() {
   broken_ = false;
 }
 
+void Database::beginReading() {
+  Query(*this, "BEGIN").run();
+}
+
 void Database::commit() {
   Query(*this, "COMMIT").run();
   inside_ = false;

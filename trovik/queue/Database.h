@@ -66,6 +66,21 @@ public:
     }
     syncSometimes();
   }
+  /// Runs several questions on one state of the queue.
+  template <typename Action> void read(Action action) {
+    if (inside_) {
+      action();
+      return;
+    }
+    beginReading();
+    try {
+      action();
+    } catch (...) {
+      rollback();
+      throw;
+    }
+    rollback(); // nothing was written
+  }
   bool isInTransaction() const { return inside_; }
   /// The ID of the row that was inserted last.
   std::int64_t lastId() const { return connection_.getLastInsertRowid(); }
@@ -86,6 +101,7 @@ private:
 
   SQLite::Database open(const Path& file) const;
   void begin();
+  void beginReading();
   void commit();
   void rollback() noexcept;
   void refuseBroken() const;

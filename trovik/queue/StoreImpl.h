@@ -62,6 +62,8 @@ public:
   void findReady(std::size_t count, std::optional<JobId> only, const std::vector<JobId>& without,
                  std::vector<Claim>& claims, std::vector<JobId>* waiting = nullptr);
 
+  void summarize(const JobRecord& job, const JobFrames& frames, RunSummary& summary);
+
   /// Engines that have not left; their locks tell which of them live.
   std::vector<EngineId> aliveEngines();
   std::vector<AttemptId> runningOf(EngineId engine);

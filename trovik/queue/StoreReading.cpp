@@ -196,36 +196,39 @@ void addImages(Database& database, JobId job, RunSummary& summary) {
 
 RunSummary Store::summary(JobId id) {
   RunSummary summary;
-  const std::optional<JobRecord> record = job(id);
-  if (!record) {
-    return summary;
-  }
-  const JobFrames stand = frames(id);
+  impl_->database.read([&] {
+    if (const std::optional<JobRecord> record = job(id)) {
+      impl_->summarize(*record, frames(id), summary);
+    }
+  });
+  return summary;
+}
+
+void Store::Impl::summarize(const JobRecord& record, const JobFrames& stand, RunSummary& summary) {
   RunInfo& info = summary.info;
-  info.job = id;
-  info.name = record->name;
-  info.type = record->typeName;
-  info.scene = record->scene;
-  info.range = record->range;
-  info.hasFrames = record->hasFrames;
+  info.job = record.id;
+  info.name = record.name;
+  info.type = record.typeName;
+  info.scene = record.scene;
+  info.range = record.range;
+  info.hasFrames = record.hasFrames;
   info.works = stand.works();
-  info.logs = Path(record->logs);
+  info.logs = Path(record.logs);
   summary.good = stand.good;
   summary.failed = stand.failed;
   for (const RunSet* set : {&stand.ready, &stand.running, &stand.canceled}) {
     summary.notDone.add(*set);
   }
   info.frames =
-      record->hasFrames ? summary.good.count() + summary.failed.count() + summary.notDone.count() : 1;
+      record.hasFrames ? summary.good.count() + summary.failed.count() + summary.notDone.count() : 1;
   summary.goodWorks = stand.goodWorks;
   summary.failedWorks = stand.failedWorks;
   summary.notDoneWorks = stand.readyWorks + stand.runningWorks + stand.canceledWorks;
-  addFailures(impl_->database, id, summary);
-  addImages(impl_->database, id, summary);
-  if (record->started) {
-    summary.duration = std::max(record->ended.value_or(now()) - *record->started, Moment::duration(0));
+  addFailures(database, record.id, summary);
+  addImages(database, record.id, summary);
+  if (record.started) {
+    summary.duration = std::max(record.ended.value_or(now()) - *record.started, Moment::duration(0));
   }
-  return summary;
 }
 
 } // namespace trovik

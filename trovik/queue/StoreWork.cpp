@@ -39,7 +39,8 @@ Rest restOf(const Outcome& outcome, const Settling& settling, int tries, int los
     rest.state = again ? WorkState::Ready : WorkState::Failed;
   } else if (settling.canceling) {
     rest.state = WorkState::Canceled;
-  } else if (outcome.state == AttemptState::Lost && losses + 1 >= std::max(lossesAllowed, settling.retries + 1)) {
+  } else if (outcome.state == AttemptState::Lost &&
+             losses + 1 >= std::max(lossesAllowed, settling.retries + 1)) {
     rest.state = WorkState::Failed;
   }
   if (outcome.state == AttemptState::Lost) {
@@ -94,6 +95,12 @@ std::string stopNote(std::int64_t count, const std::string& reason) {
 std::vector<Claim> Store::claim(EngineId engine, std::size_t count, std::optional<JobId> only,
                                 const std::vector<JobId>& without) {
   std::vector<Claim> claims;
+  if (!impl_->entered.contains(engine)) {
+    // Nobody would take up its works when this process dies.
+    throw StoreError{StoreError::Kind::Other,
+                     "Engine " + std::to_string(engine) + " is none of this process, so it cannot take works",
+                     ""};
+  }
   if (!impl_->database.isInTransaction()) {
     // An idle engine need not take the right to write.
     impl_->findReady(1, only, without, claims);

@@ -146,7 +146,7 @@ TEST_F(FileCheck, ModulesOwnJudgeOfAFileIsHeard) {
         Set(p_Note, "I do not like it");
         return k_StatusFailed;
       }
-      return RenderJob::DoCheckFile(file, result);
+      return TestJob::DoCheckFile(file, result);
     }
   };
   Strict job;
@@ -168,7 +168,7 @@ TEST_F(FileCheck, FilesThatCouldNotAllBeLookedAtAreNoneAtAll) {
       if (file.Leaf(true) == "b.png") {
         RaiseException("Raising", k_ErrorSyntax, "the moon is full");
       }
-      return RenderJob::DoCheckFile(file, result);
+      return TestJob::DoCheckFile(file, result);
     }
   };
   Raising job;
@@ -212,6 +212,22 @@ TEST_F(FileCheck, BadFileIsToldBeforeAMissingFrame) {
   job.ProcessNewFilename(In("a_3.png"));
   EXPECT_EQ(job.CheckFiles(7), 5);
   EXPECT_EQ(job.Note(), "Missing file: " + In("a_3.png").Text());
+}
+
+TEST_F(FileCheck, NumbersOfTheFoldersOfAllFramesAreNone) {
+  TestJob& job = Started();
+  job.SetParameter(p_StartDirectory, MakeFolder("s3").Text());
+  job.SetParameter(p_OutputFolder, "../v4");
+  job.SetParameter(p_SubRange, "3-6");
+  ProcessStart start;
+  ASSERT_TRUE(job.PrepareWork(start)) << job.Note();
+  EXPECT_EQ(job.FrameOf(In("s3/movie.mov")), std::nullopt);
+  EXPECT_EQ(job.FrameOf(In("s3/../v4/movie.mov")), std::nullopt);
+  EXPECT_EQ(job.FrameOf(In("v4/movie.mov")), 4); // another folder by its name
+  job.SetParameter(p_OutputFolder, In("v4").Text());
+  EXPECT_EQ(job.FrameOf(In("v4/movie.mov")), std::nullopt);
+  EXPECT_EQ(job.FrameOf(In("v4/5/left.png")), 5);
+  EXPECT_EQ(job.FrameOf(In("v4_5/left.png")), 5);
 }
 
 TEST_F(FileCheck, ManyHolesAreNotAllListed) {

@@ -206,6 +206,8 @@ TEST_F(Follower, AStoppedJobIsOverWhenItsLastWorkHasEnded) {
 /// A machine whose every wait is a step of the test.
 class Steps final : public Machine, public InterruptSource {
 public:
+  std::size_t killOrphans(const Orphans& /*orphans*/) override { return 0; }
+  bool byUser() const override { return true; }
   std::deque<std::function<void()>> steps;
   int interrupts = 0;
 

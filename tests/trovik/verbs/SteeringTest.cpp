@@ -55,6 +55,7 @@ TEST_F(Retry, FramesThatTheJobDoesNotHaveAreRefused) {
 TEST_F(Retry, MissingTakesTheFramesWhoseFilesAreGone) {
   store.submit(jobOf("1,2,3"));
   workOff(); // writes nothing
+  setenv("TROVIK_IMAGE_HELPER", IMAGE_HELPER, 1);
   Options options = optionsFor({"1"});
   options.missing = true;
   EXPECT_EQ(call(retryJobs, options).out, "job 1  3 frames to do: 1-3\n");

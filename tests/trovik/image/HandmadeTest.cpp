@@ -1,0 +1,232 @@
+#include "trovik/image/Check.h"
+#include "trovik/image/Limits.h"
+
+#include "tests/trovik/TemporaryDirectory.h"
+#include "tests/trovik/image/Images.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+// Files that no library here writes, built byte by byte.
+
+namespace trovik {
+namespace {
+
+std::string big(std::uint64_t value, int bytes) {
+  std::string out;
+  for (int i = bytes - 1; i >= 0; --i) {
+    out += static_cast<char>(value >> (8U * static_cast<unsigned>(i)) & 0xffU);
+  }
+  return out;
+}
+
+std::string little(std::uint64_t value, int bytes) {
+  const std::string reversed = big(value, bytes);
+  return {reversed.rbegin(), reversed.rend()};
+}
+
+std::string noise(std::size_t count) {
+  std::string out;
+  for (std::size_t i = 0; i < count; ++i) {
+    out += static_cast<char>(noiseAt(static_cast<int>(i), 7, 1) * 255.0F);
+  }
+  return out;
+}
+
+std::string zeros(std::size_t count) {
+  std::string out;
+  out.resize(count);
+  return out;
+}
+
+std::uint32_t crcOf(const std::string& text) {
+  std::uint32_t crc = 0xffffffffU;
+  for (const char character : text) {
+    crc ^= static_cast<unsigned char>(character);
+    for (int bit = 0; bit < 8; ++bit) {
+      crc = (crc & 1U) != 0 ? crc >> 1U ^ 0xedb88320U : crc >> 1U;
+    }
+  }
+  return ~crc;
+}
+
+std::string pngChunk(const std::string& type, const std::string& data) {
+  return big(data.size(), 4) + type + data + big(crcOf(type + data), 4);
+}
+
+std::string pngHeader(std::uint32_t width, std::uint32_t height, int interlace) {
+  return "\x89PNG\r\n\x1a\n" + pngChunk("IHDR", big(width, 4) + big(height, 4) + big(8, 1) + big(2, 1) +
+                                                    zeros(2) + big(static_cast<std::uint64_t>(interlace), 1));
+}
+
+/// A PNG in seven passes, its data stored without compression.
+std::string interlacedPng(int width, int height) {
+  constexpr std::array<std::array<int, 4>, 7> passes = {
+      {{0, 0, 8, 8}, {4, 0, 8, 8}, {0, 4, 4, 8}, {2, 0, 4, 4}, {0, 2, 2, 4}, {1, 0, 2, 2}, {0, 1, 1, 2}}};
+  std::string raw;
+  for (const auto& [x, y, stepX, stepY] : passes) {
+    const auto columns = static_cast<std::size_t>((width - x + stepX - 1) / stepX);
+    for (int row = y; row < height; row += stepY) {
+      raw += zeros(1) + noise(columns * 3);
+    }
+  }
+  std::uint32_t first = 1;
+  std::uint32_t second = 0;
+  for (const char character : raw) {
+    first = (first + static_cast<unsigned char>(character)) % 65521U;
+    second = (second + first) % 65521U;
+  }
+  std::string stream = "\x78\x01";
+  for (std::size_t at = 0; at < raw.size(); at += 10000) {
+    const std::string block = raw.substr(at, 10000);
+    stream +=
+        big(at + 10000 >= raw.size() ? 1 : 0, 1) + little(block.size(), 2) + little(~block.size(), 2) + block;
+  }
+  return pngHeader(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height), 1) +
+         pngChunk("IDAT", stream + big(second << 16U | first, 4)) + pngChunk("IEND", "");
+}
+
+std::string psd() {
+  return "8BPS" + big(1, 2) + zeros(6) + big(3, 2) + big(97, 4) + big(129, 4) + big(8, 2) + big(3, 2) +
+         zeros(12) + big(0, 2) + noise(std::size_t{129} * 97 * 3);
+}
+
+std::string softimage() {
+  return big(0x5380f634, 4) + big(0x40600000, 4) + zeros(80) + "PICT" + big(129, 2) + big(97, 2) +
+         big(0x3f800000, 4) + big(3, 2) + zeros(2) + big(0, 1) + big(8, 1) + big(0, 1) + big(0xe0, 1) +
+         noise(std::size_t{129} * 97 * 3);
+}
+
+/// Red and green in runs of up to three hundred, blue in runs and single pixels.
+std::string softimageRuns() {
+  std::string out = big(0x5380f634, 4) + big(0x40600000, 4) + zeros(80) + "PICT" + big(129, 2) + big(97, 2) +
+                    big(0x3f800000, 4) + big(3, 2) + zeros(2) + big(1, 1) + big(8, 1) + big(2, 1) +
+                    big(0xc0, 1) + big(0, 1) + big(8, 1) + big(2, 1) + big(0x20, 1);
+  for (int line = 0; line < 97; ++line) {
+    out += big(128, 1) + big(129, 2) + noise(2);
+    out += big(99, 1) + noise(100) + big(127 + 29, 1) + noise(1);
+  }
+  return out;
+}
+
+std::string dds() {
+  return "DDS " + little(124, 4) + little(0x100f, 4) + little(97, 4) + little(129, 4) + little(129 * 3, 4) +
+         zeros(52) + little(32, 4) + little(0x40, 4) + zeros(4) + little(24, 4) + little(0xff0000, 4) +
+         little(0xff00, 4) + little(0xff, 4) + zeros(4) + little(0x1000, 4) + zeros(16) +
+         noise(std::size_t{129} * 97 * 3);
+}
+
+std::string floatMap() {
+  std::string out = "PF\n129 97\n-1.0\n";
+  for (int i = 0; i < 129 * 97 * 3; ++i) {
+    const float value = noiseAt(i, 1, 1);
+    char bytes[sizeof value];
+    std::memcpy(bytes, &value, sizeof value);
+    out.append(bytes, sizeof value);
+  }
+  return out;
+}
+
+/// Three channels of 10 bits, three to a word.
+std::string cineon() {
+  std::string header = big(0x802a5fd7, 4) + big(2048, 4) + big(1024, 4) + big(1024, 4) + zeros(4) +
+                       big(2048 + 129 * 97 * 4, 4) + "V4.5" + zeros(164);
+  header += big(0, 1) + big(3, 1) + zeros(2);
+  for (int channel = 0; channel < 8; ++channel) {
+    const bool used = channel < 3;
+    header += big(0, 1) + big(used ? static_cast<std::uint64_t>(channel) + 1 : 0, 1) + big(used ? 10 : 0, 1) +
+              zeros(1) + big(used ? 129 : 0, 4) + big(used ? 97 : 0, 4) + zeros(16);
+  }
+  header.resize(680, '\0');
+  header += big(0, 1) + big(5, 1);
+  header.resize(2048, '\0');
+  return header + noise(std::size_t{129} * 97 * 4);
+}
+
+std::string portableBits() {
+  return "P4\n# a comment\n129 97\n" + noise(std::size_t{17} * 97);
+}
+
+std::string portableBitsAsText() {
+  std::string out = "P1\n129 97\n";
+  for (int i = 0; i < 129 * 97; ++i) {
+    out += noiseAt(i, 1, 1) < 0.5F ? "0" : "1";
+    out += i % 60 == 59 ? "\n" : "";
+  }
+  return out;
+}
+
+Inspection inspect(const std::string& file, bool refuseFlat = false) {
+  image::limitLibrary();
+  return image::check({file, refuseFlat});
+}
+
+struct Handmade {
+  std::string leaf;
+  std::string bytes;
+};
+
+class HandmadeImage : public testing::TestWithParam<Handmade> {};
+
+TEST_P(HandmadeImage, IsGoodWhenWholeAndEveryCutIsFound) {
+  const TemporaryDirectory directory;
+  const std::string& whole = GetParam().bytes;
+  const Inspection good = inspect(directory.write(GetParam().leaf, whole));
+  EXPECT_EQ(good.problem, "");
+  EXPECT_TRUE(good.image);
+  EXPECT_EQ(good.width, 129);
+  EXPECT_EQ(good.height, 97);
+  for (const std::size_t size :
+       {whole.size() / 10, whole.size() / 2, whole.size() * 9 / 10, whole.size() - 1}) {
+    const Inspection cut = inspect(directory.write(GetParam().leaf, whole.substr(0, size)));
+    EXPECT_TRUE(cut.problem.starts_with("Truncated or damaged image (")) << size << ' ' << cut.problem;
+  }
+}
+
+std::string handmadeName(const testing::TestParamInfo<Handmade>& info) {
+  std::string name = info.param.leaf;
+  std::replace(name.begin(), name.end(), '.', '_');
+  return name;
+}
+INSTANTIATE_TEST_SUITE_P(Of, HandmadeImage,
+                         testing::Values(Handmade{"interlaced.png", interlacedPng(129, 97)},
+                                         Handmade{"a.psd", psd()}, Handmade{"a.pic", softimage()},
+                                         Handmade{"runs.pic", softimageRuns()}, Handmade{"a.dds", dds()},
+                                         Handmade{"a.pfm", floatMap()}, Handmade{"a.cin", cineon()},
+                                         Handmade{"bits.pbm", portableBits()},
+                                         Handmade{"text.pbm", portableBitsAsText()}),
+                         handmadeName);
+
+TEST(Bomb, OfManyPixelsIsRefusedWithoutDecoding) {
+  const TemporaryDirectory directory;
+  EXPECT_EQ(inspect(directory.write("a.ppm", "P6\n1000000 1000000\n255\n")).problem,
+            "Truncated or damaged image (it says that it has 1000000 x 1000000 pixels of 3 channels)");
+  const std::string png =
+      inspect(directory.write("a.png", pngHeader(1000000, 1000000, 1) + pngChunk("IDAT", "\x78\x01") +
+                                           pngChunk("IEND", "")))
+          .problem;
+  EXPECT_TRUE(png.starts_with("Truncated or damaged image (")) << png;
+  const std::string psdBomb =
+      inspect(directory.write("a.psd", psd().replace(14, 8, big(300000, 4) + big(300000, 4)))).problem;
+  EXPECT_TRUE(psdBomb.starts_with("Truncated or damaged image (")) << psdBomb;
+}
+
+TEST(Bomb, OfOneLineIsRefusedBeforeItTakesMemory) {
+  const TemporaryDirectory directory;
+  EXPECT_EQ(inspect(directory.write("a.ppm", "P6\n500000000 2\n255\n")).problem,
+            "Truncated or damaged image (it says that it has 500000000 x 2 pixels of 3 channels)");
+}
+
+TEST(Structure, EndlessChainsEnd) {
+  const TemporaryDirectory directory;
+  // A directory of a TIFF file that names itself as the next one.
+  const std::string loop = std::string("II") + little(42, 2) + little(8, 4) + little(0, 2) + little(8, 4);
+  const Inspection inspection = inspect(directory.write("a.tif", loop + zeros(300)));
+  EXPECT_TRUE(inspection.problem.starts_with("Truncated or damaged image (")) << inspection.problem;
+}
+
+} // namespace
+} // namespace trovik

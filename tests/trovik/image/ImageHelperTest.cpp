@@ -1,0 +1,165 @@
+#include "trovik/ImageHelper.h"
+
+#include "tests/trovik/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <unistd.h>
+
+namespace trovik {
+namespace {
+
+using std::chrono::seconds;
+
+/// A helper with a clock that stands still.
+class ImageHelperTest : public testing::Test {
+protected:
+  Clock::time_point now{seconds(1000)};
+  ImageHelper helper{Path(FAKE_IMAGE_HELPER), [this] { return now; }, seconds(120)};
+  std::vector<std::string> problems;
+  std::vector<int> processes;
+
+  void ask(const std::string& file, bool refuseFlat = false) {
+    helper.ask(Path(file), refuseFlat, [this](const Inspection& inspection) {
+      problems.push_back(inspection.problem);
+      processes.push_back(inspection.width);
+    });
+  }
+
+  /// Waits for so many answers, for at most half a minute of real time.
+  void waitFor(std::size_t count) {
+    const Clock::time_point end = Clock::now() + seconds(30);
+    while (problems.size() < count && Clock::now() < end) {
+      pollfd entry{helper.descriptor(), POLLIN, 0};
+      poll(&entry, 1, 1000);
+      helper.advance(now);
+    }
+    ASSERT_EQ(problems.size(), count);
+  }
+};
+
+using Problems = std::vector<std::string>;
+
+TEST_F(ImageHelperTest, NothingIsAwaitedBeforeTheFirstQuestion) {
+  EXPECT_EQ(helper.descriptor(), -1);
+  EXPECT_EQ(helper.deadline(), std::nullopt);
+  helper.advance(now);
+}
+
+TEST_F(ImageHelperTest, AnswersComeInTheOrderOfTheQuestionsFromOneProcess) {
+  ask("a");
+  ask("b", true);
+  ask("c\xff\n");
+  EXPECT_GE(helper.descriptor(), 0);
+  EXPECT_EQ(helper.deadline(), now + seconds(120));
+  waitFor(3);
+  EXPECT_EQ(problems[0], "a");
+  EXPECT_EQ(problems[1], "flat b");
+  EXPECT_EQ(problems[2].substr(0, 1), "c");
+  EXPECT_EQ(processes[0], processes[2]);
+  EXPECT_EQ(helper.descriptor(), -1);
+  EXPECT_EQ(helper.deadline(), std::nullopt);
+}
+
+TEST_F(ImageHelperTest, AnAnswerMayAskAgain) {
+  helper.ask(Path("first"), false, [this](const Inspection&) { ask("second"); });
+  ask("third");
+  waitFor(2);
+  EXPECT_EQ(problems, (Problems{"third", "second"}));
+}
+
+TEST_F(ImageHelperTest, AFileThatItDiesOfTwiceHasAProblemAndTheNextIsAnswered) {
+  ask("a");
+  ask("crash");
+  ask("b");
+  waitFor(3);
+  EXPECT_EQ(problems, (Problems{"a", "The image library crashed on it", "b"}));
+  EXPECT_NE(processes[0], processes[2]);
+}
+
+TEST_F(ImageHelperTest, AFileThatItDiesOfOnceIsTriedAgain) {
+  const TemporaryDirectory directory;
+  ask(directory.file("crash-once"));
+  waitFor(1);
+  EXPECT_EQ(problems, Problems{directory.file("crash-once")});
+}
+
+TEST_F(ImageHelperTest, OneThatWasKilledWhileItWaitedIsStartedAnew) {
+  ask("a");
+  waitFor(1);
+  ASSERT_EQ(kill(processes[0], SIGKILL), 0);
+  ask("b");
+  waitFor(2);
+  EXPECT_EQ(problems, (Problems{"a", "b"}));
+}
+
+TEST_F(ImageHelperTest, AFileThatTakesForEverIsGivenUp) {
+  const TemporaryDirectory directory;
+  ask(directory.file("hang"));
+  ask("b");
+  now += seconds(119);
+  helper.advance(now);
+  EXPECT_TRUE(problems.empty());
+  now += seconds(1);
+  helper.advance(now);
+  EXPECT_EQ(problems, Problems{"Could not be decoded within 120 s"});
+  EXPECT_EQ(helper.deadline(), now + seconds(120));
+  waitFor(2);
+  EXPECT_EQ(problems.back(), "b");
+}
+
+TEST_F(ImageHelperTest, WhatIsNoAnswerIsQuoted) {
+  ask("garbage");
+  ask("b");
+  waitFor(2);
+  EXPECT_EQ(problems, (Problems{"Cannot be looked into: \"" FAKE_IMAGE_HELPER
+                                "\" said \"error while loading shared libraries: libpicture.so\"",
+                                "b"}));
+}
+
+TEST_F(ImageHelperTest, TalkWithoutEndIsGivenUp) {
+  ask("flood");
+  ask("b");
+  waitFor(2);
+  EXPECT_EQ(problems, (Problems{"The image library crashed on it", "b"}));
+}
+
+TEST_F(ImageHelperTest, AnExitIsToldWithItsCode) {
+  ask("exit");
+  waitFor(1);
+  EXPECT_EQ(problems, Problems{"Cannot be looked into: \"" FAKE_IMAGE_HELPER "\" ended with exit code 3"});
+}
+
+TEST(ImageHelper, OneThatCannotBeStartedIsAProblemOfEachFile) {
+  ImageHelper helper(Path("/nowhere/trovik-image"));
+  const std::vector<Inspection> inspections = inspectAll(helper, {Path("a"), Path("b")}, false);
+  ASSERT_EQ(inspections.size(), 2U);
+  for (const Inspection& inspection : inspections) {
+    EXPECT_EQ(inspection.problem,
+              "Cannot be looked into: cannot start \"/nowhere/trovik-image\": No such file or directory");
+  }
+}
+
+TEST(ImageHelper, AllAreInspectedInTheirOrder) {
+  ImageHelper helper{Path(FAKE_IMAGE_HELPER)};
+  const std::vector<Inspection> inspections = inspectAll(helper, {Path("a"), Path("crash"), Path("c")}, true);
+  ASSERT_EQ(inspections.size(), 3U);
+  EXPECT_EQ(inspections[0].problem, "flat a");
+  EXPECT_EQ(inspections[1].problem, "The image library crashed on it");
+  EXPECT_EQ(inspections[2].problem, "flat c");
+  EXPECT_TRUE(inspectAll(helper, {}, false).empty());
+}
+
+TEST(ImageHelper, ItsProcessEndsWithIt) {
+  int process = 0;
+  {
+    ImageHelper helper{Path(FAKE_IMAGE_HELPER)};
+    process = inspectAll(helper, {Path("a")}, false).front().width;
+    ASSERT_EQ(kill(process, 0), 0);
+  }
+  EXPECT_NE(kill(process, 0), 0);
+}
+
+} // namespace
+} // namespace trovik

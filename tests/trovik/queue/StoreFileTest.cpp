@@ -1,0 +1,402 @@
+#include "tests/trovik/queue/QueueTest.h"
+#include "trovik/RunEvents.h"
+#include "trovik/queue/Database.h"
+#include "trovik/queue/NetworkFileSystem.h"
+#include "trovik/queue/Schema.h"
+#include "trovik/queue/Statements.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include <array>
+#include <chrono>
+#include <cstring>
+#include <dlfcn.h>
+#include <filesystem>
+#include <functional>
+#include <unistd.h>
+
+namespace {
+
+// Counts the syncs of the queue's log: SQLite calls this one instead of the
+// system library's.
+std::size_t logSyncs = 0;
+
+} // namespace
+
+extern "C" int fdatasync(int descriptor) {
+  const std::string name =
+      std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor)).string();
+  if (name.ends_with("/queue.db-wal")) {
+    ++logSyncs;
+  }
+  static const auto real = reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "fdatasync"));
+  return real(descriptor);
+}
+
+namespace trovik {
+namespace {
+
+// The file of the queue: what it is refused for, how it is brought up to date,
+// what happens when its disk is full, and what is on the disk when.
+
+class StoreFile : public testing::Test {
+protected:
+  std::string databaseFile() const { return directory.file("queue.db"); }
+  StoreError openError(const Store::Settings& settings = {}) const {
+    return storeErrorOf([&] { Store(Path(directory.path()), settings); });
+  }
+  void makeDatabase(const std::string& sql) const {
+    SQLite::Database(databaseFile(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec(sql);
+  }
+  std::int64_t ask(const std::string& sql) const {
+    SQLite::Database database(databaseFile(), SQLite::OPEN_READWRITE);
+    return database.execAndGet(sql).getInt64();
+  }
+
+  TemporaryDirectory directory;
+};
+
+TEST_F(StoreFile, ItsFolderIsMadeWhereItIsMissing) {
+  const std::string folder = directory.file("a/b");
+  const Store store{Path(folder)};
+  EXPECT_TRUE(std::filesystem::exists(folder + "/queue.db"));
+  EXPECT_EQ(store.directory().Text(), folder);
+  EXPECT_EQ(store.logDirectory(7).Text(), folder + "/logs/7");
+}
+
+TEST_F(StoreFile, AFolderThatCannotBeIsSaid) {
+  const std::string inTheWay = directory.write("file", "");
+  const StoreError error = storeErrorOf([&] { Store{Path(inTheWay + "/queue")}; });
+  EXPECT_EQ(error.message, "Cannot make the folder of the queue \"" + inTheWay + "/queue\": Not a directory");
+  EXPECT_EQ(error.hint, "choose another with --state");
+}
+
+TEST_F(StoreFile, AFileThatCannotBeOpenedIsSaid) {
+  directory.makeDirectory("queue.db");
+  const StoreError error = openError();
+  EXPECT_EQ(error.kind, StoreError::Kind::Other);
+  EXPECT_EQ(error.message,
+            "Cannot use the queue \"" + databaseFile() + "\": unable to open database file, Is a directory");
+  EXPECT_EQ(error.hint, "give yourself the right to write there, or choose another directory with --state");
+}
+
+TEST_F(StoreFile, AFolderNamedLikeAnAddressIsAFolder) {
+  const std::string folder = directory.makeDirectory("file:x?mode=memory#\xff");
+  {
+    Store store{Path(folder)};
+    store.submit(jobOf("1"));
+  }
+  EXPECT_EQ(Store{Path(folder)}.jobs().size(), 1U);
+}
+
+TEST_F(StoreFile, ItKeepsWhatWasPutIn) {
+  JobId job = 0;
+  {
+    Store store{Path(directory.path())};
+    job = store.submit(jobOf("1-3"));
+  }
+  Store store{Path(directory.path())};
+  EXPECT_EQ(store.frames(job).ready.text(), "1-3");
+}
+
+TEST_F(StoreFile, WhatIsNoDatabaseIsDamaged) {
+  directory.write("queue.db", std::string(5000, 'x'));
+  const StoreError error = openError();
+  EXPECT_EQ(error.kind, StoreError::Kind::Damaged);
+  EXPECT_EQ(error.message, "The queue is damaged: \"" + databaseFile() + "\" (file is not a database)");
+  EXPECT_EQ(error.hint, "move the file away, and a new queue is begun; logs and images stay where they are");
+}
+
+TEST_F(StoreFile, ACutDatabaseIsDamaged) {
+  {
+    Store store{Path(directory.path())};
+    NewJob job = jobOf("1");
+    for (int frame = 1; frame <= 5000; ++frame) {
+      job.found.push_back({frame, frame});
+    }
+    store.submit(job);
+  }
+  std::filesystem::resize_file(databaseFile(), 8 * 4096);
+  const StoreError error = storeErrorOf([&] {
+    Store store{Path(directory.path())};
+    store.frames(1);
+  });
+  EXPECT_EQ(error.kind, StoreError::Kind::Damaged);
+  EXPECT_EQ(error.message,
+            "The queue is damaged: \"" + databaseFile() + "\" (database disk image is malformed)");
+}
+
+TEST_F(StoreFile, AFileOfNoBytesIsANewQueue) {
+  directory.write("queue.db", "");
+  EXPECT_TRUE(Store{Path(directory.path())}.jobs().empty());
+}
+
+TEST_F(StoreFile, ADatabaseOfAnotherProgramIsRefusedAndLeftAlone) {
+  makeDatabase("CREATE TABLE recipes (name TEXT)");
+  const StoreError error = openError();
+  EXPECT_EQ(error.kind, StoreError::Kind::Damaged);
+  EXPECT_EQ(error.message, "The file \"" + databaseFile() + "\" is a database of another program");
+  EXPECT_EQ(error.hint,
+            "move the file away, and a new queue is begun; or choose another directory with --state");
+  EXPECT_EQ(ask("SELECT count(*) FROM sqlite_schema"), 1);
+}
+
+TEST_F(StoreFile, ANewerVersionIsRefusedAndLeftAlone) {
+  { Store{Path(directory.path())}; }
+  makeDatabase("PRAGMA user_version = 99");
+  const StoreError error = openError();
+  EXPECT_EQ(error.kind, StoreError::Kind::Other);
+  EXPECT_EQ(error.message, "The queue \"" + databaseFile() +
+                               "\" is of version 99; this program knows version " +
+                               std::to_string(schemaSteps().size()));
+  EXPECT_EQ(error.hint, "use the newer program, or another directory with --state");
+  EXPECT_EQ(ask("PRAGMA user_version"), 99);
+}
+
+TEST_F(StoreFile, AVersionThatCannotBeIsDamaged) {
+  { Store{Path(directory.path())}; }
+  makeDatabase("PRAGMA user_version = -3");
+  EXPECT_EQ(openError().message,
+            "The queue is damaged: \"" + databaseFile() + "\" (its version cannot be, -3)");
+}
+
+/// A queue as version 1 leaves it, small.
+constexpr const char* smallVersion1 = R"sql(
+CREATE TABLE queue (id TEXT NOT NULL);
+INSERT INTO queue VALUES ('0123456789abcdef');
+CREATE TABLE jobs (id INTEGER PRIMARY KEY, name TEXT NOT NULL);
+INSERT INTO jobs VALUES (1, 'shot'), (2, 'other');
+PRAGMA application_id = 1416787537;
+PRAGMA user_version = 1;
+)sql";
+
+TEST_F(StoreFile, AnOlderVersionIsBroughtUpStepByStep) {
+  makeDatabase(smallVersion1);
+  Database database(Path(databaseFile()), {});
+  constexpr std::array steps = {
+      "CREATE TABLE never (x)", "ALTER TABLE jobs ADD COLUMN length INTEGER NOT NULL DEFAULT 0",
+      "UPDATE jobs SET length = length(name); CREATE INDEX jobs_length ON jobs (length)"};
+  bringUpToDate(database, steps);
+  EXPECT_EQ(ask("PRAGMA user_version"), 3);
+  EXPECT_EQ(ask("SELECT sum(length) FROM jobs"), 9);
+  EXPECT_EQ(ask("SELECT count(*) FROM sqlite_schema WHERE name = 'never'"), 0);
+  bringUpToDate(database, steps); // nothing is left to do
+  EXPECT_EQ(ask("SELECT sum(length) FROM jobs"), 9);
+}
+
+TEST_F(StoreFile, AStepThatFailsUndoesThoseBeforeIt) {
+  makeDatabase(smallVersion1);
+  Database database(Path(databaseFile()), {});
+  constexpr std::array steps = {"", "ALTER TABLE jobs ADD COLUMN length INTEGER", "UPDATE nowhere SET x = 1"};
+  const StoreError error = storeErrorOf([&] { bringUpToDate(database, steps); });
+  EXPECT_EQ(error.message, "The queue \"" + databaseFile() + "\" failed: no such table: nowhere");
+  EXPECT_EQ(ask("PRAGMA user_version"), 1);
+  EXPECT_EQ(ask("SELECT count(*) FROM pragma_table_info('jobs')"), 2);
+}
+
+TEST_F(StoreFile, TheNumberOfTheFilesKindIsTheOneOfTheTests) {
+  EXPECT_EQ(applicationId, 1416787537); // which smallVersion1 holds
+}
+
+TEST_F(StoreFile, NetworkFileSystemsAreRefused) {
+  Store::Settings settings;
+  settings.networkFileSystem = [](const Path& /*directory*/) { return "NFS"; };
+  const StoreError error = openError(settings);
+  EXPECT_EQ(error.kind, StoreError::Kind::Other);
+  EXPECT_EQ(error.message, "The folder of the queue \"" + directory.path() +
+                               "\" lies on a network file system (NFS), whose locks cannot be trusted");
+  EXPECT_EQ(error.hint, "choose a folder on a local disk with --state");
+  EXPECT_FALSE(std::filesystem::exists(databaseFile()));
+}
+
+TEST_F(StoreFile, NetworkFileSystemsAreKnownByTheirNumberOrMount) {
+  EXPECT_EQ(networkFileSystem(0x6969, ""), "NFS");
+  EXPECT_EQ(networkFileSystem(0xFE534D42, ""), "SMB");
+  EXPECT_EQ(networkFileSystem(0xFF534D42, ""), "SMB");
+  EXPECT_EQ(networkFileSystem(0x517B, ""), "SMB");
+  EXPECT_EQ(networkFileSystem(0x65735546, "fuse.sshfs"), "sshfs");
+  EXPECT_EQ(networkFileSystem(0x65735546, "fuseblk"), "");
+  EXPECT_EQ(networkFileSystem(0x65735546, ""), "");
+  EXPECT_EQ(networkFileSystem(0xEF53, "ext4"), "");
+  EXPECT_EQ(networkFileSystem(0x0BD00BD0, "lustre"), "");
+  EXPECT_EQ(networkFileSystem(Path("/proc")), "");
+  EXPECT_EQ(networkFileSystem(Path("/not/there")), "");
+}
+
+TEST_F(StoreFile, AFullDiskUndoesTheChangeAndTheQueueGoesOnWhenThereIsRoom) {
+  Store::Settings settings;
+  settings.pageLimit = 60;
+  Store store(Path(directory.path()), settings);
+  const EngineId engine = store.enterEngine(1);
+  NewJob job = jobOf("1,2");
+  job.packed = std::string(20000, 'p');
+  std::vector<JobId> jobs;
+  StoreError error;
+  while (error.message.empty() && jobs.size() < 100) {
+    error = storeErrorOf([&] { jobs.push_back(store.submit(job)); });
+  }
+  EXPECT_EQ(error.kind, StoreError::Kind::Full);
+  EXPECT_EQ(error.message, "The disk of the queue is full: \"" + databaseFile() + "\"");
+  EXPECT_EQ(error.hint, "make room there; nothing that was recorded is lost");
+  ASSERT_GT(jobs.size(), 1U);
+  EXPECT_EQ(store.jobs().size(), jobs.size());
+
+  EXPECT_EQ(storeErrorOf([&] {
+              store.inTransaction([&] {
+                store.claim(engine, 2, std::nullopt);
+                store.submit(job);
+              });
+            }).kind,
+            StoreError::Kind::Full);
+  EXPECT_EQ(store.frames(jobs[0]).readyWorks, 2U);
+
+  store.remove(jobs[0]);
+  store.submit(job);
+  EXPECT_EQ(store.claim(engine, 2, std::nullopt).size(), 2U);
+}
+
+TEST_F(StoreFile, ALockThatIsHeldTooLongIsSaid) {
+  Store::Settings settings;
+  settings.patience = std::chrono::milliseconds(1);
+  Store store(Path(directory.path()), settings);
+  SQLite::Database other(databaseFile(), SQLite::OPEN_READWRITE);
+  other.exec("BEGIN IMMEDIATE");
+  const StoreError error = storeErrorOf([&] { store.submit(jobOf("1")); });
+  EXPECT_EQ(error.kind, StoreError::Kind::Busy);
+  EXPECT_EQ(error.message, "The queue is locked by another process for too long: \"" + databaseFile() + "\"");
+  EXPECT_EQ(error.hint, "try again; if it stays so, look which process has the file open");
+  EXPECT_TRUE(store.jobs().empty()) << "reading goes on";
+  other.exec("COMMIT");
+  store.submit(jobOf("1"));
+}
+
+struct Hostile {
+  const char* change;
+  std::function<void(Store&)> look;
+  const char* reason;
+};
+
+TEST_F(StoreFile, ContentsThatCannotBeAreDamageAndNoCrash) {
+  const std::vector<Hostile> cases = {
+      {"UPDATE jobs SET state = 'sold'", [](Store& s) { s.job(1); }, "unknown state \"sold\""},
+      {"UPDATE jobs SET state = CAST(X'FF0A' AS TEXT)", [](Store& s) { s.jobs(); },
+       "unknown state \"\\xff\\n\""},
+      {"UPDATE jobs SET type = 'zzz'", [](Store& s) { s.job(1); }, ""},
+      {"UPDATE jobs SET end_command = '\"open'", [](Store& s) { s.job(1); }, ""},
+      {"UPDATE jobs SET priority = 99999999999", [](Store& s) { s.job(1); },
+       "a number that cannot be, 99999999999"},
+      {"UPDATE works SET state = 'lost'", [](Store& s) { s.frames(1); }, "unknown state \"lost\""},
+      {"UPDATE works SET state = 'lost'", [](Store& s) { s.works(1); }, "unknown state \"lost\""},
+      {"UPDATE works SET first = 9, last = 3", [](Store& s) { s.summary(1); }, "frames that cannot be, 9-3"},
+      {"UPDATE works SET first = 9, last = 3 WHERE state = 'ready'",
+       [](Store& s) { s.claim(1, 1, std::nullopt); }, "frames that cannot be, 9-3"},
+      {"UPDATE attempts SET state = 'gone'", [](Store& s) { s.attempts(1); }, "unknown state \"gone\""},
+      {"UPDATE attempts SET rule = 'whim'", [](Store& s) { s.attempt(1); }, "unknown state \"whim\""},
+      {"UPDATE attempts SET good = '1,x'", [](Store& s) { s.attempt(1); }, "frames that cannot be, \"1,x\""},
+      {"UPDATE attempts SET good = '5-1'", [](Store& s) { s.attempt(1); }, "frames that cannot be, \"5-1\""},
+      {"UPDATE files SET frame = -99999999999", [](Store& s) { s.files(1); },
+       "a number that cannot be, -99999999999"},
+      {"UPDATE queue SET id = '; rm'", [](Store& s) { Store{s.directory()}; },
+       "an ID that cannot be, \"; rm\""},
+      {"DELETE FROM queue", [](Store& s) { Store{s.directory()}; }, "it has no ID"},
+  };
+  for (const Hostile& one : cases) {
+    SCOPED_TRACE(one.change);
+    const TemporaryDirectory place;
+    Store store{Path(place.path())};
+    store.submit(jobOf("1-3,4"));
+    const EngineId engine = store.enterEngine(1);
+    Outcome outcome = failed(store.claim(engine, 1, std::nullopt).at(0).attempt, "It broke", "1");
+    outcome.files = {file("/out/1.png")};
+    store.settle(outcome);
+    const std::string name = place.file("queue.db");
+    SQLite::Database(name, SQLite::OPEN_READWRITE, 30000).exec(one.change);
+    const StoreError error = storeErrorOf([&] { one.look(store); });
+    EXPECT_EQ(error.kind, StoreError::Kind::Damaged) << error.message;
+    if (*one.reason != '\0') {
+      EXPECT_EQ(error.message, "The queue is damaged: \"" + name + "\" (" + one.reason + ")");
+    }
+  }
+}
+
+TEST_F(StoreFile, NothingInTheFileIsRun) {
+  {
+    Store store{Path(directory.path())};
+    store.submit(jobOf("1"));
+  }
+  makeDatabase("CREATE TRIGGER trap AFTER INSERT ON jobs BEGIN DELETE FROM jobs; END");
+  Store store{Path(directory.path())};
+  store.submit(jobOf("1"));
+  EXPECT_EQ(store.jobs().size(), 2U);
+}
+
+TEST_F(StoreFile, NoStatementOfTheHotPathLooksThroughATable) {
+  { Store{Path(directory.path())}; }
+  SQLite::Database database(databaseFile(), SQLite::OPEN_READWRITE);
+  for (const char* sql : statements::all) {
+    SQLite::Statement plan(database, std::string("EXPLAIN QUERY PLAN ") + sql);
+    std::size_t steps = 0;
+    while (plan.executeStep()) {
+      ++steps;
+      const std::string step = plan.getColumn(3).getString();
+      // Whole, but small: the one row of the queue itself, and indexes of what
+      // is open, due or alive.
+      const bool small = step == "SCAN queue" || step.find("jobs_open") != std::string::npos ||
+                         step.find("jobs_due") != std::string::npos ||
+                         step.find("jobs_canceling") != std::string::npos ||
+                         step.find("jobs_unfinished") != std::string::npos ||
+                         step.find("engines_alive") != std::string::npos;
+      EXPECT_TRUE(small || step.find("SCAN") == std::string::npos) << sql << "\n" << step;
+      EXPECT_EQ(step.find("TEMP B-TREE"), std::string::npos) << sql << "\n" << step;
+    }
+    EXPECT_GT(steps, 0U) << sql;
+  }
+}
+
+TEST_F(StoreFile, TheLogIsSyncedAtMostEveryTenthOfASecondAndOnRequest) {
+  Store store{Path(directory.path())};
+  store.submit(jobOf("1"));
+  store.sync();
+  const std::size_t before = logSyncs;
+  store.sync();
+  EXPECT_EQ(logSyncs, before) << "nothing is new";
+
+  const auto start = std::chrono::steady_clock::now();
+  for (int turn = 0; turn < 200; ++turn) {
+    store.setPriority(1, turn);
+  }
+  const auto passed = std::chrono::steady_clock::now() - start;
+  EXPECT_LE(logSyncs - before, static_cast<std::size_t>(passed / std::chrono::milliseconds(100)) + 1);
+
+  store.setPriority(1, 7);
+  const std::size_t unsynced = logSyncs;
+  store.sync();
+  EXPECT_LE(logSyncs, unsynced + 1);
+  EXPECT_GT(logSyncs, before);
+}
+
+TEST_F(StoreFile, ACommitLongAfterTheLastSyncIsSynced) {
+  Store store{Path(directory.path())};
+  store.submit(jobOf("1"));
+  const std::size_t before = logSyncs;
+  // However quick the machine is: the tenth of a second passes at some time.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (logSyncs == before && std::chrono::steady_clock::now() < deadline) {
+    store.setPriority(1, 7);
+  }
+  EXPECT_GT(logSyncs, before);
+}
+
+TEST_F(StoreFile, TheLogIsKeptShort) {
+  Store store{Path(directory.path())};
+  store.submit(jobOf("1"));
+  const std::string note(100000, 'n');
+  for (int turn = 0; turn < 1000; ++turn) { // a hundred megabytes
+    store.stop(1, note);
+    store.resume(1);
+  }
+  EXPECT_LT(std::filesystem::file_size(databaseFile() + "-wal"), std::uintmax_t{12} << 20);
+}
+
+} // namespace
+} // namespace trovik

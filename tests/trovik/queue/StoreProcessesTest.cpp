@@ -1,0 +1,437 @@
+#include "tests/trovik/TemporaryDirectory.h"
+#include "tests/trovik/queue/Invariants.h"
+#include "tests/trovik/queue/QueueTest.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <random>
+#include <set>
+#include <sqlite3.h>
+#include <sstream>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace trovik {
+namespace {
+
+// Real processes beside each other, and processes that are killed at every
+// step of their writing. The test's own process has no queue open while it
+// forks: what SQLite knows of its open files must not be inherited.
+
+/// A process that runs a function, and the lines that it writes.
+class Child {
+public:
+  using Tell = std::function<void(const std::string& line)>;
+
+  explicit Child(const std::function<void(const Tell& tell)>& action) {
+    int ends[2];
+    if (pipe(ends) != 0) {
+      throw std::runtime_error("no pipe");
+    }
+    process_ = fork();
+    if (process_ == 0) {
+      close(ends[0]);
+      int code = 0;
+      try {
+        action([&](const std::string& line) {
+          const std::string text = line + '\n';
+          if (write(ends[1], text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+            _exit(3);
+          }
+        });
+      } catch (const StoreError& error) {
+        const std::string text = "error " + error.message + '\n';
+        code = write(ends[1], text.data(), text.size()) < 0 ? 3 : 2;
+      }
+      _exit(code);
+    }
+    close(ends[1]);
+    output_ = ends[0];
+  }
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+
+  /// Waits for its end; every line that it wrote.
+  std::vector<std::string> finish() {
+    std::string text;
+    char buffer[65536];
+    for (ssize_t size = 0; (size = read(output_, buffer, sizeof buffer)) > 0;) {
+      text.append(buffer, static_cast<std::size_t>(size));
+    }
+    close(output_);
+    waitpid(process_, &status, 0);
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+      lines.push_back(line);
+    }
+    return lines;
+  }
+
+  int status = -1;
+
+private:
+  pid_t process_ = -1;
+  int output_ = -1;
+};
+
+class StoreProcesses : public testing::Test {
+protected:
+  Path place() const { return Path(directory.path()); }
+  std::string databaseFile() const { return directory.file("queue.db"); }
+  TemporaryDirectory directory;
+};
+
+TEST_F(StoreProcesses, EveryWorkGoesToOneOfManyEngines) {
+  constexpr int works = 400;
+  {
+    NewJob job = jobOf("");
+    for (int frame = 1; frame <= works; ++frame) {
+      job.works.push_back({frame, frame});
+    }
+    Store(place()).submit(job);
+  }
+  std::vector<std::unique_ptr<Child>> engines;
+  for (std::size_t number = 1; number <= 4; ++number) {
+    engines.push_back(std::make_unique<Child>([&, number](const Child::Tell& tell) {
+      Store store(place());
+      const EngineId engine = store.enterEngine(number);
+      for (std::vector<Claim> claims; !(claims = store.claim(engine, number, std::nullopt)).empty();) {
+        for (const Claim& claim : claims) {
+          tell(std::to_string(claim.run.First));
+          store.settle(good(claim.attempt));
+        }
+      }
+      store.leaveEngine(engine);
+    }));
+  }
+  std::multiset<int> frames;
+  for (const auto& engine : engines) {
+    for (const std::string& line : engine->finish()) {
+      frames.insert(std::atoi(line.c_str()));
+    }
+    EXPECT_EQ(engine->status, 0);
+  }
+  std::multiset<int> wanted;
+  for (int frame = 1; frame <= works; ++frame) {
+    wanted.insert(frame);
+  }
+  EXPECT_EQ(frames, wanted);
+  EXPECT_EQ(Store(place()).job(1)->state, JobState::Good);
+  EXPECT_EQ(brokenInvariants(databaseFile()), std::vector<std::string>());
+}
+
+TEST_F(StoreProcesses, ManyMakeTheSameQueueAtOnce) {
+  std::vector<std::unique_ptr<Child>> children;
+  for (int number = 0; number < 6; ++number) {
+    children.push_back(std::make_unique<Child>([&](const Child::Tell& tell) {
+      Store store(place());
+      tell(std::to_string(store.submit(jobOf("1"))));
+    }));
+  }
+  std::set<std::string> jobs;
+  for (const auto& child : children) {
+    for (const std::string& line : child->finish()) {
+      jobs.insert(line);
+    }
+    EXPECT_EQ(child->status, 0);
+  }
+  EXPECT_EQ(jobs, (std::set<std::string>{"1", "2", "3", "4", "5", "6"}));
+}
+
+TEST_F(StoreProcesses, EachEndGoesToOneProcess) {
+  constexpr int count = 60;
+  {
+    Store store(place());
+    NewJob job = jobOf("");
+    job.found = runsOf("1");
+    for (int number = 0; number < count; ++number) {
+      store.submit(job);
+    }
+  }
+  std::vector<std::unique_ptr<Child>> children;
+  for (int number = 0; number < 3; ++number) {
+    children.push_back(std::make_unique<Child>([&](const Child::Tell& tell) {
+      Store store(place());
+      for (const JobRecord& job : store.takeEnded()) {
+        tell(std::to_string(job.id));
+      }
+    }));
+  }
+  std::multiset<std::string> ended;
+  for (const auto& child : children) {
+    for (const std::string& line : child->finish()) {
+      ended.insert(line);
+    }
+    EXPECT_EQ(child->status, 0);
+  }
+  EXPECT_EQ(ended.size(), static_cast<std::size_t>(count));
+  EXPECT_EQ(std::set<std::string>(ended.begin(), ended.end()).size(), static_cast<std::size_t>(count));
+}
+
+TEST_F(StoreProcesses, TheDeathOfAProcessFreesItsEngine) {
+  { Store(place()).submit(jobOf("1-3")); }
+  Child child([&](const Child::Tell& tell) {
+    Store store(place());
+    const EngineId engine = store.enterEngine(1);
+    tell(std::to_string(store.claim(engine, 1, std::nullopt).at(0).attempt));
+    std::raise(SIGKILL);
+  });
+  const std::vector<std::string> lines = child.finish();
+  ASSERT_EQ(lines.size(), 1U);
+  Store store(place());
+  EXPECT_FALSE(store.hasOtherEngine(0));
+  const std::vector<LostAttempt> lostOnes = store.takeLost();
+  ASSERT_EQ(lostOnes.size(), 1U);
+  EXPECT_EQ(std::to_string(lostOnes[0].attempt.id), lines[0]);
+}
+
+// What SQLite asks of the system, with a number of calls after which the
+// process dies: by its own hand, which the system does not tell from a kill.
+
+int callsLeft = 0;
+bool torn = false; // the last write is done by half
+sqlite3_syscall_ptr realWrite = nullptr;
+sqlite3_syscall_ptr realLock = nullptr;
+sqlite3_syscall_ptr realCut = nullptr;
+
+bool isLastCall() {
+  return --callsLeft == 0;
+}
+
+ssize_t dyingWrite(int descriptor, const void* bytes, std::size_t size, off_t offset) {
+  const auto real = reinterpret_cast<ssize_t (*)(int, const void*, std::size_t, off_t)>(realWrite);
+  if (isLastCall()) {
+    if (torn) {
+      real(descriptor, bytes, size / 2, offset);
+    }
+    std::raise(SIGKILL);
+  }
+  return real(descriptor, bytes, size, offset);
+}
+
+int dyingLock(int descriptor, int command, struct flock* lock) {
+  if (isLastCall()) {
+    std::raise(SIGKILL);
+  }
+  return reinterpret_cast<int (*)(int, int, struct flock*)>(realLock)(descriptor, command, lock);
+}
+
+int dyingCut(int descriptor, off_t size) {
+  if (isLastCall()) {
+    std::raise(SIGKILL);
+  }
+  return reinterpret_cast<int (*)(int, off_t)>(realCut)(descriptor, size);
+}
+
+template <typename Function> sqlite3_syscall_ptr replace(const char* name, Function function) {
+  sqlite3_vfs* system = sqlite3_vfs_find(nullptr);
+  sqlite3_syscall_ptr real = system->xGetSystemCall(system, name);
+  EXPECT_NE(real, nullptr) << name;
+  EXPECT_EQ(system->xSetSystemCall(system, name, reinterpret_cast<sqlite3_syscall_ptr>(function)), SQLITE_OK);
+  return real;
+}
+
+void dieAfter(int calls) {
+  callsLeft = calls;
+  torn = calls % 2 == 0;
+  realWrite = replace("pwrite64", &dyingWrite);
+  realLock = replace("fcntl", &dyingLock);
+  realCut = replace("ftruncate", &dyingCut);
+}
+
+/// Works with the queue as engines and users do, in random order, and tells
+/// of each frame whose being good was recorded, and of each end handed out.
+void liveAndDie(const Path& place, unsigned seed, const Child::Tell& tell) {
+  std::mt19937 random(seed);
+  const auto below = [&](int limit) { return static_cast<int>(random() % static_cast<unsigned>(limit)); };
+  dieAfter(1 + below(700));
+  Store store(place);
+  const EngineId engine = store.enterEngine(2);
+  std::vector<Claim> claims;
+  const auto settleOne = [&] {
+    const Claim claim = claims.back();
+    claims.pop_back();
+    const int kind = below(4);
+    Outcome outcome = kind == 0   ? failed(claim.attempt)
+                      : kind == 1 ? canceledOutcome(claim.attempt)
+                                  : good(claim.attempt);
+    if (kind == 0) {
+      outcome.good.add({claim.run.First, claim.run.First});
+    } else if (kind > 1) {
+      outcome.good.add(claim.run);
+    }
+    outcome.files = {file("/out/" + std::to_string(claim.run.First) + ".png")};
+    store.settle(outcome);
+    return outcome.good.empty() ? std::string()
+                                : "good " + std::to_string(claim.job) + ' ' + outcome.good.text();
+  };
+  for (;;) {
+    std::string done;
+    switch (below(9)) {
+    case 0: {
+      NewJob job = jobOf("1-4,5-8,9,10");
+      job.retries = below(3);
+      job.stopAfter = below(3);
+      store.submit(job);
+      break;
+    }
+    case 1:
+      store.inTransaction([&] {
+        for (const Claim& claim : store.claim(engine, 2, std::nullopt)) {
+          store.noteProcess(claim.attempt, 4711);
+          store.noteFile(claim.attempt, file("/out/some.png"));
+          claims.push_back(claim);
+        }
+      });
+      break;
+    case 2:
+    case 3:
+      if (!claims.empty()) {
+        done = settleOne();
+      }
+      break;
+    case 4:
+      store.inTransaction([&] {
+        if (!claims.empty()) {
+          done = settleOne();
+        }
+        for (const Claim& claim : store.claim(engine, 1, std::nullopt)) {
+          claims.push_back(claim);
+        }
+      });
+      break;
+    case 5:
+      for (const LostAttempt& one : store.takeLost()) {
+        store.settle(lost(one.attempt.id));
+      }
+      store.releaseLost();
+      break;
+    case 6:
+      for (const JobRecord& job : store.takeEnded()) {
+        tell("ended " + std::to_string(job.id));
+      }
+      break;
+    case 7:
+      if (const std::vector<JobRecord> jobs = store.jobs(); !jobs.empty()) {
+        const JobId job = jobs[random() % jobs.size()].id;
+        below(2) == 0 ? static_cast<void>(store.cancel(job))
+                      : static_cast<void>(store.retry(job, std::nullopt));
+      }
+      break;
+    default:
+      if (const std::vector<JobRecord> jobs = store.jobs(); !jobs.empty()) {
+        const JobId job = jobs[random() % jobs.size()].id;
+        below(2) == 0 ? store.stop(job, "Stopped by the user") : store.resume(job);
+      }
+    }
+    if (!done.empty()) {
+      tell(done);
+    }
+  }
+}
+
+TEST_F(StoreProcesses, AKillAtAnyStepLosesNothingAndLeavesNothingHalf) {
+  const char* wanted = std::getenv("TROVIK_TEST_SEED");
+  const unsigned seed = wanted != nullptr ? static_cast<unsigned>(std::atoi(wanted)) : std::random_device()();
+  SCOPED_TRACE("TROVIK_TEST_SEED=" + std::to_string(seed));
+  std::map<JobId, RunSet> recorded; // the frames that were said to be good
+  for (unsigned round = 0; round < 60; ++round) {
+    Child child([&](const Child::Tell& tell) { liveAndDie(place(), seed + round, tell); });
+    for (const std::string& line : child.finish()) {
+      std::istringstream words(line);
+      std::string kind;
+      JobId job = 0;
+      std::string frames;
+      words >> kind >> job >> frames;
+      ASSERT_TRUE(kind == "good" || kind == "ended") << line;
+      if (kind == "good") {
+        recorded[job].add(setOf(frames));
+      }
+    }
+    ASSERT_TRUE(WIFSIGNALED(child.status) && WTERMSIG(child.status) == SIGKILL) << "round " << round;
+
+    std::map<JobId, RunSet> submitted;
+    {
+      Store store(place());
+      for (const JobRecord& job : store.jobs()) {
+        submitted[job.id] = setOf(job.range);
+      }
+      for (const auto& [job, frames] : recorded) {
+        const RunSet goodOnes = store.frames(job).good;
+        for (const FrameRun& run : frames.runs()) {
+          for (int frame = run.First; frame <= run.Last; ++frame) {
+            ASSERT_TRUE(goodOnes.contains(frame))
+                << "round " << round << ": frame " << frame << " of job " << job;
+          }
+        }
+      }
+    }
+    ASSERT_EQ(brokenInvariants(databaseFile(), submitted), std::vector<std::string>()) << "round " << round;
+  }
+  EXPECT_FALSE(recorded.empty());
+
+  // One that lives takes up all that is left and brings it to its end.
+  Store store(place());
+  const EngineId engine = store.enterEngine(1);
+  for (const LostAttempt& one : store.takeLost()) {
+    store.settle(lost(one.attempt.id));
+  }
+  store.releaseLost();
+  for (const JobRecord& job : store.jobs()) {
+    store.retry(job.id, std::nullopt);
+  }
+  for (std::vector<Claim> claims; !(claims = store.claim(engine, 100, std::nullopt)).empty();) {
+    for (const Claim& claim : claims) {
+      EXPECT_FALSE(recorded[claim.job].contains(claim.run.First)) << "a good frame is done again";
+      store.settle(good(claim.attempt));
+    }
+  }
+  for (const JobRecord& job : store.jobs()) {
+    EXPECT_EQ(job.state, JobState::Good) << job.id;
+  }
+  EXPECT_EQ(brokenInvariants(databaseFile()), std::vector<std::string>());
+}
+
+int writeError = 0; // what every write fails with; 0 for none
+
+ssize_t failingWrite(int descriptor, const void* bytes, std::size_t size, off_t offset) {
+  if (writeError != 0) {
+    errno = writeError;
+    return -1;
+  }
+  return reinterpret_cast<ssize_t (*)(int, const void*, std::size_t, off_t)>(realWrite)(descriptor, bytes,
+                                                                                        size, offset);
+}
+
+TEST_F(StoreProcesses, AWriteThatFailsUndoesTheChangeAndTheQueueGoesOn) {
+  Child child([&](const Child::Tell& tell) {
+    realWrite = replace("pwrite64", &failingWrite);
+    Store store(place());
+    for (const int error : {ENOSPC, EIO}) {
+      store.submit(jobOf("1"));
+      writeError = error;
+      const StoreError refused = storeErrorOf([&] { store.submit(jobOf("2")); });
+      writeError = 0;
+      tell(std::to_string(static_cast<int>(refused.kind)) + ' ' + refused.message);
+    }
+    tell(std::to_string(store.submit(jobOf("1"))));
+    tell(std::to_string(store.jobs().size()));
+  });
+  const std::string name = '"' + databaseFile() + '"';
+  EXPECT_EQ(child.finish(),
+            (std::vector<std::string>{std::to_string(static_cast<int>(StoreError::Kind::Full)) +
+                                          " The disk of the queue is full: " + name,
+                                      std::to_string(static_cast<int>(StoreError::Kind::Other)) +
+                                          " The queue " + name + " failed: disk I/O error",
+                                      "3", "3"}));
+  EXPECT_EQ(brokenInvariants(databaseFile()), std::vector<std::string>());
+}
+
+} // namespace
+} // namespace trovik

@@ -1,0 +1,148 @@
+#include "trovik/SheetCells.h"
+
+#include "trovik/JobFiles.h"
+#include "trovik/Text.h"
+#include "trovik/UsageError.h"
+
+#include <algorithm>
+#include <map>
+#include <utility>
+
+namespace trovik {
+namespace {
+
+std::string jobName(const JobView& view) {
+  return "job " + std::to_string(view.job.id);
+}
+
+void refuseTooMany(const std::string& what, std::size_t count, const std::string& hint) {
+  if (count > sheetCellLimit) {
+    throw UsageError{"a sheet holds at most " + std::to_string(sheetCellLimit) + " images, and there are " +
+                         counted(count, what),
+                     hint};
+  }
+}
+
+/// The file that shows each frame.
+std::map<int, std::string> filesByFrame(const std::vector<FileRecord>& files) {
+  std::map<int, const FileRecord*> best;
+  for (const FileRecord& file : files) {
+    if (file.frame && isGood(file)) {
+      const FileRecord*& chosen = best[*file.frame];
+      if (chosen == nullptr || file.attempt > chosen->attempt) {
+        chosen = &file;
+      }
+    }
+  }
+  std::map<int, std::string> paths;
+  for (const auto& [frame, file] : best) {
+    paths[frame] = file->path;
+  }
+  return paths;
+}
+
+/// Why each failed work failed, with its frames.
+std::vector<std::pair<FrameRun, std::string>> failures(Store& store, JobId job) {
+  std::vector<std::pair<FrameRun, std::string>> result;
+  for (const WorkRecord& work : store.works(job)) {
+    if (work.state == WorkState::Failed) {
+      const std::optional<AttemptRecord> attempt = store.attempt(work.attempt);
+      result.emplace_back(work.run, attempt ? attempt->reason : std::string());
+    }
+  }
+  return result;
+}
+
+class FrameCells {
+public:
+  FrameCells(Store& store, const JobView& view, const std::vector<FileRecord>& files)
+      : frames_(view.frames), files_(filesByFrame(files)), failures_(failures(store, view.job.id)) {}
+
+  SheetCell cell(int frame) const {
+    SheetCell cell;
+    cell.label = std::to_string(frame);
+    cell.state = frames_.failed.contains(frame)     ? CellState::Failed
+                 : frames_.running.contains(frame)  ? CellState::Running
+                 : frames_.ready.contains(frame)    ? CellState::Waiting
+                 : frames_.canceled.contains(frame) ? CellState::Canceled
+                                                    : CellState::Good;
+    if (cell.state == CellState::Failed) {
+      cell.note = reasonOf(frame);
+    } else if (cell.state == CellState::Good) {
+      const auto file = files_.find(frame);
+      cell.file = file == files_.end() ? std::string() : file->second;
+    }
+    return cell;
+  }
+
+private:
+  std::string reasonOf(int frame) const {
+    const auto found = std::find_if(failures_.begin(), failures_.end(), [frame](const auto& failure) {
+      return frame >= failure.first.First && frame <= failure.first.Last;
+    });
+    return found == failures_.end() ? std::string() : found->second;
+  }
+
+  const JobFrames& frames_;
+  std::map<int, std::string> files_;
+  std::vector<std::pair<FrameRun, std::string>> failures_;
+};
+
+/// The frames of the job that are wanted, in ascending order.
+std::vector<int> chosenFrames(const JobView& view, const std::optional<RunSet>& only) {
+  const RunSet all = allFrames(view.frames);
+  const RunSet& wanted = only ? *only : all;
+  refuseTooMany("frame", wanted.count(), "name some of them: --frames 1-100");
+  std::vector<int> frames;
+  for (const FrameRun& run : wanted.runs()) {
+    for (std::int64_t frame = run.First; frame <= run.Last; ++frame) {
+      const int number = static_cast<int>(frame);
+      if (!all.contains(number)) {
+        throw UsageError{jobName(view) + " has no frame " + std::to_string(number),
+                         "its frames are " + all.text(8)};
+      }
+      frames.push_back(number);
+    }
+  }
+  return frames;
+}
+
+} // namespace
+
+SheetPlan sheetPlan(Store& store, const JobView& view, const std::optional<RunSet>& only) {
+  SheetPlan plan;
+  plan.title = titleOf(view.job);
+  plan.subtitle = view.job.typeName;
+  const std::vector<FileRecord> files = store.files(view.job.id);
+  const bool mapped =
+      std::any_of(files.begin(), files.end(), [](const FileRecord& file) { return file.frame.has_value(); });
+  if (view.job.hasFrames && (mapped || files.empty())) {
+    if (files.empty() && !view.frames.good.empty()) {
+      throw UsageError{jobName(view) + " has left no files",
+                       "\"trovik show " + std::to_string(view.job.id) + "\" tells what became of it"};
+    }
+    const FrameCells cells(store, view, files);
+    for (const int frame : chosenFrames(view, only)) {
+      plan.cells.push_back(cells.cell(frame));
+    }
+    return plan;
+  }
+  if (only) {
+    throw UsageError{"the files of " + jobName(view) + " belong to no frames", "leave out --frames"};
+  }
+  plan.noun = "file";
+  const std::vector<FileRecord> last = filesOf(store, view.job.id);
+  refuseTooMany("file", last.size(), "\"trovik images " + std::to_string(view.job.id) + "\" lists them");
+  for (const FileRecord& file : last) {
+    if (file.checked) {
+      plan.cells.push_back({file.path.substr(file.path.rfind('/') + 1), file.path, CellState::Good, {}});
+    }
+  }
+  if (plan.cells.empty()) {
+    throw UsageError{jobName(view) + " has no files yet",
+                     "\"trovik show " + std::to_string(view.job.id) + "\" tells how it stands"};
+  }
+  return plan;
+}
+
+} // namespace trovik
