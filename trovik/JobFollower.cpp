@@ -80,7 +80,6 @@ RunInfo JobFollower::takeStock() {
     for (const EngineId engine : engines) {
       info.slots += store_.slots(engine);
     }
-    info.slots = std::max<std::size_t>(1, info.slots);
     for (const FileRecord& file : store_.files(job_)) {
       lastFile_ = std::max(lastFile_, file.id);
       if (const auto running = running_.find(file.attempt); running != running_.end()) {

@@ -74,7 +74,7 @@ std::string timesText(const JobRecord& job, Moment now) {
   if (job.started && job.ended) {
     text += ", took " + durationText(between(*job.started, *job.ended));
   } else if (job.started) {
-    text += ", runs for " + durationText(between(*job.started, now));
+    text += ", first work " + ageText(*job.started, now) + " ago";
   }
   return text;
 }
@@ -138,7 +138,7 @@ std::vector<Advice> adviceFor(const JobReport& report) {
   }
   if (isOpen(view.job.state) && !report.engine) {
     advice.push_back({"trovik engine", "no engine is at work; start one"});
-  } else if (view.job.state == JobState::Running) {
+  } else if (isOpen(view.job.state)) {
     advice.push_back({"trovik watch " + id, "follow it"});
   }
   return advice;
@@ -204,7 +204,7 @@ std::string reportText(const Console& console, const JobReport& report, Moment n
   const JobView& view = report.view;
   const JobRecord& job = view.job;
   std::string text = console.coloured(Colour::Bold, "job " + std::to_string(job.id)) + "  " +
-                     console.coloured(colourOf(job.state), nameOf(job.state)) + "  " +
+                     console.coloured(colourOf(shownState(view)), nameOf(shownState(view))) + "  " +
                      console.shown(titleOf(job)) + '\n';
   if (!job.note.empty() && (job.state == JobState::Stopped || report.failures.empty())) {
     text += entry(console, "why", console.shown(job.note));

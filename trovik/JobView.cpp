@@ -27,7 +27,7 @@ Row rowOf(const Console& console, const JobView& view, Moment now) {
   const JobRecord& job = view.job;
   const auto time = timeOf(job, now);
   return {std::to_string(job.id),
-          nameOf(job.state),
+          nameOf(shownState(view)),
           std::to_string(view.good()) + '/' + std::to_string(view.total()),
           view.failed() == 0 ? std::string("-") : std::to_string(view.failed()),
           time ? durationText(*time) : "-",
@@ -95,6 +95,10 @@ std::optional<Duration> timeOf(const JobRecord& job, Moment now) {
     return std::nullopt;
   }
   return between(*job.started, job.ended.value_or(now));
+}
+
+JobState shownState(const JobView& view) {
+  return isOpen(view.job.state) && view.frames.runningWorks == 0 ? JobState::Waiting : view.job.state;
 }
 
 Colour colourOf(JobState state) {
@@ -178,7 +182,7 @@ std::string jobTable(const Console& console, const std::vector<JobView>& views, 
       const std::string text = terminal ? cutToWidth(rows[r][i], widths[i]) : rows[r][i];
       std::string shown = i == nameColumn ? text : cell(text, widths[i], toTheRight[i]);
       if (r != 0 && i == stateColumn) {
-        shown = console.coloured(colourOf(views[r - 1].job.state), shown);
+        shown = console.coloured(colourOf(shownState(views[r - 1])), shown);
       }
       if (r != 0 && i == failedColumn && views[r - 1].failed() > 0) {
         shown = console.coloured(Colour::Red, shown);

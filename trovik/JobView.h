@@ -38,6 +38,9 @@ RunInfo runInfoOf(const JobView& view);
 /// Since its first attempt, to its end or until now; nothing before.
 std::optional<Duration> timeOf(const JobRecord& job, Moment now);
 
+/// The state for people. An open job of which nothing runs just now waits,
+/// whatever it has done before.
+JobState shownState(const JobView& view);
 Colour colourOf(JobState state);
 
 /// What every JSON form about a job holds.

@@ -60,7 +60,7 @@ std::string startText(const Console& console, const RunInfo& info) {
       text += " in " + counted(info.works, "work");
     }
   }
-  text += " on " + counted(info.slots, "slot") + '\n';
+  text += info.slots == 0 ? "\n" : " on " + counted(info.slots, "slot") + '\n';
   if (!info.scene.empty()) {
     text += "scene  " + console.shown(info.scene) + '\n';
   }

@@ -22,7 +22,7 @@ struct RunInfo {
   std::size_t works = 0;
   std::size_t goodBefore = 0;   ///< of the frames: good already when this starts
   std::size_t failedBefore = 0; ///< of the frames: failed already, and not tried again
-  std::size_t slots = 1;
+  std::size_t slots = 1;        ///< 0: no engine is at work yet
   bool hasFrames = true;
   Path logs; ///< the directory of the logs; empty for none
 };

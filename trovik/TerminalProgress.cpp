@@ -99,9 +99,10 @@ std::string TerminalProgress::remaining() const {
   if (left == 0) {
     return {};
   }
+  // A job that is watched may get more engines than it had in the beginning.
+  const std::size_t lanes = std::min(std::max(info_.slots, running_.size()), left);
   const Duration each = medianTime({recent_.begin(), recent_.end()});
-  return "  about " +
-         roughText(timeFor(static_cast<double>(left) - begun, each, std::min(info_.slots, left))) + " left";
+  return "  about " + roughText(timeFor(static_cast<double>(left) - begun, each, lanes)) + " left";
 }
 
 void TerminalProgress::draw() {

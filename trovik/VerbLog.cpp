@@ -143,7 +143,10 @@ std::string entry(const char* label, const std::string& text) {
 }
 
 /// The verdict and the lines that decided, then where the log is.
-std::string headText(const Console& console, const JobView& view, const AttemptRecord& attempt, Moment now) {
+/// A command of a hundred scenes would push all else from a terminal, so it is
+/// cut there unless `all` is wanted.
+std::string headText(const Console& console, const JobView& view, const AttemptRecord& attempt, Moment now,
+                     bool all) {
   std::string text = console.coloured(colourOf(attempt.state), nameOf(attempt.state)) + "  " +
                      titleOf(attempt, view.job.hasFrames) + "  " + jobText(view) + ", attempt " +
                      std::to_string(attempt.number) + ", started " + momentText(attempt.started) +
@@ -159,7 +162,9 @@ std::string headText(const Console& console, const JobView& view, const AttemptR
     text += entry("good", attempt.good.text(20));
   }
   if (!attempt.command.empty()) {
-    text += entry("command", console.shown(attempt.command));
+    const std::string command = console.shown(attempt.command);
+    text += entry("command",
+                  console.traits().terminal && !all ? cutToWidth(command, 4 * console.width()) : command);
   }
   if (attempt.signal != 0) {
     text += entry("ended", "by signal " + std::to_string(attempt.signal));
@@ -247,7 +252,7 @@ int showLog(Session& session) {
   for (const AttemptRecord& attempt : chosen.attempts) {
     const Path log = logOf(attempt, view.job);
     const LogEnd end = readLogEnd(log);
-    console.print((first ? "" : "\n") + headText(console, view, attempt, now) +
+    console.print((first ? "" : "\n") + headText(console, view, attempt, now, options.all) +
                   logText(console, attempt, log, end, options.all));
     if (options.all && end.there) {
       printLog(console, log);

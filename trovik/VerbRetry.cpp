@@ -133,7 +133,7 @@ int retryJobs(Session& session) {
       },
       [&](Store& store) {
         return waiting && !store.hasOtherEngine(0)
-                   ? std::string("no engine is at work; \"trovik engine\" starts one\n")
+                   ? std::string("No engine is at work; start one with \"trovik engine\"\n")
                    : std::string();
       });
 }

@@ -31,7 +31,7 @@ int watchJob(Session& session) {
   JobFollower follower(store, job.id, *progress);
   follower.beginRun();
   const bool ended = followToEnd(follower, store, machine, interrupts, [&] {
-    tell("watch.waiting", "waiting", "no engine is at work; \"trovik engine\" starts one");
+    tell("watch.waiting", "waiting", "no engine is at work; start one with \"trovik engine\"");
   });
   if (!ended) {
     console.setLive({});

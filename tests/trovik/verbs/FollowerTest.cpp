@@ -220,8 +220,10 @@ public:
     steps.pop_front();
     step();
   }
+  std::size_t killOrphans(const Orphans& /*orphans*/) override { return 0; }
   int descriptor() const override { return 1; }
   int take() override { return std::exchange(interrupts, 0); }
+  bool byUser() const override { return true; }
 };
 
 TEST_F(Follower, IsFollowedToItsEnd) {

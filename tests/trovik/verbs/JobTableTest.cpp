@@ -27,6 +27,7 @@ JobView viewWith(JobId id, JobState state, const std::string& good, const std::s
   view.frames.good = setOf(good);
   view.frames.failed = setOf(failed);
   view.frames.ready = setOf(ready);
+  view.frames.runningWorks = state == JobState::Running ? 1 : 0;
   return view;
 }
 
@@ -58,6 +59,13 @@ TEST(JobTable, IsTheSameInEveryPipe) {
                                " 14  waiting     0/1       -           -  12 s  POV-Ray  job 14\n";
   EXPECT_EQ(tableOf(someViews(), false), expected);
   EXPECT_EQ(tableOf(someViews(), false, false, 40), expected);
+}
+
+TEST(JobTable, AnOpenJobOfWhichNothingRunsWaits) {
+  JobView view = viewWith(1, JobState::Running, "1", "", "2");
+  view.frames.runningWorks = 0;
+  EXPECT_EQ(tableOf({view}, false), "JOB  STATE    GOOD  FAILED        TIME  AGE  TYPE     NAME\n"
+                                    "  1  waiting   1/2       -  2 h 00 min  3 h  POV-Ray  shot\n");
 }
 
 TEST(JobTable, FitsATerminal) {

@@ -66,6 +66,18 @@ TEST_F(Log, AllPrintsEveryByteBehindIt) {
   EXPECT_NE(shown.find("a\\x00b\\xff\\x1b[31m\\r\ngiving up\n"), std::string::npos) << shown;
 }
 
+TEST_F(Log, AHugeCommandDoesNotFillATerminal) {
+  store.submit(jobOf("1"));
+  Outcome outcome = failed(take().attempt);
+  outcome.command = "sketch " + std::string(5000, 'x');
+  store.settle(outcome);
+  EXPECT_LT(call(showLog, optionsFor({"1"}), true).out.size(), 600U);
+  Options options = optionsFor({"1"});
+  EXPECT_NE(call(showLog, options).out.find(outcome.command + '\n'), std::string::npos);
+  options.all = true;
+  EXPECT_NE(call(showLog, options, true).out.find(outcome.command + '\n'), std::string::npos);
+}
+
 TEST_F(Log, ManyFailuresAreBoundedAndTheRestNamed) {
   store.submit(jobOf("1,2,3,4,5,6,7,9"));
   for (int i = 0; i < 8; ++i) {

@@ -59,7 +59,7 @@ TEST_F(Show, ARunningJobTellsItsAttemptsAndWhatIsLeft) {
                          "type       Sketch\n"
                          "scene      /scenes/shot_%04d.skt\n"
                          "range      1-2,3-4,5-6,7-8\n"
-                         "submitted  DATE (TIME ago), runs for TIME\n"
+                         "submitted  DATE (TIME ago), first work TIME ago\n"
                          "frames     2 of 8 frames good, 6 running\n"
                          "good       1-2\n"
                          "running    5-6  for TIME, on engine 1, 1 file so far\n"

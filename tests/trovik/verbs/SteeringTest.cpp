@@ -22,8 +22,9 @@ TEST_F(Retry, SaysHowToStartAnEngineWhereNoneLives) {
   store.submit(jobOf("1"));
   workOff([](int) { return "Error line: bad"; });
   store.leaveEngine(engine);
-  EXPECT_EQ(call(retryJobs, optionsFor({"1"})).out, "job 1  1 frame to do: 1\n"
-                                                    "no engine is at work; \"trovik engine\" starts one\n");
+  EXPECT_EQ(call(retryJobs, optionsFor({"1"})).out,
+            "job 1  1 frame to do: 1\n"
+            "No engine is at work; start one with \"trovik engine\"\n");
 }
 
 TEST_F(Retry, FramesTakeGoodOnesToo) {

@@ -40,6 +40,7 @@ Printed VerbTest::steady(Verb verb, const Options& options, bool terminal) const
     }
     *text = std::regex_replace(*text, std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)"), "DATE");
     *text = std::regex_replace(*text, std::regex(R"(\(\d+ (s|min) ago\))"), "(TIME ago)");
+    *text = std::regex_replace(*text, std::regex(R"(work \d+ s ago)"), "work TIME ago");
     *text = std::regex_replace(*text, std::regex(R"(for \d+(\.\d)? s)"), "for TIME");
     *text = std::regex_replace(*text, std::regex(R"(DATE \(TIME ago\), took \d+(\.\d)? s)"),
                                "DATE (TIME ago), took TIME");
