@@ -140,6 +140,10 @@ void Submission::describe() {
     newJob_.endCommand.push_back(*options.endCommand);
   }
   if (options.notify) {
+    if (ProcessJob::FindLatestExecutable({}, {}, Path("notify-send")).empty()) {
+      throw UsageError{"--notify: there is no program \"notify-send\" along PATH",
+                       "install it (on Debian the package libnotify-bin), or use --on-end"};
+    }
     newJob_.endCommand.emplace_back(desktopNote);
   }
 }

@@ -33,7 +33,6 @@ TEST(Locations, XdgVariablesAreHonoured) {
       Path("/opt/bin/trovik"));
   EXPECT_EQ(locations.settings().Text(), "/c/trovik/settings.ini");
   EXPECT_EQ(locations.options().Text(), "/c/trovik/options.ini");
-  EXPECT_EQ(locations.runs().Text(), "/s/trovik/runs");
 }
 
 TEST(Locations, TheQueueIsWhereItsVariableSaysElseInTheStateDirectory) {
@@ -48,7 +47,6 @@ TEST(Locations, TheQueueIsWhereItsVariableSaysElseInTheStateDirectory) {
 TEST(Locations, HomeIsTheBaseWithoutXdg) {
   const Locations locations(lookupIn({{"HOME", "/home/a"}}), Path("/opt/bin/trovik"));
   EXPECT_EQ(locations.settings().Text(), "/home/a/.config/trovik/settings.ini");
-  EXPECT_EQ(locations.runs().Text(), "/home/a/.local/state/trovik/runs");
 }
 
 TEST(Locations, RelativeXdgVariableIsIgnored) {
