@@ -126,6 +126,20 @@ bool JobFollower::look() {
   const std::vector<AttemptRecord> attempts = store_.attempts(job_, lastAttempt_);
   const std::optional<JobRecord> record = store_.job(job_);
 
+  // What ended did so before what began in its slot.
+  const std::set<AttemptId> known = runningIds();
+  const auto tellFiles = [&](bool ofKnown) {
+    for (const FileRecord& file : files) {
+      lastFile_ = std::max(lastFile_, file.id);
+      if (known.contains(file.attempt) == ofKnown) {
+        tellFile(file);
+      }
+    }
+  };
+  tellFiles(true);
+  for (const AttemptRecord& attempt : ended) {
+    tellEnd(attempt);
+  }
   bool again = false;
   for (const AttemptRecord& attempt : attempts) {
     lastAttempt_ = std::max(lastAttempt_, attempt.id);
@@ -134,13 +148,7 @@ bool JobFollower::look() {
       events_.workStarted((running_[attempt.id] = {workOf(attempt), {}}).work);
     }
   }
-  for (const FileRecord& file : files) {
-    lastFile_ = std::max(lastFile_, file.id);
-    tellFile(file);
-  }
-  for (const AttemptRecord& attempt : ended) {
-    tellEnd(attempt);
-  }
+  tellFiles(false);
   if (!record) { // deleted: what ran of it has nothing left to be told
     running_.clear();
   } else {
@@ -148,6 +156,14 @@ bool JobFollower::look() {
   }
   open_ = record && isOpen(record->state);
   return again;
+}
+
+std::set<AttemptId> JobFollower::runningIds() const {
+  std::set<AttemptId> ids;
+  for (const auto& [id, running] : running_) {
+    ids.insert(id);
+  }
+  return ids;
 }
 
 void JobFollower::tellFile(const FileRecord& file) {

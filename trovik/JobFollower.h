@@ -45,6 +45,7 @@ private:
   RunInfo takeStock();
   void tellStarts() const;
   bool look();
+  std::set<AttemptId> runningIds() const;
   void tellFile(const FileRecord& file);
   void tellImage(const Running& running, const std::string& path);
   void tellEnd(const AttemptRecord& attempt);

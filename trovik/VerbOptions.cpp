@@ -236,6 +236,7 @@ void declareVerbs(CLI::App& program, Options& options, std::string& helpVerb) {
 
   CLI::App& help = *program.add_subcommand("help", "Explains a verb.");
   help.add_option("VERB", helpVerb, "The verb")->type_name("[VERB]");
+  help.set_help_flag("-h,--help", "Show this help")->group(commonGroup);
   help.allow_extras();
   help.footer(helpFooter("help"));
   help.group("Help");

@@ -75,6 +75,22 @@ TEST_F(Follower, TellsWhatOthersDo) {
   EXPECT_TRUE(follower.isOver());
 }
 
+TEST_F(Follower, WhatEndedIsToldBeforeWhatBeganInItsSlot) {
+  const JobId job = store.submit(jobOf("1,2"));
+  const Claim first = take();
+  JobFollower follower(reader, job, listener);
+  follower.beginRun();
+  Outcome outcome = good(first.attempt);
+  outcome.files = {file("/out/1.png")};
+  store.settle(outcome);
+  const Claim second = take();
+  store.noteFile(second.attempt, file("/out/2.png"));
+  store.noteFile(second.attempt, file("/out/3.png"));
+  follower.poll();
+  EXPECT_EQ(listener.take(), (Heard{"run", "started 1 1/1", "image 1 /out/1.png", "good 1", "started 2 1/1",
+                                    "image 2 /out/2.png"}));
+}
+
 TEST_F(Follower, AWorkThatBeganAndEndedBetweenTwoLooksIsTold) {
   const JobId job = store.submit(jobOf("1,2,3"));
   JobFollower follower(reader, job, listener);
@@ -206,8 +222,6 @@ TEST_F(Follower, AStoppedJobIsOverWhenItsLastWorkHasEnded) {
 /// A machine whose every wait is a step of the test.
 class Steps final : public Machine, public InterruptSource {
 public:
-  std::size_t killOrphans(const Orphans& /*orphans*/) override { return 0; }
-  bool byUser() const override { return true; }
   std::deque<std::function<void()>> steps;
   int interrupts = 0;
 
