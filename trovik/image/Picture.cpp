@@ -21,8 +21,7 @@ constexpr int groundSquare = 8;
 bool isLinear(const OIIO::ImageSpec& spec) {
   const std::string space = OIIO::Strutil::lower(spec.get_string_attribute("oiio:ColorSpace"));
   if (space.empty()) {
-    return spec.format == OIIO::TypeDesc::HALF || spec.format == OIIO::TypeDesc::FLOAT ||
-           spec.format == OIIO::TypeDesc::DOUBLE;
+    return spec.format.is_floating_point();
   }
   return space == "linear" || space == "scene_linear" || space == "lin_srgb" || space == "acescg";
 }
