@@ -41,3 +41,20 @@ run 0 run sketch shot_0001.txt --slots 1 --range 3
 out_has "job 2  Sketch: 1 frame (3)"
 run 0 run sketch shot_0001.txt --slots 1
 out_has "job 3  Sketch: 3 frames (1-3)"
+
+# Where no engine is at work, the verbs that change jobs take up what a dead one
+# left: its job can be canceled and deleted at once.
+rm ../go
+"$TROVIK" run sketch shot_0001.txt --slots 1 --range 2 >"$TMP/out" 2>"$TMP/err" </dev/null &
+pid=$!
+wait_for "$XDG_STATE_HOME/trovik/logs/4/2-2.log" waiting
+kill -KILL $pid
+wait $pid 2>/dev/null || :
+pid=
+run 0 cancel 4
+run 0 show 4 --json
+"$HELPER" json /state <"$TMP/out" >"$TMP/values"
+file_is "$TMP/values" <<'END'
+"canceled"
+END
+run 0 delete 4
