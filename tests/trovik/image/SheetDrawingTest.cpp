@@ -22,7 +22,6 @@ SheetPlan planOf(const std::vector<std::string>& files) {
 /// given is there and nothing is left to be read.
 class PatientMachine final : public Machine {
 public:
-  std::size_t killOrphans(const Orphans& /*orphans*/) override { return 0; }
   explicit PatientMachine(std::string sign = {}) : sign_(std::move(sign)) {}
   Clock::time_point now() override { return now_; }
   std::unique_ptr<Program> start(const ProcessStart& /*start*/) override { return nullptr; }
