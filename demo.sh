@@ -17,7 +17,7 @@ options=()
 [ -f build/release/CMakeCache.txt ] || options=(-DTROVIK_BUILD_TESTS=OFF)
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
-if ! { cmake --preset release "${options[@]}" && cmake --build --preset release --target trovik Tessivar catalogue; } \
+if ! { cmake --preset release "${options[@]}" && cmake --build --preset release --target trovik trovik-image Tessivar catalogue; } \
   >"$log" 2>&1; then
   cat "$log" >&2
   echo "demo.sh: the build failed" >&2

@@ -191,6 +191,9 @@ void Attempt::conclude(int status, Clock::time_point now) {
   result_.duration = now - started_;
   result_.log = log_->file();
   describe(status);
+  if (result_.verdict == Verdict::Good && isFilled(announced_)) {
+    confirm(announced_); // the type may have switched the check of files off
+  }
   for (const FileRecord& file : outcome_.files) {
     if (file.problem.empty() &&
         (result_.verdict == Verdict::Good || (file.frame && result_.good.contains(*file.frame)))) {

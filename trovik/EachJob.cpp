@@ -1,5 +1,6 @@
 #include "trovik/EachJob.h"
 
+#include "trovik/EngineRun.h"
 #include "trovik/Messages.h"
 #include "trovik/Session.h"
 #include "trovik/UsageError.h"
@@ -17,6 +18,9 @@ int forEachJob(Session& session, const char* kind,
     jobNumber(text);
   }
   Queue queue(session);
+  if (queue.store() != nullptr) {
+    settleLost(session, *queue.store());
+  }
   // "last" means the job that was the newest when all began.
   std::string newest = "last";
   if (queue.store() != nullptr) {

@@ -1,5 +1,7 @@
 #include "trovik/EngineRun.h"
 
+#include "host/foundation/Log.h"
+#include "trovik/ImageHelper.h"
 #include "trovik/JobFollower.h"
 #include "trovik/Json.h"
 #include "trovik/Numbers.h"
@@ -23,6 +25,20 @@ Path imageHelper(const Session& session) {
                      "install it beside trovik, or name it in TROVIK_IMAGE_HELPER"};
   }
   return program;
+}
+
+void settleLost(Session& session, Store& store) {
+  if (!store.hasLost()) {
+    return;
+  }
+  try {
+    session.loadModules();
+  } catch (const UsageError& error) {
+    LogDebug(error.message); // what was left is worked again then
+  }
+  LocalMachine machine;
+  ImageHelper images(session.locations().imageHelper());
+  recoverLost(store, machine, images);
 }
 
 EnginePlan enginePlan(const Session& session) {

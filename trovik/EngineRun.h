@@ -15,6 +15,11 @@ namespace trovik {
 /// could be looked into, and every frame would fail for it.
 Path imageHelper(const Session& session);
 
+/// Takes up what dead engines left, before a verb changes jobs: a work that
+/// seems to run would be in its way for ever where no engine is at work. A type
+/// that is not known here is no problem.
+void settleLost(Session& session, Store& store);
+
 /// The slots of an engine, as the user wants them. Throws a UsageError.
 EnginePlan enginePlan(const Session& session);
 

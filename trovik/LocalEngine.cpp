@@ -66,7 +66,7 @@ void LocalEngine::tick() {
     }
     if (now >= nextRecovery_ && recoveries_.empty() && stops_ == 0) {
       nextRecovery_ = now + recoveryTime;
-      takeUpLost();
+      recoveries_ = takeLostAttempts(store_, inspector_);
     }
     store_.sync();
     finishJobs();
@@ -92,24 +92,6 @@ void LocalEngine::stopCanceled() {
     if (std::find(canceled.begin(), canceled.end(), attempt->claim().attempt) != canceled.end()) {
       attempt->cancel(now, false);
     }
-  }
-}
-
-void LocalEngine::takeUpLost() {
-  for (LostAttempt& lost : store_.takeLost()) {
-    const JobId id = lost.attempt.job;
-    LogInfo("taking up frames " + std::string(lost.attempt.run.Text()) + " of job " + std::to_string(id) +
-            ", whose engine died");
-    const std::optional<JobRecord> record = store_.job(id);
-    std::unique_ptr<WorkMaker> works;
-    if (record) {
-      works = std::make_unique<WorkMaker>(record->type, store_.packed(id));
-    }
-    recoveries_.push_back(
-        std::make_unique<Recovery>(std::move(lost), works.get(), record && record->hasFrames, inspector_));
-  }
-  if (recoveries_.empty()) {
-    store_.releaseLost();
   }
 }
 

@@ -67,7 +67,6 @@ private:
 
   OpenJob* open(JobId id);
   void tick();
-  void takeUpLost();
   void advanceRecoveries();
   void finishJobs();
   void stopCanceled();
@@ -98,7 +97,7 @@ private:
   std::list<std::unique_ptr<Attempt>> running_;
   std::list<std::unique_ptr<Attempt>> ended_; // not yet recorded
   std::vector<Claim> claimed_;                // recorded, not yet started
-  std::list<std::unique_ptr<Recovery>> recoveries_;
+  std::vector<std::unique_ptr<Recovery>> recoveries_;
   std::vector<Outcome> outcomes_;                    // of attempts without a program: lost or refused
   std::vector<std::pair<AttemptId, int>> processes_; // to be noted
   std::vector<Note> notes_;

@@ -57,9 +57,6 @@ Path Locations::state() const {
   }
   return home("XDG_STATE_HOME", ".local/state") /= "trovik";
 }
-Path Locations::runs() const {
-  return home("XDG_STATE_HOME", ".local/state") /= "trovik/runs";
-}
 
 Path Locations::imageHelper() const {
   if (const auto named = environment_("TROVIK_IMAGE_HELPER")) {

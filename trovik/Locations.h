@@ -27,9 +27,6 @@ public:
   /// $TROVIK_STATE, else $XDG_STATE_HOME/trovik: the queue and its logs.
   Path state() const;
 
-  /// $XDG_STATE_HOME/trovik/runs: one directory a run, with the logs.
-  Path runs() const;
-
   /// The helper that decodes images: beside the program, or where
   /// $TROVIK_IMAGE_HELPER says.
   Path imageHelper() const;

@@ -56,7 +56,7 @@ std::string startText(const Console& console, const RunInfo& info) {
   text += framesOrWork(info, info.frames);
   if (info.hasFrames) {
     text += " (" + cutToWidth(info.range, 60) + ")";
-    if (info.works != info.frames) {
+    if (info.works != info.frames && info.goodBefore == 0) {
       text += " in " + counted(info.works, "work");
     }
   }

@@ -93,4 +93,36 @@ String Recovery::OnCheckFile(const Job& /*job*/, const Path& file) {
   return look_ ? look_->problemOf(file) : String();
 }
 
+std::vector<std::unique_ptr<Recovery>> takeLostAttempts(Store& store, ImageInspector& inspector) {
+  std::vector<std::unique_ptr<Recovery>> recoveries;
+  for (LostAttempt& lost : store.takeLost()) {
+    const JobId id = lost.attempt.job;
+    LogInfo("taking up frames " + std::string(lost.attempt.run.Text()) + " of job " + std::to_string(id) +
+            ", whose engine died");
+    const std::optional<JobRecord> record = store.job(id);
+    std::unique_ptr<WorkMaker> works;
+    if (record) {
+      works = std::make_unique<WorkMaker>(record->type, store.packed(id));
+    }
+    recoveries.push_back(
+        std::make_unique<Recovery>(std::move(lost), works.get(), record && record->hasFrames, inspector));
+  }
+  if (recoveries.empty()) {
+    store.releaseLost();
+  }
+  return recoveries;
+}
+
+void recoverLost(Store& store, Machine& machine, ImageInspector& inspector) {
+  for (const auto& recovery : takeLostAttempts(store, inspector)) {
+    while (!recovery->advance(machine)) {
+      std::vector<pollfd> descriptors = {{inspector.descriptor(), POLLIN, 0}};
+      machine.wait(descriptors, std::chrono::milliseconds(100));
+      inspector.advance(machine.now());
+    }
+    store.settle(recovery->outcome());
+  }
+  store.releaseLost();
+}
+
 } // namespace trovik

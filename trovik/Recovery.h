@@ -3,9 +3,11 @@
 #include "trovik/FileLook.h"
 #include "trovik/Machine.h"
 #include "trovik/WorkJob.h"
-#include "trovik/queue/Records.h"
+#include "trovik/queue/Store.h"
 
+#include <memory>
 #include <optional>
+#include <vector>
 
 namespace trovik {
 
@@ -47,5 +49,13 @@ private:
   std::optional<FileLook> look_;
   Outcome outcome_;
 };
+
+/// The attempts of dead engines, each to be taken up. The store holds their
+/// engines' locks until `releaseLost`.
+std::vector<std::unique_ptr<Recovery>> takeLostAttempts(Store& store, ImageInspector& inspector);
+
+/// Takes up all of them here and now, waiting: for verbs that change jobs
+/// without being an engine.
+void recoverLost(Store& store, Machine& machine, ImageInspector& inspector);
 
 } // namespace trovik

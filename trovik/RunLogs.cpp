@@ -5,7 +5,6 @@
 #include "trovik/UsageError.h"
 
 #include <cerrno>
-#include <ctime>
 #include <fcntl.h>
 #include <filesystem>
 #include <system_error>
@@ -78,15 +77,6 @@ std::unique_ptr<AttemptLog> RunLogDirectory::open(const std::string& name, int a
 
 Path logFile(Path directory, const std::string& name, int attempt) {
   return directory /= String(name + (attempt > 1 ? ".attempt" + std::to_string(attempt) : "") + ".log");
-}
-
-std::string runDirectoryName() {
-  const std::time_t now = std::time(nullptr);
-  std::tm local{};
-  localtime_r(&now, &local);
-  char text[64];
-  const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%d-%H%M%S", &local);
-  return std::string(text, length) + '-' + std::to_string(getpid());
 }
 
 } // namespace trovik

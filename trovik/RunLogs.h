@@ -44,7 +44,4 @@ private:
 /// The file that such a directory has for an attempt; see there.
 Path logFile(Path directory, const std::string& name, int attempt);
 
-/// A name for the directory of a run that starts now: date, time and process.
-std::string runDirectoryName();
-
 } // namespace trovik

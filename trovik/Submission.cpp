@@ -140,29 +140,42 @@ void Submission::describe() {
     newJob_.endCommand.push_back(*options.endCommand);
   }
   if (options.notify) {
+    if (ProcessJob::FindLatestExecutable({}, {}, Path("notify-send")).empty()) {
+      throw UsageError{"--notify: there is no program \"notify-send\" along PATH",
+                       "install it (on Debian the package libnotify-bin), or use --on-end"};
+    }
     newJob_.endCommand.emplace_back(desktopNote);
   }
 }
 
 bool Submission::leaveOutGood(Store& store, ImageInspector& inspector, Machine& machine) {
-  const WorkMaker works(newJob_.type, newJob_.packed);
+  const WorkMaker maker(newJob_.type, newJob_.packed);
   KnownFiles known;
   if (const auto latest = store.latest(newJob_.type, newJob_.scene, newJob_.output)) {
     known = knownFiles(store, *latest);
   }
   const FoundFrames found = orRefuse("", "", [&] {
-    return findGoodFrames(works, newJob_.works, newJob_.hasFrames, known, store, inspector, machine);
+    return findGoodFrames(maker, newJob_.works, newJob_.hasFrames, known, store, inspector, machine);
   });
-  if (found.whole && !newJob_.hasFrames) {
-    newJob_.works.clear();
-  }
-  std::vector<FrameRun> left;
+  std::vector<FrameRun> works;
   for (const FrameRun& run : newJob_.works) {
-    const std::vector<FrameRun> rest = newJob_.hasFrames ? without(run, found.good) : std::vector{run};
-    left.insert(left.end(), rest.begin(), rest.end());
+    if (!newJob_.hasFrames) {
+      if (!found.whole) {
+        works.push_back(run);
+      }
+      continue;
+    }
+    RunSet left;
+    for (const FrameRun& rest : without(run, found.good)) {
+      left.add(rest);
+      works.push_back(rest);
+    }
+    // Good frames keep to the works that they would have been: a retry must not
+    // start the program for more frames than a packet.
+    const std::vector<FrameRun> good = without(run, left);
+    newJob_.found.insert(newJob_.found.end(), good.begin(), good.end());
   }
-  newJob_.works = left;
-  newJob_.found = found.good.runs();
+  newJob_.works = works;
   newJob_.foundFiles = found.files;
   return !newJob_.works.empty();
 }

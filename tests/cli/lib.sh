@@ -9,7 +9,7 @@
 #   fail TEXT              ends the test
 
 set -eu
-unset TROVIK_MODULE_PATH TROVIK_STATE TROVIK_SETTINGS TROVIK_OPTIONS NO_COLOR COLUMNS CDPATH ENV
+unset TROVIK_IMAGE_HELPER TROVIK_MODULE_PATH TROVIK_STATE TROVIK_SETTINGS TROVIK_OPTIONS NO_COLOR COLUMNS CDPATH ENV
 LC_ALL=C.UTF-8
 TERM=xterm # continuous integration often has none, and then nothing counts as a terminal
 export LC_ALL TERM

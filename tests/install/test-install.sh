@@ -29,6 +29,7 @@ prefix="$tree/some place/else"
 mv "$tree/first" "$prefix"
 
 expect_file "$prefix/bin/trovik"
+expect_file "$prefix/bin/trovik-image"
 expect_file "$prefix/$libraries/libTrovikFoundation.so"
 expect_file "$prefix/$libraries/libTrovikApplication.so"
 expect_file "$prefix/$libraries/trovik/modules/Tessivar.so"
@@ -56,12 +57,16 @@ quietly "$cmake" --build "$tree/consumer"
 
 export HOME="$tree/home" XDG_CONFIG_HOME="$tree/home/config" XDG_STATE_HOME="$tree/home/state"
 export XDG_DATA_HOME="$tree/home/data" XDG_CACHE_HOME="$tree/home/cache"
-unset TROVIK_MODULE_PATH TROVIK_SETTINGS TROVIK_OPTIONS LD_LIBRARY_PATH
+unset TROVIK_IMAGE_HELPER TROVIK_MODULE_PATH TROVIK_SETTINGS TROVIK_OPTIONS LD_LIBRARY_PATH
 cd "$tree"
 
 # By itself the program finds the shipped types beside it.
 quietly "$prefix/bin/trovik" types
 expect_text "$tree/output" "POV-Ray"
+
+# And the helper that decodes images, which works where it lies now.
+printf '%s\n' '{"file":"gone.png","flat":false}' | "$prefix/bin/trovik-image" check >"$tree/output"
+expect_text "$tree/output" "Cannot be read (No such file or directory)"
 
 # A module of one's own, beside the shipped ones.
 export TROVIK_MODULE_PATH="$tree/consumer:$prefix/$libraries/trovik/modules"

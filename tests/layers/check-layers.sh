@@ -7,8 +7,9 @@
 #
 # module -> job -> host/application -> host/foundation, and trovik -> host. The
 # program meets the module only through its entry points, and the libraries
-# for databases, clusters, images and terminals stay inside the program; that
-# for databases inside trovik/queue.
+# for databases, clusters and terminals stay inside the program; that for
+# databases inside trovik/queue. Those for images stay in its helper
+# trovik/image, which the program only starts.
 set -euo pipefail
 
 root=$1
@@ -24,6 +25,7 @@ awk '
   function layer(path) {
     if (path ~ /^host\/foundation\// || path == "host/Foundation.h") return "host/foundation"
     if (path ~ /^host\/application\// || path == "host/Application.h") return "host/application"
+    if (path ~ /^trovik\/image\//) return "trovik/image"
     if (path ~ /^(job|module|trovik)\//) { sub(/\/.*/, "", path); return path }
     return ""
   }
@@ -37,9 +39,11 @@ awk '
     may["job"] = "job host/application host/foundation"
     may["module"] = "module job host/application host/foundation"
     may["trovik"] = "trovik host/application host/foundation"
+    may["trovik/image"] = "trovik/image trovik"
     database = "^(sqlite3|sqlite3ext)\\.h$|^SQLiteCpp/"
-    outside = "^(curses|ncurses|term|termios|termio|png|pngconf|jpeglib|turbojpeg|tiff|tiffio|ImathBox|gd)\\.h$" \
-      "|^sys/(termios|ttydefaults)\\.h$|^(slurm|ncursesw|OpenEXR|Imath|OpenImageIO|webp|libpng[0-9]*)/"
+    outside = "^(curses|ncurses|term|termios|termio)\\.h$|^sys/(termios|ttydefaults)\\.h$|^(slurm|ncursesw)/"
+    images = "^(png|pngconf|jpeglib|turbojpeg|tiff|tiffio|ImathBox|gd|ft2build)\\.h$" \
+      "|^(OpenEXR|Imath|OpenImageIO|webp|freetype2|freetype|libpng[0-9]*)/"
   }
   /^[ \t]*#[ \t]*include[ \t]*[<"]/ {
     line = $0
@@ -52,7 +56,8 @@ awk '
     if (from == "") { breach("belongs to no layer"); next }
     if (quoted && to == "") { breach("includes \"" line "\" by a path that does not begin at the root"); next }
     if (to != "" && index(" " may[from] " ", " " to " ") == 0) breach(from " includes " line)
-    if (to == "" && from != "trovik" && line ~ outside) breach("<" line "> belongs inside trovik/")
+    if (to == "" && from !~ /^trovik/ && line ~ outside) breach("<" line "> belongs inside trovik/")
+    if (to == "" && from != "trovik/image" && line ~ images) breach("<" line "> belongs inside trovik/image/")
     if (line ~ database && FILENAME !~ /^trovik\/queue\//) breach("<" line "> belongs inside trovik/queue/")
   }
   END { exit found }

@@ -419,5 +419,167 @@ TEST_F(EngineTest, FloodOfOutputDoesNotStarveTheLimit) {
   EXPECT_EQ(run("1").duration, 10s);
 }
 
+TEST_F(EngineTest, RetryOfAPacketIsCutToTheFramesWithoutAGoodFile) {
+  job->SetParameter(p_PacketSize, "6");
+  job->SetParameter(p_ExpectedFiles, directory.path() + "/f_$(Frame).drw");
+  machine.beforeStart = [&](const ProcessStart& start) {
+    if (frames(start) == "1-6") {
+      for (const char* name : {"f_1.drw", "f_2.drw", "f_4.drw"}) {
+        directory.write(name, "x");
+      }
+    } else {
+      directory.write("f_3.drw", "x");
+      directory.write("f_5.drw", "x");
+      directory.write("f_6.drw", "x");
+    }
+  };
+  machine.behaviour = [](const ProcessStart& start) {
+    Script result = script(1s);
+    result.signal = frames(start) == "1-6" ? SIGSEGV : 0;
+    return result;
+  };
+  const RunSummary summary = run("1-6", 1, 1);
+  EXPECT_TRUE(summary.allGood());
+  ASSERT_EQ(machine.started.size(), 3U);
+  EXPECT_EQ(frames(machine.started[1]), "3-3");
+  EXPECT_EQ(frames(machine.started[2]), "5-6");
+}
+
+TEST_F(EngineTest, DamagedImageFailsItsFrameAlone) {
+  job->SetParameter(p_ExpectedFiles, directory.path() + "/f_$(Frame).png");
+  machine.beforeStart = [&](const ProcessStart& start) {
+    directory.write("f_" + frames(start).substr(0, 1) + ".png", "x");
+  };
+  inspector.problems[directory.file("f_2.png")] = "Truncated or damaged image (too short)";
+  const RunSummary summary = run("1-3");
+  EXPECT_EQ(summary.good.text(), "1,3");
+  ASSERT_EQ(summary.failures.size(), 1U);
+  EXPECT_EQ(summary.failures[0].reason,
+            "Truncated or damaged image (too short): " + directory.file("f_2.png"));
+  const std::vector<AttemptRecord> attempts = store.attempts(1);
+  ASSERT_EQ(attempts.size(), 3U);
+  EXPECT_EQ(attempts[1].rule, VerdictRule::Files);
+  EXPECT_EQ(inspector.asked.size(), 3U);
+}
+
+TEST_F(EngineTest, TextThatForbidsARetryEndsTheWorkAtOnce) {
+  job->SetParameter(p_NoRetryTexts, "no such camera");
+  machine.behaviour = [](const ProcessStart&) { return script(1s, 1, "Error: No such camera \"left\"\n"); };
+  const RunSummary summary = run("1", 1, 5);
+  EXPECT_EQ(machine.started.size(), 1U);
+  EXPECT_EQ(summary.failedWorks, 1U);
+}
+
+TEST_F(EngineTest, JobThatFailsAlikeOnItsFirstFramesStops) {
+  stopAfter = 3;
+  machine.behaviour = [](const ProcessStart& start) {
+    return script(1s, 1, "cannot open " + frames(start) + "\n");
+  };
+  const RunSummary summary = run("1-50", 1, 2);
+  EXPECT_EQ(machine.started.size(), 3U);
+  const JobRecord record = store.job(1).value();
+  EXPECT_EQ(record.state, JobState::Stopped);
+  EXPECT_EQ(record.note,
+            "Stopped: the first 3 works all failed alike: Exit code 1; last line: cannot open 3-3");
+  EXPECT_EQ(summary.notDone.count(), 50U);
+}
+
+TEST_F(EngineTest, JobGoesOnWhereOneFrameWasGood) {
+  stopAfter = 2;
+  machine.behaviour = [](const ProcessStart& start) { return script(1s, frames(start) == "1-1" ? 0 : 1); };
+  EXPECT_EQ(run("1-5").failed.text(), "2-5");
+}
+
+TEST_F(EngineTest, UsersStopPutsTheJobAsideAndTheSystemsDoesNot) {
+  machine.interrupts = {500ms};
+  run("1-3");
+  EXPECT_EQ(store.job(1)->state, JobState::Stopped);
+  EXPECT_EQ(store.job(1)->note, "Stopped by the user");
+  EXPECT_EQ(store.frames(1).ready.text(), "1-3");
+
+  machine.interrupts.push_back(machine.elapsed() + 500ms);
+  machine.fromUser = false;
+  run("7");
+  EXPECT_TRUE(isOpen(store.job(2)->state));
+  EXPECT_EQ(store.frames(2).ready.text(), "7");
+}
+
+TEST_F(EngineTest, ProgramsCarryTheMarkOfTheirAttempt) {
+  run("1-2");
+  ASSERT_EQ(machine.started.size(), 2U);
+  const auto mark = [this](std::size_t place) {
+    for (const auto& [name, value] : machine.started[place].Environment) {
+      if (name == "TROVIK_ATTEMPT") {
+        return std::string(value.value());
+      }
+    }
+    return std::string();
+  };
+  EXPECT_FALSE(mark(0).empty());
+  EXPECT_NE(mark(0), mark(1));
+}
+
+/// An engine that died while it ran the first work of a job.
+class LostWorkTest : public EngineTest {
+protected:
+  void lose(const std::vector<std::string>& named) {
+    Store other(Path(directory.file("queue")));
+    const EngineId engine = other.enterEngine(1);
+    const std::vector<Claim> claims = other.claim(engine, 1, std::nullopt);
+    ASSERT_EQ(claims.size(), 1U);
+    mark = claims[0].mark;
+    other.noteProcess(claims[0].attempt, 4242);
+    for (const std::string& file : named) {
+      FileRecord record;
+      record.path = file;
+      other.noteFile(claims[0].attempt, record);
+    }
+  } // its lock goes with it
+
+  std::string mark;
+};
+
+TEST_F(LostWorkTest, IsTakenUpWhenNoProcessOfItIsLeft) {
+  const JobId id = submit("1-2");
+  lose({});
+  machine.orphans = 3; // found three times before they are gone
+  const RunSummary summary = workOff(id, 2);
+  EXPECT_TRUE(summary.allGood());
+  ASSERT_EQ(machine.hunted.size(), 4U);
+  EXPECT_EQ(machine.hunted[0].mark, mark);
+  EXPECT_EQ(machine.hunted[0].group, 4242);
+  // The other work need not wait for it.
+  ASSERT_EQ(machine.started.size(), 2U);
+  EXPECT_EQ(frames(machine.started[0]), "2-2");
+  EXPECT_EQ(frames(machine.started[1]), "1-1");
+  const std::vector<AttemptRecord> attempts = store.attempts(id);
+  EXPECT_EQ(attempts[0].state, AttemptState::Lost);
+  EXPECT_EQ(attempts[0].reason, "Its engine died");
+}
+
+TEST_F(LostWorkTest, KeepsTheFramesWithGoodFiles) {
+  job->SetParameter(p_PacketSize, "5");
+  job->SetParameter("ImageStartText", "image");
+  const JobId id = submit("1-5");
+  std::vector<std::string> named;
+  for (const char* name : {"a_1.drw", "a_2.drw", "a_3.drw"}) {
+    named.push_back(directory.write(name, "x"));
+  }
+  inspector.problems[named[2]] = "Truncated or damaged image (too short)";
+  lose(named);
+  machine.beforeStart = [&](const ProcessStart&) {
+    for (const char* name : {"a_3.drw", "a_4.drw", "a_5.drw"}) {
+      directory.write(name, "x");
+    }
+    inspector.problems.clear();
+  };
+  machine.behaviour = [](const ProcessStart&) {
+    return script(1s, 0, "image a_3.drw\nimage a_4.drw\nimage a_5.drw\n");
+  };
+  EXPECT_TRUE(workOff(id).allGood());
+  ASSERT_EQ(machine.started.size(), 1U);
+  EXPECT_EQ(frames(machine.started[0]), "3-5");
+}
+
 } // namespace
 } // namespace trovik

@@ -33,7 +33,6 @@ TEST(Locations, XdgVariablesAreHonoured) {
       Path("/opt/bin/trovik"));
   EXPECT_EQ(locations.settings().Text(), "/c/trovik/settings.ini");
   EXPECT_EQ(locations.options().Text(), "/c/trovik/options.ini");
-  EXPECT_EQ(locations.runs().Text(), "/s/trovik/runs");
 }
 
 TEST(Locations, TheQueueIsWhereItsVariableSaysElseInTheStateDirectory) {
@@ -48,13 +47,19 @@ TEST(Locations, TheQueueIsWhereItsVariableSaysElseInTheStateDirectory) {
 TEST(Locations, HomeIsTheBaseWithoutXdg) {
   const Locations locations(lookupIn({{"HOME", "/home/a"}}), Path("/opt/bin/trovik"));
   EXPECT_EQ(locations.settings().Text(), "/home/a/.config/trovik/settings.ini");
-  EXPECT_EQ(locations.runs().Text(), "/home/a/.local/state/trovik/runs");
 }
 
 TEST(Locations, RelativeXdgVariableIsIgnored) {
   const Locations locations(lookupIn({{"HOME", "/home/a"}, {"XDG_CONFIG_HOME", "c"}}),
                             Path("/opt/bin/trovik"));
   EXPECT_EQ(locations.settings().Text(), "/home/a/.config/trovik/settings.ini");
+}
+
+TEST(Locations, TheImageHelperIsBesideTheProgramUnlessNamed) {
+  const Path program("/opt/some place/bin/trovik");
+  EXPECT_EQ(Locations(lookupIn({}), program).imageHelper().Text(), "/opt/some place/bin/trovik-image");
+  EXPECT_EQ(Locations(lookupIn({{"TROVIK_IMAGE_HELPER", "/my/helper"}}), program).imageHelper().Text(),
+            "/my/helper");
 }
 
 TEST(Locations, ModulesOfTheUserComeBeforeTheInstalledOnes) {

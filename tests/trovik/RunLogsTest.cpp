@@ -62,15 +62,5 @@ TEST(RunLogs, LogThatCannotBeWrittenWarnsOnceAndLosesNoWork) {
                                                "\": No space left on device"});
 }
 
-TEST(RunDirectoryName, HasDateTimeAndProcess) {
-  const std::string name = runDirectoryName();
-  std::string shape = name.substr(0, 18);
-  for (char& c : shape) {
-    c = c >= '0' && c <= '9' ? '0' : c;
-  }
-  EXPECT_EQ(shape, "0000-00-00-000000-");
-  EXPECT_EQ(name.substr(18), std::to_string(getpid()));
-}
-
 } // namespace
 } // namespace trovik

@@ -96,5 +96,22 @@ TEST(Counted, SaysOneAndMany) {
   EXPECT_EQ(counted(24, "frame"), "24 frames");
 }
 
+TEST(IsUtf8, TellsTextsFromOtherBytes) {
+  EXPECT_TRUE(isUtf8(""));
+  EXPECT_TRUE(isUtf8("Größe 日本 ☀"));
+  EXPECT_FALSE(isUtf8("\xff"));
+  EXPECT_FALSE(isUtf8("a\xc3"));
+  EXPECT_FALSE(isUtf8("\xed\xa0\x80")); // half of a surrogate pair
+}
+
+TEST(CharactersOf, AreThoseOfTheText) {
+  EXPECT_EQ(charactersOf("aé☀"), U"aé☀");
+  EXPECT_EQ(charactersOf("a\xff"
+                         "b"),
+            U"a\xfffd"
+            U"b");
+  EXPECT_EQ(charactersOf(""), U"");
+}
+
 } // namespace
 } // namespace trovik

@@ -4,7 +4,8 @@
 #include "trovik/image/Decoder.h"
 
 #include <array>
-#include <cstring>
+#include <bit>
+#include <cstdint>
 
 namespace trovik::image {
 namespace {
@@ -25,22 +26,23 @@ public:
       begun_ = true;
     }
     for (std::size_t i = 0; flat_ && i < count; ++i) {
-      // Bytes, since a picture of nothing but NaN is flat, too.
-      const std::array<float, 3> colour = colourOf(piece.pixels + i * stride);
-      flat_ = std::memcmp(colour.data(), first_.data(), sizeof colour) == 0;
+      flat_ = colourOf(piece.pixels + i * stride) == first_;
     }
   }
 
   bool flat() const { return begun_ && flat_; }
 
 private:
-  std::array<float, 3> colourOf(const float* pixel) const {
-    return {pixel[colour_[0]], pixel[colour_[1]], pixel[colour_[2]]};
+  /// As bits, since a picture of nothing but NaN is flat, too.
+  using Colour = std::array<std::uint32_t, 3>;
+  Colour colourOf(const float* pixel) const {
+    return {std::bit_cast<std::uint32_t>(pixel[colour_[0]]), std::bit_cast<std::uint32_t>(pixel[colour_[1]]),
+            std::bit_cast<std::uint32_t>(pixel[colour_[2]])};
   }
 
   int channels_ = 0;
   std::array<int, 3> colour_{};
-  std::array<float, 3> first_{};
+  Colour first_{};
   bool begun_ = false;
   bool flat_ = true;
 };

@@ -57,7 +57,7 @@ public:
 
   /// Walks the text; returns its width.
   int walk(const std::string& text, int size, bool bold, const Dot* dot) {
-    const FT_Face face = bold ? bold_ : plain_;
+    FT_FaceRec* const face = bold ? bold_ : plain_;
     if (!present() || FT_Set_Pixel_Sizes(face, 0, static_cast<FT_UInt>(size)) != 0) {
       return 0;
     }
@@ -70,7 +70,8 @@ public:
         pen += kerning.x;
       }
       before = glyph;
-      const FT_Int32 flags = (dot == nullptr ? FT_LOAD_DEFAULT : FT_LOAD_RENDER) | FT_LOAD_TARGET_LIGHT;
+      const auto flags =
+          static_cast<FT_Int32>((dot == nullptr ? FT_LOAD_DEFAULT : FT_LOAD_RENDER) | FT_LOAD_TARGET_LIGHT);
       if (FT_Load_Glyph(face, glyph, flags) != 0) {
         continue;
       }

@@ -21,8 +21,7 @@ constexpr int groundSquare = 8;
 bool isLinear(const OIIO::ImageSpec& spec) {
   const std::string space = OIIO::Strutil::lower(spec.get_string_attribute("oiio:ColorSpace"));
   if (space.empty()) {
-    return spec.format == OIIO::TypeDesc::HALF || spec.format == OIIO::TypeDesc::FLOAT ||
-           spec.format == OIIO::TypeDesc::DOUBLE;
+    return spec.format.is_floating_point();
   }
   return space == "linear" || space == "scene_linear" || space == "lin_srgb" || space == "acescg";
 }
@@ -64,6 +63,9 @@ void Picture::begin(const OIIO::ImageSpec& spec, const std::string& format) {
   const bool wide = aspect * roomHeight_ > roomWidth_;
   pictureWidth_ = wide ? roomWidth_ : std::max(1, static_cast<int>(std::lround(aspect * roomHeight_)));
   pictureHeight_ = wide ? std::max(1, static_cast<int>(std::lround(roomWidth_ / aspect))) : roomHeight_;
+  // A line that is left over by rounding would look like a part of the image.
+  pictureWidth_ += roomWidth_ - pictureWidth_ == 1 ? 1 : 0;
+  pictureHeight_ += roomHeight_ - pictureHeight_ == 1 ? 1 : 0;
   blockWidth_ = std::max<std::int64_t>(1, fullWidth_ / (2 * std::int64_t{pictureWidth_}));
   blockHeight_ = std::max<std::int64_t>(1, fullHeight_ / (2 * std::int64_t{pictureHeight_}));
   width_ = static_cast<int>((fullWidth_ + blockWidth_ - 1) / blockWidth_);

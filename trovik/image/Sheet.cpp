@@ -144,18 +144,23 @@ public:
     }
     put(counted(plan_.cells.size(), plan_.noun), nullptr);
     for (const Mark& mark : marks) {
-      const auto count = std::count_if(plan_.cells.begin(), plan_.cells.end(),
-                                       [&](const SheetCell& cell) { return cell.state == mark.state; });
-      // Space for every state that may come, until it is known.
-      if (draw ? count > 0 : mark.state != CellState::Canceled || count > 0) {
-        put(std::to_string(draw ? count : static_cast<long>(plan_.cells.size())) + ' ' + nameOf(mark.state),
-            &mark);
+      if (const std::size_t count = countOf(mark.state, draw); count > 0) {
+        put(std::to_string(count) + ' ' + nameOf(mark.state), &mark);
       }
     }
     return baseline + small - layout_.margin + layout_.gap;
   }
 
 private:
+  /// The cells of a state, or (before they are looked at) the most there may be.
+  std::size_t countOf(CellState state, bool looked) const {
+    const bool open = !looked && (state == CellState::Missing || state == CellState::Damaged);
+    return static_cast<std::size_t>(
+        std::count_if(plan_.cells.begin(), plan_.cells.end(), [&](const SheetCell& cell) {
+          return cell.state == state || (open && cell.state == CellState::Good);
+        }));
+  }
+
   Pixels lookAt(SheetCell& cell, const Box& box) const {
     struct stat status {};
     if (cell.file.empty() || stat(cell.file.c_str(), &status) != 0) {

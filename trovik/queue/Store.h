@@ -154,6 +154,8 @@ public:
   /// locks from here until `settleLost`, so that no other process takes them
   /// up; engines that died without running attempts are put away at once.
   std::vector<LostAttempt> takeLost();
+  /// Whether takeLost would find any. Cheap, and takes no lock.
+  bool hasLost();
   /// All that takeLost handed out has been settled (or is to be handed out
   /// again later).
   void releaseLost();

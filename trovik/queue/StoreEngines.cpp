@@ -181,6 +181,16 @@ void Store::releaseLost() {
   impl_->lost.clear();
 }
 
+bool Store::hasLost() {
+  for (const EngineId engine : impl_->aliveEngines()) {
+    if (!impl_->entered.contains(engine) && !impl_->locks.isHeldElsewhere(engine) &&
+        !impl_->runningOf(engine).empty()) {
+      return true;
+    }
+  }
+  return false;
+}
+
 bool Store::hasOtherEngine(EngineId own) {
   for (const EngineId engine : impl_->aliveEngines()) {
     if (engine != own && (impl_->entered.contains(engine) || impl_->locks.isHeldElsewhere(engine))) {

@@ -200,9 +200,12 @@ INSTANTIATE_TEST_SUITE_P(
         Case{{.file = "a.exr", .type = TypeDesc::HALF, .compression = "none"}, small},
         Case{{.file = "a.exr", .type = TypeDesc::HALF, .compression = "piz"}, small},
         Case{{.file = "a.tif", .type = TypeDesc::UINT16, .compression = "zip", .tile = 32}, nothing},
-        Case{{.file = "a.tif", .compression = "none"}, everything}, Case{{.file = "a.bmp"}, everything},
-        Case{{.file = "a.dpx"}, everything}, Case{{.file = "a.ppm"}, everything},
-        Case{{.file = "a.jpg"}, small},
+        Case{{.file = "a.tif", .compression = "none"}, everything},
+        Case{{.file = "a.tif", .compression = "packbits"}, small},
+        Case{{.file = "a.hdr", .type = TypeDesc::FLOAT}, {"a bit turned"}}, Case{{.file = "a.jp2"}, small},
+        Case{{.file = "a.sgi", .compression = "rle"}, everything}, Case{{.file = "a.heic"}, everything},
+        Case{{.file = "a.bmp"}, everything}, Case{{.file = "a.dpx"}, everything},
+        Case{{.file = "a.ppm"}, everything}, Case{{.file = "a.jpg"}, small},
         Case{{.file = "a.jpg", .attributes = {{"jpeg:progressive", 1}}}, nothing}),
     caseName);
 

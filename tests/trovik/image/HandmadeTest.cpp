@@ -220,6 +220,34 @@ TEST(Bomb, OfOneLineIsRefusedBeforeItTakesMemory) {
             "Truncated or damaged image (it says that it has 500000000 x 2 pixels of 3 channels)");
 }
 
+std::string exrAttribute(const std::string& name, const std::string& type, const std::string& value) {
+  return name + zeros(1) + type + zeros(1) + little(value.size(), 4) + value;
+}
+
+TEST(Exr, OfSubsampledChannelsIsLeftAloneSinceNobodyHereCanDecodeIt) {
+  const TemporaryDirectory directory;
+  std::string channels;
+  for (const char* name : {"BY", "RY", "Y"}) {
+    const std::uint64_t sampling = std::string(name) == "Y" ? 1 : 2;
+    channels += name + zeros(1) + little(1, 4) + zeros(4) + little(sampling, 4) + little(sampling, 4);
+  }
+  const std::string window = zeros(8) + little(1, 4) + little(1, 4);
+  std::string file =
+      "\x76\x2f\x31\x01" + little(2, 4) + exrAttribute("channels", "chlist", channels + zeros(1)) +
+      exrAttribute("compression", "compression", zeros(1)) + exrAttribute("dataWindow", "box2i", window) +
+      exrAttribute("displayWindow", "box2i", window) + exrAttribute("lineOrder", "lineOrder", zeros(1)) +
+      exrAttribute("pixelAspectRatio", "float", big(0x0000803f, 4)) +
+      exrAttribute("screenWindowCenter", "v2f", zeros(8)) +
+      exrAttribute("screenWindowWidth", "float", big(0x0000803f, 4)) + zeros(1);
+  const std::uint64_t start = file.size() + 16;
+  // Two lines: the first with one value of each colour and two of light.
+  file += little(start, 8) + little(start + 16, 8) + little(0, 4) + little(8, 4) + zeros(8) + little(1, 4) +
+          little(4, 4) + zeros(4);
+  const Inspection inspection = inspect(directory.write("a.exr", file));
+  EXPECT_EQ(inspection.problem, "");
+  EXPECT_FALSE(inspection.image);
+}
+
 TEST(Structure, EndlessChainsEnd) {
   const TemporaryDirectory directory;
   // A directory of a TIFF file that names itself as the next one.

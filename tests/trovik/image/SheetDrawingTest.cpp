@@ -25,7 +25,8 @@ public:
   std::size_t killOrphans(const Orphans& /*orphans*/) override { return 0; }
   explicit PatientMachine(std::string sign = {}) : sign_(std::move(sign)) {}
   Clock::time_point now() override { return now_; }
-  std::unique_ptr<Program> start(const ProcessStart&) override { return nullptr; }
+  std::unique_ptr<Program> start(const ProcessStart& /*start*/) override { return nullptr; }
+  std::size_t killOrphans(const Orphans& /*orphans*/) override { return 0; }
   void wait(std::vector<pollfd>& descriptors, std::optional<Duration> timeout) override {
     const bool stuck = !sign_.empty() && std::filesystem::remove(sign_);
     if (poll(descriptors.data(), descriptors.size(), stuck ? 0 : 10) == 0 && stuck) {
