@@ -5,6 +5,7 @@
 #include "trovik/Text.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 namespace trovik {
@@ -28,7 +29,7 @@ std::string percent(double part) {
 }
 
 double rounded(double part) {
-  return static_cast<double>(static_cast<std::int64_t>(part * 10000 + 0.5)) / 10000;
+  return std::round(part * 10000) / 10000;
 }
 
 std::string entry(const std::string& label, const std::string& text) {

@@ -57,7 +57,8 @@ std::string ageText(Moment moment, Moment now) {
 }
 
 double secondsOf(Moment moment) {
-  return static_cast<double>(moment.time_since_epoch().count() / 1000) / 1000;
+  const auto milliseconds = std::chrono::floor<std::chrono::milliseconds>(moment.time_since_epoch());
+  return static_cast<double>(milliseconds.count()) / 1000;
 }
 
 double secondsOf(Duration duration) {

@@ -133,7 +133,7 @@ std::string floatMap() {
 /// Three channels of 10 bits, three to a word.
 std::string cineon() {
   std::string header = big(0x802a5fd7, 4) + big(2048, 4) + big(1024, 4) + big(1024, 4) + zeros(4) +
-                       big(2048 + 129 * 97 * 4, 4) + "V4.5" + zeros(164);
+                       big(2048 + std::uint64_t{129} * 97 * 4, 4) + "V4.5" + zeros(164);
   header += big(0, 1) + big(3, 1) + zeros(2);
   for (int channel = 0; channel < 8; ++channel) {
     const bool used = channel < 3;

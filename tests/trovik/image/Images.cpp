@@ -37,7 +37,7 @@ float noiseAt(int x, int y, int channel) {
 
 std::string writeImage(const std::string& directory, const ImageKind& kind, const PixelFunction& pixels,
                        int width, int height) {
-  const std::string file = directory + '/' + kind.file;
+  std::string file = directory + '/' + kind.file;
   OIIO::ImageSpec spec(width, height, kind.channels, kind.type);
   if (!kind.compression.empty()) {
     spec.attribute("compression", kind.compression);
