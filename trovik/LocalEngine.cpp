@@ -107,7 +107,16 @@ void LocalEngine::advanceRecoveries() {
 /// Starts the end commands of jobs that have ended, and tells of those that
 /// were worked here.
 void LocalEngine::finishJobs() {
-  for (const JobRecord& job : store_.takeEnded()) {
+  std::vector<JobRecord> over;
+  try {
+    over = store_.takeEnded();
+  } catch (const StoreError& error) {
+    if (!passes(error)) {
+      throw;
+    }
+    LogDebug(error.message); // the next look finds them
+  }
+  for (const JobRecord& job : over) {
     startEndCommands(job, store_.summary(job.id));
     if (!plan_.only && jobs_.contains(job.id)) {
       RunSummary summary = store_.summary(job.id);
@@ -235,6 +244,12 @@ void LocalEngine::tellTurn(const std::vector<bool>& again) {
     }
     events_.workEnded(attempt->work(), result);
   }
+  // A job of which nothing more was claimed may have ended; its end is told
+  // before another one begins.
+  const bool perhapsOver = std::any_of(ended_.begin(), ended_.end(), [this](const auto& attempt) {
+    return std::none_of(claimed_.begin(), claimed_.end(),
+                        [&](const Claim& claim) { return claim.job == attempt->claim().job; });
+  });
   const bool anyEnded = !ended_.empty() || !outcomes_.empty();
   ended_.clear();
   outcomes_.clear();
@@ -245,8 +260,11 @@ void LocalEngine::tellTurn(const std::vector<bool>& again) {
     recoveries_.clear();
     store_.releaseLost();
   }
+  if (perhapsOver) {
+    finishJobs();
+  }
   if (anyEnded && running_.empty()) {
-    nextTick_ = machine_.now(); // a job may have ended
+    nextTick_ = machine_.now();
   }
 }
 

@@ -16,7 +16,7 @@ file_is "$TMP/end" <<'END'
 <good>
 <a b; touch pwned>
 <a b; touch pwned>
-<1 frame good>
+<1 work good>
 <1/0/0>
 END
 [ ! -e pwned ] || fail "a shell read the name"

@@ -25,7 +25,7 @@ logs  TMP/home/state/trovik/logs/2
 job 2  started  2
 job 2  image  TMP/first/shot_0002.drw
 job 2  finished  2  TIME
-job 2  all 1 frame good, in TIME
+job 2  1 frame good, in TIME
 images  1 in TMP/first
 job 1  Sketch: 2 frames (1-2) on 1 slot
 scene  TMP/work/shot_%04d.txt
