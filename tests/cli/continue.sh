@@ -29,8 +29,8 @@ grep -q '^job 1' "$TMP/out" && fail "an engine took the job that was put aside"
 : >../go
 run 0 run sketch shot_0001.txt --slots 1
 out_has "all 3 frames good"
-sort ../journal >"$TMP/journal"
-file_is "$TMP/journal" <<'END'
+sort ../journal >"$TMP/sorted"
+file_is "$TMP/sorted" <<'END'
 shot_0001.txt
 shot_0002.txt
 shot_0002.txt
