@@ -127,6 +127,17 @@ Executable=)" CRASH_RENDERER "\n");
     return true;
   }
 
+  /// A queue that holds one new job.
+  void begin(int frames, int packet) {
+    goodFrames.clear();
+    std::filesystem::remove(directory.file("journal"));
+    std::filesystem::create_directory(directory.file("state")); // perhaps a mount, which cannot be removed
+    for (const auto& entry : std::filesystem::directory_iterator(directory.file("state"))) {
+      std::filesystem::remove_all(entry.path());
+    }
+    submit(frames, packet);
+  }
+
   void submit(int frames, int packet, const std::string& pause = "10") {
     const pid_t process = start({"submit", "Crash", "--range", "1-" + std::to_string(frames), "--packet",
                                  std::to_string(packet), "--set", "Journal=" + directory.file("journal"),
@@ -225,11 +236,8 @@ Executable=)" CRASH_RENDERER "\n");
 };
 
 TEST_F(CrashTest, EngineKilledAtAnyMomentLosesNothing) {
-  for (unsigned long killed = 0; killed < kills;) {
-    goodFrames.clear();
-    std::filesystem::remove_all(directory.file("state"));
-    std::filesystem::remove(directory.file("journal"));
-    submit(frameCount, 1 + static_cast<int>(killed % 7));
+  for (unsigned long killed = 0; killed < kills && !HasFailure();) {
+    begin(frameCount, 1 + static_cast<int>(killed % 7));
     for (int round = 0; round < 10 && killed < kills; ++round) {
       const pid_t engine = start(engineWords());
       randomMoment(250);
@@ -242,62 +250,69 @@ TEST_F(CrashTest, EngineKilledAtAnyMomentLosesNothing) {
       checkQueue();
     }
     finish(frameCount);
-    if (HasFailure()) {
-      return;
-    }
   }
 }
 
 TEST_F(CrashTest, TwoEnginesOneOfThemKilledShareOneQueue) {
-  submit(frameCount * 2, 4);
-  std::vector<pid_t> pair = {start(engineWords()), start(engineWords())};
-  for (unsigned long killed = 0; killed < kills; ++killed) {
-    randomMoment(200);
-    pid_t& victim = pair[killed % 2];
-    if (!hasEnded(victim)) {
+  for (unsigned long killed = 0; killed < kills && !HasFailure();) {
+    begin(frameCount * 2, 4);
+    std::vector<pid_t> pair = {start(engineWords()), start(engineWords())};
+    for (std::size_t turn = 0; killed < kills; ++turn) {
+      randomMoment(200);
+      pid_t& victim = pair[turn % 2];
+      if (hasEnded(victim)) {
+        pair.erase(pair.begin() + static_cast<std::ptrdiff_t>(turn % 2));
+        break;
+      }
       kill(victim, SIGKILL);
       waitFor(victim);
+      ++killed;
+      checkQueue();
+      victim = start(engineWords());
     }
-    checkQueue();
-    victim = start(engineWords());
+    for (const pid_t engine : pair) {
+      EXPECT_EQ(waitFor(engine), 0);
+    }
+    finish(frameCount * 2);
   }
-  for (const pid_t engine : pair) {
-    EXPECT_EQ(waitFor(engine), 0);
-  }
-  finish(frameCount * 2);
 }
 
 TEST_F(CrashTest, MachineThatGoesDownLosesNothing) {
-  submit(frameCount, 5);
-  for (unsigned long killed = 0; killed < kills; ++killed) {
-    const pid_t engine = start(engineWords());
-    randomMoment(250);
-    if (hasEnded(engine)) {
-      break;
+  for (unsigned long killed = 0; killed < kills && !HasFailure();) {
+    begin(frameCount, 5);
+    for (int round = 0; round < 10 && killed < kills; ++round) {
+      const pid_t engine = start(engineWords());
+      randomMoment(250);
+      if (hasEnded(engine)) {
+        break;
+      }
+      kill(engine, SIGKILL);
+      for (const pid_t program : programs()) {
+        kill(program, SIGKILL);
+      }
+      waitFor(engine);
+      ++killed;
+      checkQueue();
     }
-    kill(engine, SIGKILL);
-    for (const pid_t program : programs()) {
-      kill(program, SIGKILL);
-    }
-    waitFor(engine);
-    checkQueue();
+    finish(frameCount);
   }
-  finish(frameCount);
 }
 
 TEST_F(CrashTest, RendererKilledIsTriedAgainForItsMissingFramesOnly) {
-  submit(frameCount, 6);
-  const pid_t engine = start(engineWords());
-  for (unsigned long killed = 0; killed < kills && !hasEnded(engine); ++killed) {
-    randomMoment(60);
-    const std::vector<pid_t> found = programs();
-    if (!found.empty()) {
-      kill(found[random() % found.size()], SIGKILL);
+  for (unsigned long killed = 0; killed < kills && !HasFailure();) {
+    begin(frameCount, 6);
+    const pid_t engine = start(engineWords());
+    while (killed < kills && !hasEnded(engine)) {
+      randomMoment(60);
+      const std::vector<pid_t> found = programs();
+      if (!found.empty() && kill(found[random() % found.size()], SIGKILL) == 0) {
+        ++killed;
+      }
     }
-  }
-  finish(frameCount);
-  if (engines.contains(engine)) {
-    EXPECT_EQ(waitFor(engine), 0);
+    if (engines.contains(engine)) {
+      EXPECT_EQ(waitFor(engine), 0);
+    }
+    finish(frameCount);
   }
 }
 
@@ -327,23 +342,29 @@ void fill(const std::string& file) {
 TEST_F(CrashTest, FullDiskOfTheQueueOnlyDelays) {
   std::filesystem::create_directory(directory.file("state"));
   ASSERT_NO_FATAL_FAILURE(mountSmall(directory.file("state"), "size=4m"));
-  submit(frameCount, 3);
-  const pid_t engine = start(engineWords());
-  for (unsigned long filled = 0; filled < kills; ++filled) {
-    randomMoment(100);
-    fill(directory.file("state/ballast"));
-    randomMoment(100);
-    if (filled % 2 == 1 && !hasEnded(engine)) {
-      kill(engine, SIGKILL);
-      waitFor(engine);
+  for (unsigned long filled = 0; filled < kills && !HasFailure();) {
+    begin(frameCount, 3);
+    const pid_t engine = start(engineWords());
+    while (filled < kills && !hasEnded(engine)) {
+      randomMoment(100);
+      fill(directory.file("state/ballast"));
+      ++filled;
+      randomMoment(100);
+      if (filled % 2 == 1 && !hasEnded(engine)) {
+        kill(engine, SIGKILL);
+        waitFor(engine);
+      }
+      std::filesystem::remove(directory.file("state/ballast"));
+      checkQueue();
+      if (!engines.contains(engine)) {
+        break;
+      }
     }
-    std::filesystem::remove(directory.file("state/ballast"));
-    checkQueue();
-    if (!engines.contains(engine)) {
-      break;
+    if (engines.contains(engine)) {
+      EXPECT_EQ(waitFor(engine), 0);
     }
+    finish(frameCount);
   }
-  finish(frameCount);
 }
 
 TEST_F(CrashTest, FullDiskOfTheImagesFailsFramesWithTheirReason) {
