@@ -11,6 +11,7 @@ namespace trovik {
 namespace {
 
 constexpr Duration tickTime = std::chrono::milliseconds(500);
+constexpr Duration orphanTime = std::chrono::milliseconds(20); // between looks for killed programs
 constexpr Duration recoveryTime = std::chrono::seconds(2);
 constexpr std::size_t jobsKept = 64; // jobs without running works that stay unpacked
 
@@ -67,6 +68,7 @@ void LocalEngine::tick() {
     if (now >= nextRecovery_ && recoveries_.empty() && stops_ == 0) {
       nextRecovery_ = now + recoveryTime;
       recoveries_ = takeLostAttempts(store_, inspector_);
+      advanceRecoveries();
     }
     store_.sync();
     finishJobs();
@@ -342,6 +344,10 @@ void LocalEngine::waitForSomething() {
     deadline = time ? std::min(deadline, *time) : deadline;
   };
   consider(inspector_.deadline());
+  if (std::any_of(recoveries_.begin(), recoveries_.end(),
+                  [](const auto& recovery) { return !recovery->isRecorded(); })) {
+    consider(machine_.now() + orphanTime);
+  }
   for (const auto& attempt : running_) {
     descriptors.push_back({attempt->outputDescriptor(), POLLIN, 0});
     descriptors.push_back({attempt->exitDescriptor(), POLLIN, 0});

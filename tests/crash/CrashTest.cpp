@@ -128,17 +128,17 @@ Executable=)" CRASH_RENDERER "\n");
   }
 
   /// A queue that holds one new job.
-  void begin(int frames, int packet) {
+  void begin(int frames, int packet, const std::string& pause = "10") {
     goodFrames.clear();
     std::filesystem::remove(directory.file("journal"));
     std::filesystem::create_directory(directory.file("state")); // perhaps a mount, which cannot be removed
     for (const auto& entry : std::filesystem::directory_iterator(directory.file("state"))) {
       std::filesystem::remove_all(entry.path());
     }
-    submit(frames, packet);
+    submit(frames, packet, pause);
   }
 
-  void submit(int frames, int packet, const std::string& pause = "10") {
+  void submit(int frames, int packet, const std::string& pause) {
     const pid_t process = start({"submit", "Crash", "--range", "1-" + std::to_string(frames), "--packet",
                                  std::to_string(packet), "--set", "Journal=" + directory.file("journal"),
                                  "--set", "Pause=" + pause, "--set", "Retries=100", "--set", "StopAfter=0",
@@ -250,6 +250,26 @@ TEST_F(CrashTest, EngineKilledAtAnyMomentLosesNothing) {
       checkQueue();
     }
     finish(frameCount);
+  }
+}
+
+TEST_F(CrashTest, ProgramsOfADeadEngineEndBeforeTheirFramesRunAgain) {
+  constexpr int frames = 12;
+  for (unsigned long killed = 0; killed < kills && !HasFailure();) {
+    // Each frame takes longer than it takes to start an engine anew, so what
+    // goes on rendering would meet its successor.
+    begin(frames, 4, "200");
+    for (int round = 0; round < 10 && killed < kills; ++round) {
+      const pid_t engine = start(engineWords(3));
+      randomMoment(300);
+      if (hasEnded(engine)) {
+        break;
+      }
+      kill(engine, SIGKILL);
+      waitFor(engine);
+      ++killed;
+    }
+    finish(frames);
   }
 }
 
@@ -369,7 +389,7 @@ TEST_F(CrashTest, FullDiskOfTheQueueOnlyDelays) {
 
 TEST_F(CrashTest, FullDiskOfTheImagesFailsFramesWithTheirReason) {
   ASSERT_NO_FATAL_FAILURE(mountSmall(directory.file("images"), "size=256k"));
-  submit(frameCount, 3);
+  submit(frameCount, 3, "10");
   fill(directory.file("images/ballast"));
   const pid_t engine = start(engineWords());
   // The renderers fail for want of room until it is there again.

@@ -7,6 +7,7 @@
 // at the same frame: the lock of a frame is free as soon as its holder is dead.
 
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -36,6 +37,9 @@ int main(int count, char** arguments) {
   if (count != 6) {
     return 64;
   }
+  // Many renderers go on when nobody reads what they print: only an engine that
+  // ends them makes room for the next attempt.
+  std::signal(SIGPIPE, SIG_IGN);
   const int first = std::atoi(arguments[1]);
   const int last = std::atoi(arguments[2]);
   const std::string folder = arguments[3];
