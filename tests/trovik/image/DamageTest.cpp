@@ -59,6 +59,14 @@ Inspection inspect(const std::string& file) {
   return image::check({file, false});
 }
 
+/// Writes noise of a width that is odd in every sense; but of one that fits for
+/// the writer of HEIF files, which reads beyond the lines of others.
+std::string writeNoise(const TemporaryDirectory& directory, const ImageKind& kind, int& width) {
+  const bool heif = kind.file.ends_with("heic") || kind.file.ends_with("avif");
+  width = heif ? 144 : imageWidth;
+  return writeImage(directory.path(), kind, noiseAt, width);
+}
+
 /// The harms that a look into the file does not find.
 std::set<std::string> unfound(const TemporaryDirectory& directory, const std::string& whole,
                               const std::string& leaf, const std::vector<Harm>& harms) {
@@ -86,11 +94,12 @@ class EveryCut : public testing::TestWithParam<Case> {};
 
 TEST_P(EveryCut, IsFoundAndTheWholeImageIsGood) {
   const TemporaryDirectory directory;
-  const std::string file = writeImage(directory.path(), GetParam().kind);
+  int width = 0;
+  const std::string file = writeNoise(directory, GetParam().kind, width);
   const Inspection whole = inspect(file);
   EXPECT_EQ(whole.problem, "");
   EXPECT_TRUE(whole.image);
-  EXPECT_EQ(whole.width, imageWidth);
+  EXPECT_EQ(whole.width, width);
   EXPECT_EQ(whole.height, imageHeight);
   EXPECT_EQ(unfound(directory, readFile(file), GetParam().kind.file, cuts()), GetParam().unfoundCuts);
 }
@@ -181,7 +190,8 @@ class EveryChange : public testing::TestWithParam<Case> {};
 
 TEST_P(EveryChange, IsFoundWhereTheFormatCanTell) {
   const TemporaryDirectory directory;
-  const std::string file = writeImage(directory.path(), GetParam().kind);
+  int width = 0;
+  const std::string file = writeNoise(directory, GetParam().kind, width);
   EXPECT_EQ(unfound(directory, readFile(file), GetParam().kind.file, changes()), GetParam().unfoundCuts);
 }
 
