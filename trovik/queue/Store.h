@@ -141,7 +141,7 @@ public:
   /// The end of an attempt. Good frames become good works; what is left is
   /// ready again while there are retries and it is worth it, else failed (or,
   /// for a canceled attempt: ready in an open or stopped job, canceled in a
-  /// canceled one; for a lost one ready, and failed after five losses). Ends
+  /// canceled one; for a lost one ready, and failed after enough losses). Ends
   /// the job when nothing is left, stops it when its first works all failed
   /// alike. Returns whether what is left is tried again. An attempt that is
   /// not running any more is left alone: false.
