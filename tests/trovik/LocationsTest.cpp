@@ -40,8 +40,8 @@ TEST(Locations, TheQueueIsWhereItsVariableSaysElseInTheStateDirectory) {
   EXPECT_EQ(Locations(lookupIn(home), Path("/b")).state().Text(), "/home/a/.local/state/trovik");
   EXPECT_EQ(Locations(lookupIn({{"XDG_STATE_HOME", "/s"}}), Path("/b")).state().Text(), "/s/trovik");
   EXPECT_EQ(
-      Locations(lookupIn({{"XDG_STATE_HOME", "/s"}, {"TROVIK_STATE", "/farm/q"}}), Path("/b")).state().Text(),
-      "/farm/q");
+      Locations(lookupIn({{"XDG_STATE_HOME", "/s"}, {"TROVIK_STATE", "/fast/q"}}), Path("/b")).state().Text(),
+      "/fast/q");
 }
 
 TEST(Locations, HomeIsTheBaseWithoutXdg) {

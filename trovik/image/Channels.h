@@ -14,6 +14,6 @@ struct Channels {
 
 /// Finds them by their names, whatever layer is before them ("beauty.R"); an
 /// image that names none shows its first three, or its first as grey.
-Channels channelsOf(const OIIO::ImageSpec& spec);
+Channels channelsOf(const OIIO::ImageSpec& layout);
 
 } // namespace trovik::image

@@ -13,9 +13,9 @@ namespace {
 /// Whether all pixels have the colour of the first.
 class FlatSink final : public PixelSink {
 public:
-  void begin(const OIIO::ImageSpec& spec, const std::string& /*format*/) override {
-    channels_ = spec.nchannels;
-    colour_ = channelsOf(spec).colour;
+  void begin(const OIIO::ImageSpec& layout, const std::string& /*format*/) override {
+    channels_ = layout.nchannels;
+    colour_ = channelsOf(layout).colour;
   }
 
   void take(const Piece& piece) override {

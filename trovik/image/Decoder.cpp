@@ -65,14 +65,14 @@ std::string formatOf(const std::string& extension) {
 }
 
 /// A reader for the file, opened; null and the reason when there is none.
-ImageInput::unique_ptr openAs(const std::string& format, const std::string& file, ImageSpec& spec,
+ImageInput::unique_ptr openAs(const std::string& format, const std::string& file, ImageSpec& layout,
                               std::string& reason) {
   ImageInput::unique_ptr input = ImageInput::create(format);
   if (input == nullptr) {
     reason = OIIO::geterror();
     return nullptr;
   }
-  if (!input->open(file, spec)) {
+  if (!input->open(file, layout)) {
     reason = input->geterror();
     return nullptr;
   }
@@ -84,12 +84,12 @@ bool beginsAs(const char* format, const std::string& file) {
   return input != nullptr && input->valid_file(file);
 }
 
-ImageInput::unique_ptr openImage(const std::string& file, ImageSpec& spec, std::string& reason) {
+ImageInput::unique_ptr openImage(const std::string& file, ImageSpec& layout, std::string& reason) {
   const std::string named = formatOf(extensionOf(file));
-  ImageInput::unique_ptr input = openAs(named, file, spec, reason);
+  ImageInput::unique_ptr input = openAs(named, file, layout, reason);
   for (const char* format : knownByContent) {
     if (input == nullptr && named != format && beginsAs(format, file)) {
-      input = openAs(format, file, spec, reason);
+      input = openAs(format, file, layout, reason);
     }
   }
   return input;
@@ -119,9 +119,9 @@ std::uint64_t product(std::initializer_list<std::uint64_t> factors) {
 /// Decodes one part of a file.
 class PartDecoder {
 public:
-  PartDecoder(ImageInput& input, const ImageSpec& spec, int subimage, int level, PixelSink* sink)
-      : input_(input), spec_(spec), subimage_(subimage), level_(level), sink_(sink),
-        type_(sink == nullptr ? spec.format : TypeDesc(TypeDesc::FLOAT)) {}
+  PartDecoder(ImageInput& input, const ImageSpec& layout, int subimage, int level, PixelSink* sink)
+      : input_(input), spec_(layout), subimage_(subimage), level_(level), sink_(sink),
+        type_(sink == nullptr ? layout.format : TypeDesc(TypeDesc::FLOAT)) {}
 
   void run() {
     if (spec_.width <= 0 || spec_.height <= 0 || spec_.nchannels <= 0) {
@@ -202,19 +202,19 @@ private:
 
   /// The samples of deep pixels put over one another, into the buffer.
   void flatten(const OIIO::DeepData& samples, int xBegin, int xEnd, int yBegin, int yEnd) {
-    ImageSpec spec = spec_;
-    spec.x = spec.full_x = xBegin;
-    spec.y = spec.full_y = yBegin;
-    spec.width = spec.full_width = xEnd - xBegin;
-    spec.height = spec.full_height = yEnd - yBegin;
-    spec.tile_width = spec.tile_height = spec.tile_depth = 0;
-    OIIO::ImageBuf deep(spec);
+    ImageSpec layout = spec_;
+    layout.x = layout.full_x = xBegin;
+    layout.y = layout.full_y = yBegin;
+    layout.width = layout.full_width = xEnd - xBegin;
+    layout.height = layout.full_height = yEnd - yBegin;
+    layout.tile_width = layout.tile_height = layout.tile_depth = 0;
+    OIIO::ImageBuf deep(layout);
     *deep.deepdata() = samples;
     const OIIO::ImageBuf flat = OIIO::ImageBufAlgo::flatten(deep);
-    if (flat.has_error() || flat.nchannels() != spec.nchannels) {
+    if (flat.has_error() || flat.nchannels() != layout.nchannels) {
       throw Problem{flat.geterror()};
     }
-    buffer_.resize(product({size(spec.width), size(spec.height), pixelBytes()}));
+    buffer_.resize(product({size(layout.width), size(layout.height), pixelBytes()}));
     flat.get_pixels(flat.roi(), TypeDesc::FLOAT, buffer_.data());
   }
 
@@ -241,12 +241,12 @@ void decodeParts(ImageInput& input, PixelSink* sink) {
   int parts = 0;
   for (int subimage = 0; goTo(input, subimage, 0); ++subimage) {
     for (int level = 0; goTo(input, subimage, level); ++level) {
-      const ImageSpec spec = input.spec();
+      const ImageSpec layout = input.spec();
       const bool first = subimage == 0 && level == 0;
       if (first && sink != nullptr) {
-        sink->begin(spec, input.format_name());
+        sink->begin(layout, input.format_name());
       }
-      PartDecoder(input, spec, subimage, level, first ? sink : nullptr).run();
+      PartDecoder(input, layout, subimage, level, first ? sink : nullptr).run();
       if (++parts > partLimit) {
         throw Problem{"it has more than " + counted(partLimit, "part")};
       }
@@ -270,17 +270,17 @@ std::string whyUnreadable(const std::string& file) {
 }
 
 void decodeInto(Inspection& inspection, const std::string& file, PixelSink* sink) {
-  ImageSpec spec;
+  ImageSpec layout;
   std::string reason;
-  const ImageInput::unique_ptr input = openImage(file, spec, reason);
+  const ImageInput::unique_ptr input = openImage(file, layout, reason);
   if (input == nullptr) {
     throw Problem{reason.empty() ? "it cannot be opened" : reason};
   }
-  inspection.width = spec.width;
-  inspection.height = spec.height;
+  inspection.width = layout.width;
+  inspection.height = layout.height;
   requireSilence(*input, true); // some read all at once when they open a file
   const auto requireSoundness = [&] {
-    const std::string flaw = structureProblem(input->format_name(), file, spec.width, spec.height);
+    const std::string flaw = structureProblem(input->format_name(), file, layout.width, layout.height);
     if (!flaw.empty()) {
       throw Problem{flaw};
     }
@@ -343,16 +343,16 @@ Inspection decode(const std::string& file, PixelSink* sink) {
 }
 
 ImageSpec describe(const std::string& file) {
-  ImageSpec spec;
+  ImageSpec layout;
   std::string reason;
   try {
-    if (!isImageName(file) || !whyUnreadable(file).empty() || openImage(file, spec, reason) == nullptr) {
+    if (!isImageName(file) || !whyUnreadable(file).empty() || openImage(file, layout, reason) == nullptr) {
       return {};
     }
   } catch (const std::exception&) {
     return {};
   }
-  return spec;
+  return layout;
 }
 
 std::string damageText(const std::string& reason, const std::string& file) {

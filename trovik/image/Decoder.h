@@ -27,7 +27,7 @@ struct Piece {
 class PixelSink {
 public:
   virtual ~PixelSink() = default;
-  virtual void begin(const OIIO::ImageSpec& spec, const std::string& format) = 0;
+  virtual void begin(const OIIO::ImageSpec& layout, const std::string& format) = 0;
   virtual void take(const Piece& piece) = 0;
 };
 

@@ -18,10 +18,10 @@ constexpr float brightest = 8.0F; ///< of light, so that one spark does not ligh
 constexpr std::array<float, 2> groundOnScreen = {0.20F, 0.25F};
 constexpr int groundSquare = 8;
 
-bool isLinear(const OIIO::ImageSpec& spec) {
-  const std::string space = OIIO::Strutil::lower(spec.get_string_attribute("oiio:ColorSpace"));
+bool isLinear(const OIIO::ImageSpec& layout) {
+  const std::string space = OIIO::Strutil::lower(layout.get_string_attribute("oiio:ColorSpace"));
   if (space.empty()) {
-    return spec.format.is_floating_point();
+    return layout.format.is_floating_point();
   }
   return space == "linear" || space == "scene_linear" || space == "lin_srgb" || space == "acescg";
 }
@@ -35,11 +35,11 @@ float lightOfDensity(float stored) {
 
 } // namespace
 
-double aspectOf(const OIIO::ImageSpec& spec) {
-  const bool full = spec.full_width > 0 && spec.full_height > 0;
-  const double width = full ? spec.full_width : spec.width;
-  const double height = full ? spec.full_height : spec.height;
-  double shape = static_cast<double>(spec.get_float_attribute("PixelAspectRatio", 1.0F));
+double aspectOf(const OIIO::ImageSpec& layout) {
+  const bool full = layout.full_width > 0 && layout.full_height > 0;
+  const double width = full ? layout.full_width : layout.width;
+  const double height = full ? layout.full_height : layout.height;
+  double shape = static_cast<double>(layout.get_float_attribute("PixelAspectRatio", 1.0F));
   if (!(shape > 0.05 && shape < 20.0)) {
     shape = 1.0;
   }
@@ -48,18 +48,18 @@ double aspectOf(const OIIO::ImageSpec& spec) {
 
 Picture::Picture(int width, int height) : roomWidth_(width), roomHeight_(height) {}
 
-void Picture::begin(const OIIO::ImageSpec& spec, const std::string& format) {
-  channelCount_ = spec.nchannels;
-  channels_ = channelsOf(spec);
-  const bool density = format == "cineon" || spec.get_string_attribute("oiio:ColorSpace") == "KodakLog";
-  light_ = density ? Light::Cineon : isLinear(spec) ? Light::Linear : Light::Display;
+void Picture::begin(const OIIO::ImageSpec& layout, const std::string& format) {
+  channelCount_ = layout.nchannels;
+  channels_ = channelsOf(layout);
+  const bool density = format == "cineon" || layout.get_string_attribute("oiio:ColorSpace") == "KodakLog";
+  light_ = density ? Light::Cineon : isLinear(layout) ? Light::Linear : Light::Display;
 
-  const bool full = spec.full_width > 0 && spec.full_height > 0;
-  x_ = full ? spec.full_x : spec.x;
-  y_ = full ? spec.full_y : spec.y;
-  fullWidth_ = full ? spec.full_width : spec.width;
-  fullHeight_ = full ? spec.full_height : spec.height;
-  const double aspect = aspectOf(spec);
+  const bool full = layout.full_width > 0 && layout.full_height > 0;
+  x_ = full ? layout.full_x : layout.x;
+  y_ = full ? layout.full_y : layout.y;
+  fullWidth_ = full ? layout.full_width : layout.width;
+  fullHeight_ = full ? layout.full_height : layout.height;
+  const double aspect = aspectOf(layout);
   const bool wide = aspect * roomHeight_ > roomWidth_;
   pictureWidth_ = wide ? roomWidth_ : std::max(1, static_cast<int>(std::lround(aspect * roomHeight_)));
   pictureHeight_ = wide ? std::max(1, static_cast<int>(std::lround(roomWidth_ / aspect))) : roomHeight_;

@@ -18,7 +18,7 @@ struct Pixels {
 
 /// The width of an image on a screen by its height: of its display window,
 /// with the shape of its pixels. 0 where there is none.
-double aspectOf(const OIIO::ImageSpec& spec);
+double aspectOf(const OIIO::ImageSpec& layout);
 
 /// Makes a small picture of an image while it is decoded, so that an image of
 /// any size costs no more memory than the picture. Blocks of pixels are
@@ -31,7 +31,7 @@ public:
   /// The room for the picture, in pixels; it keeps its shape.
   Picture(int width, int height);
 
-  void begin(const OIIO::ImageSpec& spec, const std::string& format) override;
+  void begin(const OIIO::ImageSpec& layout, const std::string& format) override;
   void take(const Piece& piece) override;
 
   /// No pixels when nothing was taken.

@@ -104,11 +104,11 @@ std::string writeSheet(const SheetPaint& sheet, const std::string& file) {
     return cannotWrite(file, OIIO::geterror());
   }
   const bool light = format == "openexr";
-  OIIO::ImageSpec spec(sheet.width(), sheet.height(), 3,
-                       light ? OIIO::TypeDesc::HALF : OIIO::TypeDesc::UINT8);
-  spec.attribute("oiio:ColorSpace", light ? "Linear" : "sRGB");
-  spec.attribute("compression", format == "jpeg" ? "jpeg:92" : "zip");
-  if (!output->open(draft.name(), spec) || !writeRows(sheet, *output, light)) {
+  OIIO::ImageSpec layout(sheet.width(), sheet.height(), 3,
+                         light ? OIIO::TypeDesc::HALF : OIIO::TypeDesc::UINT8);
+  layout.attribute("oiio:ColorSpace", light ? "Linear" : "sRGB");
+  layout.attribute("compression", format == "jpeg" ? "jpeg:92" : "zip");
+  if (!output->open(draft.name(), layout) || !writeRows(sheet, *output, light)) {
     return cannotWrite(file, printable(output->geterror(), OddBytes::Show));
   }
   const int error = draft.publish(file);

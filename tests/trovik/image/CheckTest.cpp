@@ -140,12 +140,12 @@ TEST(Image, IsDecodedInAllItsPartsAndLevels) {
 
 TEST(Image, MayHaveADataWindowBeyondItsDisplayWindow) {
   const TemporaryDirectory directory;
-  OIIO::ImageSpec spec(60, 40, 3, TypeDesc::HALF);
-  spec.x = -10;
-  spec.y = -5;
-  spec.full_width = 32;
-  spec.full_height = 24;
-  const Inspection inspection = inspect(writeImage(directory.file("a.exr"), spec, noiseAt));
+  OIIO::ImageSpec layout(60, 40, 3, TypeDesc::HALF);
+  layout.x = -10;
+  layout.y = -5;
+  layout.full_width = 32;
+  layout.full_height = 24;
+  const Inspection inspection = inspect(writeImage(directory.file("a.exr"), layout, noiseAt));
   EXPECT_EQ(inspection.problem, "");
   EXPECT_EQ(inspection.width, 60);
 }

@@ -14,13 +14,13 @@ namespace {
 
 /// Two samples a pixel: a green one that lets half through before a red one.
 std::string writeDeep(const std::string& file, int tile) {
-  OIIO::ImageSpec spec(64, 48, 5, OIIO::TypeDesc::FLOAT);
-  spec.channelnames = {"R", "G", "B", "A", "Z"};
-  spec.alpha_channel = 3;
-  spec.z_channel = 4;
-  spec.deep = true;
-  spec.tile_width = spec.tile_height = tile;
-  OIIO::DeepData samples(spec);
+  OIIO::ImageSpec layout(64, 48, 5, OIIO::TypeDesc::FLOAT);
+  layout.channelnames = {"R", "G", "B", "A", "Z"};
+  layout.alpha_channel = 3;
+  layout.z_channel = 4;
+  layout.deep = true;
+  layout.tile_width = layout.tile_height = tile;
+  OIIO::DeepData samples(layout);
   for (std::int64_t pixel = 0; pixel < std::int64_t{64} * 48; ++pixel) {
     samples.set_samples(pixel, 2);
     const float values[2][5] = {{0.0F, 0.5F, 0.0F, 0.5F, 1.0F}, {1.0F, 0.0F, 0.0F, 1.0F, 2.0F}};
@@ -31,7 +31,7 @@ std::string writeDeep(const std::string& file, int tile) {
     }
   }
   const auto output = OIIO::ImageOutput::create(file);
-  if (output == nullptr || !output->open(file, spec) || !output->write_deep_image(samples) ||
+  if (output == nullptr || !output->open(file, layout) || !output->write_deep_image(samples) ||
       !output->close()) {
     throw std::runtime_error(output == nullptr ? OIIO::geterror() : output->geterror());
   }

@@ -12,11 +12,11 @@ void require(bool good, const std::string& words) {
   }
 }
 
-std::vector<float> pixelsOf(const OIIO::ImageSpec& spec, const PixelFunction& pixels, int part) {
+std::vector<float> pixelsOf(const OIIO::ImageSpec& layout, const PixelFunction& pixels, int part) {
   std::vector<float> values;
-  for (int y = spec.y; y < spec.y + spec.height; ++y) {
-    for (int x = spec.x; x < spec.x + spec.width; ++x) {
-      for (int channel = 0; channel < spec.nchannels; ++channel) {
+  for (int y = layout.y; y < layout.y + layout.height; ++y) {
+    for (int x = layout.x; x < layout.x + layout.width; ++x) {
+      for (int channel = 0; channel < layout.nchannels; ++channel) {
         values.push_back(pixels(x, y + part, channel));
       }
     }
@@ -38,39 +38,39 @@ float noiseAt(int x, int y, int channel) {
 std::string writeImage(const std::string& directory, const ImageKind& kind, const PixelFunction& pixels,
                        int width, int height) {
   std::string file = directory + '/' + kind.file;
-  OIIO::ImageSpec spec(width, height, kind.channels, kind.type);
+  OIIO::ImageSpec layout(width, height, kind.channels, kind.type);
   if (!kind.compression.empty()) {
-    spec.attribute("compression", kind.compression);
+    layout.attribute("compression", kind.compression);
   }
   for (const auto& [name, value] : kind.attributes) {
-    spec.attribute(name, value);
+    layout.attribute(name, value);
   }
   if (kind.tile > 0) {
-    spec.tile_width = spec.tile_height = kind.tile;
+    layout.tile_width = layout.tile_height = kind.tile;
   }
   const auto output = OIIO::ImageOutput::create(file);
   require(output != nullptr, OIIO::geterror());
-  const std::vector<OIIO::ImageSpec> specs(static_cast<std::size_t>(kind.parts), spec);
+  const std::vector<OIIO::ImageSpec> layouts(static_cast<std::size_t>(kind.parts), layout);
   // Formats that hold several parts either know them before, or take them as they come.
   const bool together =
-      kind.parts > 1 && output->supports("multiimage") != 0 && output->open(file, kind.parts, specs.data());
+      kind.parts > 1 && output->supports("multiimage") != 0 && output->open(file, kind.parts, layouts.data());
   for (int part = 0; part < kind.parts; ++part) {
     const auto mode = part == 0 ? OIIO::ImageOutput::Create : OIIO::ImageOutput::AppendSubimage;
     if (!together || part > 0) {
-      require(output->open(file, spec, mode), output->geterror());
+      require(output->open(file, layout, mode), output->geterror());
     }
-    require(output->write_image(OIIO::TypeDesc::FLOAT, pixelsOf(spec, pixels, part).data()),
+    require(output->write_image(OIIO::TypeDesc::FLOAT, pixelsOf(layout, pixels, part).data()),
             output->geterror());
   }
   require(output->close(), output->geterror());
   return file;
 }
 
-std::string writeImage(const std::string& file, const OIIO::ImageSpec& spec, const PixelFunction& pixels) {
+std::string writeImage(const std::string& file, const OIIO::ImageSpec& layout, const PixelFunction& pixels) {
   const auto output = OIIO::ImageOutput::create(file);
   require(output != nullptr, OIIO::geterror());
-  require(output->open(file, spec), output->geterror());
-  require(output->write_image(OIIO::TypeDesc::FLOAT, pixelsOf(spec, pixels, 0).data()), output->geterror());
+  require(output->open(file, layout), output->geterror());
+  require(output->write_image(OIIO::TypeDesc::FLOAT, pixelsOf(layout, pixels, 0).data()), output->geterror());
   require(output->close(), output->geterror());
   return file;
 }
@@ -84,9 +84,9 @@ std::vector<int> ReadImage::at(int x, int y) const {
 ReadImage readImage(const std::string& file) {
   const auto input = OIIO::ImageInput::open(file);
   require(input != nullptr, OIIO::geterror());
-  const OIIO::ImageSpec& spec = input->spec();
-  require(spec.nchannels == 3, "it has not three channels");
-  ReadImage image{spec.width, spec.height, std::vector<unsigned char>(spec.image_pixels() * 3)};
+  const OIIO::ImageSpec& layout = input->spec();
+  require(layout.nchannels == 3, "it has not three channels");
+  ReadImage image{layout.width, layout.height, std::vector<unsigned char>(layout.image_pixels() * 3)};
   require(input->read_image(0, 0, 0, 3, OIIO::TypeDesc::UINT8, image.bytes.data()), input->geterror());
   return image;
 }

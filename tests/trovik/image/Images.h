@@ -31,8 +31,8 @@ float noiseAt(int x, int y, int channel);
 std::string writeImage(const std::string& directory, const ImageKind& kind,
                        const PixelFunction& pixels = noiseAt, int width = imageWidth,
                        int height = imageHeight);
-/// The same with the spec's own windows, channel names and attributes.
-std::string writeImage(const std::string& file, const OIIO::ImageSpec& spec, const PixelFunction& pixels);
+/// The same with the layout's own windows, channel names and attributes.
+std::string writeImage(const std::string& file, const OIIO::ImageSpec& layout, const PixelFunction& pixels);
 
 /// Three bytes a pixel.
 struct ReadImage {

@@ -89,20 +89,20 @@ TEST(Picture, KeepsItsShapeInTheRoom) {
 
 TEST(Picture, OfWidePixelsIsWide) {
   const TemporaryDirectory directory;
-  OIIO::ImageSpec spec(64, 64, 3, TypeDesc::HALF);
-  spec.attribute("PixelAspectRatio", 2.0F);
-  const Pixels pixels = pictureOf(writeImage(directory.file("a.exr"), spec, noiseAt), 160, 160);
+  OIIO::ImageSpec layout(64, 64, 3, TypeDesc::HALF);
+  layout.attribute("PixelAspectRatio", 2.0F);
+  const Pixels pixels = pictureOf(writeImage(directory.file("a.exr"), layout, noiseAt), 160, 160);
   EXPECT_EQ(pixels.width, 160);
   EXPECT_EQ(pixels.height, 80);
 }
 
 TEST(Picture, ShowsTheDisplayWindow) {
   const TemporaryDirectory directory;
-  OIIO::ImageSpec spec(32, 32, 3, TypeDesc::HALF);
-  spec.x = 32;
-  spec.y = 32;
-  spec.full_width = spec.full_height = 64;
-  const Pixels inside = pictureOf(writeImage(directory.file("a.exr"), spec, plain(1.0F)));
+  OIIO::ImageSpec layout(32, 32, 3, TypeDesc::HALF);
+  layout.x = 32;
+  layout.y = 32;
+  layout.full_width = layout.full_height = 64;
+  const Pixels inside = pictureOf(writeImage(directory.file("a.exr"), layout, plain(1.0F)));
   EXPECT_EQ(at(inside, 10, 10), (Colour{0, 0, 0}));
   EXPECT_EQ(at(inside, 50, 50), (Colour{255, 255, 255}));
 
@@ -136,9 +136,9 @@ TEST(Picture, OneChannelIsGrey) {
 
 TEST(Picture, ChannelsAreFoundByTheirNames) {
   const TemporaryDirectory directory;
-  OIIO::ImageSpec spec(16, 16, 5, TypeDesc::HALF);
-  spec.channelnames = {"Z", "beauty.B", "beauty.G", "beauty.R", "N.X"};
-  const std::string file = writeImage(directory.file("a.exr"), spec, [](int, int, int channel) {
+  OIIO::ImageSpec layout(16, 16, 5, TypeDesc::HALF);
+  layout.channelnames = {"Z", "beauty.B", "beauty.G", "beauty.R", "N.X"};
+  const std::string file = writeImage(directory.file("a.exr"), layout, [](int, int, int channel) {
     return channel == 3 ? 1.0F : channel == 0 ? 1000.0F : 0.0F;
   });
   // The library orders them by itself; the red one is the red one.
