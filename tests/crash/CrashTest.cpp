@@ -227,6 +227,26 @@ Executable=)" CRASH_RENDERER "\n");
     EXPECT_TRUE(programs().empty());
   }
 
+  /// Job after job is worked by engines that die at random moments, until
+  /// there were enough kills.
+  template <typename Kill> void killAgainAndAgain(Kill killEngine) {
+    for (unsigned long killed = 0; killed < kills && !HasFailure();) {
+      begin(frameCount, 1 + static_cast<int>(killed % 7));
+      for (int round = 0; round < 10 && killed < kills; ++round) {
+        const pid_t engine = start(engineWords());
+        randomMoment(250);
+        if (hasEnded(engine)) {
+          break;
+        }
+        killEngine(engine);
+        waitFor(engine);
+        ++killed;
+        checkQueue();
+      }
+      finish(frameCount);
+    }
+  }
+
   const unsigned long kills = environmentNumber("TROVIK_CRASH_KILLS", 8);
   const unsigned long seed;
   std::mt19937 random;
@@ -236,21 +256,7 @@ Executable=)" CRASH_RENDERER "\n");
 };
 
 TEST_F(CrashTest, EngineKilledAtAnyMomentLosesNothing) {
-  for (unsigned long killed = 0; killed < kills && !HasFailure();) {
-    begin(frameCount, 1 + static_cast<int>(killed % 7));
-    for (int round = 0; round < 10 && killed < kills; ++round) {
-      const pid_t engine = start(engineWords());
-      randomMoment(250);
-      if (hasEnded(engine)) {
-        break;
-      }
-      kill(engine, SIGKILL);
-      waitFor(engine);
-      ++killed;
-      checkQueue();
-    }
-    finish(frameCount);
-  }
+  killAgainAndAgain([](pid_t engine) { kill(engine, SIGKILL); });
 }
 
 TEST_F(CrashTest, ProgramsOfADeadEngineEndBeforeTheirFramesRunAgain) {
@@ -298,24 +304,12 @@ TEST_F(CrashTest, TwoEnginesOneOfThemKilledShareOneQueue) {
 }
 
 TEST_F(CrashTest, MachineThatGoesDownLosesNothing) {
-  for (unsigned long killed = 0; killed < kills && !HasFailure();) {
-    begin(frameCount, 5);
-    for (int round = 0; round < 10 && killed < kills; ++round) {
-      const pid_t engine = start(engineWords());
-      randomMoment(250);
-      if (hasEnded(engine)) {
-        break;
-      }
-      kill(engine, SIGKILL);
-      for (const pid_t program : programs()) {
-        kill(program, SIGKILL);
-      }
-      waitFor(engine);
-      ++killed;
-      checkQueue();
+  killAgainAndAgain([this](pid_t engine) {
+    kill(engine, SIGKILL);
+    for (const pid_t program : programs()) {
+      kill(program, SIGKILL);
     }
-    finish(frameCount);
-  }
+  });
 }
 
 TEST_F(CrashTest, RendererKilledIsTriedAgainForItsMissingFramesOnly) {
