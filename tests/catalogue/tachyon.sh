@@ -44,12 +44,12 @@ case_every_format() {
   local format
   ball s/ball.dat
   for format in PNG JPEG TGA BMP PPM "PPM 48 bits" "PSD 48 bits" SGI; do
-    render tachyon s/ball.dat "${small[@]}" --set "Format=$format" --out "out/$format"
+    render tachyon s/ball.dat "${small[@]}" --set "Format=$format" --out "out/${format// /_}"
     good
     never_said Unknown
   done
-  folder_has out PNG/ball.png JPEG/ball.jpg TGA/ball.tga BMP/ball.bmp PPM/ball.ppm "PPM 48 bits/ball.ppm" \
-    "PSD 48 bits/ball.psd" SGI/ball.sgi
+  folder_has out PNG/ball.png JPEG/ball.jpg TGA/ball.tga BMP/ball.bmp PPM/ball.ppm PPM_48_bits/ball.ppm \
+    PSD_48_bits/ball.psd SGI/ball.sgi
 }
 
 case_parameters_and_verbose_runs_stay_good() {
