@@ -32,7 +32,7 @@ case_every_format() {
   local format
   script s/wave.gp 'plot sin(x)'
   for format in PNG JPG SVG PDF; do
-    render gnuplot s/wave.gp --set Format=$format --set Font=Sans,9 --set "TerminalOptions=linewidth 2" --out out
+    render gnuplot s/wave.gp --set Format=$format --set Font="Sans,9" --set "TerminalOptions=background \"#eeeeee\"" --out out
     good
   done
   folder_has out wave.png wave.jpg wave.svg wave.pdf
