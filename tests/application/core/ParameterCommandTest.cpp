@@ -95,6 +95,13 @@ TEST(ParameterCommand, WritesOptionalTexts) {
   EXPECT_EQ(Apply("x", "Prefix(C:\\renders\\\\)"), "C:\\renders\\x");
 }
 
+TEST(ParameterCommand, WritesAnOptionWithItsValueAsAWord) {
+  EXPECT_EQ(Apply("a b", "Option(-i )"), "-i \"a b\"");
+  EXPECT_EQ(Apply("a;b", "Option(--id=)"), "--id=\"a;b\"");
+  EXPECT_EQ(Apply("x", "Option(-i )"), "-i x");
+  EXPECT_EQ(Apply("", "Option(-i )"), "");
+}
+
 TEST(ParameterCommand, ChoosesByTruth) {
   EXPECT_EQ(Apply("Yes", "If(-a,-b)"), "-a");
   EXPECT_EQ(Apply("No", "If(-a,-b)"), "-b");
