@@ -181,19 +181,19 @@ private:
       }
     }
     addFiles(result);
-    entry("ended", "with " + exitText(facts_.exit));
-    if (!facts_.exitTold) {
-      text_.pop_back();
-      text_ += ", as --exit tells nothing else\n";
-    }
+    entry("ended", "with " + exitText(facts_.exit) + (facts_.exitTold ? "" : "; --exit tells another end"));
     entry("verdict",
           console_.coloured(result.good ? Colour::Green : Colour::Red, result.good ? "good" : "bad") +
-              " for " + console_.shown(facts_.type) +
-              (facts_.frames.empty() ? "" : ", frames " + facts_.frames) + ", by " + ruleText(result.rule) +
+              " for " + console_.shown(facts_.type) + framesText() + ", by " + ruleText(result.rule) +
               (result.decidingLine ? " (line " + std::to_string(*result.decidingLine) + ")" : ""));
     if (!result.note.empty()) {
       entry("note", console_.shown(result.note));
     }
+  }
+
+  std::string framesText() const {
+    const bool several = facts_.frames.find('-', 1) != std::string::npos;
+    return facts_.frames.empty() ? "" : (several ? ", frames " : ", frame ") + facts_.frames;
   }
 
   void addFiles(const ReplayResult& result) {
