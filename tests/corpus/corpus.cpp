@@ -12,7 +12,9 @@
 //   command  what was started
 //   exit     how it ended, as "trovik replay --exit" takes it
 //   truth    good or bad, as somebody judged who looked at the images
-//   left     a file that it left: 0 for an empty one or else 1, and its name
+//   type     another type than the program's main one
+//   left     what a file that it left held (nothing, something, flat: an image
+//            of one colour) and its name
 //   expect   a file that its user wanted; none where only output and exit
 //            code are to decide
 //   output   the verdict without files
@@ -57,7 +59,7 @@ const std::string farm = "/mnt/renderset"; // where the programs ran
 
 struct File {
   std::string name;
-  bool empty = false;
+  std::string holds; // "nothing", "something" or "flat"
 };
 
 /// What replay says of a run.
@@ -71,6 +73,7 @@ struct Said {
 
 struct Run {
   std::string name;
+  std::string type;
   std::string command;
   std::string exit;
   std::string truth;
@@ -111,7 +114,7 @@ std::string replaced(std::string text, const std::string& from, const std::strin
 
 void takeLine(Program& program, const std::string& word, const std::string& text) {
   if (word == "type") {
-    program.type = text;
+    (program.runs.empty() ? program.type : program.runs.back().type) = text;
     return;
   }
   if (word == "case") {
@@ -122,7 +125,7 @@ void takeLine(Program& program, const std::string& word, const std::string& text
   Run& run = program.runs.at(program.runs.size() - 1);
   if (word == "left") {
     const std::size_t blank = text.find(' ');
-    run.left.push_back({text.substr(blank + 1), text.substr(0, blank) == "0"});
+    run.left.push_back({text.substr(blank + 1), text.substr(0, blank)});
     return;
   }
   const std::map<std::string, std::string*> texts = {{"command", &run.command},  {"exit", &run.exit},
@@ -206,7 +209,8 @@ public:
     const std::string log = readFile(directory_ / "logs" / (program.name + "-" + run.name + ".log"));
     const fs::path saved = place / "log";
     writeFile(saved, log);
-    const std::vector<std::string> words = {"replay", program.type, saved.string(), "--exit", run.exit};
+    const std::vector<std::string> words = {"replay", run.type.empty() ? program.type : run.type,
+                                            saved.string(), "--exit", run.exit};
     const Json plain = replay(words);
     Said said;
     said.output = plain.at("verdict").get<std::string>();
@@ -226,7 +230,7 @@ private:
                         const std::string& log) {
     writeFile(place / "log", replaced(log, farm, place.string()));
     for (const File& file : run.left) {
-      writeFile(replaced(file.name, farm, place.string()), file.empty ? "" : contentFor(file.name));
+      writeFile(replaced(file.name, farm, place.string()), contentOf(file));
     }
     std::string expected;
     for (const std::string& name : run.expected) {
@@ -236,8 +240,13 @@ private:
     return replay(words).at("verdict").get<std::string>();
   }
 
-  std::string contentFor(const std::string& name) const {
-    const fs::path sample = directory_ / "files" / ("sample" + fs::path(name).extension().string());
+  std::string contentOf(const File& file) const {
+    if (file.holds == "nothing") {
+      return {};
+    }
+    const fs::path sample =
+        directory_ / "files" /
+        ((file.holds == "flat" ? "flat" : "sample") + fs::path(file.name).extension().string());
     return fs::exists(sample) ? readFile(sample) : "no image, but not empty";
   }
 
@@ -287,7 +296,7 @@ std::string textOf(const Run& run, const Said& said) {
   std::string text =
       "case " + run.name + "\ncommand " + run.command + "\nexit " + run.exit + "\ntruth " + run.truth + '\n';
   for (const File& file : run.left) {
-    text += std::string("left ") + (file.empty ? "0 " : "1 ") + file.name + '\n';
+    text += "left " + file.holds + " " + file.name + '\n';
   }
   for (const std::string& name : run.expected) {
     text += "expect " + name + '\n';
