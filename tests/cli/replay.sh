@@ -60,7 +60,7 @@ images   2
   /o/a_0002.png
 files    not looked at; --files does
 ended    with exit code 0; --exit tells another end
-verdict  good for Paint, by success texts, else the exit code (line 13)
+verdict  good for Paint, by a success text (line 13)
 END
 
 # With a success text the exit code does not count; an error line does.
@@ -114,8 +114,38 @@ verdict  bad for Paint, by the check of its files
 note     No program output named an image
 END
 
+# A success text that did not come, and an exit code.
+printf "Saved: '/o/a_0001.png'\nPaint failed\n" >lack.log
+run 1 replay paint lack.log
+out_has "verdict  bad for Paint, by the lack of a success text"
+out_has "note     Did not see a required success line"
+
 # Lines from outside move no cursor, and long ones are cut.
 printf 'error: \033[31mred\007 %01000d\n' 7 >odd.log
 run 1 replay paint odd.log
 "$HELPER" width 430 <"$TMP/out" || fail "a long line is not cut"
 out_has 'error: red\x07 0000'
+
+# Without success texts the exit code judges.
+type_file plain <<'END'
+[Module]
+ID=22222222-2222-3333-4444-555555555555
+Name=Plain
+END
+run 1 replay plain holes.log --exit 3
+out_is <<'END'
+   ...
+     2                 Saved: '/o/a_0003.png'
+     3                 Paint is done
+
+log      holes.log  3 lines
+ended    with exit code 3
+verdict  bad for Plain, by its exit code
+note     Exit code 3; last line: Paint is done
+END
+run 0 replay plain holes.log --exit 0
+out_is <<'END'
+log      holes.log  3 lines
+ended    with exit code 0
+verdict  good for Plain, by its exit code
+END

@@ -30,7 +30,7 @@ out_is <<'END'
 log      log  1 line: 1 success
 files    1, 0 not good
 ended    with exit code 0; --exit tells another end
-verdict  good for Paint, frame 1, by success texts, else the exit code (line 1)
+verdict  good for Paint, frame 1, by a success text (line 1)
 END
 run 1 replay paint log --files --scene a_0002.pnt --out out
 out_is <<'END'

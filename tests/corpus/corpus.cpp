@@ -26,10 +26,11 @@
 // made again below a temporary directory: a small image, other bytes, or
 // nothing where the program had left nothing.
 //
-// Where neither verdict is the truth, the page must have a row for the run that
-// says why: "| `PROGRAM CASE` | ... |". It has one for each program with its
-// numbers, too: good runs; bad runs; bad runs that output or exit code tell;
-// that only files tell; that nothing tells.
+// A bad run that neither output nor exit code tells must have a row on the page:
+// "| `PROGRAM CASE` | files | why |", or "nothing" where files do not tell it
+// either. The page has a row for each program with its numbers, too: good runs;
+// bad runs; of these those that end with an exit code; that only their output
+// tells; that only files tell; that nothing tells.
 
 #include "host/foundation/Quoting.h"
 
@@ -293,8 +294,8 @@ std::string textOf(const Said& said) {
 }
 
 std::string textOf(const Run& run, const Said& said) {
-  std::string text =
-      "case " + run.name + "\ncommand " + run.command + "\nexit " + run.exit + "\ntruth " + run.truth + '\n';
+  std::string text = "case " + run.name + (run.type.empty() ? "" : "\ntype " + run.type) + "\ncommand " +
+                     run.command + "\nexit " + run.exit + "\ntruth " + run.truth + '\n';
   for (const File& file : run.left) {
     text += "left " + file.holds + " " + file.name + '\n';
   }
@@ -330,6 +331,7 @@ int check(Judge& judge, const Program& program, const fs::path& page) {
     ++failures;
   };
   int good = 0;
+  int byCode = 0;
   int byOutput = 0;
   int byFiles = 0;
   int untold = 0;
@@ -339,23 +341,34 @@ int check(Judge& judge, const Program& program, const fs::path& page) {
       complain(run.name + ": replay says\n" + textOf(said) + "but is to say\n" + textOf(run.said));
     }
     const bool right = verdictOf(said) == run.truth;
+    std::string teller; // as the page has it
     if (run.truth == "good") {
       ++good;
+      if (!right || said.output != "good") {
+        complain(run.name + ": a good run is called bad");
+      }
+    } else if (said.output == "bad") {
+      ++(run.exit == "0" ? byOutput : byCode);
+      if (!right) {
+        complain(run.name + ": its files make a bad run good");
+      }
     } else {
-      ++(said.output == "bad" ? byOutput : right ? byFiles : untold);
+      ++(right ? byFiles : untold);
+      teller = right ? "files" : "nothing";
     }
-    const std::string name = program.name + " " + run.name;
-    if (!right && (run.truth == "good" || !rows.contains(name))) {
-      complain(run.name + ": is " + run.truth + ", but called " + verdictOf(said));
+    const auto row = rows.find(program.name + " " + run.name);
+    if (teller.empty() && row != rows.end()) {
+      complain(run.name + ": output or exit code tell it, but the page says otherwise");
     }
-    if (right && rows.contains(name)) {
-      complain(run.name + ": the page says that nothing tells it, but it is told");
+    if (!teller.empty() && (row == rows.end() || !row->second.starts_with("| " + teller + " | "))) {
+      complain(run.name + ": the page is to say that " + teller + " tells it, and why");
     }
   }
   const auto numbers = rows.find(program.name);
-  const std::string told = "| " + std::to_string(good) + " | " + std::to_string(byOutput + byFiles + untold) +
-                           " | " + std::to_string(byOutput) + " | " + std::to_string(byFiles) + " | " +
-                           std::to_string(untold) + " |";
+  std::string told = "|";
+  for (const int number : {good, byCode + byOutput + byFiles + untold, byCode, byOutput, byFiles, untold}) {
+    told += " " + std::to_string(number) + " |";
+  }
   if (numbers == rows.end() || numbers->second != told) {
     complain("the page's row is to be\n| `" + program.name + "` " + told);
   }
