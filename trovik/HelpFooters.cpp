@@ -162,26 +162,16 @@ const char* const sheetFooter = "Examples:\n"
 
 const char* helpFooter(std::string_view verb) {
   static const std::map<std::string_view, const char*> footers = {
-      {"", programFooter},
-      {"types", typesFooter},
-      {"type", typeFooter},
-      {"detect", detectFooter},
-      {"find", findFooter},
-      {"replay", replayFooter},
-      {"run", runFooter},
-      {"submit", submitFooter},
-      {"engine", engineFooter},
-      {"jobs", jobsFooter},
-      {"show", showFooter},
-      {"log", logFooter},
-      {"images", imagesFooter},
-      {"watch", watchFooter},
-      {"retry", retryFooter},
-      {"cancel", cancelFooter},
-      {"delete", deleteFooter},
-      {"stats", statsFooter},
-      {"sheet", sheetFooter},
-      {"help", "Examples:\n  trovik help run"},
+      {"", programFooter},      {"types", typesFooter},
+      {"type", typeFooter},     {"detect", detectFooter},
+      {"find", findFooter},     {"replay", replayFooter},
+      {"run", runFooter},       {"submit", submitFooter},
+      {"engine", engineFooter}, {"jobs", jobsFooter},
+      {"show", showFooter},     {"log", logFooter},
+      {"images", imagesFooter}, {"watch", watchFooter},
+      {"retry", retryFooter},   {"cancel", cancelFooter},
+      {"delete", deleteFooter}, {"stats", statsFooter},
+      {"sheet", sheetFooter},   {"help", "Examples:\n  trovik help run"},
   };
   const auto footer = footers.find(verb);
   if (footer == footers.end()) {
