@@ -86,6 +86,13 @@ case_missing_data() {
   bad "error line" "Error line: *warning: Cannot find or open file \"gone.dat\""
 }
 
+# gnuplot goes on without it, and ends with exit code 0.
+case_wrong_option() {
+  script s/wave.gp 'plot x'
+  render gnuplot s/wave.gp "${small[@]}" --set ExtraArguments=--frobnicate
+  bad "error line" "Error line: unrecognized option --frobnicate"
+}
+
 case_exit_code_of_the_script() {
   script s/wave.gp 'plot x' 'exit status 3'
   render gnuplot s/wave.gp "${small[@]}"
