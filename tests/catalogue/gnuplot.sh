@@ -32,7 +32,7 @@ case_every_format() {
   local format
   script s/wave.gp 'plot sin(x)'
   for format in PNG JPG SVG PDF; do
-    render gnuplot s/wave.gp --set Format=$format --set Font=Sans,9 --set "TerminalOptions=linewidth 2" --out out
+    render gnuplot s/wave.gp --set Format=$format --set Font="Sans,9" --set "TerminalOptions=background \"#eeeeee\"" --out out
     good
   done
   folder_has out wave.png wave.jpg wave.svg wave.pdf
@@ -84,6 +84,13 @@ case_missing_data() {
   script s/wave.gp 'plot sin(x), "gone.dat"'
   render gnuplot s/wave.gp "${small[@]}"
   bad "error line" "Error line: *warning: Cannot find or open file \"gone.dat\""
+}
+
+# gnuplot goes on without it, and ends with exit code 0.
+case_wrong_option() {
+  script s/wave.gp 'plot x'
+  render gnuplot s/wave.gp "${small[@]}" --set ExtraArguments=--frobnicate
+  bad "error line" "Error line: unrecognized option --frobnicate"
 }
 
 case_exit_code_of_the_script() {
