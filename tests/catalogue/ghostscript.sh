@@ -131,6 +131,18 @@ case_usual_options() {
   good
 }
 
+case_password() {
+  paper a.ps 1
+  gs -q -dBATCH -dNOPAUSE -sDEVICE=pdfwrite -sOwnerPassword=own -sUserPassword='a word' -dEncryptionR=3 -dKeyLength=128 \
+    -sOutputFile=a.pdf a.ps
+  render gs a.pdf
+  bad "error line" "Error line: *This file requires a password for access."
+  render gs a.pdf --set Password=wrong
+  bad "error line" "Error line: *Password did not work."
+  render gs a.pdf --set Password='a word'
+  good
+}
+
 case_wrong_option() {
   paper s/a.pdf 1
   render gs s/a.pdf --set ExtraArguments=--frobnicate

@@ -76,6 +76,18 @@ case_name_with_a_dash() {
   folder_has out -a:b_0001.png
 }
 
+# "convert" would take the name of the result for a pattern.
+case_name_like_a_pattern() {
+  images ./p 1
+  mv p_0001.png 'p [1]*.png'
+  mkdir out
+  echo 'another image' >'out/p 1x.png'
+  render convert 'p [1]*.png' --out out
+  good
+  folder_has out 'p [1]*.png' 'p 1x.png'
+  [ "$(cat 'out/p 1x.png')" = 'another image' ] || fail "another image was written over"
+}
+
 case_quiet_and_verbose() {
   images s/a 2
   render convert s/a_0001.png --set ExtraArguments=-quiet

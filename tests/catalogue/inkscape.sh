@@ -118,6 +118,12 @@ case_usual_options() {
 
 case_what_is_not_there() {
   drawing s/a.svg
+  render inkscape s/a.svg --set Format=pdf --out .
+  good
+  render inkscape a.pdf --set PdfPage=1
+  good
+  render inkscape a.pdf --set PdfPage=2
+  bad "error line" "Error line: *Bad page number 2. Import first page instead."
   render inkscape s/a.svg --set ObjectId=nothing
   bad "error line" 'Error line: *Object with id="nothing" was not found in the document. Skipping.'
   render inkscape s/a.svg --set Actions=fly-away
