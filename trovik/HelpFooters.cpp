@@ -40,6 +40,17 @@ const char* const findFooter = "Exit code 1 when there is no program.\n"
                                "  trovik find povray\n"
                                "  trovik find povray --json";
 
+const char* const newFooter =
+    "Arguments are written as you would type them, with words in capitals for what\n"
+    "varies: SCENE, NAME (of the scene), FRAME, FIRST, LAST, FOLDER and OUTPUT.\n"
+    "\n"
+    "Examples:\n"
+    "  trovik new Sketch\n"
+    "  trovik new Sketch --program sketch --scene '-i SCENE' --output '-o OUTPUT'\n"
+    "  trovik new Orbit --frames '-s FIRST -e LAST' --output '-o FOLDER/NAME_%d.png'\n"
+    "  trovik new Plot --scene SCENE --frames none --extension svg --error Error:\n"
+    "  trovik new Sketch -o . --yes --json";
+
 const char* const runFooter =
     "Frames: 1-100, every fifth 1-100x5, all but every fifth 1-100y5, interleaved\n"
     "1-100:4, lists 1,4,9-12.\n"
@@ -148,25 +159,16 @@ const char* const sheetFooter = "Examples:\n"
 
 const char* helpFooter(std::string_view verb) {
   static const std::map<std::string_view, const char*> footers = {
-      {"", programFooter},
-      {"types", typesFooter},
-      {"type", typeFooter},
-      {"detect", detectFooter},
-      {"find", findFooter},
-      {"run", runFooter},
-      {"submit", submitFooter},
-      {"engine", engineFooter},
-      {"jobs", jobsFooter},
-      {"show", showFooter},
-      {"log", logFooter},
-      {"images", imagesFooter},
-      {"watch", watchFooter},
-      {"retry", retryFooter},
-      {"cancel", cancelFooter},
-      {"delete", deleteFooter},
-      {"stats", statsFooter},
-      {"sheet", sheetFooter},
-      {"help", "Examples:\n  trovik help run"},
+      {"", programFooter},      {"types", typesFooter},
+      {"type", typeFooter},     {"detect", detectFooter},
+      {"find", findFooter},     {"new", newFooter},
+      {"run", runFooter},       {"submit", submitFooter},
+      {"engine", engineFooter}, {"jobs", jobsFooter},
+      {"show", showFooter},     {"log", logFooter},
+      {"images", imagesFooter}, {"watch", watchFooter},
+      {"retry", retryFooter},   {"cancel", cancelFooter},
+      {"delete", deleteFooter}, {"stats", statsFooter},
+      {"sheet", sheetFooter},   {"help", "Examples:\n  trovik help run"},
   };
   const auto footer = footers.find(verb);
   if (footer == footers.end()) {

@@ -51,6 +51,16 @@ struct Options {
   std::optional<std::string> file; ///< to be written
   std::optional<std::string> width;
   std::optional<std::string> columns;
+
+  // For the verb that writes a type; what it takes besides is above.
+  std::optional<std::string> program;
+  std::optional<std::string> output;
+  std::optional<std::string> extension;
+  std::optional<std::string> imageText;
+  std::vector<std::string> success;
+  std::vector<std::string> errors;
+  bool yes = false;
+  bool force = false;
 };
 
 /// What came of reading the command line: options to act on, or a text (help,

@@ -95,16 +95,17 @@ public:
   VerbOptions& job() { return argument("JOB", "JOB", options_.job, jobDescription); }
   VerbOptions& jobs() { return argument("JOB", "JOB...", options_.jobs, jobDescription); }
   VerbOptions& sets() {
-    verb_
-        .add_option("--set", options_.sets,
-                    "Set a parameter; may be repeated. \"trovik type TYPE\" lists them")
-        ->type_name("NAME=VALUE")
-        ->allow_extra_args(false)
-        ->group(ownGroup);
-    return *this;
+    return values("--set", "NAME=VALUE", options_.sets,
+                  "Set a parameter; may be repeated. \"trovik type TYPE\" lists them");
   }
   VerbOptions& json(const char* description = "Print JSON") {
     return flag("--json", options_.json, description);
+  }
+  /// An option that may stand several times.
+  VerbOptions& values(const char* name, const char* form, std::vector<std::string>& target,
+                      const char* description) {
+    verb_.add_option(name, target, description)->type_name(form)->allow_extra_args(false)->group(ownGroup);
+    return *this;
   }
   static constexpr const char* jobDescription = "Number of a job, or \"last\" for the newest";
 
@@ -131,6 +132,27 @@ void declareTypeVerbs(CLI::App& program, Options& options) {
   VerbOptions(program, options, typeVerbs, "find",
               "Shows the program that jobs of a type run, and where it was found.")
       .type()
+      .json();
+  VerbOptions(program, options, typeVerbs, "new",
+              "Writes a job type for a program: asks on a terminal, takes what is usual elsewhere.")
+      .argument("NAME", "NAME", options.type, "What the type is called")
+      .value("--program", "PROGRAM", options.program, "The program: a path, or a name along PATH")
+      .value("--scene", "ARGUMENTS", options.scene, "How it is told the scene, SCENE in its place; or none")
+      .value("--frames", "ARGUMENTS", options.frames,
+             "How it is told the frames: FIRST and LAST, or FRAME, in their places; files for a scene file "
+             "each; or none")
+      .value("--output", "ARGUMENTS", options.output,
+             "How it is told the output: OUTPUT for the file, or FOLDER and NAME; or none")
+      .value("--extension", "TEXT", options.extension, "The extension of OUTPUT; png by default")
+      .value("--image-text", "TEXT", options.imageText,
+             "What it prints before the name of each file it wrote")
+      .values("--error", "TEXT", options.errors, "How a line begins that tells an error; may be repeated")
+      .values("--success", "TEXT", options.success,
+              "How a line begins that ends every good run; may be repeated")
+      .value("-o,--out", "FILE", options.file,
+             "The file, its folder, or - for standard output; by default among your own types")
+      .flag("--force", options.force, "Replace the file")
+      .flag("-y,--yes", options.yes, "Ask nothing")
       .json();
 }
 

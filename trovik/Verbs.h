@@ -11,6 +11,7 @@ int listTypes(Session& session);
 int describeType(Session& session);
 int detectScene(Session& session);
 int findProgram(Session& session);
+int makeType(Session& session);
 int runJob(Session& session);
 int submitJob(Session& session);
 int runEngine(Session& session);
