@@ -2,6 +2,7 @@
 
 #include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
+#include "trovik/Completion.h"
 #include "trovik/Interrupts.h"
 #include "trovik/Messages.h"
 #include "trovik/Options.h"
@@ -15,6 +16,7 @@
 #include <map>
 #include <memory>
 #include <stdexcept>
+#include <string_view>
 #include <unistd.h>
 
 namespace trovik {
@@ -77,6 +79,10 @@ int runProgram(int count, char** arguments) {
                                      standardTraits(choice), standardWidth);
   };
   std::unique_ptr<Console> console = makeConsole(ColourChoice::Auto);
+  if (count > 1 && std::string_view(arguments[1]) == "complete") {
+    // Asked by the shells, with words that are no command line yet.
+    return completeWords({arguments + 2, arguments + count}, *console);
+  }
   int code = exitUsage;
   try {
     const ParsedLine line = parseCommandLine({arguments + 1, arguments + count},
