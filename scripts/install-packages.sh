@@ -18,7 +18,7 @@ fail() {
 declare -A packages=(
   [build]="build-essential cmake ninja-build fonts-dejavu-core libboost-dev libcli11-dev libfmt-dev libfreetype-dev libopenimageio-dev libspdlog-dev libsqlite3-dev libsqlitecpp-dev nlohmann-json3-dev"
   [demo]="povray povray-includes"
-  [test]="binutils ccache clang-format fish git libgmock-dev libgtest-dev librapidcheck-dev mandoc povray povray-includes util-linux vim zsh"
+  [test]="binutils ccache clang-format fish git libgmock-dev libgtest-dev libonig-dev librapidcheck-dev mandoc povray povray-includes util-linux vim zsh"
   [tidy]="clang-format clang-tidy git"
   [bench]="libbenchmark-dev"
 )
