@@ -16,31 +16,37 @@ std::int32_t ToPlace(std::size_t found) {
   return static_cast<std::int32_t>(found);
 }
 
+// Where a text of a list stands in a line, and which it is.
+struct FoundText {
+  std::int32_t Place = k_NotFound;
+  std::int32_t Length = 0;
+  std::size_t Index = 0;
+};
+
 // The place of the first text, by the list's order, that the line holds.
-std::int32_t FindStart(const String& lowered, const std::vector<String>& texts, std::int32_t& length) {
-  for (const String& text : texts) {
-    const std::int32_t place = ToPlace(lowered.find(text));
+FoundText FindStart(const String& lowered, const std::vector<String>& texts) {
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    const std::int32_t place = ToPlace(lowered.find(texts[i]));
     if (place != k_NotFound) {
-      length = ToPlace(text.size());
-      return place;
+      return {place, ToPlace(texts[i].size()), i};
     }
   }
-  return k_NotFound;
+  return {};
 }
 
 // The last place of the first text that the line holds; the line's length
 // where there are no texts to hold.
-std::int32_t FindEnd(const String& lowered, const std::vector<String>& texts) {
+FoundText FindEnd(const String& lowered, const std::vector<String>& texts) {
   if (texts.empty()) {
-    return ToPlace(lowered.size());
+    return {ToPlace(lowered.size())};
   }
-  for (const String& text : texts) {
-    const std::int32_t place = ToPlace(lowered.rfind(text));
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    const std::int32_t place = ToPlace(lowered.rfind(texts[i]));
     if (place != k_NotFound) {
-      return place;
+      return {place, ToPlace(texts[i].size()), i};
     }
   }
-  return k_NotFound;
+  return {};
 }
 
 } // namespace
@@ -75,36 +81,73 @@ void TessivarJob::ProcessLine(const String& line) {
     ProcessImageLine(line);
     return;
   }
+  const auto begins = [this, &line](const String& text) { return m_Lower.BeginsWith(line, text); };
+  const auto success = [this, &begins] {
+    return std::find_if(m_SuccessTextList.begin(), m_SuccessTextList.end(), begins);
+  };
   if (!m_SuccessSeen) {
-    const auto begins = [this, &line](const String& text) { return m_Lower.BeginsWith(line, text); };
-    if (std::any_of(m_SuccessTextList.begin(), m_SuccessTextList.end(), begins)) {
+    if (const auto text = success(); text != m_SuccessTextList.end()) {
       m_SuccessSeen = true;
+      AccountForText(LineAccount::Fate::Success, p_SuccessTexts,
+                     static_cast<std::size_t>(text - m_SuccessTextList.begin()));
       return;
     }
   }
   ProcessJob::ProcessLine(line);
+  // Later success lines are the host's, which may find them to be errors.
+  if (AccountToFill() != nullptr && AccountToFill()->What == LineAccount::Fate::Ordinary) {
+    if (const auto text = success(); text != m_SuccessTextList.end()) {
+      AccountForText(LineAccount::Fate::Success, p_SuccessTexts,
+                     static_cast<std::size_t>(text - m_SuccessTextList.begin()));
+    }
+  }
+}
+
+// The text as the list has it: the job itself keeps only its lower case.
+String TessivarJob::WrittenText(const char* list, std::size_t index) const {
+  const std::vector<String> texts = StringTokenizer::Split(GetParameterOrOption(list, true, true), ';');
+  return index < texts.size() ? Path(texts[index]).Dequote().Text() : String::Null;
+}
+
+void TessivarJob::AccountForText(LineAccount::Fate fate, const char* list, std::size_t index) {
+  if (LineAccount* account = AccountToFill(); account != nullptr) {
+    account->What = fate;
+    account->List = list;
+    account->Text = WrittenText(list, index);
+  }
 }
 
 void TessivarJob::ProcessImageLine(const String& line) {
   const String lowered = m_Lower.Lower(line);
-  std::int32_t length = 0;
-  const std::int32_t start = FindStart(lowered, m_StartTexts, length);
+  const FoundText start = FindStart(lowered, m_StartTexts);
+  AccountForText(LineAccount::Fate::Dropped, p_ImageStartText, start.Index);
   const auto endsLine = [&lowered](const String& text) { return lowered.ends_with(text); };
-  if (std::any_of(m_NotEndTexts.begin(), m_NotEndTexts.end(), endsLine)) {
+  const auto notEnd = std::find_if(m_NotEndTexts.begin(), m_NotEndTexts.end(), endsLine);
+  if (notEnd != m_NotEndTexts.end()) {
+    AccountForText(LineAccount::Fate::Dropped, p_ImageNotEndText,
+                   static_cast<std::size_t>(notEnd - m_NotEndTexts.begin()));
     return;
   }
-  const std::int32_t end = FindEnd(lowered, m_EndTexts);
-  if (end == k_NotFound) {
+  const FoundText end = FindEnd(lowered, m_EndTexts);
+  if (end.Place == k_NotFound) {
     return;
   }
-  const std::int64_t nameStart = std::int64_t{start} + length;
+  const std::int64_t nameStart = std::int64_t{start.Place} + start.Length;
   String name;
+  bool ended = false;
   if (nameStart >= 0 && nameStart < static_cast<std::int64_t>(line.size())) {
     // An end that stands before the name does not end it.
-    const std::size_t count = end < nameStart ? String::npos : static_cast<std::size_t>(end - nameStart);
+    ended = end.Place >= nameStart;
+    const std::size_t count = ended ? static_cast<std::size_t>(end.Place - nameStart) : String::npos;
     name = line.substr(static_cast<std::size_t>(nameStart), count);
   }
-  ProcessNewFilename(Path(name.Trim()));
+  name.Trim();
+  if (LineAccount* account = AccountToFill(); account != nullptr && !name.empty()) {
+    account->What = LineAccount::Fate::Image;
+    account->Other = ended && !m_EndTexts.empty() ? WrittenText(p_ImageEndText, end.Index) : String::Null;
+    account->Image = name;
+  }
+  ProcessNewFilename(Path(name));
 }
 
 int TessivarJob::CheckResult(int exitCode) {

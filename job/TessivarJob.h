@@ -66,6 +66,8 @@ private:
   BoolOverrideInfo FindOverrideInfo(const String& name) const;
   void ParseTexts(const char* name, std::vector<String>& texts) const;
   void ProcessImageLine(const String& line);
+  String WrittenText(const char* list, std::size_t index) const;
+  void AccountForText(LineAccount::Fate fate, const char* list, std::size_t index);
 
   Path m_SceneNameFormat;
   BoolOverride m_EnquoteActual = k_NoOverride;

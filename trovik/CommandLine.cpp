@@ -79,7 +79,7 @@ void refuseExtras(const CLI::App& program, const CLI::App* verb) {
 
 /// What each verb cannot do without.
 void requireArguments(const Options& options) {
-  static const std::set<std::string> typeVerbs = {"type", "detect", "find", "run", "submit"};
+  static const std::set<std::string> typeVerbs = {"type", "detect", "find", "replay", "run", "submit"};
   static const std::set<std::string> jobVerbs = {"show",  "log",    "images", "watch",
                                                  "retry", "cancel", "delete", "sheet"};
   const std::string verb = "\"trovik " + options.verb + '"';
@@ -92,6 +92,9 @@ void requireArguments(const Options& options) {
   }
   if (options.verb == "detect" && (!options.scene || options.scene->empty())) {
     throw UsageError{verb + " needs a scene file", help};
+  }
+  if (options.verb == "replay" && (!options.log || options.log->empty())) {
+    throw UsageError{verb + " needs a saved log, or - for standard input", help};
   }
   if (jobVerbs.contains(options.verb) && !options.job && options.jobs.empty()) {
     throw UsageError{verb + " needs the number of a job, or \"last\" for the newest",

@@ -3,6 +3,7 @@
 #include "host/foundation/Log.h"
 #include "trovik/UsageError.h"
 
+#include <algorithm>
 #include <sys/stat.h>
 
 namespace trovik {
@@ -42,6 +43,18 @@ FileLook::FileLook(ImageInspector& inspector, const RenderJob& job) {
 String FileLook::problemOf(const Path& file) const {
   const auto found = state_->problems.find(file.Text());
   return found == state_->problems.end() ? String() : String(found->second);
+}
+
+void waitFor(const FileLook& look, ImageInspector& inspector, Machine& machine) {
+  while (!look.isOver()) {
+    std::vector<pollfd> descriptors = {{inspector.descriptor(), POLLIN, 0}};
+    std::optional<Duration> left;
+    if (const auto deadline = inspector.deadline()) {
+      left = std::max(Duration(*deadline - machine.now()), Duration::zero());
+    }
+    machine.wait(descriptors, left);
+    inspector.advance(machine.now());
+  }
 }
 
 } // namespace trovik

@@ -2,6 +2,7 @@
 
 #include "host/application/RenderJob.h"
 #include "trovik/ImageInspector.h"
+#include "trovik/Machine.h"
 
 #include <map>
 #include <memory>
@@ -28,5 +29,8 @@ private:
   };
   std::shared_ptr<State> state_ = std::make_shared<State>();
 };
+
+/// Waits until the look is over, doing nothing else meanwhile.
+void waitFor(const FileLook& look, ImageInspector& inspector, Machine& machine);
 
 } // namespace trovik

@@ -51,6 +51,19 @@ const char* const newFooter =
     "  trovik new Plot --scene SCENE --frames none --extension svg --error Error:\n"
     "  trovik new Sketch -o . --yes --json";
 
+const char* const replayFooter =
+    "Exit codes 129 to 192 are deaths by the signal N - 128, as shells report them.\n"
+    "Without --files every file is taken as good, and a crash after a success text\n"
+    "stays a crash.\n"
+    "\n"
+    "Exit codes: 0 good, 1 bad, 2 wrong usage or input.\n"
+    "\n"
+    "Examples:\n"
+    "  trovik replay povray render.log --exit 1\n"
+    "  trovik replay blender - --all < render.log\n"
+    "  trovik replay blender render.log --range 7-9 --files\n"
+    "  trovik replay ffmpeg encode.log --exit SIGTERM --json";
+
 const char* const runFooter =
     "Frames: 1-100, every fifth 1-100x5, all but every fifth 1-100y5, interleaved\n"
     "1-100:4, lists 1,4,9-12.\n"
@@ -159,16 +172,13 @@ const char* const sheetFooter = "Examples:\n"
 
 const char* helpFooter(std::string_view verb) {
   static const std::map<std::string_view, const char*> footers = {
-      {"", programFooter},      {"types", typesFooter},
-      {"type", typeFooter},     {"detect", detectFooter},
-      {"find", findFooter},     {"new", newFooter},
-      {"run", runFooter},       {"submit", submitFooter},
-      {"engine", engineFooter}, {"jobs", jobsFooter},
-      {"show", showFooter},     {"log", logFooter},
-      {"images", imagesFooter}, {"watch", watchFooter},
-      {"retry", retryFooter},   {"cancel", cancelFooter},
-      {"delete", deleteFooter}, {"stats", statsFooter},
-      {"sheet", sheetFooter},   {"help", "Examples:\n  trovik help run"},
+      {"", programFooter},      {"types", typesFooter},   {"type", typeFooter},
+      {"detect", detectFooter}, {"find", findFooter},     {"new", newFooter},
+      {"replay", replayFooter}, {"run", runFooter},       {"submit", submitFooter},
+      {"engine", engineFooter}, {"jobs", jobsFooter},     {"show", showFooter},
+      {"log", logFooter},       {"images", imagesFooter}, {"watch", watchFooter},
+      {"retry", retryFooter},   {"cancel", cancelFooter}, {"delete", deleteFooter},
+      {"stats", statsFooter},   {"sheet", sheetFooter},   {"help", "Examples:\n  trovik help run"},
   };
   const auto footer = footers.find(verb);
   if (footer == footers.end()) {

@@ -23,18 +23,6 @@ private:
   const FileLook& look_;
 };
 
-void waitFor(const FileLook& look, ImageInspector& inspector, Machine& machine) {
-  while (!look.isOver()) {
-    std::vector<pollfd> descriptors = {{inspector.descriptor(), POLLIN, 0}};
-    std::optional<Duration> left;
-    if (const auto deadline = inspector.deadline()) {
-      left = std::max(Duration(*deadline - machine.now()), Duration::zero());
-    }
-    machine.wait(descriptors, left);
-    inspector.advance(machine.now());
-  }
-}
-
 /// Whether a good looking file is what a failed attempt left.
 bool isDistrusted(Store& store, const FileRecord& file) {
   const std::optional<FileRecord> last = store.lastOf(file.path);

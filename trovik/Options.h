@@ -40,6 +40,11 @@ struct Options {
   std::optional<std::string> endCommand;
   bool notify = false;
 
+  // For the replay of a saved log.
+  std::optional<std::string> log;  ///< "-" for standard input
+  std::optional<std::string> exit; ///< how the program ended
+  bool files = false;              ///< look at the files, too
+
   // For the verbs about jobs in the queue.
   std::optional<std::string> job; ///< a number, or "last"
   std::vector<std::string> jobs;  ///< the same for verbs that take several

@@ -154,6 +154,20 @@ void declareTypeVerbs(CLI::App& program, Options& options) {
       .flag("--force", options.force, "Replace the file")
       .flag("-y,--yes", options.yes, "Ask nothing")
       .json();
+  VerbOptions(program, options, typeVerbs, "replay",
+              "Judges a saved log by the rules of a type, as a run would: what became of each line "
+              "and by which text, the images, the verdict and the note.")
+      .type()
+      .argument("LOG", "LOG", options.log, "The saved output of the program; - for standard input")
+      .value("--exit", "N", options.exit,
+             "How the program ended: its exit code, 0 by default, or a signal such as SIGKILL")
+      .flag("--all", options.all, "Show every line, not only those that a text of the type speaks of")
+      .flag("--files", options.files, "Look at the files as well")
+      .value("--scene", "SCENE", options.scene, "The scene that the log is of")
+      .value("--range", "FRAMES", options.range, "The frames that the log is of, such as 7-9")
+      .value("--out", "DIR", options.out, "The folder that the program wrote to")
+      .sets()
+      .json();
 }
 
 /// What makes a job: the same for the verb that works it off at once and the

@@ -12,6 +12,7 @@ int describeType(Session& session);
 int detectScene(Session& session);
 int findProgram(Session& session);
 int makeType(Session& session);
+int replayLog(Session& session);
 int runJob(Session& session);
 int submitJob(Session& session);
 int runEngine(Session& session);

@@ -15,15 +15,28 @@ public:
   ErrorTexts(const String& errors, const String& ignores, bool anywhere);
 
   bool IsError(std::string_view line) const {
-    return (m_Anywhere ? m_ErrorFilter.Occurs(line, m_Lower) : Begins(line)) &&
-           !m_IgnoreFilter.Occurs(line, m_Lower);
+    return HoldsError(line) && !m_IgnoreFilter.Occurs(line, m_Lower);
   }
 
+  /// The texts that a line matches, the first of each list, as they are
+  /// written there; empty for none.
+  struct Match {
+    String Error;
+    String Ignore;
+  };
+  /// Why a line is an error, or why it is none though it has an error text.
+  Match Find(std::string_view line) const;
+
 private:
+  bool HoldsError(std::string_view line) const {
+    return m_Anywhere ? m_ErrorFilter.Occurs(line, m_Lower) : Begins(line);
+  }
   bool Begins(std::string_view line) const;
 
   LowerTable m_Lower;
-  std::vector<String> m_Errors;
+  std::vector<String> m_WrittenErrors;
+  std::vector<String> m_WrittenIgnores;
+  std::vector<String> m_Errors; // the same in lower case
   TextFilter m_ErrorFilter;
   TextFilter m_IgnoreFilter;
   bool m_Anywhere;

@@ -300,6 +300,9 @@ void ProcessJob::WorkLine(std::string_view line) {
   if (m_WorthRepeating && ForbidsRepeating(line)) {
     m_WorthRepeating = false;
   }
+  if (m_Account != nullptr) {
+    *m_Account = LineAccount();
+  }
   ProcessLine(m_Line);
 }
 
@@ -323,9 +326,27 @@ void ProcessJob::ProcessLine(const String& line) {
   if (line.find_first_not_of(" \t") != String::npos) {
     m_LastLine.assign(line, 0, k_KeptLine);
   }
+  if (m_Account != nullptr) {
+    AccountForError(line);
+  }
   if (m_ErrorLine.empty() && m_ErrorTexts->IsError(line)) {
     m_ErrorLine.assign(line, 0, k_KeptLine); // the first one is the cause of the others
     clock_gettime(CLOCK_REALTIME, &m_ErrorTime);
+  }
+}
+
+void ProcessJob::AccountForError(const String& line) {
+  const bool error = m_ErrorTexts->IsError(line);
+  const ErrorTexts::Match match = m_ErrorTexts->Find(line);
+  if (error) {
+    m_Account->What = LineAccount::Fate::Error;
+    m_Account->List = p_ErrorStarts;
+    m_Account->Text = match.Error;
+  } else if (!match.Error.empty()) {
+    m_Account->What = LineAccount::Fate::IgnoredError;
+    m_Account->List = p_ErrorIgnores;
+    m_Account->Text = match.Ignore;
+    m_Account->Other = match.Error;
   }
 }
 

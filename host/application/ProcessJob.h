@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/application/Job.h"
+#include "host/application/LineAccount.h"
 #include "host/foundation/Process.h"
 
 #include <atomic>
@@ -80,6 +81,13 @@ public:
   void WorkSpawned(pid_t id);
   void WorkLine(std::string_view line);
 
+  /// Has the job account for every line from now on, for showing how a type
+  /// judges. It costs time with the lines that hold a text of the type.
+  void AccountForLines() { m_Account = std::make_unique<LineAccount>(); }
+  /// What became of the line that WorkLine was given last; null unless it was
+  /// asked for.
+  const LineAccount* Account() const { return m_Account.get(); }
+
   /// Why a work was ended from outside; the strongest of all verdicts. Lost:
   /// whoever watched it has died, so nobody knows how it ended.
   enum class Ended { ByItself, Canceled, TimedOut, Silent, Lost };
@@ -133,6 +141,10 @@ protected:
   /// that it would start in. Absolute, or empty for this process's own.
   Path WorkStartDirectory() const;
 
+  /// Where ProcessLine tells what became of the line at hand; null unless
+  /// somebody asked.
+  LineAccount* AccountToFill() { return m_Account.get(); }
+
   /// CheckFiles tells how many files it found when all were good: only files
   /// prove that a program that crashed on its way out had done its work.
   void SetGoodFiles(std::size_t count) { m_GoodFiles = count; }
@@ -155,6 +167,7 @@ private:
   void LookAtFiles(int result);
   int Fail(Rule rule, const String& note);
   bool ForbidsRepeating(std::string_view text);
+  void AccountForError(const String& line);
   int SucceedWork(const String& note);
   int RunWork();
   double Limit(const String& name) const;
@@ -170,7 +183,8 @@ private:
   std::unique_ptr<ErrorTexts> m_ErrorTexts;   // built with the first line
   std::unique_ptr<ErrorTexts> m_NoRetryTexts; // the same; null for a type without any
   bool m_NoRetryTextsRead = false;
-  String m_Line; // the line at hand; kept for its memory
+  String m_Line;                          // the line at hand; kept for its memory
+  std::unique_ptr<LineAccount> m_Account; // of the line at hand
   String m_ErrorLine;
   timespec m_ErrorTime{};
   String m_LastLine;

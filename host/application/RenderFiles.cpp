@@ -309,6 +309,9 @@ int RenderJob::CheckFiles(int result) {
   String problem;
   bool good = true;
   for (WorkFile& file : files) {
+    if (m_FilesUnseen) {
+      continue;
+    }
     LookAt(file);
     if (good && !file.Problem.empty()) {
       good = false;
@@ -331,7 +334,7 @@ int RenderJob::CheckFiles(int result) {
   } else if (const String holes = HolesNote(); !holes.empty()) {
     Set(p_Note, holes);
   } else {
-    SetGoodFiles(m_Checked.size());
+    SetGoodFiles(m_FilesUnseen ? 0 : m_Checked.size());
     return result;
   }
   return k_StatusFailed;

@@ -116,6 +116,10 @@ public:
   /// its own moment.
   void CheckFilesSince(const timespec& start) { m_StartTime = start; }
 
+  /// From now on no file is looked at: each counts as good, but none proves
+  /// anything. For judging a saved output whose files are not at hand.
+  void LeaveFilesUnseen() { m_FilesUnseen = true; }
+
   /// The number of frames in each state, as OnChildChange was told; of a job
   /// without frames, of works.
   std::int64_t ChildCount(int status) const;
@@ -167,6 +171,7 @@ private:
   std::size_t m_ImageBytes = 0;
   std::size_t m_ImagesBeforeError = 0;
   bool m_TooManyImages = false;
+  bool m_FilesUnseen = false;
   timespec m_StartTime{};
   bool m_FilesAreOfFrames = false; // of m_Checked
   mutable std::optional<KnownFrames> m_KnownFrames;

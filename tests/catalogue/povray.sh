@@ -1,0 +1,64 @@
+# shellcheck shell=bash
+# The proof of the type POV-Ray; see lib.sh. More of it is in tests/demo.
+
+ball() { # FILE
+  mkdir -p "$(dirname "$1")"
+  cat >"$1" <<'SCENE'
+#version 3.7;
+global_settings { assumed_gamma 1 }
+camera { location <0, 1, -4> look_at 0 }
+light_source { <4, 6, -6> rgb 1 }
+sphere { 0, 1 pigment { rgb <1, 0.5, 0.2> } }
+SCENE
+}
+small=(--set Width=64 --set Height=36 --set Antialias=No)
+
+case_good() {
+  ball s/a_0001.pov
+  ball s/a_0002.pov
+  render povray s/a_0002.pov "${small[@]}"
+  good 1-2
+  folder_has s/images a_0001.png a_0002.png
+  png_is s/images/a_0001.png 64 36
+  images_are "$PWD/s/images/a_0001.png" "$PWD/s/images/a_0002.png"
+}
+
+case_missing_scene() {
+  ball s/one.pov
+  render_without povray s/one.pov "${small[@]}"
+  bad "error line" "*Cannot find file*s/one.pov*"
+}
+
+case_broken_scene() {
+  ball s/one.pov
+  echo 'sphere { oops' >>s/one.pov
+  render povray s/one.pov "${small[@]}"
+  bad "error line" "Error line: *one.pov' line 6: Parse Error:*"
+}
+
+case_unwritable_folder() {
+  ball s/one.pov
+  read_only out
+  render povray s/one.pov "${small[@]}" --out out
+  bad "error line" "Error line: *Cannot*"
+}
+
+case_full_disk() {
+  ball s/one.pov
+  full out
+  render povray s/one.pov "${small[@]}" --out out
+  bad "error line" "*"
+}
+
+case_killed_midway() {
+  ball s/one.pov
+  render_killed povray s/one.pov --set Width=4000 --set Height=4000 --set AntialiasThreshold=0.01 --set AntialiasDepth=9
+  bad signal "*signal 9*"
+}
+
+case_name_with_blanks() {
+  ball "my shot/the ball 0001.pov"
+  render povray "my shot/the ball 0001.pov" "${small[@]}" --out "my images"
+  good
+  folder_has "my images" "the ball 0001.png"
+}

@@ -1,0 +1,177 @@
+#include "trovik/Replay.h"
+
+#include "trovik/OutcomeText.h"
+#include "trovik/Text.h"
+#include "trovik/UsageError.h"
+
+#include <charconv>
+#include <csignal>
+#include <cstring>
+#include <utility>
+
+namespace trovik {
+namespace {
+
+constexpr int lastSignal = 64;
+constexpr int signalBase = 128; // what shells add to a signal's number
+
+ProcessJob& processOf(Job* job) {
+  auto* process = dynamic_cast<ProcessJob*>(job);
+  if (process == nullptr) {
+    throw UsageError{"jobs of this type do not run a program, so they judge no output", {}};
+  }
+  return *process;
+}
+
+std::optional<int> wholeNumber(std::string_view text) {
+  int number = 0;
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
+  return result.ec == std::errc() && result.ptr == text.data() + text.size() ? std::optional(number)
+                                                                             : std::nullopt;
+}
+
+/// The signal of a name ("KILL", "SIGKILL", in any case) or number; 0 for none.
+int signalOf(const std::string& text) {
+  if (const auto number = wholeNumber(text)) {
+    return *number >= 1 && *number <= lastSignal ? *number : 0;
+  }
+  for (int signal = 1; signal <= lastSignal; ++signal) {
+    const char* name = sigabbrev_np(signal);
+    if (name != nullptr &&
+        (String::EqualNoCase(text, name) || String::EqualNoCase(text, String("SIG") + name))) {
+      return signal;
+    }
+  }
+  return 0;
+}
+
+ProcessExit killedBy(int signal) {
+  ProcessExit exit;
+  exit.Code = signalBase + signal;
+  exit.Signal = signal;
+  return exit;
+}
+
+} // namespace
+
+Replay::Replay(SmartHandle<Job> job, Receiver receiver)
+    : job_(std::move(job)), process_(processOf(job_.Get())), receiver_(std::move(receiver)),
+      splitter_([this](std::string_view line) { onLine(line); }) {
+  job_->SetObserver(this);
+  process_.AccountForLines();
+}
+
+Replay::~Replay() {
+  job_->SetObserver(nullptr);
+}
+
+void Replay::onLine(std::string_view line) {
+  const bool undecided = process_.ErrorLine().empty();
+  process_.WorkLine(line);
+  const LineAccount& account = *process_.Account();
+  ++result_.lines;
+  std::size_t& count = result_.fates.at(static_cast<std::size_t>(account.What));
+  ++count;
+  const bool error = undecided && !process_.ErrorLine().empty();
+  const bool success = account.What == LineAccount::Fate::Success && count == 1;
+  if (error || (success && undecided)) {
+    result_.decidingLine = result_.lines;
+  }
+  receiver_({result_.lines, line, account, error || success});
+}
+
+ReplayResult Replay::finish(const ProcessExit& exit, ImageInspector* inspector, Machine& machine) {
+  splitter_.Finish();
+  auto* render = dynamic_cast<RenderJob*>(&process_);
+  if (render != nullptr && inspector != nullptr) {
+    look_.emplace(*inspector, *render);
+    waitFor(*look_, *inspector, machine);
+  } else if (render != nullptr) {
+    render->LeaveFilesUnseen();
+  }
+  const int status = process_.FinishWork(exit);
+  result_.good = job_->IsFinished(status);
+  result_.note = process_.Note();
+  result_.rule = ruleOf(process_, ProcessJob::Ended::ByItself);
+  result_.retryable = process_.IsWorthRepeating();
+  if (result_.rule != VerdictRule::ErrorLine && (result_.rule != VerdictRule::Result || !result_.good)) {
+    result_.decidingLine.reset();
+  }
+  if (render != nullptr && inspector != nullptr) {
+    result_.files = fileRecords(*render);
+  } else if (render != nullptr) {
+    result_.expected = render->CheckedFiles().size();
+  }
+  return std::move(result_);
+}
+
+void Replay::OnImage(const Job& /*job*/, const Path& file) {
+  const LineAccount* account = process_.Account();
+  result_.images.push_back(account->Image.empty() ? file.Text() : account->Image);
+}
+
+String Replay::OnCheckFile(const Job& /*job*/, const Path& file) {
+  return look_ ? look_->problemOf(file) : String();
+}
+
+const char* nameOf(LineAccount::Fate fate) {
+  switch (fate) {
+  case LineAccount::Fate::Ordinary:
+    return "ordinary";
+  case LineAccount::Fate::Image:
+    return "image";
+  case LineAccount::Fate::Dropped:
+    return "dropped";
+  case LineAccount::Fate::Success:
+    return "success";
+  case LineAccount::Fate::Error:
+    return "error";
+  case LineAccount::Fate::IgnoredError:
+    return "ignored error";
+  }
+  return "ordinary";
+}
+
+std::string listName(const LineAccount& account) {
+  if (account.List == nullptr) {
+    return {};
+  }
+  const std::string name = account.List;
+  return name == p_ErrorStarts    ? "ErrorText"
+         : name == p_ErrorIgnores ? "ErrorIgnore"
+         : name == "SuccessTexts" ? "SuccessText"
+                                  : name;
+}
+
+ProcessExit exitFrom(const std::string& text) {
+  if (const auto number = wholeNumber(text)) {
+    if (*number > signalBase && *number <= signalBase + lastSignal) {
+      return killedBy(*number - signalBase);
+    }
+    if (*number >= 0 && *number <= 255) {
+      return {*number, 0};
+    }
+    if (*number < 0 && *number >= -lastSignal) {
+      return killedBy(-*number);
+    }
+  }
+  constexpr std::string_view word = "signal ";
+  const bool worded = text.starts_with(word);
+  const int signal = worded || !wholeNumber(text) ? signalOf(worded ? text.substr(word.size()) : text) : 0;
+  if (signal == 0) {
+    throw UsageError{"--exit: " + inQuotes(text) + " is no way for a program to end",
+                     "write its exit code from 0 to 255, or a signal such as SIGKILL or \"signal 9\""};
+  }
+  return killedBy(signal);
+}
+
+std::string exitText(const ProcessExit& exit) {
+  if (exit.Signal == 0) {
+    return "exit code " + std::to_string(exit.Code);
+  }
+  const char* description = sigdescr_np(exit.Signal);
+  return "signal " + std::to_string(exit.Signal) +
+         (description == nullptr ? std::string() : std::string(" (") + description + ")");
+}
+
+} // namespace trovik

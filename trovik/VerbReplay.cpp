@@ -1,0 +1,157 @@
+#include "trovik/EngineRun.h"
+#include "trovik/ImageHelper.h"
+#include "trovik/JobSetup.h"
+#include "trovik/ReplayText.h"
+#include "trovik/SceneSequence.h"
+#include "trovik/Text.h"
+#include "trovik/Types.h"
+#include "trovik/UsageError.h"
+#include "trovik/Verbs.h"
+#include "trovik/WorkJob.h"
+
+#include <array>
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace trovik {
+namespace {
+
+constexpr std::size_t readSize = std::size_t{256} << 10;
+
+/// A log that is read from its beginning to its end: a file, a pipe, or
+/// standard input for "-".
+class SavedLog {
+public:
+  explicit SavedLog(const std::string& name) : name_(name), descriptor_(STDIN_FILENO) {
+    if (name == "-") {
+      return;
+    }
+    descriptor_ = open(name.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor_ < 0) {
+      const int error = errno;
+      throw UsageError{error == ENOENT ? "there is no log " + inQuotes(name) : problem(error),
+                       "name the file that holds the program's output, or - for standard input"};
+    }
+    struct stat facts {};
+    if (fstat(descriptor_, &facts) == 0 && S_ISDIR(facts.st_mode)) {
+      close(descriptor_);
+      throw UsageError{inQuotes(name) + " is a folder", "name one log in it"};
+    }
+  }
+  ~SavedLog() {
+    if (descriptor_ != STDIN_FILENO) {
+      close(descriptor_);
+    }
+  }
+  SavedLog(const SavedLog&) = delete;
+  SavedLog& operator=(const SavedLog&) = delete;
+
+  void feed(Replay& replay) const {
+    std::string buffer(readSize, '\0');
+    while (true) {
+      const ssize_t got = read(descriptor_, buffer.data(), buffer.size());
+      if (got == 0) {
+        return;
+      }
+      if (got < 0 && errno != EINTR) {
+        throw UsageError{problem(errno), {}};
+      }
+      if (got > 0) {
+        replay.feed(std::string_view(buffer).substr(0, static_cast<std::size_t>(got)));
+      }
+    }
+  }
+
+private:
+  std::string problem(int error) const {
+    return "the log " + inQuotes(name_) + " cannot be read: " + std::system_category().message(error);
+  }
+
+  std::string name_;
+  int descriptor_;
+};
+
+void setUp(JobSetup& setup, const Options& options) {
+  if (options.scene) {
+    setup.setScene(*options.scene);
+  }
+  for (const std::string& text : options.sets) {
+    const auto [name, value] = splitAssignment(text);
+    setup.set(name, value, "--set " + printable(name, OddBytes::Show));
+  }
+  if (options.out) {
+    setup.setOutputFolder(*options.out);
+  }
+}
+
+/// The frames of the one start of the program that the log is of: those that
+/// the user names, else the one that the picked scene of a sequence has.
+WorkInfo workOf(const Job& job, const Options& options) {
+  WorkInfo work;
+  work.hasFrames = false;
+  if (options.range) {
+    const std::vector<FrameRun> runs = orRefuse("--range: ", "", [&] {
+      return FrameSet::Parse(String(*options.range)).Split(static_cast<int>(FrameSet::k_CountLimit));
+    });
+    if (runs.size() != 1) {
+      throw UsageError{"--range: " + inQuotes(*options.range) + " is not one run of frames",
+                       "a log is of one start of the program: name its frames as FIRST-LAST"};
+    }
+    work.run = runs.front();
+    work.hasFrames = true;
+    return work;
+  }
+  const String format = job.GetParameterOrOption("SceneNameFormat", true, true);
+  if (format.empty()) {
+    return work;
+  }
+  const String scene = job.GetParameterOrOption(p_Scene, true, true);
+  const FrameSet frames = FrameSet::Parse(job.GetParameterOrOption(p_Range, true, true));
+  for (const int frame : frames.Frames()) {
+    if (sequenceScene(format, frame).Text() == scene) {
+      work.run = {frame, frame};
+      work.hasFrames = true;
+      break;
+    }
+  }
+  return work;
+}
+
+} // namespace
+
+int replayLog(Session& session) {
+  const Options& options = session.options();
+  const UID type = findType(*options.type);
+  ReplayFacts facts;
+  facts.type = typeTitle(type);
+  facts.typeId = UID(type).GenString();
+  facts.log = *options.log;
+  facts.exit = exitFrom(options.exit.value_or("0"));
+  facts.exitTold = options.exit.has_value();
+  facts.files = options.files;
+
+  JobSetup setup(type, session.detection());
+  setUp(setup, options);
+  const WorkInfo work = workOf(*setup.job(), options);
+  facts.frames = work.hasFrames ? runText(work.run) : std::string();
+
+  std::optional<ImageHelper> inspector;
+  if (options.files) {
+    inspector.emplace(imageHelper(session));
+  }
+  const SavedLog log(*options.log);
+  const std::unique_ptr<ReplayPrinter> printer =
+      options.json ? replayJson(session.console(), facts) : replayText(session.console(), facts, options.all);
+  Replay replay(WorkMaker(*setup.job()).make(work),
+                [&printer](const ReplayedLine& line) { printer->line(line); });
+  log.feed(replay);
+  LocalMachine machine;
+  const ReplayResult result = replay.finish(facts.exit, inspector ? &*inspector : nullptr, machine);
+  printer->end(result);
+  return result.good ? exitGood : exitFailed;
+}
+
+} // namespace trovik
