@@ -1,5 +1,6 @@
 #include "host/foundation/Descriptor.h"
 #include "host/foundation/Exception.h"
+#include "host/foundation/FileText.h"
 #include "host/foundation/IniFile.h"
 #include "host/foundation/WriteFile.h"
 
@@ -26,9 +27,10 @@ bool IsName(const Path& file) {
   return !file.empty() && file.Text().find('\0') == String::npos;
 }
 
-// The bytes of a regular file, or nothing with the reason where it cannot be
-// read. O_NONBLOCK: a named pipe in the place of the file must not hang us.
-std::optional<std::string> ReadWhole(const Path& file, int& reason) {
+} // namespace
+
+// O_NONBLOCK: a named pipe in the place of the file must not hang us.
+std::optional<std::string> ReadFileText(const Path& file, int& reason) {
   reason = ENOENT;
   if (!IsName(file)) {
     return std::nullopt;
@@ -75,14 +77,12 @@ std::optional<std::string> ReadWhole(const Path& file, int& reason) {
   return bytes;
 }
 
-} // namespace
-
 bool IniFile::Load(bool mustExist, bool replace) {
   if (replace) {
     Clear();
   }
   int reason = 0;
-  const std::optional<std::string> bytes = ReadWhole(Filename(), reason);
+  const std::optional<std::string> bytes = ReadFileText(Filename(), reason);
   if (!bytes) {
     if (mustExist) {
       RaiseException("IniFile::Load", k_ErrorSystem, "cannot read " + Filename().Text(), reason);
