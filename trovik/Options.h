@@ -49,7 +49,7 @@ struct Options {
   // For the replay of a saved log.
   std::optional<std::string> log;  ///< "-" for standard input
   std::optional<std::string> exit; ///< how the program ended
-  bool files = false;              ///< look at the files, too
+  bool lookAtFiles = false;        ///< at those that it names, too
 
   // For the verbs about jobs in the queue.
   std::optional<std::string> job; ///< a number, or "last"

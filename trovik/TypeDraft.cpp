@@ -60,7 +60,7 @@ public:
 
   std::string inCommand(const std::string& word) const {
     if (word == "SCENE") {
-      return framing_ == Framing::Files ? "$(ActualScene)" : "$(Scene.Enquote)";
+      return framing_ == Framing::Files ? "$(ActualScene.Enquote)" : "$(Scene.Enquote)";
     }
     if (word == "NAME") {
       return hasScene_ ? "$(" + sceneName() + ".Enquote)" : std::string(EnquoteWord(name_));
@@ -76,7 +76,7 @@ public:
 
   std::string inFileName(const std::string& word) const {
     if (word == "SCENE") {
-      return framing_ == Framing::Files ? "$(ActualScene.Dequote)" : "$(Scene)";
+      return framing_ == Framing::Files ? "$(ActualScene)" : "$(Scene)";
     }
     if (word == "NAME") {
       return hasScene_ ? "$(" + sceneName() + ')' : name_;
@@ -92,7 +92,7 @@ public:
 
 private:
   std::string sceneName() const {
-    return framing_ == Framing::Files ? "ActualScene.Dequote.Base" : "Scene.Base";
+    return framing_ == Framing::Files ? "ActualScene.Base" : "Scene.Base";
   }
   std::string tail() const { return (framing_ == Framing::Single ? "_$(Frame.Pad(4))." : ".") + extension_; }
   static std::string number(const std::string& word) {
@@ -196,7 +196,7 @@ std::string commandPart(const TypeAnswers& answers, const Meanings& meanings) {
       "; The arguments of the program. $(...) stands for what varies; .Enquote keeps a path one argument,\n"
       "; whatever blanks or quotes it holds. No shell reads the line: ; | > * mean nothing.\n";
   if (meanings.framing() == Framing::Files) {
-    text += "; $(ActualScene) is the scene file of the frame, as one argument already.\n";
+    text += "; $(ActualScene) is the scene file of the frame, $(Scene) the one that was picked.\n";
   } else if (meanings.framing() == Framing::Range) {
     text += "; $(SubRange) are the frames of one start of the program, $(Scene) is the scene file.\n";
   } else if (meanings.framing() == Framing::Single) {
@@ -296,6 +296,14 @@ std::string defaultsPart(const TypeAnswers& answers, const Meanings& meanings, b
     text += "ExpectedFiles=" + std::string(ListParameterInfo().Pack(files)) + '\n';
   } else {
     text += ";ExpectedFiles=$(OutputFolder)/$(Scene.Base)_$(Frame.Pad(4)).png\n";
+  }
+  if (answers.imageText.empty() && files.empty()) {
+    text += "; Nothing is known of its files, so none is looked at. Name them above, and take this away.\n"
+            "FileCheck=None\n";
+  }
+  if (meanings.framing() == Framing::Files) {
+    text += "; $(ActualScene) is one plain file here, not a quoted list of them.\n"
+            "EnquoteActual=No\n";
   }
   if (meanings.framing() == Framing::Range) {
     if (wordsOf(answers.output).has("OUTPUT")) {

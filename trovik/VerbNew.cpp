@@ -44,7 +44,7 @@ Path targetOf(const Session& session, const std::string& name) {
     throw UsageError{"--out: the name of the file is empty", "leave it out for the usual one"};
   }
   Path file = absolutePath(*named);
-  if (isDirectory(file)) {
+  if (isDirectory(file) || named->back() == '/') {
     return file /= leaf;
   }
   if (!String(*named).Lower().ends_with(".tvx")) {

@@ -170,7 +170,7 @@ void declareTypeVerbs(CLI::App& program, Options& options) {
       .value("--exit", "N", options.exit,
              "How the program ended: its exit code, 0 by default, or a signal such as SIGKILL")
       .flag("--all", options.all, "Show every line, not only those that a text of the type speaks of")
-      .flag("--files", options.files, "Look at the files as well")
+      .flag("--files", options.lookAtFiles, "Look at the files as well")
       .value("--scene", "SCENE", options.scene, "The scene that the log is of")
       .value("--range", "FRAMES", options.range, "The frames that the log is of, such as 7-9")
       .value("--out", "DIR", options.out, "The folder that the program wrote to")

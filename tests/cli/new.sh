@@ -91,3 +91,22 @@ err_is <<'END'
 trovik: error: OutputFolder: a value is required
 hint: set it with --set NAME=VALUE; "trovik type" lists the parameters
 END
+
+# The check has no word on any type that the answers make.
+count=0
+for scene in SCENE '-i SCENE' --scene=SCENE '"SCENE" -x "a  b" ;' none; do
+  for frames in files '-s FIRST -e LAST' --frames=FIRST-LAST '-f FRAME' none; do
+    [ "$scene $frames" != "none files" ] || continue
+    for output in '-o OUTPUT' --dir=FOLDER '-o FOLDER/NAME_%04d.png' '--out=FOLDER/$(x);#' none; do
+      for texts in '' '--image-text saved: --error error: --error fatal --success finished'; do
+        rm -rf types
+        run 0 new Combined --program sh --scene "$scene" --frames "$frames" --output "$output" $texts -o types/
+        run 0 check --strict types
+        out_is_empty
+        err_is_empty
+        count=$((count + 1))
+      done
+    done
+  done
+done
+[ "$count" = 240 ] || fail "$count combinations"
