@@ -1,16 +1,20 @@
 #!/bin/sh
-# Does what the tutorial tells, command by command, and compares what is printed
-# with what the page shows. Times and the home's folder are made steady.
+# Does what the tutorial tells, command by command, and writes the page anew with
+# what was printed: it must come out the same. Times and the home's folder are
+# made steady.
 #
-#   tutorial.sh PAGE TROVIK
+#   tutorial.sh PAGE TROVIK             compares
+#   tutorial.sh PAGE TROVIK --update    also rewrites the page, when a message
+#                                       of the program has changed
 #
-# Blocks of the page: "console" is run ("$ " begins a command, what follows is
-# its output). A comment before a block says what else becomes of it:
-# <!-- file: NAME --> writes it, <!-- edit: NAME --> puts it in place of the
-# lines of the file that are the same behind a ";", and what follows of them.
+# Of the page's blocks, "console" ones are run: "$ " begins a command, what
+# follows is its output. A comment before any other tells what becomes of it:
+# <!-- file: NAME --> writes the file; <!-- edit: NAME --> puts the block in the
+# place of the lines that begin with ";" and its first line.
 set -eu
 page=$1
 program=$2
+update=${3:-}
 unset TROVIK_IMAGE_HELPER TROVIK_MODULE_PATH TROVIK_STATE TROVIK_SETTINGS TROVIK_OPTIONS NO_COLOR COLUMNS CDPATH ENV
 unset XDG_DATA_HOME XDG_STATE_HOME XDG_CONFIG_HOME XDG_CACHE_HOME
 LC_ALL=C.UTF-8
@@ -21,88 +25,80 @@ trap 'rm -rf "$TMP"' EXIT
 HOME=$TMP/home/ada
 PATH=$TMP/bin:$PATH
 export LC_ALL TERM HOME PATH
-mkdir -p "$HOME/moon" "$TMP/bin" "$TMP/blocks"
+mkdir -p "$HOME" "$TMP/bin"
 ln -s "$program" "$TMP/bin/trovik"
+cp "$page" "$TMP/page"
 
 fail() {
-  echo "FAILED: $*" >&2
+  echo "FAILED: line $number: $*" >&2
   exit 1
 }
 
-# Each block into a file of its own, its first line telling kind and place.
-awk -v folder="$TMP/blocks" '
-  inside && /^```/ { inside = 0; close(file); next }
-  inside { print >file; next }
-  /^<!-- (file|edit): .* -->$/ { what = $2 " " $3; next }
-  /^```/ {
-    file = sprintf("%s/%03d", folder, ++number)
-    kind = substr($0, 4)
-    if (what == "" && kind != "console") { kind = "unknown " kind }
-    print (what == "" ? kind : what) " line " NR >file
-    inside = 1; what = ""
-    next
-  }
-  /[^[:space:]]/ { if (what != "") { print "a comment without a block, line " NR; exit 1 } }
-' "$page" || fail "the page cannot be taken apart"
-
-steady() {
-  sed -e "s|$TMP||g" -e 's/  [0-9][0-9]*\.[0-9] s$/  0.1 s/' -e 's/, in [0-9].* s$/, in 0.5 s/'
-}
-
-commands=0
-run_command() { # COMMAND EXPECTED LINE
+run_command() {
   commands=$((commands + 1))
   # In this shell, so that the next command finds what this one left.
-  { eval "$1"; } >"$TMP/out" 2>&1 </dev/null || :
-  steady <"$TMP/out" >"$TMP/steady"
-  diff -u "$2" "$TMP/steady" >&2 || fail "block at line $3 of the page: \"$1\" prints something else (- page, + printed)"
+  { eval "$1" || :; } >"$TMP/out" 2>&1 </dev/null
+  sed -e "s|$TMP||g" -e 's/  [0-9][0-9.]* s$/  0.1 s/' -e 's/, in [0-9].* s$/, in 0.5 s/' "$TMP/out"
 }
 
-run_console() { # BLOCK LINE
-  command=
-  : >"$TMP/expected"
-  while IFS= read -r text <&3; do
-    case $text in
-      '$ '*)
-        [ -z "$command" ] || run_command "$command" "$TMP/expected" "$2"
-        command=${text#??}
-        : >"$TMP/expected"
-        ;;
-      *)
-        [ -n "$command" ] || fail "the block at line $2 does not begin with a command"
-        printf '%s\n' "$text" >>"$TMP/expected"
-        ;;
-    esac
-  done 3<"$1"
-  [ -n "$command" ] || fail "the block at line $2 has no command"
-  run_command "$command" "$TMP/expected" "$2"
-}
-
-edit_file() { # BLOCK FILE
-  awk -v block="$1" '
-    BEGIN {
-      while ((getline line <block) > 0) { lines[++count] = line; wanted[";" line] = 1 }
-    }
-    $0 == ";" lines[1] { for (i = 1; i <= count; ++i) { print lines[i] }; done = 1; skip = 1; next }
-    skip && /^;[^ ]/ { next }
-    { skip = 0; print }
-    END { exit !done }
-  ' "$2" >"$TMP/edited" || fail "$2 has no line to be taken for the edit"
-  cp "$TMP/edited" "$2"
-}
-
-cd "$HOME/moon"
-for block in "$TMP"/blocks/*; do
-  read -r kind name place line <"$block" || :
-  sed 1d "$block" >"$TMP/block"
-  case $kind in
-    console) run_console "$TMP/block" "$place" ;;
-    file)
-      cp "$TMP/block" "$name"
-      chmod +x "$name"
+put_file() {
+  case $todo in
+    file) cp "$TMP/block" "$name" ;;
+    edit)
+      eval "name=$name"
+      awk -v block="$TMP/block" '
+        BEGIN { while ((getline line <block) > 0) lines[++count] = line }
+        $0 == ";" lines[1] { for (i = 1; i <= count; ++i) print lines[i]; skip = done = 1; next }
+        skip && /^;[^ ]/ { next }
+        { skip = 0; print }
+        END { exit !done }
+      ' "$name" >"$TMP/edited" || fail "$name has no such lines"
+      cp "$TMP/edited" "$name"
       ;;
-    edit) edit_file "$TMP/block" "$(eval "echo $name")" ;;
-    *) fail "a block at line $line is none that is run or written: $kind $name" ;;
+    *) fail "a block is neither run nor written" ;;
   esac
-done
-[ "$commands" -ge 15 ] || fail "the page has lost commands: $commands"
+}
+
+number=0
+commands=0
+block=
+todo=
+cd "$HOME"
+while IFS= read -r text <&3; do
+  number=$((number + 1))
+  case $block:$text in
+    ':```console') block=console ;;
+    ':```'*)
+      block=other
+      : >"$TMP/block"
+      ;;
+    ':<!-- file: '* | ':<!-- edit: '*)
+      todo=${text#<!-- }
+      name=${todo#*: }
+      name=${name% -->}
+      todo=${todo%%:*}
+      ;;
+    'console:```') block= ;;
+    'other:```')
+      put_file
+      block=
+      todo=
+      ;;
+    'console:$ '*)
+      printf '%s\n' "$text"
+      run_command "${text#??}"
+      continue
+      ;;
+    console:*) continue ;; # the output as it was
+    other:*) printf '%s\n' "$text" >>"$TMP/block" ;;
+  esac
+  printf '%s\n' "$text"
+done 3<"$TMP/page" >"$TMP/new"
+[ "$commands" -ge 20 ] || fail "the page has lost commands: there are $commands"
+diff -u "$TMP/page" "$TMP/new" >&2 && exit 0
+if [ "$update" = --update ]; then
+  cp "$TMP/new" "$page"
+  exit 0
+fi
+echo "FAILED: the commands print something else (- page, + printed)" >&2
+exit 1
