@@ -165,7 +165,7 @@ void checkAliases(const TypeCheck& check) {
       check.out.warning("empty-alias", piece.span, "there is an empty name in this list",
                         "leave out a comma");
     } else if (seen.size() < 100 && holds(seen, alias)) {
-      check.out.warning("doubled-name", piece.span,
+      check.out.warning("doubled-name", piece.span.part(blanks, alias.size()),
                         "the name " + quotedText(alias) + " stands in this list twice",
                         "leave one of them out");
     }

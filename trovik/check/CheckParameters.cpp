@@ -12,10 +12,6 @@ namespace {
 
 using Kind = DefinitionProblem::Kind;
 
-/// The names that a list may hold before the check gives up on it; the
-/// module's own reading takes the square of them.
-constexpr std::size_t namesLimit = 1000;
-
 struct Rule {
   const char* name;
   Severity severity;
@@ -65,7 +61,7 @@ void report(const TypeCheck& check, const DefinitionProblem& problem) {
     hint = "write the section, or take the name out of the list";
   }
   check.out.add(rule.severity, rule.name, {problem.Place, problem.Length}, fact,
-                problem.Hint.empty() ? hint : problem.Hint);
+                problem.Hint.empty() ? hint : std::string(problem.Hint));
 }
 
 /// Reads the lists in the order in which the module does, into a description
@@ -142,12 +138,6 @@ private:
       if (entry.Value.empty()) {
         names.back().span = keyOf(entry).span;
       }
-    }
-    if (names.size() > namesLimit) {
-      check_.out.warning("too-many", check_.sectionSpan(list),
-                         "there are " + std::to_string(names.size()) + " names; only the first " +
-                             std::to_string(namesLimit) + " are checked");
-      names.resize(namesLimit);
     }
     std::for_each(names.begin(), names.end(), action);
   }

@@ -63,7 +63,9 @@ void cutBehind(std::vector<Cell>& cells, std::size_t width) {
     used -= cells.back().width;
     cells.pop_back();
   }
-  cells.push_back(dots);
+  if (used + dots.width <= width) {
+    cells.push_back(dots);
+  }
 }
 
 void cutBefore(std::vector<Cell>& cells, std::size_t width) {
@@ -103,7 +105,7 @@ std::string excerpt(const Console& console, std::string_view line, const Diagnos
   const std::string number = std::to_string(diagnostic.line);
   const std::string head = std::string(number.size() < 5 ? 5 - number.size() : 0, ' ') + number;
   const std::size_t room = std::max<std::size_t>(width, 40) - head.size() - 4;
-  cutBehind(marked, room - std::min<std::size_t>(widthOf(before), room / 2));
+  cutBehind(marked, room - std::min<std::size_t>(widthOf(before), room / 4));
   const std::size_t rest = room - widthOf(marked);
   // The place stays in sight with as much behind it as there is room.
   const std::size_t least = std::min<std::size_t>(widthOf(behind), rest / 4);

@@ -32,6 +32,20 @@ std::string withFreshID(std::string_view text) {
   return std::string(text) + "\n[Module]\nID=" + UID(true).GenString() + "\n";
 }
 
+/// Whether the module's reading, which compares names with each other, stays
+/// quick. No type that somebody wrote comes near these limits.
+bool isReadable(const TypeSource& source) {
+  if (source.text().size() > TypeChecker::deepLimit) {
+    return false;
+  }
+  std::size_t names = 0;
+  for (const char* list :
+       {"PrimaryParameters", "SecondaryParameters", "PrimaryCommands", "SecondaryCommands"}) {
+    names += source.ini().Entries(list).size();
+  }
+  return names * (names + source.ini().SectionNames().size()) <= TypeChecker::namesLimit;
+}
+
 bool isRefusing(const Findings& out) {
   return out.hasRule("no-module") || out.hasRule("missing-id") || out.hasRule("bad-id");
 }
@@ -68,14 +82,14 @@ std::vector<Diagnostic> TypeChecker::check(const TypeSource& source, const Known
     return out.take();
   }
   const bool accepted = tryFile(source.text(), {});
-  if (source.text().size() <= deepLimit) {
+  if (isReadable(source)) {
     deep(source, out, accepted);
     others.check(source, out);
   } else {
     const TypeCheck check{source, out, standard_};
     checkLines(check);
     checkModule(check);
-    out.warning("too-large", {}, "is larger than 1 MiB, so that only its lines and its ID were checked",
+    out.warning("too-large", {}, "is very large, so that only its lines and its ID were checked",
                 "leave out what is no part of a type");
   }
   if (!accepted && !isRefusing(out)) {

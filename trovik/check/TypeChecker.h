@@ -18,9 +18,10 @@ namespace trovik {
 /// the command line.
 class TypeChecker {
 public:
-  /// Files above this many bytes are only judged by their lines and by the
-  /// module; no type that somebody wrote comes near it.
-  static constexpr std::size_t deepLimit = std::size_t{1} << 20;
+  /// Files above this many bytes, or with more pairs of names, are only judged
+  /// by their lines and by the module.
+  static constexpr std::size_t deepLimit = std::size_t{1} << 20U;
+  static constexpr std::size_t namesLimit = std::size_t{4} << 20U;
 
   /// `modules` must have its libraries loaded without type files, and outlive
   /// this. With `programs` each type's program is looked for on this machine.
