@@ -40,6 +40,8 @@ expect_file "$prefix/share/bash-completion/completions/trovik"
 expect_file "$prefix/share/zsh/site-functions/_trovik"
 expect_file "$prefix/share/fish/vendor_completions.d/trovik.fish"
 expect_file "$prefix/share/man/man1/trovik.1"
+expect_file "$prefix/share/man/man5/tvx.5"
+expect_file "$prefix/share/trovik/editors/vim/syntax/tvx.vim"
 expect_file "$prefix/$libraries/cmake/Trovik/TrovikConfig.cmake"
 # Nothing installed may know where it was built or first installed.
 if grep -rlF -e "$tree/first" "$prefix" >"$tree/output"; then
