@@ -12,6 +12,7 @@ const char* const programFooter =
     "  trovik types                      which job types there are\n"
     "  trovik type povray                what a job of a type can be told\n"
     "  trovik run povray shot_0001.pov   render all frames of the sequence\n"
+    "  trovik new Sketch                 a job type for a program of your own\n"
     "  trovik jobs                       what is in the queue\n"
     "  trovik show last                  how the newest job stands, and why\n"
     "  trovik help run                   more about a verb\n"

@@ -16,6 +16,7 @@ namespace {
 constexpr const char* commonGroup = "Common options";
 constexpr const char* ownGroup = "Options";
 constexpr std::string_view typeVerbs = "Job types";
+constexpr std::string_view writingVerbs = "Job types of your own";
 constexpr std::string_view workVerbs = "Rendering";
 constexpr std::string_view jobVerbs = "Jobs";
 
@@ -70,7 +71,7 @@ public:
     verb_.group(std::string(group));
     verb_.footer(helpFooter(name));
     verb_.allow_extras();
-    addCommon(verb_, options, group == typeVerbs ? Queue::NotUsed : Queue::Used);
+    addCommon(verb_, options, group == typeVerbs || group == writingVerbs ? Queue::NotUsed : Queue::Used);
   }
 
   /// An argument by its place, shown as `form` ("JOB", "[SCENE]") in the usage.
@@ -123,14 +124,6 @@ void declareTypeVerbs(CLI::App& program, Options& options) {
       .type()
       .flag("--all", options.all, "Also what is hidden from forms")
       .json("Print JSON, with the flags of each parameter");
-  VerbOptions(program, options, typeVerbs, "check",
-              "Finds everything that is wrong or doubtful in type files.")
-      .argument("FILE", "[FILE...]", options.files,
-                "Type files, directories of them, or - for standard input; all of the module path by default")
-      .value("--name", "FILE", options.name, "The name of what standard input holds, for messages")
-      .flag("--strict", options.strict, "Warnings count as errors")
-      .flag("--no-programs", options.noPrograms, "Do not look for the programs on this machine")
-      .json();
   VerbOptions(program, options, typeVerbs, "detect",
               "Shows what would be filled in for a scene: the sequence that it belongs to and what "
               "the type's rules add.")
@@ -141,16 +134,23 @@ void declareTypeVerbs(CLI::App& program, Options& options) {
               "Shows the program that jobs of a type run, and where it was found.")
       .type()
       .json();
-  VerbOptions(program, options, typeVerbs, "new",
-              "Writes a job type for a program: asks on a terminal, takes what is usual elsewhere.")
+}
+
+void declareWritingVerbs(CLI::App& program, Options& options) {
+  VerbOptions(program, options, writingVerbs, "new",
+              "Writes a job type for a program: asks for what it needs at a terminal, else takes the options "
+              "and what is usual.")
       .argument("NAME", "NAME", options.type, "What the type is called")
-      .value("--program", "PROGRAM", options.program, "The program: a path, or a name along PATH")
-      .value("--scene", "ARGUMENTS", options.scene, "How it is told the scene, SCENE in its place; or none")
+      .value("--program", "PROGRAM", options.program,
+             "A path, or a name along PATH; the name of the type by default")
+      .value("--scene", "ARGUMENTS", options.scene,
+             "How the program is told its scene, SCENE in its place; or none. SCENE by default")
       .value("--frames", "ARGUMENTS", options.frames,
-             "How it is told the frames: FIRST and LAST, or FRAME, in their places; files for a scene file "
-             "each; or none")
+             "How it is told its frames: FIRST and LAST, or FRAME, in their places; files for a scene file "
+             "each; or none. files by default")
       .value("--output", "ARGUMENTS", options.output,
-             "How it is told the output: OUTPUT for the file, or FOLDER and NAME; or none")
+             "How it is told what to write: OUTPUT for the file, or FOLDER and NAME; or none. -o OUTPUT by "
+             "default")
       .value("--extension", "TEXT", options.extension, "The extension of OUTPUT; png by default")
       .value("--image-text", "TEXT", options.imageText,
              "What it prints before the name of each file it wrote")
@@ -162,7 +162,15 @@ void declareTypeVerbs(CLI::App& program, Options& options) {
       .flag("--force", options.force, "Replace the file")
       .flag("-y,--yes", options.yes, "Ask nothing")
       .json();
-  VerbOptions(program, options, typeVerbs, "replay",
+  VerbOptions(program, options, writingVerbs, "check",
+              "Finds everything that is wrong or doubtful in type files.")
+      .argument("FILE", "[FILE...]", options.files,
+                "Type files, directories of them, or - for standard input; all of the module path by default")
+      .value("--name", "FILE", options.name, "The name of what standard input holds, for messages")
+      .flag("--strict", options.strict, "Warnings count as errors")
+      .flag("--no-programs", options.noPrograms, "Do not look for the programs on this machine")
+      .json();
+  VerbOptions(program, options, writingVerbs, "replay",
               "Judges a saved log by the rules of a type, as a run would: what became of each line "
               "and by which text, the images, the verdict and the note.")
       .type()
@@ -274,6 +282,7 @@ void declareSteeringVerbs(CLI::App& program, Options& options) {
 void declareVerbs(CLI::App& program, Options& options, std::string& helpVerb) {
   addCommon(program, options, Queue::Used);
   declareTypeVerbs(program, options);
+  declareWritingVerbs(program, options);
   declareWorkVerbs(program, options);
   declareReadingVerbs(program, options);
   declareSteeringVerbs(program, options);

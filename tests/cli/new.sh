@@ -64,7 +64,7 @@ END
 run 2 run range 'one scene.txt'
 err_is <<'END'
 trovik: error: Range: a value is required
-hint: set it with --set NAME=VALUE; "trovik type" lists the parameters
+hint: name the frames with --range, such as 1-24
 END
 
 # One frame at a time, of one scene, and one file for a whole range.
@@ -89,7 +89,7 @@ done
 run 2 run clock
 err_is <<'END'
 trovik: error: OutputFolder: a value is required
-hint: set it with --set NAME=VALUE; "trovik type" lists the parameters
+hint: name the folder with --out
 END
 
 # The check has no word on any type that the answers make.
