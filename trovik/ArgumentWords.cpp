@@ -14,6 +14,13 @@ bool isLetter(char c) {
   return std::isalnum(static_cast<unsigned char>(c)) != 0;
 }
 
+/// A plain piece quoted where needed; "=" needs nothing.
+std::string quoted(const std::string& text) {
+  std::string other = text;
+  std::replace(other.begin(), other.end(), '=', '-');
+  return other == std::string(EnquoteWord(other)) ? text : std::string(EscapeReferences(EnquoteWord(text)));
+}
+
 std::vector<ArgumentPiece> piecesOf(const std::string& argument, const std::set<std::string>& known) {
   std::vector<ArgumentPiece> pieces;
   const auto append = [&pieces](const std::string& text, bool isWord) {
@@ -58,7 +65,7 @@ std::string ArgumentWords::command(const std::function<std::string(const std::st
     line += line.empty() ? "" : " ";
     line += pieces.empty() ? "\"\"" : "";
     for (const ArgumentPiece& piece : pieces) {
-      line += piece.isWord ? meaning(piece.text) : std::string(EscapeReferences(EnquoteWord(piece.text)));
+      line += piece.isWord ? meaning(piece.text) : quoted(piece.text);
     }
   }
   return line;

@@ -57,12 +57,17 @@ public:
       check(usual);
       return usual;
     }
+    std::string prompt = question;
+    if (!usual.empty()) {
+      prompt.append("[").append(usual).append("] ");
+    }
+    prompt += "> ";
     for (;;) {
-      const std::optional<std::string> line = ask_(question + (usual.empty() ? "> " : "[" + usual + "] > "));
+      const std::optional<std::string> line = ask_(prompt);
       if (!line) {
         throw UsageError{"the answers ended early; nothing was written", {}};
       }
-      const std::string text = trimmed(*line).empty() ? usual : trimmed(*line);
+      std::string text = trimmed(*line).empty() ? usual : trimmed(*line);
       try {
         check(text);
         return text;
@@ -75,6 +80,7 @@ public:
   std::vector<std::string> texts(const char* option, const std::vector<std::string>& given,
                                  const std::string& question) const {
     std::vector<std::string> result;
+    result.reserve(given.size());
     for (const std::string& text : given) {
       result.push_back(answer(option, text, question, "", checkOutputText));
     }

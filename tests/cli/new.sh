@@ -110,3 +110,12 @@ for scene in SCENE '-i SCENE' --scene=SCENE '"SCENE" -x "a  b" ;' none; do
   done
 done
 [ "$count" = 240 ] || fail "$count combinations"
+
+# What looks like a reference in the arguments is plain.
+run 0 new Plain --program sh --scene "\$(Name)=SCENE '\$(x) \"y\"'" --frames none --output '--to=OUTPUT' --force
+run 0 run plain 'one scene.txt' --dry-run --json
+"$HELPER" json /arguments <"$TMP/out" >"$TMP/values"
+steady "$TMP/values" >"$TMP/arguments"
+file_is "$TMP/arguments" <<'END'
+["sh","$(Name)=TMP/work/one scene.txt","$(x) \"y\"","--to=TMP/work/images/one scene.png"]
+END
