@@ -94,13 +94,17 @@ const char* const runFooter =
     "  trovik run povray shots/a_0001.pov --missing    only what is not there yet\n"
     "  trovik run povray shots/a_0001.pov --dry-run    only show the commands";
 
-const char* const submitFooter = "Prints the number of the job. \"trovik engine\" works it off.\n"
-                                 "\n"
-                                 "Examples:\n"
-                                 "  trovik submit povray shots/a_0001.pov\n"
-                                 "  trovik submit povray shots/b_0001.pov --priority 80\n"
-                                 "  trovik submit povray shots/a_0001.pov --on-end 'mail -s rendered ada'\n"
-                                 "  trovik submit povray shots/a_0001.pov --json";
+const char* const submitFooter =
+    "Frames: 1-100, every fifth 1-100x5, all but every fifth 1-100y5, interleaved\n"
+    "1-100:4, lists 1,4,9-12.\n"
+    "\n"
+    "Prints the number of the job. \"trovik engine\" works it off.\n"
+    "\n"
+    "Examples:\n"
+    "  trovik submit povray shots/a_0001.pov\n"
+    "  trovik submit povray shots/b_0001.pov --priority 80\n"
+    "  trovik submit povray shots/a_0001.pov --on-end 'mail -s rendered ada'\n"
+    "  trovik submit povray shots/a_0001.pov --json";
 
 const char* const engineFooter =
     "Ctrl-C asks the running programs to end; their works are ready again for the\n"

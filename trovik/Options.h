@@ -22,13 +22,16 @@ struct Options {
   std::optional<std::string> state; ///< the directory of the queue and its logs
 
   bool json = false;
-  bool all = false; ///< also what is usually left out
+  bool all = false;   ///< also what is usually left out
+  bool yes = false;   ///< ask nothing
+  bool force = false; ///< replace a file
 
-  // For the verb that checks type files.
+  // For the verbs that check type files and replay logs.
   std::vector<std::string> files;
   std::optional<std::string> name; ///< of the text on standard input
   bool strict = false;             ///< warnings count as errors
   bool noPrograms = false;         ///< do not look for programs on this machine
+  bool lookAtFiles = false;        ///< at those that a log names, too
 
   // For the verbs that make jobs.
   std::optional<std::string> type;
@@ -42,14 +45,13 @@ struct Options {
   bool dryRun = false;
   bool missing = false; ///< only the frames without a good file; images: those frames themselves
   bool fresh = false;   ///< a new job even where the same one is unfinished
+  bool notify = false;
   std::optional<std::string> priority;
   std::optional<std::string> endCommand;
-  bool notify = false;
 
   // For the replay of a saved log.
   std::optional<std::string> log;  ///< "-" for standard input
   std::optional<std::string> exit; ///< how the program ended
-  bool lookAtFiles = false;        ///< at those that it names, too
 
   // For the verbs about jobs in the queue.
   std::optional<std::string> job; ///< a number, or "last"
@@ -70,8 +72,6 @@ struct Options {
   std::optional<std::string> imageText;
   std::vector<std::string> success;
   std::vector<std::string> errors;
-  bool yes = false;
-  bool force = false;
 };
 
 /// What came of reading the command line: options to act on, or a text (help,

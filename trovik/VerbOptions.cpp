@@ -257,16 +257,17 @@ void declareReadingVerbs(CLI::App& program, Options& options) {
               "Draws a job's images on one contact sheet, with the holes marked.")
       .job()
       .value("-o,--out", "FILE", options.file, "The image to write")
-      .value("--width", "N", options.width, "The width of each image in pixels")
-      .value("--columns", "N", options.columns, "Images in a row")
-      .value("--frames", "RANGE", options.frames, "Only these frames")
+      .value("--width", "N", options.width,
+             "The width of each image in pixels; by default what suits their number")
+      .value("--columns", "N", options.columns, "Images in a row; by default what suits their number")
+      .value("--frames", "FRAMES", options.frames, "Only these frames")
       .json();
 }
 
 void declareSteeringVerbs(CLI::App& program, Options& options) {
   VerbOptions(program, options, jobVerbs, "retry", "Has works done again.")
       .jobs()
-      .value("--frames", "RANGE", options.frames, "Only these frames, good ones too")
+      .value("--frames", "FRAMES", options.frames, "Only these frames, good ones too")
       .flag("--missing", options.missing, "The frames without a good file, as a look at the files tells")
       .json();
   VerbOptions(program, options, jobVerbs, "cancel", "Ends jobs: their programs are asked to end.")
