@@ -164,6 +164,11 @@ String Suffix(const CommandCall& call, const String& value) {
   return value + Plain(call);
 }
 
+// The text is a piece of command line as its author wrote it.
+String Option(const CommandCall& call, const String& value) {
+  return Plain(call) + EnquoteWord(value);
+}
+
 String If(const CommandCall& call, const String& value) {
   const auto [yes, no] = SplitArgument(call.Argument);
   return value.Bool() ? yes : no.value_or(String::Null);
@@ -233,6 +238,9 @@ constexpr Action k_Actions[] = {
     {{"Default", "(text)", "the text where the value is empty"}, Default, true},
     {{"Prefix", "(text)", "the text before the value, nothing where it is empty"}, Prefix, false},
     {{"Suffix", "(text)", "the text after the value, nothing where it is empty"}, Suffix, false},
+    {{"Option", "(text)", "the text and the value as one quoted word, nothing where it is empty"},
+     Option,
+     false},
     {{"If", "(yes,no)", "one of two texts, by the truth of the value"}, If, true},
     {{"Replace", "(from,to)", "every occurrence replaced"}, Replace, false},
     {{"Each", "(prefix)", "each text of a list with the prefix, quoted, joined with blanks"}, Each, false},

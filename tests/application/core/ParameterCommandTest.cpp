@@ -82,6 +82,13 @@ TEST(ParameterCommand, WritesOptionalTexts) {
   EXPECT_EQ(Apply("x", "Prefix(C:\\renders\\\\)"), "C:\\renders\\x");
 }
 
+TEST(ParameterCommand, WritesAnOptionWithItsValueAsAWord) {
+  EXPECT_EQ(Apply("a b", "Option(-i )"), "-i \"a b\"");
+  EXPECT_EQ(Apply("a;b", "Option(--id=)"), "--id=\"a;b\"");
+  EXPECT_EQ(Apply("x", "Option(-i )"), "-i x");
+  EXPECT_EQ(Apply("", "Option(-i )"), "");
+}
+
 TEST(ParameterCommand, ChoosesByTruth) {
   EXPECT_EQ(Apply("Yes", "If(-a,-b)"), "-a");
   EXPECT_EQ(Apply("No", "If(-a,-b)"), "-b");
@@ -132,7 +139,7 @@ TEST(ParameterCommand, RefusesMalformedChains) {
 }
 
 TEST(ParameterCommand, EveryCommandHasHelpAndIsFoundByItsName) {
-  EXPECT_EQ(ParameterCommands().size(), 20U);
+  EXPECT_EQ(ParameterCommands().size(), 21U);
   for (const ParameterCommand& command : ParameterCommands()) {
     EXPECT_STRNE(command.Help, "") << command.Name;
     const String argument = *command.Arguments == '\0' ? "" : "(1,1)";
