@@ -62,6 +62,7 @@ struct ModuleLoader::Library {
   Job* (*CreateJob)() = nullptr;
   void (*DeleteJob)(Job*) = nullptr;
   void (*AutoDetect)(const UID&, const String&, std::map<String, String>&) = nullptr;
+  bool (*LoadTypeFile)(const Path&) = nullptr; // of libraries that read .tvx files
   bool (*LatestExeSearch)(const UID&, std::vector<Path>&, std::vector<Path>&, Path&) = nullptr;
 
   Library() = default;
@@ -107,11 +108,36 @@ struct ModuleLoader::Library {
       return false;
     }
     LookUp(Handle, "AutoDetect", AutoDetect);
+    LookUp(Handle, k_ReadsTypeFiles, LoadTypeFile);
     LookUp(Handle, k_LatestExeSearch, LatestExeSearch);
     return true;
   }
 
-  bool ReadsTypeFiles() const { return dlsym(Handle, k_ReadsTypeFiles) != nullptr; }
+  bool ReadsTypeFiles() const { return LoadTypeFile != nullptr; }
+
+  bool TryTypeFile(const Path& file, const std::function<void(const UID& type)>& look) {
+    const auto forget = [this] {
+      for (const UID& type : Types) {
+        JobFactory::s_JobFactory->Unregister(type);
+      }
+      Types.clear();
+      OnModuleUnload();
+    };
+    if (!LoadTypeFile(file)) {
+      return false;
+    }
+    try {
+      if (look) {
+        RegisterTypes();
+        std::for_each(Types.begin(), Types.end(), look);
+      }
+    } catch (...) {
+      forget();
+      throw;
+    }
+    forget();
+    return true;
+  }
 
   // Lets the library load as a module of that name and registers the types
   // that it lists newly. False when it failed.
@@ -166,10 +192,34 @@ ModuleLoader::~ModuleLoader() {
 }
 
 int ModuleLoader::Load(const std::vector<Path>& path) {
+  return Load(path, TypeFiles::Read);
+}
+
+int ModuleLoader::LoadWithoutTypeFiles(const std::vector<Path>& path) {
+  return Load(path, TypeFiles::Leave);
+}
+
+bool ModuleLoader::TryTypeFile(const Path& file, const std::function<void(const UID& type)>& look) {
+  Library* reader = TypeFileReader();
+  return reader != nullptr && reader->TryTypeFile(file, look);
+}
+
+bool ModuleLoader::ReadsTypeFiles() const {
+  return TypeFileReader() != nullptr;
+}
+
+ModuleLoader::Library* ModuleLoader::TypeFileReader() const {
+  const auto reader = std::find_if(m_Libraries.begin(), m_Libraries.end(),
+                                   [](const auto& library) { return library->ReadsTypeFiles(); });
+  return reader == m_Libraries.end() ? nullptr : reader->get();
+}
+
+int ModuleLoader::Load(const std::vector<Path>& path, TypeFiles typeFiles) {
   std::vector<Path> typeDirectories;
   std::set<String> seen;
   for (const Path& directory : path) {
-    if (!FindFiles(directory, "*.tvx").empty() && seen.insert(Identity(directory)).second) {
+    if (typeFiles == TypeFiles::Read && !FindFiles(directory, "*.tvx").empty() &&
+        seen.insert(Identity(directory)).second) {
       typeDirectories.push_back(directory);
     }
   }

@@ -3,6 +3,7 @@
 #include "host/application/JobFactory.h"
 #include "host/foundation/Path.h"
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <vector>
@@ -38,6 +39,19 @@ public:
   /// Returns the number of libraries loaded.
   int Load(const std::vector<Path>& path);
 
+  /// The same, but no directory is handed to the libraries that read .tvx
+  /// files: for whoever tries such files one by one.
+  int LoadWithoutTypeFiles(const std::vector<Path>& path);
+
+  /// Has one .tvx file read as a module path's would be, and forgets it again.
+  /// Only after LoadWithoutTypeFiles. False, with the reason in the log, when
+  /// it is refused. Else `look` (if there is one) is called with its type,
+  /// which is registered for just as long.
+  bool TryTypeFile(const Path& file, const std::function<void(const UID& type)>& look);
+
+  /// Whether TryTypeFile has a library to ask.
+  bool ReadsTypeFiles() const;
+
   /// Unregisters the types and unloads the libraries, last first.
   void Unload();
 
@@ -55,6 +69,9 @@ public:
 
 private:
   struct Library;
+  enum class TypeFiles { Read, Leave };
+  int Load(const std::vector<Path>& path, TypeFiles typeFiles);
+  Library* TypeFileReader() const;
   const Library* Owner(const UID& type) const;
   std::vector<std::unique_ptr<Library>> m_Libraries;
 };
