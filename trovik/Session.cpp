@@ -65,6 +65,23 @@ void Session::loadModules() {
     return;
   }
   loaded_ = true;
+  findModulePath();
+  if (loadQuietly() == 0) {
+    refuseNoModule();
+  }
+}
+
+ModuleLoader& Session::loadLibraries() {
+  loaded_ = true;
+  findModulePath();
+  const int loaded = orRefuse("", "", [&] { return modules_.LoadWithoutTypeFiles(modulePath_); });
+  if (loaded == 0 || !modules_.ReadsTypeFiles()) {
+    refuseNoModule();
+  }
+  return modules_;
+}
+
+void Session::findModulePath() {
   std::vector<Path> missing;
   if (options_.modulePath) {
     modulePath_ = locations_.modulePath(*options_.modulePath, missing);
@@ -83,15 +100,15 @@ void Session::loadModules() {
   for (const Path& directory : modulePath_) {
     LogInfo("modules and types are looked for in " + directory.Text());
   }
-  const int loaded = loadQuietly();
-  if (loaded == 0) {
-    std::vector<std::string> searched;
-    for (const Path& directory : modulePath_) {
-      searched.push_back(inQuotes(directory.Text()));
-    }
-    throw UsageError{"no module was found" + (searched.empty() ? "" : " in " + joined(searched, ", ")),
-                     "an empty directory in the module path stands for the usual ones: --module-path DIR:"};
+}
+
+void Session::refuseNoModule() const {
+  std::vector<std::string> searched;
+  for (const Path& directory : modulePath_) {
+    searched.push_back(inQuotes(directory.Text()));
   }
+  throw UsageError{"no module was found" + (searched.empty() ? "" : " in " + joined(searched, ", ")),
+                   "an empty directory in the module path stands for the usual ones: --module-path DIR:"};
 }
 
 /// A type file of the user's own directory takes the place of an installed one

@@ -34,6 +34,10 @@ public:
   /// the user named and that are not there, and where no module is found.
   void loadModules();
 
+  /// The same for the verb that tries type files one by one: only the
+  /// libraries are loaded, and no type of a file is known.
+  ModuleLoader& loadLibraries();
+
   /// The directory of the queue: as the user named it, else the usual one.
   Path state() const;
 
@@ -41,6 +45,8 @@ public:
 
 private:
   void loadSettings() const;
+  void findModulePath();
+  [[noreturn]] void refuseNoModule() const;
   int loadQuietly();
 
   const Options& options_;
