@@ -30,6 +30,15 @@ const char* const typeFooter = "Examples:\n"
                                "  trovik type povray --all    also what is hidden from forms\n"
                                "  trovik type povray --json";
 
+const char* const checkFooter =
+    "Exit codes: 0 no error, 1 errors (with --strict also warnings), 2 wrong usage or\n"
+    "a file that cannot be read.\n"
+    "\n"
+    "Examples:\n"
+    "  trovik check sketch.tvx\n"
+    "  trovik check types/ --strict --no-programs    for continuous integration\n"
+    "  trovik check - --name sketch.tvx --json       for editors";
+
 const char* const detectFooter = "Examples:\n"
                                  "  trovik detect povray shots/a_0001.pov\n"
                                  "  trovik detect povray shots/a_0001.pov --json";
@@ -148,25 +157,16 @@ const char* const sheetFooter = "Examples:\n"
 
 const char* helpFooter(std::string_view verb) {
   static const std::map<std::string_view, const char*> footers = {
-      {"", programFooter},
-      {"types", typesFooter},
-      {"type", typeFooter},
-      {"detect", detectFooter},
-      {"find", findFooter},
-      {"run", runFooter},
-      {"submit", submitFooter},
-      {"engine", engineFooter},
-      {"jobs", jobsFooter},
-      {"show", showFooter},
-      {"log", logFooter},
-      {"images", imagesFooter},
-      {"watch", watchFooter},
-      {"retry", retryFooter},
-      {"cancel", cancelFooter},
-      {"delete", deleteFooter},
-      {"stats", statsFooter},
-      {"sheet", sheetFooter},
-      {"help", "Examples:\n  trovik help run"},
+      {"", programFooter},      {"types", typesFooter},
+      {"type", typeFooter},     {"check", checkFooter},
+      {"detect", detectFooter}, {"find", findFooter},
+      {"run", runFooter},       {"submit", submitFooter},
+      {"engine", engineFooter}, {"jobs", jobsFooter},
+      {"show", showFooter},     {"log", logFooter},
+      {"images", imagesFooter}, {"watch", watchFooter},
+      {"retry", retryFooter},   {"cancel", cancelFooter},
+      {"delete", deleteFooter}, {"stats", statsFooter},
+      {"sheet", sheetFooter},   {"help", "Examples:\n  trovik help run"},
   };
   const auto footer = footers.find(verb);
   if (footer == footers.end()) {

@@ -47,15 +47,15 @@ struct Verb {
 
 int callVerb(const Options& options, Console& console) {
   static const std::map<std::string, Verb> verbs = {
-      {"cancel", {cancelJobs, Types::NotNeeded}}, {"delete", {deleteJobs, Types::NotNeeded}},
-      {"detect", {detectScene, Types::Needed}},   {"engine", {runEngine, Types::Needed}},
-      {"find", {findProgram, Types::Needed}},     {"images", {listImages, Types::NotNeeded}},
-      {"jobs", {listJobs, Types::NotNeeded}},     {"log", {showLog, Types::NotNeeded}},
-      {"retry", {retryJobs, Types::NotNeeded}},   {"run", {runJob, Types::Needed}},
-      {"sheet", {drawSheet, Types::NotNeeded}},   {"show", {showJob, Types::NotNeeded}},
-      {"stats", {showStats, Types::NotNeeded}},   {"submit", {submitJob, Types::Needed}},
-      {"type", {describeType, Types::Needed}},    {"types", {listTypes, Types::Needed}},
-      {"watch", {watchJob, Types::NotNeeded}},
+      {"cancel", {cancelJobs, Types::NotNeeded}}, {"check", {checkTypes, Types::NotNeeded}},
+      {"delete", {deleteJobs, Types::NotNeeded}}, {"detect", {detectScene, Types::Needed}},
+      {"engine", {runEngine, Types::Needed}},     {"find", {findProgram, Types::Needed}},
+      {"images", {listImages, Types::NotNeeded}}, {"jobs", {listJobs, Types::NotNeeded}},
+      {"log", {showLog, Types::NotNeeded}},       {"retry", {retryJobs, Types::NotNeeded}},
+      {"run", {runJob, Types::Needed}},           {"sheet", {drawSheet, Types::NotNeeded}},
+      {"show", {showJob, Types::NotNeeded}},      {"stats", {showStats, Types::NotNeeded}},
+      {"submit", {submitJob, Types::Needed}},     {"type", {describeType, Types::Needed}},
+      {"types", {listTypes, Types::Needed}},      {"watch", {watchJob, Types::NotNeeded}},
   };
   const auto verb = verbs.find(options.verb);
   if (verb == verbs.end()) {
