@@ -117,6 +117,15 @@ trovik: error: there is no type file in "none"
 hint: type files end with .tvx
 END
 
+# A name under which no directory loads it.
+cp types/good.tvx good.tvx.txt
+run 0 check good.tvx.txt
+out_is <<'END'
+good.tvx.txt: warning: is never loaded from a directory: its name does not end with .tvx
+hint: give it such a name
+0 errors, 1 warning
+END
+
 # Of a hostile file only the first problems are shown.
 { cat types/good.tvx; yes '=' | head -n 500; } >many.tvx
 run 1 check many.tvx

@@ -95,6 +95,10 @@ std::vector<Diagnostic> TypeChecker::check(const TypeSource& source, const Known
     out.error("utf-16", {{1, 1}, 2}, "this file is written in UTF-16, and is not loaded", "save it as UTF-8");
     return out.take();
   }
+  if (const String leaf = source.path().Leaf(true); !leaf.empty() && !leaf.ends_with(".tvx")) {
+    out.warning("file-name", {}, "is never loaded from a directory: its name does not end with .tvx",
+                "give it such a name");
+  }
   const bool accepted = tryFile(source.text(), {});
   if (isReadable(source)) {
     deep(source, out, accepted);
