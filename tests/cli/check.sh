@@ -78,6 +78,17 @@ out_is <"$TMP/doubtful"
 run 1 check --strict doubtful.tvx good.tvx
 out_is <"$TMP/doubtful"
 
+# Place, kind and marks are coloured.
+run 0 check doubtful.tvx --color always
+sed 's/'"$(printf '\033')"'\[/</g' "$TMP/out" >"$TMP/coloured"
+file_is "$TMP/coloured" <<'END'
+<1mdoubtful.tvx:4:17:<0m <33mwarning:<0m a name with a blank or a quote in it becomes several arguments here
+    4 | Command=--scene $(Scene)
+      |                 <33m^^^^^^^^<0m
+hint: write $(Scene.Enquote)
+0 errors, 1 warning
+END
+
 # A directory stands for its type files, no file for those of the module path.
 mkdir types
 mv doubtful.tvx good.tvx types
