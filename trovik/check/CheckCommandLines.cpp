@@ -142,7 +142,7 @@ private:
     bool quotedHere = false;
     for (const CommandCall& call : reference.Calls) {
       const String name(call.Command->Name);
-      if (isOneOf(name, {"If", "Start", "End", "Count", "Pad", "Extension"})) {
+      if (isOneOf(name, {"If", "Start", "End", "Count", "Add", "Pad", "Extension"})) {
         return; // a number, or words that the author chose
       }
       if (isOneOf(name, {"Leaf", "Branch", "Base", "TranslateToLocal", "TranslateContents"}) && quotedHere) {
