@@ -19,7 +19,7 @@ fail() {
 declare -A packages=(
   [build]="build-essential cmake ninja-build fonts-dejavu-core libboost-dev libcli11-dev libfmt-dev libfreetype-dev libopenimageio-dev libspdlog-dev libsqlite3-dev libsqlitecpp-dev nlohmann-json3-dev"
   [demo]="povray povray-includes"
-  [test]="binutils ccache clang-format git jq libgmock-dev libgtest-dev librapidcheck-dev mandoc povray povray-includes util-linux"
+  [test]="binutils ccache clang-format fish git jq libgmock-dev libgtest-dev libonig-dev librapidcheck-dev mandoc povray povray-includes util-linux vim zsh"
   [catalogue]="blender darktable ffmpeg ghostscript gnuplot-nox imagemagick inkscape librsvg2-bin mandelbulber2 openimageio-tools openscad poppler-utils povray povray-includes synfig tachyon xauth xvfb"
   [tidy]="clang-format clang-tidy git"
   [bench]="libbenchmark-dev"

@@ -87,6 +87,9 @@ void requireArguments(const Options& options) {
   if (typeVerbs.contains(options.verb) && (!options.type || options.type->empty())) {
     throw UsageError{verb + " needs the name of a job type", "\"trovik types\" lists them; " + help};
   }
+  if (options.verb == "new" && !options.type) {
+    throw UsageError{verb + " needs a name for the type", "such as trovik new Sketch; " + help};
+  }
   if (options.verb == "detect" && (!options.scene || options.scene->empty())) {
     throw UsageError{verb + " needs a scene file", help};
   }

@@ -12,6 +12,7 @@ const char* const programFooter =
     "  trovik types                      which job types there are\n"
     "  trovik type povray                what a job of a type can be told\n"
     "  trovik run povray shot_0001.pov   render all frames of the sequence\n"
+    "  trovik new Sketch                 a job type for a program of your own\n"
     "  trovik jobs                       what is in the queue\n"
     "  trovik show last                  how the newest job stands, and why\n"
     "  trovik help run                   more about a verb\n"
@@ -30,6 +31,15 @@ const char* const typeFooter = "Examples:\n"
                                "  trovik type povray --all    also what is hidden from forms\n"
                                "  trovik type povray --json";
 
+const char* const checkFooter =
+    "Exit codes: 0 no error, 1 errors (with --strict also warnings), 2 wrong usage or\n"
+    "a file that cannot be read.\n"
+    "\n"
+    "Examples:\n"
+    "  trovik check sketch.tvx\n"
+    "  trovik check types/ --strict --no-programs    for continuous integration\n"
+    "  trovik check - --name sketch.tvx --json       for editors";
+
 const char* const detectFooter = "Examples:\n"
                                  "  trovik detect povray shots/a_0001.pov\n"
                                  "  trovik detect povray shots/a_0001.pov --json";
@@ -39,6 +49,17 @@ const char* const findFooter = "Exit code 1 when there is no program.\n"
                                "Examples:\n"
                                "  trovik find povray\n"
                                "  trovik find povray --json";
+
+const char* const newFooter =
+    "Arguments are written as you would type them, with words in capitals for what\n"
+    "varies: SCENE, NAME (of the scene), FRAME, FIRST, LAST, FOLDER and OUTPUT.\n"
+    "\n"
+    "Examples:\n"
+    "  trovik new Sketch\n"
+    "  trovik new Sketch --program sketch --scene '-i SCENE' --output '-o OUTPUT'\n"
+    "  trovik new Orbit --frames '-s FIRST -e LAST' --output '-o FOLDER/NAME_%d.png'\n"
+    "  trovik new Plot --scene SCENE --frames none --extension svg --error Error:\n"
+    "  trovik new Sketch -o . --yes --json";
 
 const char* const replayFooter =
     "Exit codes 129 to 192 are deaths by the signal N - 128, as shells report them.\n"
@@ -74,13 +95,17 @@ const char* const runFooter =
     "  trovik run povray shots/a_0001.pov --missing    only what is not there yet\n"
     "  trovik run povray shots/a_0001.pov --dry-run    only show the commands";
 
-const char* const submitFooter = "Prints the number of the job. \"trovik engine\" works it off.\n"
-                                 "\n"
-                                 "Examples:\n"
-                                 "  trovik submit povray shots/a_0001.pov\n"
-                                 "  trovik submit povray shots/b_0001.pov --priority 80\n"
-                                 "  trovik submit povray shots/a_0001.pov --on-end 'mail -s rendered ada'\n"
-                                 "  trovik submit povray shots/a_0001.pov --json";
+const char* const submitFooter =
+    "Frames: 1-100, every fifth 1-100x5, all but every fifth 1-100y5, interleaved\n"
+    "1-100:4, lists 1,4,9-12.\n"
+    "\n"
+    "Prints the number of the job. \"trovik engine\" works it off.\n"
+    "\n"
+    "Examples:\n"
+    "  trovik submit povray shots/a_0001.pov\n"
+    "  trovik submit povray shots/b_0001.pov --priority 80\n"
+    "  trovik submit povray shots/a_0001.pov --on-end 'mail -s rendered ada'\n"
+    "  trovik submit povray shots/a_0001.pov --json";
 
 const char* const engineFooter =
     "Ctrl-C asks the running programs to end; their works are ready again for the\n"
@@ -163,8 +188,9 @@ const char* const sheetFooter = "Examples:\n"
 const char* helpFooter(std::string_view verb) {
   static const std::map<std::string_view, const char*> footers = {
       {"", programFooter},      {"types", typesFooter},
-      {"type", typeFooter},     {"detect", detectFooter},
-      {"find", findFooter},     {"replay", replayFooter},
+      {"type", typeFooter},     {"check", checkFooter},
+      {"detect", detectFooter}, {"find", findFooter},
+      {"new", newFooter},       {"replay", replayFooter},
       {"run", runFooter},       {"submit", submitFooter},
       {"engine", engineFooter}, {"jobs", jobsFooter},
       {"show", showFooter},     {"log", logFooter},

@@ -203,8 +203,14 @@ std::vector<FilledParameter> JobSetup::filled() const {
 void JobSetup::check() const {
   checkScene();
   if (!job_->IsValid()) {
-    throw UsageError{job_->Get(p_Note, true),
-                     "set it with --set NAME=VALUE; \"trovik type\" lists the parameters"};
+    const String note = job_->Get(p_Note, true);
+    if (note.starts_with(String(p_Range) + ": a value is required")) {
+      throw UsageError{note, "name the frames with --range, such as 1-24"};
+    }
+    if (note.starts_with(String(p_OutputFolder) + ": a value is required")) {
+      throw UsageError{note, "name the folder with --out"};
+    }
+    throw UsageError{note, "set it with --set NAME=VALUE; \"trovik type\" lists the parameters"};
   }
   orRefuse("", "", [&] { return job_->DoGetDistributor(); });
   checkFiles();

@@ -58,6 +58,10 @@ Path Locations::state() const {
   return home("XDG_STATE_HOME", ".local/state") /= "trovik";
 }
 
+Path Locations::ownModules() const {
+  return home("XDG_DATA_HOME", ".local/share") /= "trovik/modules";
+}
+
 Path Locations::imageHelper() const {
   if (const auto named = environment_("TROVIK_IMAGE_HELPER")) {
     return absolutePath(*named);
@@ -67,7 +71,7 @@ Path Locations::imageHelper() const {
 }
 
 std::vector<Path> Locations::defaultModulePath() const {
-  std::vector<Path> candidates = {home("XDG_DATA_HOME", ".local/share") /= "trovik/modules"};
+  std::vector<Path> candidates = {ownModules()};
   Path root = executable_.Branch(true, true);
   root = root.Branch(true, true);
   // Distributions keep libraries in lib/<architecture>.

@@ -27,6 +27,9 @@ public:
   /// $TROVIK_STATE, else $XDG_STATE_HOME/trovik: the queue and its logs.
   Path state() const;
 
+  /// $XDG_DATA_HOME/trovik/modules: the types that users write.
+  Path ownModules() const;
+
   /// The helper that decodes images: beside the program, or where
   /// $TROVIK_IMAGE_HELPER says.
   Path imageHelper() const;

@@ -22,7 +22,22 @@ struct Options {
   std::optional<std::string> state; ///< the directory of the queue and its logs
 
   bool json = false;
-  bool all = false; ///< also what is usually left out
+  bool all = false;   ///< also what is usually left out
+  bool yes = false;   ///< ask nothing
+  bool force = false; ///< replace a file
+
+  // For the verbs that check type files and replay logs.
+  std::vector<std::string> files;
+  std::optional<std::string> name; ///< of the text on standard input
+  bool strict = false;             ///< warnings count as errors
+  bool noPrograms = false;         ///< do not look for programs on this machine
+  bool lookAtFiles = false;        ///< at those that a log names, too
+
+  // For the verb that checks type files.
+  std::vector<std::string> files;
+  std::optional<std::string> name; ///< of the text on standard input
+  bool strict = false;             ///< warnings count as errors
+  bool noPrograms = false;         ///< do not look for programs on this machine
 
   // For the verbs that make jobs.
   std::optional<std::string> type;
@@ -36,14 +51,13 @@ struct Options {
   bool dryRun = false;
   bool missing = false; ///< only the frames without a good file; images: those frames themselves
   bool fresh = false;   ///< a new job even where the same one is unfinished
+  bool notify = false;
   std::optional<std::string> priority;
   std::optional<std::string> endCommand;
-  bool notify = false;
 
   // For the replay of a saved log.
   std::optional<std::string> log;  ///< "-" for standard input
   std::optional<std::string> exit; ///< how the program ended
-  bool files = false;              ///< look at the files, too
 
   // For the verbs about jobs in the queue.
   std::optional<std::string> job; ///< a number, or "last"
@@ -56,6 +70,14 @@ struct Options {
   std::optional<std::string> file; ///< to be written
   std::optional<std::string> width;
   std::optional<std::string> columns;
+
+  // For the verb that writes a type; what it takes besides is above.
+  std::optional<std::string> program;
+  std::optional<std::string> output;
+  std::optional<std::string> extension;
+  std::optional<std::string> imageText;
+  std::vector<std::string> success;
+  std::vector<std::string> errors;
 };
 
 /// What came of reading the command line: options to act on, or a text (help,

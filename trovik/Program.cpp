@@ -2,6 +2,7 @@
 
 #include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
+#include "trovik/Completion.h"
 #include "trovik/Interrupts.h"
 #include "trovik/Messages.h"
 #include "trovik/Options.h"
@@ -15,6 +16,7 @@
 #include <map>
 #include <memory>
 #include <stdexcept>
+#include <string_view>
 #include <unistd.h>
 
 namespace trovik {
@@ -47,11 +49,12 @@ struct Verb {
 
 int callVerb(const Options& options, Console& console) {
   static const std::map<std::string, Verb> verbs = {
-      {"cancel", {cancelJobs, Types::NotNeeded}}, {"delete", {deleteJobs, Types::NotNeeded}},
-      {"detect", {detectScene, Types::Needed}},   {"engine", {runEngine, Types::Needed}},
-      {"find", {findProgram, Types::Needed}},     {"images", {listImages, Types::NotNeeded}},
-      {"jobs", {listJobs, Types::NotNeeded}},     {"log", {showLog, Types::NotNeeded}},
-      {"replay", {replayLog, Types::NotNeeded}},  {"retry", {retryJobs, Types::NotNeeded}},
+      {"cancel", {cancelJobs, Types::NotNeeded}}, {"check", {checkTypes, Types::NotNeeded}},
+      {"delete", {deleteJobs, Types::NotNeeded}}, {"detect", {detectScene, Types::Needed}},
+      {"engine", {runEngine, Types::Needed}},     {"find", {findProgram, Types::Needed}},
+      {"images", {listImages, Types::NotNeeded}}, {"jobs", {listJobs, Types::NotNeeded}},
+      {"log", {showLog, Types::NotNeeded}},       {"new", {makeType, Types::Needed}},
+      {"replay", {replayLog, Types::NotNeeded}},    {"retry", {retryJobs, Types::NotNeeded}},
       {"run", {runJob, Types::Needed}},           {"sheet", {drawSheet, Types::NotNeeded}},
       {"show", {showJob, Types::NotNeeded}},      {"stats", {showStats, Types::NotNeeded}},
       {"submit", {submitJob, Types::Needed}},     {"type", {describeType, Types::Needed}},
@@ -77,6 +80,10 @@ int runProgram(int count, char** arguments) {
                                      standardTraits(choice), standardWidth);
   };
   std::unique_ptr<Console> console = makeConsole(ColourChoice::Auto);
+  if (count > 1 && std::string_view(arguments[1]) == "complete") {
+    // Asked by the shells, with words that are no command line yet.
+    return completeWords({arguments + 2, arguments + count}, *console);
+  }
   int code = exitUsage;
   try {
     const ParsedLine line = parseCommandLine({arguments + 1, arguments + count},

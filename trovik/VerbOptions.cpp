@@ -16,6 +16,7 @@ namespace {
 constexpr const char* commonGroup = "Common options";
 constexpr const char* ownGroup = "Options";
 constexpr std::string_view typeVerbs = "Job types";
+constexpr std::string_view writingVerbs = "Job types of your own";
 constexpr std::string_view workVerbs = "Rendering";
 constexpr std::string_view jobVerbs = "Jobs";
 
@@ -70,7 +71,7 @@ public:
     verb_.group(std::string(group));
     verb_.footer(helpFooter(name));
     verb_.allow_extras();
-    addCommon(verb_, options, group == typeVerbs ? Queue::NotUsed : Queue::Used);
+    addCommon(verb_, options, group == typeVerbs || group == writingVerbs ? Queue::NotUsed : Queue::Used);
   }
 
   /// An argument by its place, shown as `form` ("JOB", "[SCENE]") in the usage.
@@ -95,16 +96,17 @@ public:
   VerbOptions& job() { return argument("JOB", "JOB", options_.job, jobDescription); }
   VerbOptions& jobs() { return argument("JOB", "JOB...", options_.jobs, jobDescription); }
   VerbOptions& sets() {
-    verb_
-        .add_option("--set", options_.sets,
-                    "Set a parameter; may be repeated. \"trovik type TYPE\" lists them")
-        ->type_name("NAME=VALUE")
-        ->allow_extra_args(false)
-        ->group(ownGroup);
-    return *this;
+    return values("--set", "NAME=VALUE", options_.sets,
+                  "Set a parameter; may be repeated. \"trovik type TYPE\" lists them");
   }
   VerbOptions& json(const char* description = "Print JSON") {
     return flag("--json", options_.json, description);
+  }
+  /// An option that may stand several times.
+  VerbOptions& values(const char* name, const char* form, std::vector<std::string>& target,
+                      const char* description) {
+    verb_.add_option(name, target, description)->type_name(form)->allow_extra_args(false)->group(ownGroup);
+    return *this;
   }
   static constexpr const char* jobDescription = "Number of a job, or \"last\" for the newest";
 
@@ -122,6 +124,14 @@ void declareTypeVerbs(CLI::App& program, Options& options) {
       .type()
       .flag("--all", options.all, "Also what is hidden from forms")
       .json("Print JSON, with the flags of each parameter");
+  VerbOptions(program, options, typeVerbs, "check",
+              "Finds everything that is wrong or doubtful in type files.")
+      .argument("FILE", "[FILE...]", options.files,
+                "Type files, directories of them, or - for standard input; all of the module path by default")
+      .value("--name", "FILE", options.name, "The name of what standard input holds, for messages")
+      .flag("--strict", options.strict, "Warnings count as errors")
+      .flag("--no-programs", options.noPrograms, "Do not look for the programs on this machine")
+      .json();
   VerbOptions(program, options, typeVerbs, "detect",
               "Shows what would be filled in for a scene: the sequence that it belongs to and what "
               "the type's rules add.")
@@ -132,7 +142,43 @@ void declareTypeVerbs(CLI::App& program, Options& options) {
               "Shows the program that jobs of a type run, and where it was found.")
       .type()
       .json();
-  VerbOptions(program, options, typeVerbs, "replay",
+}
+
+void declareWritingVerbs(CLI::App& program, Options& options) {
+  VerbOptions(program, options, writingVerbs, "new",
+              "Writes a job type for a program: asks for what it needs at a terminal, else takes the options "
+              "and what is usual.")
+      .argument("NAME", "NAME", options.type, "What the type is called")
+      .value("--program", "PROGRAM", options.program,
+             "A path, or a name along PATH; the name of the type by default")
+      .value("--scene", "ARGUMENTS", options.scene,
+             "How the program is told its scene, SCENE in its place; or none. SCENE by default")
+      .value("--frames", "ARGUMENTS", options.frames,
+             "How it is told its frames: FIRST and LAST, or FRAME, in their places; files for a scene file "
+             "each; or none. files by default")
+      .value("--output", "ARGUMENTS", options.output,
+             "How it is told what to write: OUTPUT for the file, or FOLDER and NAME; or none. -o OUTPUT by "
+             "default")
+      .value("--extension", "TEXT", options.extension, "The extension of OUTPUT; png by default")
+      .value("--image-text", "TEXT", options.imageText,
+             "What it prints before the name of each file it wrote")
+      .values("--error", "TEXT", options.errors, "How a line begins that tells an error; may be repeated")
+      .values("--success", "TEXT", options.success,
+              "How a line begins that ends every good run; may be repeated")
+      .value("-o,--out", "FILE", options.file,
+             "The file, its folder, or - for standard output; by default among your own types")
+      .flag("--force", options.force, "Replace the file")
+      .flag("-y,--yes", options.yes, "Ask nothing")
+      .json();
+  VerbOptions(program, options, writingVerbs, "check",
+              "Finds everything that is wrong or doubtful in type files.")
+      .argument("FILE", "[FILE...]", options.files,
+                "Type files, directories of them, or - for standard input; all of the module path by default")
+      .value("--name", "FILE", options.name, "The name of what standard input holds, for messages")
+      .flag("--strict", options.strict, "Warnings count as errors")
+      .flag("--no-programs", options.noPrograms, "Do not look for the programs on this machine")
+      .json();
+  VerbOptions(program, options, writingVerbs, "replay",
               "Judges a saved log by the rules of a type, as a run would: what became of each line "
               "and by which text, the images, the verdict and the note.")
       .argument("TYPE", "TYPE", options.type, "Name, alias or ID of a job type, or the path of its .tvx file")
@@ -140,7 +186,7 @@ void declareTypeVerbs(CLI::App& program, Options& options) {
       .value("--exit", "N", options.exit,
              "How the program ended: its exit code, 0 by default, or a signal such as SIGKILL")
       .flag("--all", options.all, "Show every line, not only those that a text of the type speaks of")
-      .flag("--files", options.files, "Look at the files as well")
+      .flag("--files", options.lookAtFiles, "Look at the files as well")
       .value("--scene", "SCENE", options.scene, "The scene that the log is of")
       .value("--range", "FRAMES", options.range, "The frames that the log is of, such as 7-9")
       .value("--out", "DIR", options.out, "The folder that the program wrote to")
@@ -219,16 +265,17 @@ void declareReadingVerbs(CLI::App& program, Options& options) {
               "Draws a job's images on one contact sheet, with the holes marked.")
       .job()
       .value("-o,--out", "FILE", options.file, "The image to write")
-      .value("--width", "N", options.width, "The width of each image in pixels")
-      .value("--columns", "N", options.columns, "Images in a row")
-      .value("--frames", "RANGE", options.frames, "Only these frames")
+      .value("--width", "N", options.width,
+             "The width of each image in pixels; by default what suits their number")
+      .value("--columns", "N", options.columns, "Images in a row; by default what suits their number")
+      .value("--frames", "FRAMES", options.frames, "Only these frames")
       .json();
 }
 
 void declareSteeringVerbs(CLI::App& program, Options& options) {
   VerbOptions(program, options, jobVerbs, "retry", "Has works done again.")
       .jobs()
-      .value("--frames", "RANGE", options.frames, "Only these frames, good ones too")
+      .value("--frames", "FRAMES", options.frames, "Only these frames, good ones too")
       .flag("--missing", options.missing, "The frames without a good file, as a look at the files tells")
       .json();
   VerbOptions(program, options, jobVerbs, "cancel", "Ends jobs: their programs are asked to end.")
@@ -244,6 +291,7 @@ void declareSteeringVerbs(CLI::App& program, Options& options) {
 void declareVerbs(CLI::App& program, Options& options, std::string& helpVerb) {
   addCommon(program, options, Queue::Used);
   declareTypeVerbs(program, options);
+  declareWritingVerbs(program, options);
   declareWorkVerbs(program, options);
   declareReadingVerbs(program, options);
   declareSteeringVerbs(program, options);

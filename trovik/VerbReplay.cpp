@@ -134,7 +134,7 @@ int replayAs(Session& session, const UID& type) {
   facts.log = *options.log;
   facts.exit = exitFrom(options.exit.value_or("0"));
   facts.exitTold = options.exit.has_value();
-  facts.files = options.files;
+  facts.files = options.lookAtFiles;
 
   JobSetup setup(type, session.detection());
   setUp(setup, options);
@@ -142,7 +142,7 @@ int replayAs(Session& session, const UID& type) {
   facts.frames = work.hasFrames ? runText(work.run) : std::string();
 
   std::optional<ImageHelper> inspector;
-  if (options.files) {
+  if (options.lookAtFiles) {
     inspector.emplace(imageHelper(session));
   }
   const SavedLog log(*options.log);

@@ -7,10 +7,12 @@ namespace trovik {
 // One function a verb. Each prints to the session's console and returns the
 // program's exit code; what the user got wrong is thrown as UsageError.
 
+int checkTypes(Session& session);
 int listTypes(Session& session);
 int describeType(Session& session);
 int detectScene(Session& session);
 int findProgram(Session& session);
+int makeType(Session& session);
 int replayLog(Session& session);
 int runJob(Session& session);
 int submitJob(Session& session);

@@ -40,8 +40,8 @@ public:
     Expanded result;
     std::size_t position = 0;
     for (;;) {
-      const std::size_t found = text.find("$(", position);
-      const bool literal = found != String::npos && found > position && text[found - 1] == '$';
+      bool literal = false;
+      const std::size_t found = FindReference(text, position, literal);
       const std::size_t plainEnd = found == String::npos ? text.size() : found - (literal ? 1 : 0);
       Append(result, text.substr(position, plainEnd - position), where);
       if (found == String::npos) {
@@ -96,24 +96,14 @@ private:
 
   // Expands the reference at `start` into the result; returns where it ends.
   std::size_t ExpandOne(Expanded& result, const String& text, std::size_t start, const String& where) {
-    std::size_t position = text.find_first_of(".)", start + 2);
-    const auto failUnclosed = [&] {
-      Fail(text, start, where, k_ErrorReference,
-           "this reference is never closed; add \")\", or write \"$$(\" where \"$(\" is meant as it stands");
-    };
-    if (position == String::npos) {
-      failUnclosed();
+    Reference reference;
+    ReferenceProblem problem;
+    if (!ReadReference(text, start, reference, problem)) {
+      Fail(text, problem.Begin, where, k_ErrorReference, problem.Text());
     }
-    const String name = text.substr(start + 2, position - start - 2);
-    std::vector<CommandCall> calls;
-    if (text[position] == '.') {
-      ++position;
-      calls = ReadCommands(text, position, where);
-      if (position == text.size()) {
-        failUnclosed();
-      }
-    }
-    ++position; // over the closing parenthesis
+    const String& name = reference.Name;
+    const std::vector<CommandCall>& calls = reference.Calls;
+    const std::size_t position = reference.End;
 
     const Expanded* value = Resolve(name, text, start, where);
     if (value == nullptr || (!value->Complete && !calls.empty())) {

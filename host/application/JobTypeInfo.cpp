@@ -1,5 +1,6 @@
 #include "host/application/JobTypeInfo.h"
 
+#include "host/application/Definition.h"
 #include "host/application/Excerpt.h"
 #include "host/foundation/Log.h"
 #include "host/foundation/StringTokenizer.h"
@@ -33,9 +34,11 @@ constexpr FlagName k_FlagNames[] = {
 constexpr unsigned int k_DefaultFlags = ParameterInfo::k_OfJob | ParameterInfo::k_Editable |
                                         ParameterInfo::k_Visible | ParameterInfo::k_AffectsCommand;
 
+using Problem = DefinitionProblem;
+
 String DidYouMean(const String& unknown, const std::vector<String>& known) {
   const String near = SuggestName(unknown, known);
-  return near.empty() ? String::Null : "; did you mean \"" + near + "\"?";
+  return near.empty() ? String::Null : "did you mean \"" + near + "\"?";
 }
 
 std::optional<unsigned int> FindFlag(String name) {
@@ -59,9 +62,10 @@ std::optional<unsigned int> FindFlag(String name) {
   return value;
 }
 
-String UnknownFlag(String name) {
+Problem UnknownFlag(String name, TextPlace place, std::size_t length) {
   name.Trim();
-  return "unknown flag \"" + Shown(name) + "\"" + DidYouMean(name, FlagNames());
+  return {Problem::Kind::Flag, place, length, "unknown flag \"" + Shown(name) + "\"",
+          DidYouMean(name, FlagNames())};
 }
 
 String UnescapeHelp(const String& text) {
@@ -78,23 +82,32 @@ String UnescapeHelp(const String& text) {
 }
 
 // One definition being read: its section's values, and what is wrong with
-// them. The warnings come out together, in the order of their places.
+// them.
 class Definition {
 public:
   Definition(const String& name, IniFile& file) : m_Name(name), m_File(file) {}
-  ~Definition() {
-    std::stable_sort(m_Warnings.begin(), m_Warnings.end(), [](const Warning& left, const Warning& right) {
+
+  void Warn(Problem::Kind what, TextPlace place, std::size_t length, const String& message,
+            const String& hint = String::Null) {
+    m_Problems.push_back({what, place, length, message, hint});
+  }
+  void WarnHere(Problem::Kind what, const String& message, const String& hint = String::Null) {
+    Warn(what, m_File.SectionPlace(m_Name), m_Name.size() + 2, message, hint);
+  }
+  void WarnValue(Problem::Kind what, const IniFile::EntryView& entry, const String& message,
+                 const String& hint = String::Null) {
+    Warn(what, entry.ValuePlace, entry.Value.size(), message, hint);
+  }
+
+  // The problems in the order of their places.
+  std::vector<Problem> TakeProblems() {
+    std::stable_sort(m_Problems.begin(), m_Problems.end(), [](const Problem& left, const Problem& right) {
       return left.Place.Line != right.Place.Line ? left.Place.Line < right.Place.Line
                                                  : left.Place.Column < right.Place.Column;
     });
-    for (const Warning& warning : m_Warnings) {
-      LogWarning(PlacedMessage(m_File.Filename(), warning.Place, "warning", warning.Text));
-    }
+    return std::move(m_Problems);
   }
-  Definition(const Definition&) = delete;
-  Definition& operator=(const Definition&) = delete;
-
-  void Warn(TextPlace place, const String& text) { m_Warnings.push_back({place, text}); }
+  std::vector<Problem>& Problems() { return m_Problems; }
 
   // Whether there is a section; if not, the lists that name it are searched
   // for the place to point at.
@@ -111,10 +124,11 @@ public:
       }
     }
     if (m_Name.empty()) {
-      Warn(place, "the name of a " + String(what) + " is missing");
+      Warn(Problem::Kind::Unnamed, place, 0, "the name of a " + String(what) + " is missing");
     } else {
-      Warn(place, String(what) + " \"" + Shown(m_Name) + "\" is named but has no section [" + Shown(m_Name) +
-                      "]" + DidYouMean(m_Name, m_File.SectionNames()));
+      Warn(Problem::Kind::Missing, place, m_Name.size(),
+           String(what) + " \"" + Shown(m_Name) + "\" is named but has no section [" + Shown(m_Name) + "]",
+           DidYouMean(m_Name, m_File.SectionNames()));
     }
     return false;
   }
@@ -124,7 +138,8 @@ public:
       const String key(entry.Key);
       if (std::none_of(known.begin(), known.end(),
                        [&key](const String& name) { return String::EqualNoCase(key, name); })) {
-        Warn(entry.KeyPlace, "unknown key \"" + Shown(key) + "\"" + DidYouMean(key, known));
+        Warn(Problem::Kind::UnknownKey, entry.KeyPlace, key.size(), "unknown key \"" + Shown(key) + "\"",
+             DidYouMean(key, known));
       }
     }
   }
@@ -142,17 +157,10 @@ public:
     return m_File.GetValue(m_Name, key, fallback);
   }
 
-  TextPlace Place() const { return m_File.SectionPlace(m_Name); }
-
 private:
-  struct Warning {
-    TextPlace Place;
-    String Text;
-  };
-
   const String& m_Name;
   IniFile& m_File;
-  std::vector<Warning> m_Warnings;
+  std::vector<Problem> m_Problems;
 };
 
 ParameterInfo::TYPE LoadType(Definition& definition) {
@@ -163,8 +171,8 @@ ParameterInfo::TYPE LoadType(Definition& definition) {
   }
   const std::optional<ParameterInfo::TYPE> type = ParameterTypeFromName(value);
   if (!type) {
-    definition.Warn(entry.ValuePlace, "unknown parameter type \"" + Shown(value) + "\"" +
-                                          DidYouMean(value, ParameterTypeNames()));
+    definition.WarnValue(Problem::Kind::Type, entry, "unknown parameter type \"" + Shown(value) + "\"",
+                         DidYouMean(value, ParameterTypeNames()));
   }
   return type.value_or(ParameterInfo::k_Text);
 }
@@ -174,20 +182,12 @@ unsigned int LoadFlags(Definition& definition) {
   String value;
   IniFile::EntryView entry;
   if (definition.Value("Flags", value, entry)) {
-    flags = 0;
-    for (const String& name : StringTokenizer::Split(value, ',')) {
-      const std::optional<unsigned int> bits = FindFlag(name);
-      if (bits) {
-        flags |= *bits & ~ParameterInfo::k_Internal;
-      } else {
-        definition.Warn(entry.ValuePlace, UnknownFlag(name));
-      }
-    }
+    flags = ReadFlags(value, entry.ValuePlace, definition.Problems());
   }
   if (definition.Value("Required", value, entry)) {
     String why;
     if (!ParameterInfo(ParameterInfo::k_Boolean).Accepts(value, why)) {
-      definition.Warn(entry.ValuePlace, why);
+      definition.WarnValue(Problem::Kind::Boolean, entry, why);
     } else if (value.Bool()) {
       flags |= ParameterInfo::k_Required;
     }
@@ -199,7 +199,7 @@ void WarnUseless(Definition& definition, const char* key, ParameterInfo::TYPE ty
   String value;
   IniFile::EntryView entry;
   if (definition.Value(key, value, entry)) {
-    definition.Warn(entry.KeyPlace,
+    definition.Warn(Problem::Kind::UselessKey, entry.KeyPlace, entry.Key.size(),
                     String(key) + " has no use for a parameter of type " + ParameterTypeName(type));
   }
 }
@@ -214,7 +214,8 @@ std::optional<double> LoadLimit(Definition& definition, const char* key, Paramet
   const bool readable =
       type == ParameterInfo::k_Duration ? ParseDuration(value, limit) : ParseDecimal(value, limit);
   if (!readable) {
-    definition.Warn(entry.ValuePlace, String(key) + " needs a number, not \"" + Shown(value) + "\"");
+    definition.WarnValue(Problem::Kind::Limit, entry,
+                         String(key) + " needs a number, not \"" + Shown(value) + "\"");
     return std::nullopt;
   }
   return limit;
@@ -234,9 +235,16 @@ void LoadLimits(Definition& definition, ParameterInfo* param) {
     String value;
     IniFile::EntryView entry;
     definition.Value("Maximum", value, entry);
-    definition.Warn(entry.ValuePlace, "the maximum of " + Shown(value) + " is below the minimum of " +
-                                          Shown(definition.Text("Minimum")));
+    definition.WarnValue(Problem::Kind::Limit, entry,
+                         "the maximum of " + Shown(value) + " is below the minimum of " +
+                             Shown(definition.Text("Minimum")));
     param->Maximum.reset();
+  }
+}
+
+void LogProblems(const IniFile& file, const std::vector<Problem>& problems) {
+  for (const Problem& problem : problems) {
+    LogWarning(PlacedMessage(file.Filename(), problem.Place, "warning", problem.Text()));
   }
 }
 
@@ -255,8 +263,12 @@ void LoadChoices(Definition& definition, ParameterInfo* param) {
     }
   }
   if (param->Choices.empty()) {
-    definition.Warn(entry.Value.data() != nullptr ? entry.ValuePlace : definition.Place(),
-                    "a choice needs Choices, as in Choices=low,medium,high");
+    const char* message = "a choice needs Choices, as in Choices=low,medium,high";
+    if (entry.Value.data() != nullptr) {
+      definition.WarnValue(Problem::Kind::Choices, entry, message);
+    } else {
+      definition.WarnHere(Problem::Kind::Choices, message);
+    }
   }
 }
 
@@ -285,17 +297,16 @@ const CommandInfo* JobTypeInfo::GetCommand(const String& name) const {
   return found == m_Commands.end() ? nullptr : &*found;
 }
 
-void SLoadParameter(const String& name, IniFile& file, JobTypeInfo* info) {
+std::vector<DefinitionProblem> ReadParameter(const String& name, IniFile& file, JobTypeInfo* info) {
   Definition definition(name, file);
   if (!definition.HasSection("parameter", {"PrimaryParameters", "SecondaryParameters"})) {
-    return;
+    return definition.TakeProblems();
   }
-  definition.CheckKeys(
-      {"Type", "Label", "Help", "Default", "Flags", "Filter", "Minimum", "Maximum", "Choices", "Required"});
+  definition.CheckKeys(ParameterKeys());
   if (info->GetParam(name) != nullptr) {
-    definition.Warn(definition.Place(),
-                    "the type has a parameter \"" + Shown(name) + "\" already; this definition is not used");
-    return;
+    definition.WarnHere(Problem::Kind::Repeated, "the type has a parameter \"" + Shown(name) + "\" already",
+                        "this definition is not used");
+    return definition.TakeProblems();
   }
   ParameterInfo* param = info->NewParam(LoadType(definition));
   param->Name = name;
@@ -319,21 +330,23 @@ void SLoadParameter(const String& name, IniFile& file, JobTypeInfo* info) {
     if (cannotTell || param->Accepts(value, why)) {
       param->Default = value;
     } else {
-      definition.Warn(entry.ValuePlace, "this default is refused: " + why.substr(0, why.find('\n')));
+      definition.WarnValue(Problem::Kind::Default, entry,
+                           "this default is refused: " + why.substr(0, why.find('\n')));
     }
   }
+  return definition.TakeProblems();
 }
 
-void SLoadCommand(const String& name, IniFile& file, JobTypeInfo* info) {
+std::vector<DefinitionProblem> ReadCommand(const String& name, IniFile& file, JobTypeInfo* info) {
   Definition definition(name, file);
   if (!definition.HasSection("command", {"PrimaryCommands", "SecondaryCommands"})) {
-    return;
+    return definition.TakeProblems();
   }
-  definition.CheckKeys({"Label", "Help", "Command"});
+  definition.CheckKeys(CommandKeys());
   if (info->GetCommand(name) != nullptr) {
-    definition.Warn(definition.Place(),
-                    "the type has a command \"" + Shown(name) + "\" already; this definition is not used");
-    return;
+    definition.WarnHere(Problem::Kind::Repeated, "the type has a command \"" + Shown(name) + "\" already",
+                        "this definition is not used");
+    return definition.TakeProblems();
   }
   CommandInfo command;
   command.Name = name;
@@ -341,15 +354,49 @@ void SLoadCommand(const String& name, IniFile& file, JobTypeInfo* info) {
   command.Help = UnescapeHelp(definition.Text("Help"));
   command.Command = definition.Text("Command");
   if (command.Command.empty()) {
-    definition.Warn(definition.Place(), "command \"" + Shown(name) + "\" has no Command line to run");
+    definition.WarnHere(Problem::Kind::Command, "command \"" + Shown(name) + "\" has no Command line to run");
   }
   info->AddCommand(std::move(command));
+  return definition.TakeProblems();
+}
+
+void SLoadParameter(const String& name, IniFile& file, JobTypeInfo* info) {
+  LogProblems(file, ReadParameter(name, file, info));
+}
+
+void SLoadCommand(const String& name, IniFile& file, JobTypeInfo* info) {
+  LogProblems(file, ReadCommand(name, file, info));
+}
+
+unsigned int ReadFlags(std::string_view list, TextPlace place, std::vector<DefinitionProblem>& problems) {
+  unsigned int flags = 0;
+  for (const StringTokenizer::Piece& piece : StringTokenizer::SplitPlaced(String(list), ',')) {
+    const std::optional<unsigned int> bits = FindFlag(piece.Text);
+    if (bits) {
+      flags |= *bits & ~ParameterInfo::k_Internal;
+      continue;
+    }
+    const std::string_view written = list.substr(piece.Begin, piece.End - piece.Begin);
+    const std::size_t blanks = std::min(written.find_first_not_of(' '), written.size());
+    const std::size_t length = written.substr(blanks).find_last_not_of(' ') + 1;
+    const TextPlace at{place.Line, place.Column + static_cast<std::uint32_t>(piece.Begin + blanks)};
+    problems.push_back(UnknownFlag(piece.Text, at, length));
+  }
+  return flags;
+}
+
+std::vector<String> ParameterKeys() {
+  return {"Type", "Label", "Help", "Default", "Flags", "Filter", "Minimum", "Maximum", "Choices", "Required"};
+}
+
+std::vector<String> CommandKeys() {
+  return {"Label", "Help", "Command"};
 }
 
 unsigned int STranslateFlag(const String& name) {
   const std::optional<unsigned int> flag = FindFlag(name);
   if (!flag) {
-    LogWarning(UnknownFlag(name));
+    LogWarning(UnknownFlag(name, {}, 0).Text());
   }
   return flag.value_or(0);
 }

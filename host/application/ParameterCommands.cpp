@@ -290,59 +290,115 @@ const std::vector<ParameterCommand>& ParameterCommands() {
   return commands;
 }
 
-std::vector<CommandCall> ReadCommands(const String& text, std::size_t& position, const String& where) {
-  const auto fail = [&text, &where](std::size_t place, const String& message) {
-    RaisePlaced("ExpandReferences", k_ErrorReference, where + ":" + std::to_string(place + 1), message, text,
-                place);
-  };
-  std::vector<CommandCall> calls;
+namespace {
+
+// Reads one command and its argument; `position` is then behind them.
+bool ReadCommand(const String& text, std::size_t& position, CommandCall& call, ReferenceProblem& problem) {
+  call.Begin = position;
+  position = std::min(text.find_first_of(".()", position), text.size());
+  const std::size_t nameEnd = position;
+  const String name = text.substr(call.Begin, nameEnd - call.Begin);
+  const Action* action = FindAction(name);
+  if (name.empty()) {
+    problem = {call.Begin, call.Begin, "a parameter command is missing after \".\"", {}};
+    return false;
+  }
+  if (action == nullptr) {
+    std::vector<String> known;
+    for (const ParameterCommand& command : ParameterCommands()) {
+      known.emplace_back(command.Name);
+    }
+    const String near = SuggestName(name, known);
+    problem = {call.Begin, nameEnd, "unknown parameter command \"" + Shown(name) + "\"",
+               near.empty() ? String::Null : "did you mean \"" + near + "\"?"};
+    return false;
+  }
+  call.Command = &action->Command;
+  if (position < text.size() && text[position] == '(') {
+    const std::size_t open = position;
+    position = FindArgumentEnd(text, open + 1);
+    if (position == text.size()) {
+      problem = {open, position, "this argument is never closed",
+                 "write a backslash before a parenthesis that stands alone"};
+      return false;
+    }
+    call.Argument = text.substr(open + 1, position - open - 1);
+    call.HasArgument = true;
+    ++position;
+  }
+  call.End = position;
+  const bool wantsArgument = *action->Command.Arguments != '\0';
+  if (wantsArgument && !call.HasArgument) {
+    problem = {call.Begin,
+               call.End,
+               String(action->Command.Name) + " needs an argument: " + action->Command.Name +
+                   action->Command.Arguments,
+               {}};
+    return false;
+  }
+  if (!wantsArgument && call.HasArgument) {
+    problem = {call.Begin, call.End, String(action->Command.Name) + " takes no argument", {}};
+    return false;
+  }
+  return true;
+}
+
+bool ReadChain(const String& text, std::size_t& position, std::vector<CommandCall>& calls,
+               ReferenceProblem& problem) {
   for (;;) {
     CommandCall call;
-    call.Begin = position;
-    position = std::min(text.find_first_of(".()", position), text.size());
-    const String name = text.substr(call.Begin, position - call.Begin);
-    const Action* action = FindAction(name);
-    if (name.empty()) {
-      fail(call.Begin, "a parameter command is missing after \".\"");
-    }
-    if (action == nullptr) {
-      std::vector<String> known;
-      for (const ParameterCommand& command : ParameterCommands()) {
-        known.emplace_back(command.Name);
-      }
-      const String near = SuggestName(name, known);
-      fail(call.Begin, "unknown parameter command \"" + Shown(name) + "\"" +
-                           (near.empty() ? "" : "; did you mean \"" + near + "\"?"));
-    }
-    call.Command = &action->Command;
-    if (position < text.size() && text[position] == '(') {
-      const std::size_t open = position;
-      position = FindArgumentEnd(text, open + 1);
-      if (position == text.size()) {
-        fail(open, "this argument is never closed; write a backslash before a parenthesis that stands alone");
-      }
-      call.Argument = text.substr(open + 1, position - open - 1);
-      call.HasArgument = true;
-      ++position;
-    }
-    call.End = position;
-    const bool wantsArgument = *action->Command.Arguments != '\0';
-    if (wantsArgument && !call.HasArgument) {
-      fail(call.Begin, String(action->Command.Name) + " needs an argument: " + action->Command.Name +
-                           action->Command.Arguments);
-    }
-    if (!wantsArgument && call.HasArgument) {
-      fail(call.Begin, String(action->Command.Name) + " takes no argument");
+    if (!ReadCommand(text, position, call, problem)) {
+      return false;
     }
     calls.push_back(std::move(call));
     if (position == text.size() || text[position] == ')') {
-      return calls;
+      return true;
     }
     if (text[position] != '.') {
-      fail(position, "a \".\" or \")\" is missing behind the argument");
+      problem = {position, position + 1, "a \".\" or \")\" is missing behind the argument", {}};
+      return false;
     }
     ++position;
   }
+}
+
+} // namespace
+
+std::vector<CommandCall> ReadCommands(const String& text, std::size_t& position, const String& where) {
+  std::vector<CommandCall> calls;
+  ReferenceProblem problem;
+  if (!ReadChain(text, position, calls, problem)) {
+    RaisePlaced("ExpandReferences", k_ErrorReference, where + ":" + std::to_string(problem.Begin + 1),
+                problem.Text(), text, problem.Begin);
+  }
+  return calls;
+}
+
+std::size_t FindReference(const String& text, std::size_t position, bool& literal) {
+  const std::size_t found = text.find("$(", position);
+  literal = found != String::npos && found > position && text[found - 1] == '$';
+  return found;
+}
+
+bool ReadReference(const String& text, std::size_t start, Reference& reference, ReferenceProblem& problem) {
+  reference.Begin = start;
+  std::size_t position = text.find_first_of(".)", start + 2);
+  if (position != String::npos) {
+    reference.Name = text.substr(start + 2, position - start - 2);
+    if (text[position] == '.') {
+      ++position;
+      if (!ReadChain(text, position, reference.Calls, problem)) {
+        return false;
+      }
+    }
+  }
+  if (position >= text.size()) {
+    problem = {start, text.size(), "this reference is never closed",
+               "add \")\", or write \"$$(\" where \"$(\" is meant as it stands"};
+    return false;
+  }
+  reference.End = position + 1;
+  return true;
 }
 
 String ApplyCommand(const CommandCall& call, const String& value) {

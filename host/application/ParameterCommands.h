@@ -14,6 +14,32 @@ struct CommandCall {
   std::size_t End = 0;   ///< one past it, its argument included
 };
 
+/// What is wrong with a reference: the bytes that are, and what to do.
+struct ReferenceProblem {
+  std::size_t Begin = 0;
+  std::size_t End = 0;
+  String Message;
+  String Hint; ///< may be empty
+
+  String Text() const { return Hint.empty() ? Message : Message + "; " + Hint; }
+};
+
+/// One reference as it is written.
+struct Reference {
+  String Name;
+  std::vector<CommandCall> Calls;
+  std::size_t Begin = 0; ///< of its "$"
+  std::size_t End = 0;   ///< one past its ")"
+};
+
+/// Where the next "$(" stands from a position on; npos for none. `literal`
+/// tells whether a "$" before it makes it plain text.
+std::size_t FindReference(const String& text, std::size_t position, bool& literal);
+
+/// Reads the reference whose "$(" stands at `start`. False, with what is wrong
+/// first, for one that is malformed.
+bool ReadReference(const String& text, std::size_t start, Reference& reference, ReferenceProblem& problem);
+
 /// Reads a chain of commands from `position`, where a command begins, to its
 /// end: a ")" outside of arguments, or the end of the text. `position` is then
 /// there. Raises Exception* with `where` and the column for an unknown or

@@ -24,10 +24,9 @@ bool IsEscapedInQuotes(char c) {
           " is never closed; close it, or write a backslash before it where it is meant as it stands");
 }
 
-} // namespace
-
-std::vector<String> SplitCommandLine(const String& line) {
-  std::vector<String> words;
+// Reads the words of a line. False, with the place of the quote, where one is
+// never closed.
+bool ReadWords(const String& line, std::vector<String>& words, std::size_t& quote) {
   String word;
   bool inWord = false;
   for (std::size_t i = 0; i < line.size(); ++i) {
@@ -40,7 +39,8 @@ std::vector<String> SplitCommandLine(const String& line) {
     } else if (c == '\'') {
       const std::size_t end = line.find('\'', i + 1);
       if (end == String::npos) {
-        RaiseUnclosed(line, i);
+        quote = i;
+        return false;
       }
       word.append(line, i + 1, end - i - 1);
       inWord = true;
@@ -61,7 +61,8 @@ std::vector<String> SplitCommandLine(const String& line) {
         word.push_back(line[i]);
       }
       if (i >= line.size()) {
-        RaiseUnclosed(line, start);
+        quote = start;
+        return false;
       }
     } else if (c == '\\' && i + 1 < line.size()) {
       ++i;
@@ -77,7 +78,24 @@ std::vector<String> SplitCommandLine(const String& line) {
   if (inWord) {
     words.push_back(std::move(word));
   }
+  return true;
+}
+
+} // namespace
+
+std::vector<String> SplitCommandLine(const String& line) {
+  std::vector<String> words;
+  std::size_t quote = 0;
+  if (!ReadWords(line, words, quote)) {
+    RaiseUnclosed(line, quote);
+  }
   return words;
+}
+
+std::size_t FindUnclosedQuote(const String& line) {
+  std::vector<String> words;
+  std::size_t quote = 0;
+  return ReadWords(line, words, quote) ? String::npos : quote;
 }
 
 String EnquoteWord(const String& text) {

@@ -17,6 +17,10 @@
 /// quote, with the column where it opens and what to do.
 std::vector<String> SplitCommandLine(const String& line);
 
+/// Where the quote opens that SplitCommandLine would refuse; npos where there
+/// is none.
+std::size_t FindUnclosedQuote(const String& line);
+
 /// One word that SplitCommandLine and /bin/sh both read back as `text`: bare
 /// where every byte is a letter, a digit or one of _ - . / : @ % + , and
 /// otherwise in double quotes. The empty text gives "".

@@ -24,10 +24,22 @@ std::vector<String> StringTokenizer::Split(const String& text, char separator) {
   return pieces;
 }
 
+std::vector<StringTokenizer::Piece> StringTokenizer::SplitPlaced(const String& text, char separator) {
+  std::vector<Piece> pieces;
+  StringTokenizer tokenizer(text, separator, false, '"', '\\');
+  while (tokenizer.HasNext()) {
+    const std::size_t begin = tokenizer.m_NextBegin;
+    const std::size_t end = tokenizer.m_NextEnd;
+    pieces.push_back({tokenizer.GetNext(), begin, end});
+  }
+  return pieces;
+}
+
 void StringTokenizer::FindPiece() {
   m_HasNext = false;
   while (m_Position < m_Text.size() && !m_HasNext) {
     m_Next.clear();
+    m_NextBegin = m_Position;
     bool inQuotes = false;
     bool sawQuote = false;
     for (; m_Position < m_Text.size(); ++m_Position) {
@@ -46,6 +58,7 @@ void StringTokenizer::FindPiece() {
         m_Next.push_back(c);
       }
     }
+    m_NextEnd = m_Position;
     ++m_Position; // over the separator
     m_HasNext = !m_SkipEmpty || sawQuote || !m_Next.empty();
   }

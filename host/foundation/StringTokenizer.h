@@ -28,6 +28,16 @@ public:
   /// double quote and backslash.
   static std::vector<String> Split(const String& text, char separator);
 
+  /// A piece, and the bytes of the text that it was read from: quotes and
+  /// blanks included, the separator not.
+  struct Piece {
+    String Text;
+    std::size_t Begin = 0;
+    std::size_t End = 0;
+  };
+  /// The same pieces with their places.
+  static std::vector<Piece> SplitPlaced(const String& text, char separator);
+
 private:
   void FindPiece();
 
@@ -38,5 +48,7 @@ private:
   char m_Escape;
   std::size_t m_Position = 0;
   String m_Next;
+  std::size_t m_NextBegin = 0;
+  std::size_t m_NextEnd = 0;
   bool m_HasNext = false;
 };

@@ -125,6 +125,23 @@ case_usual_options() {
   done
 }
 
+# A configuration folder as darktable itself leaves it, with a style that turns.
+case_style() {
+  photo img.png
+  darktable-cli img.png first.jpg --core --configdir config --library config/library.db >/dev/null 2>&1
+  python3 - <<'PYTHON'
+import sqlite3
+data = sqlite3.connect("config/data.db")
+data.execute("insert into styles (id, name, description) values (1, 'quarter turn', '')")
+data.execute("insert into style_items values (1, 1, 2, 'flip', x'06000000', 1, x'', 11, 0, '')")
+data.commit()
+PYTHON
+  render darktable-cli img.png --set ConfigFolder="$PWD/config" --set CustomPresets=Yes \
+    --set Style="quarter turn" --set Format=png
+  good
+  png_is developed/img.png 48 64
+}
+
 case_a_style_that_is_not_there() {
   photo img.png
   render darktable-cli img.png --set Style=nothing

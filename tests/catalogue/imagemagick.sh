@@ -32,7 +32,7 @@ case_broken_scene() {
 
 # "convert" itself ends with exit code 0.
 case_jpeg_cut_short() {
-  images s/a 1
+  images s/a 1 640x480
   convert s/a_0001.png a.jpg
   truncate -s -300 a.jpg
   render convert a.jpg

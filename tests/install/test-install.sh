@@ -36,6 +36,12 @@ expect_file "$prefix/$libraries/trovik/modules/Tessivar.so"
 expect_file "$prefix/$libraries/trovik/modules/povray.tvx"
 expect_file "$prefix/include/trovik/host/Application.h"
 expect_file "$prefix/include/trovik/host/foundation/String.h"
+expect_file "$prefix/share/bash-completion/completions/trovik"
+expect_file "$prefix/share/zsh/site-functions/_trovik"
+expect_file "$prefix/share/fish/vendor_completions.d/trovik.fish"
+expect_file "$prefix/share/man/man1/trovik.1"
+expect_file "$prefix/share/man/man5/tvx.5"
+expect_file "$prefix/share/trovik/editors/vim/syntax/tvx.vim"
 expect_file "$prefix/$libraries/cmake/Trovik/TrovikConfig.cmake"
 # Nothing installed may know where it was built or first installed.
 if grep -rlF -e "$tree/first" "$prefix" >"$tree/output"; then

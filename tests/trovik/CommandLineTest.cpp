@@ -41,9 +41,9 @@ TEST(CommandLine, RunTakesAllItsOptions) {
   EXPECT_EQ(options.colour, ColourChoice::Never);
 }
 
-const std::vector<std::string> allVerbs = {"types",  "type",  "detect", "find",   "run",    "submit",
-                                           "engine", "jobs",  "show",   "log",    "images", "watch",
-                                           "stats",  "sheet", "retry",  "cancel", "delete"};
+const std::vector<std::string> allVerbs = {"types",  "type",   "detect", "find",  "new",    "run",
+                                           "submit", "engine", "jobs",   "show",  "log",    "images",
+                                           "watch",  "stats",  "sheet",  "retry", "cancel", "delete"};
 
 TEST(CommandLine, RunAndSubmitTakeWhatMakesAJob) {
   for (const char* verb : {"run", "submit"}) {

@@ -95,7 +95,7 @@ TEST(JobTypeInfo, AllProblemsOfADefinitionAreWarningsInTheOrderOfTheirPlaces) {
                    "/x/sketch.tvx:5:9: warning: Maximum needs a number, not \"ten\"",
                    "/x/sketch.tvx:6:3: warning: unknown key \"Lable\"; did you mean \"Label\"?",
                    "/x/sketch.tvx:8:7: warning: unknown flag \"Visble\"; did you mean \"Visible\"?",
-                   "/x/sketch.tvx:8:7: warning: unknown flag \"0x1FFFFFFFF\"",
+                   "/x/sketch.tvx:8:22: warning: unknown flag \"0x1FFFFFFFF\"",
                    "/x/sketch.tvx:10:10: warning: \"perhaps\" is neither yes nor no",
                    "/x/sketch.tvx:11:1: warning: Filter has no use for a parameter of type Integer",
                    "/x/sketch.tvx:12:1: warning: Choices has no use for a parameter of type Integer"}));

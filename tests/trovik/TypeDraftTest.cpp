@@ -1,0 +1,114 @@
+#include "trovik/TypeDraft.h"
+
+#include "host/foundation/IniFile.h"
+#include "host/foundation/StringTokenizer.h"
+#include "tests/trovik/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+namespace trovik {
+namespace {
+
+TypeAnswers answers(const std::string& scene, const std::string& frames, const std::string& output) {
+  TypeAnswers result;
+  result.name = "My Type";
+  result.program = "draw";
+  result.scene = scene;
+  result.frames = frames;
+  result.output = output;
+  checkSceneArguments(scene);
+  checkOutputArguments(output, framingOf(frames, scene), scene);
+  return result;
+}
+
+IniFile fileOf(const TypeAnswers& given) {
+  IniFile file;
+  file.Parse(typeFileText(given, UID(true), "short"));
+  EXPECT_TRUE(file.Oddities().empty());
+  return file;
+}
+
+String commandOf(const TypeAnswers& given) {
+  return fileOf(given).GetValue("Module", "Command", "none");
+}
+
+/// The expected files of a type, and of what the program is told.
+String expectedOf(const std::string& frames, const std::string& output) {
+  return fileOf(answers("SCENE", frames, output)).GetValue("OverrideDefaults", "ExpectedFiles", "none");
+}
+
+TEST(TypeDraft, WordsAreReplacedWhereNoLetterStandsBeside) {
+  EXPECT_EQ(commandOf(answers("SCENE", "-r FIRST-LAST", "--o=FOLDER/NAME_%d.png NAMES")),
+            "$(Scene.Enquote) -r $(SubRange.Start)-$(SubRange.End) "
+            "--o=$(OutputFolder.Enquote)/$(Scene.Base.Enquote)_%d.png NAMES");
+}
+
+TEST(TypeDraft, QuotesAndReferencesOfArgumentsStayPlain) {
+  EXPECT_EQ(commandOf(answers("-i 'SCENE x' $(Name) '' a=b ;#", "none", "none")),
+            "-i $(Scene.Enquote)\" x\" \"\\$$(Name)\" \"\" a=b \";#\"");
+}
+
+TEST(TypeDraft, AProgramWithoutArgumentsHasNoCommand) {
+  EXPECT_EQ(commandOf(answers("none", "none", "none")), "none");
+}
+
+TEST(TypeDraft, PatternsOfOutputBecomeExpectedFiles) {
+  EXPECT_EQ(expectedOf("files", "-o OUTPUT"), "$(OutputFolder)/$(ActualScene.Base).png");
+  EXPECT_EQ(expectedOf("-f FRAME", "-o OUTPUT"), "$(OutputFolder)/$(Scene.Base)_$(Frame.Pad(4)).png");
+  EXPECT_EQ(expectedOf("-f FRAME", "-o FOLDER/NAME.FRAME.exr"), "$(OutputFolder)/$(Scene.Base).$(Frame).exr");
+  EXPECT_EQ(expectedOf("none", "-o OUTPUT"), "$(OutputFolder)/$(Scene.Base).png");
+  const std::string range = "FIRST LAST";
+  EXPECT_EQ(expectedOf(range, "-o FOLDER/NAME_%04d.png"),
+            "$(OutputFolder)/$(Scene.Base)_$(Frame.Pad(4)).png");
+  EXPECT_EQ(expectedOf(range, "-o FOLDER/a.#####.exr"), "$(OutputFolder)/a.$(Frame.Pad(5)).exr");
+  EXPECT_EQ(expectedOf(range, "-o FOLDER/%d%x%%04.png"), "$(OutputFolder)/$(Frame)%x%%04.png");
+  EXPECT_EQ(expectedOf(range, "-o FOLDER/%d.png -d FOLDER/depth#.exr"),
+            "$(OutputFolder)/$(Frame).png;$(OutputFolder)/depth$(Frame.Pad(1)).exr");
+  EXPECT_EQ(expectedOf(range, "-o 'FOLDER/a;\"b$(x)_%d'"), R"($(OutputFolder)/a\;\"b$$(x)_$(Frame))");
+}
+
+TEST(TypeDraft, AFolderAloneExpectsNothingAndChecksNothing) {
+  for (const char* output : {"--dir=FOLDER", "-o FOLDER/", "none"}) {
+    const IniFile file = fileOf(answers("SCENE", "none", output));
+    EXPECT_EQ(file.GetValue("OverrideDefaults", "ExpectedFiles", "none"), "none") << output;
+    EXPECT_EQ(file.GetValue("OverrideDefaults", "FileCheck", "none"), "None") << output;
+  }
+}
+
+TEST(TypeDraft, OneFileForAllFramesIsOneWork) {
+  const IniFile file = fileOf(answers("SCENE", "FIRST LAST", "OUTPUT"));
+  EXPECT_EQ(file.GetValue("OverrideDefaults", "FileCheck", ""), "Work");
+  EXPECT_EQ(file.GetValue("OverrideDefaults", "PacketSize", ""), "1000000");
+  EXPECT_EQ(file.GetValue("OverrideFlags", "PacketSize", ""), "OfJob, ReadOnly, Advanced, Visible");
+}
+
+TEST(TypeDraft, TextsComeOutAsTheyWentIn) {
+  TypeAnswers given = answers("SCENE", "none", "OUTPUT");
+  given.imageText = R"(saved; "to" C:\ )";
+  for (int i = 0; i < 12; ++i) {
+    given.errors.push_back(";\"=[" + std::to_string(i));
+  }
+  given.success = {"# ok"};
+  IniFile file = fileOf(given);
+  EXPECT_EQ(StringTokenizer::Split(file.GetValue("Module", "ImageStartText", ""), ';'),
+            std::vector<String>{R"(saved; "to" C:\)"});
+  ASSERT_TRUE(file.SetSection("ErrorText"));
+  String key;
+  String value;
+  for (int i = 0; i < 12; ++i) {
+    ASSERT_TRUE(file.GetNextValue(key, value));
+    EXPECT_EQ(value, ";\"=[" + std::to_string(i));
+  }
+  EXPECT_FALSE(file.GetNextValue(key, value));
+  EXPECT_EQ(file.GetValue("SuccessText", "1", ""), "# ok");
+}
+
+TEST(TypeDraft, ShortNamesSuitFilesAndShells) {
+  EXPECT_EQ(shortName("My  Type 2.5"), "my-type-2.5");
+  EXPECT_EQ(shortName("-rf ../x; $(y)"), "rf-..-x-y");
+  EXPECT_EQ(shortName("Étude"), "Étude");
+  EXPECT_EQ(shortName(" ?! "), "");
+}
+
+} // namespace
+} // namespace trovik

@@ -1,0 +1,449 @@
+#include "trovik/TypeDraft.h"
+
+#include "host/application/Expansion.h"
+#include "host/application/ParameterInfo.h"
+#include "host/foundation/Quoting.h"
+#include "trovik/ArgumentWords.h"
+#include "trovik/Text.h"
+#include "trovik/UsageError.h"
+
+#include <algorithm>
+#include <cctype>
+
+namespace trovik {
+namespace {
+
+const std::set<std::string>& allWords() {
+  static const std::set<std::string> words = {"SCENE", "NAME", "FRAME", "FIRST", "LAST", "FOLDER", "OUTPUT"};
+  return words;
+}
+
+ArgumentWords wordsOf(const std::string& arguments) {
+  return {arguments == "none" ? std::string() : arguments, allWords()};
+}
+
+/// One line of what can be shown, so that it is one value of a file.
+void checkLine(const std::string& text) {
+  if (printable(text, OddBytes::Show) != text) {
+    throw UsageError{inQuotes(text) + " holds characters that cannot be shown", "leave them out"};
+  }
+}
+
+void checkWords(const ArgumentWords& arguments, const std::set<std::string>& allowed,
+                const std::string& hint) {
+  for (const std::string& word : allWords()) {
+    if (arguments.has(word) && !allowed.contains(word)) {
+      throw UsageError{word + " means nothing here", hint};
+    }
+  }
+}
+
+bool hasScene(const std::string& scene) {
+  return !wordsOf(scene).empty();
+}
+
+std::string trimmed(const std::string& text) {
+  const std::size_t begin = text.find_first_not_of(" \t");
+  return begin == std::string::npos ? std::string()
+                                    : text.substr(begin, text.find_last_not_of(" \t") + 1 - begin);
+}
+
+/// The meanings of the words, for a command line and for a file's name.
+class Meanings {
+public:
+  explicit Meanings(const TypeAnswers& answers)
+      : framing_(framingOf(answers.frames, answers.scene)), extension_(answers.extension),
+        name_(shortName(answers.name)), hasScene_(hasScene(answers.scene)) {}
+
+  Framing framing() const { return framing_; }
+  bool scene() const { return hasScene_; }
+
+  std::string inCommand(const std::string& word) const {
+    if (word == "SCENE") {
+      return framing_ == Framing::Files ? "$(ActualScene.Enquote)" : "$(Scene.Enquote)";
+    }
+    if (word == "NAME") {
+      return hasScene_ ? "$(" + sceneName() + ".Enquote)" : std::string(EnquoteWord(name_));
+    }
+    if (word == "FOLDER") {
+      return "$(OutputFolder.Enquote)";
+    }
+    if (word == "OUTPUT") {
+      return inCommand("FOLDER") + '/' + inCommand("NAME") + tail();
+    }
+    return number(word);
+  }
+
+  std::string inFileName(const std::string& word) const {
+    if (word == "SCENE") {
+      return framing_ == Framing::Files ? "$(ActualScene)" : "$(Scene)";
+    }
+    if (word == "NAME") {
+      return hasScene_ ? "$(" + sceneName() + ')' : name_;
+    }
+    if (word == "FOLDER") {
+      return "$(OutputFolder)";
+    }
+    if (word == "OUTPUT") {
+      return inFileName("FOLDER") + '/' + inFileName("NAME") + tail();
+    }
+    return number(word);
+  }
+
+private:
+  std::string sceneName() const {
+    return framing_ == Framing::Files ? "ActualScene.Base" : "Scene.Base";
+  }
+  std::string tail() const { return (framing_ == Framing::Single ? "_$(Frame.Pad(4))." : ".") + extension_; }
+  static std::string number(const std::string& word) {
+    return word == "FIRST" ? "$(SubRange.Start)" : word == "LAST" ? "$(SubRange.End)" : "$(Frame)";
+  }
+
+  Framing framing_;
+  std::string extension_;
+  std::string name_;
+  bool hasScene_;
+};
+
+/// A plain piece of a file's name as a template: the patterns by which programs
+/// number their files, %04d and ####, become the frame.
+std::string withFrames(const std::string& text) {
+  std::string result;
+  for (std::size_t i = 0; i < text.size();) {
+    std::size_t end = i;
+    std::string digits;
+    if (text[i] == '#') {
+      end = std::min(text.find_first_not_of('#', i), text.size());
+      digits = std::to_string(end - i);
+    } else if (text[i] == '%') {
+      end = std::min(text.find_first_not_of("0123456789", i + 1), text.size());
+      digits = text.substr(i + 1, end - i - 1);
+      digits.erase(0, std::min(digits.find_first_not_of('0'), digits.size()));
+      end = end < text.size() && text[end] == 'd' && digits.size() < 3 ? end + 1 : i;
+    }
+    if (end == i) {
+      result += text[i++];
+    } else {
+      result += digits.empty() ? "$(Frame)" : "$(Frame.Pad(" + digits + "))";
+      i = end;
+    }
+  }
+  return result;
+}
+
+/// The files that the output arguments name, as templates of expected files.
+std::vector<String> expectedFiles(const TypeAnswers& answers, const Meanings& meanings) {
+  std::vector<String> files;
+  const ArgumentWords output = wordsOf(answers.output);
+  for (const std::vector<ArgumentPiece>& pieces : output.arguments()) {
+    const auto begin = std::find_if(pieces.begin(), pieces.end(), [](const ArgumentPiece& piece) {
+      return piece.isWord && (piece.text == "FOLDER" || piece.text == "OUTPUT");
+    });
+    if (begin == pieces.end()) {
+      continue;
+    }
+    std::string file;
+    for (auto piece = begin; piece != pieces.end(); ++piece) {
+      file += piece->isWord ? meanings.inFileName(piece->text)
+                            : withFrames(EscapeReferences(String(piece->text)));
+    }
+    // The folder alone does not tell which files come into it.
+    if (file != "$(OutputFolder)" && file.back() != '/') {
+      files.emplace_back(file);
+    }
+  }
+  return files;
+}
+
+std::string list(const std::vector<std::string>& texts) {
+  std::string lines;
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    std::string number = std::to_string(i + 1);
+    number.insert(0, texts.size() > 9 && number.size() < 2 ? "0" : "");
+    lines += number + '=' + trimmed(texts[i]) + '\n';
+  }
+  return lines;
+}
+
+std::string heading(const std::string& name, const UID& id, const std::string& shortcut,
+                    const std::string& program, bool scene) {
+  const std::string given = shortcut.empty() ? EnquoteWord(name) : shortcut;
+  const auto hint = [](std::string command, const char* what) {
+    command.resize(std::max<std::size_t>(command.size() + 2, 40), ' ');
+    return ";   " + command + what + '\n';
+  };
+  return "; A job type of trovik: how a program is started, and how its frames are judged.\n"
+         "; Lines that begin with \";\" are comments. \"man 5 tvx\" and docs/tvx.md tell all keys.\n"
+         ";\n" +
+         hint("trovik check FILE", "what is wrong or doubtful in this file") +
+         hint("trovik type " + given, "the form that users see") +
+         hint("trovik run " + given + (scene ? " SCENE" : "") + " --dry-run", "the commands it would start") +
+         "\n"
+         "[Module]\n"
+         "; By its ID a type is known for ever: keep it, and never copy it to another type.\n"
+         "ID=" +
+         std::string(id.GenString()) + "\nName=" + name +
+         "\n; Further names by which the type can be chosen, with commas between them.\n" +
+         (shortcut.empty() ? ";Shortcut=" : "Shortcut=" + shortcut) +
+         "\n; One line for \"trovik types\".\n"
+         "Help=Runs " +
+         program + ".\n";
+}
+
+std::string commandPart(const TypeAnswers& answers, const Meanings& meanings) {
+  std::string text =
+      "\n"
+      "; The arguments of the program. $(...) stands for what varies; .Enquote keeps a path one argument,\n"
+      "; whatever blanks or quotes it holds. No shell reads the line: ; | > * mean nothing.\n";
+  if (meanings.framing() == Framing::Files) {
+    text += "; $(ActualScene) is the scene file of the frame, $(Scene) the one that was picked.\n";
+  } else if (meanings.framing() == Framing::Range) {
+    text += "; $(SubRange) are the frames of one start of the program, $(Scene) is the scene file.\n";
+  } else if (meanings.framing() == Framing::Single) {
+    text += "; $(Frame) is the frame, $(Scene) the scene file.\n";
+  }
+  std::vector<std::string> parts;
+  for (const std::string& arguments : {answers.scene, answers.frames, answers.output}) {
+    if (arguments != "files") {
+      const std::string part =
+          wordsOf(arguments).command([&](const std::string& word) { return meanings.inCommand(word); });
+      parts.insert(parts.end(), part.empty() ? 0 : 1, part);
+    }
+  }
+  text += (parts.empty() ? ";Command=" : "Command=" + joined(parts, " ")) + '\n';
+  if (meanings.framing() == Framing::Files) {
+    text += "\n"
+            "; A picked shot_0001.txt belongs to a sequence: shot_0002.txt and so on are its other frames.\n"
+            "CheckForMultipleFiles=Yes\n";
+  }
+  return text;
+}
+
+std::string judgingPart(const TypeAnswers& answers) {
+  std::string text = "\n"
+                     "; What stands before the name of a finished file in the program's output, such as "
+                     "\"saved:\".\n";
+  text +=
+      answers.imageText.empty()
+          ? std::string(";ImageStartText=saved:\n")
+          : "ImageStartText=" + std::string(ListParameterInfo().Pack({trimmed(answers.imageText)})) + '\n';
+  text += "\n"
+          "; An error text counts at the start of a line; with this key anywhere in it.\n"
+          ";ErrorDetectPosition=Yes\n"
+          "\n"
+          "; A line that begins so means that the frame is bad, even where the program then exits with 0.\n";
+  text += answers.errors.empty() ? std::string(";[ErrorText]\n;1=error:\n")
+                                 : "[ErrorText]\n" + list(answers.errors);
+  text += "\n"
+          "; A line that begins so means that all went well; a run without one is then bad. Only for\n"
+          "; programs that always print it. Without such texts the exit code decides.\n";
+  text += answers.success.empty() ? std::string(";[SuccessText]\n;1=finished\n")
+                                  : "[SuccessText]\n" + list(answers.success);
+  return text;
+}
+
+const char* const parameterPart =
+    "\n"
+    "; A setting of your own: users give it with --set Width=1280. Take the \";\" away, and put\n"
+    "; --width $(Width) into Command.\n"
+    ";[PrimaryParameters]\n"
+    ";1=Width\n"
+    ";[Width]\n"
+    ";Type=Integer\n"
+    ";Label=Width in pixels\n"
+    ";Default=640\n"
+    ";Minimum=1\n";
+
+std::string flagsPart(const Meanings& meanings, bool usesFolder, bool oneFile) {
+  std::string lines;
+  const char* packet = "PacketSize=OfJob, ReadOnly, Advanced, Visible\n";
+  if (meanings.framing() == Framing::Files) {
+    lines += std::string("; The program takes one scene file in one start.\n") + packet;
+  } else if (meanings.framing() == Framing::Single) {
+    lines += std::string("; The program takes one frame in one start.\n") + packet;
+  }
+  if (oneFile) {
+    lines += std::string("; All frames come into one file, so they are rendered in one start.\n") + packet;
+  }
+  if (meanings.framing() == Framing::None) {
+    lines += "; The program knows no frames.\nRange=OfJob, ReadOnly, Visible\n";
+  } else if (meanings.framing() != Framing::Files) {
+    lines += "Range=Required, OfJob, Editable, Visible, AffectsCommand\n";
+  }
+  if (!meanings.scene()) {
+    lines += "; The program reads no scene.\nScene=OfJob, ReadOnly, Literal\n";
+    lines += usesFolder ? "OutputFolder=Required, OfJob, OfEngine, Editable, Visible, AffectsCommand\n" : "";
+  }
+  return lines.empty()
+             ? lines
+             : "\n; What users may set of the parameters that every type has.\n[OverrideFlags]\n" + lines;
+}
+
+std::string defaultsPart(const TypeAnswers& answers, const Meanings& meanings, bool usesFolder) {
+  std::string text = "\n"
+                     "; Defaults of the parameters that every type has.\n"
+                     "[OverrideDefaults]\n"
+                     "; A path, or a name that is looked up along PATH.\n"
+                     "Executable=" +
+                     answers.program + '\n';
+  if (meanings.scene()) {
+    text += "; The folder for the files: made before the program starts, $(OutputFolder) in Command.\n";
+    text += usesFolder ? "OutputFolder=$(Scene.Branch)/images\n" : ";OutputFolder=$(Scene.Branch)/images\n";
+  }
+  const std::vector<String> files = expectedFiles(answers, meanings);
+  text += "; The files that each frame must leave. They must be new, not empty, and images whole.\n";
+  if (answers.imageText.empty() && !files.empty()) {
+    text += "ExpectedFiles=" + std::string(ListParameterInfo().Pack(files)) + '\n';
+  } else {
+    text += ";ExpectedFiles=$(OutputFolder)/$(Scene.Base)_$(Frame.Pad(4)).png\n";
+  }
+  if (answers.imageText.empty() && files.empty()) {
+    text += "; Nothing is known of its files, so none is looked at. Name them above, and take this away.\n"
+            "FileCheck=None\n";
+  }
+  if (meanings.framing() == Framing::Files) {
+    text += "; $(ActualScene) is one plain file here, not a quoted list of them.\n"
+            "EnquoteActual=No\n";
+  }
+  if (meanings.framing() == Framing::Range) {
+    if (wordsOf(answers.output).has("OUTPUT")) {
+      text += "; The file stands for all frames.\n"
+              "FileCheck=Work\n"
+              "PacketSize=1000000\n";
+    } else {
+      text += "; Frames that one start of the program renders.\n"
+              "PacketSize=10\n";
+    }
+  }
+  return text;
+}
+
+} // namespace
+
+void checkTypeName(const std::string& name) {
+  checkLine(name);
+  if (shortName(name).empty()) {
+    throw UsageError{"the name of the type is " + (trimmed(name).empty() ? "empty" : inQuotes(name)),
+                     "a name has letters or digits, such as Sketch"};
+  }
+  if (name.size() > 200) {
+    throw UsageError{"the name of the type is longer than 200 bytes", "choose a shorter one"};
+  }
+  if (name.find('/') != std::string::npos) {
+    throw UsageError{inQuotes(name) + " is a path, and the name of a type is wanted",
+                     "name the file with -o: trovik new Sketch -o " + name};
+  }
+}
+
+void checkProgram(const std::string& program) {
+  checkLine(program);
+  if (trimmed(program).empty()) {
+    throw UsageError{"the program's name is empty", "a path, or a name that is looked up along PATH"};
+  }
+}
+
+void checkSceneArguments(const std::string& scene) {
+  checkLine(scene);
+  const ArgumentWords words = wordsOf(scene);
+  checkWords(words, {"SCENE", "NAME"}, "write SCENE for the scene file, such as -i SCENE");
+  if (!words.empty() && !words.has("SCENE")) {
+    throw UsageError{inQuotes(scene) + " does not say where the scene file comes",
+                     "write SCENE in its place, such as -i SCENE, or none"};
+  }
+}
+
+Framing framingOf(const std::string& frames, const std::string& scene) {
+  checkLine(frames);
+  const char* const hint = "files, -s FIRST -e LAST, -f FRAME, or none";
+  if (frames == "files") {
+    if (!hasScene(scene)) {
+      throw UsageError{"there can be no scene file for each frame, since the program takes none", hint};
+    }
+    return Framing::Files;
+  }
+  const ArgumentWords words = wordsOf(frames);
+  if (words.empty()) {
+    return Framing::None;
+  }
+  checkWords(words, {"FRAME", "FIRST", "LAST"}, hint);
+  const bool first = words.has("FIRST");
+  const bool last = words.has("LAST");
+  if (words.has("FRAME") && !first && !last) {
+    return Framing::Single;
+  }
+  if (!first || !last || words.has("FRAME")) {
+    throw UsageError{inQuotes(frames) + " does not say how the program takes its frames", hint};
+  }
+  return Framing::Range;
+}
+
+void checkOutputArguments(const std::string& output, Framing framing, const std::string& scene) {
+  checkLine(output);
+  const ArgumentWords words = wordsOf(output);
+  const std::string hint =
+      "write OUTPUT for the file or FOLDER for its folder, such as " + defaultOutput(framing) + ", or none";
+  std::set<std::string> allowed = {"OUTPUT", "FOLDER", "NAME"};
+  if (hasScene(scene)) {
+    allowed.insert("SCENE");
+  }
+  if (framing == Framing::Files || framing == Framing::Single) {
+    allowed.insert("FRAME");
+  }
+  if (framing == Framing::Range) {
+    allowed.insert({"FIRST", "LAST"});
+  }
+  checkWords(words, allowed, hint);
+}
+
+void checkExtension(const std::string& extension) {
+  const bool good =
+      !extension.empty() && extension.size() <= 32 &&
+      std::all_of(extension.begin(), extension.end(),
+                  [](char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '.'; }) &&
+      extension.front() != '.' && extension.back() != '.';
+  if (!good) {
+    throw UsageError{inQuotes(extension) + " is no extension of a file", "such as png, without a point"};
+  }
+}
+
+void checkOutputText(const std::string& text) {
+  checkLine(text);
+  if (trimmed(text).empty()) {
+    throw UsageError{"an empty text stands in every line", "leave it out"};
+  }
+}
+
+std::string defaultOutput(Framing framing) {
+  return framing == Framing::Range ? "-o FOLDER/NAME_%04d.png" : "-o OUTPUT";
+}
+
+bool namesOutputFile(const std::string& output) {
+  return wordsOf(output).has("OUTPUT");
+}
+
+std::string shortName(const std::string& name) {
+  std::string result;
+  for (const char c : name) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (std::isalnum(byte) != 0 || byte >= 0x80U || c == '_' || c == '.') {
+      result += static_cast<char>(byte < 0x80U ? std::tolower(byte) : byte);
+    } else if (!result.empty() && result.back() != '-') {
+      result += '-';
+    }
+  }
+  result.erase(0, std::min(result.find_first_not_of(".-"), result.size()));
+  result.erase(result.find_last_not_of(".-") + 1);
+  return result;
+}
+
+std::string typeFileText(const TypeAnswers& answers, const UID& id, const std::string& shortcut) {
+  const Meanings meanings(answers);
+  const ArgumentWords output = wordsOf(answers.output);
+  const bool usesFolder = output.has("FOLDER") || output.has("OUTPUT");
+  return heading(answers.name, id, shortcut, answers.program, meanings.scene()) +
+         commandPart(answers, meanings) + judgingPart(answers) + parameterPart +
+         flagsPart(meanings, usesFolder, meanings.framing() == Framing::Range && output.has("OUTPUT")) +
+         defaultsPart(answers, meanings, usesFolder);
+}
+
+} // namespace trovik

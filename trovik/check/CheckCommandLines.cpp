@@ -1,0 +1,316 @@
+// Command lines: quotes, and what becomes of names with blanks in them.
+//
+// A reference is one opaque letter here: what stands around it decides whether
+// its value stands within quotes. Whether the whole line can be expanded and
+// split is then tried with a real job of the type.
+
+#include "host/application/Excerpt.h"
+#include "host/application/ProcessJob.h"
+#include "host/foundation/Exception.h"
+#include "host/foundation/Quoting.h"
+#include "trovik/UsageError.h"
+#include "trovik/check/References.h"
+
+#include <algorithm>
+#include <array>
+
+namespace trovik {
+namespace {
+
+bool isOneOf(const String& name, std::initializer_list<const char*> names) {
+  return std::any_of(names.begin(), names.end(),
+                     [&name](const char* known) { return String::EqualNoCase(name, known); });
+}
+
+bool isTrue(const TypeCheck& check, const char* parameter) {
+  return check.effective(parameter).Bool();
+}
+
+/// What a reference's value may hold.
+enum class Value {
+  Plain, ///< a number, a frame range, one of the type's own words
+  Path,
+  Text,
+  Scenes, ///< the scene files of a work
+};
+
+Value valueOf(const TypeCheck& check, const Reference& reference) {
+  const String& name = reference.Name;
+  if (String::EqualNoCase(name, "ActualScene")) {
+    return Value::Scenes;
+  }
+  const ParameterInfo* parameter = check.info->GetParam(name);
+  if (parameter == nullptr || isOneOf(name, {"ErrorDetectPosition", "SuccessExitCodes"})) {
+    return Value::Plain;
+  }
+  switch (parameter->Type()) {
+  case ParameterInfo::k_File:
+  case ParameterInfo::k_Folder:
+    return Value::Path;
+  case ParameterInfo::k_Text:
+  case ParameterInfo::k_Multiline:
+  case ParameterInfo::k_List:
+    return Value::Text;
+  default:
+    return Value::Plain;
+  }
+}
+
+/// A text that users write as arguments on purpose: what the type says of it
+/// tells.
+bool isForArguments(const TypeCheck& check, const String& name) {
+  const ParameterInfo* parameter = check.info->GetParam(name);
+  const std::string words =
+      lowered(name + (parameter == nullptr ? String::Null : " " + parameter->Label + " " + parameter->Help));
+  static constexpr std::array<const char*, 6> marks = {"argument", "option", "flag",
+                                                       "switch",   "args",   "as they are"};
+  return std::any_of(marks.begin(), marks.end(),
+                     [&words](const char* mark) { return words.find(mark) != std::string::npos; });
+}
+
+class CommandLine {
+public:
+  CommandLine(const TypeCheck& check, const PlacedText& text)
+      : check_(check), placed_(text), text_(text.text), references_(referencesIn(text_)), masked_(text_) {
+    for (const Reference& reference : references_) {
+      std::fill(masked_.begin() + static_cast<std::ptrdiff_t>(reference.Begin),
+                masked_.begin() + static_cast<std::ptrdiff_t>(reference.End), 'x');
+    }
+  }
+
+  void run() {
+    quotes();
+    for (const Reference& reference : references_) {
+      if (check_.out.full()) {
+        return;
+      }
+      one(reference);
+    }
+  }
+
+private:
+  void quotes() {
+    const bool opaque = std::none_of(references_.begin(), references_.end(), [this](const Reference& at) {
+      return isEscaped(at) || std::any_of(at.Calls.begin(), at.Calls.end(), [](const CommandCall& call) {
+               return call.Argument.find_first_of("\"'\\") != String::npos;
+             });
+    });
+    const std::size_t quote = FindUnclosedQuote(masked_);
+    if (opaque && quote != String::npos) {
+      check_.out.error("unclosed-quote", placed_.span.part(quote, 1),
+                       "the quote " + masked_.substr(quote, 1) + " is never closed",
+                       "close it, or write a backslash before it where it is meant as it stands");
+    }
+  }
+
+  /// Whether a backslash before it keeps the first letter of its value.
+  bool isEscaped(const Reference& reference) const {
+    return reference.Begin > 0 && text_[reference.Begin - 1] == '\\';
+  }
+
+  Span span(const Reference& reference) const {
+    return placed_.span.part(reference.Begin, reference.End - reference.Begin);
+  }
+
+  /// The quote that a reference stands in; 0 for none.
+  char quoteAround(const Reference& reference) const {
+    const String before = masked_.substr(0, reference.Begin);
+    const std::size_t quote = FindUnclosedQuote(before);
+    return quote == String::npos ? '\0' : before[quote];
+  }
+
+  bool standsAlone(const Reference& reference) const {
+    const auto isBlank = [](char c) { return c == ' ' || c == '\t'; };
+    return (reference.Begin == 0 || isBlank(text_[reference.Begin - 1])) &&
+           (reference.End == text_.size() || isBlank(text_[reference.End]));
+  }
+
+  /// The reference with another chain of commands, as text for a hint.
+  String written(const Reference& reference, const String& chain) const {
+    return "$(" + Shown(reference.Name) + chain + ")";
+  }
+  String chainOf(const Reference& reference) const {
+    return reference.Calls.empty()
+               ? String::Null
+               : String("." +
+                        Shown(text_.substr(reference.Calls.front().Begin,
+                                           reference.Calls.back().End - reference.Calls.front().Begin)));
+  }
+
+  void one(const Reference& reference) {
+    const Value value = valueOf(check_, reference);
+    bool quotedHere = false;
+    for (const CommandCall& call : reference.Calls) {
+      const String name(call.Command->Name);
+      if (isOneOf(name, {"If", "Start", "End", "Count", "Pad", "Extension"})) {
+        return; // a number, or words that the author chose
+      }
+      if (isOneOf(name, {"Leaf", "Branch", "Base", "TranslateToLocal", "TranslateContents"}) && quotedHere) {
+        check_.out.warning("enquote-first", placed_.span.part(call.Begin, call.End - call.Begin),
+                           name + " gets the quotes of Enquote too, where a name needs some",
+                           "write Enquote as the last command");
+        return;
+      }
+      quotedHere =
+          isOneOf(name, {"Enquote", "Option", "Each"}) || (quotedHere && !isOneOf(name, {"Dequote"}));
+    }
+    if (value == Value::Plain) {
+      return;
+    }
+    if (isEscaped(reference)) {
+      check_.out.warning("escaped-reference", placed_.span.part(reference.Begin - 1, 1),
+                         "this backslash keeps the first letter of a value, which may be a quote",
+                         "leave it out; a plain \"$(\" is written \"$$(\"");
+      return;
+    }
+    if (value == Value::Scenes) {
+      scenes(reference, quotedHere);
+      return;
+    }
+    const char quote = quoteAround(reference);
+    if (quote != '\0' && quotedHere) {
+      check_.out.warning(
+          "quoted-twice", span(reference),
+          "Enquote writes quotes where a name needs some, but this stands within quotes already",
+          "leave out the quotes around it");
+    } else if (quote != '\0') {
+      check_.out.warning(
+          "quoted-by-hand", span(reference),
+          "a quote or a backslash in the value of " + quotedText(reference.Name) + " breaks these quotes",
+          "write " + written(reference, chainOf(reference) + ".Enquote") + " without quotes around it");
+    } else if (!quotedHere && !(standsAlone(reference) && value == Value::Text && reference.Calls.empty() &&
+                                isForArguments(check_, reference.Name))) {
+      unquoted(reference, value);
+    }
+  }
+
+  void unquoted(const Reference& reference, Value value) {
+    const ParameterInfo* parameter = check_.info->GetParam(reference.Name);
+    std::string hint = "write " + written(reference, chainOf(reference) + ".Enquote");
+    // Enquote would make an empty argument of nothing.
+    const auto prefix =
+        std::find_if(reference.Calls.begin(), reference.Calls.end(), [](const CommandCall& call) {
+          return String::EqualNoCase(call.Command->Name, "Prefix");
+        });
+    if (parameter != nullptr && parameter->Type() == ParameterInfo::k_List) {
+      hint = "write " + written(reference, ".Each()") + ", or with a prefix for each text";
+    } else if (prefix != reference.Calls.end()) {
+      hint = "write " + written(reference, ".Option(" + Shown(prefix->Argument) + ")") +
+             ", which quotes, and gives nothing where the value is empty";
+    }
+    check_.out.warning("unquoted", span(reference),
+                       String(value == Value::Path ? "a name" : "a text") +
+                           " with a blank or a quote in it becomes several arguments here",
+                       hint);
+  }
+
+  void scenes(const Reference& reference, bool quotedHere) {
+    const bool quotes = isTrue(check_, "EnquoteActual");
+    const char around = quoteAround(reference);
+    if (quotes && quotedHere) {
+      check_.out.warning("quoted-twice", span(reference),
+                         "$(ActualScene) is quoted already, each file by itself",
+                         "leave out Enquote, or write EnquoteActual=No in [OverrideDefaults]");
+    } else if (quotes && around != '\0') {
+      check_.out.warning("quoted-twice", span(reference),
+                         "$(ActualScene) is quoted already, but this stands within quotes",
+                         "leave out the quotes around it");
+    } else if (quotes && isPathCommand(reference)) {
+      check_.out.warning("quoted-scene", span(reference),
+                         "$(ActualScene) is quoted where a name needs it, and commands get the quotes too",
+                         "write EnquoteActual=No in [OverrideDefaults], and Enquote as the last command");
+    } else if (!quotes && !quotedHere) {
+      check_.out.warning(
+          "unquoted", span(reference), "a name with a blank or a quote in it becomes several arguments here",
+          "write " + written(reference, chainOf(reference) + ".Enquote") + ", or leave EnquoteActual on");
+    } else if (!quotes && isTrue(check_, "CheckForMultipleFiles") && severalFrames()) {
+      check_.out.warning("joined-scenes", span(reference),
+                         "the scene files of a work of several frames become one word here",
+                         "leave EnquoteActual on and Enquote out, or fix PacketSize at 1");
+    }
+  }
+
+  static bool isPathCommand(const Reference& reference) {
+    for (const CommandCall& call : reference.Calls) {
+      if (String::EqualNoCase(call.Command->Name, "Dequote")) {
+        return false;
+      }
+      if (isOneOf(call.Command->Name, {"Leaf", "Branch", "Extension"})) {
+        return true;
+      }
+    }
+    return false;
+  }
+
+  bool severalFrames() const {
+    const ParameterInfo* packet = check_.info->GetParam("PacketSize");
+    return packet != nullptr && (packet->Default != "1" || (packet->Flags & ParameterInfo::k_ReadOnly) == 0);
+  }
+
+  const TypeCheck& check_;
+  const PlacedText& placed_;
+  String text_;
+  std::vector<Reference> references_;
+  String masked_;
+};
+
+/// A sequence whose works would all read the scene that was picked.
+void checkSequence(const TypeCheck& check, const PlacedText& command) {
+  if (!isTrue(check, "CheckForMultipleFiles")) {
+    return;
+  }
+  const std::set<std::string> names = allNamesIn(check, String(command.text));
+  if (names.contains("scene") && !names.contains("actualscene") && !names.contains("scenenameformat") &&
+      !names.contains("frame") && !names.contains("subrange")) {
+    for (const Reference& reference : referencesIn(String(command.text))) {
+      if (String::EqualNoCase(reference.Name, "Scene")) {
+        check.out.warning("picked-scene", command.span.part(reference.Begin, reference.End - reference.Begin),
+                          "$(Scene) is the scene that was picked, in all works of a sequence",
+                          "write $(ActualScene), or CheckForMultipleFiles=No");
+        return;
+      }
+    }
+  }
+}
+
+/// The last word: a job of the type, with a scene of an ordinary name.
+void tryJob(const TypeCheck& check, const Span& span) {
+  auto* job = dynamic_cast<ProcessJob*>(check.job);
+  if (job == nullptr || check.out.errors() > 0) {
+    return;
+  }
+  try {
+    Path executable;
+    job->SetParameter("Scene", "/shots/a/scene_0001.ext");
+    job->SetParameter("Name", "scene");
+    job->SetParameter("SubRange", "1-2");
+    SplitCommandLine(job->FormatStringWithParameters(job->CreateCommandLine(executable)));
+  } catch (Exception* exception) {
+    const int code = exception->Code();
+    const auto [fact, hint] = factAndHint(takeText(exception));
+    if (code == k_ErrorReference || code == k_ErrorSyntax || code == k_ErrorLimit) {
+      check.out.error("command-fails", span, "no work can start by this: " + Shown(String(fact)), hint);
+    }
+  }
+}
+
+} // namespace
+
+void checkCommandLines(const TypeCheck& check) {
+  for (const CommandInfo& command : check.info->Commands()) {
+    IniFile::EntryView entry;
+    if (check.source.ini().FindEntry(command.Name, "Command", entry) && !check.out.full()) {
+      const PlacedText line = valueOf(entry);
+      CommandLine(check, line).run();
+    }
+  }
+  const std::optional<PlacedText> command = check.defaultOf("CommandString");
+  if (!command || command->text.empty()) {
+    return;
+  }
+  CommandLine(check, *command).run();
+  checkSequence(check, *command);
+  tryJob(check, command->span);
+}
+
+} // namespace trovik

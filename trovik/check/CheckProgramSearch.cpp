@@ -1,0 +1,82 @@
+// The search for the newest program, as the file describes it.
+
+#include "host/application/Constants.h"
+#include "trovik/check/TypeCheck.h"
+
+#include <algorithm>
+
+namespace trovik {
+namespace {
+
+constexpr const char* section = "FindLatestExecutable";
+
+/// The pieces of one list, with what is wrong with the list itself told.
+std::vector<PlacedText> listOf(const TypeCheck& check, const char* key, const char* example) {
+  IniFile::EntryView entry;
+  if (!check.source.ini().FindEntry(section, key, entry) || entry.Value.empty()) {
+    const bool there = check.source.ini().FindEntry(section, key, entry);
+    check.out.error("empty-search", there ? keyOf(entry).span : check.sectionSpan(section),
+                    "without " + std::string(key) + " nothing is searched",
+                    "write " + std::string(key) + "=" + example);
+    return {};
+  }
+  std::vector<PlacedText> pieces;
+  for (PlacedText& piece : piecesOf(valueOf(entry), ',')) {
+    String text(piece.text);
+    const std::size_t blanks = std::min(piece.text.find_first_not_of(" \t"), piece.text.size());
+    const std::size_t quote = piece.span.length > piece.text.size() ? 1 : 0;
+    text.Trim();
+    if (text.empty()) {
+      check.out.warning("empty-search", piece.span, "there is an empty entry in this list",
+                        "leave out a comma");
+    } else {
+      pieces.push_back({text, piece.span.part(blanks + (blanks > 0 ? 0 : quote), text.size())});
+    }
+  }
+  return pieces;
+}
+
+} // namespace
+
+void checkProgramSearch(const TypeCheck& check) {
+  const bool searches = check.source.ini().SectionPlace(section).Line != 0;
+  const bool hasModule = check.source.ini().SectionPlace("Module").Line != 0;
+  const String standard = check.effective(p_Executable);
+  if (!searches) {
+    if (hasModule && standard.empty() && check.effective("CommandString").empty()) {
+      check.out.error("no-program", check.sectionSpan("Module"),
+                      "the type says nowhere which program it runs",
+                      "write Executable=... in [OverrideDefaults]");
+    }
+    return;
+  }
+  for (const PlacedText& root : listOf(check, "LinuxRoots", "/opt, /usr/local")) {
+    if (root.text.front() != '/') {
+      check.out.warning("relative-root", root.span,
+                        quotedText(root.text) + " counts from wherever trovik was started",
+                        "write a path that begins with \"/\"");
+    }
+  }
+  for (const PlacedText& base : listOf(check, "LinuxBases", "blender")) {
+    if (base.text.find('/') != std::string::npos) {
+      check.out.error("base-with-path", base.span,
+                      "a base is the name of a folder, so one with \"/\" is never found",
+                      "write the folders above it in LinuxRoots, and those below in LinuxExe");
+    }
+  }
+  IniFile::EntryView entry;
+  const bool names = check.source.ini().FindEntry(section, "LinuxExe", entry);
+  if (names && entry.Value.empty()) {
+    check.out.error("empty-search", keyOf(entry).span, "without LinuxExe nothing is found",
+                    "write LinuxExe=... as the program is called within its folder");
+  } else if (!names && standard.empty()) {
+    check.out.error("empty-search", check.sectionSpan(section), "without LinuxExe nothing is found",
+                    "write LinuxExe=... as the program is called within its folder");
+  } else if (names && entry.Value.front() == '/') {
+    check.out.warning("relative-root", valueOf(entry).span,
+                      "LinuxExe counts from the folder that was found, and this is a whole path",
+                      "write it from that folder on, such as bin/program");
+  }
+}
+
+} // namespace trovik

@@ -1,0 +1,102 @@
+#include "trovik/check/TypeCheck.h"
+
+#include "host/application/Excerpt.h"
+#include "host/foundation/StringTokenizer.h"
+#include "host/foundation/Suggest.h"
+#include "trovik/Text.h"
+
+#include <algorithm>
+
+namespace trovik {
+
+PlacedText valueOf(const IniFile::EntryView& entry) {
+  return {String(entry.Value), {entry.ValuePlace, entry.Value.size()}};
+}
+
+PlacedText keyOf(const IniFile::EntryView& entry) {
+  return {String(entry.Key), {entry.KeyPlace, entry.Key.size()}};
+}
+
+bool TypeCheck::isStandard(const String& name) const {
+  return std::any_of(standard.begin(), standard.end(),
+                     [&name](const String& known) { return String::EqualNoCase(known, name); });
+}
+
+bool TypeCheck::isAnswered(const String& name) const {
+  String value;
+  return info->GetParam(name) != nullptr || (job != nullptr && job->GetParameter(name, value));
+}
+
+std::optional<PlacedText> TypeCheck::defaultOf(const String& name) const {
+  static const std::map<std::string, const char*> moduleKeys = {{"commandstring", "Command"},
+                                                                {"imagestarttext", "ImageStartText"},
+                                                                {"imageendtext", "ImageEndText"},
+                                                                {"imagenotendtext", "ImageNotEndText"}};
+  IniFile::EntryView entry;
+  const IniFile& ini = source.ini();
+  const auto key = moduleKeys.find(lowered(name));
+  if (ini.FindEntry("OverrideDefaults", name, entry) || ini.FindEntry(name, "Default", entry) ||
+      (key != moduleKeys.end() && ini.FindEntry("Module", key->second, entry))) {
+    return valueOf(entry);
+  }
+  return std::nullopt;
+}
+
+String TypeCheck::effective(const String& name) const {
+  const ParameterInfo* parameter = info->GetParam(name);
+  return parameter == nullptr ? String::Null : parameter->Default;
+}
+
+Span TypeCheck::sectionSpan(const String& section) const {
+  return {source.ini().SectionPlace(section), section.size() + 2};
+}
+
+const std::vector<String>& fixedSections() {
+  static const std::vector<String> names = {"Module",
+                                            "SuccessText",
+                                            "ErrorText",
+                                            "ErrorIgnore",
+                                            "PrimaryParameters",
+                                            "SecondaryParameters",
+                                            "PrimaryCommands",
+                                            "SecondaryCommands",
+                                            "OverrideDefaults",
+                                            "OverrideFlags",
+                                            "OverrideFilters",
+                                            "AutoDetect",
+                                            "FindLatestExecutable"};
+  return names;
+}
+
+std::string didYouMean(std::string_view unknown, const std::vector<String>& known) {
+  const String near = SuggestName(unknown, known);
+  return near.empty() ? std::string() : "did you mean \"" + Shown(near) + "\"?";
+}
+
+std::string quotedText(std::string_view text) {
+  return '"' + Shown(String(text)) + '"';
+}
+
+std::pair<std::string, std::string> factAndHint(const std::string& text) {
+  const std::string line = text.substr(0, text.find('\n'));
+  for (const char* mark : {"; did you mean \"", "; write ", "; close it", "; add "}) {
+    if (const std::size_t place = line.rfind(mark); place != std::string::npos) {
+      return {line.substr(0, place), line.substr(place + 2)};
+    }
+  }
+  return {line, {}};
+}
+
+std::string lowered(std::string_view text) {
+  return String(text).Lower();
+}
+
+std::vector<PlacedText> piecesOf(const PlacedText& list, char separator) {
+  std::vector<PlacedText> pieces;
+  for (StringTokenizer::Piece& piece : StringTokenizer::SplitPlaced(list.text, separator)) {
+    pieces.push_back({std::move(piece.Text), list.span.part(piece.Begin, piece.End - piece.Begin)});
+  }
+  return pieces;
+}
+
+} // namespace trovik
