@@ -128,16 +128,23 @@ case_animation_without_keyframes() {
   bad "error line" "Error line: Error: There are no keyframes in specified settings file"
 }
 
-# The program keeps what is there; only the missing frames can be asked for.
+# The program keeps what is there.
 case_animation_again() {
   keyframes s/a.fract
   render mandelbulber-animation s/a.fract "${small[@]}" --range 0-2
   good 0-2
   render mandelbulber-animation s/a.fract "${small[@]}" --range 0-2
   bad "error line" "Error line: The animation has already been rendered completely."
+}
+
+case_animation_missing_frame() {
+  keyframes s/a.fract
+  render mandelbulber-animation s/a.fract "${small[@]}" --range 0-2
+  good 0-2
   rm s/a_images/frame_0000001.png
   render mandelbulber-animation s/a.fract "${small[@]}" --range 0-2 --missing
   good
+  folder_has s/a_images frame_000000{0,1,2}.png
 }
 
 case_animation_missing_scene() {
