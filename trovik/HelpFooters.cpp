@@ -70,6 +70,7 @@ const char* const replayFooter =
     "\n"
     "Examples:\n"
     "  trovik replay povray render.log --exit 1\n"
+    "  trovik replay ./sketch.tvx sketch.log    a type that is being written\n"
     "  trovik replay blender - --all < render.log\n"
     "  trovik replay blender render.log --range 7-9 --files\n"
     "  trovik replay ffmpeg encode.log --exit SIGTERM --json";

@@ -10,6 +10,7 @@
 #include "trovik/Types.h"
 #include "trovik/UsageError.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <system_error>
 
@@ -53,7 +54,7 @@ bool dependsOn(const String& command, std::string_view name) {
     }
     const std::string_view commands = rest.substr(end, rest.find("$(") - end);
     bool optional = false;
-    for (const char* word : {".default(", ".prefix(", ".suffix(", ".if("}) {
+    for (const char* word : {".default(", ".prefix(", ".suffix(", ".option(", ".if("}) {
       optional = optional || String(commands).Lower().find(word) != String::npos;
     }
     if (!optional) {
@@ -212,6 +213,7 @@ void JobSetup::check() const {
     throw UsageError{note, "set it with --set NAME=VALUE; \"trovik type\" lists the parameters"};
   }
   orRefuse("", "", [&] { return job_->DoGetDistributor(); });
+  checkFiles();
   if (const String format = job_->GetParameterOrOption(sceneNameFormat, true, true); !format.empty()) {
     checkSequence(format);
   }
@@ -226,6 +228,34 @@ void JobSetup::checkScene() const {
   if (dependsOn(command, p_Scene) || (!sequence && dependsOn(command, "ActualScene"))) {
     throw UsageError{inQuotes(typeTitle(type_)) + " needs a scene file",
                      "name it after the type: trovik run TYPE SCENE"};
+  }
+}
+
+/// Files that stand for a whole work, such as a movie, are one work's only.
+void JobSetup::checkFiles() const {
+  auto* render = dynamic_cast<RenderJob*>(job_.Get());
+  const std::unique_ptr<Distributor> works = job_->DoGetDistributor();
+  FrameRun first;
+  FrameRun second;
+  bool hasFrames = false;
+  if (render == nullptr ||
+      !String::EqualNoCase(job_->GetParameterOrOption(p_FileCheck, true, true), "Work") ||
+      !works->Next(first, hasFrames) || !works->Next(second, hasFrames)) {
+    return;
+  }
+  const auto filesOf = [&](const FrameRun& run) {
+    job_->SetParameter(p_SubRange, run.Text());
+    std::vector<Path> files = orRefuse("", "", [&] { return render->ExpectedFiles(); });
+    job_->SetParameter(p_SubRange, String::Null);
+    return files;
+  };
+  const std::vector<Path> files = filesOf(first);
+  for (const Path& file : filesOf(second)) {
+    if (std::find(files.begin(), files.end(), file) != files.end()) {
+      throw UsageError{"the works for frames " + first.Text() + " and " + second.Text() +
+                           " would both write " + inQuotes(file.Text()),
+                       "choose frames without a gap with --range, in one packet"};
+    }
   }
 }
 

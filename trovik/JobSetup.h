@@ -57,6 +57,7 @@ private:
   String fromDetection(const ParameterInfo* info, const String& name, const String& value,
                        const String& changed) const;
   void checkScene() const;
+  void checkFiles() const;
   void checkSequence(const String& format) const;
 
   UID type_;

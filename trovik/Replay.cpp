@@ -67,8 +67,14 @@ Replay::~Replay() {
 
 void Replay::onLine(std::string_view line) {
   const bool undecided = process_.ErrorLine().empty();
+  named_ = false;
   process_.WorkLine(line);
-  const LineAccount& account = *process_.Account();
+  LineAccount account = *process_.Account();
+  // A job of a class of its own may name images and tell nothing.
+  if (named_ && account.What == LineAccount::Fate::Ordinary) {
+    account.What = LineAccount::Fate::Image;
+    account.Image = result_.images.back();
+  }
   ++result_.lines;
   std::size_t& count = result_.fates.at(static_cast<std::size_t>(account.What));
   ++count;
@@ -106,6 +112,7 @@ ReplayResult Replay::finish(const ProcessExit& exit, ImageInspector* inspector, 
 }
 
 void Replay::OnImage(const Job& /*job*/, const Path& file) {
+  named_ = true;
   const LineAccount* account = process_.Account();
   result_.images.push_back(account->Image.empty() ? file.Text() : account->Image);
 }

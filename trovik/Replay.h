@@ -70,6 +70,7 @@ private:
   LineSplitter splitter_;
   std::optional<FileLook> look_;
   ReplayResult result_;
+  bool named_ = false; // the line at hand named a new image
 };
 
 /// "image", "ignored error".

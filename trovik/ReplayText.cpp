@@ -70,6 +70,10 @@ public:
 private:
   /// A line without any text of the type is shown only near an error.
   void ordinary(const ReplayedLine& line) {
+    if (line.text.find_first_not_of(" \t") == std::string_view::npos) {
+      last_ += line.number == last_ + 1 ? 1 : 0; // nobody misses it
+      return;
+    }
     std::string cut(line.text.substr(0, LogTail::lineLimit));
     cut += cut.size() < line.text.size() ? "…" : "";
     if (wanted_ > 0) {
@@ -121,7 +125,7 @@ private:
     const bool ordinary = fate == Fate::Ordinary;
     const std::string what = padded(ordinary ? "" : nameOf(fate), fateWidth);
     const std::string shown = console_.shown(line);
-    text_ += left + "  " + console_.coloured(colourOf(fate), what) + "  " +
+    text_ += left + "  " + (ordinary ? what : console_.coloured(colourOf(fate), what)) + "  " +
              (ordinary ? console_.coloured(Colour::Faint, shown) : shown);
     while (!text_.empty() && text_.back() == ' ') {
       text_.pop_back();
@@ -181,19 +185,30 @@ private:
       }
     }
     addFiles(result);
-    entry("ended", "with " + exitText(facts_.exit));
-    if (!facts_.exitTold) {
-      text_.pop_back();
-      text_ += ", as --exit tells nothing else\n";
-    }
+    entry("ended", "with " + exitText(facts_.exit) + (facts_.exitTold ? "" : "; --exit tells another end"));
     entry("verdict",
           console_.coloured(result.good ? Colour::Green : Colour::Red, result.good ? "good" : "bad") +
-              " for " + console_.shown(facts_.type) +
-              (facts_.frames.empty() ? "" : ", frames " + facts_.frames) + ", by " + ruleText(result.rule) +
+              " for " + console_.shown(facts_.type) + framesText() + ", by " + judgeText(result) +
               (result.decidingLine ? " (line " + std::to_string(*result.decidingLine) + ")" : ""));
     if (!result.note.empty()) {
       entry("note", console_.shown(result.note));
     }
+  }
+
+  std::string framesText() const {
+    const bool several = facts_.frames.find('-', 1) != std::string::npos;
+    return facts_.frames.empty() ? "" : (several ? ", frames " : ", frame ") + facts_.frames;
+  }
+
+  static std::string judgeText(const ReplayResult& result) {
+    if (result.rule != VerdictRule::Result) {
+      return ruleText(result.rule);
+    }
+    if (result.decidingLine) {
+      return "a success text";
+    }
+    return result.good || result.note.starts_with("Exit code") ? "its exit code"
+                                                               : "the lack of a success text";
   }
 
   void addFiles(const ReplayResult& result) {

@@ -173,7 +173,7 @@ void declareWritingVerbs(CLI::App& program, Options& options) {
   VerbOptions(program, options, writingVerbs, "replay",
               "Judges a saved log by the rules of a type, as a run would: what became of each line "
               "and by which text, the images, the verdict and the note.")
-      .type()
+      .argument("TYPE", "TYPE", options.type, "Name, alias or ID of a job type, or the path of its .tvx file")
       .argument("LOG", "LOG", options.log, "The saved output of the program; - for standard input")
       .value("--exit", "N", options.exit,
              "How the program ended: its exit code, 0 by default, or a signal such as SIGKILL")

@@ -1,6 +1,7 @@
 #include "trovik/EngineRun.h"
 #include "trovik/ImageHelper.h"
 #include "trovik/JobSetup.h"
+#include "trovik/Locations.h"
 #include "trovik/ReplayText.h"
 #include "trovik/SceneSequence.h"
 #include "trovik/Text.h"
@@ -120,11 +121,13 @@ WorkInfo workOf(const Job& job, const Options& options) {
   return work;
 }
 
-} // namespace
+/// Whether TYPE names a type's file instead of a type that is known.
+bool isTypeFile(const std::string& type) {
+  return type.find('/') != std::string::npos || String(type).Lower().ends_with(".tvx");
+}
 
-int replayLog(Session& session) {
+int replayAs(Session& session, const UID& type) {
   const Options& options = session.options();
-  const UID type = findType(*options.type);
   ReplayFacts facts;
   facts.type = typeTitle(type);
   facts.typeId = UID(type).GenString();
@@ -152,6 +155,33 @@ int replayLog(Session& session) {
   const ReplayResult result = replay.finish(facts.exit, inspector ? &*inspector : nullptr, machine);
   printer->end(result);
   return result.good ? exitGood : exitFailed;
+}
+
+/// A file that is being written is tried as it is, wherever it lies.
+int replayAsFile(Session& session, const Path& file) {
+  struct stat facts {};
+  if (stat(file.c_str(), &facts) != 0 || !S_ISREG(facts.st_mode)) {
+    throw UsageError{"there is no type file " + inQuotes(file.Text()),
+                     "\"trovik types\" lists the types that are known by name"};
+  }
+  std::optional<int> code;
+  const auto replay = [&](const UID& type) { code = replayAs(session, type); };
+  if (!session.loadLibraries().TryTypeFile(file, replay) || !code) {
+    throw UsageError{inQuotes(file.Text()) + " is no job type",
+                     "it needs a section [Module] with an ID, see \"trovik check\""};
+  }
+  return *code;
+}
+
+} // namespace
+
+int replayLog(Session& session) {
+  const std::string& type = *session.options().type;
+  if (isTypeFile(type)) {
+    return replayAsFile(session, absolutePath(type));
+  }
+  session.loadModules();
+  return replayAs(session, findType(type));
 }
 
 } // namespace trovik

@@ -15,6 +15,7 @@
 namespace {
 
 constexpr int k_PadLimit = 64;
+constexpr std::int64_t k_AddLimit = 1'000'000'000'000;
 
 bool IsSpecial(char c) {
   return c == '(' || c == ')' || c == ',' || c == '\\';
@@ -130,6 +131,24 @@ String Pad(const CommandCall& call, const String& value) {
   return (negative ? "-" : "") + digits;
 }
 
+// Frames and their likes: what no program takes is no number here, and so no sum
+// can leave the range of its type.
+std::int64_t WholeNumber(const CommandCall& call, const String& needs, const String& text) {
+  const std::size_t sign = text.size() > 1 && text[0] == '+' && text[1] != '-' ? 1 : 0;
+  std::int64_t number = 0;
+  const auto result = std::from_chars(text.data() + sign, text.data() + text.size(), number);
+  if (result.ec != std::errc() || result.ptr != text.data() + text.size() || number < -k_AddLimit ||
+      number > k_AddLimit) {
+    Refuse(call, needs, text);
+  }
+  return number;
+}
+
+String Add(const CommandCall& call, const String& value) {
+  const std::int64_t number = WholeNumber(call, "a whole number", value);
+  return std::to_string(number + WholeNumber(call, "a whole number to add", Plain(call)));
+}
+
 String Enquote(const CommandCall& /*call*/, const String& value) {
   return EnquoteWord(value);
 }
@@ -233,6 +252,7 @@ constexpr Action k_Actions[] = {
     {{"End", "", "the last frame of a range"}, End, false},
     {{"Count", "", "the number of frames of a range"}, Count, false},
     {{"Pad", "(n)", "the number with at least n digits"}, Pad, false},
+    {{"Add", "(n)", "the number plus n"}, Add, false},
     {{"Upper", "", "in upper case"}, Upper, false},
     {{"Lower", "", "in lower case"}, Lower, false},
     {{"Default", "(text)", "the text where the value is empty"}, Default, true},

@@ -3,8 +3,10 @@
 #include "host/application/ExecutableSearch.h"
 #include "host/application/NoteText.h"
 #include "host/foundation/Exception.h"
+#include "host/foundation/Format.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -26,8 +28,9 @@
 
 namespace {
 
-// Of the module's virtual types; the host knows it only by this name.
+// Of the module's virtual types; the host knows them only by these names.
 constexpr const char* p_ImageStartText = "ImageStartText";
+constexpr const char* p_SceneNameFormat = "SceneNameFormat";
 
 // No program names more images than this; a hostile one must not cost the
 // host's memory.
@@ -360,6 +363,31 @@ String RenderJob::HolesNote() const {
          (frames.empty()
               ? ": no file's name tells its frame; where one file holds them all, set FileCheck=Work"
               : "");
+}
+
+// A program that is given one scene says itself that it is missing. One that is
+// given many, or a pattern, may take what it finds up to the first gap and end
+// well, with a movie that is too short.
+bool RenderJob::ScenesAreThere() {
+  const String format = GetParameterOrOption(p_SceneNameFormat, true, true);
+  FrameRun run;
+  if (format.empty() || !WorkFrames(run) || run.Count() < 2 || run.Count() > FrameSet::k_CountLimit) {
+    return true;
+  }
+  std::vector<FrameRun> missing;
+  for (std::int64_t frame = run.First; frame <= run.Last; ++frame) {
+    const int number = static_cast<int>(frame);
+    if (access(SFormat(format, number).c_str(), F_OK) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
+      Append(missing, number);
+    }
+  }
+  if (missing.empty()) {
+    return true;
+  }
+  Set(p_Note, "No scene file for " + FramesText(missing) + ": " +
+                  WholeName(Path(SFormat(format, missing[0].First))) +
+                  (missing.size() == 1 && missing[0].Count() == 1 ? "" : " is the first"));
+  return false;
 }
 
 int RenderJob::DoCheckFile(const Path& file, int result) {

@@ -162,6 +162,8 @@ private:
   void LookAt(WorkFile& file);
   String HolesNote() const;
   bool CreateOutputFolder();
+  /// Whether every frame of a packet has its scene file; the note says which have not.
+  bool ScenesAreThere();
   void DeriveStatus();
 
   bool m_Standard;

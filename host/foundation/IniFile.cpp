@@ -3,6 +3,7 @@
 #include "host/foundation/Exception.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <numeric>
 
@@ -81,24 +82,23 @@ IniFile& IniFile::operator=(const IniFile& other) {
   return *this;
 }
 
+// Copies share the tables until one of them changes.
 void IniFile::CopyData(const IniFile& other) {
-  m_Text = other.m_Text;
-  m_Sections = other.m_Sections;
-  m_ByName = other.m_ByName;
-  m_Entries = other.m_Entries;
-  m_Order = other.m_Order;
-  m_Oddities = other.m_Oddities;
-  m_Wasted = other.m_Wasted;
+  m_Tables = other.m_Tables;
+}
+
+// Before a change: tables that others share become this object's own. Another
+// thread can only give its share up meanwhile, as it has no way to this object;
+// the fence makes all that it read happen before what follows.
+void IniFile::Detach() {
+  if (m_Tables.use_count() > 1) {
+    m_Tables = std::make_shared<Tables>(*m_Tables);
+  }
+  std::atomic_thread_fence(std::memory_order_acquire);
 }
 
 void IniFile::Clear() {
-  m_Text.clear();
-  m_Sections.clear();
-  m_ByName.clear();
-  m_Entries.clear();
-  m_Order.clear();
-  m_Oddities.clear();
-  m_Wasted = 0;
+  m_Tables = std::make_shared<Tables>();
   m_Current = k_None;
   m_Walk.clear();
   m_Position = 0;
@@ -108,24 +108,25 @@ void IniFile::Parse(std::string_view text, bool replace) {
   if (replace) {
     Clear();
   } else {
+    Detach();
     Compact(); // or the sorting below would see replaced entries again
     m_Current = k_None;
     m_Walk.clear();
   }
-  const std::size_t start = m_Text.size();
-  const std::size_t oddities = m_Oddities.size();
+  const std::size_t start = m_Tables->Text.size();
+  const std::size_t oddities = m_Tables->Oddities.size();
   if (start + text.size() >= k_None) {
     RaiseException("IniFile::Parse", k_ErrorLimit, "more than 4 GiB of settings in " + Filename().Text());
   }
-  m_Text.append(text);
+  m_Tables->Text.append(text);
   ParseLines(start);
   MergeSections();
   OrderEntries();
-  const auto first = m_Oddities.begin() + static_cast<std::ptrdiff_t>(oddities);
-  if (first == m_Oddities.end()) {
+  const auto first = m_Tables->Oddities.begin() + static_cast<std::ptrdiff_t>(oddities);
+  if (first == m_Tables->Oddities.end()) {
     return; // a sort that keeps the order of equals allocates even for nothing
   }
-  std::stable_sort(first, m_Oddities.end(), [](const Oddity& left, const Oddity& right) {
+  std::stable_sort(first, m_Tables->Oddities.end(), [](const Oddity& left, const Oddity& right) {
     return left.Place.Line != right.Place.Line ? left.Place.Line < right.Place.Line
                                                : left.Place.Column < right.Place.Column;
   });
@@ -139,45 +140,46 @@ void IniFile::Compact() {
     text.append(View(slice));
     slice.Offset = static_cast<std::uint32_t>(offset);
   };
-  for (Section& section : m_Sections) {
+  for (Section& section : m_Tables->Sections) {
     move(section.Name);
   }
-  std::vector<std::uint32_t> kept = m_Order;
+  std::vector<std::uint32_t> kept = m_Tables->Order;
   std::sort(kept.begin(), kept.end());
-  std::vector<std::uint32_t> newIndex(m_Entries.size(), k_None);
+  std::vector<std::uint32_t> newIndex(m_Tables->Entries.size(), k_None);
   std::vector<Entry> entries;
   entries.reserve(kept.size());
   for (const std::uint32_t index : kept) {
     newIndex[index] = static_cast<std::uint32_t>(entries.size());
-    entries.push_back(m_Entries[index]);
+    entries.push_back(m_Tables->Entries[index]);
     move(entries.back().Key);
     move(entries.back().Value);
   }
-  for (std::uint32_t& index : m_Order) {
+  for (std::uint32_t& index : m_Tables->Order) {
     index = newIndex[index];
   }
-  m_Entries = std::move(entries);
-  m_Text = std::move(text);
-  m_Wasted = 0;
+  m_Tables->Entries = std::move(entries);
+  m_Tables->Text = std::move(text);
+  m_Tables->Wasted = 0;
 }
 
 void IniFile::Note(Oddity::Kind what, std::uint32_t line, std::size_t column, std::string_view text) {
-  if (m_Oddities.size() >= k_OddityLimit) {
+  if (m_Tables->Oddities.size() >= k_OddityLimit) {
     return;
   }
-  m_Oddities.push_back({what, {line, static_cast<std::uint32_t>(column)}, String(text)});
+  m_Tables->Oddities.push_back({what, {line, static_cast<std::uint32_t>(column)}, String(text)});
 }
 
 void IniFile::ParseLines(std::size_t start) {
-  const std::string_view all = m_Text;
+  const std::string_view all = m_Tables->Text;
   std::size_t position = start;
   if (all.substr(position, k_Utf8Mark.size()) == k_Utf8Mark) {
     position += k_Utf8Mark.size();
   }
   const bool hasNul = all.find('\0', position) != std::string_view::npos;
   // What ordinary files need, in one allocation each.
-  m_Entries.reserve(m_Entries.size() + std::min<std::size_t>(64, (all.size() - position) / 16));
-  m_Sections.reserve(m_Sections.size() + 12);
+  m_Tables->Entries.reserve(m_Tables->Entries.size() +
+                            std::min<std::size_t>(64, (all.size() - position) / 16));
+  m_Tables->Sections.reserve(m_Tables->Sections.size() + 12);
   std::uint32_t number = 0;
   std::uint32_t section = k_None;
   while (position < all.size()) {
@@ -209,12 +211,12 @@ void IniFile::ParseLines(std::size_t start) {
            rest);
     }
     const std::string_view name = TrimBlanks(line.substr(1, close - 1));
-    section = static_cast<std::uint32_t>(m_Sections.size());
-    m_Sections.push_back(
-        {{static_cast<std::uint32_t>(name.data() - m_Text.data()), static_cast<std::uint32_t>(name.size())},
-         {number, static_cast<std::uint32_t>(indent + 1)},
-         0,
-         0});
+    section = static_cast<std::uint32_t>(m_Tables->Sections.size());
+    m_Tables->Sections.push_back({{static_cast<std::uint32_t>(name.data() - m_Tables->Text.data()),
+                                   static_cast<std::uint32_t>(name.size())},
+                                  {number, static_cast<std::uint32_t>(indent + 1)},
+                                  0,
+                                  0});
   }
 }
 
@@ -240,33 +242,35 @@ void IniFile::ParseEntry(std::string_view line, std::uint32_t number, std::uint3
     value = line.substr(equals + 1, 0);
   }
   const auto slice = [this](std::string_view part) {
-    return Slice{static_cast<std::uint32_t>(part.data() - m_Text.data()),
+    return Slice{static_cast<std::uint32_t>(part.data() - m_Tables->Text.data()),
                  static_cast<std::uint32_t>(part.size())};
   };
   const auto columnOf = [&line](std::string_view part) {
     return static_cast<std::uint32_t>(part.data() - line.data()) + 1;
   };
-  m_Entries.push_back(
+  m_Tables->Entries.push_back(
       {section, slice(key), slice(value), {number, columnOf(key)}, {number, columnOf(value)}});
 }
 
 // Makes one section of all that share a name, and the index by name.
 void IniFile::MergeSections() {
-  m_ByName.resize(m_Sections.size());
-  std::iota(m_ByName.begin(), m_ByName.end(), 0U);
-  std::sort(m_ByName.begin(), m_ByName.end(), [this](std::uint32_t left, std::uint32_t right) {
-    const int order = String::CompareNoCase(View(m_Sections[left].Name), View(m_Sections[right].Name));
-    return order != 0 ? order < 0 : left < right;
-  });
+  m_Tables->ByName.resize(m_Tables->Sections.size());
+  std::iota(m_Tables->ByName.begin(), m_Tables->ByName.end(), 0U);
+  std::sort(
+      m_Tables->ByName.begin(), m_Tables->ByName.end(), [this](std::uint32_t left, std::uint32_t right) {
+        const int order =
+            String::CompareNoCase(View(m_Tables->Sections[left].Name), View(m_Tables->Sections[right].Name));
+        return order != 0 ? order < 0 : left < right;
+      });
   // The first of a name stands for all; it comes first here too.
-  std::vector<std::uint32_t> standsFor(m_Sections.size());
+  std::vector<std::uint32_t> standsFor(m_Tables->Sections.size());
   bool repeated = false;
-  for (std::size_t i = 0; i < m_ByName.size(); ++i) {
-    const std::uint32_t index = m_ByName[i];
+  for (std::size_t i = 0; i < m_Tables->ByName.size(); ++i) {
+    const std::uint32_t index = m_Tables->ByName[i];
     standsFor[index] = index;
     if (i > 0) {
-      const std::uint32_t first = standsFor[m_ByName[i - 1]];
-      if (String::EqualNoCase(View(m_Sections[first].Name), View(m_Sections[index].Name))) {
+      const std::uint32_t first = standsFor[m_Tables->ByName[i - 1]];
+      if (String::EqualNoCase(View(m_Tables->Sections[first].Name), View(m_Tables->Sections[index].Name))) {
         standsFor[index] = first;
         repeated = true;
       }
@@ -275,63 +279,64 @@ void IniFile::MergeSections() {
   if (!repeated) {
     return;
   }
-  std::vector<std::uint32_t> newIndex(m_Sections.size(), k_None);
+  std::vector<std::uint32_t> newIndex(m_Tables->Sections.size(), k_None);
   std::vector<Section> kept;
-  for (std::uint32_t index = 0; index < m_Sections.size(); ++index) {
+  for (std::uint32_t index = 0; index < m_Tables->Sections.size(); ++index) {
     if (standsFor[index] == index) {
       newIndex[index] = static_cast<std::uint32_t>(kept.size());
-      kept.push_back(m_Sections[index]);
+      kept.push_back(m_Tables->Sections[index]);
     } else {
-      const Section& again = m_Sections[index];
+      const Section& again = m_Tables->Sections[index];
       Note(Oddity::Kind::RepeatedSection, again.Place.Line, again.Place.Column, View(again.Name));
     }
   }
-  for (Entry& entry : m_Entries) {
+  for (Entry& entry : m_Tables->Entries) {
     entry.Section = newIndex[standsFor[entry.Section]];
   }
   std::vector<std::uint32_t> byName;
-  for (const std::uint32_t index : m_ByName) {
+  for (const std::uint32_t index : m_Tables->ByName) {
     if (standsFor[index] == index) {
       byName.push_back(newIndex[index]);
     }
   }
-  m_ByName = std::move(byName);
-  m_Sections = std::move(kept);
+  m_Tables->ByName = std::move(byName);
+  m_Tables->Sections = std::move(kept);
 }
 
 // Brings the entries into key order within each section; of entries with one
 // key the first stays, with the last one's value.
 void IniFile::OrderEntries() {
-  for (Section& section : m_Sections) {
+  for (Section& section : m_Tables->Sections) {
     section.Count = 0;
   }
-  for (const Entry& entry : m_Entries) {
-    ++m_Sections[entry.Section].Count;
+  for (const Entry& entry : m_Tables->Entries) {
+    ++m_Tables->Sections[entry.Section].Count;
   }
   std::uint32_t start = 0;
-  for (Section& section : m_Sections) {
+  for (Section& section : m_Tables->Sections) {
     section.First = start;
     start += section.Count;
     section.Count = 0;
   }
-  m_Order.resize(m_Entries.size());
-  for (std::uint32_t index = 0; index < m_Entries.size(); ++index) {
-    Section& section = m_Sections[m_Entries[index].Section];
-    m_Order[section.First + section.Count++] = index;
+  m_Tables->Order.resize(m_Tables->Entries.size());
+  for (std::uint32_t index = 0; index < m_Tables->Entries.size(); ++index) {
+    Section& section = m_Tables->Sections[m_Tables->Entries[index].Section];
+    m_Tables->Order[section.First + section.Count++] = index;
   }
   std::uint32_t used = 0;
-  for (Section& section : m_Sections) {
-    const auto first = m_Order.begin() + section.First;
+  for (Section& section : m_Tables->Sections) {
+    const auto first = m_Tables->Order.begin() + section.First;
     const auto last = first + section.Count;
     std::sort(first, last, [this](std::uint32_t left, std::uint32_t right) {
-      const int order = String::CompareNoCase(View(m_Entries[left].Key), View(m_Entries[right].Key));
+      const int order =
+          String::CompareNoCase(View(m_Tables->Entries[left].Key), View(m_Tables->Entries[right].Key));
       return order != 0 ? order < 0 : left < right;
     });
     const std::uint32_t sectionStart = used;
     for (auto at = first; at != last; ++at) {
-      Entry& entry = m_Entries[*at];
+      Entry& entry = m_Tables->Entries[*at];
       if (used > sectionStart) {
-        Entry& before = m_Entries[m_Order[used - 1]];
+        Entry& before = m_Tables->Entries[m_Tables->Order[used - 1]];
         if (String::EqualNoCase(View(before.Key), View(entry.Key))) {
           Note(Oddity::Kind::RepeatedKey, entry.KeyPlace.Line, entry.KeyPlace.Column, View(entry.Key));
           before.Value = entry.Value;
@@ -339,33 +344,35 @@ void IniFile::OrderEntries() {
           continue;
         }
       }
-      m_Order[used++] = *at;
+      m_Tables->Order[used++] = *at;
     }
     section.First = sectionStart;
     section.Count = used - sectionStart;
   }
-  m_Order.resize(used);
+  m_Tables->Order.resize(used);
 }
 
 std::uint32_t IniFile::FindSection(std::string_view name) const {
-  const auto found = std::lower_bound(
-      m_ByName.begin(), m_ByName.end(), name, [this](std::uint32_t index, std::string_view wanted) {
-        return String::CompareNoCase(View(m_Sections[index].Name), wanted) < 0;
-      });
-  return found != m_ByName.end() && String::EqualNoCase(View(m_Sections[*found].Name), name) ? *found
-                                                                                             : k_None;
+  const auto found =
+      std::lower_bound(m_Tables->ByName.begin(), m_Tables->ByName.end(), name,
+                       [this](std::uint32_t index, std::string_view wanted) {
+                         return String::CompareNoCase(View(m_Tables->Sections[index].Name), wanted) < 0;
+                       });
+  return found != m_Tables->ByName.end() && String::EqualNoCase(View(m_Tables->Sections[*found].Name), name)
+             ? *found
+             : k_None;
 }
 
 std::uint32_t IniFile::FindEntry(std::uint32_t section, std::string_view key) const {
   if (section == k_None) {
     return k_None;
   }
-  const auto first = m_Order.begin() + m_Sections[section].First;
-  const auto last = first + m_Sections[section].Count;
+  const auto first = m_Tables->Order.begin() + m_Tables->Sections[section].First;
+  const auto last = first + m_Tables->Sections[section].Count;
   const auto found = std::lower_bound(first, last, key, [this](std::uint32_t index, std::string_view wanted) {
-    return String::CompareNoCase(View(m_Entries[index].Key), wanted) < 0;
+    return String::CompareNoCase(View(m_Tables->Entries[index].Key), wanted) < 0;
   });
-  return found != last && String::EqualNoCase(View(m_Entries[*found].Key), key) ? *found : k_None;
+  return found != last && String::EqualNoCase(View(m_Tables->Entries[*found].Key), key) ? *found : k_None;
 }
 
 bool IniFile::SetSection(const String& section) {
@@ -373,8 +380,8 @@ bool IniFile::SetSection(const String& section) {
   m_Position = 0;
   m_Walk.clear();
   if (m_KeepOrder && m_Current != k_None) {
-    const auto first = m_Order.begin() + m_Sections[m_Current].First;
-    m_Walk.assign(first, first + m_Sections[m_Current].Count);
+    const auto first = m_Tables->Order.begin() + m_Tables->Sections[m_Current].First;
+    m_Walk.assign(first, first + m_Tables->Sections[m_Current].Count);
     std::sort(m_Walk.begin(), m_Walk.end());
   }
   return m_Current != k_None;
@@ -389,7 +396,7 @@ bool IniFile::FindValue(const String& key, String& value) const {
   if (entry == k_None) {
     return false;
   }
-  value = String(View(m_Entries[entry].Value));
+  value = String(View(m_Tables->Entries[entry].Value));
   return true;
 }
 
@@ -416,7 +423,7 @@ bool IniFile::FindValue(const String& section, const String& key, String& value)
   if (entry == k_None) {
     return false;
   }
-  value = String(View(m_Entries[entry].Value));
+  value = String(View(m_Tables->Entries[entry].Value));
   return true;
 }
 
@@ -440,78 +447,81 @@ int IniFile::GetValue(const String& section, const String& key, int defaultValue
 }
 
 bool IniFile::GetNextValue(String& key, String& value) {
-  if (m_Current == k_None || m_Position >= m_Sections[m_Current].Count) {
+  if (m_Current == k_None || m_Position >= m_Tables->Sections[m_Current].Count) {
     return false;
   }
   const std::uint32_t index =
-      m_KeepOrder ? m_Walk[m_Position] : m_Order[m_Sections[m_Current].First + m_Position];
+      m_KeepOrder ? m_Walk[m_Position] : m_Tables->Order[m_Tables->Sections[m_Current].First + m_Position];
   ++m_Position;
-  key = String(View(m_Entries[index].Key));
-  value = String(View(m_Entries[index].Value));
+  key = String(View(m_Tables->Entries[index].Key));
+  value = String(View(m_Tables->Entries[index].Value));
   return true;
 }
 
 IniFile::Slice IniFile::Append(std::string_view text) {
-  if (m_Text.size() + text.size() >= k_None) {
+  if (m_Tables->Text.size() + text.size() >= k_None) {
     RaiseException("IniFile::SetValue", k_ErrorLimit, "more than 4 GiB of settings in " + Filename().Text());
   }
-  const Slice slice{static_cast<std::uint32_t>(m_Text.size()), static_cast<std::uint32_t>(text.size())};
-  m_Text.append(text);
+  const Slice slice{static_cast<std::uint32_t>(m_Tables->Text.size()),
+                    static_cast<std::uint32_t>(text.size())};
+  m_Tables->Text.append(text);
   return slice;
 }
 
 void IniFile::SetValue(const String& section, const String& key, const String& value) {
+  Detach();
   std::uint32_t sectionIndex = FindSection(section);
   if (sectionIndex == k_None) {
-    sectionIndex = static_cast<std::uint32_t>(m_Sections.size());
+    sectionIndex = static_cast<std::uint32_t>(m_Tables->Sections.size());
     const Slice name = Append(section);
-    const auto place = std::lower_bound(
-        m_ByName.begin(), m_ByName.end(), section, [this](std::uint32_t index, const String& wanted) {
-          return String::CompareNoCase(View(m_Sections[index].Name), wanted) < 0;
-        });
-    m_ByName.insert(place, sectionIndex);
-    m_Sections.push_back({name, {}, static_cast<std::uint32_t>(m_Order.size()), 0});
+    const auto place =
+        std::lower_bound(m_Tables->ByName.begin(), m_Tables->ByName.end(), section,
+                         [this](std::uint32_t index, const String& wanted) {
+                           return String::CompareNoCase(View(m_Tables->Sections[index].Name), wanted) < 0;
+                         });
+    m_Tables->ByName.insert(place, sectionIndex);
+    m_Tables->Sections.push_back({name, {}, static_cast<std::uint32_t>(m_Tables->Order.size()), 0});
   }
   const std::uint32_t existing = FindEntry(sectionIndex, key);
   if (existing != k_None) {
-    Entry& entry = m_Entries[existing];
-    m_Wasted += entry.Value.Length;
+    Entry& entry = m_Tables->Entries[existing];
+    m_Tables->Wasted += entry.Value.Length;
     if (value.size() <= entry.Value.Length) {
-      m_Text.replace(entry.Value.Offset, value.size(), value);
+      m_Tables->Text.replace(entry.Value.Offset, value.size(), value);
       entry.Value.Length = static_cast<std::uint32_t>(value.size());
-      m_Wasted -= value.size();
+      m_Tables->Wasted -= value.size();
     } else {
       entry.Value = Append(value);
     }
     entry.ValuePlace = {};
     // A value that changes for ever must not fill the memory.
-    if (m_Wasted > std::max(k_WasteLimit, m_Text.size() / 2)) {
+    if (m_Tables->Wasted > std::max(k_WasteLimit, m_Tables->Text.size() / 2)) {
       Compact();
     }
   } else {
     const Entry entry{sectionIndex, Append(key), Append(value), {}, {}};
-    const auto first = m_Order.begin() + m_Sections[sectionIndex].First;
+    const auto first = m_Tables->Order.begin() + m_Tables->Sections[sectionIndex].First;
     const auto place =
-        std::lower_bound(first, first + m_Sections[sectionIndex].Count, key,
+        std::lower_bound(first, first + m_Tables->Sections[sectionIndex].Count, key,
                          [this](std::uint32_t index, const String& wanted) {
-                           return String::CompareNoCase(View(m_Entries[index].Key), wanted) < 0;
+                           return String::CompareNoCase(View(m_Tables->Entries[index].Key), wanted) < 0;
                          });
-    m_Order.insert(place, static_cast<std::uint32_t>(m_Entries.size()));
-    m_Entries.push_back(entry);
-    ++m_Sections[sectionIndex].Count;
-    // Sections lie in m_Order in their own order, so only later ones move.
-    for (std::uint32_t other = sectionIndex + 1; other < m_Sections.size(); ++other) {
-      ++m_Sections[other].First;
+    m_Tables->Order.insert(place, static_cast<std::uint32_t>(m_Tables->Entries.size()));
+    m_Tables->Entries.push_back(entry);
+    ++m_Tables->Sections[sectionIndex].Count;
+    // Sections lie in m_Tables->Order in their own order, so only later ones move.
+    for (std::uint32_t other = sectionIndex + 1; other < m_Tables->Sections.size(); ++other) {
+      ++m_Tables->Sections[other].First;
     }
   }
   if (m_Current != k_None) {
-    SetSection(String(View(m_Sections[m_Current].Name)));
+    SetSection(String(View(m_Tables->Sections[m_Current].Name)));
   }
 }
 
 TextPlace IniFile::SectionPlace(const String& section) const {
   const std::uint32_t index = FindSection(section);
-  return index == k_None ? TextPlace{} : m_Sections[index].Place;
+  return index == k_None ? TextPlace{} : m_Tables->Sections[index].Place;
 }
 
 IniFile::EntryView IniFile::MakeView(const Entry& entry) const {
@@ -523,14 +533,14 @@ bool IniFile::FindEntry(const String& section, const String& key, EntryView& ent
   if (index == k_None) {
     return false;
   }
-  entry = MakeView(m_Entries[index]);
+  entry = MakeView(m_Tables->Entries[index]);
   return true;
 }
 
 std::vector<String> IniFile::SectionNames() const {
   std::vector<String> names;
-  names.reserve(m_Sections.size());
-  for (const Section& section : m_Sections) {
+  names.reserve(m_Tables->Sections.size());
+  for (const Section& section : m_Tables->Sections) {
     names.emplace_back(View(section.Name));
   }
   return names;
@@ -540,11 +550,11 @@ std::vector<IniFile::EntryView> IniFile::Entries(const String& section) const {
   std::vector<EntryView> entries;
   const std::uint32_t index = FindSection(section);
   if (index != k_None) {
-    const auto first = m_Order.begin() + m_Sections[index].First;
-    std::vector<std::uint32_t> inFile(first, first + m_Sections[index].Count);
+    const auto first = m_Tables->Order.begin() + m_Tables->Sections[index].First;
+    std::vector<std::uint32_t> inFile(first, first + m_Tables->Sections[index].Count);
     std::sort(inFile.begin(), inFile.end());
     for (const std::uint32_t entry : inFile) {
-      entries.push_back(MakeView(m_Entries[entry]));
+      entries.push_back(MakeView(m_Tables->Entries[entry]));
     }
   }
   return entries;
@@ -553,7 +563,7 @@ std::vector<IniFile::EntryView> IniFile::Entries(const String& section) const {
 // The text of a file that is parsed to the same sections and entries.
 std::string IniFile::WriteText() const {
   std::string text;
-  for (const Section& section : m_Sections) {
+  for (const Section& section : m_Tables->Sections) {
     const std::string_view name = View(section.Name);
     CheckWritable(IsOneTrimmedLine(name) && name.find(']') == std::string_view::npos, "section", name,
                   Filename());

@@ -4,6 +4,7 @@
 #include "host/foundation/String.h"
 
 #include <cstdint>
+#include <memory>
 #include <string_view>
 #include <vector>
 
@@ -41,7 +42,9 @@ struct TextPlace {
 /// are none of these are skipped, and kept as oddities for a checker.
 ///
 /// Selecting a section moves the current section and starts its walk anew; so
-/// one object must not be read from two threads at once.
+/// one object must not be read from two threads at once. A copy is independent
+/// and costs next to nothing: copies share what was parsed until one of them is
+/// changed.
 class IniFile : public File {
 public:
   /// What the parse noticed beyond sections and entries.
@@ -137,7 +140,7 @@ public:
   std::vector<String> SectionNames() const;                    ///< in the order of the file
   std::vector<EntryView> Entries(const String& section) const; ///< in the order of the file
   /// In the order of the file; those of a text that was added come behind.
-  const std::vector<Oddity>& Oddities() const { return m_Oddities; }
+  const std::vector<Oddity>& Oddities() const { return m_Tables->Oddities; }
 
 protected:
   void _ConstructIniFile(bool keepOrder); // NOLINT(bugprone-reserved-identifier)
@@ -165,7 +168,7 @@ private:
   };
   static constexpr std::uint32_t k_None = 0xFFFFFFFF;
 
-  std::string_view View(Slice slice) const { return {m_Text.data() + slice.Offset, slice.Length}; }
+  std::string_view View(Slice slice) const { return {m_Tables->Text.data() + slice.Offset, slice.Length}; }
   Slice Append(std::string_view text);
   std::uint32_t FindSection(std::string_view name) const;
   std::uint32_t FindEntry(std::uint32_t section, std::string_view key) const;
@@ -174,6 +177,7 @@ private:
   EntryView MakeView(const Entry& entry) const;
   std::string WriteText() const;
   void Clear();
+  void Detach();
   void Compact();
   void ParseLines(std::size_t start);
   void ParseEntry(std::string_view line, std::uint32_t number, std::uint32_t section);
@@ -181,13 +185,16 @@ private:
   void OrderEntries();
   void Note(Oddity::Kind what, std::uint32_t line, std::size_t column, std::string_view text);
 
-  std::string m_Text;
-  std::vector<Section> m_Sections;     // in the order of the file
-  std::vector<std::uint32_t> m_ByName; // indexes into m_Sections, by name
-  std::vector<Entry> m_Entries;        // in the order of the file
-  std::vector<std::uint32_t> m_Order;  // indexes into m_Entries, by section and key
-  std::vector<Oddity> m_Oddities;      // in the order of the file
-  std::size_t m_Wasted = 0;            // bytes of values that SetValue replaced
+  struct Tables {
+    std::string Text;
+    std::vector<Section> Sections;     // in the order of the file
+    std::vector<std::uint32_t> ByName; // indexes into Sections, by name
+    std::vector<Entry> Entries;        // in the order of the file
+    std::vector<std::uint32_t> Order;  // indexes into Entries, by section and key
+    std::vector<Oddity> Oddities;      // in the order of the file
+    std::size_t Wasted = 0;            // bytes of values that SetValue replaced
+  };
+  std::shared_ptr<Tables> m_Tables = std::make_shared<Tables>();
   bool m_KeepOrder = false;
   std::uint32_t m_Current = k_None;
   std::vector<std::uint32_t> m_Walk; // the current section's entries, where the file's order counts

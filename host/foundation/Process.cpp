@@ -173,6 +173,17 @@ std::vector<char*> Pointers(const std::vector<String>& texts) {
   return pointers;
 }
 
+// Programs such as Blender read relative names by PWD, as a shell's "cd" leaves
+// it, and not by where they are.
+std::vector<String> EnvironmentOf(const ProcessStart& start) {
+  if (!start.StartDirectory.IsAbsolute()) {
+    return BuildEnvironment(start.Environment);
+  }
+  std::vector<std::pair<String, std::optional<String>>> changes = {{"PWD", start.StartDirectory.Text()}};
+  changes.insert(changes.end(), start.Environment.begin(), start.Environment.end());
+  return BuildEnvironment(changes);
+}
+
 // Starts the program; returns an error number.
 int Spawn(const ProcessStart& start, const std::vector<String>& environment, int output, bool ownSession,
           pid_t& id) {
@@ -260,7 +271,7 @@ Process::Process(const ProcessStart& start) {
 
 void Process::Start(const ProcessStart& start) {
   RequirePassable(start);
-  const std::vector<String> environment = BuildEnvironment(start.Environment);
+  const std::vector<String> environment = EnvironmentOf(start);
   if (m_Detached) {
     m_Id = SpawnDetached(start, environment);
     return;

@@ -15,7 +15,8 @@ struct ProcessStart {
   /// The argument vector. The first is the program: a path, counted from the
   /// start directory, or a name to look up along our own PATH.
   std::vector<String> Arguments;
-  /// The directory to start in; empty for the caller's own.
+  /// The directory to start in; empty for the caller's own. An absolute one is
+  /// also the program's PWD, unless the changes to the environment say another.
   Path StartDirectory;
   /// Changes to the inherited environment, applied in order: set a variable,
   /// or remove it where the value is absent. LC_ALL=C.UTF-8 and the removal of

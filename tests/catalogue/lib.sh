@@ -156,10 +156,12 @@ png_is() { # FILE WIDTH HEIGHT
   [ "$bytes" = "$(printf '%08x%08x' "$2" "$3")" ] || fail "$1 is not $2 x $3 (hexadecimal $bytes)"
 }
 
-logs() { cat "$XDG_STATE_HOME"/trovik/logs/*/*.log; }
-said() { logs | grep -qaF -e "$1" || fail "the program never said \"$1\""; }
-never_said() { ! logs | grep -qaF -e "$1" || fail "the program said \"$1\""; }
-log_line() { logs | grep -qaE -e "$1" || fail "no line of the program matches $1"; }
+# By name and not through a pipe: grep ends at the first hit, and what writes
+# into the pipe would then fail.
+in_logs() { grep -qa "$@" "$XDG_STATE_HOME"/trovik/logs/*/*.log; }
+said() { in_logs -F -e "$1" || fail "the program never said \"$1\""; }
+never_said() { ! in_logs -F -e "$1" || fail "the program said \"$1\""; }
+log_line() { in_logs -E -e "$1" || fail "no line of the program matches $1"; }
 
 read_only() { # FOLDER
   mkdir -p "$1"

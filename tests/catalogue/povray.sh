@@ -62,3 +62,23 @@ case_name_with_blanks() {
   good
   folder_has "my images" "the ball 0001.png"
 }
+
+# The line that names it is broken at 80 columns: the expected file stands for it.
+case_long_name() {
+  local name
+  name=$(printf 'long%.0s' {1..30})
+  ball "s/$name.pov"
+  render povray "s/$name.pov" "${small[@]}" --set OutputFormat=JPEG
+  good
+  images_are "$PWD/s/images/$name.jpg"
+}
+
+case_quiet_and_verbose_runs_stay_good() {
+  ball s/one.pov
+  render povray s/one.pov "${small[@]}" --set 'ExtraArguments=-V -GA'
+  good
+  never_said "Output file"
+  render povray s/one.pov "${small[@]}" --set 'ExtraArguments=+V'
+  good
+  images_are "$PWD/s/images/one.png"
+}

@@ -67,6 +67,19 @@ TEST(ParameterCommand, PadsWholeNumbers) {
   EXPECT_EQ(Refusal("-", "Pad(3)"), "Pad needs a whole number, not \"-\"");
 }
 
+TEST(ParameterCommand, AddsToWholeNumbers) {
+  EXPECT_EQ(Apply("7", "Add(1)"), "8");
+  EXPECT_EQ(Apply("0", "Add(-1)"), "-1");
+  EXPECT_EQ(Apply("-0012", "Add(+2)"), "-10");
+  EXPECT_EQ(Apply("", "Add(1)"), "");
+  EXPECT_EQ(Apply("1000000000000", "Add(1000000000000)"), "2000000000000");
+  EXPECT_EQ(Refusal("1-5", "Add(1)"), "Add needs a whole number, not \"1-5\"");
+  EXPECT_EQ(Refusal("+-5", "Add(1)"), "Add needs a whole number, not \"+-5\"");
+  EXPECT_EQ(Refusal("1000000000001", "Add(1)"), "Add needs a whole number, not \"1000000000001\"");
+  EXPECT_EQ(Refusal("7", "Add()"), "Add needs a whole number to add, not \"\"");
+  EXPECT_EQ(Refusal("7", "Add(1.5)"), "Add needs a whole number to add, not \"1.5\"");
+}
+
 TEST(ParameterCommand, ChangesCaseOfAsciiLetters) {
   EXPECT_EQ(Apply("aBc\xC3\xA4", "Upper"), "ABC\xC3\xA4");
   EXPECT_EQ(Apply("aBc", "Lower"), "abc");

@@ -78,6 +78,20 @@ TEST(ErrorTexts, MoreTextsThanGroupsAreAllFound) {
   EXPECT_FALSE(texts.IsError("some t9 text"));
 }
 
+TEST(ErrorTexts, TheMatchTellsTheFirstTextsAsTheyAreWritten) {
+  const ErrorTexts texts("No such;;ERROR:;error", "harmless;EGL", true);
+  const auto told = [&texts](const char* line) {
+    const ErrorTexts::Match match = texts.Find(line);
+    return match.Error + "|" + match.Ignore;
+  };
+  EXPECT_EQ(told("an error"), "error|");
+  EXPECT_EQ(told("error: no such file"), "No such|");
+  EXPECT_EQ(told("Error: of egl, harmless"), "ERROR:|harmless");
+  EXPECT_EQ(told("egl"), "|") << "an ignore text alone says nothing";
+  EXPECT_EQ(told(""), "|");
+  EXPECT_EQ(ErrorTexts("error", "", false).Find("an error").Error, "");
+}
+
 // The rules read literally and slowly.
 bool IsErrorBySlowReading(const String& errors, const String& ignores, bool anywhere, const String& line) {
   const String lower = line.Lower();
@@ -113,6 +127,8 @@ TEST(ErrorTexts, RandomLinesAreJudgedAsByTheSlowReading) {
       const String line = text(40);
       const bool expected = IsErrorBySlowReading(starts, ignores, anywhere, line);
       errors += expected ? 1 : 0;
+      const ErrorTexts::Match match = texts.Find(line);
+      ASSERT_EQ(!match.Error.empty() && match.Ignore.empty(), expected) << line;
       ASSERT_EQ(texts.IsError(line), expected) << "texts <" << starts << "> ignored <" << ignores
                                                << "> anywhere " << anywhere << " line <" << line << ">";
     }

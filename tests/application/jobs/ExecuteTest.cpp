@@ -57,6 +57,13 @@ TEST_F(Execute, StartDirectoryAndEnvironmentReachTheProgram) {
   EXPECT_EQ(job.Lines, (Lines{m_Directory.Text(), "a b,C.UTF-8,no home"}));
 }
 
+// Asked of the environment itself: a shell corrects a PWD that is not true.
+TEST_F(Execute, ProgramFindsItsStartDirectoryInPwd) {
+  TestJob& job = ShellJob("tr '\\0' '\\n' </proc/$$/environ | grep ^PWD=");
+  EXPECT_EQ(job.Execute(), k_StatusFinished) << job.Note();
+  EXPECT_EQ(job.Lines, (Lines{"PWD=" + m_Directory.Text()}));
+}
+
 TEST_F(Execute, NothingInAValueReachesAShell) {
   TestJob& job = NewJob();
   const Path program = WriteProgram("print", "#!/bin/sh\nfor i; do echo \"[$i]\"; done\n");
