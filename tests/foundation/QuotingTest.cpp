@@ -158,6 +158,13 @@ TEST(Quoting, AnUnclosedQuoteIsRefusedWithItsColumn) {
   EXPECT_EQ(RaisedCode([] { SplitCommandLine("'"); }), k_ErrorSyntax);
 }
 
+TEST(Quoting, AnUnclosedQuoteIsFoundWhereItOpens) {
+  EXPECT_EQ(FindUnclosedQuote("a 'b c"), 2U);
+  EXPECT_EQ(FindUnclosedQuote("'a' it's"), 6U);
+  EXPECT_EQ(FindUnclosedQuote("\"a'\" \\' 'b\"'"), String::npos);
+  EXPECT_EQ(FindUnclosedQuote(""), String::npos);
+}
+
 TEST(Quoting, OrdinaryWordsStayBare) {
   for (const char* word : {"a", "/s/shot_0001.ma", "--size", "10%", "user@host:/a", "a,b+c", "-", "."}) {
     EXPECT_EQ(EnquoteWord(word), word);

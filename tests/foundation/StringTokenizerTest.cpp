@@ -127,6 +127,16 @@ TEST(StringTokenizer, TheEscapeIsPlainBeforeAnythingElse) {
   EXPECT_EQ(Split(R"(a\;b)"), Pieces{R"(a\;b)"});
 }
 
+TEST(StringTokenizer, PiecesKnowTheirPlaces) {
+  const String text = "a, \"b,c\",,d\\,e,";
+  String places;
+  for (const StringTokenizer::Piece& piece : StringTokenizer::SplitPlaced(text, ',')) {
+    places += "[" + piece.Text + "|" + text.substr(piece.Begin, piece.End - piece.Begin) + "]";
+  }
+  EXPECT_EQ(places, "[a|a][ b,c| \"b,c\"][|][d,e|d\\,e]");
+  EXPECT_TRUE(StringTokenizer::SplitPlaced("", ',').empty());
+}
+
 TEST(StringTokenizer, NulBytesArePlain) {
   EXPECT_EQ(Split(String("a\0b,\\\0", 6)), (Pieces{String("a\0b", 3), String("\\\0", 2)}));
 }

@@ -91,9 +91,9 @@ public:
 private:
   void quotes() {
     const bool opaque = std::none_of(references_.begin(), references_.end(), [this](const Reference& at) {
-      return std::any_of(at.Calls.begin(), at.Calls.end(), [](const CommandCall& call) {
-        return call.Argument.find_first_of("\"'\\") != String::npos;
-      });
+      return isEscaped(at) || std::any_of(at.Calls.begin(), at.Calls.end(), [](const CommandCall& call) {
+               return call.Argument.find_first_of("\"'\\") != String::npos;
+             });
     });
     const std::size_t quote = FindUnclosedQuote(masked_);
     if (opaque && quote != String::npos) {
@@ -101,6 +101,11 @@ private:
                        "the quote " + masked_.substr(quote, 1) + " is never closed",
                        "close it, or write a backslash before it where it is meant as it stands");
     }
+  }
+
+  /// Whether a backslash before it keeps the first letter of its value.
+  bool isEscaped(const Reference& reference) const {
+    return reference.Begin > 0 && text_[reference.Begin - 1] == '\\';
   }
 
   Span span(const Reference& reference) const {
@@ -137,7 +142,7 @@ private:
     bool quotedHere = false;
     for (const CommandCall& call : reference.Calls) {
       const String name(call.Command->Name);
-      if (isOneOf(name, {"If", "Start", "End", "Count", "Pad", "Extension"})) {
+      if (isOneOf(name, {"If", "Start", "End", "Count", "Add", "Pad", "Extension"})) {
         return; // a number, or words that the author chose
       }
       if (isOneOf(name, {"Leaf", "Branch", "Base", "TranslateToLocal", "TranslateContents"}) && quotedHere) {
@@ -150,6 +155,12 @@ private:
           isOneOf(name, {"Enquote", "Option", "Each"}) || (quotedHere && !isOneOf(name, {"Dequote"}));
     }
     if (value == Value::Plain) {
+      return;
+    }
+    if (isEscaped(reference)) {
+      check_.out.warning("escaped-reference", placed_.span.part(reference.Begin - 1, 1),
+                         "this backslash keeps the first letter of a value, which may be a quote",
+                         "leave it out; a plain \"$(\" is written \"$$(\"");
       return;
     }
     if (value == Value::Scenes) {

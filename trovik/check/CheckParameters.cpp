@@ -58,7 +58,9 @@ void report(const TypeCheck& check, const DefinitionProblem& problem) {
   if (problem.What == Kind::UnknownKey || problem.What == Kind::UselessKey) {
     hint = "it is passed over; take it out";
   } else if (problem.What == Kind::Missing && problem.Hint.empty()) {
-    hint = "write the section, or take the name out of the list";
+    const bool several = problem.Message.find(',') != String::npos;
+    hint = several ? "write one name an entry: 1=..., 2=..."
+                   : "write the section, or take the name out of the list";
   }
   check.out.add(rule.severity, rule.name, {problem.Place, problem.Length}, fact,
                 problem.Hint.empty() ? hint : std::string(problem.Hint));

@@ -46,6 +46,20 @@ bool isReadable(const TypeSource& source) {
   return names * (names + source.ini().SectionNames().size()) <= TypeChecker::namesLimit;
 }
 
+/// The program of a type's command is its first word.
+void lookForCommand(const TypeCheck& check, const CommandInfo& command) {
+  const std::size_t end = std::min(command.Command.find(' '), command.Command.size());
+  const String word = command.Command.substr(0, end);
+  IniFile::EntryView entry;
+  if (word.empty() || word.find_first_of("$\"'\\") != String::npos || !programAt(Path(word)).empty() ||
+      !check.source.ini().FindEntry(command.Name, "Command", entry)) {
+    return;
+  }
+  check.out.warning("missing-program", valueOf(entry).span.part(0, end),
+                    "this machine has no program " + quotedText(word),
+                    word.find('/') == String::npos ? "looked for it along PATH" : "check the path");
+}
+
 bool isRefusing(const Findings& out) {
   return out.hasRule("no-module") || out.hasRule("missing-id") || out.hasRule("bad-id");
 }
@@ -80,6 +94,10 @@ std::vector<Diagnostic> TypeChecker::check(const TypeSource& source, const Known
   if (source.text().starts_with("\xFF\xFE") || source.text().starts_with("\xFE\xFF")) {
     out.error("utf-16", {{1, 1}, 2}, "this file is written in UTF-16, and is not loaded", "save it as UTF-8");
     return out.take();
+  }
+  if (const String leaf = source.path().Leaf(true); !leaf.empty() && !leaf.ends_with(".tvx")) {
+    out.warning("file-name", {}, "is never loaded from a directory: its name does not end with .tvx",
+                "give it such a name");
   }
   const bool accepted = tryFile(source.text(), {});
   if (isReadable(source)) {
@@ -136,6 +154,9 @@ void TypeChecker::lookForProgram(const TypeCheck& check) const {
   } catch (Exception* exception) {
     takeText(exception);
     return;
+  }
+  for (const CommandInfo& command : check.info->Commands()) {
+    lookForCommand(check, command);
   }
   if (!found.program.empty() || found.searched.empty()) {
     return;

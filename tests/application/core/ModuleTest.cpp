@@ -95,6 +95,38 @@ TEST_F(ModuleLoading, ALibraryWithoutAnyTypeFileIsLoadedAndUnheard) {
   EXPECT_EQ(log.Lines(), Lines{});
 }
 
+TEST_F(ModuleLoading, TriesOneTypeFileAndForgetsItAgain) {
+  Install("code", "a");
+  Install("typefiles", "a");
+  const char* type = "00000000-0000-4000-8000-000000000001";
+  TypeFile("a/x.tvx", type, "Sketch");
+  TypeFile("a/taken.tvx", k_CodeType, "Taken");
+  const LogCapture log;
+  EXPECT_FALSE(Loader.ReadsTypeFiles());
+  EXPECT_EQ(Loader.LoadWithoutTypeFiles({In("a")}), 2);
+  EXPECT_TRUE(Loader.ReadsTypeFiles());
+  EXPECT_EQ(NameOf(type), "unknown");
+  EXPECT_EQ(NameOf(k_CodeType), "Code");
+  for (int i = 0; i < 2; ++i) {
+    String seen;
+    EXPECT_TRUE(Loader.TryTypeFile(In("a/x.tvx"), [&](const UID& found) {
+      std::vector<Path> roots;
+      std::vector<Path> bases;
+      Path exe;
+      EXPECT_TRUE(Loader.LatestExecutableSearch(found, roots, bases, exe));
+      seen += NameOf(type) + " " + bases.front().Text();
+    }));
+    EXPECT_EQ(seen, "Sketch Sketch");
+    EXPECT_EQ(NameOf(type), "unknown");
+  }
+  EXPECT_TRUE(Loader.TryTypeFile(In("a/x.tvx"), {}));
+  EXPECT_FALSE(Loader.TryTypeFile(In("a/taken.tvx"), [](const UID&) { ADD_FAILURE() << "looked at"; }));
+  EXPECT_THROW(Loader.TryTypeFile(In("a/x.tvx"), [](const UID&) { throw std::runtime_error("x"); }),
+               std::runtime_error);
+  EXPECT_EQ(NameOf(type), "unknown");
+  EXPECT_FALSE(ModuleLoader().TryTypeFile(In("a/x.tvx"), {}));
+}
+
 TEST_F(ModuleLoading, PassesDetectionAndSearchToTheOwnerOfTheType) {
   Install("code", "a");
   Install("typefiles", "a");

@@ -1,5 +1,7 @@
 #include "TestSupport.h"
 
+#include "host/application/ParameterCommands.h"
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -149,6 +151,41 @@ TEST(ParameterCommand, RefusesMalformedChains) {
   EXPECT_EQ(Refusal("x", ""), "parameter commands:1: a parameter command is missing after \".\"\n"
                               "    1 | \n"
                               "      | ^");
+}
+
+TEST(ParameterCommand, ReferencesAreReadWithTheirPlaces) {
+  const String text = "a $$(x) $(Scene.Base.Pad(4)).png";
+  bool literal = false;
+  EXPECT_EQ(FindReference(text, 0, literal), 3U);
+  EXPECT_TRUE(literal);
+  const std::size_t start = FindReference(text, 5, literal);
+  EXPECT_EQ(start, 8U);
+  EXPECT_FALSE(literal);
+  Reference reference;
+  ReferenceProblem problem;
+  ASSERT_TRUE(ReadReference(text, start, reference, problem));
+  EXPECT_EQ(reference.Name, "Scene");
+  EXPECT_EQ(text.substr(reference.Begin, reference.End - reference.Begin), "$(Scene.Base.Pad(4))");
+  ASSERT_EQ(reference.Calls.size(), 2U);
+  EXPECT_EQ(text.substr(reference.Calls[1].Begin, reference.Calls[1].End - reference.Calls[1].Begin),
+            "Pad(4)");
+  EXPECT_EQ(FindReference(text, reference.End, literal), String::npos);
+}
+
+TEST(ParameterCommand, MalformedReferenceTellsItsPlace) {
+  const auto refuse = [](const String& text) {
+    Reference reference;
+    ReferenceProblem problem;
+    EXPECT_FALSE(ReadReference(text, 0, reference, problem)) << text;
+    return text.substr(problem.Begin, problem.End - problem.Begin) + ": " + problem.Text();
+  };
+  EXPECT_EQ(refuse("$(a.Laef)"), "Laef: unknown parameter command \"Laef\"; did you mean \"Leaf\"?");
+  EXPECT_EQ(refuse("$(a.Pad)"), "Pad: Pad needs an argument: Pad(n)");
+  EXPECT_EQ(refuse("$(a.Pad(4"),
+            "(4: this argument is never closed; write a backslash before a parenthesis that "
+            "stands alone");
+  EXPECT_EQ(refuse("$(a"), "$(a: this reference is never closed; add \")\", or write \"$$(\" where \"$(\" is "
+                           "meant as it stands");
 }
 
 TEST(ParameterCommand, EveryCommandHasHelpAndIsFoundByItsName) {

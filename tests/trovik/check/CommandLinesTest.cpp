@@ -112,6 +112,17 @@ hint: write Enquote as the last command
 )~");
 }
 
+TEST_F(CommandLinesTest, BackslashBeforeAReferenceIsTold) {
+  EXPECT_EQ(
+      printed(std::string(head) + "Command=-i \\$(Scene.Enquote)\n"
+                                  "ImageStartText=saved:\n"),
+      R"~(sketch.tvx:4:12: warning: this backslash keeps the first letter of a value, which may be a quote
+    4 | Command=-i \$(Scene.Enquote)
+      |            ^
+hint: leave it out; a plain "$(" is written "$$("
+)~");
+}
+
 TEST_F(CommandLinesTest, ScenesThatAreQuotedTwiceIsTold) {
   EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene.Enquote)\n"
                                         "ImageStartText=saved:\n"),

@@ -19,6 +19,18 @@ hint: write the section, or take the name out of the list
 )~");
 }
 
+TEST_F(ParametersTest, SeveralNamesInOneEntryIsTold) {
+  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
+                                        "ImageStartText=saved:\n"
+                                        "[PrimaryParameters]\n"
+                                        "1=Depth, Size\n"),
+            R"~(sketch.tvx:7:3: error: parameter "Depth, Size" is named but has no section [Depth, Size]
+    7 | 1=Depth, Size
+      |   ^^^^^^^^^^^
+hint: write one name an entry: 1=..., 2=...
+)~");
+}
+
 TEST_F(ParametersTest, DefinitionUnderAMistypedNameIsTold) {
   EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene) $(Depth)\n"
                                         "ImageStartText=saved:\n"

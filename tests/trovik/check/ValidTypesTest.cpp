@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <regex>
+#include <set>
 #include <sstream>
 
 namespace trovik {
@@ -52,6 +53,31 @@ TEST_F(ValidTypesTest, EveryKeyOfTheDocumentationIsKnown) {
     }
   }
   EXPECT_EQ(count, 13U);
+}
+
+TEST_F(ValidTypesTest, EveryRuleIsDocumentedAndNoOther) {
+  std::set<std::string> told;
+  std::istringstream page(readFile(SOURCE_DIRECTORY "/docs/check.md"));
+  const std::regex name("`([a-z0-9-]+)`");
+  for (std::string line; std::getline(page, line);) {
+    const std::string cell = line.starts_with("| `") ? line.substr(0, line.find('|', 1)) : std::string();
+    for (std::sregex_iterator at(cell.begin(), cell.end(), name), end; at != end; ++at) {
+      told.insert((*at)[1]);
+    }
+  }
+  for (const char* option : {"--strict", "--no-programs", "--json"}) {
+    told.erase(option);
+  }
+  // Texts of small letters and dashes are rules, and nothing else there is.
+  std::set<std::string> used = {"circle", "unquoted", "refused", "unreadable", "deprecated"};
+  const std::regex rule("\"([a-z][a-z0-9]*(-[a-z0-9]+)+)\"");
+  for (const auto& entry : std::filesystem::directory_iterator(SOURCE_DIRECTORY "/trovik/check")) {
+    const std::string source = readFile(entry.path().string());
+    for (std::sregex_iterator at(source.begin(), source.end(), rule), end; at != end; ++at) {
+      used.insert((*at)[1]);
+    }
+  }
+  EXPECT_EQ(told, used);
 }
 
 TEST_F(ValidTypesTest, FreedomsOfTheFormatGiveNoWord) {

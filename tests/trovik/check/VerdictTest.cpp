@@ -99,7 +99,7 @@ TEST_F(VerdictTest, AFileIsCalledRefusedExactlyWhereTheModuleRefusesIt) {
   const TemporaryDirectory directory;
   int loaded = 0;
   int refused = 0;
-  for (int round = 0; round < 1500; ++round) {
+  for (int round = 0; round < 800; ++round) {
     std::string text = example;
     if (round % 20 == 0) {
       text.resize(below(300));
@@ -130,12 +130,12 @@ TEST_F(VerdictTest, AFileIsCalledRefusedExactlyWhereTheModuleRefusesIt) {
     ASSERT_EQ(called, real) << text << '\n' << allMessages(problems);
     for (const Diagnostic& problem : problems) {
       ASSERT_NE(problem.rule, "refused") << text;
-      ASSERT_FALSE(printed(text).empty());
     }
+    ASSERT_EQ(printed(text).empty(), problems.empty()) << text;
     ++(real ? loaded : refused);
   }
-  EXPECT_GT(loaded, 200);
-  EXPECT_GT(refused, 200);
+  EXPECT_GT(loaded, 100);
+  EXPECT_GT(refused, 100);
 }
 
 TEST_F(VerdictTest, ACommandLineIsAnErrorExactlyWhereNoWorkCanStartByIt) {
@@ -170,7 +170,7 @@ TEST_F(VerdictTest, ACommandLineIsAnErrorExactlyWhereNoWorkCanStartByIt) {
                                                   "y"};
   int good = 0;
   int bad = 0;
-  for (int round = 0; round < 3000; ++round) {
+  for (int round = 0; round < 2000; ++round) {
     std::string command = "-a ";
     for (std::size_t i = below(5) + 1; i > 0; --i) {
       // Else nearly every line would be an error.
@@ -194,10 +194,10 @@ TEST_F(VerdictTest, ACommandLineIsAnErrorExactlyWhereNoWorkCanStartByIt) {
       }
     }));
     const std::vector<Diagnostic> problems = CheckTest::problems(text);
-    // Quotes around a quoted name make an odd line of an even one: doubtful, as
-    // it is told, but not by itself an error.
+    // Quotes around a quoted name, and a backslash before one, make an odd line
+    // of an even one: doubtful, as it is told, but not by itself an error.
     const bool doubtful = std::any_of(problems.begin(), problems.end(), [](const Diagnostic& problem) {
-      return problem.rule == "quoted-twice";
+      return problem.rule == "quoted-twice" || problem.rule == "escaped-reference";
     });
     if (doubtful && hasErrors(problems) == works) {
       continue;
