@@ -157,6 +157,9 @@ private:
       return verbs();
     }
     if (form == "TYPE") {
+      if (start.find('/') != std::string::npos) {
+        return {{}, Wanted::Files, before}; // of verbs that take a type's file as well
+      }
       return matching(sources_.types(found_), before, start);
     }
     if (form == "JOB") {

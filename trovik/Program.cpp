@@ -54,7 +54,7 @@ int callVerb(const Options& options, Console& console) {
       {"engine", {runEngine, Types::Needed}},     {"find", {findProgram, Types::Needed}},
       {"images", {listImages, Types::NotNeeded}}, {"jobs", {listJobs, Types::NotNeeded}},
       {"log", {showLog, Types::NotNeeded}},       {"new", {makeType, Types::Needed}},
-      {"replay", {replayLog, Types::NotNeeded}},    {"retry", {retryJobs, Types::NotNeeded}},
+      {"replay", {replayLog, Types::NotNeeded}},  {"retry", {retryJobs, Types::NotNeeded}},
       {"run", {runJob, Types::Needed}},           {"sheet", {drawSheet, Types::NotNeeded}},
       {"show", {showJob, Types::NotNeeded}},      {"stats", {showStats, Types::NotNeeded}},
       {"submit", {submitJob, Types::Needed}},     {"type", {describeType, Types::Needed}},

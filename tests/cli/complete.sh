@@ -34,6 +34,11 @@ grep -q '^--json	Print JSON$' "$TMP/out" || fail "no options behind the argument
 ! grep -q '^--slots' "$TMP/out" || fail "an option of another verb"
 quiet find sketch -- ''
 
+ask replay ./
+grep -q "^:files" "$TMP/out" || fail "no type files"
+ask check ''
+grep -q "^:files" "$TMP/out" || fail "no files for the check"
+
 # Wrong or unfinished words.
 quiet run nothing --set ''
 quiet run --set ''
