@@ -61,7 +61,8 @@ void checkID(const TypeCheck& check) {
     return;
   }
   if (type.IsNull()) {
-    check.out.error("null-id", id.span, "this ID is that of no type", "write one of its own, " + freshID());
+    check.out.warning("null-id", id.span, "this is the ID that stands for no type",
+                      "write one of its own, " + freshID());
   }
 }
 
@@ -101,8 +102,9 @@ void checkBooleans(const TypeCheck& check) {
                         "write Yes or No");
     } else if (!ParameterInfo(ParameterInfo::k_Boolean).Accepts(String(entry.Value), why)) {
       const std::string near = didYouMean(entry.Value, {"Yes", "No", "True", "False", "On", "Off"});
-      check.out.error("bad-boolean", valueOf(entry).span, Shown(why) + ", and is read as no",
-                      near.empty() ? "write Yes or No" : near);
+      // What looks like another word was meant otherwise.
+      check.out.add(near.empty() ? Severity::Warning : Severity::Error, "bad-boolean", valueOf(entry).span,
+                    Shown(why) + ", and is read as no", near.empty() ? "write Yes or No" : near);
     }
   }
 }
@@ -116,15 +118,16 @@ void checkNumberLength(const TypeCheck& check) {
   int digits = 0;
   const char* end = value.text.data() + value.text.size();
   const auto result = std::from_chars(value.text.data(), end, digits);
-  if (result.ec != std::errc() || result.ptr != end) {
-    check.out.error("bad-number", value.text.empty() ? keyOf(entry).span : value.span,
-                    "SceneNumberLength needs a whole number, not " + quotedText(value.text),
-                    "write how many digits a scene's number has at least, such as 3");
-  } else if (digits < 1) {
+  const char* const hint = "write how many digits a scene's number has at least, such as 3";
+  if (value.text.empty()) {
+    check.out.warning("bad-number", keyOf(entry).span, "SceneNumberLength is empty, which means 0", hint);
+  } else if (result.ec != std::errc() || result.ptr != end) {
     check.out.error("bad-number", value.span,
-                    "SceneNumberLength is " + std::to_string(digits) +
-                        ", but a number has one digit at least",
-                    "write how many digits a scene's number has at least, such as 3");
+                    "SceneNumberLength needs a whole number, not " + quotedText(value.text), hint);
+  } else if (digits < 1) {
+    check.out.warning(
+        "bad-number", value.span,
+        "SceneNumberLength is " + std::to_string(digits) + ", but a number has one digit at least", hint);
   }
 }
 

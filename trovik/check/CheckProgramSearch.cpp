@@ -10,17 +10,13 @@ namespace {
 
 constexpr const char* section = "FindLatestExecutable";
 
-/// The pieces of one list, with what is wrong with the list itself told.
-std::vector<PlacedText> listOf(const TypeCheck& check, const char* key, const char* example) {
+/// The pieces of one list, with its empty ones told.
+std::vector<PlacedText> listOf(const TypeCheck& check, const char* key) {
   IniFile::EntryView entry;
-  if (!check.source.ini().FindEntry(section, key, entry) || entry.Value.empty()) {
-    const bool there = check.source.ini().FindEntry(section, key, entry);
-    check.out.error("empty-search", there ? keyOf(entry).span : check.sectionSpan(section),
-                    "without " + std::string(key) + " nothing is searched",
-                    "write " + std::string(key) + "=" + example);
-    return {};
-  }
   std::vector<PlacedText> pieces;
+  if (!check.source.ini().FindEntry(section, key, entry) || entry.Value.empty()) {
+    return pieces;
+  }
   for (PlacedText& piece : piecesOf(valueOf(entry), ',')) {
     String text(piece.text);
     const std::size_t blanks = std::min(piece.text.find_first_not_of(" \t"), piece.text.size());
@@ -44,20 +40,30 @@ void checkProgramSearch(const TypeCheck& check) {
   const String standard = check.effective(p_Executable);
   if (!searches) {
     if (hasModule && standard.empty() && check.effective("CommandString").empty()) {
-      check.out.error("no-program", check.sectionSpan("Module"),
-                      "the type says nowhere which program it runs",
-                      "write Executable=... in [OverrideDefaults]");
+      check.out.warning("no-program", check.sectionSpan("Module"),
+                        "the type says nowhere which program it runs",
+                        "write Executable=... in [OverrideDefaults]");
     }
     return;
   }
-  for (const PlacedText& root : listOf(check, "LinuxRoots", "/opt, /usr/local")) {
+  // Without both the program is looked up along PATH, and without bases the
+  // roots themselves are what is searched.
+  const std::vector<PlacedText> roots = listOf(check, "LinuxRoots");
+  const std::vector<PlacedText> bases = listOf(check, "LinuxBases");
+  if (roots.empty() && !bases.empty()) {
+    IniFile::EntryView list;
+    const bool there = check.source.ini().FindEntry(section, "LinuxRoots", list);
+    check.out.error("empty-search", there ? keyOf(list).span : check.sectionSpan(section),
+                    "without LinuxRoots nothing is searched", "write LinuxRoots=/opt, /usr/local");
+  }
+  for (const PlacedText& root : roots) {
     if (root.text.front() != '/') {
       check.out.warning("relative-root", root.span,
                         quotedText(root.text) + " counts from wherever trovik was started",
                         "write a path that begins with \"/\"");
     }
   }
-  for (const PlacedText& base : listOf(check, "LinuxBases", "blender")) {
+  for (const PlacedText& base : bases) {
     if (base.text.find('/') != std::string::npos) {
       check.out.error("base-with-path", base.span,
                       "a base is the name of a folder, so one with \"/\" is never found",
@@ -74,8 +80,8 @@ void checkProgramSearch(const TypeCheck& check) {
                     "write LinuxExe=... as the program is called within its folder");
   } else if (names && entry.Value.front() == '/') {
     check.out.warning("relative-root", valueOf(entry).span,
-                      "LinuxExe counts from the folder that was found, and this is a whole path",
-                      "write it from that folder on, such as bin/program");
+                      "this is a whole path, so no folder is searched for it",
+                      "write it from the folder on that is to be found, such as bin/program");
   }
 }
 

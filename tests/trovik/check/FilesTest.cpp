@@ -64,18 +64,16 @@ hint: write LinuxRoots=/opt, /usr/local
 )~");
 }
 
-TEST_F(FilesTest, SearchWithoutBasesIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[FindLatestExecutable]\n"
-                                        "LinuxRoots=/opt\n"
-                                        "LinuxBases=\n"
-                                        "LinuxExe=sketch\n"),
-            R"~(sketch.tvx:8:1: error: without LinuxBases nothing is searched
-    8 | LinuxBases=
-      | ^^^^^^^^^^
-hint: write LinuxBases=blender
-)~");
+TEST_F(FilesTest, SearchOfTheRootsThemselvesOrAlongPathGivesNoWord) {
+  for (const char* lists : {"LinuxRoots=/opt\n", "LinuxRoots=/opt\nLinuxBases=\n", "LinuxRoots=\n", ""}) {
+    EXPECT_EQ(printed(std::string(head) +
+                      "Command=$(ActualScene)\n"
+                      "ImageStartText=saved:\n"
+                      "[FindLatestExecutable]\n" +
+                      lists + "LinuxExe=sketch\n"),
+              "")
+        << lists;
+  }
 }
 
 TEST_F(FilesTest, SearchWithEmptyEntriesIsTold) {
@@ -148,17 +146,16 @@ hint: write the folders above it in LinuxRoots, and those below in LinuxExe
 }
 
 TEST_F(FilesTest, ProgramWithAWholePathIsTold) {
-  EXPECT_EQ(
-      printed(std::string(head) + "Command=$(ActualScene)\n"
-                                  "ImageStartText=saved:\n"
-                                  "[FindLatestExecutable]\n"
-                                  "LinuxRoots=/opt\n"
-                                  "LinuxBases=sketch\n"
-                                  "LinuxExe=/bin/sketch\n"),
-      R"~(sketch.tvx:9:10: warning: LinuxExe counts from the folder that was found, and this is a whole path
+  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
+                                        "ImageStartText=saved:\n"
+                                        "[FindLatestExecutable]\n"
+                                        "LinuxRoots=/opt\n"
+                                        "LinuxBases=sketch\n"
+                                        "LinuxExe=/bin/sketch\n"),
+            R"~(sketch.tvx:9:10: warning: this is a whole path, so no folder is searched for it
     9 | LinuxExe=/bin/sketch
       |          ^^^^^^^^^^^
-hint: write it from that folder on, such as bin/program
+hint: write it from the folder on that is to be found, such as bin/program
 )~");
 }
 

@@ -59,7 +59,7 @@ TEST_F(ModuleSectionTest, NullIDIsTold) {
                     "Name=Sketch\n"
                     "Command=$(ActualScene)\n"
                     "ImageStartText=saved:\n"),
-            R"~(sketch.tvx:2:4: error: this ID is that of no type
+            R"~(sketch.tvx:2:4: warning: this is the ID that stands for no type
     2 | ID=00000000-0000-0000-0000-000000000000
       |    ^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^
 hint: write one of its own, such as ID=FRESH
@@ -133,11 +133,33 @@ hint: write how many digits a scene's number has at least, such as 3
 )~");
 }
 
+TEST_F(ModuleSectionTest, BooleanLikeNoOtherWordIsOnlyDoubtful) {
+  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
+                                        "ImageStartText=saved:\n"
+                                        "DefaultEnabled=perhaps\n"),
+            R"~(sketch.tvx:6:16: warning: "perhaps" is neither yes nor no, and is read as no
+    6 | DefaultEnabled=perhaps
+      |                ^^^^^^^
+hint: write Yes or No
+)~");
+}
+
+TEST_F(ModuleSectionTest, EmptyNumberIsTold) {
+  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
+                                        "ImageStartText=saved:\n"
+                                        "SceneNumberLength=\n"),
+            R"~(sketch.tvx:6:1: warning: SceneNumberLength is empty, which means 0
+    6 | SceneNumberLength=
+      | ^^^^^^^^^^^^^^^^^
+hint: write how many digits a scene's number has at least, such as 3
+)~");
+}
+
 TEST_F(ModuleSectionTest, NumberOfNoDigitsIsTold) {
   EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
                                         "ImageStartText=saved:\n"
                                         "SceneNumberLength=0\n"),
-            R"~(sketch.tvx:6:19: error: SceneNumberLength is 0, but a number has one digit at least
+            R"~(sketch.tvx:6:19: warning: SceneNumberLength is 0, but a number has one digit at least
     6 | SceneNumberLength=0
       |                   ^
 hint: write how many digits a scene's number has at least, such as 3
@@ -244,7 +266,7 @@ hint: did you mean "LinuxRoots"?
 
 TEST_F(ModuleSectionTest, NoProgramAtAllIsTold) {
   EXPECT_EQ(printed(std::string(head) + "ImageStartText=saved:\n"),
-            R"~(sketch.tvx:1:1: error: the type says nowhere which program it runs
+            R"~(sketch.tvx:1:1: warning: the type says nowhere which program it runs
     1 | [Module]
       | ^^^^^^^^
 hint: write Executable=... in [OverrideDefaults]
