@@ -33,12 +33,6 @@ struct Options {
   bool noPrograms = false;         ///< do not look for programs on this machine
   bool lookAtFiles = false;        ///< at those that a log names, too
 
-  // For the verb that checks type files.
-  std::vector<std::string> files;
-  std::optional<std::string> name; ///< of the text on standard input
-  bool strict = false;             ///< warnings count as errors
-  bool noPrograms = false;         ///< do not look for programs on this machine
-
   // For the verbs that make jobs.
   std::optional<std::string> type;
   std::optional<std::string> scene;

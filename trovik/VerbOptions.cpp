@@ -124,14 +124,6 @@ void declareTypeVerbs(CLI::App& program, Options& options) {
       .type()
       .flag("--all", options.all, "Also what is hidden from forms")
       .json("Print JSON, with the flags of each parameter");
-  VerbOptions(program, options, typeVerbs, "check",
-              "Finds everything that is wrong or doubtful in type files.")
-      .argument("FILE", "[FILE...]", options.files,
-                "Type files, directories of them, or - for standard input; all of the module path by default")
-      .value("--name", "FILE", options.name, "The name of what standard input holds, for messages")
-      .flag("--strict", options.strict, "Warnings count as errors")
-      .flag("--no-programs", options.noPrograms, "Do not look for the programs on this machine")
-      .json();
   VerbOptions(program, options, typeVerbs, "detect",
               "Shows what would be filled in for a scene: the sequence that it belongs to and what "
               "the type's rules add.")
