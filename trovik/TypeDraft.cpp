@@ -91,9 +91,7 @@ public:
   }
 
 private:
-  std::string sceneName() const {
-    return framing_ == Framing::Files ? "ActualScene.Base" : "Scene.Base";
-  }
+  std::string sceneName() const { return framing_ == Framing::Files ? "ActualScene.Base" : "Scene.Base"; }
   std::string tail() const { return (framing_ == Framing::Single ? "_$(Frame.Pad(4))." : ".") + extension_; }
   static std::string number(const std::string& word) {
     return word == "FIRST" ? "$(SubRange.Start)" : word == "LAST" ? "$(SubRange.End)" : "$(Frame)";
