@@ -189,7 +189,7 @@ TEST(ParameterCommand, MalformedReferenceTellsItsPlace) {
 }
 
 TEST(ParameterCommand, EveryCommandHasHelpAndIsFoundByItsName) {
-  EXPECT_EQ(ParameterCommands().size(), 21U);
+  EXPECT_EQ(ParameterCommands().size(), 22U);
   for (const ParameterCommand& command : ParameterCommands()) {
     EXPECT_STRNE(command.Help, "") << command.Name;
     const String argument = *command.Arguments == '\0' ? "" : "(1,1)";
