@@ -5,6 +5,7 @@
 #include "trovik/UsageError.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <optional>
 
@@ -23,18 +24,32 @@ private:
   const FileLook& look_;
 };
 
-/// Whether a good looking file is what a failed attempt left.
+/// Coarse file systems keep the times of files to two seconds.
+constexpr std::chrono::seconds stampSlack{2};
+
+/// Whether a file was written before an attempt began, which then did not leave it.
+bool isOlder(const FileRecord& file, const AttemptRecord& attempt) {
+  const std::chrono::sys_time<std::chrono::nanoseconds> modified{std::chrono::nanoseconds(file.modified)};
+  return modified < attempt.started - stampSlack;
+}
+
+/// Whether a good looking file is what a failed attempt left. An attempt that
+/// did not write it, since it failed before, says nothing of it.
 bool isDistrusted(Store& store, const FileRecord& file) {
-  const std::optional<FileRecord> last = store.lastOf(file.path);
-  if (!last || last->attempt == 0 || !last->checked || last->size != file.size ||
-      last->modified != file.modified) {
-    return false;
+  for (std::optional<FileRecord> last = store.lastOf(file.path); last;
+       last = store.lastOf(file.path, last->id)) {
+    if (last->attempt == 0 || !last->checked || last->size != file.size || last->modified != file.modified) {
+      return false;
+    }
+    const std::optional<AttemptRecord> attempt = store.attempt(last->attempt);
+    if (!attempt || attempt->state == AttemptState::Good || attempt->state == AttemptState::Running) {
+      return false;
+    }
+    if (!isOlder(*last, *attempt)) {
+      return !last->problem.empty() || !last->frame || !attempt->good.contains(*last->frame);
+    }
   }
-  const std::optional<AttemptRecord> attempt = store.attempt(last->attempt);
-  if (!attempt || attempt->state == AttemptState::Good || attempt->state == AttemptState::Running) {
-    return false;
-  }
-  return !last->problem.empty() || !last->frame || !attempt->good.contains(*last->frame);
+  return false;
 }
 
 String fileCheckOf(const Job& job) {

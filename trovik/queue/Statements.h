@@ -61,7 +61,7 @@ inline constexpr const char* aliveEngines =
     "SELECT id FROM engines INDEXED BY engines_alive WHERE state = 'alive'";
 inline constexpr const char* lastOfFile =
     "SELECT id, attempt, frame, path, checked, problem, size, modified FROM files INDEXED BY files_path "
-    "WHERE path = ?1 ORDER BY id DESC LIMIT 1";
+    "WHERE path = ?1 AND id < ?2 ORDER BY id DESC LIMIT 1";
 
 inline constexpr std::array all = {
     openJobs,         readyWorks,      insertAttempt,   startWork,    startJob,   noteProcess, isRunning,

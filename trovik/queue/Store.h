@@ -3,6 +3,7 @@
 #include "trovik/queue/Records.h"
 
 #include <functional>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -113,8 +114,10 @@ public:
   std::optional<AttemptRecord> attempt(AttemptId id);
   /// Files of the job, in the order in which they came.
   std::vector<FileRecord> files(JobId id, std::int64_t after = 0);
-  /// The last word on a file, of whatever job; nothing when it is unknown.
-  std::optional<FileRecord> lastOf(const std::string& path);
+  /// The last word on a file, of whatever job, or the last one before a record
+  /// of it; nothing when there is none.
+  std::optional<FileRecord> lastOf(const std::string& path,
+                                   std::int64_t before = std::numeric_limits<std::int64_t>::max());
   /// The slots of an engine; for reckoning how they were used.
   std::size_t slots(EngineId id);
 

@@ -148,8 +148,8 @@ std::vector<FileRecord> Store::files(JobId id, std::int64_t after) {
   return result;
 }
 
-std::optional<FileRecord> Store::lastOf(const std::string& path) {
-  Query row(impl_->database, statements::lastOfFile, path);
+std::optional<FileRecord> Store::lastOf(const std::string& path, std::int64_t before) {
+  Query row(impl_->database, statements::lastOfFile, path, before);
   return row.next() ? std::optional(readFile(row)) : std::nullopt;
 }
 
