@@ -236,7 +236,9 @@ private:
     for (const Fate fate : {Fate::Image, Fate::Dropped, Fate::Success, Fate::Error, Fate::IgnoredError}) {
       const std::size_t count = result.fates.at(static_cast<std::size_t>(fate));
       if (count > 0) {
-        fates += (fates.empty() ? ": " : ", ") + std::to_string(count) + ' ' + nameOf(fate);
+        const bool plain = fate == Fate::Dropped || fate == Fate::Success;
+        fates += (fates.empty() ? ": " : ", ") +
+                 (plain ? std::to_string(count) + ' ' + nameOf(fate) : counted(count, nameOf(fate)));
       }
     }
     return text + fates;

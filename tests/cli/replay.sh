@@ -54,7 +54,7 @@ out_is <<'END'
                        SuccessText "Paint is done"
    ...
 
-log      good.log  14 lines: 2 image, 1 dropped, 1 success, 1 ignored error
+log      good.log  14 lines: 2 images, 1 dropped, 1 success, 1 ignored error
 images   2
   /o/a_0001.png
   /o/a_0002.png
@@ -75,7 +75,7 @@ out_is <<'END'
      4  error          error: again
      5                 Saved: nothing
 
-log      bad.log  5 lines: 1 success, 2 error
+log      bad.log  5 lines: 1 success, 2 errors
 ended    with exit code 0
 verdict  bad for Paint, by an error line (line 3)
 note     Error line: Paint: ERROR: no

@@ -27,7 +27,8 @@ TypeSource TypeSource::read(std::string shown, const Path& path) {
   try {
     int reason = 0;
     text = ReadFileText(path, reason);
-    problem = "cannot be read: " + std::system_category().message(reason);
+    problem = "cannot be read: " +
+              (reason == EINVAL ? "it is no regular file" : std::system_category().message(reason));
   } catch (Exception* exception) {
     takeText(exception);
     problem = "is larger than " + std::to_string(IniFile::k_SizeLimit >> 20U) +
