@@ -120,7 +120,7 @@ hint: write $(Scene.Enquote)
 END
 mkfifo pipe.tvx
 run 2 check pipe.tvx
-out_has "pipe.tvx: error: cannot be read: Invalid argument"
+out_has "pipe.tvx: error: cannot be read: it is no regular file"
 mkdir none
 run 2 check none
 err_is <<'END'
