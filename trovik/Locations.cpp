@@ -70,8 +70,8 @@ Path Locations::imageHelper() const {
   return directory /= "trovik-image";
 }
 
-std::vector<Path> Locations::defaultModulePath() const {
-  std::vector<Path> candidates = {ownModules()};
+std::vector<Path> Locations::installedModules() const {
+  std::vector<Path> candidates;
   Path root = executable_.Branch(true, true);
   root = root.Branch(true, true);
   // Distributions keep libraries in lib/<architecture>.
@@ -86,12 +86,17 @@ std::vector<Path> Locations::defaultModulePath() const {
   candidates.insert(candidates.end(), architectures.begin(), architectures.end());
   candidates.emplace_back(libraries /= "trovik/modules");
   candidates.emplace_back(root /= "modules");
+  std::erase_if(candidates, [](const Path& candidate) { return !isDirectory(candidate); });
+  return candidates;
+}
 
+std::vector<Path> Locations::defaultModulePath() const {
   std::vector<Path> path;
-  for (const Path& candidate : candidates) {
-    if (isDirectory(candidate)) {
-      appendIfNew(path, candidate);
-    }
+  if (isDirectory(ownModules())) {
+    path.push_back(ownModules());
+  }
+  for (const Path& directory : installedModules()) {
+    appendIfNew(path, directory);
   }
   return path;
 }

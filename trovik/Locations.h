@@ -34,9 +34,12 @@ public:
   /// $TROVIK_IMAGE_HELPER says.
   Path imageHelper() const;
 
+  /// Where what comes with the program lies: the installed directories of
+  /// modules, and that of a build tree. Only those that exist.
+  std::vector<Path> installedModules() const;
+
   /// The directories where modules and types are looked for when nobody says
-  /// otherwise: the user's own, the installed ones, those of a build tree.
-  /// Only those that exist.
+  /// otherwise: the user's own, then the installed ones. Only those that exist.
   std::vector<Path> defaultModulePath() const;
 
   /// A module path as users write it: directories between colons; an empty

@@ -70,6 +70,11 @@ public:
         known.add(TypeSource::read(file, absolutePath(file)));
       }
     }
+    for (const Path& directory : session_.locations().installedModules()) {
+      for (const std::string& file : typeFilesOf(directory.Text())) {
+        known.addShipped(TypeSource::read(file, Path(file)));
+      }
+    }
     TypeChecker checker(modules_, !options_.noPrograms);
     for (const TypeSource& source : sources_) {
       tell(source, checker.check(source, known));

@@ -77,3 +77,16 @@ hint: looked for it along PATH
 END
 run 0 check finder.tvx --strict --no-programs
 out_is_empty
+
+# The types that come with the program are silent where their programs are not
+# installed; one of one's own with another ID is not.
+cp "$(dirname "$TROVIK")/../modules/blender.tvx" shipped.tvx
+sed -i 's/^Executable=blender$/Executable=no-such-blender/' shipped.tvx
+mkdir copy
+mv shipped.tvx copy/blender.tvx
+run 0 check copy/blender.tvx
+out_is_empty
+sed -i -e 's/^ID=4/ID=5/' -e 's/^Name=.*/Name=Other/' -e 's/^Shortcut=.*/Shortcut=other/' \
+  -e 's,^LinuxRoots=.*,LinuxRoots=/no-such-root,' copy/blender.tvx
+run 0 check copy/blender.tvx
+out_has 'warning: this machine has no program for the type'

@@ -64,6 +64,18 @@ void KnownTypes::add(const TypeSource& source) {
   }
 }
 
+void KnownTypes::addShipped(const TypeSource& source) {
+  const Type type = typeOf(source);
+  if (type.idLine != 0) {
+    shipped_.insert(type.id);
+  }
+}
+
+bool KnownTypes::isShipped(const TypeSource& source) const {
+  const Type type = typeOf(source);
+  return type.idLine != 0 && shipped_.contains(type.id);
+}
+
 void KnownTypes::check(const TypeSource& source, Findings& out) const {
   const Type own = typeOf(source);
   IniFile::EntryView id;

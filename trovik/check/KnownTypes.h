@@ -4,6 +4,7 @@
 #include "trovik/check/Diagnostic.h"
 #include "trovik/check/TypeSource.h"
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,11 @@ class KnownTypes {
 public:
   /// A file that is known already, by whatever name, is left out.
   void add(const TypeSource& source);
+
+  /// A type that comes with the program.
+  void addShipped(const TypeSource& source);
+  /// Whether a file is of such a type: itself, a copy, or one's own in its place.
+  bool isShipped(const TypeSource& source) const;
 
   /// Tells where the type of a file has the ID or a name of another one. A
   /// file of the same name in another directory is the same type: a user's own
@@ -34,6 +40,7 @@ private:
   static Type typeOf(const TypeSource& source);
 
   std::vector<Type> types_;
+  std::set<UID> shipped_;
 };
 
 } // namespace trovik

@@ -101,7 +101,8 @@ std::vector<Diagnostic> TypeChecker::check(const TypeSource& source, const Known
   }
   const bool accepted = tryFile(source.text(), {});
   if (isReadable(source)) {
-    deep(source, out, accepted);
+    // Of the types that come with the program each site has what it needs.
+    deep(source, out, accepted, programs_ && !others.isShipped(source));
     others.check(source, out);
   } else {
     const TypeCheck check{source, out, standard_};
@@ -118,7 +119,7 @@ std::vector<Diagnostic> TypeChecker::check(const TypeSource& source, const Known
   return out.take();
 }
 
-void TypeChecker::deep(const TypeSource& source, Findings& out, bool accepted) {
+void TypeChecker::deep(const TypeSource& source, Findings& out, bool accepted, bool programs) {
   TypeCheck check{source, out, standard_};
   checkLines(check);
   checkModule(check);
@@ -136,7 +137,7 @@ void TypeChecker::deep(const TypeSource& source, Findings& out, bool accepted) {
     checkFiles(check);
     checkProgramSearch(check);
     checkCommandLines(check); // last: it tries what nothing was found in
-    if (programs_) {
+    if (programs) {
       lookForProgram(check);
     }
   };

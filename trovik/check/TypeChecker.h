@@ -24,14 +24,15 @@ public:
   static constexpr std::size_t namesLimit = std::size_t{4} << 20U;
 
   /// `modules` must have its libraries loaded without type files, and outlive
-  /// this. With `programs` each type's program is looked for on this machine.
+  /// this. With `programs` each type's program is looked for on this machine,
+  /// but for the types that come with the program.
   TypeChecker(ModuleLoader& modules, bool programs);
 
   std::vector<Diagnostic> check(const TypeSource& source, const KnownTypes& others);
 
 private:
   bool tryFile(std::string_view text, const std::function<void(const UID& type)>& look);
-  void deep(const TypeSource& source, Findings& out, bool accepted);
+  void deep(const TypeSource& source, Findings& out, bool accepted, bool programs);
   void lookForProgram(const struct TypeCheck& check) const;
 
   ModuleLoader& modules_;
