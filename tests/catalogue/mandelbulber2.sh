@@ -165,3 +165,10 @@ case_animation_killed_midway() {
   render_killed mandelbulber-animation s/a.fract --set Retries=0 --range 0-4 --set Width=8000 --set Height=8000
   bad signal "*signal 9*"
 }
+
+case_animation_broken_scene() {
+  keyframes s/a.fract
+  echo "no scene" >s/a.fract
+  render mandelbulber-animation s/a.fract "${small[@]}" --range 0-1
+  bad "error line" "Error line: Error: It's not valid Mandelbulber settings file. No header"
+}

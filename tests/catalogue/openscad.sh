@@ -168,3 +168,15 @@ case_picture_without_a_display() {
   render openscad-picture s/part.scad "${small[@]}" --set Executable=env --set 'CommandString=openscad -o $(OutputFolder)/part.png $(Scene)'
   bad "error line" "Error line: Unable to open a connection to the X server*"
 }
+
+case_picture_missing_scene() {
+  part s/part.scad
+  render_without openscad-picture s/part.scad "${small[@]}"
+  bad "error line" "Error line: Can't open input file '*s/part.scad'*"
+}
+
+case_picture_killed_midway() {
+  part s/part.scad 'minkowski() { sphere(9, $fn = 40); sphere(3, $fn = 40); }'
+  render_killed openscad-picture s/part.scad "${small[@]}" --set Render=Yes
+  bad signal "*signal 9*"
+}
