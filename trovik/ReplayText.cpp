@@ -150,7 +150,7 @@ private:
     const auto quoted = [this](const std::string& list, const String& text) {
       return list + " \"" + console_.shown(text) + '"';
     };
-    const std::string by = quoted(listName(account), account.Text);
+    std::string by = quoted(listName(account), account.Text);
     switch (account.What) {
     case Fate::Image:
       return by + (account.Other.empty() ? "" : ", " + quoted("ImageEndText", account.Other));
