@@ -153,7 +153,8 @@ TEST(Grammar, KnowsEveryNameThatVimKnows) {
     const std::vector<std::string> words = vimWords(group);
     EXPECT_GE(words.size(), least) << group;
     for (const std::string& word : words) {
-      EXPECT_EQ(scopesOf(before + word + after).at(before.size()), scope) << word;
+      const std::string line = std::string(before).append(word).append(after);
+      EXPECT_EQ(scopesOf(line).at(before.size()), scope) << word;
     }
   };
   compare("tvxKnownSection", 13, "[", "]", "entity.name.section.tvx");

@@ -57,6 +57,7 @@ TEST_F(WriteFileWholeTest, AReplacedFileLendsItsPermissions) {
 TEST_F(WriteFileWholeTest, OfManyWritersThatKeepOneWins) {
   std::atomic<int> written{0};
   std::vector<std::thread> writers;
+  writers.reserve(8);
   for (int i = 0; i < 8; ++i) {
     writers.emplace_back(
         [&, i] { written += Write(std::string(1000, static_cast<char>('a' + i)), Existing::Keep); });

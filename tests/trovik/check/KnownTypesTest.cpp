@@ -23,7 +23,7 @@ protected:
     for (const Diagnostic& problem : findings.take()) {
       text += source.shown() + ':' + std::to_string(problem.line) + ':' + std::to_string(problem.column) +
               '-' + std::to_string(problem.endColumn) + ' ' + problem.rule + ": " + problem.message + "; " +
-              problem.hint.substr(0, problem.hint.find("=") + 1) + '\n';
+              problem.hint.substr(0, problem.hint.find('=') + 1) + '\n';
     }
     return text;
   }
