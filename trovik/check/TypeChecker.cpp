@@ -112,8 +112,9 @@ std::vector<Diagnostic> TypeChecker::check(const TypeSource& source, const Known
                 "leave out what is no part of a type");
   }
   if (!accepted && !isRefusing(out)) {
-    const TextPlace place = source.ini().SectionPlace("Module");
-    out.error("refused", {place, place.Line == 0 ? 0U : 8U}, "the module does not load this type",
+    IniFile::EntryView id;
+    const bool hasID = source.ini().FindEntry("Module", "ID", id);
+    out.error("refused", hasID ? valueOf(id).span : Span{}, "the module does not load this type",
               "a module's own type may have its ID already; give it another one");
   }
   return out.take();
