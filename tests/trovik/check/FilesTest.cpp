@@ -159,5 +159,13 @@ hint: write it from the folder on that is to be found, such as bin/program
 )~");
 }
 
+TEST_F(FilesTest, FileThatIsTooLargeForAllIsTold) {
+  EXPECT_EQ(
+      printed(std::string(head) + "Command=$(NoSuch)\n;" + std::string(std::size_t{1} << 20U, '-') + '\n'),
+      R"~(sketch.tvx: warning: is very large, so that only its lines and its ID were checked
+hint: leave out what is no part of a type
+)~");
+}
+
 } // namespace
 } // namespace trovik
