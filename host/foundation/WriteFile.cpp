@@ -59,12 +59,29 @@ int Rename(const Path& temporary, const Path& file, Existing existing) {
   if (errno != EINVAL && errno != ENOSYS) {
     return errno;
   }
-  // Some file systems cannot do that, but can link.
+  // Some file systems cannot do that, but can link. Over a network the answer
+  // to that may be lost and the repeated question refused: then the temporary
+  // has two names all the same.
   if (link(temporary.c_str(), file.c_str()) != 0) {
-    return errno;
+    const int reason = errno;
+    struct stat status {};
+    if (stat(temporary.c_str(), &status) != 0 || status.st_nlink != 2) {
+      return reason;
+    }
   }
   unlink(temporary.c_str());
   return 0;
+}
+
+// Has the file's name outlive a loss of power. Where that fails there is
+// nothing that could be done.
+void SyncDirectory(const Path& file) {
+  const Path directory = file.Branch(true, true);
+  const Descriptor descriptor(
+      open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (descriptor.IsOpen()) {
+    static_cast<void>(fsync(descriptor.Number()));
+  }
 }
 
 } // namespace
@@ -95,5 +112,6 @@ bool WriteFileWhole(const char* function, const Path& file, std::string_view byt
     }
     RaiseUnwritable(function, file, reason);
   }
+  SyncDirectory(file);
   return true;
 }

@@ -10,8 +10,10 @@ enum class Existing {
   Keep,    ///< nothing is written
 };
 
-/// Writes a file as a whole: a temporary beside it, synced, then renamed, so
-/// that nobody ever sees half of it and a failure leaves what was there. False
-/// where it is there already and is kept. Raises Exception* on failure, whose
+/// Writes a file as a whole: a temporary beside it ("FILE.new-…"), synced, then
+/// renamed, so that nobody ever sees half of it and a failure leaves what was
+/// there. Of several who write one with Existing::Keep, be it on several
+/// machines of a network file system, one succeeds. False where it is there
+/// already and is kept. Raises Exception* on failure, whose
 /// text begins with `function`.
 bool WriteFileWhole(const char* function, const Path& file, std::string_view bytes, Existing existing);
