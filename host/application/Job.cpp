@@ -29,6 +29,12 @@ bool IsNameFromOutside(const String& name) {
                      [&name](const char* outside) { return String::EqualNoCase(name, outside); });
 }
 
+bool IsPath(const UID& type, const String& name) {
+  const ParameterInfo* info = JobFactory::s_JobFactory->GetTypeParameterInfo(type, name, false);
+  return info != nullptr &&
+         (info->Type() == ParameterInfo::k_File || info->Type() == ParameterInfo::k_Folder);
+}
+
 bool IsOwnOfWork(const String& name) {
   return String::EqualNoCase(name, p_SubRange) || String::EqualNoCase(name, p_Note);
 }
@@ -143,6 +149,14 @@ void Job::UnpackObject(InStream& in, unsigned int version) {
   in.GetBytes(type.data(), type.size());
   ValueMap values = UnpackValues(in);
   m_Type.SetBytes(type);
+  if (!Path::Translations().empty()) {
+    // It may have been packed on a machine that knows the files by other names.
+    for (auto& [name, value] : values) {
+      if (IsPath(m_Type, name)) {
+        value = Path(value).TranslateToLocal();
+      }
+    }
+  }
   Values() = std::move(values);
 }
 

@@ -126,6 +126,43 @@ const std::vector<Description>& Descriptions() {
        "are silent "
        "while they render a frame."},
 
+      {nullptr, Info::k_Heading, Info::k_Visible, "Cluster", "", k_None, k_None, ""},
+      {p_RunOn,
+       Info::k_Choice,
+       k_Tunable,
+       "Run on",
+       "Local",
+       k_None,
+       k_None,
+       "Where the works run: Local on this machine, Slurm on the nodes of a cluster.",
+       {"Local", "Slurm"}},
+      {p_WorksPerTask, Info::k_Integer, k_Tunable | Info::k_Advanced, "Works per task", "0", Limit(0), k_None,
+       "How many works a task of the cluster does one after another. A task should run for half a minute or "
+       "more, since a cluster takes its time to start one. 0: chosen by the number of works."},
+      {p_StageOutput, Info::k_Boolean, k_Tunable | Info::k_Advanced, "Stage output", "Yes", k_None, k_None,
+       "On a cluster each work renders into a folder of its own beside the images, and good files are moved "
+       "from there to the output folder. So a work that the cluster runs twice never spoils a good image. "
+       "No: "
+       "for programs that must see what is in the output folder."},
+      {p_ClusterPartition, Info::k_Text, k_Tunable | Info::k_Advanced, "Cluster partition", "", k_None,
+       k_None, "The partition, or several with commas between. The site's default when empty."},
+      {p_ClusterAccount, Info::k_Text, k_Tunable | Info::k_Advanced, "Cluster account", "", k_None, k_None,
+       "The account that the time is charged to. Your default one when empty."},
+      {p_ClusterQos, Info::k_Text, k_Tunable | Info::k_Advanced, "Cluster QOS", "", k_None, k_None,
+       "The quality of service. The site's default when empty."},
+      {p_ClusterMemory, Info::k_Text, k_Tunable | Info::k_Advanced, "Cluster memory", "", k_None, k_None,
+       "Memory of one work: 500M, 4G, 1T; a number alone is MiB. A work that takes more is ended by the "
+       "cluster. When empty it is the share of a node's memory that belongs to the work's CPUs."},
+      {p_ClusterTimeLimit, Info::k_Duration, k_Tunable | Info::k_Advanced, "Cluster time limit", "", k_None,
+       k_None,
+       "After this time the cluster ends a task: seconds, or a number with s, m, h or d, rounded up to "
+       "minutes. When empty it follows from the run-time limit; without that one it is the partition's."},
+      {p_ClusterThrottle, Info::k_Integer, k_Tunable | Info::k_Advanced, "Cluster throttle", "0", Limit(0),
+       k_None, "How many tasks of the job may run at a time. 0: no limit."},
+      {p_ClusterOptions, Info::k_Text, k_Tunable | Info::k_Advanced, "Cluster options", "", k_None, k_None,
+       "Further options of sbatch, as on its command line: --constraint=avx2 --exclude=node7. Quotes keep "
+       "words together; no shell reads them."},
+
       {nullptr, Info::k_Heading, Info::k_Visible, "Errors", "", k_None, k_None, ""},
       {p_ErrorStarts, Info::k_List, k_Tunable | Info::k_Advanced, "Error strings", "", k_None, k_None,
        "A line of output that starts with one of these texts makes the work fail, whatever the exit code is. "

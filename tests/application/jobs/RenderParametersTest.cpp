@@ -42,6 +42,17 @@ TEST(RenderParameters, StandInTheirOrderUnderHeadings) {
                                                       "StopAfter",
                                                       "RunTimeLimit",
                                                       "SilenceLimit",
+                                                      "Cluster (group)",
+                                                      "RunOn",
+                                                      "WorksPerTask",
+                                                      "StageOutput",
+                                                      "ClusterPartition",
+                                                      "ClusterAccount",
+                                                      "ClusterQos",
+                                                      "ClusterMemory",
+                                                      "ClusterTimeLimit",
+                                                      "ClusterThrottle",
+                                                      "ClusterOptions",
                                                       "Errors (group)",
                                                       "ErrorStarts",
                                                       "ErrorIgnores",
@@ -102,6 +113,12 @@ TEST(RenderParameters, KindsAreThoseThatModulesRelyOn) {
   EXPECT_NE(ListParameterInfo::CastFrom(info.GetParam(p_NoRetryTexts)), nullptr);
   EXPECT_EQ(info.GetParam(p_StopAfter)->Type(), ParameterInfo::k_Integer);
   EXPECT_EQ(info.GetParam(p_RefuseFlatImages)->Type(), ParameterInfo::k_Boolean);
+  EXPECT_EQ(info.GetParam(p_RunOn)->Type(), ParameterInfo::k_Choice);
+  EXPECT_EQ(info.GetParam(p_RunOn)->Choices, (std::vector<String>{"Local", "Slurm"}));
+  EXPECT_EQ(info.GetParam(p_ClusterTimeLimit)->Type(), ParameterInfo::k_Duration);
+  EXPECT_EQ(info.GetParam(p_ClusterThrottle)->Type(), ParameterInfo::k_Integer);
+  EXPECT_EQ(info.GetParam(p_WorksPerTask)->Type(), ParameterInfo::k_Integer);
+  EXPECT_EQ(info.GetParam(p_StageOutput)->Type(), ParameterInfo::k_Boolean);
   EXPECT_EQ(info.GetParam(p_FileCheck)->Type(), ParameterInfo::k_Choice);
   EXPECT_EQ(info.GetParam(p_FileCheck)->Choices, (std::vector<String>{"EveryFrame", "Work", "None"}));
 }
@@ -125,9 +142,27 @@ TEST(RenderParameters, DefaultsAndLimits) {
   check(p_NoRetryTexts, "", std::nullopt, std::nullopt);
   check(p_SuccessExitCodes, "0", std::nullopt, std::nullopt);
   check(p_RunTimeLimit, "", std::nullopt, std::nullopt);
+  check(p_RunOn, "Local", std::nullopt, std::nullopt);
+  check(p_WorksPerTask, "0", 0, std::nullopt);
+  check(p_StageOutput, "Yes", std::nullopt, std::nullopt);
+  check(p_ClusterMemory, "", std::nullopt, std::nullopt);
+  check(p_ClusterTimeLimit, "", std::nullopt, std::nullopt);
+  check(p_ClusterThrottle, "0", 0, std::nullopt);
   check(p_ErrorDetectPosition, "0", std::nullopt, std::nullopt);
   check(p_TranslateSceneContents, "No", std::nullopt, std::nullopt);
   check(p_Name, "", std::nullopt, std::nullopt);
+}
+
+TEST(RenderParameters, WhereAWorkRunsDoesNotChangeItsCommand) {
+  const JobTypeInfo info = Filled(true);
+  for (const char* name :
+       {p_RunOn, p_WorksPerTask, p_StageOutput, p_ClusterPartition, p_ClusterAccount, p_ClusterQos,
+        p_ClusterMemory, p_ClusterTimeLimit, p_ClusterThrottle, p_ClusterOptions}) {
+    const unsigned int flags = info.GetParam(name)->Flags;
+    EXPECT_EQ(flags & ParameterInfo::k_AffectsCommand, 0U) << name;
+    EXPECT_NE(flags & ParameterInfo::k_OfEngine, 0U) << name;
+    EXPECT_EQ((flags & ParameterInfo::k_Advanced) != 0, name != p_RunOn) << name;
+  }
 }
 
 TEST(RenderParameters, PickedNamesAndNotesAreLiteral) {
