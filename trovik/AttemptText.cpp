@@ -102,6 +102,8 @@ std::string ruleText(VerdictRule rule) {
     return "the check of its files";
   case VerdictRule::Engine:
     return "its engine died";
+  case VerdictRule::Cluster:
+    return "the cluster ended it";
   }
   return "none yet";
 }

@@ -24,7 +24,8 @@ struct RunInfo {
   std::size_t failedBefore = 0; ///< of the frames: failed already, and not tried again
   std::size_t slots = 1;        ///< 0: no engine is at work yet
   bool hasFrames = true;
-  Path logs; ///< the directory of the logs; empty for none
+  bool onCluster = false; ///< a cluster works it off
+  Path logs;              ///< the directory of the logs; empty for none
 };
 
 /// One attempt at one work.

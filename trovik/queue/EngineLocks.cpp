@@ -43,25 +43,38 @@ Path EngineLocks::fileOf(EngineId engine) const {
   return file;
 }
 
-bool EngineLocks::take(EngineId engine) {
-  if (holds(engine)) {
-    return false;
-  }
+Descriptor EngineLocks::lockOf(const Path& file) const {
   std::error_code error;
   std::filesystem::create_directories(directory_.c_str(), error);
   if (error) {
     fail(directory_, error);
   }
-  const Path file = fileOf(engine);
   Descriptor descriptor(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
   if (!descriptor.IsOpen()) {
     fail(file, {errno, std::generic_category()});
   }
-  if (!lock(file, descriptor, LOCK_EX)) {
+  return lock(file, descriptor, LOCK_EX) ? std::move(descriptor) : Descriptor();
+}
+
+bool EngineLocks::take(EngineId engine) {
+  if (holds(engine)) {
+    return false;
+  }
+  Descriptor descriptor = lockOf(fileOf(engine));
+  if (!descriptor.IsOpen()) {
     return false;
   }
   held_.emplace(engine, std::move(descriptor));
   return true;
+}
+
+bool EngineLocks::takeCluster() {
+  if (!cluster_.IsOpen()) {
+    Path file = directory_;
+    file /= "cluster.lock";
+    cluster_ = lockOf(file);
+  }
+  return cluster_.IsOpen();
 }
 
 void EngineLocks::release(EngineId engine) {

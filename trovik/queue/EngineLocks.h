@@ -33,11 +33,19 @@ public:
   /// who ask at the same time.
   bool isHeldElsewhere(EngineId engine) const;
 
+  /// The lock of the cluster, "cluster.lock": the same for the right to submit
+  /// to it. True also where this object holds it already.
+  bool takeCluster();
+  void releaseCluster() { cluster_ = Descriptor(); }
+
 private:
   Path fileOf(EngineId engine) const;
+  /// Open and locked; closed where somebody holds the lock.
+  Descriptor lockOf(const Path& file) const;
 
   Path directory_;
   std::map<EngineId, Descriptor> held_;
+  Descriptor cluster_;
 };
 
 } // namespace trovik

@@ -11,5 +11,7 @@ bool fromName(std::string_view name, JobState& state);
 bool fromName(std::string_view name, WorkState& state);
 bool fromName(std::string_view name, AttemptState& state);
 bool fromName(std::string_view name, VerdictRule& rule);
+bool fromName(std::string_view name, RunOn& runOn);
+bool fromName(std::string_view name, ArrayRecord::State& state);
 
 } // namespace trovik

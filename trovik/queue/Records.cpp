@@ -12,8 +12,10 @@ namespace {
 constexpr std::array jobStates = {"waiting", "running", "good", "failed", "canceled", "stopped"};
 constexpr std::array workStates = {"ready", "running", "good", "failed", "canceled"};
 constexpr std::array attemptStates = {"running", "good", "failed", "canceled", "lost"};
-constexpr std::array rules = {"none",       "canceled", "run time limit", "silence limit", "start",
-                              "error line", "signal",   "result",         "files",         "engine"};
+constexpr std::array rules = {"none",   "canceled", "run time limit", "silence limit", "start",  "error line",
+                              "signal", "result",   "files",          "engine",        "cluster"};
+constexpr std::array arrayStates = {"prepared", "submitted", "over"};
+constexpr std::array runOns = {"local", "cluster"};
 
 template <typename Names, typename Value> bool find(const Names& names, std::string_view name, Value& value) {
   for (std::size_t place = 0; place < names.size(); ++place) {
@@ -43,6 +45,9 @@ const char* nameOf(AttemptState state) {
 const char* nameOf(VerdictRule rule) {
   return nameIn(rules, rule);
 }
+const char* nameOf(RunOn runOn) {
+  return nameIn(runOns, runOn);
+}
 
 bool fromName(std::string_view name, JobState& state) {
   return find(jobStates, name, state);
@@ -55,6 +60,12 @@ bool fromName(std::string_view name, AttemptState& state) {
 }
 bool fromName(std::string_view name, VerdictRule& rule) {
   return find(rules, name, rule);
+}
+bool fromName(std::string_view name, RunOn& runOn) {
+  return find(runOns, name, runOn);
+}
+bool fromName(std::string_view name, ArrayRecord::State& state) {
+  return find(arrayStates, name, state);
 }
 
 } // namespace trovik

@@ -17,6 +17,7 @@ using JobId = std::int64_t;     ///< from 1 on; never used again
 using WorkId = std::int64_t;    ///< the same
 using AttemptId = std::int64_t; ///< the same
 using EngineId = std::int64_t;  ///< the same
+using ArrayId = std::int64_t;   ///< the same
 
 /// Wall clock time, in microseconds since 1970.
 using Moment = std::chrono::sys_time<std::chrono::microseconds>;
@@ -30,6 +31,12 @@ enum class JobState {
   Failed,   ///< no work is left, and some failed
   Canceled, ///< the user canceled it
   Stopped,  ///< put aside: by the user, or since it failed alike again and again; the note tells
+};
+
+/// What works a job off.
+enum class RunOn {
+  Local,   ///< engines on this machine
+  Cluster, ///< array jobs of a cluster
 };
 
 enum class WorkState { Ready, Running, Good, Failed, Canceled };
@@ -54,7 +61,8 @@ enum class VerdictRule {
   Signal,
   Result, ///< success texts, else the exit code
   Files,
-  Engine, ///< its engine died
+  Engine,  ///< its engine died
+  Cluster, ///< the cluster ended it: its memory or time limit, somebody's scancel
 };
 
 /// How each is written in the database and in JSON: "running", "error line".
@@ -62,6 +70,7 @@ const char* nameOf(JobState state);
 const char* nameOf(WorkState state);
 const char* nameOf(AttemptState state);
 const char* nameOf(VerdictRule rule);
+const char* nameOf(RunOn runOn);
 
 inline bool isOpen(JobState state) {
   return state == JobState::Waiting || state == JobState::Running;
@@ -100,6 +109,9 @@ struct NewJob {
   std::string output;                  ///< the output folder; empty for none
   std::string logs;                    ///< the directory of the logs; empty for the store's own choice
   std::vector<std::string> endCommand; ///< argument vector to start when the job has ended; empty for none
+  RunOn runOn = RunOn::Local;
+  std::string folder; ///< of a cluster's job: the folder that the nodes see as well (JobFolder), without its
+                      ///< last part
 };
 
 /// A job as it stands.
@@ -120,6 +132,8 @@ struct JobRecord {
   std::string output;
   std::string logs;
   std::vector<std::string> endCommand;
+  RunOn runOn = RunOn::Local;
+  std::string folder; ///< of a cluster's job: its JobFolder
   Moment created{};
   std::optional<Moment> started; ///< the first attempt
   std::optional<Moment> ended;   ///< of a job that is not open
@@ -193,6 +207,59 @@ struct Outcome {
   std::string alike;     ///< the reason without what differs from frame to frame
   std::chrono::microseconds duration{};
   std::vector<FileRecord> files; ///< replace those that were noted while it ran
+};
+
+/// An array job of a cluster.
+struct ArrayRecord {
+  enum class State {
+    Prepared,  ///< its folder may be there; whether the cluster has it is not known
+    Submitted, ///< the cluster has it
+    Over,      ///< nothing of it is awaited any more
+  };
+  ArrayId id = 0;
+  JobId job = 0;
+  int number = 1; ///< 1 for the job's first; the name of its folder
+  State state = State::Prepared;
+  std::string name;         ///< by which the cluster knows it, unique
+  std::int64_t cluster = 0; ///< the cluster's number of it; 0 before the submission
+  std::size_t perTask = 1;
+  bool canceling = false; ///< its tasks are to be ended
+  Moment submitted{};
+};
+
+/// A work that was given to a task of an array job. While it is open no other
+/// task gets that work: there may be a process that renders it.
+struct PlacedWork {
+  ArrayId array = 0;
+  std::size_t place = 0; ///< in the array's plan
+  WorkId work = 0;
+  FrameRun run;
+  int number = 1;                         ///< of the attempt
+  AttemptId attempt = 0;                  ///< 0 before its start was seen
+  bool open = true;                       ///< its end is awaited
+  WorkState workState = WorkState::Ready; ///< of the work, as it is now
+  // What the cluster said last of its task.
+  std::string state;
+  std::string reason;
+  std::string node;
+  int restarts = 0;
+};
+
+/// What is known of the running attempt of a placed work, from its beats.
+struct PlacedBeat {
+  AttemptId attempt = 0;
+  std::string log; ///< empty while it printed nothing
+  std::int64_t logBytes = 0;
+  std::string stage; ///< "waiting", "starting", "running", "checking"
+  double silent = 0; ///< seconds, when it was told
+  Moment seen{};     ///< by this machine's clock: when the beat last changed
+};
+
+/// How well the cluster answers.
+struct ClusterContact {
+  Moment asked{};      ///< the last question began
+  Moment answered{};   ///< the last answer
+  std::string problem; ///< of the last question; empty when it was answered
 };
 
 /// An attempt whose engine died.

@@ -18,7 +18,9 @@
 //   remember the highest number; here that is only put down when rows go;
 // - files belong to attempts, and have no index by job;
 // - a job's long stream has a table of its own, its row changes only with its
-//   state, and numbers of works by state are counted and not kept.
+//   state, and numbers of works by state are counted and not kept;
+// - jobs of a cluster are not in the index of open ones, so that local engines
+//   never meet them, however many there are.
 
 namespace trovik {
 namespace {
@@ -135,7 +137,69 @@ CREATE INDEX files_path ON files (path);
 INSERT INTO queue (id) VALUES (lower(hex(randomblob(16))));
 )sql";
 
-constexpr std::array steps = {version1};
+// A place stays open until nobody can render its work any more. Its row has the
+// frames that were given to the task, since those of the work may be cut later.
+constexpr const char* version2 = R"sql(
+ALTER TABLE jobs ADD COLUMN run_on TEXT NOT NULL DEFAULT 'local';
+ALTER TABLE jobs ADD COLUMN folder TEXT NOT NULL DEFAULT '';
+DROP INDEX jobs_open;
+CREATE INDEX jobs_open ON jobs (priority DESC, id)
+  WHERE run_on = 'local' AND state IN ('waiting', 'running');
+CREATE INDEX jobs_cluster ON jobs (priority DESC, id)
+  WHERE run_on = 'cluster' AND state IN ('waiting', 'running');
+
+CREATE UNIQUE INDEX engines_cluster ON engines (state) WHERE state = 'cluster';
+
+CREATE TABLE arrays (
+  id INTEGER PRIMARY KEY AUTOINCREMENT,
+  job INTEGER NOT NULL REFERENCES jobs (id) ON DELETE CASCADE,
+  number INTEGER NOT NULL,
+  state TEXT NOT NULL,
+  canceling INTEGER NOT NULL DEFAULT 0,
+  per_task INTEGER NOT NULL,
+  name TEXT NOT NULL,
+  cluster INTEGER NOT NULL DEFAULT 0,
+  submitted INTEGER NOT NULL DEFAULT 0
+) STRICT;
+CREATE UNIQUE INDEX arrays_job ON arrays (job, number);
+CREATE INDEX arrays_open ON arrays (id) WHERE state IN ('prepared', 'submitted');
+
+CREATE TABLE placed (
+  array INTEGER NOT NULL REFERENCES arrays (id) ON DELETE CASCADE,
+  place INTEGER NOT NULL,
+  work INTEGER NOT NULL,
+  first INTEGER NOT NULL,
+  last INTEGER NOT NULL,
+  number INTEGER NOT NULL,
+  open INTEGER NOT NULL DEFAULT 1,
+  attempt INTEGER NOT NULL DEFAULT 0,
+  restarts INTEGER NOT NULL DEFAULT 0,
+  state TEXT NOT NULL DEFAULT '',
+  reason TEXT NOT NULL DEFAULT '',
+  node TEXT NOT NULL DEFAULT '',
+  PRIMARY KEY (array, place)
+) STRICT, WITHOUT ROWID;
+CREATE INDEX placed_open ON placed (array, place) WHERE open = 1;
+CREATE UNIQUE INDEX placed_work ON placed (work) WHERE open = 1;
+
+CREATE TABLE beats (
+  attempt INTEGER PRIMARY KEY REFERENCES attempts (id) ON DELETE CASCADE,
+  seen INTEGER NOT NULL,
+  silent INTEGER NOT NULL,
+  log_bytes INTEGER NOT NULL,
+  stage TEXT NOT NULL,
+  log TEXT NOT NULL
+) STRICT;
+
+CREATE TABLE contact (
+  asked INTEGER NOT NULL DEFAULT 0,
+  answered INTEGER NOT NULL DEFAULT 0,
+  problem TEXT NOT NULL DEFAULT ''
+) STRICT;
+INSERT INTO contact DEFAULT VALUES;
+)sql";
+
+constexpr std::array steps = {version1, version2};
 
 int numberOf(Database& database, const char* sql) {
   Query query(database, sql);

@@ -9,8 +9,8 @@ namespace trovik::statements {
 // The index is named so that a claim among a million ready works can never
 // become a search among all of them.
 inline constexpr const char* openJobs =
-    "SELECT id, state FROM jobs INDEXED BY jobs_open WHERE state IN ('waiting', 'running') "
-    "ORDER BY priority DESC, id";
+    "SELECT id, state FROM jobs INDEXED BY jobs_open "
+    "WHERE run_on = 'local' AND state IN ('waiting', 'running') ORDER BY priority DESC, id";
 inline constexpr const char* readyWorks =
     "SELECT id, first, last, attempts, tries FROM works INDEXED BY works_open "
     "WHERE job = ?1 AND state = 'ready' ORDER BY tries, place, first LIMIT ?2";
@@ -56,6 +56,12 @@ inline constexpr const char* runningOfEngine =
     "CROSS JOIN works w INDEXED BY works_open ON w.job = j.id AND w.state = 'running' "
     "CROSS JOIN attempts a ON a.id = w.attempt "
     "WHERE j.state IN ('waiting', 'running', 'stopped') AND a.engine = ?1";
+inline constexpr const char* runningOfJob =
+    "SELECT attempt FROM works INDEXED BY works_open WHERE job = ?1 AND state = 'running'";
+/// What came after a file that is known: mostly few, and mostly of this job.
+inline constexpr const char* newFilesOfJob =
+    "SELECT f.id, f.attempt, f.frame, f.path, f.checked, f.problem, f.size, f.modified "
+    "FROM files f CROSS JOIN attempts a ON a.id = f.attempt WHERE f.id > ?2 AND a.job = ?1 ORDER BY f.id";
 inline constexpr const char* dueJobs = "SELECT id FROM jobs INDEXED BY jobs_due WHERE end_due = 1";
 inline constexpr const char* aliveEngines =
     "SELECT id FROM engines INDEXED BY engines_alive WHERE state = 'alive'";
@@ -63,10 +69,73 @@ inline constexpr const char* lastOfFile =
     "SELECT id, attempt, frame, path, checked, problem, size, modified FROM files INDEXED BY files_path "
     "WHERE path = ?1 AND id < ?2 ORDER BY id DESC LIMIT 1";
 
+inline constexpr const char* clusterJobs =
+    "SELECT id FROM jobs INDEXED BY jobs_cluster "
+    "WHERE run_on = 'cluster' AND state IN ('waiting', 'running') ORDER BY priority DESC, id";
+inline constexpr const char* jobsOfArrays =
+    "SELECT job FROM arrays INDEXED BY arrays_open WHERE state IN ('prepared', 'submitted')";
+inline constexpr const char* openArrays =
+    "SELECT id, job, number, state, name, cluster, per_task, canceling, submitted "
+    "FROM arrays INDEXED BY arrays_open WHERE state IN ('prepared', 'submitted') ORDER BY id";
+inline constexpr const char* openArraysOfJob =
+    "SELECT id, job, number, state, name, cluster, per_task, canceling, submitted "
+    "FROM arrays INDEXED BY arrays_job WHERE job = ?1 AND state IN ('prepared', 'submitted') ORDER BY number";
+inline constexpr const char* worksToPlace =
+    "SELECT id, first, last, attempts, attempt FROM works INDEXED BY works_open "
+    "WHERE job = ?1 AND state = 'ready' ORDER BY tries, place, first";
+inline constexpr const char* openRuns =
+    "SELECT p.first, p.last FROM arrays a INDEXED BY arrays_job "
+    "CROSS JOIN placed p INDEXED BY placed_open ON p.array = a.id "
+    "WHERE a.job = ?1 AND a.state IN ('prepared', 'submitted') AND p.open = 1";
+inline constexpr const char* insertPlaced =
+    "INSERT INTO placed (array, place, work, first, last, number) VALUES (?1, ?2, ?3, ?4, ?5, ?6)";
+// A work that was cut meanwhile is wanted no more as it was placed.
+inline constexpr const char* openPlaces =
+    "SELECT p.place, p.work, p.first, p.last, p.number, p.attempt, "
+    "iif(w.first = p.first AND w.last = p.last, w.state, 'canceled'), p.state, p.reason, p.node, p.restarts "
+    "FROM placed p INDEXED BY placed_open CROSS JOIN works w ON w.id = p.work "
+    "WHERE p.array = ?1 AND p.open = 1 ORDER BY p.place";
+inline constexpr const char* anyOpenPlace =
+    "SELECT 1 FROM placed INDEXED BY placed_open WHERE array = ?1 AND open = 1 LIMIT 1";
+inline constexpr const char* openPlace =
+    "SELECT p.work, p.first, p.last, p.number, p.attempt, w.state, w.first, w.last, j.id, "
+    "j.state = 'waiting' OR j.started IS NULL "
+    "FROM placed p CROSS JOIN works w ON w.id = p.work CROSS JOIN jobs j ON j.id = w.job "
+    "WHERE p.array = ?1 AND p.place = ?2 AND p.open = 1";
+inline constexpr const char* partsOfPlace =
+    "SELECT id, first, last, place, attempts, tries, losses, state FROM works INDEXED BY works_job "
+    "WHERE job = ?1 AND first BETWEEN ?2 AND ?3 AND last <= ?3 AND state IN ('ready', 'canceled') "
+    "ORDER BY first";
+inline constexpr const char* startPlaced =
+    "UPDATE works SET state = ?2, attempts = ?3, attempt = ?4 WHERE id = ?1";
+inline constexpr const char* startClusterJob =
+    "UPDATE jobs SET state = iif(state = 'waiting', 'running', state), started = coalesce(started, ?2) "
+    "WHERE id = ?1";
+inline constexpr const char* notePlaced = "UPDATE placed SET attempt = ?3 WHERE array = ?1 AND place = ?2";
+inline constexpr const char* closePlaced =
+    "UPDATE placed SET open = 0, attempt = ?3 WHERE array = ?1 AND place = ?2";
+inline constexpr const char* taskOfPlace =
+    "SELECT state, reason, node, restarts FROM placed WHERE array = ?1 AND place = ?2";
+inline constexpr const char* noteTask = "UPDATE placed SET state = ?3, reason = ?4, node = ?5, restarts = ?6 "
+                                        "WHERE array = ?1 AND place = ?2";
+inline constexpr const char* noteBeat =
+    "INSERT OR REPLACE INTO beats (attempt, seen, silent, log_bytes, stage, log) "
+    "VALUES (?1, ?2, ?3, ?4, ?5, ?6)";
+inline constexpr const char* noteLog = "UPDATE attempts SET log = ?2 WHERE id = ?1 AND log <> ?2";
+inline constexpr const char* dropBeat = "DELETE FROM beats WHERE attempt = ?1";
+inline constexpr const char* beatsOfJob =
+    "SELECT b.attempt, b.seen, b.silent, b.log_bytes, b.stage, b.log FROM works w INDEXED BY works_open "
+    "CROSS JOIN beats b ON b.attempt = w.attempt WHERE w.job = ?1 AND w.state = 'running'";
+
+// Those that look for nothing are left out.
 inline constexpr std::array all = {
-    openJobs,         readyWorks,      insertAttempt,   startWork,    startJob,   noteProcess, isRunning,
-    insertFile,       dropUnchecked,   attemptToSettle, endAttempt,   endWork,    anyReady,    anyRunning,
-    canceledAttempts, runningOfEngine, dueJobs,         aliveEngines, lastOfFile,
+    openJobs,        readyWorks,   insertAttempt,    startWork,       startJob,     noteProcess,
+    isRunning,       insertFile,   dropUnchecked,    attemptToSettle, endAttempt,   endWork,
+    anyReady,        anyRunning,   canceledAttempts, runningOfEngine, runningOfJob, newFilesOfJob,
+    dueJobs,         aliveEngines, lastOfFile,       clusterJobs,     jobsOfArrays, openArrays,
+    openArraysOfJob, worksToPlace, openRuns,         openPlaces,      anyOpenPlace, openPlace,
+    partsOfPlace,    startPlaced,  startClusterJob,  notePlaced,      closePlaced,  taskOfPlace,
+    noteTask,        noteLog,      dropBeat,         beatsOfJob,
 };
 
 } // namespace trovik::statements

@@ -26,7 +26,7 @@ Path prepared(const Path& wanted, const Store::Settings& settings) {
                          error.message(),
                      "choose another with --state"};
   }
-  const Path result(directory.string());
+  Path result(directory.string());
   const std::string network =
       settings.networkFileSystem ? settings.networkFileSystem(result) : networkFileSystem(result);
   if (!network.empty()) {
@@ -48,7 +48,7 @@ std::string idOf(Database& database) {
   if (!query.next()) {
     throw database.damaged("it has no ID");
   }
-  const std::string id = query.text();
+  std::string id = query.text();
   // It goes into the environment of programs.
   if (id.empty() || id.size() > 64 || !std::all_of(id.begin(), id.end(), [](char c) {
         return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f');

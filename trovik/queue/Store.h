@@ -89,8 +89,8 @@ public:
   RunSummary summary(JobId id);
 
   /// Ready and running works become canceled, and the job with them as soon
-  /// as no attempt runs: their engines see `canceled` and end them. False
-  /// when the job is not open.
+  /// as no attempt runs: their engines see `canceled` and end them; arrays of a
+  /// cluster are to be ended. False when the job is not open.
   bool cancel(JobId id);
   /// Puts an open job aside, or (the other one) makes it open again. Works
   /// that run go on.
@@ -112,6 +112,8 @@ public:
   std::vector<WorkRecord> works(JobId id);                            ///< in the order of their frames
   std::vector<AttemptRecord> attempts(JobId id, AttemptId after = 0); ///< in the order of their start
   std::optional<AttemptRecord> attempt(AttemptId id);
+  /// The attempts of the job that run, ascending.
+  std::vector<AttemptId> runningAttempts(JobId id);
   /// Files of the job, in the order in which they came.
   std::vector<FileRecord> files(JobId id, std::int64_t after = 0);
   /// The last word on a file, of whatever job, or the last one before a record
@@ -165,6 +167,66 @@ public:
 
   /// Whether an engine lives that may work off the queue, other than `own`.
   bool hasOtherEngine(EngineId own);
+
+  // Jobs of a cluster (RunOn::Cluster). No local engine takes their works.
+  // Their attempts belong to an engine that stands for the cluster and never
+  // dies: what becomes of them is told by the files of the job's folder, and
+  // whoever holds the cluster's lock writes it down here.
+
+  /// Takes the right to submit and to collect, which one process at a time
+  /// has; the system frees it with the process. False when another has it.
+  bool takeClusterLock();
+  void releaseClusterLock();
+
+  /// The jobs of the cluster that are open, or have arrays that are not over.
+  std::vector<JobRecord> clusterJobs();
+  /// The ID of this queue, part of the names of its arrays.
+  const std::string& queueId() const;
+  /// Ready works of an open job that share no frame with an open place, in the
+  /// order in which they are to start; `attempts` tells how many were made.
+  std::vector<WorkRecord> unplaced(JobId job);
+  /// Puts down an array, prepared, that holds these works (`work`, `run`,
+  /// `number` of each; the places are their positions). Its number is the
+  /// job's next one, its name made from queue, job and number. What happens to
+  /// the works between `unplaced` and this call is like what happens after it,
+  /// but for the removal of the job, which is an error.
+  ArrayRecord addArray(JobId job, std::size_t perTask, const std::vector<PlacedWork>& works);
+  void noteSubmitted(ArrayId array, std::int64_t cluster);
+  /// The array's tasks are to be ended.
+  void cancelArray(ArrayId array);
+  /// The array never reached the cluster, and never will: its places close,
+  /// and its works are unplaced again. A place whose start was seen all the
+  /// same stays open.
+  void dropArray(ArrayId array);
+  /// Arrays that are not over, the oldest first; of one job, or of all.
+  std::vector<ArrayRecord> openArrays(std::optional<JobId> job = std::nullopt);
+  /// The open places of an array, in their order. A work that was canceled and
+  /// then made ready again only in parts counts as canceled.
+  std::vector<PlacedWork> openPlaces(ArrayId array);
+  /// What the cluster says of the task of a place. Writes only what changed;
+  /// who has the last `openPlaces` at hand spares even the look.
+  void noteTask(const PlacedWork& place);
+  /// The start of a placed work was seen: makes its running attempt. Says 0,
+  /// and does nothing, for a place that is closed or whose work counts as
+  /// canceled. Returns the attempt's ID, also when it has one already.
+  AttemptId beginPlaced(ArrayId array, std::size_t place, Moment started);
+  /// Keeps the beat, and its log as that of the attempt; nothing for an attempt
+  /// that does not run.
+  void noteBeat(const PlacedBeat& beat);
+  std::vector<PlacedBeat> beats(JobId job); ///< of its running attempts
+  /// The end of a placed work: like `settle` for its attempt, which is made
+  /// where its start was not seen (`started`), and the place closes; with its
+  /// last place the array is over. `outcome.attempt` is filled in. Frames of a
+  /// work that was canceled before its start was seen become good where they
+  /// are, and stay canceled else. False, and nothing is done, for a place that
+  /// is closed.
+  bool settlePlaced(ArrayId array, std::size_t place, Moment started, Outcome outcome);
+  /// The task of the place will never start: closes it, with nothing said
+  /// about its work. An error for a place with an attempt.
+  void closePlace(ArrayId array, std::size_t place);
+
+  ClusterContact clusterContact();
+  void noteContact(const ClusterContact& contact);
 
 private:
   class Impl;

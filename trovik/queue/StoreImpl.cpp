@@ -8,9 +8,10 @@
 
 namespace trovik {
 
-const char* const jobColumns = "id, name, type, type_name, scene, range, has_frames, state, note, priority, "
-                               "retries, stop_after, directory, output, logs, end_command, created, started, "
-                               "ended";
+const char* const jobColumns =
+    "id, name, type, type_name, scene, range, has_frames, state, note, priority, "
+    "retries, stop_after, directory, output, logs, end_command, run_on, folder, created, "
+    "started, ended";
 const char* const attemptColumns =
     "id, job, work, engine, first, last, number, state, rule, reason, lines, log, "
     "command, exit_code, signal, good, again, started, ended, duration";
@@ -95,9 +96,15 @@ void Store::Impl::endWhenDone(JobId job) {
     }
   }
   bool canceling = false;
+  bool hadEnded = false;
   {
-    Query row(database, "SELECT canceling FROM jobs WHERE id = ?1", job);
-    canceling = row.next() && row.flag();
+    Query row(database, "SELECT canceling, state FROM jobs WHERE id = ?1", job);
+    if (row.next()) {
+      canceling = row.flag();
+      const auto before = row.state<JobState>();
+      hadEnded = !isOpen(before) && before != JobState::Stopped;
+      canceling = canceling || before == JobState::Canceled;
+    }
   }
   JobState state = JobState::Good;
   if (canceled || (failed && canceling)) {
@@ -105,10 +112,14 @@ void Store::Impl::endWhenDone(JobId job) {
   } else if (failed) {
     state = JobState::Failed;
   }
-  Query(database,
-        "UPDATE jobs SET state = ?2, canceling = 0, aside = 0, end_due = 1, ended = ?3 WHERE id = ?1", job,
-        nameOf(state), now())
-      .run();
+  if (hadEnded) {
+    Query(database, "UPDATE jobs SET state = ?2 WHERE id = ?1", job, nameOf(state)).run();
+  } else {
+    Query(database,
+          "UPDATE jobs SET state = ?2, canceling = 0, aside = 0, end_due = 1, ended = ?3 WHERE id = ?1", job,
+          nameOf(state), now())
+        .run();
+  }
   noteLastFailure(job);
 }
 
@@ -179,6 +190,8 @@ JobRecord readJob(Query& row, const Store& store) {
     job.logs = store.logDirectory(job.id).Text();
   }
   const std::string endCommand = row.text();
+  job.runOn = row.state<RunOn>();
+  job.folder = row.text();
   job.created = row.moment();
   job.started = row.optionalMoment();
   job.ended = row.optionalMoment();

@@ -11,6 +11,31 @@
 
 namespace trovik {
 
+/// A work as it is cut.
+struct StoredWork {
+  WorkId id = 0;
+  JobId job = 0;
+  FrameRun run;
+  std::int64_t place = 0; ///< where it stands in its job's order
+  int attempts = 0;
+  AttemptId attempt = 0; ///< the last
+  int tries = 0;         ///< failed ones since it was submitted or retried
+  int losses = 0;        ///< the same for those whose engine died
+  WorkState state = WorkState::Running;
+};
+
+/// What the settling of an attempt depends on, besides its work.
+struct Settling {
+  JobId job = 0;
+  JobState jobState = JobState::Waiting;
+  bool canceling = false;
+  bool hasFrames = true;
+  int retries = 0;
+  int stopAfter = 0;
+  std::string alike; ///< the reason that the first works failed with
+  std::int64_t alikeCount = 0;
+};
+
 /// A part of a work that is cut, and what it is to be from then on.
 struct WorkPart {
   FrameRun run;
@@ -33,19 +58,9 @@ std::vector<RunPart> cutBy(const FrameRun& run, std::span<const FrameRun> set);
 /// What the parts of the store share.
 class Store::Impl {
 public:
-  Impl(const Path& wantedDirectory, const Settings& settings);
+  using Work = StoredWork;
 
-  /// A work as it is cut.
-  struct Work {
-    WorkId id = 0;
-    JobId job = 0;
-    FrameRun run;
-    std::int64_t place = 0; ///< where it stands in its job's order
-    int attempts = 0;
-    AttemptId attempt = 0; ///< the last
-    int tries = 0;         ///< failed ones since it was submitted or retried
-    int losses = 0;        ///< the same for those whose engine died
-  };
+  Impl(const Path& wantedDirectory, const Settings& settings);
 
   /// The first of the parts (there is at least one) takes the work's row, the
   /// others get rows of their own with the same past.
@@ -56,6 +71,12 @@ public:
   /// becomes ready.
   void makeReady(JobId job, std::span<const FrameRun> wanted);
   bool settle(const Outcome& outcome);
+  /// The running attempt and its work; false when there is none.
+  bool readSettling(AttemptId attempt, Settling& settling, Work& work);
+  /// Settles an attempt at these works (at least one): the one that runs, or
+  /// those that a work was cut into before its start was seen. What was
+  /// canceled of them is either good or stays so.
+  bool settleWorks(const Outcome& outcome, const Settling& settling, std::span<const Work> works);
   /// Appends works that are ready, in the order in which they are to be taken,
   /// as claims that lack their attempts, until there are `count`; and those of
   /// their jobs that wait for their first start, where that is asked.
@@ -78,11 +99,35 @@ public:
   bool hasRunning(JobId job);
   /// The state of an open job: whether anything of it was ever started.
   void setOpen(JobId job);
-  /// Gives the job its end when nothing of it is ready or runs.
+  /// Gives the job its end when nothing of it is ready or runs. One that had
+  /// ended keeps its time and is not handed out as ended again.
   void endWhenDone(JobId job);
   void setNote(JobId job, const std::string& note);
   /// The reason of the failed work that ended last, as the job's note.
   void noteLastFailure(JobId job);
+
+  /// An open place of an array job.
+  struct Place {
+    ArrayId array = 0;
+    std::size_t place = 0;
+    WorkId work = 0;
+    FrameRun run;
+    int number = 1;
+    AttemptId attempt = 0;
+    JobId job = 0;
+    bool ready = false;     ///< its work waits and is as it was placed
+    bool startsJob = false; ///< nothing of its job was started before
+  };
+  std::optional<Place> openPlace(ArrayId array, std::size_t place);
+  /// The engine that stands for the cluster, entered when it is missing.
+  EngineId clusterEngine();
+  /// Puts down an attempt at a placed work, with `work` as the work that it is
+  /// at. It runs from then on.
+  AttemptId insertPlacedAttempt(const Place& place, WorkId work, Moment started);
+  AttemptId beginPlaced(const Place& place, Moment started);
+  bool settleUnseen(const Place& place, Moment started, Outcome& outcome);
+  void closePlace(const Place& place, AttemptId attempt);
+  void endArrayWhenDone(ArrayId array);
 
   /// The text by which the processes of an attempt are known, on this machine
   /// and among all queues.

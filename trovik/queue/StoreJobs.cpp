@@ -40,13 +40,19 @@ JobId Store::submit(const NewJob& job) {
     Database& database = impl_->database;
     Query(database,
           "INSERT INTO jobs (state, name, type, type_name, scene, range, has_frames, priority, retries, "
-          "stop_after, directory, output, logs, end_command, created) "
-          "VALUES ('waiting', ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14)",
+          "stop_after, directory, output, logs, end_command, created, run_on) "
+          "VALUES ('waiting', ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15)",
           job.name, job.type.GenString(), job.typeName, job.scene, job.range, job.hasFrames, job.priority,
           job.retries, job.stopAfter, job.directory, job.output, job.logs, endCommandText(job.endCommand),
-          now())
+          now(), nameOf(job.runOn))
         .run();
     id = database.lastId();
+    if (job.runOn == RunOn::Cluster) {
+      const std::string folder = job.folder + '/' + impl_->queueId.substr(0, 8) + '-' + std::to_string(id);
+      Query(database, "UPDATE jobs SET folder = ?2, logs = iif(logs = '', ?3, logs) WHERE id = ?1", id,
+            folder, folder + "/logs")
+          .run();
+    }
     Query(database, "INSERT INTO streams (job, packed) VALUES (?1, ?2)", id, Blob{job.packed}).run();
     std::int64_t place = 0;
     const auto insert = [&](const FrameRun& run, WorkState state) {
@@ -81,6 +87,7 @@ bool Store::cancel(JobId id) {
     Query(impl_->database, "UPDATE works SET state = 'canceled' WHERE job = ?1 AND state = 'ready'", id)
         .run();
     Query(impl_->database, "UPDATE jobs SET canceling = 1 WHERE id = ?1", id).run();
+    Query(impl_->database, "UPDATE arrays SET canceling = 1 WHERE job = ?1 AND state <> 'over'", id).run();
     impl_->endWhenDone(id);
   });
   return open;

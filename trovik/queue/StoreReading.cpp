@@ -139,10 +139,20 @@ std::optional<AttemptRecord> Store::attempt(AttemptId id) {
   return row.next() ? std::optional(readAttempt(row, impl_->database)) : std::nullopt;
 }
 
+std::vector<AttemptId> Store::runningAttempts(JobId id) {
+  std::vector<AttemptId> result;
+  for (Query row(impl_->database, statements::runningOfJob, id); row.next();) {
+    result.push_back(row.number());
+  }
+  std::sort(result.begin(), result.end());
+  return result;
+}
+
 std::vector<FileRecord> Store::files(JobId id, std::int64_t after) {
-  static const std::string sql = std::string("SELECT ") + fileColumns + filesOfJob + "ORDER BY id";
+  static const std::string all = std::string("SELECT ") + fileColumns + filesOfJob + "ORDER BY id";
+  const char* sql = after > 0 ? statements::newFilesOfJob : all.c_str();
   std::vector<FileRecord> result;
-  for (Query row(impl_->database, sql.c_str(), id, after); row.next();) {
+  for (Query row(impl_->database, sql, id, after); row.next();) {
     result.push_back(readFile(row));
   }
   return result;
@@ -208,6 +218,7 @@ void Store::Impl::summarize(const JobRecord& record, const JobFrames& stand, Run
   RunInfo& info = summary.info;
   info.job = record.id;
   info.name = record.name;
+  info.onCluster = record.runOn == RunOn::Cluster;
   info.type = record.typeName;
   info.scene = record.scene;
   info.range = record.range;

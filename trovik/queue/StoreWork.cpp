@@ -11,19 +11,6 @@ namespace {
 constexpr int lossesAllowed = 5;
 constexpr std::int64_t mixed = -1; // as the number of works that failed alike: they did not
 
-/// An attempt that is to be settled, and what that depends on.
-struct Settling {
-  JobId job = 0;
-  FrameRun run;
-  JobState jobState = JobState::Waiting;
-  bool canceling = false;
-  bool hasFrames = true;
-  int retries = 0;
-  int stopAfter = 0;
-  std::string alike;
-  std::int64_t alikeCount = 0;
-};
-
 /// What becomes of the frames that an attempt did not leave good.
 struct Rest {
   WorkState state = WorkState::Ready;
@@ -31,33 +18,36 @@ struct Rest {
   int losses = 0;
 };
 
-Rest restOf(const Outcome& outcome, const Settling& settling, int tries, int losses) {
-  Rest rest{WorkState::Ready, tries, losses};
+Rest restOf(const Outcome& outcome, const Settling& settling, const StoredWork& work) {
+  Rest rest{WorkState::Ready, work.tries, work.losses};
   if (outcome.state == AttemptState::Failed) {
     ++rest.tries;
-    const bool again = outcome.retryable && tries < settling.retries && !settling.canceling;
+    const bool again = outcome.retryable && work.tries < settling.retries && !settling.canceling;
     rest.state = again ? WorkState::Ready : WorkState::Failed;
   } else if (settling.canceling) {
     rest.state = WorkState::Canceled;
   } else if (outcome.state == AttemptState::Lost &&
-             losses + 1 >= std::max(lossesAllowed, settling.retries + 1)) {
+             work.losses + 1 >= std::max(lossesAllowed, settling.retries + 1)) {
     rest.state = WorkState::Failed;
   }
   if (outcome.state == AttemptState::Lost) {
     ++rest.losses;
   }
+  if (work.state == WorkState::Canceled) {
+    rest.state = WorkState::Canceled;
+  }
   return rest;
 }
 
-std::vector<WorkPart> partsOf(const Outcome& outcome, const Settling& settling, const Rest& rest) {
+std::vector<WorkPart> partsOf(const Outcome& outcome, bool hasFrames, const FrameRun& run, const Rest& rest) {
   if (outcome.state == AttemptState::Good) {
-    return {{settling.run, WorkState::Good, rest.tries, rest.losses}};
+    return {{run, WorkState::Good, rest.tries, rest.losses}};
   }
-  if (!settling.hasFrames || outcome.good.empty()) {
-    return {{settling.run, rest.state, rest.tries, rest.losses}};
+  if (!hasFrames || outcome.good.empty()) {
+    return {{run, rest.state, rest.tries, rest.losses}};
   }
   std::vector<WorkPart> parts;
-  for (const RunPart& part : cutBy(settling.run, outcome.good.runs())) {
+  for (const RunPart& part : cutBy(run, outcome.good.runs())) {
     parts.push_back({part.run, part.inside ? WorkState::Good : rest.state, rest.tries, rest.losses});
   }
   return parts;
@@ -82,6 +72,12 @@ std::int64_t alikeAfter(const Settling& settling, bool anyGood, bool failedFirst
     return settling.alikeCount;
   }
   return settling.alikeCount == 0 || settling.alike == alike ? settling.alikeCount + 1 : mixed;
+}
+
+std::string lossesText(const Outcome& outcome, int losses) {
+  const std::string times = std::to_string(losses) + " times";
+  return outcome.rule == VerdictRule::Cluster ? outcome.reason + " (" + times + ")"
+                                              : "Its engine died " + times + " while it ran";
 }
 
 std::string stopNote(std::int64_t count, const std::string& reason) {
@@ -179,53 +175,62 @@ bool Store::settle(const Outcome& outcome) {
 bool Store::Impl::settle(const Outcome& outcome) {
   Work work;
   Settling settling;
-  {
-    Query row(database, statements::attemptToSettle, outcome.attempt);
-    if (!row.next()) {
-      return false;
-    }
-    work.job = settling.job = row.number();
-    work.id = row.number();
-    work.run = settling.run = row.frames();
-    work.place = row.number();
-    work.attempts = row.integer();
-    work.attempt = outcome.attempt;
-    work.tries = row.integer();
-    work.losses = row.integer();
-    settling.jobState = row.state<JobState>();
-    settling.canceling = row.flag();
-    settling.hasFrames = row.flag();
-    settling.retries = row.integer();
-    settling.stopAfter = row.integer();
-    settling.alike = row.text();
-    settling.alikeCount = row.number();
-  }
+  return readSettling(outcome.attempt, settling, work) && settleWorks(outcome, settling, {&work, 1});
+}
 
-  const Rest rest = restOf(outcome, settling, work.tries, work.losses);
-  const std::vector<WorkPart> parts = partsOf(outcome, settling, rest);
+bool Store::Impl::readSettling(AttemptId attempt, Settling& settling, Work& work) {
+  Query row(database, statements::attemptToSettle, attempt);
+  if (!row.next()) {
+    return false;
+  }
+  work.job = settling.job = row.number();
+  work.id = row.number();
+  work.run = row.frames();
+  work.place = row.number();
+  work.attempts = row.integer();
+  work.attempt = attempt;
+  work.tries = row.integer();
+  work.losses = row.integer();
+  settling.jobState = row.state<JobState>();
+  settling.canceling = row.flag();
+  settling.hasFrames = row.flag();
+  settling.retries = row.integer();
+  settling.stopAfter = row.integer();
+  settling.alike = row.text();
+  settling.alikeCount = row.number();
+  return true;
+}
+
+bool Store::Impl::settleWorks(const Outcome& outcome, const Settling& settling, std::span<const Work> works) {
   RunSet good;
   bool anyGood = false;
-  bool anyLeft = false;
-  for (const WorkPart& part : parts) {
-    if (part.state == WorkState::Good) {
-      anyGood = true;
-      if (settling.hasFrames) {
-        good.add(part.run);
-      }
-    } else {
-      anyLeft = true;
-    }
-  }
+  bool leftReady = false;
+  bool leftFailed = false;
   std::string reason = outcome.reason;
-  if (outcome.state == AttemptState::Lost && anyLeft && rest.state == WorkState::Failed) {
-    reason = "Its engine died " + std::to_string(rest.losses) + " times while it ran";
+  for (const Work& work : works) {
+    const Rest rest = restOf(outcome, settling, work);
+    const std::vector<WorkPart> parts = partsOf(outcome, settling.hasFrames, work.run, rest);
+    for (const WorkPart& part : parts) {
+      leftReady = leftReady || part.state == WorkState::Ready;
+      leftFailed = leftFailed || part.state == WorkState::Failed;
+      if (part.state == WorkState::Good) {
+        anyGood = true;
+        if (settling.hasFrames) {
+          good.add(part.run);
+        }
+      }
+    }
+    if (outcome.state == AttemptState::Lost && leftFailed) {
+      reason = lossesText(outcome, rest.losses);
+    }
+    putParts(work, parts);
   }
 
-  putParts(work, parts);
   bool open = isOpen(settling.jobState) && !settling.canceling;
   if (settling.stopAfter > 0) {
     const std::string& alike = outcome.alike.empty() ? outcome.reason : outcome.alike;
-    const bool failedFirst = outcome.state == AttemptState::Failed && work.tries == 0;
+    const bool failedFirst = outcome.state == AttemptState::Failed && works.front().tries == 0 &&
+                             works.front().state != WorkState::Canceled;
     const std::int64_t count = alikeAfter(settling, anyGood, failedFirst, alike);
     if (count != settling.alikeCount) {
       Query(database, "UPDATE jobs SET alike = ?2, alike_count = ?3 WHERE id = ?1", settling.job,
@@ -239,14 +244,13 @@ bool Store::Impl::settle(const Outcome& outcome) {
             "UPDATE jobs SET state = 'stopped', aside = 0, end_due = 1, note = ?2, ended = ?3 WHERE id = ?1",
             settling.job, stopNote(count, reason), now())
           .run();
-    } else if (anyLeft && rest.state == WorkState::Failed && open) {
-      setNote(settling.job, reason);
     }
-  } else if (anyLeft && rest.state == WorkState::Failed && open) {
+  }
+  if (leftFailed && open) {
     setNote(settling.job, reason);
   }
 
-  const bool again = anyLeft && rest.state == WorkState::Ready && open;
+  const bool again = leftReady && open;
   Query(database, statements::endAttempt, outcome.attempt, nameOf(outcome.state), nameOf(outcome.rule),
         reason, linesText(outcome.lines), outcome.log, outcome.command, outcome.exitCode, outcome.signal,
         good.text(), again, now(), outcome.duration.count())
@@ -255,7 +259,7 @@ bool Store::Impl::settle(const Outcome& outcome) {
   for (const FileRecord& file : outcome.files) {
     insertFile(file, outcome.attempt);
   }
-  if (!anyLeft || rest.state != WorkState::Ready) {
+  if (!leftReady) {
     endWhenDone(settling.job);
   }
   return again;

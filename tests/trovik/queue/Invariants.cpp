@@ -37,9 +37,9 @@ constexpr std::array rules = {
     Rule{"an attempt runs at a work that does not",
          "SELECT a.id FROM attempts a WHERE a.state = 'running' AND NOT EXISTS (SELECT 1 FROM works w WHERE "
          "w.id = a.work AND w.attempt = a.id AND w.state = 'running')"},
-    Rule{"an attempt runs in an engine that has left", "SELECT a.id FROM attempts a JOIN engines e ON e.id = "
-                                                       "a.engine WHERE a.state = 'running' AND e.state <> "
-                                                       "'alive'"},
+    Rule{"an attempt runs in an engine that has left",
+         "SELECT a.id FROM attempts a JOIN engines e ON e.id = "
+         "a.engine WHERE a.state = 'running' AND e.state NOT IN ('alive', 'cluster')"},
     Rule{"an attempt ended without a time, or runs with one",
          "SELECT id FROM attempts WHERE (state = 'running') <> (ended IS NULL)"},
     Rule{"a work's number of attempts is not that of its last one",
@@ -78,6 +78,32 @@ constexpr std::array rules = {
          "SELECT id FROM files f WHERE attempt = 0 OR (attempt > 0 AND NOT EXISTS (SELECT 1 FROM attempts a "
          "WHERE "
          "a.id = f.attempt)) OR (attempt < 0 AND NOT EXISTS (SELECT 1 FROM jobs j WHERE j.id = -f.attempt))"},
+    // Of a cluster.
+    Rule{"a work of a cluster's job runs elsewhere, or one of this machine's there",
+         "SELECT a.id FROM attempts a JOIN jobs j ON j.id = a.job JOIN engines e ON e.id = a.engine "
+         "WHERE (j.run_on = 'cluster') <> (e.state = 'cluster')"},
+    Rule{"a frame stands in two open places",
+         "SELECT a.job || ': ' || p.first || '-' || p.last || ' and ' || q.first || '-' || q.last "
+         "FROM arrays a JOIN placed p ON p.array = a.id JOIN arrays b ON b.job = a.job JOIN placed q ON "
+         "q.array = b.id WHERE p.open = 1 AND q.open = 1 AND (p.array < q.array OR (p.array = q.array AND "
+         "p.place < q.place)) AND p.first <= q.last AND q.first <= p.last"},
+    Rule{
+        "an open place's frames are not those of works that wait, run or were canceled",
+        "SELECT p.array || ' ' || p.place FROM placed p JOIN arrays a ON a.id = p.array WHERE p.open = 1 AND "
+        "p.last - p.first + 1 <> (SELECT coalesce(sum(w.last - w.first + 1), 0) FROM works w WHERE w.job = "
+        "a.job AND w.first >= p.first AND w.last <= p.last AND w.state IN ('ready', 'running', 'canceled'))"},
+    Rule{"an open place's attempt does not run, or one that runs has no open place",
+         "SELECT 'place ' || p.array || ' ' || p.place FROM placed p JOIN attempts a ON a.id = p.attempt "
+         "WHERE p.open = 1 AND a.state <> 'running' UNION ALL SELECT 'attempt ' || a.id FROM attempts a JOIN "
+         "engines e ON e.id = a.engine WHERE a.state = 'running' AND e.state = 'cluster' AND NOT EXISTS "
+         "(SELECT 1 FROM placed p WHERE p.attempt = a.id AND p.open = 1 AND p.first = a.first AND p.last = "
+         "a.last)"},
+    Rule{"an array with open places is over, or one without is not",
+         "SELECT id FROM arrays a WHERE (state = 'over') = EXISTS (SELECT 1 FROM placed WHERE array = a.id "
+         "AND "
+         "open = 1)"},
+    Rule{"a beat belongs to no running attempt",
+         "SELECT b.attempt FROM beats b JOIN attempts a ON a.id = b.attempt WHERE a.state <> 'running'"},
 };
 
 /// Overlaps are looked for among works with frames only: that of a job

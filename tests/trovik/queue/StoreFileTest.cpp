@@ -1,3 +1,4 @@
+#include "tests/trovik/queue/Invariants.h"
 #include "tests/trovik/queue/QueueTest.h"
 #include "trovik/RunEvents.h"
 #include "trovik/queue/Database.h"
@@ -194,6 +195,70 @@ TEST_F(StoreFile, AStepThatFailsUndoesThoseBeforeIt) {
   EXPECT_EQ(ask("SELECT count(*) FROM pragma_table_info('jobs')"), 2);
 }
 
+TEST_F(StoreFile, AQueueOfVersion1GoesOnWithItsJobs) {
+  {
+    Database database(Path(databaseFile()), {});
+    bringUpToDate(database, schemaSteps().first(1));
+  }
+  EXPECT_EQ(ask("PRAGMA user_version"), 1);
+  // As the program of that version wrote them: a job whose second work ran when
+  // its engine died, and one that is over.
+  makeDatabase(R"sql(
+    INSERT INTO engines (state, slots, process, boot, entered) VALUES ('alive', 2, 4711, 'before', 5);
+    INSERT INTO jobs (state, name, type, type_name, scene, range, has_frames, priority, retries, stop_after,
+                      directory, output, logs, end_command, created, started, ended)
+    VALUES ('running', 'shot', '5f0c9a5e-6d0b-4c86-9d0f-2f4f3b1f7a10', 'Sketch', '/s.skt', '1-6', 1, 50, 0, 10,
+            '/home/ada', '/out', '', 'mail ada', 1000, 2000, NULL),
+           ('good', 'other', '5f0c9a5e-6d0b-4c86-9d0f-2f4f3b1f7a10', 'Sketch', '/s.skt', '1', 1, 60, 0, 10,
+            '/home/ada', '/out', '/logs', '', 1000, NULL, 3000);
+    INSERT INTO streams (job, packed) VALUES (1, X'00FF'), (2, X'01');
+    INSERT INTO works (job, state, place, first, last, attempts, tries, losses, attempt)
+    VALUES (1, 'good', 0, 1, 2, 1, 0, 0, 1), (1, 'running', 1, 3, 4, 1, 0, 0, 2), (1, 'ready', 2, 5, 6, 0, 0, 0, 0),
+           (2, 'good', 0, 1, 1, 0, 0, 0, 0);
+    INSERT INTO attempts (id, job, work, engine, state, rule, first, last, number, started, ended, good)
+    VALUES (1, 1, 1, 1, 'good', 'result', 1, 2, 1, 2000, 2500, '1-2'),
+           (2, 1, 2, 1, 'running', 'none', 3, 4, 1, 2500, NULL, '');
+    INSERT INTO files (id, attempt, frame, checked, size, modified, path, problem)
+    VALUES (1, 1, 1, 1, 10, 20, '/out/1.png', '');
+  )sql");
+
+  Store store{Path(directory.path())};
+  EXPECT_EQ(ask("PRAGMA user_version"), static_cast<int>(schemaSteps().size()));
+  const std::vector<JobRecord> jobs = store.jobs();
+  ASSERT_EQ(jobs.size(), 2U);
+  EXPECT_EQ(jobs[0].state, JobState::Good);
+  EXPECT_EQ(jobs[0].logs, "/logs");
+  EXPECT_EQ(jobs[1].name, "shot");
+  EXPECT_EQ(jobs[1].state, JobState::Running);
+  EXPECT_EQ(jobs[1].endCommand, (std::vector<std::string>{"mail", "ada"}));
+  EXPECT_EQ(jobs[1].runOn, RunOn::Local);
+  EXPECT_EQ(jobs[1].folder, "");
+  EXPECT_EQ(store.packed(1), std::string("\0\xff", 2));
+  EXPECT_EQ(store.files(1).size(), 1U);
+  EXPECT_TRUE(store.clusterJobs().empty());
+
+  const std::vector<LostAttempt> lostOnes = store.takeLost();
+  ASSERT_EQ(lostOnes.size(), 1U);
+  store.settle(lost(2));
+  store.releaseLost();
+  const EngineId engine = store.enterEngine(1);
+  const std::vector<Claim> claims = store.claim(engine, 5, std::nullopt);
+  ASSERT_EQ(claims.size(), 2U);
+  for (const Claim& claim : claims) {
+    EXPECT_GT(claim.attempt, 2);
+    store.settle(good(claim.attempt));
+  }
+  EXPECT_EQ(store.job(1).value().state, JobState::Good);
+  EXPECT_EQ(store.frames(1).good.text(), "1-6");
+  EXPECT_EQ(brokenInvariants(databaseFile()), std::vector<std::string>());
+
+  NewJob job = jobOf("1");
+  job.runOn = RunOn::Cluster;
+  job.folder = "/shared";
+  EXPECT_EQ(store.submit(job), 3);
+  EXPECT_EQ(store.unplaced(3).size(), 1U);
+}
+
 TEST_F(StoreFile, TheNumberOfTheFilesKindIsTheOneOfTheTests) {
   EXPECT_EQ(applicationId, 1416787537); // which smallVersion1 holds
 }
@@ -298,6 +363,17 @@ TEST_F(StoreFile, ContentsThatCannotBeAreDamageAndNoCrash) {
        "a number that cannot be, -99999999999"},
       {"UPDATE queue SET id = '; rm'", [](Store& s) { Store{s.directory()}; },
        "an ID that cannot be, \"; rm\""},
+      {"UPDATE jobs SET run_on = 'moon'", [](Store& s) { s.job(1); }, "unknown state \"moon\""},
+      {"UPDATE placed SET first = 9, last = 3", [](Store& s) { s.openPlaces(1); },
+       "frames that cannot be, 9-3"},
+      {"UPDATE placed SET restarts = 99999999999", [](Store& s) { s.openPlaces(1); },
+       "a number that cannot be, 99999999999"},
+      {"UPDATE placed SET first = 9, last = 3", [](Store& s) { s.settlePlaced(1, 0, Moment(), good(0)); },
+       "frames that cannot be, 9-3"},
+      {"UPDATE works SET state = 'lost' WHERE job = 2", [](Store& s) { s.openPlaces(1); },
+       "unknown state \"lost\""},
+      {"UPDATE arrays SET number = 99999999999", [](Store& s) { s.openArrays(); },
+       "a number that cannot be, 99999999999"},
       {"DELETE FROM queue", [](Store& s) { Store{s.directory()}; }, "it has no ID"},
   };
   for (const Hostile& one : cases) {
@@ -309,6 +385,12 @@ TEST_F(StoreFile, ContentsThatCannotBeAreDamageAndNoCrash) {
     Outcome outcome = failed(store.claim(engine, 1, std::nullopt).at(0).attempt, "It broke", "1");
     outcome.files = {file("/out/1.png")};
     store.settle(outcome);
+    NewJob onCluster = jobOf("5-6");
+    onCluster.runOn = RunOn::Cluster;
+    std::vector<PlacedWork> works(1);
+    works[0].work = store.unplaced(store.submit(onCluster)).at(0).id;
+    works[0].run = {5, 6};
+    store.addArray(2, 1, works);
     const std::string name = place.file("queue.db");
     SQLite::Database(name, SQLite::OPEN_READWRITE, 30000).exec(one.change);
     const StoreError error = storeErrorOf([&] { one.look(store); });
@@ -341,11 +423,12 @@ TEST_F(StoreFile, NoStatementOfTheHotPathLooksThroughATable) {
       const std::string step = plan.getColumn(3).getString();
       // Whole, but small: the one row of the queue itself, and indexes of what
       // is open, due or alive.
-      const bool small = step == "SCAN queue" || step.find("jobs_open") != std::string::npos ||
-                         step.find("jobs_due") != std::string::npos ||
-                         step.find("jobs_canceling") != std::string::npos ||
-                         step.find("jobs_unfinished") != std::string::npos ||
-                         step.find("engines_alive") != std::string::npos;
+      const bool small =
+          step == "SCAN queue" || step.find("jobs_open") != std::string::npos ||
+          step.find("jobs_due") != std::string::npos || step.find("jobs_canceling") != std::string::npos ||
+          step.find("jobs_unfinished") != std::string::npos ||
+          step.find("jobs_cluster") != std::string::npos || step.find("arrays_open") != std::string::npos ||
+          step.find("engines_alive") != std::string::npos;
       EXPECT_TRUE(small || step.find("SCAN") == std::string::npos) << sql << "\n" << step;
       EXPECT_EQ(step.find("TEMP B-TREE"), std::string::npos) << sql << "\n" << step;
     }

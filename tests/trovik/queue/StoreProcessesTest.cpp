@@ -245,6 +245,57 @@ void dieAfter(int calls) {
   realCut = replace("ftruncate", &dyingCut);
 }
 
+void placeAll(Store& store, JobId job) {
+  std::vector<PlacedWork> works;
+  for (const WorkRecord& work : store.unplaced(job)) {
+    PlacedWork& placed = works.emplace_back();
+    placed.work = work.id;
+    placed.run = work.run;
+    placed.number = work.attempts + 1;
+  }
+  if (!works.empty()) {
+    store.noteSubmitted(store.addArray(job, 1, works).id, 4711);
+  }
+}
+
+/// What the submitting side does next; the frames that were recorded as good.
+std::string workOnCluster(Store& store, const std::function<int(int)>& below) {
+  if (below(3) == 0) {
+    for (const JobRecord& job : store.clusterJobs()) {
+      placeAll(store, job.id);
+    }
+    return {};
+  }
+  const std::vector<ArrayRecord> arrays = store.openArrays();
+  if (arrays.empty()) {
+    return {};
+  }
+  const ArrayRecord& array = arrays[static_cast<std::size_t>(below(static_cast<int>(arrays.size())))];
+  const PlacedWork place = store.openPlaces(array.id).at(0);
+  const int kind = below(6);
+  if (kind == 0) {
+    if (place.attempt == 0) {
+      below(2) == 0 ? store.closePlace(array.id, place.place) : store.dropArray(array.id);
+    }
+    return {};
+  }
+  if (kind < 3) {
+    PlacedBeat beat;
+    beat.attempt = store.beginPlaced(array.id, place.place, Moment());
+    store.noteBeat(beat);
+    return {};
+  }
+  Outcome outcome = kind == 3 ? failed(0) : kind == 4 ? canceledOutcome(0) : good(0);
+  if (kind == 3) {
+    outcome.good.add({place.run.First, place.run.First});
+  } else if (kind == 5) {
+    outcome.good.add(place.run);
+  }
+  store.settlePlaced(array.id, place.place, Moment(), outcome);
+  return outcome.good.empty() ? std::string()
+                              : "good " + std::to_string(array.job) + ' ' + outcome.good.text();
+}
+
 /// Works with the queue as engines and users do, in random order, and tells
 /// of each frame whose being good was recorded, and of each end handed out.
 void liveAndDie(const Path& place, unsigned seed, const Child::Tell& tell) {
@@ -273,11 +324,12 @@ void liveAndDie(const Path& place, unsigned seed, const Child::Tell& tell) {
   };
   for (;;) {
     std::string done;
-    switch (below(9)) {
+    switch (below(12)) {
     case 0: {
       NewJob job = jobOf("1-4,5-8,9,10");
       job.retries = below(3);
       job.stopAfter = below(3);
+      job.runOn = below(2) == 0 ? RunOn::Local : RunOn::Cluster;
       store.submit(job);
       break;
     }
@@ -323,6 +375,11 @@ void liveAndDie(const Path& place, unsigned seed, const Child::Tell& tell) {
         below(2) == 0 ? static_cast<void>(store.cancel(job))
                       : static_cast<void>(store.retry(job, std::nullopt));
       }
+      break;
+    case 8:
+    case 9:
+    case 10:
+      done = workOnCluster(store, below);
       break;
     default:
       if (const std::vector<JobRecord> jobs = store.jobs(); !jobs.empty()) {
@@ -383,8 +440,20 @@ TEST_F(StoreProcesses, AKillAtAnyStepLosesNothingAndLeavesNothingHalf) {
     store.settle(lost(one.attempt.id));
   }
   store.releaseLost();
+  for (const ArrayRecord& array : store.openArrays()) {
+    for (const PlacedWork& place : store.openPlaces(array.id)) {
+      store.settlePlaced(array.id, place.place, Moment(), canceledOutcome(0));
+    }
+  }
   for (const JobRecord& job : store.jobs()) {
     store.retry(job.id, std::nullopt);
+    placeAll(store, job.id);
+  }
+  for (const ArrayRecord& array : store.openArrays()) {
+    for (const PlacedWork& place : store.openPlaces(array.id)) {
+      EXPECT_FALSE(recorded[array.job].contains(place.run.First)) << "a good frame is done again";
+      store.settlePlaced(array.id, place.place, Moment(), good(0));
+    }
   }
   for (std::vector<Claim> claims; !(claims = store.claim(engine, 100, std::nullopt)).empty();) {
     for (const Claim& claim : claims) {

@@ -1,5 +1,6 @@
 #include "tests/trovik/TemporaryDirectory.h"
 #include "tests/trovik/queue/Invariants.h"
+#include "tests/trovik/queue/JobModel.h"
 #include "tests/trovik/queue/QueueTest.h"
 #include "trovik/queue/StoreImpl.h"
 
@@ -12,65 +13,16 @@
 namespace trovik {
 namespace {
 
-// The queue beside a model that knows no works: each frame by itself has a
-// state and its tries. Whatever is done in whatever order, both agree on every
-// frame and every job.
-
-struct ModelFrame {
-  WorkState state = WorkState::Ready;
-  int tries = 0;
-  int losses = 0;
-};
-
-struct ModelJob {
-  std::map<int, ModelFrame> frames;
-  int priority = 50;
-  int retries = 0;
-  JobState state = JobState::Waiting;
-  bool started = false;
-  bool canceling = false;
-
-  bool any(WorkState wanted) const {
-    return std::any_of(frames.begin(), frames.end(),
-                       [&](const auto& one) { return one.second.state == wanted; });
-  }
-  void endWhenDone() {
-    if (any(WorkState::Ready) || any(WorkState::Running)) {
-      return;
-    }
-    const bool failedOnes = any(WorkState::Failed);
-    const bool canceledOnes = any(WorkState::Canceled);
-    state = !failedOnes && !canceledOnes ? JobState::Good
-            : failedOnes && !canceling   ? JobState::Failed
-                                         : JobState::Canceled;
-    canceling = false;
-  }
-  void open() {
-    state = started ? JobState::Running : JobState::Waiting;
-    canceling = false;
-  }
-};
+// The queue beside a model. Whatever is done in whatever order, both agree on
+// every frame and every job.
 
 class Model {
 public:
   Model() : store(Path(directory.path())), engine(store.enterEngine(2)) {}
 
   void submit() {
-    NewJob job = jobOf("");
     ModelJob model;
-    const int works = *rc::gen::inRange(0, 5);
-    for (int work = 0, next = *rc::gen::inRange(-5, 5); work < works; ++work) {
-      const int last = next + *rc::gen::inRange(0, 5);
-      const bool found = *rc::gen::weightedElement<bool>({{4, false}, {1, true}});
-      (found ? job.found : job.works).push_back({next, last});
-      for (int frame = next; frame <= last; ++frame) {
-        model.frames[frame].state = found ? WorkState::Good : WorkState::Ready;
-      }
-      next = last + *rc::gen::inRange(1, 4);
-    }
-    job.priority = model.priority = *rc::gen::inRange(49, 52);
-    job.retries = model.retries = *rc::gen::inRange(0, 3);
-    model.endWhenDone();
+    const NewJob job = someJob(model);
     jobs[store.submit(job)] = model;
   }
 
@@ -112,17 +64,8 @@ public:
     const auto place = static_cast<std::ptrdiff_t>(*rc::gen::inRange<std::size_t>(0, running.size()));
     const Claim claim = running[static_cast<std::size_t>(place)];
     running.erase(running.begin() + place);
-    Outcome outcome;
+    Outcome outcome = someOutcome(claim.run);
     outcome.attempt = claim.attempt;
-    outcome.state = *rc::gen::element(AttemptState::Good, AttemptState::Failed, AttemptState::Canceled,
-                                      AttemptState::Lost);
-    outcome.reason = "It broke";
-    outcome.retryable = *rc::gen::weightedElement<bool>({{4, true}, {1, false}});
-    for (int frame = claim.run.First - 1; frame <= claim.run.Last + 1; ++frame) {
-      if (*rc::gen::weightedElement<bool>({{2, false}, {1, true}})) {
-        outcome.good.add({frame, frame});
-      }
-    }
     const bool again = store.settle(outcome);
 
     ModelJob& job = jobs.at(claim.job);
@@ -133,7 +76,7 @@ public:
         model.state = WorkState::Good;
         continue;
       }
-      model.state = restOf(outcome, job, model);
+      model.state = job.restOf(outcome, model);
       expectedAgain = expectedAgain || (model.state == WorkState::Ready && isOpen(job.state));
     }
     RC_ASSERT(again == expectedAgain);
@@ -143,54 +86,23 @@ public:
 
   void cancel(JobId id, ModelJob& job) {
     RC_ASSERT(store.cancel(id) == isOpen(job.state));
-    if (isOpen(job.state)) {
-      change(job, WorkState::Ready, WorkState::Canceled);
-      job.canceling = true;
-      job.endWhenDone();
-    }
+    job.cancel();
   }
 
   void stop(JobId id, ModelJob& job) {
     store.stop(id, "Stopped by the user");
-    if (isOpen(job.state) && !job.canceling) {
-      job.state = JobState::Stopped;
-    }
+    job.stop();
   }
 
   void resume(JobId id, ModelJob& job) {
     store.resume(id);
-    if (job.state == JobState::Stopped) {
-      job.open();
-    }
+    job.resume();
   }
 
   void retry(JobId id, ModelJob& job) {
-    std::optional<RunSet> only;
-    if (*rc::gen::arbitrary<bool>()) {
-      only.emplace();
-      for (int frame = -6; frame < 30; ++frame) {
-        if (*rc::gen::weightedElement<bool>({{3, false}, {1, true}})) {
-          only->add({frame, frame});
-        }
-      }
-    }
+    const std::optional<RunSet> only = someFrames();
     const std::size_t count = store.retry(id, only);
-    std::size_t expected = 0;
-    for (auto& [frame, model] : job.frames) {
-      const bool wanted = !only || only->contains(frame);
-      if (wanted && (model.state == WorkState::Failed || model.state == WorkState::Canceled ||
-                     (only && model.state == WorkState::Good))) {
-        model.state = WorkState::Ready;
-      }
-      if (model.state == WorkState::Ready) {
-        model.tries = model.losses = 0;
-        expected += wanted ? 1 : 0;
-      }
-    }
-    RC_ASSERT(count == expected);
-    if (job.any(WorkState::Ready) || (job.canceling && job.any(WorkState::Running))) {
-      job.open();
-    }
+    RC_ASSERT(count == job.retry(only));
   }
 
   void remove(JobId id, const ModelJob& job) {
@@ -214,7 +126,7 @@ public:
       for (int frame = one.attempt.run.First; frame <= one.attempt.run.Last; ++frame) {
         ModelFrame& model = job.frames.at(frame);
         RC_ASSERT(model.state == WorkState::Running);
-        model.state = restOf(lost(one.attempt.id), job, model);
+        model.state = job.restOf(lost(one.attempt.id), model);
       }
       job.endWhenDone();
     }
@@ -224,24 +136,9 @@ public:
   }
 
   void compare(bool withFile) {
-    RC_ASSERT(store.jobs().size() == jobs.size());
-    std::map<JobId, RunSet> submitted;
-    for (const auto& [id, job] : jobs) {
-      std::map<WorkState, RunSet> expected;
-      for (const auto& [frame, model] : job.frames) {
-        expected[model.state].add({frame, frame});
-        submitted[id].add({frame, frame});
-      }
-      const JobFrames frames = store.frames(id);
-      RC_ASSERT(frames.ready.text() == expected[WorkState::Ready].text());
-      RC_ASSERT(frames.running.text() == expected[WorkState::Running].text());
-      RC_ASSERT(frames.good.text() == expected[WorkState::Good].text());
-      RC_ASSERT(frames.failed.text() == expected[WorkState::Failed].text());
-      RC_ASSERT(frames.canceled.text() == expected[WorkState::Canceled].text());
-      RC_ASSERT(std::string(nameOf(store.job(id).value().state)) == nameOf(job.state));
-    }
+    compareJobs(store, jobs);
     if (withFile) {
-      RC_ASSERT(brokenInvariants(directory.file("queue.db"), submitted) == std::vector<std::string>());
+      RC_ASSERT(brokenInvariants(directory.file("queue.db"), framesOf(jobs)) == std::vector<std::string>());
     }
   }
 
@@ -276,19 +173,6 @@ public:
   }
 
 private:
-  static WorkState restOf(const Outcome& outcome, const ModelJob& job, ModelFrame& frame) {
-    switch (outcome.state) {
-    case AttemptState::Failed:
-      ++frame.tries;
-      return outcome.retryable && frame.tries <= job.retries && !job.canceling ? WorkState::Ready
-                                                                               : WorkState::Failed;
-    case AttemptState::Lost:
-      ++frame.losses;
-      return job.canceling ? WorkState::Canceled : frame.losses >= 5 ? WorkState::Failed : WorkState::Ready;
-    default:
-      return job.canceling ? WorkState::Canceled : WorkState::Ready;
-    }
-  }
   static bool takes(const std::vector<Claim>& claims, JobId id, const ModelJob& job) {
     return std::all_of(job.frames.begin(), job.frames.end(), [&](const auto& one) {
       return one.second.state != WorkState::Ready ||
@@ -297,18 +181,11 @@ private:
              });
     });
   }
-  static void change(ModelJob& job, WorkState from, WorkState to) {
-    for (auto& [frame, model] : job.frames) {
-      if (model.state == from) {
-        model.state = to;
-      }
-    }
-  }
 
   TemporaryDirectory directory;
   Store store;
   EngineId engine;
-  std::map<JobId, ModelJob> jobs;
+  ModelJobs jobs;
   std::vector<Claim> running;
 };
 

@@ -1,0 +1,432 @@
+#include "trovik/queue/Statements.h"
+#include "trovik/queue/StoreImpl.h"
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+
+// Works of jobs that a cluster works off.
+//
+// A work is *placed* when it was given to a task of an array job. From then on
+// some process on some node may render its frames, whatever the user or the
+// cluster does, until its result is there or the task is known to be dead: only
+// then the place closes, and no frame of an open place is given to another
+// task. What is known of a placed work comes late and in any order, so
+//
+// - the start is put down when it is seen, or together with the end;
+// - a work that is canceled before its start was seen is canceled at once; a
+//   result that comes all the same makes its good frames good and changes
+//   nothing else;
+// - such a work may be made ready again in parts. The place keeps the frames
+//   that it was given, so its result is shared out to the works that have them
+//   now;
+// - an end closes its place, and a closed place takes no further one.
+
+namespace trovik {
+namespace {
+
+ArrayRecord readArray(Query& row) {
+  ArrayRecord array;
+  array.id = row.number();
+  array.job = row.number();
+  array.number = row.integer();
+  array.state = row.state<ArrayRecord::State>();
+  array.name = row.text();
+  array.cluster = row.number();
+  array.perTask = static_cast<std::size_t>(std::max<std::int64_t>(row.number(), 1));
+  array.canceling = row.flag();
+  array.submitted = row.moment();
+  return array;
+}
+
+StoreError mistake(const std::string& message) {
+  return StoreError{StoreError::Kind::Other, message, ""};
+}
+
+std::string nameOfPlace(ArrayId array, std::size_t place) {
+  return "Place " + std::to_string(place) + " of array " + std::to_string(array);
+}
+
+/// Microseconds of seconds that a file tells, which may be anything.
+std::int64_t microseconds(double seconds) {
+  constexpr double longest = 1e12; // thirty thousand years
+  return std::isfinite(seconds) ? std::llround(std::clamp(seconds, 0.0, longest) * 1e6) : 0;
+}
+
+} // namespace
+
+bool Store::takeClusterLock() {
+  return impl_->locks.takeCluster();
+}
+void Store::releaseClusterLock() {
+  impl_->locks.releaseCluster();
+}
+
+const std::string& Store::queueId() const {
+  return impl_->queueId;
+}
+
+std::vector<JobRecord> Store::clusterJobs() {
+  std::vector<JobRecord> result;
+  impl_->database.read([&] {
+    std::vector<JobId> ids;
+    for (Query row(impl_->database, statements::clusterJobs); row.next();) {
+      ids.push_back(row.number());
+    }
+    std::vector<JobId> others; // not open, but with tasks that are not over
+    for (Query row(impl_->database, statements::jobsOfArrays); row.next();) {
+      if (const JobId id = row.number(); std::find(ids.begin(), ids.end(), id) == ids.end()) {
+        others.push_back(id);
+      }
+    }
+    std::sort(others.begin(), others.end());
+    ids.insert(ids.end(), others.begin(), std::unique(others.begin(), others.end()));
+    for (const JobId id : ids) {
+      if (std::optional<JobRecord> record = job(id)) {
+        result.push_back(std::move(*record));
+      }
+    }
+  });
+  return result;
+}
+
+std::vector<WorkRecord> Store::unplaced(JobId id) {
+  std::vector<WorkRecord> result;
+  impl_->database.read([&] {
+    {
+      Query row(impl_->database, "SELECT state FROM jobs WHERE id = ?1 AND run_on = 'cluster'", id);
+      if (!row.next() || !isOpen(row.state<JobState>())) {
+        return;
+      }
+    }
+    std::vector<FrameRun> placed; // no two share a frame
+    for (Query row(impl_->database, statements::openRuns, id); row.next();) {
+      placed.push_back(row.frames());
+    }
+    std::sort(placed.begin(), placed.end(),
+              [](const FrameRun& one, const FrameRun& other) { return one.First < other.First; });
+    for (Query row(impl_->database, statements::worksToPlace, id); row.next();) {
+      WorkRecord work;
+      work.id = row.number();
+      work.job = id;
+      work.run = row.frames();
+      const auto next = std::lower_bound(placed.begin(), placed.end(), work.run.First,
+                                         [](const FrameRun& one, int first) { return one.Last < first; });
+      if (next == placed.end() || next->First > work.run.Last) {
+        work.attempts = row.integer();
+        work.attempt = row.number();
+        result.push_back(work);
+      }
+    }
+  });
+  return result;
+}
+
+ArrayRecord Store::addArray(JobId job, std::size_t perTask, const std::vector<PlacedWork>& works) {
+  if (works.empty() || perTask == 0) {
+    throw mistake("An array job has works, and tasks have some each");
+  }
+  ArrayRecord array;
+  array.job = job;
+  array.perTask = perTask;
+  impl_->database.write([&] {
+    Database& database = impl_->database;
+    {
+      Query row(database, "SELECT run_on FROM jobs WHERE id = ?1", job);
+      if (!row.next() || row.state<RunOn>() != RunOn::Cluster) {
+        throw mistake("Job " + std::to_string(job) + " is none of the cluster, or was removed");
+      }
+    }
+    {
+      Query row(database, "SELECT coalesce(max(number), 0) + 1 FROM arrays WHERE job = ?1", job);
+      array.number = row.next() ? row.integer() : 1;
+    }
+    array.name = "trovik-" + impl_->queueId.substr(0, 8) + '-' + std::to_string(job) + '-' +
+                 std::to_string(array.number);
+    Query(database,
+          "INSERT INTO arrays (job, number, state, per_task, name) VALUES (?1, ?2, 'prepared', ?3, ?4)", job,
+          array.number, perTask, array.name)
+        .run();
+    array.id = database.lastId();
+    for (std::size_t place = 0; place < works.size(); ++place) {
+      const PlacedWork& work = works[place];
+      Query(database, statements::insertPlaced, array.id, place, work.work, work.run.First, work.run.Last,
+            work.number)
+          .run();
+    }
+  });
+  return array;
+}
+
+void Store::noteSubmitted(ArrayId array, std::int64_t cluster) {
+  impl_->database.write([&] {
+    Query(impl_->database,
+          "UPDATE arrays SET state = 'submitted', cluster = ?2, submitted = ?3 "
+          "WHERE id = ?1 AND state = 'prepared'",
+          array, cluster, now())
+        .run();
+  });
+}
+
+void Store::cancelArray(ArrayId array) {
+  impl_->database.write([&] {
+    Query(impl_->database, "UPDATE arrays SET canceling = 1 WHERE id = ?1 AND state <> 'over'", array).run();
+  });
+}
+
+void Store::dropArray(ArrayId array) {
+  impl_->database.write([&] {
+    Query(impl_->database,
+          "UPDATE placed SET open = 0 WHERE array = ?1 AND open = 1 AND NOT EXISTS "
+          "(SELECT 1 FROM attempts a WHERE a.id = placed.attempt AND a.state = 'running')",
+          array)
+        .run();
+    impl_->endArrayWhenDone(array);
+  });
+}
+
+std::vector<ArrayRecord> Store::openArrays(std::optional<JobId> job) {
+  std::vector<ArrayRecord> result;
+  const auto readAll = [&](Query& row) {
+    while (row.next()) {
+      result.push_back(readArray(row));
+    }
+  };
+  if (job) {
+    Query row(impl_->database, statements::openArraysOfJob, *job);
+    readAll(row);
+  } else {
+    Query row(impl_->database, statements::openArrays);
+    readAll(row);
+  }
+  return result;
+}
+
+std::vector<PlacedWork> Store::openPlaces(ArrayId array) {
+  std::vector<PlacedWork> result;
+  for (Query row(impl_->database, statements::openPlaces, array); row.next();) {
+    PlacedWork& place = result.emplace_back();
+    place.array = array;
+    place.place = static_cast<std::size_t>(row.number());
+    place.work = row.number();
+    place.run = row.frames();
+    place.number = row.integer();
+    place.attempt = row.number();
+    place.workState = row.state<WorkState>();
+    place.state = row.text();
+    place.reason = row.text();
+    place.node = row.text();
+    place.restarts = row.integer();
+  }
+  return result;
+}
+
+void Store::noteTask(const PlacedWork& place) {
+  {
+    Query row(impl_->database, statements::taskOfPlace, place.array, place.place);
+    if (!row.next() || (row.text() == place.state && row.text() == place.reason && row.text() == place.node &&
+                        row.integer() == place.restarts)) {
+      return;
+    }
+  }
+  impl_->database.write([&] {
+    Query(impl_->database, statements::noteTask, place.array, place.place, place.state, place.reason,
+          place.node, place.restarts)
+        .run();
+  });
+}
+
+std::optional<Store::Impl::Place> Store::Impl::openPlace(ArrayId array, std::size_t place) {
+  Query row(database, statements::openPlace, array, place);
+  if (!row.next()) {
+    return std::nullopt;
+  }
+  Place result;
+  result.array = array;
+  result.place = place;
+  result.work = row.number();
+  result.run = row.frames();
+  result.number = row.integer();
+  result.attempt = row.number();
+  const bool isReady = row.state<WorkState>() == WorkState::Ready;
+  result.ready = row.frames() == result.run && isReady;
+  result.job = row.number();
+  result.startsJob = row.flag();
+  return result;
+}
+
+EngineId Store::Impl::clusterEngine() {
+  {
+    Query row(database, "SELECT id FROM engines INDEXED BY engines_cluster WHERE state = 'cluster'");
+    if (row.next()) {
+      return row.number();
+    }
+  }
+  Query(database,
+        "INSERT INTO engines (state, slots, process, boot, entered) VALUES ('cluster', 0, 0, '', ?1)", now())
+      .run();
+  return database.lastId();
+}
+
+AttemptId Store::Impl::insertPlacedAttempt(const Place& place, WorkId work, Moment started) {
+  Query(database, statements::insertAttempt, place.job, work, clusterEngine(), place.run.First,
+        place.run.Last, place.number, started)
+      .run();
+  const AttemptId attempt = database.lastId();
+  if (place.startsJob) {
+    Query(database, statements::startClusterJob, place.job, started).run();
+  }
+  return attempt;
+}
+
+AttemptId Store::Impl::beginPlaced(const Place& place, Moment started) {
+  const AttemptId attempt = insertPlacedAttempt(place, place.work, started);
+  Query(database, statements::startPlaced, place.work, nameOf(WorkState::Running), place.number, attempt)
+      .run();
+  Query(database, statements::notePlaced, place.array, place.place, attempt).run();
+  return attempt;
+}
+
+AttemptId Store::beginPlaced(ArrayId array, std::size_t place, Moment started) {
+  const auto known = [&](const std::optional<Impl::Place>& found) {
+    return !found || found->attempt != 0 || !found->ready;
+  };
+  // Mostly it is; that needs no right to write.
+  std::optional<Impl::Place> found = impl_->openPlace(array, place);
+  if (!known(found)) {
+    impl_->database.write([&] {
+      found = impl_->openPlace(array, place);
+      if (!known(found)) {
+        found->attempt = impl_->beginPlaced(*found, started);
+      }
+    });
+  }
+  return found ? found->attempt : 0;
+}
+
+void Store::noteBeat(const PlacedBeat& beat) {
+  impl_->database.write([&] {
+    if (!Query(impl_->database, statements::isRunning, beat.attempt).next()) {
+      return;
+    }
+    Query(impl_->database, statements::noteBeat, beat.attempt, beat.seen, microseconds(beat.silent),
+          beat.logBytes, beat.stage, beat.log)
+        .run();
+    Query(impl_->database, statements::noteLog, beat.attempt, beat.log).run();
+  });
+}
+
+std::vector<PlacedBeat> Store::beats(JobId job) {
+  std::vector<PlacedBeat> result;
+  for (Query row(impl_->database, statements::beatsOfJob, job); row.next();) {
+    PlacedBeat& beat = result.emplace_back();
+    beat.attempt = row.number();
+    beat.seen = row.moment();
+    beat.silent = std::chrono::duration<double>(std::chrono::microseconds(row.number())).count();
+    beat.logBytes = row.number();
+    beat.stage = row.text();
+    beat.log = row.text();
+  }
+  std::sort(result.begin(), result.end(),
+            [](const PlacedBeat& one, const PlacedBeat& other) { return one.attempt < other.attempt; });
+  return result;
+}
+
+bool Store::settlePlaced(ArrayId array, std::size_t place, Moment started, Outcome outcome) {
+  if (outcome.state == AttemptState::Running) {
+    throw mistake("An attempt cannot be settled as running");
+  }
+  bool again = false;
+  impl_->database.write([&] {
+    const std::optional<Impl::Place> found = impl_->openPlace(array, place);
+    if (!found) {
+      return;
+    }
+    outcome.attempt = found->attempt;
+    if (found->attempt == 0 && !found->ready) {
+      again = impl_->settleUnseen(*found, started, outcome);
+    } else {
+      if (found->attempt == 0) {
+        outcome.attempt = impl_->beginPlaced(*found, started);
+      }
+      again = impl_->settle(outcome);
+    }
+    impl_->closePlace(*found, outcome.attempt);
+  });
+  return again;
+}
+
+bool Store::Impl::settleUnseen(const Place& place, Moment started, Outcome& outcome) {
+  std::vector<Work> works;
+  {
+    Query row(database, statements::partsOfPlace, place.job, place.run.First, place.run.Last);
+    while (row.next()) {
+      Work& work = works.emplace_back();
+      work.id = row.number();
+      work.job = place.job;
+      work.run = row.frames();
+      work.place = row.number();
+      work.attempts = row.integer();
+      work.tries = row.integer();
+      work.losses = row.integer();
+      work.state = row.state<WorkState>();
+    }
+  }
+  if (works.empty()) {
+    return false; // in a sound queue they all stay till the place closes
+  }
+  outcome.attempt = insertPlacedAttempt(place, works.front().id, started);
+  for (Work& work : works) {
+    work.attempts = place.number;
+    work.attempt = outcome.attempt;
+    Query(database, statements::startPlaced, work.id, nameOf(work.state), work.attempts, work.attempt).run();
+  }
+  Settling settling;
+  Work first;
+  return readSettling(outcome.attempt, settling, first) && settleWorks(outcome, settling, works);
+}
+
+void Store::Impl::closePlace(const Place& place, AttemptId attempt) {
+  Query(database, statements::closePlaced, place.array, place.place, attempt).run();
+  Query(database, statements::dropBeat, attempt).run();
+  endArrayWhenDone(place.array);
+}
+
+void Store::Impl::endArrayWhenDone(ArrayId array) {
+  if (!Query(database, statements::anyOpenPlace, array).next()) {
+    Query(database, "UPDATE arrays SET state = 'over' WHERE id = ?1", array).run();
+  }
+}
+
+void Store::closePlace(ArrayId array, std::size_t place) {
+  impl_->database.write([&] {
+    const std::optional<Impl::Place> found = impl_->openPlace(array, place);
+    if (found && found->attempt != 0) {
+      throw mistake(nameOfPlace(array, place) + " has an attempt, so only a result closes it");
+    }
+    if (found) {
+      impl_->closePlace(*found, 0);
+    }
+  });
+}
+
+ClusterContact Store::clusterContact() {
+  ClusterContact contact;
+  Query row(impl_->database, "SELECT asked, answered, problem FROM contact");
+  if (row.next()) {
+    contact.asked = row.moment();
+    contact.answered = row.moment();
+    contact.problem = row.text();
+  }
+  return contact;
+}
+
+void Store::noteContact(const ClusterContact& contact) {
+  impl_->database.write([&] {
+    Query(impl_->database, "UPDATE contact SET asked = ?1, answered = ?2, problem = ?3", contact.asked,
+          contact.answered, contact.problem)
+        .run();
+  });
+}
+
+} // namespace trovik
