@@ -110,6 +110,7 @@ void Attempt::readOutput(Clock::time_point now) {
     lastOutput_ = now;
     const std::string_view bytes(buffer.data(), static_cast<std::size_t>(got));
     log_->write(bytes);
+    logBytes_ += got;
     splitter_.Feed(bytes);
   }
 }

@@ -68,6 +68,16 @@ public:
   const SmartHandle<Job>& job() const { return job_; }
   /// The process group; 0 before the start.
   int process() const { return program_ == nullptr ? 0 : program_->id(); }
+  /// The words that were started, as text for a shell.
+  const std::string& command() const { return outcome_.command; }
+  /// The file of its output (empty while it printed nothing), and how much it
+  /// printed, in bytes.
+  Path log() const { return log_->file(); }
+  std::int64_t logBytes() const { return logBytes_; }
+  Clock::time_point started() const { return started_; }
+  Clock::time_point lastOutput() const { return lastOutput_; }
+  /// Whether the program has ended and its files are looked at.
+  bool isChecking() const { return look_.has_value(); }
   /// How it ended, for the reader and for the queue. Valid when it is over.
   const WorkResult& result() const { return result_; }
   const Outcome& outcome() const { return outcome_; }
@@ -96,6 +106,7 @@ private:
   std::optional<FileLook> look_;
   LineSplitter splitter_;
   LogTail tail_;
+  std::int64_t logBytes_ = 0;
   bool decided_ = false;
   Path announced_; // the image that the program named last
   std::unordered_set<std::string> complete_;

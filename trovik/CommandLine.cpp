@@ -49,7 +49,7 @@ void refuseExtras(const CLI::App& program, const CLI::App* verb) {
   }
   if (verb == nullptr) {
     std::vector<String> verbs;
-    for (const CLI::App* known : program.get_subcommands({})) {
+    for (const CLI::App* known : program.get_subcommands(isListed)) {
       verbs.emplace_back(known->get_name());
     }
     throw UsageError{"unknown verb " + inQuotes(extras.front()),
@@ -100,6 +100,9 @@ void requireArguments(const Options& options) {
     throw UsageError{verb + " needs the number of a job, or \"last\" for the newest",
                      "\"trovik jobs\" lists them; " + help};
   }
+  if (options.verb == "task" && (!options.folder || options.folder->empty())) {
+    throw UsageError{verb + " needs the folder of an array job", help};
+  }
   if (options.verb == "sheet" && (!options.file || options.file->empty())) {
     throw UsageError{verb + " needs the name of the image to write", "such as -o sheet.png; " + help};
   }
@@ -143,7 +146,7 @@ ParsedLine parseCommandLine(const std::vector<std::string>& arguments, std::size
         program.get_subcommands([&](const CLI::App* app) { return app->get_name() == helpVerb; });
     if (!helpVerb.empty() && known.empty()) {
       std::vector<String> names;
-      for (const CLI::App* verb : program.get_subcommands([](const CLI::App*) { return true; })) {
+      for (const CLI::App* verb : program.get_subcommands(isListed)) {
         names.emplace_back(verb->get_name());
       }
       throw UsageError{"unknown verb " + inQuotes(helpVerb),

@@ -132,7 +132,7 @@ private:
   Completions verbs() const {
     std::vector<Candidate> candidates;
     if (!lost_) {
-      for (const CLI::App* verb : program_.get_subcommands([](const CLI::App*) { return true; })) {
+      for (const CLI::App* verb : program_.get_subcommands(isListed)) {
         candidates.push_back({verb->get_name(), verb->get_description()});
       }
     }
@@ -167,6 +167,9 @@ private:
     }
     if (form == "WHEN") {
       return matching({{"auto", "Colours on terminals"}, {"always", ""}, {"never", ""}}, before, start);
+    }
+    if (form == "ENGINE") {
+      return matching({{"local", "This machine"}, {"slurm", "A cluster"}}, before, start);
     }
     if (form == "NAME=VALUE") {
       return setting(before, start);

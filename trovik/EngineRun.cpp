@@ -11,6 +11,7 @@
 #include "trovik/Submission.h"
 #include "trovik/Text.h"
 #include "trovik/UsageError.h"
+#include "trovik/cluster/ClusterRun.h"
 
 #include <algorithm>
 #include <memory>
@@ -88,8 +89,12 @@ int workQueue(Session& session, Store& store, ImageInspector& images, Machine& m
   EnginePlan plan = enginePlan(session);
   plan.untilEmpty = options.untilEmpty;
   if (options.job) {
-    const JobId job = findJob(store, *options.job).id;
+    const JobRecord record = findJob(store, *options.job);
+    const JobId job = record.id;
     store.resume(job);
+    if (record.runOn == RunOn::Cluster) {
+      return followCluster(session, store, job);
+    }
     return workOff(session, store, images, machine, job, plan);
   }
   SignalInterrupts interrupts;
@@ -102,6 +107,11 @@ int workQueue(Session& session, Store& store, ImageInspector& images, Machine& m
     progress = std::make_unique<PlainProgress>(console, true);
   }
   LocalEngine engine(machine, store, images, interrupts, *progress);
+  const std::unique_ptr<ClusterDesk> cluster = deskForEngine(session, store);
+  if (cluster) {
+    plan.withCluster = true;
+    plan.whenIdle = [&] { cluster->engine().advance(); };
+  }
   engine.run(plan);
   return exitGood;
 }

@@ -83,7 +83,8 @@ const char* const runFooter =
     "the same command goes on where it stopped.\n"
     "\n"
     "Ctrl-C asks the running programs to end and says what is done and what is\n"
-    "not; a second one kills them.\n"
+    "not; a second one kills them. On a cluster (--engine slurm) it leaves the job,\n"
+    "which goes on there; \"trovik watch\" comes back to it.\n"
     "\n"
     "Exit codes: 0 every frame good, 1 some failed or were not done, 2 wrong usage\n"
     "or input, nothing started.\n"
@@ -93,13 +94,15 @@ const char* const runFooter =
     "  trovik run povray shots/a_0001.pov --range 1-10 --out images\n"
     "  trovik run povray a.pov --set Width=1920 --set Height=1080\n"
     "  trovik run povray shots/a_0001.pov --missing    only what is not there yet\n"
+    "  trovik run povray shots/a_0001.pov --engine slurm\n"
     "  trovik run povray shots/a_0001.pov --dry-run    only show the commands";
 
 const char* const submitFooter =
     "Frames: 1-100, every fifth 1-100x5, all but every fifth 1-100y5, interleaved\n"
     "1-100:4, lists 1,4,9-12.\n"
     "\n"
-    "Prints the number of the job. \"trovik engine\" works it off.\n"
+    "Prints the number of the job. \"trovik engine\" works it off; on a cluster\n"
+    "(--engine slurm) Slurm has it at once, and \"trovik watch\" follows it.\n"
     "\n"
     "Examples:\n"
     "  trovik submit povray shots/a_0001.pov\n"
@@ -183,21 +186,40 @@ const char* const sheetFooter = "Examples:\n"
                                 "  trovik sheet 3 -o sheet.jpg --columns 6 --width 400\n"
                                 "  trovik sheet 3 -o sheet.png --frames 1-100x10 --json";
 
+const char* const taskFooter =
+    "The exit code is 0 when every work of the task has a result, whatever it says,\n"
+    "or the array job was canceled.\n"
+    "\n"
+    "Examples:\n"
+    "  trovik task /shared/trovik/3f9a2c10-12/1 --index 0";
+
 } // namespace
 
 const char* helpFooter(std::string_view verb) {
   static const std::map<std::string_view, const char*> footers = {
-      {"", programFooter},      {"types", typesFooter},
-      {"type", typeFooter},     {"check", checkFooter},
-      {"detect", detectFooter}, {"find", findFooter},
-      {"new", newFooter},       {"replay", replayFooter},
-      {"run", runFooter},       {"submit", submitFooter},
-      {"engine", engineFooter}, {"jobs", jobsFooter},
-      {"show", showFooter},     {"log", logFooter},
-      {"images", imagesFooter}, {"watch", watchFooter},
-      {"retry", retryFooter},   {"cancel", cancelFooter},
-      {"delete", deleteFooter}, {"stats", statsFooter},
-      {"sheet", sheetFooter},   {"help", "Examples:\n  trovik help run"},
+      {"", programFooter},
+      {"types", typesFooter},
+      {"type", typeFooter},
+      {"check", checkFooter},
+      {"detect", detectFooter},
+      {"find", findFooter},
+      {"new", newFooter},
+      {"replay", replayFooter},
+      {"run", runFooter},
+      {"submit", submitFooter},
+      {"engine", engineFooter},
+      {"jobs", jobsFooter},
+      {"show", showFooter},
+      {"log", logFooter},
+      {"images", imagesFooter},
+      {"watch", watchFooter},
+      {"retry", retryFooter},
+      {"cancel", cancelFooter},
+      {"delete", deleteFooter},
+      {"stats", statsFooter},
+      {"sheet", sheetFooter},
+      {"task", taskFooter},
+      {"help", "Examples:\n  trovik help run"},
   };
   const auto footer = footers.find(verb);
   if (footer == footers.end()) {

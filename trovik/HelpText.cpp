@@ -1,6 +1,7 @@
 #include "trovik/HelpText.h"
 
 #include "trovik/Text.h"
+#include "trovik/VerbOptions.h"
 
 #include <CLI/CLI.hpp>
 
@@ -40,7 +41,7 @@ std::string optionName(const CLI::Option& option) {
 
 std::string helpText(const CLI::App& app, std::size_t width) {
   const bool isVerb = app.get_parent() != nullptr;
-  const std::vector<const CLI::App*> verbs = app.get_subcommands([](const CLI::App*) { return true; });
+  const std::vector<const CLI::App*> verbs = app.get_subcommands(isListed);
   std::vector<const CLI::Option*> positionals;
   std::vector<std::string> groups;
   for (const CLI::Option* option : app.get_options()) {

@@ -116,7 +116,11 @@ void JobFollower::poll() {
 /// attempt that has ended already takes a further look; true then.
 bool JobFollower::look() {
   std::vector<AttemptRecord> ended;
+  const std::vector<AttemptId> stillRunning = store_.runningAttempts(job_);
   for (const auto& [id, running] : running_) {
+    if (std::binary_search(stillRunning.begin(), stillRunning.end(), id)) {
+      continue;
+    }
     std::optional<AttemptRecord> attempt = store_.attempt(id);
     if (attempt && attempt->state != AttemptState::Running) {
       ended.push_back(std::move(*attempt));

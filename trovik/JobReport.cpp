@@ -99,7 +99,9 @@ std::string runningText(const Console& console, const JobReport& report, Moment 
   for (std::size_t i = 0; i < shown; ++i) {
     const auto& [attempt, files] = report.running[i];
     std::string line = titleOf(attempt, report.view.job.hasFrames) + "  for " +
-                       durationText(timeOf(attempt, now)) + ", on engine " + std::to_string(attempt.engine);
+                       durationText(timeOf(attempt, now)) +
+                       (report.cluster ? runningOnCluster(*report.cluster, attempt.id, now)
+                                       : ", on engine " + std::to_string(attempt.engine));
     if (attempt.number > 1) {
       line += ", attempt " + std::to_string(attempt.number);
     }
@@ -164,6 +166,10 @@ JobReport reportOn(Store& store, JobRecord job) {
   JobReport report;
   report.view = viewOf(store, std::move(job));
   report.engine = store.hasOtherEngine(0);
+  if (report.view.job.runOn == RunOn::Cluster) {
+    report.cluster = clusterReport(store, report.view.job);
+    report.engine = true; // the cluster itself
+  }
   RunSummary summary = store.summary(id);
   report.images = std::move(summary.images);
 
@@ -231,6 +237,11 @@ std::string reportText(const Console& console, const JobReport& report, Moment n
     text +=
         framesEntry(console, isOpen(job.state) ? "waiting" : "not done", view.frames.ready, Colour::Yellow);
   }
+  if (report.cluster) {
+    for (const auto& [label, what] : clusterEntries(*report.cluster, now)) {
+      text += entry(console, label.c_str(), console.shown(what));
+    }
+  }
   if (report.left) {
     text += entry(console, "left", "about " + roughText(*report.left));
   }
@@ -264,6 +275,7 @@ Json reportJson(const JobReport& report, Moment now) {
          {"files", files},
          {"log", textOrNull(logOf(attempt, report.view.job).Text())}});
   }
+  document["cluster"] = report.cluster ? clusterJson(*report.cluster, now) : Json(nullptr);
   document["failures"] = Json::array();
   for (const auto& [group, attempt] : report.failures) {
     const auto line = attempt ? decidingLine(*attempt) : std::nullopt;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "trovik/JobView.h"
+#include "trovik/cluster/ClusterReport.h"
 
 #include <map>
 #include <optional>
@@ -26,6 +27,7 @@ struct JobReport {
   std::map<std::string, std::size_t> images; ///< by directory
   std::optional<Duration> left;              ///< a guess, while works run
   bool engine = false;                       ///< one lives that may work off the job
+  std::optional<ClusterReport> cluster;      ///< of a job on one
 };
 
 JobReport reportOn(Store& store, JobRecord job);

@@ -81,6 +81,7 @@ RunInfo runInfoOf(const JobView& view) {
   info.type = job.typeName;
   info.scene = job.scene;
   info.hasFrames = job.hasFrames;
+  info.onCluster = job.runOn == RunOn::Cluster;
   info.range = job.hasFrames ? allFrames(view.frames).text() : std::string();
   info.frames = job.hasFrames ? view.total() : 1;
   info.works = view.frames.works();

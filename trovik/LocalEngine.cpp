@@ -421,7 +421,8 @@ bool LocalEngine::isDone() {
     return false;
   }
   for (const JobRecord& job : store_.jobs()) {
-    if (isOpen(job.state) && std::find(refused_.begin(), refused_.end(), job.id) == refused_.end()) {
+    const bool ours = job.runOn == RunOn::Local || plan_.withCluster;
+    if (ours && isOpen(job.state) && std::find(refused_.begin(), refused_.end(), job.id) == refused_.end()) {
       return false;
     }
   }

@@ -25,6 +25,7 @@ struct EnginePlan {
   std::size_t slots = 1;
   bool slotsAreCpus = false;      ///< a work takes as many slots as its CPUs, else one
   bool untilEmpty = false;        ///< ends when no job is open
+  bool withCluster = false;       ///< also none of a cluster, which `whenIdle` sees to
   std::function<void()> whenIdle; ///< called about twice a second; may be empty
 };
 

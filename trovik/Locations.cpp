@@ -62,6 +62,10 @@ Path Locations::ownModules() const {
   return home("XDG_DATA_HOME", ".local/share") /= "trovik/modules";
 }
 
+Path Locations::clusterFolder() const {
+  return home("XDG_DATA_HOME", ".local/share") /= "trovik/cluster";
+}
+
 Path Locations::imageHelper() const {
   if (const auto named = environment_("TROVIK_IMAGE_HELPER")) {
     return absolutePath(*named);

@@ -30,6 +30,10 @@ public:
   /// $XDG_DATA_HOME/trovik/modules: the types that users write.
   Path ownModules() const;
 
+  /// $XDG_DATA_HOME/trovik/cluster: what a cluster's nodes are told, where
+  /// nobody names another folder.
+  Path clusterFolder() const;
+
   /// The helper that decodes images: beside the program, or where
   /// $TROVIK_IMAGE_HELPER says.
   Path imageHelper() const;

@@ -11,24 +11,13 @@
 namespace trovik {
 namespace {
 
-/// Where no log can be written.
-class NoLogs final : public RunLogs {
-  class NoLog final : public AttemptLog {
-    void write(std::string_view /*bytes*/) override {}
-    Path file() const override { return {}; }
-  };
-  std::unique_ptr<AttemptLog> open(const std::string& /*name*/, int /*attempt*/) override {
-    return std::make_unique<NoLog>();
-  }
-};
-
 std::unique_ptr<RunLogs> logsOf(const Store& store, const JobRecord& record) {
   try {
     return std::make_unique<RunLogDirectory>(record.logs.empty() ? store.logDirectory(record.id)
                                                                  : Path(record.logs));
   } catch (const UsageError& error) {
     LogWarning("job " + std::to_string(record.id) + " has no logs: " + error.message);
-    return std::make_unique<NoLogs>();
+    return noLogs();
   }
 }
 

@@ -40,6 +40,8 @@ struct Options {
   std::optional<std::string> range;
   std::optional<std::string> packet;
   std::optional<std::string> slots;
+  std::optional<std::string> engine; ///< local or slurm
+  std::optional<std::string> shared; ///< the folder that a cluster's nodes see as well
   std::optional<std::string> out;
   std::optional<std::string> logDirectory;
   bool dryRun = false;
@@ -64,6 +66,10 @@ struct Options {
   std::optional<std::string> file; ///< to be written
   std::optional<std::string> width;
   std::optional<std::string> columns;
+
+  // For the verb that a cluster's tasks run.
+  std::optional<std::string> folder; ///< of the array job
+  std::optional<std::string> index;  ///< of the task
 
   // For the verb that writes a type; what it takes besides is above.
   std::optional<std::string> program;

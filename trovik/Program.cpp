@@ -58,7 +58,8 @@ int callVerb(const Options& options, Console& console) {
       {"run", {runJob, Types::Needed}},           {"sheet", {drawSheet, Types::NotNeeded}},
       {"show", {showJob, Types::NotNeeded}},      {"stats", {showStats, Types::NotNeeded}},
       {"submit", {submitJob, Types::Needed}},     {"type", {describeType, Types::Needed}},
-      {"types", {listTypes, Types::Needed}},      {"watch", {watchJob, Types::NotNeeded}},
+      {"task", {runTask, Types::NotNeeded}},      {"types", {listTypes, Types::Needed}},
+      {"watch", {watchJob, Types::NotNeeded}},
   };
   const auto verb = verbs.find(options.verb);
   if (verb == verbs.end()) {

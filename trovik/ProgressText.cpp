@@ -35,6 +35,9 @@ template <typename Paint> std::string countsText(const RunSummary& summary, Pain
 /// How to go on after a run that left something to do.
 std::string restText(const RunSummary& summary) {
   const std::string job = std::to_string(summary.info.job);
+  if (summary.info.onCluster) {
+    return "To do the rest, give \"trovik retry " + job + "\"\n";
+  }
   if (summary.info.job != 0) {
     return summary.failedWorks > 0
                ? "To do the rest, give \"trovik retry " + job + "\" and \"trovik engine --job " + job + "\"\n"

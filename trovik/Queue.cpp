@@ -3,6 +3,7 @@
 #include "trovik/Session.h"
 #include "trovik/Text.h"
 #include "trovik/UsageError.h"
+#include "trovik/cluster/ClusterRun.h"
 
 #include <charconv>
 #include <filesystem>
@@ -11,7 +12,11 @@
 
 namespace trovik {
 
-Queue::Queue(const Session& session) : Queue(session.state()) {}
+Queue::Queue(Session& session) : Queue(session.state()) {
+  if (store_ != nullptr) {
+    collectFromCluster(session, *store_);
+  }
+}
 
 Queue::Queue(const Path& directory) {
   std::error_code error;

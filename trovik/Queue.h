@@ -17,10 +17,11 @@ JobId jobNumber(const std::string& text);
 JobRecord findJob(Store& store, const std::string& text);
 
 /// The queue as the verbs about jobs see it. One that is not there yet is an
-/// empty one: looking at it makes nothing.
+/// empty one: looking at it makes nothing. What has become of jobs on a cluster
+/// is collected first.
 class Queue {
 public:
-  explicit Queue(const Session& session);
+  explicit Queue(Session& session);
   explicit Queue(const Path& directory);
 
   /// Null where there is no queue yet.

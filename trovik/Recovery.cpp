@@ -8,8 +8,30 @@
 
 namespace trovik {
 
-Recovery::Recovery(LostAttempt lost, const WorkMaker* works, bool hasFrames, ImageInspector& inspector)
-    : lost_(std::move(lost)), inspector_(inspector), hasFrames_(hasFrames) {
+namespace {
+
+SmartHandle<Job> jobOf(const LostAttempt& lost, const WorkMaker* works, bool hasFrames) {
+  if (works == nullptr) {
+    return {};
+  }
+  WorkInfo work;
+  work.run = lost.attempt.run;
+  work.hasFrames = hasFrames;
+  try {
+    return works->make(work);
+  } catch (Exception* exception) {
+    LogDebug("a lost attempt: " + takeText(exception));
+    return {};
+  }
+}
+
+} // namespace
+
+Recovery::Recovery(const LostAttempt& lost, const WorkMaker* works, bool hasFrames, ImageInspector& inspector)
+    : Recovery(lost, jobOf(lost, works, hasFrames), hasFrames, inspector) {}
+
+Recovery::Recovery(LostAttempt lost, SmartHandle<Job> job, bool hasFrames, ImageInspector& inspector)
+    : lost_(std::move(lost)), inspector_(inspector), job_(std::move(job)), hasFrames_(hasFrames) {
   outcome_.attempt = lost_.attempt.id;
   outcome_.state = AttemptState::Lost;
   outcome_.rule = VerdictRule::Engine;
@@ -18,18 +40,8 @@ Recovery::Recovery(LostAttempt lost, const WorkMaker* works, bool hasFrames, Ima
   outcome_.command = lost_.attempt.command;
   outcome_.files = lost_.files;
   outcome_.duration = std::chrono::microseconds(0);
-  if (works == nullptr) {
-    return;
-  }
-  WorkInfo work;
-  work.run = lost_.attempt.run;
-  work.hasFrames = hasFrames;
-  try {
-    job_ = works->make(work);
+  if (job_) {
     job_->SetObserver(this);
-  } catch (Exception* exception) {
-    LogDebug("a lost attempt: " + takeText(exception));
-    job_ = SmartHandle<Job>();
   }
 }
 
@@ -95,7 +107,7 @@ String Recovery::OnCheckFile(const Job& /*job*/, const Path& file) {
 
 std::vector<std::unique_ptr<Recovery>> takeLostAttempts(Store& store, ImageInspector& inspector) {
   std::vector<std::unique_ptr<Recovery>> recoveries;
-  for (LostAttempt& lost : store.takeLost()) {
+  for (const LostAttempt& lost : store.takeLost()) {
     const JobId id = lost.attempt.job;
     LogInfo("taking up frames " + std::string(lost.attempt.run.Text()) + " of job " + std::to_string(id) +
             ", whose engine died");
@@ -105,7 +117,7 @@ std::vector<std::unique_ptr<Recovery>> takeLostAttempts(Store& store, ImageInspe
       works = std::make_unique<WorkMaker>(record->type, store.packed(id));
     }
     recoveries.push_back(
-        std::make_unique<Recovery>(std::move(lost), works.get(), record && record->hasFrames, inspector));
+        std::make_unique<Recovery>(lost, works.get(), record && record->hasFrames, inspector));
   }
   if (recoveries.empty()) {
     store.releaseLost();

@@ -18,7 +18,9 @@ class Recovery final : public WorkObserver {
 public:
   /// `works` may be null where the job's type is not known here: nothing that
   /// the attempt left is trusted then. The inspector must outlive the recovery.
-  Recovery(LostAttempt lost, const WorkMaker* works, bool hasFrames, ImageInspector& inspector);
+  Recovery(const LostAttempt& lost, const WorkMaker* works, bool hasFrames, ImageInspector& inspector);
+  /// The same with the work's own job object, which nothing else uses; null for none.
+  Recovery(LostAttempt lost, SmartHandle<Job> job, bool hasFrames, ImageInspector& inspector);
   ~Recovery() override;
   Recovery(const Recovery&) = delete;
   Recovery& operator=(const Recovery&) = delete;

@@ -59,7 +59,21 @@ private:
   int descriptor_ = -1;
 };
 
+class NoLogs final : public RunLogs {
+  class NoLog final : public AttemptLog {
+    void write(std::string_view /*bytes*/) override {}
+    Path file() const override { return {}; }
+  };
+  std::unique_ptr<AttemptLog> open(const std::string& /*name*/, int /*attempt*/) override {
+    return std::make_unique<NoLog>();
+  }
+};
+
 } // namespace
+
+std::unique_ptr<RunLogs> noLogs() {
+  return std::make_unique<NoLogs>();
+}
 
 RunLogDirectory::RunLogDirectory(Path directory) : directory_(std::move(directory)) {
   std::error_code error;

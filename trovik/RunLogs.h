@@ -41,6 +41,9 @@ private:
   Path directory_;
 };
 
+/// For where no log can be written: all that is written is lost.
+std::unique_ptr<RunLogs> noLogs();
+
 /// The file that such a directory has for an attempt; see there.
 Path logFile(Path directory, const std::string& name, int attempt);
 

@@ -10,6 +10,7 @@
 #include "trovik/Text.h"
 #include "trovik/Types.h"
 #include "trovik/UsageError.h"
+#include "trovik/cluster/ClusterRun.h"
 
 #include <algorithm>
 #include <charconv>
@@ -103,6 +104,14 @@ void Submission::setUp() {
     refuseTwice(sets, p_OutputFolder, "--out");
     setup_.setOutputFolder(*options.out);
   }
+  if (options.engine) {
+    refuseTwice(sets, p_RunOn, "--engine");
+    const bool slurm = String::EqualNoCase(*options.engine, "slurm");
+    if (!slurm && !String::EqualNoCase(*options.engine, "local")) {
+      throw UsageError{"--engine: there is no engine " + inQuotes(*options.engine), "write local or slurm"};
+    }
+    setup_.set(p_RunOn, slurm ? "Slurm" : "Local", "--engine");
+  }
   if (options.priority) {
     refuseTwice(sets, p_Priority, "--priority");
     setup_.set(p_Priority, *options.priority, "--priority");
@@ -132,6 +141,15 @@ void Submission::describe() {
   std::error_code error;
   newJob_.directory = std::filesystem::current_path(error).string();
   newJob_.output = outputOf(job);
+  const ClusterSettings cluster = clusterSettings(session_);
+  newJob_.runOn = runOnOf(job, cluster.isDefault ? RunOn::Cluster : RunOn::Local);
+  if (newJob_.runOn == RunOn::Cluster) {
+    if (options.slots) {
+      throw UsageError{"--slots is for programs on this machine",
+                       "--set ClusterThrottle=N limits the tasks that run at a time on the cluster"};
+    }
+    newJob_.folder = cluster.folder.Text();
+  }
   if (options.logDirectory) {
     newJob_.logs = absolutePath(*options.logDirectory).Text();
   }
@@ -193,6 +211,10 @@ void Submission::tryFirstWork() const {
     throw UsageError{"jobs of " + inQuotes(newJob_.typeName) + " do not run a program", {}};
   }
   const ProcessStart start = orRefuse("", "", [&] { return process->DescribeWork(); });
+  if (newJob_.runOn == RunOn::Cluster) {
+    tryCluster(session_, *first);
+    return; // the program need not be on this machine
+  }
   const Path program(start.Arguments.empty() ? String() : start.Arguments.front());
   const bool bare = program.Text().find('/') == String::npos;
   const bool there =

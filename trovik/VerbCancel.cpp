@@ -3,6 +3,7 @@
 #include "trovik/Text.h"
 #include "trovik/UsageError.h"
 #include "trovik/Verbs.h"
+#include "trovik/cluster/ClusterRun.h"
 
 namespace trovik {
 namespace {
@@ -15,7 +16,11 @@ JobDone cancel(Store& store, const JobRecord& job) {
   }
   const std::size_t running = store.frames(job.id).runningWorks;
   std::string text = title + "  canceled";
-  if (running > 0) {
+  if (job.runOn == RunOn::Cluster) {
+    if (const std::size_t arrays = store.openArrays(job.id).size(); arrays > 0) {
+      text += "; its tasks are ended";
+    }
+  } else if (running > 0) {
     text += store.hasOtherEngine(0)
                 ? "; " + counted(running, "program") + (running == 1 ? " is" : " are") + " asked to end"
                 : "; no engine is at work, so the next one ends what is left of it";
@@ -26,7 +31,10 @@ JobDone cancel(Store& store, const JobRecord& job) {
 } // namespace
 
 int cancelJobs(Session& session) {
-  return forEachJob(session, "cancel", cancel);
+  return forEachJob(session, "cancel", cancel, [&](Store& store) {
+    cancelOnCluster(session, store);
+    return std::string();
+  });
 }
 
 } // namespace trovik

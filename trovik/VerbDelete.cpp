@@ -4,6 +4,7 @@
 #include "trovik/Text.h"
 #include "trovik/UsageError.h"
 #include "trovik/Verbs.h"
+#include "trovik/cluster/ClusterRun.h"
 
 #include <filesystem>
 #include <system_error>
@@ -14,7 +15,8 @@ namespace {
 /// Logs in the queue's own directory belong to the job; a folder that the user
 /// named may hold anything. True when they are gone.
 bool removeLogs(const Store& store, const JobRecord& job) {
-  const Path own = store.logDirectory(job.id);
+  const Path own =
+      job.runOn == RunOn::Cluster ? JobFolder(Path(job.folder)).logs() : store.logDirectory(job.id);
   if (!job.logs.empty() && job.logs != own.Text()) {
     return false;
   }
@@ -26,17 +28,43 @@ bool removeLogs(const Store& store, const JobRecord& job) {
   return !error;
 }
 
-JobDone remove(Store& store, const JobRecord& job) {
+/// What the nodes were told.
+void removeFolder(const JobRecord& job) {
+  std::error_code error;
+  std::filesystem::remove_all(job.folder, error);
+  if (error) {
+    LogWarning("cannot remove the folder " + inQuotes(job.folder) + ": " + error.message());
+  }
+}
+
+/// A task that starts later finds that nothing is wanted of it.
+void endOnCluster(Session& session, Store& store, const JobRecord& job) {
+  const std::vector<ArrayRecord> arrays = store.openArrays(job.id);
+  for (const ArrayRecord& array : arrays) {
+    store.cancelArray(array.id);
+  }
+  if (!arrays.empty()) {
+    cancelOnCluster(session, store);
+  }
+}
+
+JobDone remove(Session& session, Store& store, const JobRecord& job) {
   const std::string id = std::to_string(job.id);
   if (store.frames(job.id).runningWorks > 0) {
     throw UsageError{"works of job " + id + " are running",
-                     store.hasOtherEngine(0)
+                     job.runOn == RunOn::Cluster || store.hasOtherEngine(0)
                          ? "\"trovik cancel " + id + "\" ends them; then delete it"
                          : "their engine died; \"trovik engine --job " + id +
                                "\" takes them up, or, after \"trovik cancel " + id + "\", ends them"};
   }
+  if (job.runOn == RunOn::Cluster) {
+    endOnCluster(session, store, job);
+  }
   store.remove(job.id);
   const bool logs = removeLogs(store, job);
+  if (job.runOn == RunOn::Cluster) {
+    removeFolder(job);
+  }
   std::string text = "job " + id + "  deleted";
   if (!logs && !job.logs.empty()) {
     text += "; its logs stay in " + printable(job.logs, OddBytes::Keep);
@@ -47,7 +75,8 @@ JobDone remove(Store& store, const JobRecord& job) {
 } // namespace
 
 int deleteJobs(Session& session) {
-  return forEachJob(session, "delete", remove);
+  return forEachJob(session, "delete",
+                    [&](Store& store, const JobRecord& job) { return remove(session, store, job); });
 }
 
 } // namespace trovik

@@ -168,7 +168,8 @@ std::string headText(const Console& console, const JobView& view, const AttemptR
   }
   if (attempt.signal != 0) {
     text += entry("ended", "by signal " + std::to_string(attempt.signal));
-  } else if (attempt.state == AttemptState::Failed && attempt.rule != VerdictRule::Start) {
+  } else if (attempt.state == AttemptState::Failed && attempt.rule != VerdictRule::Start &&
+             attempt.rule != VerdictRule::Cluster) {
     text += entry("ended", "with exit code " + std::to_string(attempt.exitCode));
   }
   const auto deciding = decidingLine(attempt);

@@ -19,6 +19,7 @@ constexpr std::string_view typeVerbs = "Job types";
 constexpr std::string_view writingVerbs = "Job types of your own";
 constexpr std::string_view workVerbs = "Rendering";
 constexpr std::string_view jobVerbs = "Jobs";
+constexpr std::string_view hiddenVerbs; // help does not list them
 
 enum class Queue { Used, NotUsed };
 
@@ -71,7 +72,8 @@ public:
     verb_.group(std::string(group));
     verb_.footer(helpFooter(name));
     verb_.allow_extras();
-    addCommon(verb_, options, group == typeVerbs || group == writingVerbs ? Queue::NotUsed : Queue::Used);
+    const bool usesQueue = group == workVerbs || group == jobVerbs;
+    addCommon(verb_, options, usesQueue ? Queue::Used : Queue::NotUsed);
   }
 
   /// An argument by its place, shown as `form` ("JOB", "[SCENE]") in the usage.
@@ -198,6 +200,10 @@ void addMaking(VerbOptions& verb, Options& options) {
       .value("--log-dir", "DIR", options.logDirectory, "The folder for the logs of this job")
       .flag("--missing", options.missing, "Only the frames without a good file")
       .flag("--new", options.fresh, "A job of its own even if the same one is unfinished")
+      .value("--engine", "ENGINE", options.engine,
+             "Where its works run: local, or slurm for a cluster; local by default")
+      .value("--shared", "DIR", options.shared,
+             "With Slurm: the folder that this machine and all nodes see, for what they tell each other")
       .value("--priority", "N", options.priority,
              "Jobs with a higher one are worked off first; 50 by default")
       .value("--on-end", "COMMAND", options.endCommand, "Command to start when the job has ended")
@@ -278,7 +284,18 @@ void declareSteeringVerbs(CLI::App& program, Options& options) {
       .json();
 }
 
+void declareTaskVerb(CLI::App& program, Options& options) {
+  VerbOptions(program, options, hiddenVerbs, "task",
+              "Works one task of an array job: what the batch script of a cluster starts on a node.")
+      .argument("FOLDER", "DIR", options.folder, "The array job's folder")
+      .value("--index", "N", options.index, "The task, from 0 on; by default SLURM_ARRAY_TASK_ID");
+}
+
 } // namespace
+
+bool isListed(const CLI::App* verb) {
+  return !verb->get_group().empty();
+}
 
 void declareVerbs(CLI::App& program, Options& options, std::string& helpVerb) {
   addCommon(program, options, Queue::Used);
@@ -287,6 +304,7 @@ void declareVerbs(CLI::App& program, Options& options, std::string& helpVerb) {
   declareWorkVerbs(program, options);
   declareReadingVerbs(program, options);
   declareSteeringVerbs(program, options);
+  declareTaskVerb(program, options);
 
   CLI::App& help = *program.add_subcommand("help", "Explains a verb.");
   help.add_option("VERB", helpVerb, "The verb")->type_name("[VERB]");

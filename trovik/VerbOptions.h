@@ -14,4 +14,7 @@ struct Options;
 /// to `options` and (of "help") to `helpVerb`.
 void declareVerbs(CLI::App& program, Options& options, std::string& helpVerb);
 
+/// Whether help and completion name the verb; what only programs call is not.
+bool isListed(const CLI::App* verb);
+
 } // namespace trovik

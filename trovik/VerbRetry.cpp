@@ -6,6 +6,7 @@
 #include "trovik/Text.h"
 #include "trovik/UsageError.h"
 #include "trovik/Verbs.h"
+#include "trovik/cluster/ClusterRun.h"
 
 namespace trovik {
 namespace {
@@ -123,15 +124,23 @@ int retryJobs(Session& session) {
     helper = std::make_unique<ImageHelper>(imageHelper(session));
   }
   bool waiting = false;
+  std::vector<JobId> onCluster;
   return forEachJob(
       session, "retry",
       [&](Store& store, const JobRecord& job) {
         JobDone done = retry(store, job, options, named, helper.get());
         const std::optional<JobRecord> now = store.job(job.id);
-        waiting = waiting || (now && isOpen(now->state));
+        if (now && isOpen(now->state) && now->runOn == RunOn::Cluster) {
+          onCluster.push_back(job.id);
+        } else {
+          waiting = waiting || (now && isOpen(now->state));
+        }
         return done;
       },
       [&](Store& store) {
+        for (const JobId job : onCluster) {
+          submitToCluster(session, store, job);
+        }
         return waiting && !store.hasOtherEngine(0)
                    ? std::string("No engine is at work; start one with \"trovik engine\"\n")
                    : std::string();

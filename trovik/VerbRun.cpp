@@ -4,6 +4,7 @@
 #include "trovik/Submission.h"
 #include "trovik/UsageError.h"
 #include "trovik/Verbs.h"
+#include "trovik/cluster/ClusterRun.h"
 
 namespace trovik {
 namespace {
@@ -13,7 +14,9 @@ namespace {
 JobId enterJob(Session& session, Store& store, const NewJob& job) {
   const Options& options = session.options();
   if (!options.fresh && !options.missing) {
-    if (const std::optional<JobId> unfinished = store.unfinished(job.packed)) {
+    const std::optional<JobId> unfinished = store.unfinished(job.packed);
+    const std::optional<JobRecord> record = unfinished ? store.job(*unfinished) : std::nullopt;
+    if (record && record->runOn == job.runOn) {
       store.resume(*unfinished);
       store.setPriority(*unfinished, job.priority);
       return *unfinished;
@@ -42,6 +45,9 @@ int runJob(Session& session) {
     printDryRun(session.console(), submission.newJob(), options.json);
     return exitGood;
   }
+  if (submission.newJob().runOn == RunOn::Cluster) {
+    return followCluster(session, store, enterJob(session, store, submission.newJob()));
+  }
   const EnginePlan plan = enginePlan(session);
   const JobId job = enterJob(session, store, submission.newJob());
   return workOff(session, store, images, machine, job, plan);
@@ -68,7 +74,14 @@ int submitJob(Session& session) {
     printDryRun(console, submission.newJob(), options.json);
     return exitGood;
   }
-  tellSubmitted(session, store, store.submit(submission.newJob()));
+  const JobId job = store.submit(submission.newJob());
+  if (submission.newJob().runOn == RunOn::Cluster) {
+    submitToCluster(session, store, job);
+    tellOnCluster(session, store, job);
+    const std::optional<JobRecord> record = store.job(job);
+    return record && record->state == JobState::Stopped ? exitFailed : exitGood;
+  }
+  tellSubmitted(session, store, job);
   return exitGood;
 }
 

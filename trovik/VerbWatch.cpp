@@ -5,6 +5,7 @@
 #include "trovik/Session.h"
 #include "trovik/UsageError.h"
 #include "trovik/Verbs.h"
+#include "trovik/cluster/ClusterRun.h"
 
 namespace trovik {
 
@@ -14,6 +15,9 @@ int watchJob(Session& session) {
   Queue queue(session);
   const JobRecord job = queue.job(*session.options().job);
   Store& store = *queue.store();
+  if (job.runOn == RunOn::Cluster) {
+    return followCluster(session, store, job.id);
+  }
   const std::string title = "job " + std::to_string(job.id);
   const auto tell = [&](const char* kind, const std::string& word, const std::string& text) {
     if (json) {

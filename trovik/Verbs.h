@@ -27,5 +27,6 @@ int cancelJobs(Session& session);
 int deleteJobs(Session& session);
 int showStats(Session& session);
 int drawSheet(Session& session);
+int runTask(Session& session);
 
 } // namespace trovik

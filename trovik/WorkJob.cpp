@@ -7,6 +7,11 @@
 #include <utility>
 
 namespace trovik {
+namespace {
+
+constexpr const char* sceneNameFormat = "SceneNameFormat";
+
+} // namespace
 
 std::string packedJob(const Job& job) {
   OutStream stream;
@@ -22,6 +27,12 @@ SmartHandle<Job> WorkMaker::makeWhole() const {
   SmartHandle<Job> job = JobFactory::s_JobFactory->CreateJob(type_);
   InStream stream(packed_);
   job->UnpackObject(stream, 1);
+  // Jobs translate their files by this machine's path maps when they are
+  // unpacked, but not the pattern of a scene sequence, which is no file.
+  String format;
+  if (!Path::Translations().empty() && job->GetParameter(sceneNameFormat, format) && !format.empty()) {
+    job->SetParameter(sceneNameFormat, Path(format).TranslateToLocal());
+  }
   return job;
 }
 

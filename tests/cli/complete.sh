@@ -34,6 +34,8 @@ grep -q '^--json	Print JSON$' "$TMP/out" || fail "no options behind the argument
 ! grep -q '^--slots' "$TMP/out" || fail "an option of another verb"
 quiet find sketch -- ''
 
+ask run sketch --engine ''
+printf 'local\tThis machine\nslurm\tA cluster\n' | cmp - "$TMP/out" || fail "no engines"
 ask replay ./
 grep -q "^:files" "$TMP/out" || fail "no type files"
 ask check ''

@@ -1,0 +1,62 @@
+#include "host/foundation/Log.h"
+#include "trovik/EngineRun.h"
+#include "trovik/ImageHelper.h"
+#include "trovik/Interrupts.h"
+#include "trovik/Text.h"
+#include "trovik/UsageError.h"
+#include "trovik/Verbs.h"
+#include "trovik/cluster/TaskRun.h"
+
+#include <charconv>
+#include <cstdlib>
+
+namespace trovik {
+namespace {
+
+std::size_t taskIndex(const Options& options) {
+  const char* variable = std::getenv("SLURM_ARRAY_TASK_ID");
+  if (!options.index && variable == nullptr) {
+    throw UsageError{"the number of the task is not known",
+                     "it is taken from SLURM_ARRAY_TASK_ID, or --index"};
+  }
+  const std::string text = options.index ? *options.index : std::string(variable);
+  std::size_t index = 0;
+  const auto [end, problem] = std::from_chars(text.data(), text.data() + text.size(), index);
+  if (text.empty() || problem != std::errc() || end != text.data() + text.size()) {
+    throw UsageError{(options.index ? "--index: " : "SLURM_ARRAY_TASK_ID: ") + inQuotes(text) +
+                         " is no number of a task",
+                     "write a whole number from 0"};
+  }
+  return index;
+}
+
+} // namespace
+
+int runTask(Session& session) {
+  const Options& options = session.options();
+  const std::size_t index = taskIndex(options);
+  if (options.verbosity == 0) {
+    SetLogLevel(LogLevel::Info); // nobody watches, and the cluster keeps what is printed
+  }
+  TaskGuard guard;
+  SignalInterrupts interrupts;
+  // What this node lacks is the reason of each of the task's works, so that
+  // whoever submitted them need not search the logs of nodes for it.
+  std::string problem;
+  try {
+    session.loadModules();
+    imageHelper(session);
+  } catch (const UsageError& error) {
+    problem = error.message;
+  }
+  LocalMachine machine;
+  ImageHelper images(session.locations().imageHelper());
+  TaskRun run(absolutePath(*options.folder), index, taskSelf(), machine, images, interrupts, &guard);
+  if (!problem.empty()) {
+    LogError(problem);
+    run.refuse(problem);
+  }
+  return run.run() ? exitGood : exitFailed;
+}
+
+} // namespace trovik

@@ -1,0 +1,136 @@
+#include "trovik/cluster/ClusterReport.h"
+
+#include "trovik/Moments.h"
+#include "trovik/Text.h"
+
+#include <algorithm>
+
+namespace trovik {
+namespace {
+
+using namespace std::string_literals;
+
+constexpr std::chrono::seconds usualSilence{30}; // a beat comes every few seconds, and is read now and then
+
+} // namespace
+
+std::string runningOnCluster(const ClusterReport& report, AttemptId attempt, Moment now) {
+  std::string text;
+  if (const auto node = report.nodes.find(attempt); node != report.nodes.end() && !node->second.empty()) {
+    text += ", on " + node->second;
+  }
+  const auto beat = std::find_if(report.beats.begin(), report.beats.end(),
+                                 [&](const PlacedBeat& one) { return one.attempt == attempt; });
+  if (beat == report.beats.end()) {
+    return text + ", no sign of life yet";
+  }
+  if (now - beat->seen > usualSilence) {
+    return text + ", last sign of life " + ageText(beat->seen, now) + " ago";
+  }
+  if (beat->stage != "running" && !beat->stage.empty()) {
+    text += ", " + beat->stage;
+  }
+  return text +
+         (beat->logBytes > 0 ? ", " + std::to_string(beat->logBytes) + " bytes of output" : std::string());
+}
+
+ClusterReport clusterReport(Store& store, const JobRecord& job) {
+  ClusterReport report;
+  report.contact = store.clusterContact();
+  report.beats = store.beats(job.id);
+  report.unplaced = store.unplaced(job.id).size();
+  for (const ArrayRecord& array : store.openArrays(job.id)) {
+    const std::size_t perTask = std::max<std::size_t>(array.perTask, 1);
+    std::map<std::pair<std::string, std::string>, std::size_t> known;
+    std::map<std::pair<std::string, std::string>, std::size_t> lastTask;
+    for (const PlacedWork& place : store.openPlaces(array.id)) {
+      if (place.attempt != 0) {
+        report.nodes[place.attempt] = place.node;
+      }
+      // One that was put back waits again, whatever it has begun.
+      const bool running = place.attempt != 0 && place.state != "PENDING";
+      // Of what is being ended nothing else is of interest.
+      const std::pair key = array.canceling ? std::pair<std::string, std::string>()
+                            : running       ? std::pair("running"s, ""s)
+                                            : std::pair(place.state, place.reason);
+      const auto [group, fresh] = known.emplace(key, report.groups.size());
+      if (fresh) {
+        report.groups.push_back(
+            {array, 0, 0, running, place.state, place.reason,
+             running || array.canceling ? WaitingReason() : waitingReason(place.state, place.reason)});
+      }
+      ClusterReport::Group& sum = report.groups[group->second];
+      ++sum.works;
+      const std::size_t task = place.place / perTask;
+      const auto [last, first] = lastTask.emplace(key, task);
+      if (first || last->second != task) {
+        ++sum.tasks;
+        last->second = task;
+      }
+    }
+  }
+  return report;
+}
+
+std::vector<std::pair<std::string, std::string>> clusterEntries(const ClusterReport& report, Moment now) {
+  std::vector<std::pair<std::string, std::string>> entries;
+  for (const ClusterReport::Group& group : report.groups) {
+    const std::string array = group.array.cluster == 0 ? std::string("not submitted yet")
+                                                       : "array job " + std::to_string(group.array.cluster);
+    std::string text =
+        array + ": " + counted(group.works, "work") + " in " + counted(group.tasks, "task") + ' ';
+    if (group.array.canceling) {
+      text += "being ended";
+    } else if (group.running) {
+      text += "running";
+    } else if (group.state.empty()) {
+      text += "waiting";
+    } else {
+      text += group.state + (group.reason.empty() || group.reason == "None" ? "" : ", " + group.reason);
+      if (!group.why.text.empty()) {
+        text += ": " + group.why.text;
+      }
+    }
+    entries.emplace_back("cluster", std::move(text));
+    if (group.why.stuck) {
+      std::string hint = group.why.hint;
+      if (const std::size_t at = hint.find("ID"); at != std::string::npos) {
+        hint.replace(at, 2, std::to_string(group.array.cluster));
+      }
+      entries.emplace_back("stuck", std::move(hint));
+    }
+  }
+  if (report.unplaced > 0) {
+    entries.emplace_back("cluster", counted(report.unplaced, "work") + " not submitted yet");
+  }
+  if (!report.contact.problem.empty()) {
+    entries.emplace_back("trouble", "Slurm has not answered for " + ageText(report.contact.answered, now) +
+                                        ": " + report.contact.problem);
+  }
+  return entries;
+}
+
+Json clusterJson(const ClusterReport& report, Moment now) {
+  Json json;
+  json["arrays"] = Json::array();
+  for (const ClusterReport::Group& group : report.groups) {
+    json["arrays"].push_back({{"array", group.array.cluster == 0 ? Json(nullptr) : Json(group.array.cluster)},
+                              {"name", group.array.name},
+                              {"works", group.works},
+                              {"tasks", group.tasks},
+                              {"running", group.running},
+                              {"canceling", group.array.canceling},
+                              {"state", group.state.empty() ? Json(nullptr) : Json(group.state)},
+                              {"reason", group.reason.empty() ? Json(nullptr) : Json(group.reason)},
+                              {"stuck", group.why.stuck},
+                              {"text", group.why.text.empty() ? Json(nullptr) : Json(group.why.text)},
+                              {"hint", group.why.hint.empty() ? Json(nullptr) : Json(group.why.hint)}});
+  }
+  json["unplaced"] = report.unplaced;
+  const bool ever = report.contact.answered != Moment{};
+  json["answered"] = ever ? Json(secondsOf(between(report.contact.answered, now))) : Json(nullptr);
+  json["problem"] = report.contact.problem.empty() ? Json(nullptr) : Json(report.contact.problem);
+  return json;
+}
+
+} // namespace trovik

@@ -1,0 +1,293 @@
+#include "trovik/cluster/ClusterRun.h"
+
+#include "host/foundation/Log.h"
+#include "trovik/EngineRun.h"
+#include "trovik/ImageHelper.h"
+#include "trovik/JobFollower.h"
+#include "trovik/Json.h"
+#include "trovik/Messages.h"
+#include "trovik/Moments.h"
+#include "trovik/ProgressReader.h"
+#include "trovik/Text.h"
+#include "trovik/UsageError.h"
+#include "trovik/cluster/SlurmClient.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+#include <unistd.h>
+
+namespace trovik {
+namespace {
+
+constexpr Duration submissionTime = std::chrono::seconds(90);
+constexpr Duration leavingTime = std::chrono::seconds(15);
+constexpr Duration collectingTime = std::chrono::seconds(4);
+constexpr Duration cancelingTime = std::chrono::seconds(25);
+constexpr std::chrono::seconds freshness{5}; // of what the cluster said
+constexpr Duration longestWait = std::chrono::milliseconds(500);
+
+/// The tasks find the same types and settings as this process.
+void tellTasks(const Session& session) {
+  const Options& options = session.options();
+  if (options.modulePath || environmentVariable("TROVIK_MODULE_PATH")) {
+    std::string path;
+    for (const Path& directory : session.modulePath()) {
+      path += (path.empty() ? "" : ":") + directory.Text();
+    }
+    setenv("TROVIK_MODULE_PATH", path.c_str(), 1);
+  }
+  const auto pass = [](const char* variable, const std::optional<std::string>& option) {
+    if (option) {
+      setenv(variable, absolutePath(*option).c_str(), 1);
+    }
+  };
+  pass("TROVIK_SETTINGS", options.settings);
+  pass("TROVIK_OPTIONS", options.options);
+}
+
+void refuseWithoutSlurm() {
+  if (const std::string missing = SlurmClient::missingProgram(); !missing.empty()) {
+    throw UsageError{"there is no program " + inQuotes(missing) + " along PATH",
+                     "jobs on a cluster need Slurm's own programs; on Debian they are in slurm-client"};
+  }
+}
+
+ClusterEngine::Notices noticesTo(Session& session) {
+  return [&session](const ClusterNotice& notice) {
+    Console& console = session.console();
+    if (session.options().json) {
+      Json event = jsonOfKind("cluster.notice");
+      event["job"] = notice.job == 0 ? Json(nullptr) : Json(notice.job);
+      event["message"] = notice.text;
+      event["hint"] = notice.hint.empty() ? Json(nullptr) : Json(notice.hint);
+      console.print(jsonLine(event));
+      return;
+    }
+    std::string text = console.coloured(Colour::Yellow, "notice") + "  " + console.shown(notice.text) + '\n';
+    if (!notice.hint.empty()) {
+      text += "        " + console.shown(notice.hint) + '\n';
+    }
+    console.print(text);
+  };
+}
+
+/// Whether the cluster has all of the job's works that are ready, or takes none.
+bool isTaken(Store& store, JobId id) {
+  const std::optional<JobRecord> job = store.job(id);
+  if (!job || !isOpen(job->state)) {
+    return true;
+  }
+  const std::vector<ArrayRecord> arrays = store.openArrays(id);
+  return std::none_of(arrays.begin(), arrays.end(),
+                      [](const ArrayRecord& array) { return array.cluster == 0; }) &&
+         (!arrays.empty() || store.unplaced(id).empty());
+}
+
+} // namespace
+
+ClusterDesk::ClusterDesk(Session& session, Store& store, ClusterEngine::Duty duty,
+                         ClusterEngine::Notices notices) {
+  if (duty == ClusterEngine::Duty::All) {
+    refuseWithoutSlurm();
+  }
+  try {
+    session.loadModules();
+  } catch (const UsageError& error) {
+    LogDebug(error.message);
+  }
+  tellTasks(session);
+  client_ = std::make_unique<SlurmClient>(machine_);
+  inspector_ = std::make_unique<ImageHelper>(session.locations().imageHelper());
+  engine_ = std::make_unique<ClusterEngine>(machine_, store, *client_, *inspector_, clusterSettings(session),
+                                            duty, std::move(notices));
+}
+
+ClusterDesk::~ClusterDesk() = default;
+
+void ClusterDesk::wait(InterruptSource* interrupts) {
+  std::vector<pollfd> descriptors;
+  if (interrupts != nullptr && interrupts->descriptor() >= 0) {
+    descriptors.push_back({interrupts->descriptor(), POLLIN, 0});
+  }
+  engine_->addDescriptors(descriptors);
+  const Duration left = engine_->deadline() - machine_.now();
+  machine_.wait(descriptors, std::clamp(left, Duration::zero(), longestWait));
+}
+
+bool ClusterDesk::turnUntil(const std::function<bool()>& done, Duration limit) {
+  const Clock::time_point end = machine_.now() + limit;
+  for (;;) {
+    engine_->advance();
+    if (done()) {
+      return true;
+    }
+    if (machine_.now() >= end) {
+      return false;
+    }
+    wait(nullptr);
+  }
+}
+
+void tryCluster(Session& session, const Job& job) {
+  refuseWithoutSlurm();
+  clusterRequest(job);
+  const ClusterSettings settings = clusterSettings(session);
+  std::error_code error;
+  std::filesystem::create_directories(settings.folder.c_str(), error);
+  if (error || access(settings.folder.c_str(), W_OK) != 0) {
+    throw UsageError{"cannot write the folder " + inQuotes(settings.folder.Text()) +
+                         ", which the nodes are to read: " +
+                         (error ? error.message() : std::generic_category().message(errno)),
+                     "name one that this machine and all nodes see: --shared DIR"};
+  }
+}
+
+void submitToCluster(Session& session, Store& store, JobId job) {
+  ClusterDesk desk(session, store, ClusterEngine::Duty::All, noticesTo(session));
+  desk.turnUntil([&] { return isTaken(store, job); }, submissionTime);
+}
+
+void tellOnCluster(Session& session, Store& store, JobId id) {
+  Console& console = session.console();
+  const std::optional<JobRecord> job = store.job(id);
+  const JobFrames frames = store.frames(id);
+  const std::vector<ArrayRecord> arrays = store.openArrays(id);
+  const std::size_t count = job->hasFrames ? frames.ready.count() + frames.running.count()
+                                           : frames.readyWorks + frames.runningWorks;
+  if (session.options().json) {
+    Json json = jsonOfKind("job.submitted");
+    json["job"] = id;
+    json["frames"] = job->hasFrames ? Json(frames.ready.text()) : Json(nullptr);
+    json["found"] = job->hasFrames ? Json(frames.good.text()) : Json(nullptr);
+    json["works"] = frames.readyWorks + frames.runningWorks;
+    json["engine"] = !arrays.empty();
+    json["arrays"] = Json::array();
+    for (const ArrayRecord& array : arrays) {
+      json["arrays"].push_back(array.cluster == 0 ? Json(nullptr) : Json(array.cluster));
+    }
+    console.print(jsonLine(json));
+    return;
+  }
+  std::string text = console.coloured(Colour::Bold, "job " + std::to_string(id)) + "  " +
+                     counted(count, job->hasFrames ? "frame" : "work");
+  if (job->hasFrames) {
+    text += " (" + cutToWidth(frames.ready.text(), 60) + ")";
+    if (!frames.good.empty()) {
+      text += ", " + std::to_string(frames.good.count()) + " good already";
+    }
+  }
+  text += '\n';
+  if (!isOpen(job->state)) {
+    text += console.coloured(Colour::Yellow, nameOf(job->state)) + "  " + console.shown(job->note) + '\n';
+  }
+  for (const ArrayRecord& array : arrays) {
+    const std::size_t works = store.openPlaces(array.id).size();
+    text += (array.cluster == 0 ? "not submitted yet: "
+                                : "Slurm array job " + std::to_string(array.cluster) + ": ") +
+            counted((works + array.perTask - 1) / array.perTask, "task") +
+            (array.perTask > 1 ? " of up to " + counted(array.perTask, "work") : std::string()) + '\n';
+  }
+  if (const std::size_t rest = store.unplaced(id).size(); rest > 0 && isOpen(job->state)) {
+    text += counted(rest, "work") + " to be submitted; \"trovik watch " + std::to_string(id) + "\" does it\n";
+  }
+  console.print(text);
+}
+
+int followCluster(Session& session, Store& store, JobId job) {
+  Console& console = session.console();
+  const bool json = session.options().json;
+  const std::unique_ptr<RunEvents> progress = progressFor(console, json);
+  ClusterDesk desk(session, store, ClusterEngine::Duty::All, noticesTo(session));
+  // What the engine writes is seen as a change only by another connection.
+  Store view(session.state());
+  SignalInterrupts interrupts;
+  JobFollower follower(view, job, *progress);
+  follower.beginRun();
+  std::optional<Clock::time_point> leaving;
+  bool left = false;
+  Clock::time_point nextLook = desk.machine().now();
+  while (!follower.isOver()) {
+    desk.engine().advance();
+    if (desk.machine().now() >= nextLook) {
+      nextLook = desk.machine().now() + longestWait;
+      follower.poll();
+    }
+    if (const int asked = interrupts.take(); asked > 0) {
+      left = leaving.has_value() || asked > 1;
+      leaving = leaving.value_or(desk.machine().now() + leavingTime);
+    }
+    left = left || (leaving && (isTaken(view, job) || desk.machine().now() >= *leaving));
+    if (left) {
+      break;
+    }
+    desk.wait(&interrupts);
+  }
+  const std::string id = std::to_string(job);
+  if (left) {
+    console.setLive({});
+    const bool taken = isTaken(view, job);
+    if (json) {
+      Json event = jsonOfKind("watch.left");
+      event["job"] = job;
+      console.print(jsonLine(event));
+    } else {
+      console.print(console.coloured(Colour::Yellow, "left") + "  job " + id +
+                    (taken ? " goes on in Slurm" : ": not all of it was submitted yet") +
+                    "; \"trovik watch " + id + "\" comes back to it, \"trovik cancel " + id + "\" ends it\n");
+    }
+    return exitFailed;
+  }
+  if (!view.job(job)) {
+    console.setLive({});
+    if (json) {
+      Json event = jsonOfKind("watch.deleted");
+      event["job"] = job;
+      console.print(jsonLine(event));
+    } else {
+      console.print(console.coloured(Colour::Yellow, "gone") + "  job " + id + " was deleted\n");
+    }
+    return exitFailed;
+  }
+  // The tasks of a job that ended before them.
+  desk.turnUntil([&] { return desk.engine().isSettled(); }, leavingTime);
+  const RunSummary summary = store.summary(job);
+  progress->runEnded(summary);
+  if (const std::optional<JobRecord> record = store.job(job);
+      record && record->state == JobState::Stopped && !json) {
+    console.print(console.coloured(Colour::Yellow, "stopped") + "  " + console.shown(record->note) + '\n');
+  }
+  return summary.allGood() ? exitGood : exitFailed;
+}
+
+std::unique_ptr<ClusterDesk> deskForEngine(Session& session, Store& store) {
+  if (!SlurmClient::missingProgram().empty()) {
+    return nullptr;
+  }
+  return std::make_unique<ClusterDesk>(session, store, ClusterEngine::Duty::All, noticesTo(session));
+}
+
+void collectFromCluster(Session& session, Store& store) {
+  if (store.clusterJobs().empty()) {
+    return;
+  }
+  ClusterDesk desk(session, store, ClusterEngine::Duty::Collect);
+  const bool answers = SlurmClient::missingProgram().empty();
+  desk.turnUntil(
+      [&] {
+        const bool fresh = !answers || momentNow() - store.clusterContact().answered < freshness ||
+                           !store.clusterContact().problem.empty();
+        return !desk.engine().isInCharge() || (desk.engine().isSettled() && fresh);
+      },
+      collectingTime);
+}
+
+void cancelOnCluster(Session& session, Store& store) {
+  if (store.openArrays().empty()) {
+    return;
+  }
+  ClusterDesk desk(session, store, ClusterEngine::Duty::All, noticesTo(session));
+  desk.turnUntil([&] { return !desk.engine().isInCharge() || desk.engine().isSettled(); }, cancelingTime);
+}
+
+} // namespace trovik

@@ -1,0 +1,67 @@
+#pragma once
+
+#include "trovik/Interrupts.h"
+#include "trovik/Session.h"
+#include "trovik/cluster/ClusterEngine.h"
+#include "trovik/queue/Store.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace trovik {
+
+// What the verbs do about jobs on a cluster.
+
+/// A cluster engine with all that it needs, for one verb.
+class ClusterDesk {
+public:
+  /// Loads the modules, where they can be: a cluster's jobs can be followed
+  /// where their type is not known, but not submitted. Throws a UsageError for
+  /// settings that cannot be, and, for Duty::All, where the cluster's own
+  /// programs are missing.
+  ClusterDesk(Session& session, Store& store, ClusterEngine::Duty duty, ClusterEngine::Notices notices = {});
+  ~ClusterDesk();
+
+  ClusterEngine& engine() { return *engine_; }
+  Machine& machine() { return machine_; }
+  /// Turns the engine until `done` or the time is over. True for the first.
+  bool turnUntil(const std::function<bool()>& done, Duration limit);
+  /// Waits until the engine wants its next turn; also for the interrupts.
+  void wait(InterruptSource* interrupts);
+
+private:
+  LocalMachine machine_;
+  std::unique_ptr<ClusterClient> client_;
+  std::unique_ptr<ImageInspector> inspector_;
+  std::unique_ptr<ClusterEngine> engine_;
+};
+
+/// Refuses what would make every work of a job on a cluster fail: a shared
+/// folder that cannot be written, no Slurm, a parameter that cannot be.
+void tryCluster(Session& session, const Job& job);
+
+/// Waits until the cluster has the works of the job that are ready, or it is
+/// clear that it takes none of them just now.
+void submitToCluster(Session& session, Store& store, JobId job);
+
+/// Says which array jobs have a job's works.
+void tellOnCluster(Session& session, Store& store, JobId job);
+
+/// Follows a job to its end and sees to it meanwhile. Returns the exit code.
+int followCluster(Session& session, Store& store, JobId job);
+
+/// What an engine that works off the queue does besides for jobs on a cluster;
+/// null where Slurm's programs are missing.
+std::unique_ptr<ClusterDesk> deskForEngine(Session& session, Store& store);
+
+/// Writes down what has become of the works of all jobs on a cluster; for
+/// verbs that look at jobs. Takes no longer than a few seconds, and does
+/// nothing where there are no such jobs, or another process does it.
+void collectFromCluster(Session& session, Store& store);
+
+/// Ends the tasks of canceled jobs.
+void cancelOnCluster(Session& session, Store& store);
+
+} // namespace trovik
