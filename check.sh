@@ -22,7 +22,7 @@ case "$#,${1:-}" in
 esac
 
 say "Packages"
-sets=(build test)
+sets=(build test slurm)
 [ "$catalogue" = OFF ] || sets+=(catalogue)
 scripts/install-packages.sh "${sets[@]}"
 

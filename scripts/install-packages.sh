@@ -6,6 +6,8 @@
 # Sets: build  to build program and module
 #       demo   to render the demo sequence
 #       test   to build and run all tests
+#       slurm  to run private clusters, as the tests do; installs daemons, but
+#              starts none, now or with the machine
 #       catalogue  the programs of all shipped types (1.4 GB)
 #       tidy   to run clang-format and clang-tidy
 #       bench  to build the benchmarks
@@ -20,6 +22,7 @@ declare -A packages=(
   [build]="build-essential cmake ninja-build fonts-dejavu-core libboost-dev libcli11-dev libfmt-dev libfreetype-dev libopenimageio-dev libspdlog-dev libsqlite3-dev libsqlitecpp-dev nlohmann-json3-dev"
   [demo]="povray povray-includes"
   [test]="binutils ccache clang-format fish git jq libgmock-dev libgtest-dev libonig-dev librapidcheck-dev mandoc povray povray-includes util-linux vim zsh"
+  [slurm]="munge slurm-client slurmctld slurmd"
   [catalogue]="blender darktable ffmpeg ghostscript gnuplot-nox imagemagick inkscape librsvg2-bin mandelbulber2 openimageio-tools openscad poppler-utils povray povray-includes synfig tachyon xauth xvfb"
   [tidy]="clang-format clang-tidy git"
   [bench]="libbenchmark-dev"
@@ -56,6 +59,19 @@ As root: apt-get install ${missing[*]}"
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -y "$@" >>"$log" 2>&1 </dev/null
   }
 
+  # The system's own daemons of these packages are of no use here: none is
+  # started. Packages ask this file first, wherever services are managed.
+  quiet=()
+  for package in "${missing[@]}"; do
+    [[ " ${packages[slurm]} " != *" $package "* ]] || quiet+=("$package")
+  done
+  policy=/usr/sbin/policy-rc.d
+  if [ ${#quiet[@]} -gt 0 ] && [ ! -e "$policy" ]; then
+    trap 'rm -f "$log"; "${as_root[@]}" rm -f "$policy"' EXIT
+    printf '#!/bin/sh\nexit 101\n' | "${as_root[@]}" tee "$policy" >/dev/null
+    "${as_root[@]}" chmod 755 "$policy"
+  fi
+
   printf 'Installing %s\n' "${missing[*]}"
   # The package lists of a fresh machine are empty, those of an old one name
   # versions that are gone: they are fetched when the first try shows it.
@@ -66,6 +82,11 @@ As root: apt-get install ${missing[*]}"
       fail "could not install: ${missing[*]}"
     fi
   fi
+
+  for package in "${quiet[@]}"; do
+    [ ! -e "/etc/init.d/$package" ] || "${as_root[@]}" update-rc.d "$package" disable >>"$log" 2>&1 ||
+      printf 'install-packages.sh: could not switch off the service %s\n' "$package" >&2
+  done
 fi
 
 # What the packages of an older release are too old for.
