@@ -274,6 +274,9 @@ Json reportJson(const JobReport& report, Moment now) {
          {"seconds", secondsOf(timeOf(attempt, now))},
          {"files", files},
          {"log", textOrNull(logOf(attempt, report.view.job).Text())}});
+    if (report.cluster) {
+      fillRunning(document["running"].back(), *report.cluster, attempt.id, now);
+    }
   }
   document["cluster"] = report.cluster ? clusterJson(*report.cluster, now) : Json(nullptr);
   document["failures"] = Json::array();

@@ -120,11 +120,13 @@ JobStats::Use JobStats::use(const SlotsOf& slots) const {
   Use use;
   std::vector<Interval> all;
   for (const auto& [engine, intervals] : intervals_) {
-    const std::size_t count = std::max<std::size_t>(1, slots(engine));
-    use.slots += count;
-    use.capacity += scaled(covered(intervals), static_cast<double>(count));
-    for (const Interval& interval : intervals) {
-      use.busy += between(interval.begin, interval.end);
+    // A cluster has none: what else it does is not known here.
+    if (const std::size_t count = slots(engine); count > 0) {
+      use.slots += count;
+      use.capacity += scaled(covered(intervals), static_cast<double>(count));
+      for (const Interval& interval : intervals) {
+        use.busy += between(interval.begin, interval.end);
+      }
     }
     all.insert(all.end(), intervals.begin(), intervals.end());
   }
@@ -162,8 +164,10 @@ std::string JobStats::text(const SlotsOf& slots, bool several) const {
   addLoss("canceled", canceled_);
   addLoss("lost", lost_);
   const Use used = use(slots);
-  text += entry("slots", percent(std::min(1.0, share(used.busy, used.capacity))) + " used, of " +
-                             counted(used.slots, "slot"));
+  if (used.slots > 0) {
+    text += entry("slots", percent(std::min(1.0, share(used.busy, used.capacity))) + " used, of " +
+                               counted(used.slots, "slot"));
+  }
   const double hours = std::chrono::duration<double>(used.wall).count() / 3600;
   if (frames_ > 0 && hours > 0) {
     const double perHour = static_cast<double>(frames_) / hours;
@@ -196,8 +200,9 @@ void JobStats::fill(Json& document, const SlotsOf& slots) const {
                       {"lost", secondsOf(lost_)}};
   document["lostShare"] = rounded(share(inVain(), whole));
   const Use used = use(slots);
-  document["slots"] = used.slots;
-  document["slotsUsed"] = rounded(std::min(1.0, share(used.busy, used.capacity)));
+  document["slots"] = used.slots > 0 ? Json(used.slots) : Json(nullptr);
+  document["slotsUsed"] =
+      used.slots > 0 ? Json(rounded(std::min(1.0, share(used.busy, used.capacity)))) : Json(nullptr);
   document["wall"] = secondsOf(used.wall);
   const double hours = std::chrono::duration<double>(used.wall).count() / 3600;
   document["framesPerHour"] = hours > 0 ? Json(rounded(static_cast<double>(frames_) / hours)) : Json(nullptr);

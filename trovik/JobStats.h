@@ -16,7 +16,7 @@ namespace trovik {
 /// that have ended. A work without frames counts as one frame.
 class JobStats {
 public:
-  /// The slots of an engine.
+  /// The slots of an engine; 0 for a cluster.
   using SlotsOf = std::function<std::size_t(EngineId engine)>;
 
   void add(const JobRecord& job, const std::vector<AttemptRecord>& attempts);

@@ -26,6 +26,9 @@ constexpr Duration pauseForMany = std::chrono::seconds(5);
 constexpr Duration gatheringTime = std::chrono::seconds(5);
 /// An answer to a submission that did not come may come late.
 constexpr Duration seekingTime = std::chrono::seconds(15);
+/// Until a look whether there is room for more tasks: a long list of works is
+/// not to be read at every turn.
+constexpr Duration fullTime = std::chrono::seconds(5);
 constexpr Duration cancelAgain = std::chrono::seconds(60);
 
 bool passes(const StoreError& error) {
@@ -226,7 +229,7 @@ void ClusterEngine::place() {
       record.readySince.reset();
       continue;
     }
-    if (record.looked && !record.readySince) {
+    if ((record.looked && !record.readySince) || machine_.now() < record.full) {
       continue;
     }
     std::vector<WorkRecord> works = store_.unplaced(id);
@@ -276,6 +279,7 @@ void ClusterEngine::placeWorks(OpenJob& job, std::vector<WorkRecord> works) {
   // Others have tasks there, too, and a full list refuses everybody's.
   const std::size_t ours = static_cast<std::size_t>(std::max(site_->jobCount, 2)) / 2;
   if (open >= ours) {
+    job.full = machine_.now() + fullTime;
     return;
   }
   if (job.perTask == 0) {
@@ -290,6 +294,7 @@ void ClusterEngine::placeWorks(OpenJob& job, std::vector<WorkRecord> works) {
   const std::size_t tasks = std::min<std::size_t>(ours - open, static_cast<std::size_t>(site_->arraySize));
   const std::size_t wanted = (works.size() + perTask - 1) / perTask;
   if (tasks < std::min(wanted, std::max<std::size_t>(ours / 10, 1))) {
+    job.full = machine_.now() + fullTime;
     return; // few at a time would make arrays without end
   }
   if (wanted > tasks) {

@@ -110,8 +110,9 @@ private:
     std::unique_ptr<WorkMaker> works; // null where its type is not known here
     std::optional<ClusterRequest> request;
     std::optional<Clock::time_point> readySince;
-    std::size_t perTask = 0; // while its works are placed; 0: to be chosen
-    bool looked = false;     // for works without a place
+    std::size_t perTask = 0;  // while its works are placed; 0: to be chosen
+    bool looked = false;      // for works without a place
+    Clock::time_point full{}; // until then there is no room for more, most likely
     bool refused = false;
   };
   struct Rescue {

@@ -4,6 +4,7 @@
 #include "trovik/Text.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace trovik {
 namespace {
@@ -11,6 +12,18 @@ namespace {
 using namespace std::string_literals;
 
 constexpr std::chrono::seconds usualSilence{30}; // a beat comes every few seconds, and is read now and then
+constexpr double longSilence = 60;               // of a program, in seconds
+
+const PlacedBeat* beatOf(const ClusterReport& report, AttemptId attempt) {
+  const auto beat = std::find_if(report.beats.begin(), report.beats.end(),
+                                 [&](const PlacedBeat& one) { return one.attempt == attempt; });
+  return beat == report.beats.end() ? nullptr : &*beat;
+}
+
+/// A beat tells of the moment at which it was made.
+double silenceOf(const PlacedBeat& beat, Moment now) {
+  return beat.silent + secondsOf(between(beat.seen, now));
+}
 
 } // namespace
 
@@ -19,9 +32,8 @@ std::string runningOnCluster(const ClusterReport& report, AttemptId attempt, Mom
   if (const auto node = report.nodes.find(attempt); node != report.nodes.end() && !node->second.empty()) {
     text += ", on " + node->second;
   }
-  const auto beat = std::find_if(report.beats.begin(), report.beats.end(),
-                                 [&](const PlacedBeat& one) { return one.attempt == attempt; });
-  if (beat == report.beats.end()) {
+  const PlacedBeat* beat = beatOf(report, attempt);
+  if (beat == nullptr) {
     return text + ", no sign of life yet";
   }
   if (now - beat->seen > usualSilence) {
@@ -30,8 +42,22 @@ std::string runningOnCluster(const ClusterReport& report, AttemptId attempt, Mom
   if (beat->stage != "running" && !beat->stage.empty()) {
     text += ", " + beat->stage;
   }
+  if (const double silent = silenceOf(*beat, now); silent > longSilence && beat->stage == "running") {
+    text += ", silent for " +
+            durationText(std::chrono::duration_cast<Duration>(std::chrono::duration<double>(silent)));
+  }
   return text +
          (beat->logBytes > 0 ? ", " + std::to_string(beat->logBytes) + " bytes of output" : std::string());
+}
+
+void fillRunning(Json& json, const ClusterReport& report, AttemptId attempt, Moment now) {
+  const auto node = report.nodes.find(attempt);
+  const PlacedBeat* beat = beatOf(report, attempt);
+  json["node"] = node == report.nodes.end() || node->second.empty() ? Json(nullptr) : Json(node->second);
+  json["sign"] = beat == nullptr ? Json(nullptr) : Json(secondsOf(between(beat->seen, now)));
+  json["stage"] = beat == nullptr ? Json(nullptr) : Json(beat->stage);
+  json["silent"] = beat == nullptr ? Json(nullptr) : Json(std::round(silenceOf(*beat, now) * 1000) / 1000);
+  json["logBytes"] = beat == nullptr ? Json(nullptr) : Json(beat->logBytes);
 }
 
 ClusterReport clusterReport(Store& store, const JobRecord& job) {

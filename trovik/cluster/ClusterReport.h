@@ -35,6 +35,9 @@ ClusterReport clusterReport(Store& store, const JobRecord& job);
 /// of life.
 std::string runningOnCluster(const ClusterReport& report, AttemptId attempt, Moment now);
 
+/// The same for JSON.
+void fillRunning(Json& json, const ClusterReport& report, AttemptId attempt, Moment now);
+
 /// The entries of it: what and how.
 std::vector<std::pair<std::string, std::string>> clusterEntries(const ClusterReport& report, Moment now);
 Json clusterJson(const ClusterReport& report, Moment now);

@@ -75,16 +75,16 @@ RunOn runOnOf(const Job& job, RunOn usual) {
 
 std::size_t worksPerTask(const ClusterRequest& request, std::size_t works, std::optional<double> seconds,
                          std::size_t tasksAllowed) {
-  const std::size_t needed = (works + tasksAllowed - 1) / std::max<std::size_t>(tasksAllowed, 1);
   std::size_t wanted = request.worksPerTask;
   if (wanted == 0) {
-    wanted = 1;
+    wanted = (works + tasksAllowed - 1) / std::max<std::size_t>(tasksAllowed, 1);
     if (seconds && *seconds < secondsWanted) {
       const double many = std::ceil(secondsWanted / std::max(*seconds, 0.1));
-      wanted = std::min(static_cast<std::size_t>(many), std::max<std::size_t>(1, works / tasksWanted));
+      wanted = std::max(
+          wanted, std::min(static_cast<std::size_t>(many), std::max<std::size_t>(1, works / tasksWanted)));
     }
   }
-  return std::clamp<std::size_t>(std::max(wanted, needed), 1, std::max<std::size_t>(works, 1));
+  return std::clamp<std::size_t>(wanted, 1, std::max<std::size_t>(works, 1));
 }
 
 } // namespace trovik

@@ -33,7 +33,8 @@ RunOn runOnOf(const Job& job, RunOn usual);
 /// How many works each task gets. A task costs the cluster about a second and
 /// a place in its lists, so works that are short go together until a task takes
 /// about a minute; but never so many that the job could not use a few dozen
-/// nodes at once, unless the site keeps no longer lists.
+/// nodes at once, unless the site keeps no longer lists. What the user wants
+/// counts more than all of that.
 /// `seconds` is what a work of this job takes, where that is known.
 std::size_t worksPerTask(const ClusterRequest& request, std::size_t works, std::optional<double> seconds,
                          std::size_t tasksAllowed);

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <set>
 
 namespace trovik {
 namespace {
@@ -427,6 +428,46 @@ TEST_F(SiteTest, LongListsAreCutByTheLimitsOfTheSite) {
   EXPECT_LE(tasks, 250U); // half of what the cluster keeps
   EXPECT_EQ(site.arrays.size(), 2U);
   EXPECT_TRUE(engine->isSubmitted(id));
+}
+
+TEST_F(SiteTest, WhatTheSiteHasNoRoomForFollowsAsTasksEnd) {
+  site.site.jobCount = 20;
+  job->SetParameter(p_WorksPerTask, "1");
+  const JobId id = submit("1-25");
+  std::set<int> frames;
+  for (int turn = 0; turn < 20 && state(id) != JobState::Good; ++turn) {
+    pass(20s);
+    std::size_t open = 0;
+    site.start();
+    for (auto& [number, array] : site.arrays) {
+      const ArrayPlan plan = folderOf(number).plan();
+      EXPECT_EQ(plan.perTask, 1U);
+      for (ClusterTask& one : array.tasks) {
+        if (one.phase == TaskPhase::Active) {
+          ++open;
+          const auto place = static_cast<std::size_t>(one.index);
+          EXPECT_TRUE(frames.insert(plan.works.at(place).run.First).second);
+          finish(number, place);
+          FakeSite::end(one, "COMPLETED");
+        }
+      }
+    }
+    EXPECT_LE(open, 10U); // half of what the cluster keeps
+  }
+  EXPECT_EQ(good(id), "1-25");
+}
+
+TEST(WorksPerTask, ShortWorksShareATaskAsLongAsTheJobCanUseManyNodes) {
+  ClusterRequest request;
+  EXPECT_EQ(worksPerTask(request, 36, std::nullopt, 5000), 1U);
+  EXPECT_EQ(worksPerTask(request, 36, 2.0, 5000), 1U);      // 36 nodes are better than a long task
+  EXPECT_EQ(worksPerTask(request, 10000, 5.0, 50000), 12U); // a minute
+  EXPECT_EQ(worksPerTask(request, 640, 5.0, 5000), 10U);    // 64 tasks
+  EXPECT_EQ(worksPerTask(request, 10000, 90.0, 5000), 2U);  // the cluster's list is that long
+  EXPECT_EQ(worksPerTask(request, 10000, 0.0, 5000), 156U);
+  request.worksPerTask = 3;
+  EXPECT_EQ(worksPerTask(request, 10000, 5.0, 100), 3U);
+  EXPECT_EQ(worksPerTask(request, 2, 5.0, 100), 2U);
 }
 
 TEST_F(SiteTest, HeldTasksAreNamedOnceWithWhatToDo) {
