@@ -116,11 +116,11 @@ int workQueue(Session& session, Store& store, ImageInspector& images, Machine& m
   return exitGood;
 }
 
-void tellSubmitted(Session& session, Store& store, JobId id) {
+void tellSubmitted(Session& session, Store& store, JobId id, const JobFrames& frames) {
   Console& console = session.console();
-  const JobFrames frames = store.frames(id);
-  const bool engine = store.hasOtherEngine(0);
   const std::optional<JobRecord> job = store.job(id);
+  const bool onCluster = job->runOn == RunOn::Cluster;
+  const bool engine = onCluster ? !store.openArrays(id).empty() : store.hasOtherEngine(0);
   const std::size_t count = job->hasFrames ? frames.ready.count() : frames.readyWorks;
   if (session.options().json) {
     Json json = jsonOfKind("job.submitted");
@@ -129,6 +129,9 @@ void tellSubmitted(Session& session, Store& store, JobId id) {
     json["found"] = job->hasFrames ? Json(frames.good.text()) : Json(nullptr);
     json["works"] = frames.readyWorks;
     json["engine"] = engine;
+    if (onCluster) {
+      json["arrays"] = arraysJson(store, id);
+    }
     console.print(jsonLine(json));
     return;
   }
@@ -141,7 +144,9 @@ void tellSubmitted(Session& session, Store& store, JobId id) {
     }
   }
   text += '\n';
-  if (!engine) {
+  if (onCluster) {
+    text += arraysText(console, store, *job);
+  } else if (!engine) {
     text += "No engine is at work; start one with \"trovik engine\"\n";
   }
   console.print(text);

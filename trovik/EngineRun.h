@@ -31,8 +31,9 @@ int workOff(Session& session, Store& store, ImageInspector& images, Machine& mac
 /// Works off the queue. Returns the exit code.
 int workQueue(Session& session, Store& store, ImageInspector& images, Machine& machine);
 
-/// Says that a job is in the queue, and how it gets worked.
-void tellSubmitted(Session& session, Store& store, JobId job);
+/// Says that a job is in the queue, with the frames as they were then, and how
+/// it gets worked.
+void tellSubmitted(Session& session, Store& store, JobId job, const JobFrames& frames);
 
 /// Says that no frame of a job is missing; returns the exit code.
 int tellNothingMissing(Session& session, const NewJob& job);

@@ -75,14 +75,13 @@ int submitJob(Session& session) {
     return exitGood;
   }
   const JobId job = store.submit(submission.newJob());
+  const JobFrames frames = store.frames(job);
   if (submission.newJob().runOn == RunOn::Cluster) {
     submitToCluster(session, store, job);
-    tellOnCluster(session, store, job);
-    const std::optional<JobRecord> record = store.job(job);
-    return record && record->state == JobState::Stopped ? exitFailed : exitGood;
   }
-  tellSubmitted(session, store, job);
-  return exitGood;
+  tellSubmitted(session, store, job, frames);
+  const std::optional<JobRecord> record = store.job(job);
+  return record && record->state == JobState::Stopped ? exitFailed : exitGood;
 }
 
 int runEngine(Session& session) {

@@ -148,50 +148,31 @@ void submitToCluster(Session& session, Store& store, JobId job) {
   desk.turnUntil([&] { return isTaken(store, job); }, submissionTime);
 }
 
-void tellOnCluster(Session& session, Store& store, JobId id) {
-  Console& console = session.console();
-  const std::optional<JobRecord> job = store.job(id);
-  const JobFrames frames = store.frames(id);
-  const std::vector<ArrayRecord> arrays = store.openArrays(id);
-  const std::size_t count = job->hasFrames ? frames.ready.count() + frames.running.count()
-                                           : frames.readyWorks + frames.runningWorks;
-  if (session.options().json) {
-    Json json = jsonOfKind("job.submitted");
-    json["job"] = id;
-    json["frames"] = job->hasFrames ? Json(frames.ready.text()) : Json(nullptr);
-    json["found"] = job->hasFrames ? Json(frames.good.text()) : Json(nullptr);
-    json["works"] = frames.readyWorks + frames.runningWorks;
-    json["engine"] = !arrays.empty();
-    json["arrays"] = Json::array();
-    for (const ArrayRecord& array : arrays) {
-      json["arrays"].push_back(array.cluster == 0 ? Json(nullptr) : Json(array.cluster));
-    }
-    console.print(jsonLine(json));
-    return;
+std::string arraysText(Console& console, Store& store, const JobRecord& job) {
+  std::string text;
+  if (!isOpen(job.state)) {
+    text += console.coloured(Colour::Yellow, nameOf(job.state)) + "  " + console.shown(job.note) + '\n';
   }
-  std::string text = console.coloured(Colour::Bold, "job " + std::to_string(id)) + "  " +
-                     counted(count, job->hasFrames ? "frame" : "work");
-  if (job->hasFrames) {
-    text += " (" + cutToWidth(frames.ready.text(), 60) + ")";
-    if (!frames.good.empty()) {
-      text += ", " + std::to_string(frames.good.count()) + " good already";
-    }
-  }
-  text += '\n';
-  if (!isOpen(job->state)) {
-    text += console.coloured(Colour::Yellow, nameOf(job->state)) + "  " + console.shown(job->note) + '\n';
-  }
-  for (const ArrayRecord& array : arrays) {
+  for (const ArrayRecord& array : store.openArrays(job.id)) {
     const std::size_t works = store.openPlaces(array.id).size();
     text += (array.cluster == 0 ? "not submitted yet: "
                                 : "Slurm array job " + std::to_string(array.cluster) + ": ") +
             counted((works + array.perTask - 1) / array.perTask, "task") +
             (array.perTask > 1 ? " of up to " + counted(array.perTask, "work") : std::string()) + '\n';
   }
-  if (const std::size_t rest = store.unplaced(id).size(); rest > 0 && isOpen(job->state)) {
-    text += counted(rest, "work") + " to be submitted; \"trovik watch " + std::to_string(id) + "\" does it\n";
+  if (const std::size_t rest = store.unplaced(job.id).size(); rest > 0) {
+    text +=
+        counted(rest, "work") + " to be submitted; \"trovik watch " + std::to_string(job.id) + "\" does it\n";
   }
-  console.print(text);
+  return text;
+}
+
+Json arraysJson(Store& store, JobId job) {
+  Json json = Json::array();
+  for (const ArrayRecord& array : store.openArrays(job)) {
+    json.push_back(array.cluster == 0 ? Json(nullptr) : Json(array.cluster));
+  }
+  return json;
 }
 
 int followCluster(Session& session, Store& store, JobId job) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "trovik/Interrupts.h"
+#include "trovik/Json.h"
 #include "trovik/Session.h"
 #include "trovik/cluster/ClusterEngine.h"
 #include "trovik/queue/Store.h"
@@ -46,8 +47,10 @@ void tryCluster(Session& session, const Job& job);
 /// clear that it takes none of them just now.
 void submitToCluster(Session& session, Store& store, JobId job);
 
-/// Says which array jobs have a job's works.
-void tellOnCluster(Session& session, Store& store, JobId job);
+/// Which array jobs have a job's works, a line each, and what has none yet.
+std::string arraysText(Console& console, Store& store, const JobRecord& job);
+/// Their numbers; null for one that the cluster does not have yet.
+Json arraysJson(Store& store, JobId job);
 
 /// Follows a job to its end and sees to it meanwhile. Returns the exit code.
 int followCluster(Session& session, Store& store, JobId job);
