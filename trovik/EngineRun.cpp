@@ -20,7 +20,7 @@
 
 namespace trovik {
 Path imageHelper(const Session& session) {
-  const Path program = session.locations().imageHelper();
+  Path program = session.locations().imageHelper();
   if (access(program.c_str(), X_OK) != 0) {
     throw UsageError{"there is no program " + inQuotes(program.Text()) + ", which looks into images",
                      "install it beside trovik, or name it in TROVIK_IMAGE_HELPER"};
