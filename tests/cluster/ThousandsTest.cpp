@@ -16,7 +16,7 @@
 #include <sstream>
 #include <sys/resource.h>
 
-// Ten thousand works on a site of a hundred slots, from the submission to the
+// Ten thousand works on a site of 250 slots, from the submission to the
 // last result. Slurm's programs are stood in for by ones that answer in the
 // words of the real ones; the time of the site is made by the test, so that an
 // hour takes as long as what happens in it.
@@ -99,7 +99,7 @@ TEST(ThousandsTest, TheSubmittingSideOfTenThousandWorksIsQuiet) {
   setenv("FAKE_SLURM_DIR", directory.file("site").c_str(), 1);
   setenv("PATH", (std::string(FAKE_SLURM) + ":" + std::getenv("PATH")).c_str(), 1);
   std::filesystem::create_directories(directory.file("site"));
-  std::ofstream(directory.file("site/settings")) << "slots=500\nduration=30\nspread=0.5\n";
+  std::ofstream(directory.file("site/settings")) << "slots=250\nduration=30\nspread=0.5\n";
 
   TestType type;
   SmartHandle<Job> job = type.makeJob();
