@@ -50,6 +50,9 @@ std::string withHint(const TaskDeath& death) {
 } // namespace
 
 void ClusterEngine::lookAtPlaces() {
+  if (arrays_.empty()) {
+    return; // the right to write is for those who have something to write
+  }
   std::size_t active = 0;
   for (const auto& [id, array] : arrays_) {
     active += static_cast<std::size_t>(
