@@ -359,6 +359,11 @@ TEST_F(CrashTest, FullDiskOfTheQueueOnlyDelays) {
   for (unsigned long filled = 0; filled < kills && !HasFailure();) {
     begin(frameCount, 3);
     const pid_t engine = start(engineWords());
+    // Without any room an engine does not begin at all.
+    Store store(Path(directory.file("state")));
+    while (!hasEnded(engine) && !store.hasOtherEngine(0)) {
+      randomMoment(10);
+    }
     while (filled < kills && !hasEnded(engine)) {
       randomMoment(100);
       fill(directory.file("state/ballast"));
