@@ -53,9 +53,9 @@ protected:
     ClusterSubmission submission;
     submission.name = "trovik-1f-12-1";
     submission.comment = "Sunset";
-    submission.folder = Path("/farm/1f-12/1");
+    submission.folder = Path("/films/1f-12/1");
     submission.program = Path("/opt/trovik/bin/trovik");
-    submission.taskLog = Path("/farm/1f-12/1/task-%a.log");
+    submission.taskLog = Path("/films/1f-12/1/task-%a.log");
     submission.tasks = 24;
     submission.memory = 2000;
     return submission;
@@ -110,8 +110,8 @@ TEST_F(SlurmClientTest, ASubmissionPassesItsValuesAsWholeWords) {
                                                "--job-name=trovik-1f-12-1",
                                                "--comment=Sunset",
                                                "--array=0-23%4",
-                                               "--chdir=/farm/1f-12/1",
-                                               "--output=/farm/1f-12/1/task-%a.log",
+                                               "--chdir=/films/1f-12/1",
+                                               "--output=/films/1f-12/1/task-%a.log",
                                                "--open-mode=append",
                                                "--export=ALL",
                                                "--wrap=exec \"$TROVIK_PROGRAM\" task \"$TROVIK_FOLDER\""}));
@@ -149,7 +149,7 @@ TEST_F(SlurmClientTest, AnOptionThatSaysTheSameInAnotherWayReplacesTheUsualOne) 
 TEST_F(SlurmClientTest, TheNodesLearnProgramAndFolderFromTheEnvironment) {
   machine.behaviour = [](const ProcessStart&) { return says("36\n"); };
   ClusterSubmission submission = plain();
-  submission.folder = Path("/farm/it's $(odd)\n;\xff");
+  submission.folder = Path("/films/it's $(odd)\n;\xff");
   submission.program = Path("/opt/a b/trovik");
   submit(submission);
   std::map<std::string, std::string> set;
@@ -158,7 +158,7 @@ TEST_F(SlurmClientTest, TheNodesLearnProgramAndFolderFromTheEnvironment) {
       set[name] = *value;
     }
   }
-  EXPECT_EQ(set, (std::map<std::string, std::string>{{"TROVIK_FOLDER", "/farm/it's $(odd)\n;\xff"},
+  EXPECT_EQ(set, (std::map<std::string, std::string>{{"TROVIK_FOLDER", "/films/it's $(odd)\n;\xff"},
                                                      {"TROVIK_PROGRAM", "/opt/a b/trovik"}}));
   EXPECT_EQ(words().back(), "--wrap=exec \"$TROVIK_PROGRAM\" task \"$TROVIK_FOLDER\"");
 }
@@ -171,8 +171,8 @@ TEST_F(SlurmClientTest, SignsThatMeanSomethingInNamesOfLogsAreTakenAsTheyAre) {
     submit(submission);
     return words(machine.started.size() - 1).at(words().size() - 4);
   };
-  EXPECT_EQ(outputOf("/farm/100%/a%a/task-%a.log"), "--output=/farm/100%%/a%%a/task-%a.log");
-  EXPECT_EQ(outputOf("/farm/a\\b%/task-%a.log"), "--output=/farm/a\\\\b%/task-%a.log");
+  EXPECT_EQ(outputOf("/films/100%/a%a/task-%a.log"), "--output=/films/100%%/a%%a/task-%a.log");
+  EXPECT_EQ(outputOf("/films/a\\b%/task-%a.log"), "--output=/films/a\\\\b%/task-%a.log");
 }
 
 TEST_F(SlurmClientTest, ACommentIsOneShortLine) {
