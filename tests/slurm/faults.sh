@@ -246,7 +246,7 @@ done
 
 started=$SECONDS
 until [ "$(state)" = good ]; do
-  [ $((SECONDS - started)) -lt 240 ] || fail "the job does not end"
+  [ $((SECONDS - started)) -lt 900 ] || fail "the job does not end"
   release_held
   kill -0 "$watcher" 2>/dev/null || watch_job
   no_waiting
