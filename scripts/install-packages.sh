@@ -19,7 +19,7 @@ fail() {
 }
 
 declare -A packages=(
-  [build]="build-essential cmake ninja-build fonts-dejavu-core libboost-dev libcli11-dev libfmt-dev libfreetype-dev libopenimageio-dev libspdlog-dev libsqlite3-dev libsqlitecpp-dev nlohmann-json3-dev"
+  [build]="build-essential cmake ninja-build fonts-dejavu-core libboost-dev libcli11-dev libfmt-dev libfreetype-dev libopenimageio-dev libspdlog-dev libsqlite3-dev libsqlitecpp-dev nlohmann-json3-dev pkgconf"
   [demo]="povray povray-includes"
   [test]="binutils ccache clang-format fish git jq libgmock-dev libgtest-dev libonig-dev librapidcheck-dev mandoc povray povray-includes util-linux vim zsh"
   [slurm]="munge slurm-client slurmctld slurmd"
