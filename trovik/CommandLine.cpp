@@ -1,5 +1,4 @@
 #include "host/foundation/Suggest.h"
-#include "trovik/HelpFooters.h"
 #include "trovik/HelpText.h"
 #include "trovik/Options.h"
 #include "trovik/Text.h"
@@ -9,16 +8,70 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <map>
 #include <set>
+#include <type_traits>
 
 namespace trovik {
 namespace {
 
-std::vector<String> optionNames(const CLI::App& app) {
+ColourChoice colourChoice(const std::string& text) {
+  static const std::map<std::string, ColourChoice> choices = {
+      {"auto", ColourChoice::Auto}, {"always", ColourChoice::Always}, {"never", ColourChoice::Never}};
+  const auto choice = choices.find(text);
+  if (choice == choices.end()) {
+    throw UsageError{"--color: " + inQuotes(text) + " is none of auto, always and never",
+                     "leave it out for colours on terminals only"};
+  }
+  return choice->second;
+}
+
+// Reads the form into the library that parses. Its arguments keep the form's
+// order.
+void declare(CLI::App& app, const Verb& verb) {
+  app.allow_extras();
+  for (const Argument& argument : verb.arguments) {
+    const std::string name =
+        argument.letter == 0 ? argument.name : std::string{'-', argument.letter, ','} + argument.name;
+    std::visit(
+        [&](auto target) {
+          using Target = decltype(target);
+          if constexpr (std::is_same_v<Target, ShowHelp>) {
+            app.set_help_flag(name);
+          } else if constexpr (std::is_same_v<Target, ShowVersion>) {
+            app.set_version_flag(name, std::string("trovik ") + TROVIK_VERSION + '\n');
+          } else if constexpr (std::is_same_v<Target, bool*> || std::is_same_v<Target, int*>) {
+            app.add_flag(name, *target)->disable_flag_override();
+          } else if constexpr (std::is_same_v<Target, ColourChoice*>) {
+            app.add_option_function<std::string>(
+                   name, [target](const std::string& text) { *target = colourChoice(text); })
+                ->type_name(argument.form);
+          } else {
+            CLI::Option* option = app.add_option(name, *target)->type_name(argument.form);
+            if (argument.isOption()) {
+              option->allow_extra_args(false);
+            }
+          }
+        },
+        argument.target);
+  }
+}
+
+std::vector<String> optionNames(const Verb& verb) {
   std::vector<String> names;
-  for (const CLI::Option* option : app.get_options()) {
-    for (const std::string& name : option->get_lnames()) {
-      names.emplace_back("--" + name);
+  for (const Argument& argument : verb.arguments) {
+    if (argument.isOption()) {
+      names.emplace_back(argument.name);
+    }
+  }
+  return names;
+}
+
+std::vector<String> verbNames(const CommandForm& form) {
+  std::vector<String> names;
+  for (const Verb& verb : form.verbs) {
+    if (verb.isListed()) {
+      names.emplace_back(verb.name);
     }
   }
   return names;
@@ -30,9 +83,7 @@ std::string suggestion(const std::string& unknown, const std::vector<String>& kn
 }
 
 /// Refuses what the verb (or the program, before any verb) did not take.
-void refuseExtras(const CLI::App& program, const CLI::App* verb) {
-  const CLI::App& app = verb == nullptr ? program : *verb;
-  std::vector<std::string> extras = app.remaining();
+void refuseExtras(const CommandForm& form, const Verb* verb, std::vector<std::string> extras) {
   std::erase(extras, "--"); // the mark behind which nothing is an option
   if (extras.empty()) {
     return;
@@ -41,19 +92,16 @@ void refuseExtras(const CLI::App& program, const CLI::App* verb) {
   const auto option = std::find_if(extras.begin(), extras.end(), [](const std::string& text) {
     return text.size() > 1 && text.front() == '-';
   });
-  const std::string help = verb == nullptr ? "trovik --help" : "trovik " + verb->get_name() + " --help";
+  const std::string help = verb == nullptr ? "trovik --help" : "trovik " + verb->name + " --help";
   if (option != extras.end()) {
     const std::string name = option->substr(0, option->find('='));
     throw UsageError{"unknown option " + inQuotes(name),
-                     suggestion(name, optionNames(app)) + '"' + help + "\" lists them all"};
+                     suggestion(name, optionNames(verb == nullptr ? form.program : *verb)) + '"' + help +
+                         "\" lists them all"};
   }
   if (verb == nullptr) {
-    std::vector<String> verbs;
-    for (const CLI::App* known : program.get_subcommands(isListed)) {
-      verbs.emplace_back(known->get_name());
-    }
     throw UsageError{"unknown verb " + inQuotes(extras.front()),
-                     suggestion(extras.front(), verbs) + "\"trovik --help\" lists them all"};
+                     suggestion(extras.front(), verbNames(form)) + "\"trovik --help\" lists them all"};
   }
   throw UsageError{"one argument too many: " + inQuotes(extras.front()), "see \"" + help + '"'};
 }
@@ -113,46 +161,44 @@ void requireArguments(const Options& options) {
 ParsedLine parseCommandLine(const std::vector<std::string>& arguments, std::size_t width) {
   ParsedLine parsed;
   Options& options = parsed.options;
-  CLI::App program("Runs render jobs whose types are described by small text files.", "trovik");
-  program.formatter_fn([width](const CLI::App* app, const std::string& /*name*/,
-                               CLI::AppFormatMode /*mode*/) { return helpText(*app, width); });
-  program.footer(helpFooter(""));
-  program.allow_extras();
-  program.require_subcommand(0, 1); // a type may be called like a verb
   std::string helpVerb;
-  declareVerbs(program, options, helpVerb);
+  const CommandForm form = declareVerbs(options, helpVerb);
+  CLI::App program;
+  program.require_subcommand(0, 1); // a type may be called like a verb
+  declare(program, form.program);
+  for (const Verb& verb : form.verbs) {
+    declare(*program.add_subcommand(verb.name), verb);
+  }
+  const auto givenVerb = [&]() -> const Verb* {
+    const std::vector<CLI::App*> given = program.get_subcommands();
+    return given.empty() ? nullptr : form.find(given.front()->get_name());
+  };
 
-  std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
   try {
-    program.parse(std::move(reversed));
+    program.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
   } catch (const CLI::CallForHelp&) {
-    parsed.text = program.help();
+    parsed.text = helpText(form, givenVerb(), width);
     return parsed;
   } catch (const CLI::CallForVersion& version) {
-    parsed.text = std::string(version.what()) + '\n';
+    parsed.text = version.what();
     return parsed;
   } catch (const CLI::ParseError& error) {
     refuseParse(program, error);
   }
-  const std::vector<CLI::App*> verbs = program.get_subcommands();
-  refuseExtras(program, verbs.empty() ? nullptr : verbs.front());
-  if (verbs.empty()) {
-    parsed.text = program.help();
+  const Verb* verb = givenVerb();
+  refuseExtras(form, verb, (verb == nullptr ? program : *program.get_subcommands().front()).remaining());
+  if (verb == nullptr) {
+    parsed.text = helpText(form, nullptr, width);
     return parsed;
   }
-  options.verb = verbs.front()->get_name();
-  if (options.verb == "help") {
-    const auto known =
-        program.get_subcommands([&](const CLI::App* app) { return app->get_name() == helpVerb; });
-    if (!helpVerb.empty() && known.empty()) {
-      std::vector<String> names;
-      for (const CLI::App* verb : program.get_subcommands(isListed)) {
-        names.emplace_back(verb->get_name());
-      }
+  options.verb = verb->name;
+  if (verb->name == "help") {
+    const Verb* about = form.find(helpVerb);
+    if (!helpVerb.empty() && about == nullptr) {
       throw UsageError{"unknown verb " + inQuotes(helpVerb),
-                       suggestion(helpVerb, names) + "\"trovik --help\" lists them all"};
+                       suggestion(helpVerb, verbNames(form)) + "\"trovik --help\" lists them all"};
     }
-    parsed.text = helpText(helpVerb.empty() ? program : *known.front(), width);
+    parsed.text = helpText(form, about, width);
     return parsed;
   }
   requireArguments(options);

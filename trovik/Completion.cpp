@@ -3,8 +3,6 @@
 #include "host/foundation/String.h"
 #include "trovik/VerbOptions.h"
 
-#include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <set>
 
@@ -14,18 +12,10 @@
 namespace trovik {
 namespace {
 
-bool takesValue(const CLI::Option& option) {
-  return option.get_items_expected_max() > 0;
-}
-
-bool mayRepeat(const CLI::Option& option) {
-  return option.get_items_expected_max() > 1 || option.check_name("--verbose");
-}
-
 /// The form of a value as the help shows it, without the marks of what is
 /// optional or repeated: "[JOB]" and "JOB..." are "JOB".
-std::string formOf(const CLI::Option& option) {
-  std::string form = option.get_type_name();
+std::string formOf(const Argument& option) {
+  std::string form = option.form;
   std::erase_if(form, [](char c) { return c == '[' || c == ']' || c == '.'; });
   return form;
 }
@@ -38,8 +28,6 @@ class Line {
 public:
   Line(const std::vector<std::string>& words, const CompletionSources& sources)
       : sources_(sources), last_(words.empty() ? std::string() : words.back()) {
-    std::string helpVerb;
-    declareVerbs(program_, declared_, helpVerb);
     for (std::size_t i = 0; i + 1 < words.size(); ++i) {
       take(words[i]);
     }
@@ -54,15 +42,15 @@ public:
       if (equals == std::string::npos) {
         return options();
       }
-      const CLI::Option* option = find(last_.substr(0, equals));
-      return option == nullptr || !takesValue(*option)
+      const Argument* option = find(last_.substr(0, equals));
+      return option == nullptr || !option->takesValue()
                  ? Completions()
                  : valuesFor(*option, last_.substr(0, equals + 1), last_.substr(equals + 1));
     }
     if (verb_ == nullptr) {
       return verbs();
     }
-    const CLI::Option* option = positional();
+    const Argument* option = positional();
     if (option != nullptr) {
       return valuesFor(*option, "", last_);
     }
@@ -78,21 +66,19 @@ private:
       ended_ = true;
     } else if (!ended_ && word.size() > 1 && word.front() == '-') {
       const std::size_t equals = std::min(word.find('='), word.size());
-      if (const CLI::Option* option = find(word.substr(0, equals)); option != nullptr) {
+      if (const Argument* option = find(word.substr(0, equals)); option != nullptr) {
         given_.insert(option);
-        if (takesValue(*option) && equals == word.size()) {
+        if (option->takesValue() && equals == word.size()) {
           wanting_ = option;
         } else if (equals < word.size()) {
           note(*option, word.substr(equals + 1));
         }
       }
     } else if (verb_ == nullptr) {
-      const auto found =
-          program_.get_subcommands([&](const CLI::App* app) { return app->get_name() == word; });
-      verb_ = found.empty() ? nullptr : found.front();
-      lost_ = found.empty();
+      verb_ = form_.find(word);
+      lost_ = verb_ == nullptr;
     } else {
-      if (const CLI::Option* option = positional(); option != nullptr && formOf(*option) == "TYPE") {
+      if (const Argument* option = positional(); option != nullptr && formOf(*option) == "TYPE") {
         found_.type = word;
       }
       ++places_;
@@ -100,40 +86,51 @@ private:
   }
 
   /// Keeps what a look at the installation depends on.
-  void note(const CLI::Option& option, const std::string& value) {
+  void note(const Argument& option, const std::string& value) {
     for (const auto& [name, target] :
          {std::pair{"--module-path", &found_.modulePath}, std::pair{"--settings", &found_.settings},
           std::pair{"--options", &found_.options}, std::pair{"--state", &found_.state}}) {
-      if (option.check_name(name)) {
+      if (option.name == name) {
         *target = value;
       }
     }
   }
 
-  const CLI::Option* find(const std::string& name) const {
-    const CLI::Option* option = verb_ == nullptr ? nullptr : verb_->get_option_no_throw(name);
-    return option == nullptr ? program_.get_option_no_throw(name) : option;
+  const Argument* find(const std::string& name) const {
+    const auto in = [&](const Verb& verb) -> const Argument* {
+      for (const Argument& argument : verb.arguments) {
+        if (argument.isOption() &&
+            (argument.name == name || (argument.letter != 0 && name == std::string{'-', argument.letter}))) {
+          return &argument;
+        }
+      }
+      return nullptr;
+    };
+    const Argument* option = verb_ == nullptr ? nullptr : in(*verb_);
+    return option == nullptr ? in(form_.program) : option;
   }
 
   /// The argument whose place the next word has.
-  const CLI::Option* positional() const {
-    std::vector<const CLI::Option*> all;
-    for (const CLI::Option* option : verb_->get_options()) {
-      if (option->get_positional()) {
-        all.push_back(option);
+  const Argument* positional() const {
+    std::vector<const Argument*> all;
+    for (const Argument& argument : verb_->arguments) {
+      if (!argument.isOption()) {
+        all.push_back(&argument);
       }
     }
     if (places_ < all.size()) {
       return all[places_];
     }
-    return !all.empty() && all.back()->get_items_expected_max() > 1 ? all.back() : nullptr;
+    return !all.empty() && all.back()->mayRepeat() ? all.back() : nullptr;
   }
 
   Completions verbs() const {
     std::vector<Candidate> candidates;
     if (!lost_) {
-      for (const CLI::App* verb : program_.get_subcommands(isListed)) {
-        candidates.push_back({verb->get_name(), verb->get_description()});
+      for (const Verb& verb : form_.verbs) {
+        if (verb.isListed()) {
+          candidates.push_back({verb.name, verb.description});
+        }
       }
     }
     return matching(std::move(candidates), "", last_);
@@ -141,17 +138,15 @@ private:
 
   Completions options() const {
     std::vector<Candidate> candidates;
-    const CLI::App& app = verb_ == nullptr ? program_ : *verb_;
-    for (const CLI::Option* option : app.get_options()) {
-      if (!option->get_positional() && (!given_.contains(option) || mayRepeat(*option))) {
-        candidates.push_back({"--" + option->get_lnames().front(), option->get_description()});
+    for (const Argument& option : (verb_ == nullptr ? form_.program : *verb_).arguments) {
+      if (option.isOption() && (!given_.contains(&option) || option.mayRepeat())) {
+        candidates.push_back({option.name, option.description});
       }
     }
     return matching(std::move(candidates), "", last_);
   }
 
-  Completions valuesFor(const CLI::Option& option, const std::string& before,
-                        const std::string& start) const {
+  Completions valuesFor(const Argument& option, const std::string& before, const std::string& start) const {
     const std::string form = formOf(option);
     if (form == "VERB") {
       return verbs();
@@ -218,15 +213,16 @@ private:
     return {std::move(candidates), Wanted::Nothing, {}};
   }
 
-  CLI::App program_;
-  Options declared_; ///< the parser's, unused
+  Options declared_;     ///< where a parser would write; unused
+  std::string helpVerb_; ///< the same
+  const CommandForm form_ = declareVerbs(declared_, helpVerb_);
   const CompletionSources& sources_;
   std::string last_;
   Options found_;
-  const CLI::App* verb_ = nullptr;
-  bool lost_ = false;                    ///< there is a word in the verb's place that is none
-  const CLI::Option* wanting_ = nullptr; ///< whose value comes next
-  std::set<const CLI::Option*> given_;
+  const Verb* verb_ = nullptr;
+  bool lost_ = false;                 ///< there is a word in the verb's place that is none
+  const Argument* wanting_ = nullptr; ///< whose value comes next
+  std::set<const Argument*> given_;
   std::size_t places_ = 0; ///< arguments by their place so far
   bool ended_ = false;     ///< "--" was seen
 };

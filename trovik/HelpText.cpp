@@ -1,9 +1,7 @@
 #include "trovik/HelpText.h"
 
+#include "trovik/HelpFooters.h"
 #include "trovik/Text.h"
-#include "trovik/VerbOptions.h"
-
-#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <vector>
@@ -23,70 +21,61 @@ std::string entry(const std::string& left, const std::string& description, std::
   return "  " + left + '\n' + right;
 }
 
-std::string optionName(const CLI::Option& option) {
-  std::string names;
-  for (const std::string& name : option.get_snames()) {
-    names += "-" + name + ", ";
-  }
-  for (const std::string& name : option.get_lnames()) {
-    names += "--" + name + ", ";
-  }
-  names.resize(names.size() - std::min<std::size_t>(2, names.size()));
-  // Flags have a type of 0 items and show none.
-  const std::string type = option.get_items_expected_max() == 0 ? std::string() : option.get_type_name();
-  return type.empty() ? names : names + ' ' + type;
+std::string optionName(const Argument& option) {
+  const std::string names =
+      (option.letter == 0 ? "" : std::string{'-', option.letter, ',', ' '}) + option.name;
+  return option.form.empty() ? names : names + ' ' + option.form;
 }
 
 } // namespace
 
-std::string helpText(const CLI::App& app, std::size_t width) {
-  const bool isVerb = app.get_parent() != nullptr;
-  const std::vector<const CLI::App*> verbs = app.get_subcommands(isListed);
-  std::vector<const CLI::Option*> positionals;
+std::string helpText(const CommandForm& form, const Verb* verb, std::size_t width) {
+  const Verb& about = verb == nullptr ? form.program : *verb;
+  std::vector<const Argument*> places;
   std::vector<std::string> groups;
-  for (const CLI::Option* option : app.get_options()) {
-    if (option->get_positional()) {
-      positionals.push_back(option);
-    } else if (std::find(groups.begin(), groups.end(), option->get_group()) == groups.end()) {
-      groups.push_back(option->get_group());
+  for (const Argument& argument : about.arguments) {
+    if (!argument.isOption()) {
+      places.push_back(&argument);
+    } else if (std::find(groups.begin(), groups.end(), argument.group) == groups.end()) {
+      groups.push_back(argument.group);
     }
   }
   // A verb's own options come before the common ones.
   std::stable_partition(groups.begin(), groups.end(),
                         [](const std::string& group) { return group == "Options"; });
 
-  std::string usage = "usage: trovik";
-  usage += isVerb ? ' ' + app.get_name() : std::string(" VERB");
-  for (const CLI::Option* option : positionals) {
-    usage += ' ' + option->get_type_name();
+  std::string usage = "usage: trovik " + (verb == nullptr ? "VERB" : verb->name);
+  for (const Argument* argument : places) {
+    usage += ' ' + argument->form;
   }
-  std::string text = usage + " [options]\n\n" + wrapped(app.get_description(), width, 0);
-  if (!positionals.empty()) {
+  std::string text = usage + " [options]\n\n" + wrapped(about.description, width, 0);
+  if (!places.empty()) {
     text += '\n';
-    for (const CLI::Option* option : positionals) {
-      text += entry(option->get_name(), option->get_description(), width);
+    for (const Argument* argument : places) {
+      text += entry(argument->name, argument->description, width);
     }
   }
   std::string verbGroup;
-  for (const CLI::App* verb : verbs) {
-    if (verb->get_group() != verbGroup) {
-      verbGroup = verb->get_group();
+  for (const Verb& listed : form.verbs) {
+    if (verb != nullptr || !listed.isListed()) {
+      continue;
+    }
+    if (listed.group != verbGroup) {
+      verbGroup = listed.group;
       text += '\n' + verbGroup + ":\n";
     }
-    text += entry(verb->get_name(), verb->get_description(), width);
+    text += entry(listed.name, listed.description, width);
   }
   for (const std::string& group : groups) {
     text += '\n' + group + ":\n";
-    for (const CLI::Option* option : app.get_options()) {
-      if (!option->get_positional() && option->get_group() == group) {
-        text += entry(optionName(*option), option->get_description(), width);
+    for (const Argument& argument : about.arguments) {
+      if (argument.isOption() && argument.group == group) {
+        text += entry(optionName(argument), argument.description, width);
       }
     }
   }
-  if (!app.get_footer().empty()) {
-    text += '\n' + app.get_footer() + '\n';
-  }
-  return text;
+  const std::string footer = helpFooter(about.name);
+  return footer.empty() ? text : text + '\n' + footer + '\n';
 }
 
 } // namespace trovik

@@ -1,16 +1,14 @@
 #pragma once
 
+#include "trovik/VerbOptions.h"
+
 #include <cstddef>
 #include <string>
 
-namespace CLI {
-class App;
-}
-
 namespace trovik {
 
-/// The help of the program or of a verb: usage, description, arguments,
-/// options by group and worked examples, wrapped to the width.
-std::string helpText(const CLI::App& app, std::size_t width);
+/// The help of a verb, or of the program for null: usage, description,
+/// arguments, options by group and worked examples, wrapped to the width.
+std::string helpText(const CommandForm& form, const Verb* verb, std::size_t width);
 
 } // namespace trovik
