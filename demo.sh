@@ -15,23 +15,30 @@ say "Build"
 # The tests are left out of a first build, and stay in one that has them.
 options=()
 [ -f build/release/CMakeCache.txt ] || options=(-DTROVIK_BUILD_TESTS=OFF)
-log=$(mktemp)
-trap 'rm -f "$log"' EXIT
-if ! { cmake --preset release "${options[@]}" && cmake --build --preset release --target trovik trovik-image Tessivar catalogue; } \
-  >"$log" 2>&1; then
-  cat "$log" >&2
-  echo "demo.sh: the build failed" >&2
-  exit 1
-fi
+scripts/build.sh release "${options[@]}" trovik trovik-image Tessivar catalogue
 
 out=out/demo
 say "Render: trovik run povray demo/scene_0012.pov --out $out $*"
 status=0
 build/release/bin/trovik run povray demo/scene_0012.pov --out "$out" "$@" || status=$?
 
-if [ "$status" -eq 0 ]; then
-  say "The images are in $PWD/$out"
-else
+if [ "$status" -ne 0 ]; then
   echo "demo.sh: trovik run ended with exit code $status" >&2
+  exit "$status"
 fi
-exit "$status"
+
+# Where things are, as words for a shell.
+images=$(printf '%q' "$PWD/$out")
+program=$(printf '%q' "$PWD/build/release/bin")
+say "The images are in $images"
+cat <<TEXT
+== What next
+The program is in $program. Once for this shell, or in your ~/.profile:
+  export PATH=$program:"\$PATH"
+Then:
+  trovik sheet last -o sheet.png    all frames in one picture
+  trovik show last                  how the job went
+  trovik types                      what else it renders with
+  trovik new                        a type for a program of yours; docs/tutorial.md
+To install it for everyone: docs/install.md
+TEXT

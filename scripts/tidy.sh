@@ -6,7 +6,8 @@
 #   scripts/tidy.sh --fix      lets clang-format rewrite the sources
 #   scripts/tidy.sh FILE...    clang-tidy on these sources
 #
-# clang-tidy takes its compile commands from build/release.
+# clang-tidy takes its compile commands from build/debug, where each source is
+# compiled by itself.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -25,6 +26,10 @@ sources() {
   fi
 }
 
+configure() {
+  cmake --preset debug >/dev/null || fail "configuring debug failed"
+}
+
 check_format() { # [OPTION OF clang-format]...
   command -v clang-format >/dev/null || fail "clang-format is missing: scripts/install-packages.sh tidy"
   mapfile -d '' files < <(sources)
@@ -35,9 +40,8 @@ check_format() { # [OPTION OF clang-format]...
 
 check_style() { # FILE...
   command -v clang-tidy >/dev/null || fail "clang-tidy is missing: scripts/install-packages.sh tidy"
-  [ -f build/release/compile_commands.json ] || fail "configure first: cmake --preset release"
   printf '%s\0' "$@" |
-    xargs -0 -n 1 -P "$(nproc)" clang-tidy -p build/release --quiet --extra-arg=-Wno-unknown-warning-option 2>/dev/null ||
+    xargs -0 -n 1 -P "$(nproc)" clang-tidy -p build/debug --quiet --extra-arg=-Wno-unknown-warning-option 2>/dev/null ||
     fail "clang-tidy has found something"
   printf 'tidy.sh: %s sources are tidy\n' "$#"
 }
@@ -48,15 +52,19 @@ case "${1:-}" in
 --*) fail "unknown option $1; the opening comment tells what there is" ;;
 "")
   check_format --dry-run -Werror
-  # Only what the release preset compiles; the rest is fixtures.
+  configure
+  # Only what is compiled; the rest is fixtures.
   compiled=()
   while IFS= read -r -d '' file; do
-    if [[ $file == *.cpp ]] && grep -qF "\"file\": \"$PWD/$file\"" build/release/compile_commands.json; then
+    if [[ $file == *.cpp ]] && grep -qF "\"file\": \"$PWD/$file\"" build/debug/compile_commands.json; then
       compiled+=("$file")
     fi
   done < <(sources)
-  [ ${#compiled[@]} -gt 0 ] || fail "no source is in build/release/compile_commands.json"
+  [ ${#compiled[@]} -gt 0 ] || fail "no source is in build/debug/compile_commands.json"
   check_style "${compiled[@]}"
   ;;
-*) check_style "$@" ;;
+*)
+  configure
+  check_style "$@"
+  ;;
 esac

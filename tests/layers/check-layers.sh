@@ -9,7 +9,8 @@
 # program meets the module only through its entry points, and the libraries
 # for databases, clusters and terminals stay inside the program; that for
 # databases inside trovik/queue. Those for images stay in its helper
-# trovik/image, which the program only starts.
+# trovik/image, which the program only starts. A source includes its own header
+# first, so that each header is compiled with nothing before it.
 set -euo pipefail
 
 root=$1
@@ -34,6 +35,7 @@ awk '
     found = 1
   }
   BEGIN {
+    for (i = 1; i < ARGC; i++) is_there[ARGV[i]] = 1
     may["host/foundation"] = "host/foundation"
     may["host/application"] = "host/application host/foundation"
     may["job"] = "job host/application host/foundation"
@@ -54,6 +56,11 @@ awk '
     from = layer(FILENAME)
     to = layer(line)
     if (from == "") { breach("belongs to no layer"); next }
+    own = FILENAME
+    sub(/\.cpp$/, ".h", own)
+    if (!(FILENAME in begun) && own != FILENAME && own in is_there && line != own)
+      breach("includes " line " before its own header, which then is never seen alone")
+    begun[FILENAME] = 1
     if (quoted && to == "") { breach("includes \"" line "\" by a path that does not begin at the root"); next }
     if (to != "" && index(" " may[from] " ", " " to " ") == 0) breach(from " includes " line)
     if (to == "" && from !~ /^trovik/ && line ~ outside) breach("<" line "> belongs inside trovik/")

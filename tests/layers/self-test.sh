@@ -47,6 +47,14 @@ breach() { # FILE INCLUDE-LINE MESSAGE
 good_tree
 expect "a tree that keeps the rules" 0 ""
 
+good_tree
+plant host/foundation/String.cpp <<<'#include <string>'
+expect "a header that is never seen alone" 1 \
+  'host/foundation/String.cpp:1: includes string before its own header, which then is never seen alone'
+good_tree
+printf '%s\n' '#include "host/foundation/String.h"' '#include <map>' | plant host/foundation/String.cpp
+expect "a source that begins with its own header" 0 ""
+
 breach host/foundation/Path.h '#include "host/application/Job.h"' 'host/foundation includes host/application/Job.h'
 breach host/foundation/Path.h '#include "host/Application.h"' 'host/foundation includes host/Application.h'
 breach host/foundation/Path.h '#include "module/Tessivar.h"' 'host/foundation includes module/Tessivar.h'

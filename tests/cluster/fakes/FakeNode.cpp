@@ -1,4 +1,4 @@
-#include "FakeNode.h"
+#include "tests/cluster/fakes/FakeNode.h"
 
 #include <chrono>
 

@@ -1,4 +1,4 @@
-#include "FakeSite.h"
+#include "tests/cluster/fakes/FakeSite.h"
 
 #include "FakeNode.h"
 #include "host/foundation/Exception.h"
