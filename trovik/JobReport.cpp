@@ -3,6 +3,7 @@
 #include "trovik/AttemptText.h"
 #include "trovik/FrameTimes.h"
 #include "trovik/Moments.h"
+#include "trovik/ProgressText.h"
 #include "trovik/Text.h"
 
 #include <algorithm>
@@ -11,8 +12,6 @@
 namespace trovik {
 namespace {
 
-constexpr std::size_t rangesShown = 20;
-constexpr std::size_t reasonsShown = 20;
 constexpr std::size_t attemptsShown = 20;
 constexpr std::size_t labelWidth = 11;
 

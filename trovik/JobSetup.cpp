@@ -9,6 +9,7 @@
 #include "trovik/Text.h"
 #include "trovik/Types.h"
 #include "trovik/UsageError.h"
+#include "trovik/WorkJob.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -17,7 +18,6 @@
 namespace trovik {
 namespace {
 
-constexpr const char* sceneNameFormat = "SceneNameFormat";
 constexpr const char* commandString = "CommandString";
 
 /// The names whose "$(" the host's own expansion from a map leaves alone.
@@ -33,11 +33,6 @@ bool isPlain(const ParameterInfo* info, const String& name) {
     return true;
   }
   return isEscapedByHost(name);
-}
-
-bool exists(const Path& path) {
-  std::error_code error;
-  return std::filesystem::exists(path.Text().c_str(), error);
 }
 
 /// Whether a command line cannot do without a value of the parameter: it
@@ -291,6 +286,11 @@ void JobSetup::checkSequence(const String& format) const {
                          inQuotes(firstMissing.Text()) + ")",
                      "choose the frames that exist with --range"};
   }
+}
+
+String effectiveValue(const Job& job, const char* name) {
+  return orRefuse(std::string(name) + ": ", "",
+                  [&] { return job.FormatStringWithParameters(job.GetParameterOrOption(name, true, true)); });
 }
 
 std::pair<std::string, std::string> splitAssignment(const std::string& text) {

@@ -67,6 +67,10 @@ private:
   std::set<String, String::ciless> filled_;
 };
 
+/// A job's value of a parameter, or the option's or the type's, with its
+/// references expanded. Throws a UsageError where one has no answer.
+String effectiveValue(const Job& job, const char* name);
+
 /// Splits NAME=VALUE at the first "=". Throws a UsageError without one.
 std::pair<std::string, std::string> splitAssignment(const std::string& text);
 

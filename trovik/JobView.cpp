@@ -119,10 +119,6 @@ Colour colourOf(JobState state) {
   return Colour::Plain;
 }
 
-Json textOrNull(const std::string& text) {
-  return text.empty() ? Json(nullptr) : Json(text);
-}
-
 Json jobJson(const JobView& view, Moment now) {
   const JobRecord& job = view.job;
   const auto time = timeOf(job, now);

@@ -45,7 +45,6 @@ Colour colourOf(JobState state);
 
 /// What every JSON form about a job holds.
 Json jobJson(const JobView& view, Moment now);
-Json textOrNull(const std::string& text);
 
 /// The table of `trovik jobs`, the newest job last. On a terminal the names
 /// are cut to what fits.

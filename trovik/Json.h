@@ -18,6 +18,11 @@ inline Json jsonOfKind(const char* kind) {
   return Json{{"version", jsonVersion}, {"kind", kind}};
 }
 
+/// Null where there is no text.
+inline Json textOrNull(const std::string& text) {
+  return text.empty() ? Json(nullptr) : Json(text);
+}
+
 /// One line of text. Bytes that are not UTF-8 become U+FFFD.
 inline std::string jsonLine(const Json& json) {
   return json.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';

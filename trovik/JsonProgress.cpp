@@ -1,6 +1,7 @@
 #include "trovik/JsonProgress.h"
 
 #include "trovik/Json.h"
+#include "trovik/Moments.h"
 
 namespace trovik {
 namespace {
@@ -16,15 +17,6 @@ Json eventOf(const char* kind, const WorkInfo& work) {
   event["attempt"] = work.attempt;
   event["attempts"] = work.attempts;
   return event;
-}
-
-double secondsOf(Duration duration) {
-  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(duration);
-  return static_cast<double>(milliseconds.count()) / 1000;
-}
-
-Json textOrNull(const std::string& text) {
-  return text.empty() ? Json(nullptr) : Json(text);
 }
 
 } // namespace

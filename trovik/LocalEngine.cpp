@@ -11,13 +11,8 @@ namespace trovik {
 namespace {
 
 constexpr Duration tickTime = std::chrono::milliseconds(500);
-constexpr Duration orphanTime = std::chrono::milliseconds(20); // between looks for killed programs
 constexpr Duration recoveryTime = std::chrono::seconds(2);
 constexpr std::size_t jobsKept = 64; // jobs without running works that stay unpacked
-
-bool passes(const StoreError& error) {
-  return error.kind == StoreError::Kind::Full || error.kind == StoreError::Kind::Busy;
-}
 
 } // namespace
 
@@ -76,7 +71,7 @@ void LocalEngine::tick() {
       plan_.whenIdle();
     }
   } catch (const StoreError& error) {
-    if (!passes(error)) {
+    if (!error.passes()) {
       throw;
     }
     LogDebug(error.message);
@@ -113,7 +108,7 @@ void LocalEngine::finishJobs() {
   try {
     over = store_.takeEnded();
   } catch (const StoreError& error) {
-    if (!passes(error)) {
+    if (!error.passes()) {
       throw;
     }
     LogDebug(error.message); // the next look finds them
@@ -179,7 +174,7 @@ bool LocalEngine::recordTurn() {
   try {
     store_.inTransaction([&] { writeTurn(claims, again); });
   } catch (const StoreError& error) {
-    if (!passes(error)) {
+    if (!error.passes()) {
       throw;
     }
     mayHaveWork_ = true;

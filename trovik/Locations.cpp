@@ -9,11 +9,6 @@
 namespace trovik {
 namespace {
 
-bool isDirectory(const Path& path) {
-  std::error_code error;
-  return std::filesystem::is_directory(path.Text().c_str(), error);
-}
-
 void appendIfNew(std::vector<Path>& paths, const Path& path) {
   std::error_code error;
   const std::filesystem::path real = std::filesystem::canonical(path.Text().c_str(), error);
@@ -24,6 +19,16 @@ void appendIfNew(std::vector<Path>& paths, const Path& path) {
 }
 
 } // namespace
+
+bool isDirectory(const Path& path) {
+  std::error_code error;
+  return std::filesystem::is_directory(path.Text().c_str(), error);
+}
+
+bool exists(const Path& path) {
+  std::error_code error;
+  return std::filesystem::exists(path.Text().c_str(), error);
+}
 
 std::optional<std::string> environmentVariable(const char* name) {
   const char* value = std::getenv(name);

@@ -35,6 +35,9 @@ struct Orphans {
   std::chrono::system_clock::time_point since{}; ///< when they were started, to a second or so
 };
 
+/// How long to wait between two calls of killOrphans.
+constexpr Duration orphanTime = std::chrono::milliseconds(20);
+
 /// The machine that works run on: its clock, its programs and the waiting for
 /// them. The engine knows the world only through this, so its tests neither
 /// start programs nor spend time.

@@ -6,10 +6,10 @@
 namespace trovik {
 namespace {
 
-constexpr double longest = 100.0 * 365.25 * 24 * 3600; // seconds
+constexpr double longestSeconds = 100.0 * 365.25 * 24 * 3600;
 
 Duration cutDuration(double seconds) {
-  return Duration(static_cast<Duration::rep>(std::clamp(seconds, 0.0, longest) * 1e9));
+  return Duration(static_cast<Duration::rep>(std::clamp(seconds, 0.0, longestSeconds) * 1e9));
 }
 
 } // namespace
@@ -20,8 +20,9 @@ Moment momentNow() {
 
 Duration durationOf(std::chrono::microseconds duration) {
   const auto count = duration.count();
-  return count > 0 && static_cast<double>(count) < longest * 1e6 ? Duration(count * 1000)
-                                                                 : cutDuration(static_cast<double>(count));
+  return count > 0 && static_cast<double>(count) < longestSeconds * 1e6
+             ? Duration(count * 1000)
+             : cutDuration(static_cast<double>(count));
 }
 
 Duration between(Moment from, Moment to) {

@@ -5,9 +5,6 @@
 namespace trovik {
 namespace {
 
-constexpr std::size_t rangesShown = 20;  // runs of frames in one line
-constexpr std::size_t reasonsShown = 20; // different reasons in a summary
-
 std::string framesOrWork(const RunInfo& info, std::size_t count) {
   return info.hasFrames ? counted(count, "frame") : counted(count, "work");
 }

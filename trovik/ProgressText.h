@@ -7,6 +7,9 @@
 
 namespace trovik {
 
+constexpr std::size_t rangesShown = 20;  ///< runs of frames in one line
+constexpr std::size_t reasonsShown = 20; ///< different reasons in a summary
+
 // The texts that the readers for people share. Each is whole lines, ready for
 // one print.
 

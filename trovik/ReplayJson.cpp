@@ -7,12 +7,6 @@
 namespace trovik {
 namespace {
 
-constexpr std::size_t flushSize = std::size_t{64} << 10;
-
-Json textOrNull(const std::string& text) {
-  return text.empty() ? Json(nullptr) : Json(text);
-}
-
 std::string compact(const Json& json) {
   std::string text = jsonLine(json);
   text.pop_back();

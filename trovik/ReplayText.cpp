@@ -15,7 +15,6 @@ using Fate = LineAccount::Fate;
 constexpr std::size_t numberWidth = 6;
 constexpr std::size_t fateWidth = 13; // "ignored error"
 constexpr std::size_t textColumn = numberWidth + 2 + fateWidth + 2;
-constexpr std::size_t flushSize = std::size_t{64} << 10;
 constexpr std::size_t contextLines = 2; // around an error, and at the end of a bad log
 
 Colour colourOf(Fate fate) {

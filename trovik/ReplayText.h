@@ -26,6 +26,10 @@ public:
   virtual ~ReplayPrinter() = default;
   virtual void line(const ReplayedLine& line) = 0;
   virtual void end(const ReplayResult& result) = 0;
+
+protected:
+  /// What is to be shown is collected up to about so many bytes.
+  static constexpr std::size_t flushSize = std::size_t{64} << 10;
 };
 
 /// For people: the lines that the type's texts speak of, an error with the

@@ -3,6 +3,7 @@
 #include "host/application/Application.h"
 #include "host/application/JobFactory.h"
 #include "host/foundation/Format.h"
+#include "trovik/Locations.h"
 #include "trovik/Text.h"
 
 #include <algorithm>
@@ -12,11 +13,6 @@
 
 namespace trovik {
 namespace {
-
-bool exists(const std::string& path) {
-  std::error_code error;
-  return std::filesystem::exists(path, error);
-}
 
 /// The number with at least so many digits.
 std::string numbered(long long number, std::size_t digits) {

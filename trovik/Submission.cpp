@@ -3,6 +3,7 @@
 #include "host/application/RenderJob.h"
 #include "host/foundation/Log.h"
 #include "trovik/EndCommand.h"
+#include "trovik/JobSetup.h"
 #include "trovik/Locations.h"
 #include "trovik/MissingFrames.h"
 #include "trovik/Numbers.h"
@@ -22,12 +23,6 @@
 namespace trovik {
 namespace {
 
-/// A parameter's effective value with its references expanded.
-String effective(const Job& job, const char* name) {
-  return orRefuse(std::string(name) + ": ", "",
-                  [&] { return job.FormatStringWithParameters(job.GetParameterOrOption(name, true, true)); });
-}
-
 /// The output folder, for finding the job again; some types let it depend on
 /// the frame, and then there is none.
 std::string outputOf(const Job& job) {
@@ -40,7 +35,7 @@ std::string outputOf(const Job& job) {
 }
 
 int effectiveNumber(const Job& job, const char* name) {
-  const String text = effective(job, name);
+  const String text = effectiveValue(job, name);
   int number = 0;
   std::from_chars(text.data(), text.data() + text.size(), number);
   return number;
@@ -126,7 +121,7 @@ void Submission::describe() {
   newJob_.typeName = typeTitle(setup_.type());
   const String format = job.GetParameterOrOption("SceneNameFormat", true, true);
   newJob_.scene = format.empty() ? job.GetParameterOrOption(p_Scene, true, true) : format;
-  newJob_.range = effective(job, p_Range);
+  newJob_.range = effectiveValue(job, p_Range);
   const std::unique_ptr<Distributor> works = orRefuse("", "", [&] { return job.DoGetDistributor(); });
   for (FrameRun run; works->Next(run, newJob_.hasFrames);) {
     newJob_.works.push_back(run);

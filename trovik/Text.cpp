@@ -129,6 +129,13 @@ std::string printable(std::string_view text, OddBytes odd) {
   return out;
 }
 
+std::string_view trimmed(std::string_view line) {
+  constexpr std::string_view blanks = " \t\r";
+  const std::size_t begin = line.find_first_not_of(blanks);
+  return begin == std::string_view::npos ? std::string_view()
+                                         : line.substr(begin, line.find_last_not_of(blanks) + 1 - begin);
+}
+
 bool isUtf8(std::string_view text) {
   for (std::size_t position = 0; position < text.size();) {
     const Character character = characterAt(text, position);

@@ -20,6 +20,9 @@ enum class OddBytes {
 /// beyond ASCII that steer terminals or reorder text become visible too.
 std::string printable(std::string_view text, OddBytes odd);
 
+/// The part of a line between blanks, tabs and carriage returns at its ends.
+std::string_view trimmed(std::string_view line);
+
 /// Whether the text is valid UTF-8.
 bool isUtf8(std::string_view text);
 

@@ -42,12 +42,6 @@ bool hasScene(const std::string& scene) {
   return !wordsOf(scene).empty();
 }
 
-std::string trimmed(const std::string& text) {
-  const std::size_t begin = text.find_first_not_of(" \t");
-  return begin == std::string::npos ? std::string()
-                                    : text.substr(begin, text.find_last_not_of(" \t") + 1 - begin);
-}
-
 /// The meanings of the words, for a command line and for a file's name.
 class Meanings {
 public:
@@ -158,7 +152,7 @@ std::string list(const std::vector<std::string>& texts) {
   for (std::size_t i = 0; i < texts.size(); ++i) {
     std::string number = std::to_string(i + 1);
     number.insert(0, texts.size() > 9 && number.size() < 2 ? "0" : "");
-    lines += number + '=' + trimmed(texts[i]) + '\n';
+    lines += (number + '=').append(trimmed(texts[i])) + '\n';
   }
   return lines;
 }
@@ -221,10 +215,10 @@ std::string judgingPart(const TypeAnswers& answers) {
   std::string text = "\n"
                      "; What stands before the name of a finished file in the program's output, such as "
                      "\"saved:\".\n";
-  text +=
-      answers.imageText.empty()
-          ? std::string(";ImageStartText=saved:\n")
-          : "ImageStartText=" + std::string(ListParameterInfo().Pack({trimmed(answers.imageText)})) + '\n';
+  text += answers.imageText.empty()
+              ? std::string(";ImageStartText=saved:\n")
+              : "ImageStartText=" +
+                    std::string(ListParameterInfo().Pack({std::string(trimmed(answers.imageText))})) + '\n';
   text += "\n"
           "; An error text counts at the start of a line; with this key anywhere in it.\n"
           ";ErrorDetectPosition=Yes\n"

@@ -1,5 +1,7 @@
 #include "trovik/TypeQuestions.h"
 
+#include "trovik/Text.h"
+
 namespace trovik {
 namespace {
 
@@ -30,12 +32,6 @@ constexpr const char* errorQuestion =
 constexpr const char* successQuestion =
     "\nHow does the line begin that it always prints when all went well (empty for none)\n";
 
-std::string trimmed(const std::string& text) {
-  const std::size_t begin = text.find_first_not_of(" \t\r");
-  return begin == std::string::npos ? std::string()
-                                    : text.substr(begin, text.find_last_not_of(" \t\r") + 1 - begin);
-}
-
 class Questions {
 public:
   Questions(const AskFunction& ask, const std::function<void(const UsageError&)>& tell)
@@ -45,7 +41,7 @@ public:
   std::string answer(const char* option, const std::optional<std::string>& given, const std::string& question,
                      const std::string& usual, const std::function<void(const std::string&)>& check) const {
     if (given) {
-      std::string text = trimmed(*given);
+      std::string text(trimmed(*given));
       try {
         check(text);
       } catch (const UsageError& error) {
@@ -67,7 +63,7 @@ public:
       if (!line) {
         throw UsageError{"the answers ended early; nothing was written", {}};
       }
-      std::string text = trimmed(*line).empty() ? usual : trimmed(*line);
+      std::string text = trimmed(*line).empty() ? usual : std::string(trimmed(*line));
       try {
         check(text);
         return text;

@@ -16,8 +16,8 @@
 namespace trovik {
 namespace {
 
-constexpr std::size_t jobLimit = 100;
-constexpr std::chrono::milliseconds patience{200};
+constexpr std::size_t jobsOffered = 100;
+constexpr std::chrono::milliseconds lockPatience{200};
 
 /// The installation's answers. Whatever fails, there are fewer of them.
 class Installation {
@@ -67,10 +67,10 @@ private:
       return candidates;
     }
     Store::Settings settings;
-    settings.patience = patience;
+    settings.patience = lockPatience;
     Store store(session_->state(), settings);
     for (const JobRecord& job : store.jobs()) {
-      if (candidates.size() == jobLimit) {
+      if (candidates.size() == jobsOffered) {
         break;
       }
       const std::string what = job.typeName + ": " + titleOf(job) + ", " + nameOf(job.state);

@@ -2,6 +2,7 @@
 #include "host/foundation/Quoting.h"
 #include "host/foundation/WriteFile.h"
 #include "trovik/Json.h"
+#include "trovik/Locations.h"
 #include "trovik/Messages.h"
 #include "trovik/Text.h"
 #include "trovik/TypeQuestions.h"
@@ -17,11 +18,6 @@
 
 namespace trovik {
 namespace {
-
-bool isDirectory(const Path& path) {
-  std::error_code error;
-  return std::filesystem::is_directory(path.Text().c_str(), error);
-}
 
 bool isThere(const Path& path) {
   std::error_code error;

@@ -20,7 +20,7 @@
 namespace trovik {
 namespace {
 
-constexpr std::size_t readSize = std::size_t{256} << 10;
+constexpr std::size_t logPieceSize = std::size_t{256} << 10;
 
 /// A log that is read from its beginning to its end: a file, a pipe, or
 /// standard input for "-".
@@ -51,7 +51,7 @@ public:
   SavedLog& operator=(const SavedLog&) = delete;
 
   void feed(Replay& replay) const {
-    std::string buffer(readSize, '\0');
+    std::string buffer(logPieceSize, '\0');
     while (true) {
       const ssize_t got = read(descriptor_, buffer.data(), buffer.size());
       if (got == 0) {

@@ -2,6 +2,7 @@
 #include "trovik/EngineRun.h"
 #include "trovik/ImageHelper.h"
 #include "trovik/JobFiles.h"
+#include "trovik/ProgressText.h"
 #include "trovik/Session.h"
 #include "trovik/Text.h"
 #include "trovik/UsageError.h"
@@ -10,8 +11,6 @@
 
 namespace trovik {
 namespace {
-
-constexpr std::size_t rangesShown = 20;
 
 RunSet runsOf(const FrameSet& frames) {
   RunSet runs;

@@ -17,7 +17,7 @@ std::vector<std::string> aliasesOf(const JobTypeInfo& info) {
   return aliases;
 }
 
-Json typeJson(const UID& type, const JobTypeInfo& info) {
+Json summaryOf(const UID& type, const JobTypeInfo& info) {
   return {{"id", type.GenString()},
           {"name", info.Name},
           {"aliases", aliasesOf(info)},
@@ -25,7 +25,7 @@ Json typeJson(const UID& type, const JobTypeInfo& info) {
           {"enabled", info.Enabled}};
 }
 
-struct Row {
+struct TypeRow {
   std::string name;
   std::string aliases;
   std::string help;
@@ -38,7 +38,7 @@ int listTypes(Session& session) {
   const bool all = session.options().all;
   Json document = jsonOfKind("types");
   document["types"] = Json::array();
-  std::vector<Row> rows;
+  std::vector<TypeRow> rows;
   std::size_t hidden = 0;
   for (const UID& type : JobFactory::s_JobFactory->Types()) {
     const JobTypeInfo& info = *JobFactory::s_JobFactory->GetTypeInfo(type, false);
@@ -46,7 +46,7 @@ int listTypes(Session& session) {
       ++hidden;
       continue;
     }
-    document["types"].push_back(typeJson(type, info));
+    document["types"].push_back(summaryOf(type, info));
     std::string help = info.Help.substr(0, info.Help.find('\n'));
     rows.push_back({console.shown(typeTitle(type)) + (info.Enabled ? "" : " (off)"),
                     console.shown(joined(aliasesOf(info), ", ")), console.shown(help)});
@@ -59,10 +59,10 @@ int listTypes(Session& session) {
     throw UsageError{"no job types are installed",
                      "put .tvx files into a directory of the module path; \"trovik types -v\" shows it"};
   }
-  Row heading{"TYPE", "ALIASES", "WHAT IT DOES"};
+  TypeRow heading{"TYPE", "ALIASES", "WHAT IT DOES"};
   std::size_t nameWidth = displayWidth(heading.name);
   std::size_t aliasWidth = displayWidth(heading.aliases);
-  for (const Row& row : rows) {
+  for (const TypeRow& row : rows) {
     nameWidth = std::max(nameWidth, displayWidth(row.name));
     aliasWidth = std::max(aliasWidth, displayWidth(row.aliases));
   }
@@ -72,7 +72,7 @@ int listTypes(Session& session) {
     aliasWidth = std::min(aliasWidth, console.width() / 4);
   }
   std::string table;
-  const auto append = [&](const Row& row, Colour colour) {
+  const auto append = [&](const TypeRow& row, Colour colour) {
     std::string line = padded(cutToWidth(row.name, nameWidth), nameWidth) + "  " +
                        padded(cutToWidth(row.aliases, aliasWidth), aliasWidth) + "  " + row.help;
     if (console.traits().terminal) {
@@ -84,7 +84,7 @@ int listTypes(Session& session) {
   if (!rows.empty()) {
     append(heading, Colour::Bold);
   }
-  for (const Row& row : rows) {
+  for (const TypeRow& row : rows) {
     append(row, Colour::Plain);
   }
   console.print(table);

@@ -7,12 +7,6 @@
 #include <utility>
 
 namespace trovik {
-namespace {
-
-constexpr const char* sceneNameFormat = "SceneNameFormat";
-
-} // namespace
-
 std::string packedJob(const Job& job) {
   OutStream stream;
   job.PackObject(stream);

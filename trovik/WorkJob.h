@@ -7,6 +7,9 @@
 
 namespace trovik {
 
+/// The module's parameter that holds the pattern of a sequence's scene files.
+constexpr const char* sceneNameFormat = "SceneNameFormat";
+
 /// A job's stream, as the queue keeps it.
 std::string packedJob(const Job& job);
 

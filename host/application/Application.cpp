@@ -18,7 +18,7 @@ namespace {
 
 constexpr const char* k_PathMaps = "PathMaps";
 
-Application* Instance() {
+Application* TheApplication() {
   static auto* instance = new Application();
   return instance;
 }
@@ -68,7 +68,7 @@ String Home() {
 
 } // namespace
 
-Application* const Application::the_Application = Instance();
+Application* const Application::the_Application = TheApplication();
 
 void Application::LoadSettings(const Path& settings, const Path& options) {
   const IniFile newSettings = Read(settings);

@@ -1,5 +1,6 @@
 #include "host/application/Excerpt.h"
 
+#include "host/foundation/Characters.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/Format.h"
 
@@ -10,10 +11,6 @@ namespace {
 constexpr std::size_t k_Before = 70; // bytes of a long line before the place
 constexpr std::size_t k_After = 40;  // and behind it
 constexpr std::size_t k_Word = 80;   // bytes of a word within a message
-
-bool IsContinuation(char c) {
-  return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
-}
 
 // Cuts between characters of UTF-8, not within one.
 std::size_t CharacterStart(const String& text, std::size_t position) {

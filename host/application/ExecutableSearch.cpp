@@ -2,6 +2,7 @@
 
 #include "host/application/ProcessJob.h"
 #include "host/application/VersionOrder.h"
+#include "host/foundation/Characters.h"
 
 #include <dirent.h>
 #include <fnmatch.h>
@@ -21,14 +22,10 @@
 
 namespace {
 
-struct Candidate {
+struct ProgramFolder {
   String Version;
   Path Folder;
 };
-
-bool IsLetter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || static_cast<unsigned char>(c) >= 0x80;
-}
 
 bool HasWildcard(const String& base) {
   return base.find_first_of("*?") != String::npos;
@@ -79,7 +76,7 @@ std::vector<String> FolderNames(const Path& root) {
   return names;
 }
 
-void AddCandidates(const Path& root, const std::vector<Path>& bases, std::vector<Candidate>& candidates) {
+void AddCandidates(const Path& root, const std::vector<Path>& bases, std::vector<ProgramFolder>& candidates) {
   for (const String& name : FolderNames(root)) {
     const auto base = std::find_if(bases.begin(), bases.end(), [&name](const Path& candidate) {
       return !candidate.empty() && IsNamedLike(name, candidate.Text());
@@ -152,17 +149,18 @@ Path ProcessJob::FindLatestExecutable(const std::vector<Path>& roots, const std:
            : IsExecutableFile(exe)              ? MakeAbsolute(exe)
                                                 : Path();
   }
-  std::vector<Candidate> candidates;
+  std::vector<ProgramFolder> candidates;
   for (const Path& root : roots) {
     if (!root.empty()) { // not the directory that this process happens to be in
       AddCandidates(MakeAbsolute(root), bases, candidates);
     }
   }
   // Stable: of equal versions the earlier root wins.
-  std::stable_sort(candidates.begin(), candidates.end(), [](const Candidate& left, const Candidate& right) {
-    return CompareVersions(left.Version, right.Version) > 0;
-  });
-  for (const Candidate& candidate : candidates) {
+  std::stable_sort(candidates.begin(), candidates.end(),
+                   [](const ProgramFolder& left, const ProgramFolder& right) {
+                     return CompareVersions(left.Version, right.Version) > 0;
+                   });
+  for (const ProgramFolder& candidate : candidates) {
     Path program = candidate.Folder;
     program /= exe.Text();
     if (IsExecutableFile(program)) {

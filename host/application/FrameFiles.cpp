@@ -1,5 +1,7 @@
 #include "host/application/FrameFiles.h"
 
+#include "host/foundation/Characters.h"
+
 #include <algorithm>
 #include <limits>
 
@@ -41,16 +43,8 @@ namespace {
 constexpr std::size_t k_NumbersLimit = 64;
 constexpr std::size_t k_PatternsLimit = 10'000;
 
-bool IsDigit(char c) {
-  return c >= '0' && c <= '9';
-}
-
-bool IsLetter(char c) {
-  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-}
-
 bool IsOfWord(char c) {
-  return IsDigit(c) || IsLetter(c) || static_cast<unsigned char>(c) >= 0x80U;
+  return IsDigit(c) || IsLetter(c);
 }
 
 // The value of a row of digits; nothing beyond ten, or beyond 32 bits.
@@ -79,7 +73,7 @@ std::size_t ExtensionPlace(std::string_view path) {
   }
   const std::string_view extension = path.substr(point + 1);
   const auto digits = std::count_if(extension.begin(), extension.end(), IsDigit);
-  const auto letters = std::count_if(extension.begin(), extension.end(), IsLetter);
+  const auto letters = std::count_if(extension.begin(), extension.end(), IsAsciiLetter);
   const bool isOne = letters > 0 && digits <= k_MostDigits && letters + digits <= k_Longest &&
                      static_cast<std::size_t>(letters + digits) == extension.size();
   return isOne ? point + 1 : path.size();

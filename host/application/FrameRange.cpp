@@ -1,6 +1,7 @@
 #include "host/application/FrameRange.h"
 
 #include "host/application/Excerpt.h"
+#include "host/foundation/Characters.h"
 #include "host/foundation/Exception.h"
 
 #include <algorithm>
@@ -14,9 +15,6 @@
 
 namespace {
 
-bool IsDigit(char c) {
-  return c >= '0' && c <= '9';
-}
 bool IsBlank(char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\r';
 }

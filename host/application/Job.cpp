@@ -12,8 +12,6 @@
 
 namespace {
 
-constexpr const char* k_ObjectSection = "Object";
-constexpr const char* k_ValueSection = "Values";
 constexpr const char* k_TypeKey = "Type";
 constexpr const char* k_StatusKey = "Status";
 

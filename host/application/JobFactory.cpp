@@ -10,7 +10,7 @@ namespace {
 
 // Made when it is first asked for and never destroyed: modules unregister
 // their types as late as they like.
-JobFactory* Instance() {
+JobFactory* TheFactory() {
   static auto* instance = new JobFactory();
   return instance;
 }
@@ -23,7 +23,7 @@ String TextOf(const UID& type) {
 
 } // namespace
 
-JobFactory* const JobFactory::s_JobFactory = Instance();
+JobFactory* const JobFactory::s_JobFactory = TheFactory();
 
 bool JobFactory::Register(const UID& type, std::unique_ptr<JobTypeInfo> info, CreateFunction create,
                           DeleteFunction destroy) {

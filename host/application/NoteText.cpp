@@ -1,12 +1,6 @@
 #include "host/application/NoteText.h"
 
-namespace {
-
-bool IsContinuation(char c) {
-  return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
-}
-
-} // namespace
+#include "host/foundation/Characters.h"
 
 String NoteText(const String& text, std::size_t limit) {
   std::size_t end = text.size();

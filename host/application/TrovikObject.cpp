@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr const char* k_ObjectSection = "Object";
-constexpr const char* k_ValueSection = "Values";
 constexpr const char* k_VersionKey = "Version";
 constexpr std::string_view k_HexDigits = "0123456789abcdef";
 

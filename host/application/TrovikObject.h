@@ -46,11 +46,13 @@ public:
 
 protected:
   using ValueMap = std::map<String, String, String::ciless>;
+  static constexpr const char* k_ObjectSection = "Object";
+  static constexpr const char* k_ValueSection = "Values";
 
   /// How a derived class's whole state is reached; every function is given
   /// the object. A table without functions stands for the values alone.
-  /// Section is "Object" for what the class itself is (it comes first, and
-  /// Merge leaves it alone) and "Values" for its values.
+  /// Section is k_ObjectSection for what the class itself is (it comes first,
+  /// and Merge leaves it alone) and k_ValueSection for its values.
   struct StateTable {
     using Visit = std::function<void(const String& section, const String& name, const String& value)>;
     void (*Pack)(const TrovikObject& object, OutStream& out) = nullptr;

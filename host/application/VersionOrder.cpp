@@ -1,5 +1,6 @@
 #include "host/application/VersionOrder.h"
 
+#include "host/foundation/Characters.h"
 #include "host/foundation/String.h"
 
 #include <algorithm>
@@ -16,14 +17,6 @@ struct Token {
   std::string_view Text;
   std::size_t Rank = 0; // of a pre-release word
 };
-
-bool IsDigit(char c) {
-  return c >= '0' && c <= '9';
-}
-
-bool IsLetter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || static_cast<unsigned char>(c) >= 0x80;
-}
 
 // Takes the next number or word off the text; what stands between is skipped.
 Token Next(std::string_view& text) {

@@ -51,7 +51,7 @@ void ParseSlowly(const std::string& text, FileMap& sections) {
   }
 }
 
-Walked Walk(IniFile& file, const String& section) {
+Walked WalkPairs(IniFile& file, const String& section) {
   Walked walked;
   file.SetSection(section);
   String key;
@@ -66,7 +66,7 @@ void Compare(IniFile& file, const FileMap& model) {
   RC_ASSERT(file.SectionNames().size() == model.size());
   for (const auto& [section, entries] : model) {
     RC_ASSERT(file.SetSection(section.Upper()));
-    RC_ASSERT(Walk(file, section.Lower()) == Walked(entries.begin(), entries.end()));
+    RC_ASSERT(WalkPairs(file, section.Lower()) == Walked(entries.begin(), entries.end()));
     RC_ASSERT(file.Entries(section).size() == entries.size());
     for (const auto& [key, value] : entries) {
       String found = "missing";
@@ -166,7 +166,7 @@ RC_GTEST_PROP(IniFileModel, RandomChangesOfRandomFilesGiveTheModelsWalks, ()) {
       file.SetValue(section, key, value);
     }
     const auto found = model.find(section);
-    Walked walked = Walk(file, section);
+    Walked walked = WalkPairs(file, section);
     if (keepsOrder) {
       std::sort(walked.begin(), walked.end(), [](const auto& left, const auto& right) {
         return String::CompareNoCase(left.first, right.first) < 0;

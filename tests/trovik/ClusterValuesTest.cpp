@@ -1,20 +1,11 @@
 #include "trovik/cluster/ClusterValues.h"
 
-#include "trovik/UsageError.h"
+#include "tests/trovik/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
 namespace trovik {
 namespace {
-
-template <typename Action> UsageError refusalOf(Action action) {
-  try {
-    action();
-  } catch (const UsageError& error) {
-    return error;
-  }
-  return {};
-}
 
 TEST(ClusterMemory, IsMebibytesUnlessAUnitIsNamed) {
   EXPECT_EQ(memoryOf(""), 0);
@@ -32,11 +23,11 @@ TEST(ClusterMemory, IsMebibytesUnlessAUnitIsNamed) {
 TEST(ClusterMemory, WhatIsNoneIsRefusedWithItsText) {
   for (const char* text : {"4X", "G", "-1G", "4GG", "1e3", "inf", "nan", "0x10", "4,5G", "1025T",
                            "4G --mem=1", "99999999999999999999999999", "\xff"}) {
-    const UsageError error = refusalOf([&] { memoryOf(text); });
+    const Refusal error = refusalOf([&] { memoryOf(text); });
     EXPECT_EQ(error.hint, "write 500M, 4G or 1T; a number alone is MiB") << text;
   }
   EXPECT_EQ(refusalOf([] { memoryOf("4X"); }).message, "ClusterMemory: \"4X\" is no amount of memory");
-  const UsageError none = refusalOf([] { memoryOf("0G"); });
+  const Refusal none = refusalOf([] { memoryOf("0G"); });
   EXPECT_EQ(none.message, "ClusterMemory: \"0G\" is no memory at all");
   EXPECT_EQ(none.hint, "leave it empty for the share that belongs to the CPUs of a work");
 }
@@ -46,7 +37,7 @@ TEST(ClusterTime, TheTextOfTheTimeLimitCountsFirst) {
   EXPECT_EQ(minutesOf(" 2h ", 600, 5), 120);
   EXPECT_EQ(minutesOf("0", 600, 5), 0);
   EXPECT_EQ(minutesOf("99999999999999999999d", 0, 1), 366 * 24 * 60);
-  const UsageError error = refusalOf([] { minutesOf("soon", 600, 5); });
+  const Refusal error = refusalOf([] { minutesOf("soon", 600, 5); });
   EXPECT_EQ(error.message, "ClusterTimeLimit: \"soon\" is no duration");
   EXPECT_EQ(error.hint, "write seconds, or a number with s, m, h or d");
 }

@@ -13,12 +13,12 @@ namespace {
 using namespace std::chrono_literals;
 using Writes = std::vector<std::string>;
 
-struct Screen {
+struct ProgressScreen {
   Writes writes;
   std::size_t width = 80;
   Console console;
 
-  explicit Screen(bool terminal = false)
+  explicit ProgressScreen(bool terminal = false)
       : console([this](std::string_view bytes) { writes.emplace_back(bytes); }, [](std::string_view) {},
                 {terminal, terminal, false, false}, [this] { return width; }) {}
 
@@ -79,7 +79,7 @@ RunSummary mixedSummary() {
 }
 
 TEST(PlainProgress, EachEventIsOneWrite) {
-  Screen screen;
+  ProgressScreen screen;
   PlainProgress progress(screen.console);
   progress.runStarted(infoOf(24));
   progress.workStarted(workOf(4));
@@ -93,14 +93,14 @@ TEST(PlainProgress, EachEventIsOneWrite) {
 }
 
 TEST(PlainProgress, FailureTellsReasonLinesAndLog) {
-  Screen screen;
+  ProgressScreen screen;
   PlainProgress progress(screen.console);
   progress.workEnded(workOf(4), failedWith("Exit code 1", {"first", "second"}));
   EXPECT_EQ(screen.all(), "failed  4  Exit code 1\n  | first\n  | second\n  log  /logs/run/4-4.log\n");
 }
 
 TEST(PlainProgress, FailedAttemptTellsItsNumberAndWhatFollows) {
-  Screen screen;
+  ProgressScreen screen;
   PlainProgress progress(screen.console);
   progress.workEnded(workOf(4, 1, 3), failedWith("Exit code 1", {}, true));
   EXPECT_EQ(screen.all(),
@@ -108,7 +108,7 @@ TEST(PlainProgress, FailedAttemptTellsItsNumberAndWhatFollows) {
 }
 
 TEST(PlainProgress, EscapeSequencesOfNamesNotesAndLinesAreNeverPassedOn) {
-  Screen screen(true);
+  ProgressScreen screen(true);
   PlainProgress progress(screen.console);
   progress.image(workOf(4), Path("/s/\x1b]0;x\a\n.png"));
   progress.workEnded(workOf(4), failedWith("bad \x1b[2J", {"\x1b[31mred\xff"}));
@@ -117,7 +117,7 @@ TEST(PlainProgress, EscapeSequencesOfNamesNotesAndLinesAreNeverPassedOn) {
 }
 
 TEST(PlainProgress, AJobOfTheQueueIsTold) {
-  Screen screen;
+  ProgressScreen screen;
   PlainProgress progress(screen.console);
   RunInfo info = infoOf(24);
   info.job = 3;
@@ -128,7 +128,7 @@ TEST(PlainProgress, AJobOfTheQueueIsTold) {
 }
 
 TEST(PlainProgress, SeveralJobsInOneRunAreToldApart) {
-  Screen screen;
+  ProgressScreen screen;
   PlainProgress progress(screen.console, true);
   WorkInfo work = workOf(4);
   work.job = 7;
@@ -146,7 +146,7 @@ TEST(PlainProgress, SeveralJobsInOneRunAreToldApart) {
 }
 
 TEST(PlainProgress, PartsOfAPacketThatAreGoodAreTold) {
-  Screen screen;
+  ProgressScreen screen;
   PlainProgress progress(screen.console);
   const WorkInfo packet{{5, 8}, true, 1, 2};
   WorkResult result = failedWith("Exit code 1", {}, true);
@@ -160,7 +160,7 @@ TEST(PlainProgress, PartsOfAPacketThatAreGoodAreTold) {
 }
 
 TEST(Summary, AJobOfTheQueueIsGoneOnWithByItsNumber) {
-  Screen screen;
+  ProgressScreen screen;
   RunSummary summary = mixedSummary();
   summary.info.job = 3;
   summary.failed = RunSet();
@@ -174,7 +174,7 @@ TEST(Summary, AJobOfTheQueueIsGoneOnWithByItsNumber) {
 }
 
 TEST(Summary, TellsGoodFailedAndNotDoneWithReasonsAndPlaces) {
-  Screen screen;
+  ProgressScreen screen;
   EXPECT_EQ(summaryText(screen.console, mixedSummary()),
             "19 of 24 frames good, 1 failed, 4 not done, in 1 min 23 s\n"
             "failed  7  Exit code 1\n"
@@ -185,14 +185,14 @@ TEST(Summary, TellsGoodFailedAndNotDoneWithReasonsAndPlaces) {
 }
 
 TEST(Summary, StoppedRunSaysSo) {
-  Screen screen;
+  ProgressScreen screen;
   RunSummary summary = mixedSummary();
   summary.interrupted = true;
   EXPECT_EQ(summaryText(screen.console, summary).substr(0, 24), "stopped: 19 of 24 frames");
 }
 
 TEST(Summary, AllGoodIsShort) {
-  Screen screen;
+  ProgressScreen screen;
   RunSummary summary;
   summary.info = infoOf(2);
   summary.good.add({1, 2});
@@ -204,7 +204,7 @@ TEST(Summary, AllGoodIsShort) {
 }
 
 TEST(Summary, WorkWithoutFramesIsCalledWork) {
-  Screen screen;
+  ProgressScreen screen;
   RunSummary summary;
   summary.info.hasFrames = false;
   summary.info.frames = summary.info.works = 1;
@@ -219,7 +219,7 @@ TEST(Summary, WorkWithoutFramesIsCalledWork) {
 }
 
 TEST(Summary, ManyReasonsAreCut) {
-  Screen screen;
+  ProgressScreen screen;
   RunSummary summary;
   summary.info = infoOf(30);
   for (int frame = 1; frame <= 30; ++frame) {
@@ -235,7 +235,7 @@ TEST(Summary, ManyReasonsAreCut) {
 }
 
 TEST(TerminalProgress, LiveLineTellsTheStateOfTheRun) {
-  Screen screen(true);
+  ProgressScreen screen(true);
   TerminalProgress progress(screen.console);
   progress.runStarted(infoOf(24));
   progress.workStarted(workOf(1));
@@ -248,7 +248,7 @@ TEST(TerminalProgress, LiveLineTellsTheStateOfTheRun) {
 }
 
 TEST(TerminalProgress, ImagesStandAboveTheLiveLine) {
-  Screen screen(true);
+  ProgressScreen screen(true);
   TerminalProgress progress(screen.console);
   progress.runStarted(infoOf(2));
   progress.workStarted(workOf(1));
@@ -257,7 +257,7 @@ TEST(TerminalProgress, ImagesStandAboveTheLiveLine) {
 }
 
 TEST(TerminalProgress, ManyRunningFramesStayOnOneLine) {
-  Screen screen(true);
+  ProgressScreen screen(true);
   screen.width = 40;
   TerminalProgress progress(screen.console);
   progress.runStarted(infoOf(1000));
@@ -268,7 +268,7 @@ TEST(TerminalProgress, ManyRunningFramesStayOnOneLine) {
 }
 
 TEST(TerminalProgress, RetriedWorkDoesNotCountAsFailed) {
-  Screen screen(true);
+  ProgressScreen screen(true);
   TerminalProgress progress(screen.console);
   progress.runStarted(infoOf(2));
   progress.workStarted(workOf(1, 1, 2));
@@ -277,7 +277,7 @@ TEST(TerminalProgress, RetriedWorkDoesNotCountAsFailed) {
 }
 
 TEST(TerminalProgress, FramesInsideAPacketCountByTheirImages) {
-  Screen screen(true);
+  ProgressScreen screen(true);
   TerminalProgress progress(screen.console);
   RunInfo info = infoOf(12);
   info.slots = 1;
@@ -300,7 +300,7 @@ TEST(TerminalProgress, FramesInsideAPacketCountByTheirImages) {
 }
 
 TEST(TerminalProgress, SeveralImagesOfAFrameCountAsOne) {
-  Screen screen(true);
+  ProgressScreen screen(true);
   TerminalProgress progress(screen.console);
   progress.runStarted(infoOf(8));
   const WorkInfo first{{1, 2}, true, 1, 1};
@@ -319,7 +319,7 @@ TEST(TerminalProgress, SeveralImagesOfAFrameCountAsOne) {
 }
 
 TEST(TerminalProgress, OneFrameThatHungDoesNotSpoilTheGuess) {
-  Screen screen(true);
+  ProgressScreen screen(true);
   TerminalProgress progress(screen.console);
   RunInfo info = infoOf(10);
   info.slots = 1;
@@ -332,7 +332,7 @@ TEST(TerminalProgress, OneFrameThatHungDoesNotSpoilTheGuess) {
 }
 
 TEST(TerminalProgress, WhatWasGoodBeforeCounts) {
-  Screen screen(true);
+  ProgressScreen screen(true);
   TerminalProgress progress(screen.console);
   RunInfo info = infoOf(24);
   info.goodBefore = 20;
@@ -342,7 +342,7 @@ TEST(TerminalProgress, WhatWasGoodBeforeCounts) {
 }
 
 TEST(TerminalProgress, GoodFramesOfAFailedPacketCountAsDone) {
-  Screen screen(true);
+  ProgressScreen screen(true);
   TerminalProgress progress(screen.console);
   progress.runStarted(infoOf(24));
   const WorkInfo packet{{5, 8}, true, 1, 1};
@@ -353,7 +353,7 @@ TEST(TerminalProgress, GoodFramesOfAFailedPacketCountAsDone) {
 }
 
 TEST(TerminalProgress, TheSameFramesOfTwoJobsAreTwoWorks) {
-  Screen screen(true);
+  ProgressScreen screen(true);
   TerminalProgress progress(screen.console);
   progress.runStarted(infoOf(24));
   WorkInfo one = workOf(1);
@@ -367,7 +367,7 @@ TEST(TerminalProgress, TheSameFramesOfTwoJobsAreTwoWorks) {
 }
 
 TEST(TerminalProgress, SummaryReplacesTheLiveLine) {
-  Screen screen(true);
+  ProgressScreen screen(true);
   TerminalProgress progress(screen.console);
   progress.runStarted(infoOf(24));
   progress.runEnded(mixedSummary());
@@ -376,7 +376,7 @@ TEST(TerminalProgress, SummaryReplacesTheLiveLine) {
 }
 
 TEST(JsonProgress, EveryEventIsOneVersionedObjectOnALine) {
-  Screen screen;
+  ProgressScreen screen;
   JsonProgress progress(screen.console);
   progress.runStarted(infoOf(24));
   progress.workStarted(workOf(4, 2, 3));
@@ -402,7 +402,7 @@ TEST(JsonProgress, EveryEventIsOneVersionedObjectOnALine) {
 }
 
 TEST(JsonProgress, JobRuleAndGoodFramesAreTold) {
-  Screen screen;
+  ProgressScreen screen;
   JsonProgress progress(screen.console);
   RunInfo info = infoOf(24);
   info.job = 3;
@@ -424,7 +424,7 @@ TEST(JsonProgress, JobRuleAndGoodFramesAreTold) {
 }
 
 TEST(JsonProgress, SummaryHoldsFramesFailuresAndImages) {
-  Screen screen;
+  ProgressScreen screen;
   JsonProgress progress(screen.console);
   progress.runEnded(mixedSummary());
   EXPECT_EQ(screen.all(),
@@ -437,7 +437,7 @@ TEST(JsonProgress, SummaryHoldsFramesFailuresAndImages) {
 }
 
 TEST(JsonProgress, BytesThatAreNoUtf8AreReplaced) {
-  Screen screen;
+  ProgressScreen screen;
   JsonProgress progress(screen.console);
   progress.image(workOf(4), Path("/s/caf\xe9.png"));
   EXPECT_EQ(Json::parse(screen.all()).at("file"), "/s/caf\xef\xbf\xbd.png");

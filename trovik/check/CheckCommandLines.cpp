@@ -34,7 +34,7 @@ enum class Value {
   Scenes, ///< the scene files of a work
 };
 
-Value valueOf(const TypeCheck& check, const Reference& reference) {
+Value answerOf(const TypeCheck& check, const Reference& reference) {
   const String& name = reference.Name;
   if (String::EqualNoCase(name, "ActualScene")) {
     return Value::Scenes;
@@ -138,7 +138,7 @@ private:
   }
 
   void one(const Reference& reference) {
-    const Value value = valueOf(check_, reference);
+    const Value value = answerOf(check_, reference);
     bool quotedHere = false;
     for (const CommandCall& call : reference.Calls) {
       const String name(call.Command->Name);

@@ -8,13 +8,13 @@
 namespace trovik {
 namespace {
 
-constexpr const char* section = "FindLatestExecutable";
+constexpr const char* searchSection = "FindLatestExecutable";
 
 /// The pieces of one list, with its empty ones told.
 std::vector<PlacedText> listOf(const TypeCheck& check, const char* key) {
   IniFile::EntryView entry;
   std::vector<PlacedText> pieces;
-  if (!check.source.ini().FindEntry(section, key, entry) || entry.Value.empty()) {
+  if (!check.source.ini().FindEntry(searchSection, key, entry) || entry.Value.empty()) {
     return pieces;
   }
   for (PlacedText& piece : piecesOf(valueOf(entry), ',')) {
@@ -35,7 +35,7 @@ std::vector<PlacedText> listOf(const TypeCheck& check, const char* key) {
 } // namespace
 
 void checkProgramSearch(const TypeCheck& check) {
-  const bool searches = check.source.ini().SectionPlace(section).Line != 0;
+  const bool searches = check.source.ini().SectionPlace(searchSection).Line != 0;
   const bool hasModule = check.source.ini().SectionPlace("Module").Line != 0;
   const String standard = check.effective(p_Executable);
   if (!searches) {
@@ -52,8 +52,8 @@ void checkProgramSearch(const TypeCheck& check) {
   const std::vector<PlacedText> bases = listOf(check, "LinuxBases");
   if (roots.empty() && !bases.empty()) {
     IniFile::EntryView list;
-    const bool there = check.source.ini().FindEntry(section, "LinuxRoots", list);
-    check.out.error("empty-search", there ? keyOf(list).span : check.sectionSpan(section),
+    const bool there = check.source.ini().FindEntry(searchSection, "LinuxRoots", list);
+    check.out.error("empty-search", there ? keyOf(list).span : check.sectionSpan(searchSection),
                     "without LinuxRoots nothing is searched", "write LinuxRoots=/opt, /usr/local");
   }
   for (const PlacedText& root : roots) {
@@ -71,12 +71,12 @@ void checkProgramSearch(const TypeCheck& check) {
     }
   }
   IniFile::EntryView entry;
-  const bool names = check.source.ini().FindEntry(section, "LinuxExe", entry);
+  const bool names = check.source.ini().FindEntry(searchSection, "LinuxExe", entry);
   if (names && entry.Value.empty()) {
     check.out.error("empty-search", keyOf(entry).span, "without LinuxExe nothing is found",
                     "write LinuxExe=... as the program is called within its folder");
   } else if (!names && standard.empty()) {
-    check.out.error("empty-search", check.sectionSpan(section), "without LinuxExe nothing is found",
+    check.out.error("empty-search", check.sectionSpan(searchSection), "without LinuxExe nothing is found",
                     "write LinuxExe=... as the program is called within its folder");
   } else if (names && entry.Value.front() == '/') {
     check.out.warning("relative-root", valueOf(entry).span,

@@ -31,10 +31,6 @@ constexpr Duration seekingTime = std::chrono::seconds(15);
 constexpr Duration fullTime = std::chrono::seconds(5);
 constexpr Duration cancelAgain = std::chrono::seconds(60);
 
-bool passes(const StoreError& error) {
-  return error.kind == StoreError::Kind::Full || error.kind == StoreError::Kind::Busy;
-}
-
 /// What a work of so many frames took before, in seconds: in this job, else in
 /// the one that rendered the scene before.
 std::optional<double> secondsOfWork(Store& store, const JobRecord& job, double framesOfWork) {
@@ -97,7 +93,7 @@ void ClusterEngine::advance() {
     ask();
     lookedOnce_ = true;
   } catch (const StoreError& error) {
-    if (!passes(error)) {
+    if (!error.passes()) {
       throw;
     }
     // What was seen stays in the files, and is seen again.

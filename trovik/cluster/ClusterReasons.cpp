@@ -202,7 +202,7 @@ std::optional<WaitingReason> limitReason(std::string_view reason) {
                        {}};
 }
 
-std::string quoted(const std::string& text) {
+std::string shortQuote(const std::string& text) {
   return inQuotes(text.size() > quoteWidth ? text.substr(0, quoteWidth) + "…" : text);
 }
 
@@ -287,9 +287,9 @@ WaitingReason waitingReason(const std::string& state, const std::string& reason)
     return {true, "it is held", releaseIt};
   }
   if (reason.empty()) {
-    return {false, "Slurm says " + quoted(state), {}};
+    return {false, "Slurm says " + shortQuote(state), {}};
   }
-  return {false, "Slurm says " + quoted(reason), {}};
+  return {false, "Slurm says " + shortQuote(reason), {}};
 }
 
 TaskDeath taskDeath(const ClusterTask& task) {
@@ -330,7 +330,7 @@ TaskDeath taskDeath(const ClusterTask& task) {
   } else if (state.empty()) {
     death.text = "Slurm knows nothing of the task any more";
   } else {
-    death.text = "The task ended" + onNode(task) + ", Slurm says " + quoted(state);
+    death.text = "The task ended" + onNode(task) + ", Slurm says " + shortQuote(state);
   }
   return death;
 }

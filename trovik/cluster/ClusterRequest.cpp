@@ -2,6 +2,7 @@
 
 #include "host/application/ProcessJob.h"
 #include "host/foundation/Quoting.h"
+#include "trovik/JobSetup.h"
 #include "trovik/UsageError.h"
 #include "trovik/cluster/ClusterValues.h"
 
@@ -15,14 +16,8 @@ namespace {
 constexpr double secondsWanted = 60;    // of a task
 constexpr std::size_t tasksWanted = 64; // a job may use so many nodes before its works share tasks
 
-/// A parameter's effective value with its references expanded.
-String effective(const Job& job, const char* name) {
-  return orRefuse(std::string(name) + ": ", "",
-                  [&] { return job.FormatStringWithParameters(job.GetParameterOrOption(name, true, true)); });
-}
-
 int number(const Job& job, const char* name, int least) {
-  const String text = effective(job, name);
+  const String text = effectiveValue(job, name);
   int result = least;
   std::from_chars(text.data(), text.data() + text.size(), result);
   return std::max(result, least);
@@ -45,16 +40,16 @@ std::vector<std::string> optionWords(const String& text) {
 
 ClusterRequest clusterRequest(const Job& job) {
   ClusterRequest request;
-  request.partition = effective(job, p_ClusterPartition);
-  request.account = effective(job, p_ClusterAccount);
-  request.qos = effective(job, p_ClusterQos);
+  request.partition = effectiveValue(job, p_ClusterPartition);
+  request.account = effectiveValue(job, p_ClusterAccount);
+  request.qos = effectiveValue(job, p_ClusterQos);
   request.cpus = number(job, p_CPUs, 1);
   request.throttle = number(job, p_ClusterThrottle, 0);
   request.worksPerTask = static_cast<std::size_t>(number(job, p_WorksPerTask, 0));
-  request.memory = memoryOf(effective(job, p_ClusterMemory));
-  request.options = optionWords(effective(job, p_ClusterOptions));
-  request.stage = effective(job, p_StageOutput).Bool();
-  request.timeLimit = effective(job, p_ClusterTimeLimit);
+  request.memory = memoryOf(effectiveValue(job, p_ClusterMemory));
+  request.options = optionWords(effectiveValue(job, p_ClusterOptions));
+  request.stage = effectiveValue(job, p_StageOutput).Bool();
+  request.timeLimit = effectiveValue(job, p_ClusterTimeLimit);
   if (const auto* process = dynamic_cast<const ProcessJob*>(&job)) {
     request.runTimeLimit = orRefuse("", "", [&] { return process->RunTimeLimit(); });
   }

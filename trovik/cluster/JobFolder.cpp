@@ -29,7 +29,7 @@ namespace {
 
 constexpr std::size_t mebibyte = std::size_t{1} << 20U;
 // Beyond what a job of ten thousand works, or a work of as many files, takes.
-constexpr std::size_t jobLimit = mebibyte;
+constexpr std::size_t jobFormLimit = mebibyte;
 constexpr std::size_t streamLimit = 256 * mebibyte;
 constexpr std::size_t planLimit = 64 * mebibyte;
 constexpr std::size_t claimLimit = mebibyte;
@@ -65,13 +65,13 @@ std::optional<std::string> readWhole(const Path& file, std::size_t limit) {
     raiseMalformed(file, "it is no regular file");
   }
   std::string bytes;
-  constexpr std::size_t chunk = std::size_t{64} << 10U;
+  constexpr std::size_t piece = std::size_t{64} << 10U;
   for (std::size_t size = 0;; size = bytes.size()) {
     if (size > limit) {
       raiseMalformed(file, "it is larger than " + std::to_string(limit / mebibyte) + " MiB");
     }
-    bytes.resize(size + chunk);
-    const ssize_t got = read(descriptor.Number(), bytes.data() + size, chunk);
+    bytes.resize(size + piece);
+    const ssize_t got = read(descriptor.Number(), bytes.data() + size, piece);
     if (got < 0 && errno != EINTR) {
       raiseUnreadable(file, errno);
     }
@@ -136,7 +136,7 @@ void makeDirectories(const Path& directory) {
   }
 }
 
-bool exists(const Path& file) {
+bool hasName(const Path& file) {
   struct stat status {};
   if (lstat(file.c_str(), &status) == 0) {
     return true;
@@ -172,7 +172,7 @@ void JobFolder::create(const FolderJob& job) const {
 }
 
 FolderJob JobFolder::read() const {
-  FolderJob job = readForm(inside(directory_, "job.json"), jobLimit, jobFromForm);
+  FolderJob job = readForm(inside(directory_, "job.json"), jobFormLimit, jobFromForm);
   job.packed = readThere(inside(directory_, "stream"), streamLimit);
   return job;
 }
@@ -201,7 +201,7 @@ void ArrayFolder::cancel() const {
 }
 
 bool ArrayFolder::isCanceled() const {
-  return exists(inside(directory_, "cancel"));
+  return hasName(inside(directory_, "cancel"));
 }
 
 bool ArrayFolder::claim(std::size_t place, const WorkClaim& claim) const {
@@ -213,7 +213,7 @@ std::optional<WorkClaim> ArrayFolder::claimOf(std::size_t place, int number) con
 }
 
 int ArrayFolder::lastClaim(std::size_t place, int known) const {
-  while (exists(fileOf(place, ".claim." + std::to_string(known + 1)))) {
+  while (hasName(fileOf(place, ".claim." + std::to_string(known + 1)))) {
     ++known;
   }
   return known;
@@ -281,7 +281,7 @@ std::optional<WorkEnd> ArrayFolder::endOf(std::size_t place) const {
 }
 
 bool ArrayFolder::hasEnded(std::size_t place) const {
-  return exists(fileOf(place, ".result"));
+  return hasName(fileOf(place, ".result"));
 }
 
 void ArrayFolder::sweep() const {

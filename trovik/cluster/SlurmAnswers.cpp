@@ -28,12 +28,6 @@ template <typename Action> void forEachLine(std::string_view text, Action action
   }
 }
 
-std::string_view trimmed(std::string_view text) {
-  const std::size_t begin = text.find_first_not_of(" \t\r");
-  return begin == std::string_view::npos ? std::string_view()
-                                         : text.substr(begin, text.find_last_not_of(" \t\r") + 1 - begin);
-}
-
 template <typename Number> bool readNumber(std::string_view text, Number& number) {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   return error == std::errc() && end == text.data() + text.size() && number >= 0;

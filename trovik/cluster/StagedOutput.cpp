@@ -26,7 +26,7 @@ namespace trovik {
 namespace {
 
 constexpr const char* stagePrefix = ".trovik-";
-constexpr std::time_t stampSlack = 2; // coarse file systems, and clocks that differ a little
+constexpr std::time_t stampPrecision = 2; // coarse file systems, and clocks that differ a little
 
 /// The output folder of a work, as its job has it.
 struct OutputFolder {
@@ -225,7 +225,7 @@ void StagedOutput::takeBack(const std::vector<std::string>& names, std::time_t s
     const Path inStage(stage_.Text() + "/" + part);
     const Path moved(output_.Text() + "/" + part);
     if (lstat(moved.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-        status.st_mtim.tv_sec >= since - stampSlack && makeFolderOf(inStage) == 0 &&
+        status.st_mtim.tv_sec >= since - stampPrecision && makeFolderOf(inStage) == 0 &&
         link(moved.c_str(), inStage.c_str()) != 0) {
       LogDebug("cannot take back " + moved.Text() + ": " + textOf(errno));
     }

@@ -18,7 +18,7 @@ namespace trovik {
 namespace {
 
 constexpr int huntPause = 20; // milliseconds between two looks for what was killed
-constexpr std::chrono::seconds longestWait{3600};
+constexpr std::chrono::seconds longestPatience{3600};
 constexpr int slices = 8; // of the patience
 
 /// What the guarding process does.
@@ -64,7 +64,7 @@ private:
       if (line.starts_with('+') && blank != std::string::npos) {
         long long seconds = 0;
         std::from_chars(line.data() + 1, line.data() + blank, seconds);
-        patience_ = std::clamp(std::chrono::seconds(seconds), std::chrono::seconds(1), longestWait);
+        patience_ = std::clamp(std::chrono::seconds(seconds), std::chrono::seconds(1), longestPatience);
         mark_ = line.substr(blank + 1);
       } else if (line == "-") {
         mark_.clear();
@@ -83,7 +83,7 @@ private:
   int pipe_;
   std::string text_;
   std::string mark_;
-  std::chrono::seconds patience_{longestWait};
+  std::chrono::seconds patience_{longestPatience};
 };
 
 [[noreturn]] void guard(int pipe) {

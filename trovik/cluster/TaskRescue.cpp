@@ -7,11 +7,7 @@
 #include <utility>
 
 namespace trovik {
-namespace {
-
-constexpr Duration orphanTime = std::chrono::milliseconds(20); // between looks for killed programs
-
-} // namespace
+namespace {} // namespace
 
 /// Takes up what the processes with earlier claims have left.
 void TaskRun::rescue() {

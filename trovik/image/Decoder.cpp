@@ -45,10 +45,6 @@ const std::set<std::string> sharedExtensions = {"z", "int", "inta", "bw", "env",
 constexpr std::array<const char*, 11> knownByContent = {"openexr", "png", "jpeg", "tiff",      "gif", "webp",
                                                         "bmp",     "hdr", "dpx",  "softimage", "iff"};
 
-std::string extensionOf(const std::string& file) {
-  return OIIO::Strutil::lower(OIIO::Filesystem::extension(file, false));
-}
-
 /// The format that an extension stands for; empty for none.
 std::string formatOf(const std::string& extension) {
   static const std::map<std::string, std::string> formats = [] {
@@ -103,17 +99,6 @@ void requireSilence(const ImageInput& input, bool good) {
   if (!good || (!complaint.empty() && !habit)) {
     throw Problem{complaint};
   }
-}
-
-/// A product of sizes, all positive; the largest number where it does not fit.
-std::uint64_t product(std::initializer_list<std::uint64_t> factors) {
-  std::uint64_t result = 1;
-  for (const std::uint64_t factor : factors) {
-    if (__builtin_mul_overflow(result, factor, &result)) {
-      return UINT64_MAX;
-    }
-  }
-  return result;
 }
 
 /// Decodes one part of a file.
@@ -304,6 +289,10 @@ void decodeInto(Inspection& inspection, const std::string& file, PixelSink* sink
 }
 
 } // namespace
+
+std::string extensionOf(const std::string& file) {
+  return OIIO::Strutil::lower(OIIO::Filesystem::extension(file, false));
+}
 
 bool isImageName(const std::string& file) {
   return !formatOf(extensionOf(file)).empty();

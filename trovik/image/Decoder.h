@@ -9,6 +9,9 @@
 
 namespace trovik::image {
 
+/// In lower case, without the point.
+std::string extensionOf(const std::string& file);
+
 /// A rectangle of decoded pixels, with all channels of each.
 struct Piece {
   int x = 0; ///< of its first pixel, in the coordinates of the image

@@ -8,6 +8,16 @@
 
 namespace trovik::image {
 
+std::uint64_t product(std::initializer_list<std::uint64_t> factors) {
+  std::uint64_t result = 1;
+  for (const std::uint64_t factor : factors) {
+    if (__builtin_mul_overflow(result, factor, &result)) {
+      return UINT64_MAX;
+    }
+  }
+  return result;
+}
+
 void limitLibrary() {
   OIIO::attribute("threads", 1);
   OIIO::attribute("exr_threads", -1);

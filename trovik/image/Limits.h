@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 
 namespace trovik::image {
 
@@ -18,6 +19,10 @@ constexpr std::uint64_t partBytesLimit = std::uint64_t{1} << 30U;
 constexpr std::uint64_t memoryLimit = std::uint64_t{6} << 30U;
 
 constexpr int channelLimit = 1024;
+
+/// A product of sizes that a file tells; the largest number where it does not
+/// fit, which is beyond every limit.
+std::uint64_t product(std::initializer_list<std::uint64_t> factors);
 
 /// Sets the limits of the image library. One thread: the other cores belong to
 /// the renderers.

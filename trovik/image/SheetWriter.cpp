@@ -1,6 +1,7 @@
 #include "trovik/image/SheetWriter.h"
 
 #include "trovik/Text.h"
+#include "trovik/image/Decoder.h"
 
 #include <OpenImageIO/color.h>
 #include <OpenImageIO/filesystem.h>
@@ -21,10 +22,6 @@ namespace {
 
 const std::map<std::string, std::string> formats = {{"png", "png"},     {"jpg", "jpeg"}, {"jpeg", "jpeg"},
                                                     {"exr", "openexr"}, {"tif", "tiff"}, {"tiff", "tiff"}};
-
-std::string extensionOf(const std::string& file) {
-  return OIIO::Strutil::lower(OIIO::Filesystem::extension(file, false));
-}
 
 /// A name beside the file that is taken by an empty file of ours, removed with
 /// the object unless it was given its real name.

@@ -1,5 +1,7 @@
 #include "trovik/image/Structure.h"
 
+#include "trovik/image/Limits.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -97,17 +99,6 @@ void requireBytes(const Bytes& bytes, std::uint64_t offset, std::uint64_t count)
   if (offset > bytes.size() || count > bytes.size() - offset) {
     throw EarlyEnd{};
   }
-}
-
-/// A product of sizes from a header; the largest number where it does not fit.
-std::uint64_t product(std::initializer_list<std::uint64_t> factors) {
-  std::uint64_t result = 1;
-  for (const std::uint64_t factor : factors) {
-    if (__builtin_mul_overflow(result, factor, &result)) {
-      return UINT64_MAX;
-    }
-  }
-  return result;
 }
 
 // A sequence of segments and of compressed data, in which a marker byte is

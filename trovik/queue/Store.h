@@ -20,6 +20,9 @@ struct StoreError {
   Kind kind = Kind::Other;
   std::string message; ///< names the file and the reason
   std::string hint;    ///< what to do
+
+  /// Whether the same call may succeed later: a full disk, a lock held long.
+  bool passes() const { return kind == Kind::Full || kind == Kind::Busy; }
 };
 
 /// The queue: an SQLite database in a directory of its own.

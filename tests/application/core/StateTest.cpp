@@ -26,7 +26,7 @@ std::string Packed(const TrovikObject& object) {
   return out.Bytes();
 }
 
-void FillType(JobTypeInfo& info) {
+void FillStateType(JobTypeInfo& info) {
   AddParam(info, ParameterInfo::k_Heading, "Group");
   AddParam(info, ParameterInfo::k_Text, "OwnText");
   AddParam(info, ParameterInfo::k_Text, "Title", "untitled");
@@ -103,7 +103,7 @@ TEST(State, CloneIsAWholeCopyAndRefusesAnotherClass) {
 }
 
 TEST(State, ReadableFormIsPinned) {
-  const RegisteredType type(FillType);
+  const RegisteredType type(FillStateType);
   CatalogueJob job;
   job.SetType(type.Id);
   job.SetStatus(k_StatusFailed);
@@ -122,7 +122,7 @@ TEST(State, ReadableFormIsPinned) {
 }
 
 TEST(State, SavedJobComesBackWithTypeStatusAndMembersOfItsClass) {
-  const RegisteredType type(FillType);
+  const RegisteredType type(FillStateType);
   CatalogueJob job;
   job.SetType(type.Id);
   job.SetStatus(k_StatusPaused);
@@ -173,7 +173,7 @@ TEST(State, LoadRefusesWhatIsNoSavedObject) {
 }
 
 TEST(State, CloneAndCopyKeepPathsThatAStreamWouldTranslate) {
-  const RegisteredType type(FillType);
+  const RegisteredType type(FillStateType);
   const Translations maps("/there", "/here");
   CatalogueJob job;
   job.SetType(type.Id);
@@ -190,7 +190,7 @@ TEST(State, CloneAndCopyKeepPathsThatAStreamWouldTranslate) {
 }
 
 TEST(State, MergeReachesTheMembersOfADerivedClassAndLeavesTypeAndStatus) {
-  const RegisteredType type(FillType);
+  const RegisteredType type(FillStateType);
   CatalogueJob job;
   job.SetType(type.Id);
   job.OwnText = "mine";

@@ -1,6 +1,5 @@
 #include "trovik/image/Check.h"
 #include "trovik/image/Decoder.h"
-#include "trovik/image/Limits.h"
 
 #include "tests/trovik/TemporaryDirectory.h"
 #include "tests/trovik/image/Images.h"
@@ -14,11 +13,6 @@ namespace trovik {
 namespace {
 
 using OIIO::TypeDesc;
-
-Inspection inspect(const std::string& file, bool refuseFlat = false) {
-  image::limitLibrary();
-  return image::check({file, refuseFlat});
-}
 
 float onlyAlphaDiffers(int x, int y, int channel) {
   return channel == 3 ? noiseAt(x, y, 0) : 0.25F * static_cast<float>(channel);

@@ -1,6 +1,3 @@
-#include "trovik/image/Check.h"
-#include "trovik/image/Limits.h"
-
 #include "tests/trovik/TemporaryDirectory.h"
 #include "tests/trovik/image/Images.h"
 
@@ -52,11 +49,6 @@ const std::vector<Harm>& changes() {
        }},
   };
   return all;
-}
-
-Inspection inspect(const std::string& file) {
-  image::limitLibrary();
-  return image::check({file, false});
 }
 
 /// Writes noise of a width that is odd in every sense; but of one that fits for

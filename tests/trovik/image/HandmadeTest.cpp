@@ -1,6 +1,3 @@
-#include "trovik/image/Check.h"
-#include "trovik/image/Limits.h"
-
 #include "tests/trovik/TemporaryDirectory.h"
 #include "tests/trovik/image/Images.h"
 
@@ -157,11 +154,6 @@ std::string portableBitsAsText() {
     out += i % 60 == 59 ? "\n" : "";
   }
   return out;
-}
-
-Inspection inspect(const std::string& file, bool refuseFlat = false) {
-  image::limitLibrary();
-  return image::check({file, refuseFlat});
 }
 
 struct Handmade {

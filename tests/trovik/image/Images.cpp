@@ -1,5 +1,8 @@
 #include "tests/trovik/image/Images.h"
 
+#include "trovik/image/Check.h"
+#include "trovik/image/Limits.h"
+
 #include <cstdint>
 #include <stdexcept>
 
@@ -73,6 +76,11 @@ std::string writeImage(const std::string& file, const OIIO::ImageSpec& layout, c
   require(output->write_image(OIIO::TypeDesc::FLOAT, pixelsOf(layout, pixels, 0).data()), output->geterror());
   require(output->close(), output->geterror());
   return file;
+}
+
+Inspection inspect(const std::string& file, bool refuseFlat) {
+  image::limitLibrary();
+  return image::check({file, refuseFlat});
 }
 
 std::vector<int> ReadImage::at(int x, int y) const {

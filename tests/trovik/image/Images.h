@@ -1,5 +1,7 @@
 #pragma once
 
+#include "trovik/Inspection.h"
+
 #include <OpenImageIO/imageio.h>
 
 #include <functional>
@@ -33,6 +35,9 @@ std::string writeImage(const std::string& directory, const ImageKind& kind,
                        int height = imageHeight);
 /// The same with the layout's own windows, channel names and attributes.
 std::string writeImage(const std::string& file, const OIIO::ImageSpec& layout, const PixelFunction& pixels);
+
+/// What the program's own check finds in a file, within its limits.
+Inspection inspect(const std::string& file, bool refuseFlat = false);
 
 /// Three bytes a pixel.
 struct ReadImage {

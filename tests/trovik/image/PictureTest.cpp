@@ -15,7 +15,7 @@ namespace {
 using image::Picture;
 using image::Pixels;
 using OIIO::TypeDesc;
-using Colour = std::vector<int>;
+using Values = std::vector<int>;
 
 Pixels pictureOf(const std::string& file, int width = 64, int height = 64) {
   image::limitLibrary();
@@ -24,14 +24,14 @@ Pixels pictureOf(const std::string& file, int width = 64, int height = 64) {
   return picture.finish();
 }
 
-Colour at(const Pixels& pixels, int x, int y) {
+Values at(const Pixels& pixels, int x, int y) {
   const std::size_t offset =
       (static_cast<std::size_t>(y) * static_cast<std::size_t>(pixels.width) + static_cast<std::size_t>(x)) *
       3;
   return {pixels.bytes.at(offset), pixels.bytes.at(offset + 1), pixels.bytes.at(offset + 2)};
 }
 
-Colour middle(const Pixels& pixels) {
+Values middle(const Pixels& pixels) {
   return at(pixels, pixels.width / 2, pixels.height / 2);
 }
 
@@ -58,7 +58,7 @@ TEST(Picture, ScreenColoursStayAsTheyAre) {
     const std::string file =
         writeImage(directory.path(), {.file = "a.png", .type = type},
                    [](int, int, int channel) { return static_cast<float>(channel) * 0.4F; });
-    EXPECT_EQ(middle(pictureOf(file)), (Colour{0, 102, 204}));
+    EXPECT_EQ(middle(pictureOf(file)), (Values{0, 102, 204}));
   }
 }
 
@@ -77,14 +77,14 @@ TEST(Picture, KeepsItsShapeInTheRoom) {
   const auto size = [&](int width, int height) {
     const Pixels pixels =
         pictureOf(writeImage(directory.path(), {.file = "a.png"}, noiseAt, width, height), 160, 90);
-    return Colour{pixels.width, pixels.height};
+    return Values{pixels.width, pixels.height};
   };
-  EXPECT_EQ(size(320, 180), (Colour{160, 90}));
-  EXPECT_EQ(size(16, 9), (Colour{160, 90}));
-  EXPECT_EQ(size(400, 100), (Colour{160, 40}));
-  EXPECT_EQ(size(100, 400), (Colour{23, 90}));
-  EXPECT_EQ(size(4000, 1), (Colour{160, 1}));
-  EXPECT_EQ(size(1, 4000), (Colour{1, 90}));
+  EXPECT_EQ(size(320, 180), (Values{160, 90}));
+  EXPECT_EQ(size(16, 9), (Values{160, 90}));
+  EXPECT_EQ(size(400, 100), (Values{160, 40}));
+  EXPECT_EQ(size(100, 400), (Values{23, 90}));
+  EXPECT_EQ(size(4000, 1), (Values{160, 1}));
+  EXPECT_EQ(size(1, 4000), (Values{1, 90}));
 }
 
 TEST(Picture, OfWidePixelsIsWide) {
@@ -103,8 +103,8 @@ TEST(Picture, ShowsTheDisplayWindow) {
   layout.y = 32;
   layout.full_width = layout.full_height = 64;
   const Pixels inside = pictureOf(writeImage(directory.file("a.exr"), layout, plain(1.0F)));
-  EXPECT_EQ(at(inside, 10, 10), (Colour{0, 0, 0}));
-  EXPECT_EQ(at(inside, 50, 50), (Colour{255, 255, 255}));
+  EXPECT_EQ(at(inside, 10, 10), (Values{0, 0, 0}));
+  EXPECT_EQ(at(inside, 50, 50), (Values{255, 255, 255}));
 
   // Overscan is not shown.
   OIIO::ImageSpec over(96, 96, 3, TypeDesc::HALF);
@@ -113,25 +113,25 @@ TEST(Picture, ShowsTheDisplayWindow) {
   const Pixels cropped = pictureOf(writeImage(directory.file("b.exr"), over, [](int x, int y, int) {
     return x < 0 || y < 0 || x >= 64 || y >= 64 ? 1.0F : 0.0F;
   }));
-  EXPECT_EQ(at(cropped, 1, 1), (Colour{0, 0, 0}));
-  EXPECT_EQ(at(cropped, 62, 62), (Colour{0, 0, 0}));
+  EXPECT_EQ(at(cropped, 1, 1), (Values{0, 0, 0}));
+  EXPECT_EQ(at(cropped, 62, 62), (Values{0, 0, 0}));
 }
 
 TEST(Picture, WhatIsTransparentLiesOnADarkCheck) {
   const TemporaryDirectory directory;
   const Pixels pixels =
       pictureOf(writeImage(directory.path(), {.file = "a.png", .channels = 4}, plain(0.0F)));
-  EXPECT_EQ(at(pixels, 2, 2), (Colour{51, 51, 51}));
-  EXPECT_EQ(at(pixels, 10, 2), (Colour{64, 64, 64}));
+  EXPECT_EQ(at(pixels, 2, 2), (Values{51, 51, 51}));
+  EXPECT_EQ(at(pixels, 10, 2), (Values{64, 64, 64}));
   const Pixels light = pictureOf(
       writeImage(directory.path(), {.file = "a.exr", .type = TypeDesc::HALF, .channels = 4}, plain(0.0F)));
-  EXPECT_EQ(at(light, 2, 2), (Colour{51, 51, 51}));
+  EXPECT_EQ(at(light, 2, 2), (Values{51, 51, 51}));
 }
 
 TEST(Picture, OneChannelIsGrey) {
   const TemporaryDirectory directory;
   EXPECT_EQ(middle(pictureOf(writeImage(directory.path(), {.file = "a.png", .channels = 1}, plain(0.4F)))),
-            (Colour{102, 102, 102}));
+            (Values{102, 102, 102}));
 }
 
 TEST(Picture, ChannelsAreFoundByTheirNames) {
@@ -142,8 +142,8 @@ TEST(Picture, ChannelsAreFoundByTheirNames) {
     return channel == 3 ? 1.0F : channel == 0 ? 1000.0F : 0.0F;
   });
   // The library orders them by itself; the red one is the red one.
-  const Colour colour = middle(pictureOf(file));
-  EXPECT_EQ(colour, (Colour{255, 0, 0}));
+  const Values colour = middle(pictureOf(file));
+  EXPECT_EQ(colour, (Values{255, 0, 0}));
 }
 
 TEST(Picture, OddNumbersAreTamed) {

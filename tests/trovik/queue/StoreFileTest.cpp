@@ -444,11 +444,11 @@ TEST_F(StoreFile, TheLogIsSyncedAtMostEveryTenthOfASecondAndOnRequest) {
   store.sync();
   EXPECT_EQ(logSyncs, before) << "nothing is new";
 
-  const auto start = std::chrono::steady_clock::now();
+  const auto begun = std::chrono::steady_clock::now();
   for (int turn = 0; turn < 200; ++turn) {
     store.setPriority(1, turn);
   }
-  const auto passed = std::chrono::steady_clock::now() - start;
+  const auto passed = std::chrono::steady_clock::now() - begun;
   EXPECT_LE(logSyncs - before, static_cast<std::size_t>(passed / std::chrono::milliseconds(100)) + 1);
 
   store.setPriority(1, 7);

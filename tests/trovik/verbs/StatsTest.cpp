@@ -7,7 +7,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr Moment begin{std::chrono::microseconds(1'700'000'000'000'000)};
+constexpr Moment began{std::chrono::microseconds(1'700'000'000'000'000)};
 
 AttemptRecord attemptOf(const std::string& frames, std::chrono::seconds from, std::chrono::seconds duration,
                         AttemptState state = AttemptState::Good, const std::string& goodFrames = "") {
@@ -15,8 +15,8 @@ AttemptRecord attemptOf(const std::string& frames, std::chrono::seconds from, st
   attempt.engine = 1;
   attempt.run = runsOf(frames).front();
   attempt.state = state;
-  attempt.started = begin + from;
-  attempt.ended = begin + from + duration;
+  attempt.started = began + from;
+  attempt.ended = began + from + duration;
   attempt.duration = duration;
   attempt.good = setOf(state == AttemptState::Good ? frames : goodFrames);
   return attempt;
