@@ -65,8 +65,10 @@ rm -f build/packages/*.deb
 mv "${debs[@]}" build/packages/
 say "The packages are in $PWD/build/packages"
 ls build/packages
-printf 'Install them as root, here or on another machine with Debian 12:
-  apt install ./build/packages/%s
-To build modules in C++:
-  apt install ./build/packages/%s ./build/packages/%s\n' \
-  "trovik_$suffix" "trovik_$suffix" "trovik-dev_$suffix"
+cat <<END
+To install them, as root, here or on another machine with Debian 12:
+  cd "$PWD/build/packages"
+  apt install ./trovik_$suffix                                # the program
+  apt install ./trovik_$suffix ./trovik-dev_$suffix       # and to build modules in C++
+  apt install ./trovik_$suffix ./trovik-dbgsym_$suffix    # and for the debugger
+END
