@@ -30,8 +30,8 @@ mv "$tree/first" "$prefix"
 
 expect_file "$prefix/bin/trovik"
 expect_file "$prefix/bin/trovik-image"
-expect_file "$prefix/$libraries/libTrovikFoundation.so"
-expect_file "$prefix/$libraries/libTrovikApplication.so"
+expect_file "$prefix/$libraries/trovik/libTrovikFoundation.so"
+expect_file "$prefix/$libraries/trovik/libTrovikApplication.so"
 expect_file "$prefix/$libraries/trovik/modules/Tessivar.so"
 expect_file "$prefix/$libraries/trovik/modules/povray.tvx"
 expect_file "$prefix/include/trovik/host/Application.h"
@@ -40,14 +40,33 @@ expect_file "$prefix/share/bash-completion/completions/trovik"
 expect_file "$prefix/share/zsh/site-functions/_trovik"
 expect_file "$prefix/share/fish/vendor_completions.d/trovik.fish"
 expect_file "$prefix/share/man/man1/trovik.1"
+expect_file "$prefix/share/man/man1/trovik-image.1"
 expect_file "$prefix/share/man/man5/tvx.5"
 expect_file "$prefix/share/trovik/editors/vim/syntax/tvx.vim"
+expect_file "$prefix/share/trovik/demo/scene_0012.pov"
+expect_file "$prefix/share/doc/trovik/docs/tutorial.md"
 expect_file "$prefix/$libraries/cmake/Trovik/TrovikConfig.cmake"
 # Nothing installed may know where it was built or first installed.
 if grep -rlF -e "$tree/first" "$prefix" >"$tree/output"; then
   cat "$tree/output" >&2
   fail "the first prefix is named in the installed tree"
 fi
+
+# Neither may a search path, or what is loaded in the end.
+quietly "$here/check-search-paths.sh" "$prefix"
+quietly "$here/check-loaded.sh" "$compiler" "$prefix" bin/trovik bin/trovik-image \
+  "$libraries/trovik/libTrovikApplication.so.0" "$libraries/trovik/libTrovikFoundation.so.0" \
+  "$libraries/trovik/modules/Tessivar.so"
+
+# The links of the installed documents lead somewhere.
+links=0
+while IFS=: read -r page link; do
+  case "$link" in http*) continue ;; esac
+  link=${link%%#*}
+  expect_file "${page%/*}/$link"
+  links=$((links + 1))
+done < <(grep -roP --include="*.md" "\]\(\K[^)\s]+" "$prefix/share/doc/trovik" "$prefix/share/trovik/demo")
+[ "$links" -gt 50 ] || fail "only $links links were found in the documents"
 
 # Every installed header stands for itself.
 for umbrella in host/Foundation.h host/Application.h module/Tessivar.h job/TessivarJob.h; do
