@@ -21,7 +21,11 @@ if [ -z "${TROVIK_OWN_FILE_SYSTEMS:-}" ] && [[ $(declare -f "case_$name") =~ $'\
   exec "$here/../own-file-systems.sh" "$0" "$@"
 fi
 
-tree=$(mktemp -d "${TMPDIR:-/tmp}/trovik-type-XXXXXX")
+# Not every program takes every folder; which it does is the matter of some cases.
+case ${TMPDIR:=/tmp} in
+*[!A-Za-z0-9/._-]*) TMPDIR=/tmp ;;
+esac
+tree=$(mktemp -d "$TMPDIR/trovik-type-XXXXXX")
 pid=
 status=0
 mounted=()

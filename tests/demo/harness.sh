@@ -6,7 +6,11 @@ set -euo pipefail
 trovik=$1
 # shellcheck disable=SC2034  # for the tests
 demo=$3/demo
-tree=$(mktemp -d)
+# POV-Ray does not take every folder; which it does is the matter of one test.
+case ${TMPDIR:=/tmp} in
+*[!A-Za-z0-9/._-]*) TMPDIR=/tmp ;;
+esac
+tree=$(mktemp -d "$TMPDIR/trovik-demo-XXXXXX")
 trap 'rm -rf "$tree"' EXIT
 export TROVIK_MODULE_PATH=$2
 export HOME="$tree/.home" XDG_CONFIG_HOME="$tree/.home/config" XDG_STATE_HOME="$tree/.home/state"
