@@ -15,6 +15,8 @@ trap 'rm -rf "$tree"' EXIT
 export TROVIK_MODULE_PATH=$2
 export HOME="$tree/.home" XDG_CONFIG_HOME="$tree/.home/config" XDG_STATE_HOME="$tree/.home/state"
 export XDG_DATA_HOME="$tree/.home/data" XDG_CACHE_HOME="$tree/.home/cache"
+# What a killed POV-Ray leaves behind goes with the test.
+export POV_TEMP_DIR="$tree/.home"
 unset TROVIK_SETTINGS TROVIK_OPTIONS TROVIK_STATE TROVIK_IMAGE_HELPER
 mkdir "$tree/.home"
 cd "$tree"
