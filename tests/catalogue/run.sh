@@ -21,11 +21,10 @@ if [ -z "${TROVIK_OWN_FILE_SYSTEMS:-}" ] && [[ $(declare -f "case_$name") =~ $'\
   exec "$here/../own-file-systems.sh" "$0" "$@"
 fi
 
-# Not every program takes every folder; which it does is the matter of some cases.
-case ${TMPDIR:=/tmp} in
-*[!A-Za-z0-9/._-]*) TMPDIR=/tmp ;;
-esac
-tree=$(mktemp -d "$TMPDIR/trovik-type-XXXXXX")
+# Not every program takes every folder, and POV-Ray breaks its messages at 80
+# columns, also within the names of files: the folder is a plain and short one.
+[[ ${TMPDIR:=/tmp} =~ ^[A-Za-z0-9/._-]{1,9}$ ]] || TMPDIR=/tmp
+tree=$(mktemp -d "$TMPDIR/trovik-XXXXXX")
 pid=
 status=0
 mounted=()

@@ -6,11 +6,10 @@ set -euo pipefail
 trovik=$1
 # shellcheck disable=SC2034  # for the tests
 demo=$3/demo
-# POV-Ray does not take every folder; which it does is the matter of one test.
-case ${TMPDIR:=/tmp} in
-*[!A-Za-z0-9/._-]*) TMPDIR=/tmp ;;
-esac
-tree=$(mktemp -d "$TMPDIR/trovik-demo-XXXXXX")
+# POV-Ray does not take every folder, and breaks its messages at 80 columns, also
+# within the names of files: the folder is a plain and short one.
+[[ ${TMPDIR:=/tmp} =~ ^[A-Za-z0-9/._-]{1,9}$ ]] || TMPDIR=/tmp
+tree=$(mktemp -d "$TMPDIR/trovik-XXXXXX")
 trap 'rm -rf "$tree"' EXIT
 export TROVIK_MODULE_PATH=$2
 export HOME="$tree/.home" XDG_CONFIG_HOME="$tree/.home/config" XDG_STATE_HOME="$tree/.home/state"
