@@ -1,8 +1,8 @@
 # shellcheck shell=bash
 # What the proofs of the shipped types share. `run.sh` sources it and then the
 # proof of a type, `NAME.sh`, whose every function `case_WHAT` is a test of its
-# own. A case works in an empty folder, with a home of its own and in a mount
-# namespace of its own, and runs the real program through trovik:
+# own. A case works in an empty folder, with a home of its own, and runs the
+# real program through trovik:
 #
 #   render TYPE SCENE [ARGUMENT]...   trovik run; leaves $status and the events
 #   render_without TYPE SCENE [ARG]…  submits, removes the scene, works it off
@@ -19,6 +19,9 @@
 #   read_only FOLDER                  makes it a folder that nobody may write to
 #   full FOLDER [BYTES]               makes it a full disk, but for so many bytes
 #   fail TEXT
+#
+# A case that calls read_only or full itself, not through another function, is
+# run where it can mount; where nobody may, ctest reports it as skipped.
 #
 # Patterns are the shell's. RULE is the "rule" of the JSON events: "error line",
 # "result" (exit code or success texts), "files", "signal", "start".
@@ -163,14 +166,19 @@ said() { in_logs -F -e "$1" || fail "the program never said \"$1\""; }
 never_said() { ! in_logs -F -e "$1" || fail "the program said \"$1\""; }
 log_line() { in_logs -E -e "$1" || fail "no line of the program matches $1"; }
 
-read_only() { # FOLDER
+mount_at() { # FOLDER OPTIONS
+  [ -n "${TROVIK_OWN_FILE_SYSTEMS:-}" ] || fail "a case has to call read_only and full itself: see lib.sh"
   mkdir -p "$1"
-  mount -t tmpfs -o ro none "$1"
+  mount -t tmpfs -o "$2" none "$1"
+  mounted+=("$PWD/$1")
+}
+
+read_only() { # FOLDER
+  mount_at "$1" ro
 }
 
 full() { # FOLDER [BYTES]
-  mkdir -p "$1"
-  mount -t tmpfs -o size=256k none "$1"
+  mount_at "$1" size=256k
   dd if=/dev/zero of="$1/.filler" bs=4k 2>/dev/null && fail "the disk does not fill up"
   if [ "${2:-0}" -gt 0 ]; then
     truncate -s "-$2" "$1/.filler"

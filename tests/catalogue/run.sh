@@ -4,33 +4,34 @@
 #   run.sh TROVIK MODULE-DIRECTORY PROOF CASE
 set -euo pipefail
 
-# Folders that are full or read-only even for root are mounts of the case's own.
-if [ -z "${TROVIK_CASE_MOUNTS:-}" ]; then
-  user=()
-  [ "$(id -u)" -eq 0 ] || user=(--user --map-root-user)
-  unshare "${user[@]}" --mount --propagation private true ||
-    { echo "this test needs mount namespaces: run it as root, or allow user namespaces" >&2; exit 1; }
-  TROVIK_CASE_MOUNTS=1 exec unshare "${user[@]}" --mount --propagation private "$0" "$@"
-fi
-unset TROVIK_CASE_MOUNTS
-
 here=$(cd "$(dirname "$0")" && pwd)
 trovik=$1
 export TROVIK_MODULE_PATH=$2
 proof=$3
 name=$4
 
-tree=$(mktemp -d "${TMPDIR:-/tmp}/trovik-type-XXXXXX")
+# shellcheck source=lib.sh
+source "$here/lib.sh"
+# shellcheck disable=SC1090  # one of the proofs beside this file
+source "$here/$proof.sh"
+
+# Folders that are full, or read-only even for root, are file systems of the
+# case's own; the other cases need none.
+if [ -z "${TROVIK_OWN_FILE_SYSTEMS:-}" ] && [[ $(declare -f "case_$name") =~ $'\n'\ *(read_only|full)\  ]]; then
+  exec "$here/../own-file-systems.sh" "$0" "$@"
+fi
+
+# Not every program takes every folder, and POV-Ray breaks its messages at 80
+# columns, also within the names of files: the folder is a plain and short one.
+[[ ${TMPDIR:=/tmp} =~ ^[A-Za-z0-9/._-]{1,9}$ ]] || TMPDIR=/tmp
+tree=$(mktemp -d "$TMPDIR/trovik-XXXXXX")
 pid=
 status=0
+mounted=()
 clean() {
   [ -z "$pid" ] || kill "$pid" 2>/dev/null || true
   cd /
-  # What was mounted below goes first.
-  grep -oF " $tree/" /proc/self/mounts >/dev/null &&
-    cut -d ' ' -f 2 /proc/self/mounts | grep -F "$tree/" | sort -r | while read -r mounted; do
-      umount -l "$(printf '%b' "${mounted//\\/\\0}")" || true
-    done
+  [ ${#mounted[@]} = 0 ] || umount -l "${mounted[@]}" || true
   rm -rf "$tree"
 }
 trap clean EXIT
@@ -38,11 +39,8 @@ trap 'exit 1' INT TERM HUP
 
 export HOME="$tree/.home" XDG_CONFIG_HOME="$tree/.home/config" XDG_STATE_HOME="$tree/.home/state"
 export XDG_DATA_HOME="$tree/.home/data" XDG_CACHE_HOME="$tree/.home/cache"
-mkdir "$tree/.home" "$tree/work"
+# What a program leaves behind that is killed goes with the case.
+export TMPDIR="$tree/.tmp" POV_TEMP_DIR="$tree/.tmp"
+mkdir "$tree/.home" "$tree/.tmp" "$tree/work"
 cd "$tree/work"
-
-# shellcheck source=lib.sh
-source "$here/lib.sh"
-# shellcheck disable=SC1090  # one of the proofs beside this file
-source "$here/$proof.sh"
 "case_$name"

@@ -5,7 +5,7 @@ type_file args <<END
 [Module]
 ID=11111111-2222-3333-4444-555555555555
 Name=Arguments
-Command=args $TMP/args $(printf '%s' '$(ActualScene) $(OutputFolder.Enquote)') "a  b" 'c"d' last
+Command=args "$TMP/args" $(printf '%s' '$(ActualScene) $(OutputFolder.Enquote)') "a  b" 'c"d' last
 CheckForMultipleFiles=Yes
 [OverrideDefaults]
 Executable=$HELPER

@@ -4,7 +4,7 @@ type_file args <<END
 [Module]
 ID=11111111-2222-3333-4444-555555555555
 Name=Arguments
-Command=args $TMP/args $(printf '%s' '$(ActualScene)') last
+Command=args "$TMP/args" $(printf '%s' '$(ActualScene)') last
 CheckForMultipleFiles=Yes
 [OverrideDefaults]
 Executable=$HELPER

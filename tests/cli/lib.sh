@@ -5,6 +5,7 @@
 #   type_file NAME <<E     puts a type file among the modules
 #   run CODE WORD...       runs trovik and demands the exit code
 #   out_is / err_is <<E    demands exactly this output of the last run
+#   compare FILE <<E       demands it of a file; see steady
 #   out_has TEXT           demands a line that holds the text
 #   fail TEXT              ends the test
 
@@ -88,13 +89,20 @@ run() {
   fi
 }
 
+# A word that is the name of a file is quoted where it needs it, and that may be
+# for the sake of TMP alone: then such quotes are no part of the comparison.
+quotes=
+case $TMP in
+*[!A-Za-z0-9/._-]*) quotes='s|"\(TMP[^" ]*\)"|\1|g' ;;
+esac
+
 # The output with what differs from run to run written as TMP and TIME.
 steady() {
-  sed -e "s|$TMP|TMP|g" -e 's/[0-9][0-9]*\.[0-9] s$/TIME/' -e 's/, in [0-9].* s$/, in TIME/' "$1"
+  sed -e "s|$TMP|TMP|g" -e "$quotes" -e 's/[0-9][0-9]*\.[0-9] s$/TIME/' -e 's/, in [0-9].* s$/, in TIME/' "$1"
 }
 
 compare() {
-  cat >"$TMP/expected"
+  sed -e "$quotes" >"$TMP/expected"
   steady "$1" >"$TMP/steady"
   diff -u "$TMP/expected" "$TMP/steady" >&2 || fail "the output differs (- expected, + printed)"
 }

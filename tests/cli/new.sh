@@ -115,7 +115,6 @@ done
 run 0 new Plain --program sh --scene "\$(Name)=SCENE '\$(x) \"y\"'" --frames none --output '--to=OUTPUT' --force
 run 0 run plain 'one scene.txt' --dry-run --json
 "$HELPER" json /arguments <"$TMP/out" >"$TMP/values"
-steady "$TMP/values" >"$TMP/arguments"
-file_is "$TMP/arguments" <<'END'
+compare "$TMP/values" <<'END'
 ["sh","$(Name)=TMP/work/one scene.txt","$(x) \"y\"","--to=TMP/work/images/one scene.png"]
 END

@@ -4,7 +4,7 @@ type_file form <<END
 [Module]
 ID=11111111-2222-3333-4444-555555555555
 Name=Form
-Command=args $TMP/args $(printf '%s' '$(Width) $(Title.Enquote) $(Texture.Enquote)')
+Command=args "$TMP/args" $(printf '%s' '$(Width) $(Title.Enquote) $(Texture.Enquote)')
 [PrimaryParameters]
 1=Picture
 2=Width

@@ -6,11 +6,16 @@ set -euo pipefail
 trovik=$1
 # shellcheck disable=SC2034  # for the tests
 demo=$3/demo
-tree=$(mktemp -d)
+# POV-Ray does not take every folder, and breaks its messages at 80 columns, also
+# within the names of files: the folder is a plain and short one.
+[[ ${TMPDIR:=/tmp} =~ ^[A-Za-z0-9/._-]{1,9}$ ]] || TMPDIR=/tmp
+tree=$(mktemp -d "$TMPDIR/trovik-XXXXXX")
 trap 'rm -rf "$tree"' EXIT
 export TROVIK_MODULE_PATH=$2
 export HOME="$tree/.home" XDG_CONFIG_HOME="$tree/.home/config" XDG_STATE_HOME="$tree/.home/state"
 export XDG_DATA_HOME="$tree/.home/data" XDG_CACHE_HOME="$tree/.home/cache"
+# What a killed POV-Ray leaves behind goes with the test.
+export POV_TEMP_DIR="$tree/.home"
 unset TROVIK_SETTINGS TROVIK_OPTIONS TROVIK_STATE TROVIK_IMAGE_HELPER
 mkdir "$tree/.home"
 cd "$tree"

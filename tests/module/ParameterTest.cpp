@@ -245,6 +245,7 @@ TEST_F(ParameterTest, TranslatedScenesAreCopiesWithTheirPathsRewritten) {
   Write("s_2.ma", "texture /far/b.png\n");
   SetSequence(InDirectory("s_%d.ma").Text(), "1-2");
   Set("TranslateSceneContents", "Yes");
+  Set("EnquoteActual", "Yes");
   const std::vector<String> scenes = SplitCommandLine(Value("ActualScene"));
   ASSERT_EQ(scenes.size(), 2U);
   const auto contentOf = [](const String& name) {
@@ -259,7 +260,7 @@ TEST_F(ParameterTest, TranslatedScenesAreCopiesWithTheirPathsRewritten) {
 
   Set("SceneNameFormat", "");
   Set("Scene", InDirectory("s_1.ma").Text());
-  EXPECT_EQ(contentOf(Value("ActualScene")), "texture /near/a.png\n");
+  EXPECT_EQ(contentOf(DequoteWord(Value("ActualScene"))), "texture /near/a.png\n");
   unsetenv("XDG_CACHE_HOME");
 }
 

@@ -1,5 +1,6 @@
 #include "trovik/DryRun.h"
 
+#include "host/foundation/Quoting.h"
 #include "tests/trovik/TemporaryDirectory.h"
 #include "tests/trovik/TestJobs.h"
 #include "trovik/Json.h"
@@ -67,7 +68,7 @@ protected:
 
 TEST_F(DryRun, EachWorkIsOneLineAndNothingIsMade) {
   const std::string begin =
-      "(cd " + directory.file("start") + " && env -u LANGUAGE LC_ALL=C.UTF-8 /bin/echo ";
+      "(cd " + EnquoteWord(directory.file("start")) + " && env -u LANGUAGE LC_ALL=C.UTF-8 /bin/echo ";
   EXPECT_EQ(run(false), (std::vector<std::string>{begin + "1-2)\n", begin + "3-3)\n"}));
   EXPECT_TRUE(std::filesystem::is_empty(directory.path()));
 }

@@ -19,7 +19,11 @@ unset TROVIK_IMAGE_HELPER TROVIK_MODULE_PATH TROVIK_STATE TROVIK_SETTINGS TROVIK
 unset XDG_DATA_HOME XDG_STATE_HOME XDG_CONFIG_HOME XDG_CACHE_HOME
 LC_ALL=C.UTF-8
 TERM=xterm
-TMP=$(mktemp -d "${TMPDIR:-/tmp}/trovik-tutorial-XXXXXX")
+# The page shows a home whose name needs no quotes.
+case ${TMPDIR:=/tmp} in
+*[!A-Za-z0-9/._-]*) TMPDIR=/tmp ;;
+esac
+TMP=$(mktemp -d "$TMPDIR/trovik-tutorial-XXXXXX")
 TMP=$(cd "$TMP" && pwd -P)
 trap 'rm -rf "$TMP"' EXIT
 HOME=$TMP/home/ada

@@ -1,5 +1,6 @@
 #include "trovik/cluster/TaskRun.h"
 
+#include "host/foundation/Quoting.h"
 #include "tests/trovik/FakeMachine.h"
 #include "tests/trovik/TemporaryDirectory.h"
 #include "tests/trovik/TestJobs.h"
@@ -110,8 +111,8 @@ protected:
     directory.write("draw", program);
     chmod(directory.file("draw").c_str(), 0755);
     job->SetParameter(p_Executable, directory.file("draw"));
-    job->SetParameter("CommandString",
-                      "$(SubRange.Start) $(SubRange.End) $(OutputFolder.Enquote) " + directory.path());
+    job->SetParameter("CommandString", "$(SubRange.Start) $(SubRange.End) $(OutputFolder.Enquote) " +
+                                           EnquoteWord(directory.path()));
     job->SetParameter(p_StartDirectory, directory.path());
     job->SetParameter(p_OutputFolder, directory.file("out"));
     job->SetParameter(p_ErrorStarts, "fatal:");
@@ -274,7 +275,7 @@ TEST_F(TaskRunTest, TaskWorksItsPlacesAndNoOther) {
   EXPECT_EQ(end.outcome.good.text(), "1-2");
   EXPECT_EQ(end.outcome.log, directory.file("folder/q-7/logs/1-2.log"));
   EXPECT_EQ(end.outcome.command,
-            directory.file("draw") + " 1 2 " + directory.file("out") + " " + directory.path());
+            JoinCommandLine({directory.file("draw"), "1", "2", directory.file("out"), directory.path()}));
   ASSERT_EQ(end.outcome.files.size(), 2U);
   EXPECT_EQ(end.outcome.files[1].path, directory.file("out/f_2"));
   EXPECT_EQ(end.outcome.files[1].frame, 2);
@@ -772,7 +773,7 @@ TEST_F(TaskRunTest, BeatsTellHowFarAWorkIs) {
 TEST_F(TaskRunTest, KillsAtAnyMomentLoseNothing) {
   job->SetParameter(p_Executable, CLUSTER_RENDERER);
   job->SetParameter("CommandString", "$(SubRange.Start) $(SubRange.End) $(OutputFolder.Enquote) " +
-                                         directory.file("frames") + " 40");
+                                         EnquoteWord(directory.file("frames")) + " 40");
   job->SetParameter(p_ExpectedFiles, "$(OutputFolder)/f_$(Frame).ppm");
   WholeInspector whole;
   images = &whole;
