@@ -11,6 +11,7 @@
 #       catalogue  the programs of all shipped types (1.4 GB)
 #       tidy   to run clang-format and clang-tidy
 #       bench  to build the benchmarks
+#       fresh  to make bare Debian systems, as tests/fresh does
 set -euo pipefail
 
 fail() {
@@ -26,6 +27,7 @@ declare -A packages=(
   [catalogue]="blender darktable ffmpeg ghostscript gnuplot-nox imagemagick inkscape librsvg2-bin mandelbulber2 openimageio-tools openscad poppler-utils povray povray-includes synfig tachyon xauth xvfb"
   [tidy]="clang-format clang-tidy git"
   [bench]="libbenchmark-dev"
+  [fresh]="debootstrap git zstd"
 )
 
 wanted=()

@@ -1,0 +1,11 @@
+#!/usr/bin/env bash
+# Makes the base system; base.sh calls it in namespaces of its own.
+#
+#   bootstrap.sh ARCHITECTURE PACKAGE,... SUITE DIRECTORY FILE [MIRROR]
+set -euo pipefail
+[ -d "/proc/$FRESH_RUN" ] # killed before we were bound to it
+
+mount -t proc proc /proc
+debootstrap --arch="$1" --variant=minbase --include="$2" "$3" "$4" ${6:+"$6"}
+rm -f "$4"/var/cache/apt/archives/*.deb
+tar --directory="$4" --one-file-system --numeric-owner --xattrs --create . | zstd --quiet -1 -T0 -o "$5"
