@@ -15,9 +15,13 @@ case=$FRESH_CASE
 root=$FRESH_WORK/$case
 start=$SECONDS
 mkdir "$root"
-tar --directory="$root" --numeric-owner --xattrs --extract --zstd --file="$FRESH_BASE" ||
+if ! said=$(tar --directory="$root" --numeric-owner --xattrs --extract --zstd --file="$FRESH_BASE" 2>&1); then
+  # Room for these words, if that is what was lacking.
+  rm -rf --one-file-system "$root"
+  tail -n 3 <<<"$said"
   fail "could not unpack the base system; set TMPDIR to a folder with room:
-$(df -h --output=target,avail "$root" | tail -n 1)"
+$(df -h --output=target,avail "$FRESH_WORK" | tail -n 1)"
+fi
 
 # An ordinary container's file systems.
 mount -t proc proc /proc

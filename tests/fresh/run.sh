@@ -176,6 +176,8 @@ while [ ${#unread[@]} -gt 0 ]; do
   for case in "${!pid[@]}"; do
     if [ "${pid[$case]}" = "$ended" ]; then
       status[$case]=$code
+      [ "$code" -eq 0 ] || [ "$(df --output=avail "$work" | tail -n 1)" -gt 100000 ] ||
+        say "$case: no room is left in $runs: set TMPDIR to a folder with some GB"
       unset "pid[$case]"
       remove "$work/$case"
     fi

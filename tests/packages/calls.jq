@@ -17,7 +17,7 @@ def starts_others:
 def programs:
   .[0],
   if .[0] | starts_others then
-    .[1:] | until(length == 0 or (.[0] | test("^[^-=][^=]*$") and test("[^0-9.]"));
+    .[1:] | until(length == 0 or .[0] == "" or (.[0] | test("^[^-=][^=]*$") and test("[^0-9.]"));
       if (.[0] | startswith("-")) and .[1] == "" then .[2:] else .[1:] end)
     | if length == 0 then empty else programs end
   else empty end;

@@ -4,7 +4,7 @@
 # where it is called for, and every named package must be called. So a package
 # that is missing from a list is noticed on a machine that has it, too.
 #
-#   check-packages.sh ROOT BUILD-DIRECTORY C++-COMPILER
+#   check-packages.sh ROOT BUILD-DIRECTORY C++-COMPILER [INSTALL-SCRIPT]
 #
 # Which package has a file, dpkg says; what is not on this machine is in
 # known.txt. What every Debian has (essential, required, apt) needs no name. A package without files of its own stands for those that it
@@ -16,11 +16,12 @@ set -euo pipefail
 export LC_ALL=C
 
 root=$1 build=$2 compiler=$3
+script=${4:-$root/scripts/install-packages.sh}
 here=$(cd "$(dirname "$0")" && pwd)
 cd "$root"
 tree=$(mktemp -d)
 trap 'rm -rf "$tree"' EXIT
-install=scripts/install-packages.sh
+install=scripts/install-packages.sh # in what is said
 failures=0
 breach() {
   printf '%s\n' "$*"
@@ -111,10 +112,9 @@ cached() { sed -n "s/^$1:[A-Z]*=//p" "$build/CMakeCache.txt"; }
 ### What is called: "KIND<TAB>PLACE<TAB>NAME", the first place of each area
 
 mapfile -t scripts < <(sources '*.sh' .ci/run bench/run)
-for script in "${scripts[@]}"; do
+for file in "${scripts[@]}"; do
   # shellcheck disable=SC2094  # only its name
-  shfmt --language-dialect bash --filename "$script" --to-json <"$script" ||
-    breach "$script: shfmt cannot read it"
+  shfmt --language-dialect bash --filename "$file" --to-json <"$file"
 done | jq --raw-output --from-file "$here/calls.jq" >"$tree/words"
 
 {
@@ -216,9 +216,9 @@ done < <(cut -f 5 "$tree/found" | grep . | sort -u | xargs dpkg --search 2>/dev/
 ### What is named
 
 declare -A named stands_for reason used
-mapfile -t all_sets < <("$install" --list)
+mapfile -t all_sets < <("$script" --list)
 for set in "${all_sets[@]}"; do
-  named[$set]=$("$install" --list "$set" | tr '\n' ' ')
+  named[$set]=$("$script" --list "$set" | tr '\n' ' ')
 done
 for package in $(printf '%s\n' "${named[@]}" | tr ' ' '\n' | sort -u); do
   parts=" $(awk -F '\t' -v name="$package" '$1 == name { gsub(/\([^)]*\)|[,|]|:any/, " ", $3); print $3 }' "$tree/installed") "
@@ -234,7 +234,7 @@ done
 # Lines "#   PACKAGE [SET...]: reason" of the script.
 while IFS=$'\t' read -r package sets; do
   for set in $sets; do reason["$set $package"]=1; done
-done < <(sed -nE 's/^#   ([^ ]+) \[([a-z ]+)\]: .+/\1\t\2/p' "$install")
+done < <(sed -nE 's/^#   ([^ ]+) \[([a-z ]+)\]: .+/\1\t\2/p' "$script")
 
 # shellcheck disable=SC2046  # a word a package
 everywhere=" $(closure apt $(awk -F '\t' '$2 == "installed" && ($5 == "yes" || $6 == "required") { print $1 }' "$tree/installed") | tr '\n' ' ')"
