@@ -13,7 +13,7 @@
 #
 #   TROVIK_FRESH_CCACHE    a folder of ccache, to build with; none is used without it
 #   TROVIK_FRESH_PACKAGES  a folder with packages for "package", instead of those of "user"
-#   TMPDIR                 where the roots are; each takes up to 4 GB for as long as it runs
+#   TMPDIR                 where the roots are; each takes some GB for as long as it runs
 #
 # Each root has namespaces of its own (enter.sh), so nothing that is mounted or
 # started there outlives this script, however it ends. What is left of a killed
@@ -100,7 +100,8 @@ trap 'exit 143' TERM HUP
 
 remove_left_folders
 open_folder
-mkdir "$work/source.git" "$work/handed"
+mkdir "$work/source.git" "$work/handed" "$work/tmp"
+export TMPDIR=$work/tmp # of the programs that are called here
 
 # The commit as others get it, not the work tree, whoever owns the checkout.
 commit=$(git -c safe.directory='*' -C "$repository" rev-parse HEAD 2>/dev/null) ||

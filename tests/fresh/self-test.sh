@@ -62,7 +62,9 @@ go() { # COMMAND...
   "$@" >"$tree/output" 2>&1 </dev/null || status=$?
 }
 made() { [ "$(wc -l <"$tree/made")" -eq "$1" ]; }
-nothing_left() { [ -z "$(ls -A "$TMPDIR")" ]; }
+nothing_left() {
+  [ -z "$(ls -A "$TMPDIR")" ] || { find "$TMPDIR" -maxdepth 2 -ls >>"$tree/output"; return 1; }
+}
 
 go "$run" nothing
 check "an unknown case is named" ended 1 'run.sh: there is no case "nothing"; there are: root user package bare'
