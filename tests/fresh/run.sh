@@ -127,6 +127,7 @@ get_base
 
 start() { # CASE
   log[$1]=$work/$1.log
+  : >"${log[$1]}"
   FRESH_RUN=$$ FRESH_WORK=$work FRESH_HERE=$here FRESH_BASE=$base FRESH_DEBS=$debs \
     FRESH_CCACHE=${TROVIK_FRESH_CCACHE:-} FRESH_CASE=$1 \
     setpriv --pdeathsig KILL unshare --mount --pid --ipc --uts --fork --kill-child --propagation private \
@@ -143,7 +144,7 @@ ready() { # CASE
 # one processor; they are shown one after the other, as they go on.
 waiting=("${cases[@]}")
 unread=("${cases[@]}")
-while [ ${#unread[@]} -gt 0 ]; do
+while [ ${#unread[@]} -gt 0 ] || [ ${#pid[@]} -gt 0 ]; do
   later=()
   for case in "${waiting[@]}"; do
     if ! ready "$case"; then
@@ -158,8 +159,8 @@ while [ ${#unread[@]} -gt 0 ]; do
   done
   waiting=("${later[@]}")
 
-  head=${unread[0]}
-  if [ -z "$reader" ] && [ -n "${log[$head]:-}" ]; then
+  head=${unread[0]:-}
+  if [ -n "$head" ] && [ -z "$reader" ] && [ -n "${log[$head]:-}" ]; then
     follow=()
     [ -z "${pid[$head]:-}" ] || follow=(--follow "--pid=${pid[$head]}")
     tied tail --lines=+1 "${follow[@]}" "${log[$head]}" &
@@ -168,8 +169,8 @@ while [ ${#unread[@]} -gt 0 ]; do
 
   ended=
   code=0
-  wait -n -p ended "${pid[@]}" "$reader" || code=$?
-  if [ "$ended" = "$reader" ]; then
+  wait -n -p ended "${pid[@]}" ${reader:+"$reader"} || code=$?
+  if [ -n "$reader" ] && [ "$ended" = "$reader" ]; then
     reader=
     unread=("${unread[@]:1}")
     continue

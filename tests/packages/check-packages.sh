@@ -127,6 +127,10 @@ done | jq --raw-output --from-file "$here/calls.jq" >"$tree/words"
 
   grep -HnE '"generator": "Ninja"' CMakePresets.json | sed -E 's/^([^:]*:[0-9]+):.*/program\t\1\tninja/'
 
+  # The recipes of a makefile.
+  sources packaging/debian/rules | xargs --no-run-if-empty awk -v OFS='\t' '
+    /^\t/ { print "program", FILENAME ":" FNR, $1 }'
+
   sources '*.h' '*.cpp' | xargs grep -HnE '^[ \t]*#[ \t]*include[ \t]*<' |
     sed -E 's/^([^:]*:[0-9]+):[^<]*<([^>]*)>.*/header\t\1\t\2/'
 
