@@ -7,6 +7,7 @@
 use strict;
 use warnings;
 use Compress::Zlib;
+use Digest::SHA qw(sha256);
 
 my ($width, $height, $count, @files) = @ARGV;
 my %seen;
@@ -43,10 +44,11 @@ sub look {
   # Whatever the filter, a row of one colour has at most three different bytes
   # for each byte of a pixel.
   my %values;
-  $values{$_} = 1 for map { unpack 'C*', substr($pixels, $_ * (1 + $row) + 1, $row) } 0 .. $h - 1;
+  @values{unpack 'C*', join '', map { substr($pixels, $_ * (1 + $row) + 1, $row) } 0 .. $h - 1} = ();
   return 'it is flat' if keys %values <= 3 * $channels * $depth / 8;
-  return "it is the same picture as $seen{$pixels}" if $seen{$pixels};
-  $seen{$pixels} = $file;
+  my $sum = sha256($pixels);
+  return "it is the same picture as $seen{$sum}" if $seen{$sum};
+  $seen{$sum} = $file;
   return '';
 }
 

@@ -133,17 +133,20 @@ kills=${TROVIK_FRESH_KILLS:-8}
 seed=${TROVIK_FRESH_KILLS_SEED:-$RANDOM}
 RANDOM=$seed
 printf 'seed %s\n' "$seed"
-alone() { # Whether only this script runs, in the end.
-  local deadline=$((SECONDS + 60)) process others
+# Whether only this script runs, in the end: what just reads or writes a file
+# may end by itself. The dead have no command line.
+alone() {
+  local deadline=$((SECONDS + 60)) process word others
   while [ "$SECONDS" -lt "$deadline" ]; do
-    others=
+    others=()
     for process in /proc/[0-9]*; do
-      # "process 1": what is left of the dead is ours to reap, and runs no more.
-      [ "${process#/proc/}" = $$ ] || [ ! -s "$process/cmdline" ] || others+=" ${process#/proc/}"
+      word=
+      [ "${process#/proc/}" = $$ ] || { IFS= read -r -d '' word <"$process/cmdline"; } 2>/dev/null || true
+      [ -z "$word" ] || others+=("${process#/proc/}: $word")
     done
-    [ -n "$others" ] || return 0
+    [ ${#others[@]} -gt 0 ] || return 0
   done
-  for process in $others; do printf '%s: %s\n' "$process" "$(tr '\0' ' ' <"/proc/$process/cmdline")"; done >"$tree/output"
+  printf '%s\n' "${others[@]}" >>"$tree/output"
   return 1
 }
 mounts=$(cut -d ' ' -f 5- /proc/self/mountinfo)

@@ -16,8 +16,13 @@ done
 
 # By hand, as an administrator does: with what the package recommends, which
 # is apt's own default and must be there to be installed as well.
+# What it says is long; the lines about ours are shown, or all when it fails.
 apt() { # WORDS
-  as root /root/packages "DEBIAN_FRONTEND=noninteractive apt -qq -y $1"
+  as root /root/packages "DEBIAN_FRONTEND=noninteractive apt -y $1" >/tmp/apt.log 2>&1 || {
+    cat /tmp/apt.log
+    return 1
+  }
+  grep -E 'trovik|newly installed' /tmp/apt.log || true
 }
 
 # Every file but those of users, and what apt, dpkg and logs keep for themselves.
@@ -26,7 +31,7 @@ files() {
     -o -path /var/cache/apt -o -path /var/cache/debconf -o -path /var/log \) -prune -o -print | LC_ALL=C sort
 }
 
-step "apt update" apt update
+step "apt update" as root / "apt-get update -qq"
 files >/tmp/before
 step "apt install ./trovik" apt "install ./trovik_${version}_amd64.deb"
 step "trovik types, as another user" as bob /home/bob "trovik --version && trovik types"
