@@ -50,6 +50,8 @@ echo fresh >"$root/etc/hostname"
 } >"$root/etc/hosts"
 rm -f "$root/etc/resolv.conf"
 [ ! -e /etc/resolv.conf ] || cp -L /etc/resolv.conf "$root/etc/resolv.conf"
+# Nothing here has to survive a loss of power. Container images do it as well.
+echo force-unsafe-io >"$root/etc/dpkg/dpkg.cfg.d/unsafe-io"
 [ ! -s "$FRESH_WORK/sources.list" ] || cp "$FRESH_WORK/sources.list" "$root/etc/apt/sources.list"
 [ ! -s "$FRESH_WORK/apt.conf" ] || cp "$FRESH_WORK/apt.conf" "$root/etc/apt/apt.conf.d/90machine"
 
