@@ -2,6 +2,7 @@
 # Installs the Debian packages that a task needs, and only those that are missing.
 #
 #   scripts/install-packages.sh SET...
+#   scripts/install-packages.sh --list [SET]   prints the sets, or the packages of one
 #
 # Sets: build  to build program and module
 #       demo   to render the demo sequence
@@ -12,6 +13,7 @@
 #       tidy   to run clang-format and clang-tidy
 #       bench  to build the benchmarks
 #       package  to make the Debian packages
+#       fresh  to make bare Debian systems, as tests/fresh does
 set -euo pipefail
 
 fail() {
@@ -19,16 +21,34 @@ fail() {
   exit 1
 }
 
+# What is called must be named, and what is named must be called (a test
+# compares them), or have its reason here:
+#   clang-format [test]: scripts/tidy.sh --format is one of the tests
+#   fonts-dejavu-core [build]: the words on a sheet are drawn with it
+#   povray-includes [demo test catalogue]: the scenes include its colours and textures
+#   xauth [catalogue]: xvfb-run calls it
+#   zsh [test]: started by script, for its completion
 declare -A packages=(
-  [build]="build-essential cmake ninja-build fonts-dejavu-core libboost-dev libcli11-dev libfmt-dev libfreetype-dev libopenimageio-dev libspdlog-dev libsqlite3-dev libsqlitecpp-dev nlohmann-json3-dev pkgconf"
+  [build]="build-essential cmake ninja-build fonts-dejavu-core libboost-dev libcli11-dev libfreetype-dev libopenimageio-dev libspdlog-dev libsqlite3-dev libsqlitecpp-dev nlohmann-json3-dev pkgconf"
   [demo]="povray povray-includes"
-  [test]="binutils ccache clang-format fish git jq libgmock-dev libgtest-dev libonig-dev librapidcheck-dev mandoc povray povray-includes util-linux vim zsh"
+  [test]="bsdextrautils ccache clang-format fish git jq libgtest-dev libonig-dev librapidcheck-dev mandoc povray povray-includes procps shfmt vim zsh"
   [slurm]="munge slurm-client slurmctld slurmd"
-  [catalogue]="blender darktable ffmpeg ghostscript gnuplot-nox imagemagick inkscape librsvg2-bin mandelbulber2 openimageio-tools openscad poppler-utils povray povray-includes synfig tachyon xauth xvfb"
+  [catalogue]="blender darktable ffmpeg ghostscript gnuplot-nox imagemagick inkscape librsvg2-bin mandelbulber2 openimageio-tools openscad poppler-utils povray povray-includes python3 synfig tachyon xauth xvfb"
   [tidy]="clang-format clang-tidy git"
   [bench]="libbenchmark-dev"
   [package]="debhelper dpkg-dev lintian"
+  [fresh]="ccache debootstrap git zstd"
 )
+
+if [ "${1:-}" = --list ]; then
+  if [ $# -eq 1 ]; then
+    printf '%s\n' "${!packages[@]}" | sort
+    exit
+  fi
+  [ -n "${packages[$2]:-}" ] || fail "no set of packages is named \"$2\"; there are: ${!packages[*]}"
+  tr ' ' '\n' <<<"${packages[$2]}"
+  exit
+fi
 
 wanted=()
 for set in "$@"; do
