@@ -26,8 +26,7 @@ say "Build"
 # The tests are left out of a first build, and stay in one that has them.
 options=()
 [ -f build/release/CMakeCache.txt ] || options=(-DTROVIK_BUILD_TESTS=OFF)
-quietly "configuring" cmake --preset release "${options[@]}"
-quietly "the build" cmake --build --preset release --target trovik trovik-image Tessivar catalogue
+scripts/build.sh release "${options[@]}" trovik trovik-image Tessivar catalogue
 
 version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' build/release/CMakeCache.txt)
 packed=$(dpkg-parsechangelog -l packaging/debian/changelog -S Version)
