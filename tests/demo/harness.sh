@@ -12,7 +12,9 @@ export TROVIK_MODULE_PATH=$2
 export HOME="$tree/.home" XDG_CONFIG_HOME="$tree/.home/config" XDG_STATE_HOME="$tree/.home/state"
 export XDG_DATA_HOME="$tree/.home/data" XDG_CACHE_HOME="$tree/.home/cache"
 unset TROVIK_SETTINGS TROVIK_OPTIONS TROVIK_STATE TROVIK_IMAGE_HELPER
-mkdir "$tree/.home"
+# Where links for names that POV-Ray refuses are made.
+export TMPDIR="$tree/.home/t"
+mkdir -p "$TMPDIR"
 cd "$tree"
 
 output=$tree/.home/output
