@@ -59,6 +59,19 @@ bool dependsOn(const String& command, std::string_view name) {
   return false;
 }
 
+/// Refuses a scene file whose name the type's program does not take. What its
+/// folders are called is another matter.
+void refuseName(const UID& type, const NameLetters& refused, const Path& scene, bool ofSequence) {
+  const String name = scene.Leaf(true);
+  const std::size_t place = refused.FindIn(name);
+  if (place != String::npos) {
+    throw UsageError{inQuotes(typeTitle(type)) + " does not take the scene file " + inQuotes(scene.Text()) +
+                         ": its name holds " + printable(NameLetters::Describe(name, place), OddBytes::Show),
+                     ofSequence ? "rename the files of the sequence without it"
+                                : "rename the file without it"};
+  }
+}
+
 } // namespace
 
 JobSetup::JobSetup(const UID& type, DetectFunction detect)
@@ -211,6 +224,8 @@ void JobSetup::check() const {
   checkFiles();
   if (const String format = job_->GetParameterOrOption(sceneNameFormat, true, true); !format.empty()) {
     checkSequence(format);
+  } else {
+    refuseName(type_, refusedInSceneNames(), job_->GetParameterOrOption(p_Scene, true, true), false);
   }
 }
 
@@ -254,8 +269,14 @@ void JobSetup::checkFiles() const {
   }
 }
 
+NameLetters JobSetup::refusedInSceneNames() const {
+  const auto* render = dynamic_cast<const RenderJob*>(job_.Get());
+  return render == nullptr ? NameLetters() : orRefuse("", "", [&] { return render->RefusedInSceneNames(); });
+}
+
 void JobSetup::checkSequence(const String& format) const {
   const std::unique_ptr<Distributor> works = job_->DoGetDistributor();
+  const NameLetters refused = refusedInSceneNames();
   FrameRun run;
   bool hasFrames = false;
   RunSet missing;
@@ -273,6 +294,7 @@ void JobSetup::checkSequence(const String& format) const {
     }
     for (std::int64_t frame = run.First; frame <= run.Last; ++frame) {
       const Path scene = sequenceScene(format, static_cast<int>(frame));
+      refuseName(type_, refused, scene, true);
       if (!exists(scene)) {
         firstMissing = missing.empty() ? scene : firstMissing;
         missing.add({static_cast<int>(frame), static_cast<int>(frame)});

@@ -2,6 +2,7 @@
 
 #include "host/application/Job.h"
 #include "host/application/JobFactory.h"
+#include "host/application/NameLetters.h"
 
 #include <functional>
 #include <map>
@@ -59,6 +60,7 @@ private:
   void checkScene() const;
   void checkFiles() const;
   void checkSequence(const String& format) const;
+  NameLetters refusedInSceneNames() const;
 
   UID type_;
   DetectFunction detect_;

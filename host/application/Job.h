@@ -116,7 +116,8 @@ public:
 
   /// Applies parameter commands ("Leaf.Enquote", with arguments in
   /// parentheses) to a value. The job serves commands that need one; the
-  /// description may be null. Raises Exception* for an unknown command.
+  /// description, which may be null, those that take a list text by text.
+  /// Raises Exception* for an unknown command.
   static String ProcessParameterNameCommands(const String& value, const String& commands,
                                              SmartHandle<const Job> job, const ParameterInfo* info);
 

@@ -3,6 +3,7 @@
 #include "host/application/Excerpt.h"
 #include "host/application/FrameRange.h"
 #include "host/application/Job.h"
+#include "host/application/PlainPath.h"
 #include "host/application/SceneTranslation.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/Quoting.h"
@@ -235,10 +236,15 @@ String TranslateContents(const CommandCall& /*call*/, const String& value) {
   return TranslateSceneContents(Path(value));
 }
 
+String WithoutLetters(const CommandCall& call, const String& value) {
+  return PlainPath(value, NameLetters(Plain(call), call.Command->Name));
+}
+
 struct Action {
   ParameterCommand Command;
   String (*Apply)(const CommandCall& call, const String& value);
-  bool OfEmpty; // whether the empty value gives anything but the empty text
+  bool OfEmpty;        // whether the empty value gives anything but the empty text
+  bool OfEach = false; // of a list it takes each text by itself
 };
 
 constexpr Action k_Actions[] = {
@@ -268,6 +274,10 @@ constexpr Action k_Actions[] = {
     {{"TranslateContents", "", "a copy of the text file with its paths rewritten for this machine"},
      TranslateContents,
      false},
+    {{"PlainPath", "(letters)", "the path, by a link where it holds such letters"},
+     WithoutLetters,
+     false,
+     true},
 };
 
 const Action* FindAction(std::string_view name) {
@@ -401,16 +411,27 @@ bool ReadReference(const String& text, std::size_t start, Reference& reference, 
   return true;
 }
 
-String ApplyCommand(const CommandCall& call, const String& value) {
+String ApplyCommand(const CommandCall& call, const String& value, const ParameterInfo* info) {
   const Action* action = FindAction(call.Command->Name);
-  return value.empty() && !action->OfEmpty ? String::Null : action->Apply(call, value);
+  if (value.empty() && !action->OfEmpty) {
+    return String::Null;
+  }
+  const ListParameterInfo* list = action->OfEach ? ListParameterInfo::CastFrom(info) : nullptr;
+  if (list == nullptr) {
+    return action->Apply(call, value);
+  }
+  std::vector<String> texts = list->Unpack(value);
+  for (String& text : texts) {
+    text = action->Apply(call, text);
+  }
+  return list->Pack(texts);
 }
 
 // The handle comes by value: modules know the operation by that form.
 String Job::ProcessParameterNameCommands(
     const String& value, const String& commands,
     SmartHandle<const Job> /*job*/, // NOLINT(performance-unnecessary-value-param)
-    const ParameterInfo* /*info*/) {
+    const ParameterInfo* info) {
   const String where = "parameter commands";
   std::size_t position = 0;
   const std::vector<CommandCall> calls = ReadCommands(commands, position, where);
@@ -420,7 +441,7 @@ String Job::ProcessParameterNameCommands(
   }
   String result = value;
   for (const CommandCall& call : calls) {
-    result = ApplyCommand(call, result);
+    result = ApplyCommand(call, result, info);
   }
   return result;
 }

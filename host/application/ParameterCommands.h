@@ -46,6 +46,7 @@ bool ReadReference(const String& text, std::size_t start, Reference& reference, 
 /// missing command, an unclosed argument and an argument too many or too few.
 std::vector<CommandCall> ReadCommands(const String& text, std::size_t& position, const String& where);
 
-/// Applies one command to a value. Raises Exception* for a value or argument
-/// that the command cannot work with.
-String ApplyCommand(const CommandCall& call, const String& value);
+/// Applies one command to a value; the description, which may be null, tells
+/// whether that is a list. Raises Exception* for a value or argument that the
+/// command cannot work with.
+String ApplyCommand(const CommandCall& call, const String& value, const ParameterInfo* info);

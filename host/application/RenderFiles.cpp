@@ -390,6 +390,39 @@ bool RenderJob::ScenesAreThere() {
   return false;
 }
 
+NameLetters RenderJob::RefusedInSceneNames() const {
+  return {EffectiveText(p_RefusedInSceneName), p_RefusedInSceneName};
+}
+
+// Programs that cannot take a name say so in many ways, and some read or write
+// another file instead.
+bool RenderJob::SceneNamesAreTaken() {
+  const NameLetters refused = RefusedInSceneNames();
+  if (refused.empty()) {
+    return true;
+  }
+  const auto isTaken = [this, &refused](const Path& scene) {
+    const String name = scene.Leaf(true);
+    const std::size_t place = refused.FindIn(name);
+    if (place != String::npos) {
+      Set(p_Note, "The program does not take the scene file's name, which holds " +
+                      NoteText(NameLetters::Describe(name, place)) + ": " + WholeName(scene));
+    }
+    return place == String::npos;
+  };
+  const String format = GetParameterOrOption(p_SceneNameFormat, true, true);
+  FrameRun run;
+  if (format.empty() || !WorkFrames(run) || run.Count() > FrameSet::k_CountLimit) {
+    return isTaken(StoredScene());
+  }
+  for (std::int64_t frame = run.First; frame <= run.Last; ++frame) {
+    if (!isTaken(Path(SFormat(format, static_cast<int>(frame))))) {
+      return false;
+    }
+  }
+  return true;
+}
+
 int RenderJob::DoCheckFile(const Path& file, int result) {
   if (result != k_StatusFinished) {
     return result;

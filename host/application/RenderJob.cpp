@@ -286,7 +286,7 @@ bool RenderJob::PreExecute() {
   IsSuccessExitCode(EffectiveText(p_SuccessExitCodes), 0);
   FilesToCheck();
   m_KnownFrames.reset(); // the start directory of this attempt is not settled yet
-  return CreateOutputFolder() && ScenesAreThere();
+  return SceneNamesAreTaken() && CreateOutputFolder() && ScenesAreThere();
 }
 
 String RenderJob::CreateCommandLine(Path& executable) {

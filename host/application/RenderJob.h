@@ -3,6 +3,7 @@
 #include "host/application/FrameFiles.h"
 #include "host/application/FrameRange.h"
 #include "host/application/FrameStates.h"
+#include "host/application/NameLetters.h"
 #include "host/application/ProcessJob.h"
 
 #include <chrono>
@@ -64,6 +65,10 @@ public:
   /// work's sub-range, absolute, in the order of the frames, each once. Raises
   /// Exception* for a template that cannot be expanded.
   std::vector<Path> ExpectedFiles() const;
+
+  /// The letters that the program refuses in the name of a scene file
+  /// ("RefusedInSceneName"). Raises Exception* for a text that lists none.
+  NameLetters RefusedInSceneNames() const;
 
   /// Whether the type looks for image names in the output.
   bool FindsImages() const;
@@ -164,6 +169,9 @@ private:
   bool CreateOutputFolder();
   /// Whether every frame of a packet has its scene file; the note says which have not.
   bool ScenesAreThere();
+  /// Whether the program takes the names of the work's scene files; the note
+  /// says which it refuses.
+  bool SceneNamesAreTaken();
   void DeriveStatus();
 
   bool m_Standard;

@@ -108,6 +108,10 @@ const std::vector<Description>& Descriptions() {
        "The exit codes by which the program says that all went well: numbers and ranges, as in 0,2-4. Not "
        "looked at "
        "where the type declares success texts."},
+      {p_RefusedInSceneName, Info::k_Text, k_Tunable | Info::k_Advanced, "Refused in scene names", "", k_None,
+       k_None,
+       "Letters that the program does not take in the name of a scene file; such a file is refused before "
+       "anything starts. NonASCII, NonUTF8, Control, Blank, or the signs themselves, with blanks between."},
 
       {nullptr, Info::k_Heading, Info::k_Visible, "Limits", "", k_None, k_None, ""},
       {p_Retries, Info::k_Integer, k_Tunable, "Retries", "0", Limit(0), Limit(100),

@@ -1,8 +1,8 @@
 #include "host/application/SceneTranslation.h"
 
 #include "host/application/Application.h"
+#include "host/application/HashName.h"
 #include "host/foundation/Exception.h"
-#include "host/foundation/Format.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -125,16 +125,6 @@ std::optional<std::string> Translate(std::string_view text) {
   return result;
 }
 
-// FNV-1a: the copy's directory needs a short name that only depends on the
-// scene's path; contents are compared besides.
-String HashName(const String& text) {
-  std::uint64_t hash = 0xCBF29CE484222325U;
-  for (const char c : text) {
-    hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3U;
-  }
-  return SFormat("%016llx", hash);
-}
-
 [[noreturn]] void FailToWrite(const Path& file, int reason) {
   RaiseException("TranslateSceneContents", k_ErrorSystem, "cannot write the translated scene " + file.Text(),
                  reason);
@@ -193,7 +183,7 @@ Path TranslateSceneContents(const Path& scene) {
     return scene;
   }
   Path directory = Application::SceneCache();
-  directory /= HashName(scene);
+  directory /= HashName(scene.Text());
   Path copy = directory;
   copy /= scene.Leaf(true);
   if (ReadRegular(copy) != translated) {

@@ -1,6 +1,9 @@
 # shellcheck shell=bash
 # The proof of the type Ghostscript; see lib.sh.
 
+# shellcheck source=names.sh
+source "$here/names.sh"
+
 paper() { # FILE PAGES
   local page
   mkdir -p "$(dirname "$1")"
@@ -147,4 +150,19 @@ case_wrong_option() {
   paper s/a.pdf 1
   render gs s/a.pdf --set ExtraArguments=--frobnicate
   bad "error line" "Error line: *Unknown switch '--frobnicate'."
+}
+
+case_names_that_ghostscript_refuses() {
+  paper a.pdf 1
+  mkdir -p s $'my|papers/l\xe9'
+  cp a.pdf $'my|papers/l\xe9'
+  render gs $'my|papers/l\xe9/a.pdf' --range 1
+  good 1
+  folder_has $'my|papers/l\xe9/pages' a_0001.png
+  cp a.pdf 's/a|b.pdf'
+  render gs 's/a|b.pdf' --range 1
+  refused "\"|\""
+  cp a.pdf $'s/l\xe9.pdf'
+  render gs $'s/l\xe9.pdf' --range 1
+  refused "the byte \\xe9, which is no letter of UTF-8"
 }

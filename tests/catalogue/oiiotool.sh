@@ -1,6 +1,9 @@
 # shellcheck shell=bash
 # The proof of the type oiiotool; see lib.sh.
 
+# shellcheck source=names.sh
+source "$here/names.sh"
+
 images() { # FOLDER/NAME COUNT [SIZE] [EXTENSION]
   local number
   mkdir -p "$(dirname "$1")"
@@ -129,4 +132,16 @@ case_wrong_option() {
   render oiiotool s/a_0001.exr --set Operations=--frobnicate
   bad result "Exit code 1; last line: *"
   said 'Invalid option "--frobnicate"'
+}
+
+# They are wildcards for oiiotool.
+case_names_that_oiiotool_refuses() {
+  images "s/a" 2
+  mv s 'my#shot@'
+  render oiiotool 'my#shot@/a_0002.exr'
+  good 1-2
+  folder_has 'my#shot@/converted' a_0001.png a_0002.png
+  cp 'my#shot@/a_0001.exr' '#1.exr'
+  render oiiotool '#1.exr'
+  refused "\"#\""
 }

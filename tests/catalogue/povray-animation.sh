@@ -1,6 +1,9 @@
 # shellcheck shell=bash
 # The proof of the type POV-Ray animation; see lib.sh.
 
+# shellcheck source=names.sh
+source "$here/names.sh"
+
 ball() { # FILE [LINE]...
   local file=$1
   shift
@@ -107,4 +110,17 @@ case_odd_names() {
   render povray-animation "my shot/it's; \$(x) & co.pov" "${small[@]}" --range 1-2 --set FinalFrame=2 --out "my images"
   good 1-2
   folder_has "my images" frame1.png frame2.png
+}
+
+case_scene_and_folders_of_any_name() {
+  local scene
+  for scene in "my rënder \"farm\"/日本/roll.pov" "s/Fluß \"1\".pov" $'s/latin-\xe9.pov'; do
+    ball "$scene"
+    render povray-animation "$scene" "${small[@]}" --range 1-2 --set FinalFrame=2
+    good 1-2
+    folder_has "${scene%.pov}_images" frame1.png frame2.png
+  done
+  ball "s/Fluß.pov" "oops"
+  render povray-animation "s/Fluß.pov" "${small[@]}" --range 1-2 --set FinalFrame=2
+  bad "error line" "Error line: *"
 }

@@ -1,6 +1,9 @@
 # shellcheck shell=bash
 # The proof of the type POV-Ray; see lib.sh. More of it is in tests/demo.
 
+# shellcheck source=names.sh
+source "$here/names.sh"
+
 ball() { # FILE
   mkdir -p "$(dirname "$1")"
   cat >"$1" <<'SCENE'
@@ -61,6 +64,37 @@ case_name_with_blanks() {
   render povray "my shot/the ball 0001.pov" "${small[@]}" --out "my images"
   good
   folder_has "my images" "the ball 0001.png"
+}
+
+case_folders_of_any_name() {
+  ball "my rënder \"farm\"/日本/ball_0001.pov"
+  ball "my rënder \"farm\"/日本/ball_0002.pov"
+  echo '#include "beside.inc"' >>"my rënder \"farm\"/日本/ball_0001.pov"
+  echo '#declare Beside = 1;' >"my rënder \"farm\"/日本/beside.inc"
+  render povray "my rënder \"farm\"/日本/ball_0002.pov" "${small[@]}"
+  good 1-2
+  folder_has "my rënder \"farm\"/日本/images" ball_0001.png ball_0002.png
+  render povray "my rënder \"farm\"/日本/ball_0002.pov" "${small[@]}" --out $'m\xe4ge "s"'
+  good 1-2
+  folder_has $'m\xe4ge "s"' ball_0001.png ball_0002.png
+  echo 'sphere { oops' >>"my rënder \"farm\"/日本/ball_0002.pov"
+  render povray "my rënder \"farm\"/日本/ball_0002.pov" "${small[@]}"
+  bad "error line" "Error line: *"
+  failures_are 2
+}
+
+# Their images could not be called like them.
+case_scene_of_a_refused_name() {
+  ball "s/Fluß.pov"
+  render povray "s/Fluß.pov" "${small[@]}"
+  refused '"ß", a letter beyond ASCII'
+  ball 's/a"b.pov'
+  render povray 's/a"b.pov' "${small[@]}"
+  refused 'a quotation mark'
+  ball $'s/latin-\xe9.pov'
+  render povray $'s/latin-\xe9.pov' "${small[@]}"
+  refused 'the byte \xe9, which is no letter of UTF-8'
+  [ ! -e s/images ] || fail "something was started"
 }
 
 # The line that names it is broken at 80 columns: the expected file stands for it.

@@ -1,6 +1,9 @@
 # shellcheck shell=bash
 # The proof of the type Synfig; see lib.sh.
 
+# shellcheck source=names.sh
+source "$here/names.sh"
+
 # A ball that rolls from left to right in 24 frames; LINES are further layers.
 ball() { # FILE [LINE]...
   local file=$1
@@ -137,4 +140,17 @@ case_odd_names() {
   render synfig "my shot/it's; \$(x) & \"a\" 12.sif" --range 1 --out "my images"
   good 1
   folder_has "my images" "it's; \$(x) & \"a\" 12_0001.png"
+}
+
+case_names_that_synfig_refuses() {
+  ball $'my\\shot/l\xe9/ball.sif'
+  render synfig $'my\\shot/l\xe9/ball.sif' --range 1 --out out
+  good 1
+  folder_has out ball_0001.png
+  ball 's/a\b.sif'
+  render synfig 's/a\b.sif' --range 1
+  refused "\"\\\""
+  ball $'s/l\xe9.sif'
+  render synfig $'s/l\xe9.sif' --range 1
+  refused "the byte \\xe9, which is no letter of UTF-8"
 }

@@ -1,6 +1,9 @@
 # shellcheck shell=bash
 # The proof of the type Tachyon; see lib.sh.
 
+# shellcheck source=names.sh
+source "$here/names.sh"
+
 ball() { # FILE [LINE]...
   local file=$1
   shift
@@ -126,9 +129,20 @@ case_odd_names() {
   folder_has images "it's;_\$(x)_&_\"a\".v2.png"
 }
 
-# Tachyon would write a file called "my".
+# Tachyon itself would write a file called "my".
 case_folder_with_blanks() {
-  ball s/ball.dat
-  render tachyon s/ball.dat "${small[@]}" --out "my images"
-  bad files "Missing file: *my images/ball.png"
+  ball "my shot/ball.dat"
+  render tachyon "my shot/ball.dat" "${small[@]}" --out $'my\nown images'
+  good
+  folder_has $'my\nown images' ball.png
+  images_are "$PWD/"$'my\nown images/ball.png'
+  render tachyon "my shot/ball.dat" "${small[@]}"
+  good
+  folder_has "my shot" ball.dat images/ball.png
+}
+
+case_scene_of_a_refused_name() {
+  ball $'s/a\nb.dat'
+  render tachyon $'s/a\nb.dat' "${small[@]}"
+  refused "the control character"
 }

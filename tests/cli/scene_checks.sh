@@ -23,6 +23,27 @@ err_is <<'END'
 trovik: error: 6 frames of the range have no scene file: 4-9 (the first would be "TMP/work/shot_0004.txt")
 hint: choose the frames that exist with --range
 END
+# Letters that the program does not take in the name of a scene file.
+echo x >'one "more".txt'
+for verb in run submit 'run --dry-run'; do
+  # shellcheck disable=SC2086
+  run 2 $verb sketch 'one "more".txt' --set 'RefusedInSceneName=NonASCII "'
+  err_is <<'END'
+trovik: error: "Sketch" does not take the scene file "TMP/work/one "more".txt": its name holds a quotation mark
+hint: rename the file without it
+END
+done
+run 2 run sketch shot_0002.txt --set 'RefusedInSceneName=_'
+err_is <<'END'
+trovik: error: "Sketch" does not take the scene file "TMP/work/shot_0001.txt": its name holds "_"
+hint: rename the files of the sequence without it
+END
+run 2 run sketch shot_0002.txt --set 'RefusedInSceneName=Umlauts'
+err_is <<'END'
+trovik: error: RefusedInSceneName:1: "Umlauts" names no letters; write NonASCII, NonUTF8, Control, Blank or the signs themselves, with blanks between
+    1 | Umlauts
+      | ^
+END
 [ ! -e images ] || fail "something was started"
 [ ! -e "$XDG_STATE_HOME" ] || fail "something was started"
 

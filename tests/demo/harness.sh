@@ -17,7 +17,9 @@ export XDG_DATA_HOME="$tree/.home/data" XDG_CACHE_HOME="$tree/.home/cache"
 # What a killed POV-Ray leaves behind goes with the test.
 export POV_TEMP_DIR="$tree/.home"
 unset TROVIK_SETTINGS TROVIK_OPTIONS TROVIK_STATE TROVIK_IMAGE_HELPER
-mkdir "$tree/.home"
+# Where links for names that POV-Ray refuses are made.
+export TMPDIR="$tree/.home/t"
+mkdir -p "$TMPDIR"
 cd "$tree"
 
 output=$tree/.home/output

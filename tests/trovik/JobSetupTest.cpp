@@ -198,6 +198,27 @@ TEST_F(JobSetupTest, CommandsThatCanDoWithoutASceneMay) {
   }
 }
 
+TEST_F(JobSetupTest, SceneWhoseNameTheProgramRefusesIsRefused) {
+  type.info().GetParam(String("RefusedInSceneName"))->Default = "NonASCII \"";
+  const auto refusal = [this](const std::string& name) {
+    JobSetup job = setup();
+    job.setScene(directory.write(name, "x"));
+    return refusalOf([&] { job.check(); });
+  };
+  EXPECT_EQ(refusal("my r\xC3\xABnder \"farm\"/a b.pov").message, "");
+  EXPECT_EQ(refusal("Flu\xC3\x9F.pov").message, "\"Sketch\" does not take the scene file \"" +
+                                                    directory.file("Flu\xC3\x9F.pov") +
+                                                    "\": its name holds \"\xC3\x9F\", a letter beyond ASCII");
+  EXPECT_EQ(refusal("Flu\xC3\x9F.pov").hint, "rename the file without it");
+  EXPECT_EQ(refusal("a\"b.pov").message, "\"Sketch\" does not take the scene file \"" +
+                                             directory.file("a\"b.pov") +
+                                             "\": its name holds a quotation mark");
+  // What steers a terminal is shown, not obeyed.
+  EXPECT_EQ(refusal("a\xE2\x80\xAE.pov").message.find("\xE2\x80\xAE"), std::string::npos);
+  type.info().GetParam(String("RefusedInSceneName"))->Default = "Umlauts";
+  EXPECT_EQ(refusal("plain.pov").message.substr(0, 21), "RefusedInSceneName:1:");
+}
+
 class SequenceTest : public JobSetupTest {
 protected:
   std::string check(const std::string& range) {
@@ -229,6 +250,15 @@ TEST_F(SequenceTest, FramesWithoutASceneFileAreNamedAsRanges) {
                               directory.file("shot_0002.pov") + "\")");
   EXPECT_EQ(check("2"), "1 frame of the range has no scene file: 2 (the first would be \"" +
                             directory.file("shot_0002.pov") + "\")");
+}
+
+TEST_F(SequenceTest, SceneFilesWhoseNamesTheProgramRefusesAreRefused) {
+  directory.write("shot_0002.pov", "x");
+  type.info().GetParam(String("RefusedInSceneName"))->Default = "NonASCII \"";
+  EXPECT_EQ(check("1-2"), "");
+  type.info().GetParam(String("RefusedInSceneName"))->Default = "_";
+  EXPECT_EQ(check("2-9"), "\"Sketch\" does not take the scene file \"" + directory.file("shot_0002.pov") +
+                              "\": its name holds \"_\"");
 }
 
 TEST_F(SequenceTest, SequenceWithoutARangeIsRefused) {

@@ -40,7 +40,8 @@ Value answerOf(const TypeCheck& check, const Reference& reference) {
     return Value::Scenes;
   }
   const ParameterInfo* parameter = check.info->GetParam(name);
-  if (parameter == nullptr || isOneOf(name, {"ErrorDetectPosition", "SuccessExitCodes"})) {
+  if (parameter == nullptr ||
+      isOneOf(name, {"ErrorDetectPosition", "SuccessExitCodes", "RefusedInSceneName"})) {
     return Value::Plain;
   }
   switch (parameter->Type()) {
@@ -145,7 +146,8 @@ private:
       if (isOneOf(name, {"If", "Start", "End", "Count", "Add", "Pad", "Extension"})) {
         return; // a number, or words that the author chose
       }
-      if (isOneOf(name, {"Leaf", "Branch", "Base", "TranslateToLocal", "TranslateContents"}) && quotedHere) {
+      if (isOneOf(name, {"Leaf", "Branch", "Base", "TranslateToLocal", "TranslateContents", "PlainPath"}) &&
+          quotedHere) {
         check_.out.warning("enquote-first", placed_.span.part(call.Begin, call.End - call.Begin),
                            name + " gets the quotes of Enquote too, where a name needs some",
                            "write Enquote as the last command");
@@ -235,7 +237,7 @@ private:
       if (String::EqualNoCase(call.Command->Name, "Dequote")) {
         return false;
       }
-      if (isOneOf(call.Command->Name, {"Leaf", "Branch", "Extension"})) {
+      if (isOneOf(call.Command->Name, {"Leaf", "Branch", "Extension", "PlainPath"})) {
         return true;
       }
     }

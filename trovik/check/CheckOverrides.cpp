@@ -47,9 +47,13 @@ void checkDefault(const TypeCheck& check, const ParameterInfo& parameter, const 
     refuse(why);
     return;
   }
-  if (String::EqualNoCase(parameter.Name, p_SuccessExitCodes) && value.text.find("$(") == std::string::npos) {
+  if (value.text.find("$(") == std::string::npos) {
     try {
-      IsSuccessExitCode(String(value.text), 0);
+      if (String::EqualNoCase(parameter.Name, p_SuccessExitCodes)) {
+        IsSuccessExitCode(String(value.text), 0);
+      } else if (String::EqualNoCase(parameter.Name, p_RefusedInSceneName)) {
+        const NameLetters letters(String(value.text), p_RefusedInSceneName);
+      }
     } catch (Exception* exception) {
       refuse(takeText(exception));
     }

@@ -140,6 +140,27 @@ TEST(ParameterCommand, TranslatesPathsForThisMachine) {
   EXPECT_EQ(Apply("/no/such/file", "TranslateContents"), "/no/such/file");
 }
 
+TEST(ParameterCommand, GivesPathsWithoutCertainLetters) {
+  const TemporaryDirectory directory;
+  const EnvironmentValue temporary("TMPDIR", directory.Name());
+  const auto plain = [](const String& value, const ParameterInfo* info) {
+    return Job::ProcessParameterNameCommands(value, "PlainPath(NonASCII \")", SmartHandle<const Job>(), info);
+  };
+  const String folder = plain("/\xC3\xA4", nullptr);
+  EXPECT_EQ(folder.substr(0, directory.Name().size() + 1), directory.Name() + "/");
+  EXPECT_EQ(plain("/a b;c", nullptr), "/a b;c");
+  EXPECT_EQ(plain("/\xC3\xA4/a;/b", nullptr), folder + "/a;/b");
+  EXPECT_EQ(plain("", nullptr), "");
+  // Of a list each text is a path.
+  const ListParameterInfo list;
+  EXPECT_EQ(plain("/a;/\xC3\xA4/b c;/\xC3\xA4", &list), "/a;" + folder + "/b c;" + folder);
+  const FileParameterInfo file;
+  EXPECT_EQ(plain("/\xC3\xA4/a;/b", &file), folder + "/a;/b");
+  EXPECT_EQ(Refusal("/a", "PlainPath(Umlauts)"), "PlainPath:1: \"Umlauts\" names no letters; write NonASCII, "
+                                                 "NonUTF8, Control, Blank or the signs themselves, "
+                                                 "with blanks between\n    1 | Umlauts\n      | ^");
+}
+
 TEST(ParameterCommand, RefusesMalformedChains) {
   EXPECT_EQ(Refusal("x", "Lef"),
             "parameter commands:1: unknown parameter command \"Lef\"; did you mean \"Leaf\"?\n"
@@ -189,7 +210,7 @@ TEST(ParameterCommand, MalformedReferenceTellsItsPlace) {
 }
 
 TEST(ParameterCommand, EveryCommandHasHelpAndIsFoundByItsName) {
-  EXPECT_EQ(ParameterCommands().size(), 22U);
+  EXPECT_EQ(ParameterCommands().size(), 23U);
   for (const ParameterCommand& command : ParameterCommands()) {
     EXPECT_STRNE(command.Help, "") << command.Name;
     const String argument = *command.Arguments == '\0' ? "" : "(1,1)";

@@ -251,6 +251,22 @@ TEST_F(Prepare, MistakesInParametersAreToldUnderTheirNames) {
   EXPECT_EQ(Ready(job).Arguments, Words{"sh"});
 }
 
+TEST_F(Prepare, SceneWhoseNameTheProgramRefusesIsTold) {
+  TestJob& job = NewJob();
+  job.SetParameter(p_Executable, "sh");
+  job.SetParameter(p_Scene, In("r\xC3\xABnder/a b.pov").Text());
+  job.SetParameter(p_RefusedInSceneName, "NonASCII \"");
+  job.SetParameter(p_StartDirectory, m_Directory.Text());
+  Ready(job); // what the folders are called does not matter
+  job.SetParameter(p_RefusedInSceneName, "Blank");
+  job.SetParameter(p_OutputFolder, In("images").Text());
+  EXPECT_EQ(Refused(job), "The program does not take the scene file's name, which holds a blank: " +
+                              In("r\xC3\xABnder/a b.pov").Text());
+  EXPECT_NE(access(In("images").c_str(), F_OK), 0);
+  job.SetParameter(p_RefusedInSceneName, "blanks");
+  EXPECT_EQ(Refused(job).substr(0, 21), "RefusedInSceneName:1:");
+}
+
 TEST_F(Prepare, UnclosedQuoteIsToldWithItsColumn) {
   TestJob& job = NewJob();
   job.SetParameter(p_Executable, "sh");

@@ -37,6 +37,7 @@ TEST(RenderParameters, StandInTheirOrderUnderHeadings) {
                                                       "Environment",
                                                       "CPUs",
                                                       "SuccessExitCodes",
+                                                      "RefusedInSceneName",
                                                       "Limits (group)",
                                                       "Retries",
                                                       "StopAfter",
@@ -141,6 +142,7 @@ TEST(RenderParameters, DefaultsAndLimits) {
   check(p_RefuseFlatImages, "No", std::nullopt, std::nullopt);
   check(p_NoRetryTexts, "", std::nullopt, std::nullopt);
   check(p_SuccessExitCodes, "0", std::nullopt, std::nullopt);
+  check(p_RefusedInSceneName, "", std::nullopt, std::nullopt);
   check(p_RunTimeLimit, "", std::nullopt, std::nullopt);
   check(p_RunOn, "Local", std::nullopt, std::nullopt);
   check(p_WorksPerTask, "0", 0, std::nullopt);

@@ -35,6 +35,32 @@ hint: write $(Scene.Base.Enquote)
 )~");
 }
 
+TEST_F(CommandLinesTest, LettersOfPlainPathThatAreNoneAreTold) {
+  EXPECT_EQ(
+      printed(std::string(head) + "Command=-i $(Scene.PlainPath(Umlauts).Enquote)\n"
+                                  "ImageStartText=saved:\n"),
+      R"~(sketch.tvx:4:9: error: no work can start by this: command line:12: PlainPath:1: "Umlauts" names no letters
+    4 | Command=-i $(Scene.PlainPath(Umlauts).Enquote)
+      |         ^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^
+hint: write NonASCII, NonUTF8, Control, Blank or the signs themselves, with blanks between
+)~");
+}
+
+TEST_F(CommandLinesTest, PlainPathOfAQuotedNameIsTold) {
+  EXPECT_EQ(printed(std::string(head) +
+                    "Command=-i $(Scene.Enquote.PlainPath(NonASCII)) $(ActualScene.PlainPath(\"))\n"
+                    "ImageStartText=saved:\n"),
+            R"~(sketch.tvx:4:28: warning: PlainPath gets the quotes of Enquote too, where a name needs some
+    4 | Command=-i $(Scene.Enquote.PlainPath(NonASCII)) $(ActualScene.PlainP...
+      |                            ^^^^^^^^^^^^^^^^^^^
+hint: write Enquote as the last command
+sketch.tvx:4:49: warning: $(ActualScene) is quoted where a name needs it, and commands get the quotes too
+    4 | ...=-i $(Scene.Enquote.PlainPath(NonASCII)) $(ActualScene.PlainPath("))
+      |                                             ^^^^^^^^^^^^^^^^^^^^^^^^^^^
+hint: write EnquoteActual=No in [OverrideDefaults], and Enquote as the last command
+)~");
+}
+
 TEST_F(CommandLinesTest, TextWithoutQuotesIsTold) {
   EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene) --title $(Title)\n"
                                         "ImageStartText=saved:\n"

@@ -83,6 +83,24 @@ hint: write exit codes from 0 to 255 and ranges, as in 0,2-4
 )~");
 }
 
+TEST_F(OverridesTest, LettersThatAreNoneAreTold) {
+  EXPECT_EQ(
+      printed(std::string(head) + "Command=$(ActualScene)\n"
+                                  "ImageStartText=saved:\n"
+                                  "[OverrideDefaults]\n"
+                                  "RefusedInSceneName=\" Umlauts\n"),
+      R"~(sketch.tvx:7:20: error: this default is refused: RefusedInSceneName:3: "Umlauts" names no letters
+    7 | RefusedInSceneName=" Umlauts
+      |                    ^^^^^^^^^
+hint: write NonASCII, NonUTF8, Control, Blank or the signs themselves, with blanks between
+)~");
+  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
+                                        "ImageStartText=saved:\n"
+                                        "[OverrideDefaults]\n"
+                                        "RefusedInSceneName=NonASCII \" Blank %:\n"),
+            "");
+}
+
 TEST_F(OverridesTest, DeprecatedParameterIsTold) {
   EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
                                         "ImageStartText=saved:\n"
