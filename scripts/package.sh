@@ -34,6 +34,7 @@ packed=$(dpkg-parsechangelog -l packaging/debian/changelog -S Version)
   fail "packaging/debian/changelog: its newest entry is of version $packed, CMakeLists.txt says $version; add an entry"
 
 say "Package"
+rm -f build/packages/*.deb
 # The same commit gives the same packages. The checkout may belong to another
 # user, as in containers.
 if [ -z "${SOURCE_DATE_EPOCH:-}" ] && [ -e .git ]; then
@@ -60,7 +61,6 @@ tests/install/check-search-paths.sh "$work/tree/usr" || fail "a file of the pack
 
 suffix=${version}_$(dpkg --print-architecture).deb
 mkdir -p build/packages
-rm -f build/packages/*.deb
 mv "${debs[@]}" build/packages/
 say "The packages are in $PWD/build/packages"
 ls build/packages
