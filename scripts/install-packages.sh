@@ -36,7 +36,7 @@ declare -A packages=(
   [catalogue]="blender darktable ffmpeg ghostscript gnuplot-nox imagemagick inkscape librsvg2-bin mandelbulber2 openimageio-tools openscad poppler-utils povray povray-includes python3 synfig tachyon xauth xvfb"
   [tidy]="clang-format clang-tidy git"
   [bench]="libbenchmark-dev"
-  [package]="debhelper dpkg-dev lintian"
+  [package]="debhelper dpkg-dev git lintian"
   [fresh]="ccache debootstrap git zstd"
 )
 

@@ -34,7 +34,7 @@ sets_of() { # FILE -> sets
   demo.sh) sets='build demo' ;;
   check.sh) sets='build test slurm catalogue' ;;
   catalogue/*.tvx) sets='demo catalogue' ;;
-  scripts/tidy.sh) sets=tidy ;;
+  scripts/tidy.sh) sets='build tidy' ;;
   scripts/package.sh | packaging/*) sets='build package' ;;
   cmake/Ccache.cmake) sets='build test' ;; # not needed, and used where it is
   bench/*) sets='build bench' ;;
