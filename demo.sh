@@ -27,9 +27,15 @@ if [ "$status" -ne 0 ]; then
   exit "$status"
 fi
 
-# Where things are, as words for a shell.
-images=$(printf '%q' "$PWD/$out")
-program=$(printf '%q' "$PWD/build/release/bin")
+# A path as a word for a shell, readable in any locale.
+word() {
+  case $1 in
+  *[!A-Za-z0-9/._-]*) printf "'%s'" "${1//\'/\'\\\'\'}" ;;
+  *) printf '%s' "$1" ;;
+  esac
+}
+images=$(word "$PWD/$out")
+program=$(word "$PWD/build/release/bin")
 say "The images are in $images"
 cat <<TEXT
 == What next
