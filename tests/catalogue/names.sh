@@ -3,9 +3,6 @@
 #
 #   refused WHAT   nothing was started, for a letter in the scene's name
 
-# Links for such names are made in the case's own folder.
-export TMPDIR=$tree
-
 refused() { # WHAT
   [ "$status" -eq 2 ] || fail "exit code $status"
   grep -qF -e " does not take the scene file " "$tree/.errors" || fail "it is not refused by its name"
