@@ -163,7 +163,8 @@ while [ ${#unread[@]} -gt 0 ] || [ ${#pid[@]} -gt 0 ]; do
   if [ -n "$head" ] && [ -z "$reader" ] && [ -n "${log[$head]:-}" ]; then
     follow=()
     [ -z "${pid[$head]:-}" ] || follow=(--follow "--pid=${pid[$head]}")
-    tied tail --lines=+1 "${follow[@]}" "${log[$head]}" &
+    # Not by "tied": a function in the background has a shell of its own between.
+    setpriv --pdeathsig KILL tail --lines=+1 "${follow[@]}" "${log[$head]}" &
     reader=$!
   fi
 
