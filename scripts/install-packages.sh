@@ -29,9 +29,9 @@ fail() {
 #   xauth [catalogue]: xvfb-run calls it
 #   zsh [test]: started by script, for its completion
 declare -A packages=(
-  [build]="build-essential cmake ninja-build fonts-dejavu-core libboost-dev libcli11-dev libfreetype-dev libopenimageio-dev libspdlog-dev libsqlite3-dev libsqlitecpp-dev nlohmann-json3-dev pkgconf"
+  [build]="build-essential ccache cmake ninja-build fonts-dejavu-core libboost-dev libcli11-dev libfreetype-dev libopenimageio-dev libspdlog-dev libsqlite3-dev libsqlitecpp-dev nlohmann-json3-dev pkgconf"
   [demo]="povray povray-includes"
-  [test]="bsdextrautils ccache clang-format fish git jq libgtest-dev libonig-dev librapidcheck-dev mandoc povray povray-includes procps shfmt vim zsh"
+  [test]="bsdextrautils clang-format fish git jq libgtest-dev libonig-dev librapidcheck-dev mandoc povray povray-includes procps shfmt vim zsh"
   [slurm]="munge slurm-client slurmctld slurmd"
   [catalogue]="blender darktable ffmpeg ghostscript gnuplot-nox imagemagick inkscape librsvg2-bin mandelbulber2 openimageio-tools openscad poppler-utils povray povray-includes python3 synfig tachyon xauth xvfb"
   [tidy]="clang-format clang-tidy git"

@@ -14,23 +14,15 @@ using Json = nlohmann::ordered_json;
 constexpr int jsonVersion = 1;
 
 /// A document or event of a kind, to be filled.
-inline Json jsonOfKind(const char* kind) {
-  return Json{{"version", jsonVersion}, {"kind", kind}};
-}
+Json jsonOfKind(const char* kind);
 
 /// Null where there is no text.
-inline Json textOrNull(const std::string& text) {
-  return text.empty() ? Json(nullptr) : Json(text);
-}
+Json textOrNull(const std::string& text);
 
 /// One line of text. Bytes that are not UTF-8 become U+FFFD.
-inline std::string jsonLine(const Json& json) {
-  return json.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
-}
+std::string jsonLine(const Json& json);
 
 /// The same over several lines, for documents.
-inline std::string jsonDocument(const Json& json) {
-  return json.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
-}
+std::string jsonDocument(const Json& json);
 
 } // namespace trovik

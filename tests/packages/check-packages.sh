@@ -36,7 +36,6 @@ sets_of() { # FILE -> sets
   catalogue/*.tvx) sets='demo catalogue' ;;
   scripts/tidy.sh) sets='build tidy' ;;
   scripts/package.sh | packaging/*) sets='build package' ;;
-  cmake/Ccache.cmake) sets='build test' ;; # not needed, and used where it is
   bench/*) sets='build bench' ;;
   tests/fresh/*) sets=fresh ;; # the cases themselves call what every Debian has
   tests/slurm/*) sets='build test slurm' ;;
