@@ -37,7 +37,7 @@ declare -A packages=(
   [tidy]="clang-format clang-tidy git"
   [bench]="libbenchmark-dev"
   [package]="debhelper dpkg-dev git lintian"
-  [fresh]="ccache debootstrap git zstd"
+  [fresh]="debootstrap git zstd"
 )
 
 if [ "${1:-}" = --list ]; then

@@ -51,23 +51,6 @@ write_apt_configuration() {
   [ -z "$debs" ] || printf 'Binary::apt::APT::Keep-Downloaded-Packages "true";\n' >>"$work/apt.conf"
 }
 
-# This machine's own ccache with its libraries, since a bare root has none.
-take_ccache() {
-  local program library
-  program=$(command -v ccache) || fail "TROVIK_FRESH_CCACHE is set, but there is no ccache: apt-get install ccache"
-  mkdir -p "$TROVIK_FRESH_CCACHE" "$work/ccache/lib" || fail "TROVIK_FRESH_CCACHE=$TROVIK_FRESH_CCACHE is no folder"
-  TROVIK_FRESH_CCACHE=$(cd "$TROVIK_FRESH_CCACHE" && pwd)
-  cp "$program" "$work/ccache/lib/ccache"
-  while read -r library; do
-    cp "$library" "$work/ccache/lib/"
-  done < <(ldd "$program" | grep -o '/[^ ]*')
-  cat >"$work/ccache/ccache" <<'END'
-#!/bin/sh
-exec /srv/ccache/lib/ld-linux-x86-64.so.2 --library-path /srv/ccache/lib /srv/ccache/lib/ccache "$@"
-END
-  chmod 755 "$work/ccache/ccache"
-}
-
 # The base system as a packed file, which knows when it is cut short. It is
 # made anew after a week, for the security updates.
 get_base() {

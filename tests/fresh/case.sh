@@ -36,8 +36,7 @@ as() { # USER FOLDER COMMAND-LINE
   local folder pass=
   printf -v folder %q "$2"
   if [ -n "${CCACHE_DIR:-}" ]; then
-    export CCACHE_BASEDIR=$2
-    pass=CMAKE_CXX_COMPILER_LAUNCHER,CCACHE_DIR,CCACHE_BASEDIR,CCACHE_NOHASHDIR
+    pass=CCACHE_DIR
     # Nobody else may write into a folder of this machine's root.
     if [ "$1" != root ]; then
       export CCACHE_READONLY=1 CCACHE_TEMPDIR=/tmp/ccache CCACHE_NOSTATS=1

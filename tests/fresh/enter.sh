@@ -66,9 +66,8 @@ cp -r "$FRESH_WORK/source.git" "$root/srv/trovik.git"
 give "$FRESH_WORK/handed" handed
 environment=()
 if [ -n "$FRESH_CCACHE" ]; then
-  give "$FRESH_WORK/ccache" ccache ro
   give "$FRESH_CCACHE" ccache-objects
-  environment=(CMAKE_CXX_COMPILER_LAUNCHER=/srv/ccache/ccache CCACHE_DIR=/srv/ccache-objects CCACHE_NOHASHDIR=1)
+  environment=(CCACHE_DIR=/srv/ccache-objects)
 fi
 
 # Packages that were downloaded before. apt takes what lies there by its size

@@ -5,13 +5,13 @@
 #
 #   tests/fresh/run.sh [CASE]...     all of them without one
 #
-# Cases: root     as root: demo.sh twice, then check.sh --quick
+# Cases: root     as root: demo.sh, again for what is missing, then check.sh --quick
 #        user     as a user with sudo, below a folder with a blank and a letter
 #                 beyond ASCII: demo.sh, then scripts/package.sh
 #        package  installs, uses, upgrades and purges the packages that "user" made
 #        bare     only that the root is bare; needs a few seconds
 #
-#   TROVIK_FRESH_CCACHE    a folder of ccache, to build with; none is used without it
+#   TROVIK_FRESH_CCACHE    a folder of ccache, to build with; each root has its own without it
 #   TROVIK_FRESH_PACKAGES  a folder with packages for "package", instead of those of "user"
 #   TMPDIR                 where the roots are; each takes some GB for as long as it runs
 #
@@ -122,7 +122,10 @@ fi
 
 find_cache
 write_apt_configuration
-[ -z "${TROVIK_FRESH_CCACHE:-}" ] || take_ccache
+if [ -n "${TROVIK_FRESH_CCACHE:-}" ]; then
+  mkdir -p "$TROVIK_FRESH_CCACHE" || fail "TROVIK_FRESH_CCACHE=$TROVIK_FRESH_CCACHE is no folder"
+  TROVIK_FRESH_CCACHE=$(cd "$TROVIK_FRESH_CCACHE" && pwd)
+fi
 get_base
 
 start() { # CASE
