@@ -23,8 +23,9 @@ for argument in "$@"; do
   esac
 done
 
-# Objects of another checkout of the same sources are as good as new.
-export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
+# Objects of another checkout of the same sources are as good as new, and so
+# are those of somebody with another language: those have no warning.
+export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=locale
 
 # A folder that was moved or copied with its build takes nothing of it along.
 cache=build/$preset/CMakeCache.txt
