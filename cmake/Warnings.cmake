@@ -5,10 +5,8 @@ target_compile_options(trovik_warnings INTERFACE
   -Wconversion -Wsign-conversion -Wshadow -Wnon-virtual-dtor -Wold-style-cast
   -Wcast-align -Woverloaded-virtual -Wduplicated-cond -Wlogical-op -Wnull-dereference
   -Wdouble-promotion -Wformat=2 -Wundef)
-if(CMAKE_UNITY_BUILD)
-  # Of several sources in one, all but the first look like headers to it.
-  target_compile_options(trovik_warnings INTERFACE -Wno-subobject-linkage)
-endif()
+# Of several sources in one, all but the first look like headers to it.
+target_compile_options(trovik_warnings INTERFACE $<$<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>:-Wno-subobject-linkage>)
 # g++ 12 sees overlaps and null pointers in the standard library's own texts
 # once they are inlined; those two are not warnings about our code.
 target_compile_options(trovik_warnings INTERFACE -Wno-restrict -Wno-null-dereference)
