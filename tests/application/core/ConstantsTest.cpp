@@ -1,4 +1,4 @@
-#include "TestSupport.h"
+#include "tests/application/core/TestSupport.h"
 
 #include <gtest/gtest.h>
 

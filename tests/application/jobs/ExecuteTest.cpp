@@ -1,4 +1,4 @@
-#include "TestJob.h"
+#include "tests/application/jobs/TestJob.h"
 
 #include <poll.h>
 #include <sys/resource.h>

@@ -1,4 +1,4 @@
-#include "TestJob.h"
+#include "tests/application/jobs/TestJob.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "FakeSite.h"
+#include "tests/cluster/fakes/FakeSite.h"
 
 namespace trovik::fake {
 

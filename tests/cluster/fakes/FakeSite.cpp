@@ -1,7 +1,7 @@
 #include "tests/cluster/fakes/FakeSite.h"
 
-#include "FakeNode.h"
 #include "host/foundation/Exception.h"
+#include "tests/cluster/fakes/FakeNode.h"
 #include "trovik/UsageError.h"
 
 #include <algorithm>

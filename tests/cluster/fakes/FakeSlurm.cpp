@@ -1,4 +1,4 @@
-#include "FakeSite.h"
+#include "tests/cluster/fakes/FakeSite.h"
 #include "trovik/Text.h"
 #include "trovik/UsageError.h"
 

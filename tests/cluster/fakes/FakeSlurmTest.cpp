@@ -1,4 +1,4 @@
-#include "../../trovik/TemporaryDirectory.h"
+#include "tests/trovik/TemporaryDirectory.h"
 #include "trovik/cluster/JobFolder.h"
 #include "trovik/cluster/SlurmClient.h"
 

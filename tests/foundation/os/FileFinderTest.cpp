@@ -1,6 +1,6 @@
 #include "host/foundation/FileFinder.h"
 
-#include "TestDirectory.h"
+#include "tests/foundation/os/TestDirectory.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

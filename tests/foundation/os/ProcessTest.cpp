@@ -1,9 +1,9 @@
 #include "host/foundation/Process.h"
 
-#include "TestDirectory.h"
 #include "host/foundation/Descriptor.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/Quoting.h"
+#include "tests/foundation/os/TestDirectory.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 #include "trovik/cluster/SlurmClient.h"
-#include "../FakeMachine.h"
+#include "tests/trovik/FakeMachine.h"
 
 #include <gtest/gtest.h>
 
