@@ -2,7 +2,7 @@
 
 #include "host/application/Expansion.h"
 #include "host/foundation/Quoting.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <cctype>

@@ -2,7 +2,7 @@
 
 #include "host/foundation/Log.h"
 #include "trovik/OutcomeText.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <array>

@@ -3,10 +3,10 @@
 #include "host/application/RenderJob.h"
 #include "host/foundation/LineSplitter.h"
 #include "trovik/FileLook.h"
-#include "trovik/LogTail.h"
 #include "trovik/Machine.h"
 #include "trovik/RunEvents.h"
 #include "trovik/RunLogs.h"
+#include "trovik/text/LogTail.h"
 
 #include <functional>
 #include <memory>

@@ -2,10 +2,10 @@
 
 #include "host/application/NoteText.h"
 #include "host/foundation/LineSplitter.h"
-#include "trovik/LogTail.h"
 #include "trovik/Moments.h"
 #include "trovik/RunLogs.h"
 #include "trovik/RunSet.h"
+#include "trovik/text/LogTail.h"
 
 #include <algorithm>
 #include <cerrno>

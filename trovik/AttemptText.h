@@ -1,8 +1,8 @@
 #pragma once
 
-#include "trovik/Console.h"
 #include "trovik/Machine.h"
 #include "trovik/queue/Records.h"
+#include "trovik/text/Console.h"
 
 #include <optional>
 #include <string>

@@ -1,9 +1,9 @@
 #include "host/foundation/Suggest.h"
 #include "trovik/HelpText.h"
 #include "trovik/Options.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
 #include "trovik/VerbOptions.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <CLI/CLI.hpp>
 

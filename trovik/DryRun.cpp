@@ -2,9 +2,9 @@
 
 #include "host/application/RenderJob.h"
 #include "host/foundation/Quoting.h"
-#include "trovik/Json.h"
-#include "trovik/UsageError.h"
 #include "trovik/WorkJob.h"
+#include "trovik/text/Json.h"
+#include "trovik/text/UsageError.h"
 
 #include <map>
 #include <optional>

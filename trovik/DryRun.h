@@ -1,8 +1,8 @@
 #pragma once
 
 #include "host/foundation/Process.h"
-#include "trovik/Console.h"
 #include "trovik/queue/Records.h"
+#include "trovik/text/Console.h"
 
 #include <string>
 

@@ -1,9 +1,9 @@
 #include "trovik/EachJob.h"
 
 #include "trovik/EngineRun.h"
-#include "trovik/Messages.h"
 #include "trovik/Session.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/Messages.h"
+#include "trovik/text/UsageError.h"
 
 #include <set>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "trovik/Json.h"
 #include "trovik/Queue.h"
+#include "trovik/text/Json.h"
 
 #include <functional>
 #include <string>

@@ -5,8 +5,8 @@
 #include "host/foundation/Process.h"
 #include "host/foundation/Quoting.h"
 #include "trovik/ProgressText.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 namespace trovik {
 

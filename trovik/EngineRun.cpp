@@ -3,15 +3,15 @@
 #include "host/foundation/Log.h"
 #include "trovik/ImageHelper.h"
 #include "trovik/JobFollower.h"
-#include "trovik/Json.h"
-#include "trovik/Numbers.h"
 #include "trovik/PlainProgress.h"
 #include "trovik/ProgressReader.h"
 #include "trovik/Queue.h"
 #include "trovik/Submission.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
 #include "trovik/cluster/ClusterRun.h"
+#include "trovik/text/Json.h"
+#include "trovik/text/Numbers.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <memory>

@@ -1,7 +1,7 @@
 #include "trovik/FileLook.h"
 
 #include "host/foundation/Log.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <sys/stat.h>

@@ -1,7 +1,7 @@
 #include "trovik/HelpText.h"
 
 #include "trovik/HelpFooters.h"
-#include "trovik/Text.h"
+#include "trovik/text/Text.h"
 
 #include <algorithm>
 #include <vector>

@@ -1,7 +1,7 @@
 #include "trovik/HelperProcess.h"
 
 #include "host/foundation/Process.h"
-#include "trovik/Text.h"
+#include "trovik/text/Text.h"
 
 #include <array>
 #include <cerrno>

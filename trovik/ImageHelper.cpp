@@ -1,7 +1,7 @@
 #include "trovik/ImageHelper.h"
 
 #include "trovik/ImageProtocol.h"
-#include "trovik/Text.h"
+#include "trovik/text/Text.h"
 
 #include <system_error>
 #include <utility>

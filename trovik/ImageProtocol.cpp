@@ -1,7 +1,7 @@
 #include "trovik/ImageProtocol.h"
 
-#include "trovik/Json.h"
-#include "trovik/Text.h"
+#include "trovik/text/Json.h"
+#include "trovik/text/Text.h"
 
 #include <array>
 #include <utility>

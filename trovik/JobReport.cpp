@@ -4,7 +4,7 @@
 #include "trovik/FrameTimes.h"
 #include "trovik/Moments.h"
 #include "trovik/ProgressText.h"
-#include "trovik/Text.h"
+#include "trovik/text/Text.h"
 
 #include <algorithm>
 #include <set>

@@ -6,10 +6,10 @@
 #include "trovik/Locations.h"
 #include "trovik/RunSet.h"
 #include "trovik/SceneSequence.h"
-#include "trovik/Text.h"
 #include "trovik/Types.h"
-#include "trovik/UsageError.h"
 #include "trovik/WorkJob.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -2,7 +2,7 @@
 
 #include "trovik/AttemptText.h"
 #include "trovik/Moments.h"
-#include "trovik/Text.h"
+#include "trovik/text/Text.h"
 
 #include <algorithm>
 #include <cmath>

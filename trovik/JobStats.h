@@ -1,9 +1,9 @@
 #pragma once
 
-#include "trovik/Console.h"
 #include "trovik/FrameTimes.h"
-#include "trovik/Json.h"
 #include "trovik/queue/Records.h"
+#include "trovik/text/Console.h"
+#include "trovik/text/Json.h"
 
 #include <functional>
 #include <map>

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "trovik/Console.h"
-#include "trovik/Json.h"
 #include "trovik/RunEvents.h"
 #include "trovik/queue/Store.h"
+#include "trovik/text/Console.h"
+#include "trovik/text/Json.h"
 
 #include <string>
 

@@ -1,7 +1,7 @@
 #include "trovik/JsonProgress.h"
 
-#include "trovik/Json.h"
 #include "trovik/Moments.h"
+#include "trovik/text/Json.h"
 
 namespace trovik {
 namespace {

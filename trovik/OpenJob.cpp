@@ -3,7 +3,7 @@
 #include "host/application/RenderJob.h"
 #include "host/foundation/Log.h"
 #include "trovik/JobView.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <charconv>

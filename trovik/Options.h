@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/Console.h"
+#include "trovik/text/Console.h"
 
 #include <optional>
 #include <string>

@@ -4,12 +4,12 @@
 #include "host/foundation/Log.h"
 #include "trovik/Completion.h"
 #include "trovik/Interrupts.h"
-#include "trovik/Messages.h"
 #include "trovik/Options.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
 #include "trovik/Verbs.h"
 #include "trovik/queue/Store.h"
+#include "trovik/text/Messages.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <exception>

@@ -1,6 +1,6 @@
 #include "trovik/ProgressText.h"
 
-#include "trovik/Text.h"
+#include "trovik/text/Text.h"
 
 namespace trovik {
 namespace {

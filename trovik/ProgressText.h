@@ -1,7 +1,7 @@
 #pragma once
 
-#include "trovik/Console.h"
 #include "trovik/RunEvents.h"
+#include "trovik/text/Console.h"
 
 #include <string>
 

@@ -1,9 +1,9 @@
 #include "trovik/Queue.h"
 
 #include "trovik/Session.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
 #include "trovik/cluster/ClusterRun.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <charconv>
 #include <filesystem>

@@ -1,5 +1,5 @@
-#include "trovik/Json.h"
 #include "trovik/ReplayText.h"
+#include "trovik/text/Json.h"
 
 // A log may be larger than memory, so the document is written as the lines
 // come, and what only the end can tell stands behind them.

@@ -1,8 +1,8 @@
 #include "trovik/ReplayText.h"
 
 #include "trovik/AttemptText.h"
-#include "trovik/LogTail.h"
-#include "trovik/Text.h"
+#include "trovik/text/LogTail.h"
+#include "trovik/text/Text.h"
 
 #include <algorithm>
 #include <deque>

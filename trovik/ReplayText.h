@@ -1,7 +1,7 @@
 #pragma once
 
-#include "trovik/Console.h"
 #include "trovik/Replay.h"
+#include "trovik/text/Console.h"
 
 #include <memory>
 #include <string>

@@ -1,8 +1,8 @@
 #include "trovik/RunLogs.h"
 
 #include "host/foundation/Log.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <cerrno>
 #include <fcntl.h>

@@ -4,7 +4,7 @@
 #include "host/application/JobFactory.h"
 #include "host/foundation/Format.h"
 #include "trovik/Locations.h"
-#include "trovik/Text.h"
+#include "trovik/text/Text.h"
 
 #include <algorithm>
 #include <filesystem>

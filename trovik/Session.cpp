@@ -2,8 +2,8 @@
 
 #include "host/application/Application.h"
 #include "host/foundation/Log.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <filesystem>
 #include <system_error>

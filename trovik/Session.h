@@ -1,10 +1,10 @@
 #pragma once
 
 #include "host/application/Module.h"
-#include "trovik/Console.h"
 #include "trovik/JobSetup.h"
 #include "trovik/Locations.h"
 #include "trovik/Options.h"
+#include "trovik/text/Console.h"
 
 #include <vector>
 

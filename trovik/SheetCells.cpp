@@ -1,8 +1,8 @@
 #include "trovik/SheetCells.h"
 
 #include "trovik/JobFiles.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <map>

@@ -1,8 +1,8 @@
 #include "trovik/SheetDrawing.h"
 
 #include "trovik/HelperProcess.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <optional>
 #include <system_error>

@@ -6,12 +6,12 @@
 #include "trovik/JobSetup.h"
 #include "trovik/Locations.h"
 #include "trovik/MissingFrames.h"
-#include "trovik/Numbers.h"
 #include "trovik/RunLogs.h"
-#include "trovik/Text.h"
 #include "trovik/Types.h"
-#include "trovik/UsageError.h"
 #include "trovik/cluster/ClusterRun.h"
+#include "trovik/text/Numbers.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,7 +1,7 @@
 #include "trovik/TerminalProgress.h"
 
 #include "trovik/ProgressText.h"
-#include "trovik/Text.h"
+#include "trovik/text/Text.h"
 
 #include <algorithm>
 

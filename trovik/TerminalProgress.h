@@ -1,8 +1,8 @@
 #pragma once
 
-#include "trovik/Console.h"
 #include "trovik/FrameTimes.h"
 #include "trovik/RunEvents.h"
+#include "trovik/text/Console.h"
 
 #include <deque>
 #include <map>

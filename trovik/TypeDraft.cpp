@@ -4,8 +4,8 @@
 #include "host/application/ParameterInfo.h"
 #include "host/foundation/Quoting.h"
 #include "trovik/ArgumentWords.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <cctype>

@@ -1,6 +1,6 @@
 #include "trovik/TypeQuestions.h"
 
-#include "trovik/Text.h"
+#include "trovik/text/Text.h"
 
 namespace trovik {
 namespace {

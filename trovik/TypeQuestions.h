@@ -1,7 +1,7 @@
 #pragma once
 
 #include "trovik/TypeDraft.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/UsageError.h"
 
 #include <functional>
 #include <optional>

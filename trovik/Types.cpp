@@ -2,8 +2,8 @@
 
 #include "host/application/Job.h"
 #include "host/foundation/Suggest.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <cstdio>
 

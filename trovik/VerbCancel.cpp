@@ -1,9 +1,9 @@
 #include "trovik/EachJob.h"
 #include "trovik/Session.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
 #include "trovik/Verbs.h"
 #include "trovik/cluster/ClusterRun.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 namespace trovik {
 namespace {

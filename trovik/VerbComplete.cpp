@@ -4,9 +4,9 @@
 #include "host/foundation/Log.h"
 #include "trovik/JobView.h"
 #include "trovik/Session.h"
-#include "trovik/Text.h"
 #include "trovik/Types.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <filesystem>

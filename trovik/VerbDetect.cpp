@@ -1,10 +1,10 @@
 #include "trovik/JobSetup.h"
-#include "trovik/Json.h"
 #include "trovik/SceneSequence.h"
-#include "trovik/Text.h"
 #include "trovik/Types.h"
-#include "trovik/UsageError.h"
 #include "trovik/Verbs.h"
+#include "trovik/text/Json.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 

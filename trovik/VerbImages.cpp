@@ -1,8 +1,8 @@
 #include "trovik/JobFiles.h"
 #include "trovik/Queue.h"
 #include "trovik/Session.h"
-#include "trovik/UsageError.h"
 #include "trovik/Verbs.h"
+#include "trovik/text/UsageError.h"
 
 namespace trovik {
 namespace {

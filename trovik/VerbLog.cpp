@@ -1,12 +1,12 @@
 #include "trovik/AttemptText.h"
 #include "trovik/JobView.h"
 #include "trovik/Moments.h"
-#include "trovik/Numbers.h"
 #include "trovik/Queue.h"
 #include "trovik/Session.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
 #include "trovik/Verbs.h"
+#include "trovik/text/Numbers.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <charconv>

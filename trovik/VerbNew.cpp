@@ -1,14 +1,14 @@
 #include "host/foundation/IniFile.h"
 #include "host/foundation/Quoting.h"
 #include "host/foundation/WriteFile.h"
-#include "trovik/Json.h"
 #include "trovik/Locations.h"
-#include "trovik/Messages.h"
-#include "trovik/Text.h"
 #include "trovik/TypeQuestions.h"
 #include "trovik/Types.h"
-#include "trovik/UsageError.h"
 #include "trovik/Verbs.h"
+#include "trovik/text/Json.h"
+#include "trovik/text/Messages.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <filesystem>

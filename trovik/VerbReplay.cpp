@@ -4,11 +4,11 @@
 #include "trovik/Locations.h"
 #include "trovik/ReplayText.h"
 #include "trovik/SceneSequence.h"
-#include "trovik/Text.h"
 #include "trovik/Types.h"
-#include "trovik/UsageError.h"
 #include "trovik/Verbs.h"
 #include "trovik/WorkJob.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <array>
 #include <cerrno>

@@ -4,10 +4,10 @@
 #include "trovik/JobFiles.h"
 #include "trovik/ProgressText.h"
 #include "trovik/Session.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
 #include "trovik/Verbs.h"
 #include "trovik/cluster/ClusterRun.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 namespace trovik {
 namespace {

@@ -2,9 +2,9 @@
 #include "trovik/EngineRun.h"
 #include "trovik/ImageHelper.h"
 #include "trovik/Submission.h"
-#include "trovik/UsageError.h"
 #include "trovik/Verbs.h"
 #include "trovik/cluster/ClusterRun.h"
+#include "trovik/text/UsageError.h"
 
 namespace trovik {
 namespace {

@@ -1,14 +1,14 @@
 #include "host/application/FrameRange.h"
 #include "trovik/JobView.h"
-#include "trovik/Json.h"
-#include "trovik/Messages.h"
-#include "trovik/Numbers.h"
 #include "trovik/Queue.h"
 #include "trovik/SheetCells.h"
 #include "trovik/SheetDrawing.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
 #include "trovik/Verbs.h"
+#include "trovik/text/Json.h"
+#include "trovik/text/Messages.h"
+#include "trovik/text/Numbers.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <array>

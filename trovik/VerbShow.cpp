@@ -2,8 +2,8 @@
 #include "trovik/Moments.h"
 #include "trovik/Queue.h"
 #include "trovik/Session.h"
-#include "trovik/UsageError.h"
 #include "trovik/Verbs.h"
+#include "trovik/text/UsageError.h"
 
 namespace trovik {
 

@@ -2,10 +2,10 @@
 #include "trovik/EngineRun.h"
 #include "trovik/ImageHelper.h"
 #include "trovik/Interrupts.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
 #include "trovik/Verbs.h"
 #include "trovik/cluster/TaskRun.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <charconv>
 #include <cstdlib>

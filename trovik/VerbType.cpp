@@ -1,10 +1,10 @@
 #include "host/application/JobFactory.h"
 #include "host/foundation/StringTokenizer.h"
-#include "trovik/Json.h"
-#include "trovik/Text.h"
 #include "trovik/Types.h"
-#include "trovik/UsageError.h"
 #include "trovik/Verbs.h"
+#include "trovik/text/Json.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 

@@ -1,11 +1,11 @@
 #include "trovik/JobFollower.h"
-#include "trovik/Json.h"
 #include "trovik/ProgressReader.h"
 #include "trovik/Queue.h"
 #include "trovik/Session.h"
-#include "trovik/UsageError.h"
 #include "trovik/Verbs.h"
 #include "trovik/cluster/ClusterRun.h"
+#include "trovik/text/Json.h"
+#include "trovik/text/UsageError.h"
 
 namespace trovik {
 

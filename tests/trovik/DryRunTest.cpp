@@ -3,7 +3,7 @@
 #include "host/foundation/Quoting.h"
 #include "tests/trovik/TemporaryDirectory.h"
 #include "tests/trovik/TestJobs.h"
-#include "trovik/Json.h"
+#include "trovik/text/Json.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 #include "trovik/ProgressText.h"
 #include "trovik/TerminalProgress.h"
 
-#include "trovik/Json.h"
+#include "trovik/text/Json.h"
 
 #include <gtest/gtest.h>
 

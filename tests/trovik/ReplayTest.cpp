@@ -2,7 +2,7 @@
 
 #include "tests/trovik/TemporaryDirectory.h"
 #include "tests/trovik/TestJobs.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/UsageError.h"
 
 #include <gtest/gtest.h>
 

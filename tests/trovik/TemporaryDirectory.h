@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/UsageError.h"
+#include "trovik/text/UsageError.h"
 
 #include <string>
 

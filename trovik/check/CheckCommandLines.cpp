@@ -8,8 +8,8 @@
 #include "host/application/ProcessJob.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/Quoting.h"
-#include "trovik/UsageError.h"
 #include "trovik/check/References.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <array>

@@ -1,7 +1,7 @@
 // What is odd in the lines themselves.
 
-#include "trovik/Text.h"
 #include "trovik/check/TypeCheck.h"
+#include "trovik/text/Text.h"
 
 #include <algorithm>
 

@@ -3,8 +3,8 @@
 #include "host/application/Definition.h"
 #include "host/application/Excerpt.h"
 #include "host/foundation/Exception.h"
-#include "trovik/UsageError.h"
 #include "trovik/check/TypeCheck.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <charconv>

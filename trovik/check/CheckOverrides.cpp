@@ -5,8 +5,8 @@
 #include "host/application/RenderJob.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/StringTokenizer.h"
-#include "trovik/UsageError.h"
 #include "trovik/check/TypeCheck.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 

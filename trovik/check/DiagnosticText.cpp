@@ -1,6 +1,6 @@
 #include "trovik/check/DiagnosticText.h"
 
-#include "trovik/Text.h"
+#include "trovik/text/Text.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "trovik/Console.h"
 #include "trovik/check/Diagnostic.h"
 #include "trovik/check/TypeSource.h"
+#include "trovik/text/Console.h"
 
 #include <string>
 

@@ -1,8 +1,8 @@
 #include "trovik/check/KnownTypes.h"
 
 #include "host/foundation/Exception.h"
-#include "trovik/UsageError.h"
 #include "trovik/check/TypeCheck.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -3,7 +3,7 @@
 #include "host/application/Excerpt.h"
 #include "host/foundation/StringTokenizer.h"
 #include "host/foundation/Suggest.h"
-#include "trovik/Text.h"
+#include "trovik/text/Text.h"
 
 #include <algorithm>
 

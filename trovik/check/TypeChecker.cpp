@@ -5,9 +5,9 @@
 #include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
 #include "trovik/ProgramSearch.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
 #include "trovik/check/TypeCheck.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <memory>
 

@@ -3,7 +3,7 @@
 #include "host/foundation/Descriptor.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/FileText.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/UsageError.h"
 
 #include <sys/mman.h>
 #include <unistd.h>

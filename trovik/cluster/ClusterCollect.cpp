@@ -3,9 +3,9 @@
 #include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
 #include "trovik/Moments.h"
-#include "trovik/UsageError.h"
 #include "trovik/cluster/LeftFiles.h"
 #include "trovik/cluster/TaskRun.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <utility>

@@ -3,9 +3,9 @@
 #include "host/foundation/Log.h"
 #include "trovik/EndCommand.h"
 #include "trovik/Moments.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
 #include "trovik/cluster/ClusterValues.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,5 +1,5 @@
-#include "trovik/Text.h"
 #include "trovik/cluster/ClusterClient.h"
+#include "trovik/text/Text.h"
 
 #include <algorithm>
 #include <array>

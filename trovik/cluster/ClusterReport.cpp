@@ -1,7 +1,7 @@
 #include "trovik/cluster/ClusterReport.h"
 
 #include "trovik/Moments.h"
-#include "trovik/Text.h"
+#include "trovik/text/Text.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "trovik/Json.h"
 #include "trovik/cluster/ClusterClient.h"
 #include "trovik/queue/Store.h"
+#include "trovik/text/Json.h"
 
 #include <map>
 #include <string>

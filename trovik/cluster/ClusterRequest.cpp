@@ -3,8 +3,8 @@
 #include "host/application/ProcessJob.h"
 #include "host/foundation/Quoting.h"
 #include "trovik/JobSetup.h"
-#include "trovik/UsageError.h"
 #include "trovik/cluster/ClusterValues.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <charconv>

@@ -4,13 +4,13 @@
 #include "trovik/EngineRun.h"
 #include "trovik/ImageHelper.h"
 #include "trovik/JobFollower.h"
-#include "trovik/Json.h"
-#include "trovik/Messages.h"
 #include "trovik/Moments.h"
 #include "trovik/ProgressReader.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
 #include "trovik/cluster/SlurmClient.h"
+#include "trovik/text/Json.h"
+#include "trovik/text/Messages.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <cstdlib>
 #include <filesystem>

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "trovik/Interrupts.h"
-#include "trovik/Json.h"
 #include "trovik/Session.h"
 #include "trovik/cluster/ClusterEngine.h"
 #include "trovik/queue/Store.h"
+#include "trovik/text/Json.h"
 
 #include <functional>
 #include <memory>

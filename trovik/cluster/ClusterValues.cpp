@@ -2,8 +2,8 @@
 
 #include "host/application/Constants.h"
 #include "host/application/ParameterInfo.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,9 +1,9 @@
 #include "trovik/cluster/FolderForms.h"
 
-#include "trovik/Json.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
 #include "trovik/queue/Names.h"
+#include "trovik/text/Json.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <array>
 #include <limits>

@@ -4,9 +4,9 @@
 #include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
 #include "host/foundation/WriteFile.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
 #include "trovik/cluster/FolderForms.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -2,9 +2,9 @@
 
 #include "host/application/ProcessJob.h"
 #include "host/foundation/Log.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
 #include "trovik/cluster/SlurmAnswers.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <array>

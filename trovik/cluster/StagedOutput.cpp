@@ -9,8 +9,8 @@
 #include "host/foundation/Log.h"
 #include "trovik/MissingFrames.h"
 #include "trovik/OutcomeText.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -4,8 +4,8 @@
 #include "trovik/MissingFrames.h"
 #include "trovik/Moments.h"
 #include "trovik/OutcomeText.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,8 +1,8 @@
 #include "trovik/image/Decoder.h"
 
-#include "trovik/Text.h"
 #include "trovik/image/Limits.h"
 #include "trovik/image/Structure.h"
+#include "trovik/text/Text.h"
 
 #include <OpenImageIO/deepdata.h>
 #include <OpenImageIO/filesystem.h>

@@ -1,6 +1,6 @@
 #include "trovik/image/Lettering.h"
 
-#include "trovik/Text.h"
+#include "trovik/text/Text.h"
 
 #include <ft2build.h>
 #include FT_FREETYPE_H

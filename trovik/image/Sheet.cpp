@@ -1,9 +1,9 @@
 #include "trovik/image/Sheet.h"
 
-#include "trovik/Text.h"
 #include "trovik/image/Decoder.h"
 #include "trovik/image/SheetPaint.h"
 #include "trovik/image/SheetWriter.h"
+#include "trovik/text/Text.h"
 
 #include <algorithm>
 #include <array>

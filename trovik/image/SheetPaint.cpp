@@ -1,6 +1,6 @@
 #include "trovik/image/SheetPaint.h"
 
-#include "trovik/Text.h"
+#include "trovik/text/Text.h"
 
 #include <algorithm>
 #include <array>

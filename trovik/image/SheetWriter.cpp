@@ -1,7 +1,7 @@
 #include "trovik/image/SheetWriter.h"
 
-#include "trovik/Text.h"
 #include "trovik/image/Decoder.h"
+#include "trovik/text/Text.h"
 
 #include <OpenImageIO/color.h>
 #include <OpenImageIO/filesystem.h>

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "host/foundation/Path.h"
-#include "trovik/Text.h"
 #include "trovik/queue/Names.h"
 #include "trovik/queue/Store.h"
+#include "trovik/text/Text.h"
 
 #include <SQLiteCpp/Database.h>
 #include <SQLiteCpp/Statement.h>

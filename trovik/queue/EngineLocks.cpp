@@ -1,7 +1,7 @@
 #include "trovik/queue/EngineLocks.h"
 
-#include "trovik/Text.h"
 #include "trovik/queue/Store.h"
+#include "trovik/text/Text.h"
 
 #include <cerrno>
 #include <fcntl.h>

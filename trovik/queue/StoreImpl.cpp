@@ -1,8 +1,8 @@
 #include "trovik/queue/StoreImpl.h"
 
 #include "host/foundation/Quoting.h"
-#include "trovik/UsageError.h"
 #include "trovik/queue/Statements.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 

@@ -2,7 +2,7 @@
 
 #include "host/foundation/Exception.h"
 #include "tests/cluster/fakes/FakeNode.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <cerrno>

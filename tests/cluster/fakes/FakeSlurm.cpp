@@ -1,6 +1,6 @@
 #include "tests/cluster/fakes/FakeSite.h"
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <chrono>

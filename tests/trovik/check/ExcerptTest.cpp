@@ -2,8 +2,8 @@
 
 #include "tests/trovik/check/CheckTest.h"
 
-#include "trovik/Text.h"
 #include "trovik/check/DiagnosticText.h"
+#include "trovik/text/Text.h"
 
 namespace trovik {
 namespace {

@@ -10,7 +10,7 @@
 #include "host/application/RenderJob.h"
 #include "host/foundation/Log.h"
 #include "host/foundation/Quoting.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <dlfcn.h>

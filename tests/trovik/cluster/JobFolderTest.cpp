@@ -2,8 +2,8 @@
 
 #include "host/foundation/Exception.h"
 #include "tests/trovik/TemporaryDirectory.h"
-#include "trovik/UsageError.h"
 #include "trovik/cluster/FolderForms.h"
+#include "trovik/text/UsageError.h"
 
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>

@@ -2,7 +2,7 @@
 #include "trovik/JobView.h"
 #include "trovik/Verbs.h"
 
-#include "trovik/Json.h"
+#include "trovik/text/Json.h"
 
 namespace trovik {
 namespace {

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "trovik/Console.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/Console.h"
+#include "trovik/text/UsageError.h"
 
 #include <string>
 

@@ -1,7 +1,7 @@
-#include "trovik/Numbers.h"
+#include "trovik/text/Numbers.h"
 
-#include "trovik/Text.h"
-#include "trovik/UsageError.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <charconv>
 

@@ -1,4 +1,4 @@
-#include "trovik/Json.h"
+#include "trovik/text/Json.h"
 
 namespace trovik {
 

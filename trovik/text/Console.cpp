@@ -1,4 +1,4 @@
-#include "trovik/Console.h"
+#include "trovik/text/Console.h"
 
 #include <cerrno>
 #include <cstdlib>

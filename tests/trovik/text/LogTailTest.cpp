@@ -1,4 +1,4 @@
-#include "trovik/LogTail.h"
+#include "trovik/text/LogTail.h"
 
 #include <gtest/gtest.h>
 

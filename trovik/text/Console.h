@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/Text.h"
+#include "trovik/text/Text.h"
 
 #include <functional>
 #include <string>

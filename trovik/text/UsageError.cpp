@@ -1,4 +1,4 @@
-#include "trovik/UsageError.h"
+#include "trovik/text/UsageError.h"
 
 #include <memory>
 

@@ -1,4 +1,4 @@
-#include "trovik/Text.h"
+#include "trovik/text/Text.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "trovik/Messages.h"
+#include "trovik/text/Messages.h"
 
 #include <algorithm>
 
