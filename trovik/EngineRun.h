@@ -2,8 +2,8 @@
 
 #include "trovik/ImageInspector.h"
 #include "trovik/LocalEngine.h"
-#include "trovik/Machine.h"
 #include "trovik/Session.h"
+#include "trovik/machine/Machine.h"
 #include "trovik/queue/Store.h"
 
 namespace trovik {

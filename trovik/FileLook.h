@@ -2,7 +2,7 @@
 
 #include "host/application/RenderJob.h"
 #include "trovik/ImageInspector.h"
-#include "trovik/Machine.h"
+#include "trovik/machine/Machine.h"
 
 #include <map>
 #include <memory>

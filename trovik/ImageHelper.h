@@ -1,7 +1,7 @@
 #pragma once
 
-#include "trovik/HelperProcess.h"
 #include "trovik/ImageInspector.h"
+#include "trovik/machine/HelperProcess.h"
 
 #include <deque>
 #include <memory>

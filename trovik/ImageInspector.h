@@ -2,7 +2,7 @@
 
 #include "host/foundation/Path.h"
 #include "trovik/Inspection.h"
-#include "trovik/Machine.h"
+#include "trovik/machine/Machine.h"
 
 #include <functional>
 #include <optional>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "trovik/Interrupts.h"
-#include "trovik/Machine.h"
 #include "trovik/RunEvents.h"
+#include "trovik/machine/Interrupts.h"
+#include "trovik/machine/Machine.h"
 #include "trovik/queue/Store.h"
 
 #include <functional>

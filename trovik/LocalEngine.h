@@ -2,11 +2,11 @@
 
 #include "trovik/Attempt.h"
 #include "trovik/ImageInspector.h"
-#include "trovik/Interrupts.h"
-#include "trovik/Machine.h"
 #include "trovik/OpenJob.h"
 #include "trovik/Recovery.h"
 #include "trovik/RunEvents.h"
+#include "trovik/machine/Interrupts.h"
+#include "trovik/machine/Machine.h"
 #include "trovik/queue/Store.h"
 
 #include <functional>

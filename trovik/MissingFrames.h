@@ -1,8 +1,8 @@
 #pragma once
 
 #include "trovik/ImageInspector.h"
-#include "trovik/Machine.h"
 #include "trovik/WorkJob.h"
+#include "trovik/machine/Machine.h"
 #include "trovik/queue/Store.h"
 
 #include <map>

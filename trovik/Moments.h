@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/Machine.h"
+#include "trovik/machine/Machine.h"
 #include "trovik/queue/Records.h"
 
 #include <string>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "host/foundation/Path.h"
-#include "trovik/Machine.h"
 #include "trovik/RunSet.h"
+#include "trovik/machine/Machine.h"
 #include "trovik/queue/Records.h"
 
 #include <map>

@@ -3,7 +3,7 @@
 #include "host/application/Application.h"
 #include "host/application/JobFactory.h"
 #include "host/foundation/Format.h"
-#include "trovik/Locations.h"
+#include "trovik/machine/Locations.h"
 #include "trovik/text/Text.h"
 
 #include <algorithm>

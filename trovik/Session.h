@@ -2,8 +2,8 @@
 
 #include "host/application/Module.h"
 #include "trovik/JobSetup.h"
-#include "trovik/Locations.h"
 #include "trovik/Options.h"
+#include "trovik/machine/Locations.h"
 #include "trovik/text/Console.h"
 
 #include <vector>

@@ -1,6 +1,6 @@
 #include "trovik/SheetDrawing.h"
 
-#include "trovik/HelperProcess.h"
+#include "trovik/machine/HelperProcess.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 

@@ -1,12 +1,12 @@
 #include "trovik/EngineRun.h"
 #include "trovik/ImageHelper.h"
 #include "trovik/JobSetup.h"
-#include "trovik/Locations.h"
 #include "trovik/ReplayText.h"
 #include "trovik/SceneSequence.h"
 #include "trovik/Types.h"
 #include "trovik/Verbs.h"
 #include "trovik/WorkJob.h"
+#include "trovik/machine/Locations.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 

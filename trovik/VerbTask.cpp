@@ -1,9 +1,9 @@
 #include "host/foundation/Log.h"
 #include "trovik/EngineRun.h"
 #include "trovik/ImageHelper.h"
-#include "trovik/Interrupts.h"
 #include "trovik/Verbs.h"
 #include "trovik/cluster/TaskRun.h"
+#include "trovik/machine/Interrupts.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 

@@ -2,8 +2,8 @@
 
 #include "host/foundation/Exception.h"
 #include "trovik/ImageInspector.h"
-#include "trovik/Interrupts.h"
-#include "trovik/Machine.h"
+#include "trovik/machine/Interrupts.h"
+#include "trovik/machine/Machine.h"
 
 #include <algorithm>
 #include <csignal>

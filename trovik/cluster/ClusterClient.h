@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/foundation/Path.h"
-#include "trovik/Machine.h"
+#include "trovik/machine/Machine.h"
 
 #include <cstdint>
 #include <functional>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "trovik/Interrupts.h"
 #include "trovik/Session.h"
 #include "trovik/cluster/ClusterEngine.h"
+#include "trovik/machine/Interrupts.h"
 #include "trovik/queue/Store.h"
 #include "trovik/text/Json.h"
 

@@ -1,7 +1,7 @@
 #include "trovik/cluster/TaskGuard.h"
 
 #include "host/foundation/Log.h"
-#include "trovik/Machine.h"
+#include "trovik/machine/Machine.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "trovik/Attempt.h"
-#include "trovik/Interrupts.h"
 #include "trovik/Recovery.h"
 #include "trovik/RunLogs.h"
 #include "trovik/WorkJob.h"
@@ -10,6 +9,7 @@
 #include "trovik/cluster/LeftFiles.h"
 #include "trovik/cluster/StagedOutput.h"
 #include "trovik/cluster/TaskGuard.h"
+#include "trovik/machine/Interrupts.h"
 
 #include <functional>
 #include <memory>

@@ -1,6 +1,6 @@
-#include "trovik/HelperProcess.h"
 #include "trovik/ImageHelper.h"
 #include "trovik/ImageProtocol.h"
+#include "trovik/machine/HelperProcess.h"
 
 #include "tests/trovik/TemporaryDirectory.h"
 #include "tests/trovik/image/Images.h"

@@ -1,4 +1,4 @@
-#include "trovik/Interrupts.h"
+#include "trovik/machine/Interrupts.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "trovik/Locations.h"
+#include "trovik/machine/Locations.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-#include "trovik/HelperProcess.h"
+#include "trovik/machine/HelperProcess.h"
 
 #include "host/foundation/Process.h"
 #include "trovik/text/Text.h"

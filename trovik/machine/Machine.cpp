@@ -1,4 +1,4 @@
-#include "trovik/Machine.h"
+#include "trovik/machine/Machine.h"
 
 #include <algorithm>
 #include <ctime>
