@@ -3,9 +3,9 @@
 #include "host/application/RenderJob.h"
 #include "host/foundation/LineSplitter.h"
 #include "trovik/FileLook.h"
-#include "trovik/RunEvents.h"
 #include "trovik/RunLogs.h"
 #include "trovik/machine/Machine.h"
+#include "trovik/records/RunEvents.h"
 #include "trovik/text/LogTail.h"
 
 #include <functional>

@@ -2,9 +2,9 @@
 
 #include "host/application/NoteText.h"
 #include "host/foundation/LineSplitter.h"
-#include "trovik/Moments.h"
 #include "trovik/RunLogs.h"
-#include "trovik/RunSet.h"
+#include "trovik/records/Moments.h"
+#include "trovik/records/RunSet.h"
 #include "trovik/text/LogTail.h"
 
 #include <algorithm>

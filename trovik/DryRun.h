@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/foundation/Process.h"
-#include "trovik/queue/Records.h"
+#include "trovik/records/Records.h"
 #include "trovik/text/Console.h"
 
 #include <string>

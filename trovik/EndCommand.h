@@ -1,7 +1,7 @@
 #pragma once
 
-#include "trovik/RunEvents.h"
-#include "trovik/queue/Records.h"
+#include "trovik/records/Records.h"
+#include "trovik/records/RunEvents.h"
 
 #include <map>
 #include <string>

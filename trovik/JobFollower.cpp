@@ -1,7 +1,7 @@
 #include "trovik/JobFollower.h"
 
 #include "trovik/JobView.h"
-#include "trovik/Moments.h"
+#include "trovik/records/Moments.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "trovik/RunEvents.h"
 #include "trovik/machine/Interrupts.h"
 #include "trovik/machine/Machine.h"
 #include "trovik/queue/Store.h"
+#include "trovik/records/RunEvents.h"
 
 #include <functional>
 #include <map>

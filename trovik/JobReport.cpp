@@ -1,9 +1,9 @@
 #include "trovik/JobReport.h"
 
 #include "trovik/AttemptText.h"
-#include "trovik/FrameTimes.h"
-#include "trovik/Moments.h"
 #include "trovik/ProgressText.h"
+#include "trovik/records/FrameTimes.h"
+#include "trovik/records/Moments.h"
 #include "trovik/text/Text.h"
 
 #include <algorithm>

@@ -3,11 +3,11 @@
 #include "host/application/Expansion.h"
 #include "host/application/RenderJob.h"
 #include "host/foundation/Log.h"
-#include "trovik/RunSet.h"
 #include "trovik/SceneSequence.h"
 #include "trovik/Types.h"
 #include "trovik/WorkJob.h"
 #include "trovik/machine/Locations.h"
+#include "trovik/records/RunSet.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 

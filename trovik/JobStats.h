@@ -1,7 +1,7 @@
 #pragma once
 
-#include "trovik/FrameTimes.h"
-#include "trovik/queue/Records.h"
+#include "trovik/records/FrameTimes.h"
+#include "trovik/records/Records.h"
 #include "trovik/text/Console.h"
 #include "trovik/text/Json.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "trovik/RunEvents.h"
 #include "trovik/queue/Store.h"
+#include "trovik/records/RunEvents.h"
 #include "trovik/text/Console.h"
 #include "trovik/text/Json.h"
 

@@ -1,6 +1,6 @@
 #include "trovik/JsonProgress.h"
 
-#include "trovik/Moments.h"
+#include "trovik/records/Moments.h"
 #include "trovik/text/Json.h"
 
 namespace trovik {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/RunEvents.h"
+#include "trovik/records/RunEvents.h"
 #include "trovik/text/Console.h"
 
 namespace trovik {

@@ -4,10 +4,10 @@
 #include "trovik/ImageInspector.h"
 #include "trovik/OpenJob.h"
 #include "trovik/Recovery.h"
-#include "trovik/RunEvents.h"
 #include "trovik/machine/Interrupts.h"
 #include "trovik/machine/Machine.h"
 #include "trovik/queue/Store.h"
+#include "trovik/records/RunEvents.h"
 
 #include <functional>
 #include <list>

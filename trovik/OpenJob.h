@@ -1,9 +1,9 @@
 #pragma once
 
-#include "trovik/RunEvents.h"
 #include "trovik/RunLogs.h"
 #include "trovik/WorkJob.h"
 #include "trovik/queue/Store.h"
+#include "trovik/records/RunEvents.h"
 
 #include <memory>
 

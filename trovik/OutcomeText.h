@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/application/RenderJob.h"
-#include "trovik/queue/Records.h"
+#include "trovik/records/Records.h"
 
 #include <string>
 #include <vector>

@@ -4,7 +4,7 @@
 #include "host/application/RenderJob.h"
 #include "host/foundation/LineSplitter.h"
 #include "trovik/FileLook.h"
-#include "trovik/queue/Records.h"
+#include "trovik/records/Records.h"
 
 #include <array>
 #include <functional>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "trovik/FrameTimes.h"
-#include "trovik/RunEvents.h"
+#include "trovik/records/FrameTimes.h"
+#include "trovik/records/RunEvents.h"
 #include "trovik/text/Console.h"
 
 #include <deque>

@@ -1,8 +1,8 @@
 #include "trovik/JobView.h"
-#include "trovik/Moments.h"
 #include "trovik/Queue.h"
 #include "trovik/Session.h"
 #include "trovik/Verbs.h"
+#include "trovik/records/Moments.h"
 #include "trovik/text/Numbers.h"
 #include "trovik/text/UsageError.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/application/Job.h"
-#include "trovik/RunEvents.h"
+#include "trovik/records/RunEvents.h"
 
 #include <string>
 

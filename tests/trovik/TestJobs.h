@@ -3,7 +3,7 @@
 #include "host/application/JobFactory.h"
 #include "host/application/RenderJob.h"
 
-#include "trovik/queue/Records.h"
+#include "trovik/records/Records.h"
 
 #include <string>
 

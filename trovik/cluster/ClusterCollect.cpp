@@ -2,9 +2,9 @@
 
 #include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
-#include "trovik/Moments.h"
 #include "trovik/cluster/LeftFiles.h"
 #include "trovik/cluster/TaskRun.h"
+#include "trovik/records/Moments.h"
 #include "trovik/text/UsageError.h"
 
 #include <algorithm>

@@ -2,8 +2,8 @@
 
 #include "host/foundation/Log.h"
 #include "trovik/EndCommand.h"
-#include "trovik/Moments.h"
 #include "trovik/cluster/ClusterValues.h"
+#include "trovik/records/Moments.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 

@@ -1,6 +1,6 @@
 #include "trovik/cluster/ClusterReport.h"
 
-#include "trovik/Moments.h"
+#include "trovik/records/Moments.h"
 #include "trovik/text/Text.h"
 
 #include <algorithm>

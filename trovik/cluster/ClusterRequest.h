@@ -2,7 +2,7 @@
 
 #include "host/application/Job.h"
 #include "trovik/cluster/ClusterClient.h"
-#include "trovik/queue/Records.h"
+#include "trovik/records/Records.h"
 
 #include <optional>
 #include <string>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/foundation/Path.h"
-#include "trovik/queue/Records.h"
+#include "trovik/records/Records.h"
 
 #include <cstdint>
 #include <map>

@@ -2,7 +2,7 @@
 
 #include "host/application/Job.h"
 #include "host/foundation/Path.h"
-#include "trovik/queue/Records.h"
+#include "trovik/records/Records.h"
 
 #include <ctime>
 #include <functional>

@@ -1,7 +1,7 @@
 #include "host/foundation/Log.h"
-#include "trovik/Moments.h"
 #include "trovik/cluster/LeftFiles.h"
 #include "trovik/cluster/TaskRun.h"
+#include "trovik/records/Moments.h"
 
 #include <algorithm>
 #include <utility>

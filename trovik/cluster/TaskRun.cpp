@@ -2,8 +2,8 @@
 
 #include "host/foundation/Log.h"
 #include "trovik/MissingFrames.h"
-#include "trovik/Moments.h"
 #include "trovik/OutcomeText.h"
+#include "trovik/records/Moments.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "host/foundation/Path.h"
-#include "trovik/queue/Names.h"
 #include "trovik/queue/Store.h"
+#include "trovik/records/Names.h"
 #include "trovik/text/Text.h"
 
 #include <SQLiteCpp/Database.h>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/foundation/Descriptor.h"
-#include "trovik/queue/Records.h"
+#include "trovik/records/Records.h"
 
 #include <map>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/queue/Records.h"
+#include "trovik/records/Records.h"
 
 #include <functional>
 #include <limits>

@@ -1,6 +1,6 @@
-#include "trovik/RunEvents.h"
 #include "trovik/queue/Statements.h"
 #include "trovik/queue/StoreImpl.h"
+#include "trovik/records/RunEvents.h"
 
 #include <algorithm>
 #include <map>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "trovik/RunSet.h"
-#include "trovik/queue/Records.h"
+#include "trovik/records/Records.h"
+#include "trovik/records/RunSet.h"
 
 #include <map>
 #include <string>

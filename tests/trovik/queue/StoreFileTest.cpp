@@ -1,10 +1,10 @@
 #include "tests/trovik/queue/Invariants.h"
 #include "tests/trovik/queue/QueueTest.h"
-#include "trovik/RunEvents.h"
 #include "trovik/queue/Database.h"
 #include "trovik/queue/NetworkFileSystem.h"
 #include "trovik/queue/Schema.h"
 #include "trovik/queue/Statements.h"
+#include "trovik/records/RunEvents.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 

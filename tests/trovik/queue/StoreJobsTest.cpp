@@ -1,5 +1,5 @@
 #include "tests/trovik/queue/QueueTest.h"
-#include "trovik/RunEvents.h"
+#include "trovik/records/RunEvents.h"
 
 namespace trovik {
 namespace {

@@ -1,4 +1,4 @@
-#include "trovik/RunSet.h"
+#include "trovik/records/RunSet.h"
 
 #include <gtest/gtest.h>
 

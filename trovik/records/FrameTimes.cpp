@@ -1,4 +1,4 @@
-#include "trovik/FrameTimes.h"
+#include "trovik/records/FrameTimes.h"
 
 #include <algorithm>
 

@@ -3,7 +3,7 @@
 #include "host/application/FrameRange.h"
 #include "host/foundation/Path.h"
 #include "host/foundation/UID.h"
-#include "trovik/RunSet.h"
+#include "trovik/records/RunSet.h"
 
 #include <chrono>
 #include <cstdint>

@@ -1,6 +1,6 @@
-#include "trovik/queue/Records.h"
+#include "trovik/records/Records.h"
 
-#include "trovik/queue/Names.h"
+#include "trovik/records/Names.h"
 
 #include <array>
 #include <cstddef>

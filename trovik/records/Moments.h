@@ -1,7 +1,7 @@
 #pragma once
 
 #include "trovik/machine/Machine.h"
-#include "trovik/queue/Records.h"
+#include "trovik/records/Records.h"
 
 #include <string>
 

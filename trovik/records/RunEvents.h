@@ -1,9 +1,9 @@
 #pragma once
 
 #include "host/foundation/Path.h"
-#include "trovik/RunSet.h"
 #include "trovik/machine/Machine.h"
-#include "trovik/queue/Records.h"
+#include "trovik/records/Records.h"
+#include "trovik/records/RunSet.h"
 
 #include <map>
 #include <string>

@@ -1,4 +1,4 @@
-#include "trovik/Moments.h"
+#include "trovik/records/Moments.h"
 
 #include <algorithm>
 #include <ctime>
