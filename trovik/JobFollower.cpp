@@ -1,6 +1,6 @@
 #include "trovik/JobFollower.h"
 
-#include "trovik/JobView.h"
+#include "trovik/queue/JobView.h"
 #include "trovik/records/Moments.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "trovik/JobView.h"
 #include "trovik/cluster/ClusterReport.h"
+#include "trovik/queue/JobView.h"
 
 #include <map>
 #include <optional>

@@ -2,7 +2,7 @@
 
 #include "host/application/RenderJob.h"
 #include "host/foundation/Log.h"
-#include "trovik/JobView.h"
+#include "trovik/queue/JobView.h"
 #include "trovik/text/UsageError.h"
 
 #include <algorithm>

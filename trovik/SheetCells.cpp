@@ -1,6 +1,6 @@
 #include "trovik/SheetCells.h"
 
-#include "trovik/JobFiles.h"
+#include "trovik/queue/JobFiles.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "trovik/ImageProtocol.h"
-#include "trovik/JobView.h"
+#include "trovik/queue/JobView.h"
 
 #include <optional>
 

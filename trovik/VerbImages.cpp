@@ -1,7 +1,7 @@
-#include "trovik/JobFiles.h"
 #include "trovik/Queue.h"
 #include "trovik/Session.h"
 #include "trovik/Verbs.h"
+#include "trovik/queue/JobFiles.h"
 #include "trovik/text/UsageError.h"
 
 namespace trovik {

@@ -1,7 +1,7 @@
-#include "trovik/JobView.h"
 #include "trovik/Queue.h"
 #include "trovik/Session.h"
 #include "trovik/Verbs.h"
+#include "trovik/queue/JobView.h"
 #include "trovik/records/Moments.h"
 #include "trovik/text/Numbers.h"
 #include "trovik/text/UsageError.h"

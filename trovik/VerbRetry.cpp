@@ -1,11 +1,11 @@
 #include "trovik/EachJob.h"
 #include "trovik/EngineRun.h"
 #include "trovik/ImageHelper.h"
-#include "trovik/JobFiles.h"
 #include "trovik/ProgressText.h"
 #include "trovik/Session.h"
 #include "trovik/Verbs.h"
 #include "trovik/cluster/ClusterRun.h"
+#include "trovik/queue/JobFiles.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 

@@ -1,4 +1,4 @@
-#include "trovik/JobFiles.h"
+#include "trovik/queue/JobFiles.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -1,4 +1,4 @@
-#include "trovik/JobView.h"
+#include "trovik/queue/JobView.h"
 
 #include "trovik/records/Moments.h"
 #include "trovik/text/Text.h"

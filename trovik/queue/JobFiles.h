@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/JobView.h"
+#include "trovik/queue/JobView.h"
 
 #include <vector>
 
