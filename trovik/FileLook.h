@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/application/RenderJob.h"
-#include "trovik/ImageInspector.h"
+#include "trovik/images/ImageInspector.h"
 #include "trovik/machine/Machine.h"
 
 #include <map>

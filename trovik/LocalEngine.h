@@ -1,9 +1,9 @@
 #pragma once
 
 #include "trovik/Attempt.h"
-#include "trovik/ImageInspector.h"
 #include "trovik/OpenJob.h"
 #include "trovik/Recovery.h"
+#include "trovik/images/ImageInspector.h"
 #include "trovik/machine/Interrupts.h"
 #include "trovik/machine/Machine.h"
 #include "trovik/queue/Store.h"

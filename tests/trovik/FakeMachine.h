@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/foundation/Exception.h"
-#include "trovik/ImageInspector.h"
+#include "trovik/images/ImageInspector.h"
 #include "trovik/machine/Interrupts.h"
 #include "trovik/machine/Machine.h"
 

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "trovik/ImageInspector.h"
 #include "trovik/Recovery.h"
 #include "trovik/cluster/ClusterClient.h"
 #include "trovik/cluster/ClusterRequest.h"
 #include "trovik/cluster/ClusterSettings.h"
 #include "trovik/cluster/JobFolder.h"
 #include "trovik/cluster/StagedOutput.h"
+#include "trovik/images/ImageInspector.h"
 #include "trovik/queue/Store.h"
 
 #include <algorithm>

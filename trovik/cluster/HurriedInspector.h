@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/ImageInspector.h"
+#include "trovik/images/ImageInspector.h"
 
 #include <memory>
 #include <utility>

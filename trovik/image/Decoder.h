@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/Inspection.h"
+#include "trovik/images/Inspection.h"
 
 #include <OpenImageIO/imageio.h>
 

@@ -1,7 +1,7 @@
 #include "trovik/image/Server.h"
 
-#include "trovik/ImageProtocol.h"
 #include "trovik/image/Check.h"
+#include "trovik/images/ImageProtocol.h"
 
 #include <cstdlib>
 #include <memory>

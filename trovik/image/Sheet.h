@@ -1,7 +1,7 @@
 #pragma once
 
-#include "trovik/ImageProtocol.h"
 #include "trovik/image/Lettering.h"
+#include "trovik/images/ImageProtocol.h"
 
 #include <cstdio>
 #include <functional>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/ImageProtocol.h"
+#include "trovik/images/ImageProtocol.h"
 
 namespace trovik::image {
 

@@ -1,7 +1,7 @@
 // trovik-image: everything that knows image formats, as a program of its own.
 //
 //   trovik-image check          looks into files; requests and answers are JSON,
-//                               one a line, see trovik/ImageProtocol.h
+//                               one a line, see trovik/images/ImageProtocol.h
 //   trovik-image sheet -o FILE  draws the contact sheet that standard input
 //                               describes; reports on standard output
 

@@ -1,5 +1,5 @@
-#include "trovik/ImageHelper.h"
-#include "trovik/ImageProtocol.h"
+#include "trovik/images/ImageHelper.h"
+#include "trovik/images/ImageProtocol.h"
 #include "trovik/machine/HelperProcess.h"
 
 #include "tests/trovik/TemporaryDirectory.h"

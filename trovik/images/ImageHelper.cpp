@@ -1,6 +1,6 @@
-#include "trovik/ImageHelper.h"
+#include "trovik/images/ImageHelper.h"
 
-#include "trovik/ImageProtocol.h"
+#include "trovik/images/ImageProtocol.h"
 #include "trovik/text/Text.h"
 
 #include <system_error>

@@ -1,4 +1,4 @@
-#include "trovik/SheetDrawing.h"
+#include "trovik/images/SheetDrawing.h"
 
 #include "tests/trovik/TemporaryDirectory.h"
 

@@ -1,4 +1,4 @@
-#include "trovik/ImageHelper.h"
+#include "trovik/images/ImageHelper.h"
 
 #include "tests/trovik/TemporaryDirectory.h"
 

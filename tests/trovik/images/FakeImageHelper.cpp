@@ -1,7 +1,7 @@
 // Stands for trovik-image in tests: what it does is told by the names of the
 // files that it is asked about.
 
-#include "trovik/ImageProtocol.h"
+#include "trovik/images/ImageProtocol.h"
 
 #include <csignal>
 #include <cstdio>

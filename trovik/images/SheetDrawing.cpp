@@ -1,4 +1,4 @@
-#include "trovik/SheetDrawing.h"
+#include "trovik/images/SheetDrawing.h"
 
 #include "trovik/machine/HelperProcess.h"
 #include "trovik/text/Text.h"

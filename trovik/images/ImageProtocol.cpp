@@ -1,4 +1,4 @@
-#include "trovik/ImageProtocol.h"
+#include "trovik/images/ImageProtocol.h"
 
 #include "trovik/text/Json.h"
 #include "trovik/text/Text.h"

@@ -1,4 +1,4 @@
-#include "trovik/ImageProtocol.h"
+#include "trovik/images/ImageProtocol.h"
 
 #include <gtest/gtest.h>
 
