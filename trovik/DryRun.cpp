@@ -2,7 +2,7 @@
 
 #include "host/application/RenderJob.h"
 #include "host/foundation/Quoting.h"
-#include "trovik/WorkJob.h"
+#include "trovik/jobs/WorkJob.h"
 #include "trovik/text/Json.h"
 #include "trovik/text/UsageError.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "trovik/RunLogs.h"
-#include "trovik/WorkJob.h"
+#include "trovik/jobs/WorkJob.h"
 #include "trovik/queue/Store.h"
 #include "trovik/records/RunEvents.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "trovik/FileLook.h"
-#include "trovik/WorkJob.h"
+#include "trovik/jobs/WorkJob.h"
 #include "trovik/machine/Machine.h"
 #include "trovik/queue/Store.h"
 

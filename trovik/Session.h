@@ -1,8 +1,8 @@
 #pragma once
 
 #include "host/application/Module.h"
-#include "trovik/JobSetup.h"
 #include "trovik/Options.h"
+#include "trovik/jobs/JobSetup.h"
 #include "trovik/machine/Locations.h"
 #include "trovik/text/Console.h"
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "trovik/JobSetup.h"
 #include "trovik/Session.h"
 #include "trovik/images/ImageInspector.h"
+#include "trovik/jobs/JobSetup.h"
 #include "trovik/machine/Machine.h"
 #include "trovik/queue/Store.h"
 

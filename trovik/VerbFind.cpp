@@ -1,6 +1,6 @@
-#include "trovik/ProgramSearch.h"
-#include "trovik/Types.h"
 #include "trovik/Verbs.h"
+#include "trovik/jobs/ProgramSearch.h"
+#include "trovik/jobs/Types.h"
 #include "trovik/text/Json.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"

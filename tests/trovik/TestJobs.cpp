@@ -1,6 +1,6 @@
 #include "tests/trovik/TestJobs.h"
 
-#include "trovik/WorkJob.h"
+#include "trovik/jobs/WorkJob.h"
 
 #include <memory>
 #include <utility>

@@ -4,8 +4,8 @@
 #include "host/application/ProcessJob.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
-#include "trovik/ProgramSearch.h"
 #include "trovik/check/TypeCheck.h"
+#include "trovik/jobs/ProgramSearch.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 

@@ -2,8 +2,8 @@
 
 #include "host/application/ProcessJob.h"
 #include "host/foundation/Quoting.h"
-#include "trovik/JobSetup.h"
 #include "trovik/cluster/ClusterValues.h"
+#include "trovik/jobs/JobSetup.h"
 #include "trovik/text/UsageError.h"
 
 #include <algorithm>

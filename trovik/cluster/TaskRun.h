@@ -3,12 +3,12 @@
 #include "trovik/Attempt.h"
 #include "trovik/Recovery.h"
 #include "trovik/RunLogs.h"
-#include "trovik/WorkJob.h"
 #include "trovik/cluster/HurriedInspector.h"
 #include "trovik/cluster/JobFolder.h"
 #include "trovik/cluster/LeftFiles.h"
 #include "trovik/cluster/StagedOutput.h"
 #include "trovik/cluster/TaskGuard.h"
+#include "trovik/jobs/WorkJob.h"
 #include "trovik/machine/Interrupts.h"
 
 #include <functional>

@@ -1,4 +1,4 @@
-#include "trovik/SceneSequence.h"
+#include "trovik/jobs/SceneSequence.h"
 
 #include "tests/trovik/TemporaryDirectory.h"
 #include "tests/trovik/TestJobs.h"

@@ -1,4 +1,4 @@
-#include "trovik/SceneSequence.h"
+#include "trovik/jobs/SceneSequence.h"
 
 #include "host/application/Application.h"
 #include "host/application/JobFactory.h"

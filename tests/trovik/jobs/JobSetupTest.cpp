@@ -1,4 +1,4 @@
-#include "trovik/JobSetup.h"
+#include "trovik/jobs/JobSetup.h"
 
 #include "host/foundation/Log.h"
 #include "tests/trovik/TemporaryDirectory.h"

@@ -1,4 +1,4 @@
-#include "trovik/Types.h"
+#include "trovik/jobs/Types.h"
 
 #include "host/application/Job.h"
 #include "host/foundation/Suggest.h"

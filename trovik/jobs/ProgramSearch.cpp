@@ -1,4 +1,4 @@
-#include "trovik/ProgramSearch.h"
+#include "trovik/jobs/ProgramSearch.h"
 
 #include "host/application/Application.h"
 #include "host/foundation/Quoting.h"

@@ -1,4 +1,4 @@
-#include "trovik/Types.h"
+#include "trovik/jobs/Types.h"
 
 #include "tests/trovik/TemporaryDirectory.h"
 #include "tests/trovik/TestJobs.h"
