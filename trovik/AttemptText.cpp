@@ -2,10 +2,10 @@
 
 #include "host/application/NoteText.h"
 #include "host/foundation/LineSplitter.h"
-#include "trovik/RunLogs.h"
 #include "trovik/records/Moments.h"
 #include "trovik/records/RunSet.h"
 #include "trovik/text/LogTail.h"
+#include "trovik/works/RunLogs.h"
 
 #include <algorithm>
 #include <cerrno>

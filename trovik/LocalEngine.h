@@ -1,13 +1,13 @@
 #pragma once
 
-#include "trovik/Attempt.h"
 #include "trovik/OpenJob.h"
-#include "trovik/Recovery.h"
 #include "trovik/images/ImageInspector.h"
 #include "trovik/machine/Interrupts.h"
 #include "trovik/machine/Machine.h"
 #include "trovik/queue/Store.h"
 #include "trovik/records/RunEvents.h"
+#include "trovik/works/Attempt.h"
+#include "trovik/works/Recovery.h"
 
 #include <functional>
 #include <list>

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "trovik/RunLogs.h"
 #include "trovik/jobs/WorkJob.h"
 #include "trovik/queue/Store.h"
 #include "trovik/records/RunEvents.h"
+#include "trovik/works/RunLogs.h"
 
 #include <memory>
 

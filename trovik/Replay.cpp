@@ -1,8 +1,8 @@
 #include "trovik/Replay.h"
 
-#include "trovik/OutcomeText.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/works/OutcomeText.h"
 
 #include <charconv>
 #include <csignal>

@@ -3,8 +3,8 @@
 #include "host/application/LineAccount.h"
 #include "host/application/RenderJob.h"
 #include "host/foundation/LineSplitter.h"
-#include "trovik/FileLook.h"
 #include "trovik/records/Records.h"
+#include "trovik/works/FileLook.h"
 
 #include <array>
 #include <functional>

@@ -3,8 +3,6 @@
 #include "host/application/RenderJob.h"
 #include "host/foundation/Log.h"
 #include "trovik/EndCommand.h"
-#include "trovik/MissingFrames.h"
-#include "trovik/RunLogs.h"
 #include "trovik/cluster/ClusterRun.h"
 #include "trovik/jobs/JobSetup.h"
 #include "trovik/jobs/Types.h"
@@ -12,6 +10,8 @@
 #include "trovik/text/Numbers.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/works/MissingFrames.h"
+#include "trovik/works/RunLogs.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "trovik/Recovery.h"
 #include "trovik/cluster/ClusterClient.h"
 #include "trovik/cluster/ClusterRequest.h"
 #include "trovik/cluster/ClusterSettings.h"
@@ -8,6 +7,7 @@
 #include "trovik/cluster/StagedOutput.h"
 #include "trovik/images/ImageInspector.h"
 #include "trovik/queue/Store.h"
+#include "trovik/works/Recovery.h"
 
 #include <algorithm>
 #include <functional>

@@ -7,10 +7,10 @@
 #include "host/application/ProcessJob.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
-#include "trovik/MissingFrames.h"
-#include "trovik/OutcomeText.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/works/MissingFrames.h"
+#include "trovik/works/OutcomeText.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -1,11 +1,11 @@
 #include "trovik/cluster/TaskRun.h"
 
 #include "host/foundation/Log.h"
-#include "trovik/MissingFrames.h"
-#include "trovik/OutcomeText.h"
 #include "trovik/records/Moments.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/works/MissingFrames.h"
+#include "trovik/works/OutcomeText.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,8 +1,5 @@
 #pragma once
 
-#include "trovik/Attempt.h"
-#include "trovik/Recovery.h"
-#include "trovik/RunLogs.h"
 #include "trovik/cluster/HurriedInspector.h"
 #include "trovik/cluster/JobFolder.h"
 #include "trovik/cluster/LeftFiles.h"
@@ -10,6 +7,9 @@
 #include "trovik/cluster/TaskGuard.h"
 #include "trovik/jobs/WorkJob.h"
 #include "trovik/machine/Interrupts.h"
+#include "trovik/works/Attempt.h"
+#include "trovik/works/Recovery.h"
+#include "trovik/works/RunLogs.h"
 
 #include <functional>
 #include <memory>

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "trovik/FileLook.h"
 #include "trovik/jobs/WorkJob.h"
 #include "trovik/machine/Machine.h"
 #include "trovik/queue/Store.h"
+#include "trovik/works/FileLook.h"
 
 #include <memory>
 #include <optional>

@@ -2,11 +2,11 @@
 
 #include "host/application/RenderJob.h"
 #include "host/foundation/LineSplitter.h"
-#include "trovik/FileLook.h"
-#include "trovik/RunLogs.h"
 #include "trovik/machine/Machine.h"
 #include "trovik/records/RunEvents.h"
 #include "trovik/text/LogTail.h"
+#include "trovik/works/FileLook.h"
+#include "trovik/works/RunLogs.h"
 
 #include <functional>
 #include <memory>

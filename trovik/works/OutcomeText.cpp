@@ -1,4 +1,4 @@
-#include "trovik/OutcomeText.h"
+#include "trovik/works/OutcomeText.h"
 
 #include "host/foundation/Quoting.h"
 

@@ -1,8 +1,8 @@
-#include "trovik/Attempt.h"
+#include "trovik/works/Attempt.h"
 
 #include "host/foundation/Log.h"
-#include "trovik/OutcomeText.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/works/OutcomeText.h"
 
 #include <algorithm>
 #include <array>

@@ -1,8 +1,8 @@
-#include "trovik/MissingFrames.h"
+#include "trovik/works/MissingFrames.h"
 
-#include "trovik/FileLook.h"
-#include "trovik/OutcomeText.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/works/FileLook.h"
+#include "trovik/works/OutcomeText.h"
 
 #include <algorithm>
 #include <chrono>

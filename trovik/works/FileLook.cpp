@@ -1,4 +1,4 @@
-#include "trovik/FileLook.h"
+#include "trovik/works/FileLook.h"
 
 #include "host/foundation/Log.h"
 #include "trovik/text/UsageError.h"

@@ -1,4 +1,4 @@
-#include "trovik/RunLogs.h"
+#include "trovik/works/RunLogs.h"
 
 #include "host/foundation/Log.h"
 #include "tests/trovik/TemporaryDirectory.h"

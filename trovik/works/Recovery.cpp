@@ -1,8 +1,8 @@
-#include "trovik/Recovery.h"
+#include "trovik/works/Recovery.h"
 
 #include "host/foundation/Log.h"
-#include "trovik/OutcomeText.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/works/OutcomeText.h"
 
 #include <utility>
 

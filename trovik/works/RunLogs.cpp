@@ -1,4 +1,4 @@
-#include "trovik/RunLogs.h"
+#include "trovik/works/RunLogs.h"
 
 #include "host/foundation/Log.h"
 #include "trovik/text/Text.h"
