@@ -4,7 +4,7 @@
 #include "host/foundation/Log.h"
 #include "host/foundation/Process.h"
 #include "host/foundation/Quoting.h"
-#include "trovik/ProgressText.h"
+#include "trovik/progress/ProgressText.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 

@@ -1,7 +1,7 @@
 #include "trovik/JobReport.h"
 
 #include "trovik/AttemptText.h"
-#include "trovik/ProgressText.h"
+#include "trovik/progress/ProgressText.h"
 #include "trovik/records/FrameTimes.h"
 #include "trovik/records/Moments.h"
 #include "trovik/text/Text.h"

@@ -1,9 +1,9 @@
-#include "trovik/JobFollower.h"
-#include "trovik/ProgressReader.h"
 #include "trovik/Queue.h"
 #include "trovik/Session.h"
 #include "trovik/Verbs.h"
 #include "trovik/cluster/ClusterRun.h"
+#include "trovik/progress/JobFollower.h"
+#include "trovik/progress/ProgressReader.h"
 #include "trovik/text/Json.h"
 #include "trovik/text/UsageError.h"
 

@@ -1,6 +1,6 @@
-#include "trovik/JobFollower.h"
 #include "trovik/cluster/ClusterEngine.h"
 #include "trovik/cluster/SlurmClient.h"
+#include "trovik/progress/JobFollower.h"
 
 #include "tests/trovik/FakeMachine.h"
 #include "tests/trovik/TemporaryDirectory.h"

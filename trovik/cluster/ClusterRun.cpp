@@ -2,10 +2,10 @@
 
 #include "host/foundation/Log.h"
 #include "trovik/EngineRun.h"
-#include "trovik/JobFollower.h"
-#include "trovik/ProgressReader.h"
 #include "trovik/cluster/SlurmClient.h"
 #include "trovik/images/ImageHelper.h"
+#include "trovik/progress/JobFollower.h"
+#include "trovik/progress/ProgressReader.h"
 #include "trovik/records/Moments.h"
 #include "trovik/text/Json.h"
 #include "trovik/text/Messages.h"

@@ -1,4 +1,4 @@
-#include "trovik/JobFollower.h"
+#include "trovik/progress/JobFollower.h"
 
 #include "tests/trovik/queue/QueueTest.h"
 

@@ -1,4 +1,4 @@
-#include "trovik/JobFollower.h"
+#include "trovik/progress/JobFollower.h"
 
 #include "trovik/queue/JobView.h"
 #include "trovik/records/Moments.h"

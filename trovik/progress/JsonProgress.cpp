@@ -1,4 +1,4 @@
-#include "trovik/JsonProgress.h"
+#include "trovik/progress/JsonProgress.h"
 
 #include "trovik/records/Moments.h"
 #include "trovik/text/Json.h"

@@ -1,8 +1,8 @@
-#include "trovik/ProgressReader.h"
+#include "trovik/progress/ProgressReader.h"
 
-#include "trovik/JsonProgress.h"
-#include "trovik/PlainProgress.h"
-#include "trovik/TerminalProgress.h"
+#include "trovik/progress/JsonProgress.h"
+#include "trovik/progress/PlainProgress.h"
+#include "trovik/progress/TerminalProgress.h"
 
 namespace trovik {
 

@@ -1,7 +1,7 @@
-#include "trovik/JsonProgress.h"
-#include "trovik/PlainProgress.h"
-#include "trovik/ProgressText.h"
-#include "trovik/TerminalProgress.h"
+#include "trovik/progress/JsonProgress.h"
+#include "trovik/progress/PlainProgress.h"
+#include "trovik/progress/ProgressText.h"
+#include "trovik/progress/TerminalProgress.h"
 
 #include "trovik/text/Json.h"
 

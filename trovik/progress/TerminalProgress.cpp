@@ -1,6 +1,6 @@
-#include "trovik/TerminalProgress.h"
+#include "trovik/progress/TerminalProgress.h"
 
-#include "trovik/ProgressText.h"
+#include "trovik/progress/ProgressText.h"
 #include "trovik/text/Text.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
-#include "trovik/PlainProgress.h"
+#include "trovik/progress/PlainProgress.h"
 
-#include "trovik/ProgressText.h"
+#include "trovik/progress/ProgressText.h"
 
 namespace trovik {
 

@@ -1,4 +1,4 @@
-#include "trovik/ProgressText.h"
+#include "trovik/progress/ProgressText.h"
 
 #include "trovik/text/Text.h"
 
