@@ -1,7 +1,7 @@
 #pragma once
 
-#include "trovik/LocalEngine.h"
 #include "trovik/Session.h"
+#include "trovik/engine/LocalEngine.h"
 #include "trovik/images/ImageInspector.h"
 #include "trovik/machine/Machine.h"
 #include "trovik/queue/Store.h"

@@ -2,8 +2,8 @@
 
 #include "host/application/RenderJob.h"
 #include "host/foundation/Log.h"
-#include "trovik/EndCommand.h"
 #include "trovik/cluster/ClusterRun.h"
+#include "trovik/engine/EndCommand.h"
 #include "trovik/jobs/JobSetup.h"
 #include "trovik/jobs/Types.h"
 #include "trovik/machine/Locations.h"

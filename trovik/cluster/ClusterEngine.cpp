@@ -1,8 +1,8 @@
 #include "trovik/cluster/ClusterEngine.h"
 
 #include "host/foundation/Log.h"
-#include "trovik/EndCommand.h"
 #include "trovik/cluster/ClusterValues.h"
+#include "trovik/engine/EndCommand.h"
 #include "trovik/records/Moments.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"

@@ -1,4 +1,4 @@
-#include "trovik/EndCommand.h"
+#include "trovik/engine/EndCommand.h"
 
 #include "host/application/Job.h"
 #include "host/foundation/Log.h"

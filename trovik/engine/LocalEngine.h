@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/OpenJob.h"
+#include "trovik/engine/OpenJob.h"
 #include "trovik/images/ImageInspector.h"
 #include "trovik/machine/Interrupts.h"
 #include "trovik/machine/Machine.h"

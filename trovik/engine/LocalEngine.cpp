@@ -1,7 +1,7 @@
-#include "trovik/LocalEngine.h"
+#include "trovik/engine/LocalEngine.h"
 
 #include "host/foundation/Log.h"
-#include "trovik/EndCommand.h"
+#include "trovik/engine/EndCommand.h"
 #include "trovik/text/UsageError.h"
 
 #include <algorithm>

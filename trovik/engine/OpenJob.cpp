@@ -1,4 +1,4 @@
-#include "trovik/OpenJob.h"
+#include "trovik/engine/OpenJob.h"
 
 #include "host/application/RenderJob.h"
 #include "host/foundation/Log.h"

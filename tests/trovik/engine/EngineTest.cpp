@@ -1,4 +1,4 @@
-#include "trovik/LocalEngine.h"
+#include "trovik/engine/LocalEngine.h"
 
 #include "tests/trovik/FakeMachine.h"
 #include "tests/trovik/TemporaryDirectory.h"
