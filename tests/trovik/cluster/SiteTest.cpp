@@ -3,7 +3,7 @@
 #include "tests/trovik/FakeMachine.h"
 #include "tests/trovik/TemporaryDirectory.h"
 #include "tests/trovik/TestJobs.h"
-#include "tests/trovik/site/FakeSite.h"
+#include "tests/trovik/cluster/FakeSite.h"
 
 #include <gtest/gtest.h>
 
