@@ -1,6 +1,6 @@
 #include "trovik/ReplayText.h"
 
-#include "trovik/AttemptText.h"
+#include "trovik/reports/AttemptText.h"
 #include "trovik/text/LogTail.h"
 #include "trovik/text/Text.h"
 

@@ -1,9 +1,9 @@
-#include "trovik/DryRun.h"
 #include "trovik/EngineRun.h"
 #include "trovik/Submission.h"
 #include "trovik/Verbs.h"
 #include "trovik/cluster/ClusterRun.h"
 #include "trovik/images/ImageHelper.h"
+#include "trovik/reports/DryRun.h"
 #include "trovik/text/UsageError.h"
 
 namespace trovik {

@@ -1,8 +1,8 @@
-#include "trovik/JobReport.h"
 #include "trovik/Queue.h"
 #include "trovik/Session.h"
 #include "trovik/Verbs.h"
 #include "trovik/records/Moments.h"
+#include "trovik/reports/JobReport.h"
 #include "trovik/text/UsageError.h"
 
 namespace trovik {

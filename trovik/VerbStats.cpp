@@ -1,7 +1,7 @@
-#include "trovik/JobStats.h"
 #include "trovik/Queue.h"
 #include "trovik/Session.h"
 #include "trovik/Verbs.h"
+#include "trovik/reports/JobStats.h"
 #include "trovik/text/UsageError.h"
 
 namespace trovik {

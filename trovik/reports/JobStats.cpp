@@ -1,7 +1,7 @@
-#include "trovik/JobStats.h"
+#include "trovik/reports/JobStats.h"
 
-#include "trovik/AttemptText.h"
 #include "trovik/records/Moments.h"
+#include "trovik/reports/AttemptText.h"
 #include "trovik/text/Text.h"
 
 #include <algorithm>

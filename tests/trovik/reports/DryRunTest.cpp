@@ -1,4 +1,4 @@
-#include "trovik/DryRun.h"
+#include "trovik/reports/DryRun.h"
 
 #include "host/foundation/Quoting.h"
 #include "tests/trovik/TemporaryDirectory.h"

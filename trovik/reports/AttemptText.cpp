@@ -1,4 +1,4 @@
-#include "trovik/AttemptText.h"
+#include "trovik/reports/AttemptText.h"
 
 #include "host/application/NoteText.h"
 #include "host/foundation/LineSplitter.h"

@@ -1,4 +1,4 @@
-#include "trovik/SheetCells.h"
+#include "trovik/reports/SheetCells.h"
 
 #include "trovik/queue/JobFiles.h"
 #include "trovik/text/Text.h"

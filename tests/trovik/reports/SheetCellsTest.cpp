@@ -1,4 +1,4 @@
-#include "trovik/SheetCells.h"
+#include "trovik/reports/SheetCells.h"
 
 #include "tests/trovik/queue/QueueTest.h"
 

@@ -1,4 +1,4 @@
-#include "trovik/AttemptText.h"
+#include "trovik/reports/AttemptText.h"
 
 #include "tests/trovik/TemporaryDirectory.h"
 

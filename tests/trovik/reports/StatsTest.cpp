@@ -1,4 +1,4 @@
-#include "trovik/JobStats.h"
+#include "trovik/reports/JobStats.h"
 
 #include "tests/trovik/queue/QueueTest.h"
 

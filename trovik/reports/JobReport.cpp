@@ -1,9 +1,9 @@
-#include "trovik/JobReport.h"
+#include "trovik/reports/JobReport.h"
 
-#include "trovik/AttemptText.h"
 #include "trovik/progress/ProgressText.h"
 #include "trovik/records/FrameTimes.h"
 #include "trovik/records/Moments.h"
+#include "trovik/reports/AttemptText.h"
 #include "trovik/text/Text.h"
 
 #include <algorithm>

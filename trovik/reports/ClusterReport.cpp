@@ -1,4 +1,4 @@
-#include "trovik/cluster/ClusterReport.h"
+#include "trovik/reports/ClusterReport.h"
 
 #include "trovik/records/Moments.h"
 #include "trovik/text/Text.h"

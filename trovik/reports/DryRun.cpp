@@ -1,4 +1,4 @@
-#include "trovik/DryRun.h"
+#include "trovik/reports/DryRun.h"
 
 #include "host/application/RenderJob.h"
 #include "host/foundation/Quoting.h"

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "trovik/cluster/ClusterReport.h"
 #include "trovik/queue/JobView.h"
+#include "trovik/reports/ClusterReport.h"
 
 #include <map>
 #include <optional>
