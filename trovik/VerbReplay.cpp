@@ -1,5 +1,4 @@
 #include "trovik/EngineRun.h"
-#include "trovik/ReplayText.h"
 #include "trovik/Verbs.h"
 #include "trovik/images/ImageHelper.h"
 #include "trovik/jobs/JobSetup.h"
@@ -7,6 +6,7 @@
 #include "trovik/jobs/Types.h"
 #include "trovik/jobs/WorkJob.h"
 #include "trovik/machine/Locations.h"
+#include "trovik/replay/ReplayText.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/Replay.h"
+#include "trovik/replay/Replay.h"
 #include "trovik/text/Console.h"
 
 #include <memory>

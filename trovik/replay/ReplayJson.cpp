@@ -1,4 +1,4 @@
-#include "trovik/ReplayText.h"
+#include "trovik/replay/ReplayText.h"
 #include "trovik/text/Json.h"
 
 // A log may be larger than memory, so the document is written as the lines

@@ -1,4 +1,4 @@
-#include "trovik/Replay.h"
+#include "trovik/replay/Replay.h"
 
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"

@@ -1,4 +1,4 @@
-#include "trovik/Replay.h"
+#include "trovik/replay/Replay.h"
 
 #include "tests/trovik/TemporaryDirectory.h"
 #include "tests/trovik/TestJobs.h"

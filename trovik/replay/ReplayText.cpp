@@ -1,4 +1,4 @@
-#include "trovik/ReplayText.h"
+#include "trovik/replay/ReplayText.h"
 
 #include "trovik/reports/AttemptText.h"
 #include "trovik/text/LogTail.h"
