@@ -1,4 +1,4 @@
-#include "trovik/TypeDraft.h"
+#include "trovik/newtype/TypeDraft.h"
 
 #include "host/foundation/IniFile.h"
 #include "host/foundation/StringTokenizer.h"

@@ -1,4 +1,4 @@
-#include "trovik/TypeQuestions.h"
+#include "trovik/newtype/TypeQuestions.h"
 
 #include "trovik/text/Text.h"
 

@@ -1,9 +1,9 @@
-#include "trovik/TypeDraft.h"
+#include "trovik/newtype/TypeDraft.h"
 
 #include "host/application/Expansion.h"
 #include "host/application/ParameterInfo.h"
 #include "host/foundation/Quoting.h"
-#include "trovik/ArgumentWords.h"
+#include "trovik/newtype/ArgumentWords.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/TypeDraft.h"
+#include "trovik/newtype/TypeDraft.h"
 #include "trovik/text/UsageError.h"
 
 #include <functional>

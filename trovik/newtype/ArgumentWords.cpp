@@ -1,4 +1,4 @@
-#include "trovik/ArgumentWords.h"
+#include "trovik/newtype/ArgumentWords.h"
 
 #include "host/application/Expansion.h"
 #include "host/foundation/Quoting.h"
