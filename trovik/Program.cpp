@@ -2,9 +2,9 @@
 
 #include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
-#include "trovik/Completion.h"
-#include "trovik/Options.h"
 #include "trovik/Verbs.h"
+#include "trovik/commandline/Completion.h"
+#include "trovik/commandline/Options.h"
 #include "trovik/machine/Interrupts.h"
 #include "trovik/queue/Store.h"
 #include "trovik/text/Messages.h"

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/application/Module.h"
-#include "trovik/Options.h"
+#include "trovik/commandline/Options.h"
 #include "trovik/jobs/JobSetup.h"
 #include "trovik/machine/Locations.h"
 #include "trovik/text/Console.h"

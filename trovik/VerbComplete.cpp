@@ -1,4 +1,4 @@
-#include "trovik/Completion.h"
+#include "trovik/commandline/Completion.h"
 
 #include "host/application/JobFactory.h"
 #include "host/foundation/Log.h"

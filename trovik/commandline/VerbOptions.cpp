@@ -1,4 +1,4 @@
-#include "trovik/VerbOptions.h"
+#include "trovik/commandline/VerbOptions.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "trovik/HelpFooters.h"
+#include "trovik/commandline/HelpFooters.h"
 
 #include <map>
 #include <stdexcept>

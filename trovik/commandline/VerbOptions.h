@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/Options.h"
+#include "trovik/commandline/Options.h"
 
 #include <string>
 #include <variant>

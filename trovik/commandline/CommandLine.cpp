@@ -1,7 +1,7 @@
 #include "host/foundation/Suggest.h"
-#include "trovik/HelpText.h"
-#include "trovik/Options.h"
-#include "trovik/VerbOptions.h"
+#include "trovik/commandline/HelpText.h"
+#include "trovik/commandline/Options.h"
+#include "trovik/commandline/VerbOptions.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 

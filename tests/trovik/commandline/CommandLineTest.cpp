@@ -1,4 +1,4 @@
-#include "trovik/Options.h"
+#include "trovik/commandline/Options.h"
 
 #include "tests/trovik/TemporaryDirectory.h"
 

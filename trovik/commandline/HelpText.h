@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/VerbOptions.h"
+#include "trovik/commandline/VerbOptions.h"
 
 #include <cstddef>
 #include <string>

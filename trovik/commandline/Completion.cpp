@@ -1,7 +1,7 @@
-#include "trovik/Completion.h"
+#include "trovik/commandline/Completion.h"
 
 #include "host/foundation/String.h"
-#include "trovik/VerbOptions.h"
+#include "trovik/commandline/VerbOptions.h"
 
 #include <algorithm>
 #include <set>

@@ -1,6 +1,6 @@
-#include "trovik/HelpText.h"
+#include "trovik/commandline/HelpText.h"
 
-#include "trovik/HelpFooters.h"
+#include "trovik/commandline/HelpFooters.h"
 #include "trovik/text/Text.h"
 
 #include <algorithm>
