@@ -2,7 +2,6 @@
 
 #include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
-#include "trovik/Verbs.h"
 #include "trovik/commandline/Completion.h"
 #include "trovik/commandline/Options.h"
 #include "trovik/machine/Interrupts.h"
@@ -10,6 +9,7 @@
 #include "trovik/text/Messages.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/Verbs.h"
 
 #include <algorithm>
 #include <exception>

@@ -23,9 +23,9 @@ good_tree() {
   plant host/application/Job.h <<<'#include "host/foundation/String.h"'
   plant job/TessivarJob.h <<<'#include "host/application/Job.h"'
   plant module/Tessivar.cpp <<<'#include "job/TessivarJob.h"'
-  printf '%s\n' '#include "trovik/Queue.h"' '#include <sqlite3.h>' '#include "host/Application.h"' | plant trovik/queue/Store.cpp
-  plant trovik/Queue.h </dev/null
-  printf '%s\n' '#include "trovik/Queue.h"' '#include <OpenImageIO/imageio.h>' | plant trovik/image/Decoder.cpp
+  printf '%s\n' '#include "trovik/verbs/Queue.h"' '#include <sqlite3.h>' '#include "host/Application.h"' | plant trovik/queue/Store.cpp
+  plant trovik/verbs/Queue.h </dev/null
+  printf '%s\n' '#include "trovik/verbs/Queue.h"' '#include <OpenImageIO/imageio.h>' | plant trovik/image/Decoder.cpp
 }
 
 expect() { # WHAT EXIT-CODE OUTPUT
@@ -60,10 +60,10 @@ breach host/foundation/Path.h '#include "host/Application.h"' 'host/foundation i
 breach host/foundation/Path.h '#include "module/Tessivar.h"' 'host/foundation includes module/Tessivar.h'
 breach host/application/Core.cpp '#include "module/Tessivar.h"' 'host/application includes module/Tessivar.h'
 breach host/application/Core.cpp '#include "job/TessivarJob.h"' 'host/application includes job/TessivarJob.h'
-breach host/application/Core.cpp '  #  include <trovik/Queue.h>' 'host/application includes trovik/Queue.h'
+breach host/application/Core.cpp '  #  include <trovik/verbs/Queue.h>' 'host/application includes trovik/verbs/Queue.h'
 breach job/Other.cpp '#include "module/Tessivar.h"' 'job includes module/Tessivar.h'
-breach job/Other.cpp '#include "trovik/Queue.h"' 'job includes trovik/Queue.h'
-breach module/Other.cpp '#include "trovik/Queue.h"' 'module includes trovik/Queue.h'
+breach job/Other.cpp '#include "trovik/verbs/Queue.h"' 'job includes trovik/verbs/Queue.h'
+breach module/Other.cpp '#include "trovik/verbs/Queue.h"' 'module includes trovik/verbs/Queue.h'
 breach trovik/Main.cpp '#include "module/Tessivar.h"' 'trovik includes module/Tessivar.h'
 breach trovik/Main.cpp '#include "job/TessivarJob.h"' 'trovik includes job/TessivarJob.h'
 breach host/application/Core.cpp '#include <sqlite3.h>' '<sqlite3.h> belongs inside trovik/queue/'

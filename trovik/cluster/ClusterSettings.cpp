@@ -1,9 +1,9 @@
 #include "trovik/cluster/ClusterSettings.h"
 
 #include "host/application/Application.h"
-#include "trovik/Session.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/Session.h"
 
 #include <charconv>
 

@@ -1,6 +1,6 @@
 #include "tests/trovik/verbs/VerbTest.h"
-#include "trovik/Verbs.h"
 #include "trovik/text/Json.h"
+#include "trovik/verbs/Verbs.h"
 
 namespace trovik {
 namespace {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tests/trovik/queue/QueueTest.h"
-#include "trovik/Session.h"
+#include "trovik/verbs/Session.h"
 
 #include <string>
 #include <vector>

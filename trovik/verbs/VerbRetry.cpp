@@ -1,13 +1,13 @@
-#include "trovik/EachJob.h"
-#include "trovik/EngineRun.h"
-#include "trovik/Session.h"
-#include "trovik/Verbs.h"
-#include "trovik/cluster/ClusterRun.h"
 #include "trovik/images/ImageHelper.h"
 #include "trovik/progress/ProgressText.h"
 #include "trovik/queue/JobFiles.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/ClusterRun.h"
+#include "trovik/verbs/EachJob.h"
+#include "trovik/verbs/EngineRun.h"
+#include "trovik/verbs/Session.h"
+#include "trovik/verbs/Verbs.h"
 
 namespace trovik {
 namespace {

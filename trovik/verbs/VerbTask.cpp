@@ -1,11 +1,11 @@
 #include "host/foundation/Log.h"
-#include "trovik/EngineRun.h"
-#include "trovik/Verbs.h"
 #include "trovik/cluster/TaskRun.h"
 #include "trovik/images/ImageHelper.h"
 #include "trovik/machine/Interrupts.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/EngineRun.h"
+#include "trovik/verbs/Verbs.h"
 
 #include <charconv>
 #include <cstdlib>

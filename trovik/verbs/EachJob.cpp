@@ -1,9 +1,9 @@
-#include "trovik/EachJob.h"
+#include "trovik/verbs/EachJob.h"
 
-#include "trovik/EngineRun.h"
-#include "trovik/Session.h"
 #include "trovik/text/Messages.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/EngineRun.h"
+#include "trovik/verbs/Session.h"
 
 #include <set>
 

@@ -2,11 +2,11 @@
 
 #include "host/application/JobFactory.h"
 #include "host/foundation/Log.h"
-#include "trovik/Session.h"
 #include "trovik/jobs/Types.h"
 #include "trovik/queue/JobView.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/Session.h"
 
 #include <algorithm>
 #include <filesystem>

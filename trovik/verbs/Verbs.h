@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/Session.h"
+#include "trovik/verbs/Session.h"
 
 namespace trovik {
 

@@ -1,10 +1,10 @@
-#include "trovik/Verbs.h"
 #include "trovik/jobs/JobSetup.h"
 #include "trovik/jobs/SceneSequence.h"
 #include "trovik/jobs/Types.h"
 #include "trovik/text/Json.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/Verbs.h"
 
 #include <algorithm>
 

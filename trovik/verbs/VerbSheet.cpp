@@ -1,6 +1,4 @@
 #include "host/application/FrameRange.h"
-#include "trovik/Queue.h"
-#include "trovik/Verbs.h"
 #include "trovik/images/SheetDrawing.h"
 #include "trovik/queue/JobView.h"
 #include "trovik/reports/SheetCells.h"
@@ -9,6 +7,8 @@
 #include "trovik/text/Numbers.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/Queue.h"
+#include "trovik/verbs/Verbs.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "trovik/Session.h"
+#include "trovik/verbs/Session.h"
 
 #include "host/application/Application.h"
 #include "host/foundation/Log.h"

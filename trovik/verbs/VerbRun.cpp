@@ -1,10 +1,10 @@
-#include "trovik/EngineRun.h"
-#include "trovik/Submission.h"
-#include "trovik/Verbs.h"
-#include "trovik/cluster/ClusterRun.h"
 #include "trovik/images/ImageHelper.h"
 #include "trovik/reports/DryRun.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/ClusterRun.h"
+#include "trovik/verbs/EngineRun.h"
+#include "trovik/verbs/Submission.h"
+#include "trovik/verbs/Verbs.h"
 
 namespace trovik {
 namespace {

@@ -1,11 +1,11 @@
-#include "trovik/Queue.h"
-#include "trovik/Session.h"
-#include "trovik/Verbs.h"
-#include "trovik/cluster/ClusterRun.h"
 #include "trovik/progress/JobFollower.h"
 #include "trovik/progress/ProgressReader.h"
 #include "trovik/text/Json.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/ClusterRun.h"
+#include "trovik/verbs/Queue.h"
+#include "trovik/verbs/Session.h"
+#include "trovik/verbs/Verbs.h"
 
 namespace trovik {
 

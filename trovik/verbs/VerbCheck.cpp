@@ -1,10 +1,10 @@
 #include "host/foundation/FileFinder.h"
-#include "trovik/Verbs.h"
 #include "trovik/check/DiagnosticText.h"
 #include "trovik/check/TypeChecker.h"
 #include "trovik/text/Json.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/Verbs.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,10 +1,10 @@
 #include "host/foundation/Log.h"
-#include "trovik/EachJob.h"
-#include "trovik/Session.h"
-#include "trovik/Verbs.h"
-#include "trovik/cluster/ClusterRun.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/ClusterRun.h"
+#include "trovik/verbs/EachJob.h"
+#include "trovik/verbs/Session.h"
+#include "trovik/verbs/Verbs.h"
 
 #include <filesystem>
 #include <system_error>

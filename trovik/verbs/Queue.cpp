@@ -1,9 +1,9 @@
-#include "trovik/Queue.h"
+#include "trovik/verbs/Queue.h"
 
-#include "trovik/Session.h"
-#include "trovik/cluster/ClusterRun.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/ClusterRun.h"
+#include "trovik/verbs/Session.h"
 
 #include <charconv>
 #include <filesystem>

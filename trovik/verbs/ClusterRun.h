@@ -1,10 +1,10 @@
 #pragma once
 
-#include "trovik/Session.h"
 #include "trovik/cluster/ClusterEngine.h"
 #include "trovik/machine/Interrupts.h"
 #include "trovik/queue/Store.h"
 #include "trovik/text/Json.h"
+#include "trovik/verbs/Session.h"
 
 #include <functional>
 #include <memory>

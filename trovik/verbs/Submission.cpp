@@ -1,8 +1,7 @@
-#include "trovik/Submission.h"
+#include "trovik/verbs/Submission.h"
 
 #include "host/application/RenderJob.h"
 #include "host/foundation/Log.h"
-#include "trovik/cluster/ClusterRun.h"
 #include "trovik/engine/EndCommand.h"
 #include "trovik/jobs/JobSetup.h"
 #include "trovik/jobs/Types.h"
@@ -10,6 +9,7 @@
 #include "trovik/text/Numbers.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/ClusterRun.h"
 #include "trovik/works/MissingFrames.h"
 #include "trovik/works/RunLogs.h"
 

@@ -1,9 +1,9 @@
-#include "trovik/Verbs.h"
 #include "trovik/jobs/ProgramSearch.h"
 #include "trovik/jobs/Types.h"
 #include "trovik/text/Json.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/Verbs.h"
 
 namespace trovik {
 

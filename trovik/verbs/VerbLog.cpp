@@ -1,12 +1,12 @@
-#include "trovik/Queue.h"
-#include "trovik/Session.h"
-#include "trovik/Verbs.h"
 #include "trovik/queue/JobView.h"
 #include "trovik/records/Moments.h"
 #include "trovik/reports/AttemptText.h"
 #include "trovik/text/Numbers.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/Queue.h"
+#include "trovik/verbs/Session.h"
+#include "trovik/verbs/Verbs.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,9 +1,6 @@
-#include "trovik/EngineRun.h"
+#include "trovik/verbs/EngineRun.h"
 
 #include "host/foundation/Log.h"
-#include "trovik/Queue.h"
-#include "trovik/Submission.h"
-#include "trovik/cluster/ClusterRun.h"
 #include "trovik/images/ImageHelper.h"
 #include "trovik/progress/JobFollower.h"
 #include "trovik/progress/PlainProgress.h"
@@ -12,6 +9,9 @@
 #include "trovik/text/Numbers.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/ClusterRun.h"
+#include "trovik/verbs/Queue.h"
+#include "trovik/verbs/Submission.h"
 
 #include <algorithm>
 #include <memory>

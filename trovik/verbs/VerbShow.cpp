@@ -1,9 +1,9 @@
-#include "trovik/Queue.h"
-#include "trovik/Session.h"
-#include "trovik/Verbs.h"
 #include "trovik/records/Moments.h"
 #include "trovik/reports/JobReport.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/Queue.h"
+#include "trovik/verbs/Session.h"
+#include "trovik/verbs/Verbs.h"
 
 namespace trovik {
 

@@ -1,8 +1,8 @@
-#include "trovik/Queue.h"
-#include "trovik/Session.h"
-#include "trovik/Verbs.h"
 #include "trovik/reports/JobStats.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/Queue.h"
+#include "trovik/verbs/Session.h"
+#include "trovik/verbs/Verbs.h"
 
 namespace trovik {
 

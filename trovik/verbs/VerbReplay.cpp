@@ -1,5 +1,3 @@
-#include "trovik/EngineRun.h"
-#include "trovik/Verbs.h"
 #include "trovik/images/ImageHelper.h"
 #include "trovik/jobs/JobSetup.h"
 #include "trovik/jobs/SceneSequence.h"
@@ -9,6 +7,8 @@
 #include "trovik/replay/ReplayText.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/EngineRun.h"
+#include "trovik/verbs/Verbs.h"
 
 #include <array>
 #include <cerrno>

@@ -1,9 +1,9 @@
-#include "trovik/EachJob.h"
-#include "trovik/Session.h"
-#include "trovik/Verbs.h"
-#include "trovik/cluster/ClusterRun.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/ClusterRun.h"
+#include "trovik/verbs/EachJob.h"
+#include "trovik/verbs/Session.h"
+#include "trovik/verbs/Verbs.h"
 
 namespace trovik {
 namespace {

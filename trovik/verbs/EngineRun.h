@@ -1,10 +1,10 @@
 #pragma once
 
-#include "trovik/Session.h"
 #include "trovik/engine/LocalEngine.h"
 #include "trovik/images/ImageInspector.h"
 #include "trovik/machine/Machine.h"
 #include "trovik/queue/Store.h"
+#include "trovik/verbs/Session.h"
 
 namespace trovik {
 

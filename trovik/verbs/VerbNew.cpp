@@ -1,7 +1,6 @@
 #include "host/foundation/IniFile.h"
 #include "host/foundation/Quoting.h"
 #include "host/foundation/WriteFile.h"
-#include "trovik/Verbs.h"
 #include "trovik/jobs/Types.h"
 #include "trovik/machine/Locations.h"
 #include "trovik/newtype/TypeQuestions.h"
@@ -9,6 +8,7 @@
 #include "trovik/text/Messages.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/Verbs.h"
 
 #include <algorithm>
 #include <filesystem>

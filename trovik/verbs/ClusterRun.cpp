@@ -1,7 +1,6 @@
-#include "trovik/cluster/ClusterRun.h"
+#include "trovik/verbs/ClusterRun.h"
 
 #include "host/foundation/Log.h"
-#include "trovik/EngineRun.h"
 #include "trovik/cluster/SlurmClient.h"
 #include "trovik/images/ImageHelper.h"
 #include "trovik/progress/JobFollower.h"
@@ -11,6 +10,7 @@
 #include "trovik/text/Messages.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/EngineRun.h"
 
 #include <cstdlib>
 #include <filesystem>

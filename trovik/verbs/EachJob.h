@@ -1,7 +1,7 @@
 #pragma once
 
-#include "trovik/Queue.h"
 #include "trovik/text/Json.h"
+#include "trovik/verbs/Queue.h"
 
 #include <functional>
 #include <string>
