@@ -9,7 +9,7 @@
 # program meets the module only through its entry points, and the libraries
 # for databases, clusters and terminals stay inside the program; that for
 # databases inside trovik/queue. Those for images stay in its helper
-# trovik/image, which the program only starts. A source includes its own header
+# trovik/imagetool, which the program only starts. A source includes its own header
 # first, so that each header is compiled with nothing before it.
 set -euo pipefail
 
@@ -26,7 +26,7 @@ awk '
   function layer(path) {
     if (path ~ /^host\/foundation\// || path == "host/Foundation.h") return "host/foundation"
     if (path ~ /^host\/application\// || path == "host/Application.h") return "host/application"
-    if (path ~ /^trovik\/image\//) return "trovik/image"
+    if (path ~ /^trovik\/imagetool\//) return "trovik/imagetool"
     if (path ~ /^(job|module|trovik)\//) { sub(/\/.*/, "", path); return path }
     return ""
   }
@@ -41,7 +41,7 @@ awk '
     may["job"] = "job host/application host/foundation"
     may["module"] = "module job host/application host/foundation"
     may["trovik"] = "trovik host/application host/foundation"
-    may["trovik/image"] = "trovik/image trovik"
+    may["trovik/imagetool"] = "trovik/imagetool trovik"
     database = "^(sqlite3|sqlite3ext)\\.h$|^SQLiteCpp/"
     outside = "^(curses|ncurses|term|termios|termio)\\.h$|^sys/(termios|ttydefaults)\\.h$|^(slurm|ncursesw)/"
     images = "^(png|pngconf|jpeglib|turbojpeg|tiff|tiffio|ImathBox|gd|ft2build)\\.h$" \
@@ -64,7 +64,7 @@ awk '
     if (quoted && to == "") { breach("includes \"" line "\" by a path that does not begin at the root"); next }
     if (to != "" && index(" " may[from] " ", " " to " ") == 0) breach(from " includes " line)
     if (to == "" && from !~ /^trovik/ && line ~ outside) breach("<" line "> belongs inside trovik/")
-    if (to == "" && from != "trovik/image" && line ~ images) breach("<" line "> belongs inside trovik/image/")
+    if (to == "" && from != "trovik/imagetool" && line ~ images) breach("<" line "> belongs inside trovik/imagetool/")
     if (line ~ database && FILENAME !~ /^trovik\/queue\//) breach("<" line "> belongs inside trovik/queue/")
   }
   END { exit found }

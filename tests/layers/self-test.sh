@@ -25,7 +25,7 @@ good_tree() {
   plant module/Tessivar.cpp <<<'#include "job/TessivarJob.h"'
   printf '%s\n' '#include "trovik/verbs/Queue.h"' '#include <sqlite3.h>' '#include "host/Application.h"' | plant trovik/queue/Store.cpp
   plant trovik/verbs/Queue.h </dev/null
-  printf '%s\n' '#include "trovik/verbs/Queue.h"' '#include <OpenImageIO/imageio.h>' | plant trovik/image/Decoder.cpp
+  printf '%s\n' '#include "trovik/verbs/Queue.h"' '#include <OpenImageIO/imageio.h>' | plant trovik/imagetool/Decoder.cpp
 }
 
 expect() { # WHAT EXIT-CODE OUTPUT
@@ -70,12 +70,12 @@ breach host/application/Core.cpp '#include <sqlite3.h>' '<sqlite3.h> belongs ins
 breach trovik/Main.cpp '#include <sqlite3.h>' '<sqlite3.h> belongs inside trovik/queue/'
 breach trovik/Main.cpp '#include <SQLiteCpp/Database.h>' '<SQLiteCpp/Database.h> belongs inside trovik/queue/'
 breach job/Other.cpp '#include <slurm/slurm.h>' '<slurm/slurm.h> belongs inside trovik/'
-breach module/Other.cpp '#include <png.h>' '<png.h> belongs inside trovik/image/'
-breach trovik/Verb.cpp '#include <OpenImageIO/imageio.h>' '<OpenImageIO/imageio.h> belongs inside trovik/image/'
-breach trovik/Verb.cpp '#include <ft2build.h>' '<ft2build.h> belongs inside trovik/image/'
-breach trovik/Verb.cpp '#include "trovik/image/Decoder.h"' 'trovik includes trovik/image/Decoder.h'
-breach trovik/image/Check.cpp '#include "host/application/Job.h"' \
-  'trovik/image includes host/application/Job.h'
+breach module/Other.cpp '#include <png.h>' '<png.h> belongs inside trovik/imagetool/'
+breach trovik/Verb.cpp '#include <OpenImageIO/imageio.h>' '<OpenImageIO/imageio.h> belongs inside trovik/imagetool/'
+breach trovik/Verb.cpp '#include <ft2build.h>' '<ft2build.h> belongs inside trovik/imagetool/'
+breach trovik/Verb.cpp '#include "trovik/imagetool/Decoder.h"' 'trovik includes trovik/imagetool/Decoder.h'
+breach trovik/imagetool/Check.cpp '#include "host/application/Job.h"' \
+  'trovik/imagetool includes host/application/Job.h'
 breach host/foundation/Tty.cpp '#include <termios.h>' '<termios.h> belongs inside trovik/'
 breach host/application/Core.cpp '#include "Job.h"' \
   'includes "Job.h" by a path that does not begin at the root'

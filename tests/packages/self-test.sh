@@ -33,7 +33,7 @@ expect() { # REGULAR EXPRESSION
 unnamed() { # FILE WHAT PACKAGE SETS
   expect "$1:[0-9]+: the $2 comes from the package $3, which scripts/install-packages.sh does not name in: $4"
 }
-unnamed trovik/image/CMakeLists.txt 'cmake "PkgConfig"' pkgconf build
+unnamed trovik/imagetool/CMakeLists.txt 'cmake "PkgConfig"' pkgconf build
 unnamed 'trovik/queue/.*' 'header "sqlite3.h"' libsqlite3-dev build
 unnamed CMakePresets.json 'program "ninja"' ninja-build build
 unnamed demo.sh 'program "povray"' povray 'build demo'

@@ -1,4 +1,4 @@
-#include "trovik/image/Lettering.h"
+#include "trovik/imagetool/Lettering.h"
 
 #include "trovik/text/Text.h"
 

@@ -1,6 +1,6 @@
-#include "trovik/image/Check.h"
-#include "trovik/image/Limits.h"
-#include "trovik/image/Picture.h"
+#include "trovik/imagetool/Check.h"
+#include "trovik/imagetool/Limits.h"
+#include "trovik/imagetool/Picture.h"
 
 #include "tests/trovik/TemporaryDirectory.h"
 

@@ -1,4 +1,4 @@
-#include "trovik/image/SheetPaint.h"
+#include "trovik/imagetool/SheetPaint.h"
 
 #include "trovik/text/Text.h"
 

@@ -1,7 +1,7 @@
-#include "trovik/image/Decoder.h"
+#include "trovik/imagetool/Decoder.h"
 
-#include "trovik/image/Limits.h"
-#include "trovik/image/Structure.h"
+#include "trovik/imagetool/Limits.h"
+#include "trovik/imagetool/Structure.h"
 #include "trovik/text/Text.h"
 
 #include <OpenImageIO/deepdata.h>

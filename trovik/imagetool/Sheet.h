@@ -1,7 +1,7 @@
 #pragma once
 
-#include "trovik/image/Lettering.h"
 #include "trovik/images/ImageProtocol.h"
+#include "trovik/imagetool/Lettering.h"
 
 #include <cstdio>
 #include <functional>

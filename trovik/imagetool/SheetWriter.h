@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/image/SheetPaint.h"
+#include "trovik/imagetool/SheetPaint.h"
 
 #include <string>
 

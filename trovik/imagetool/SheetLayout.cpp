@@ -1,4 +1,4 @@
-#include "trovik/image/SheetLayout.h"
+#include "trovik/imagetool/SheetLayout.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,7 +1,7 @@
-#include "trovik/image/Server.h"
+#include "trovik/imagetool/Server.h"
 
-#include "trovik/image/Check.h"
 #include "trovik/images/ImageProtocol.h"
+#include "trovik/imagetool/Check.h"
 
 #include <cstdlib>
 #include <memory>

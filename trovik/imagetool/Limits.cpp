@@ -1,4 +1,4 @@
-#include "trovik/image/Limits.h"
+#include "trovik/imagetool/Limits.h"
 
 #include <OpenImageIO/imageio.h>
 

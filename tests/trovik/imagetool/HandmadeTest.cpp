@@ -1,5 +1,5 @@
 #include "tests/trovik/TemporaryDirectory.h"
-#include "tests/trovik/image/Images.h"
+#include "tests/trovik/imagetool/Images.h"
 
 #include <gtest/gtest.h>
 

@@ -5,9 +5,9 @@
 //   trovik-image sheet -o FILE  draws the contact sheet that standard input
 //                               describes; reports on standard output
 
-#include "trovik/image/Limits.h"
-#include "trovik/image/Server.h"
-#include "trovik/image/Sheet.h"
+#include "trovik/imagetool/Limits.h"
+#include "trovik/imagetool/Server.h"
+#include "trovik/imagetool/Sheet.h"
 
 #include <cstdio>
 #include <exception>

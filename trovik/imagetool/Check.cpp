@@ -1,7 +1,7 @@
-#include "trovik/image/Check.h"
+#include "trovik/imagetool/Check.h"
 
-#include "trovik/image/Channels.h"
-#include "trovik/image/Decoder.h"
+#include "trovik/imagetool/Channels.h"
+#include "trovik/imagetool/Decoder.h"
 
 #include <array>
 #include <bit>

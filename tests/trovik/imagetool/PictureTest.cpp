@@ -1,8 +1,8 @@
-#include "trovik/image/Picture.h"
-#include "trovik/image/Limits.h"
+#include "trovik/imagetool/Picture.h"
+#include "trovik/imagetool/Limits.h"
 
 #include "tests/trovik/TemporaryDirectory.h"
-#include "tests/trovik/image/Images.h"
+#include "tests/trovik/imagetool/Images.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "trovik/image/Picture.h"
+#include "trovik/imagetool/Picture.h"
 
 #include <OpenImageIO/color.h>
 #include <OpenImageIO/imagebuf.h>

@@ -1,8 +1,8 @@
-#include "trovik/image/Check.h"
-#include "trovik/image/Decoder.h"
+#include "trovik/imagetool/Check.h"
+#include "trovik/imagetool/Decoder.h"
 
 #include "tests/trovik/TemporaryDirectory.h"
-#include "tests/trovik/image/Images.h"
+#include "tests/trovik/imagetool/Images.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-#include "trovik/image/SheetWriter.h"
+#include "trovik/imagetool/SheetWriter.h"
 
-#include "trovik/image/Decoder.h"
+#include "trovik/imagetool/Decoder.h"
 #include "trovik/text/Text.h"
 
 #include <OpenImageIO/color.h>

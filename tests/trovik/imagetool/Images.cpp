@@ -1,7 +1,7 @@
-#include "tests/trovik/image/Images.h"
+#include "tests/trovik/imagetool/Images.h"
 
-#include "trovik/image/Check.h"
-#include "trovik/image/Limits.h"
+#include "trovik/imagetool/Check.h"
+#include "trovik/imagetool/Limits.h"
 
 #include <cstdint>
 #include <stdexcept>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "trovik/image/Channels.h"
-#include "trovik/image/Decoder.h"
+#include "trovik/imagetool/Channels.h"
+#include "trovik/imagetool/Decoder.h"
 
 #include <cstdint>
 #include <string>

@@ -3,7 +3,7 @@
 #include "trovik/machine/HelperProcess.h"
 
 #include "tests/trovik/TemporaryDirectory.h"
-#include "tests/trovik/image/Images.h"
+#include "tests/trovik/imagetool/Images.h"
 
 #include <gtest/gtest.h>
 

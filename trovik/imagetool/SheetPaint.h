@@ -1,8 +1,8 @@
 #pragma once
 
-#include "trovik/image/Lettering.h"
-#include "trovik/image/Picture.h"
-#include "trovik/image/SheetLayout.h"
+#include "trovik/imagetool/Lettering.h"
+#include "trovik/imagetool/Picture.h"
+#include "trovik/imagetool/SheetLayout.h"
 
 #include <cstdint>
 #include <vector>

@@ -1,4 +1,4 @@
-#include "trovik/image/Channels.h"
+#include "trovik/imagetool/Channels.h"
 
 #include <OpenImageIO/strutil.h>
 

@@ -1,9 +1,9 @@
-#include "trovik/image/Sheet.h"
-#include "trovik/image/Limits.h"
-#include "trovik/image/SheetLayout.h"
+#include "trovik/imagetool/Sheet.h"
+#include "trovik/imagetool/Limits.h"
+#include "trovik/imagetool/SheetLayout.h"
 
 #include "tests/trovik/TemporaryDirectory.h"
-#include "tests/trovik/image/Images.h"
+#include "tests/trovik/imagetool/Images.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
-#include "trovik/image/Sheet.h"
+#include "trovik/imagetool/Sheet.h"
 
-#include "trovik/image/Decoder.h"
-#include "trovik/image/SheetPaint.h"
-#include "trovik/image/SheetWriter.h"
+#include "trovik/imagetool/Decoder.h"
+#include "trovik/imagetool/SheetPaint.h"
+#include "trovik/imagetool/SheetWriter.h"
 #include "trovik/text/Text.h"
 
 #include <algorithm>

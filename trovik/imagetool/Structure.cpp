@@ -1,6 +1,6 @@
-#include "trovik/image/Structure.h"
+#include "trovik/imagetool/Structure.h"
 
-#include "trovik/image/Limits.h"
+#include "trovik/imagetool/Limits.h"
 
 #include <algorithm>
 #include <array>
