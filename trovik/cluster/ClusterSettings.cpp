@@ -3,7 +3,6 @@
 #include "host/application/Application.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
-#include "trovik/verbs/Session.h"
 
 #include <charconv>
 
@@ -41,9 +40,9 @@ void take(ClusterSettings& settings, const String& key, const String& value) {
 
 } // namespace
 
-ClusterSettings clusterSettings(const Session& session) {
+ClusterSettings clusterSettings(const Locations& locations, const std::optional<std::string>& shared) {
   ClusterSettings result;
-  result.folder = session.locations().clusterFolder();
+  result.folder = locations.clusterFolder();
   result.program = ownExecutable();
   for (const IniFile::EntryView& entry : Application::the_Application->Settings().Entries("Slurm")) {
     take(result, String(entry.Key), String(entry.Value));
@@ -51,11 +50,11 @@ ClusterSettings clusterSettings(const Session& session) {
   if (const auto named = environmentVariable("TROVIK_SHARED")) {
     result.folder = absolutePath(*named);
   }
-  if (const std::optional<std::string>& named = session.options().shared) {
-    if (named->empty()) {
+  if (shared) {
+    if (shared->empty()) {
       throw UsageError{"--shared: the name of the folder is empty", "leave it out for the usual one"};
     }
-    result.folder = absolutePath(*named);
+    result.folder = absolutePath(*shared);
   }
   for (const auto& [key, path] : {std::pair("Folder", result.folder), std::pair("Program", result.program)}) {
     if (!path.IsAbsolute()) {

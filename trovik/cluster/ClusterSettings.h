@@ -1,12 +1,12 @@
 #pragma once
 
-#include "host/foundation/Path.h"
+#include "trovik/machine/Locations.h"
 
 #include <chrono>
+#include <optional>
+#include <string>
 
 namespace trovik {
-
-class Session;
 
 /// What an installation says of its cluster: the section "Slurm" of the
 /// settings, and what the user says instead.
@@ -24,9 +24,9 @@ struct ClusterSettings {
   std::chrono::seconds patience{90};
 };
 
-/// The folder is that of --shared, of $TROVIK_SHARED, of the settings, else
-/// "$XDG_DATA_HOME/trovik/cluster": homes are shared nearly everywhere. Throws
-/// a UsageError for what cannot be.
-ClusterSettings clusterSettings(const Session& session);
+/// The folder is `shared`, which is what --shared says, else that of
+/// $TROVIK_SHARED, of the settings, or "$XDG_DATA_HOME/trovik/cluster": homes
+/// are shared nearly everywhere. Throws a UsageError for what cannot be.
+ClusterSettings clusterSettings(const Locations& locations, const std::optional<std::string>& shared);
 
 } // namespace trovik

@@ -99,7 +99,8 @@ ClusterDesk::ClusterDesk(Session& session, Store& store, ClusterEngine::Duty dut
   tellTasks(session);
   client_ = std::make_unique<SlurmClient>(machine_);
   inspector_ = std::make_unique<ImageHelper>(session.locations().imageHelper());
-  engine_ = std::make_unique<ClusterEngine>(machine_, store, *client_, *inspector_, clusterSettings(session),
+  engine_ = std::make_unique<ClusterEngine>(machine_, store, *client_, *inspector_,
+                                            clusterSettings(session.locations(), session.options().shared),
                                             duty, std::move(notices));
 }
 
@@ -132,7 +133,7 @@ bool ClusterDesk::turnUntil(const std::function<bool()>& done, Duration limit) {
 void tryCluster(Session& session, const Job& job) {
   refuseWithoutSlurm();
   clusterRequest(job);
-  const ClusterSettings settings = clusterSettings(session);
+  const ClusterSettings settings = clusterSettings(session.locations(), session.options().shared);
   std::error_code error;
   std::filesystem::create_directories(settings.folder.c_str(), error);
   if (error || access(settings.folder.c_str(), W_OK) != 0) {

@@ -136,7 +136,7 @@ void Submission::describe() {
   std::error_code error;
   newJob_.directory = std::filesystem::current_path(error).string();
   newJob_.output = outputOf(job);
-  const ClusterSettings cluster = clusterSettings(session_);
+  const ClusterSettings cluster = clusterSettings(session_.locations(), session_.options().shared);
   newJob_.runOn = runOnOf(job, cluster.isDefault ? RunOn::Cluster : RunOn::Local);
   if (newJob_.runOn == RunOn::Cluster) {
     if (options.slots) {
