@@ -11,7 +11,30 @@
 # databases inside trovik/queue. Those for images stay in its helper
 # trovik/imagetool, which the program only starts. A source includes its own header
 # first, so that each header is compiled with nothing before it.
+#
+# Inside trovik/ each room includes only rooms of its line below, and no files
+# include each other in a circle, a source and its header taken as one.
 set -euo pipefail
+
+rooms='
+text
+machine      text
+records      machine
+queue        records text
+images       machine text
+jobs         records machine text
+works        jobs images queue records machine text
+progress     queue records machine text
+engine       progress works jobs images queue records machine text
+cluster      engine works jobs images queue records machine text
+reports      cluster progress works jobs images queue records machine text
+check        jobs text
+replay       reports works records text
+newtype      text
+commandline  text
+verbs        newtype replay check reports cluster engine progress works jobs images queue records machine text commandline
+imagetool    images text
+'
 
 root=$1
 cd "$root"
@@ -22,13 +45,21 @@ if [ ${#files[@]} -eq 0 ]; then
   exit 1
 fi
 
-awk '
+awk -v rooms="$rooms" '
   function layer(path) {
     if (path ~ /^host\/foundation\// || path == "host/Foundation.h") return "host/foundation"
     if (path ~ /^host\/application\// || path == "host/Application.h") return "host/application"
-    if (path ~ /^trovik\/imagetool\//) return "trovik/imagetool"
-    if (path ~ /^(job|module|trovik)\//) { sub(/\/.*/, "", path); return path }
+    if (path ~ /^(job|module)\//) { sub(/\/.*/, "", path); return path }
+    if (path ~ /^trovik\/(main|Program)\./) return "trovik"
+    if (path ~ /^trovik\/[^\/]+\/[^\/]+$/) {
+      sub(/\/[^\/]+$/, "", path)
+      return path in may ? path : ""
+    }
     return ""
+  }
+  function unit(path) {
+    sub(/\.(h|cpp)$/, "", path)
+    return path
   }
   function breach(text) {
     printf "%s:%d: %s\n", FILENAME, FNR, text
@@ -41,7 +72,16 @@ awk '
     may["job"] = "job host/application host/foundation"
     may["module"] = "module job host/application host/foundation"
     may["trovik"] = "trovik host/application host/foundation"
-    may["trovik/imagetool"] = "trovik/imagetool trovik"
+    rows = split(rooms, row, "\n")
+    for (i = 1; i <= rows; i++) {
+      words = split(row[i], word, " ")
+      if (words == 0) continue
+      room = "trovik/" word[1]
+      helper = word[1] == "imagetool"
+      if (!helper) may["trovik"] = may["trovik"] " " room
+      may[room] = room (helper ? "" : " host/application host/foundation")
+      for (k = 2; k <= words; k++) may[room] = may[room] " trovik/" word[k]
+    }
     database = "^(sqlite3|sqlite3ext)\\.h$|^SQLiteCpp/"
     outside = "^(curses|ncurses|term|termios|termio)\\.h$|^sys/(termios|ttydefaults)\\.h$|^(slurm|ncursesw)/"
     images = "^(png|pngconf|jpeglib|turbojpeg|tiff|tiffio|ImathBox|gd|ft2build)\\.h$" \
@@ -56,6 +96,7 @@ awk '
     from = layer(FILENAME)
     to = layer(line)
     if (from == "") { breach("belongs to no layer"); next }
+    if (to ~ /^trovik/ && unit(line) != unit(FILENAME)) needs[unit(FILENAME), ++needed[unit(FILENAME)]] = unit(line)
     own = FILENAME
     sub(/\.cpp$/, ".h", own)
     if (!(FILENAME in begun) && own != FILENAME && own in is_there && line != own)
@@ -67,5 +108,26 @@ awk '
     if (to == "" && from != "trovik/imagetool" && line ~ images) breach("<" line "> belongs inside trovik/imagetool/")
     if (line ~ database && FILENAME !~ /^trovik\/queue\//) breach("<" line "> belongs inside trovik/queue/")
   }
-  END { exit found }
+  # Takes away what needs nothing, or only what was taken away, until all is
+  # gone; what stays leads into a circle.
+  END {
+    do {
+      changed = 0
+      for (u in needed) {
+        open = 0
+        for (k = 1; k <= needed[u]; k++) if (needs[u, k] in needed) open = needs[u, k]
+        if (open) leads[u] = open
+        else { delete needed[u]; changed = 1 }
+      }
+    } while (changed)
+    least = ""
+    for (u in needed) if (least == "" || u < least) least = u
+    if (least != "") {
+      for (u = least; !(u in seen); u = leads[u]) seen[u] = 1
+      for (start = u; u != start || !began; u = leads[u]) { began = 1; circle = circle u " -> " }
+      print circle start ": a circle of includes"
+      found = 1
+    }
+    exit found
+  }
 ' "${files[@]}"

@@ -23,9 +23,11 @@ good_tree() {
   plant host/application/Job.h <<<'#include "host/foundation/String.h"'
   plant job/TessivarJob.h <<<'#include "host/application/Job.h"'
   plant module/Tessivar.cpp <<<'#include "job/TessivarJob.h"'
-  printf '%s\n' '#include "trovik/verbs/Queue.h"' '#include <sqlite3.h>' '#include "host/Application.h"' | plant trovik/queue/Store.cpp
-  plant trovik/verbs/Queue.h </dev/null
-  printf '%s\n' '#include "trovik/verbs/Queue.h"' '#include <OpenImageIO/imageio.h>' | plant trovik/imagetool/Decoder.cpp
+  printf '%s\n' '#include "trovik/text/Text.h"' '#include <sqlite3.h>' '#include "host/Application.h"' | plant trovik/queue/Store.cpp
+  plant trovik/text/Text.h </dev/null
+  plant trovik/verbs/Queue.h <<<'#include "trovik/queue/Store.h"'
+  plant trovik/main.cpp <<<'#include "trovik/verbs/Queue.h"'
+  printf '%s\n' '#include "trovik/text/Text.h"' '#include <OpenImageIO/imageio.h>' | plant trovik/imagetool/Decoder.cpp
 }
 
 expect() { # WHAT EXIT-CODE OUTPUT
@@ -64,22 +66,40 @@ breach host/application/Core.cpp '  #  include <trovik/verbs/Queue.h>' 'host/app
 breach job/Other.cpp '#include "module/Tessivar.h"' 'job includes module/Tessivar.h'
 breach job/Other.cpp '#include "trovik/verbs/Queue.h"' 'job includes trovik/verbs/Queue.h'
 breach module/Other.cpp '#include "trovik/verbs/Queue.h"' 'module includes trovik/verbs/Queue.h'
-breach trovik/Main.cpp '#include "module/Tessivar.h"' 'trovik includes module/Tessivar.h'
-breach trovik/Main.cpp '#include "job/TessivarJob.h"' 'trovik includes job/TessivarJob.h'
+breach trovik/main.cpp '#include "module/Tessivar.h"' 'trovik includes module/Tessivar.h'
+breach trovik/main.cpp '#include "job/TessivarJob.h"' 'trovik includes job/TessivarJob.h'
 breach host/application/Core.cpp '#include <sqlite3.h>' '<sqlite3.h> belongs inside trovik/queue/'
-breach trovik/Main.cpp '#include <sqlite3.h>' '<sqlite3.h> belongs inside trovik/queue/'
-breach trovik/Main.cpp '#include <SQLiteCpp/Database.h>' '<SQLiteCpp/Database.h> belongs inside trovik/queue/'
+breach trovik/main.cpp '#include <sqlite3.h>' '<sqlite3.h> belongs inside trovik/queue/'
+breach trovik/main.cpp '#include <SQLiteCpp/Database.h>' '<SQLiteCpp/Database.h> belongs inside trovik/queue/'
 breach job/Other.cpp '#include <slurm/slurm.h>' '<slurm/slurm.h> belongs inside trovik/'
 breach module/Other.cpp '#include <png.h>' '<png.h> belongs inside trovik/imagetool/'
-breach trovik/Verb.cpp '#include <OpenImageIO/imageio.h>' '<OpenImageIO/imageio.h> belongs inside trovik/imagetool/'
-breach trovik/Verb.cpp '#include <ft2build.h>' '<ft2build.h> belongs inside trovik/imagetool/'
-breach trovik/Verb.cpp '#include "trovik/imagetool/Decoder.h"' 'trovik includes trovik/imagetool/Decoder.h'
+breach trovik/verbs/Run.cpp '#include <OpenImageIO/imageio.h>' '<OpenImageIO/imageio.h> belongs inside trovik/imagetool/'
+breach trovik/verbs/Run.cpp '#include <ft2build.h>' '<ft2build.h> belongs inside trovik/imagetool/'
+breach trovik/verbs/Run.cpp '#include "trovik/imagetool/Decoder.h"' 'trovik/verbs includes trovik/imagetool/Decoder.h'
 breach trovik/imagetool/Check.cpp '#include "host/application/Job.h"' \
   'trovik/imagetool includes host/application/Job.h'
 breach host/foundation/Tty.cpp '#include <termios.h>' '<termios.h> belongs inside trovik/'
 breach host/application/Core.cpp '#include "Job.h"' \
   'includes "Job.h" by a path that does not begin at the root'
 breach host/Stray.h '#include <string>' 'belongs to no layer'
+breach trovik/Stray.h '#include <string>' 'belongs to no layer'
+breach trovik/garage/Car.h '#include <string>' 'belongs to no layer'
+breach trovik/queue/garage/Car.h '#include <string>' 'belongs to no layer'
+breach trovik/text/Other.cpp '#include "trovik/machine/Machine.h"' 'trovik/text includes trovik/machine/Machine.h'
+breach trovik/works/Other.cpp '#include "trovik/verbs/Queue.h"' 'trovik/works includes trovik/verbs/Queue.h'
+breach trovik/check/Other.cpp '#include "trovik/queue/Store.h"' 'trovik/check includes trovik/queue/Store.h'
+breach trovik/imagetool/Other.cpp '#include "trovik/queue/Store.h"' 'trovik/imagetool includes trovik/queue/Store.h'
+
+# A circle of three by way of their sources, with a way into it and one out.
+good_tree
+plant trovik/verbs/Away.cpp <<<'#include "trovik/verbs/A.h"'
+plant trovik/verbs/A.h <<<'#include "trovik/verbs/B.h"'
+plant trovik/verbs/B.h <<<'#include "trovik/verbs/Queue.h"'
+plant trovik/verbs/B.cpp <<<'#include "trovik/verbs/B.h"
+#include "trovik/verbs/C.h"'
+plant trovik/verbs/C.h <<<'#include "trovik/verbs/A.h"'
+expect "a circle" 1 \
+  'trovik/verbs/A -> trovik/verbs/B -> trovik/verbs/C -> trovik/verbs/A: a circle of includes'
 
 rm -rf "${tree:?}"/*
 expect "an empty tree" 1 "$tree: no sources below host, module, job and trovik"

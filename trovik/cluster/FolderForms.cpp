@@ -1,6 +1,6 @@
 #include "trovik/cluster/FolderForms.h"
 
-#include "trovik/records/Names.h"
+#include "trovik/records/Records.h"
 #include "trovik/text/Json.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/foundation/Path.h"
-#include "trovik/records/Records.h"
+#include "trovik/cluster/FolderForms.h"
 
 #include <cstdint>
 #include <map>
@@ -32,77 +32,6 @@ namespace trovik {
 //
 // All raise Exception* where a file cannot be read or written; the text names
 // the file and the reason.
-
-/// What a task must know of its job.
-struct FolderJob {
-  std::string queue; ///< the ID of the queue
-  JobId job = 0;
-  std::string name;
-  UID type;
-  std::string typeName;
-  bool hasFrames = true;
-  std::string packed; ///< the job's stream
-};
-
-/// One work of an array job.
-struct PlannedWork {
-  FrameRun run;    ///< of no meaning in a job without frames
-  int attempt = 1; ///< the number of the attempt
-};
-
-/// An array job: task i works the places from i * perTask on, perTask of them.
-struct ArrayPlan {
-  std::size_t perTask = 1;
-  std::string logs;                ///< the folder of the attempts' logs
-  bool stage = true;               ///< render into a folder of the attempt's own, then move what is good
-  std::chrono::seconds patience{}; ///< a process without a beat for so long counts as dead
-  std::vector<PlannedWork> works;
-
-  std::size_t tasks() const { return perTask == 0 ? 0 : (works.size() + perTask - 1) / perTask; }
-};
-
-/// A process that took up a work.
-struct WorkClaim {
-  int number = 1;    ///< 1 for the first process, one more for each that took its place
-  std::string host;  ///< where it runs
-  std::string boot;  ///< that machine's start (boot_id): process numbers of others mean nothing
-  int process = 0;   ///< the task's process
-  std::string mark;  ///< what its programs carry in TROVIK_ATTEMPT
-  std::string node;  ///< the node's name in the cluster; empty when not in one
-  std::string task;  ///< the cluster's own name of the task, "123_4"; may be empty
-  int restarts = 0;  ///< how often the cluster had started this task before
-  Moment started{};  ///< by the node's clock
-  std::string stage; ///< the folder that it renders into; empty for none
-};
-
-/// That a work is alive, and how far it is. Written again and again, in place.
-struct WorkBeat {
-  int claim = 1;          ///< whose
-  std::int64_t count = 0; ///< one more each time: what readers compare; clocks may differ
-  std::string stage;      ///< "waiting" (for an earlier process), "starting", "running", "checking"
-  std::string log;        ///< the file of its output; empty while it printed nothing
-  std::int64_t logBytes = 0;
-  double silent = 0;             ///< seconds since its program printed anything
-  double running = 0;            ///< seconds since its program was started
-  std::string command;           ///< the words as text for a shell
-  std::vector<FileRecord> files; ///< that the program named so far
-};
-
-/// How a work ended.
-struct WorkEnd {
-  enum class By {
-    Itself,      ///< judged by the rules of its type
-    Canceled,    ///< the array job was canceled
-    Interrupted, ///< the cluster ended the task: its limits, a drain, scancel by somebody else
-    GivenUp,     ///< the submitting side found it dead
-  };
-  By by = By::Itself;
-  int claim = 0; ///< of the process that left this; 0 for GivenUp
-  std::string node;
-  Moment started{};
-  Moment ended{};
-  Outcome outcome; ///< `attempt` is of no meaning
-};
 
 /// The folder of a job. Cheap to make; looks at nothing until it is asked.
 class JobFolder {

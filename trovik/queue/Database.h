@@ -2,7 +2,7 @@
 
 #include "host/foundation/Path.h"
 #include "trovik/queue/Store.h"
-#include "trovik/records/Names.h"
+#include "trovik/records/Records.h"
 #include "trovik/text/Text.h"
 
 #include <SQLiteCpp/Database.h>

@@ -1,7 +1,5 @@
 #include "trovik/records/Records.h"
 
-#include "trovik/records/Names.h"
-
 #include <array>
 #include <cstddef>
 

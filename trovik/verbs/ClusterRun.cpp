@@ -10,7 +10,7 @@
 #include "trovik/text/Messages.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
-#include "trovik/verbs/EngineRun.h"
+#include "trovik/verbs/OpenQueue.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -249,6 +249,10 @@ std::unique_ptr<ClusterDesk> deskForEngine(Session& session, Store& store) {
   return std::make_unique<ClusterDesk>(session, store, ClusterEngine::Duty::All, noticesTo(session));
 }
 
+namespace {
+
+/// Writes down what has become of the works of all jobs on a cluster; nothing
+/// where there are no such jobs, or another process does it.
 void collectFromCluster(Session& session, Store& store) {
   if (store.clusterJobs().empty()) {
     return;
@@ -262,6 +266,16 @@ void collectFromCluster(Session& session, Store& store) {
         return !desk.engine().isInCharge() || (desk.engine().isSettled() && fresh);
       },
       collectingTime);
+}
+
+} // namespace
+
+std::unique_ptr<Store> collectedQueue(Session& session) {
+  std::unique_ptr<Store> store = existingQueue(session.state());
+  if (store != nullptr) {
+    collectFromCluster(session, *store);
+  }
+  return store;
 }
 
 void cancelOnCluster(Session& session, Store& store) {

@@ -59,10 +59,9 @@ int followCluster(Session& session, Store& store, JobId job);
 /// null where Slurm's programs are missing.
 std::unique_ptr<ClusterDesk> deskForEngine(Session& session, Store& store);
 
-/// Writes down what has become of the works of all jobs on a cluster; for
-/// verbs that look at jobs. Takes no longer than a few seconds, and does
-/// nothing where there are no such jobs, or another process does it.
-void collectFromCluster(Session& session, Store& store);
+/// The queue for verbs that look at jobs, with what has become of those on a
+/// cluster; null where there is none yet. Takes no longer than a few seconds.
+std::unique_ptr<Store> collectedQueue(Session& session);
 
 /// Ends the tasks of canceled jobs.
 void cancelOnCluster(Session& session, Store& store);

@@ -17,14 +17,14 @@ int forEachJob(Session& session, const char* kind,
   for (const std::string& text : options.jobs) {
     jobNumber(text);
   }
-  Queue queue(session);
-  if (queue.store() != nullptr) {
-    settleLost(session, *queue.store());
+  const std::unique_ptr<Store> queue = collectedQueue(session);
+  if (queue != nullptr) {
+    settleLost(session, *queue);
   }
   // "last" means the job that was the newest when all began.
   std::string newest = "last";
-  if (queue.store() != nullptr) {
-    if (const std::vector<JobRecord> jobs = queue.store()->jobs(); !jobs.empty()) {
+  if (queue != nullptr) {
+    if (const std::vector<JobRecord> jobs = queue->jobs(); !jobs.empty()) {
       newest = std::to_string(jobs.front().id);
     }
   }
@@ -45,8 +45,8 @@ int forEachJob(Session& session, const char* kind,
       if (!seen.insert(jobNumber(known)).second) {
         continue;
       }
-      const JobRecord job = queue.job(known);
-      JobDone done = action(*queue.store(), job);
+      const JobRecord job = findJob(queue.get(), known);
+      JobDone done = action(*queue, job);
       document["jobs"].push_back(std::move(done.json));
       text += done.text;
     } catch (const UsageError& error) {
@@ -57,7 +57,7 @@ int forEachJob(Session& session, const char* kind,
   }
   const bool some = !document["jobs"].empty();
   if (some && finally) {
-    text += finally(*queue.store());
+    text += finally(*queue);
   }
   if (options.json) {
     console.print(jsonDocument(document));

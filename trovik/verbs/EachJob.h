@@ -1,7 +1,7 @@
 #pragma once
 
 #include "trovik/text/Json.h"
-#include "trovik/verbs/Queue.h"
+#include "trovik/verbs/OpenQueue.h"
 
 #include <functional>
 #include <string>

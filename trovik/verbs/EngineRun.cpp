@@ -10,15 +10,28 @@
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
-#include "trovik/verbs/Queue.h"
-#include "trovik/verbs/Submission.h"
+#include "trovik/verbs/OpenQueue.h"
 
 #include <algorithm>
 #include <memory>
+#include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 
 namespace trovik {
+namespace {
+
+/// The most programs that can run at a time: each takes three descriptors.
+std::size_t mostSlots() {
+  rlimit files{};
+  if (getrlimit(RLIMIT_NOFILE, &files) != 0 || files.rlim_cur == RLIM_INFINITY) {
+    return 10000;
+  }
+  return files.rlim_cur > 64 ? static_cast<std::size_t>(files.rlim_cur - 32) / 3 : 1;
+}
+
+} // namespace
+
 Path imageHelper(const Session& session) {
   Path program = session.locations().imageHelper();
   if (access(program.c_str(), X_OK) != 0) {
@@ -89,7 +102,7 @@ int workQueue(Session& session, Store& store, ImageInspector& images, Machine& m
   EnginePlan plan = enginePlan(session);
   plan.untilEmpty = options.untilEmpty;
   if (options.job) {
-    const JobRecord record = findJob(store, *options.job);
+    const JobRecord record = findJob(&store, *options.job);
     const JobId job = record.id;
     store.resume(job);
     if (record.runOn == RunOn::Cluster) {

@@ -16,7 +16,6 @@
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
-#include <sys/resource.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -54,14 +53,6 @@ void refuseTwice(const std::vector<std::pair<std::string, std::string>>& sets, c
 }
 
 } // namespace
-
-std::size_t mostSlots() {
-  rlimit files{};
-  if (getrlimit(RLIMIT_NOFILE, &files) != 0 || files.rlim_cur == RLIM_INFINITY) {
-    return 10000;
-  }
-  return files.rlim_cur > 64 ? static_cast<std::size_t>(files.rlim_cur - 32) / 3 : 1;
-}
 
 Submission::Submission(Session& session)
     : session_(session), setup_(findType(*session.options().type), session.detection()) {

@@ -37,7 +37,4 @@ private:
   NewJob newJob_;
 };
 
-/// The most programs that can run at a time: each takes three descriptors.
-std::size_t mostSlots();
-
 } // namespace trovik

@@ -1,6 +1,7 @@
 #include "trovik/queue/JobFiles.h"
 #include "trovik/text/UsageError.h"
-#include "trovik/verbs/Queue.h"
+#include "trovik/verbs/ClusterRun.h"
+#include "trovik/verbs/OpenQueue.h"
 #include "trovik/verbs/Session.h"
 #include "trovik/verbs/Verbs.h"
 
@@ -30,10 +31,10 @@ int printMissing(Console& console, const JobView& view, const std::vector<FileRe
 int listImages(Session& session) {
   const Options& options = session.options();
   Console& console = session.console();
-  Queue queue(session);
-  JobRecord job = queue.job(*options.job);
-  const JobView view = viewOf(*queue.store(), std::move(job));
-  const std::vector<FileRecord> files = filesOf(*queue.store(), view.job.id);
+  const std::unique_ptr<Store> queue = collectedQueue(session);
+  JobRecord job = findJob(queue.get(), *options.job);
+  const JobView view = viewOf(*queue, std::move(job));
+  const std::vector<FileRecord> files = filesOf(*queue, view.job.id);
   if (options.missing) {
     return printMissing(console, view, files, options.json);
   }

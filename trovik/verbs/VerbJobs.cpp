@@ -2,7 +2,8 @@
 #include "trovik/records/Moments.h"
 #include "trovik/text/Numbers.h"
 #include "trovik/text/UsageError.h"
-#include "trovik/verbs/Queue.h"
+#include "trovik/verbs/ClusterRun.h"
+#include "trovik/verbs/OpenQueue.h"
 #include "trovik/verbs/Session.h"
 #include "trovik/verbs/Verbs.h"
 
@@ -34,15 +35,15 @@ int listJobs(Session& session) {
   if (options.all && options.limit) {
     throw UsageError{"--all and --limit exclude each other", "leave one of them out"};
   }
-  Queue queue(session);
+  const std::unique_ptr<Store> queue = collectedQueue(session);
   std::vector<JobRecord> all;
-  if (queue.store() != nullptr) {
-    all = queue.store()->jobs();
+  if (queue != nullptr) {
+    all = queue->jobs();
   }
   const std::size_t known = all.size();
   std::vector<JobView> views;
   for (JobRecord& job : chosen(std::move(all), options)) {
-    views.push_back(viewOf(*queue.store(), std::move(job)));
+    views.push_back(viewOf(*queue, std::move(job)));
   }
   std::reverse(views.begin(), views.end());
 

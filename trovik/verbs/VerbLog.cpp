@@ -4,7 +4,8 @@
 #include "trovik/text/Numbers.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
-#include "trovik/verbs/Queue.h"
+#include "trovik/verbs/ClusterRun.h"
+#include "trovik/verbs/OpenQueue.h"
 #include "trovik/verbs/Session.h"
 #include "trovik/verbs/Verbs.h"
 
@@ -233,10 +234,10 @@ int showLog(Session& session) {
   if (options.all && options.json) {
     throw UsageError{"--all and --json exclude each other", "the JSON form tells where the whole log is"};
   }
-  Queue queue(session);
-  JobRecord job = queue.job(*options.job);
-  const JobView view = viewOf(*queue.store(), std::move(job));
-  const Chosen chosen = choose(*queue.store(), view, options);
+  const std::unique_ptr<Store> queue = collectedQueue(session);
+  JobRecord job = findJob(queue.get(), *options.job);
+  const JobView view = viewOf(*queue, std::move(job));
+  const Chosen chosen = choose(*queue, view, options);
   const Moment now = momentNow();
   if (options.json) {
     Json document = jsonOfKind("log");

@@ -7,7 +7,8 @@
 #include "trovik/text/Numbers.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
-#include "trovik/verbs/Queue.h"
+#include "trovik/verbs/ClusterRun.h"
+#include "trovik/verbs/OpenQueue.h"
 #include "trovik/verbs/Verbs.h"
 
 #include <algorithm>
@@ -89,10 +90,10 @@ int drawSheet(Session& session) {
   const std::optional<RunSet> only = framesIn(options.frames);
   const Path file = absolutePath(*options.file);
 
-  Queue queue(session);
-  JobRecord job = queue.job(*options.job);
-  const JobView view = viewOf(*queue.store(), std::move(job));
-  SheetPlan plan = sheetPlan(*queue.store(), view, only);
+  const std::unique_ptr<Store> queue = collectedQueue(session);
+  JobRecord job = findJob(queue.get(), *options.job);
+  const JobView view = viewOf(*queue, std::move(job));
+  SheetPlan plan = sheetPlan(*queue, view, only);
   plan.cellWidth = static_cast<int>(width);
   plan.columns = static_cast<int>(columns);
   const std::string total = counted(plan.cells.size(), plan.noun);

@@ -1,7 +1,8 @@
 #include "trovik/records/Moments.h"
 #include "trovik/reports/JobReport.h"
 #include "trovik/text/UsageError.h"
-#include "trovik/verbs/Queue.h"
+#include "trovik/verbs/ClusterRun.h"
+#include "trovik/verbs/OpenQueue.h"
 #include "trovik/verbs/Session.h"
 #include "trovik/verbs/Verbs.h"
 
@@ -9,9 +10,9 @@ namespace trovik {
 
 int showJob(Session& session) {
   Console& console = session.console();
-  Queue queue(session);
-  JobRecord job = queue.job(*session.options().job);
-  const JobReport report = reportOn(*queue.store(), std::move(job));
+  const std::unique_ptr<Store> queue = collectedQueue(session);
+  JobRecord job = findJob(queue.get(), *session.options().job);
+  const JobReport report = reportOn(*queue, std::move(job));
   if (session.options().json) {
     console.print(jsonDocument(reportJson(report, momentNow())));
   } else {

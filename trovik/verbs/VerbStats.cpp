@@ -1,6 +1,7 @@
 #include "trovik/reports/JobStats.h"
 #include "trovik/text/UsageError.h"
-#include "trovik/verbs/Queue.h"
+#include "trovik/verbs/ClusterRun.h"
+#include "trovik/verbs/OpenQueue.h"
 #include "trovik/verbs/Session.h"
 #include "trovik/verbs/Verbs.h"
 
@@ -9,19 +10,19 @@ namespace trovik {
 int showStats(Session& session) {
   const Options& options = session.options();
   Console& console = session.console();
-  Queue queue(session);
+  const std::unique_ptr<Store> queue = collectedQueue(session);
   const bool several = !options.job;
   std::vector<JobRecord> jobs;
   if (!several) {
-    jobs.push_back(queue.job(*options.job));
-  } else if (queue.store() != nullptr) {
-    jobs = queue.store()->jobs();
+    jobs.push_back(findJob(queue.get(), *options.job));
+  } else if (queue != nullptr) {
+    jobs = queue->jobs();
   }
   JobStats stats;
   for (const JobRecord& job : jobs) {
-    stats.add(job, queue.store()->attempts(job.id));
+    stats.add(job, queue->attempts(job.id));
   }
-  const JobStats::SlotsOf slots = [&queue](EngineId engine) { return queue.store()->slots(engine); };
+  const JobStats::SlotsOf slots = [&queue](EngineId engine) { return queue->slots(engine); };
   if (options.json) {
     Json document = jsonOfKind("stats");
     document["job"] = several ? Json(nullptr) : Json(jobs.front().id);

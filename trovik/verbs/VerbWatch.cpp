@@ -3,7 +3,7 @@
 #include "trovik/text/Json.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
-#include "trovik/verbs/Queue.h"
+#include "trovik/verbs/OpenQueue.h"
 #include "trovik/verbs/Session.h"
 #include "trovik/verbs/Verbs.h"
 
@@ -12,9 +12,9 @@ namespace trovik {
 int watchJob(Session& session) {
   const bool json = session.options().json;
   Console& console = session.console();
-  Queue queue(session);
-  const JobRecord job = queue.job(*session.options().job);
-  Store& store = *queue.store();
+  const std::unique_ptr<Store> existing = collectedQueue(session);
+  const JobRecord job = findJob(existing.get(), *session.options().job);
+  Store& store = *existing;
   if (job.runOn == RunOn::Cluster) {
     return followCluster(session, store, job.id);
   }

@@ -1,0 +1,52 @@
+#include "trovik/verbs/OpenQueue.h"
+
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
+
+#include <charconv>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace trovik {
+
+std::unique_ptr<Store> existingQueue(const Path& directory) {
+  std::error_code error;
+  const std::filesystem::path database = std::filesystem::path(directory.c_str()) / "queue.db";
+  const auto kind = std::filesystem::symlink_status(database, error).type();
+  return kind == std::filesystem::file_type::not_found ? nullptr : std::make_unique<Store>(directory);
+}
+
+JobId jobNumber(const std::string& text) {
+  if (text == "last") {
+    return 0;
+  }
+  JobId number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size() || number <= 0) {
+    throw UsageError{inQuotes(text) + " is not the number of a job",
+                     "jobs have whole numbers from 1 on, and the newest is \"last\"; \"trovik jobs\" lists "
+                     "them"};
+  }
+  return number;
+}
+
+JobRecord findJob(Store* store, const std::string& text) {
+  const JobId number = jobNumber(text);
+  if (store != nullptr) {
+    if (number == 0) {
+      if (std::vector<JobRecord> jobs = store->jobs(); !jobs.empty()) {
+        return std::move(jobs.front());
+      }
+    } else if (std::optional<JobRecord> job = store->job(number)) {
+      return std::move(*job);
+    }
+  }
+  if (number == 0) {
+    throw UsageError{"there is no job yet", "\"trovik run\" and \"trovik submit\" make one"};
+  }
+  throw UsageError{"there is no job " + std::to_string(number), "\"trovik jobs\" lists them"};
+}
+
+} // namespace trovik
