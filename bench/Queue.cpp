@@ -2,7 +2,7 @@
 // through it, as an engine goes it: in one transaction the end of one attempt
 // with its file and the start of the next.
 
-#include "trovik/queue/Store.h"
+#include "trovik/queue/Queue.h"
 
 #include <benchmark/benchmark.h>
 
@@ -25,11 +25,11 @@ public:
       throw std::runtime_error("no temporary directory");
     }
     path_ = pattern;
-    store = std::make_unique<Store>(Path(path_));
-    engine = store->enterEngine(2);
+    queue = std::make_unique<Queue>(Path(path_));
+    engine = queue->enterEngine(2);
   }
   ~TemporaryQueue() {
-    store.reset();
+    queue.reset();
     std::error_code ignored;
     std::filesystem::remove_all(path_, ignored);
   }
@@ -47,10 +47,10 @@ public:
     for (int frame = 1; frame <= works; ++frame) {
       job.works.push_back({frame, frame});
     }
-    return store->submit(job);
+    return queue->submit(job);
   }
 
-  std::unique_ptr<Store> store;
+  std::unique_ptr<Queue> queue;
   EngineId engine = 0;
 
 private:
@@ -78,10 +78,10 @@ FileRecord fileOf(const Claim& claim) {
 /// files of each; each turn does one work.
 void SettleAndClaim(benchmark::State& state) {
   TemporaryQueue queue;
-  Store& store = *queue.store;
+  Queue& queue = *queue.store;
   const int works = static_cast<int>(state.range(0));
   queue.submit(works);
-  std::vector<Claim> claims = store.claim(queue.engine, 1, std::nullopt);
+  std::vector<Claim> claims = queue.claim(queue.engine, 1, std::nullopt);
   for (auto _ : state) {
     const Claim done = claims.at(0);
     Outcome outcome;
@@ -91,15 +91,15 @@ void SettleAndClaim(benchmark::State& state) {
     if (state.range(1) > 0) {
       outcome.files = {fileOf(done)};
     }
-    store.inTransaction([&] {
-      store.noteProcess(done.attempt, 4711);
-      store.settle(outcome);
-      claims = store.claim(queue.engine, 1, std::nullopt);
+    queue.inTransaction([&] {
+      queue.noteProcess(done.attempt, 4711);
+      queue.settle(outcome);
+      claims = queue.claim(queue.engine, 1, std::nullopt);
     });
     if (claims.empty()) {
       state.PauseTiming();
       queue.submit(works);
-      claims = store.claim(queue.engine, 1, std::nullopt);
+      claims = queue.claim(queue.engine, 1, std::nullopt);
       state.ResumeTiming();
     }
   }

@@ -5,7 +5,7 @@
 #include "trovik/commandline/Completion.h"
 #include "trovik/commandline/Options.h"
 #include "trovik/machine/Interrupts.h"
-#include "trovik/queue/Store.h"
+#include "trovik/queue/Queue.h"
 #include "trovik/text/Messages.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
@@ -99,7 +99,7 @@ int runProgram(int count, char** arguments) {
     }
   } catch (const UsageError& error) {
     printRefusal(*console, error);
-  } catch (const StoreError& error) {
+  } catch (const QueueError& error) {
     printRefusal(*console, {error.message, error.hint});
   } catch (Exception* exception) {
     printRefusal(*console, {takeText(exception), {}});

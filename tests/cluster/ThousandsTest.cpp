@@ -109,8 +109,8 @@ TEST(ThousandsTest, TheSubmittingSideOfTenThousandWorksIsQuiet) {
   job->SetParameter(p_StartDirectory, directory.path());
 
   SiteClock machine(directory.file("site/now"));
-  Store store{Path(directory.file("queue"))};
-  Store view{Path(directory.file("queue"))};
+  Queue queue{Path(directory.file("queue"))};
+  Queue view{Path(directory.file("queue"))};
   FakeInspector inspector;
   SlurmClient client(machine);
   ClusterSettings settings;
@@ -119,10 +119,10 @@ TEST(ThousandsTest, TheSubmittingSideOfTenThousandWorksIsQuiet) {
   NewJob entry = TestType::newJob(*job);
   entry.runOn = RunOn::Cluster;
   entry.folder = settings.folder.Text();
-  const JobId id = store.submit(entry);
+  const JobId id = queue.submit(entry);
 
   std::vector<std::string> notices;
-  ClusterEngine engine(machine, store, client, inspector, settings, ClusterEngine::Duty::All,
+  ClusterEngine engine(machine, queue, client, inspector, settings, ClusterEngine::Duty::All,
                        [&](const ClusterNotice& notice) { notices.push_back(notice.text); });
   NoEvents events;
   JobFollower follower(view, id, events);
@@ -149,9 +149,9 @@ TEST(ThousandsTest, TheSubmittingSideOfTenThousandWorksIsQuiet) {
   const double minutes = (machine.seconds() - begin) / 60;
   const double perMinute = (processorSeconds() - before) / minutes;
 
-  EXPECT_EQ(store.job(id)->state, JobState::Good);
-  EXPECT_EQ(store.frames(id).good.text(), "1-" + std::to_string(works));
-  EXPECT_EQ(store.attempts(id).size(), static_cast<std::size_t>(works)) << "each work once";
+  EXPECT_EQ(queue.job(id)->state, JobState::Good);
+  EXPECT_EQ(queue.frames(id).good.text(), "1-" + std::to_string(works));
+  EXPECT_EQ(queue.attempts(id).size(), static_cast<std::size_t>(works)) << "each work once";
   EXPECT_TRUE(notices.empty()) << notices.front();
   EXPECT_EQ(events.ended, static_cast<std::size_t>(works));
 

@@ -2,7 +2,7 @@
 
 #include "tests/trovik/TemporaryDirectory.h"
 #include "tests/trovik/queue/Invariants.h"
-#include "trovik/queue/Store.h"
+#include "trovik/queue/Queue.h"
 
 #include <gtest/gtest.h>
 
@@ -172,10 +172,10 @@ Executable=)" CRASH_RENDERER "\n");
   /// is good still, and no frame that the queue calls good has been begun
   /// again since.
   void checkQueue() {
-    Store store(Path(directory.file("state")));
+    Queue queue(Path(directory.file("state")));
     EXPECT_EQ(brokenInvariants(directory.file("state/queue.db")), std::vector<std::string>());
-    for (const JobRecord& job : store.jobs()) {
-      const RunSet now = store.frames(job.id).good;
+    for (const JobRecord& job : queue.jobs()) {
+      const RunSet now = queue.frames(job.id).good;
       const std::map<int, int> begun = begins();
       for (const auto& [frame, times] : goodFrames) {
         EXPECT_TRUE(now.contains(frame)) << "frame " << frame << " was good and is not any more";
@@ -209,11 +209,11 @@ Executable=)" CRASH_RENDERER "\n");
     const int code = waitFor(start(engineWords()));
     EXPECT_EQ(code, 0) << readFile(directory.file("output"));
     checkQueue();
-    Store store(Path(directory.file("state")));
-    for (const JobRecord& job : store.jobs()) {
+    Queue queue(Path(directory.file("state")));
+    for (const JobRecord& job : queue.jobs()) {
       EXPECT_EQ(nameOf(job.state), expectedState) << job.note;
-      EXPECT_EQ(store.frames(job.id).good.count(), static_cast<std::size_t>(frames));
-      for (const AttemptRecord& attempt : store.attempts(job.id)) {
+      EXPECT_EQ(queue.frames(job.id).good.count(), static_cast<std::size_t>(frames));
+      for (const AttemptRecord& attempt : queue.attempts(job.id)) {
         EXPECT_NE(attempt.state, AttemptState::Running) << "attempt " << attempt.id;
       }
     }

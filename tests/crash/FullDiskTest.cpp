@@ -47,8 +47,8 @@ TEST_F(FullDisk, OfTheQueueOnlyDelays) {
     begin(frameCount, 3);
     const pid_t engine = start(engineWords());
     // Without any room an engine does not begin at all.
-    Store store(Path(directory.file("state")));
-    while (!hasEnded(engine) && !store.hasOtherEngine(0)) {
+    Queue queue(Path(directory.file("state")));
+    while (!hasEnded(engine) && !queue.hasOtherEngine(0)) {
       randomMoment(10);
     }
     while (filled < kills && !hasEnded(engine)) {
@@ -79,9 +79,9 @@ TEST_F(FullDisk, OfTheImagesFailsFramesWithTheirReason) {
   fill(directory.file("images/ballast"));
   const pid_t engine = start(engineWords());
   // The renderers fail for want of room until it is there again.
-  Store store(Path(directory.file("state")));
-  const auto failed = [&store] {
-    const std::vector<AttemptRecord> attempts = store.attempts(1);
+  Queue queue(Path(directory.file("state")));
+  const auto failed = [&queue] {
+    const std::vector<AttemptRecord> attempts = queue.attempts(1);
     return std::count_if(attempts.begin(), attempts.end(), [](const AttemptRecord& attempt) {
       return attempt.reason == "Error line: fatal: cannot write";
     });

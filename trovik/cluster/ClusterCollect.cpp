@@ -61,7 +61,7 @@ void ClusterEngine::lookAtPlaces() {
   }
   beatTime_ = active > manyWorks ? beatTimeOfMany : beatTime;
   turnTime_ = active > manyWorks ? turnTimeOfMany : turnTime;
-  store_.inTransaction([&] {
+  queue_.inTransaction([&] {
     for (auto array = arrays_.begin(); array != arrays_.end();) {
       lookAt(array->second);
       array = array->second.places.empty() ? arrays_.erase(array) : std::next(array);
@@ -204,7 +204,7 @@ void ClusterEngine::noteAlive(Array& array, Place& place) {
   }
   if (work.attempt == 0) {
     const std::optional<WorkClaim> taken = array.folder.claimOf(work.place, claim);
-    work.attempt = store_.beginPlaced(array.record.id, work.place,
+    work.attempt = queue_.beginPlaced(array.record.id, work.place,
                                       taken ? std::min(taken->started, momentNow()) : momentNow());
   }
   const std::optional<WorkBeat> beat = array.folder.beatOf(work.place);
@@ -220,16 +220,16 @@ void ClusterEngine::noteAlive(Array& array, Place& place) {
   noted.stage = beat->stage;
   noted.silent = beat->silent;
   noted.seen = momentNow();
-  store_.noteBeat(noted);
+  queue_.noteBeat(noted);
   const std::string stage =
-      "/.trovik-" + taskMark(store_.queueId(), array.record.job, array.folder, work.place, claim) + '/';
+      "/.trovik-" + taskMark(queue_.queueId(), array.record.job, array.folder, work.place, claim) + '/';
   for (; place.files < beat->files.size(); ++place.files) {
     FileRecord file = beat->files[place.files];
     if (file.path.find(stage) != std::string::npos) {
       continue; // it is not where users look for it before its work has ended
     }
     file.path = Path(file.path).TranslateToLocal().Text();
-    store_.noteFile(work.attempt, file);
+    queue_.noteFile(work.attempt, file);
   }
 }
 
@@ -245,7 +245,7 @@ bool ClusterEngine::considerDeath(Array& array, Place& place) {
     }
     if (array.record.canceling && array.canceled) {
       // The mark in the folder keeps back whatever may start after all.
-      store_.closePlace(array.record.id, place.record.place);
+      queue_.closePlace(array.record.id, place.record.place);
       forgetLook(array.record.job);
       return true;
     }
@@ -290,7 +290,7 @@ bool ClusterEngine::giveUp(Array& array, Place& place) {
   }
   if (notReached && !array.record.canceling) {
     // The task ended with an earlier work; nothing can be said of this one.
-    store_.closePlace(array.record.id, work.place);
+    queue_.closePlace(array.record.id, work.place);
     forgetLook(array.record.job);
     return true;
   }
@@ -340,7 +340,7 @@ void ClusterEngine::startRescue(const Array& array, const PlacedWork& work, Work
   LeftBehind left;
   left.since = end.started;
   for (int number = 1; number <= claims; ++number) {
-    left.marks.push_back(taskMark(store_.queueId(), array.record.job, array.folder, work.place, number));
+    left.marks.push_back(taskMark(queue_.queueId(), array.record.job, array.folder, work.place, number));
   }
   if (const std::optional<WorkBeat> beat = array.folder.beatOf(work.place)) {
     end.outcome.log = Path(beat->log).TranslateToLocal().Text();
@@ -367,7 +367,7 @@ void ClusterEngine::startRescue(const Array& array, const PlacedWork& work, Work
       info.run = work.run;
       info.hasFrames = job.record.hasFrames;
       object = job.works->make(info);
-      const std::string mark = taskMark(store_.queueId(), array.record.job, array.folder, work.place, 0);
+      const std::string mark = taskMark(queue_.queueId(), array.record.job, array.folder, work.place, 0);
       LeftFiles found = takeLeft(*object, job.request->stage, mark, left);
       rescue.stage = std::move(found.staged);
       lost.files = std::move(found.files);
@@ -411,7 +411,7 @@ void ClusterEngine::settle(const Array& array, std::size_t place, const WorkEnd&
     outcome.alike = outcome.reason;
   }
   const Moment started = end.started == Moment{} ? momentNow() : std::min(end.started, momentNow());
-  store_.settlePlaced(array.record.id, place, started, std::move(outcome));
+  queue_.settlePlaced(array.record.id, place, started, std::move(outcome));
   forgetLook(array.record.job);
   refreshJob(array.record.job);
 }
@@ -425,7 +425,7 @@ void ClusterEngine::forgetLook(JobId job) {
 /// Its state, which this process's own changes may have changed.
 void ClusterEngine::refreshJob(JobId job) {
   if (const auto known = jobs_.find(job); known != jobs_.end()) {
-    if (std::optional<JobRecord> record = store_.job(job)) {
+    if (std::optional<JobRecord> record = queue_.job(job)) {
       known->second.record = std::move(*record);
     }
   }

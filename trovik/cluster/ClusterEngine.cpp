@@ -33,11 +33,11 @@ constexpr Duration cancelAgain = std::chrono::seconds(60);
 
 /// What a work of so many frames took before, in seconds: in this job, else in
 /// the one that rendered the scene before.
-std::optional<double> secondsOfWork(Store& store, const JobRecord& job, double framesOfWork) {
+std::optional<double> secondsOfWork(Queue& queue, const JobRecord& job, double framesOfWork) {
   const auto secondsOfFrame = [&](JobId id) -> std::optional<double> {
     double seconds = 0;
     double frames = 0;
-    for (const AttemptRecord& attempt : store.attempts(id)) {
+    for (const AttemptRecord& attempt : queue.attempts(id)) {
       if (attempt.state == AttemptState::Good) {
         seconds += secondsOf(durationOf(attempt.duration));
         frames += static_cast<double>(attempt.run.Count());
@@ -47,7 +47,7 @@ std::optional<double> secondsOfWork(Store& store, const JobRecord& job, double f
   };
   std::optional<double> known = secondsOfFrame(job.id);
   if (!known) {
-    for (const JobRecord& earlier : store.jobs()) {
+    for (const JobRecord& earlier : queue.jobs()) {
       if (earlier.id < job.id && earlier.type == job.type && earlier.scene == job.scene) {
         known = secondsOfFrame(earlier.id);
         break;
@@ -59,14 +59,14 @@ std::optional<double> secondsOfWork(Store& store, const JobRecord& job, double f
 
 } // namespace
 
-ClusterEngine::ClusterEngine(Machine& machine, Store& store, ClusterClient& client, ImageInspector& inspector,
+ClusterEngine::ClusterEngine(Machine& machine, Queue& queue, ClusterClient& client, ImageInspector& inspector,
                              const ClusterSettings& settings, Duty duty, Notices notices)
-    : machine_(machine), store_(store), client_(client), inspector_(inspector), settings_(settings),
+    : machine_(machine), queue_(queue), client_(client), inspector_(inspector), settings_(settings),
       duty_(duty), notices_(std::move(notices)) {}
 
 ClusterEngine::~ClusterEngine() {
   if (inCharge_) {
-    store_.releaseClusterLock();
+    queue_.releaseClusterLock();
   }
 }
 
@@ -79,7 +79,7 @@ void ClusterEngine::advance() {
       nextTurn_ = nextCharge_;
       return;
     }
-    if (const std::int64_t version = store_.dataVersion(); version != version_) {
+    if (const std::int64_t version = queue_.dataVersion(); version != version_) {
       reload();
       version_ = version;
     }
@@ -92,7 +92,7 @@ void ClusterEngine::advance() {
     }
     ask();
     lookedOnce_ = true;
-  } catch (const StoreError& error) {
+  } catch (const QueueError& error) {
     if (!error.passes()) {
       throw;
     }
@@ -138,7 +138,7 @@ bool ClusterEngine::takeCharge() {
   const Clock::time_point now = machine_.now();
   if (!inCharge_ && now >= nextCharge_) {
     nextCharge_ = now + chargeTime;
-    inCharge_ = store_.takeClusterLock();
+    inCharge_ = queue_.takeClusterLock();
     version_ = -1;
   }
   return inCharge_;
@@ -147,8 +147,8 @@ bool ClusterEngine::takeCharge() {
 /// What the queue says, with what this process knows besides.
 void ClusterEngine::reload() {
   std::map<ArrayId, Array> arrays;
-  for (ArrayRecord& record : store_.openArrays()) {
-    const std::optional<JobRecord> job = store_.job(record.job);
+  for (ArrayRecord& record : queue_.openArrays()) {
+    const std::optional<JobRecord> job = queue_.job(record.job);
     auto old = arrays_.extract(record.id);
     if (old.empty()) {
       ArrayFolder folder(JobFolder(Path(job ? job->folder : std::string())).array(record.number));
@@ -163,7 +163,7 @@ void ClusterEngine::reload() {
     Array& array = arrays.at(record.id);
     array.record = record;
     std::map<std::size_t, Place> places;
-    for (PlacedWork& work : store_.openPlaces(record.id)) {
+    for (PlacedWork& work : queue_.openPlaces(record.id)) {
       auto place = array.places.extract(work.place);
       if (place.empty()) {
         places[work.place].alive = machine_.now();
@@ -177,7 +177,7 @@ void ClusterEngine::reload() {
   arrays_ = std::move(arrays);
 
   std::map<JobId, OpenJob> jobs;
-  for (JobRecord& record : store_.clusterJobs()) {
+  for (JobRecord& record : queue_.clusterJobs()) {
     auto old = jobs_.extract(record.id);
     if (!old.empty()) {
       jobs.insert(std::move(old));
@@ -198,7 +198,7 @@ ClusterEngine::OpenJob* ClusterEngine::open(JobId id) {
   OpenJob& job = known->second;
   if (!job.works && !job.refused) {
     try {
-      auto works = std::make_unique<WorkMaker>(job.record.type, store_.packed(id));
+      auto works = std::make_unique<WorkMaker>(job.record.type, queue_.packed(id));
       job.request = clusterRequest(*works->makeWhole());
       job.works = std::move(works);
     } catch (Exception* exception) {
@@ -214,8 +214,8 @@ ClusterEngine::OpenJob* ClusterEngine::open(JobId id) {
 }
 
 void ClusterEngine::finishJobs() {
-  for (const JobRecord& job : store_.takeEnded()) {
-    startEndCommands(job, store_.summary(job.id));
+  for (const JobRecord& job : queue_.takeEnded()) {
+    startEndCommands(job, queue_.summary(job.id));
   }
 }
 
@@ -228,7 +228,7 @@ void ClusterEngine::place() {
     if ((record.looked && !record.readySince) || machine_.now() < record.full) {
       continue;
     }
-    std::vector<WorkRecord> works = store_.unplaced(id);
+    std::vector<WorkRecord> works = queue_.unplaced(id);
     record.looked = true;
     if (works.empty()) {
       record.readySince.reset();
@@ -284,7 +284,7 @@ void ClusterEngine::placeWorks(OpenJob& job, std::vector<WorkRecord> works) {
       frames += static_cast<double>(work.run.Count());
     }
     const double framesOfWork = job.record.hasFrames ? frames / static_cast<double>(works.size()) : 1;
-    job.perTask = worksPerTask(request, works.size(), secondsOfWork(store_, job.record, framesOfWork), ours);
+    job.perTask = worksPerTask(request, works.size(), secondsOfWork(queue_, job.record, framesOfWork), ours);
   }
   const std::size_t perTask = job.perTask;
   const std::size_t tasks = std::min<std::size_t>(ours - open, static_cast<std::size_t>(site_->arraySize));
@@ -308,11 +308,11 @@ void ClusterEngine::placeWorks(OpenJob& job, std::vector<WorkRecord> works) {
     place.number = work.attempts + 1;
     places.push_back(std::move(place));
   }
-  const ArrayRecord record = store_.addArray(job.record.id, perTask, places);
+  const ArrayRecord record = queue_.addArray(job.record.id, perTask, places);
   ArrayFolder folder(JobFolder(Path(job.record.folder)).array(record.number));
   Array& array =
       arrays_.emplace(record.id, Array{record, std::move(folder), {}, 0, true, {}, {}, {}}).first->second;
-  for (PlacedWork& work : store_.openPlaces(record.id)) {
+  for (PlacedWork& work : queue_.openPlaces(record.id)) {
     const std::size_t place = work.place;
     array.places[place].record = std::move(work);
     array.places[place].phase = TaskPhase::Waiting;
@@ -332,14 +332,14 @@ void ClusterEngine::submit(Array& array, OpenJob& job) {
   }
   try {
     const JobFolder folder{Path(job.record.folder)};
-    folder.create({store_.queueId(), job.record.id, job.record.name, job.record.type, job.record.typeName,
-                   job.record.hasFrames, store_.packed(job.record.id)});
+    folder.create({queue_.queueId(), job.record.id, job.record.name, job.record.type, job.record.typeName,
+                   job.record.hasFrames, queue_.packed(job.record.id)});
     array.folder.create(plan);
   } catch (Exception* exception) {
     const std::string problem = takeText(exception);
     const JobId id = job.record.id;
     abandon(array);
-    store_.stop(id, "Stopped: " + problem);
+    queue_.stop(id, "Stopped: " + problem);
     version_ = -1;
     return;
   }
@@ -374,7 +374,7 @@ void ClusterEngine::submitted(ArrayId id, const ClusterAnswer& answer) {
     array.record.cluster = answer.array;
     array.record.state = ArrayRecord::State::Submitted;
     array.answeredAt = machine_.now();
-    store_.noteSubmitted(id, answer.array);
+    queue_.noteSubmitted(id, answer.array);
     changed_ = true;
     pause_ = questionPause;
     return;
@@ -382,7 +382,7 @@ void ClusterEngine::submitted(ArrayId id, const ClusterAnswer& answer) {
   if (answer.refused) {
     const JobId job = array.record.job;
     abandon(array);
-    store_.stop(job, "Stopped: the cluster refuses it: " + answer.problem);
+    queue_.stop(job, "Stopped: the cluster refuses it: " + answer.problem);
     version_ = -1;
     return;
   }
@@ -399,7 +399,7 @@ void ClusterEngine::abandon(Array& array) {
   } catch (Exception* exception) {
     LogDebug(takeText(exception)); // without the folder no task can do anything either
   }
-  store_.dropArray(id);
+  queue_.dropArray(id);
   arrays_.erase(id);
   if (const auto known = jobs_.find(job); known != jobs_.end()) {
     known->second.looked = false;
@@ -411,7 +411,7 @@ bool ClusterEngine::mayAsk() const {
     return false;
   }
   // Another process may have asked a moment ago. Clocks that were set say nothing.
-  const Moment asked = store_.clusterContact().asked;
+  const Moment asked = queue_.clusterContact().asked;
   const Moment now = momentNow();
   return asked == contact_.asked || asked > now ||
          now - asked >= std::chrono::duration_cast<std::chrono::microseconds>(questionPause);
@@ -449,7 +449,7 @@ void ClusterEngine::seek(Array& array) {
                     sought.record.cluster = answer.tasks.front().array;
                     sought.record.state = ArrayRecord::State::Submitted;
                     sought.answeredAt = began;
-                    store_.noteSubmitted(id, sought.record.cluster);
+                    queue_.noteSubmitted(id, sought.record.cluster);
                     answered({id}, answer);
                   } else if (sought.sought && began - *sought.sought >= seekingTime) {
                     abandon(sought);
@@ -497,7 +497,7 @@ void ClusterEngine::noteContact(const ClusterAnswer& answer) {
     tell(0, "contact", "the cluster does not answer: " + answer.problem,
          "what runs there goes on, and what it finishes is seen all the same");
   }
-  store_.noteContact(contact_);
+  queue_.noteContact(contact_);
 }
 
 void ClusterEngine::answered(const std::vector<ArrayId>& asked, const ClusterAnswer& answer) {
@@ -509,7 +509,7 @@ void ClusterEngine::answered(const std::vector<ArrayId>& asked, const ClusterAns
   }
   std::map<std::int64_t, std::set<int>> seen;
   std::map<std::pair<Array*, std::string>, std::size_t> stuck;
-  store_.inTransaction([&] {
+  queue_.inTransaction([&] {
     for (const ClusterTask& task : answer.tasks) {
       const auto array = byNumber.find(task.array);
       if (array == byNumber.end() || task.index < 0) {
@@ -573,7 +573,7 @@ void ClusterEngine::take(Place& place, const ClusterTask& task) {
     record.reason = task.reason;
     record.node = task.node;
     record.restarts = task.restarts;
-    store_.noteTask(record);
+    queue_.noteTask(record);
   }
 }
 
@@ -594,7 +594,7 @@ void ClusterEngine::cancelArrays() {
       continue;
     }
     if (!array.record.canceling) {
-      store_.cancelArray(id);
+      queue_.cancelArray(id);
       array.record.canceling = true;
     }
     const Clock::time_point now = machine_.now();

@@ -6,7 +6,7 @@
 #include "trovik/cluster/JobFolder.h"
 #include "trovik/cluster/StagedOutput.h"
 #include "trovik/images/ImageInspector.h"
-#include "trovik/queue/Store.h"
+#include "trovik/queue/Queue.h"
 #include "trovik/works/Recovery.h"
 
 #include <algorithm>
@@ -60,13 +60,13 @@ public:
   static constexpr Duration questionPause = std::chrono::seconds(2);
 
   /// All must outlive the engine.
-  ClusterEngine(Machine& machine, Store& store, ClusterClient& client, ImageInspector& inspector,
+  ClusterEngine(Machine& machine, Queue& queue, ClusterClient& client, ImageInspector& inspector,
                 const ClusterSettings& settings, Duty duty, Notices notices = {});
   ~ClusterEngine();
   ClusterEngine(const ClusterEngine&) = delete;
   ClusterEngine& operator=(const ClusterEngine&) = delete;
 
-  /// Goes on as far as it can without waiting. Throws StoreError where the
+  /// Goes on as far as it can without waiting. Throws QueueError where the
   /// queue is of no use any more.
   void advance();
   void addDescriptors(std::vector<pollfd>& descriptors) const;
@@ -161,7 +161,7 @@ private:
   void tell(JobId job, const std::string& key, const std::string& text, const std::string& hint);
 
   Machine& machine_;
-  Store& store_;
+  Queue& queue_;
   ClusterClient& client_;
   ImageInspector& inspector_;
   ClusterSettings settings_;

@@ -16,16 +16,16 @@ constexpr std::size_t jobsKept = 64; // jobs without running works that stay unp
 
 } // namespace
 
-LocalEngine::LocalEngine(Machine& machine, Store& store, ImageInspector& inspector,
+LocalEngine::LocalEngine(Machine& machine, Queue& queue, ImageInspector& inspector,
                          InterruptSource& interrupts, RunEvents& events)
-    : machine_(machine), store_(store), inspector_(inspector), interrupts_(interrupts), events_(events) {}
+    : machine_(machine), queue_(queue), inspector_(inspector), interrupts_(interrupts), events_(events) {}
 
 LocalEngine::~LocalEngine() = default;
 
 bool LocalEngine::run(const EnginePlan& plan) {
   plan_ = plan;
-  engine_ = store_.enterEngine(plan.slots);
-  dataVersion_ = store_.dataVersion();
+  engine_ = queue_.enterEngine(plan.slots);
+  dataVersion_ = queue_.dataVersion();
   nextTick_ = nextRecovery_ = machine_.now();
   if (plan.only) {
     open(*plan.only);
@@ -43,7 +43,7 @@ bool LocalEngine::run(const EnginePlan& plan) {
     advanceAttempts();
     advanceRecoveries();
   } while (true);
-  store_.leaveEngine(engine_);
+  queue_.leaveEngine(engine_);
   return stops_ == 0;
 }
 
@@ -55,22 +55,22 @@ void LocalEngine::tick() {
   }
   nextTick_ = now + tickTime;
   try {
-    if (const std::int64_t version = store_.dataVersion(); version != dataVersion_) {
+    if (const std::int64_t version = queue_.dataVersion(); version != dataVersion_) {
       dataVersion_ = version;
       mayHaveWork_ = true;
       stopCanceled();
     }
     if (now >= nextRecovery_ && recoveries_.empty() && stops_ == 0) {
       nextRecovery_ = now + recoveryTime;
-      recoveries_ = takeLostAttempts(store_, inspector_);
+      recoveries_ = takeLostAttempts(queue_, inspector_);
       advanceRecoveries();
     }
-    store_.sync();
+    queue_.sync();
     finishJobs();
     if (plan_.whenIdle) {
       plan_.whenIdle();
     }
-  } catch (const StoreError& error) {
+  } catch (const QueueError& error) {
     if (!error.passes()) {
       throw;
     }
@@ -83,7 +83,7 @@ void LocalEngine::stopCanceled() {
   if (running_.empty()) {
     return;
   }
-  const std::vector<AttemptId> canceled = store_.canceled(engine_);
+  const std::vector<AttemptId> canceled = queue_.canceled(engine_);
   const Clock::time_point now = machine_.now();
   for (const auto& attempt : running_) {
     if (std::find(canceled.begin(), canceled.end(), attempt->claim().attempt) != canceled.end()) {
@@ -106,17 +106,17 @@ void LocalEngine::advanceRecoveries() {
 void LocalEngine::finishJobs() {
   std::vector<JobRecord> over;
   try {
-    over = store_.takeEnded();
-  } catch (const StoreError& error) {
+    over = queue_.takeEnded();
+  } catch (const QueueError& error) {
     if (!error.passes()) {
       throw;
     }
     LogDebug(error.message); // the next look finds them
   }
   for (const JobRecord& job : over) {
-    startEndCommands(job, store_.summary(job.id));
+    startEndCommands(job, queue_.summary(job.id));
     if (!plan_.only && jobs_.contains(job.id)) {
-      RunSummary summary = store_.summary(job.id);
+      RunSummary summary = queue_.summary(job.id);
       summary.info.slots = plan_.slots;
       events_.runEnded(summary);
       jobs_.erase(job.id);
@@ -129,12 +129,12 @@ OpenJob* LocalEngine::open(JobId id) {
   if (known != jobs_.end()) {
     return known->second.get();
   }
-  const std::optional<JobRecord> record = store_.job(id);
+  const std::optional<JobRecord> record = queue_.job(id);
   if (!record) {
     return nullptr;
   }
-  auto job = std::make_unique<OpenJob>(store_, *record);
-  RunInfo info = job->info(store_);
+  auto job = std::make_unique<OpenJob>(queue_, *record);
+  RunInfo info = job->info(queue_);
   info.slots = plan_.slots;
   events_.runStarted(info);
   return jobs_.emplace(id, std::move(job)).first->second.get();
@@ -172,8 +172,8 @@ bool LocalEngine::recordTurn() {
   std::vector<Claim> claims;
   std::vector<bool> again;
   try {
-    store_.inTransaction([&] { writeTurn(claims, again); });
-  } catch (const StoreError& error) {
+    queue_.inTransaction([&] { writeTurn(claims, again); });
+  } catch (const QueueError& error) {
     if (!error.passes()) {
       throw;
     }
@@ -196,19 +196,19 @@ bool LocalEngine::recordTurn() {
 
 void LocalEngine::writeTurn(std::vector<Claim>& claims, std::vector<bool>& again) {
   if (stops_ > 0 && plan_.only && !putAside_ && interrupts_.byUser()) {
-    store_.stop(*plan_.only, "Stopped by the user");
+    queue_.stop(*plan_.only, "Stopped by the user");
   }
   for (const auto& [attempt, process] : processes_) {
-    store_.noteProcess(attempt, process);
+    queue_.noteProcess(attempt, process);
   }
   for (const Note& note : notes_) {
-    store_.noteFile(note.attempt, note.file);
+    queue_.noteFile(note.attempt, note.file);
   }
   for (const auto& attempt : ended_) {
-    again.push_back(store_.settle(attempt->outcome()));
+    again.push_back(queue_.settle(attempt->outcome()));
   }
   for (const Outcome& outcome : outcomes_) {
-    store_.settle(outcome);
+    queue_.settle(outcome);
   }
   mayHaveWork_ =
       mayHaveWork_ || std::find(again.begin(), again.end(), true) != again.end() || !outcomes_.empty();
@@ -226,7 +226,7 @@ void LocalEngine::claimWorks(std::vector<Claim>& claims) {
   // How wide a work is shows only when its job is known, so wide ones are taken
   // one by one; the last of them may have to wait for its slots.
   const std::size_t wanted = plan_.slotsAreCpus ? 1 : plan_.slots - busy;
-  claims = store_.claim(engine_, wanted, plan_.only, refused_);
+  claims = queue_.claim(engine_, wanted, plan_.only, refused_);
   mayHaveWork_ = claims.size() == wanted;
 }
 
@@ -255,7 +255,7 @@ void LocalEngine::tellTurn(const std::vector<bool>& again) {
   if (!recoveries_.empty() && std::all_of(recoveries_.begin(), recoveries_.end(),
                                           [](const auto& one) { return one->isRecorded(); })) {
     recoveries_.clear();
-    store_.releaseLost();
+    queue_.releaseLost();
   }
   if (perhapsOver) {
     finishJobs();
@@ -405,7 +405,7 @@ bool LocalEngine::isDone() {
     return false;
   }
   if (plan_.only) {
-    const std::optional<JobRecord> job = store_.job(*plan_.only);
+    const std::optional<JobRecord> job = queue_.job(*plan_.only);
     if (job && isOpen(job->state)) {
       return false;
     }
@@ -415,7 +415,7 @@ bool LocalEngine::isDone() {
   if (!plan_.untilEmpty) {
     return false;
   }
-  for (const JobRecord& job : store_.jobs()) {
+  for (const JobRecord& job : queue_.jobs()) {
     const bool ours = job.runOn == RunOn::Local || plan_.withCluster;
     if (ours && isOpen(job.state) && std::find(refused_.begin(), refused_.end(), job.id) == refused_.end()) {
       return false;

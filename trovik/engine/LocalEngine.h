@@ -4,7 +4,7 @@
 #include "trovik/images/ImageInspector.h"
 #include "trovik/machine/Interrupts.h"
 #include "trovik/machine/Machine.h"
-#include "trovik/queue/Store.h"
+#include "trovik/queue/Queue.h"
 #include "trovik/records/RunEvents.h"
 #include "trovik/works/Attempt.h"
 #include "trovik/works/Recovery.h"
@@ -46,12 +46,12 @@ struct EnginePlan {
 class LocalEngine : private AttemptListener {
 public:
   /// All must outlive the engine.
-  LocalEngine(Machine& machine, Store& store, ImageInspector& inspector, InterruptSource& interrupts,
+  LocalEngine(Machine& machine, Queue& queue, ImageInspector& inspector, InterruptSource& interrupts,
               RunEvents& events);
   ~LocalEngine() override;
 
   /// Runs until the plan is done or the user stopped it. True when it was not
-  /// stopped. Throws StoreError where the queue is of no use any more, and
+  /// stopped. Throws QueueError where the queue is of no use any more, and
   /// raises Exception* when the one job of the plan cannot be read.
   bool run(const EnginePlan& plan);
 
@@ -86,7 +86,7 @@ private:
   void forgetIdleJobs();
 
   Machine& machine_;
-  Store& store_;
+  Queue& queue_;
   ImageInspector& inspector_;
   InterruptSource& interrupts_;
   RunEvents& events_;

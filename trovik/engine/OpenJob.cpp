@@ -11,9 +11,9 @@
 namespace trovik {
 namespace {
 
-std::unique_ptr<RunLogs> logsOf(const Store& store, const JobRecord& record) {
+std::unique_ptr<RunLogs> logsOf(const Queue& queue, const JobRecord& record) {
   try {
-    return std::make_unique<RunLogDirectory>(record.logs.empty() ? store.logDirectory(record.id)
+    return std::make_unique<RunLogDirectory>(record.logs.empty() ? queue.logDirectory(record.id)
                                                                  : Path(record.logs));
   } catch (const UsageError& error) {
     LogWarning("job " + std::to_string(record.id) + " has no logs: " + error.message);
@@ -35,12 +35,12 @@ std::size_t cpusOf(const Job& job) {
 
 } // namespace
 
-OpenJob::OpenJob(Store& store, const JobRecord& record)
-    : record_(record), works_(record.type, store.packed(record.id)), job_(works_.makeWhole()),
-      logs_(logsOf(store, record)), cpus_(cpusOf(*job_)) {}
+OpenJob::OpenJob(Queue& queue, const JobRecord& record)
+    : record_(record), works_(record.type, queue.packed(record.id)), job_(works_.makeWhole()),
+      logs_(logsOf(queue, record)), cpus_(cpusOf(*job_)) {}
 
-RunInfo OpenJob::info(Store& store) const {
-  return runInfoOf(viewOf(store, record_));
+RunInfo OpenJob::info(Queue& queue) const {
+  return runInfoOf(viewOf(queue, record_));
 }
 
 WorkInfo OpenJob::work(const Claim& claim) const {

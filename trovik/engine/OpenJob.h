@@ -1,7 +1,7 @@
 #pragma once
 
 #include "trovik/jobs/WorkJob.h"
-#include "trovik/queue/Store.h"
+#include "trovik/queue/Queue.h"
 #include "trovik/records/RunEvents.h"
 #include "trovik/works/RunLogs.h"
 
@@ -15,7 +15,7 @@ class OpenJob {
 public:
   /// Raises Exception* where the type is not known here, or the stream cannot
   /// be read.
-  OpenJob(Store& store, const JobRecord& record);
+  OpenJob(Queue& queue, const JobRecord& record);
 
   const JobRecord& record() const { return record_; }
   const WorkMaker& works() const { return works_; }
@@ -23,7 +23,7 @@ public:
   /// The slots that one of its works takes where slots are CPUs.
   std::size_t cpus() const { return cpus_; }
   /// What readers of events are told of the job, but for the engine's slots.
-  RunInfo info(Store& store) const;
+  RunInfo info(Queue& queue) const;
   WorkInfo work(const Claim& claim) const;
   /// Tells the job object how one of its works stands.
   void tell(const SmartHandle<const Job>& work, const std::string& note);

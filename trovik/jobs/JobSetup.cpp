@@ -85,7 +85,7 @@ void JobSetup::setScene(const std::string& scene) {
   if (!exists(path)) {
     throw UsageError{"there is no scene file " + inQuotes(path.Text()), "check the name and the directory"};
   }
-  store(findParameter(type_, p_Scene), path.Text(), "SCENE");
+  queue(findParameter(type_, p_Scene), path.Text(), "SCENE");
 }
 
 void JobSetup::set(const std::string& name, const std::string& value, const std::string& origin) {
@@ -109,7 +109,7 @@ void JobSetup::set(const std::string& name, const std::string& value, const std:
   const bool bareProgram =
       String::EqualNoCase(info.Name, p_Executable) && value.find('/') == std::string::npos;
   const bool picked = info.Type() == ParameterInfo::k_File && !value.empty() && !bareProgram;
-  store(info, picked ? std::string(absolutePath(value).Text()) : value, origin);
+  queue(info, picked ? std::string(absolutePath(value).Text()) : value, origin);
 }
 
 void JobSetup::setOutputFolder(const std::string& folder) {
@@ -122,10 +122,10 @@ void JobSetup::setOutputFolder(const std::string& folder) {
     throw UsageError{"--out: " + inQuotes(path.Text()) + " is no folder",
                      "name a folder; it is made where it is missing"};
   }
-  store(findParameter(type_, p_OutputFolder), EscapeReferences(path.Text()), "--out");
+  queue(findParameter(type_, p_OutputFolder), EscapeReferences(path.Text()), "--out");
 }
 
-void JobSetup::store(const ParameterInfo& info, const std::string& value, const std::string& origin) {
+void JobSetup::queue(const ParameterInfo& info, const std::string& value, const std::string& origin) {
   if (!job_->SetParameter(info.Name, value)) {
     throw UsageError{origin + ": a job of this type does not take " + inQuotes(info.Name), "leave it out"};
   }

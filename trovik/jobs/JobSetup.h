@@ -53,7 +53,7 @@ public:
   std::vector<FilledParameter> filled() const;
 
 private:
-  void store(const ParameterInfo& info, const std::string& value, const std::string& origin);
+  void queue(const ParameterInfo& info, const std::string& value, const std::string& origin);
   void detect(const String& changed);
   String fromDetection(const ParameterInfo* info, const String& name, const String& value,
                        const String& changed) const;

@@ -43,8 +43,8 @@ WorkResult resultOf(const AttemptRecord& attempt) {
 
 } // namespace
 
-JobFollower::JobFollower(Store& store, JobId job, RunEvents& events, EngineId without)
-    : store_(store), job_(job), events_(events), without_(without) {}
+JobFollower::JobFollower(Queue& queue, JobId job, RunEvents& events, EngineId without)
+    : queue_(queue), job_(job), events_(events), without_(without) {}
 
 void JobFollower::beginRun() {
   const RunInfo info = takeStock();
@@ -57,17 +57,17 @@ void JobFollower::beginRun() {
 RunInfo JobFollower::takeStock() {
   RunInfo info;
   begun_ = true;
-  store_.inTransaction([&] {
-    std::optional<JobRecord> record = store_.job(job_);
+  queue_.inTransaction([&] {
+    std::optional<JobRecord> record = queue_.job(job_);
     open_ = record.has_value();
     if (!record) {
       return;
     }
     record_ = *record;
     open_ = isOpen(record_.state);
-    info = runInfoOf(viewOf(store_, std::move(*record)));
+    info = runInfoOf(viewOf(queue_, std::move(*record)));
     std::set<EngineId> engines;
-    for (const AttemptRecord& attempt : store_.attempts(job_)) {
+    for (const AttemptRecord& attempt : queue_.attempts(job_)) {
       lastAttempt_ = std::max(lastAttempt_, attempt.id);
       if (attempt.state == AttemptState::Running) {
         engines.insert(attempt.engine);
@@ -78,9 +78,9 @@ RunInfo JobFollower::takeStock() {
     }
     info.slots = 0;
     for (const EngineId engine : engines) {
-      info.slots += store_.slots(engine);
+      info.slots += queue_.slots(engine);
     }
-    for (const FileRecord& file : store_.files(job_)) {
+    for (const FileRecord& file : queue_.files(job_)) {
       lastFile_ = std::max(lastFile_, file.id);
       if (const auto running = running_.find(file.attempt); running != running_.end()) {
         running->second.pending = file.path;
@@ -101,7 +101,7 @@ void JobFollower::poll() {
     takeStock();
     tellStarts();
   }
-  const std::int64_t version = store_.dataVersion();
+  const std::int64_t version = queue_.dataVersion();
   if (version == version_) {
     return;
   }
@@ -116,19 +116,19 @@ void JobFollower::poll() {
 /// attempt that has ended already takes a further look; true then.
 bool JobFollower::look() {
   std::vector<AttemptRecord> ended;
-  const std::vector<AttemptId> stillRunning = store_.runningAttempts(job_);
+  const std::vector<AttemptId> stillRunning = queue_.runningAttempts(job_);
   for (const auto& [id, running] : running_) {
     if (std::binary_search(stillRunning.begin(), stillRunning.end(), id)) {
       continue;
     }
-    std::optional<AttemptRecord> attempt = store_.attempt(id);
+    std::optional<AttemptRecord> attempt = queue_.attempt(id);
     if (attempt && attempt->state != AttemptState::Running) {
       ended.push_back(std::move(*attempt));
     }
   }
-  const std::vector<FileRecord> files = store_.files(job_, lastFile_);
-  const std::vector<AttemptRecord> attempts = store_.attempts(job_, lastAttempt_);
-  const std::optional<JobRecord> record = store_.job(job_);
+  const std::vector<FileRecord> files = queue_.files(job_, lastFile_);
+  const std::vector<AttemptRecord> attempts = queue_.attempts(job_, lastAttempt_);
+  const std::optional<JobRecord> record = queue_.job(job_);
 
   // What ended did so before what began in its slot.
   const std::set<AttemptId> known = runningIds();
@@ -216,12 +216,12 @@ WorkInfo JobFollower::workOf(const AttemptRecord& attempt) const {
   return work;
 }
 
-bool followToEnd(JobFollower& follower, Store& store, Machine& machine, InterruptSource& interrupts,
+bool followToEnd(JobFollower& follower, Queue& queue, Machine& machine, InterruptSource& interrupts,
                  const std::function<void()>& engineGone) {
   bool engine = true;
   for (int looks = 0; !follower.isOver(); ++looks) {
     if (looks % looksForAnEngine == 0) {
-      const bool lives = store.hasOtherEngine(0);
+      const bool lives = queue.hasOtherEngine(0);
       if (engine && !lives) {
         engineGone();
       }

@@ -2,7 +2,7 @@
 
 #include "trovik/machine/Interrupts.h"
 #include "trovik/machine/Machine.h"
-#include "trovik/queue/Store.h"
+#include "trovik/queue/Queue.h"
 #include "trovik/records/RunEvents.h"
 
 #include <functional>
@@ -18,11 +18,11 @@ namespace trovik {
 /// The queue holds states, not events: what begins and ends between two looks
 /// is told all the same, one after the other; a file is told once, when the
 /// program has gone on to another one or the attempt has left it good. For one
-/// thread; the store and the events must outlive it.
+/// thread; the queue and the events must outlive it.
 class JobFollower {
 public:
   /// Attempts of the engine `without` are left out; 0 leaves out none.
-  JobFollower(Store& store, JobId job, RunEvents& events, EngineId without = 0);
+  JobFollower(Queue& queue, JobId job, RunEvents& events, EngineId without = 0);
 
   /// Tells the start of the run, then the attempts that are under way. Not for
   /// runs whose engine tells that itself.
@@ -51,7 +51,7 @@ private:
   void tellEnd(const AttemptRecord& attempt);
   WorkInfo workOf(const AttemptRecord& attempt) const;
 
-  Store& store_;
+  Queue& queue_;
   JobId job_;
   RunEvents& events_;
   EngineId without_;
@@ -68,7 +68,7 @@ private:
 /// Follows to the end of the job. `engineGone` is called when no engine is at
 /// work that could go on with it, again after one was. False when the user
 /// asked to leave before.
-bool followToEnd(JobFollower& follower, Store& store, Machine& machine, InterruptSource& interrupts,
+bool followToEnd(JobFollower& follower, Queue& queue, Machine& machine, InterruptSource& interrupts,
                  const std::function<void()>& engineGone);
 
 } // namespace trovik

@@ -20,7 +20,7 @@ bool isFull(int code, int systemError) {
   return code == SQLITE_FULL || (code == SQLITE_IOERR && (systemError == ENOSPC || systemError == EDQUOT));
 }
 
-StoreError errorOf(const Path& file, int code, const std::string& message, int systemError) {
+QueueError errorOf(const Path& file, int code, const std::string& message, int systemError) {
   const std::string name = inQuotes(file.Text());
   const int kind = code & 0xff; // without the particulars
   std::string reason = message;
@@ -28,36 +28,35 @@ StoreError errorOf(const Path& file, int code, const std::string& message, int s
     reason += ", " + std::error_code(systemError, std::generic_category()).message();
   }
   if (isFull(kind, systemError)) {
-    return {StoreError::Kind::Full, "The disk of the queue is full: " + name,
+    return {QueueError::Kind::Full, "The disk of the queue is full: " + name,
             "make room there; nothing that was recorded is lost"};
   }
   switch (kind) {
   case SQLITE_BUSY:
   case SQLITE_LOCKED:
-    return {StoreError::Kind::Busy, "The queue is locked by another process for too long: " + name,
+    return {QueueError::Kind::Busy, "The queue is locked by another process for too long: " + name,
             "try again; if it stays so, look which process has the file open"};
   case SQLITE_CORRUPT:
   case SQLITE_NOTADB:
-    return {StoreError::Kind::Damaged, "The queue is damaged: " + name + " (" + reason + ")",
+    return {QueueError::Kind::Damaged, "The queue is damaged: " + name + " (" + reason + ")",
             "move the file away, and a new queue is begun; logs and images stay where they are"};
   case SQLITE_CANTOPEN:
   case SQLITE_PERM:
   case SQLITE_READONLY:
-    return {StoreError::Kind::Other, "Cannot use the queue " + name + ": " + reason,
+    return {QueueError::Kind::Other, "Cannot use the queue " + name + ": " + reason,
             "give yourself the right to write there, or choose another directory with --state"};
   default:
-    return {StoreError::Kind::Other, "The queue " + name + " failed: " + reason, ""};
+    return {QueueError::Kind::Other, "The queue " + name + " failed: " + reason, ""};
   }
 }
 
 } // namespace
 
-Database::Database(const Path& file, const Store::Settings& settings)
-    : file_(file), patience_(settings.patience), connection_(open(file)),
-      lastSync_(std::chrono::steady_clock::now()) {
+Database::Database(const Path& file, std::chrono::milliseconds patience, int pageLimit)
+    : file_(file), patience_(patience), connection_(open(file)), lastSync_(std::chrono::steady_clock::now()) {
   sqlite3* handle = connection_.getHandle();
-  sqlite3_busy_timeout(handle, static_cast<int>(std::min<std::int64_t>(settings.patience.count(),
-                                                                       std::numeric_limits<int>::max())));
+  connection_.setBusyTimeout(
+      static_cast<int>(std::min<std::int64_t>(patience.count(), std::numeric_limits<int>::max())));
   // The file may come from anybody: nothing in it is to be run.
   sqlite3_db_config(handle, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
   sqlite3_db_config(handle, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
@@ -70,8 +69,8 @@ Database::Database(const Path& file, const Store::Settings& settings)
   execute("PRAGMA secure_delete = OFF");
   execute(("PRAGMA wal_autocheckpoint = " + std::to_string(pagesOfLog)).c_str());
   execute(("PRAGMA journal_size_limit = " + std::to_string(longestLog)).c_str());
-  if (settings.pageLimit > 0) {
-    execute(("PRAGMA max_page_count = " + std::to_string(settings.pageLimit)).c_str());
+  if (pageLimit > 0) {
+    execute(("PRAGMA max_page_count = " + std::to_string(pageLimit)).c_str());
   }
 }
 
@@ -118,8 +117,8 @@ void Database::rollback() noexcept {
 
 void Database::refuseBroken() const {
   if (broken_) {
-    throw StoreError{
-        StoreError::Kind::Other,
+    throw QueueError{
+        QueueError::Kind::Other,
         "A part of a change of the queue " + inQuotes(file_.Text()) + " failed, so all of it is undone", ""};
   }
 }
@@ -136,7 +135,7 @@ void Database::syncSometimes() {
 
 void Database::sync() {
   if (unsynced_ && !syncLog()) {
-    throw StoreError{StoreError::Kind::Other,
+    throw QueueError{QueueError::Kind::Other,
                      "Cannot sync the queue " + inQuotes(file_.Text()) + ": " +
                          std::error_code(errno, std::generic_category()).message(),
                      "look whether its disk is sound"};
@@ -155,12 +154,12 @@ bool Database::syncLog() {
   return true;
 }
 
-StoreError Database::error(int code) {
+QueueError Database::error(int code) {
   sqlite3* handle = connection_.getHandle();
   return errorOf(file_, code, sqlite3_errmsg(handle), sqlite3_system_errno(handle));
 }
 
-StoreError Database::damaged(const std::string& reason) const {
+QueueError Database::damaged(const std::string& reason) const {
   return errorOf(file_, SQLITE_CORRUPT, reason, 0);
 }
 

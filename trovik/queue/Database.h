@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/foundation/Path.h"
-#include "trovik/queue/Store.h"
+#include "trovik/queue/QueueError.h"
 #include "trovik/records/Records.h"
 #include "trovik/text/Text.h"
 
@@ -18,7 +18,7 @@
 namespace trovik {
 
 /// A connection to the queue's file: transactions, kept statements, errors as
-/// StoreError, and the syncing of the write-ahead log.
+/// QueueError, and the syncing of the write-ahead log.
 ///
 /// How a commit gets onto the disk: SQLite runs with "synchronous" NORMAL. A
 /// commit is then some writes to the log, which survive the death of every
@@ -31,8 +31,10 @@ namespace trovik {
 /// price of a statement, and could not serve `sync`.
 class Database {
 public:
-  /// Opens the file and makes it where it is missing; nothing is read yet.
-  Database(const Path& file, const Store::Settings& settings);
+  /// Opens the file and makes it where it is missing; nothing is read yet. For
+  /// `patience` and `pageLimit` see Queue::Settings.
+  explicit Database(const Path& file, std::chrono::milliseconds patience = std::chrono::seconds(30),
+                    int pageLimit = 0);
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;
 
@@ -88,9 +90,9 @@ public:
   void sync();
 
   /// The error of the call that failed last, by SQLite's code.
-  StoreError error(int code);
+  QueueError error(int code);
   /// What is in the file cannot be.
-  StoreError damaged(const std::string& reason) const;
+  QueueError damaged(const std::string& reason) const;
 
 private:
   friend class Query;
@@ -153,7 +155,7 @@ public:
   }
 
   // The columns of a row, from left to right: each call takes the next one.
-  // What cannot be in a sound queue throws StoreError Damaged.
+  // What cannot be in a sound queue throws QueueError Damaged.
 
   std::int64_t number();
   int integer();
@@ -174,7 +176,7 @@ public:
     return result;
   }
 
-  StoreError damaged(const std::string& reason) const { return database_.damaged(reason); }
+  QueueError damaged(const std::string& reason) const { return database_.damaged(reason); }
 
 private:
   void bind(std::int64_t value);

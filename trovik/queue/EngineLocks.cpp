@@ -1,6 +1,6 @@
 #include "trovik/queue/EngineLocks.h"
 
-#include "trovik/queue/Store.h"
+#include "trovik/queue/QueueError.h"
 #include "trovik/text/Text.h"
 
 #include <cerrno>
@@ -16,7 +16,7 @@ namespace {
 
 [[noreturn]] void fail(const Path& file, const std::error_code& error) {
   const bool full = error == std::errc::no_space_on_device || error.value() == EDQUOT;
-  throw StoreError{full ? StoreError::Kind::Full : StoreError::Kind::Other,
+  throw QueueError{full ? QueueError::Kind::Full : QueueError::Kind::Other,
                    "Cannot lock " + inQuotes(file.Text()) + ": " + error.message(),
                    full ? "make room there" : "give yourself the right to write there"};
 }

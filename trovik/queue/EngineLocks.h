@@ -22,7 +22,7 @@ public:
   explicit EngineLocks(Path directory);
 
   /// Takes the engine's lock; false where somebody holds it, be it this object
-  /// or another of this process. Throws StoreError where there can be no file.
+  /// or another of this process. Throws QueueError where there can be no file.
   bool take(EngineId engine);
   /// Frees a lock that this object holds.
   void release(EngineId engine);

@@ -16,9 +16,9 @@ bool isStillThere(const FileRecord& file) {
 
 } // namespace
 
-std::vector<FileRecord> filesOf(Store& store, JobId job) {
+std::vector<FileRecord> filesOf(Queue& queue, JobId job) {
   std::map<std::string, FileRecord> byPath;
-  for (FileRecord& file : store.files(job)) {
+  for (FileRecord& file : queue.files(job)) {
     std::string path = file.path;
     byPath.insert_or_assign(std::move(path), std::move(file));
   }

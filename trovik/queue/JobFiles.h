@@ -8,7 +8,7 @@ namespace trovik {
 
 /// The last word on each file of the job, in the order of frames; what belongs
 /// to no frame comes last.
-std::vector<FileRecord> filesOf(Store& store, JobId job);
+std::vector<FileRecord> filesOf(Queue& queue, JobId job);
 
 inline bool isGood(const FileRecord& file) {
   return file.checked && file.problem.empty();

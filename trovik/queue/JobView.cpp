@@ -47,11 +47,11 @@ Json rangesOf(const JobView& view, const RunSet& frames) {
 
 } // namespace
 
-JobView viewOf(Store& store, JobRecord job) {
+JobView viewOf(Queue& queue, JobRecord job) {
   if (job.logs.empty()) {
-    job.logs = store.logDirectory(job.id).Text();
+    job.logs = queue.logDirectory(job.id).Text();
   }
-  JobFrames frames = store.frames(job.id);
+  JobFrames frames = queue.frames(job.id);
   return {std::move(job), std::move(frames)};
 }
 

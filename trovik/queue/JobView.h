@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/queue/Store.h"
+#include "trovik/queue/Queue.h"
 #include "trovik/records/RunEvents.h"
 #include "trovik/text/Console.h"
 #include "trovik/text/Json.h"
@@ -23,7 +23,7 @@ struct JobView {
   std::size_t total() const { return good() + failed() + canceled() + running() + ready(); }
 };
 
-JobView viewOf(Store& store, JobRecord job);
+JobView viewOf(Queue& queue, JobRecord job);
 
 /// The job's own name, else that of its scene's file; "job 3" where it has
 /// neither.

@@ -214,8 +214,8 @@ void useWriteAheadLog(Database& database, std::chrono::milliseconds patience) {
     try {
       database.execute("PRAGMA journal_mode = WAL");
       return;
-    } catch (const StoreError& error) {
-      if (error.kind != StoreError::Kind::Busy || std::chrono::steady_clock::now() >= deadline) {
+    } catch (const QueueError& error) {
+      if (error.kind != QueueError::Kind::Busy || std::chrono::steady_clock::now() >= deadline) {
         throw;
       }
     }
@@ -224,7 +224,7 @@ void useWriteAheadLog(Database& database, std::chrono::milliseconds patience) {
 }
 
 [[noreturn]] void refuseForeign(const Database& database) {
-  throw StoreError{StoreError::Kind::Damaged,
+  throw QueueError{QueueError::Kind::Damaged,
                    "The file " + inQuotes(database.file().Text()) + " is a database of another program",
                    "move the file away, and a new queue is begun; or choose another directory with --state"};
 }
@@ -241,7 +241,7 @@ int versionOf(Database& database, int newest) {
     throw database.damaged("its version cannot be, " + std::to_string(version));
   }
   if (version > newest) {
-    throw StoreError{StoreError::Kind::Other,
+    throw QueueError{QueueError::Kind::Other,
                      "The queue " + inQuotes(database.file().Text()) + " is of version " +
                          std::to_string(version) + "; this program knows version " + std::to_string(newest),
                      "use the newer program, or another directory with --state"};

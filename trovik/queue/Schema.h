@@ -15,7 +15,7 @@ inline constexpr int applicationId = 0x54727651;
 std::span<const char* const> schemaSteps();
 
 /// Brings the database up to the version that the steps lead to, in one
-/// transaction. Throws StoreError for a database of a newer version or of
+/// transaction. Throws QueueError for a database of a newer version or of
 /// another program, which stays as it was.
 void bringUpToDate(Database& database, std::span<const char* const> steps);
 

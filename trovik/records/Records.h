@@ -107,7 +107,7 @@ struct NewJob {
       0; ///< the number of works that fail alike, before any is good, that stops the job; 0 for never
   std::string directory;               ///< where the user was
   std::string output;                  ///< the output folder; empty for none
-  std::string logs;                    ///< the directory of the logs; empty for the store's own choice
+  std::string logs;                    ///< the directory of the logs; empty for the queue's own choice
   std::vector<std::string> endCommand; ///< argument vector to start when the job has ended; empty for none
   RunOn runOn = RunOn::Local;
   std::string folder; ///< of a cluster's job: the folder that the nodes see as well (JobFolder), without its
@@ -191,7 +191,7 @@ struct Claim {
   std::string mark; ///< the text that its processes carry in TROVIK_ATTEMPT
 };
 
-/// How an attempt ended, for the store.
+/// How an attempt ended, for the queue.
 struct Outcome {
   AttemptId attempt = 0;
   AttemptState state = AttemptState::Good;

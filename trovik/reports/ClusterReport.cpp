@@ -60,16 +60,16 @@ void fillRunning(Json& json, const ClusterReport& report, AttemptId attempt, Mom
   json["logBytes"] = beat == nullptr ? Json(nullptr) : Json(beat->logBytes);
 }
 
-ClusterReport clusterReport(Store& store, const JobRecord& job) {
+ClusterReport clusterReport(Queue& queue, const JobRecord& job) {
   ClusterReport report;
-  report.contact = store.clusterContact();
-  report.beats = store.beats(job.id);
-  report.unplaced = store.unplaced(job.id).size();
-  for (const ArrayRecord& array : store.openArrays(job.id)) {
+  report.contact = queue.clusterContact();
+  report.beats = queue.beats(job.id);
+  report.unplaced = queue.unplaced(job.id).size();
+  for (const ArrayRecord& array : queue.openArrays(job.id)) {
     const std::size_t perTask = std::max<std::size_t>(array.perTask, 1);
     std::map<std::pair<std::string, std::string>, std::size_t> known;
     std::map<std::pair<std::string, std::string>, std::size_t> lastTask;
-    for (const PlacedWork& place : store.openPlaces(array.id)) {
+    for (const PlacedWork& place : queue.openPlaces(array.id)) {
       if (place.attempt != 0) {
         report.nodes[place.attempt] = place.node;
       }

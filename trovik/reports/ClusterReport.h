@@ -1,7 +1,7 @@
 #pragma once
 
 #include "trovik/cluster/ClusterClient.h"
-#include "trovik/queue/Store.h"
+#include "trovik/queue/Queue.h"
 #include "trovik/text/Json.h"
 
 #include <map>
@@ -29,7 +29,7 @@ struct ClusterReport {
   ClusterContact contact;
 };
 
-ClusterReport clusterReport(Store& store, const JobRecord& job);
+ClusterReport clusterReport(Queue& queue, const JobRecord& job);
 
 /// What is told of a running work behind its time: its node, and the last sign
 /// of life.

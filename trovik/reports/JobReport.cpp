@@ -16,7 +16,7 @@ constexpr std::size_t attemptsShown = 20;
 constexpr std::size_t labelWidth = 11;
 
 /// From what good frames took so far, over the slots of the engines at work.
-std::optional<Duration> guess(Store& store, const JobReport& report,
+std::optional<Duration> guess(Queue& queue, const JobReport& report,
                               const std::vector<AttemptRecord>& attempts) {
   std::vector<TimedFrames> times;
   for (const AttemptRecord& attempt : attempts) {
@@ -37,7 +37,7 @@ std::optional<Duration> guess(Store& store, const JobReport& report,
   }
   std::size_t slots = 0;
   for (const EngineId engine : engines) {
-    slots += store.slots(engine);
+    slots += queue.slots(engine);
   }
   const std::size_t left = report.view.ready() + report.view.running();
   return timeFor(static_cast<double>(left) - begun, medianTime(std::move(times)), std::min(slots, left));
@@ -160,19 +160,19 @@ std::string adviceText(const Console& console, const JobReport& report) {
 
 } // namespace
 
-JobReport reportOn(Store& store, JobRecord job) {
+JobReport reportOn(Queue& queue, JobRecord job) {
   const JobId id = job.id;
   JobReport report;
-  report.view = viewOf(store, std::move(job));
-  report.engine = store.hasOtherEngine(0);
+  report.view = viewOf(queue, std::move(job));
+  report.engine = queue.hasOtherEngine(0);
   if (report.view.job.runOn == RunOn::Cluster) {
-    report.cluster = clusterReport(store, report.view.job);
+    report.cluster = clusterReport(queue, report.view.job);
     report.engine = true; // the cluster itself
   }
-  RunSummary summary = store.summary(id);
+  RunSummary summary = queue.summary(id);
   report.images = std::move(summary.images);
 
-  const std::vector<AttemptRecord> attempts = store.attempts(id);
+  const std::vector<AttemptRecord> attempts = queue.attempts(id);
   std::map<std::string, const AttemptRecord*> byReason;
   std::map<AttemptId, std::size_t> files;
   for (const AttemptRecord& attempt : attempts) {
@@ -184,7 +184,7 @@ JobReport reportOn(Store& store, JobRecord job) {
     }
   }
   if (!files.empty()) {
-    for (const FileRecord& file : store.files(id)) {
+    for (const FileRecord& file : queue.files(id)) {
       if (const auto place = files.find(file.attempt); place != files.end()) {
         ++place->second;
       }
@@ -201,7 +201,7 @@ JobReport reportOn(Store& store, JobRecord job) {
     failure.group = std::move(group);
     report.failures.push_back(std::move(failure));
   }
-  report.left = guess(store, report, attempts);
+  report.left = guess(queue, report, attempts);
   return report;
 }
 

@@ -30,7 +30,7 @@ struct JobReport {
   std::optional<ClusterReport> cluster;      ///< of a job on one
 };
 
-JobReport reportOn(Store& store, JobRecord job);
+JobReport reportOn(Queue& queue, JobRecord job);
 
 std::string reportText(const Console& console, const JobReport& report, Moment now);
 Json reportJson(const JobReport& report, Moment now);

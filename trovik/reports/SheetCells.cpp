@@ -42,11 +42,11 @@ std::map<int, std::string> filesByFrame(const std::vector<FileRecord>& files) {
 }
 
 /// Why each failed work failed, with its frames.
-std::vector<std::pair<FrameRun, std::string>> failures(Store& store, JobId job) {
+std::vector<std::pair<FrameRun, std::string>> failures(Queue& queue, JobId job) {
   std::vector<std::pair<FrameRun, std::string>> result;
-  for (const WorkRecord& work : store.works(job)) {
+  for (const WorkRecord& work : queue.works(job)) {
     if (work.state == WorkState::Failed) {
-      const std::optional<AttemptRecord> attempt = store.attempt(work.attempt);
+      const std::optional<AttemptRecord> attempt = queue.attempt(work.attempt);
       result.emplace_back(work.run, attempt ? attempt->reason : std::string());
     }
   }
@@ -55,8 +55,8 @@ std::vector<std::pair<FrameRun, std::string>> failures(Store& store, JobId job) 
 
 class FrameCells {
 public:
-  FrameCells(Store& store, const JobView& view, const std::vector<FileRecord>& files)
-      : frames_(view.frames), files_(filesByFrame(files)), failures_(failures(store, view.job.id)) {}
+  FrameCells(Queue& queue, const JobView& view, const std::vector<FileRecord>& files)
+      : frames_(view.frames), files_(filesByFrame(files)), failures_(failures(queue, view.job.id)) {}
 
   SheetCell cell(int frame) const {
     SheetCell cell;
@@ -109,11 +109,11 @@ std::vector<int> chosenFrames(const JobView& view, const std::optional<RunSet>& 
 
 } // namespace
 
-SheetPlan sheetPlan(Store& store, const JobView& view, const std::optional<RunSet>& only) {
+SheetPlan sheetPlan(Queue& queue, const JobView& view, const std::optional<RunSet>& only) {
   SheetPlan plan;
   plan.title = titleOf(view.job);
   plan.subtitle = view.job.typeName;
-  const std::vector<FileRecord> files = store.files(view.job.id);
+  const std::vector<FileRecord> files = queue.files(view.job.id);
   const bool mapped =
       std::any_of(files.begin(), files.end(), [](const FileRecord& file) { return file.frame.has_value(); });
   if (view.job.hasFrames && (mapped || files.empty())) {
@@ -121,7 +121,7 @@ SheetPlan sheetPlan(Store& store, const JobView& view, const std::optional<RunSe
       throw UsageError{jobName(view) + " has left no files",
                        "\"trovik show " + std::to_string(view.job.id) + "\" tells what became of it"};
     }
-    const FrameCells cells(store, view, files);
+    const FrameCells cells(queue, view, files);
     for (const int frame : chosenFrames(view, only)) {
       plan.cells.push_back(cells.cell(frame));
     }
@@ -131,7 +131,7 @@ SheetPlan sheetPlan(Store& store, const JobView& view, const std::optional<RunSe
     throw UsageError{"the files of " + jobName(view) + " belong to no frames", "leave out --frames"};
   }
   plan.noun = "file";
-  const std::vector<FileRecord> last = filesOf(store, view.job.id);
+  const std::vector<FileRecord> last = filesOf(queue, view.job.id);
   refuseTooMany("file", last.size(), "\"trovik images " + std::to_string(view.job.id) + "\" lists them");
   for (const FileRecord& file : last) {
     if (file.checked) {

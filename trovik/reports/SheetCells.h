@@ -13,6 +13,6 @@ namespace trovik {
 /// files belong to no frame, has a cell for each file. Only the frames in
 /// `only` where it is given. Throws a UsageError where there is nothing to
 /// show, or too much.
-SheetPlan sheetPlan(Store& store, const JobView& view, const std::optional<RunSet>& only);
+SheetPlan sheetPlan(Queue& queue, const JobView& view, const std::optional<RunSet>& only);
 
 } // namespace trovik

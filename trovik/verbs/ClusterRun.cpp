@@ -73,20 +73,20 @@ ClusterEngine::Notices noticesTo(Session& session) {
 }
 
 /// Whether the cluster has all of the job's works that are ready, or takes none.
-bool isTaken(Store& store, JobId id) {
-  const std::optional<JobRecord> job = store.job(id);
+bool isTaken(Queue& queue, JobId id) {
+  const std::optional<JobRecord> job = queue.job(id);
   if (!job || !isOpen(job->state)) {
     return true;
   }
-  const std::vector<ArrayRecord> arrays = store.openArrays(id);
+  const std::vector<ArrayRecord> arrays = queue.openArrays(id);
   return std::none_of(arrays.begin(), arrays.end(),
                       [](const ArrayRecord& array) { return array.cluster == 0; }) &&
-         (!arrays.empty() || store.unplaced(id).empty());
+         (!arrays.empty() || queue.unplaced(id).empty());
 }
 
 } // namespace
 
-ClusterDesk::ClusterDesk(Session& session, Store& store, ClusterEngine::Duty duty,
+ClusterDesk::ClusterDesk(Session& session, Queue& queue, ClusterEngine::Duty duty,
                          ClusterEngine::Notices notices) {
   if (duty == ClusterEngine::Duty::All) {
     refuseWithoutSlurm();
@@ -99,7 +99,7 @@ ClusterDesk::ClusterDesk(Session& session, Store& store, ClusterEngine::Duty dut
   tellTasks(session);
   client_ = std::make_unique<SlurmClient>(machine_);
   inspector_ = std::make_unique<ImageHelper>(session.locations().imageHelper());
-  engine_ = std::make_unique<ClusterEngine>(machine_, store, *client_, *inspector_,
+  engine_ = std::make_unique<ClusterEngine>(machine_, queue, *client_, *inspector_,
                                             clusterSettings(session.locations(), session.options().shared),
                                             duty, std::move(notices));
 }
@@ -144,45 +144,45 @@ void tryCluster(Session& session, const Job& job) {
   }
 }
 
-void submitToCluster(Session& session, Store& store, JobId job) {
-  ClusterDesk desk(session, store, ClusterEngine::Duty::All, noticesTo(session));
-  desk.turnUntil([&] { return isTaken(store, job); }, submissionTime);
+void submitToCluster(Session& session, Queue& queue, JobId job) {
+  ClusterDesk desk(session, queue, ClusterEngine::Duty::All, noticesTo(session));
+  desk.turnUntil([&] { return isTaken(queue, job); }, submissionTime);
 }
 
-std::string arraysText(Console& console, Store& store, const JobRecord& job) {
+std::string arraysText(Console& console, Queue& queue, const JobRecord& job) {
   std::string text;
   if (!isOpen(job.state)) {
     text += console.coloured(Colour::Yellow, nameOf(job.state)) + "  " + console.shown(job.note) + '\n';
   }
-  for (const ArrayRecord& array : store.openArrays(job.id)) {
-    const std::size_t works = store.openPlaces(array.id).size();
+  for (const ArrayRecord& array : queue.openArrays(job.id)) {
+    const std::size_t works = queue.openPlaces(array.id).size();
     text += (array.cluster == 0 ? "not submitted yet: "
                                 : "Slurm array job " + std::to_string(array.cluster) + ": ") +
             counted((works + array.perTask - 1) / array.perTask, "task") +
             (array.perTask > 1 ? " of up to " + counted(array.perTask, "work") : std::string()) + '\n';
   }
-  if (const std::size_t rest = store.unplaced(job.id).size(); rest > 0) {
+  if (const std::size_t rest = queue.unplaced(job.id).size(); rest > 0) {
     text +=
         counted(rest, "work") + " to be submitted; \"trovik watch " + std::to_string(job.id) + "\" does it\n";
   }
   return text;
 }
 
-Json arraysJson(Store& store, JobId job) {
+Json arraysJson(Queue& queue, JobId job) {
   Json json = Json::array();
-  for (const ArrayRecord& array : store.openArrays(job)) {
+  for (const ArrayRecord& array : queue.openArrays(job)) {
     json.push_back(array.cluster == 0 ? Json(nullptr) : Json(array.cluster));
   }
   return json;
 }
 
-int followCluster(Session& session, Store& store, JobId job) {
+int followCluster(Session& session, Queue& queue, JobId job) {
   Console& console = session.console();
   const bool json = session.options().json;
   const std::unique_ptr<RunEvents> progress = progressFor(console, json);
-  ClusterDesk desk(session, store, ClusterEngine::Duty::All, noticesTo(session));
+  ClusterDesk desk(session, queue, ClusterEngine::Duty::All, noticesTo(session));
   // What the engine writes is seen as a change only by another connection.
-  Store view(session.state());
+  Queue view(session.state());
   SignalInterrupts interrupts;
   JobFollower follower(view, job, *progress);
   follower.beginRun();
@@ -233,36 +233,36 @@ int followCluster(Session& session, Store& store, JobId job) {
   }
   // The tasks of a job that ended before them.
   desk.turnUntil([&] { return desk.engine().isSettled(); }, leavingTime);
-  const RunSummary summary = store.summary(job);
+  const RunSummary summary = queue.summary(job);
   progress->runEnded(summary);
-  if (const std::optional<JobRecord> record = store.job(job);
+  if (const std::optional<JobRecord> record = queue.job(job);
       record && record->state == JobState::Stopped && !json) {
     console.print(console.coloured(Colour::Yellow, "stopped") + "  " + console.shown(record->note) + '\n');
   }
   return summary.allGood() ? exitGood : exitFailed;
 }
 
-std::unique_ptr<ClusterDesk> deskForEngine(Session& session, Store& store) {
+std::unique_ptr<ClusterDesk> deskForEngine(Session& session, Queue& queue) {
   if (!SlurmClient::missingProgram().empty()) {
     return nullptr;
   }
-  return std::make_unique<ClusterDesk>(session, store, ClusterEngine::Duty::All, noticesTo(session));
+  return std::make_unique<ClusterDesk>(session, queue, ClusterEngine::Duty::All, noticesTo(session));
 }
 
 namespace {
 
 /// Writes down what has become of the works of all jobs on a cluster; nothing
 /// where there are no such jobs, or another process does it.
-void collectFromCluster(Session& session, Store& store) {
-  if (store.clusterJobs().empty()) {
+void collectFromCluster(Session& session, Queue& queue) {
+  if (queue.clusterJobs().empty()) {
     return;
   }
-  ClusterDesk desk(session, store, ClusterEngine::Duty::Collect);
+  ClusterDesk desk(session, queue, ClusterEngine::Duty::Collect);
   const bool answers = SlurmClient::missingProgram().empty();
   desk.turnUntil(
       [&] {
-        const bool fresh = !answers || momentNow() - store.clusterContact().answered < freshness ||
-                           !store.clusterContact().problem.empty();
+        const bool fresh = !answers || momentNow() - queue.clusterContact().answered < freshness ||
+                           !queue.clusterContact().problem.empty();
         return !desk.engine().isInCharge() || (desk.engine().isSettled() && fresh);
       },
       collectingTime);
@@ -270,19 +270,19 @@ void collectFromCluster(Session& session, Store& store) {
 
 } // namespace
 
-std::unique_ptr<Store> collectedQueue(Session& session) {
-  std::unique_ptr<Store> store = existingQueue(session.state());
-  if (store != nullptr) {
-    collectFromCluster(session, *store);
+std::unique_ptr<Queue> collectedQueue(Session& session) {
+  std::unique_ptr<Queue> queue = existingQueue(session.state());
+  if (queue != nullptr) {
+    collectFromCluster(session, *queue);
   }
-  return store;
+  return queue;
 }
 
-void cancelOnCluster(Session& session, Store& store) {
-  if (store.openArrays().empty()) {
+void cancelOnCluster(Session& session, Queue& queue) {
+  if (queue.openArrays().empty()) {
     return;
   }
-  ClusterDesk desk(session, store, ClusterEngine::Duty::All, noticesTo(session));
+  ClusterDesk desk(session, queue, ClusterEngine::Duty::All, noticesTo(session));
   desk.turnUntil([&] { return !desk.engine().isInCharge() || desk.engine().isSettled(); }, cancelingTime);
 }
 

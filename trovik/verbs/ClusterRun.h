@@ -2,7 +2,7 @@
 
 #include "trovik/cluster/ClusterEngine.h"
 #include "trovik/machine/Interrupts.h"
-#include "trovik/queue/Store.h"
+#include "trovik/queue/Queue.h"
 #include "trovik/text/Json.h"
 #include "trovik/verbs/Session.h"
 
@@ -22,7 +22,7 @@ public:
   /// where their type is not known, but not submitted. Throws a UsageError for
   /// settings that cannot be, and, for Duty::All, where the cluster's own
   /// programs are missing.
-  ClusterDesk(Session& session, Store& store, ClusterEngine::Duty duty, ClusterEngine::Notices notices = {});
+  ClusterDesk(Session& session, Queue& queue, ClusterEngine::Duty duty, ClusterEngine::Notices notices = {});
   ~ClusterDesk();
 
   ClusterEngine& engine() { return *engine_; }
@@ -45,25 +45,25 @@ void tryCluster(Session& session, const Job& job);
 
 /// Waits until the cluster has the works of the job that are ready, or it is
 /// clear that it takes none of them just now.
-void submitToCluster(Session& session, Store& store, JobId job);
+void submitToCluster(Session& session, Queue& queue, JobId job);
 
 /// Which array jobs have a job's works, a line each, and what has none yet.
-std::string arraysText(Console& console, Store& store, const JobRecord& job);
+std::string arraysText(Console& console, Queue& queue, const JobRecord& job);
 /// Their numbers; null for one that the cluster does not have yet.
-Json arraysJson(Store& store, JobId job);
+Json arraysJson(Queue& queue, JobId job);
 
 /// Follows a job to its end and sees to it meanwhile. Returns the exit code.
-int followCluster(Session& session, Store& store, JobId job);
+int followCluster(Session& session, Queue& queue, JobId job);
 
 /// What an engine that works off the queue does besides for jobs on a cluster;
 /// null where Slurm's programs are missing.
-std::unique_ptr<ClusterDesk> deskForEngine(Session& session, Store& store);
+std::unique_ptr<ClusterDesk> deskForEngine(Session& session, Queue& queue);
 
 /// The queue for verbs that look at jobs, with what has become of those on a
 /// cluster; null where there is none yet. Takes no longer than a few seconds.
-std::unique_ptr<Store> collectedQueue(Session& session);
+std::unique_ptr<Queue> collectedQueue(Session& session);
 
 /// Ends the tasks of canceled jobs.
-void cancelOnCluster(Session& session, Store& store);
+void cancelOnCluster(Session& session, Queue& queue);
 
 } // namespace trovik

@@ -10,14 +10,14 @@
 namespace trovik {
 
 int forEachJob(Session& session, const char* kind,
-               const std::function<JobDone(Store& store, const JobRecord& job)>& action,
-               const std::function<std::string(Store& store)>& finally) {
+               const std::function<JobDone(Queue& queue, const JobRecord& job)>& action,
+               const std::function<std::string(Queue& queue)>& finally) {
   const Options& options = session.options();
   Console& console = session.console();
   for (const std::string& text : options.jobs) {
     jobNumber(text);
   }
-  const std::unique_ptr<Store> queue = collectedQueue(session);
+  const std::unique_ptr<Queue> queue = collectedQueue(session);
   if (queue != nullptr) {
     settleLost(session, *queue);
   }
@@ -51,7 +51,7 @@ int forEachJob(Session& session, const char* kind,
       text += done.text;
     } catch (const UsageError& error) {
       refuse(error);
-    } catch (const StoreError& error) {
+    } catch (const QueueError& error) {
       refuse({error.message, error.hint});
     }
   }

@@ -19,10 +19,10 @@ struct JobDone {
 /// A text that names no job at all is thrown before anything is done. The exit
 /// code is 0 for all done, 1 where some could not, 2 where none could.
 ///
-/// `finally` is called with the store after all that, where something was
+/// `finally` is called with the queue after all that, where something was
 /// done, and returns lines for people.
 int forEachJob(Session& session, const char* kind,
-               const std::function<JobDone(Store& store, const JobRecord& job)>& action,
-               const std::function<std::string(Store& store)>& finally = {});
+               const std::function<JobDone(Queue& queue, const JobRecord& job)>& action,
+               const std::function<std::string(Queue& queue)>& finally = {});
 
 } // namespace trovik

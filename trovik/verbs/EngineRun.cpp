@@ -41,8 +41,8 @@ Path imageHelper(const Session& session) {
   return program;
 }
 
-void settleLost(Session& session, Store& store) {
-  if (!store.hasLost()) {
+void settleLost(Session& session, Queue& queue) {
+  if (!queue.hasLost()) {
     return;
   }
   try {
@@ -52,7 +52,7 @@ void settleLost(Session& session, Store& store) {
   }
   LocalMachine machine;
   ImageHelper images(session.locations().imageHelper());
-  recoverLost(store, machine, images);
+  recoverLost(queue, machine, images);
 }
 
 EnginePlan enginePlan(const Session& session) {
@@ -67,27 +67,27 @@ EnginePlan enginePlan(const Session& session) {
   return plan;
 }
 
-int workOff(Session& session, Store& store, ImageInspector& images, Machine& machine, JobId job,
+int workOff(Session& session, Queue& queue, ImageInspector& images, Machine& machine, JobId job,
             EnginePlan plan) {
   SignalInterrupts interrupts;
   const std::unique_ptr<RunEvents> progress = progressFor(session.console(), session.options().json);
-  LocalEngine engine(machine, store, images, interrupts, *progress);
+  LocalEngine engine(machine, queue, images, interrupts, *progress);
   std::unique_ptr<JobFollower> others;
   plan.only = job;
   plan.whenIdle = [&] {
     if (!others) {
-      others = std::make_unique<JobFollower>(store, job, *progress, engine.id());
+      others = std::make_unique<JobFollower>(queue, job, *progress, engine.id());
     }
     others->poll();
   };
   const Clock::time_point begin = machine.now();
   const bool stopped = !engine.run(plan);
-  RunSummary summary = store.summary(job);
+  RunSummary summary = queue.summary(job);
   summary.info.slots = plan.slots;
   summary.interrupted = stopped;
   summary.duration = machine.now() - begin;
   progress->runEnded(summary);
-  if (const std::optional<JobRecord> record = store.job(job); record && !session.options().json) {
+  if (const std::optional<JobRecord> record = queue.job(job); record && !session.options().json) {
     if (record->state == JobState::Stopped && !stopped) {
       session.console().print(session.console().coloured(Colour::Yellow, "stopped") + "  " +
                               session.console().shown(record->note) + '\n');
@@ -96,19 +96,19 @@ int workOff(Session& session, Store& store, ImageInspector& images, Machine& mac
   return summary.allGood() ? exitGood : exitFailed;
 }
 
-int workQueue(Session& session, Store& store, ImageInspector& images, Machine& machine) {
+int workQueue(Session& session, Queue& queue, ImageInspector& images, Machine& machine) {
   Console& console = session.console();
   const Options& options = session.options();
   EnginePlan plan = enginePlan(session);
   plan.untilEmpty = options.untilEmpty;
   if (options.job) {
-    const JobRecord record = findJob(&store, *options.job);
+    const JobRecord record = findJob(&queue, *options.job);
     const JobId job = record.id;
-    store.resume(job);
+    queue.resume(job);
     if (record.runOn == RunOn::Cluster) {
-      return followCluster(session, store, job);
+      return followCluster(session, queue, job);
     }
-    return workOff(session, store, images, machine, job, plan);
+    return workOff(session, queue, images, machine, job, plan);
   }
   SignalInterrupts interrupts;
   std::unique_ptr<RunEvents> progress;
@@ -116,11 +116,11 @@ int workQueue(Session& session, Store& store, ImageInspector& images, Machine& m
     progress = progressFor(console, true);
   } else {
     console.print("engine on " + counted(plan.slots, "slot") + '\n' + "queue  " +
-                  console.shown(store.directory().Text()) + '\n');
+                  console.shown(queue.directory().Text()) + '\n');
     progress = std::make_unique<PlainProgress>(console, true);
   }
-  LocalEngine engine(machine, store, images, interrupts, *progress);
-  const std::unique_ptr<ClusterDesk> cluster = deskForEngine(session, store);
+  LocalEngine engine(machine, queue, images, interrupts, *progress);
+  const std::unique_ptr<ClusterDesk> cluster = deskForEngine(session, queue);
   if (cluster) {
     plan.withCluster = true;
     plan.whenIdle = [&] { cluster->engine().advance(); };
@@ -129,11 +129,11 @@ int workQueue(Session& session, Store& store, ImageInspector& images, Machine& m
   return exitGood;
 }
 
-void tellSubmitted(Session& session, Store& store, JobId id, const JobFrames& frames) {
+void tellSubmitted(Session& session, Queue& queue, JobId id, const JobFrames& frames) {
   Console& console = session.console();
-  const std::optional<JobRecord> job = store.job(id);
+  const std::optional<JobRecord> job = queue.job(id);
   const bool onCluster = job->runOn == RunOn::Cluster;
-  const bool engine = onCluster ? !store.openArrays(id).empty() : store.hasOtherEngine(0);
+  const bool engine = onCluster ? !queue.openArrays(id).empty() : queue.hasOtherEngine(0);
   const std::size_t count = job->hasFrames ? frames.ready.count() : frames.readyWorks;
   if (session.options().json) {
     Json json = jsonOfKind("job.submitted");
@@ -143,7 +143,7 @@ void tellSubmitted(Session& session, Store& store, JobId id, const JobFrames& fr
     json["works"] = frames.readyWorks;
     json["engine"] = engine;
     if (onCluster) {
-      json["arrays"] = arraysJson(store, id);
+      json["arrays"] = arraysJson(queue, id);
     }
     console.print(jsonLine(json));
     return;
@@ -158,7 +158,7 @@ void tellSubmitted(Session& session, Store& store, JobId id, const JobFrames& fr
   }
   text += '\n';
   if (onCluster) {
-    text += arraysText(console, store, *job);
+    text += arraysText(console, queue, *job);
   } else if (!engine) {
     text += "No engine is at work; start one with \"trovik engine\"\n";
   }

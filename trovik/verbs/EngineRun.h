@@ -3,7 +3,7 @@
 #include "trovik/engine/LocalEngine.h"
 #include "trovik/images/ImageInspector.h"
 #include "trovik/machine/Machine.h"
-#include "trovik/queue/Store.h"
+#include "trovik/queue/Queue.h"
 #include "trovik/verbs/Session.h"
 
 namespace trovik {
@@ -18,22 +18,22 @@ Path imageHelper(const Session& session);
 /// Takes up what dead engines left, before a verb changes jobs: a work that
 /// seems to run would be in its way for ever where no engine is at work. A type
 /// that is not known here is no problem.
-void settleLost(Session& session, Store& store);
+void settleLost(Session& session, Queue& queue);
 
 /// The slots of an engine, as the user wants them. Throws a UsageError.
 EnginePlan enginePlan(const Session& session);
 
 /// Works one job off here and shows it until it has ended, also the works that
 /// other engines do. Returns the exit code.
-int workOff(Session& session, Store& store, ImageInspector& images, Machine& machine, JobId job,
+int workOff(Session& session, Queue& queue, ImageInspector& images, Machine& machine, JobId job,
             EnginePlan plan);
 
 /// Works off the queue. Returns the exit code.
-int workQueue(Session& session, Store& store, ImageInspector& images, Machine& machine);
+int workQueue(Session& session, Queue& queue, ImageInspector& images, Machine& machine);
 
 /// Says that a job is in the queue, with the frames as they were then, and how
 /// it gets worked.
-void tellSubmitted(Session& session, Store& store, JobId job, const JobFrames& frames);
+void tellSubmitted(Session& session, Queue& queue, JobId job, const JobFrames& frames);
 
 /// Says that no frame of a job is missing; returns the exit code.
 int tellNothingMissing(Session& session, const NewJob& job);

@@ -11,11 +11,11 @@
 
 namespace trovik {
 
-std::unique_ptr<Store> existingQueue(const Path& directory) {
+std::unique_ptr<Queue> existingQueue(const Path& directory) {
   std::error_code error;
   const std::filesystem::path database = std::filesystem::path(directory.c_str()) / "queue.db";
   const auto kind = std::filesystem::symlink_status(database, error).type();
-  return kind == std::filesystem::file_type::not_found ? nullptr : std::make_unique<Store>(directory);
+  return kind == std::filesystem::file_type::not_found ? nullptr : std::make_unique<Queue>(directory);
 }
 
 JobId jobNumber(const std::string& text) {
@@ -32,14 +32,14 @@ JobId jobNumber(const std::string& text) {
   return number;
 }
 
-JobRecord findJob(Store* store, const std::string& text) {
+JobRecord findJob(Queue* queue, const std::string& text) {
   const JobId number = jobNumber(text);
-  if (store != nullptr) {
+  if (queue != nullptr) {
     if (number == 0) {
-      if (std::vector<JobRecord> jobs = store->jobs(); !jobs.empty()) {
+      if (std::vector<JobRecord> jobs = queue->jobs(); !jobs.empty()) {
         return std::move(jobs.front());
       }
-    } else if (std::optional<JobRecord> job = store->job(number)) {
+    } else if (std::optional<JobRecord> job = queue->job(number)) {
       return std::move(*job);
     }
   }

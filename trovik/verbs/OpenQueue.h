@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/queue/Store.h"
+#include "trovik/queue/Queue.h"
 
 #include <memory>
 #include <string>
@@ -9,7 +9,7 @@ namespace trovik {
 
 /// The queue in the directory; null where there is none yet: looking at it
 /// makes nothing.
-std::unique_ptr<Store> existingQueue(const Path& directory);
+std::unique_ptr<Queue> existingQueue(const Path& directory);
 
 /// A job as users name it: its number, or 0 for "last". Throws a UsageError
 /// for any other text.
@@ -17,6 +17,6 @@ JobId jobNumber(const std::string& text);
 
 /// The job of that name, in a queue that may not be there yet. Throws a
 /// UsageError for one that is not there.
-JobRecord findJob(Store* store, const std::string& text);
+JobRecord findJob(Queue* queue, const std::string& text);
 
 } // namespace trovik

@@ -152,14 +152,14 @@ void Submission::describe() {
   }
 }
 
-bool Submission::leaveOutGood(Store& store, ImageInspector& inspector, Machine& machine) {
+bool Submission::leaveOutGood(Queue& queue, ImageInspector& inspector, Machine& machine) {
   const WorkMaker maker(newJob_.type, newJob_.packed);
   KnownFiles known;
-  if (const auto latest = store.latest(newJob_.type, newJob_.scene, newJob_.output)) {
-    known = knownFiles(store, *latest);
+  if (const auto latest = queue.latest(newJob_.type, newJob_.scene, newJob_.output)) {
+    known = knownFiles(queue, *latest);
   }
   const FoundFrames found = orRefuse("", "", [&] {
-    return findGoodFrames(maker, newJob_.works, newJob_.hasFrames, known, store, inspector, machine);
+    return findGoodFrames(maker, newJob_.works, newJob_.hasFrames, known, queue, inspector, machine);
   });
   std::vector<FrameRun> works;
   for (const FrameRun& run : newJob_.works) {

@@ -3,7 +3,7 @@
 #include "trovik/images/ImageInspector.h"
 #include "trovik/jobs/JobSetup.h"
 #include "trovik/machine/Machine.h"
-#include "trovik/queue/Store.h"
+#include "trovik/queue/Queue.h"
 #include "trovik/verbs/Session.h"
 
 #include <optional>
@@ -22,7 +22,7 @@ public:
   const NewJob& newJob() const { return newJob_; }
   /// Takes out the frames that have good files already. False when none is
   /// left to be worked.
-  bool leaveOutGood(Store& store, ImageInspector& inspector, Machine& machine);
+  bool leaveOutGood(Queue& queue, ImageInspector& inspector, Machine& machine);
 
   /// Refuses a job whose first work already could not start, or whose logs
   /// could not be written: what would make every work fail alike is told once.

@@ -8,20 +8,20 @@
 namespace trovik {
 namespace {
 
-JobDone cancel(Store& store, const JobRecord& job) {
+JobDone cancel(Queue& queue, const JobRecord& job) {
   const std::string title = "job " + std::to_string(job.id);
-  if (!store.cancel(job.id)) {
+  if (!queue.cancel(job.id)) {
     throw UsageError{title + " is " + nameOf(job.state) + " already; there is nothing to cancel",
                      "\"trovik delete " + std::to_string(job.id) + "\" removes it"};
   }
-  const std::size_t running = store.frames(job.id).runningWorks;
+  const std::size_t running = queue.frames(job.id).runningWorks;
   std::string text = title + "  canceled";
   if (job.runOn == RunOn::Cluster) {
-    if (const std::size_t arrays = store.openArrays(job.id).size(); arrays > 0) {
+    if (const std::size_t arrays = queue.openArrays(job.id).size(); arrays > 0) {
       text += "; its tasks are ended";
     }
   } else if (running > 0) {
-    text += store.hasOtherEngine(0)
+    text += queue.hasOtherEngine(0)
                 ? "; " + counted(running, "program") + (running == 1 ? " is" : " are") + " asked to end"
                 : "; no engine is at work, so the next one ends what is left of it";
   }
@@ -31,8 +31,8 @@ JobDone cancel(Store& store, const JobRecord& job) {
 } // namespace
 
 int cancelJobs(Session& session) {
-  return forEachJob(session, "cancel", cancel, [&](Store& store) {
-    cancelOnCluster(session, store);
+  return forEachJob(session, "cancel", cancel, [&](Queue& queue) {
+    cancelOnCluster(session, queue);
     return std::string();
   });
 }

@@ -66,10 +66,10 @@ private:
     if (!std::filesystem::exists(std::filesystem::path(session_->state().c_str()) / "queue.db", error)) {
       return candidates;
     }
-    Store::Settings settings;
+    Queue::Settings settings;
     settings.patience = lockPatience;
-    Store store(session_->state(), settings);
-    for (const JobRecord& job : store.jobs()) {
+    Queue queue(session_->state(), settings);
+    for (const JobRecord& job : queue.jobs()) {
       if (candidates.size() == jobsOffered) {
         break;
       }

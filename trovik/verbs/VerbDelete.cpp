@@ -14,9 +14,9 @@ namespace {
 
 /// Logs in the queue's own directory belong to the job; a folder that the user
 /// named may hold anything. True when they are gone.
-bool removeLogs(const Store& store, const JobRecord& job) {
+bool removeLogs(const Queue& queue, const JobRecord& job) {
   const Path own =
-      job.runOn == RunOn::Cluster ? JobFolder(Path(job.folder)).logs() : store.logDirectory(job.id);
+      job.runOn == RunOn::Cluster ? JobFolder(Path(job.folder)).logs() : queue.logDirectory(job.id);
   if (!job.logs.empty() && job.logs != own.Text()) {
     return false;
   }
@@ -38,30 +38,30 @@ void removeFolder(const JobRecord& job) {
 }
 
 /// A task that starts later finds that nothing is wanted of it.
-void endOnCluster(Session& session, Store& store, const JobRecord& job) {
-  const std::vector<ArrayRecord> arrays = store.openArrays(job.id);
+void endOnCluster(Session& session, Queue& queue, const JobRecord& job) {
+  const std::vector<ArrayRecord> arrays = queue.openArrays(job.id);
   for (const ArrayRecord& array : arrays) {
-    store.cancelArray(array.id);
+    queue.cancelArray(array.id);
   }
   if (!arrays.empty()) {
-    cancelOnCluster(session, store);
+    cancelOnCluster(session, queue);
   }
 }
 
-JobDone remove(Session& session, Store& store, const JobRecord& job) {
+JobDone remove(Session& session, Queue& queue, const JobRecord& job) {
   const std::string id = std::to_string(job.id);
-  if (store.frames(job.id).runningWorks > 0) {
+  if (queue.frames(job.id).runningWorks > 0) {
     throw UsageError{"works of job " + id + " are running",
-                     job.runOn == RunOn::Cluster || store.hasOtherEngine(0)
+                     job.runOn == RunOn::Cluster || queue.hasOtherEngine(0)
                          ? "\"trovik cancel " + id + "\" ends them; then delete it"
                          : "their engine died; \"trovik engine --job " + id +
                                "\" takes them up, or, after \"trovik cancel " + id + "\", ends them"};
   }
   if (job.runOn == RunOn::Cluster) {
-    endOnCluster(session, store, job);
+    endOnCluster(session, queue, job);
   }
-  store.remove(job.id);
-  const bool logs = removeLogs(store, job);
+  queue.remove(job.id);
+  const bool logs = removeLogs(queue, job);
   if (job.runOn == RunOn::Cluster) {
     removeFolder(job);
   }
@@ -76,7 +76,7 @@ JobDone remove(Session& session, Store& store, const JobRecord& job) {
 
 int deleteJobs(Session& session) {
   return forEachJob(session, "delete",
-                    [&](Store& store, const JobRecord& job) { return remove(session, store, job); });
+                    [&](Queue& queue, const JobRecord& job) { return remove(session, queue, job); });
 }
 
 } // namespace trovik

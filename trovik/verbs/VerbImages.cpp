@@ -31,7 +31,7 @@ int printMissing(Console& console, const JobView& view, const std::vector<FileRe
 int listImages(Session& session) {
   const Options& options = session.options();
   Console& console = session.console();
-  const std::unique_ptr<Store> queue = collectedQueue(session);
+  const std::unique_ptr<Queue> queue = collectedQueue(session);
   JobRecord job = findJob(queue.get(), *options.job);
   const JobView view = viewOf(*queue, std::move(job));
   const std::vector<FileRecord> files = filesOf(*queue, view.job.id);

@@ -35,7 +35,7 @@ int listJobs(Session& session) {
   if (options.all && options.limit) {
     throw UsageError{"--all and --limit exclude each other", "leave one of them out"};
   }
-  const std::unique_ptr<Store> queue = collectedQueue(session);
+  const std::unique_ptr<Queue> queue = collectedQueue(session);
   std::vector<JobRecord> all;
   if (queue != nullptr) {
     all = queue->jobs();

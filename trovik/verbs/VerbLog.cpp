@@ -82,8 +82,8 @@ AttemptRecord attemptAt(const JobView& view, std::vector<AttemptRecord> attempts
   return numbered(std::move(attempts), options, what);
 }
 
-Chosen choose(Store& store, const JobView& view, const Options& options) {
-  std::vector<AttemptRecord> attempts = store.attempts(view.job.id);
+Chosen choose(Queue& queue, const JobView& view, const Options& options) {
+  std::vector<AttemptRecord> attempts = queue.attempts(view.job.id);
   Chosen chosen;
   if (options.frame) {
     chosen.attempts.push_back(attemptAt(view, std::move(attempts), options));
@@ -106,7 +106,7 @@ Chosen choose(Store& store, const JobView& view, const Options& options) {
   for (const AttemptRecord& attempt : attempts) {
     byId[attempt.id] = &attempt;
   }
-  for (const WorkRecord& work : store.works(view.job.id)) {
+  for (const WorkRecord& work : queue.works(view.job.id)) {
     const auto place = byId.find(work.attempt);
     if (work.state != WorkState::Failed || place == byId.end()) {
       continue;
@@ -234,7 +234,7 @@ int showLog(Session& session) {
   if (options.all && options.json) {
     throw UsageError{"--all and --json exclude each other", "the JSON form tells where the whole log is"};
   }
-  const std::unique_ptr<Store> queue = collectedQueue(session);
+  const std::unique_ptr<Queue> queue = collectedQueue(session);
   JobRecord job = findJob(queue.get(), *options.job);
   const JobView view = viewOf(*queue, std::move(job));
   const Chosen chosen = choose(*queue, view, options);

@@ -29,9 +29,9 @@ void refuseWithoutFrames(const JobRecord& job, const char* option) {
 
 /// The frames without a good file, as the files are now: those that are there
 /// are decoded.
-RunSet missingNow(Store& store, const JobRecord& job, ImageInspector& inspector) {
-  const JobView view = viewOf(store, job);
-  const std::vector<FileRecord> files = filesOf(store, job.id);
+RunSet missingNow(Queue& queue, const JobRecord& job, ImageInspector& inspector) {
+  const JobView view = viewOf(queue, job);
+  const std::vector<FileRecord> files = filesOf(queue, job.id);
   RunSet missing = missingFrames(view, files);
   std::vector<Path> paths;
   std::vector<int> frames;
@@ -53,17 +53,17 @@ RunSet missingNow(Store& store, const JobRecord& job, ImageInspector& inspector)
 
 /// The frames to be worked again; nothing for those that failed or were
 /// canceled, which the queue knows best.
-std::optional<RunSet> chosenFrames(Store& store, const JobRecord& job, const Options& options,
+std::optional<RunSet> chosenFrames(Queue& queue, const JobRecord& job, const Options& options,
                                    const RunSet& named, ImageInspector* helper) {
   if (options.missing) {
     refuseWithoutFrames(job, "--missing");
-    return missingNow(store, job, *helper);
+    return missingNow(queue, job, *helper);
   }
   if (!options.frames) {
     return std::nullopt;
   }
   refuseWithoutFrames(job, "--frames");
-  const RunSet all = allFrames(store.frames(job.id));
+  const RunSet all = allFrames(queue.frames(job.id));
   RunSet strange;
   for (const FrameRun& run : named.runs()) {
     for (std::int64_t frame = run.First; frame <= run.Last; ++frame) {
@@ -80,13 +80,13 @@ std::optional<RunSet> chosenFrames(Store& store, const JobRecord& job, const Opt
   return named;
 }
 
-JobDone retry(Store& store, const JobRecord& job, const Options& options, const RunSet& named,
+JobDone retry(Queue& queue, const JobRecord& job, const Options& options, const RunSet& named,
               ImageInspector* helper) {
-  const std::optional<RunSet> only = chosenFrames(store, job, options, named, helper);
+  const std::optional<RunSet> only = chosenFrames(queue, job, options, named, helper);
   const bool nothing = only && only->empty();
-  const std::size_t count = nothing ? 0 : store.retry(job.id, only);
-  const std::optional<JobRecord> now = store.job(job.id);
-  const JobFrames frames = store.frames(job.id);
+  const std::size_t count = nothing ? 0 : queue.retry(job.id, only);
+  const std::optional<JobRecord> now = queue.job(job.id);
+  const JobFrames frames = queue.frames(job.id);
   const std::string noun = job.hasFrames ? "frame" : "work";
   std::string text = "job " + std::to_string(job.id) + "  ";
   if (count > 0) {
@@ -126,9 +126,9 @@ int retryJobs(Session& session) {
   std::vector<JobId> onCluster;
   return forEachJob(
       session, "retry",
-      [&](Store& store, const JobRecord& job) {
-        JobDone done = retry(store, job, options, named, helper.get());
-        const std::optional<JobRecord> now = store.job(job.id);
+      [&](Queue& queue, const JobRecord& job) {
+        JobDone done = retry(queue, job, options, named, helper.get());
+        const std::optional<JobRecord> now = queue.job(job.id);
         if (now && isOpen(now->state) && now->runOn == RunOn::Cluster) {
           onCluster.push_back(job.id);
         } else {
@@ -136,11 +136,11 @@ int retryJobs(Session& session) {
         }
         return done;
       },
-      [&](Store& store) {
+      [&](Queue& queue) {
         for (const JobId job : onCluster) {
-          submitToCluster(session, store, job);
+          submitToCluster(session, queue, job);
         }
-        return waiting && !store.hasOtherEngine(0)
+        return waiting && !queue.hasOtherEngine(0)
                    ? std::string("No engine is at work; start one with \"trovik engine\"\n")
                    : std::string();
       });

@@ -11,18 +11,18 @@ namespace {
 
 /// The job to be worked: the same one, where it was begun and not finished,
 /// else a new one.
-JobId enterJob(Session& session, Store& store, const NewJob& job) {
+JobId enterJob(Session& session, Queue& queue, const NewJob& job) {
   const Options& options = session.options();
   if (!options.fresh && !options.missing) {
-    const std::optional<JobId> unfinished = store.unfinished(job.packed);
-    const std::optional<JobRecord> record = unfinished ? store.job(*unfinished) : std::nullopt;
+    const std::optional<JobId> unfinished = queue.unfinished(job.packed);
+    const std::optional<JobRecord> record = unfinished ? queue.job(*unfinished) : std::nullopt;
     if (record && record->runOn == job.runOn) {
-      store.resume(*unfinished);
-      store.setPriority(*unfinished, job.priority);
+      queue.resume(*unfinished);
+      queue.setPriority(*unfinished, job.priority);
       return *unfinished;
     }
   }
-  return store.submit(job);
+  return queue.submit(job);
 }
 
 } // namespace
@@ -37,8 +37,8 @@ int runJob(Session& session) {
   submission.tryFirstWork();
   LocalMachine machine;
   ImageHelper images(imageHelper(session));
-  Store store(session.state());
-  if (options.missing && !submission.leaveOutGood(store, images, machine)) {
+  Queue queue(session.state());
+  if (options.missing && !submission.leaveOutGood(queue, images, machine)) {
     return tellNothingMissing(session, submission.newJob());
   }
   if (options.dryRun) {
@@ -46,11 +46,11 @@ int runJob(Session& session) {
     return exitGood;
   }
   if (submission.newJob().runOn == RunOn::Cluster) {
-    return followCluster(session, store, enterJob(session, store, submission.newJob()));
+    return followCluster(session, queue, enterJob(session, queue, submission.newJob()));
   }
   const EnginePlan plan = enginePlan(session);
-  const JobId job = enterJob(session, store, submission.newJob());
-  return workOff(session, store, images, machine, job, plan);
+  const JobId job = enterJob(session, queue, submission.newJob());
+  return workOff(session, queue, images, machine, job, plan);
 }
 
 int submitJob(Session& session) {
@@ -62,11 +62,11 @@ int submitJob(Session& session) {
     return exitGood;
   }
   submission.tryFirstWork();
-  Store store(session.state());
+  Queue queue(session.state());
   if (options.missing) {
     LocalMachine machine;
     ImageHelper images(imageHelper(session));
-    if (!submission.leaveOutGood(store, images, machine)) {
+    if (!submission.leaveOutGood(queue, images, machine)) {
       return tellNothingMissing(session, submission.newJob());
     }
   }
@@ -74,21 +74,21 @@ int submitJob(Session& session) {
     printDryRun(console, submission.newJob(), options.json);
     return exitGood;
   }
-  const JobId job = store.submit(submission.newJob());
-  const JobFrames frames = store.frames(job);
+  const JobId job = queue.submit(submission.newJob());
+  const JobFrames frames = queue.frames(job);
   if (submission.newJob().runOn == RunOn::Cluster) {
-    submitToCluster(session, store, job);
+    submitToCluster(session, queue, job);
   }
-  tellSubmitted(session, store, job, frames);
-  const std::optional<JobRecord> record = store.job(job);
+  tellSubmitted(session, queue, job, frames);
+  const std::optional<JobRecord> record = queue.job(job);
   return record && record->state == JobState::Stopped ? exitFailed : exitGood;
 }
 
 int runEngine(Session& session) {
-  Store store(session.state());
+  Queue queue(session.state());
   LocalMachine machine;
   ImageHelper images(imageHelper(session));
-  return workQueue(session, store, images, machine);
+  return workQueue(session, queue, images, machine);
 }
 
 } // namespace trovik

@@ -90,7 +90,7 @@ int drawSheet(Session& session) {
   const std::optional<RunSet> only = framesIn(options.frames);
   const Path file = absolutePath(*options.file);
 
-  const std::unique_ptr<Store> queue = collectedQueue(session);
+  const std::unique_ptr<Queue> queue = collectedQueue(session);
   JobRecord job = findJob(queue.get(), *options.job);
   const JobView view = viewOf(*queue, std::move(job));
   SheetPlan plan = sheetPlan(*queue, view, only);

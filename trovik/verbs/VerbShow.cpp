@@ -10,7 +10,7 @@ namespace trovik {
 
 int showJob(Session& session) {
   Console& console = session.console();
-  const std::unique_ptr<Store> queue = collectedQueue(session);
+  const std::unique_ptr<Queue> queue = collectedQueue(session);
   JobRecord job = findJob(queue.get(), *session.options().job);
   const JobReport report = reportOn(*queue, std::move(job));
   if (session.options().json) {

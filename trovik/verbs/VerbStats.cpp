@@ -10,7 +10,7 @@ namespace trovik {
 int showStats(Session& session) {
   const Options& options = session.options();
   Console& console = session.console();
-  const std::unique_ptr<Store> queue = collectedQueue(session);
+  const std::unique_ptr<Queue> queue = collectedQueue(session);
   const bool several = !options.job;
   std::vector<JobRecord> jobs;
   if (!several) {

@@ -12,11 +12,11 @@ namespace trovik {
 int watchJob(Session& session) {
   const bool json = session.options().json;
   Console& console = session.console();
-  const std::unique_ptr<Store> existing = collectedQueue(session);
+  const std::unique_ptr<Queue> existing = collectedQueue(session);
   const JobRecord job = findJob(existing.get(), *session.options().job);
-  Store& store = *existing;
+  Queue& queue = *existing;
   if (job.runOn == RunOn::Cluster) {
-    return followCluster(session, store, job.id);
+    return followCluster(session, queue, job.id);
   }
   const std::string title = "job " + std::to_string(job.id);
   const auto tell = [&](const char* kind, const std::string& word, const std::string& text) {
@@ -32,9 +32,9 @@ int watchJob(Session& session) {
   LocalMachine machine;
   SignalInterrupts interrupts;
   const std::unique_ptr<RunEvents> progress = progressFor(console, json);
-  JobFollower follower(store, job.id, *progress);
+  JobFollower follower(queue, job.id, *progress);
   follower.beginRun();
-  const bool ended = followToEnd(follower, store, machine, interrupts, [&] {
+  const bool ended = followToEnd(follower, queue, machine, interrupts, [&] {
     tell("watch.waiting", "waiting", "no engine is at work; start one with \"trovik engine\"");
   });
   if (!ended) {
@@ -42,12 +42,12 @@ int watchJob(Session& session) {
     tell("watch.left", "left", title + " stays in the queue");
     return exitFailed;
   }
-  if (!store.job(job.id)) {
+  if (!queue.job(job.id)) {
     console.setLive({});
     tell("watch.deleted", "gone", title + " was deleted");
     return exitFailed;
   }
-  const RunSummary summary = store.summary(job.id);
+  const RunSummary summary = queue.summary(job.id);
   progress->runEnded(summary);
   return summary.allGood() ? exitGood : exitFailed;
 }

@@ -35,13 +35,13 @@ bool isOlder(const FileRecord& file, const AttemptRecord& attempt) {
 
 /// Whether a good looking file is what a failed attempt left. An attempt that
 /// did not write it, since it failed before, says nothing of it.
-bool isDistrusted(Store& store, const FileRecord& file) {
-  for (std::optional<FileRecord> last = store.lastOf(file.path); last;
-       last = store.lastOf(file.path, last->id)) {
+bool isDistrusted(Queue& queue, const FileRecord& file) {
+  for (std::optional<FileRecord> last = queue.lastOf(file.path); last;
+       last = queue.lastOf(file.path, last->id)) {
     if (last->attempt == 0 || !last->checked || last->size != file.size || last->modified != file.modified) {
       return false;
     }
-    const std::optional<AttemptRecord> attempt = store.attempt(last->attempt);
+    const std::optional<AttemptRecord> attempt = queue.attempt(last->attempt);
     if (!attempt || attempt->state == AttemptState::Good || attempt->state == AttemptState::Running) {
       return false;
     }
@@ -58,9 +58,9 @@ String fileCheckOf(const Job& job) {
 
 } // namespace
 
-KnownFiles knownFiles(Store& store, JobId job) {
+KnownFiles knownFiles(Queue& queue, JobId job) {
   std::map<int, std::pair<AttemptId, std::vector<std::string>>> newest;
-  for (const FileRecord& file : store.files(job)) {
+  for (const FileRecord& file : queue.files(job)) {
     if (!file.frame || !file.checked || !file.problem.empty()) {
       continue;
     }
@@ -81,7 +81,7 @@ KnownFiles knownFiles(Store& store, JobId job) {
 }
 
 FoundFrames findGoodFrames(const WorkMaker& works, const std::vector<FrameRun>& runs, bool hasFrames,
-                           const KnownFiles& known, Store& store, ImageInspector& inspector,
+                           const KnownFiles& known, Queue& queue, ImageInspector& inspector,
                            Machine& machine) {
   FoundFrames found;
   for (const FrameRun& run : runs) {
@@ -110,7 +110,7 @@ FoundFrames findGoodFrames(const WorkMaker& works, const std::vector<FrameRun>& 
     std::vector<FileRecord> files = fileRecords(*render);
     if (!hasFrames || String::EqualNoCase(fileCheckOf(*job), "Work")) {
       const bool trusted = std::none_of(files.begin(), files.end(),
-                                        [&](const FileRecord& file) { return isDistrusted(store, file); });
+                                        [&](const FileRecord& file) { return isDistrusted(queue, file); });
       found.whole = status == k_StatusFinished && !files.empty() && trusted;
       if (!found.whole) {
         continue;
@@ -127,7 +127,7 @@ FoundFrames findGoodFrames(const WorkMaker& works, const std::vector<FrameRun>& 
     }
     RunSet distrusted;
     for (const FileRecord& file : files) {
-      if (file.frame && good.contains(*file.frame) && isDistrusted(store, file)) {
+      if (file.frame && good.contains(*file.frame) && isDistrusted(queue, file)) {
         distrusted.add({*file.frame, *file.frame});
       }
     }

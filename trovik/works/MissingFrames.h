@@ -3,7 +3,7 @@
 #include "trovik/images/ImageInspector.h"
 #include "trovik/jobs/WorkJob.h"
 #include "trovik/machine/Machine.h"
-#include "trovik/queue/Store.h"
+#include "trovik/queue/Queue.h"
 
 #include <map>
 #include <string>
@@ -20,17 +20,17 @@ struct FoundFrames {
 
 /// Files by the frame that they belong to: what earlier attempts named.
 using KnownFiles = std::multimap<int, std::string>;
-KnownFiles knownFiles(Store& store, JobId job);
+KnownFiles knownFiles(Queue& queue, JobId job);
 
 /// Looks at the files that the frames of a job must leave: those that the type
 /// expects, else the known ones. A frame is good when it has a file and all of
 /// its files exist, are not empty and decode whole. A file that a failed
 /// attempt left, and nobody has changed since, is not trusted.
 ///
-/// Throws a UsageError for a type of which no file is looked at, and StoreError.
+/// Throws a UsageError for a type of which no file is looked at, and QueueError.
 /// Raises Exception* for expected files that cannot be expanded.
 FoundFrames findGoodFrames(const WorkMaker& works, const std::vector<FrameRun>& runs, bool hasFrames,
-                           const KnownFiles& known, Store& store, ImageInspector& inspector,
+                           const KnownFiles& known, Queue& queue, ImageInspector& inspector,
                            Machine& machine);
 
 /// The runs that are left of a work's frames.

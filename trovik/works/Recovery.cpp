@@ -105,36 +105,36 @@ String Recovery::OnCheckFile(const Job& /*job*/, const Path& file) {
   return look_ ? look_->problemOf(file) : String();
 }
 
-std::vector<std::unique_ptr<Recovery>> takeLostAttempts(Store& store, ImageInspector& inspector) {
+std::vector<std::unique_ptr<Recovery>> takeLostAttempts(Queue& queue, ImageInspector& inspector) {
   std::vector<std::unique_ptr<Recovery>> recoveries;
-  for (const LostAttempt& lost : store.takeLost()) {
+  for (const LostAttempt& lost : queue.takeLost()) {
     const JobId id = lost.attempt.job;
     LogInfo("taking up frames " + std::string(lost.attempt.run.Text()) + " of job " + std::to_string(id) +
             ", whose engine died");
-    const std::optional<JobRecord> record = store.job(id);
+    const std::optional<JobRecord> record = queue.job(id);
     std::unique_ptr<WorkMaker> works;
     if (record) {
-      works = std::make_unique<WorkMaker>(record->type, store.packed(id));
+      works = std::make_unique<WorkMaker>(record->type, queue.packed(id));
     }
     recoveries.push_back(
         std::make_unique<Recovery>(lost, works.get(), record && record->hasFrames, inspector));
   }
   if (recoveries.empty()) {
-    store.releaseLost();
+    queue.releaseLost();
   }
   return recoveries;
 }
 
-void recoverLost(Store& store, Machine& machine, ImageInspector& inspector) {
-  for (const auto& recovery : takeLostAttempts(store, inspector)) {
+void recoverLost(Queue& queue, Machine& machine, ImageInspector& inspector) {
+  for (const auto& recovery : takeLostAttempts(queue, inspector)) {
     while (!recovery->advance(machine)) {
       std::vector<pollfd> descriptors = {{inspector.descriptor(), POLLIN, 0}};
       machine.wait(descriptors, std::chrono::milliseconds(100));
       inspector.advance(machine.now());
     }
-    store.settle(recovery->outcome());
+    queue.settle(recovery->outcome());
   }
-  store.releaseLost();
+  queue.releaseLost();
 }
 
 } // namespace trovik

@@ -2,7 +2,7 @@
 
 #include "trovik/jobs/WorkJob.h"
 #include "trovik/machine/Machine.h"
-#include "trovik/queue/Store.h"
+#include "trovik/queue/Queue.h"
 #include "trovik/works/FileLook.h"
 
 #include <memory>
@@ -52,12 +52,12 @@ private:
   Outcome outcome_;
 };
 
-/// The attempts of dead engines, each to be taken up. The store holds their
+/// The attempts of dead engines, each to be taken up. The queue holds their
 /// engines' locks until `releaseLost`.
-std::vector<std::unique_ptr<Recovery>> takeLostAttempts(Store& store, ImageInspector& inspector);
+std::vector<std::unique_ptr<Recovery>> takeLostAttempts(Queue& queue, ImageInspector& inspector);
 
 /// Takes up all of them here and now, waiting: for verbs that change jobs
 /// without being an engine.
-void recoverLost(Store& store, Machine& machine, ImageInspector& inspector);
+void recoverLost(Queue& queue, Machine& machine, ImageInspector& inspector);
 
 } // namespace trovik

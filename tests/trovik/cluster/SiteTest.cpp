@@ -44,9 +44,9 @@ protected:
   void restart(ClusterEngine::Duty duty = ClusterEngine::Duty::All) {
     site.hangUp();
     engine.reset();
-    store.noteContact({}); // that another process asked a moment ago is told by the clock on the wall
+    queue.noteContact({}); // that another process asked a moment ago is told by the clock on the wall
     engine = std::make_unique<ClusterEngine>(
-        machine, store, site, inspector, settings, duty,
+        machine, queue, site, inspector, settings, duty,
         [this](const ClusterNotice& notice) { notices.push_back(notice.text + " | " + notice.hint); });
   }
 
@@ -99,18 +99,18 @@ protected:
     return folderOf(array).leave(place, end);
   }
   ClusterTask& task(std::int64_t array, std::size_t index) { return site.arrays.at(array).tasks.at(index); }
-  std::string good(JobId id) { return store.frames(id).good.text(); }
-  std::string ready(JobId id) { return store.frames(id).ready.text(); }
-  std::string running(JobId id) { return store.frames(id).running.text(); }
-  JobState state(JobId id) { return store.job(id)->state; }
+  std::string good(JobId id) { return queue.frames(id).good.text(); }
+  std::string ready(JobId id) { return queue.frames(id).ready.text(); }
+  std::string running(JobId id) { return queue.frames(id).running.text(); }
+  JobState state(JobId id) { return queue.job(id)->state; }
 
   TemporaryDirectory directory;
   TestType type;
   SmartHandle<Job> job = type.makeJob();
   FakeMachine machine;
   FakeInspector inspector;
-  Store store{Path(directory.file("queue"))};
-  Store user{Path(directory.file("queue"))}; // another process
+  Queue queue{Path(directory.file("queue"))};
+  Queue user{Path(directory.file("queue"))}; // another process
   ClusterSettings settings;
   FakeSite site;
   int stopAfter = 0;
@@ -178,7 +178,7 @@ TEST_F(SiteTest, WhatTheTaskLeftCountsWhateverTheClusterSays) {
   pass(40s);
   EXPECT_EQ(good(id), "1");
   EXPECT_EQ(state(id), JobState::Failed);
-  EXPECT_EQ(store.job(id)->note, "The sky is empty");
+  EXPECT_EQ(queue.job(id)->note, "The sky is empty");
 }
 
 TEST_F(SiteTest, FailedWorksGoIntoAnArrayOfTheirOwnWhileThereAreRetries) {
@@ -238,7 +238,7 @@ TEST_F(SiteTest, ATaskThatEndedWithoutAResultIsGivenUpAfterAWhile) {
   pass(30s);
   ASSERT_EQ(site.arrays.size(), 2U);
   EXPECT_EQ(folderOf(102).plan().works.size(), 1U);
-  EXPECT_EQ(store.attempts(id).front().state, AttemptState::Lost);
+  EXPECT_EQ(queue.attempts(id).front().state, AttemptState::Lost);
   // The process lived on: what it leaves now does not count any more.
   EXPECT_FALSE(finish(101, 0));
   site.start();
@@ -273,7 +273,7 @@ TEST_F(SiteTest, ADeadProcessIsSeenThoughTheClusterBelievesThatItRuns) {
   EXPECT_EQ(site.arrays.size(), 1U);
   pass(30s);
   EXPECT_EQ(site.arrays.size(), 2U);
-  EXPECT_EQ(store.attempts(id).front().reason, "Its process on n1 died, or cannot reach the shared folder");
+  EXPECT_EQ(queue.attempts(id).front().reason, "Its process on n1 died, or cannot reach the shared folder");
 }
 
 TEST_F(SiteTest, ATaskThatWaitsAgainTakesItsWorkUpByItself) {
@@ -292,7 +292,7 @@ TEST_F(SiteTest, ATaskThatWaitsAgainTakesItsWorkUpByItself) {
   finish(101, 0);
   pass(5s);
   EXPECT_EQ(state(id), JobState::Good);
-  EXPECT_EQ(store.attempts(id).size(), 1U);
+  EXPECT_EQ(queue.attempts(id).size(), 1U);
 }
 
 TEST_F(SiteTest, WhatTheClusterForgotIsGivenUp) {
@@ -328,13 +328,13 @@ TEST_F(SiteTest, ASubmissionThatDidNotArriveIsMadeAgainAndTheFirstOneCanDoNothin
   engine->advance();
   site.mood = FakeSite::Mood::Silent;
   pass(3s);
-  const std::vector<ArrayRecord> arrays = store.openArrays(id);
+  const std::vector<ArrayRecord> arrays = queue.openArrays(id);
   ASSERT_EQ(arrays.size(), 1U);
   EXPECT_EQ(arrays.front().cluster, 0);
-  const ArrayFolder first(JobFolder(Path(store.job(id)->folder)).array(arrays.front().number));
+  const ArrayFolder first(JobFolder(Path(queue.job(id)->folder)).array(arrays.front().number));
   EXPECT_FALSE(first.isCanceled());
   pass(5min);
-  EXPECT_EQ(store.openArrays(id).size(), 1U) << "nothing is known while nobody answers";
+  EXPECT_EQ(queue.openArrays(id).size(), 1U) << "nothing is known while nobody answers";
   site.mood = FakeSite::Mood::Answers;
   pass(60s);
   EXPECT_EQ(site.arrays.size(), 1U);
@@ -350,8 +350,8 @@ TEST_F(SiteTest, AnEngineThatDiedWhileItSubmittedIsTakenUp) {
   site.mood = FakeSite::Mood::Answers;
   pass(60s);
   EXPECT_EQ(site.arrays.size(), 1U);
-  ASSERT_EQ(store.openArrays(id).size(), 1U);
-  EXPECT_EQ(store.openArrays(id).front().cluster, 101);
+  ASSERT_EQ(queue.openArrays(id).size(), 1U);
+  EXPECT_EQ(queue.openArrays(id).front().cluster, 101);
 }
 
 TEST_F(SiteTest, ARefusedSubmissionStopsTheJobWithTheReason) {
@@ -359,8 +359,8 @@ TEST_F(SiteTest, ARefusedSubmissionStopsTheJobWithTheReason) {
   const JobId id = submit("1-2");
   pass(10s);
   EXPECT_EQ(state(id), JobState::Stopped);
-  EXPECT_EQ(store.job(id)->note, "Stopped: the cluster refuses it: invalid partition specified: \"\"");
-  EXPECT_TRUE(store.openArrays(id).empty());
+  EXPECT_EQ(queue.job(id)->note, "Stopped: the cluster refuses it: invalid partition specified: \"\"");
+  EXPECT_TRUE(queue.openArrays(id).empty());
   site.mood = FakeSite::Mood::Answers;
   user.resume(id);
   pass(10s);
@@ -378,7 +378,7 @@ TEST_F(SiteTest, CancelingEndsTheTasksAndMarksTheFolder) {
   pass(5s);
   EXPECT_EQ(site.canceled, std::vector<std::string>{site.arrays.at(101).submission.name});
   EXPECT_TRUE(folderOf(101).isCanceled());
-  EXPECT_EQ(store.frames(id).canceled.text(), "2-3");
+  EXPECT_EQ(queue.frames(id).canceled.text(), "2-3");
   WorkEnd end;
   end.by = WorkEnd::By::Canceled;
   end.outcome.state = AttemptState::Canceled;
@@ -387,7 +387,7 @@ TEST_F(SiteTest, CancelingEndsTheTasksAndMarksTheFolder) {
   FakeSite::end(task(101, 0), "CANCELLED");
   pass(10s);
   EXPECT_EQ(state(id), JobState::Canceled);
-  EXPECT_TRUE(store.openArrays(id).empty());
+  EXPECT_TRUE(queue.openArrays(id).empty());
 }
 
 TEST_F(SiteTest, AWorkIsNotGivenAgainWhileItsOldTaskMayRun) {
@@ -486,7 +486,7 @@ TEST_F(SiteTest, HeldTasksAreNamedOnceWithWhatToDo) {
 TEST_F(SiteTest, OneProcessAtATimeIsInCharge) {
   pass(1s);
   ASSERT_TRUE(engine->isInCharge());
-  Store other{Path(directory.file("queue"))};
+  Queue other{Path(directory.file("queue"))};
   FakeSite nobody;
   ClusterEngine second(machine, other, nobody, inspector, settings, ClusterEngine::Duty::All);
   submit("1-2");
@@ -606,7 +606,7 @@ TEST_F(SiteTest, RandomFaultsLoseNothing) {
         }
       }
       pass(std::chrono::seconds(1 + random() % 20));
-      if (store.job(id)->state == JobState::Failed) { // too many losses or tries
+      if (queue.job(id)->state == JobState::Failed) { // too many losses or tries
         user.retry(id, std::nullopt);
       }
     }

@@ -62,17 +62,17 @@ protected:
     NewJob entry = type.newJob(*job);
     entry.retries = retries;
     entry.stopAfter = stopAfter;
-    return store.submit(entry);
+    return queue.submit(entry);
   }
 
   RunSummary workOff(JobId id, std::size_t slots = 1) {
     const Clock::time_point begin = machine.now();
-    LocalEngine engine(machine, store, inspector, machine, recorder);
+    LocalEngine engine(machine, queue, inspector, machine, recorder);
     EnginePlan plan;
     plan.only = id;
     plan.slots = slots;
     const bool finished = engine.run(plan);
-    RunSummary summary = store.summary(id);
+    RunSummary summary = queue.summary(id);
     summary.duration = machine.now() - begin;
     summary.interrupted = !finished;
     return summary;
@@ -104,7 +104,7 @@ protected:
   SmartHandle<Job> job = type.makeJob();
   FakeMachine machine;
   FakeInspector inspector;
-  Store store{Path(directory.file("queue"))};
+  Queue queue{Path(directory.file("queue"))};
   int stopAfter = 0;
   Recorder recorder;
 };
@@ -456,7 +456,7 @@ TEST_F(EngineTest, DamagedImageFailsItsFrameAlone) {
   ASSERT_EQ(summary.failures.size(), 1U);
   EXPECT_EQ(summary.failures[0].reason,
             "Truncated or damaged image (too short): " + directory.file("f_2.png"));
-  const std::vector<AttemptRecord> attempts = store.attempts(1);
+  const std::vector<AttemptRecord> attempts = queue.attempts(1);
   ASSERT_EQ(attempts.size(), 3U);
   EXPECT_EQ(attempts[1].rule, VerdictRule::Files);
   EXPECT_EQ(inspector.asked.size(), 3U);
@@ -477,7 +477,7 @@ TEST_F(EngineTest, JobThatFailsAlikeOnItsFirstFramesStops) {
   };
   const RunSummary summary = run("1-50", 1, 2);
   EXPECT_EQ(machine.started.size(), 3U);
-  const JobRecord record = store.job(1).value();
+  const JobRecord record = queue.job(1).value();
   EXPECT_EQ(record.state, JobState::Stopped);
   EXPECT_EQ(record.note,
             "Stopped: the first 3 works all failed alike: Exit code 1; last line: cannot open 3-3");
@@ -493,15 +493,15 @@ TEST_F(EngineTest, JobGoesOnWhereOneFrameWasGood) {
 TEST_F(EngineTest, UsersStopPutsTheJobAsideAndTheSystemsDoesNot) {
   machine.interrupts = {500ms};
   run("1-3");
-  EXPECT_EQ(store.job(1)->state, JobState::Stopped);
-  EXPECT_EQ(store.job(1)->note, "Stopped by the user");
-  EXPECT_EQ(store.frames(1).ready.text(), "1-3");
+  EXPECT_EQ(queue.job(1)->state, JobState::Stopped);
+  EXPECT_EQ(queue.job(1)->note, "Stopped by the user");
+  EXPECT_EQ(queue.frames(1).ready.text(), "1-3");
 
   machine.interrupts.push_back(machine.elapsed() + 500ms);
   machine.fromUser = false;
   run("7");
-  EXPECT_TRUE(isOpen(store.job(2)->state));
-  EXPECT_EQ(store.frames(2).ready.text(), "7");
+  EXPECT_TRUE(isOpen(queue.job(2)->state));
+  EXPECT_EQ(queue.frames(2).ready.text(), "7");
 }
 
 TEST_F(EngineTest, ProgramsCarryTheMarkOfTheirAttempt) {
@@ -523,7 +523,7 @@ TEST_F(EngineTest, ProgramsCarryTheMarkOfTheirAttempt) {
 class LostWorkTest : public EngineTest {
 protected:
   void lose(const std::vector<std::string>& named) {
-    Store other(Path(directory.file("queue")));
+    Queue other(Path(directory.file("queue")));
     const EngineId engine = other.enterEngine(1);
     const std::vector<Claim> claims = other.claim(engine, 1, std::nullopt);
     ASSERT_EQ(claims.size(), 1U);
@@ -552,7 +552,7 @@ TEST_F(LostWorkTest, IsTakenUpWhenNoProcessOfItIsLeft) {
   ASSERT_EQ(machine.started.size(), 2U);
   EXPECT_EQ(frames(machine.started[0]), "2-2");
   EXPECT_EQ(frames(machine.started[1]), "1-1");
-  const std::vector<AttemptRecord> attempts = store.attempts(id);
+  const std::vector<AttemptRecord> attempts = queue.attempts(id);
   EXPECT_EQ(attempts[0].state, AttemptState::Lost);
   EXPECT_EQ(attempts[0].reason, "Its engine died");
 }

@@ -43,62 +43,62 @@ using Heard = std::vector<std::string>;
 class Follower : public QueueTest {
 protected:
   /// Looks at the queue through a connection of its own, as another process.
-  Store reader{Path(directory.path())};
+  Queue reader{Path(directory.path())};
   Listener listener;
 };
 
 TEST_F(Follower, TellsWhatOthersDo) {
-  const JobId job = store.submit(jobOf("1,2"));
+  const JobId job = queue.submit(jobOf("1,2"));
   JobFollower follower(reader, job, listener);
   follower.beginRun();
   EXPECT_EQ(listener.take(), Heard{"run"});
   const Claim claim = take();
   follower.poll();
   EXPECT_EQ(listener.take(), Heard{"started 1 1/1"});
-  store.noteFile(claim.attempt, file("/out/a.png"));
+  queue.noteFile(claim.attempt, file("/out/a.png"));
   follower.poll();
   EXPECT_EQ(listener.take(), Heard{}) << "the file may still be written";
-  store.noteFile(claim.attempt, file("/out/b.png"));
+  queue.noteFile(claim.attempt, file("/out/b.png"));
   follower.poll();
   EXPECT_EQ(listener.take(), Heard{"image 1 /out/a.png"});
   Outcome outcome = good(claim.attempt);
   outcome.files = {file("/out/a.png"), file("/out/b.png")};
   outcome.duration = std::chrono::seconds(3);
-  store.settle(outcome);
+  queue.settle(outcome);
   follower.poll();
   EXPECT_EQ(listener.take(), (Heard{"image 1 /out/b.png", "good 1"}));
   EXPECT_EQ(listener.last.duration, Duration(std::chrono::seconds(3)));
   EXPECT_FALSE(follower.isOver());
-  store.settle(good(take().attempt));
+  queue.settle(good(take().attempt));
   follower.poll();
   EXPECT_EQ(listener.take(), (Heard{"started 2 1/1", "good 2"}));
   EXPECT_TRUE(follower.isOver());
 }
 
 TEST_F(Follower, WhatEndedIsToldBeforeWhatBeganInItsSlot) {
-  const JobId job = store.submit(jobOf("1,2"));
+  const JobId job = queue.submit(jobOf("1,2"));
   const Claim first = take();
   JobFollower follower(reader, job, listener);
   follower.beginRun();
   Outcome outcome = good(first.attempt);
   outcome.files = {file("/out/1.png")};
-  store.settle(outcome);
+  queue.settle(outcome);
   const Claim second = take();
-  store.noteFile(second.attempt, file("/out/2.png"));
-  store.noteFile(second.attempt, file("/out/3.png"));
+  queue.noteFile(second.attempt, file("/out/2.png"));
+  queue.noteFile(second.attempt, file("/out/3.png"));
   follower.poll();
   EXPECT_EQ(listener.take(), (Heard{"run", "started 1 1/1", "image 1 /out/1.png", "good 1", "started 2 1/1",
                                     "image 2 /out/2.png"}));
 }
 
 TEST_F(Follower, AWorkThatBeganAndEndedBetweenTwoLooksIsTold) {
-  const JobId job = store.submit(jobOf("1,2,3"));
+  const JobId job = queue.submit(jobOf("1,2,3"));
   JobFollower follower(reader, job, listener);
   follower.beginRun();
   for (int i = 0; i < 2; ++i) {
     Outcome outcome = good(take().attempt);
     outcome.files = {file("/out/" + std::to_string(i) + ".png")};
-    store.settle(outcome);
+    queue.settle(outcome);
   }
   follower.poll();
   EXPECT_EQ(listener.take(), (Heard{"run", "started 1 1/1", "started 2 1/1", "image 1 /out/0.png",
@@ -108,9 +108,9 @@ TEST_F(Follower, AWorkThatBeganAndEndedBetweenTwoLooksIsTold) {
 TEST_F(Follower, WhatEndedBeforeIsCountedAndNotTold) {
   NewJob wanted = jobOf("1-2,3,4,5");
   wanted.found = runsOf("6");
-  const JobId job = store.submit(wanted);
-  store.settle(good(take().attempt));
-  store.settle(failed(take().attempt));
+  const JobId job = queue.submit(wanted);
+  queue.settle(good(take().attempt));
+  queue.settle(failed(take().attempt));
   const Claim running = take();
   JobFollower follower(reader, job, listener);
   follower.beginRun();
@@ -120,7 +120,7 @@ TEST_F(Follower, WhatEndedBeforeIsCountedAndNotTold) {
   EXPECT_EQ(listener.info.failedBefore, 1U);
   EXPECT_EQ(listener.info.slots, 2U);
   EXPECT_EQ(listener.info.job, job);
-  store.settle(good(running.attempt));
+  queue.settle(good(running.attempt));
   follower.poll();
   EXPECT_EQ(listener.take(), Heard{"good 4"});
 }
@@ -128,13 +128,13 @@ TEST_F(Follower, WhatEndedBeforeIsCountedAndNotTold) {
 TEST_F(Follower, FailuresTellTheirReasonRuleAndWhatFollows) {
   NewJob wanted = jobOf("1-4");
   wanted.retries = 1;
-  const JobId job = store.submit(wanted);
+  const JobId job = queue.submit(wanted);
   JobFollower follower(reader, job, listener);
   follower.beginRun();
   Outcome outcome = failed(take().attempt, "Error line: bad", "1-2");
   outcome.lines = {"bad"};
   outcome.log = "/logs/1-4.log";
-  store.settle(outcome);
+  queue.settle(outcome);
   follower.poll();
   EXPECT_EQ(listener.take(), (Heard{"run", "started 1-4 1/2", "failed 1-4 again"}));
   EXPECT_EQ(listener.last.reason, "Error line: bad");
@@ -142,29 +142,29 @@ TEST_F(Follower, FailuresTellTheirReasonRuleAndWhatFollows) {
   EXPECT_EQ(listener.last.good.text(), "1-2");
   EXPECT_EQ(listener.last.lines, std::vector<std::string>{"bad"});
   EXPECT_EQ(listener.last.log.Text(), "/logs/1-4.log");
-  store.settle(failed(take().attempt));
+  queue.settle(failed(take().attempt));
   follower.poll();
   EXPECT_EQ(listener.take(), (Heard{"started 3-4 2/2", "failed 3-4"}));
   EXPECT_TRUE(follower.isOver());
 }
 
 TEST_F(Follower, AnAttemptWhoseEngineDiedHasFailedAndComesAgain) {
-  const JobId job = store.submit(jobOf("1"));
+  const JobId job = queue.submit(jobOf("1"));
   JobFollower follower(reader, job, listener);
   follower.beginRun();
-  store.settle(lost(take().attempt));
+  queue.settle(lost(take().attempt));
   follower.poll();
   EXPECT_EQ(listener.take(), (Heard{"run", "started 1 1/1", "failed 1 again"}));
   EXPECT_EQ(listener.last.reason, "Its engine died");
 }
 
 TEST_F(Follower, AttemptsOfOneEngineCanBeLeftOut) {
-  const JobId job = store.submit(jobOf("1,2"));
-  Store another{Path(directory.path())};
+  const JobId job = queue.submit(jobOf("1,2"));
+  Queue another{Path(directory.path())};
   const EngineId other = another.enterEngine(4);
   JobFollower follower(reader, job, listener, engine);
   follower.poll();
-  store.noteFile(take().attempt, file("/out/own.png"));
+  queue.noteFile(take().attempt, file("/out/own.png"));
   const std::vector<Claim> claims = another.claim(other, 1, job);
   ASSERT_EQ(claims.size(), 1U);
   follower.poll();
@@ -172,8 +172,8 @@ TEST_F(Follower, AttemptsOfOneEngineCanBeLeftOut) {
 }
 
 TEST_F(Follower, WithoutABeginningItTakesWhatIsUnderWay) {
-  const JobId job = store.submit(jobOf("1,2"));
-  store.settle(good(take().attempt));
+  const JobId job = queue.submit(jobOf("1,2"));
+  queue.settle(good(take().attempt));
   take();
   JobFollower follower(reader, job, listener);
   follower.poll();
@@ -183,38 +183,38 @@ TEST_F(Follower, WithoutABeginningItTakesWhatIsUnderWay) {
 TEST_F(Follower, BadFilesAreNoImagesAndAFileIsToldOnce) {
   NewJob wanted = jobOf("1");
   wanted.retries = 1;
-  const JobId job = store.submit(wanted);
+  const JobId job = queue.submit(wanted);
   JobFollower follower(reader, job, listener);
   follower.beginRun();
   Outcome outcome = failed(take().attempt);
   outcome.files = {file("/out/a.png"), file("/out/b.png", "It is empty")};
-  store.settle(outcome);
+  queue.settle(outcome);
   outcome = good(take().attempt);
   outcome.files = {file("/out/a.png"), file("/out/b.png")};
-  store.settle(outcome);
+  queue.settle(outcome);
   follower.poll();
   EXPECT_EQ(listener.take(), (Heard{"run", "started 1 1/2", "started 1 2/2", "image 1 /out/a.png",
                                     "image 1 /out/b.png", "failed 1 again", "good 1"}));
 }
 
 TEST_F(Follower, ADeletedJobIsOver) {
-  const JobId job = store.submit(jobOf("1"));
+  const JobId job = queue.submit(jobOf("1"));
   JobFollower follower(reader, job, listener);
   follower.beginRun();
-  store.remove(job);
+  queue.remove(job);
   follower.poll();
   EXPECT_TRUE(follower.isOver());
 }
 
 TEST_F(Follower, AStoppedJobIsOverWhenItsLastWorkHasEnded) {
-  const JobId job = store.submit(jobOf("1,2"));
+  const JobId job = queue.submit(jobOf("1,2"));
   JobFollower follower(reader, job, listener);
   follower.beginRun();
   const Claim claim = take();
-  store.stop(job, "aside");
+  queue.stop(job, "aside");
   follower.poll();
   EXPECT_FALSE(follower.isOver());
-  store.settle(good(claim.attempt));
+  queue.settle(good(claim.attempt));
   follower.poll();
   EXPECT_TRUE(follower.isOver());
 }
@@ -241,12 +241,12 @@ public:
 };
 
 TEST_F(Follower, IsFollowedToItsEnd) {
-  const JobId job = store.submit(jobOf("1"));
+  const JobId job = queue.submit(jobOf("1"));
   JobFollower follower(reader, job, listener);
   follower.beginRun();
   Steps machine;
   Claim claim;
-  machine.steps = {[&] { claim = take(); }, [] {}, [&] { store.settle(good(claim.attempt)); }};
+  machine.steps = {[&] { claim = take(); }, [] {}, [&] { queue.settle(good(claim.attempt)); }};
   int gone = 0;
   EXPECT_TRUE(followToEnd(follower, reader, machine, machine, [&] { ++gone; }));
   EXPECT_EQ(listener.take(), (Heard{"run", "started 1 1/1", "good 1"}));
@@ -255,7 +255,7 @@ TEST_F(Follower, IsFollowedToItsEnd) {
 }
 
 TEST_F(Follower, InterruptsOnlyLeave) {
-  const JobId job = store.submit(jobOf("1"));
+  const JobId job = queue.submit(jobOf("1"));
   JobFollower follower(reader, job, listener);
   follower.beginRun();
   Steps machine;
@@ -265,8 +265,8 @@ TEST_F(Follower, InterruptsOnlyLeave) {
 }
 
 TEST_F(Follower, ThatNoEngineIsAtWorkIsToldOnceEachTime) {
-  const JobId job = store.submit(jobOf("1"));
-  store.leaveEngine(engine);
+  const JobId job = queue.submit(jobOf("1"));
+  queue.leaveEngine(engine);
   JobFollower follower(reader, job, listener);
   follower.beginRun();
   Steps machine;

@@ -13,7 +13,7 @@ namespace trovik {
 /// finds nothing wrong, no frame stands in two works, works run exactly while
 /// an attempt at them does, and states of jobs agree with those of their works.
 ///
-/// Looks into the database by itself and trusts nothing of the store. Returns
+/// Looks into the database by itself and trusts nothing of the queue. Returns
 /// a line for each breach. Where `submitted` is given, each of its jobs has
 /// exactly these frames.
 std::vector<std::string> brokenInvariants(const std::string& databaseFile,

@@ -133,20 +133,20 @@ Outcome someOutcome(const FrameRun& run) {
   return outcome;
 }
 
-void compareJobs(Store& store, const ModelJobs& jobs) {
-  RC_ASSERT(store.jobs().size() == jobs.size());
+void compareJobs(Queue& queue, const ModelJobs& jobs) {
+  RC_ASSERT(queue.jobs().size() == jobs.size());
   for (const auto& [id, job] : jobs) {
     std::map<WorkState, RunSet> expected;
     for (const auto& [frame, model] : job.frames) {
       expected[model.state].add({frame, frame});
     }
-    const JobFrames frames = store.frames(id);
+    const JobFrames frames = queue.frames(id);
     RC_ASSERT(frames.ready.text() == expected[WorkState::Ready].text());
     RC_ASSERT(frames.running.text() == expected[WorkState::Running].text());
     RC_ASSERT(frames.good.text() == expected[WorkState::Good].text());
     RC_ASSERT(frames.failed.text() == expected[WorkState::Failed].text());
     RC_ASSERT(frames.canceled.text() == expected[WorkState::Canceled].text());
-    RC_ASSERT(std::string(nameOf(store.job(id).value().state)) == nameOf(job.state));
+    RC_ASSERT(std::string(nameOf(queue.job(id).value().state)) == nameOf(job.state));
   }
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/queue/Store.h"
+#include "trovik/queue/Queue.h"
 
 #include <map>
 #include <optional>
@@ -48,7 +48,7 @@ std::optional<RunSet> someFrames();
 /// and about.
 Outcome someOutcome(const FrameRun& run);
 /// The jobs of the queue are those, and in each every frame's state agrees.
-void compareJobs(Store& store, const ModelJobs& jobs);
+void compareJobs(Queue& queue, const ModelJobs& jobs);
 std::map<JobId, RunSet> framesOf(const ModelJobs& jobs);
 
 } // namespace trovik

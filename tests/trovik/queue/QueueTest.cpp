@@ -88,13 +88,13 @@ void QueueTest::TearDown() {
 }
 
 Claim QueueTest::take(std::optional<JobId> only) {
-  const std::vector<Claim> claims = store.claim(engine, 1, only);
+  const std::vector<Claim> claims = queue.claim(engine, 1, only);
   EXPECT_EQ(claims.size(), 1U);
   return claims.empty() ? Claim() : claims.front();
 }
 
 std::string QueueTest::standing(JobId job) {
-  const JobFrames frames = store.frames(job);
+  const JobFrames frames = queue.frames(job);
   std::string text;
   for (const RunSet* set : {&frames.ready, &frames.running, &frames.good, &frames.failed, &frames.canceled}) {
     text += (text.empty() ? "" : " ") + (set->empty() ? std::string("-") : set->text());

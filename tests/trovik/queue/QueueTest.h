@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tests/trovik/TemporaryDirectory.h"
-#include "trovik/queue/Store.h"
+#include "trovik/queue/Queue.h"
 
 #include <gtest/gtest.h>
 
@@ -24,10 +24,10 @@ FileRecord file(const std::string& path, const std::string& problem = "");
 
 /// The error that an action is refused with; message and hint are empty when
 /// it is not.
-template <typename Action> StoreError storeErrorOf(Action action) {
+template <typename Action> QueueError queueErrorOf(Action action) {
   try {
     action();
-  } catch (const StoreError& error) {
+  } catch (const QueueError& error) {
     return error;
   }
   return {};
@@ -43,14 +43,14 @@ protected:
   Claim take(std::optional<JobId> only = std::nullopt);
   /// The frames that are ready, running, good, failed and canceled, "1-3 - 4 - -".
   std::string standing(JobId job);
-  JobState stateOf(JobId job) { return store.job(job).value().state; }
-  std::string noteOf(JobId job) { return store.job(job).value().note; }
-  /// Changes the database behind the store's back.
+  JobState stateOf(JobId job) { return queue.job(job).value().state; }
+  std::string noteOf(JobId job) { return queue.job(job).value().note; }
+  /// Changes the database behind the queue's back.
   void change(const std::string& sql);
 
   TemporaryDirectory directory;
-  Store store{Path(directory.path())};
-  EngineId engine = store.enterEngine(2);
+  Queue queue{Path(directory.path())};
+  EngineId engine = queue.enterEngine(2);
 };
 
 } // namespace trovik

@@ -12,7 +12,7 @@ std::string badThird(int frame) {
 }
 
 TEST_F(Show, AFailedJobTellsWhyAndWhatToDo) {
-  store.submit(jobOf("1,2,3,4"));
+  queue.submit(jobOf("1,2,3,4"));
   workOff(badThird);
   const Printed printed = steady(showJob, optionsFor({"1"}));
   EXPECT_EQ(printed.out, "job 1  failed  shot\n"
@@ -32,12 +32,12 @@ TEST_F(Show, AFailedJobTellsWhyAndWhatToDo) {
 }
 
 TEST_F(Show, ALongDecidingLineIsToldWhole) {
-  store.submit(jobOf("1"));
+  queue.submit(jobOf("1"));
   const Claim claim = take();
   const std::string line = "fatal: " + std::string(350, 'x') + " at the end";
   Outcome outcome = failed(claim.attempt, "Error line: " + line.substr(0, 300) + "…");
   outcome.lines = {"reading", line};
-  store.settle(outcome);
+  queue.settle(outcome);
   const Printed printed = steady(showJob, optionsFor({"1"}));
   EXPECT_NE(printed.out.find("…\n  | " + line + '\n'), std::string::npos) << printed.out;
 }
@@ -45,15 +45,15 @@ TEST_F(Show, ALongDecidingLineIsToldWhole) {
 TEST_F(Show, ARunningJobTellsItsAttemptsAndWhatIsLeft) {
   NewJob job = jobOf("1-2,3-4,5-6,7-8");
   job.retries = 1;
-  store.submit(job);
+  queue.submit(job);
   Outcome outcome = good(take().attempt);
   outcome.duration = std::chrono::seconds(20);
-  store.settle(outcome);
-  store.settle(failed(take().attempt, "Error line: bad"));
+  queue.settle(outcome);
+  queue.settle(failed(take().attempt, "Error line: bad"));
   const Claim third = take();
   take();
   take(); // the second again
-  store.noteFile(third.attempt, file("/out/5.png"));
+  queue.noteFile(third.attempt, file("/out/5.png"));
   const Printed printed = steady(showJob, optionsFor({"last"}));
   EXPECT_EQ(printed.out, "job 1  running  shot\n"
                          "type       Sketch\n"
@@ -71,8 +71,8 @@ TEST_F(Show, ARunningJobTellsItsAttemptsAndWhatIsLeft) {
 }
 
 TEST_F(Show, AWaitingJobSaysThatNoEngineIsAtWork) {
-  store.submit(jobOf("1-5"));
-  store.leaveEngine(engine);
+  queue.submit(jobOf("1-5"));
+  queue.leaveEngine(engine);
   EXPECT_EQ(steady(showJob, optionsFor({"1"})).out,
             "job 1  waiting  shot\n"
             "type       Sketch\n"
@@ -86,8 +86,8 @@ TEST_F(Show, AWaitingJobSaysThatNoEngineIsAtWork) {
 }
 
 TEST_F(Show, AStoppedJobSaysWhy) {
-  store.submit(jobOf("1,2"));
-  store.stop(1, "the user put it aside");
+  queue.submit(jobOf("1,2"));
+  queue.stop(1, "the user put it aside");
   const std::string text = steady(showJob, optionsFor({"1"})).out;
   EXPECT_EQ(text.substr(0, text.find("type")), "job 1  stopped  shot\nwhy        the user put it aside\n");
   EXPECT_NE(text.find("frames     0 of 2 frames good, 2 not done\nnot done   1-2\n"), std::string::npos)
@@ -101,7 +101,7 @@ TEST_F(Show, AWorkWithoutFramesHasNone) {
   job.range.clear();
   job.scene.clear();
   job.name.clear();
-  store.submit(job);
+  queue.submit(job);
   workOff([](int) { return "Error line: bad"; });
   EXPECT_EQ(steady(showJob, optionsFor({"1"})).out, "job 1  failed  job 1\n"
                                                     "type       Sketch\n"
@@ -117,13 +117,13 @@ TEST_F(Show, TextsFromOutsideCannotSteerTheTerminal) {
   NewJob job = jobOf("1");
   job.name = "\x1b[2J";
   job.scene = "/s/\x1b]0;x\a.skt";
-  store.submit(job);
+  queue.submit(job);
   workOff([](int) { return "Error line: \x1b[31mred\n"; });
   EXPECT_EQ(call(showJob, optionsFor({"1"}), true).out.find('\x1b'), std::string::npos);
 }
 
 TEST_F(Show, JsonHoldsTheSame) {
-  store.submit(jobOf("1,2,3,4"));
+  queue.submit(jobOf("1,2,3,4"));
   workOff(badThird);
   Options options = optionsFor({"1"});
   options.json = true;
@@ -140,7 +140,7 @@ TEST_F(Show, JsonHoldsTheSame) {
 }
 
 TEST_F(Show, AJobThatIsNotThereIsRefused) {
-  store.submit(jobOf("1"));
+  queue.submit(jobOf("1"));
   EXPECT_EQ(refusalOf([&] { call(showJob, optionsFor({"7"})); }).message, "there is no job 7");
   EXPECT_EQ(refusalOf([&] { call(showJob, optionsFor({"7"})); }).hint, "\"trovik jobs\" lists them");
   for (const char* text : {"x", "0", "-3", "1x", "", "99999999999999999999"}) {
@@ -157,12 +157,12 @@ protected:
     Outcome outcome = good(claim.attempt);
     outcome.good = setOf(std::to_string(frame));
     outcome.files = {image(frame, content.empty() ? directory.file(name) : directory.write(name, content))};
-    store.settle(outcome);
+    queue.settle(outcome);
   }
 };
 
 TEST_F(Images, AreListedInTheOrderOfFrames) {
-  store.submit(jobOf("10,9,1"));
+  queue.submit(jobOf("10,9,1"));
   render(10, "i/a.png");
   render(9, "i/c.png");
   render(1, "i/b\n.png");
@@ -170,12 +170,12 @@ TEST_F(Images, AreListedInTheOrderOfFrames) {
 }
 
 TEST_F(Images, BadAndUncheckedFilesAreToldInJsonAlone) {
-  store.submit(jobOf("1,2,3"));
+  queue.submit(jobOf("1,2,3"));
   render(1, "i/a.png");
   Outcome outcome = failed(take().attempt);
   outcome.files = {image(2, "/out/2.png", "It is empty")};
-  store.settle(outcome);
-  store.noteFile(take().attempt, file("/out/3.png"));
+  queue.settle(outcome);
+  queue.noteFile(take().attempt, file("/out/3.png"));
   EXPECT_EQ(steady(listImages, optionsFor({"1"})).out, "DIR/i/a.png\n");
   Options options = optionsFor({"1"});
   options.json = true;
@@ -187,23 +187,23 @@ TEST_F(Images, BadAndUncheckedFilesAreToldInJsonAlone) {
 }
 
 TEST_F(Images, TheLastWordOnAFileCounts) {
-  store.submit(jobOf("1"));
+  queue.submit(jobOf("1"));
   render(1, "i/a.png");
-  store.retry(1, setOf("1"));
+  queue.retry(1, setOf("1"));
   Outcome outcome = failed(take().attempt);
   outcome.files = {image(1, directory.file("i/a.png"), "It is cut off")};
-  store.settle(outcome);
+  queue.settle(outcome);
   EXPECT_EQ(call(listImages, optionsFor({"1"})).out, "");
   EXPECT_EQ(call(listImages, optionsFor({"1"}), true).out, "no images yet\n");
 }
 
 TEST_F(Images, MissingFramesAreARangeOfThoseNotGoodOrGone) {
-  store.submit(jobOf("1,2,3,4,5,6-9"));
+  queue.submit(jobOf("1,2,3,4,5,6-9"));
   render(1, "i/1.png");
   render(2, "i/2.png");
   render(3, "i/3.png", "");
   directory.write("i/2.png", "");
-  store.settle(failed(take().attempt));
+  queue.settle(failed(take().attempt));
   render(5, "i/5.png");
   Options options = optionsFor({"1"});
   options.missing = true;
@@ -218,7 +218,7 @@ TEST_F(Images, MissingFramesAreARangeOfThoseNotGoodOrGone) {
 }
 
 TEST_F(Images, NothingMissingPrintsNothing) {
-  store.submit(jobOf("1"));
+  queue.submit(jobOf("1"));
   render(1, "i/1.png");
   Options options = optionsFor({"1"});
   options.missing = true;

@@ -20,7 +20,7 @@ protected:
     if (!frames.empty()) {
       only = setOf(frames);
     }
-    return sheetPlan(store, viewOf(store, store.job(job).value()), only);
+    return sheetPlan(queue, viewOf(queue, queue.job(job).value()), only);
   }
 
   /// The cells of a plan: "1 good /a.png; 2 failed (why)".
@@ -36,7 +36,7 @@ protected:
   void finish(const std::vector<FileRecord>& files) {
     Outcome outcome = good(take().attempt);
     outcome.files = files;
-    store.settle(outcome);
+    queue.settle(outcome);
   }
 };
 
@@ -44,9 +44,9 @@ TEST_F(SheetCellsTest, EachFrameShowsItsFileOrWhatBecameOfIt) {
   NewJob job = jobOf("1-2,3,4,5");
   job.name = "shot";
   job.typeName = "POV-Ray";
-  const JobId id = store.submit(job);
+  const JobId id = queue.submit(job);
   finish({fileOf(1, "/a1.png"), fileOf(2, "/a2.png")});
-  store.settle(failed(take().attempt, "Error line: boom"));
+  queue.settle(failed(take().attempt, "Error line: boom"));
   take();
   const SheetPlan sheet = plan(id);
   EXPECT_EQ(sheet.title, "shot");
@@ -58,15 +58,15 @@ TEST_F(SheetCellsTest, EachFrameShowsItsFileOrWhatBecameOfIt) {
 }
 
 TEST_F(SheetCellsTest, OfSeveralFilesTheFirstGoodOneOfTheNewestAttemptIsShown) {
-  const JobId id = store.submit(jobOf("1"));
+  const JobId id = queue.submit(jobOf("1"));
   finish({fileOf(1, "/old.png"), fileOf(1, "/old-depth.png")});
-  store.retry(id, setOf("1"));
+  queue.retry(id, setOf("1"));
   finish({fileOf(1, "/bad.png", "Is empty"), fileOf(1, "/new.png"), fileOf(1, "/new-depth.png")});
   EXPECT_EQ(textOf(plan(id)), "1 good /new.png");
 }
 
 TEST_F(SheetCellsTest, AGoodFrameWithoutAFileIsLeftToTheLookAtIt) {
-  const JobId id = store.submit(jobOf("1,2"));
+  const JobId id = queue.submit(jobOf("1,2"));
   finish({fileOf(1, "/a1.png")});
   finish({});
   EXPECT_EQ(textOf(plan(id)), "1 good /a1.png; 2 good");
@@ -75,7 +75,7 @@ TEST_F(SheetCellsTest, AGoodFrameWithoutAFileIsLeftToTheLookAtIt) {
 TEST_F(SheetCellsTest, AJobWithoutFramesHasACellForEachFile) {
   NewJob job = jobOf("1");
   job.hasFrames = false;
-  const JobId id = store.submit(job);
+  const JobId id = queue.submit(job);
   const Refusal none = refusalOf([&] { plan(id); });
   EXPECT_EQ(none.message, "job 1 has no files yet");
   finish({file("/out/b.png"), file("/out/a.png", "Is empty")});
@@ -85,7 +85,7 @@ TEST_F(SheetCellsTest, AJobWithoutFramesHasACellForEachFile) {
 }
 
 TEST_F(SheetCellsTest, FilesThatBelongToNoFrameHaveACellEach) {
-  const JobId id = store.submit(jobOf("1-3"));
+  const JobId id = queue.submit(jobOf("1-3"));
   finish({file("/out/movie.mp4")});
   EXPECT_EQ(textOf(plan(id)), "movie.mp4 good /out/movie.mp4");
   const Refusal refusal = refusalOf([&] { plan(id, "1"); });
@@ -94,7 +94,7 @@ TEST_F(SheetCellsTest, FilesThatBelongToNoFrameHaveACellEach) {
 }
 
 TEST_F(SheetCellsTest, WhatCannotBeShownIsRefused) {
-  const JobId id = store.submit(jobOf("1-3"));
+  const JobId id = queue.submit(jobOf("1-3"));
   const Refusal unknown = refusalOf([&] { plan(id, "3-5"); });
   EXPECT_EQ(unknown.message, "job 1 has no frame 4");
   EXPECT_EQ(unknown.hint, "its frames are 1-3");
@@ -105,7 +105,7 @@ TEST_F(SheetCellsTest, WhatCannotBeShownIsRefused) {
 }
 
 TEST_F(SheetCellsTest, TooManyFramesAreRefusedWithAWayOut) {
-  const JobId id = store.submit(jobOf("1-10001"));
+  const JobId id = queue.submit(jobOf("1-10001"));
   const Refusal refusal = refusalOf([&] { plan(id); });
   EXPECT_EQ(refusal.message, "a sheet holds at most 10000 images, and there are 10001 frames");
   EXPECT_EQ(refusal.hint, "name some of them: --frames 1-100");

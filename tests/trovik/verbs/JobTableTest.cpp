@@ -112,11 +112,11 @@ TEST_F(Jobs, TheLastTwentyAndAllOpenOnesAreListed) {
   for (int i = 1; i <= 25; ++i) {
     NewJob job = jobOf("1");
     job.priority = i == 2 ? 1 : 50;
-    store.submit(job);
+    queue.submit(job);
   }
   // All but the second, which nobody has taken.
   for (int i = 0; i < 24; ++i) {
-    store.settle(good(take().attempt));
+    queue.settle(good(take().attempt));
   }
   const auto numbersOf = [&](const Options& options) {
     Options json = options;
@@ -142,7 +142,7 @@ TEST_F(Jobs, TheLastTwentyAndAllOpenOnesAreListed) {
 TEST_F(Jobs, AJobIsToldWholeInJson) {
   NewJob job = jobOf("1-2,3");
   job.priority = 70;
-  store.submit(job);
+  queue.submit(job);
   workOff([](int frame) { return frame == 3 ? "Error line: bad" : ""; });
   Options options = optionsFor();
   options.json = true;

@@ -22,12 +22,12 @@ protected:
     outcome.command = "sketch --frames " + std::string(claim.run.Text());
     outcome.duration = std::chrono::seconds(12);
     outcome.log = directory.write("logs/1/" + std::string(claim.run.Text()) + ".log", log);
-    store.settle(outcome);
+    queue.settle(outcome);
   }
 };
 
 TEST_F(Log, AFailureTellsVerdictDecidingLinesAndTheEndOfTheLog) {
-  store.submit(jobOf("1,2"));
+  queue.submit(jobOf("1,2"));
   fail("starting\nreading\nfatal: bad scene\ngiving up\nremoving temporary files\n");
   EXPECT_EQ(steady(showLog, optionsFor({"1"})).out, "failed  1  job 1, attempt 1, started DATE, took 12 s\n"
                                                     "reason   Error line: fatal: bad scene\n"
@@ -46,14 +46,14 @@ TEST_F(Log, AFailureTellsVerdictDecidingLinesAndTheEndOfTheLog) {
 }
 
 TEST_F(Log, WhatEndsWithTheDecidingLinesIsNotToldTwice) {
-  store.submit(jobOf("1"));
+  queue.submit(jobOf("1"));
   fail("reading\nfatal: bad scene\ngiving up\n");
   const std::string text = steady(showLog, optionsFor({"1"})).out;
   EXPECT_EQ(text.substr(text.find("log ")), "log      DIR/logs/1/1-1.log  35 bytes\n");
 }
 
 TEST_F(Log, AllPrintsEveryByteBehindIt) {
-  store.submit(jobOf("1"));
+  queue.submit(jobOf("1"));
   const std::string log = std::string("a\0b\xff\x1b[31m\r\n", 11) + "giving up\n";
   fail(log);
   Options options = optionsFor({"1"});
@@ -67,10 +67,10 @@ TEST_F(Log, AllPrintsEveryByteBehindIt) {
 }
 
 TEST_F(Log, AHugeCommandDoesNotFillATerminal) {
-  store.submit(jobOf("1"));
+  queue.submit(jobOf("1"));
   Outcome outcome = failed(take().attempt);
   outcome.command = "sketch " + std::string(5000, 'x');
-  store.settle(outcome);
+  queue.settle(outcome);
   EXPECT_LT(call(showLog, optionsFor({"1"}), true).out.size(), 600U);
   Options options = optionsFor({"1"});
   EXPECT_NE(call(showLog, options).out.find(outcome.command + '\n'), std::string::npos);
@@ -79,7 +79,7 @@ TEST_F(Log, AHugeCommandDoesNotFillATerminal) {
 }
 
 TEST_F(Log, ManyFailuresAreBoundedAndTheRestNamed) {
-  store.submit(jobOf("1,2,3,4,5,6,7,9"));
+  queue.submit(jobOf("1,2,3,4,5,6,7,9"));
   for (int i = 0; i < 8; ++i) {
     fail("giving up\n");
   }
@@ -92,12 +92,12 @@ TEST_F(Log, ManyFailuresAreBoundedAndTheRestNamed) {
 TEST_F(Log, AFrameHasItsLastAttemptOrTheOneThatIsNamed) {
   NewJob job = jobOf("1-2,3");
   job.retries = 1;
-  store.submit(job);
+  queue.submit(job);
   fail("first\n");
-  store.settle(good(take().attempt));
+  queue.settle(good(take().attempt));
   Outcome outcome = good(take().attempt);
   outcome.good = setOf("1-2");
-  store.settle(outcome);
+  queue.settle(outcome);
   EXPECT_EQ(steady(showLog, optionsAt("2")).out, "good  1-2  job 1, attempt 2, started DATE, took 0.0 s\n"
                                                  "rule     success texts, else the exit code\n"
                                                  "log      it printed nothing\n");
@@ -111,13 +111,13 @@ TEST_F(Log, AFrameHasItsLastAttemptOrTheOneThatIsNamed) {
 }
 
 TEST_F(Log, WithoutFailuresTheLastAttemptIsShown) {
-  store.submit(jobOf("1,2"));
+  queue.submit(jobOf("1,2"));
   workOff();
   EXPECT_EQ(steady(showLog, optionsFor({"1"})).out.substr(0, 17), "good  2  job 1, a");
 }
 
 TEST_F(Log, ARunningAttemptShowsItsLogSoFar) {
-  store.submit(jobOf("1"));
+  queue.submit(jobOf("1"));
   take();
   EXPECT_EQ(steady(showLog, optionsAt("1")).out, "running  1  job 1, attempt 1, started DATE, for TIME\n"
                                                  "log      it has printed nothing yet\n");
@@ -129,7 +129,7 @@ TEST_F(Log, ARunningAttemptShowsItsLogSoFar) {
 }
 
 TEST_F(Log, ALogThatIsGoneIsToldAsSuch) {
-  store.submit(jobOf("1"));
+  queue.submit(jobOf("1"));
   fail("x\n");
   std::remove(directory.file("logs/1/1-1.log").c_str());
   const std::string text = steady(showLog, optionsFor({"1"})).out;
@@ -139,7 +139,7 @@ TEST_F(Log, ALogThatIsGoneIsToldAsSuch) {
 TEST_F(Log, WrongFramesAreRefusedWithWhatThereIs) {
   NewJob job = jobOf("5-8");
   job.found = runsOf("1-2");
-  store.submit(job);
+  queue.submit(job);
   const auto refused = [&](const std::string& frame) {
     return refusalOf([&] { call(showLog, optionsAt(frame)); });
   };
@@ -152,7 +152,7 @@ TEST_F(Log, WrongFramesAreRefusedWithWhatThereIs) {
 }
 
 TEST_F(Log, OptionsThatDoNotGoTogetherAreRefused) {
-  store.submit(jobOf("4"));
+  queue.submit(jobOf("4"));
   workOff();
   Options options = optionsFor({"1"});
   options.attempt = "1";
@@ -165,7 +165,7 @@ TEST_F(Log, OptionsThatDoNotGoTogetherAreRefused) {
 }
 
 TEST_F(Log, JsonHoldsTheSame) {
-  store.submit(jobOf("1"));
+  queue.submit(jobOf("1"));
   fail("giving up\n");
   Options options = optionsFor({"1"});
   options.json = true;

@@ -10,7 +10,7 @@ namespace {
 class Retry : public VerbTest {};
 
 TEST_F(Retry, OpensTheFailedWorksAgain) {
-  store.submit(jobOf("1,2,3"));
+  queue.submit(jobOf("1,2,3"));
   workOff([](int frame) { return frame == 2 ? "Error line: bad" : ""; });
   const Printed printed = call(retryJobs, optionsFor({"1"}));
   EXPECT_EQ(printed.out, "job 1  1 frame to do: 2\n");
@@ -19,16 +19,16 @@ TEST_F(Retry, OpensTheFailedWorksAgain) {
 }
 
 TEST_F(Retry, SaysHowToStartAnEngineWhereNoneLives) {
-  store.submit(jobOf("1"));
+  queue.submit(jobOf("1"));
   workOff([](int) { return "Error line: bad"; });
-  store.leaveEngine(engine);
+  queue.leaveEngine(engine);
   EXPECT_EQ(call(retryJobs, optionsFor({"1"})).out,
             "job 1  1 frame to do: 1\n"
             "No engine is at work; start one with \"trovik engine\"\n");
 }
 
 TEST_F(Retry, FramesTakeGoodOnesToo) {
-  store.submit(jobOf("1-9"));
+  queue.submit(jobOf("1-9"));
   workOff();
   Options options = optionsFor({"last"});
   options.frames = "1-9x4";
@@ -37,7 +37,7 @@ TEST_F(Retry, FramesTakeGoodOnesToo) {
 }
 
 TEST_F(Retry, FramesThatTheJobDoesNotHaveAreRefused) {
-  store.submit(jobOf("1-9"));
+  queue.submit(jobOf("1-9"));
   workOff();
   Options options = optionsFor({"1"});
   options.frames = "8-12,20";
@@ -53,7 +53,7 @@ TEST_F(Retry, FramesThatTheJobDoesNotHaveAreRefused) {
 }
 
 TEST_F(Retry, MissingTakesTheFramesWhoseFilesAreGone) {
-  store.submit(jobOf("1,2,3"));
+  queue.submit(jobOf("1,2,3"));
   workOff(); // writes nothing
   setenv("TROVIK_IMAGE_HELPER", IMAGE_HELPER, 1);
   Options options = optionsFor({"1"});
@@ -65,21 +65,21 @@ TEST_F(Retry, MissingTakesTheFramesWhoseFilesAreGone) {
 }
 
 TEST_F(Retry, AStoppedJobGoesOn) {
-  store.submit(jobOf("1,2"));
-  store.stop(1, "aside");
+  queue.submit(jobOf("1,2"));
+  queue.stop(1, "aside");
   EXPECT_EQ(call(retryJobs, optionsFor({"1"})).out, "job 1  2 frames to do: 1-2\n");
   EXPECT_EQ(stateOf(1), JobState::Waiting);
 }
 
 TEST_F(Retry, AGoodJobHasNothingToBeDone) {
-  store.submit(jobOf("1"));
+  queue.submit(jobOf("1"));
   workOff();
   EXPECT_EQ(call(retryJobs, optionsFor({"1"})).out, "job 1  nothing to do\n");
   EXPECT_EQ(stateOf(1), JobState::Good);
 }
 
 TEST_F(Retry, JsonTellsEachJobAndProblem) {
-  store.submit(jobOf("1,2"));
+  queue.submit(jobOf("1,2"));
   workOff([](int frame) { return frame == 2 ? "Error line: bad" : ""; });
   Options options = optionsFor({"1", "9", "last"});
   options.json = true;
@@ -93,10 +93,10 @@ TEST_F(Retry, JsonTellsEachJobAndProblem) {
 class Cancel : public VerbTest {};
 
 TEST_F(Cancel, SeveralJobsAreCanceledAndEveryProblemTold) {
-  store.submit(jobOf("1"));
-  store.submit(jobOf("1,2,3"));
-  store.submit(jobOf("1"));
-  store.settle(good(take(1).attempt));
+  queue.submit(jobOf("1"));
+  queue.submit(jobOf("1,2,3"));
+  queue.submit(jobOf("1"));
+  queue.settle(good(take(1).attempt));
   take(2);
   const Printed printed = call(cancelJobs, optionsFor({"1", "2", "7", "3"}));
   EXPECT_EQ(printed.out, "job 2  canceled; 1 program is asked to end\njob 3  canceled\n");
@@ -108,7 +108,7 @@ TEST_F(Cancel, SeveralJobsAreCanceledAndEveryProblemTold) {
 }
 
 TEST_F(Cancel, AMistypedNumberIsRefusedBeforeAnythingIsDone) {
-  store.submit(jobOf("1"));
+  queue.submit(jobOf("1"));
   EXPECT_EQ(refusalOf([&] {
               call(cancelJobs, optionsFor({"1", "x"}));
             }).message,
@@ -119,14 +119,14 @@ TEST_F(Cancel, AMistypedNumberIsRefusedBeforeAnythingIsDone) {
 class Delete : public VerbTest {};
 
 TEST_F(Delete, TakesTheJobWithItsLogs) {
-  store.submit(jobOf("1"));
+  queue.submit(jobOf("1"));
   workOff();
   directory.write("logs/1/1-1.log", "x");
   directory.write("logs/2/keep.log", "x");
   const Printed printed = call(deleteJobs, optionsFor({"1"}));
   EXPECT_EQ(printed.out, "job 1  deleted\n");
   EXPECT_EQ(printed.code, exitGood);
-  EXPECT_FALSE(store.job(1).has_value());
+  EXPECT_FALSE(queue.job(1).has_value());
   EXPECT_EQ(access(directory.file("logs/1").c_str(), F_OK), -1);
   EXPECT_EQ(access(directory.file("logs/2/keep.log").c_str(), F_OK), 0);
 }
@@ -135,7 +135,7 @@ TEST_F(Delete, LeavesLogsThatTheUserPutElsewhere) {
   NewJob job = jobOf("1");
   job.logs = directory.file("mine");
   directory.write("mine/other.txt", "x");
-  store.submit(job);
+  queue.submit(job);
   workOff();
   const Printed printed = steady(deleteJobs, optionsFor({"1"}));
   EXPECT_EQ(printed.out, "job 1  deleted; its logs stay in DIR/mine\n");
@@ -143,7 +143,7 @@ TEST_F(Delete, LeavesLogsThatTheUserPutElsewhere) {
 }
 
 TEST_F(Delete, ALinkInTheLogsIsNotFollowed) {
-  store.submit(jobOf("1"));
+  queue.submit(jobOf("1"));
   workOff();
   directory.write("treasure/keep", "x");
   directory.makeDirectory("logs/1");
@@ -154,20 +154,20 @@ TEST_F(Delete, ALinkInTheLogsIsNotFollowed) {
 }
 
 TEST_F(Delete, AJobThatRunsIsRefused) {
-  store.submit(jobOf("1"));
+  queue.submit(jobOf("1"));
   take();
   const Printed printed = call(deleteJobs, optionsFor({"1"}));
   EXPECT_EQ(printed.error, "trovik: error: works of job 1 are running\n"
                            "hint: \"trovik cancel 1\" ends them; then delete it\n");
   EXPECT_EQ(printed.code, exitUsage);
-  EXPECT_TRUE(store.job(1).has_value());
+  EXPECT_TRUE(queue.job(1).has_value());
 }
 
 TEST_F(Delete, LastIsTheOneThatWasTheLastInTheBeginning) {
-  store.submit(jobOf("1"));
-  store.submit(jobOf("1"));
+  queue.submit(jobOf("1"));
+  queue.submit(jobOf("1"));
   EXPECT_EQ(call(deleteJobs, optionsFor({"2", "last"})).out, "job 2  deleted\n");
-  EXPECT_TRUE(store.job(1).has_value());
+  EXPECT_TRUE(queue.job(1).has_value());
 }
 
 } // namespace

@@ -88,7 +88,7 @@ FileRecord VerbTest::image(int frame, const std::string& path, const std::string
 
 void VerbTest::workOff(const std::function<std::string(int frame)>& failing) {
   while (true) {
-    const std::vector<Claim> claims = store.claim(engine, 1, std::nullopt);
+    const std::vector<Claim> claims = queue.claim(engine, 1, std::nullopt);
     if (claims.empty()) {
       return;
     }
@@ -109,7 +109,7 @@ void VerbTest::workOff(const std::function<std::string(int frame)>& failing) {
       outcome.files.push_back(image(frame, "/out/" + std::to_string(frame) + ".png"));
     }
     outcome.duration = std::chrono::seconds(2) * claim.run.Count();
-    store.settle(outcome);
+    queue.settle(outcome);
   }
 }
 

@@ -12,19 +12,19 @@ using namespace std::chrono_literals;
 const Moment start{1'700'000'000'000'000us};
 
 /// A queue with a job of a cluster.
-class StoreCluster : public QueueTest {
+class QueueCluster : public QueueTest {
 protected:
   JobId submit(const std::string& works, int retries = 0) {
     NewJob job = jobOf(works);
     job.runOn = RunOn::Cluster;
     job.folder = "/shared/trovik";
     job.retries = retries;
-    return store.submit(job);
+    return queue.submit(job);
   }
   /// The frames that may be placed, as they would start: "4-6 1-3".
   std::string unplaced(JobId job) {
     std::string text;
-    for (const WorkRecord& work : store.unplaced(job)) {
+    for (const WorkRecord& work : queue.unplaced(job)) {
       text += (text.empty() ? "" : " ") + runText(work.run);
     }
     return text;
@@ -32,87 +32,87 @@ protected:
   /// An array of all works that may be placed.
   ArrayRecord place(JobId job, std::size_t perTask = 1) {
     std::vector<PlacedWork> works;
-    for (const WorkRecord& work : store.unplaced(job)) {
+    for (const WorkRecord& work : queue.unplaced(job)) {
       PlacedWork& placed = works.emplace_back();
       placed.work = work.id;
       placed.run = work.run;
       placed.number = work.attempts + 1;
     }
-    return store.addArray(job, perTask, works);
+    return queue.addArray(job, perTask, works);
   }
   /// The open places, "0:1-3 ready, 1:4-6 running".
   std::string open(const ArrayRecord& array) {
     std::string text;
-    for (const PlacedWork& place : store.openPlaces(array.id)) {
+    for (const PlacedWork& place : queue.openPlaces(array.id)) {
       text += (text.empty() ? "" : ", ") + std::to_string(place.place) + ':' + runText(place.run) + ' ' +
               nameOf(place.workState);
     }
     return text;
   }
-  AttemptId begin(const ArrayRecord& array, std::size_t at) { return store.beginPlaced(array.id, at, start); }
+  AttemptId begin(const ArrayRecord& array, std::size_t at) { return queue.beginPlaced(array.id, at, start); }
   bool settle(const ArrayRecord& array, std::size_t at, const Outcome& outcome) {
-    return store.settlePlaced(array.id, at, start, outcome);
+    return queue.settlePlaced(array.id, at, start, outcome);
   }
 };
 
-TEST_F(StoreCluster, AJobHasAFolderOfItsOwnWithItsLogs) {
+TEST_F(QueueCluster, AJobHasAFolderOfItsOwnWithItsLogs) {
   const JobId job = submit("1");
-  const JobRecord record = store.job(job).value();
+  const JobRecord record = queue.job(job).value();
   EXPECT_EQ(record.runOn, RunOn::Cluster);
-  EXPECT_EQ(record.folder, "/shared/trovik/" + store.queueId().substr(0, 8) + "-1");
+  EXPECT_EQ(record.folder, "/shared/trovik/" + queue.queueId().substr(0, 8) + "-1");
   EXPECT_EQ(record.logs, record.folder + "/logs");
 
   NewJob named = jobOf("1");
   named.runOn = RunOn::Cluster;
   named.folder = "/shared";
   named.logs = "/home/ada/logs";
-  EXPECT_EQ(store.job(store.submit(named)).value().logs, "/home/ada/logs");
+  EXPECT_EQ(queue.job(queue.submit(named)).value().logs, "/home/ada/logs");
 
-  const JobRecord local = store.job(store.submit(jobOf("1"))).value();
+  const JobRecord local = queue.job(queue.submit(jobOf("1"))).value();
   EXPECT_EQ(local.runOn, RunOn::Local);
   EXPECT_EQ(local.folder, "");
 }
 
-TEST_F(StoreCluster, NoLocalEngineTakesItsWorks) {
+TEST_F(QueueCluster, NoLocalEngineTakesItsWorks) {
   const JobId job = submit("1,2");
-  EXPECT_TRUE(store.claim(engine, 5, std::nullopt).empty());
-  EXPECT_TRUE(store.claim(engine, 5, job).empty());
-  const JobId local = store.submit(jobOf("1"));
+  EXPECT_TRUE(queue.claim(engine, 5, std::nullopt).empty());
+  EXPECT_TRUE(queue.claim(engine, 5, job).empty());
+  const JobId local = queue.submit(jobOf("1"));
   EXPECT_EQ(take().job, local);
 }
 
-TEST_F(StoreCluster, ItsJobsAreThoseThatAreOpenOrHaveTasks) {
-  store.submit(jobOf("1"));
+TEST_F(QueueCluster, ItsJobsAreThoseThatAreOpenOrHaveTasks) {
+  queue.submit(jobOf("1"));
   const JobId low = submit("1");
   const JobId high = submit("1");
   const JobId canceledJob = submit("1");
   const JobId over = submit("1");
-  store.setPriority(high, 60);
+  queue.setPriority(high, 60);
   place(canceledJob);
-  store.cancel(canceledJob);
-  store.cancel(over);
+  queue.cancel(canceledJob);
+  queue.cancel(over);
   std::vector<JobId> ids;
-  for (const JobRecord& job : store.clusterJobs()) {
+  for (const JobRecord& job : queue.clusterJobs()) {
     ids.push_back(job.id);
   }
   EXPECT_EQ(ids, (std::vector<JobId>{high, low, canceledJob}));
 }
 
-TEST_F(StoreCluster, ArraysAreNumberedAndNamedByQueueAndJob) {
+TEST_F(QueueCluster, ArraysAreNumberedAndNamedByQueueAndJob) {
   const JobId job = submit("1-3,4-6,9");
   std::vector<PlacedWork> works(1);
-  works[0].work = store.unplaced(job).at(0).id;
+  works[0].work = queue.unplaced(job).at(0).id;
   works[0].run = {1, 3};
-  const ArrayRecord first = store.addArray(job, 1, works);
+  const ArrayRecord first = queue.addArray(job, 1, works);
   EXPECT_EQ(first.number, 1);
-  EXPECT_EQ(first.name, "trovik-" + store.queueId().substr(0, 8) + "-1-1");
+  EXPECT_EQ(first.name, "trovik-" + queue.queueId().substr(0, 8) + "-1-1");
   EXPECT_EQ(unplaced(job), "4-6 9");
   const ArrayRecord second = place(job, 2);
-  EXPECT_EQ(second.name, "trovik-" + store.queueId().substr(0, 8) + "-1-2");
+  EXPECT_EQ(second.name, "trovik-" + queue.queueId().substr(0, 8) + "-1-2");
   EXPECT_EQ(unplaced(job), "");
   EXPECT_EQ(open(second), "0:4-6 ready, 1:9 ready");
 
-  const std::vector<ArrayRecord> arrays = store.openArrays();
+  const std::vector<ArrayRecord> arrays = queue.openArrays();
   ASSERT_EQ(arrays.size(), 2U);
   EXPECT_EQ(arrays[0].id, first.id);
   EXPECT_EQ(arrays[1].id, second.id);
@@ -122,37 +122,37 @@ TEST_F(StoreCluster, ArraysAreNumberedAndNamedByQueueAndJob) {
   EXPECT_EQ(arrays[1].submitted, Moment());
   const JobId other = submit("1");
   place(other);
-  EXPECT_EQ(store.openArrays().size(), 3U);
-  EXPECT_EQ(store.openArrays(job).size(), 2U);
+  EXPECT_EQ(queue.openArrays().size(), 3U);
+  EXPECT_EQ(queue.openArrays(job).size(), 2U);
 }
 
-TEST_F(StoreCluster, WhatBecameOfAnArrayIsKept) {
+TEST_F(QueueCluster, WhatBecameOfAnArrayIsKept) {
   const ArrayRecord array = place(submit("1"));
-  store.noteSubmitted(array.id, 4711);
-  store.cancelArray(array.id);
-  const ArrayRecord now = Store(store.directory()).openArrays().at(0);
+  queue.noteSubmitted(array.id, 4711);
+  queue.cancelArray(array.id);
+  const ArrayRecord now = Queue(queue.directory()).openArrays().at(0);
   EXPECT_EQ(now.state, ArrayRecord::State::Submitted);
   EXPECT_EQ(now.cluster, 4711);
   EXPECT_TRUE(now.canceling);
   EXPECT_GT(now.submitted, start);
 }
 
-TEST_F(StoreCluster, OnlyWorksOfItsJobsArePlacedAndOnlyInOnePlace) {
+TEST_F(QueueCluster, OnlyWorksOfItsJobsArePlacedAndOnlyInOnePlace) {
   const JobId job = submit("1");
   std::vector<PlacedWork> works(1);
-  works[0].work = store.unplaced(job).at(0).id;
+  works[0].work = queue.unplaced(job).at(0).id;
   works[0].run = {1, 1};
-  store.addArray(job, 1, works);
-  EXPECT_NE(storeErrorOf([&] { store.addArray(job, 1, works); }).message, "");
-  EXPECT_EQ(store.openArrays().size(), 1U);
-  EXPECT_EQ(storeErrorOf([&] { store.addArray(store.submit(jobOf("1")), 1, works); }).message,
+  queue.addArray(job, 1, works);
+  EXPECT_NE(queueErrorOf([&] { queue.addArray(job, 1, works); }).message, "");
+  EXPECT_EQ(queue.openArrays().size(), 1U);
+  EXPECT_EQ(queueErrorOf([&] { queue.addArray(queue.submit(jobOf("1")), 1, works); }).message,
             "Job 2 is none of the cluster, or was removed");
-  EXPECT_EQ(storeErrorOf([&] { store.addArray(77, 1, works); }).message,
+  EXPECT_EQ(queueErrorOf([&] { queue.addArray(77, 1, works); }).message,
             "Job 77 is none of the cluster, or was removed");
-  EXPECT_NE(storeErrorOf([&] { store.addArray(job, 1, {}); }).message, "");
+  EXPECT_NE(queueErrorOf([&] { queue.addArray(job, 1, {}); }).message, "");
 }
 
-TEST_F(StoreCluster, AStartMakesARunningAttempt) {
+TEST_F(QueueCluster, AStartMakesARunningAttempt) {
   const JobId job = submit("1-3,4");
   const ArrayRecord array = place(job);
   EXPECT_EQ(stateOf(job), JobState::Waiting);
@@ -160,60 +160,60 @@ TEST_F(StoreCluster, AStartMakesARunningAttempt) {
   ASSERT_NE(attempt, 0);
   EXPECT_EQ(begin(array, 0), attempt);
   EXPECT_EQ(stateOf(job), JobState::Running);
-  EXPECT_EQ(store.job(job).value().started, start);
+  EXPECT_EQ(queue.job(job).value().started, start);
   EXPECT_EQ(standing(job), "4 1-3 - - -");
-  const AttemptRecord record = store.attempt(attempt).value();
+  const AttemptRecord record = queue.attempt(attempt).value();
   EXPECT_EQ(record.state, AttemptState::Running);
   EXPECT_EQ(record.run, (FrameRun{1, 3}));
   EXPECT_EQ(record.number, 1);
   EXPECT_EQ(record.started, start);
   EXPECT_EQ(open(array), "0:1-3 running, 1:4 ready");
-  EXPECT_EQ(store.openPlaces(array.id).at(0).attempt, attempt);
+  EXPECT_EQ(queue.openPlaces(array.id).at(0).attempt, attempt);
   EXPECT_EQ(begin(array, 7), 0) << "there is no such place";
   settle(array, 0, good(0));
   EXPECT_EQ(begin(array, 0), 0) << "it is closed";
 }
 
-TEST_F(StoreCluster, ItsAttemptsBelongToAnEngineThatNeverDies) {
+TEST_F(QueueCluster, ItsAttemptsBelongToAnEngineThatNeverDies) {
   const JobId job = submit("1,2");
   const ArrayRecord array = place(job);
   const AttemptId first = begin(array, 0);
   const AttemptId second = begin(array, 1);
-  EXPECT_EQ(store.attempt(first).value().engine, store.attempt(second).value().engine);
-  EXPECT_NE(store.attempt(first).value().engine, engine);
-  Store other(store.directory());
+  EXPECT_EQ(queue.attempt(first).value().engine, queue.attempt(second).value().engine);
+  EXPECT_NE(queue.attempt(first).value().engine, engine);
+  Queue other(queue.directory());
   EXPECT_FALSE(other.hasLost());
   EXPECT_TRUE(other.takeLost().empty());
-  EXPECT_FALSE(store.hasOtherEngine(engine));
+  EXPECT_FALSE(queue.hasOtherEngine(engine));
 }
 
-TEST_F(StoreCluster, GoodResultsEndTheJobAndTheArray) {
+TEST_F(QueueCluster, GoodResultsEndTheJobAndTheArray) {
   const JobId job = submit("1-3,4");
   const ArrayRecord array = place(job);
   begin(array, 0);
   EXPECT_FALSE(settle(array, 0, good(0)));
   EXPECT_EQ(open(array), "1:4 ready");
-  EXPECT_EQ(store.openArrays().size(), 1U);
+  EXPECT_EQ(queue.openArrays().size(), 1U);
   EXPECT_FALSE(settle(array, 1, good(0))) << "whose start was not seen";
   EXPECT_EQ(standing(job), "- - 1-4 - -");
   EXPECT_EQ(stateOf(job), JobState::Good);
-  EXPECT_TRUE(store.openArrays().empty());
-  EXPECT_EQ(store.takeEnded().size(), 1U);
-  EXPECT_EQ(store.attempts(job).size(), 2U);
-  EXPECT_EQ(store.attempts(job).at(1).started, start);
+  EXPECT_TRUE(queue.openArrays().empty());
+  EXPECT_EQ(queue.takeEnded().size(), 1U);
+  EXPECT_EQ(queue.attempts(job).size(), 2U);
+  EXPECT_EQ(queue.attempts(job).at(1).started, start);
 }
 
-TEST_F(StoreCluster, ASecondResultSaysNothing) {
+TEST_F(QueueCluster, ASecondResultSaysNothing) {
   const JobId job = submit("1", 1);
   const ArrayRecord array = place(job);
   EXPECT_TRUE(settle(array, 0, failed(0)));
   EXPECT_FALSE(settle(array, 0, good(0)));
   EXPECT_EQ(standing(job), "1 - - - -");
   EXPECT_EQ(unplaced(job), "1");
-  EXPECT_EQ(store.unplaced(job).at(0).attempts, 1);
+  EXPECT_EQ(queue.unplaced(job).at(0).attempts, 1);
 }
 
-TEST_F(StoreCluster, OnlyWhatIsMissingIsPlacedAgain) {
+TEST_F(QueueCluster, OnlyWhatIsMissingIsPlacedAgain) {
   const JobId job = submit("1-6", 1);
   const ArrayRecord array = place(job);
   begin(array, 0);
@@ -227,7 +227,7 @@ TEST_F(StoreCluster, OnlyWhatIsMissingIsPlacedAgain) {
   EXPECT_EQ(noteOf(job), "It broke");
 }
 
-TEST_F(StoreCluster, WhatTheClusterEndedAgainAndAgainFailsWithItsReason) {
+TEST_F(QueueCluster, WhatTheClusterEndedAgainAndAgainFailsWithItsReason) {
   const JobId job = submit("1");
   for (int turn = 1; turn <= 5; ++turn) {
     Outcome outcome = lost(0);
@@ -239,44 +239,44 @@ TEST_F(StoreCluster, WhatTheClusterEndedAgainAndAgainFailsWithItsReason) {
   EXPECT_EQ(noteOf(job), "Its node failed (5 times)");
 }
 
-TEST_F(StoreCluster, AJobWithoutFramesIsOnePlace) {
+TEST_F(QueueCluster, AJobWithoutFramesIsOnePlace) {
   NewJob movie = jobOf("");
   movie.works = {{7, 9}};
   movie.hasFrames = false;
   movie.runOn = RunOn::Cluster;
   movie.retries = 1;
-  const JobId job = store.submit(movie);
+  const JobId job = queue.submit(movie);
   const ArrayRecord array = place(job);
-  EXPECT_TRUE(store.unplaced(job).empty());
-  store.cancel(job);
-  store.retry(job, std::nullopt);
-  EXPECT_TRUE(store.unplaced(job).empty());
+  EXPECT_TRUE(queue.unplaced(job).empty());
+  queue.cancel(job);
+  queue.retry(job, std::nullopt);
+  EXPECT_TRUE(queue.unplaced(job).empty());
   EXPECT_TRUE(settle(array, 0, failed(0)));
   EXPECT_FALSE(settle(place(job), 0, good(0)));
   EXPECT_EQ(stateOf(job), JobState::Good);
 }
 
-TEST_F(StoreCluster, WorksWhoseStartWasNotSeenAreCanceledAtOnce) {
+TEST_F(QueueCluster, WorksWhoseStartWasNotSeenAreCanceledAtOnce) {
   const JobId job = submit("1,2");
   const ArrayRecord array = place(job);
-  EXPECT_TRUE(store.cancel(job));
+  EXPECT_TRUE(queue.cancel(job));
   EXPECT_EQ(stateOf(job), JobState::Canceled);
   EXPECT_EQ(open(array), "0:1 canceled, 1:2 canceled");
   EXPECT_EQ(begin(array, 0), 0) << "it is not wanted any more";
-  EXPECT_EQ(store.takeEnded().size(), 1U);
+  EXPECT_EQ(queue.takeEnded().size(), 1U);
 
   EXPECT_FALSE(settle(array, 0, canceledOutcome(0)));
   EXPECT_EQ(standing(job), "- - - - 1-2");
-  store.closePlace(array.id, 1);
-  EXPECT_TRUE(store.openArrays().empty());
+  queue.closePlace(array.id, 1);
+  EXPECT_TRUE(queue.openArrays().empty());
   EXPECT_EQ(stateOf(job), JobState::Canceled);
 }
 
-TEST_F(StoreCluster, WhatRunsIsWaitedFor) {
+TEST_F(QueueCluster, WhatRunsIsWaitedFor) {
   const JobId job = submit("1,2");
   const ArrayRecord array = place(job);
   begin(array, 0);
-  store.cancel(job);
+  queue.cancel(job);
   EXPECT_EQ(stateOf(job), JobState::Running);
   EXPECT_EQ(standing(job), "- 1 - - 2");
   settle(array, 0, canceledOutcome(0));
@@ -284,12 +284,12 @@ TEST_F(StoreCluster, WhatRunsIsWaitedFor) {
   EXPECT_EQ(standing(job), "- - - - 1-2");
 }
 
-TEST_F(StoreCluster, AWorkThatIsGoodAfterItsCancelIsGood) {
+TEST_F(QueueCluster, AWorkThatIsGoodAfterItsCancelIsGood) {
   const JobId job = submit("1-3,4");
   const ArrayRecord array = place(job);
-  store.cancel(job);
-  const std::optional<Moment> ended = store.job(job).value().ended;
-  EXPECT_EQ(store.takeEnded().size(), 1U);
+  queue.cancel(job);
+  const std::optional<Moment> ended = queue.job(job).value().ended;
+  EXPECT_EQ(queue.takeEnded().size(), 1U);
   EXPECT_FALSE(settle(array, 0, failed(0, "It broke", "2")));
   EXPECT_EQ(standing(job), "- - 2 - 1,3-4");
   EXPECT_EQ(stateOf(job), JobState::Canceled);
@@ -298,20 +298,20 @@ TEST_F(StoreCluster, AWorkThatIsGoodAfterItsCancelIsGood) {
 
   const JobId other = submit("1");
   const ArrayRecord late = place(other);
-  store.cancel(other);
-  EXPECT_EQ(store.takeEnded().size(), 1U);
+  queue.cancel(other);
+  EXPECT_EQ(queue.takeEnded().size(), 1U);
   settle(late, 0, good(0));
   EXPECT_EQ(stateOf(other), JobState::Good);
-  EXPECT_EQ(store.attempts(other).at(0).good.text(), "1");
-  EXPECT_EQ(store.job(job).value().ended, ended);
-  EXPECT_TRUE(store.takeEnded().empty()) << "it was told that it ended";
+  EXPECT_EQ(queue.attempts(other).at(0).good.text(), "1");
+  EXPECT_EQ(queue.job(job).value().ended, ended);
+  EXPECT_TRUE(queue.takeEnded().empty()) << "it was told that it ended";
 }
 
-TEST_F(StoreCluster, ACanceledJobWithFailuresStaysCanceledWhateverComesLate) {
+TEST_F(QueueCluster, ACanceledJobWithFailuresStaysCanceledWhateverComesLate) {
   const JobId job = submit("1,2,3");
   const ArrayRecord array = place(job);
   settle(array, 0, failed(0));
-  store.cancel(job);
+  queue.cancel(job);
   EXPECT_EQ(stateOf(job), JobState::Canceled);
   settle(array, 1, canceledOutcome(0));
   EXPECT_EQ(stateOf(job), JobState::Canceled);
@@ -320,11 +320,11 @@ TEST_F(StoreCluster, ACanceledJobWithFailuresStaysCanceledWhateverComesLate) {
   EXPECT_EQ(stateOf(job), JobState::Canceled);
 }
 
-TEST_F(StoreCluster, AWorkIsNotPlacedAgainWhileItsTaskMayRun) {
+TEST_F(QueueCluster, AWorkIsNotPlacedAgainWhileItsTaskMayRun) {
   const JobId job = submit("1-3");
   const ArrayRecord array = place(job);
-  store.cancel(job);
-  EXPECT_EQ(store.retry(job, std::nullopt), 3U);
+  queue.cancel(job);
+  EXPECT_EQ(queue.retry(job, std::nullopt), 3U);
   EXPECT_EQ(stateOf(job), JobState::Waiting);
   EXPECT_EQ(standing(job), "1-3 - - - -");
   EXPECT_EQ(unplaced(job), "");
@@ -334,21 +334,21 @@ TEST_F(StoreCluster, AWorkIsNotPlacedAgainWhileItsTaskMayRun) {
   EXPECT_EQ(unplaced(job), "1-3");
 }
 
-TEST_F(StoreCluster, TheLateResultOfAnOldPlaceCountsAfterARetry) {
+TEST_F(QueueCluster, TheLateResultOfAnOldPlaceCountsAfterARetry) {
   const JobId job = submit("1-3");
   const ArrayRecord array = place(job);
-  store.cancel(job);
-  store.retry(job, std::nullopt);
+  queue.cancel(job);
+  queue.retry(job, std::nullopt);
   settle(array, 0, good(0));
   EXPECT_EQ(stateOf(job), JobState::Good);
   EXPECT_EQ(unplaced(job), "");
 }
 
-TEST_F(StoreCluster, PartsOfAPlacedWorkWaitForItsEndToo) {
+TEST_F(QueueCluster, PartsOfAPlacedWorkWaitForItsEndToo) {
   const JobId job = submit("1-6,7");
   const ArrayRecord array = place(job);
-  store.cancel(job);
-  EXPECT_EQ(store.retry(job, setOf("3-4,7")), 3U);
+  queue.cancel(job);
+  EXPECT_EQ(queue.retry(job, setOf("3-4,7")), 3U);
   EXPECT_EQ(standing(job), "3-4,7 - - - 1-2,5-6");
   EXPECT_EQ(open(array), "0:1-6 canceled, 1:7 ready");
   EXPECT_EQ(unplaced(job), "");
@@ -357,129 +357,129 @@ TEST_F(StoreCluster, PartsOfAPlacedWorkWaitForItsEndToo) {
   EXPECT_TRUE(settle(array, 0, canceledOutcome(0, "2-3")));
   EXPECT_EQ(standing(job), "4,7 - 2-3 - 1,5-6");
   EXPECT_EQ(unplaced(job), "4");
-  const AttemptRecord attempt = store.attempts(job).at(0);
+  const AttemptRecord attempt = queue.attempts(job).at(0);
   EXPECT_EQ(attempt.run, (FrameRun{1, 6}));
   EXPECT_EQ(attempt.good.text(), "2-3");
-  for (const WorkRecord& work : store.works(job)) {
+  for (const WorkRecord& work : queue.works(job)) {
     EXPECT_EQ(work.attempts, work.run.First == 7 ? 0 : 1);
   }
 }
 
-TEST_F(StoreCluster, AFailureOfPartsCountsOnlyForThoseThatAreWanted) {
+TEST_F(QueueCluster, AFailureOfPartsCountsOnlyForThoseThatAreWanted) {
   const JobId job = submit("1-6");
   const ArrayRecord array = place(job);
-  store.cancel(job);
-  store.retry(job, setOf("3-4"));
+  queue.cancel(job);
+  queue.retry(job, setOf("3-4"));
   EXPECT_FALSE(settle(array, 0, failed(0)));
   EXPECT_EQ(standing(job), "- - - 3-4 1-2,5-6");
   EXPECT_EQ(stateOf(job), JobState::Failed);
   EXPECT_EQ(noteOf(job), "It broke");
 }
 
-TEST_F(StoreCluster, AStoppedJobKeepsWhatComesAndWaits) {
+TEST_F(QueueCluster, AStoppedJobKeepsWhatComesAndWaits) {
   const JobId job = submit("1,2,3");
   const ArrayRecord array = place(job);
   begin(array, 0);
-  store.stop(job, "Put aside");
+  queue.stop(job, "Put aside");
   EXPECT_EQ(unplaced(job), "");
   begin(array, 1);
   EXPECT_EQ(stateOf(job), JobState::Stopped);
   settle(array, 0, good(0));
   EXPECT_FALSE(settle(array, 1, canceledOutcome(0)));
-  store.closePlace(array.id, 2);
+  queue.closePlace(array.id, 2);
   EXPECT_EQ(standing(job), "2-3 - 1 - -");
   EXPECT_EQ(stateOf(job), JobState::Stopped);
-  store.resume(job);
+  queue.resume(job);
   EXPECT_EQ(unplaced(job), "2 3");
 }
 
-TEST_F(StoreCluster, WorksThatFailAlikeStopTheJob) {
+TEST_F(QueueCluster, WorksThatFailAlikeStopTheJob) {
   NewJob alike = jobOf("1,2,3");
   alike.runOn = RunOn::Cluster;
   alike.stopAfter = 2;
-  const JobId job = store.submit(alike);
+  const JobId job = queue.submit(alike);
   const ArrayRecord array = place(job);
   settle(array, 0, failed(0));
   settle(array, 1, failed(0));
   EXPECT_EQ(stateOf(job), JobState::Stopped);
   EXPECT_EQ(noteOf(job), "Stopped: the first 2 works all failed alike: It broke");
-  EXPECT_EQ(store.clusterJobs().size(), 1U) << "a task is left to be ended";
+  EXPECT_EQ(queue.clusterJobs().size(), 1U) << "a task is left to be ended";
 }
 
-TEST_F(StoreCluster, ADroppedArrayGivesItsWorksBack) {
+TEST_F(QueueCluster, ADroppedArrayGivesItsWorksBack) {
   const JobId job = submit("1,2");
   const ArrayRecord array = place(job);
-  store.dropArray(array.id);
+  queue.dropArray(array.id);
   EXPECT_EQ(unplaced(job), "1 2");
-  EXPECT_TRUE(store.openArrays().empty());
+  EXPECT_TRUE(queue.openArrays().empty());
   EXPECT_FALSE(settle(array, 0, good(0))) << "it is closed";
   EXPECT_EQ(place(job).number, 2);
 }
 
-TEST_F(StoreCluster, WhatWasSeenToStartIsNotDropped) {
+TEST_F(QueueCluster, WhatWasSeenToStartIsNotDropped) {
   const JobId job = submit("1,2");
   const ArrayRecord array = place(job);
   begin(array, 1);
-  store.dropArray(array.id);
+  queue.dropArray(array.id);
   EXPECT_EQ(unplaced(job), "1");
   EXPECT_EQ(open(array), "1:2 running");
-  EXPECT_EQ(storeErrorOf([&] { store.closePlace(array.id, 1); }).message,
+  EXPECT_EQ(queueErrorOf([&] { queue.closePlace(array.id, 1); }).message,
             "Place 1 of array 1 has an attempt, so only a result closes it");
   settle(array, 1, good(0));
-  EXPECT_TRUE(store.openArrays().empty());
+  EXPECT_TRUE(queue.openArrays().empty());
 }
 
-TEST_F(StoreCluster, AClosedPlaceSaysNothingOfItsWork) {
+TEST_F(QueueCluster, AClosedPlaceSaysNothingOfItsWork) {
   const JobId job = submit("1");
   const ArrayRecord array = place(job);
-  store.closePlace(array.id, 0);
-  store.closePlace(array.id, 0);
+  queue.closePlace(array.id, 0);
+  queue.closePlace(array.id, 0);
   EXPECT_EQ(standing(job), "1 - - - -");
   EXPECT_EQ(unplaced(job), "1");
-  EXPECT_TRUE(store.attempts(job).empty());
+  EXPECT_TRUE(queue.attempts(job).empty());
   EXPECT_EQ(stateOf(job), JobState::Waiting);
 }
 
-TEST_F(StoreCluster, WhatTheClusterSaysOfATaskIsKeptAndUnchangedWordsWriteNothing) {
+TEST_F(QueueCluster, WhatTheClusterSaysOfATaskIsKeptAndUnchangedWordsWriteNothing) {
   const ArrayRecord array = place(submit("1,2"));
-  PlacedWork task = store.openPlaces(array.id).at(1);
+  PlacedWork task = queue.openPlaces(array.id).at(1);
   task.state = "PENDING";
   task.reason = "Priority";
   task.node = "n\xff 1";
   task.restarts = 2;
-  store.noteTask(task);
-  const PlacedWork now = store.openPlaces(array.id).at(1);
+  queue.noteTask(task);
+  const PlacedWork now = queue.openPlaces(array.id).at(1);
   EXPECT_EQ(now.state, "PENDING");
   EXPECT_EQ(now.reason, "Priority");
   EXPECT_EQ(now.node, "n\xff 1");
   EXPECT_EQ(now.restarts, 2);
-  EXPECT_EQ(store.openPlaces(array.id).at(0).state, "");
+  EXPECT_EQ(queue.openPlaces(array.id).at(0).state, "");
 
-  Store other(store.directory());
+  Queue other(queue.directory());
   const std::int64_t version = other.dataVersion();
-  store.noteTask(now);
-  store.beginPlaced(array.id, 9, start);
+  queue.noteTask(now);
+  queue.beginPlaced(array.id, 9, start);
   EXPECT_EQ(other.dataVersion(), version);
   task.reason = "";
-  store.noteTask(task);
+  queue.noteTask(task);
   EXPECT_NE(other.dataVersion(), version);
 }
 
-TEST_F(StoreCluster, TheBeatOfARunningAttemptIsKeptTillItsEnd) {
+TEST_F(QueueCluster, TheBeatOfARunningAttemptIsKeptTillItsEnd) {
   const JobId job = submit("1,2");
   const ArrayRecord array = place(job);
   PlacedBeat beat;
   beat.attempt = begin(array, 0);
   const AttemptId second = begin(array, 1);
   beat.stage = "starting";
-  store.noteBeat(beat);
+  queue.noteBeat(beat);
   beat.stage = "running";
   beat.log = "/shared/logs/1.log";
   beat.logBytes = 12345678901;
   beat.silent = 2.5;
   beat.seen = start;
-  store.noteBeat(beat);
-  const std::vector<PlacedBeat> beats = store.beats(job);
+  queue.noteBeat(beat);
+  const std::vector<PlacedBeat> beats = queue.beats(job);
   ASSERT_EQ(beats.size(), 1U);
   EXPECT_EQ(beats[0].attempt, beat.attempt);
   EXPECT_EQ(beats[0].stage, "running");
@@ -487,78 +487,78 @@ TEST_F(StoreCluster, TheBeatOfARunningAttemptIsKeptTillItsEnd) {
   EXPECT_EQ(beats[0].logBytes, 12345678901);
   EXPECT_DOUBLE_EQ(beats[0].silent, 2.5);
   EXPECT_EQ(beats[0].seen, start);
-  EXPECT_EQ(store.attempt(beat.attempt).value().log, "/shared/logs/1.log");
+  EXPECT_EQ(queue.attempt(beat.attempt).value().log, "/shared/logs/1.log");
 
   for (const double silent : {std::numeric_limits<double>::quiet_NaN(), -1.0}) {
     beat.silent = silent;
-    store.noteBeat(beat);
-    EXPECT_EQ(store.beats(job).at(0).silent, 0);
+    queue.noteBeat(beat);
+    EXPECT_EQ(queue.beats(job).at(0).silent, 0);
   }
   beat.silent = 1e300;
-  store.noteBeat(beat);
-  EXPECT_GT(store.beats(job).at(0).silent, 1e9);
+  queue.noteBeat(beat);
+  EXPECT_GT(queue.beats(job).at(0).silent, 1e9);
 
   settle(array, 0, good(0));
-  EXPECT_TRUE(store.beats(job).empty());
-  store.noteBeat(beat);
-  EXPECT_TRUE(store.beats(job).empty()) << "it has ended";
-  EXPECT_EQ(store.attempt(beat.attempt).value().log, "");
-  EXPECT_EQ(store.attempt(second).value().state, AttemptState::Running);
+  EXPECT_TRUE(queue.beats(job).empty());
+  queue.noteBeat(beat);
+  EXPECT_TRUE(queue.beats(job).empty()) << "it has ended";
+  EXPECT_EQ(queue.attempt(beat.attempt).value().log, "");
+  EXPECT_EQ(queue.attempt(second).value().state, AttemptState::Running);
 }
 
-TEST_F(StoreCluster, ARemovedJobTakesItsTasksWithIt) {
+TEST_F(QueueCluster, ARemovedJobTakesItsTasksWithIt) {
   const JobId job = submit("1,2");
   const ArrayRecord array = place(job);
   begin(array, 0);
   PlacedBeat beat;
   beat.attempt = 1;
-  store.noteBeat(beat);
-  EXPECT_NE(storeErrorOf([&] { store.remove(job); }).message, "");
+  queue.noteBeat(beat);
+  EXPECT_NE(queueErrorOf([&] { queue.remove(job); }).message, "");
   settle(array, 0, good(0));
-  store.remove(job);
-  EXPECT_TRUE(store.openArrays().empty());
-  EXPECT_TRUE(store.openPlaces(array.id).empty());
-  EXPECT_TRUE(store.clusterJobs().empty());
+  queue.remove(job);
+  EXPECT_TRUE(queue.openArrays().empty());
+  EXPECT_TRUE(queue.openPlaces(array.id).empty());
+  EXPECT_TRUE(queue.clusterJobs().empty());
   EXPECT_FALSE(settle(array, 1, good(0)));
   EXPECT_EQ(begin(array, 1), 0);
   EXPECT_GT(place(submit("1")).id, array.id) << "numbers are never used again";
 }
 
-TEST_F(StoreCluster, OneProcessAtATimeSubmitsAndCollects) {
-  Store other(store.directory());
-  EXPECT_TRUE(store.takeClusterLock());
-  EXPECT_TRUE(store.takeClusterLock()) << "it has it already";
+TEST_F(QueueCluster, OneProcessAtATimeSubmitsAndCollects) {
+  Queue other(queue.directory());
+  EXPECT_TRUE(queue.takeClusterLock());
+  EXPECT_TRUE(queue.takeClusterLock()) << "it has it already";
   EXPECT_FALSE(other.takeClusterLock());
-  store.releaseClusterLock();
+  queue.releaseClusterLock();
   EXPECT_TRUE(other.takeClusterLock());
   {
-    Store third(store.directory());
+    Queue third(queue.directory());
     EXPECT_FALSE(third.takeClusterLock());
     other.releaseClusterLock();
     EXPECT_TRUE(third.takeClusterLock());
   }
-  EXPECT_TRUE(store.takeClusterLock()) << "the end of a store frees it";
+  EXPECT_TRUE(queue.takeClusterLock()) << "the end of a queue frees it";
   EXPECT_TRUE(std::filesystem::exists(directory.file("engines/cluster.lock")));
 }
 
-TEST_F(StoreCluster, HowTheClusterAnswersIsKept) {
-  EXPECT_EQ(store.clusterContact().asked, Moment());
+TEST_F(QueueCluster, HowTheClusterAnswersIsKept) {
+  EXPECT_EQ(queue.clusterContact().asked, Moment());
   ClusterContact contact;
   contact.asked = start + 2s;
   contact.answered = start;
   contact.problem = "no route to host";
-  store.noteContact(contact);
-  const ClusterContact now = Store(store.directory()).clusterContact();
+  queue.noteContact(contact);
+  const ClusterContact now = Queue(queue.directory()).clusterContact();
   EXPECT_EQ(now.asked, start + 2s);
   EXPECT_EQ(now.answered, start);
   EXPECT_EQ(now.problem, "no route to host");
 }
 
-TEST_F(StoreCluster, AWorkIsNotSettledAsRunning) {
+TEST_F(QueueCluster, AWorkIsNotSettledAsRunning) {
   const ArrayRecord array = place(submit("1"));
   Outcome outcome;
   outcome.state = AttemptState::Running;
-  EXPECT_NE(storeErrorOf([&] { settle(array, 0, outcome); }).message, "");
+  EXPECT_NE(queueErrorOf([&] { settle(array, 0, outcome); }).message, "");
   EXPECT_EQ(open(array), "0:1 ready");
 }
 

@@ -1,4 +1,4 @@
-#include "trovik/queue/StoreImpl.h"
+#include "trovik/queue/QueueImpl.h"
 
 #include "host/foundation/Quoting.h"
 #include "trovik/queue/Statements.h"
@@ -40,7 +40,7 @@ std::vector<RunPart> cutBy(const FrameRun& run, std::span<const FrameRun> set) {
   return parts;
 }
 
-void Store::Impl::putParts(const Work& work, std::span<const WorkPart> parts) {
+void Queue::Impl::putParts(const Work& work, std::span<const WorkPart> parts) {
   const WorkPart& first = parts.front();
   if (first.run == work.run) { // spares the index of frames
     Query(database, statements::endWork, work.id, nameOf(first.state), first.tries, first.losses).run();
@@ -59,20 +59,20 @@ void Store::Impl::putParts(const Work& work, std::span<const WorkPart> parts) {
   }
 }
 
-void Store::Impl::insertFile(const FileRecord& file, std::int64_t attempt) {
+void Queue::Impl::insertFile(const FileRecord& file, std::int64_t attempt) {
   Query(database, statements::insertFile, attempt, file.frame, file.checked, file.size, file.modified,
         file.path, file.problem)
       .run();
 }
 
-bool Store::Impl::hasReady(JobId job) {
+bool Queue::Impl::hasReady(JobId job) {
   return Query(database, statements::anyReady, job).next();
 }
-bool Store::Impl::hasRunning(JobId job) {
+bool Queue::Impl::hasRunning(JobId job) {
   return Query(database, statements::anyRunning, job).next();
 }
 
-void Store::Impl::setOpen(JobId job) {
+void Queue::Impl::setOpen(JobId job) {
   Query(database,
         "UPDATE jobs SET state = iif(started IS NULL, 'waiting', 'running'), canceling = 0, aside = 0, "
         "end_due = 0, ended = NULL, alike = '', alike_count = 0 WHERE id = ?1",
@@ -81,7 +81,7 @@ void Store::Impl::setOpen(JobId job) {
   noteLastFailure(job);
 }
 
-void Store::Impl::endWhenDone(JobId job) {
+void Queue::Impl::endWhenDone(JobId job) {
   if (hasReady(job) || hasRunning(job)) {
     return;
   }
@@ -123,11 +123,11 @@ void Store::Impl::endWhenDone(JobId job) {
   noteLastFailure(job);
 }
 
-void Store::Impl::setNote(JobId job, const std::string& note) {
+void Queue::Impl::setNote(JobId job, const std::string& note) {
   Query(database, "UPDATE jobs SET note = ?2 WHERE id = ?1", job, note).run();
 }
 
-void Store::Impl::noteLastFailure(JobId job) {
+void Queue::Impl::noteLastFailure(JobId job) {
   std::string reason;
   {
     Query row(database,
@@ -169,7 +169,7 @@ std::vector<std::string> linesOf(const std::string& text) {
 
 } // namespace
 
-JobRecord readJob(Query& row, const Store& store) {
+JobRecord readJob(Query& row, const Queue& queue) {
   JobRecord job;
   job.id = row.number();
   job.name = row.text();
@@ -187,7 +187,7 @@ JobRecord readJob(Query& row, const Store& store) {
   job.output = row.text();
   job.logs = row.text();
   if (job.logs.empty()) {
-    job.logs = store.logDirectory(job.id).Text();
+    job.logs = queue.logDirectory(job.id).Text();
   }
   const std::string endCommand = row.text();
   job.runOn = row.state<RunOn>();

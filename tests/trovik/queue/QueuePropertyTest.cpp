@@ -2,7 +2,7 @@
 #include "tests/trovik/queue/Invariants.h"
 #include "tests/trovik/queue/JobModel.h"
 #include "tests/trovik/queue/QueueTest.h"
-#include "trovik/queue/StoreImpl.h"
+#include "trovik/queue/QueueImpl.h"
 
 #include <rapidcheck/gtest.h>
 
@@ -18,17 +18,17 @@ namespace {
 
 class Model {
 public:
-  Model() : store(Path(directory.path())), engine(store.enterEngine(2)) {}
+  Model() : queue(Path(directory.path())), engine(queue.enterEngine(2)) {}
 
   void submit() {
     ModelJob model;
     const NewJob job = someJob(model);
-    jobs[store.submit(job)] = model;
+    jobs[queue.submit(job)] = model;
   }
 
   void claim() {
     const auto count = static_cast<std::size_t>(*rc::gen::inRange(1, 4));
-    const std::vector<Claim> claims = store.claim(engine, count, std::nullopt);
+    const std::vector<Claim> claims = queue.claim(engine, count, std::nullopt);
     if (claims.size() < count) {
       RC_ASSERT(std::none_of(jobs.begin(), jobs.end(), [&](const auto& one) {
         return isOpen(one.second.state) && !takes(claims, one.first, one.second);
@@ -66,7 +66,7 @@ public:
     running.erase(running.begin() + place);
     Outcome outcome = someOutcome(claim.run);
     outcome.attempt = claim.attempt;
-    const bool again = store.settle(outcome);
+    const bool again = queue.settle(outcome);
 
     ModelJob& job = jobs.at(claim.job);
     bool expectedAgain = false;
@@ -80,34 +80,34 @@ public:
       expectedAgain = expectedAgain || (model.state == WorkState::Ready && isOpen(job.state));
     }
     RC_ASSERT(again == expectedAgain);
-    RC_ASSERT(!store.settle(outcome)); // once
+    RC_ASSERT(!queue.settle(outcome)); // once
     job.endWhenDone();
   }
 
   void cancel(JobId id, ModelJob& job) {
-    RC_ASSERT(store.cancel(id) == isOpen(job.state));
+    RC_ASSERT(queue.cancel(id) == isOpen(job.state));
     job.cancel();
   }
 
   void stop(JobId id, ModelJob& job) {
-    store.stop(id, "Stopped by the user");
+    queue.stop(id, "Stopped by the user");
     job.stop();
   }
 
   void resume(JobId id, ModelJob& job) {
-    store.resume(id);
+    queue.resume(id);
     job.resume();
   }
 
   void retry(JobId id, ModelJob& job) {
     const std::optional<RunSet> only = someFrames();
-    const std::size_t count = store.retry(id, only);
+    const std::size_t count = queue.retry(id, only);
     RC_ASSERT(count == job.retry(only));
   }
 
   void remove(JobId id, const ModelJob& job) {
     const bool runs = job.any(WorkState::Running);
-    RC_ASSERT(storeErrorOf([&] { store.remove(id); }).message.empty() == !runs);
+    RC_ASSERT(storeErrorOf([&] { queue.remove(id); }).message.empty() == !runs);
     if (!runs) {
       jobs.erase(id);
     }
@@ -115,9 +115,9 @@ public:
 
   /// The engine dies, and another one takes up what it left.
   void die() {
-    Store other(Path(directory.path()));
+    Queue other(Path(directory.path()));
     // Its lock is what says that it lives; leaving with works frees it.
-    store.leaveEngine(engine);
+    queue.leaveEngine(engine);
     const std::vector<LostAttempt> lostOnes = other.takeLost();
     RC_ASSERT(lostOnes.size() == running.size());
     for (const LostAttempt& one : lostOnes) {
@@ -132,11 +132,11 @@ public:
     }
     other.releaseLost();
     running.clear();
-    engine = store.enterEngine(2);
+    engine = queue.enterEngine(2);
   }
 
   void compare(bool withFile) {
-    compareJobs(store, jobs);
+    compareJobs(queue, jobs);
     if (withFile) {
       RC_ASSERT(brokenInvariants(directory.file("queue.db"), framesOf(jobs)) == std::vector<std::string>());
     }
@@ -183,13 +183,13 @@ private:
   }
 
   TemporaryDirectory directory;
-  Store store;
+  Queue queue;
   EngineId engine;
   ModelJobs jobs;
   std::vector<Claim> running;
 };
 
-RC_GTEST_PROP(StoreProperty, FramesAreConservedWhateverIsDone, ()) {
+RC_GTEST_PROP(QueueProperty, FramesAreConservedWhateverIsDone, ()) {
   Model model;
   const int steps = *rc::gen::inRange(1, 60);
   for (int step = 0; step < steps; ++step) {
@@ -198,7 +198,7 @@ RC_GTEST_PROP(StoreProperty, FramesAreConservedWhateverIsDone, ()) {
   }
 }
 
-RC_GTEST_PROP(StoreProperty, ACutRunIsItsPartsInOrder, ()) {
+RC_GTEST_PROP(QueueProperty, ACutRunIsItsPartsInOrder, ()) {
   const int first = *rc::gen::inRange(-20, 20);
   const FrameRun run{first, first + *rc::gen::inRange(0, 30)};
   RunSet set;
@@ -219,7 +219,7 @@ RC_GTEST_PROP(StoreProperty, ACutRunIsItsPartsInOrder, ()) {
   RC_ASSERT(next == run.Last + 1);
 }
 
-TEST(StoreCut, EndsOfTheIntegersDoNotOverflow) {
+TEST(QueueCut, EndsOfTheIntegersDoNotOverflow) {
   constexpr int lowest = std::numeric_limits<int>::min();
   constexpr int highest = std::numeric_limits<int>::max();
   const std::vector<FrameRun> ends = {{lowest, lowest}, {highest, highest}};

@@ -40,11 +40,11 @@ namespace {
 // The file of the queue: what it is refused for, how it is brought up to date,
 // what happens when its disk is full, and what is on the disk when.
 
-class StoreFile : public testing::Test {
+class QueueFile : public testing::Test {
 protected:
   std::string databaseFile() const { return directory.file("queue.db"); }
-  StoreError openError(const Store::Settings& settings = {}) const {
-    return storeErrorOf([&] { Store(Path(directory.path()), settings); });
+  QueueError openError(const Queue::Settings& settings = {}) const {
+    return queueErrorOf([&] { Queue(Path(directory.path()), settings); });
   }
   void makeDatabase(const std::string& sql) const {
     SQLite::Database(databaseFile(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec(sql);
@@ -57,96 +57,96 @@ protected:
   TemporaryDirectory directory;
 };
 
-TEST_F(StoreFile, ItsFolderIsMadeWhereItIsMissing) {
+TEST_F(QueueFile, ItsFolderIsMadeWhereItIsMissing) {
   const std::string folder = directory.file("a/b");
-  const Store store{Path(folder)};
+  const Queue queue{Path(folder)};
   EXPECT_TRUE(std::filesystem::exists(folder + "/queue.db"));
-  EXPECT_EQ(store.directory().Text(), folder);
-  EXPECT_EQ(store.logDirectory(7).Text(), folder + "/logs/7");
+  EXPECT_EQ(queue.directory().Text(), folder);
+  EXPECT_EQ(queue.logDirectory(7).Text(), folder + "/logs/7");
 }
 
-TEST_F(StoreFile, AFolderThatCannotBeIsSaid) {
+TEST_F(QueueFile, AFolderThatCannotBeIsSaid) {
   const std::string inTheWay = directory.write("file", "");
-  const StoreError error = storeErrorOf([&] { Store{Path(inTheWay + "/queue")}; });
+  const QueueError error = queueErrorOf([&] { Queue{Path(inTheWay + "/queue")}; });
   EXPECT_EQ(error.message, "Cannot make the folder of the queue \"" + inTheWay + "/queue\": Not a directory");
   EXPECT_EQ(error.hint, "choose another with --state");
 }
 
-TEST_F(StoreFile, AFileThatCannotBeOpenedIsSaid) {
+TEST_F(QueueFile, AFileThatCannotBeOpenedIsSaid) {
   directory.makeDirectory("queue.db");
-  const StoreError error = openError();
-  EXPECT_EQ(error.kind, StoreError::Kind::Other);
+  const QueueError error = openError();
+  EXPECT_EQ(error.kind, QueueError::Kind::Other);
   EXPECT_EQ(error.message,
             "Cannot use the queue \"" + databaseFile() + "\": unable to open database file, Is a directory");
   EXPECT_EQ(error.hint, "give yourself the right to write there, or choose another directory with --state");
 }
 
-TEST_F(StoreFile, AFolderNamedLikeAnAddressIsAFolder) {
+TEST_F(QueueFile, AFolderNamedLikeAnAddressIsAFolder) {
   const std::string folder = directory.makeDirectory("file:x?mode=memory#\xff");
   {
-    Store store{Path(folder)};
-    store.submit(jobOf("1"));
+    Queue queue{Path(folder)};
+    queue.submit(jobOf("1"));
   }
-  EXPECT_EQ(Store{Path(folder)}.jobs().size(), 1U);
+  EXPECT_EQ(Queue{Path(folder)}.jobs().size(), 1U);
 }
 
-TEST_F(StoreFile, ItKeepsWhatWasPutIn) {
+TEST_F(QueueFile, ItKeepsWhatWasPutIn) {
   JobId job = 0;
   {
-    Store store{Path(directory.path())};
-    job = store.submit(jobOf("1-3"));
+    Queue queue{Path(directory.path())};
+    job = queue.submit(jobOf("1-3"));
   }
-  Store store{Path(directory.path())};
-  EXPECT_EQ(store.frames(job).ready.text(), "1-3");
+  Queue queue{Path(directory.path())};
+  EXPECT_EQ(queue.frames(job).ready.text(), "1-3");
 }
 
-TEST_F(StoreFile, WhatIsNoDatabaseIsDamaged) {
+TEST_F(QueueFile, WhatIsNoDatabaseIsDamaged) {
   directory.write("queue.db", std::string(5000, 'x'));
-  const StoreError error = openError();
-  EXPECT_EQ(error.kind, StoreError::Kind::Damaged);
+  const QueueError error = openError();
+  EXPECT_EQ(error.kind, QueueError::Kind::Damaged);
   EXPECT_EQ(error.message, "The queue is damaged: \"" + databaseFile() + "\" (file is not a database)");
   EXPECT_EQ(error.hint, "move the file away, and a new queue is begun; logs and images stay where they are");
 }
 
-TEST_F(StoreFile, ACutDatabaseIsDamaged) {
+TEST_F(QueueFile, ACutDatabaseIsDamaged) {
   {
-    Store store{Path(directory.path())};
+    Queue queue{Path(directory.path())};
     NewJob job = jobOf("1");
     for (int frame = 1; frame <= 5000; ++frame) {
       job.found.push_back({frame, frame});
     }
-    store.submit(job);
+    queue.submit(job);
   }
   std::filesystem::resize_file(databaseFile(), 8 * 4096);
-  const StoreError error = storeErrorOf([&] {
-    Store store{Path(directory.path())};
-    store.frames(1);
+  const QueueError error = queueErrorOf([&] {
+    Queue queue{Path(directory.path())};
+    queue.frames(1);
   });
-  EXPECT_EQ(error.kind, StoreError::Kind::Damaged);
+  EXPECT_EQ(error.kind, QueueError::Kind::Damaged);
   EXPECT_EQ(error.message,
             "The queue is damaged: \"" + databaseFile() + "\" (database disk image is malformed)");
 }
 
-TEST_F(StoreFile, AFileOfNoBytesIsANewQueue) {
+TEST_F(QueueFile, AFileOfNoBytesIsANewQueue) {
   directory.write("queue.db", "");
-  EXPECT_TRUE(Store{Path(directory.path())}.jobs().empty());
+  EXPECT_TRUE(Queue{Path(directory.path())}.jobs().empty());
 }
 
-TEST_F(StoreFile, ADatabaseOfAnotherProgramIsRefusedAndLeftAlone) {
+TEST_F(QueueFile, ADatabaseOfAnotherProgramIsRefusedAndLeftAlone) {
   makeDatabase("CREATE TABLE recipes (name TEXT)");
-  const StoreError error = openError();
-  EXPECT_EQ(error.kind, StoreError::Kind::Damaged);
+  const QueueError error = openError();
+  EXPECT_EQ(error.kind, QueueError::Kind::Damaged);
   EXPECT_EQ(error.message, "The file \"" + databaseFile() + "\" is a database of another program");
   EXPECT_EQ(error.hint,
             "move the file away, and a new queue is begun; or choose another directory with --state");
   EXPECT_EQ(ask("SELECT count(*) FROM sqlite_schema"), 1);
 }
 
-TEST_F(StoreFile, ANewerVersionIsRefusedAndLeftAlone) {
-  { Store{Path(directory.path())}; }
+TEST_F(QueueFile, ANewerVersionIsRefusedAndLeftAlone) {
+  { Queue{Path(directory.path())}; }
   makeDatabase("PRAGMA user_version = 99");
-  const StoreError error = openError();
-  EXPECT_EQ(error.kind, StoreError::Kind::Other);
+  const QueueError error = openError();
+  EXPECT_EQ(error.kind, QueueError::Kind::Other);
   EXPECT_EQ(error.message, "The queue \"" + databaseFile() +
                                "\" is of version 99; this program knows version " +
                                std::to_string(schemaSteps().size()));
@@ -154,8 +154,8 @@ TEST_F(StoreFile, ANewerVersionIsRefusedAndLeftAlone) {
   EXPECT_EQ(ask("PRAGMA user_version"), 99);
 }
 
-TEST_F(StoreFile, AVersionThatCannotBeIsDamaged) {
-  { Store{Path(directory.path())}; }
+TEST_F(QueueFile, AVersionThatCannotBeIsDamaged) {
+  { Queue{Path(directory.path())}; }
   makeDatabase("PRAGMA user_version = -3");
   EXPECT_EQ(openError().message,
             "The queue is damaged: \"" + databaseFile() + "\" (its version cannot be, -3)");
@@ -171,9 +171,9 @@ PRAGMA application_id = 1416787537;
 PRAGMA user_version = 1;
 )sql";
 
-TEST_F(StoreFile, AnOlderVersionIsBroughtUpStepByStep) {
+TEST_F(QueueFile, AnOlderVersionIsBroughtUpStepByStep) {
   makeDatabase(smallVersion1);
-  Database database(Path(databaseFile()), {});
+  Database database{Path(databaseFile())};
   constexpr std::array steps = {
       "CREATE TABLE never (x)", "ALTER TABLE jobs ADD COLUMN length INTEGER NOT NULL DEFAULT 0",
       "UPDATE jobs SET length = length(name); CREATE INDEX jobs_length ON jobs (length)"};
@@ -185,19 +185,19 @@ TEST_F(StoreFile, AnOlderVersionIsBroughtUpStepByStep) {
   EXPECT_EQ(ask("SELECT sum(length) FROM jobs"), 9);
 }
 
-TEST_F(StoreFile, AStepThatFailsUndoesThoseBeforeIt) {
+TEST_F(QueueFile, AStepThatFailsUndoesThoseBeforeIt) {
   makeDatabase(smallVersion1);
-  Database database(Path(databaseFile()), {});
+  Database database{Path(databaseFile())};
   constexpr std::array steps = {"", "ALTER TABLE jobs ADD COLUMN length INTEGER", "UPDATE nowhere SET x = 1"};
-  const StoreError error = storeErrorOf([&] { bringUpToDate(database, steps); });
+  const QueueError error = queueErrorOf([&] { bringUpToDate(database, steps); });
   EXPECT_EQ(error.message, "The queue \"" + databaseFile() + "\" failed: no such table: nowhere");
   EXPECT_EQ(ask("PRAGMA user_version"), 1);
   EXPECT_EQ(ask("SELECT count(*) FROM pragma_table_info('jobs')"), 2);
 }
 
-TEST_F(StoreFile, AQueueOfVersion1GoesOnWithItsJobs) {
+TEST_F(QueueFile, AQueueOfVersion1GoesOnWithItsJobs) {
   {
-    Database database(Path(databaseFile()), {});
+    Database database{Path(databaseFile())};
     bringUpToDate(database, schemaSteps().first(1));
   }
   EXPECT_EQ(ask("PRAGMA user_version"), 1);
@@ -222,9 +222,9 @@ TEST_F(StoreFile, AQueueOfVersion1GoesOnWithItsJobs) {
     VALUES (1, 1, 1, 1, 10, 20, '/out/1.png', '');
   )sql");
 
-  Store store{Path(directory.path())};
+  Queue queue{Path(directory.path())};
   EXPECT_EQ(ask("PRAGMA user_version"), static_cast<int>(schemaSteps().size()));
-  const std::vector<JobRecord> jobs = store.jobs();
+  const std::vector<JobRecord> jobs = queue.jobs();
   ASSERT_EQ(jobs.size(), 2U);
   EXPECT_EQ(jobs[0].state, JobState::Good);
   EXPECT_EQ(jobs[0].logs, "/logs");
@@ -233,48 +233,48 @@ TEST_F(StoreFile, AQueueOfVersion1GoesOnWithItsJobs) {
   EXPECT_EQ(jobs[1].endCommand, (std::vector<std::string>{"mail", "ada"}));
   EXPECT_EQ(jobs[1].runOn, RunOn::Local);
   EXPECT_EQ(jobs[1].folder, "");
-  EXPECT_EQ(store.packed(1), std::string("\0\xff", 2));
-  EXPECT_EQ(store.files(1).size(), 1U);
-  EXPECT_TRUE(store.clusterJobs().empty());
+  EXPECT_EQ(queue.packed(1), std::string("\0\xff", 2));
+  EXPECT_EQ(queue.files(1).size(), 1U);
+  EXPECT_TRUE(queue.clusterJobs().empty());
 
-  const std::vector<LostAttempt> lostOnes = store.takeLost();
+  const std::vector<LostAttempt> lostOnes = queue.takeLost();
   ASSERT_EQ(lostOnes.size(), 1U);
-  store.settle(lost(2));
-  store.releaseLost();
-  const EngineId engine = store.enterEngine(1);
-  const std::vector<Claim> claims = store.claim(engine, 5, std::nullopt);
+  queue.settle(lost(2));
+  queue.releaseLost();
+  const EngineId engine = queue.enterEngine(1);
+  const std::vector<Claim> claims = queue.claim(engine, 5, std::nullopt);
   ASSERT_EQ(claims.size(), 2U);
   for (const Claim& claim : claims) {
     EXPECT_GT(claim.attempt, 2);
-    store.settle(good(claim.attempt));
+    queue.settle(good(claim.attempt));
   }
-  EXPECT_EQ(store.job(1).value().state, JobState::Good);
-  EXPECT_EQ(store.frames(1).good.text(), "1-6");
+  EXPECT_EQ(queue.job(1).value().state, JobState::Good);
+  EXPECT_EQ(queue.frames(1).good.text(), "1-6");
   EXPECT_EQ(brokenInvariants(databaseFile()), std::vector<std::string>());
 
   NewJob job = jobOf("1");
   job.runOn = RunOn::Cluster;
   job.folder = "/shared";
-  EXPECT_EQ(store.submit(job), 3);
-  EXPECT_EQ(store.unplaced(3).size(), 1U);
+  EXPECT_EQ(queue.submit(job), 3);
+  EXPECT_EQ(queue.unplaced(3).size(), 1U);
 }
 
-TEST_F(StoreFile, TheNumberOfTheFilesKindIsTheOneOfTheTests) {
+TEST_F(QueueFile, TheNumberOfTheFilesKindIsTheOneOfTheTests) {
   EXPECT_EQ(applicationId, 1416787537); // which smallVersion1 holds
 }
 
-TEST_F(StoreFile, NetworkFileSystemsAreRefused) {
-  Store::Settings settings;
+TEST_F(QueueFile, NetworkFileSystemsAreRefused) {
+  Queue::Settings settings;
   settings.networkFileSystem = [](const Path& /*directory*/) { return "NFS"; };
-  const StoreError error = openError(settings);
-  EXPECT_EQ(error.kind, StoreError::Kind::Other);
+  const QueueError error = openError(settings);
+  EXPECT_EQ(error.kind, QueueError::Kind::Other);
   EXPECT_EQ(error.message, "The folder of the queue \"" + directory.path() +
                                "\" lies on a network file system (NFS), whose locks cannot be trusted");
   EXPECT_EQ(error.hint, "choose a folder on a local disk with --state");
   EXPECT_FALSE(std::filesystem::exists(databaseFile()));
 }
 
-TEST_F(StoreFile, NetworkFileSystemsAreKnownByTheirNumberOrMount) {
+TEST_F(QueueFile, NetworkFileSystemsAreKnownByTheirNumberOrMount) {
   EXPECT_EQ(networkFileSystem(0x6969, ""), "NFS");
   EXPECT_EQ(networkFileSystem(0xFE534D42, ""), "SMB");
   EXPECT_EQ(networkFileSystem(0xFF534D42, ""), "SMB");
@@ -288,132 +288,132 @@ TEST_F(StoreFile, NetworkFileSystemsAreKnownByTheirNumberOrMount) {
   EXPECT_EQ(networkFileSystem(Path("/not/there")), "");
 }
 
-TEST_F(StoreFile, AFullDiskUndoesTheChangeAndTheQueueGoesOnWhenThereIsRoom) {
-  Store::Settings settings;
+TEST_F(QueueFile, AFullDiskUndoesTheChangeAndTheQueueGoesOnWhenThereIsRoom) {
+  Queue::Settings settings;
   settings.pageLimit = 60;
-  Store store(Path(directory.path()), settings);
-  const EngineId engine = store.enterEngine(1);
+  Queue queue(Path(directory.path()), settings);
+  const EngineId engine = queue.enterEngine(1);
   NewJob job = jobOf("1,2");
   job.packed = std::string(20000, 'p');
   std::vector<JobId> jobs;
-  StoreError error;
+  QueueError error;
   while (error.message.empty() && jobs.size() < 100) {
-    error = storeErrorOf([&] { jobs.push_back(store.submit(job)); });
+    error = queueErrorOf([&] { jobs.push_back(queue.submit(job)); });
   }
-  EXPECT_EQ(error.kind, StoreError::Kind::Full);
+  EXPECT_EQ(error.kind, QueueError::Kind::Full);
   EXPECT_EQ(error.message, "The disk of the queue is full: \"" + databaseFile() + "\"");
   EXPECT_EQ(error.hint, "make room there; nothing that was recorded is lost");
   ASSERT_GT(jobs.size(), 1U);
-  EXPECT_EQ(store.jobs().size(), jobs.size());
+  EXPECT_EQ(queue.jobs().size(), jobs.size());
 
-  EXPECT_EQ(storeErrorOf([&] {
-              store.inTransaction([&] {
-                store.claim(engine, 2, std::nullopt);
-                store.submit(job);
+  EXPECT_EQ(queueErrorOf([&] {
+              queue.inTransaction([&] {
+                queue.claim(engine, 2, std::nullopt);
+                queue.submit(job);
               });
             }).kind,
-            StoreError::Kind::Full);
-  EXPECT_EQ(store.frames(jobs[0]).readyWorks, 2U);
+            QueueError::Kind::Full);
+  EXPECT_EQ(queue.frames(jobs[0]).readyWorks, 2U);
 
-  store.remove(jobs[0]);
-  store.submit(job);
-  EXPECT_EQ(store.claim(engine, 2, std::nullopt).size(), 2U);
+  queue.remove(jobs[0]);
+  queue.submit(job);
+  EXPECT_EQ(queue.claim(engine, 2, std::nullopt).size(), 2U);
 }
 
-TEST_F(StoreFile, ALockThatIsHeldTooLongIsSaid) {
-  Store::Settings settings;
+TEST_F(QueueFile, ALockThatIsHeldTooLongIsSaid) {
+  Queue::Settings settings;
   settings.patience = std::chrono::milliseconds(1);
-  Store store(Path(directory.path()), settings);
+  Queue queue(Path(directory.path()), settings);
   SQLite::Database other(databaseFile(), SQLite::OPEN_READWRITE);
   other.exec("BEGIN IMMEDIATE");
-  const StoreError error = storeErrorOf([&] { store.submit(jobOf("1")); });
-  EXPECT_EQ(error.kind, StoreError::Kind::Busy);
+  const QueueError error = queueErrorOf([&] { queue.submit(jobOf("1")); });
+  EXPECT_EQ(error.kind, QueueError::Kind::Busy);
   EXPECT_EQ(error.message, "The queue is locked by another process for too long: \"" + databaseFile() + "\"");
   EXPECT_EQ(error.hint, "try again; if it stays so, look which process has the file open");
-  EXPECT_TRUE(store.jobs().empty()) << "reading goes on";
+  EXPECT_TRUE(queue.jobs().empty()) << "reading goes on";
   other.exec("COMMIT");
-  store.submit(jobOf("1"));
+  queue.submit(jobOf("1"));
 }
 
 struct Hostile {
   const char* change;
-  std::function<void(Store&)> look;
+  std::function<void(Queue&)> look;
   const char* reason;
 };
 
-TEST_F(StoreFile, ContentsThatCannotBeAreDamageAndNoCrash) {
+TEST_F(QueueFile, ContentsThatCannotBeAreDamageAndNoCrash) {
   const std::vector<Hostile> cases = {
-      {"UPDATE jobs SET state = 'sold'", [](Store& s) { s.job(1); }, "unknown state \"sold\""},
-      {"UPDATE jobs SET state = CAST(X'FF0A' AS TEXT)", [](Store& s) { s.jobs(); },
+      {"UPDATE jobs SET state = 'sold'", [](Queue& s) { s.job(1); }, "unknown state \"sold\""},
+      {"UPDATE jobs SET state = CAST(X'FF0A' AS TEXT)", [](Queue& s) { s.jobs(); },
        "unknown state \"\\xff\\n\""},
-      {"UPDATE jobs SET type = 'zzz'", [](Store& s) { s.job(1); }, ""},
-      {"UPDATE jobs SET end_command = '\"open'", [](Store& s) { s.job(1); }, ""},
-      {"UPDATE jobs SET priority = 99999999999", [](Store& s) { s.job(1); },
+      {"UPDATE jobs SET type = 'zzz'", [](Queue& s) { s.job(1); }, ""},
+      {"UPDATE jobs SET end_command = '\"open'", [](Queue& s) { s.job(1); }, ""},
+      {"UPDATE jobs SET priority = 99999999999", [](Queue& s) { s.job(1); },
        "a number that cannot be, 99999999999"},
-      {"UPDATE works SET state = 'lost'", [](Store& s) { s.frames(1); }, "unknown state \"lost\""},
-      {"UPDATE works SET state = 'lost'", [](Store& s) { s.works(1); }, "unknown state \"lost\""},
-      {"UPDATE works SET first = 9, last = 3", [](Store& s) { s.summary(1); }, "frames that cannot be, 9-3"},
+      {"UPDATE works SET state = 'lost'", [](Queue& s) { s.frames(1); }, "unknown state \"lost\""},
+      {"UPDATE works SET state = 'lost'", [](Queue& s) { s.works(1); }, "unknown state \"lost\""},
+      {"UPDATE works SET first = 9, last = 3", [](Queue& s) { s.summary(1); }, "frames that cannot be, 9-3"},
       {"UPDATE works SET first = 9, last = 3 WHERE state = 'ready'",
-       [](Store& s) { s.claim(1, 1, std::nullopt); }, "frames that cannot be, 9-3"},
-      {"UPDATE attempts SET state = 'gone'", [](Store& s) { s.attempts(1); }, "unknown state \"gone\""},
-      {"UPDATE attempts SET rule = 'whim'", [](Store& s) { s.attempt(1); }, "unknown state \"whim\""},
-      {"UPDATE attempts SET good = '1,x'", [](Store& s) { s.attempt(1); }, "frames that cannot be, \"1,x\""},
-      {"UPDATE attempts SET good = '5-1'", [](Store& s) { s.attempt(1); }, "frames that cannot be, \"5-1\""},
-      {"UPDATE files SET frame = -99999999999", [](Store& s) { s.files(1); },
+       [](Queue& s) { s.claim(1, 1, std::nullopt); }, "frames that cannot be, 9-3"},
+      {"UPDATE attempts SET state = 'gone'", [](Queue& s) { s.attempts(1); }, "unknown state \"gone\""},
+      {"UPDATE attempts SET rule = 'whim'", [](Queue& s) { s.attempt(1); }, "unknown state \"whim\""},
+      {"UPDATE attempts SET good = '1,x'", [](Queue& s) { s.attempt(1); }, "frames that cannot be, \"1,x\""},
+      {"UPDATE attempts SET good = '5-1'", [](Queue& s) { s.attempt(1); }, "frames that cannot be, \"5-1\""},
+      {"UPDATE files SET frame = -99999999999", [](Queue& s) { s.files(1); },
        "a number that cannot be, -99999999999"},
-      {"UPDATE queue SET id = '; rm'", [](Store& s) { Store{s.directory()}; },
+      {"UPDATE queue SET id = '; rm'", [](Queue& s) { Queue{s.directory()}; },
        "an ID that cannot be, \"; rm\""},
-      {"UPDATE jobs SET run_on = 'moon'", [](Store& s) { s.job(1); }, "unknown state \"moon\""},
-      {"UPDATE placed SET first = 9, last = 3", [](Store& s) { s.openPlaces(1); },
+      {"UPDATE jobs SET run_on = 'moon'", [](Queue& s) { s.job(1); }, "unknown state \"moon\""},
+      {"UPDATE placed SET first = 9, last = 3", [](Queue& s) { s.openPlaces(1); },
        "frames that cannot be, 9-3"},
-      {"UPDATE placed SET restarts = 99999999999", [](Store& s) { s.openPlaces(1); },
+      {"UPDATE placed SET restarts = 99999999999", [](Queue& s) { s.openPlaces(1); },
        "a number that cannot be, 99999999999"},
-      {"UPDATE placed SET first = 9, last = 3", [](Store& s) { s.settlePlaced(1, 0, Moment(), good(0)); },
+      {"UPDATE placed SET first = 9, last = 3", [](Queue& s) { s.settlePlaced(1, 0, Moment(), good(0)); },
        "frames that cannot be, 9-3"},
-      {"UPDATE works SET state = 'lost' WHERE job = 2", [](Store& s) { s.openPlaces(1); },
+      {"UPDATE works SET state = 'lost' WHERE job = 2", [](Queue& s) { s.openPlaces(1); },
        "unknown state \"lost\""},
-      {"UPDATE arrays SET number = 99999999999", [](Store& s) { s.openArrays(); },
+      {"UPDATE arrays SET number = 99999999999", [](Queue& s) { s.openArrays(); },
        "a number that cannot be, 99999999999"},
-      {"DELETE FROM queue", [](Store& s) { Store{s.directory()}; }, "it has no ID"},
+      {"DELETE FROM queue", [](Queue& s) { Queue{s.directory()}; }, "it has no ID"},
   };
   for (const Hostile& one : cases) {
     SCOPED_TRACE(one.change);
     const TemporaryDirectory place;
-    Store store{Path(place.path())};
-    store.submit(jobOf("1-3,4"));
-    const EngineId engine = store.enterEngine(1);
-    Outcome outcome = failed(store.claim(engine, 1, std::nullopt).at(0).attempt, "It broke", "1");
+    Queue queue{Path(place.path())};
+    queue.submit(jobOf("1-3,4"));
+    const EngineId engine = queue.enterEngine(1);
+    Outcome outcome = failed(queue.claim(engine, 1, std::nullopt).at(0).attempt, "It broke", "1");
     outcome.files = {file("/out/1.png")};
-    store.settle(outcome);
+    queue.settle(outcome);
     NewJob onCluster = jobOf("5-6");
     onCluster.runOn = RunOn::Cluster;
     std::vector<PlacedWork> works(1);
-    works[0].work = store.unplaced(store.submit(onCluster)).at(0).id;
+    works[0].work = queue.unplaced(queue.submit(onCluster)).at(0).id;
     works[0].run = {5, 6};
-    store.addArray(2, 1, works);
+    queue.addArray(2, 1, works);
     const std::string name = place.file("queue.db");
     SQLite::Database(name, SQLite::OPEN_READWRITE, 30000).exec(one.change);
-    const StoreError error = storeErrorOf([&] { one.look(store); });
-    EXPECT_EQ(error.kind, StoreError::Kind::Damaged) << error.message;
+    const QueueError error = queueErrorOf([&] { one.look(queue); });
+    EXPECT_EQ(error.kind, QueueError::Kind::Damaged) << error.message;
     if (*one.reason != '\0') {
       EXPECT_EQ(error.message, "The queue is damaged: \"" + name + "\" (" + one.reason + ")");
     }
   }
 }
 
-TEST_F(StoreFile, NothingInTheFileIsRun) {
+TEST_F(QueueFile, NothingInTheFileIsRun) {
   {
-    Store store{Path(directory.path())};
-    store.submit(jobOf("1"));
+    Queue queue{Path(directory.path())};
+    queue.submit(jobOf("1"));
   }
   makeDatabase("CREATE TRIGGER trap AFTER INSERT ON jobs BEGIN DELETE FROM jobs; END");
-  Store store{Path(directory.path())};
-  store.submit(jobOf("1"));
-  EXPECT_EQ(store.jobs().size(), 2U);
+  Queue queue{Path(directory.path())};
+  queue.submit(jobOf("1"));
+  EXPECT_EQ(queue.jobs().size(), 2U);
 }
 
-TEST_F(StoreFile, NoStatementOfTheHotPathLooksThroughATable) {
-  { Store{Path(directory.path())}; }
+TEST_F(QueueFile, NoStatementOfTheHotPathLooksThroughATable) {
+  { Queue{Path(directory.path())}; }
   SQLite::Database database(databaseFile(), SQLite::OPEN_READWRITE);
   for (const char* sql : statements::all) {
     SQLite::Statement plan(database, std::string("EXPLAIN QUERY PLAN ") + sql);
@@ -436,47 +436,47 @@ TEST_F(StoreFile, NoStatementOfTheHotPathLooksThroughATable) {
   }
 }
 
-TEST_F(StoreFile, TheLogIsSyncedAtMostEveryTenthOfASecondAndOnRequest) {
-  Store store{Path(directory.path())};
-  store.submit(jobOf("1"));
-  store.sync();
+TEST_F(QueueFile, TheLogIsSyncedAtMostEveryTenthOfASecondAndOnRequest) {
+  Queue queue{Path(directory.path())};
+  queue.submit(jobOf("1"));
+  queue.sync();
   const std::size_t before = logSyncs;
-  store.sync();
+  queue.sync();
   EXPECT_EQ(logSyncs, before) << "nothing is new";
 
   const auto begun = std::chrono::steady_clock::now();
   for (int turn = 0; turn < 200; ++turn) {
-    store.setPriority(1, turn);
+    queue.setPriority(1, turn);
   }
   const auto passed = std::chrono::steady_clock::now() - begun;
   EXPECT_LE(logSyncs - before, static_cast<std::size_t>(passed / std::chrono::milliseconds(100)) + 1);
 
-  store.setPriority(1, 7);
+  queue.setPriority(1, 7);
   const std::size_t unsynced = logSyncs;
-  store.sync();
+  queue.sync();
   EXPECT_LE(logSyncs, unsynced + 1);
   EXPECT_GT(logSyncs, before);
 }
 
-TEST_F(StoreFile, ACommitLongAfterTheLastSyncIsSynced) {
-  Store store{Path(directory.path())};
-  store.submit(jobOf("1"));
+TEST_F(QueueFile, ACommitLongAfterTheLastSyncIsSynced) {
+  Queue queue{Path(directory.path())};
+  queue.submit(jobOf("1"));
   const std::size_t before = logSyncs;
   // However quick the machine is: the tenth of a second passes at some time.
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   while (logSyncs == before && std::chrono::steady_clock::now() < deadline) {
-    store.setPriority(1, 7);
+    queue.setPriority(1, 7);
   }
   EXPECT_GT(logSyncs, before);
 }
 
-TEST_F(StoreFile, TheLogIsKeptShort) {
-  Store store{Path(directory.path())};
-  store.submit(jobOf("1"));
+TEST_F(QueueFile, TheLogIsKeptShort) {
+  Queue queue{Path(directory.path())};
+  queue.submit(jobOf("1"));
   const std::string note(100000, 'n');
   for (int turn = 0; turn < 1000; ++turn) { // a hundred megabytes
-    store.stop(1, note);
-    store.resume(1);
+    queue.stop(1, note);
+    queue.resume(1);
   }
   EXPECT_LT(std::filesystem::file_size(databaseFile() + "-wal"), std::uintmax_t{12} << 20);
 }

@@ -1,5 +1,5 @@
+#include "trovik/queue/QueueImpl.h"
 #include "trovik/queue/Statements.h"
-#include "trovik/queue/StoreImpl.h"
 #include "trovik/records/RunEvents.h"
 
 #include <algorithm>
@@ -31,13 +31,13 @@ std::optional<JobId> idIn(Query& row) {
 
 } // namespace
 
-std::optional<JobRecord> Store::job(JobId id) {
+std::optional<JobRecord> Queue::job(JobId id) {
   static const std::string sql = selectJobs("WHERE id = ?1");
   Query row(impl_->database, sql.c_str(), id);
   return row.next() ? std::optional(readJob(row, *this)) : std::nullopt;
 }
 
-std::vector<JobRecord> Store::jobs() {
+std::vector<JobRecord> Queue::jobs() {
   static const std::string sql = selectJobs("ORDER BY id DESC");
   std::vector<JobRecord> result;
   for (Query row(impl_->database, sql.c_str()); row.next();) {
@@ -46,12 +46,12 @@ std::vector<JobRecord> Store::jobs() {
   return result;
 }
 
-std::string Store::packed(JobId id) {
+std::string Queue::packed(JobId id) {
   Query row(impl_->database, "SELECT packed FROM streams WHERE job = ?1", id);
   return row.next() ? row.text() : std::string();
 }
 
-JobFrames Store::frames(JobId id) {
+JobFrames Queue::frames(JobId id) {
   JobFrames result;
   bool hasFrames = true;
   {
@@ -88,7 +88,7 @@ JobFrames Store::frames(JobId id) {
   return result;
 }
 
-std::optional<JobId> Store::unfinished(const std::string& packed) {
+std::optional<JobId> Queue::unfinished(const std::string& packed) {
   Query row(impl_->database,
             "SELECT j.id FROM jobs j INDEXED BY jobs_unfinished CROSS JOIN streams s ON s.job = j.id "
             "WHERE j.state IN ('waiting', 'running', 'stopped') AND j.canceling = 0 "
@@ -97,7 +97,7 @@ std::optional<JobId> Store::unfinished(const std::string& packed) {
   return idIn(row);
 }
 
-std::optional<JobId> Store::latest(const UID& type, const std::string& scene, const std::string& output) {
+std::optional<JobId> Queue::latest(const UID& type, const std::string& scene, const std::string& output) {
   Query row(impl_->database,
             "SELECT id FROM jobs INDEXED BY jobs_scene WHERE type = ?1 AND scene = ?2 AND output = ?3 "
             "ORDER BY id DESC LIMIT 1",
@@ -105,7 +105,7 @@ std::optional<JobId> Store::latest(const UID& type, const std::string& scene, co
   return idIn(row);
 }
 
-std::vector<WorkRecord> Store::works(JobId id) {
+std::vector<WorkRecord> Queue::works(JobId id) {
   std::vector<WorkRecord> result;
   Query row(impl_->database,
             "SELECT id, first, last, state, attempts, attempt FROM works WHERE job = ?1 ORDER BY first, id",
@@ -123,7 +123,7 @@ std::vector<WorkRecord> Store::works(JobId id) {
   return result;
 }
 
-std::vector<AttemptRecord> Store::attempts(JobId id, AttemptId after) {
+std::vector<AttemptRecord> Queue::attempts(JobId id, AttemptId after) {
   static const std::string sql =
       selectAttempts("INDEXED BY attempts_job WHERE job = ?1 AND id > ?2 ORDER BY id");
   std::vector<AttemptRecord> result;
@@ -133,13 +133,13 @@ std::vector<AttemptRecord> Store::attempts(JobId id, AttemptId after) {
   return result;
 }
 
-std::optional<AttemptRecord> Store::attempt(AttemptId id) {
+std::optional<AttemptRecord> Queue::attempt(AttemptId id) {
   static const std::string sql = selectAttempts("WHERE id = ?1");
   Query row(impl_->database, sql.c_str(), id);
   return row.next() ? std::optional(readAttempt(row, impl_->database)) : std::nullopt;
 }
 
-std::vector<AttemptId> Store::runningAttempts(JobId id) {
+std::vector<AttemptId> Queue::runningAttempts(JobId id) {
   std::vector<AttemptId> result;
   for (Query row(impl_->database, statements::runningOfJob, id); row.next();) {
     result.push_back(row.number());
@@ -148,7 +148,7 @@ std::vector<AttemptId> Store::runningAttempts(JobId id) {
   return result;
 }
 
-std::vector<FileRecord> Store::files(JobId id, std::int64_t after) {
+std::vector<FileRecord> Queue::files(JobId id, std::int64_t after) {
   static const std::string all = std::string("SELECT ") + fileColumns + filesOfJob + "ORDER BY id";
   const char* sql = after > 0 ? statements::newFilesOfJob : all.c_str();
   std::vector<FileRecord> result;
@@ -158,7 +158,7 @@ std::vector<FileRecord> Store::files(JobId id, std::int64_t after) {
   return result;
 }
 
-std::optional<FileRecord> Store::lastOf(const std::string& path, std::int64_t before) {
+std::optional<FileRecord> Queue::lastOf(const std::string& path, std::int64_t before) {
   Query row(impl_->database, statements::lastOfFile, path, before);
   return row.next() ? std::optional(readFile(row)) : std::nullopt;
 }
@@ -204,7 +204,7 @@ void addImages(Database& database, JobId job, RunSummary& summary) {
 
 } // namespace
 
-RunSummary Store::summary(JobId id) {
+RunSummary Queue::summary(JobId id) {
   RunSummary summary;
   impl_->database.read([&] {
     if (const std::optional<JobRecord> record = job(id)) {
@@ -214,7 +214,7 @@ RunSummary Store::summary(JobId id) {
   return summary;
 }
 
-void Store::Impl::summarize(const JobRecord& record, const JobFrames& stand, RunSummary& summary) {
+void Queue::Impl::summarize(const JobRecord& record, const JobFrames& stand, RunSummary& summary) {
   RunInfo& info = summary.info;
   info.job = record.id;
   info.name = record.name;

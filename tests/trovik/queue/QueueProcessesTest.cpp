@@ -44,7 +44,7 @@ public:
             _exit(3);
           }
         });
-      } catch (const StoreError& error) {
+      } catch (const QueueError& error) {
         const std::string text = "error " + error.message + '\n';
         code = write(ends[1], text.data(), text.size()) < 0 ? 3 : 2;
       }
@@ -80,34 +80,34 @@ private:
   int output_ = -1;
 };
 
-class StoreProcesses : public testing::Test {
+class QueueProcesses : public testing::Test {
 protected:
   Path place() const { return Path(directory.path()); }
   std::string databaseFile() const { return directory.file("queue.db"); }
   TemporaryDirectory directory;
 };
 
-TEST_F(StoreProcesses, EveryWorkGoesToOneOfManyEngines) {
+TEST_F(QueueProcesses, EveryWorkGoesToOneOfManyEngines) {
   constexpr int works = 400;
   {
     NewJob job = jobOf("");
     for (int frame = 1; frame <= works; ++frame) {
       job.works.push_back({frame, frame});
     }
-    Store(place()).submit(job);
+    Queue(place()).submit(job);
   }
   std::vector<std::unique_ptr<Child>> engines;
   for (std::size_t number = 1; number <= 4; ++number) {
     engines.push_back(std::make_unique<Child>([&, number](const Child::Tell& tell) {
-      Store store(place());
-      const EngineId engine = store.enterEngine(number);
-      for (std::vector<Claim> claims; !(claims = store.claim(engine, number, std::nullopt)).empty();) {
+      Queue queue(place());
+      const EngineId engine = queue.enterEngine(number);
+      for (std::vector<Claim> claims; !(claims = queue.claim(engine, number, std::nullopt)).empty();) {
         for (const Claim& claim : claims) {
           tell(std::to_string(claim.run.First));
-          store.settle(good(claim.attempt));
+          queue.settle(good(claim.attempt));
         }
       }
-      store.leaveEngine(engine);
+      queue.leaveEngine(engine);
     }));
   }
   std::multiset<int> frames;
@@ -122,16 +122,16 @@ TEST_F(StoreProcesses, EveryWorkGoesToOneOfManyEngines) {
     wanted.insert(frame);
   }
   EXPECT_EQ(frames, wanted);
-  EXPECT_EQ(Store(place()).job(1)->state, JobState::Good);
+  EXPECT_EQ(Queue(place()).job(1)->state, JobState::Good);
   EXPECT_EQ(brokenInvariants(databaseFile()), std::vector<std::string>());
 }
 
-TEST_F(StoreProcesses, ManyMakeTheSameQueueAtOnce) {
+TEST_F(QueueProcesses, ManyMakeTheSameQueueAtOnce) {
   std::vector<std::unique_ptr<Child>> children;
   for (int number = 0; number < 6; ++number) {
     children.push_back(std::make_unique<Child>([&](const Child::Tell& tell) {
-      Store store(place());
-      tell(std::to_string(store.submit(jobOf("1"))));
+      Queue queue(place());
+      tell(std::to_string(queue.submit(jobOf("1"))));
     }));
   }
   std::set<std::string> jobs;
@@ -144,21 +144,21 @@ TEST_F(StoreProcesses, ManyMakeTheSameQueueAtOnce) {
   EXPECT_EQ(jobs, (std::set<std::string>{"1", "2", "3", "4", "5", "6"}));
 }
 
-TEST_F(StoreProcesses, EachEndGoesToOneProcess) {
+TEST_F(QueueProcesses, EachEndGoesToOneProcess) {
   constexpr int count = 60;
   {
-    Store store(place());
+    Queue queue(place());
     NewJob job = jobOf("");
     job.found = runsOf("1");
     for (int number = 0; number < count; ++number) {
-      store.submit(job);
+      queue.submit(job);
     }
   }
   std::vector<std::unique_ptr<Child>> children;
   for (int number = 0; number < 3; ++number) {
     children.push_back(std::make_unique<Child>([&](const Child::Tell& tell) {
-      Store store(place());
-      for (const JobRecord& job : store.takeEnded()) {
+      Queue queue(place());
+      for (const JobRecord& job : queue.takeEnded()) {
         tell(std::to_string(job.id));
       }
     }));
@@ -174,19 +174,19 @@ TEST_F(StoreProcesses, EachEndGoesToOneProcess) {
   EXPECT_EQ(std::set<std::string>(ended.begin(), ended.end()).size(), static_cast<std::size_t>(count));
 }
 
-TEST_F(StoreProcesses, TheDeathOfAProcessFreesItsEngine) {
-  { Store(place()).submit(jobOf("1-3")); }
+TEST_F(QueueProcesses, TheDeathOfAProcessFreesItsEngine) {
+  { Queue(place()).submit(jobOf("1-3")); }
   Child child([&](const Child::Tell& tell) {
-    Store store(place());
-    const EngineId engine = store.enterEngine(1);
-    tell(std::to_string(store.claim(engine, 1, std::nullopt).at(0).attempt));
+    Queue queue(place());
+    const EngineId engine = queue.enterEngine(1);
+    tell(std::to_string(queue.claim(engine, 1, std::nullopt).at(0).attempt));
     std::raise(SIGKILL);
   });
   const std::vector<std::string> lines = child.finish();
   ASSERT_EQ(lines.size(), 1U);
-  Store store(place());
-  EXPECT_FALSE(store.hasOtherEngine(0));
-  const std::vector<LostAttempt> lostOnes = store.takeLost();
+  Queue queue(place());
+  EXPECT_FALSE(queue.hasOtherEngine(0));
+  const std::vector<LostAttempt> lostOnes = queue.takeLost();
   ASSERT_EQ(lostOnes.size(), 1U);
   EXPECT_EQ(std::to_string(lostOnes[0].attempt.id), lines[0]);
 }
@@ -245,44 +245,44 @@ void dieAfter(int calls) {
   realCut = replace("ftruncate", &dyingCut);
 }
 
-void placeAll(Store& store, JobId job) {
+void placeAll(Queue& queue, JobId job) {
   std::vector<PlacedWork> works;
-  for (const WorkRecord& work : store.unplaced(job)) {
+  for (const WorkRecord& work : queue.unplaced(job)) {
     PlacedWork& placed = works.emplace_back();
     placed.work = work.id;
     placed.run = work.run;
     placed.number = work.attempts + 1;
   }
   if (!works.empty()) {
-    store.noteSubmitted(store.addArray(job, 1, works).id, 4711);
+    queue.noteSubmitted(queue.addArray(job, 1, works).id, 4711);
   }
 }
 
 /// What the submitting side does next; the frames that were recorded as good.
-std::string workOnCluster(Store& store, const std::function<int(int)>& below) {
+std::string workOnCluster(Queue& queue, const std::function<int(int)>& below) {
   if (below(3) == 0) {
-    for (const JobRecord& job : store.clusterJobs()) {
-      placeAll(store, job.id);
+    for (const JobRecord& job : queue.clusterJobs()) {
+      placeAll(queue, job.id);
     }
     return {};
   }
-  const std::vector<ArrayRecord> arrays = store.openArrays();
+  const std::vector<ArrayRecord> arrays = queue.openArrays();
   if (arrays.empty()) {
     return {};
   }
   const ArrayRecord& array = arrays[static_cast<std::size_t>(below(static_cast<int>(arrays.size())))];
-  const PlacedWork place = store.openPlaces(array.id).at(0);
+  const PlacedWork place = queue.openPlaces(array.id).at(0);
   const int kind = below(6);
   if (kind == 0) {
     if (place.attempt == 0) {
-      below(2) == 0 ? store.closePlace(array.id, place.place) : store.dropArray(array.id);
+      below(2) == 0 ? queue.closePlace(array.id, place.place) : queue.dropArray(array.id);
     }
     return {};
   }
   if (kind < 3) {
     PlacedBeat beat;
-    beat.attempt = store.beginPlaced(array.id, place.place, Moment());
-    store.noteBeat(beat);
+    beat.attempt = queue.beginPlaced(array.id, place.place, Moment());
+    queue.noteBeat(beat);
     return {};
   }
   Outcome outcome = kind == 3 ? failed(0) : kind == 4 ? canceledOutcome(0) : good(0);
@@ -291,7 +291,7 @@ std::string workOnCluster(Store& store, const std::function<int(int)>& below) {
   } else if (kind == 5) {
     outcome.good.add(place.run);
   }
-  store.settlePlaced(array.id, place.place, Moment(), outcome);
+  queue.settlePlaced(array.id, place.place, Moment(), outcome);
   return outcome.good.empty() ? std::string()
                               : "good " + std::to_string(array.job) + ' ' + outcome.good.text();
 }
@@ -302,8 +302,8 @@ void liveAndDie(const Path& place, unsigned seed, const Child::Tell& tell) {
   std::mt19937 random(seed);
   const auto below = [&](int limit) { return static_cast<int>(random() % static_cast<unsigned>(limit)); };
   dieAfter(1 + below(700));
-  Store store(place);
-  const EngineId engine = store.enterEngine(2);
+  Queue queue(place);
+  const EngineId engine = queue.enterEngine(2);
   std::vector<Claim> claims;
   const auto settleOne = [&] {
     const Claim claim = claims.back();
@@ -318,7 +318,7 @@ void liveAndDie(const Path& place, unsigned seed, const Child::Tell& tell) {
       outcome.good.add(claim.run);
     }
     outcome.files = {file("/out/" + std::to_string(claim.run.First) + ".png")};
-    store.settle(outcome);
+    queue.settle(outcome);
     return outcome.good.empty() ? std::string()
                                 : "good " + std::to_string(claim.job) + ' ' + outcome.good.text();
   };
@@ -330,14 +330,14 @@ void liveAndDie(const Path& place, unsigned seed, const Child::Tell& tell) {
       job.retries = below(3);
       job.stopAfter = below(3);
       job.runOn = below(2) == 0 ? RunOn::Local : RunOn::Cluster;
-      store.submit(job);
+      queue.submit(job);
       break;
     }
     case 1:
-      store.inTransaction([&] {
-        for (const Claim& claim : store.claim(engine, 2, std::nullopt)) {
-          store.noteProcess(claim.attempt, 4711);
-          store.noteFile(claim.attempt, file("/out/some.png"));
+      queue.inTransaction([&] {
+        for (const Claim& claim : queue.claim(engine, 2, std::nullopt)) {
+          queue.noteProcess(claim.attempt, 4711);
+          queue.noteFile(claim.attempt, file("/out/some.png"));
           claims.push_back(claim);
         }
       });
@@ -349,42 +349,42 @@ void liveAndDie(const Path& place, unsigned seed, const Child::Tell& tell) {
       }
       break;
     case 4:
-      store.inTransaction([&] {
+      queue.inTransaction([&] {
         if (!claims.empty()) {
           done = settleOne();
         }
-        for (const Claim& claim : store.claim(engine, 1, std::nullopt)) {
+        for (const Claim& claim : queue.claim(engine, 1, std::nullopt)) {
           claims.push_back(claim);
         }
       });
       break;
     case 5:
-      for (const LostAttempt& one : store.takeLost()) {
-        store.settle(lost(one.attempt.id));
+      for (const LostAttempt& one : queue.takeLost()) {
+        queue.settle(lost(one.attempt.id));
       }
-      store.releaseLost();
+      queue.releaseLost();
       break;
     case 6:
-      for (const JobRecord& job : store.takeEnded()) {
+      for (const JobRecord& job : queue.takeEnded()) {
         tell("ended " + std::to_string(job.id));
       }
       break;
     case 7:
-      if (const std::vector<JobRecord> jobs = store.jobs(); !jobs.empty()) {
+      if (const std::vector<JobRecord> jobs = queue.jobs(); !jobs.empty()) {
         const JobId job = jobs[random() % jobs.size()].id;
-        below(2) == 0 ? static_cast<void>(store.cancel(job))
-                      : static_cast<void>(store.retry(job, std::nullopt));
+        below(2) == 0 ? static_cast<void>(queue.cancel(job))
+                      : static_cast<void>(queue.retry(job, std::nullopt));
       }
       break;
     case 8:
     case 9:
     case 10:
-      done = workOnCluster(store, below);
+      done = workOnCluster(queue, below);
       break;
     default:
-      if (const std::vector<JobRecord> jobs = store.jobs(); !jobs.empty()) {
+      if (const std::vector<JobRecord> jobs = queue.jobs(); !jobs.empty()) {
         const JobId job = jobs[random() % jobs.size()].id;
-        below(2) == 0 ? store.stop(job, "Stopped by the user") : store.resume(job);
+        below(2) == 0 ? queue.stop(job, "Stopped by the user") : queue.resume(job);
       }
     }
     if (!done.empty()) {
@@ -393,7 +393,7 @@ void liveAndDie(const Path& place, unsigned seed, const Child::Tell& tell) {
   }
 }
 
-TEST_F(StoreProcesses, AKillAtAnyStepLosesNothingAndLeavesNothingHalf) {
+TEST_F(QueueProcesses, AKillAtAnyStepLosesNothingAndLeavesNothingHalf) {
   const char* wanted = std::getenv("TROVIK_TEST_SEED");
   const unsigned seed = wanted != nullptr ? static_cast<unsigned>(std::atoi(wanted)) : std::random_device()();
   SCOPED_TRACE("TROVIK_TEST_SEED=" + std::to_string(seed));
@@ -415,12 +415,12 @@ TEST_F(StoreProcesses, AKillAtAnyStepLosesNothingAndLeavesNothingHalf) {
 
     std::map<JobId, RunSet> submitted;
     {
-      Store store(place());
-      for (const JobRecord& job : store.jobs()) {
+      Queue queue(place());
+      for (const JobRecord& job : queue.jobs()) {
         submitted[job.id] = setOf(job.range);
       }
       for (const auto& [job, frames] : recorded) {
-        const RunSet goodOnes = store.frames(job).good;
+        const RunSet goodOnes = queue.frames(job).good;
         for (const FrameRun& run : frames.runs()) {
           for (int frame = run.First; frame <= run.Last; ++frame) {
             ASSERT_TRUE(goodOnes.contains(frame))
@@ -434,34 +434,34 @@ TEST_F(StoreProcesses, AKillAtAnyStepLosesNothingAndLeavesNothingHalf) {
   EXPECT_FALSE(recorded.empty());
 
   // One that lives takes up all that is left and brings it to its end.
-  Store store(place());
-  const EngineId engine = store.enterEngine(1);
-  for (const LostAttempt& one : store.takeLost()) {
-    store.settle(lost(one.attempt.id));
+  Queue queue(place());
+  const EngineId engine = queue.enterEngine(1);
+  for (const LostAttempt& one : queue.takeLost()) {
+    queue.settle(lost(one.attempt.id));
   }
-  store.releaseLost();
-  for (const ArrayRecord& array : store.openArrays()) {
-    for (const PlacedWork& place : store.openPlaces(array.id)) {
-      store.settlePlaced(array.id, place.place, Moment(), canceledOutcome(0));
+  queue.releaseLost();
+  for (const ArrayRecord& array : queue.openArrays()) {
+    for (const PlacedWork& place : queue.openPlaces(array.id)) {
+      queue.settlePlaced(array.id, place.place, Moment(), canceledOutcome(0));
     }
   }
-  for (const JobRecord& job : store.jobs()) {
-    store.retry(job.id, std::nullopt);
-    placeAll(store, job.id);
+  for (const JobRecord& job : queue.jobs()) {
+    queue.retry(job.id, std::nullopt);
+    placeAll(queue, job.id);
   }
-  for (const ArrayRecord& array : store.openArrays()) {
-    for (const PlacedWork& place : store.openPlaces(array.id)) {
+  for (const ArrayRecord& array : queue.openArrays()) {
+    for (const PlacedWork& place : queue.openPlaces(array.id)) {
       EXPECT_FALSE(recorded[array.job].contains(place.run.First)) << "a good frame is done again";
-      store.settlePlaced(array.id, place.place, Moment(), good(0));
+      queue.settlePlaced(array.id, place.place, Moment(), good(0));
     }
   }
-  for (std::vector<Claim> claims; !(claims = store.claim(engine, 100, std::nullopt)).empty();) {
+  for (std::vector<Claim> claims; !(claims = queue.claim(engine, 100, std::nullopt)).empty();) {
     for (const Claim& claim : claims) {
       EXPECT_FALSE(recorded[claim.job].contains(claim.run.First)) << "a good frame is done again";
-      store.settle(good(claim.attempt));
+      queue.settle(good(claim.attempt));
     }
   }
-  for (const JobRecord& job : store.jobs()) {
+  for (const JobRecord& job : queue.jobs()) {
     EXPECT_EQ(job.state, JobState::Good) << job.id;
   }
   EXPECT_EQ(brokenInvariants(databaseFile()), std::vector<std::string>());
@@ -478,25 +478,25 @@ ssize_t failingWrite(int descriptor, const void* bytes, std::size_t size, off_t 
                                                                                         size, offset);
 }
 
-TEST_F(StoreProcesses, AWriteThatFailsUndoesTheChangeAndTheQueueGoesOn) {
+TEST_F(QueueProcesses, AWriteThatFailsUndoesTheChangeAndTheQueueGoesOn) {
   Child child([&](const Child::Tell& tell) {
     realWrite = replace("pwrite64", &failingWrite);
-    Store store(place());
+    Queue queue(place());
     for (const int error : {ENOSPC, EIO}) {
-      store.submit(jobOf("1"));
+      queue.submit(jobOf("1"));
       writeError = error;
-      const StoreError refused = storeErrorOf([&] { store.submit(jobOf("2")); });
+      const QueueError refused = queueErrorOf([&] { queue.submit(jobOf("2")); });
       writeError = 0;
       tell(std::to_string(static_cast<int>(refused.kind)) + ' ' + refused.message);
     }
-    tell(std::to_string(store.submit(jobOf("1"))));
-    tell(std::to_string(store.jobs().size()));
+    tell(std::to_string(queue.submit(jobOf("1"))));
+    tell(std::to_string(queue.jobs().size()));
   });
   const std::string name = '"' + databaseFile() + '"';
   EXPECT_EQ(child.finish(),
-            (std::vector<std::string>{std::to_string(static_cast<int>(StoreError::Kind::Full)) +
+            (std::vector<std::string>{std::to_string(static_cast<int>(QueueError::Kind::Full)) +
                                           " The disk of the queue is full: " + name,
-                                      std::to_string(static_cast<int>(StoreError::Kind::Other)) +
+                                      std::to_string(static_cast<int>(QueueError::Kind::Other)) +
                                           " The queue " + name + " failed: disk I/O error",
                                       "3", "3"}));
   EXPECT_EQ(brokenInvariants(databaseFile()), std::vector<std::string>());

@@ -1,4 +1,4 @@
-#include "trovik/queue/StoreImpl.h"
+#include "trovik/queue/QueueImpl.h"
 
 #include "host/foundation/Quoting.h"
 #include "trovik/queue/Statements.h"
@@ -34,7 +34,7 @@ std::string endCommandText(const std::vector<std::string>& words) {
 
 } // namespace
 
-JobId Store::submit(const NewJob& job) {
+JobId Queue::submit(const NewJob& job) {
   JobId id = 0;
   impl_->database.write([&] {
     Database& database = impl_->database;
@@ -76,7 +76,7 @@ JobId Store::submit(const NewJob& job) {
   return id;
 }
 
-bool Store::cancel(JobId id) {
+bool Queue::cancel(JobId id) {
   bool open = false;
   impl_->database.write([&] {
     const Standing job = standingOf(impl_->database, id);
@@ -93,7 +93,7 @@ bool Store::cancel(JobId id) {
   return open;
 }
 
-void Store::stop(JobId id, const std::string& note) {
+void Queue::stop(JobId id, const std::string& note) {
   impl_->database.write([&] {
     Query(impl_->database,
           "UPDATE jobs SET state = 'stopped', aside = 1, note = ?2, ended = ?3 "
@@ -103,7 +103,7 @@ void Store::stop(JobId id, const std::string& note) {
   });
 }
 
-void Store::resume(JobId id) {
+void Queue::resume(JobId id) {
   impl_->database.write([&] {
     if (const Standing job = standingOf(impl_->database, id); job.known && job.state == JobState::Stopped) {
       impl_->setOpen(id);
@@ -111,13 +111,13 @@ void Store::resume(JobId id) {
   });
 }
 
-std::size_t Store::retry(JobId id, const std::optional<RunSet>& only) {
+std::size_t Queue::retry(JobId id, const std::optional<RunSet>& only) {
   std::size_t count = 0;
   impl_->database.write([&] { count = impl_->retry(id, only); });
   return count;
 }
 
-std::size_t Store::Impl::retry(JobId job, const std::optional<RunSet>& only) {
+std::size_t Queue::Impl::retry(JobId job, const std::optional<RunSet>& only) {
   const Standing standing = standingOf(database, job);
   if (!standing.known) {
     return 0;
@@ -157,7 +157,7 @@ std::size_t Store::Impl::retry(JobId job, const std::optional<RunSet>& only) {
   return count;
 }
 
-void Store::Impl::makeReady(JobId job, std::span<const FrameRun> wanted) {
+void Queue::Impl::makeReady(JobId job, std::span<const FrameRun> wanted) {
   struct Cut {
     Work work;
     WorkState state;
@@ -196,15 +196,15 @@ void Store::Impl::makeReady(JobId job, std::span<const FrameRun> wanted) {
   }
 }
 
-void Store::setPriority(JobId id, int priority) {
+void Queue::setPriority(JobId id, int priority) {
   impl_->database.write(
       [&] { Query(impl_->database, "UPDATE jobs SET priority = ?2 WHERE id = ?1", id, priority).run(); });
 }
 
-void Store::remove(JobId id) {
+void Queue::remove(JobId id) {
   impl_->database.write([&] {
     if (impl_->hasRunning(id)) {
-      throw StoreError{StoreError::Kind::Other, "Job " + std::to_string(id) + " still runs",
+      throw QueueError{QueueError::Kind::Other, "Job " + std::to_string(id) + " still runs",
                        "cancel it first, with trovik cancel " + std::to_string(id)};
     }
     // Numbers of attempts and files are never used again.
@@ -219,7 +219,7 @@ void Store::remove(JobId id) {
   });
 }
 
-std::vector<JobRecord> Store::takeEnded() {
+std::vector<JobRecord> Queue::takeEnded() {
   std::vector<JobRecord> result;
   if (!Query(impl_->database, statements::dueJobs).next()) { // mostly; needs no right to write
     return result;

@@ -1,8 +1,8 @@
-#include "trovik/queue/Store.h"
+#include "trovik/queue/Queue.h"
 
 #include "trovik/queue/NetworkFileSystem.h"
+#include "trovik/queue/QueueImpl.h"
 #include "trovik/queue/Schema.h"
-#include "trovik/queue/StoreImpl.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -13,7 +13,7 @@ namespace {
 
 /// The directory, absolute (SQLite reads other names as addresses), made where
 /// it is missing.
-Path prepared(const Path& wanted, const Store::Settings& settings) {
+Path prepared(const Path& wanted, const Queue::Settings& settings) {
   std::error_code error;
   const std::filesystem::path directory = std::filesystem::absolute(wanted.c_str(), error);
   if (!error) {
@@ -21,7 +21,7 @@ Path prepared(const Path& wanted, const Store::Settings& settings) {
   }
   if (error) {
     const bool full = error == std::errc::no_space_on_device;
-    throw StoreError{full ? StoreError::Kind::Full : StoreError::Kind::Other,
+    throw QueueError{full ? QueueError::Kind::Full : QueueError::Kind::Other,
                      "Cannot make the folder of the queue " + inQuotes(wanted.Text()) + ": " +
                          error.message(),
                      "choose another with --state"};
@@ -30,7 +30,7 @@ Path prepared(const Path& wanted, const Store::Settings& settings) {
   const std::string network =
       settings.networkFileSystem ? settings.networkFileSystem(result) : networkFileSystem(result);
   if (!network.empty()) {
-    throw StoreError{StoreError::Kind::Other,
+    throw QueueError{QueueError::Kind::Other,
                      "The folder of the queue " + inQuotes(result.Text()) +
                          " lies on a network file system (" + network + "), whose locks cannot be trusted",
                      "choose a folder on a local disk with --state"};
@@ -60,39 +60,40 @@ std::string idOf(Database& database) {
 
 } // namespace
 
-Store::Impl::Impl(const Path& wantedDirectory, const Settings& settings)
-    : directory(prepared(wantedDirectory, settings)), database(below(directory, "queue.db"), settings),
+Queue::Impl::Impl(const Path& wantedDirectory, const Settings& settings)
+    : directory(prepared(wantedDirectory, settings)),
+      database(below(directory, "queue.db"), settings.patience, settings.pageLimit),
       locks(below(directory, "engines")) {
   bringUpToDate(database, schemaSteps());
   queueId = idOf(database);
 }
 
-Store::Store(const Path& directory, const Settings& settings)
+Queue::Queue(const Path& directory, const Settings& settings)
     : impl_(std::make_unique<Impl>(directory, settings)) {}
-Store::Store(const Path& directory) : Store(directory, Settings()) {}
-Store::~Store() = default;
+Queue::Queue(const Path& directory) : Queue(directory, Settings()) {}
+Queue::~Queue() = default;
 
-const Path& Store::directory() const {
+const Path& Queue::directory() const {
   return impl_->directory;
 }
 
-Path Store::logDirectory(JobId job) const {
+Path Queue::logDirectory(JobId job) const {
   return below(below(impl_->directory, "logs"), String(std::to_string(job)));
 }
 
-void Store::inTransaction(const std::function<void()>& action) {
+void Queue::inTransaction(const std::function<void()>& action) {
   if (impl_->database.isInTransaction()) {
-    throw StoreError{StoreError::Kind::Other, "A transaction of the queue was begun within another", ""};
+    throw QueueError{QueueError::Kind::Other, "A transaction of the queue was begun within another", ""};
   }
   impl_->database.write(action);
 }
 
-std::int64_t Store::dataVersion() {
+std::int64_t Queue::dataVersion() {
   Query query(impl_->database, "PRAGMA data_version");
   return query.next() ? query.number() : 0;
 }
 
-void Store::sync() {
+void Queue::sync() {
   impl_->database.sync();
 }
 

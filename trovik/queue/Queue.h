@@ -1,5 +1,6 @@
 #pragma once
 
+#include "trovik/queue/QueueError.h"
 #include "trovik/records/Records.h"
 
 #include <functional>
@@ -13,18 +14,6 @@ namespace trovik {
 
 struct RunSummary;
 
-/// Thrown by value where the queue cannot be used now: the disk is full, the
-/// database is locked for too long, damaged, or of a newer version.
-struct StoreError {
-  enum class Kind { Full, Busy, Damaged, Other };
-  Kind kind = Kind::Other;
-  std::string message; ///< names the file and the reason
-  std::string hint;    ///< what to do
-
-  /// Whether the same call may succeed later: a full disk, a lock held long.
-  bool passes() const { return kind == Kind::Full || kind == Kind::Busy; }
-};
-
 /// The queue: an SQLite database in a directory of its own.
 ///
 /// Everything that changes it does so in one transaction, committed when the
@@ -36,8 +25,8 @@ struct StoreError {
 /// works a second would cost more than the works).
 ///
 /// Several processes may have the same queue open; each object belongs to one
-/// thread. All calls throw StoreError.
-class Store {
+/// thread. All calls throw QueueError.
+class Queue {
 public:
   struct Settings {
     /// For tests: the database may not grow beyond so many pages of 4096
@@ -52,11 +41,11 @@ public:
   /// Opens the queue in the directory, made where it is missing, brings an
   /// older schema up to date and refuses a newer one and network file
   /// systems, whose locks cannot be trusted.
-  explicit Store(const Path& directory, const Settings& settings);
-  explicit Store(const Path& directory);
-  ~Store();
-  Store(const Store&) = delete;
-  Store& operator=(const Store&) = delete;
+  explicit Queue(const Path& directory, const Settings& settings);
+  explicit Queue(const Path& directory);
+  ~Queue();
+  Queue(const Queue&) = delete;
+  Queue& operator=(const Queue&) = delete;
 
   const Path& directory() const;
   /// Where the logs of a job go when nobody says otherwise: "logs/JOB" below
@@ -129,7 +118,7 @@ public:
   // Engines.
 
   /// Enters an engine of this process and holds its lock file until the
-  /// store object ends: the system frees it with the process, which is how
+  /// queue object ends: the system frees it with the process, which is how
   /// others see that it died.
   EngineId enterEngine(std::size_t slots);
   /// Leaves in peace; attempts that still count as running stay lost.
@@ -159,7 +148,7 @@ public:
   std::vector<AttemptId> canceled(EngineId engine);
 
   /// Attempts of engines that have died. The caller holds the dead engines'
-  /// locks from here until `settleLost`, so that no other process takes them
+  /// locks from here until `releaseLost`, so that no other process takes them
   /// up; engines that died without running attempts are put away at once.
   std::vector<LostAttempt> takeLost();
   /// Whether takeLost would find any. Cheap, and takes no lock.

@@ -2,7 +2,7 @@
 
 #include "trovik/queue/Database.h"
 #include "trovik/queue/EngineLocks.h"
-#include "trovik/queue/Store.h"
+#include "trovik/queue/Queue.h"
 
 #include <set>
 #include <span>
@@ -55,8 +55,8 @@ struct RunPart {
 /// than finding the first of those runs and walking those that it meets.
 std::vector<RunPart> cutBy(const FrameRun& run, std::span<const FrameRun> set);
 
-/// What the parts of the store share.
-class Store::Impl {
+/// What the parts of the queue share.
+class Queue::Impl {
 public:
   using Work = StoredWork;
 
@@ -90,7 +90,7 @@ public:
   std::vector<AttemptId> runningOf(EngineId engine);
   bool isAlive(EngineId engine);
   void putAway(EngineId engine, const char* state);
-  LostAttempt lostAttempt(AttemptId id, Store& store);
+  LostAttempt lostAttempt(AttemptId id, Queue& queue);
 
   /// Of an attempt; a file that was found has the job's negative number.
   void insertFile(const FileRecord& file, std::int64_t attempt);
@@ -142,7 +142,7 @@ public:
 };
 
 Moment now();
-JobRecord readJob(Query& row, const Store& store);
+JobRecord readJob(Query& row, const Queue& queue);
 AttemptRecord readAttempt(Query& row, Database& database);
 FileRecord readFile(Query& row);
 

@@ -1,5 +1,5 @@
+#include "trovik/queue/QueueImpl.h"
 #include "trovik/queue/Statements.h"
-#include "trovik/queue/StoreImpl.h"
 
 #include <algorithm>
 #include <cmath>
@@ -39,8 +39,8 @@ ArrayRecord readArray(Query& row) {
   return array;
 }
 
-StoreError mistake(const std::string& message) {
-  return StoreError{StoreError::Kind::Other, message, ""};
+QueueError mistake(const std::string& message) {
+  return QueueError{QueueError::Kind::Other, message, ""};
 }
 
 std::string nameOfPlace(ArrayId array, std::size_t place) {
@@ -55,18 +55,18 @@ std::int64_t microseconds(double seconds) {
 
 } // namespace
 
-bool Store::takeClusterLock() {
+bool Queue::takeClusterLock() {
   return impl_->locks.takeCluster();
 }
-void Store::releaseClusterLock() {
+void Queue::releaseClusterLock() {
   impl_->locks.releaseCluster();
 }
 
-const std::string& Store::queueId() const {
+const std::string& Queue::queueId() const {
   return impl_->queueId;
 }
 
-std::vector<JobRecord> Store::clusterJobs() {
+std::vector<JobRecord> Queue::clusterJobs() {
   std::vector<JobRecord> result;
   impl_->database.read([&] {
     std::vector<JobId> ids;
@@ -90,7 +90,7 @@ std::vector<JobRecord> Store::clusterJobs() {
   return result;
 }
 
-std::vector<WorkRecord> Store::unplaced(JobId id) {
+std::vector<WorkRecord> Queue::unplaced(JobId id) {
   std::vector<WorkRecord> result;
   impl_->database.read([&] {
     {
@@ -122,7 +122,7 @@ std::vector<WorkRecord> Store::unplaced(JobId id) {
   return result;
 }
 
-ArrayRecord Store::addArray(JobId job, std::size_t perTask, const std::vector<PlacedWork>& works) {
+ArrayRecord Queue::addArray(JobId job, std::size_t perTask, const std::vector<PlacedWork>& works) {
   if (works.empty() || perTask == 0) {
     throw mistake("An array job has works, and tasks have some each");
   }
@@ -158,7 +158,7 @@ ArrayRecord Store::addArray(JobId job, std::size_t perTask, const std::vector<Pl
   return array;
 }
 
-void Store::noteSubmitted(ArrayId array, std::int64_t cluster) {
+void Queue::noteSubmitted(ArrayId array, std::int64_t cluster) {
   impl_->database.write([&] {
     Query(impl_->database,
           "UPDATE arrays SET state = 'submitted', cluster = ?2, submitted = ?3 "
@@ -168,13 +168,13 @@ void Store::noteSubmitted(ArrayId array, std::int64_t cluster) {
   });
 }
 
-void Store::cancelArray(ArrayId array) {
+void Queue::cancelArray(ArrayId array) {
   impl_->database.write([&] {
     Query(impl_->database, "UPDATE arrays SET canceling = 1 WHERE id = ?1 AND state <> 'over'", array).run();
   });
 }
 
-void Store::dropArray(ArrayId array) {
+void Queue::dropArray(ArrayId array) {
   impl_->database.write([&] {
     Query(impl_->database,
           "UPDATE placed SET open = 0 WHERE array = ?1 AND open = 1 AND NOT EXISTS "
@@ -185,7 +185,7 @@ void Store::dropArray(ArrayId array) {
   });
 }
 
-std::vector<ArrayRecord> Store::openArrays(std::optional<JobId> job) {
+std::vector<ArrayRecord> Queue::openArrays(std::optional<JobId> job) {
   std::vector<ArrayRecord> result;
   const auto readAll = [&](Query& row) {
     while (row.next()) {
@@ -202,7 +202,7 @@ std::vector<ArrayRecord> Store::openArrays(std::optional<JobId> job) {
   return result;
 }
 
-std::vector<PlacedWork> Store::openPlaces(ArrayId array) {
+std::vector<PlacedWork> Queue::openPlaces(ArrayId array) {
   std::vector<PlacedWork> result;
   for (Query row(impl_->database, statements::openPlaces, array); row.next();) {
     PlacedWork& place = result.emplace_back();
@@ -221,7 +221,7 @@ std::vector<PlacedWork> Store::openPlaces(ArrayId array) {
   return result;
 }
 
-void Store::noteTask(const PlacedWork& place) {
+void Queue::noteTask(const PlacedWork& place) {
   {
     Query row(impl_->database, statements::taskOfPlace, place.array, place.place);
     if (!row.next() || (row.text() == place.state && row.text() == place.reason && row.text() == place.node &&
@@ -236,7 +236,7 @@ void Store::noteTask(const PlacedWork& place) {
   });
 }
 
-std::optional<Store::Impl::Place> Store::Impl::openPlace(ArrayId array, std::size_t place) {
+std::optional<Queue::Impl::Place> Queue::Impl::openPlace(ArrayId array, std::size_t place) {
   Query row(database, statements::openPlace, array, place);
   if (!row.next()) {
     return std::nullopt;
@@ -255,7 +255,7 @@ std::optional<Store::Impl::Place> Store::Impl::openPlace(ArrayId array, std::siz
   return result;
 }
 
-EngineId Store::Impl::clusterEngine() {
+EngineId Queue::Impl::clusterEngine() {
   {
     Query row(database, "SELECT id FROM engines INDEXED BY engines_cluster WHERE state = 'cluster'");
     if (row.next()) {
@@ -268,7 +268,7 @@ EngineId Store::Impl::clusterEngine() {
   return database.lastId();
 }
 
-AttemptId Store::Impl::insertPlacedAttempt(const Place& place, WorkId work, Moment started) {
+AttemptId Queue::Impl::insertPlacedAttempt(const Place& place, WorkId work, Moment started) {
   Query(database, statements::insertAttempt, place.job, work, clusterEngine(), place.run.First,
         place.run.Last, place.number, started)
       .run();
@@ -279,7 +279,7 @@ AttemptId Store::Impl::insertPlacedAttempt(const Place& place, WorkId work, Mome
   return attempt;
 }
 
-AttemptId Store::Impl::beginPlaced(const Place& place, Moment started) {
+AttemptId Queue::Impl::beginPlaced(const Place& place, Moment started) {
   const AttemptId attempt = insertPlacedAttempt(place, place.work, started);
   Query(database, statements::startPlaced, place.work, nameOf(WorkState::Running), place.number, attempt)
       .run();
@@ -287,7 +287,7 @@ AttemptId Store::Impl::beginPlaced(const Place& place, Moment started) {
   return attempt;
 }
 
-AttemptId Store::beginPlaced(ArrayId array, std::size_t place, Moment started) {
+AttemptId Queue::beginPlaced(ArrayId array, std::size_t place, Moment started) {
   const auto known = [&](const std::optional<Impl::Place>& found) {
     return !found || found->attempt != 0 || !found->ready;
   };
@@ -304,7 +304,7 @@ AttemptId Store::beginPlaced(ArrayId array, std::size_t place, Moment started) {
   return found ? found->attempt : 0;
 }
 
-void Store::noteBeat(const PlacedBeat& beat) {
+void Queue::noteBeat(const PlacedBeat& beat) {
   impl_->database.write([&] {
     if (!Query(impl_->database, statements::isRunning, beat.attempt).next()) {
       return;
@@ -316,7 +316,7 @@ void Store::noteBeat(const PlacedBeat& beat) {
   });
 }
 
-std::vector<PlacedBeat> Store::beats(JobId job) {
+std::vector<PlacedBeat> Queue::beats(JobId job) {
   std::vector<PlacedBeat> result;
   for (Query row(impl_->database, statements::beatsOfJob, job); row.next();) {
     PlacedBeat& beat = result.emplace_back();
@@ -332,7 +332,7 @@ std::vector<PlacedBeat> Store::beats(JobId job) {
   return result;
 }
 
-bool Store::settlePlaced(ArrayId array, std::size_t place, Moment started, Outcome outcome) {
+bool Queue::settlePlaced(ArrayId array, std::size_t place, Moment started, Outcome outcome) {
   if (outcome.state == AttemptState::Running) {
     throw mistake("An attempt cannot be settled as running");
   }
@@ -356,7 +356,7 @@ bool Store::settlePlaced(ArrayId array, std::size_t place, Moment started, Outco
   return again;
 }
 
-bool Store::Impl::settleUnseen(const Place& place, Moment started, Outcome& outcome) {
+bool Queue::Impl::settleUnseen(const Place& place, Moment started, Outcome& outcome) {
   std::vector<Work> works;
   {
     Query row(database, statements::partsOfPlace, place.job, place.run.First, place.run.Last);
@@ -386,19 +386,19 @@ bool Store::Impl::settleUnseen(const Place& place, Moment started, Outcome& outc
   return readSettling(outcome.attempt, settling, first) && settleWorks(outcome, settling, works);
 }
 
-void Store::Impl::closePlace(const Place& place, AttemptId attempt) {
+void Queue::Impl::closePlace(const Place& place, AttemptId attempt) {
   Query(database, statements::closePlaced, place.array, place.place, attempt).run();
   Query(database, statements::dropBeat, attempt).run();
   endArrayWhenDone(place.array);
 }
 
-void Store::Impl::endArrayWhenDone(ArrayId array) {
+void Queue::Impl::endArrayWhenDone(ArrayId array) {
   if (!Query(database, statements::anyOpenPlace, array).next()) {
     Query(database, "UPDATE arrays SET state = 'over' WHERE id = ?1", array).run();
   }
 }
 
-void Store::closePlace(ArrayId array, std::size_t place) {
+void Queue::closePlace(ArrayId array, std::size_t place) {
   impl_->database.write([&] {
     const std::optional<Impl::Place> found = impl_->openPlace(array, place);
     if (found && found->attempt != 0) {
@@ -410,7 +410,7 @@ void Store::closePlace(ArrayId array, std::size_t place) {
   });
 }
 
-ClusterContact Store::clusterContact() {
+ClusterContact Queue::clusterContact() {
   ClusterContact contact;
   Query row(impl_->database, "SELECT asked, answered, problem FROM contact");
   if (row.next()) {
@@ -421,7 +421,7 @@ ClusterContact Store::clusterContact() {
   return contact;
 }
 
-void Store::noteContact(const ClusterContact& contact) {
+void Queue::noteContact(const ClusterContact& contact) {
   impl_->database.write([&] {
     Query(impl_->database, "UPDATE contact SET asked = ?1, answered = ?2, problem = ?3", contact.asked,
           contact.answered, contact.problem)

@@ -1,5 +1,5 @@
+#include "trovik/queue/QueueImpl.h"
 #include "trovik/queue/Statements.h"
-#include "trovik/queue/StoreImpl.h"
 
 #include <algorithm>
 #include <fstream>
@@ -19,7 +19,7 @@ std::string bootId() {
 
 } // namespace
 
-std::vector<EngineId> Store::Impl::aliveEngines() {
+std::vector<EngineId> Queue::Impl::aliveEngines() {
   std::vector<EngineId> engines;
   for (Query row(database, statements::aliveEngines); row.next();) {
     engines.push_back(row.number());
@@ -27,7 +27,7 @@ std::vector<EngineId> Store::Impl::aliveEngines() {
   return engines;
 }
 
-std::vector<AttemptId> Store::Impl::runningOf(EngineId engine) {
+std::vector<AttemptId> Queue::Impl::runningOf(EngineId engine) {
   std::vector<AttemptId> attempts;
   Query row(database, statements::runningOfEngine, engine);
   while (row.next()) {
@@ -37,17 +37,17 @@ std::vector<AttemptId> Store::Impl::runningOf(EngineId engine) {
   return attempts;
 }
 
-bool Store::Impl::isAlive(EngineId engine) {
+bool Queue::Impl::isAlive(EngineId engine) {
   return Query(database, "SELECT 1 FROM engines WHERE id = ?1 AND state = 'alive'", engine).next();
 }
 
-void Store::Impl::putAway(EngineId engine, const char* state) {
+void Queue::Impl::putAway(EngineId engine, const char* state) {
   Query(database, "UPDATE engines SET state = ?2, gone = ?3 WHERE id = ?1 AND state = 'alive'", engine, state,
         now())
       .run();
 }
 
-EngineId Store::enterEngine(std::size_t slots) {
+EngineId Queue::enterEngine(std::size_t slots) {
   EngineId id = 0;
   try {
     impl_->database.write([&] {
@@ -58,7 +58,7 @@ EngineId Store::enterEngine(std::size_t slots) {
       id = impl_->database.lastId();
       // Before anybody sees the engine: one whose lock is free counts as dead.
       if (!impl_->locks.take(id)) {
-        throw StoreError{StoreError::Kind::Other,
+        throw QueueError{QueueError::Kind::Other,
                          "The lock of engine " + std::to_string(id) + " is held by another process",
                          "look which process has the file open in the folder \"engines\" of the queue"};
       }
@@ -71,7 +71,7 @@ EngineId Store::enterEngine(std::size_t slots) {
   return id;
 }
 
-void Store::leaveEngine(EngineId id) {
+void Queue::leaveEngine(EngineId id) {
   if (!impl_->entered.contains(id)) {
     return;
   }
@@ -92,7 +92,7 @@ void Store::leaveEngine(EngineId id) {
   }
 }
 
-std::vector<LostAttempt> Store::takeLost() {
+std::vector<LostAttempt> Queue::takeLost() {
   std::vector<EngineId> dead;
   for (const EngineId engine : impl_->aliveEngines()) {
     if (!impl_->locks.holds(engine) && impl_->locks.take(engine)) {
@@ -133,9 +133,9 @@ std::vector<LostAttempt> Store::takeLost() {
   return result;
 }
 
-LostAttempt Store::Impl::lostAttempt(AttemptId id, Store& store) {
+LostAttempt Queue::Impl::lostAttempt(AttemptId id, Queue& queue) {
   LostAttempt result;
-  if (std::optional<AttemptRecord> attempt = store.attempt(id)) {
+  if (std::optional<AttemptRecord> attempt = queue.attempt(id)) {
     result.attempt = std::move(*attempt);
   }
   result.mark = markOf(id);
@@ -158,7 +158,7 @@ LostAttempt Store::Impl::lostAttempt(AttemptId id, Store& store) {
   return result;
 }
 
-void Store::releaseLost() {
+void Queue::releaseLost() {
   std::vector<EngineId> gone;
   if (impl_->lost.empty()) {
     return;
@@ -181,7 +181,7 @@ void Store::releaseLost() {
   impl_->lost.clear();
 }
 
-bool Store::hasLost() {
+bool Queue::hasLost() {
   for (const EngineId engine : impl_->aliveEngines()) {
     if (!impl_->entered.contains(engine) && !impl_->locks.isHeldElsewhere(engine) &&
         !impl_->runningOf(engine).empty()) {
@@ -191,7 +191,7 @@ bool Store::hasLost() {
   return false;
 }
 
-bool Store::hasOtherEngine(EngineId own) {
+bool Queue::hasOtherEngine(EngineId own) {
   for (const EngineId engine : impl_->aliveEngines()) {
     if (engine != own && (impl_->entered.contains(engine) || impl_->locks.isHeldElsewhere(engine))) {
       return true;
@@ -200,7 +200,7 @@ bool Store::hasOtherEngine(EngineId own) {
   return false;
 }
 
-std::size_t Store::slots(EngineId id) {
+std::size_t Queue::slots(EngineId id) {
   Query row(impl_->database, "SELECT slots FROM engines WHERE id = ?1", id);
   return row.next() ? static_cast<std::size_t>(std::max<std::int64_t>(row.number(), 0)) : 0;
 }

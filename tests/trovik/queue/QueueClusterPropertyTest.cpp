@@ -26,18 +26,18 @@ struct ModelPlace {
 
 class ClusterModel {
 public:
-  ClusterModel() : store(Path(directory.path())), engine(store.enterEngine(2)) {}
+  ClusterModel() : queue(Path(directory.path())), engine(queue.enterEngine(2)) {}
 
   void submit() {
     ModelJob model;
     NewJob job = someJob(model);
     job.runOn = RunOn::Cluster;
     job.folder = "/shared";
-    jobs[store.submit(job)] = model;
+    jobs[queue.submit(job)] = model;
   }
 
   void place(JobId id, const ModelJob& job) {
-    const std::vector<WorkRecord> free = store.unplaced(id);
+    const std::vector<WorkRecord> free = queue.unplaced(id);
     RunSet found;
     for (const WorkRecord& work : free) {
       found.add(work.run);
@@ -55,7 +55,7 @@ public:
     if (works.empty()) {
       return;
     }
-    const ArrayRecord array = store.addArray(id, static_cast<std::size_t>(*rc::gen::inRange(1, 4)), works);
+    const ArrayRecord array = queue.addArray(id, static_cast<std::size_t>(*rc::gen::inRange(1, 4)), works);
     for (std::size_t at = 0; at < works.size(); ++at) {
       places.push_back({array.id, at, id, works[at].run, 0});
     }
@@ -68,7 +68,7 @@ public:
     }
     ModelJob& job = jobs.at(place->job);
     const bool begins = place->attempt == 0 && isWhole(*place);
-    const AttemptId attempt = store.beginPlaced(place->array, place->place, Moment());
+    const AttemptId attempt = queue.beginPlaced(place->array, place->place, Moment());
     if (!begins) {
       RC_ASSERT(attempt == place->attempt);
       return;
@@ -85,9 +85,9 @@ public:
     if (ModelPlace* const place = somePlace()) {
       PlacedBeat beat;
       beat.attempt = place->attempt;
-      store.noteBeat(beat);
+      queue.noteBeat(beat);
       FileRecord named = file("/out/1.png");
-      store.noteFile(place->attempt, named);
+      queue.noteFile(place->attempt, named);
     }
   }
 
@@ -99,7 +99,7 @@ public:
     const ModelPlace ended = *place;
     close(place);
     const Outcome outcome = someOutcome(ended.run);
-    const bool again = store.settlePlaced(ended.array, ended.place, Moment(), outcome);
+    const bool again = queue.settlePlaced(ended.array, ended.place, Moment(), outcome);
     ModelJob& job = jobs.at(ended.job);
     hasStarted(job);
     bool expectedAgain = false;
@@ -123,9 +123,9 @@ public:
     const auto at = static_cast<std::size_t>(*rc::gen::inRange(0, 5));
     if (std::none_of(places.begin(), places.end(),
                      [&](const ModelPlace& one) { return one.array == array && one.place == at; })) {
-      RC_ASSERT(!store.settlePlaced(array, at, Moment(), good(0)));
-      RC_ASSERT(store.beginPlaced(array, at, Moment()) == 0);
-      store.closePlace(array, at);
+      RC_ASSERT(!queue.settlePlaced(array, at, Moment(), good(0)));
+      RC_ASSERT(queue.beginPlaced(array, at, Moment()) == 0);
+      queue.closePlace(array, at);
     }
   }
 
@@ -134,7 +134,7 @@ public:
     if (place == nullptr) {
       return;
     }
-    const bool refused = !storeErrorOf([&] { store.closePlace(place->array, place->place); }).message.empty();
+    const bool refused = !storeErrorOf([&] { queue.closePlace(place->array, place->place); }).message.empty();
     RC_ASSERT(refused == (place->attempt != 0));
     if (!refused) {
       close(place);
@@ -147,19 +147,19 @@ public:
       return;
     }
     const ArrayId array = place->array;
-    store.dropArray(array);
+    queue.dropArray(array);
     std::erase_if(places, [array](const ModelPlace& one) { return one.array == array && one.attempt == 0; });
   }
 
   void retry(JobId id, ModelJob& job) {
     const std::optional<RunSet> only = someFrames();
-    const std::size_t count = store.retry(id, only);
+    const std::size_t count = queue.retry(id, only);
     RC_ASSERT(count == job.retry(only));
   }
 
   void remove(JobId id, const ModelJob& job) {
     const bool runs = job.any(WorkState::Running);
-    RC_ASSERT(storeErrorOf([&] { store.remove(id); }).message.empty() == !runs);
+    RC_ASSERT(storeErrorOf([&] { queue.remove(id); }).message.empty() == !runs);
     if (!runs) {
       std::erase_if(places, [id](const ModelPlace& one) { return one.job == id; });
       jobs.erase(id);
@@ -167,18 +167,18 @@ public:
   }
 
   void compare() {
-    compareJobs(store, jobs);
+    compareJobs(queue, jobs);
     RC_ASSERT(brokenInvariants(directory.file("queue.db"), framesOf(jobs)) == std::vector<std::string>());
-    RC_ASSERT(store.claim(engine, 1, std::nullopt).empty());
-    RC_ASSERT(!store.hasLost());
+    RC_ASSERT(queue.claim(engine, 1, std::nullopt).empty());
+    RC_ASSERT(!queue.hasLost());
     std::map<ArrayId, std::size_t> expected;
     for (const ModelPlace& place : places) {
       ++expected[place.array];
     }
-    const std::vector<ArrayRecord> arrays = store.openArrays();
+    const std::vector<ArrayRecord> arrays = queue.openArrays();
     RC_ASSERT(arrays.size() == expected.size());
     for (const ArrayRecord& array : arrays) {
-      const std::vector<PlacedWork> open = store.openPlaces(array.id);
+      const std::vector<PlacedWork> open = queue.openPlaces(array.id);
       RC_ASSERT(open.size() == expected[array.id]);
       for (const PlacedWork& one : open) {
         const ModelPlace* const place = find(one.array, one.place);
@@ -232,13 +232,13 @@ public:
     case 7:
       return place(id, job);
     case 8:
-      RC_ASSERT(store.cancel(id) == isOpen(job.state));
+      RC_ASSERT(queue.cancel(id) == isOpen(job.state));
       return job.cancel();
     case 9:
-      store.stop(id, "Stopped by the user");
+      queue.stop(id, "Stopped by the user");
       return job.stop();
     case 10:
-      store.resume(id);
+      queue.resume(id);
       return job.resume();
     case 11:
       return retry(id, job);
@@ -256,7 +256,7 @@ private:
   }
   /// Whether the work that was placed waits, and all its frames belong to it.
   bool isWhole(const ModelPlace& place) {
-    const std::vector<WorkRecord> works = store.works(place.job);
+    const std::vector<WorkRecord> works = queue.works(place.job);
     return std::any_of(works.begin(), works.end(), [&](const WorkRecord& work) {
       return work.run == place.run && work.state == WorkState::Ready;
     });
@@ -290,13 +290,13 @@ private:
   void close(ModelPlace* place) { places.erase(places.begin() + (place - places.data())); }
 
   TemporaryDirectory directory;
-  Store store;
+  Queue queue;
   EngineId engine;
   ModelJobs jobs;
   std::vector<ModelPlace> places; ///< the open ones
 };
 
-RC_GTEST_PROP(StoreClusterProperty, FramesAreConservedWhateverIsDone, ()) {
+RC_GTEST_PROP(QueueClusterProperty, FramesAreConservedWhateverIsDone, ()) {
   ClusterModel model;
   const int steps = *rc::gen::inRange(1, 80);
   for (int step = 0; step < steps; ++step) {

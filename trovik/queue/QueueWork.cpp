@@ -1,5 +1,5 @@
+#include "trovik/queue/QueueImpl.h"
 #include "trovik/queue/Statements.h"
-#include "trovik/queue/StoreImpl.h"
 
 #include <algorithm>
 
@@ -88,12 +88,12 @@ std::string stopNote(std::int64_t count, const std::string& reason) {
 
 } // namespace
 
-std::vector<Claim> Store::claim(EngineId engine, std::size_t count, std::optional<JobId> only,
+std::vector<Claim> Queue::claim(EngineId engine, std::size_t count, std::optional<JobId> only,
                                 const std::vector<JobId>& without) {
   std::vector<Claim> claims;
   if (!impl_->entered.contains(engine)) {
     // Nobody would take up its works when this process dies.
-    throw StoreError{StoreError::Kind::Other,
+    throw QueueError{QueueError::Kind::Other,
                      "Engine " + std::to_string(engine) + " is none of this process, so it cannot take works",
                      ""};
   }
@@ -124,7 +124,7 @@ std::vector<Claim> Store::claim(EngineId engine, std::size_t count, std::optiona
   return claims;
 }
 
-void Store::Impl::findReady(std::size_t count, std::optional<JobId> only, const std::vector<JobId>& without,
+void Queue::Impl::findReady(std::size_t count, std::optional<JobId> only, const std::vector<JobId>& without,
                             std::vector<Claim>& claims, std::vector<JobId>* waiting) {
   for (Query jobs(database, statements::openJobs); claims.size() < count && jobs.next();) {
     const JobId job = jobs.number();
@@ -149,11 +149,11 @@ void Store::Impl::findReady(std::size_t count, std::optional<JobId> only, const 
   }
 }
 
-void Store::noteProcess(AttemptId attempt, int process) {
+void Queue::noteProcess(AttemptId attempt, int process) {
   impl_->database.write([&] { Query(impl_->database, statements::noteProcess, attempt, process).run(); });
 }
 
-void Store::noteFile(AttemptId attempt, const FileRecord& file) {
+void Queue::noteFile(AttemptId attempt, const FileRecord& file) {
   impl_->database.write([&] {
     if (Query(impl_->database, statements::isRunning, attempt).next()) {
       FileRecord noted = file;
@@ -163,22 +163,22 @@ void Store::noteFile(AttemptId attempt, const FileRecord& file) {
   });
 }
 
-bool Store::settle(const Outcome& outcome) {
+bool Queue::settle(const Outcome& outcome) {
   if (outcome.state == AttemptState::Running) {
-    throw StoreError{StoreError::Kind::Other, "An attempt cannot be settled as running", ""};
+    throw QueueError{QueueError::Kind::Other, "An attempt cannot be settled as running", ""};
   }
   bool again = false;
   impl_->database.write([&] { again = impl_->settle(outcome); });
   return again;
 }
 
-bool Store::Impl::settle(const Outcome& outcome) {
+bool Queue::Impl::settle(const Outcome& outcome) {
   Work work;
   Settling settling;
   return readSettling(outcome.attempt, settling, work) && settleWorks(outcome, settling, {&work, 1});
 }
 
-bool Store::Impl::readSettling(AttemptId attempt, Settling& settling, Work& work) {
+bool Queue::Impl::readSettling(AttemptId attempt, Settling& settling, Work& work) {
   Query row(database, statements::attemptToSettle, attempt);
   if (!row.next()) {
     return false;
@@ -201,7 +201,7 @@ bool Store::Impl::readSettling(AttemptId attempt, Settling& settling, Work& work
   return true;
 }
 
-bool Store::Impl::settleWorks(const Outcome& outcome, const Settling& settling, std::span<const Work> works) {
+bool Queue::Impl::settleWorks(const Outcome& outcome, const Settling& settling, std::span<const Work> works) {
   RunSet good;
   bool anyGood = false;
   bool leftReady = false;
@@ -265,7 +265,7 @@ bool Store::Impl::settleWorks(const Outcome& outcome, const Settling& settling, 
   return again;
 }
 
-std::vector<AttemptId> Store::canceled(EngineId engine) {
+std::vector<AttemptId> Queue::canceled(EngineId engine) {
   std::vector<AttemptId> result;
   for (Query row(impl_->database, statements::canceledAttempts, engine); row.next();) {
     result.push_back(row.number());
