@@ -13,7 +13,8 @@
 # first, so that each header is compiled with nothing before it.
 #
 # Inside trovik/ each room includes only rooms of its line below, and no files
-# include each other in a circle, a source and its header taken as one.
+# include each other in a circle, where a source, its header and the one of its
+# private half (NameImpl.h) are taken as one.
 set -euo pipefail
 
 rooms='
@@ -58,7 +59,7 @@ awk -v rooms="$rooms" '
     return ""
   }
   function unit(path) {
-    sub(/\.(h|cpp)$/, "", path)
+    sub(/(Impl)?\.(h|cpp)$/, "", path)
     return path
   }
   function breach(text) {
