@@ -16,6 +16,8 @@
 #include <sstream>
 #include <sys/resource.h>
 
+extern const char* const FAKE_SLURM;
+
 // Ten thousand works on a site of 250 slots, from the submission to the
 // last result. Slurm's programs are stood in for by ones that answer in the
 // words of the real ones; the time of the site is made by the test, so that an

@@ -23,6 +23,10 @@
 #include <unistd.h>
 #include <vector>
 
+extern const char* const CRASH_MODULE;
+extern const char* const CRASH_RENDERER;
+extern const char* const CRASH_TROVIK;
+
 namespace trovik {
 
 constexpr int frameCount = 60;
@@ -62,7 +66,7 @@ Type=Text
 Type=Integer
 Default=10
 [OverrideDefaults]
-Executable=)" CRASH_RENDERER "\n");
+Executable=)" + std::string(CRASH_RENDERER) + "\n");
     std::filesystem::create_directory(directory.file("images"));
     setenv("TROVIK_MODULE_PATH", directory.file("modules").c_str(), 1);
     setenv("TROVIK_STATE", directory.file("state").c_str(), 1);

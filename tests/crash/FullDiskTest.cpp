@@ -10,6 +10,8 @@
 #include <fstream>
 #include <sys/mount.h>
 
+extern const char* const CRASH_OWN_FILE_SYSTEMS;
+
 namespace trovik {
 namespace {
 

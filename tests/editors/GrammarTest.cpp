@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+extern const char* const SOURCES;
+
 namespace {
 
 using Json = nlohmann::json;

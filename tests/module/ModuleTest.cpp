@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <fstream>
 
+extern const char* const TESSIVAR_LIBRARY;
+
 namespace {
 
 const char* LevelName(LogLevel level) {

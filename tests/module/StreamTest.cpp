@@ -3,6 +3,8 @@
 #include <fstream>
 #include <random>
 
+extern const char* const STREAM_DIRECTORY;
+
 namespace {
 
 /// A text file of bytes in hexadecimal, with "#" comments.

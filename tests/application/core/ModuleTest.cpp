@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+extern const char* const CORE_TEST_MODULES;
+
 namespace {
 
 using Lines = std::vector<String>;
@@ -24,7 +26,7 @@ protected:
   Path Install(const char* module, const std::string& directory) {
     const std::string file = Directory / (directory + "/" + module + ".so");
     std::filesystem::create_directories(std::filesystem::path(file).parent_path());
-    std::filesystem::copy_file(std::string(CORE_TEST_MODULES "/") + module + "/" + module + ".so", file);
+    std::filesystem::copy_file(std::string(CORE_TEST_MODULES) + "/" + module + "/" + module + ".so", file);
     return Path(file);
   }
   void TypeFile(const std::string& file, const char* id, const char* name) {

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <sstream>
 
+extern const char* const FAKE_SLURM;
+
 // The stand-ins, asked by the program's own client.
 
 namespace trovik {

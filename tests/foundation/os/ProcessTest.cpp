@@ -19,6 +19,8 @@
 #include <memory>
 #include <string>
 
+extern const char* const TEST_PROGRAM;
+
 namespace {
 
 using namespace std::string_literals;
@@ -303,10 +305,10 @@ TEST(ProcessTest, MissingStartDirectoryIsToldFromMissingProgram) {
   directory.Write("file");
   ProcessStart start = StartOf({"exit", "0"});
   start.StartDirectory = directory.File("gone");
-  EXPECT_EQ(StartErrorOf(start), "cannot start \"" TEST_PROGRAM "\": start directory \"" +
+  EXPECT_EQ(StartErrorOf(start), "cannot start \"" + std::string(TEST_PROGRAM) + "\": start directory \"" +
                                      directory.File("gone") + "\": No such file or directory");
   start.StartDirectory = directory.File("file");
-  EXPECT_EQ(StartErrorOf(start), "cannot start \"" TEST_PROGRAM "\": start directory \"" +
+  EXPECT_EQ(StartErrorOf(start), "cannot start \"" + std::string(TEST_PROGRAM) + "\": start directory \"" +
                                      directory.File("file") + "\": Not a directory");
   start.Arguments = {"/no/such/program"};
   start.StartDirectory = directory.Text();
@@ -340,19 +342,20 @@ TEST(ProcessTest, MissingInterpreterIsToldFromMissingProgram) {
 
 TEST(ProcessTest, TooLongArgumentsAreRefused) {
   EXPECT_EQ(StartErrorOf(StartOf({"exit", String(16 << 20, 'x')})),
-            "cannot start \"" TEST_PROGRAM "\": Argument list too long");
+            "cannot start \"" + std::string(TEST_PROGRAM) + "\": Argument list too long");
 }
 
 TEST(ProcessTest, ZeroBytesAreRefusedByName) {
   const String zero("a\0b", 3);
   EXPECT_EQ(StartErrorOf(StartOf({"arguments", zero})),
-            "cannot start \"" TEST_PROGRAM "\": argument 2 holds a NUL byte");
+            "cannot start \"" + std::string(TEST_PROGRAM) + "\": argument 2 holds a NUL byte");
   ProcessStart start;
   start.Arguments = {zero};
   EXPECT_EQ(StartErrorOf(start), "cannot start a program: its name holds a NUL byte");
   start = StartOf({"exit", "0"});
   start.StartDirectory = zero;
-  EXPECT_EQ(StartErrorOf(start), "cannot start \"" TEST_PROGRAM "\": the start directory holds a NUL byte");
+  EXPECT_EQ(StartErrorOf(start),
+            "cannot start \"" + std::string(TEST_PROGRAM) + "\": the start directory holds a NUL byte");
   start = StartOf({"exit", "0"});
   start.Environment = {{zero, "x"}};
   EXPECT_EQ(StartErrorOf(start), "environment variable \"" + zero + "\": the name holds a NUL byte");

@@ -4,12 +4,14 @@
 
 #include <regex>
 
+extern const char* const MODULE_DIRECTORY;
+
 namespace trovik {
 
 ModuleLoader& CheckTest::modules() {
   static ModuleLoader loader;
   static const int loaded = loader.LoadWithoutTypeFiles({Path(MODULE_DIRECTORY)});
-  EXPECT_GT(loaded, 0) << "there is no module in " MODULE_DIRECTORY;
+  EXPECT_GT(loaded, 0) << "there is no module in " << MODULE_DIRECTORY;
   return loader;
 }
 

@@ -8,6 +8,8 @@
 #include <set>
 #include <sstream>
 
+extern const char* const SOURCE_DIRECTORY;
+
 namespace trovik {
 namespace {
 
@@ -15,7 +17,8 @@ using ValidTypesTest = CheckTest;
 
 TEST_F(ValidTypesTest, TypesOfTheCatalogueGiveNoWord) {
   std::size_t count = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(SOURCE_DIRECTORY "/catalogue")) {
+  for (const auto& entry :
+       std::filesystem::directory_iterator(std::string(SOURCE_DIRECTORY) + "/catalogue")) {
     if (entry.path().extension() == ".tvx") {
       ++count;
       EXPECT_EQ(printed(readFile(entry.path().string())), "") << entry.path();
@@ -26,14 +29,14 @@ TEST_F(ValidTypesTest, TypesOfTheCatalogueGiveNoWord) {
 
 TEST_F(ValidTypesTest, TypesOfTheDocumentationGiveNoWord) {
   // "Command", "Shortcut" and so on as the page shows them, in one whole file.
-  const std::string page = readFile(SOURCE_DIRECTORY "/docs/tvx.md");
+  const std::string page = readFile(std::string(SOURCE_DIRECTORY) + "/docs/tvx.md");
   const std::size_t begin = page.find("; sketch.tvx: a complete type");
   ASSERT_NE(begin, std::string::npos);
   EXPECT_EQ(printed(page.substr(begin, page.find("```", begin) - begin)), "");
 }
 
 TEST_F(ValidTypesTest, EveryKeyOfTheDocumentationIsKnown) {
-  std::istringstream page(readFile(SOURCE_DIRECTORY "/docs/tvx.md"));
+  std::istringstream page(readFile(std::string(SOURCE_DIRECTORY) + "/docs/tvx.md"));
   const std::regex row("\\| `(\\w+)` \\|.*");
   std::string line;
   bool inTable = false;
@@ -57,7 +60,7 @@ TEST_F(ValidTypesTest, EveryKeyOfTheDocumentationIsKnown) {
 
 TEST_F(ValidTypesTest, EveryRuleIsDocumentedAndNoOther) {
   std::set<std::string> told;
-  std::istringstream page(readFile(SOURCE_DIRECTORY "/docs/check.md"));
+  std::istringstream page(readFile(std::string(SOURCE_DIRECTORY) + "/docs/check.md"));
   const std::regex name("`([a-z0-9-]+)`");
   for (std::string line; std::getline(page, line);) {
     const std::string cell = line.starts_with("| `") ? line.substr(0, line.find('|', 1)) : std::string();
@@ -71,7 +74,8 @@ TEST_F(ValidTypesTest, EveryRuleIsDocumentedAndNoOther) {
   // Texts of small letters and dashes are rules, and nothing else there is.
   std::set<std::string> used = {"circle", "unquoted", "refused", "unreadable", "deprecated"};
   const std::regex rule("\"([a-z][a-z0-9]*(-[a-z0-9]+)+)\"");
-  for (const auto& entry : std::filesystem::directory_iterator(SOURCE_DIRECTORY "/trovik/check")) {
+  for (const auto& entry :
+       std::filesystem::directory_iterator(std::string(SOURCE_DIRECTORY) + "/trovik/check")) {
     const std::string source = readFile(entry.path().string());
     for (std::sregex_iterator at(source.begin(), source.end(), rule), end; at != end; ++at) {
       used.insert((*at)[1]);

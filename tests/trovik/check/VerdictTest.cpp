@@ -18,6 +18,8 @@
 #include <random>
 #include <set>
 
+extern const char* const MODULE_FILE;
+
 namespace trovik {
 namespace {
 

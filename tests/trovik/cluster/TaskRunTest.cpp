@@ -20,6 +20,8 @@
 #include <thread>
 #include <unistd.h>
 
+extern const char* const CLUSTER_RENDERER;
+
 namespace trovik {
 namespace {
 

@@ -7,6 +7,8 @@
 #include <csignal>
 #include <unistd.h>
 
+extern const char* const FAKE_IMAGE_HELPER;
+
 namespace trovik {
 namespace {
 
@@ -113,8 +115,8 @@ TEST_F(ImageHelperTest, WhatIsNoAnswerIsQuoted) {
   ask("garbage");
   ask("b");
   waitFor(2);
-  EXPECT_EQ(problems, (Problems{"Cannot be looked into: \"" FAKE_IMAGE_HELPER
-                                "\" said \"error while loading shared libraries: libpicture.so\"",
+  EXPECT_EQ(problems, (Problems{std::string("Cannot be looked into: \"") + FAKE_IMAGE_HELPER +
+                                    "\" said \"error while loading shared libraries: libpicture.so\"",
                                 "b"}));
 }
 
@@ -128,7 +130,8 @@ TEST_F(ImageHelperTest, TalkWithoutEndIsGivenUp) {
 TEST_F(ImageHelperTest, AnExitIsToldWithItsCode) {
   ask("exit");
   waitFor(1);
-  EXPECT_EQ(problems, Problems{"Cannot be looked into: \"" FAKE_IMAGE_HELPER "\" ended with exit code 3"});
+  EXPECT_EQ(problems, Problems{std::string("Cannot be looked into: \"") + FAKE_IMAGE_HELPER +
+                               "\" ended with exit code 3"});
 }
 
 TEST(ImageHelper, OneThatCannotBeStartedIsAProblemOfEachFile) {

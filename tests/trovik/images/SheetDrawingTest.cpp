@@ -7,6 +7,9 @@
 #include <filesystem>
 #include <poll.h>
 
+extern const char* const FAKE_IMAGE_HELPER;
+extern const char* const IMAGE_HELPER;
+
 namespace trovik {
 namespace {
 
@@ -76,14 +79,14 @@ TEST(SheetDrawing, AFileThatTakesForEverIsDamaged) {
 
 TEST(SheetDrawing, TooManyDeathsEndIt) {
   const Refusal refusal = refusalOf([] { draw(planOf(std::vector<std::string>(30, "crash"))); });
-  EXPECT_EQ(refusal.message, "\"" FAKE_IMAGE_HELPER "\" came to no end with 21 files");
+  EXPECT_EQ(refusal.message, std::string("\"") + FAKE_IMAGE_HELPER + "\" came to no end with 21 files");
   EXPECT_EQ(refusal.hint, "name frames that are good: --frames");
 }
 
 TEST(SheetDrawing, AHelperThatSaysSomethingElseIsQuoted) {
   const Refusal refusal = refusalOf([] { draw(planOf({"garbage"})); });
-  EXPECT_EQ(refusal.message,
-            "\"" FAKE_IMAGE_HELPER "\" said \"error while loading shared libraries: libpicture.so\"");
+  EXPECT_EQ(refusal.message, std::string("\"") + FAKE_IMAGE_HELPER +
+                                 "\" said \"error while loading shared libraries: libpicture.so\"");
 }
 
 TEST(SheetDrawing, AHelperThatIsNotThereIsNamed) {

@@ -9,6 +9,8 @@
 
 #include <poll.h>
 
+extern const char* const IMAGE_HELPER;
+
 // The real trovik-image, as trovik talks to it.
 
 namespace trovik {
@@ -20,7 +22,7 @@ struct Talk {
   HelperProcess::End end;
 };
 
-Talk talk(const std::vector<std::string>& arguments, const std::string& input) {
+Talk talk(const std::vector<String>& arguments, const std::string& input) {
   HelperProcess process(arguments);
   process.send(input);
   process.endInput();
@@ -71,8 +73,8 @@ TEST(TrovikImage, GarbageIsAnsweredAndTheNextRequestWorks) {
 }
 
 TEST(TrovikImage, RefusesWhatItDoesNotKnow) {
-  for (const std::vector<std::string>& arguments :
-       {std::vector<std::string>{IMAGE_HELPER}, {IMAGE_HELPER, "draw"}, {IMAGE_HELPER, "sheet", "-o"}}) {
+  for (const std::vector<String>& arguments :
+       {std::vector<String>{IMAGE_HELPER}, {IMAGE_HELPER, "draw"}, {IMAGE_HELPER, "sheet", "-o"}}) {
     const Talk result = talk(arguments, "");
     EXPECT_EQ(result.end.code, 2);
     ASSERT_FALSE(result.lines.empty());

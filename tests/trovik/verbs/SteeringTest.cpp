@@ -4,6 +4,8 @@
 
 #include <unistd.h>
 
+extern const char* const IMAGE_HELPER;
+
 namespace trovik {
 namespace {
 
