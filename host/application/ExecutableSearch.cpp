@@ -3,6 +3,7 @@
 #include "host/application/ProcessJob.h"
 #include "host/application/VersionOrder.h"
 #include "host/foundation/Characters.h"
+#include "host/foundation/FileFinder.h"
 
 #include <dirent.h>
 #include <fnmatch.h>
@@ -56,11 +57,6 @@ String VersionIn(const String& name, const String& base) {
   const std::size_t fixed = std::min(base.find_first_of("*?"), base.size());
   const std::size_t start = name.find_first_not_of("-_. ", fixed);
   return start == String::npos ? String::Null : String(name.substr(start));
-}
-
-bool IsDirectory(const Path& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 std::vector<String> FolderNames(const Path& root) {

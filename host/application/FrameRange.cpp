@@ -323,3 +323,32 @@ bool ParseRun(const String& text, FrameRun& run) {
   run = read;
   return true;
 }
+
+std::vector<FramePart> CutFrames(const FrameRun& run, std::span<const FrameRun> set) {
+  std::vector<FramePart> parts;
+  std::int64_t at = run.First; // the first frame that no part has yet
+  const auto add = [&](std::int64_t last, bool inside) {
+    if (last >= at) {
+      parts.push_back({{static_cast<int>(at), static_cast<int>(last)}, inside});
+      at = last + 1;
+    }
+  };
+  auto next = std::lower_bound(set.begin(), set.end(), run.First,
+                               [](const FrameRun& one, int first) { return one.Last < first; });
+  for (; next != set.end() && next->First <= run.Last; ++next) {
+    add(std::int64_t{next->First} - 1, false);
+    add(std::min(next->Last, run.Last), true);
+  }
+  add(run.Last, false);
+  return parts;
+}
+
+std::vector<FrameRun> FramesOutside(const FrameRun& run, std::span<const FrameRun> set) {
+  std::vector<FrameRun> outside;
+  for (const FramePart& part : CutFrames(run, set)) {
+    if (!part.Inside) {
+      outside.push_back(part.Run);
+    }
+  }
+  return outside;
+}

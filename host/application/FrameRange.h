@@ -3,6 +3,7 @@
 #include "host/foundation/String.h"
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 /// One ascending run of neighbouring frames.
@@ -14,6 +15,19 @@ struct FrameRun {
   String Text() const;
   friend bool operator==(const FrameRun&, const FrameRun&) = default;
 };
+
+/// A part of a run that lies in a set of frames as a whole, or outside.
+struct FramePart {
+  FrameRun Run;
+  bool Inside = false;
+};
+
+/// Cuts a run into the parts inside and outside of a set, which is given as
+/// its runs in ascending order; the parts are ascending, too. Costs no more
+/// than finding the first of those runs and walking those that it meets.
+std::vector<FramePart> CutFrames(const FrameRun& run, std::span<const FrameRun> set);
+/// Those outside alone.
+std::vector<FrameRun> FramesOutside(const FrameRun& run, std::span<const FrameRun> set);
 
 /// The frames of a job in the order in which they are to be worked, each once.
 ///

@@ -31,9 +31,9 @@ class WorkObserver {
 public:
   virtual ~WorkObserver() = default;
   /// A parameter of the work changed, above all its note.
-  virtual void OnWorkParameter(const Job& job, const String& name, const String& value) = 0;
+  virtual void OnWorkParameter(const Job& /*job*/, const String& /*name*/, const String& /*value*/) {}
   /// The program named an image file; absolute where the start directory is.
-  virtual void OnImage(const Job& job, const Path& file) = 0;
+  virtual void OnImage(const Job& /*job*/, const Path& /*file*/) {}
   /// The host's own look into a file that exists, is fresh and holds
   /// something: what is wrong with it ("Truncated image (...)"), or empty.
   virtual String OnCheckFile(const Job& /*job*/, const Path& /*file*/) { return {}; }

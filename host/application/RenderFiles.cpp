@@ -71,21 +71,6 @@ void Append(std::vector<FrameRun>& runs, int frame) {
   }
 }
 
-std::vector<FrameRun> Without(const FrameRun& all, const std::set<int>& frames) {
-  std::vector<FrameRun> left;
-  std::int64_t next = all.First;
-  for (const int frame : frames) {
-    if (next < frame) {
-      left.push_back({static_cast<int>(next), frame - 1});
-    }
-    next = std::int64_t{frame} + 1;
-  }
-  if (next <= all.Last) {
-    left.push_back({static_cast<int>(next), all.Last});
-  }
-  return left;
-}
-
 // "frame 7", "frames 7-9,12"
 String FramesText(const std::vector<FrameRun>& runs) {
   String text;
@@ -355,7 +340,11 @@ String RenderJob::HolesNote() const {
       frames.insert(*file.Frame);
     }
   }
-  const std::vector<FrameRun> holes = Without(run, frames);
+  std::vector<FrameRun> found;
+  for (const int frame : frames) {
+    Append(found, frame);
+  }
+  const std::vector<FrameRun> holes = FramesOutside(run, found);
   if (holes.empty()) {
     return String::Null;
   }

@@ -2,14 +2,15 @@
 
 #include "host/application/Application.h"
 #include "host/application/HashName.h"
+#include "host/foundation/Descriptor.h"
 #include "host/foundation/Exception.h"
+#include "host/foundation/WriteFile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <filesystem>
 #include <optional>
@@ -18,24 +19,6 @@ namespace {
 
 constexpr std::size_t k_BinaryProbe = 8192;
 constexpr std::size_t k_SizeLimit = std::size_t{256} << 20;
-
-class Descriptor {
-public:
-  explicit Descriptor(int number) : m_Number(number) {}
-  ~Descriptor() { Close(); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int Number() const { return m_Number; }
-  // What close returns; some file systems tell of a failed write only there.
-  int Close() {
-    const int result = m_Number < 0 ? 0 : close(m_Number);
-    m_Number = -1;
-    return result;
-  }
-
-private:
-  int m_Number;
-};
 
 // The bytes of a regular file within the limit. O_NONBLOCK: a named pipe in
 // the place of a scene must not hang the work.
@@ -130,40 +113,15 @@ std::optional<std::string> Translate(std::string_view text) {
                  reason);
 }
 
-// Writes beside the name and renames, so that no work ever reads half a scene.
-void WriteAtomically(const Path& directory, const Path& file, std::string_view bytes) {
-  static std::atomic<unsigned> s_Counter{0};
+void WriteCopy(const Path& directory, const Path& file, std::string_view bytes) {
   std::error_code error;
   std::filesystem::create_directories(directory.Text().c_str(), error);
   if (error) {
     FailToWrite(file, error.value());
   }
-  Path temporary = directory;
-  temporary /= ".new-" + std::to_string(getpid()) + "-" + std::to_string(s_Counter++);
-  int reason = 0;
-  {
-    Descriptor descriptor(
-        open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
-    if (descriptor.Number() < 0) {
-      FailToWrite(file, errno);
-    }
-    while (!bytes.empty() && reason == 0) {
-      const ssize_t count = write(descriptor.Number(), bytes.data(), bytes.size());
-      if (count >= 0) {
-        bytes.remove_prefix(static_cast<std::size_t>(count));
-      } else if (errno != EINTR) {
-        reason = errno;
-      }
-    }
-    if (descriptor.Close() != 0 && reason == 0) {
-      reason = errno;
-    }
-  }
-  if (reason == 0 && rename(temporary.c_str(), file.c_str()) != 0) {
-    reason = errno;
-  }
-  if (reason != 0) {
-    unlink(temporary.c_str());
+  FileDraft draft(file, Existing::Replace, S_IRUSR | S_IWUSR);
+  draft.Write(bytes);
+  if (const int reason = draft.Publish(); reason != 0) {
     FailToWrite(file, reason);
   }
 }
@@ -187,7 +145,7 @@ Path TranslateSceneContents(const Path& scene) {
   Path copy = directory;
   copy /= scene.Leaf(true);
   if (ReadRegular(copy) != translated) {
-    WriteAtomically(directory, copy, *translated);
+    WriteCopy(directory, copy, *translated);
   }
   return copy;
 }

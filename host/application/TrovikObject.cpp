@@ -1,5 +1,6 @@
 #include "host/application/TrovikObject.h"
 
+#include "host/foundation/Characters.h"
 #include <algorithm>
 #include <string_view>
 #include <typeinfo>
@@ -11,7 +12,6 @@
 namespace {
 
 constexpr const char* k_VersionKey = "Version";
-constexpr std::string_view k_HexDigits = "0123456789abcdef";
 
 // What a file of keys and values would lose or read otherwise: control
 // characters anywhere, blanks at the ends; in a key also the "=" and what
@@ -31,8 +31,7 @@ String EscapeForFile(const String& text, bool isKey) {
       escaped += "\\n";
     } else if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F || (c == ' ' && atEnd) || special) {
       escaped += "\\x";
-      escaped.push_back(k_HexDigits[static_cast<unsigned char>(c) >> 4U]);
-      escaped.push_back(k_HexDigits[static_cast<unsigned char>(c) & 0x0FU]);
+      AppendHex(escaped, c);
     } else {
       escaped.push_back(c);
     }
@@ -51,10 +50,9 @@ String UnescapeFromFile(const String& text) {
       ++i;
     } else if (next == 'e' && text.size() == 2) {
       return {};
-    } else if (next == 'x' && i + 3 < text.size() &&
-               k_HexDigits.find(text[i + 2]) != std::string_view::npos &&
-               k_HexDigits.find(text[i + 3]) != std::string_view::npos) {
-      plain.push_back(static_cast<char>(k_HexDigits.find(text[i + 2]) * 16 + k_HexDigits.find(text[i + 3])));
+    } else if (next == 'x' && i + 3 < text.size() && HexDigit(text[i + 2]) >= 0 &&
+               HexDigit(text[i + 3]) >= 0) {
+      plain.push_back(static_cast<char>(HexDigit(text[i + 2]) * 16 + HexDigit(text[i + 3])));
       i += 3;
     } else {
       plain.push_back(text[i]);

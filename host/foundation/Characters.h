@@ -1,7 +1,12 @@
 #pragma once
 
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
 // The kinds of bytes that readers of names and texts tell apart, whatever the
-// locale.
+// locale, and the two digits by which texts write any byte.
 
 inline bool IsDigit(char c) {
   return c >= '0' && c <= '9';
@@ -19,4 +24,43 @@ inline bool IsLetter(char c) {
 /// A byte that continues a character of UTF-8.
 inline bool IsContinuation(char c) {
   return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
+}
+
+/// Appends a byte as two lower-case hexadecimal digits.
+inline void AppendHex(std::string& text, char byte) {
+  static constexpr std::string_view k_Digits = "0123456789abcdef";
+  text.push_back(k_Digits[static_cast<unsigned char>(byte) >> 4U]);
+  text.push_back(k_Digits[static_cast<unsigned char>(byte) & 0x0FU]);
+}
+
+/// The reverse; -1 for anything but a lower-case hexadecimal digit.
+inline int HexDigit(char c) {
+  return IsDigit(c) ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+}
+
+inline std::string HexOf(std::string_view bytes) {
+  std::string text;
+  text.reserve(2 * bytes.size());
+  for (const char byte : bytes) {
+    AppendHex(text, byte);
+  }
+  return text;
+}
+
+/// The bytes of such a text; nothing for any other.
+inline std::optional<std::string> BytesOfHex(std::string_view text) {
+  if (text.size() % 2 != 0) {
+    return std::nullopt;
+  }
+  std::string bytes;
+  bytes.reserve(text.size() / 2);
+  for (std::size_t i = 0; i < text.size(); i += 2) {
+    const int high = HexDigit(text[i]);
+    const int low = HexDigit(text[i + 1]);
+    if (high < 0 || low < 0) {
+      return std::nullopt;
+    }
+    bytes.push_back(static_cast<char>(high * 16 + low));
+  }
+  return bytes;
 }

@@ -286,6 +286,11 @@ private:
 
 } // namespace
 
+bool IsDirectory(const Path& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
 /// The directory that the last question was about.
 struct FileFinder::Directory {
   explicit Directory(std::string_view text) : Text(text) {}

@@ -5,6 +5,9 @@
 #include <memory>
 #include <vector>
 
+/// Whether there is a folder of that name, or a link to one.
+bool IsDirectory(const Path& path);
+
 /// Finds files by name or by a pattern with "*" and "?" in the last component.
 ///
 /// Matching is by bytes and by case; a name that begins with a point is

@@ -2,6 +2,7 @@
 
 #include "host/foundation/Descriptor.h"
 #include "host/foundation/Exception.h"
+#include "host/foundation/FileFinder.h"
 #include "host/foundation/Quoting.h"
 
 #include <fcntl.h>
@@ -61,11 +62,6 @@ void RequirePassable(const ProcessStart& start) {
     RequireNoNul(StartMessage(start), "argument " + std::to_string(i), start.Arguments[i]);
   }
   RequireNoNul(StartMessage(start), "the start directory", start.StartDirectory.Text());
-}
-
-bool IsDirectory(const Path& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 // posix_spawn gives one number for everything that goes wrong between the
@@ -163,16 +159,6 @@ private:
   posix_spawnattr_t m_Attributes;
 };
 
-std::vector<char*> Pointers(const std::vector<String>& texts) {
-  std::vector<char*> pointers;
-  pointers.reserve(texts.size() + 1);
-  for (const String& text : texts) {
-    pointers.push_back(const_cast<char*>(text.c_str())); // exec only reads them
-  }
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
 // Programs such as Blender read relative names by PWD, as a shell's "cd" leaves
 // it, and not by where they are.
 std::vector<String> EnvironmentOf(const ProcessStart& start) {
@@ -192,8 +178,8 @@ int Spawn(const ProcessStart& start, const std::vector<String>& environment, int
   if (error != 0) {
     return error;
   }
-  return records.Spawn(id, start.Arguments[0], Pointers(start.Arguments).data(),
-                       Pointers(environment).data());
+  return records.Spawn(id, start.Arguments[0], PointersTo(start.Arguments).data(),
+                       PointersTo(environment).data());
 }
 
 // waitid without the interruptions. False when nothing has ended yet.
@@ -259,6 +245,16 @@ ProcessStart StartOfLine(const String& commandLine, const Path& startDirectory) 
 }
 
 } // namespace
+
+std::vector<char*> PointersTo(const std::vector<String>& texts) {
+  std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
+  for (const String& text : texts) {
+    pointers.push_back(const_cast<char*>(text.c_str())); // exec only reads them
+  }
+  pointers.push_back(nullptr);
+  return pointers;
+}
 
 Process::Process(const String& commandLine, unsigned int flags, const Path& startDirectory)
     : m_Detached((flags & k_Detached) != 0) {

@@ -96,3 +96,7 @@ private:
 /// applied, as NAME=VALUE texts. Raises Exception* for a name or value that no
 /// environment can hold.
 std::vector<String> BuildEnvironment(const std::vector<std::pair<String, std::optional<String>>>& changes);
+
+/// The texts as exec and posix_spawn want them, with the null at the end. They
+/// point into `texts`.
+std::vector<char*> PointersTo(const std::vector<String>& texts);

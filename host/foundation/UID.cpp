@@ -1,5 +1,6 @@
 #include "host/foundation/UID.h"
 
+#include "host/foundation/Characters.h"
 #include "host/foundation/Exception.h"
 
 #include <sys/random.h>
@@ -80,14 +81,12 @@ void UID::FromString(FormatString text) {
 
 const String& UID::GenString() const {
   if (m_Text.empty()) {
-    static constexpr std::string_view k_Digits = "0123456789abcdef";
     String text;
     for (const unsigned char byte : m_Bytes) {
       if (IsDash(text.size())) {
         text.push_back('-');
       }
-      text.push_back(k_Digits[byte >> 4U]);
-      text.push_back(k_Digits[byte & 0x0FU]);
+      AppendHex(text, static_cast<char>(byte));
     }
     m_Text = std::move(text);
   }

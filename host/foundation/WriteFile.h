@@ -1,6 +1,9 @@
 #pragma once
 
+#include "host/foundation/Descriptor.h"
 #include "host/foundation/Path.h"
+
+#include <sys/types.h>
 
 #include <string_view>
 
@@ -10,10 +13,41 @@ enum class Existing {
   Keep,    ///< nothing is written
 };
 
-/// Writes a file as a whole: a temporary beside it ("FILE.new-…"), synced, then
-/// renamed, so that nobody ever sees half of it and a failure leaves what was
-/// there. Of several who write one with Existing::Keep, be it on several
-/// machines of a network file system, one succeeds. False where it is there
-/// already and is kept. Raises Exception* on failure, whose
-/// text begins with `function`.
+/// A new file beside another ("FILE.new-…"), which takes that one's name when
+/// it is whole: nobody ever sees half of it, and a failure leaves what was
+/// there. Removed with the object unless it was published.
+///
+/// Its errors are numbers of the system (errno); 0 is none.
+class FileDraft {
+public:
+  /// Makes the file; a new one gets `mode` as the umask allows it.
+  FileDraft(const Path& file, Existing existing, mode_t mode = 0666);
+  ~FileDraft();
+  FileDraft(const FileDraft&) = delete;
+  FileDraft& operator=(const FileDraft&) = delete;
+
+  /// The first that went wrong.
+  int Error() const { return m_Error; }
+  /// For those who write a file by its name.
+  const Path& Name() const { return m_Name; }
+  void Write(std::string_view bytes);
+  /// Syncs it, gives it its name and syncs that; nothing after an error. Returns
+  /// the error: EEXIST where the other is there and is kept.
+  int Publish();
+
+private:
+  int Rename() const;
+
+  Path m_File;
+  Existing m_Existing;
+  Path m_Name;
+  Descriptor m_Descriptor;
+  int m_Error = 0;
+  bool m_IsPublished = false;
+};
+
+/// Writes a file as a whole, by way of a draft. Of several who write one with
+/// Existing::Keep, be it on several machines of a network file system, one
+/// succeeds. False where it is there already and is kept. Raises Exception* on
+/// failure, whose text begins with `function`.
 bool WriteFileWhole(const char* function, const Path& file, std::string_view bytes, Existing existing);

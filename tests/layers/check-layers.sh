@@ -80,7 +80,7 @@ awk -v rooms="$rooms" '
       room = "trovik/" word[1]
       helper = word[1] == "imagetool"
       if (!helper) may["trovik"] = may["trovik"] " " room
-      may[room] = room (helper ? "" : " host/application host/foundation")
+      may[room] = room (helper ? " " : " host/application ") "host/foundation"
       for (k = 2; k <= words; k++) may[room] = may[room] " trovik/" word[k]
     }
     database = "^(sqlite3|sqlite3ext)\\.h$|^SQLiteCpp/"

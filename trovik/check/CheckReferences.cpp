@@ -2,6 +2,7 @@
 
 #include "host/application/Excerpt.h"
 #include "trovik/check/References.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 

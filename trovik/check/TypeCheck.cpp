@@ -2,7 +2,6 @@
 
 #include "host/application/Excerpt.h"
 #include "host/foundation/StringTokenizer.h"
-#include "host/foundation/Suggest.h"
 #include "trovik/text/Text.h"
 
 #include <algorithm>
@@ -66,11 +65,6 @@ const std::vector<String>& fixedSections() {
                                             "AutoDetect",
                                             "FindLatestExecutable"};
   return names;
-}
-
-std::string didYouMean(std::string_view unknown, const std::vector<String>& known) {
-  const String near = SuggestName(unknown, known);
-  return near.empty() ? std::string() : "did you mean \"" + Shown(near) + "\"?";
 }
 
 std::string quotedText(std::string_view text) {

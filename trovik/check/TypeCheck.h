@@ -51,8 +51,6 @@ struct TypeCheck {
 /// Sections and lists of one file whose names are fixed.
 const std::vector<String>& fixedSections();
 
-/// "did you mean ...?", or the empty text where no known name is near.
-std::string didYouMean(std::string_view unknown, const std::vector<String>& known);
 /// A text of the file in quotes, made harmless and short.
 std::string quotedText(std::string_view text);
 /// Splits what the host says as "fact; what to do" in two.

@@ -1,5 +1,6 @@
 #include "trovik/cluster/FolderForms.h"
 
+#include "host/foundation/Characters.h"
 #include "trovik/records/Records.h"
 #include "trovik/text/Json.h"
 #include "trovik/text/Text.h"
@@ -14,7 +15,6 @@ namespace trovik {
 namespace {
 
 constexpr int depthLimit = 6; // an end's files are at depth 4
-constexpr std::string_view hexDigits = "0123456789abcdef";
 
 // In the order of the enumeration.
 constexpr std::array endings = {"itself", "canceled", "interrupted", "given up"};
@@ -23,14 +23,7 @@ Json written(const std::string& text) {
   if (isUtf8(text)) {
     return text;
   }
-  std::string hex;
-  hex.reserve(2 * text.size());
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    hex += hexDigits[byte >> 4U];
-    hex += hexDigits[byte & 0xfU];
-  }
-  return Json{{"hex", hex}};
+  return Json{{"hex", HexOf(text)}};
 }
 
 Json written(const std::vector<std::string>& texts) {
@@ -179,18 +172,11 @@ private:
     if (hex == value.end() || !hex->is_string()) {
       throw FormProblem{"\"" + std::string(key) + "\" is no text"};
     }
-    const auto& digits = hex->get_ref<const std::string&>();
-    std::string text;
-    for (std::size_t at = 0; at < digits.size(); at += 2) {
-      const std::size_t high = hexDigits.find(digits[at]);
-      const std::size_t low =
-          at + 1 < digits.size() ? hexDigits.find(digits[at + 1]) : std::string_view::npos;
-      if (high == std::string_view::npos || low == std::string_view::npos) {
-        throw FormProblem{"\"" + std::string(key) + "\" has a \"hex\" that is not one"};
-      }
-      text += static_cast<char>(high << 4U | low);
+    const std::optional<std::string> text = BytesOfHex(hex->get_ref<const std::string&>());
+    if (!text) {
+      throw FormProblem{"\"" + std::string(key) + "\" has a \"hex\" that is not one"};
     }
-    return text;
+    return *text;
   }
 
   const Json& json_;

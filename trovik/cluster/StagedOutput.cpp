@@ -7,6 +7,7 @@
 #include "host/application/ProcessJob.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
+#include "host/foundation/WriteFile.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/works/MissingFrames.h"
@@ -95,18 +96,22 @@ int makeFolderOf(const Path& file) {
 
 /// For a folder that leads to another file system.
 int copyOver(const Path& from, const Path& to, const struct stat& status) {
-  const std::string temporary = to.Text() + ".trovik-new-" + std::to_string(getpid());
-  std::error_code error;
-  std::filesystem::copy_file(from.Text().c_str(), temporary,
-                             std::filesystem::copy_options::overwrite_existing, error);
-  int reason = error.value();
-  const timespec times[2] = {status.st_atim, status.st_mtim};
-  if (reason == 0 && (utimensat(AT_FDCWD, temporary.c_str(), times, 0) != 0 ||
-                      std::rename(temporary.c_str(), to.c_str()) != 0)) {
-    reason = errno;
+  FileDraft draft(to, Existing::Replace);
+  if (draft.Error() != 0) {
+    return draft.Error();
   }
-  unlink(reason == 0 ? from.c_str() : temporary.c_str());
-  return reason;
+  std::error_code error;
+  std::filesystem::copy_file(from.Text().c_str(), draft.Name().Text().c_str(),
+                             std::filesystem::copy_options::overwrite_existing, error);
+  const timespec times[2] = {status.st_atim, status.st_mtim};
+  if (!error && utimensat(AT_FDCWD, draft.Name().c_str(), times, 0) != 0) {
+    error.assign(errno, std::generic_category());
+  }
+  if (error || draft.Publish() != 0) {
+    return error ? error.value() : draft.Error();
+  }
+  unlink(from.c_str());
+  return 0;
 }
 
 /// Whether a text begins with what a mark can hold, but for a point.
@@ -139,7 +144,7 @@ int moveFile(const Path& from, const Path& to, Present present) {
 void takeFrames(Outcome& outcome, const RunSet& bad) {
   RunSet good;
   for (const FrameRun& run : outcome.good.runs()) {
-    for (const FrameRun& left : without(run, bad)) {
+    for (const FrameRun& left : FramesOutside(run, bad.runs())) {
       good.add(left);
     }
   }

@@ -307,7 +307,8 @@ bool TaskRun::workClaimed() {
 
 void TaskRun::renderRest() {
   const FrameRun& run = plan_.works[place_].run;
-  const std::vector<FrameRun> rest = job_.hasFrames ? without(run, merged_.good) : std::vector<FrameRun>{run};
+  const std::vector<FrameRun> rest =
+      job_.hasFrames ? FramesOutside(run, merged_.good.runs()) : std::vector<FrameRun>{run};
   if (rest.empty()) {
     merged_.rule = VerdictRule::Files; // all was there
   }

@@ -1,4 +1,3 @@
-#include "host/foundation/Suggest.h"
 #include "trovik/commandline/HelpText.h"
 #include "trovik/commandline/Options.h"
 #include "trovik/commandline/VerbOptions.h"
@@ -77,11 +76,6 @@ std::vector<String> verbNames(const CommandForm& form) {
   return names;
 }
 
-std::string suggestion(const std::string& unknown, const std::vector<String>& known) {
-  const String near = SuggestName(unknown, known);
-  return near.empty() ? std::string() : "did you mean \"" + near + "\"? ";
-}
-
 /// Refuses what the verb (or the program, before any verb) did not take.
 void refuseExtras(const CommandForm& form, const Verb* verb, std::vector<std::string> extras) {
   std::erase(extras, "--"); // the mark behind which nothing is an option
@@ -96,12 +90,12 @@ void refuseExtras(const CommandForm& form, const Verb* verb, std::vector<std::st
   if (option != extras.end()) {
     const std::string name = option->substr(0, option->find('='));
     throw UsageError{"unknown option " + inQuotes(name),
-                     suggestion(name, optionNames(verb == nullptr ? form.program : *verb)) + '"' + help +
-                         "\" lists them all"};
+                     didYouMean(name, optionNames(verb == nullptr ? form.program : *verb),
+                                '"' + help + "\" lists them all")};
   }
   if (verb == nullptr) {
     throw UsageError{"unknown verb " + inQuotes(extras.front()),
-                     suggestion(extras.front(), verbNames(form)) + "\"trovik --help\" lists them all"};
+                     didYouMean(extras.front(), verbNames(form), "\"trovik --help\" lists them all")};
   }
   throw UsageError{"one argument too many: " + inQuotes(extras.front()), "see \"" + help + '"'};
 }
@@ -196,7 +190,7 @@ ParsedLine parseCommandLine(const std::vector<std::string>& arguments, std::size
     const Verb* about = form.find(helpVerb);
     if (!helpVerb.empty() && about == nullptr) {
       throw UsageError{"unknown verb " + inQuotes(helpVerb),
-                       suggestion(helpVerb, verbNames(form)) + "\"trovik --help\" lists them all"};
+                       didYouMean(helpVerb, verbNames(form), "\"trovik --help\" lists them all")};
     }
     parsed.text = helpText(form, about, width);
     return parsed;

@@ -34,7 +34,7 @@ void ImageHelper::askNext() {
   while (!asked_ && !questions_.empty()) {
     if (process_ == nullptr || process_->descriptor() < 0) {
       try {
-        process_ = std::make_unique<HelperProcess>(std::vector<std::string>{program_.Text(), "check"});
+        process_ = std::make_unique<HelperProcess>(std::vector<String>{program_.Text(), "check"});
         hasAnswered_ = false;
       } catch (const std::system_error& error) {
         finish("Cannot be looked into: cannot start " + inQuotes(program_.Text()) + ": " +

@@ -1,5 +1,6 @@
 #include "trovik/images/ImageProtocol.h"
 
+#include "host/foundation/Characters.h"
 #include "trovik/text/Json.h"
 #include "trovik/text/Text.h"
 
@@ -38,32 +39,7 @@ void putFile(Json& json, const std::string& file) {
     json["file"] = file;
     return;
   }
-  static const char digits[] = "0123456789abcdef";
-  std::string hex;
-  for (const char character : file) {
-    const auto byte = static_cast<unsigned char>(character);
-    hex += digits[byte >> 4U];
-    hex += digits[byte & 0x0fU];
-  }
-  json["fileHex"] = hex;
-}
-
-std::optional<std::string> bytesOf(const std::string& hex) {
-  const auto digit = [](char character) {
-    return character >= '0' && character <= '9'   ? character - '0'
-           : character >= 'a' && character <= 'f' ? character - 'a' + 10
-                                                  : -1;
-  };
-  std::string bytes;
-  for (std::size_t i = 0; i + 1 < hex.size(); i += 2) {
-    const int high = digit(hex[i]);
-    const int low = digit(hex[i + 1]);
-    if (high < 0 || low < 0) {
-      return std::nullopt;
-    }
-    bytes += static_cast<char>(high * 16 + low);
-  }
-  return hex.size() % 2 == 0 ? std::optional(bytes) : std::nullopt;
+  json["fileHex"] = HexOf(file);
 }
 
 std::optional<std::string> fileIn(const Json& json) {
@@ -71,7 +47,7 @@ std::optional<std::string> fileIn(const Json& json) {
     return plain->get<std::string>();
   }
   if (const auto hex = json.find("fileHex"); hex != json.end() && hex->is_string()) {
-    return bytesOf(hex->get<std::string>());
+    return BytesOfHex(hex->get<std::string>());
   }
   return std::nullopt;
 }

@@ -1,5 +1,6 @@
 #include "trovik/imagetool/SheetWriter.h"
 
+#include "host/foundation/WriteFile.h"
 #include "trovik/imagetool/Decoder.h"
 #include "trovik/text/Text.h"
 
@@ -9,12 +10,8 @@
 #include <OpenImageIO/strutil.h>
 
 #include <array>
-#include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <map>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <vector>
 
 namespace trovik::image {
@@ -22,40 +19,6 @@ namespace {
 
 const std::map<std::string, std::string> formats = {{"png", "png"},     {"jpg", "jpeg"}, {"jpeg", "jpeg"},
                                                     {"exr", "openexr"}, {"tif", "tiff"}, {"tiff", "tiff"}};
-
-/// A name beside the file that is taken by an empty file of ours, removed with
-/// the object unless it was given its real name.
-class Draft {
-public:
-  explicit Draft(const std::string& file) : name_(file + ".XXXXXX") {
-    const int descriptor = mkstemp(name_.data());
-    if (descriptor < 0) {
-      error_ = errno;
-      return;
-    }
-    // The file is for everybody whom the user's mask lets read it.
-    const mode_t mask = umask(0);
-    umask(mask);
-    fchmod(descriptor, 0666U & ~mask);
-    close(descriptor);
-  }
-  ~Draft() {
-    if (error_ == 0) {
-      unlink(name_.c_str());
-    }
-  }
-  Draft(const Draft&) = delete;
-  Draft& operator=(const Draft&) = delete;
-
-  const std::string& name() const { return name_; }
-  int error() const { return error_; }
-  /// Returns an error number.
-  int publish(const std::string& file) { return std::rename(name_.c_str(), file.c_str()) == 0 ? 0 : errno; }
-
-private:
-  std::string name_;
-  int error_ = 0;
-};
 
 std::string cannotWrite(const std::string& file, const std::string& reason) {
   return "cannot write " + inQuotes(file) + ": " + reason;
@@ -92,9 +55,9 @@ std::string whyNotWritable(const std::string& file) {
 
 std::string writeSheet(const SheetPaint& sheet, const std::string& file) {
   const std::string format = formats.at(extensionOf(file));
-  Draft draft(file);
-  if (draft.error() != 0) {
-    return cannotWrite(file, std::strerror(draft.error()));
+  FileDraft draft{Path(file), Existing::Replace};
+  if (draft.Error() != 0) {
+    return cannotWrite(file, std::strerror(draft.Error()));
   }
   const auto output = OIIO::ImageOutput::create(format);
   if (output == nullptr) {
@@ -105,10 +68,10 @@ std::string writeSheet(const SheetPaint& sheet, const std::string& file) {
                          light ? OIIO::TypeDesc::HALF : OIIO::TypeDesc::UINT8);
   layout.attribute("oiio:ColorSpace", light ? "Linear" : "sRGB");
   layout.attribute("compression", format == "jpeg" ? "jpeg:92" : "zip");
-  if (!output->open(draft.name(), layout) || !writeRows(sheet, *output, light)) {
+  if (!output->open(draft.Name().Text(), layout) || !writeRows(sheet, *output, light)) {
     return cannotWrite(file, printable(output->geterror(), OddBytes::Show));
   }
-  const int error = draft.publish(file);
+  const int error = draft.Publish();
   return error == 0 ? std::string() : cannotWrite(file, std::strerror(error));
 }
 

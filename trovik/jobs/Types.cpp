@@ -1,7 +1,6 @@
 #include "trovik/jobs/Types.h"
 
 #include "host/application/Job.h"
-#include "host/foundation/Suggest.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 
@@ -9,11 +8,6 @@
 
 namespace trovik {
 namespace {
-
-std::string suggestion(std::string_view unknown, const std::vector<String>& known) {
-  const String near = SuggestName(unknown, known);
-  return near.empty() ? std::string() : "did you mean \"" + near + "\"? ";
-}
 
 std::string number(double value) {
   char buffer[64];
@@ -57,7 +51,7 @@ UID findType(const std::string& text) {
           "\"trovik types -v\" shows where they are looked for; add a directory with --module-path"};
     }
     throw UsageError{"there is no job type " + inQuotes(text),
-                     suggestion(text, names) + "\"trovik types\" lists them all"};
+                     didYouMean(text, names, "\"trovik types\" lists them all")};
   }
   std::string ids;
   for (const UID& type : found) {
@@ -86,7 +80,7 @@ const ParameterInfo& findParameter(const UID& type, const std::string& name) {
   }
   const std::string title = inQuotes(typeTitle(type));
   throw UsageError{title + " has no parameter " + inQuotes(name),
-                   suggestion(name, names) + "trovik type " + title + " lists them all"};
+                   didYouMean(name, names, "trovik type " + title + " lists them all")};
 }
 
 std::string kindName(const ParameterInfo& info) {

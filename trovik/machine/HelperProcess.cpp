@@ -65,19 +65,9 @@ private:
   int error_ = 0;
 };
 
-template <typename Text> std::vector<char*> pointersOf(const std::vector<Text>& texts) {
-  std::vector<char*> pointers;
-  pointers.reserve(texts.size() + 1);
-  for (const Text& text : texts) {
-    pointers.push_back(const_cast<char*>(text.c_str())); // exec only reads them
-  }
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
 } // namespace
 
-HelperProcess::HelperProcess(const std::vector<std::string>& arguments) {
+HelperProcess::HelperProcess(const std::vector<String>& arguments) {
   std::array<int, 2> ends{};
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
     throw std::system_error(errno, std::system_category());
@@ -87,7 +77,7 @@ HelperProcess::HelperProcess(const std::vector<std::string>& arguments) {
   fcntl(ends[0], F_SETFL, O_NONBLOCK);
   const std::vector<String> environment = BuildEnvironment({});
   const int error =
-      SpawnRecords(ends[1]).spawn(id_, pointersOf(arguments).data(), pointersOf(environment).data());
+      SpawnRecords(ends[1]).spawn(id_, PointersTo(arguments).data(), PointersTo(environment).data());
   if (error != 0) {
     id_ = -1;
     throw std::system_error(error, std::system_category());

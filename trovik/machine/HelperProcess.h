@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/foundation/Descriptor.h"
+#include "host/foundation/String.h"
 
 #include <optional>
 #include <string>
@@ -18,7 +19,7 @@ class HelperProcess {
 public:
   /// Starts it; the first argument is the path of the program. Throws
   /// std::system_error with the system's reason.
-  explicit HelperProcess(const std::vector<std::string>& arguments);
+  explicit HelperProcess(const std::vector<String>& arguments);
   /// Kills what is left of it.
   ~HelperProcess();
   HelperProcess(const HelperProcess&) = delete;

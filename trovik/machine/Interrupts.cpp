@@ -38,9 +38,9 @@ SignalInterrupts::SignalInterrupts() {
   if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
     return;
   }
-  read_ = ends[0];
-  write_ = ends[1];
-  wakeDescriptor = write_;
+  read_.Reset(ends[0]);
+  write_.Reset(ends[1]);
+  wakeDescriptor = write_.Number();
   for (std::size_t i = 0; i < signals.size(); ++i) {
     struct sigaction action {};
     sigaction(signals[i], nullptr, &previous[i]);
@@ -54,7 +54,7 @@ SignalInterrupts::SignalInterrupts() {
 }
 
 SignalInterrupts::~SignalInterrupts() {
-  if (read_ < 0) {
+  if (!read_.IsOpen()) {
     return;
   }
   for (std::size_t i = 0; i < signals.size(); ++i) {
@@ -63,15 +63,13 @@ SignalInterrupts::~SignalInterrupts() {
     }
   }
   wakeDescriptor = -1;
-  close(read_);
-  close(write_);
 }
 
 int SignalInterrupts::take() {
   int count = 0;
   char buffer[64];
   ssize_t got = 0;
-  while ((got = read(read_, buffer, sizeof buffer)) > 0) {
+  while ((got = read(read_.Number(), buffer, sizeof buffer)) > 0) {
     count += static_cast<int>(got);
     byUser_ = byUser_ || std::find(buffer, buffer + got, static_cast<char>(SIGINT)) != buffer + got;
   }

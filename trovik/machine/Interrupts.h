@@ -1,5 +1,7 @@
 #pragma once
 
+#include "host/foundation/Descriptor.h"
+
 namespace trovik {
 
 /// The user's wish to stop, seen as a descriptor among others.
@@ -26,14 +28,14 @@ public:
   SignalInterrupts(const SignalInterrupts&) = delete;
   SignalInterrupts& operator=(const SignalInterrupts&) = delete;
 
-  int descriptor() const override { return read_; }
+  int descriptor() const override { return read_.Number(); }
   int take() override;
   bool byUser() const override { return byUser_; }
 
 private:
   bool byUser_ = false;
-  int read_ = -1;
-  int write_ = -1;
+  Descriptor read_;
+  Descriptor write_;
 };
 
 /// Writing to a pipe that nobody reads any more gives an error instead of

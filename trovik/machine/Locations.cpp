@@ -1,5 +1,7 @@
 #include "trovik/machine/Locations.h"
 
+#include "host/foundation/FileFinder.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -19,11 +21,6 @@ void appendIfNew(std::vector<Path>& paths, const Path& path) {
 }
 
 } // namespace
-
-bool isDirectory(const Path& path) {
-  std::error_code error;
-  return std::filesystem::is_directory(path.Text().c_str(), error);
-}
 
 bool exists(const Path& path) {
   std::error_code error;
@@ -95,13 +92,13 @@ std::vector<Path> Locations::installedModules() const {
   candidates.insert(candidates.end(), architectures.begin(), architectures.end());
   candidates.emplace_back(libraries /= "trovik/modules");
   candidates.emplace_back(root /= "modules");
-  std::erase_if(candidates, [](const Path& candidate) { return !isDirectory(candidate); });
+  std::erase_if(candidates, [](const Path& candidate) { return !IsDirectory(candidate); });
   return candidates;
 }
 
 std::vector<Path> Locations::defaultModulePath() const {
   std::vector<Path> path;
-  if (isDirectory(ownModules())) {
+  if (IsDirectory(ownModules())) {
     path.push_back(ownModules());
   }
   for (const Path& directory : installedModules()) {
@@ -121,7 +118,7 @@ std::vector<Path> Locations::modulePath(const std::string& text, std::vector<Pat
       }
     } else {
       const Path directory = absolutePath(text.substr(begin, end - begin));
-      if (isDirectory(directory)) {
+      if (IsDirectory(directory)) {
         appendIfNew(path, directory);
       } else {
         missing.push_back(directory);

@@ -13,9 +13,7 @@ namespace trovik {
 using EnvironmentLookup = std::function<std::optional<std::string>(const char* name)>;
 std::optional<std::string> environmentVariable(const char* name);
 
-/// Whether there is a directory, or a link to one, that can be seen.
-bool isDirectory(const Path& path);
-/// The same for anything that has a name.
+/// Whether there is anything of that name.
 bool exists(const Path& path);
 
 /// Where the program looks for things and keeps them.

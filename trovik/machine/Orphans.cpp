@@ -1,5 +1,7 @@
 #include "trovik/machine/Machine.h"
 
+#include "host/foundation/Descriptor.h"
+
 #include <algorithm>
 #include <charconv>
 #include <csignal>
@@ -117,15 +119,14 @@ std::size_t LocalMachine::killOrphans(const Orphans& orphans) {
         !isOne(process)) {
       continue;
     }
-    const int descriptor = static_cast<int>(syscall(SYS_pidfd_open, process, 0));
-    if (descriptor < 0) {
+    const Descriptor watched(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
+    if (!watched.IsOpen()) {
       continue; // it has just ended
     }
     if (isOne(process)) {
-      syscall(SYS_pidfd_send_signal, descriptor, SIGKILL, nullptr, 0);
+      syscall(SYS_pidfd_send_signal, watched.Number(), SIGKILL, nullptr, 0);
       ++left;
     }
-    close(descriptor);
   }
   return left;
 }

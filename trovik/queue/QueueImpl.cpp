@@ -21,25 +21,6 @@ Moment now() {
   return std::chrono::floor<std::chrono::microseconds>(std::chrono::system_clock::now());
 }
 
-std::vector<RunPart> cutBy(const FrameRun& run, std::span<const FrameRun> set) {
-  std::vector<RunPart> parts;
-  std::int64_t at = run.First; // the first frame that no part has yet
-  const auto add = [&](std::int64_t last, bool inside) {
-    if (last >= at) {
-      parts.push_back({{static_cast<int>(at), static_cast<int>(last)}, inside});
-      at = last + 1;
-    }
-  };
-  auto next = std::lower_bound(set.begin(), set.end(), run.First,
-                               [](const FrameRun& one, int first) { return one.Last < first; });
-  for (; next != set.end() && next->First <= run.Last; ++next) {
-    add(std::int64_t{next->First} - 1, false);
-    add(std::min(next->Last, run.Last), true);
-  }
-  add(run.Last, false);
-  return parts;
-}
-
 void Queue::Impl::putParts(const Work& work, std::span<const WorkPart> parts) {
   const WorkPart& first = parts.front();
   if (first.run == work.run) { // spares the index of frames

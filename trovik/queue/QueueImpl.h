@@ -44,17 +44,6 @@ struct WorkPart {
   int losses = 0;
 };
 
-/// A part of a run that lies in a set as a whole, or outside.
-struct RunPart {
-  FrameRun run;
-  bool inside = false;
-};
-
-/// Cuts a run into the parts inside and outside of a set, which is given as
-/// its runs in ascending order; the parts are ascending, too. Costs no more
-/// than finding the first of those runs and walking those that it meets.
-std::vector<RunPart> cutBy(const FrameRun& run, std::span<const FrameRun> set);
-
 /// What the parts of the queue share.
 class Queue::Impl {
 public:

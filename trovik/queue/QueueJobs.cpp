@@ -149,8 +149,8 @@ std::size_t Queue::Impl::retry(JobId job, const std::optional<RunSet>& only) {
     } else if (!only) {
       count += static_cast<std::size_t>(run.Count());
     } else {
-      for (const RunPart& part : cutBy(run, wanted)) {
-        count += part.inside ? static_cast<std::size_t>(part.run.Count()) : 0;
+      for (const FramePart& part : CutFrames(run, wanted)) {
+        count += part.Inside ? static_cast<std::size_t>(part.Run.Count()) : 0;
       }
     }
   }
@@ -161,7 +161,7 @@ void Queue::Impl::makeReady(JobId job, std::span<const FrameRun> wanted) {
   struct Cut {
     Work work;
     WorkState state;
-    std::vector<RunPart> parts;
+    std::vector<FramePart> parts;
   };
   std::vector<Cut> cuts;
   {
@@ -180,17 +180,17 @@ void Queue::Impl::makeReady(JobId job, std::span<const FrameRun> wanted) {
       cut.work.tries = row.integer();
       cut.work.losses = row.integer();
       cut.state = row.state<WorkState>();
-      cut.parts = cutBy(cut.work.run, wanted);
-      if (cut.parts.size() > 1 || cut.parts.front().inside) {
+      cut.parts = CutFrames(cut.work.run, wanted);
+      if (cut.parts.size() > 1 || cut.parts.front().Inside) {
         cuts.push_back(std::move(cut));
       }
     }
   }
   for (const Cut& cut : cuts) {
     std::vector<WorkPart> parts;
-    for (const RunPart& part : cut.parts) {
+    for (const FramePart& part : cut.parts) {
       parts.push_back(
-          {part.run, part.inside ? WorkState::Ready : cut.state, cut.work.tries, cut.work.losses});
+          {part.Run, part.Inside ? WorkState::Ready : cut.state, cut.work.tries, cut.work.losses});
     }
     putParts(cut.work, parts);
   }

@@ -47,8 +47,8 @@ std::vector<WorkPart> partsOf(const Outcome& outcome, bool hasFrames, const Fram
     return {{run, rest.state, rest.tries, rest.losses}};
   }
   std::vector<WorkPart> parts;
-  for (const RunPart& part : cutBy(run, outcome.good.runs())) {
-    parts.push_back({part.run, part.inside ? WorkState::Good : rest.state, rest.tries, rest.losses});
+  for (const FramePart& part : CutFrames(run, outcome.good.runs())) {
+    parts.push_back({part.Run, part.Inside ? WorkState::Good : rest.state, rest.tries, rest.losses});
   }
   return parts;
 }

@@ -117,8 +117,8 @@ void Replay::OnImage(const Job& /*job*/, const Path& file) {
   result_.images.push_back(account->Image.empty() ? file.Text() : account->Image);
 }
 
-String Replay::OnCheckFile(const Job& /*job*/, const Path& file) {
-  return look_ ? look_->problemOf(file) : String();
+String Replay::OnCheckFile(const Job& job, const Path& file) {
+  return look_ ? look_->OnCheckFile(job, file) : String();
 }
 
 const char* nameOf(LineAccount::Fate fate) {

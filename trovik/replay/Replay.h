@@ -57,7 +57,6 @@ public:
   /// prove nothing either.
   ReplayResult finish(const ProcessExit& exit, ImageInspector* inspector, Machine& machine);
 
-  void OnWorkParameter(const Job& /*job*/, const String& /*name*/, const String& /*value*/) override {}
   void OnImage(const Job& job, const Path& file) override;
   String OnCheckFile(const Job& job, const Path& file) override;
 

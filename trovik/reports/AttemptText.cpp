@@ -1,6 +1,7 @@
 #include "trovik/reports/AttemptText.h"
 
 #include "host/application/NoteText.h"
+#include "host/foundation/Descriptor.h"
 #include "host/foundation/LineSplitter.h"
 #include "trovik/records/Moments.h"
 #include "trovik/records/RunSet.h"
@@ -25,18 +26,11 @@ public:
   explicit LogFile(const Path& log)
       : descriptor_(log.empty() ? -1 : open(log.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
     struct stat facts {};
-    if (descriptor_ >= 0 && fstat(descriptor_, &facts) == 0 && S_ISREG(facts.st_mode)) {
+    if (fstat(descriptor_.Number(), &facts) == 0 && S_ISREG(facts.st_mode)) {
       size_ = facts.st_size;
       there_ = true;
     }
   }
-  ~LogFile() {
-    if (descriptor_ >= 0) {
-      close(descriptor_);
-    }
-  }
-  LogFile(const LogFile&) = delete;
-  LogFile& operator=(const LogFile&) = delete;
 
   bool isThere() const { return there_; }
   std::int64_t size() const { return size_; }
@@ -44,7 +38,7 @@ public:
   /// Up to the buffer's size from a position on; 0 at the end.
   std::size_t read(std::int64_t position, std::string& buffer) const {
     while (true) {
-      const ssize_t count = pread(descriptor_, buffer.data(), buffer.size(), position);
+      const ssize_t count = pread(descriptor_.Number(), buffer.data(), buffer.size(), position);
       if (count >= 0 || errno != EINTR) {
         return count < 0 ? 0 : static_cast<std::size_t>(count);
       }
@@ -52,7 +46,7 @@ public:
   }
 
 private:
-  int descriptor_;
+  Descriptor descriptor_;
   bool there_ = false;
   std::int64_t size_ = 0;
 };

@@ -1,5 +1,7 @@
 #include "trovik/text/Text.h"
 
+#include "host/foundation/Characters.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -72,12 +74,9 @@ void appendControl(std::string& out, unsigned char byte) {
   case '\t':
     out += "\\t";
     break;
-  default: {
-    static const char digits[] = "0123456789abcdef";
+  default:
     out += "\\x";
-    out += digits[byte >> 4U];
-    out += digits[byte & 0x0fU];
-  }
+    AppendHex(out, static_cast<char>(byte));
   }
 }
 

@@ -1,9 +1,12 @@
 #pragma once
 
 #include "host/foundation/Exception.h"
+#include "host/foundation/String.h"
 
 #include <string>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 namespace trovik {
 
@@ -20,6 +23,11 @@ struct UsageError {
   std::string message;
   std::string hint;
 };
+
+/// A hint for a mistyped name: "did you mean "near"?" with the known name that is
+/// nearest, where one is near, and what else may help.
+std::string didYouMean(std::string_view unknown, const std::vector<String>& known,
+                       const std::string& help = {});
 
 /// The text of a host exception, which is deleted.
 std::string takeText(Exception* exception);

@@ -170,13 +170,13 @@ bool Submission::leaveOutGood(Queue& queue, ImageInspector& inspector, Machine& 
       continue;
     }
     RunSet left;
-    for (const FrameRun& rest : without(run, found.good)) {
+    for (const FrameRun& rest : FramesOutside(run, found.good.runs())) {
       left.add(rest);
       works.push_back(rest);
     }
     // Good frames keep to the works that they would have been: a retry must not
     // start the program for more frames than a packet.
-    const std::vector<FrameRun> good = without(run, left);
+    const std::vector<FrameRun> good = FramesOutside(run, left.runs());
     newJob_.found.insert(newJob_.found.end(), good.begin(), good.end());
   }
   newJob_.works = works;

@@ -1,3 +1,4 @@
+#include "host/foundation/FileFinder.h"
 #include "host/foundation/IniFile.h"
 #include "host/foundation/Quoting.h"
 #include "host/foundation/WriteFile.h"
@@ -40,7 +41,7 @@ Path targetOf(const Session& session, const std::string& name) {
     throw UsageError{"--out: the name of the file is empty", "leave it out for the usual one"};
   }
   Path file = absolutePath(*named);
-  if (isDirectory(file) || named->back() == '/') {
+  if (IsDirectory(file) || named->back() == '/') {
     return file /= leaf;
   }
   if (!String(*named).Lower().ends_with(".tvx")) {

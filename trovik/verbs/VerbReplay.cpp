@@ -1,3 +1,4 @@
+#include "host/foundation/Descriptor.h"
 #include "trovik/images/ImageHelper.h"
 #include "trovik/jobs/JobSetup.h"
 #include "trovik/jobs/SceneSequence.h"
@@ -26,34 +27,27 @@ constexpr std::size_t logPieceSize = std::size_t{256} << 10;
 /// standard input for "-".
 class SavedLog {
 public:
-  explicit SavedLog(const std::string& name) : name_(name), descriptor_(STDIN_FILENO) {
+  explicit SavedLog(const std::string& name) : name_(name) {
     if (name == "-") {
       return;
     }
-    descriptor_ = open(name.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor_ < 0) {
+    file_.Reset(open(name.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file_.IsOpen()) {
       const int error = errno;
       throw UsageError{error == ENOENT ? "there is no log " + inQuotes(name) : problem(error),
                        "name the file that holds the program's output, or - for standard input"};
     }
     struct stat facts {};
-    if (fstat(descriptor_, &facts) == 0 && S_ISDIR(facts.st_mode)) {
-      close(descriptor_);
+    if (fstat(file_.Number(), &facts) == 0 && S_ISDIR(facts.st_mode)) {
       throw UsageError{inQuotes(name) + " is a folder", "name one log in it"};
     }
   }
-  ~SavedLog() {
-    if (descriptor_ != STDIN_FILENO) {
-      close(descriptor_);
-    }
-  }
-  SavedLog(const SavedLog&) = delete;
-  SavedLog& operator=(const SavedLog&) = delete;
 
   void feed(Replay& replay) const {
+    const int descriptor = file_.IsOpen() ? file_.Number() : STDIN_FILENO;
     std::string buffer(logPieceSize, '\0');
     while (true) {
-      const ssize_t got = read(descriptor_, buffer.data(), buffer.size());
+      const ssize_t got = read(descriptor, buffer.data(), buffer.size());
       if (got == 0) {
         return;
       }
@@ -72,7 +66,7 @@ private:
   }
 
   std::string name_;
-  int descriptor_;
+  Descriptor file_; // none for standard input
 };
 
 void setUp(JobSetup& setup, const Options& options) {

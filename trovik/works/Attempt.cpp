@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <sys/stat.h>
 #include <utility>
 
 namespace trovik {
@@ -28,11 +27,6 @@ std::optional<Duration> limitOf(double seconds) {
   }
   // A century is as good as for ever, and fits the clock.
   return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(std::min(seconds, 3.0e9)));
-}
-
-bool isFilled(const Path& file) {
-  struct stat status {};
-  return stat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0;
 }
 
 } // namespace
@@ -245,8 +239,6 @@ void Attempt::confirm(const Path& file) {
   }
 }
 
-void Attempt::OnWorkParameter(const Job& /*job*/, const String& /*name*/, const String& /*value*/) {}
-
 void Attempt::OnImage(const Job& /*job*/, const Path& file) {
   // Many programs name a file before they write it. When the next one is
   // named, the one before is complete.
@@ -260,8 +252,8 @@ void Attempt::OnImage(const Job& /*job*/, const Path& file) {
   }
 }
 
-String Attempt::OnCheckFile(const Job& /*job*/, const Path& file) {
-  return look_ ? look_->problemOf(file) : String();
+String Attempt::OnCheckFile(const Job& job, const Path& file) {
+  return look_ ? look_->OnCheckFile(job, file) : String();
 }
 
 } // namespace trovik

@@ -82,7 +82,6 @@ public:
   const WorkResult& result() const { return result_; }
   const Outcome& outcome() const { return outcome_; }
 
-  void OnWorkParameter(const Job& job, const String& name, const String& value) override;
   void OnImage(const Job& job, const Path& file) override;
   String OnCheckFile(const Job& job, const Path& file) override;
 

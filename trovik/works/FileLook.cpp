@@ -7,15 +7,11 @@
 #include <sys/stat.h>
 
 namespace trovik {
-namespace {
 
-/// Files that are not there, or hold nothing, are for the job to tell.
-bool isWorthALook(const Path& file) {
+bool isFilled(const Path& file) {
   struct stat status {};
   return stat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0;
 }
-
-} // namespace
 
 FileLook::FileLook(ImageInspector& inspector, const RenderJob& job) {
   std::vector<RenderJob::WorkFile> files;
@@ -27,8 +23,8 @@ FileLook::FileLook(ImageInspector& inspector, const RenderJob& job) {
     LogDebug("files to check: " + takeText(exception)); // the job's own check tells it
   }
   for (const RenderJob::WorkFile& file : files) {
-    if (!isWorthALook(file.File)) {
-      continue;
+    if (!isFilled(file.File)) {
+      continue; // for the job to tell
     }
     ++state_->open;
     inspector.ask(file.File, refuseFlat, [state = state_, name = file.File.Text()](const Inspection& found) {
@@ -40,7 +36,7 @@ FileLook::FileLook(ImageInspector& inspector, const RenderJob& job) {
   }
 }
 
-String FileLook::problemOf(const Path& file) const {
+String FileLook::OnCheckFile(const Job& /*job*/, const Path& file) {
   const auto found = state_->problems.find(file.Text());
   return found == state_->problems.end() ? String() : String(found->second);
 }

@@ -13,14 +13,14 @@ namespace trovik {
 /// Looks into all files of a work before its job judges them, so that the
 /// judging itself need not wait: asks the inspector for each when it is made,
 /// and knows the answers once it is over. May be destroyed at any time.
-class FileLook {
+class FileLook : public WorkObserver {
 public:
   FileLook(ImageInspector& inspector, const RenderJob& job);
 
   bool isOver() const { return state_->open == 0; }
   /// What is wrong with a file; empty for nothing, and for a file that was not
-  /// looked into.
-  String problemOf(const Path& file) const;
+  /// looked into. As the job's observer the look hands that to its judging.
+  String OnCheckFile(const Job& job, const Path& file) override;
 
 private:
   struct State {
@@ -29,6 +29,9 @@ private:
   };
   std::shared_ptr<State> state_ = std::make_shared<State>();
 };
+
+/// Whether a file is there and holds something.
+bool isFilled(const Path& file);
 
 /// Waits until the look is over, doing nothing else meanwhile.
 void waitFor(const FileLook& look, ImageInspector& inspector, Machine& machine);

@@ -12,18 +12,6 @@
 namespace trovik {
 namespace {
 
-/// Hands a look's answers to the job that judges them.
-class LookObserver final : public WorkObserver {
-public:
-  explicit LookObserver(const FileLook& look) : look_(look) {}
-  void OnWorkParameter(const Job& /*job*/, const String& /*name*/, const String& /*value*/) override {}
-  void OnImage(const Job& /*job*/, const Path& /*file*/) override {}
-  String OnCheckFile(const Job& /*job*/, const Path& file) override { return look_.problemOf(file); }
-
-private:
-  const FileLook& look_;
-};
-
 /// Coarse file systems keep the times of files to two seconds.
 constexpr std::chrono::seconds stampSlack{2};
 
@@ -100,10 +88,9 @@ FoundFrames findGoodFrames(const WorkMaker& works, const std::vector<FrameRun>& 
         render->ProcessNewFilename(Path(file->second));
       }
     }
-    const FileLook look(inspector, *render);
+    FileLook look(inspector, *render);
     waitFor(look, inspector, machine);
-    LookObserver observer(look);
-    render->SetObserver(&observer);
+    render->SetObserver(&look);
     const int status = render->CheckFiles(k_StatusFinished);
     render->SetObserver(nullptr);
 
@@ -132,7 +119,7 @@ FoundFrames findGoodFrames(const WorkMaker& works, const std::vector<FrameRun>& 
       }
     }
     for (const FrameRun& frames : good.runs()) {
-      for (const FrameRun& trusted : without(frames, distrusted)) {
+      for (const FrameRun& trusted : FramesOutside(frames, distrusted.runs())) {
         found.good.add(trusted);
       }
     }
@@ -140,27 +127,6 @@ FoundFrames findGoodFrames(const WorkMaker& works, const std::vector<FrameRun>& 
                  [&](const FileRecord& file) { return file.frame && found.good.contains(*file.frame); });
   }
   return found;
-}
-
-std::vector<FrameRun> without(const FrameRun& run, const RunSet& good) {
-  std::vector<FrameRun> left;
-  std::int64_t next = run.First;
-  for (const FrameRun& done : good.runs()) {
-    if (done.Last < next) {
-      continue;
-    }
-    if (done.First > run.Last) {
-      break;
-    }
-    if (done.First > next) {
-      left.push_back({static_cast<int>(next), done.First - 1});
-    }
-    next = std::int64_t{done.Last} + 1;
-  }
-  if (next <= run.Last) {
-    left.push_back({static_cast<int>(next), run.Last});
-  }
-  return left;
 }
 
 } // namespace trovik

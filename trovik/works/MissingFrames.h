@@ -33,7 +33,4 @@ FoundFrames findGoodFrames(const WorkMaker& works, const std::vector<FrameRun>& 
                            const KnownFiles& known, Queue& queue, ImageInspector& inspector,
                            Machine& machine);
 
-/// The runs that are left of a work's frames.
-std::vector<FrameRun> without(const FrameRun& run, const RunSet& good);
-
 } // namespace trovik

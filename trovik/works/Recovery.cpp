@@ -40,9 +40,6 @@ Recovery::Recovery(LostAttempt lost, SmartHandle<Job> job, bool hasFrames, Image
   outcome_.command = lost_.attempt.command;
   outcome_.files = lost_.files;
   outcome_.duration = std::chrono::microseconds(0);
-  if (job_) {
-    job_->SetObserver(this);
-  }
 }
 
 Recovery::~Recovery() {
@@ -83,6 +80,7 @@ void Recovery::look() {
     render->ProcessNewFilename(Path(file.path));
   }
   look_.emplace(inspector_, *render);
+  job_->SetObserver(&*look_);
 }
 
 void Recovery::judge() {
@@ -97,12 +95,6 @@ void Recovery::judge() {
       outcome_.good.add(run);
     }
   }
-}
-
-void Recovery::OnWorkParameter(const Job& /*job*/, const String& /*name*/, const String& /*value*/) {}
-void Recovery::OnImage(const Job& /*job*/, const Path& /*file*/) {}
-String Recovery::OnCheckFile(const Job& /*job*/, const Path& file) {
-  return look_ ? look_->problemOf(file) : String();
 }
 
 std::vector<std::unique_ptr<Recovery>> takeLostAttempts(Queue& queue, ImageInspector& inspector) {

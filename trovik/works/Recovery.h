@@ -14,14 +14,14 @@ namespace trovik {
 /// Takes up an attempt whose engine died: ends what is left of its programs,
 /// then looks at the files that it left, so that only the frames without a
 /// good one are rendered again. Nothing else may start that work before.
-class Recovery final : public WorkObserver {
+class Recovery {
 public:
   /// `works` may be null where the job's type is not known here: nothing that
   /// the attempt left is trusted then. The inspector must outlive the recovery.
   Recovery(const LostAttempt& lost, const WorkMaker* works, bool hasFrames, ImageInspector& inspector);
   /// The same with the work's own job object, which nothing else uses; null for none.
   Recovery(LostAttempt lost, SmartHandle<Job> job, bool hasFrames, ImageInspector& inspector);
-  ~Recovery() override;
+  ~Recovery();
   Recovery(const Recovery&) = delete;
   Recovery& operator=(const Recovery&) = delete;
 
@@ -32,10 +32,6 @@ public:
   /// Whether its outcome was handed on.
   bool isRecorded() const { return recorded_; }
   void markRecorded() { recorded_ = true; }
-
-  void OnWorkParameter(const Job& job, const String& name, const String& value) override;
-  void OnImage(const Job& job, const Path& file) override;
-  String OnCheckFile(const Job& job, const Path& file) override;
 
 private:
   void look();

@@ -1,5 +1,6 @@
 #include "trovik/works/RunLogs.h"
 
+#include "host/foundation/Descriptor.h"
 #include "host/foundation/Log.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
@@ -17,24 +18,17 @@ namespace {
 class AttemptLogFile final : public AttemptLog {
 public:
   explicit AttemptLogFile(Path file) : file_(std::move(file)) {}
-  ~AttemptLogFile() override {
-    if (descriptor_ >= 0) {
-      close(descriptor_);
-    }
-  }
-  AttemptLogFile(const AttemptLogFile&) = delete;
-  AttemptLogFile& operator=(const AttemptLogFile&) = delete;
 
   void write(std::string_view bytes) override {
     if (state_ == State::Unopened && !bytes.empty()) {
-      descriptor_ = ::open(file_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+      descriptor_.Reset(::open(file_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
       state_ = State::Open;
-      if (descriptor_ < 0) {
+      if (!descriptor_.IsOpen()) {
         giveUp();
       }
     }
     while (state_ == State::Open && !bytes.empty()) {
-      const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
+      const ssize_t written = ::write(descriptor_.Number(), bytes.data(), bytes.size());
       if (written > 0) {
         bytes.remove_prefix(static_cast<std::size_t>(written));
       } else if (written == 0 || errno != EINTR) {
@@ -56,7 +50,7 @@ private:
 
   Path file_;
   State state_ = State::Unopened;
-  int descriptor_ = -1;
+  Descriptor descriptor_;
 };
 
 class NoLogs final : public RunLogs {

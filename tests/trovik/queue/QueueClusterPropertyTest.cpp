@@ -134,7 +134,7 @@ public:
     if (place == nullptr) {
       return;
     }
-    const bool refused = !storeErrorOf([&] { queue.closePlace(place->array, place->place); }).message.empty();
+    const bool refused = !queueErrorOf([&] { queue.closePlace(place->array, place->place); }).message.empty();
     RC_ASSERT(refused == (place->attempt != 0));
     if (!refused) {
       close(place);
@@ -159,7 +159,7 @@ public:
 
   void remove(JobId id, const ModelJob& job) {
     const bool runs = job.any(WorkState::Running);
-    RC_ASSERT(storeErrorOf([&] { queue.remove(id); }).message.empty() == !runs);
+    RC_ASSERT(queueErrorOf([&] { queue.remove(id); }).message.empty() == !runs);
     if (!runs) {
       std::erase_if(places, [id](const ModelPlace& one) { return one.job == id; });
       jobs.erase(id);

@@ -107,7 +107,7 @@ public:
 
   void remove(JobId id, const ModelJob& job) {
     const bool runs = job.any(WorkState::Running);
-    RC_ASSERT(storeErrorOf([&] { queue.remove(id); }).message.empty() == !runs);
+    RC_ASSERT(queueErrorOf([&] { queue.remove(id); }).message.empty() == !runs);
     if (!runs) {
       jobs.erase(id);
     }
@@ -208,12 +208,12 @@ RC_GTEST_PROP(QueueProperty, ACutRunIsItsPartsInOrder, ()) {
   const std::vector<FrameRun> runs = set.runs();
   int next = run.First;
   bool inside = false;
-  for (const RunPart& part : cutBy(run, runs)) {
-    RC_ASSERT(part.run.First == next);
-    RC_ASSERT(next == run.First || part.inside != inside);
-    inside = part.inside;
-    for (; next <= part.run.Last; ++next) {
-      RC_ASSERT(set.contains(next) == part.inside);
+  for (const FramePart& part : CutFrames(run, runs)) {
+    RC_ASSERT(part.Run.First == next);
+    RC_ASSERT(next == run.First || part.Inside != inside);
+    inside = part.Inside;
+    for (; next <= part.Run.Last; ++next) {
+      RC_ASSERT(set.contains(next) == part.Inside);
     }
   }
   RC_ASSERT(next == run.Last + 1);
@@ -223,11 +223,11 @@ TEST(QueueCut, EndsOfTheIntegersDoNotOverflow) {
   constexpr int lowest = std::numeric_limits<int>::min();
   constexpr int highest = std::numeric_limits<int>::max();
   const std::vector<FrameRun> ends = {{lowest, lowest}, {highest, highest}};
-  const std::vector<RunPart> parts = cutBy({lowest, highest}, ends);
+  const std::vector<FramePart> parts = CutFrames({lowest, highest}, ends);
   ASSERT_EQ(parts.size(), 3U);
-  EXPECT_TRUE(parts[0].inside);
-  EXPECT_EQ(parts[1].run, (FrameRun{lowest + 1, highest - 1}));
-  EXPECT_EQ(parts[2].run, (FrameRun{highest, highest}));
+  EXPECT_TRUE(parts[0].Inside);
+  EXPECT_EQ(parts[1].Run, (FrameRun{lowest + 1, highest - 1}));
+  EXPECT_EQ(parts[2].Run, (FrameRun{highest, highest}));
 }
 
 } // namespace
