@@ -40,19 +40,44 @@ esac
 say "Packages"
 scripts/install-packages.sh "${sets[@]}"
 
-for preset in "${presets[@]}"; do
-  say "Build: $preset"
-  options=(-DTROVIK_BUILD_TESTS=ON)
-  # Sanitizers watch our own programs: renderers and clusters prove nothing more there.
-  [ "$preset" != release ] || options+=("-DTROVIK_CATALOGUE_TESTS=$catalogue" "-DTROVIK_SLURM_TESTS=$slurm")
-  scripts/build.sh "$preset" "${options[@]}"
-  printf '%s s\n' "$SECONDS"
-done
-
 logs=$(mktemp -d)
-trap 'rm -rf "$logs"' EXIT
+build=
+end() {
+  # The group, since a build is many processes.
+  [ -z "$build" ] || kill -- "-$build" 2>/dev/null || true
+  rm -rf "$logs"
+}
+trap end EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM HUP
+
+say "Build: release"
+# Sanitizers watch our own programs: renderers and clusters prove nothing more there.
+scripts/build.sh release -DTROVIK_BUILD_TESTS=ON "-DTROVIK_CATALOGUE_TESTS=$catalogue" "-DTROVIK_SLURM_TESTS=$slurm"
+printf '%s s\n' "$SECONDS"
+
+# Tests wait more than they compute: meanwhile the next are built.
+if [[ " ${presets[*]} " == *" sanitize "* ]]; then
+  setsid nice scripts/build.sh sanitize -DTROVIK_BUILD_TESTS=ON >"$logs/build" 2>&1 &
+  build=$!
+fi
+
 failed=0
 for preset in "${presets[@]}"; do
+  if [ "$preset" = sanitize ]; then
+    say "Build: sanitize"
+    if [ -t 1 ]; then
+      # Goes on where that one was, and shows how far it is.
+      kill -- "-$build" 2>/dev/null || true
+      wait "$build" || true
+      scripts/build.sh sanitize -DTROVIK_BUILD_TESTS=ON
+    elif ! wait "$build"; then
+      cat "$logs/build"
+      exit 1
+    fi
+    build=
+    printf '%s s\n' "$SECONDS"
+  fi
   say "Tests: $preset"
   log=$logs/$preset
   # Many tests wait more than they compute.

@@ -35,12 +35,22 @@ fi
 
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
-cmake --preset "$preset" "${options[@]}" >"$log" 2>&1 || { cat "$log" >&2; fail "configuring $preset failed"; }
+# Two builds of one folder would write the same files: the second waits.
+mkdir -p "build/$preset"
+exec {lock}<"build/$preset"
+flock "$lock"
+cmake --preset "$preset" "${options[@]}" >"$log" 2>&1 || {
+  cat "$log" >&2
+  fail "configuring $preset failed"
+}
 
 build=(cmake --build --preset "$preset")
 [ ${#targets[@]} -eq 0 ] || build+=(--target "${targets[@]}")
 if [ -t 1 ]; then
   "${build[@]}" || fail "building $preset failed"
 else
-  "${build[@]}" >"$log" 2>&1 || { cat "$log" >&2; fail "building $preset failed"; }
+  "${build[@]}" >"$log" 2>&1 || {
+    cat "$log" >&2
+    fail "building $preset failed"
+  }
 fi
