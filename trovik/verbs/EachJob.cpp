@@ -2,6 +2,7 @@
 
 #include "trovik/text/Messages.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/ClusterRun.h"
 #include "trovik/verbs/EngineRun.h"
 #include "trovik/verbs/Session.h"
 

@@ -8,6 +8,8 @@
 
 namespace trovik {
 
+class Session;
+
 /// What was done with a job, for people (one or more whole lines) and as JSON.
 struct JobDone {
   std::string text;
