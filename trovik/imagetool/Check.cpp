@@ -13,7 +13,7 @@ namespace {
 /// Whether all pixels have the colour of the first.
 class FlatSink final : public PixelSink {
 public:
-  void begin(const OIIO::ImageSpec& layout, const std::string& /*format*/) override {
+  void begin(const OIIO::ImageSpec& layout) override {
     channels_ = layout.nchannels;
     colour_ = channelsOf(layout).colour;
   }

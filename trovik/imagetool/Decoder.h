@@ -30,7 +30,7 @@ struct Piece {
 class PixelSink {
 public:
   virtual ~PixelSink() = default;
-  virtual void begin(const OIIO::ImageSpec& layout, const std::string& format) = 0;
+  virtual void begin(const OIIO::ImageSpec& layout) = 0;
   virtual void take(const Piece& piece) = 0;
 };
 

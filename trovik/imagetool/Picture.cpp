@@ -48,10 +48,10 @@ double aspectOf(const OIIO::ImageSpec& layout) {
 
 Picture::Picture(int width, int height) : roomWidth_(width), roomHeight_(height) {}
 
-void Picture::begin(const OIIO::ImageSpec& layout, const std::string& format) {
+void Picture::begin(const OIIO::ImageSpec& layout) {
   channelCount_ = layout.nchannels;
   channels_ = channelsOf(layout);
-  const bool density = format == "cineon" || layout.get_string_attribute("oiio:ColorSpace") == "KodakLog";
+  const bool density = layout.get_string_attribute("oiio:ColorSpace") == "KodakLog";
   light_ = density ? Light::Cineon : isLinear(layout) ? Light::Linear : Light::Display;
 
   const bool full = layout.full_width > 0 && layout.full_height > 0;

@@ -31,7 +31,7 @@ public:
   /// The room for the picture, in pixels; it keeps its shape.
   Picture(int width, int height);
 
-  void begin(const OIIO::ImageSpec& layout, const std::string& format) override;
+  void begin(const OIIO::ImageSpec& layout) override;
   void take(const Piece& piece) override;
 
   /// No pixels when nothing was taken.

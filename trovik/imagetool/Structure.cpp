@@ -370,67 +370,6 @@ void checkDpx(Bytes& bytes) {
   }
 }
 
-void checkCineon(Bytes& bytes) {
-  bytes.order = bytes.next() == 0xd7 ? Order::Little : Order::Big;
-  const std::uint64_t offset = bytes.numberAt(4, 4);
-  bytes.seek(193);
-  const std::uint64_t channels = bytes.next();
-  bytes.seek(198);
-  const std::uint64_t bits = bytes.next();
-  const std::uint64_t width = bytes.numberAt(200, 4);
-  const std::uint64_t height = bytes.number(4);
-  bytes.seek(681);
-  const bool filled = bytes.next() != 0;
-  requireBytes(bytes, offset, product({lineBytes(width * channels, bits, filled), height}));
-}
-
-/// One line of one packet of channels, as runs and single pixels.
-void skipSoftimageRuns(Bytes& bytes, std::uint64_t width, std::uint64_t channels, bool mixed) {
-  for (std::uint64_t done = 0; done < width;) {
-    const std::uint64_t code = bytes.next();
-    if (mixed && code < 128) {
-      bytes.skip((code + 1) * channels);
-      done += code + 1;
-    } else {
-      const std::uint64_t run = !mixed ? code : code == 128 ? bytes.number(2) : code - 127;
-      if (run == 0) {
-        throw Flaw{"a run of no pixels"};
-      }
-      bytes.skip(channels);
-      done += run;
-    }
-  }
-}
-
-// The decoder takes the lines that are missing for the last one it has.
-void checkSoftimage(Bytes& bytes) {
-  struct Packet {
-    unsigned type = 0;
-    std::uint64_t channels = 0;
-  };
-  const std::uint64_t width = bytes.numberAt(92, 2);
-  const std::uint64_t height = bytes.number(2);
-  bytes.skip(8);
-  std::vector<Packet> packets;
-  for (bool more = true; more;) {
-    more = bytes.next() != 0;
-    bytes.skip(1);
-    Packet packet;
-    packet.type = bytes.next();
-    packet.channels = static_cast<std::uint64_t>(__builtin_popcount(bytes.next() >> 4U));
-    packets.push_back(packet);
-  }
-  for (std::uint64_t line = 0; line < height; ++line) {
-    for (const Packet& packet : packets) {
-      if (packet.type == 0) {
-        bytes.skip(width * packet.channels);
-      } else {
-        skipSoftimageRuns(bytes, width, packet.channels, packet.type == 2);
-      }
-    }
-  }
-}
-
 // The decoder reads chunks until there are no more.
 void checkIff(Bytes& bytes) {
   bytes.skip(4);
@@ -476,36 +415,18 @@ void checkJpeg2000(Bytes& bytes) {
   }
 }
 
-// A depth map of 136 bytes and a float a pixel, usually compressed by gzip,
-// which puts the length of the whole at its end; the decoder does not look.
-void checkZfile(Bytes& bytes, int width, int height) {
-  const std::uint64_t whole =
-      136 + product({static_cast<std::uint64_t>(width), static_cast<std::uint64_t>(height), 4});
-  const bool compressed = bytes.number(2) == 0x1f8b;
-  if (!compressed) {
-    requireBytes(bytes, 0, whole);
-    return;
-  }
-  bytes.order = Order::Little;
-  if (bytes.size() < 18 || bytes.numberAt(bytes.size() - 4, 4) != (whole & UINT32_MAX)) {
-    throw EarlyEnd{};
-  }
-}
-
 } // namespace
 
-std::string structureProblem(std::string_view format, const std::string& file, int width, int height) {
+std::string structureProblem(std::string_view format, const std::string& file) {
   using Check = std::function<void(Bytes&)>;
-  const std::array<std::pair<std::string_view, Check>, 11> checks = {{
+  const std::array<std::pair<std::string_view, Check>, 9> checks = {{
       {"jpeg", checkJpeg},
       {"png", checkPng},
       {"gif", checkGif},
       {"tiff", checkTiff},
       {"pnm", checkPnm},
       {"dpx", checkDpx},
-      {"cineon", checkCineon},
       {"iff", checkIff},
-      {"softimage", checkSoftimage},
       {"jpeg2000", checkJpeg2000},
       {"heif", checkBoxes},
   }};
@@ -515,9 +436,6 @@ std::string structureProblem(std::string_view format, const std::string& file, i
       if (name == format) {
         check(bytes);
       }
-    }
-    if (format == "zfile") {
-      checkZfile(bytes, width, height);
     }
   } catch (const EarlyEnd&) {
     return "the file ends early";

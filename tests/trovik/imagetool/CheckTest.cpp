@@ -59,8 +59,8 @@ TEST(Flat, DamageIsToldFirst) {
 
 TEST(NoImage, HasNoProblem) {
   const TemporaryDirectory directory;
-  for (const char* name :
-       {"a.txt", "a", "a.mp4", "a.mov", "a.vdb", "a.null", "a.term", "a.raw", "a.cap", "a.abc"}) {
+  for (const char* name : {"a.txt", "a", "a.mp4", "a.mov", "a.vdb", "a.null", "a.term", "a.raw", "a.cap",
+                           "a.abc", "a.cin", "a.zfile"}) {
     const Inspection inspection = inspect(directory.write(name, "no picture at all"));
     EXPECT_EQ(inspection.problem, "") << name;
     EXPECT_FALSE(inspection.image) << name;
