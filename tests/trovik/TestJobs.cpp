@@ -1,6 +1,6 @@
 #include "tests/trovik/TestJobs.h"
 
-#include "trovik/jobs/WorkJob.h"
+#include "trovik/jobs/WorkMaker.h"
 
 #include <memory>
 #include <utility>

@@ -53,7 +53,7 @@ struct ClusterSubmission {
   int tasks = 1;                       ///< indices from 0 on
   int throttle = 0;                    ///< tasks that may run at a time; 0 for no limit
   std::string partition, account, qos; ///< empty for the site's default
-  std::int64_t memory = 0;             ///< mebibytes of a task; always passed
+  std::int64_t memory = 0;             ///< mebibytes of a task; 0 leaves it to the cluster
   int cpus = 1;
   int minutes = 0;                  ///< 0 for the partition's own limit
   std::vector<std::string> options; ///< further ones of sbatch

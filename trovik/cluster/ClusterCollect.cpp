@@ -322,7 +322,7 @@ bool ClusterEngine::collect(Array& array, Place& place, WorkEnd end) {
   }
   const int claim = array.folder.lastClaim(work.place, place.claim);
   const std::optional<WorkClaim> taken = claim > 0 ? array.folder.claimOf(work.place, claim) : std::nullopt;
-  OpenJob* job = open(array.record.job);
+  ClusterJob* job = open(array.record.job);
   if (!taken || job == nullptr) {
     settle(array, work.place, end); // nothing was rendered
     return true;
@@ -335,7 +335,7 @@ bool ClusterEngine::collect(Array& array, Place& place, WorkEnd end) {
 /// Begins to look at what the dead processes of a work have left.
 void ClusterEngine::startRescue(const Array& array, const PlacedWork& work, WorkEnd end, int claims,
                                 const WorkClaim& newest) {
-  const OpenJob& job = *open(array.record.job);
+  const ClusterJob& job = *open(array.record.job);
   const TaskSelf here = taskSelf();
   LeftBehind left;
   left.since = end.started;

@@ -176,13 +176,13 @@ void ClusterEngine::reload() {
   }
   arrays_ = std::move(arrays);
 
-  std::map<JobId, OpenJob> jobs;
+  std::map<JobId, ClusterJob> jobs;
   for (JobRecord& record : queue_.clusterJobs()) {
     auto old = jobs_.extract(record.id);
     if (!old.empty()) {
       jobs.insert(std::move(old));
     }
-    OpenJob& job = jobs[record.id];
+    ClusterJob& job = jobs[record.id];
     job.record = std::move(record);
     job.looked = false;
   }
@@ -190,12 +190,12 @@ void ClusterEngine::reload() {
 }
 
 /// The job with its type, where that is known here.
-ClusterEngine::OpenJob* ClusterEngine::open(JobId id) {
+ClusterEngine::ClusterJob* ClusterEngine::open(JobId id) {
   const auto known = jobs_.find(id);
   if (known == jobs_.end()) {
     return nullptr;
   }
-  OpenJob& job = known->second;
+  ClusterJob& job = known->second;
   if (!job.works && !job.refused) {
     try {
       auto works = std::make_unique<WorkMaker>(job.record.type, queue_.packed(id));
@@ -237,7 +237,7 @@ void ClusterEngine::place() {
     if (!record.readySince) {
       record.readySince = machine_.now();
     }
-    OpenJob* job = open(id);
+    ClusterJob* job = open(id);
     if (job->refused) {
       continue;
     }
@@ -251,7 +251,7 @@ void ClusterEngine::place() {
 }
 
 /// Gives works to one array job; what does not fit follows with a later turn.
-void ClusterEngine::placeWorks(OpenJob& job, std::vector<WorkRecord> works) {
+void ClusterEngine::placeWorks(ClusterJob& job, std::vector<WorkRecord> works) {
   const ClusterRequest& request = *job.request;
   if (!site_ || sitePartition_ != request.partition) {
     if (machine_.now() < nextQuestion_) {
@@ -320,7 +320,7 @@ void ClusterEngine::placeWorks(OpenJob& job, std::vector<WorkRecord> works) {
   submit(array, job);
 }
 
-void ClusterEngine::submit(Array& array, OpenJob& job) {
+void ClusterEngine::submit(Array& array, ClusterJob& job) {
   const ClusterRequest& request = *job.request;
   ArrayPlan plan;
   plan.perTask = array.record.perTask;

@@ -105,7 +105,7 @@ private:
     std::optional<Clock::time_point> answeredAt; // the submission; tasks show only after it
     std::optional<Clock::time_point> canceled;   // was asked of the cluster
   };
-  struct OpenJob {
+  struct ClusterJob {
     JobRecord record;
     std::unique_ptr<WorkMaker> works; // null where its type is not known here
     std::optional<ClusterRequest> request;
@@ -125,7 +125,7 @@ private:
 
   bool takeCharge();
   void reload();
-  OpenJob* open(JobId id);
+  ClusterJob* open(JobId id);
   void lookAtPlaces();
   void lookAt(Array& array);
   bool look(Array& array, Place& place);
@@ -145,8 +145,8 @@ private:
   void refreshJob(JobId job);
   void finishJobs();
   void place();
-  void placeWorks(OpenJob& job, std::vector<WorkRecord> works);
-  void submit(Array& array, OpenJob& job);
+  void placeWorks(ClusterJob& job, std::vector<WorkRecord> works);
+  void submit(Array& array, ClusterJob& job);
   void submitted(ArrayId id, const ClusterAnswer& answer);
   void abandon(Array& array);
   void ask();
@@ -173,7 +173,7 @@ private:
   Clock::time_point nextCharge_{};
   std::int64_t version_ = -1;
   std::map<ArrayId, Array> arrays_; // that are not over
-  std::map<JobId, OpenJob> jobs_;
+  std::map<JobId, ClusterJob> jobs_;
   std::vector<Rescue> rescues_;
   std::optional<ClusterSite> site_;
   std::string sitePartition_;

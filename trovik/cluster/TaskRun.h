@@ -5,7 +5,7 @@
 #include "trovik/cluster/LeftFiles.h"
 #include "trovik/cluster/StagedOutput.h"
 #include "trovik/cluster/TaskGuard.h"
-#include "trovik/jobs/WorkJob.h"
+#include "trovik/jobs/WorkMaker.h"
 #include "trovik/machine/Interrupts.h"
 #include "trovik/works/Attempt.h"
 #include "trovik/works/Recovery.h"

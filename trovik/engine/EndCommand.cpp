@@ -48,7 +48,7 @@ std::vector<String> endWords(const std::string& command, const std::map<String, 
 
 void startEndCommands(const JobRecord& job, const RunSummary& summary) {
   const std::map<String, String> values = endValues(job, summary);
-  for (const std::string& command : job.endCommand) {
+  for (const std::string& command : job.endCommands) {
     try {
       std::string line;
       for (const String& word : endWords(command, values)) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/jobs/WorkJob.h"
+#include "trovik/jobs/WorkMaker.h"
 #include "trovik/queue/Queue.h"
 #include "trovik/records/RunEvents.h"
 #include "trovik/works/RunLogs.h"

@@ -5,7 +5,7 @@
 #include "host/foundation/Log.h"
 #include "trovik/jobs/SceneSequence.h"
 #include "trovik/jobs/Types.h"
-#include "trovik/jobs/WorkJob.h"
+#include "trovik/jobs/WorkMaker.h"
 #include "trovik/machine/Locations.h"
 #include "trovik/records/RunSet.h"
 #include "trovik/text/Text.h"

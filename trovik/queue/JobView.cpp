@@ -1,52 +1,10 @@
 #include "trovik/queue/JobView.h"
 
 #include "trovik/records/Moments.h"
-#include "trovik/text/Text.h"
 
-#include <algorithm>
-#include <array>
 #include <utility>
 
 namespace trovik {
-namespace {
-
-constexpr std::size_t columns = 8;
-constexpr std::size_t stateColumn = 1;
-constexpr std::size_t failedColumn = 3;
-constexpr std::size_t typeColumn = 6;
-constexpr std::size_t nameColumn = 7;
-constexpr std::size_t widestType = 14;
-constexpr std::size_t narrowestName = 10;
-
-using Row = std::array<std::string, columns>;
-
-/// Numbers stand at the right of their column.
-constexpr std::array<bool, columns> toTheRight = {true, false, true, true, true, true, false, false};
-
-Row rowOf(const Console& console, const JobView& view, Moment now) {
-  const JobRecord& job = view.job;
-  const auto time = timeOf(job, now);
-  return {std::to_string(job.id),
-          nameOf(shownState(view)),
-          std::to_string(view.good()) + '/' + std::to_string(view.total()),
-          view.failed() == 0 ? std::string("-") : std::to_string(view.failed()),
-          time ? durationText(*time) : "-",
-          ageText(job.created, now),
-          console.shown(job.typeName),
-          console.shown(titleOf(job))};
-}
-
-std::string cell(const std::string& text, std::size_t width, bool right) {
-  const std::size_t used = displayWidth(text);
-  return right && used < width ? std::string(width - used, ' ') + text : padded(text, width);
-}
-
-Json rangesOf(const JobView& view, const RunSet& frames) {
-  return view.job.hasFrames ? Json(frames.text()) : Json(nullptr);
-}
-
-} // namespace
-
 JobView viewOf(Queue& queue, JobRecord job) {
   if (job.logs.empty()) {
     job.logs = queue.logDirectory(job.id).Text();
@@ -100,95 +58,6 @@ std::optional<Duration> timeOf(const JobRecord& job, Moment now) {
 
 JobState shownState(const JobView& view) {
   return isOpen(view.job.state) && view.frames.runningWorks == 0 ? JobState::Waiting : view.job.state;
-}
-
-Colour colourOf(JobState state) {
-  switch (state) {
-  case JobState::Good:
-    return Colour::Green;
-  case JobState::Failed:
-    return Colour::Red;
-  case JobState::Canceled:
-  case JobState::Stopped:
-    return Colour::Yellow;
-  case JobState::Running:
-    return Colour::Bold;
-  case JobState::Waiting:
-    break;
-  }
-  return Colour::Plain;
-}
-
-Json jobJson(const JobView& view, Moment now) {
-  const JobRecord& job = view.job;
-  const auto time = timeOf(job, now);
-  Json json;
-  json["job"] = job.id;
-  json["name"] = textOrNull(job.name);
-  json["type"] = job.typeName;
-  json["typeId"] = job.type.GenString();
-  json["scene"] = textOrNull(job.scene);
-  json["range"] = textOrNull(job.range);
-  json["state"] = nameOf(job.state);
-  json["note"] = textOrNull(job.note);
-  json["priority"] = job.priority;
-  json["counts"] = {{"total", view.total()},     {"good", view.good()},   {"failed", view.failed()},
-                    {"running", view.running()}, {"ready", view.ready()}, {"canceled", view.canceled()}};
-  json["frames"] = nullptr;
-  if (job.hasFrames) {
-    json["frames"] = {{"good", rangesOf(view, view.frames.good)},
-                      {"failed", rangesOf(view, view.frames.failed)},
-                      {"running", rangesOf(view, view.frames.running)},
-                      {"ready", rangesOf(view, view.frames.ready)},
-                      {"canceled", rangesOf(view, view.frames.canceled)}};
-  }
-  json["submitted"] = secondsOf(job.created);
-  json["started"] = job.started ? Json(secondsOf(*job.started)) : Json(nullptr);
-  json["ended"] = job.ended ? Json(secondsOf(*job.ended)) : Json(nullptr);
-  json["seconds"] = time ? Json(secondsOf(*time)) : Json(nullptr);
-  json["output"] = textOrNull(job.output);
-  json["logs"] = textOrNull(job.logs);
-  return json;
-}
-
-std::string jobTable(const Console& console, const std::vector<JobView>& views, Moment now) {
-  std::vector<Row> rows = {{"JOB", "STATE", "GOOD", "FAILED", "TIME", "AGE", "TYPE", "NAME"}};
-  for (const JobView& view : views) {
-    rows.push_back(rowOf(console, view, now));
-  }
-  std::array<std::size_t, columns> widths{};
-  for (const Row& row : rows) {
-    for (std::size_t i = 0; i < columns; ++i) {
-      widths[i] = std::max(widths[i], displayWidth(row[i]));
-    }
-  }
-  const bool terminal = console.traits().terminal;
-  if (terminal) {
-    widths[typeColumn] = std::min(widths[typeColumn], widestType);
-    std::size_t used = 0;
-    for (std::size_t i = 0; i < nameColumn; ++i) {
-      used += widths[i] + 2;
-    }
-    const std::size_t room = console.width() > used ? console.width() - used : 0;
-    widths[nameColumn] = std::min(widths[nameColumn], std::max(room, narrowestName));
-  }
-  std::string table;
-  for (std::size_t r = 0; r < rows.size(); ++r) {
-    std::string line;
-    for (std::size_t i = 0; i < columns; ++i) {
-      const std::string text = terminal ? cutToWidth(rows[r][i], widths[i]) : rows[r][i];
-      std::string shown = i == nameColumn ? text : cell(text, widths[i], toTheRight[i]);
-      if (r != 0 && i == stateColumn) {
-        shown = console.coloured(colourOf(shownState(views[r - 1])), shown);
-      }
-      if (r != 0 && i == failedColumn && views[r - 1].failed() > 0) {
-        shown = console.coloured(Colour::Red, shown);
-      }
-      line += (i == 0 ? "" : "  ") + shown;
-    }
-    table += (r == 0 ? console.coloured(Colour::Bold, line) : line) + '\n';
-  }
-  return table;
 }
 
 } // namespace trovik

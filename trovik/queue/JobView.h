@@ -2,8 +2,6 @@
 
 #include "trovik/queue/Queue.h"
 #include "trovik/records/RunEvents.h"
-#include "trovik/text/Console.h"
-#include "trovik/text/Json.h"
 
 #include <string>
 
@@ -41,13 +39,5 @@ std::optional<Duration> timeOf(const JobRecord& job, Moment now);
 /// The state for people. An open job of which nothing runs just now waits,
 /// whatever it has done before.
 JobState shownState(const JobView& view);
-Colour colourOf(JobState state);
-
-/// What every JSON form about a job holds.
-Json jobJson(const JobView& view, Moment now);
-
-/// The table of `trovik jobs`, the newest job last. On a terminal the names
-/// are cut to what fits.
-std::string jobTable(const Console& console, const std::vector<JobView>& views, Moment now);
 
 } // namespace trovik

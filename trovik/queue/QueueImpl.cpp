@@ -179,7 +179,7 @@ JobRecord readJob(Query& row, const Queue& queue) {
   try {
     job.type.FromString(type);
     for (const String& word : SplitCommandLine(endCommand)) {
-      job.endCommand.push_back(word);
+      job.endCommands.push_back(word);
     }
   } catch (Exception* exception) {
     throw row.damaged("job " + std::to_string(job.id) + ": " + takeText(exception));

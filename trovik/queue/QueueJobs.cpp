@@ -43,7 +43,7 @@ JobId Queue::submit(const NewJob& job) {
           "stop_after, directory, output, logs, end_command, created, run_on) "
           "VALUES ('waiting', ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15)",
           job.name, job.type.GenString(), job.typeName, job.scene, job.range, job.hasFrames, job.priority,
-          job.retries, job.stopAfter, job.directory, job.output, job.logs, endCommandText(job.endCommand),
+          job.retries, job.stopAfter, job.directory, job.output, job.logs, endCommandText(job.endCommands),
           now(), nameOf(job.runOn))
         .run();
     id = database.lastId();

@@ -105,10 +105,10 @@ struct NewJob {
   int retries = 0;                    ///< further attempts at a work that failed
   int stopAfter =
       0; ///< the number of works that fail alike, before any is good, that stops the job; 0 for never
-  std::string directory;               ///< where the user was
-  std::string output;                  ///< the output folder; empty for none
-  std::string logs;                    ///< the directory of the logs; empty for the queue's own choice
-  std::vector<std::string> endCommand; ///< argument vector to start when the job has ended; empty for none
+  std::string directory;                ///< where the user was
+  std::string output;                   ///< the output folder; empty for none
+  std::string logs;                     ///< the directory of the logs; empty for the queue's own choice
+  std::vector<std::string> endCommands; ///< each to be started by itself when the job has ended
   RunOn runOn = RunOn::Local;
   std::string folder; ///< of a cluster's job: the folder that the nodes see as well (JobFolder), without its
                       ///< last part
@@ -131,7 +131,7 @@ struct JobRecord {
   std::string directory;
   std::string output;
   std::string logs;
-  std::vector<std::string> endCommand;
+  std::vector<std::string> endCommands;
   RunOn runOn = RunOn::Local;
   std::string folder; ///< of a cluster's job: its JobFolder
   Moment created{};

@@ -2,7 +2,7 @@
 
 #include "host/application/RenderJob.h"
 #include "host/foundation/Quoting.h"
-#include "trovik/jobs/WorkJob.h"
+#include "trovik/jobs/WorkMaker.h"
 #include "trovik/text/Json.h"
 #include "trovik/text/UsageError.h"
 
@@ -52,8 +52,8 @@ std::string shellWord(const String& word) {
   return quoted + '\'';
 }
 
-/// Each line of the text made visible for a terminal, which must obey no name.
-std::string visibleLines(const Console& console, const std::string& text) {
+/// The text made visible for a terminal, which must obey no name.
+std::string visibleText(const Console& console, const std::string& text) {
   return console.traits().terminal ? console.shown(text) : text;
 }
 
@@ -92,7 +92,7 @@ void printDryRun(Console& console, const NewJob& job, bool json) {
       const SmartHandle<Job> attempt = maker.make(work);
       return dynamic_cast<ProcessJob&>(*attempt).DescribeWork();
     });
-    console.print(json ? jsonLine(commandJson(start, work)) : visibleLines(console, shellText(start)) + '\n');
+    console.print(json ? jsonLine(commandJson(start, work)) : visibleText(console, shellText(start)) + '\n');
   }
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "trovik/queue/JobView.h"
 #include "trovik/reports/ClusterReport.h"
+#include "trovik/reports/JobTable.h"
 
 #include <map>
 #include <optional>

@@ -141,14 +141,14 @@ void Submission::describe() {
   }
   if (options.endCommand) {
     endWords(*options.endCommand, endValues(JobRecord(), RunSummary()));
-    newJob_.endCommand.push_back(*options.endCommand);
+    newJob_.endCommands.push_back(*options.endCommand);
   }
   if (options.notify) {
     if (ProcessJob::FindLatestExecutable({}, {}, Path("notify-send")).empty()) {
       throw UsageError{"--notify: there is no program \"notify-send\" along PATH",
                        "install it (on Debian the package libnotify-bin), or use --on-end"};
     }
-    newJob_.endCommand.emplace_back(desktopNote);
+    newJob_.endCommands.emplace_back(desktopNote);
   }
 }
 

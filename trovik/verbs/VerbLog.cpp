@@ -143,8 +143,8 @@ std::string entry(const char* label, const std::string& text) {
   return padded(label, 9) + text + '\n';
 }
 
-/// The verdict and the lines that decided, then where the log is.
-/// A command of a hundred scenes would push all else from a terminal, so it is
+/// What stands above the lines of a log: the verdict, its reason, the command. A
+/// command of a hundred scenes would push all else from a terminal, so it is
 /// cut there unless `all` is wanted.
 std::string headText(const Console& console, const JobView& view, const AttemptRecord& attempt, Moment now,
                      bool all) {

@@ -3,7 +3,7 @@
 #include "trovik/jobs/JobSetup.h"
 #include "trovik/jobs/SceneSequence.h"
 #include "trovik/jobs/Types.h"
-#include "trovik/jobs/WorkJob.h"
+#include "trovik/jobs/WorkMaker.h"
 #include "trovik/machine/Locations.h"
 #include "trovik/replay/ReplayText.h"
 #include "trovik/text/Text.h"

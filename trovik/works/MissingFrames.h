@@ -1,7 +1,7 @@
 #pragma once
 
 #include "trovik/images/ImageInspector.h"
-#include "trovik/jobs/WorkJob.h"
+#include "trovik/jobs/WorkMaker.h"
 #include "trovik/machine/Machine.h"
 #include "trovik/queue/Queue.h"
 

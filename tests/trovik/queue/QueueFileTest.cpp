@@ -230,7 +230,7 @@ TEST_F(QueueFile, AQueueOfVersion1GoesOnWithItsJobs) {
   EXPECT_EQ(jobs[0].logs, "/logs");
   EXPECT_EQ(jobs[1].name, "shot");
   EXPECT_EQ(jobs[1].state, JobState::Running);
-  EXPECT_EQ(jobs[1].endCommand, (std::vector<std::string>{"mail", "ada"}));
+  EXPECT_EQ(jobs[1].endCommands, (std::vector<std::string>{"mail", "ada"}));
   EXPECT_EQ(jobs[1].runOn, RunOn::Local);
   EXPECT_EQ(jobs[1].folder, "");
   EXPECT_EQ(queue.packed(1), std::string("\0\xff", 2));

@@ -14,7 +14,7 @@ TEST_F(QueueJobs, TheRecordHasAllThatWasSubmitted) {
   wanted.stopAfter = 10;
   wanted.logs = "/logs";
   wanted.packed = std::string("\0\xff stream", 9);
-  wanted.endCommand = {"/bin/tell", "", "it's\n\"over\" \\ $(x)", "\xfe"};
+  wanted.endCommands = {"/bin/tell", "", "it's\n\"over\" \\ $(x)", "\xfe"};
   const JobId id = queue.submit(wanted);
   const JobRecord job = queue.job(id).value();
   EXPECT_EQ(job.id, id);
@@ -32,7 +32,7 @@ TEST_F(QueueJobs, TheRecordHasAllThatWasSubmitted) {
   EXPECT_EQ(job.directory, "/home/ada");
   EXPECT_EQ(job.output, "/home/ada/out");
   EXPECT_EQ(job.logs, "/logs");
-  EXPECT_EQ(job.endCommand, wanted.endCommand);
+  EXPECT_EQ(job.endCommands, wanted.endCommands);
   EXPECT_FALSE(job.started.has_value());
   EXPECT_FALSE(job.ended.has_value());
   EXPECT_EQ(queue.packed(id), wanted.packed);

@@ -1,4 +1,4 @@
-#include "trovik/jobs/WorkJob.h"
+#include "trovik/jobs/WorkMaker.h"
 
 #include "host/application/JobFactory.h"
 #include "host/foundation/Exception.h"

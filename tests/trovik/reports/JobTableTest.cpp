@@ -1,5 +1,5 @@
+#include "trovik/reports/JobTable.h"
 #include "tests/trovik/verbs/VerbTest.h"
-#include "trovik/queue/JobView.h"
 #include "trovik/verbs/Verbs.h"
 
 #include "trovik/text/Json.h"
