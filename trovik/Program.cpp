@@ -2,8 +2,7 @@
 
 #include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
-#include "trovik/commandline/Completion.h"
-#include "trovik/commandline/Options.h"
+#include "trovik/commandline/CommandLine.h"
 #include "trovik/machine/Interrupts.h"
 #include "trovik/queue/Queue.h"
 #include "trovik/text/Messages.h"
@@ -13,9 +12,7 @@
 
 #include <algorithm>
 #include <exception>
-#include <map>
 #include <memory>
-#include <stdexcept>
 #include <string_view>
 #include <unistd.h>
 
@@ -39,39 +36,6 @@ void sendLogTo(Console& console, int verbosity) {
   });
 }
 
-/// Whether a verb works with job types, or with the queue alone.
-enum class Types { Needed, NotNeeded };
-
-struct Verb {
-  int (*function)(Session&);
-  Types types;
-};
-
-int callVerb(const Options& options, Console& console) {
-  static const std::map<std::string, Verb> verbs = {
-      {"cancel", {cancelJobs, Types::NotNeeded}}, {"check", {checkTypes, Types::NotNeeded}},
-      {"delete", {deleteJobs, Types::NotNeeded}}, {"detect", {detectScene, Types::Needed}},
-      {"engine", {runEngine, Types::Needed}},     {"find", {findProgram, Types::Needed}},
-      {"images", {listImages, Types::NotNeeded}}, {"jobs", {listJobs, Types::NotNeeded}},
-      {"log", {showLog, Types::NotNeeded}},       {"new", {makeType, Types::Needed}},
-      {"replay", {replayLog, Types::NotNeeded}},  {"retry", {retryJobs, Types::NotNeeded}},
-      {"run", {runJob, Types::Needed}},           {"sheet", {drawSheet, Types::NotNeeded}},
-      {"show", {showJob, Types::NotNeeded}},      {"stats", {showStats, Types::NotNeeded}},
-      {"submit", {submitJob, Types::Needed}},     {"type", {describeType, Types::Needed}},
-      {"task", {runTask, Types::NotNeeded}},      {"types", {listTypes, Types::Needed}},
-      {"watch", {watchJob, Types::NotNeeded}},
-  };
-  const auto verb = verbs.find(options.verb);
-  if (verb == verbs.end()) {
-    throw std::logic_error("no function for the verb " + options.verb);
-  }
-  Session session(options, console);
-  if (verb->second.types == Types::Needed) {
-    session.loadModules();
-  }
-  return verb->second.function(session);
-}
-
 } // namespace
 
 int runProgram(int count, char** arguments) {
@@ -87,15 +51,16 @@ int runProgram(int count, char** arguments) {
   }
   int code = exitUsage;
   try {
-    const ParsedLine line = parseCommandLine({arguments + 1, arguments + count},
+    const CommandForm verbs = allVerbs();
+    const ParsedLine line = parseCommandLine(verbs, {arguments + 1, arguments + count},
                                              std::min<std::size_t>(console->layoutWidth(), 100));
-    console = makeConsole(line.options.colour);
-    sendLogTo(*console, line.options.verbosity);
+    console = makeConsole(line.common.colour);
+    sendLogTo(*console, line.common.verbosity);
     if (line.text) {
       console->print(*line.text);
       code = exitGood;
     } else {
-      code = callVerb(line.options, *console);
+      code = line.verb->call(*console);
     }
   } catch (const UsageError& error) {
     printRefusal(*console, error);

@@ -1,6 +1,6 @@
+#include "trovik/commandline/CommandLine.h"
+
 #include "trovik/commandline/HelpText.h"
-#include "trovik/commandline/Options.h"
-#include "trovik/commandline/VerbOptions.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 
@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <map>
-#include <set>
 #include <type_traits>
 
 namespace trovik {
@@ -119,44 +118,31 @@ void refuseExtras(const CommandForm& form, const Verb* verb, std::vector<std::st
                        "--help\""};
 }
 
-/// What each verb cannot do without.
-void requireArguments(const Options& options) {
-  static const std::set<std::string> typeVerbs = {"type", "detect", "find", "replay", "run", "submit"};
-  static const std::set<std::string> jobVerbs = {"show",  "log",    "images", "watch",
-                                                 "retry", "cancel", "delete", "sheet"};
-  const std::string verb = "\"trovik " + options.verb + '"';
-  const std::string help = "see \"trovik " + options.verb + " --help\"";
-  if (typeVerbs.contains(options.verb) && (!options.type || options.type->empty())) {
-    throw UsageError{verb + " needs the name of a job type", "\"trovik types\" lists them; " + help};
+bool isMissing(const Argument& argument) {
+  if (const auto* text = std::get_if<std::optional<std::string>*>(&argument.target)) {
+    return !**text || ((*text)->value().empty() && !argument.needed.mayBeEmpty);
   }
-  if (options.verb == "new" && !options.type) {
-    throw UsageError{verb + " needs a name for the type", "such as trovik new Sketch; " + help};
-  }
-  if (options.verb == "detect" && (!options.scene || options.scene->empty())) {
-    throw UsageError{verb + " needs a scene file", help};
-  }
-  if (options.verb == "replay" && (!options.log || options.log->empty())) {
-    throw UsageError{verb + " needs a saved log, or - for standard input", help};
-  }
-  if (jobVerbs.contains(options.verb) && !options.job && options.jobs.empty()) {
-    throw UsageError{verb + " needs the number of a job, or \"last\" for the newest",
-                     "\"trovik jobs\" lists them; " + help};
-  }
-  if (options.verb == "task" && (!options.folder || options.folder->empty())) {
-    throw UsageError{verb + " needs the folder of an array job", help};
-  }
-  if (options.verb == "sheet" && (!options.file || options.file->empty())) {
-    throw UsageError{verb + " needs the name of the image to write", "such as -o sheet.png; " + help};
+  const auto* texts = std::get_if<std::vector<std::string>*>(&argument.target);
+  return texts != nullptr && (*texts)->empty();
+}
+
+/// Refuses a verb without what it cannot do without.
+void requireArguments(const Verb& verb) {
+  for (const Argument& argument : verb.arguments) {
+    const Needed& needed = argument.needed;
+    if (!needed.message.empty() && isMissing(argument)) {
+      throw UsageError{"\"trovik " + verb.name + "\" " + needed.message,
+                       needed.hint + (needed.hint.empty() ? "" : "; ") + "see \"trovik " + verb.name +
+                           " --help\""};
+    }
   }
 }
 
 } // namespace
 
-ParsedLine parseCommandLine(const std::vector<std::string>& arguments, std::size_t width) {
+ParsedLine parseCommandLine(const CommandForm& form, const std::vector<std::string>& arguments,
+                            std::size_t width) {
   ParsedLine parsed;
-  Options& options = parsed.options;
-  std::string helpVerb;
-  const CommandForm form = declareVerbs(options, helpVerb);
   CLI::App program;
   program.require_subcommand(0, 1); // a type may be called like a verb
   declare(program, form.program);
@@ -179,23 +165,26 @@ ParsedLine parseCommandLine(const std::vector<std::string>& arguments, std::size
   } catch (const CLI::ParseError& error) {
     refuseParse(program, error);
   }
+  parsed.common = *form.common;
   const Verb* verb = givenVerb();
   refuseExtras(form, verb, (verb == nullptr ? program : *program.get_subcommands().front()).remaining());
   if (verb == nullptr) {
     parsed.text = helpText(form, nullptr, width);
     return parsed;
   }
-  options.verb = verb->name;
-  if (verb->name == "help") {
-    const Verb* about = form.find(helpVerb);
-    if (!helpVerb.empty() && about == nullptr) {
-      throw UsageError{"unknown verb " + inQuotes(helpVerb),
-                       didYouMean(helpVerb, verbNames(form), "\"trovik --help\" lists them all")};
+  if (verb->options == nullptr) { // the one that helps
+    const std::string& wanted = *form.helpVerb;
+    const Verb* about = form.find(wanted);
+    if (!wanted.empty() && about == nullptr) {
+      throw UsageError{"unknown verb " + inQuotes(wanted),
+                       didYouMean(wanted, verbNames(form), "\"trovik --help\" lists them all")};
     }
     parsed.text = helpText(form, about, width);
     return parsed;
   }
-  requireArguments(options);
+  requireArguments(*verb);
+  static_cast<CommonOptions&>(*verb->options) = *form.common;
+  parsed.verb = verb;
   return parsed;
 }
 

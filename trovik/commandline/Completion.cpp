@@ -1,7 +1,6 @@
 #include "trovik/commandline/Completion.h"
 
 #include "host/foundation/String.h"
-#include "trovik/commandline/VerbOptions.h"
 
 #include <algorithm>
 #include <set>
@@ -26,8 +25,8 @@ bool startsNoCase(const std::string& text, const std::string& start) {
 
 class Line {
 public:
-  Line(const std::vector<std::string>& words, const CompletionSources& sources)
-      : sources_(sources), last_(words.empty() ? std::string() : words.back()) {
+  Line(const CommandForm& form, const std::vector<std::string>& words, const CompletionSources& sources)
+      : form_(form), sources_(sources), last_(words.empty() ? std::string() : words.back()) {
     for (std::size_t i = 0; i + 1 < words.size(); ++i) {
       take(words[i]);
     }
@@ -79,7 +78,7 @@ private:
       lost_ = verb_ == nullptr;
     } else {
       if (const Argument* option = positional(); option != nullptr && formOf(*option) == "TYPE") {
-        found_.type = word;
+        type_ = word;
       }
       ++places_;
     }
@@ -183,14 +182,14 @@ private:
   }
 
   Completions setting(const std::string& before, const std::string& start) const {
-    if (!found_.type) {
+    if (!type_) {
       return {};
     }
     const std::size_t equals = start.find('=');
     if (equals == std::string::npos) {
-      return matching(sources_.parameters(found_, *found_.type), before, start);
+      return matching(sources_.parameters(found_, *type_), before, start);
     }
-    Completions values = sources_.values(found_, *found_.type, start.substr(0, equals));
+    Completions values = sources_.values(found_, *type_, start.substr(0, equals));
     values.before = before + start.substr(0, equals + 1);
     if (values.wanted == Wanted::Nothing) {
       return matching(std::move(values.candidates), values.before, start.substr(equals + 1));
@@ -213,12 +212,11 @@ private:
     return {std::move(candidates), Wanted::Nothing, {}};
   }
 
-  Options declared_;     ///< where a parser would write; unused
-  std::string helpVerb_; ///< the same
-  const CommandForm form_ = declareVerbs(declared_, helpVerb_);
+  const CommandForm& form_;
   const CompletionSources& sources_;
   std::string last_;
-  Options found_;
+  CommonOptions found_;
+  std::optional<std::string> type_;
   const Verb* verb_ = nullptr;
   bool lost_ = false;                 ///< there is a word in the verb's place that is none
   const Argument* wanting_ = nullptr; ///< whose value comes next
@@ -229,8 +227,9 @@ private:
 
 } // namespace
 
-Completions completionsOf(const std::vector<std::string>& words, const CompletionSources& sources) {
-  return Line(words, sources).complete();
+Completions completionsOf(const CommandForm& form, const std::vector<std::string>& words,
+                          const CompletionSources& sources) {
+  return Line(form, words, sources).complete();
 }
 
 } // namespace trovik

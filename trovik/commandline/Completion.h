@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/commandline/Options.h"
+#include "trovik/commandline/CommandForm.h"
 
 #include <functional>
 #include <string>
@@ -26,25 +26,20 @@ struct Completions {
 /// What only a look at this installation tells. Each is called at most once
 /// and only where it is needed, with the options that the words hold.
 struct CompletionSources {
-  std::function<std::vector<Candidate>(const Options& options)> types;
-  std::function<std::vector<Candidate>(const Options& options)> jobs;
+  std::function<std::vector<Candidate>(const CommonOptions& options)> types;
+  std::function<std::vector<Candidate>(const CommonOptions& options)> jobs;
   /// "NAME=" for each parameter that a job of the type takes.
-  std::function<std::vector<Candidate>(const Options& options, const std::string& type)> parameters;
+  std::function<std::vector<Candidate>(const CommonOptions& options, const std::string& type)> parameters;
   /// The values of one parameter.
-  std::function<Completions(const Options& options, const std::string& type, const std::string& parameter)>
+  std::function<Completions(const CommonOptions& options, const std::string& type,
+                            const std::string& parameter)>
       values;
 };
 
 /// The candidates for the last of the words behind the program's name, as the
-/// declared command line wants them. Those that begin with it; where there is
-/// none, those that do in another case of letters.
-Completions completionsOf(const std::vector<std::string>& words, const CompletionSources& sources);
-
-/// The hidden verb that the shells ask. Prints the candidates, one a line, a
-/// tab before the description; ":files" or ":folders", a tab and what stands
-/// before the name, where the shell has to look for files. Prints nothing
-/// where anything is wrong: a shell that waits for a word is no place for
-/// messages. Returns the exit code.
-int completeWords(const std::vector<std::string>& words, Console& console);
+/// form wants them. Those that begin with it; where there is none, those that
+/// do in another case of letters.
+Completions completionsOf(const CommandForm& form, const std::vector<std::string>& words,
+                          const CompletionSources& sources);
 
 } // namespace trovik

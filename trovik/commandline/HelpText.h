@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/commandline/VerbOptions.h"
+#include "trovik/commandline/CommandForm.h"
 
 #include <cstddef>
 #include <string>

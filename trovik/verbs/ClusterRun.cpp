@@ -29,7 +29,7 @@ constexpr Duration longestWait = std::chrono::milliseconds(500);
 
 /// The tasks find the same types and settings as this process.
 void tellTasks(const Session& session) {
-  const Options& options = session.options();
+  const CommonOptions& options = session.options();
   if (options.modulePath || environmentVariable("TROVIK_MODULE_PATH")) {
     std::string path;
     for (const Path& directory : session.modulePath()) {
@@ -53,10 +53,9 @@ void refuseWithoutSlurm() {
   }
 }
 
-ClusterEngine::Notices noticesTo(Session& session) {
-  return [&session](const ClusterNotice& notice) {
-    Console& console = session.console();
-    if (session.options().json) {
+ClusterEngine::Notices noticesTo(Console& console, bool json) {
+  return [&console, json](const ClusterNotice& notice) {
+    if (json) {
       Json event = jsonOfKind("cluster.notice");
       event["job"] = notice.job == 0 ? Json(nullptr) : Json(notice.job);
       event["message"] = notice.text;
@@ -99,9 +98,9 @@ ClusterDesk::ClusterDesk(Session& session, Queue& queue, ClusterEngine::Duty dut
   tellTasks(session);
   client_ = std::make_unique<SlurmClient>(machine_);
   inspector_ = std::make_unique<ImageHelper>(session.locations().imageHelper());
-  engine_ = std::make_unique<ClusterEngine>(machine_, queue, *client_, *inspector_,
-                                            clusterSettings(session.locations(), session.options().shared),
-                                            duty, std::move(notices));
+  engine_ =
+      std::make_unique<ClusterEngine>(machine_, queue, *client_, *inspector_,
+                                      clusterSettings(session.locations(), {}), duty, std::move(notices));
 }
 
 ClusterDesk::~ClusterDesk() = default;
@@ -130,10 +129,10 @@ bool ClusterDesk::turnUntil(const std::function<bool()>& done, Duration limit) {
   }
 }
 
-void tryCluster(Session& session, const Job& job) {
+void tryCluster(Session& session, const Job& job, const std::optional<std::string>& shared) {
   refuseWithoutSlurm();
   clusterRequest(job);
-  const ClusterSettings settings = clusterSettings(session.locations(), session.options().shared);
+  const ClusterSettings settings = clusterSettings(session.locations(), shared);
   std::error_code error;
   std::filesystem::create_directories(settings.folder.c_str(), error);
   if (error || access(settings.folder.c_str(), W_OK) != 0) {
@@ -144,8 +143,8 @@ void tryCluster(Session& session, const Job& job) {
   }
 }
 
-void submitToCluster(Session& session, Queue& queue, JobId job) {
-  ClusterDesk desk(session, queue, ClusterEngine::Duty::All, noticesTo(session));
+void submitToCluster(Session& session, Queue& queue, JobId job, bool json) {
+  ClusterDesk desk(session, queue, ClusterEngine::Duty::All, noticesTo(session.console(), json));
   desk.turnUntil([&] { return isTaken(queue, job); }, submissionTime);
 }
 
@@ -176,11 +175,10 @@ Json arraysJson(Queue& queue, JobId job) {
   return json;
 }
 
-int followCluster(Session& session, Queue& queue, JobId job) {
+int followCluster(Session& session, Queue& queue, JobId job, bool json) {
   Console& console = session.console();
-  const bool json = session.options().json;
   const std::unique_ptr<RunEvents> progress = progressFor(console, json);
-  ClusterDesk desk(session, queue, ClusterEngine::Duty::All, noticesTo(session));
+  ClusterDesk desk(session, queue, ClusterEngine::Duty::All, noticesTo(session.console(), json));
   // What the engine writes is seen as a change only by another connection.
   Queue view(session.state());
   SignalInterrupts interrupts;
@@ -242,11 +240,12 @@ int followCluster(Session& session, Queue& queue, JobId job) {
   return summary.allGood() ? exitGood : exitFailed;
 }
 
-std::unique_ptr<ClusterDesk> deskForEngine(Session& session, Queue& queue) {
+std::unique_ptr<ClusterDesk> deskForEngine(Session& session, Queue& queue, bool json) {
   if (!SlurmClient::missingProgram().empty()) {
     return nullptr;
   }
-  return std::make_unique<ClusterDesk>(session, queue, ClusterEngine::Duty::All, noticesTo(session));
+  return std::make_unique<ClusterDesk>(session, queue, ClusterEngine::Duty::All,
+                                       noticesTo(session.console(), json));
 }
 
 namespace {
@@ -278,11 +277,11 @@ std::unique_ptr<Queue> collectedQueue(Session& session) {
   return queue;
 }
 
-void cancelOnCluster(Session& session, Queue& queue) {
+void cancelOnCluster(Session& session, Queue& queue, bool json) {
   if (queue.openArrays().empty()) {
     return;
   }
-  ClusterDesk desk(session, queue, ClusterEngine::Duty::All, noticesTo(session));
+  ClusterDesk desk(session, queue, ClusterEngine::Duty::All, noticesTo(session.console(), json));
   desk.turnUntil([&] { return !desk.engine().isInCharge() || desk.engine().isSettled(); }, cancelingTime);
 }
 

@@ -4,16 +4,14 @@
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
 #include "trovik/verbs/EngineRun.h"
-#include "trovik/verbs/Session.h"
 
 #include <set>
 
 namespace trovik {
 
-int forEachJob(Session& session, const char* kind,
+int forEachJob(Session& session, const EachJobOptions& options, const char* kind,
                const std::function<JobDone(Queue& queue, const JobRecord& job)>& action,
                const std::function<std::string(Queue& queue)>& finally) {
-  const Options& options = session.options();
   Console& console = session.console();
   for (const std::string& text : options.jobs) {
     jobNumber(text);

@@ -2,13 +2,12 @@
 
 #include "trovik/text/Json.h"
 #include "trovik/verbs/OpenQueue.h"
+#include "trovik/verbs/Verbs.h"
 
 #include <functional>
 #include <string>
 
 namespace trovik {
-
-class Session;
 
 /// What was done with a job, for people (one or more whole lines) and as JSON.
 struct JobDone {
@@ -23,7 +22,7 @@ struct JobDone {
 ///
 /// `finally` is called with the queue after all that, where something was
 /// done, and returns lines for people.
-int forEachJob(Session& session, const char* kind,
+int forEachJob(Session& session, const EachJobOptions& options, const char* kind,
                const std::function<JobDone(Queue& queue, const JobRecord& job)>& action,
                const std::function<std::string(Queue& queue)>& finally = {});
 

@@ -55,9 +55,8 @@ void settleLost(Session& session, Queue& queue) {
   recoverLost(queue, machine, images);
 }
 
-EnginePlan enginePlan(const Session& session) {
+EnginePlan enginePlan(const std::optional<std::string>& slots) {
   EnginePlan plan;
-  const std::optional<std::string>& slots = session.options().slots;
   if (slots) {
     plan.slots = positiveNumber("--slots", *slots, mostSlots());
   } else {
@@ -67,10 +66,10 @@ EnginePlan enginePlan(const Session& session) {
   return plan;
 }
 
-int workOff(Session& session, Queue& queue, ImageInspector& images, Machine& machine, JobId job,
-            EnginePlan plan) {
+int workOff(Console& console, Queue& queue, ImageInspector& images, Machine& machine, JobId job,
+            EnginePlan plan, bool json) {
   SignalInterrupts interrupts;
-  const std::unique_ptr<RunEvents> progress = progressFor(session.console(), session.options().json);
+  const std::unique_ptr<RunEvents> progress = progressFor(console, json);
   LocalEngine engine(machine, queue, images, interrupts, *progress);
   std::unique_ptr<JobFollower> others;
   plan.only = job;
@@ -87,28 +86,27 @@ int workOff(Session& session, Queue& queue, ImageInspector& images, Machine& mac
   summary.interrupted = stopped;
   summary.duration = machine.now() - begin;
   progress->runEnded(summary);
-  if (const std::optional<JobRecord> record = queue.job(job); record && !session.options().json) {
+  if (const std::optional<JobRecord> record = queue.job(job); record && !json) {
     if (record->state == JobState::Stopped && !stopped) {
-      session.console().print(session.console().coloured(Colour::Yellow, "stopped") + "  " +
-                              session.console().shown(record->note) + '\n');
+      console.print(console.coloured(Colour::Yellow, "stopped") + "  " + console.shown(record->note) + '\n');
     }
   }
   return summary.allGood() ? exitGood : exitFailed;
 }
 
-int workQueue(Session& session, Queue& queue, ImageInspector& images, Machine& machine) {
+int workQueue(Session& session, Queue& queue, ImageInspector& images, Machine& machine,
+              const EngineOptions& options) {
   Console& console = session.console();
-  const Options& options = session.options();
-  EnginePlan plan = enginePlan(session);
+  EnginePlan plan = enginePlan(options.slots);
   plan.untilEmpty = options.untilEmpty;
   if (options.job) {
     const JobRecord record = findJob(&queue, *options.job);
     const JobId job = record.id;
     queue.resume(job);
     if (record.runOn == RunOn::Cluster) {
-      return followCluster(session, queue, job);
+      return followCluster(session, queue, job, options.json);
     }
-    return workOff(session, queue, images, machine, job, plan);
+    return workOff(console, queue, images, machine, job, plan, options.json);
   }
   SignalInterrupts interrupts;
   std::unique_ptr<RunEvents> progress;
@@ -120,7 +118,7 @@ int workQueue(Session& session, Queue& queue, ImageInspector& images, Machine& m
     progress = std::make_unique<PlainProgress>(console, true);
   }
   LocalEngine engine(machine, queue, images, interrupts, *progress);
-  const std::unique_ptr<ClusterDesk> cluster = deskForEngine(session, queue);
+  const std::unique_ptr<ClusterDesk> cluster = deskForEngine(session, queue, options.json);
   if (cluster) {
     plan.withCluster = true;
     plan.whenIdle = [&] { cluster->engine().advance(); };
@@ -129,13 +127,12 @@ int workQueue(Session& session, Queue& queue, ImageInspector& images, Machine& m
   return exitGood;
 }
 
-void tellSubmitted(Session& session, Queue& queue, JobId id, const JobFrames& frames) {
-  Console& console = session.console();
+void tellSubmitted(Console& console, Queue& queue, JobId id, const JobFrames& frames, bool asJson) {
   const std::optional<JobRecord> job = queue.job(id);
   const bool onCluster = job->runOn == RunOn::Cluster;
   const bool engine = onCluster ? !queue.openArrays(id).empty() : queue.hasOtherEngine(0);
   const std::size_t count = job->hasFrames ? frames.ready.count() : frames.readyWorks;
-  if (session.options().json) {
+  if (asJson) {
     Json json = jsonOfKind("job.submitted");
     json["job"] = id;
     json["frames"] = job->hasFrames ? Json(frames.ready.text()) : Json(nullptr);
@@ -165,18 +162,17 @@ void tellSubmitted(Session& session, Queue& queue, JobId id, const JobFrames& fr
   console.print(text);
 }
 
-int tellNothingMissing(Session& session, const NewJob& job) {
+int tellNothingMissing(Console& console, const NewJob& job, bool asJson) {
   RunSet found;
   for (const FrameRun& run : job.found) {
     found.add(run);
   }
-  if (session.options().json) {
+  if (asJson) {
     Json json = jsonOfKind("run.complete");
     json["frames"] = job.hasFrames ? Json(found.text()) : Json(nullptr);
-    session.console().print(jsonLine(json));
+    console.print(jsonLine(json));
   } else {
-    session.console().print(job.hasFrames
-                                ? "nothing is missing: " +
+    console.print(job.hasFrames ? "nothing is missing: " +
                                       (found.count() == 1
                                            ? std::string("the frame has a good file")
                                            : "all " + counted(found.count(), "frame") + " have good files") +

@@ -4,7 +4,7 @@
 #include "trovik/images/ImageInspector.h"
 #include "trovik/machine/Machine.h"
 #include "trovik/queue/Queue.h"
-#include "trovik/verbs/Session.h"
+#include "trovik/verbs/Verbs.h"
 
 namespace trovik {
 
@@ -21,21 +21,22 @@ Path imageHelper(const Session& session);
 void settleLost(Session& session, Queue& queue);
 
 /// The slots of an engine, as the user wants them. Throws a UsageError.
-EnginePlan enginePlan(const Session& session);
+EnginePlan enginePlan(const std::optional<std::string>& slots);
 
 /// Works one job off here and shows it until it has ended, also the works that
 /// other engines do. Returns the exit code.
-int workOff(Session& session, Queue& queue, ImageInspector& images, Machine& machine, JobId job,
-            EnginePlan plan);
+int workOff(Console& console, Queue& queue, ImageInspector& images, Machine& machine, JobId job,
+            EnginePlan plan, bool json);
 
 /// Works off the queue. Returns the exit code.
-int workQueue(Session& session, Queue& queue, ImageInspector& images, Machine& machine);
+int workQueue(Session& session, Queue& queue, ImageInspector& images, Machine& machine,
+              const EngineOptions& options);
 
 /// Says that a job is in the queue, with the frames as they were then, and how
 /// it gets worked.
-void tellSubmitted(Session& session, Queue& queue, JobId job, const JobFrames& frames);
+void tellSubmitted(Console& console, Queue& queue, JobId job, const JobFrames& frames, bool json);
 
 /// Says that no frame of a job is missing; returns the exit code.
-int tellNothingMissing(Session& session, const NewJob& job);
+int tellNothingMissing(Console& console, const NewJob& job, bool json);
 
 } // namespace trovik

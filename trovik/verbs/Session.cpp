@@ -35,7 +35,7 @@ Path chosenFile(const char* flag, const std::optional<std::string>& fromFlag, co
 
 } // namespace
 
-Session::Session(const Options& options, Console& console)
+Session::Session(const CommonOptions& options, Console& console)
     : options_(options), console_(console), locations_(environmentVariable, ownExecutable()) {
   loadSettings();
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/application/Module.h"
-#include "trovik/commandline/Options.h"
+#include "trovik/commandline/CommandForm.h"
 #include "trovik/jobs/JobSetup.h"
 #include "trovik/machine/Locations.h"
 #include "trovik/text/Console.h"
@@ -17,12 +17,12 @@ class Session {
 public:
   /// Reads the settings. Throws a UsageError for files that the user named and
   /// that are not there.
-  Session(const Options& options, Console& console);
+  Session(const CommonOptions& options, Console& console);
   ~Session();
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  const Options& options() const { return options_; }
+  const CommonOptions& options() const { return options_; }
   Console& console() const { return console_; }
   const Locations& locations() const { return locations_; }
   const ModuleLoader& modules() const { return modules_; }
@@ -49,7 +49,7 @@ private:
   [[noreturn]] void refuseNoModule() const;
   int loadQuietly();
 
-  const Options& options_;
+  const CommonOptions& options_;
   Console& console_;
   Locations locations_;
   ModuleLoader modules_;

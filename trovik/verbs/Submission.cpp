@@ -54,15 +54,15 @@ void refuseTwice(const std::vector<std::pair<std::string, std::string>>& sets, c
 
 } // namespace
 
-Submission::Submission(Session& session)
-    : session_(session), setup_(findType(*session.options().type), session.detection()) {
+Submission::Submission(Session& session, const MakingOptions& options)
+    : session_(session), options_(options), setup_(findType(*options.type), session.detection()) {
   setUp();
   setup_.check();
   describe();
 }
 
 void Submission::setUp() {
-  const Options& options = session_.options();
+  const MakingOptions& options = options_;
   std::vector<std::pair<std::string, std::string>> sets;
   for (const std::string& text : options.sets) {
     sets.push_back(splitAssignment(text));
@@ -105,7 +105,7 @@ void Submission::setUp() {
 }
 
 void Submission::describe() {
-  const Options& options = session_.options();
+  const MakingOptions& options = options_;
   Job& job = *setup_.job();
   newJob_.name = job.GetParameterOrOption(p_Name, true, true);
   newJob_.type = setup_.type();
@@ -127,13 +127,9 @@ void Submission::describe() {
   std::error_code error;
   newJob_.directory = std::filesystem::current_path(error).string();
   newJob_.output = outputOf(job);
-  const ClusterSettings cluster = clusterSettings(session_.locations(), session_.options().shared);
+  const ClusterSettings cluster = clusterSettings(session_.locations(), options_.shared);
   newJob_.runOn = runOnOf(job, cluster.isDefault ? RunOn::Cluster : RunOn::Local);
   if (newJob_.runOn == RunOn::Cluster) {
-    if (options.slots) {
-      throw UsageError{"--slots is for programs on this machine",
-                       "--set ClusterThrottle=N limits the tasks that run at a time on the cluster"};
-    }
     newJob_.folder = cluster.folder.Text();
   }
   if (options.logDirectory) {
@@ -198,7 +194,7 @@ void Submission::tryFirstWork() const {
   }
   const ProcessStart start = orRefuse("", "", [&] { return process->DescribeWork(); });
   if (newJob_.runOn == RunOn::Cluster) {
-    tryCluster(session_, *first);
+    tryCluster(session_, *first, options_.shared);
     return; // the program need not be on this machine
   }
   const Path program(start.Arguments.empty() ? String() : start.Arguments.front());

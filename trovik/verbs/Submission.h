@@ -4,7 +4,7 @@
 #include "trovik/jobs/JobSetup.h"
 #include "trovik/machine/Machine.h"
 #include "trovik/queue/Queue.h"
-#include "trovik/verbs/Session.h"
+#include "trovik/verbs/Verbs.h"
 
 #include <optional>
 
@@ -15,7 +15,8 @@ namespace trovik {
 /// anything is started or stored.
 class Submission {
 public:
-  explicit Submission(Session& session);
+  /// The options must outlive the submission.
+  Submission(Session& session, const MakingOptions& options);
 
   const SmartHandle<Job>& job() const { return setup_.job(); }
   /// The job as the queue takes it, all of its works to be done.
@@ -33,6 +34,7 @@ private:
   void describe();
 
   Session& session_;
+  const MakingOptions& options_;
   JobSetup setup_;
   NewJob newJob_;
 };

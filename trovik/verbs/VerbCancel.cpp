@@ -30,9 +30,9 @@ JobDone cancel(Queue& queue, const JobRecord& job) {
 
 } // namespace
 
-int cancelJobs(Session& session) {
-  return forEachJob(session, "cancel", cancel, [&](Queue& queue) {
-    cancelOnCluster(session, queue);
+int cancelJobs(Session& session, const EachJobOptions& options) {
+  return forEachJob(session, options, "cancel", cancel, [&](Queue& queue) {
+    cancelOnCluster(session, queue, options.json);
     return std::string();
   });
 }

@@ -52,8 +52,8 @@ std::vector<std::string> typeFilesOf(const std::string& directory) {
 
 class CheckRun {
 public:
-  explicit CheckRun(Session& session)
-      : session_(session), options_(session.options()), modules_(session.loadLibraries()) {}
+  CheckRun(Session& session, const CheckOptions& options)
+      : session_(session), options_(options), modules_(session.loadLibraries()) {}
 
   int run() {
     if (options_.name &&
@@ -162,7 +162,7 @@ private:
   }
 
   Session& session_;
-  const Options& options_;
+  const CheckOptions& options_;
   ModuleLoader& modules_;
   std::vector<TypeSource> sources_;
   Json json_ = Json::array();
@@ -173,8 +173,8 @@ private:
 
 } // namespace
 
-int checkTypes(Session& session) {
-  return CheckRun(session).run();
+int checkTypes(Session& session, const CheckOptions& options) {
+  return CheckRun(session, options).run();
 }
 
 } // namespace trovik

@@ -6,7 +6,7 @@
 #include "trovik/queue/JobView.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
-#include "trovik/verbs/Session.h"
+#include "trovik/verbs/Verbs.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -25,16 +25,17 @@ public:
   explicit Installation(Console& console) : console_(console) {}
 
   CompletionSources sources() {
-    return {[this](const Options& options) { return types(options); },
-            [this](const Options& options) { return jobs(options); },
-            [this](const Options& options, const std::string& type) { return parameters(options, type); },
-            [this](const Options& options, const std::string& type, const std::string& parameter) {
-              return values(options, type, parameter);
-            }};
+    return {
+        [this](const CommonOptions& options) { return types(options); },
+        [this](const CommonOptions& options) { return jobs(options); },
+        [this](const CommonOptions& options, const std::string& type) { return parameters(options, type); },
+        [this](const CommonOptions& options, const std::string& type, const std::string& parameter) {
+          return values(options, type, parameter);
+        }};
   }
 
 private:
-  std::vector<Candidate> types(const Options& options) {
+  std::vector<Candidate> types(const CommonOptions& options) {
     load(options);
     std::vector<Candidate> candidates;
     std::set<String> names;
@@ -58,7 +59,7 @@ private:
     return candidates;
   }
 
-  std::vector<Candidate> jobs(const Options& options) {
+  std::vector<Candidate> jobs(const CommonOptions& options) {
     open(options);
     std::vector<Candidate> candidates;
     std::error_code error;
@@ -82,7 +83,7 @@ private:
     return candidates;
   }
 
-  std::vector<Candidate> parameters(const Options& options, const std::string& type) {
+  std::vector<Candidate> parameters(const CommonOptions& options, const std::string& type) {
     load(options);
     const JobTypeInfo& info = *JobFactory::s_JobFactory->GetTypeInfo(findType(type), false);
     std::vector<Candidate> candidates;
@@ -98,7 +99,7 @@ private:
     return candidates;
   }
 
-  Completions values(const Options& options, const std::string& type, const std::string& name) {
+  Completions values(const CommonOptions& options, const std::string& type, const std::string& name) {
     load(options);
     const ParameterInfo& parameter = findParameter(findType(type), name);
     Completions completions;
@@ -124,19 +125,19 @@ private:
     return completions;
   }
 
-  void open(const Options& options) {
+  void open(const CommonOptions& options) {
     if (!session_) {
       options_ = options;
       session_.emplace(options_, console_);
     }
   }
-  void load(const Options& options) {
+  void load(const CommonOptions& options) {
     open(options);
     session_->loadModules();
   }
 
   Console& console_;
-  Options options_;
+  CommonOptions options_;
   std::optional<Session> session_;
 };
 
@@ -147,7 +148,7 @@ int completeWords(const std::vector<std::string>& words, Console& console) {
   Completions found;
   try {
     Installation installation(console);
-    found = completionsOf(words, installation.sources());
+    found = completionsOf(allVerbs(), words, installation.sources());
   } catch (Exception* exception) {
     takeText(exception);
   } catch (...) {

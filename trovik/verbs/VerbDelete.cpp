@@ -38,17 +38,17 @@ void removeFolder(const JobRecord& job) {
 }
 
 /// A task that starts later finds that nothing is wanted of it.
-void endOnCluster(Session& session, Queue& queue, const JobRecord& job) {
+void endOnCluster(Session& session, Queue& queue, const JobRecord& job, bool json) {
   const std::vector<ArrayRecord> arrays = queue.openArrays(job.id);
   for (const ArrayRecord& array : arrays) {
     queue.cancelArray(array.id);
   }
   if (!arrays.empty()) {
-    cancelOnCluster(session, queue);
+    cancelOnCluster(session, queue, json);
   }
 }
 
-JobDone remove(Session& session, Queue& queue, const JobRecord& job) {
+JobDone remove(Session& session, Queue& queue, const JobRecord& job, bool json) {
   const std::string id = std::to_string(job.id);
   if (queue.frames(job.id).runningWorks > 0) {
     throw UsageError{"works of job " + id + " are running",
@@ -58,7 +58,7 @@ JobDone remove(Session& session, Queue& queue, const JobRecord& job) {
                                "\" takes them up, or, after \"trovik cancel " + id + "\", ends them"};
   }
   if (job.runOn == RunOn::Cluster) {
-    endOnCluster(session, queue, job);
+    endOnCluster(session, queue, job, json);
   }
   queue.remove(job.id);
   const bool logs = removeLogs(queue, job);
@@ -74,9 +74,10 @@ JobDone remove(Session& session, Queue& queue, const JobRecord& job) {
 
 } // namespace
 
-int deleteJobs(Session& session) {
-  return forEachJob(session, "delete",
-                    [&](Queue& queue, const JobRecord& job) { return remove(session, queue, job); });
+int deleteJobs(Session& session, const EachJobOptions& options) {
+  return forEachJob(session, options, "delete", [&](Queue& queue, const JobRecord& job) {
+    return remove(session, queue, job, options.json);
+  });
 }
 
 } // namespace trovik

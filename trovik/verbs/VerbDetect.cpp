@@ -10,8 +10,7 @@
 
 namespace trovik {
 
-int detectScene(Session& session) {
-  const Options& options = session.options();
+int detectScene(Session& session, const DetectOptions& options) {
   Console& console = session.console();
   const UID type = findType(*options.type);
   JobSetup setup(type, session.detection());

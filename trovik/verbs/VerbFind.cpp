@@ -7,8 +7,7 @@
 
 namespace trovik {
 
-int findProgram(Session& session) {
-  const Options& options = session.options();
+int findProgram(Session& session, const FindOptions& options) {
   Console& console = session.console();
   const UID type = findType(*options.type);
   const SmartHandle<Job> job = JobFactory::s_JobFactory->CreateJob(type);

@@ -28,8 +28,7 @@ int printMissing(Console& console, const JobView& view, const std::vector<FileRe
 
 } // namespace
 
-int listImages(Session& session) {
-  const Options& options = session.options();
+int listImages(Session& session, const ImagesOptions& options) {
   Console& console = session.console();
   const std::unique_ptr<Queue> queue = collectedQueue(session);
   JobRecord job = findJob(queue.get(), *options.job);

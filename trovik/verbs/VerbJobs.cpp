@@ -16,7 +16,7 @@ constexpr std::size_t usualLimit = 20;
 
 /// The jobs to list, the newest first. Without a wish these are the last ones
 /// and every older one that is still open: what waits is never out of sight.
-std::vector<JobRecord> chosen(std::vector<JobRecord> jobs, const Options& options) {
+std::vector<JobRecord> chosen(std::vector<JobRecord> jobs, const JobsOptions& options) {
   const std::size_t limit =
       options.limit ? positiveNumber("--limit", *options.limit, 1'000'000'000) : usualLimit;
   std::size_t place = 0;
@@ -29,8 +29,7 @@ std::vector<JobRecord> chosen(std::vector<JobRecord> jobs, const Options& option
 
 } // namespace
 
-int listJobs(Session& session) {
-  const Options& options = session.options();
+int listJobs(Session& session, const JobsOptions& options) {
   Console& console = session.console();
   if (options.all && options.limit) {
     throw UsageError{"--all and --limit exclude each other", "leave one of them out"};

@@ -39,7 +39,8 @@ std::string jobText(const JobView& view) {
 }
 
 /// The attempt by its number, or the last of those.
-AttemptRecord numbered(std::vector<AttemptRecord> attempts, const Options& options, const std::string& what) {
+AttemptRecord numbered(std::vector<AttemptRecord> attempts, const LogOptions& options,
+                       const std::string& what) {
   if (options.attempt) {
     const std::size_t number = positiveNumber("--attempt", *options.attempt, 1'000'000'000);
     std::string known;
@@ -59,7 +60,7 @@ AttemptRecord numbered(std::vector<AttemptRecord> attempts, const Options& optio
   return std::move(attempts.back());
 }
 
-AttemptRecord attemptAt(const JobView& view, std::vector<AttemptRecord> attempts, const Options& options) {
+AttemptRecord attemptAt(const JobView& view, std::vector<AttemptRecord> attempts, const LogOptions& options) {
   const std::string job = jobText(view);
   if (!view.job.hasFrames) {
     throw UsageError{job + " has no frames", "leave the frame out: \"trovik log " +
@@ -82,7 +83,7 @@ AttemptRecord attemptAt(const JobView& view, std::vector<AttemptRecord> attempts
   return numbered(std::move(attempts), options, what);
 }
 
-Chosen choose(Queue& queue, const JobView& view, const Options& options) {
+Chosen choose(Queue& queue, const JobView& view, const LogOptions& options) {
   std::vector<AttemptRecord> attempts = queue.attempts(view.job.id);
   Chosen chosen;
   if (options.frame) {
@@ -228,8 +229,7 @@ Json attemptJson(const JobView& view, const AttemptRecord& attempt, Moment now) 
 
 } // namespace
 
-int showLog(Session& session) {
-  const Options& options = session.options();
+int showLog(Session& session, const LogOptions& options) {
   Console& console = session.console();
   if (options.all && options.json) {
     throw UsageError{"--all and --json exclude each other", "the JSON form tells where the whole log is"};

@@ -27,8 +27,7 @@ bool isThere(const Path& path) {
 }
 
 /// The file to be written; empty for standard output.
-Path targetOf(const Session& session, const std::string& name) {
-  const std::optional<std::string>& named = session.options().file;
+Path targetOf(const Session& session, const std::optional<std::string>& named, const std::string& name) {
   const std::string leaf = shortName(name) + ".tvx";
   if (!named) {
     Path file = session.locations().ownModules();
@@ -117,8 +116,7 @@ bool isOnModulePath(const Session& session, const Path& directory) {
 
 } // namespace
 
-int makeType(Session& session) {
-  const Options& options = session.options();
+int makeType(Session& session, const NewOptions& options) {
   Console& console = session.console();
   const std::string& name = *options.type;
   std::string plainName = name;
@@ -126,7 +124,7 @@ int makeType(Session& session) {
     plainName.resize(plainName.size() - 4);
   }
   checkTypeName(plainName);
-  const Path file = targetOf(session, plainName);
+  const Path file = targetOf(session, options.file, plainName);
   const auto refuseExisting = [&] {
     throw UsageError{inQuotes(file.Text()) + " is there already",
                      "choose another name, or another file with -o; --force replaces it"};

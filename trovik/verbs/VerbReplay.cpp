@@ -69,7 +69,7 @@ private:
   Descriptor file_; // none for standard input
 };
 
-void setUp(JobSetup& setup, const Options& options) {
+void setUp(JobSetup& setup, const ReplayOptions& options) {
   if (options.scene) {
     setup.setScene(*options.scene);
   }
@@ -84,7 +84,7 @@ void setUp(JobSetup& setup, const Options& options) {
 
 /// The frames of the one start of the program that the log is of: those that
 /// the user names, else the one that the picked scene of a sequence has.
-WorkInfo workOf(const Job& job, const Options& options) {
+WorkInfo workOf(const Job& job, const ReplayOptions& options) {
   WorkInfo work;
   work.hasFrames = false;
   if (options.range) {
@@ -120,8 +120,7 @@ bool isTypeFile(const std::string& type) {
   return type.find('/') != std::string::npos || String(type).Lower().ends_with(".tvx");
 }
 
-int replayAs(Session& session, const UID& type) {
-  const Options& options = session.options();
+int replayAs(Session& session, const UID& type, const ReplayOptions& options) {
   ReplayFacts facts;
   facts.type = typeTitle(type);
   facts.typeId = UID(type).GenString();
@@ -152,14 +151,14 @@ int replayAs(Session& session, const UID& type) {
 }
 
 /// A file that is being written is tried as it is, wherever it lies.
-int replayAsFile(Session& session, const Path& file) {
+int replayAsFile(Session& session, const Path& file, const ReplayOptions& options) {
   struct stat facts {};
   if (stat(file.c_str(), &facts) != 0 || !S_ISREG(facts.st_mode)) {
     throw UsageError{"there is no type file " + inQuotes(file.Text()),
                      "\"trovik types\" lists the types that are known by name"};
   }
   std::optional<int> code;
-  const auto replay = [&](const UID& type) { code = replayAs(session, type); };
+  const auto replay = [&](const UID& type) { code = replayAs(session, type, options); };
   if (!session.loadLibraries().TryTypeFile(file, replay) || !code) {
     throw UsageError{inQuotes(file.Text()) + " is no job type",
                      "it needs a section [Module] with an ID, see \"trovik check\""};
@@ -169,13 +168,13 @@ int replayAsFile(Session& session, const Path& file) {
 
 } // namespace
 
-int replayLog(Session& session) {
-  const std::string& type = *session.options().type;
+int replayLog(Session& session, const ReplayOptions& options) {
+  const std::string& type = *options.type;
   if (isTypeFile(type)) {
-    return replayAsFile(session, absolutePath(type));
+    return replayAsFile(session, absolutePath(type), options);
   }
   session.loadModules();
-  return replayAs(session, findType(type));
+  return replayAs(session, findType(type), options);
 }
 
 } // namespace trovik

@@ -53,7 +53,7 @@ RunSet missingNow(Queue& queue, const JobRecord& job, ImageInspector& inspector)
 
 /// The frames to be worked again; nothing for those that failed or were
 /// canceled, which the queue knows best.
-std::optional<RunSet> chosenFrames(Queue& queue, const JobRecord& job, const Options& options,
+std::optional<RunSet> chosenFrames(Queue& queue, const JobRecord& job, const RetryOptions& options,
                                    const RunSet& named, ImageInspector* helper) {
   if (options.missing) {
     refuseWithoutFrames(job, "--missing");
@@ -80,7 +80,7 @@ std::optional<RunSet> chosenFrames(Queue& queue, const JobRecord& job, const Opt
   return named;
 }
 
-JobDone retry(Queue& queue, const JobRecord& job, const Options& options, const RunSet& named,
+JobDone retry(Queue& queue, const JobRecord& job, const RetryOptions& options, const RunSet& named,
               ImageInspector* helper) {
   const std::optional<RunSet> only = chosenFrames(queue, job, options, named, helper);
   const bool nothing = only && only->empty();
@@ -106,8 +106,7 @@ JobDone retry(Queue& queue, const JobRecord& job, const Options& options, const 
 
 } // namespace
 
-int retryJobs(Session& session) {
-  const Options& options = session.options();
+int retryJobs(Session& session, const RetryOptions& options) {
   if (options.frames && options.missing) {
     throw UsageError{"--frames and --missing exclude each other", "leave one of them out"};
   }
@@ -125,7 +124,7 @@ int retryJobs(Session& session) {
   bool waiting = false;
   std::vector<JobId> onCluster;
   return forEachJob(
-      session, "retry",
+      session, options, "retry",
       [&](Queue& queue, const JobRecord& job) {
         JobDone done = retry(queue, job, options, named, helper.get());
         const std::optional<JobRecord> now = queue.job(job.id);
@@ -138,7 +137,7 @@ int retryJobs(Session& session) {
       },
       [&](Queue& queue) {
         for (const JobId job : onCluster) {
-          submitToCluster(session, queue, job);
+          submitToCluster(session, queue, job, options.json);
         }
         return waiting && !queue.hasOtherEngine(0)
                    ? std::string("No engine is at work; start one with \"trovik engine\"\n")

@@ -74,8 +74,7 @@ std::optional<RunSet> framesIn(const std::optional<std::string>& range) {
 
 } // namespace
 
-int drawSheet(Session& session) {
-  const Options& options = session.options();
+int drawSheet(Session& session, const SheetOptions& options) {
   Console& console = session.console();
   std::size_t width = 0;
   if (options.width) {

@@ -8,12 +8,12 @@
 
 namespace trovik {
 
-int showJob(Session& session) {
+int showJob(Session& session, const JobOptions& options) {
   Console& console = session.console();
   const std::unique_ptr<Queue> queue = collectedQueue(session);
-  JobRecord job = findJob(queue.get(), *session.options().job);
+  JobRecord job = findJob(queue.get(), *options.job);
   const JobReport report = reportOn(*queue, std::move(job));
-  if (session.options().json) {
+  if (options.json) {
     console.print(jsonDocument(reportJson(report, momentNow())));
   } else {
     console.print(reportText(console, report, momentNow()));

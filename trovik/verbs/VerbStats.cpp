@@ -7,8 +7,7 @@
 
 namespace trovik {
 
-int showStats(Session& session) {
-  const Options& options = session.options();
+int showStats(Session& session, const JobOptions& options) {
   Console& console = session.console();
   const std::unique_ptr<Queue> queue = collectedQueue(session);
   const bool several = !options.job;

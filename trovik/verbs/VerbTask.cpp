@@ -13,7 +13,7 @@
 namespace trovik {
 namespace {
 
-std::size_t taskIndex(const Options& options) {
+std::size_t taskIndex(const TaskOptions& options) {
   const char* variable = std::getenv("SLURM_ARRAY_TASK_ID");
   if (!options.index && variable == nullptr) {
     throw UsageError{"the number of the task is not known",
@@ -32,8 +32,7 @@ std::size_t taskIndex(const Options& options) {
 
 } // namespace
 
-int runTask(Session& session) {
-  const Options& options = session.options();
+int runTask(Session& session, const TaskOptions& options) {
   const std::size_t index = taskIndex(options);
   if (options.verbosity == 0) {
     SetLogLevel(LogLevel::Info); // nobody watches, and the cluster keeps what is printed

@@ -57,9 +57,9 @@ std::string shownLines(const Console& console, const std::string& text) {
 
 class Form {
 public:
-  Form(const Session& session, const UID& type, const JobTypeInfo& info)
+  Form(const Session& session, const UID& type, const JobTypeInfo& info, bool all)
       : console_(session.console()), width_(std::min<std::size_t>(session.console().layoutWidth(), 100)),
-        all_(session.options().all), type_(type), info_(info) {}
+        all_(all), type_(type), info_(info) {}
 
   std::string text() {
     head();
@@ -199,11 +199,11 @@ Json typeJson(const UID& type, const JobTypeInfo& info) {
 
 } // namespace
 
-int describeType(Session& session) {
-  const UID type = findType(*session.options().type);
+int describeType(Session& session, const TypeOptions& options) {
+  const UID type = findType(*options.type);
   const JobTypeInfo& info = *JobFactory::s_JobFactory->GetTypeInfo(type, false);
-  session.console().print(session.options().json ? jsonDocument(typeJson(type, info))
-                                                 : Form(session, type, info).text());
+  session.console().print(options.json ? jsonDocument(typeJson(type, info))
+                                       : Form(session, type, info, options.all).text());
   return exitGood;
 }
 

@@ -33,9 +33,9 @@ struct TypeRow {
 
 } // namespace
 
-int listTypes(Session& session) {
+int listTypes(Session& session, const TypesOptions& options) {
   Console& console = session.console();
-  const bool all = session.options().all;
+  const bool all = options.all;
   Json document = jsonOfKind("types");
   document["types"] = Json::array();
   std::vector<TypeRow> rows;
@@ -51,7 +51,7 @@ int listTypes(Session& session) {
     rows.push_back({console.shown(typeTitle(type)) + (info.Enabled ? "" : " (off)"),
                     console.shown(joined(aliasesOf(info), ", ")), console.shown(help)});
   }
-  if (session.options().json) {
+  if (options.json) {
     console.print(jsonDocument(document));
     return exitGood;
   }

@@ -9,14 +9,14 @@
 
 namespace trovik {
 
-int watchJob(Session& session) {
-  const bool json = session.options().json;
+int watchJob(Session& session, const JobOptions& options) {
+  const bool json = options.json;
   Console& console = session.console();
   const std::unique_ptr<Queue> existing = collectedQueue(session);
-  const JobRecord job = findJob(existing.get(), *session.options().job);
+  const JobRecord job = findJob(existing.get(), *options.job);
   Queue& queue = *existing;
   if (job.runOn == RunOn::Cluster) {
-    return followCluster(session, queue, job.id);
+    return followCluster(session, queue, job.id, json);
   }
   const std::string title = "job " + std::to_string(job.id);
   const auto tell = [&](const char* kind, const std::string& word, const std::string& text) {

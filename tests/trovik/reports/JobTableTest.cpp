@@ -97,14 +97,16 @@ TEST(JobTable, NamesCannotSteerTheTerminal) {
 class Jobs : public VerbTest {};
 
 TEST_F(Jobs, AQueueThatIsNotThereIsEmptyAndStaysAway) {
-  Options options = optionsFor();
+  JobsOptions options = optionsFor();
   options.state = directory.file("none/queue");
   const Printed printed = call(listJobs, options);
   EXPECT_EQ(printed.out, "no jobs\n");
   EXPECT_EQ(printed.code, exitGood);
-  EXPECT_EQ(call(showStats, options).out, "nothing has been rendered yet\n");
-  options.job = "last";
-  EXPECT_EQ(refusalOf([&] { call(showJob, options); }).message, "there is no job yet");
+  JobOptions job = optionsFor();
+  job.state = options.state;
+  EXPECT_EQ(call(showStats, job).out, "nothing has been rendered yet\n");
+  job.job = "last";
+  EXPECT_EQ(refusalOf([&] { call(showJob, job); }).message, "there is no job yet");
   EXPECT_EQ(access(directory.file("none").c_str(), F_OK), -1);
 }
 
@@ -118,8 +120,8 @@ TEST_F(Jobs, TheLastTwentyAndAllOpenOnesAreListed) {
   for (int i = 0; i < 24; ++i) {
     queue.settle(good(take().attempt));
   }
-  const auto numbersOf = [&](const Options& options) {
-    Options json = options;
+  const auto numbersOf = [&](const JobsOptions& options) {
+    JobsOptions json = options;
     json.json = true;
     std::string numbers;
     const Json document = Json::parse(call(listJobs, json).out);
@@ -129,7 +131,7 @@ TEST_F(Jobs, TheLastTwentyAndAllOpenOnesAreListed) {
     return numbers;
   };
   EXPECT_EQ(numbersOf(optionsFor()), "2 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 23 24 25");
-  Options options = optionsFor();
+  JobsOptions options = optionsFor();
   options.limit = "3";
   EXPECT_EQ(numbersOf(options), "23 24 25");
   options.limit.reset();
@@ -144,7 +146,7 @@ TEST_F(Jobs, AJobIsToldWholeInJson) {
   job.priority = 70;
   queue.submit(job);
   workOff([](int frame) { return frame == 3 ? "Error line: bad" : ""; });
-  Options options = optionsFor();
+  JobsOptions options = optionsFor();
   options.json = true;
   const Json document = Json::parse(call(listJobs, options).out);
   EXPECT_EQ(document.at("kind"), "jobs");
@@ -164,7 +166,7 @@ TEST_F(Jobs, AJobIsToldWholeInJson) {
 }
 
 TEST_F(Jobs, WrongLimitsAreRefused) {
-  Options options = optionsFor();
+  JobsOptions options = optionsFor();
   options.limit = "0";
   EXPECT_EQ(refusalOf([&] { call(listJobs, options); }).message,
             "--limit: \"0\" is not a whole number from 1 on");

@@ -125,7 +125,7 @@ TEST_F(Show, TextsFromOutsideCannotSteerTheTerminal) {
 TEST_F(Show, JsonHoldsTheSame) {
   queue.submit(jobOf("1,2,3,4"));
   workOff(badThird);
-  Options options = optionsFor({"1"});
+  JobOptions options = optionsFor({"1"});
   options.json = true;
   const Json document = Json::parse(call(showJob, options).out);
   EXPECT_EQ(document.at("kind"), "job");
@@ -177,7 +177,7 @@ TEST_F(Images, BadAndUncheckedFilesAreToldInJsonAlone) {
   queue.settle(outcome);
   queue.noteFile(take().attempt, file("/out/3.png"));
   EXPECT_EQ(steady(listImages, optionsFor({"1"})).out, "DIR/i/a.png\n");
-  Options options = optionsFor({"1"});
+  ImagesOptions options = optionsFor({"1"});
   options.json = true;
   EXPECT_EQ(Json::parse(call(listImages, options).out).at("files").dump(),
             R"([{"frame":1,"file":")" + directory.file("i/a.png") +
@@ -205,7 +205,7 @@ TEST_F(Images, MissingFramesAreARangeOfThoseNotGoodOrGone) {
   directory.write("i/2.png", "");
   queue.settle(failed(take().attempt));
   render(5, "i/5.png");
-  Options options = optionsFor({"1"});
+  ImagesOptions options = optionsFor({"1"});
   options.missing = true;
   const Printed printed = call(listImages, options);
   EXPECT_EQ(printed.out, "2-4,6-9\n");
@@ -220,7 +220,7 @@ TEST_F(Images, MissingFramesAreARangeOfThoseNotGoodOrGone) {
 TEST_F(Images, NothingMissingPrintsNothing) {
   queue.submit(jobOf("1"));
   render(1, "i/1.png");
-  Options options = optionsFor({"1"});
+  ImagesOptions options = optionsFor({"1"});
   options.missing = true;
   const Printed printed = call(listImages, options);
   EXPECT_EQ(printed.out, "");

@@ -7,8 +7,8 @@ namespace {
 
 class Log : public VerbTest {
 protected:
-  Options optionsAt(const std::string& frame) const {
-    Options options = optionsFor({"1"});
+  LogOptions optionsAt(const std::string& frame) const {
+    LogOptions options = optionsFor({"1"});
     options.frame = frame;
     return options;
   }
@@ -56,7 +56,7 @@ TEST_F(Log, AllPrintsEveryByteBehindIt) {
   queue.submit(jobOf("1"));
   const std::string log = std::string("a\0b\xff\x1b[31m\r\n", 11) + "giving up\n";
   fail(log);
-  Options options = optionsFor({"1"});
+  LogOptions options = optionsFor({"1"});
   options.all = true;
   const std::string text = call(showLog, options).out;
   ASSERT_GT(text.size(), log.size());
@@ -72,7 +72,7 @@ TEST_F(Log, AHugeCommandDoesNotFillATerminal) {
   outcome.command = "sketch " + std::string(5000, 'x');
   queue.settle(outcome);
   EXPECT_LT(call(showLog, optionsFor({"1"}), true).out.size(), 600U);
-  Options options = optionsFor({"1"});
+  LogOptions options = optionsFor({"1"});
   EXPECT_NE(call(showLog, options).out.find(outcome.command + '\n'), std::string::npos);
   options.all = true;
   EXPECT_NE(call(showLog, options, true).out.find(outcome.command + '\n'), std::string::npos);
@@ -101,7 +101,7 @@ TEST_F(Log, AFrameHasItsLastAttemptOrTheOneThatIsNamed) {
   EXPECT_EQ(steady(showLog, optionsAt("2")).out, "good  1-2  job 1, attempt 2, started DATE, took 0.0 s\n"
                                                  "rule     success texts, else the exit code\n"
                                                  "log      it printed nothing\n");
-  Options options = optionsAt("2");
+  LogOptions options = optionsAt("2");
   options.attempt = "1";
   EXPECT_EQ(steady(showLog, options).out.substr(0, 31), "failed  1-2  job 1, attempt 1, ");
   options.attempt = "3";
@@ -154,7 +154,7 @@ TEST_F(Log, WrongFramesAreRefusedWithWhatThereIs) {
 TEST_F(Log, OptionsThatDoNotGoTogetherAreRefused) {
   queue.submit(jobOf("4"));
   workOff();
-  Options options = optionsFor({"1"});
+  LogOptions options = optionsFor({"1"});
   options.attempt = "1";
   const Refusal refused = refusalOf([&] { call(showLog, options); });
   EXPECT_EQ(refused.message, "--attempt needs a frame");
@@ -167,7 +167,7 @@ TEST_F(Log, OptionsThatDoNotGoTogetherAreRefused) {
 TEST_F(Log, JsonHoldsTheSame) {
   queue.submit(jobOf("1"));
   fail("giving up\n");
-  Options options = optionsFor({"1"});
+  LogOptions options = optionsFor({"1"});
   options.json = true;
   const Json document = Json::parse(call(showLog, options).out);
   EXPECT_EQ(document.at("kind"), "log");

@@ -32,7 +32,7 @@ TEST_F(Retry, SaysHowToStartAnEngineWhereNoneLives) {
 TEST_F(Retry, FramesTakeGoodOnesToo) {
   queue.submit(jobOf("1-9"));
   workOff();
-  Options options = optionsFor({"last"});
+  RetryOptions options = optionsFor({"last"});
   options.frames = "1-9x4";
   EXPECT_EQ(call(retryJobs, options).out, "job 1  3 frames to do: 1,5,9\n");
   EXPECT_EQ(standing(1), "1,5,9 - 2-4,6-8 - -");
@@ -41,7 +41,7 @@ TEST_F(Retry, FramesTakeGoodOnesToo) {
 TEST_F(Retry, FramesThatTheJobDoesNotHaveAreRefused) {
   queue.submit(jobOf("1-9"));
   workOff();
-  Options options = optionsFor({"1"});
+  RetryOptions options = optionsFor({"1"});
   options.frames = "8-12,20";
   const Printed printed = call(retryJobs, options);
   EXPECT_EQ(printed.error, "trovik: error: job 1 has no frames 10-12,20\nhint: its frames are 1-9\n");
@@ -58,7 +58,7 @@ TEST_F(Retry, MissingTakesTheFramesWhoseFilesAreGone) {
   queue.submit(jobOf("1,2,3"));
   workOff(); // writes nothing
   setenv("TROVIK_IMAGE_HELPER", IMAGE_HELPER, 1);
-  Options options = optionsFor({"1"});
+  RetryOptions options = optionsFor({"1"});
   options.missing = true;
   EXPECT_EQ(call(retryJobs, options).out, "job 1  3 frames to do: 1-3\n");
   options.frames = "1";
@@ -83,7 +83,7 @@ TEST_F(Retry, AGoodJobHasNothingToBeDone) {
 TEST_F(Retry, JsonTellsEachJobAndProblem) {
   queue.submit(jobOf("1,2"));
   workOff([](int frame) { return frame == 2 ? "Error line: bad" : ""; });
-  Options options = optionsFor({"1", "9", "last"});
+  RetryOptions options = optionsFor({"1", "9", "last"});
   options.json = true;
   const Printed printed = call(retryJobs, options);
   EXPECT_EQ(Json::parse(printed.out).dump(),

@@ -45,17 +45,8 @@ VerbTest::VerbTest() {
   setenv("XDG_CONFIG_HOME", directory.file("config").c_str(), 1);
 }
 
-Options VerbTest::optionsFor(const std::vector<std::string>& jobs) const {
-  Options options;
-  options.state = directory.path();
-  options.jobs = jobs;
-  if (!jobs.empty()) {
-    options.job = jobs.front();
-  }
-  return options;
-}
-
-Printed VerbTest::call(Verb verb, const Options& options, bool terminal) {
+Printed VerbTest::printedBy(const CommonOptions& options, bool terminal,
+                            const std::function<int(Session& session)>& verb) {
   Printed printed;
   Console console([&](std::string_view bytes) { printed.out += bytes; },
                   [&](std::string_view bytes) { printed.error += bytes; }, {terminal, terminal, false, false},
@@ -65,8 +56,7 @@ Printed VerbTest::call(Verb verb, const Options& options, bool terminal) {
   return printed;
 }
 
-Printed VerbTest::steady(Verb verb, const Options& options, bool terminal) const {
-  Printed printed = call(verb, options, terminal);
+Printed VerbTest::steadied(Printed printed) const {
   for (std::string* text : {&printed.out, &printed.error}) {
     for (std::size_t at = 0; (at = text->find(directory.path(), at)) != std::string::npos;) {
       text->replace(at, directory.path().size(), "DIR");

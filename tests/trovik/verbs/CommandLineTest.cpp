@@ -1,32 +1,35 @@
-#include "trovik/commandline/Options.h"
+#include "trovik/commandline/CommandLine.h"
 
 #include "tests/trovik/TemporaryDirectory.h"
+#include "trovik/verbs/Verbs.h"
 
 #include <gtest/gtest.h>
 
 namespace trovik {
 namespace {
 
-Options parse(const std::vector<std::string>& arguments) {
-  const ParsedLine line = parseCommandLine(arguments, 80);
+/// What the verb, whose struct that must be, is told by the arguments.
+template <typename Options> Options parse(const std::vector<std::string>& arguments) {
+  const CommandForm form = allVerbs();
+  const ParsedLine line = parseCommandLine(form, arguments, 80);
   EXPECT_FALSE(line.text.has_value());
-  return line.options;
+  EXPECT_EQ(line.verb, form.find(arguments.front().starts_with("-") ? arguments.at(2) : arguments.front()));
+  return static_cast<const Options&>(*line.verb->options);
 }
 
 std::string textOf(const std::vector<std::string>& arguments) {
-  return parseCommandLine(arguments, 80).text.value_or("");
+  return parseCommandLine(allVerbs(), arguments, 80).text.value_or("");
 }
 
 Refusal refusal(const std::vector<std::string>& arguments) {
-  return refusalOf([&] { parseCommandLine(arguments, 80); });
+  return refusalOf([&] { parseCommandLine(allVerbs(), arguments, 80); });
 }
 
 TEST(CommandLine, RunTakesAllItsOptions) {
-  const Options options =
-      parse({"run",       "pov",      "a b.pov",   "--set",   "Width=1", "--set=Note==x", "--range",
-             "-5--1",     "--packet", "4",         "--slots", "2",       "--out",         "o",
-             "--log-dir", "l",        "--dry-run", "--json",  "-vv",     "--color",       "never"});
-  EXPECT_EQ(options.verb, "run");
+  const auto options = parse<RunOptions>(
+      {"run",       "pov",      "a b.pov",   "--set",   "Width=1", "--set=Note==x", "--range",
+       "-5--1",     "--packet", "4",         "--slots", "2",       "--out",         "o",
+       "--log-dir", "l",        "--dry-run", "--json",  "-vv",     "--color",       "never"});
   EXPECT_EQ(options.type, "pov");
   EXPECT_EQ(options.scene, "a b.pov");
   EXPECT_EQ(options.sets, (std::vector<std::string>{"Width=1", "Note==x"}));
@@ -47,9 +50,11 @@ const std::vector<std::string> allVerbs = {"types",  "type",   "detect", "find",
 
 TEST(CommandLine, RunAndSubmitTakeWhatMakesAJob) {
   for (const char* verb : {"run", "submit"}) {
-    const Options options = parse({verb, "pov", "a.pov", "--missing", "--new", "--priority", "80", "--on-end",
-                                   "mail -s 'a b' ada", "--notify", "--state", "q"});
-    EXPECT_EQ(options.verb, verb);
+    const std::vector<std::string> line = {verb,         "pov", "a.pov",    "--missing",         "--new",
+                                           "--priority", "80",  "--on-end", "mail -s 'a b' ada", "--notify",
+                                           "--state",    "q"};
+    const MakingOptions options =
+        line.front() == "run" ? parse<RunOptions>(line) : parse<MakingOptions>(line);
     EXPECT_TRUE(options.missing);
     EXPECT_TRUE(options.fresh);
     EXPECT_EQ(options.priority, "80");
@@ -61,7 +66,8 @@ TEST(CommandLine, RunAndSubmitTakeWhatMakesAJob) {
 }
 
 TEST(CommandLine, EngineTakesItsOptions) {
-  const Options options = parse({"engine", "--slots", "3", "--job", "last", "--until-empty", "--json"});
+  const auto options =
+      parse<EngineOptions>({"engine", "--slots", "3", "--job", "last", "--until-empty", "--json"});
   EXPECT_EQ(options.slots, "3");
   EXPECT_EQ(options.job, "last");
   EXPECT_TRUE(options.untilEmpty);
@@ -69,7 +75,7 @@ TEST(CommandLine, EngineTakesItsOptions) {
 }
 
 TEST(CommandLine, LogTakesAFrameAndAnAttempt) {
-  const Options options = parse({"log", "3", "--attempt", "2", "--all", "--", "-5"});
+  const auto options = parse<LogOptions>({"log", "3", "--attempt", "2", "--all", "--", "-5"});
   EXPECT_EQ(options.job, "3");
   EXPECT_EQ(options.frame, "-5");
   EXPECT_EQ(options.attempt, "2");
@@ -77,8 +83,8 @@ TEST(CommandLine, LogTakesAFrameAndAnAttempt) {
 }
 
 TEST(CommandLine, SheetTakesItsOptions) {
-  const Options options =
-      parse({"sheet", "last", "-o", "a.png", "--width", "900", "--columns", "4", "--frames", "-3-9"});
+  const auto options = parse<SheetOptions>(
+      {"sheet", "last", "-o", "a.png", "--width", "900", "--columns", "4", "--frames", "-3-9"});
   EXPECT_EQ(options.job, "last");
   EXPECT_EQ(options.file, "a.png");
   EXPECT_EQ(options.width, "900");
@@ -87,38 +93,40 @@ TEST(CommandLine, SheetTakesItsOptions) {
 }
 
 TEST(CommandLine, SteeringVerbsTakeSeveralJobs) {
-  for (const char* verb : {"retry", "cancel", "delete"}) {
-    EXPECT_EQ(parse({verb, "3", "last", "7", "--json"}).jobs, (std::vector<std::string>{"3", "last", "7"}));
+  const std::vector<std::string> jobs = {"3", "last", "7"};
+  EXPECT_EQ(parse<RetryOptions>({"retry", "3", "last", "7", "--json"}).jobs, jobs);
+  for (const char* verb : {"cancel", "delete"}) {
+    EXPECT_EQ(parse<EachJobOptions>({verb, "3", "last", "7", "--json"}).jobs, jobs);
   }
 }
 
 TEST(CommandLine, TheQueueIsNamedBeforeOrBehindTheVerb) {
-  EXPECT_EQ(parse({"--state", "q", "jobs"}).state, "q");
-  EXPECT_EQ(parse({"jobs", "--state", "q"}).state, "q");
+  EXPECT_EQ(parse<JobsOptions>({"--state", "q", "jobs"}).state, "q");
+  EXPECT_EQ(parse<JobsOptions>({"jobs", "--state", "q"}).state, "q");
   EXPECT_EQ(refusal({"types", "--state", "q"}).message, "unknown option \"--state\"");
 }
 
 TEST(CommandLine, SetTakesOneValueAndLeavesThePositionals) {
-  const Options options = parse({"run", "--set", "A=1", "pov", "scene"});
+  const auto options = parse<RunOptions>({"run", "--set", "A=1", "pov", "scene"});
   EXPECT_EQ(options.sets, std::vector<std::string>{"A=1"});
   EXPECT_EQ(options.type, "pov");
   EXPECT_EQ(options.scene, "scene");
 }
 
 TEST(CommandLine, ValuesAreTakenAsTheyAre) {
-  const Options options =
-      parse({"run", "t", "--set", "A=[1,2]", "--set", "B=\"x\"", "--set", "C=", "--out", ""});
+  const auto options =
+      parse<RunOptions>({"run", "t", "--set", "A=[1,2]", "--set", "B=\"x\"", "--set", "C=", "--out", ""});
   EXPECT_EQ(options.sets, (std::vector<std::string>{"A=[1,2]", "B=\"x\"", "C="}));
   EXPECT_EQ(options.out, "");
 }
 
 TEST(CommandLine, ATypeMayBeCalledLikeAVerb) {
-  EXPECT_EQ(parse({"type", "run"}).type, "run");
-  EXPECT_EQ(parse({"run", "types", "help"}).type, "types");
+  EXPECT_EQ(parse<TypeOptions>({"type", "run"}).type, "run");
+  EXPECT_EQ(parse<RunOptions>({"run", "types", "help"}).type, "types");
 }
 
 TEST(CommandLine, NamesBehindTwoDashesMayBeginWithOne) {
-  EXPECT_EQ(parse({"run", "t", "--", "-scene.pov"}).scene, "-scene.pov");
+  EXPECT_EQ(parse<RunOptions>({"run", "t", "--", "-scene.pov"}).scene, "-scene.pov");
 }
 
 TEST(CommandLine, CommonOptionsGoWithEveryVerb) {
@@ -126,7 +134,7 @@ TEST(CommandLine, CommonOptionsGoWithEveryVerb) {
       {"types"}, {"type", "T"}, {"detect", "T", "S"}, {"find", "T"}, {"run", "T"}};
   for (std::vector<std::string> line : lines) {
     line.insert(line.end(), {"--module-path", "m", "--settings", "s", "--options", "o"});
-    const Options options = parse(line);
+    const auto options = parse<CommonOptions>(line);
     EXPECT_EQ(options.modulePath, "m");
     EXPECT_EQ(options.settings, "s");
     EXPECT_EQ(options.options, "o");
