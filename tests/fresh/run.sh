@@ -83,6 +83,7 @@ remove_left_folders() {
 remove() { rm -rf --one-file-system "$1" || printf 'run.sh: could not remove %s\n' "$1" >&2; }
 
 declare -A pid status log
+removing=()
 reader=
 end() {
   local running=("${pid[@]}")
@@ -92,6 +93,7 @@ end() {
     kill -KILL "${running[@]}" 2>/dev/null || true
     wait "${running[@]}" 2>/dev/null || true
   fi
+  [ ${#removing[@]} -eq 0 ] || wait "${removing[@]}" 2>/dev/null || true
   [ -z "${work:-}" ] || remove "$work"
 }
 trap end EXIT
@@ -185,7 +187,8 @@ while [ ${#unread[@]} -gt 0 ] || [ ${#pid[@]} -gt 0 ]; do
       [ "$code" -eq 0 ] || [ "$(df --output=avail "$work" | tail -n 1)" -gt 100000 ] ||
         say "$case: no room is left in $runs: set TMPDIR to a folder with some GB"
       unset "pid[$case]"
-      remove "$work/$case"
+      remove "$work/$case" & # the next case need not wait for it
+      removing+=("$!")
     fi
   done
 done
