@@ -4,7 +4,6 @@
 #include "host/foundation/WriteFile.h"
 #include "trovik/jobs/Types.h"
 #include "trovik/machine/Locations.h"
-#include "trovik/newtype/TypeQuestions.h"
 #include "trovik/text/Json.h"
 #include "trovik/text/Messages.h"
 #include "trovik/text/Text.h"
@@ -137,14 +136,12 @@ int makeType(Session& session, const NewOptions& options) {
                      "choose another name; \"trovik type " + EnquoteWord(plainName) + "\" shows it"};
   }
 
-  GivenAnswers given{options.program,   options.scene,     options.frames,  options.output,
-                     options.extension, options.imageText, options.success, options.errors};
   const bool asks = !options.yes && isatty(STDIN_FILENO) == 1 && console.traits().errorTerminal;
   if (asks) {
     console.printError("A new job type, " + console.shownError(plainName) +
                        ". Enter takes what stands in brackets.\n\n");
   }
-  TypeAnswers answers = completeAnswers(plainName, given, asks ? asker(console) : AskFunction(),
+  TypeAnswers answers = completeAnswers(plainName, options, asks ? asker(console) : AskFunction(),
                                         [&](const UsageError& error) { printRefusal(console, error); });
   answers.program = programPath(answers.program);
 

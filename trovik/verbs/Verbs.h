@@ -1,6 +1,7 @@
 #pragma once
 
 #include "trovik/commandline/CommandForm.h"
+#include "trovik/newtype/TypeQuestions.h"
 #include "trovik/verbs/Session.h"
 
 #include <optional>
@@ -39,16 +40,8 @@ struct FindOptions : CommonOptions {
 };
 int findProgram(Session& session, const FindOptions& options);
 
-struct NewOptions : CommonOptions {
+struct NewOptions : CommonOptions, GivenAnswers {
   std::optional<std::string> type; ///< what it is called
-  std::optional<std::string> program;
-  std::optional<std::string> scene;
-  std::optional<std::string> frames;
-  std::optional<std::string> output;
-  std::optional<std::string> extension;
-  std::optional<std::string> imageText;
-  std::vector<std::string> errors;
-  std::vector<std::string> success;
   std::optional<std::string> file; ///< to be written
   bool force = false;              ///< replace it
   bool yes = false;                ///< ask nothing
