@@ -36,9 +36,6 @@ constexpr const char* p_SceneNameFormat = "SceneNameFormat";
 // host's memory.
 constexpr std::size_t k_ImageBytesLimit = std::size_t{64} << 20;
 
-// Stamps of some file systems are as coarse as two seconds.
-constexpr time_t k_StampSlack = 2;
-
 // Runs of frames that a note lists.
 constexpr std::size_t k_ListedRuns = 10;
 
@@ -195,6 +192,14 @@ std::string_view RenderJob::KnownFrames::Tail(const Path& file) const {
   return std::string_view(file.Text()).substr(folder);
 }
 
+std::vector<Path> RenderJob::FileFolders() const {
+  const Path start = WorkStartDirectory();
+  const String output = EffectiveText(p_OutputFolder);
+  std::vector<Path> folders = {start, output.empty() ? start : MakeAbsolute(output, start)};
+  std::erase_if(folders, [](const Path& folder) { return folder.empty(); });
+  return folders;
+}
+
 const RenderJob::KnownFrames& RenderJob::Frames() const {
   if (!m_KnownFrames.has_value()) {
     KnownFrames known;
@@ -203,12 +208,8 @@ const RenderJob::KnownFrames& RenderJob::Frames() const {
     known.ExpectedFiles = ExpandExpectedFiles(known.Expected);
     known.Images = FrameFiles(known.Run);
     if (known.HasFrames && known.Run.Count() > 1) {
-      const Path start = WorkStartDirectory();
-      const String output = EffectiveText(p_OutputFolder);
-      for (const Path& folder : {start, output.empty() ? start : MakeAbsolute(output, start)}) {
-        if (!folder.empty()) {
-          known.Folders.push_back(folder.Text().ends_with('/') ? folder.Text() : folder.Text() + "/");
-        }
+      for (const Path& folder : FileFolders()) {
+        known.Folders.push_back(folder.Text().ends_with('/') ? folder.Text() : folder.Text() + "/");
       }
     }
     m_KnownFrames = std::move(known);
@@ -427,7 +428,7 @@ int RenderJob::DoCheckFile(const Path& file, int result) {
     problem = "Not a regular file";
   } else if (status.st_size == 0) {
     problem = "Empty file";
-  } else if (status.st_mtim.tv_sec < m_StartTime.tv_sec - k_StampSlack) {
+  } else if (!m_Before.IsWritten(file, status)) {
     problem = "File is older than the work";
   } else if (Observer() != nullptr) {
     problem = NoteText(Observer()->OnCheckFile(*this, file));

@@ -272,9 +272,6 @@ bool RenderJob::CreateOutputFolder() {
 }
 
 bool RenderJob::PreExecute() {
-  // The clock that file systems take their stamps from; the exact one runs
-  // ahead of it.
-  clock_gettime(CLOCK_REALTIME_COARSE, &m_StartTime);
   m_Images.clear();
   m_ImageNames.clear();
   m_ImageBytes = 0;
@@ -287,6 +284,17 @@ bool RenderJob::PreExecute() {
   FilesToCheck();
   m_KnownFrames.reset(); // the start directory of this attempt is not settled yet
   return SceneNamesAreTaken() && CreateOutputFolder() && ScenesAreThere();
+}
+
+bool RenderJob::ValidateResources() {
+  if (!ProcessJob::ValidateResources()) {
+    return false;
+  }
+  const KnownFrames& known = Frames(); // the start directory is settled
+  if (known.Rule != FileRule::None && (FindsImages() || !known.ExpectedFiles.empty())) {
+    m_Before.Note(known.ExpectedFiles, FileFolders(), m_CloseEarlier);
+  }
+  return true;
 }
 
 String RenderJob::CreateCommandLine(Path& executable) {

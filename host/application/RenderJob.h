@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/application/FilesBefore.h"
 #include "host/application/FrameFiles.h"
 #include "host/application/FrameRange.h"
 #include "host/application/FrameStates.h"
@@ -41,6 +42,8 @@ public:
   /// failed work's note becomes the job's, with the frames before it.
   void OnChildChange(SmartHandle<const Job> child, const String& name, const String& value) override;
   bool PreExecute() override;
+  /// Also notes what files are there before the program is started.
+  bool ValidateResources() override;
   String CreateCommandLine(Path& executable) override;
   Path GetLatestExecutable() override;
   int CheckResult(int exitCode) override;
@@ -117,9 +120,13 @@ public:
   /// ("FileCheck" Work or None).
   std::vector<FrameRun> GoodFrames() const;
 
-  /// Files are fresh when they were written since then; PreExecute sets it to
-  /// its own moment.
-  void CheckFilesSince(const timespec& start) { m_StartTime = start; }
+  /// Files count as the work's when they were written since then, instead of
+  /// since PrepareWork.
+  void CheckFilesSince(const timespec& start) { m_Before.Since(start); }
+
+  /// Another attempt at this work ended a moment ago and may have left files:
+  /// PrepareWork makes sure that they can be told from this one's.
+  void FollowsAnotherAttempt() { m_CloseEarlier = true; }
 
   /// From now on no file is looked at: each counts as good, but none proves
   /// anything. For judging a saved output whose files are not at hand.
@@ -162,6 +169,9 @@ private:
   const KnownFrames& Frames() const;
   FrameFiles::Answer FrameOfFile(const Path& file) const;
 
+  /// Where a work's files may lie: its start directory and output folder.
+  std::vector<Path> FileFolders() const;
+
   /// The frames that the work stands for; false for a work without.
   bool WorkFrames(FrameRun& run) const;
   void LookAt(WorkFile& file);
@@ -182,7 +192,8 @@ private:
   std::size_t m_ImagesBeforeError = 0;
   bool m_TooManyImages = false;
   bool m_FilesUnseen = false;
-  timespec m_StartTime{};
+  FilesBefore m_Before;
+  bool m_CloseEarlier = false;
   bool m_FilesAreOfFrames = false; // of m_Checked
   mutable std::optional<KnownFrames> m_KnownFrames;
   // While ExpectedFiles expands: the one frame that the job stands for.

@@ -6,6 +6,7 @@
 #include "host/foundation/Quoting.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -29,7 +30,7 @@
 // first looks whether the leader has ended without reaping it (WNOWAIT), then
 // kills what is left of its group, so that no orphaned renderer goes on
 // writing files of a work that may already run again, and reaps only then.
-// A program that leaves the group on purpose (setsid) is out of reach.
+// What leaves the group on purpose is known by its mark.
 //
 // A detached program has no owner that could reap it, so a thread is started
 // with it that does nothing but wait for that one process. The thread starts
@@ -40,6 +41,7 @@ namespace {
 constexpr const char* k_Function = "Process";
 constexpr int k_PipeSize = 1 << 20; // a larger pipe halves what reading costs
 constexpr int k_SignalBase = 128;
+constexpr int k_ExitPatience = 1000; // milliseconds, with one that was killed and cannot end
 
 String StartMessage(const ProcessStart& start) {
   return "cannot start \"" + start.Arguments[0] + "\"";
@@ -162,11 +164,14 @@ private:
 // Programs such as Blender read relative names by PWD, as a shell's "cd" leaves
 // it, and not by where they are.
 std::vector<String> EnvironmentOf(const ProcessStart& start) {
-  if (!start.StartDirectory.IsAbsolute()) {
-    return BuildEnvironment(start.Environment);
+  std::vector<std::pair<String, std::optional<String>>> changes;
+  if (start.StartDirectory.IsAbsolute()) {
+    changes.emplace_back("PWD", start.StartDirectory.Text());
   }
-  std::vector<std::pair<String, std::optional<String>>> changes = {{"PWD", start.StartDirectory.Text()}};
   changes.insert(changes.end(), start.Environment.begin(), start.Environment.end());
+  if (!start.Mark.empty()) {
+    changes.emplace_back(k_MarkVariable, start.Mark);
+  }
   return BuildEnvironment(changes);
 }
 
@@ -269,6 +274,7 @@ void Process::Start(const ProcessStart& start) {
   RequirePassable(start);
   const std::vector<String> environment = EnvironmentOf(start);
   if (m_Detached) {
+    CarryMark(String());
     m_Id = SpawnDetached(start, environment);
     return;
   }
@@ -282,16 +288,19 @@ void Process::Start(const ProcessStart& start) {
   // wish; unprivileged users have a common limit.
   fcntl(reader.Number(), F_SETFL, O_NONBLOCK);
   fcntl(reader.Number(), F_SETPIPE_SZ, k_PipeSize);
+  CarryMark(start.Mark);
   const int error = Spawn(start, environment, writer.Number(), false, m_Id);
   if (error != 0) {
     RaiseStartError(start, error);
   }
-  // By its number: the C library's declaration of 2.36 lacks the C linkage.
-  m_ExitWatch = static_cast<int>(syscall(SYS_pidfd_open, m_Id, 0));
+  if (!start.Mark.empty()) {
+    m_Descendants.emplace(start.Mark, m_Id);
+  }
+  Watch(m_Id);
   if (m_ExitWatch < 0) {
     const int number = errno;
     siginfo_t info;
-    Kill();
+    SignalGroup(SIGKILL);
     WaitFor(m_Id, WEXITED, info);
     RaiseException(k_Function, k_ErrorSystem,
                    StartMessage(start) + ": its end cannot be watched (pidfd_open, Linux 5.3 or newer)",
@@ -301,11 +310,14 @@ void Process::Start(const ProcessStart& start) {
 }
 
 Process::~Process() {
-  if (!m_Detached && !m_Reaped) {
+  if (!m_Detached && !Remaining().empty()) {
     Kill();
+    // One that waits for a disk or the network ends only when that answers.
+    pollfd exit{m_ExitWatch, POLLIN, 0};
+    poll(&exit, 1, k_ExitPatience);
     try {
       ProcessExit ignored;
-      Wait(ignored, true);
+      Wait(ignored, false);
     } catch (Exception* exception) {
       delete exception; // a host that ignores SIGCHLD has nothing to reap
     }
@@ -343,7 +355,7 @@ bool Process::Wait(ProcessExit& result, bool block) {
     if (!WaitFor(m_Id, WEXITED | WNOWAIT | (block ? 0 : WNOHANG), info)) {
       return false;
     }
-    Kill();
+    SignalGroup(SIGKILL);
     WaitFor(m_Id, WEXITED, info);
     m_Reaped = true;
     m_Exit = ExitOf(info);
@@ -351,6 +363,31 @@ bool Process::Wait(ProcessExit& result, bool block) {
   }
   result = m_Exit;
   return true;
+}
+
+std::vector<pid_t> Process::Remaining() {
+  if (m_Detached) {
+    return {};
+  }
+  if (!m_Reaped) {
+    return {m_Id};
+  }
+  if (!m_Descendants.has_value()) {
+    return {};
+  }
+  if (m_ExitWatch >= 0) {
+    close(std::exchange(m_ExitWatch, -1));
+  }
+  std::vector<pid_t> left = m_Descendants->Adopted();
+  if (!left.empty()) {
+    Watch(left.front()); // our child until we reap it: the number is its own
+  }
+  return left;
+}
+
+void Process::Watch(pid_t process) {
+  // By its number: the C library's declaration of 2.36 lacks the C linkage.
+  m_ExitWatch = static_cast<int>(syscall(SYS_pidfd_open, process, 0));
 }
 
 void Process::Terminate() {
@@ -363,6 +400,13 @@ void Process::Kill() {
 }
 
 void Process::Signal(int number) {
+  SignalGroup(number);
+  if (m_Descendants.has_value()) {
+    m_Descendants->Signal(number);
+  }
+}
+
+void Process::SignalGroup(int number) {
   if (m_Id > 0 && !m_Reaped && !m_Detached) {
     kill(-m_Id, number);
   }

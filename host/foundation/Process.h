@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/foundation/Descendants.h"
 #include "host/foundation/Path.h"
 #include "host/foundation/String.h"
 
@@ -23,6 +24,9 @@ struct ProcessStart {
   /// LANGUAGE come before them, since output rules follow the messages'
   /// language.
   std::vector<std::pair<String, std::optional<String>>> Environment;
+  /// What tells this program and all that it starts from others; see
+  /// Descendants.h. Empty for none.
+  String Mark;
 };
 
 /// How a program ended.
@@ -31,16 +35,45 @@ struct ProcessExit {
   int Signal = 0; ///< the signal that killed it, or 0
 };
 
+/// A running program, as whoever watches over it sees it. Belongs to one thread.
+class Program {
+public:
+  virtual ~Program() = default;
+  virtual pid_t Id() const = 0;
+  /// Readable (poll) when output waits or has ended; -1 after the end was read.
+  virtual int OutputDescriptor() const = 0;
+  /// Readable (poll) when the program has ended, and after that when one of
+  /// those that it left behind has; -1 when there is nobody to wait for.
+  virtual int ExitDescriptor() const = 0;
+  /// Reads output that waits, without blocking. More than 0: bytes read; 0:
+  /// the output has ended; -1: nothing waits now.
+  virtual ssize_t ReadOutput(char* buffer, std::size_t size) = 0;
+  /// True and the result when the program has ended, and on every later call.
+  /// With `block` it waits for the end.
+  virtual bool Wait(ProcessExit& result, bool block) = 0;
+  /// What is there of the program and all that it has started, as far as it
+  /// is known: the program itself until it has ended, then what it left behind.
+  virtual std::vector<pid_t> Remaining() = 0;
+  /// Asks the program and all that it has started to end.
+  virtual void Terminate() = 0;
+  /// Ends all of them at once.
+  virtual void Kill() = 0;
+};
+
 /// A running external program in a process group of its own, with standard
 /// input from /dev/null, standard output and error through one pipe, and none
 /// of our other descriptors. Started with posix_spawn; no shell is involved.
 ///
-/// The object belongs to one thread. Destroying one that still runs kills its
-/// group and reaps it. The host must not ignore SIGCHLD.
+/// The object belongs to one thread. Destroying one that still runs kills it
+/// and reaps it, but waits no longer than a second for one that cannot end. The
+/// host must not ignore SIGCHLD.
+///
+/// What left the group is reached where the start names a mark; it is known
+/// after the program's end where this process adopts descendants.
 ///
 /// One that was started detached only tells its Id: both descriptors are -1,
 /// Wait gives false, Terminate and Kill do nothing.
-class Process {
+class Process final : public Program {
 public:
   enum Flags : unsigned int {
     k_Detached = 16, ///< runs on by itself in a session of its own, output to /dev/null; leaves no zombie
@@ -52,37 +85,30 @@ public:
   /// Starts a program with its output piped here. Raises Exception* with the
   /// program's name and the system's reason.
   explicit Process(const ProcessStart& start);
-  ~Process();
+  ~Process() override;
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
 
-  pid_t Id() const { return m_Id; }
-
-  /// Readable (poll) when output waits or has ended; -1 after the end was read.
-  int OutputDescriptor() const { return m_Output; }
-  /// Readable (poll) when the program has ended (a pidfd); -1 once reaped.
-  int ExitDescriptor() const { return m_ExitWatch; }
-
-  /// Reads output that waits, without blocking. More than 0: bytes read; 0:
-  /// the output has ended (the descriptor is closed); -1: nothing waits now.
-  ssize_t ReadOutput(char* buffer, std::size_t size);
-
-  /// Reaps the program if it has ended; true and the result then, and on every
-  /// later call. With `block` it waits for the end. What is left of its group
-  /// is killed first, so that nothing goes on writing after it. Raises
-  /// Exception* when the system cannot tell (SIGCHLD is ignored).
-  bool Wait(ProcessExit& result, bool block);
-
-  /// Asks the whole group to end (TERM), and continues stopped members so that
-  /// they can. Safe at any time until the destructor; never reaches another
-  /// process that was given the same number.
-  void Terminate();
-  /// Ends the whole group at once (KILL).
-  void Kill();
+  pid_t Id() const override { return m_Id; }
+  int OutputDescriptor() const override { return m_Output; }
+  int ExitDescriptor() const override { return m_ExitWatch; }
+  ssize_t ReadOutput(char* buffer, std::size_t size) override;
+  /// Kills what is left of the group before it reaps the program, so that
+  /// nothing of it goes on writing. Raises Exception* when the system cannot
+  /// tell (SIGCHLD is ignored).
+  bool Wait(ProcessExit& result, bool block) override;
+  std::vector<pid_t> Remaining() override;
+  /// TERM, and stopped ones are continued so that they can end. Safe at any
+  /// time until the destructor; never reaches another process that was given
+  /// the same number.
+  void Terminate() override;
+  void Kill() override;
 
 private:
   void Start(const ProcessStart& start);
   void Signal(int number);
+  void SignalGroup(int number);
+  void Watch(pid_t process);
 
   pid_t m_Id = -1;
   int m_Output = -1;
@@ -90,6 +116,7 @@ private:
   bool m_Detached = false;
   bool m_Reaped = false;
   ProcessExit m_Exit;
+  std::optional<Descendants> m_Descendants;
 };
 
 /// The environment that a program is started with: ours with the changes

@@ -26,6 +26,9 @@ struct Script {
   int signal = 0;
   bool heedsTerminate = true;
   bool outputStaysOpen = false; ///< someone outside its group holds the pipe
+  /// Until when, from the start, something that it started runs on.
+  std::optional<Duration> leaves;
+  bool killEnds = true; ///< that; not so while it waits for a disk
 };
 
 /// A machine without programs or time: the clock stands still but for the
@@ -91,7 +94,9 @@ public:
       end_ = begin_ + *script_.ends;
     }
     machine_.ready_[descriptor_] = [this] { return outputTime(); };
-    machine_.ready_[descriptor_ + 1] = [this] { return end_; };
+    machine_.ready_[descriptor_ + 1] = [this] {
+      return hasEnded() && script_.leaves ? std::optional(leftUntil()) : end_;
+    };
     machine_.mostRunning = std::max(machine_.mostRunning, ++machine_.running);
   }
   ~FakeProgram() override {
@@ -102,11 +107,11 @@ public:
   FakeProgram(const FakeProgram&) = delete;
   FakeProgram& operator=(const FakeProgram&) = delete;
 
-  pid_t id() const override { return descriptor_; }
-  int outputDescriptor() const override { return descriptor_; }
-  int exitDescriptor() const override { return descriptor_ + 1; }
+  pid_t Id() const override { return descriptor_; }
+  int OutputDescriptor() const override { return descriptor_; }
+  int ExitDescriptor() const override { return !gone_ ? descriptor_ + 1 : -1; }
 
-  ssize_t readOutput(char* buffer, std::size_t size) override {
+  ssize_t ReadOutput(char* buffer, std::size_t size) override {
     const auto time = outputTime();
     if (!time || *time > machine_.now_) {
       return -1;
@@ -124,26 +129,42 @@ public:
     return static_cast<ssize_t>(count);
   }
 
-  bool ended(ProcessExit& exit) override {
-    if (!end_ || *end_ > machine_.now_) {
+  bool Wait(ProcessExit& exit, bool /*block*/) override {
+    if (!hasEnded()) {
       return false;
     }
     exit = {script_.signal != 0 ? 128 + script_.signal : script_.exitCode, script_.signal};
     return true;
   }
 
-  void terminate() override {
+  std::vector<pid_t> Remaining() override {
+    if (!hasEnded()) {
+      return {Id()};
+    }
+    gone_ = leftUntil() <= machine_.now_;
+    return gone_ ? std::vector<pid_t>() : std::vector<pid_t>{Id() + 1};
+  }
+
+  void Terminate() override {
     machine_.signals.emplace_back("term");
     if (script_.heedsTerminate) {
       die(SIGTERM);
     }
   }
-  void kill() override {
+  void Kill() override {
     machine_.signals.emplace_back("kill");
     die(SIGKILL);
+    if (script_.killEnds) {
+      killed_ = std::min(killed_.value_or(machine_.now_), machine_.now_);
+    }
   }
 
 private:
+  bool hasEnded() const { return end_ && *end_ <= machine_.now_; }
+  /// When the last of what it left behind has ended.
+  Clock::time_point leftUntil() const {
+    return std::min(begin_ + script_.leaves.value_or(Duration()), killed_.value_or(Clock::time_point::max()));
+  }
   void die(int signal) {
     if (!end_ || *end_ > machine_.now_) {
       end_ = machine_.now_;
@@ -163,7 +184,9 @@ private:
   Script script_;
   Clock::time_point begin_;
   std::optional<Clock::time_point> end_;
+  std::optional<Clock::time_point> killed_;
   std::size_t read_ = 0;
+  bool gone_ = false; // with all that it left, and somebody knows
   int descriptor_;
 };
 
@@ -212,6 +235,7 @@ class FakeInspector final : public ImageInspector {
 public:
   std::map<std::string, std::string> problems; ///< by path
   std::vector<std::string> asked;
+  bool hangs = false; ///< never answers
 
   void ask(const Path& file, bool /*refuseFlat*/, Answer answer) override {
     asked.push_back(file.Text());
@@ -219,9 +243,12 @@ public:
   }
   int descriptor() const override { return -1; }
   std::optional<Clock::time_point> deadline() const override {
-    return waiting_.empty() ? std::nullopt : std::optional(Clock::time_point());
+    return waiting_.empty() || hangs ? std::nullopt : std::optional(Clock::time_point());
   }
   void advance(Clock::time_point /*now*/) override {
+    if (hangs) {
+      return;
+    }
     for (auto& [file, answer] : std::exchange(waiting_, {})) {
       Inspection inspection;
       inspection.image = true;

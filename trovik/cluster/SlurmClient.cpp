@@ -210,9 +210,9 @@ void SlurmClient::Impl::addDescriptors(std::vector<pollfd>& descriptors) const {
   if (program_ == nullptr) {
     return;
   }
-  descriptors.push_back({program_->exitDescriptor(), POLLIN, 0});
+  descriptors.push_back({program_->ExitDescriptor(), POLLIN, 0});
   if (!abandoned_ && !ended_) {
-    descriptors.push_back({program_->outputDescriptor(), POLLIN, 0});
+    descriptors.push_back({program_->OutputDescriptor(), POLLIN, 0});
   }
 }
 
@@ -225,7 +225,7 @@ std::optional<Clock::time_point> SlurmClient::Impl::deadline() const {
 
 void SlurmClient::Impl::advance(Clock::time_point now) {
   ProcessExit exit;
-  if (program_ != nullptr && abandoned_ && program_->ended(exit)) {
+  if (program_ != nullptr && abandoned_ && program_->Wait(exit, false)) {
     program_.reset();
   }
   if (questions_.empty()) {
@@ -245,7 +245,7 @@ void SlurmClient::Impl::advance(Clock::time_point now) {
     }
     return;
   }
-  const bool over = program_->ended(exit);
+  const bool over = program_->Wait(exit, false);
   readOutput();
   const std::string name = questions_.front().calls.front().words.front();
   if (over) {
@@ -299,7 +299,7 @@ void SlurmClient::Impl::start() {
 void SlurmClient::Impl::readOutput() {
   std::array<char, 65536> buffer{};
   while (!ended_ && output_.size() <= outputLimit) {
-    const ssize_t count = program_->readOutput(buffer.data(), buffer.size());
+    const ssize_t count = program_->ReadOutput(buffer.data(), buffer.size());
     if (count < 0) {
       return;
     }
@@ -310,10 +310,10 @@ void SlurmClient::Impl::readOutput() {
 
 void SlurmClient::Impl::finish(std::string problem, const ProcessExit& exit) {
   if (program_ != nullptr && !abandoned_) {
-    program_->kill();
+    program_->Kill();
     abandoned_ = true;
     ProcessExit ignored;
-    if (program_->ended(ignored)) {
+    if (program_->Wait(ignored, false)) {
       program_.reset();
     }
   }

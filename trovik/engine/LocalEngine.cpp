@@ -12,6 +12,9 @@ namespace {
 
 constexpr Duration tickTime = std::chrono::milliseconds(500);
 constexpr Duration recoveryTime = std::chrono::seconds(2);
+// A second wish to stop is obeyed within a second: what has not ended by then
+// is left to the next engine, which ends it before it begins anything anew.
+constexpr Duration lastPatience = std::chrono::milliseconds(700);
 constexpr std::size_t jobsKept = 64; // jobs without running works that stay unpacked
 
 } // namespace
@@ -35,7 +38,7 @@ bool LocalEngine::run(const EnginePlan& plan) {
     if (recordTurn()) {
       startWorks();
     }
-    if (isDone()) {
+    if (isDone() || (leaveAt_ && machine_.now() >= *leaveAt_)) {
       break;
     }
     waitForSomething();
@@ -43,6 +46,11 @@ bool LocalEngine::run(const EnginePlan& plan) {
     advanceAttempts();
     advanceRecoveries();
   } while (true);
+  for (const auto& attempt : running_) {
+    LogWarning("job " + std::to_string(attempt->claim().job) + ", " + attempt->work().title() + ": " +
+               (attempt->isChecking() ? "its files were not checked" : "its program has not ended") +
+               "; the next engine goes on with it");
+  }
   queue_.leaveEngine(engine_);
   return stops_ == 0;
 }
@@ -339,6 +347,7 @@ void LocalEngine::waitForSomething() {
     deadline = time ? std::min(deadline, *time) : deadline;
   };
   consider(inspector_.deadline());
+  consider(leaveAt_);
   if (std::any_of(recoveries_.begin(), recoveries_.end(),
                   [](const auto& recovery) { return !recovery->isRecorded(); })) {
     consider(machine_.now() + orphanTime);
@@ -376,6 +385,9 @@ void LocalEngine::takeInterrupts() {
   stops_ += asked;
   events_.interrupted(stops_, running_.size());
   const Clock::time_point now = machine_.now();
+  if (kill && !leaveAt_) {
+    leaveAt_ = now + lastPatience;
+  }
   for (const auto& attempt : running_) {
     attempt->cancel(now, kill);
   }

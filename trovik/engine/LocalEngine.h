@@ -106,6 +106,7 @@ private:
   bool troubled_ = false; // the queue could not be written the last time
   bool putAside_ = false; // the user stopped the one job of the plan
   int stops_ = 0;
+  std::optional<Clock::time_point> leaveAt_; // whatever has not ended by then
   std::int64_t dataVersion_ = 0;
   Clock::time_point nextTick_{};
   Clock::time_point nextRecovery_{};

@@ -17,6 +17,8 @@ constexpr std::array<int, 3> signals = {SIGINT, SIGTERM, SIGHUP};
 std::atomic<int> wakeDescriptor{-1};
 std::array<struct sigaction, signals.size()> previous;
 std::array<bool, signals.size()> handled;
+std::atomic<int> wishes{0};
+std::atomic<int> lastWish{0};
 
 void onSignal(int number) {
   const int saved = errno;
@@ -26,7 +28,17 @@ void onSignal(int number) {
     // A full pipe holds enough wishes already.
     [[maybe_unused]] const ssize_t written = write(descriptor, &byte, 1);
   }
+  lastWish = number;
+  if (++wishes == 2) {
+    alarm(1);
+  }
   errno = saved;
+}
+
+// Whatever this process hangs in, the second wish to stop is obeyed.
+void onAlarm(int /*number*/) {
+  std::signal(lastWish, SIG_DFL);
+  raise(lastWish);
 }
 
 void onPipeEnd(int /*number*/) {}
@@ -40,7 +52,9 @@ SignalInterrupts::SignalInterrupts() {
   }
   read_.Reset(ends[0]);
   write_.Reset(ends[1]);
+  wishes = 0;
   wakeDescriptor = write_.Number();
+  std::signal(SIGALRM, onAlarm);
   for (std::size_t i = 0; i < signals.size(); ++i) {
     struct sigaction action {};
     sigaction(signals[i], nullptr, &previous[i]);
@@ -63,6 +77,8 @@ SignalInterrupts::~SignalInterrupts() {
     }
   }
   wakeDescriptor = -1;
+  alarm(0);
+  std::signal(SIGALRM, SIG_DFL);
 }
 
 int SignalInterrupts::take() {

@@ -20,7 +20,9 @@ public:
 /// SIGINT, SIGTERM and SIGHUP of this process, while the object lives. A
 /// signal that was ignored when the program started (nohup) stays ignored.
 /// Handlers, not a signal mask: programs that are started meanwhile get the
-/// default dispositions back by themselves. At most one object at a time.
+/// default dispositions back by themselves. The second wish ends this process
+/// within a second by that signal, unless its owner is done before. At most one
+/// object at a time.
 class SignalInterrupts final : public InterruptSource {
 public:
   SignalInterrupts();

@@ -14,20 +14,6 @@ namespace trovik {
 using Clock = std::chrono::steady_clock;
 using Duration = std::chrono::nanoseconds;
 
-/// A running program as the engine sees it; see Process for each operation.
-class Program {
-public:
-  virtual ~Program() = default;
-  virtual pid_t id() const = 0;
-  virtual int outputDescriptor() const = 0;
-  virtual int exitDescriptor() const = 0;
-  virtual ssize_t readOutput(char* buffer, std::size_t size) = 0;
-  /// Whether the program has ended, and how; never waits.
-  virtual bool ended(ProcessExit& exit) = 0;
-  virtual void terminate() = 0;
-  virtual void kill() = 0;
-};
-
 /// What is known of the processes of an attempt whose engine died.
 struct Orphans {
   std::string mark;                              ///< in TROVIK_ATTEMPT of each
@@ -55,13 +41,19 @@ public:
   virtual std::size_t killOrphans(const Orphans& orphans) = 0;
 };
 
-/// This machine.
+/// This machine. Whatever its programs leave behind becomes a child of this
+/// process, so that it can be found; see Descendants.h.
 class LocalMachine final : public Machine {
 public:
+  /// To be made by the first thread.
+  LocalMachine();
   Clock::time_point now() override { return Clock::now(); }
   std::unique_ptr<Program> start(const ProcessStart& start) override;
   void wait(std::vector<pollfd>& descriptors, std::optional<Duration> timeout) override;
   std::size_t killOrphans(const Orphans& orphans) override;
+
+private:
+  Clock::time_point reaped_{};
 };
 
 } // namespace trovik

@@ -4,32 +4,9 @@
 #include "trovik/text/UsageError.h"
 #include "trovik/works/OutcomeText.h"
 
-#include <algorithm>
-#include <array>
 #include <utility>
 
 namespace trovik {
-namespace {
-
-constexpr std::size_t readSize = std::size_t{256} << 10U;
-constexpr int readsPerTurn = 8;
-
-// One buffer for all attempts: the engine is one thread.
-std::array<char, readSize>& readBuffer() {
-  static std::array<char, readSize> buffer;
-  return buffer;
-}
-
-/// A limit in seconds, where 0 is none.
-std::optional<Duration> limitOf(double seconds) {
-  if (seconds <= 0) {
-    return std::nullopt;
-  }
-  // A century is as good as for ever, and fits the clock.
-  return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(std::min(seconds, 3.0e9)));
-}
-
-} // namespace
 
 Attempt::Attempt(const WorkInfo& work, const Claim& claim, SmartHandle<Job> job,
                  std::unique_ptr<AttemptLog> log, ImageInspector& inspector, AttemptListener& listener)
@@ -44,121 +21,67 @@ Attempt::~Attempt() {
 }
 
 bool Attempt::start(Machine& machine) {
-  started_ = lastOutput_ = machine.now();
+  started_ = machine.now();
+  if (auto* render = dynamic_cast<RenderJob*>(process_); render != nullptr && work_.attempt > 1) {
+    render->FollowsAnotherAttempt();
+  }
   ProcessStart start;
   if (!process_->PrepareWork(start)) {
     conclude(process_->Status(), started_);
     return false;
   }
   outcome_.command = commandText(start);
-  // By its mark a process is found again when this engine has died.
-  start.Environment.emplace_back("TROVIK_ATTEMPT", String(claim_.mark));
+  // By its mark all that it starts is found, also when this engine has died.
+  start.Mark = String(claim_.mark);
   start.Environment.emplace_back("TROVIK_JOB", String(std::to_string(claim_.job)));
   try {
-    runTimeLimit_ = limitOf(process_->RunTimeLimit());
-    silenceLimit_ = limitOf(process_->SilenceLimit());
-    program_ = machine.start(start);
+    const ProgramRun::Patience patience{process_->RunTimeLimit(), process_->SilenceLimit()};
+    run_.emplace(machine.start(start), patience, started_, [this](std::string_view text) { onOutput(text); });
   } catch (Exception* exception) {
     conclude(process_->FailWork(takeText(exception)), started_);
     return false;
   }
-  process_->WorkSpawned(program_->id());
+  process_->WorkSpawned(run_->Id());
   return true;
 }
 
 int Attempt::outputDescriptor() const {
-  return outputOver_ || look_ ? -1 : program_->outputDescriptor();
+  return look_ ? -1 : run_->OutputDescriptor();
 }
 int Attempt::exitDescriptor() const {
-  return exited_ ? -1 : program_->exitDescriptor();
+  return look_ ? -1 : run_->ExitDescriptor();
 }
 
 std::optional<Clock::time_point> Attempt::deadline() const {
-  if (look_) {
-    return std::nullopt; // the inspector has a patience of its own
-  }
-  std::optional<Clock::time_point> earliest = exited_ ? drainUntil_ : killAt_;
-  if (!exited_ && ended_ == ProcessJob::Ended::ByItself) {
-    const auto consider = [&earliest](Clock::time_point begin, const std::optional<Duration>& limit) {
-      if (limit && (!earliest || begin + *limit < *earliest)) {
-        earliest = begin + *limit;
-      }
-    };
-    consider(started_, runTimeLimit_);
-    consider(lastOutput_, silenceLimit_);
-  }
-  return earliest;
+  // The inspector has a patience of its own.
+  return look_ ? std::nullopt : run_->Deadline();
 }
 
 void Attempt::readOutput(Clock::time_point now) {
-  std::array<char, readSize>& buffer = readBuffer();
-  for (int turn = 0; turn < readsPerTurn && !outputOver_; ++turn) {
-    const ssize_t got = program_->readOutput(buffer.data(), buffer.size());
-    if (got < 0) {
-      return;
-    }
-    if (got == 0) {
-      outputOver_ = true;
-      return;
-    }
-    lastOutput_ = now;
-    const std::string_view bytes(buffer.data(), static_cast<std::size_t>(got));
-    log_->write(bytes);
-    logBytes_ += got;
-    splitter_.Feed(bytes);
-  }
+  run_->ReadOutput(now);
 }
 
 void Attempt::advance(Clock::time_point now) {
   if (look_) {
     if (look_->isOver()) {
-      conclude(process_->FinishWork(exit_, ended_), now);
+      conclude(judge(), now);
     }
     return;
   }
-  if (!exited_ && program_->ended(exit_)) {
-    exited_ = true;
-    drainUntil_ = now + strayGrace;
-    readOutput(now);
-  }
-  if (exited_) {
-    if (outputOver_ || now >= *drainUntil_) {
-      finish(now);
-    }
-    return;
-  }
-  if (killAt_ && now >= *killAt_) {
-    program_->kill();
-    killAt_.reset();
-  }
-  if (ended_ == ProcessJob::Ended::ByItself) {
-    if (runTimeLimit_ && now >= started_ + *runTimeLimit_) {
-      end(ProcessJob::Ended::TimedOut, now);
-    } else if (silenceLimit_ && now >= lastOutput_ + *silenceLimit_) {
-      end(ProcessJob::Ended::Silent, now);
-    }
+  run_->Advance(now);
+  if (run_->IsOver()) {
+    finish(now);
   }
 }
 
 void Attempt::cancel(Clock::time_point now, bool kill) {
-  if (exited_) {
-    return; // its own end came first and counts
-  }
-  if (kill) {
-    if (ended_ == ProcessJob::Ended::ByItself) {
-      ended_ = ProcessJob::Ended::Canceled;
-    }
-    program_->kill();
-    killAt_.reset();
-  } else if (ended_ == ProcessJob::Ended::ByItself) {
-    end(ProcessJob::Ended::Canceled, now);
-  }
+  run_->Cancel(now, kill);
 }
 
-void Attempt::end(ProcessJob::Ended why, Clock::time_point now) {
-  ended_ = why;
-  program_->terminate();
-  killAt_ = now + endingGrace;
+void Attempt::onOutput(std::string_view text) {
+  log_->write(text);
+  logBytes_ += static_cast<std::int64_t>(text.size());
+  splitter_.Feed(text);
 }
 
 void Attempt::onLine(std::string_view line) {
@@ -178,7 +101,11 @@ void Attempt::finish(Clock::time_point now) {
       return;
     }
   }
-  conclude(process_->FinishWork(exit_, ended_), now);
+  conclude(judge(), now);
+}
+
+int Attempt::judge() {
+  return process_->FinishWork(run_->Exit(), run_->HowEnded());
 }
 
 void Attempt::conclude(int status, Clock::time_point now) {
@@ -201,7 +128,7 @@ void Attempt::describe(int status) {
   result_.verdict = job_->IsFinished(status)   ? Verdict::Good
                     : job_->IsCanceled(status) ? Verdict::Canceled
                                                : Verdict::Failed;
-  result_.rule = ruleOf(*process_, ended_);
+  result_.rule = ruleOf(*process_, run_ ? run_->HowEnded() : ProcessJob::Ended::ByItself);
   if (result_.verdict != Verdict::Good) {
     result_.reason = process_->Note();
     result_.lines = tail_.lines();
@@ -225,8 +152,10 @@ void Attempt::describe(int status) {
   outcome_.reason = process_->Note();
   outcome_.lines = result_.lines;
   outcome_.log = result_.log.Text();
-  outcome_.exitCode = exit_.Code;
-  outcome_.signal = exit_.Signal;
+  if (run_) {
+    outcome_.exitCode = run_->Exit().Code;
+    outcome_.signal = run_->Exit().Signal;
+  }
   outcome_.good = result_.good;
   outcome_.retryable = process_->IsWorthRepeating();
   outcome_.alike = alikeKey(result_.reason);

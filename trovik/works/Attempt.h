@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/application/ProgramRun.h"
 #include "host/application/RenderJob.h"
 #include "host/foundation/LineSplitter.h"
 #include "trovik/machine/Machine.h"
@@ -14,12 +15,6 @@
 #include <unordered_set>
 
 namespace trovik {
-
-/// The patience with a program that is asked to end before it is killed.
-constexpr Duration endingGrace = std::chrono::seconds(5);
-/// How long the output of a program that has ended may stay open: something
-/// that left its process group holds the other end.
-constexpr Duration strayGrace = std::chrono::seconds(1);
 
 /// Hears of an attempt's files while it runs.
 class AttemptListener {
@@ -56,7 +51,8 @@ public:
   /// Reads what waits, but only so much in one call that other works get
   /// their turn.
   void readOutput(Clock::time_point now);
-  /// Notices the program's end and deadlines that have passed.
+  /// Notices the program's end and deadlines that have passed. The attempt goes
+  /// on until nothing is left of all that the program started.
   void advance(Clock::time_point now);
 
   /// The user stopped the run: asks the program to end, or kills it.
@@ -67,7 +63,7 @@ public:
   const Claim& claim() const { return claim_; }
   const SmartHandle<Job>& job() const { return job_; }
   /// The process group; 0 before the start.
-  int process() const { return program_ == nullptr ? 0 : program_->id(); }
+  int process() const { return run_ ? run_->Id() : 0; }
   /// The words that were started, as text for a shell.
   const std::string& command() const { return outcome_.command; }
   /// The file of its output (empty while it printed nothing), and how much it
@@ -75,7 +71,7 @@ public:
   Path log() const { return log_->file(); }
   std::int64_t logBytes() const { return logBytes_; }
   Clock::time_point started() const { return started_; }
-  Clock::time_point lastOutput() const { return lastOutput_; }
+  Clock::time_point lastOutput() const { return run_ ? run_->LastOutput() : started_; }
   /// Whether the program has ended and its files are looked at.
   bool isChecking() const { return look_.has_value(); }
   /// How it ended, for the reader and for the queue. Valid when it is over.
@@ -86,9 +82,10 @@ public:
   String OnCheckFile(const Job& job, const Path& file) override;
 
 private:
+  void onOutput(std::string_view text);
   void onLine(std::string_view line);
-  void end(ProcessJob::Ended why, Clock::time_point now);
   void finish(Clock::time_point now);
+  int judge();
   void conclude(int status, Clock::time_point now);
   void describe(int status);
   void confirm(const Path& file);
@@ -98,8 +95,6 @@ private:
   SmartHandle<Job> job_;
   ProcessJob* process_;
   std::unique_ptr<AttemptLog> log_;
-  std::optional<Duration> runTimeLimit_;
-  std::optional<Duration> silenceLimit_;
   ImageInspector& inspector_;
   AttemptListener& listener_;
   std::optional<FileLook> look_;
@@ -109,15 +104,8 @@ private:
   bool decided_ = false;
   Path announced_; // the image that the program named last
   std::unordered_set<std::string> complete_;
-  std::unique_ptr<Program> program_;
+  std::optional<ProgramRun> run_;
   Clock::time_point started_{};
-  Clock::time_point lastOutput_{};
-  std::optional<Clock::time_point> killAt_;
-  std::optional<Clock::time_point> drainUntil_;
-  ProcessJob::Ended ended_ = ProcessJob::Ended::ByItself;
-  bool exited_ = false;
-  bool outputOver_ = false;
-  ProcessExit exit_;
   bool over_ = false;
   WorkResult result_;
   Outcome outcome_;

@@ -14,9 +14,13 @@ protected:
     TestJob& job = NewJob();
     job.SetParameter(p_Executable, "sh");
     job.SetParameter(p_StartDirectory, m_Directory.Text());
+    Start(job);
+    return job;
+  }
+  // What is there now was there before the program.
+  static void Start(TestJob& job) {
     ProcessStart start;
     EXPECT_TRUE(job.PrepareWork(start)) << job.Note();
-    return job;
   }
 
   static void SetAge(const Path& file, time_t seconds) {
@@ -42,7 +46,8 @@ TEST_F(FileCheck, EachFlawHasItsNote) {
   EXPECT_EQ(job.DoCheckFile(m_Directory, 7), 5);
   EXPECT_EQ(job.Note(), "Not a regular file: " + m_Directory.Text());
   const Path old = Write("old.png", "image");
-  SetAge(old, 60);
+  job.SetParameter(p_ExpectedFiles, "old.png");
+  Start(job);
   EXPECT_EQ(job.DoCheckFile(old, 7), 5);
   EXPECT_EQ(job.Note(), "File is older than the work: " + old.Text());
   EXPECT_EQ(job.DoCheckFile(In("old.png/below"), 7), 5);
@@ -78,13 +83,13 @@ TEST_F(FileCheck, WhatIsFoundIsKeptForEachFile) {
   m_Recorder.Look = [](const Path& file) {
     return file.Leaf(true) == "i_8702.png" ? String("Truncated image (\a1 of 2 rows)") : String::Null;
   };
+  Write("x8701.png", "i");
+  Start(job);
   job.ProcessNewFilename(Write("i_8701.png", "image"));
   job.ProcessNewFilename(Write("i_8702.png", "imag"));
   job.ProcessNewFilename(In("x8702.png"));
   job.ProcessNewFilename(Write("other.png", ""));
-  Write("x8701.png", "i");
   Write("all.log", "done");
-  SetAge(In("x8701.png"), 60);
   EXPECT_EQ(job.CheckFiles(7), 5);
   EXPECT_EQ(job.Note(), "Truncated image (?1 of 2 rows): " + In("i_8702.png").Text());
   struct stat status {};
@@ -113,11 +118,42 @@ TEST_F(FileCheck, OnlyFilesWithSomethingInThemAreLookedInto) {
     return String::Null;
   };
   job.SetParameter(p_ExpectedFiles, "missing.png;empty.png;.;old.png;good.png");
+  Write("old.png", "image");
+  Start(job);
   Write("empty.png", "");
-  SetAge(Write("old.png", "image"), 60);
   Write("good.png", "image");
   EXPECT_EQ(job.CheckFiles(7), 5);
   EXPECT_EQ(looked, std::vector<String>{"good.png"});
+}
+
+TEST_F(FileCheck, FileOfAFailedAttemptAMomentAgoIsNotThisOnes) {
+  TestJob& job = NewJob();
+  job.SetParameter(p_Executable, "sh");
+  job.SetParameter(p_StartDirectory, m_Directory.Text());
+  job.SetParameter(p_ExpectedFiles, "a.png");
+  for (int round = 0; round < 50; ++round) {
+    const Path file = Write("a.png", "image");
+    const Path named = Write("named.png", "image");
+    job.FollowsAnotherAttempt();
+    Start(job);
+    EXPECT_EQ(job.DoCheckFile(file, 7), 5);
+    EXPECT_EQ(job.DoCheckFile(named, 7), 5);
+    // Written anew at once, with the same contents: nothing but its stamps tells.
+    Write("a.png", "image");
+    EXPECT_EQ(job.DoCheckFile(file, 7), 7) << round;
+  }
+}
+
+TEST_F(FileCheck, StampsThatAProgramSetsProveNothing) {
+  TestJob& job = NewJob();
+  job.SetParameter(p_Executable, "sh");
+  job.SetParameter(p_StartDirectory, m_Directory.Text());
+  job.SetParameter(p_ExpectedFiles, "old.png;ahead.png");
+  SetAge(Write("ahead.png", "image"), -3600);
+  Start(job);
+  EXPECT_EQ(job.DoCheckFile(In("ahead.png"), 7), 5);
+  SetAge(Write("old.png", "image"), 3600);
+  EXPECT_EQ(job.DoCheckFile(In("old.png"), 7), 7);
 }
 
 TEST_F(FileCheck, FilesOfAnEarlierStartAreFreshForWhoSaysSo) {

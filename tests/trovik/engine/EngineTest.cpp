@@ -255,7 +255,7 @@ TEST_F(EngineTest, ProgramThatDoesNotEndPolitelyIsKilledAfterTheGrace) {
   };
   const RunSummary summary = run("1");
   EXPECT_EQ(machine.signals, (std::vector<std::string>{"term", "kill"}));
-  EXPECT_EQ(summary.duration, 30s + endingGrace);
+  EXPECT_EQ(summary.duration, 30s + ProgramRun::k_Grace);
 }
 
 TEST_F(EngineTest, SilenceLimitCountsFromTheLastOutput) {
@@ -283,7 +283,67 @@ TEST_F(EngineTest, OutputHeldOpenByAnotherDoesNotKeepTheWork) {
   };
   const RunSummary summary = run("1");
   EXPECT_TRUE(summary.allGood());
-  EXPECT_EQ(summary.duration, 1s + strayGrace);
+  EXPECT_EQ(summary.duration, 1s + ProgramRun::k_RestPatience);
+}
+
+TEST_F(EngineTest, WhatAProgramLeavesBehindIsEndedBeforeItsVerdict) {
+  machine.behaviour = [](const ProcessStart&) {
+    Script result = script(1s);
+    result.leaves = 100s;
+    return result;
+  };
+  const RunSummary summary = run("1");
+  EXPECT_TRUE(summary.allGood());
+  EXPECT_EQ(machine.signals, (std::vector<std::string>{"term", "kill"}));
+  EXPECT_EQ(summary.duration, 1s + ProgramRun::k_RestPatience);
+}
+
+TEST_F(EngineTest, WhatAProgramLeavesBehindMayEndByItself) {
+  machine.behaviour = [](const ProcessStart&) {
+    Script result = script(1s);
+    result.leaves = 1500ms;
+    return result;
+  };
+  EXPECT_EQ(run("1").duration, 1500ms);
+  EXPECT_EQ(machine.signals, std::vector<std::string>{"term"});
+}
+
+TEST_F(EngineTest, WorkIsNotBegunAgainWhileAnythingOfItIsLeft) {
+  job->SetParameter(p_RunTimeLimit, "30");
+  machine.behaviour = [](const ProcessStart&) {
+    Script result;
+    result.leaves = 100s; // waits for a disk all that time
+    result.killEnds = false;
+    return result;
+  };
+  const RunSummary summary = run("1", 4, 1);
+  EXPECT_EQ(machine.started.size(), 2U);
+  EXPECT_EQ(machine.mostRunning, 1U);
+  EXPECT_EQ(summary.duration, 200s);
+}
+
+TEST_F(EngineTest, SecondStopLeavesWhatDoesNotEndToTheNextEngine) {
+  machine.interrupts = {2s, 3s};
+  machine.behaviour = [](const ProcessStart&) {
+    Script result = script(1s);
+    result.leaves = 100h;
+    result.killEnds = false;
+    return result;
+  };
+  const RunSummary summary = run("1");
+  EXPECT_LT(summary.duration, 4s);
+  EXPECT_EQ(summary.good.text(), "");
+  EXPECT_TRUE(queue.hasLost());
+}
+
+TEST_F(EngineTest, SecondStopDoesNotWaitForAHelperThatHangs) {
+  machine.interrupts = {2s, 3s};
+  inspector.hangs = true;
+  job->SetParameter(p_ExpectedFiles, directory.write("frame.png", "x"));
+  const RunSummary summary = run("1");
+  EXPECT_EQ(inspector.asked.size(), 1U);
+  EXPECT_LT(summary.duration, 4s);
+  EXPECT_TRUE(queue.hasLost());
 }
 
 TEST_F(EngineTest, StopAsksProgramsToEndAndSaysWhatIsNotDone) {
@@ -321,7 +381,7 @@ TEST_F(EngineTest, StopKillsAfterTheGraceWithoutASecondOne) {
     result.heedsTerminate = false;
     return result;
   };
-  EXPECT_EQ(run("1").duration, 1s + endingGrace);
+  EXPECT_EQ(run("1").duration, 1s + ProgramRun::k_Grace);
 }
 
 TEST_F(EngineTest, WorkThatEndedByItselfBeforeTheStopCounts) {
@@ -507,16 +567,8 @@ TEST_F(EngineTest, UsersStopPutsTheJobAsideAndTheSystemsDoesNot) {
 TEST_F(EngineTest, ProgramsCarryTheMarkOfTheirAttempt) {
   run("1-2");
   ASSERT_EQ(machine.started.size(), 2U);
-  const auto mark = [this](std::size_t place) {
-    for (const auto& [name, value] : machine.started[place].Environment) {
-      if (name == "TROVIK_ATTEMPT") {
-        return std::string(value.value());
-      }
-    }
-    return std::string();
-  };
-  EXPECT_FALSE(mark(0).empty());
-  EXPECT_NE(mark(0), mark(1));
+  EXPECT_FALSE(machine.started[0].Mark.empty());
+  EXPECT_NE(machine.started[0].Mark, machine.started[1].Mark);
 }
 
 /// An engine that died while it ran the first work of a job.

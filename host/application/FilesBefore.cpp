@@ -1,0 +1,125 @@
+#include "host/application/FilesBefore.h"
+
+#include "host/foundation/Descriptor.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <set>
+#include <thread>
+
+// A file that is there after a program has ended well proves nothing: many
+// programs leave existing files alone, and the one before may have failed a
+// moment ago and left its own.
+//
+// Stamps alone do not tell. A program may give a file any time of modification,
+// a file server has a clock of its own, and the clock of file systems goes on in
+// steps: 4 ms on most, 2 s on some. So no stamp is compared with our clock.
+//
+//   - A file that was known beforehand counts when anything about it has
+//     changed: inode, size, time of modification, time of change. Nobody can
+//     set the last one but the file system.
+//   - One that was not known counts when its time of change is not before the
+//     start. What time it was there then is told by a file that we make there
+//     for a moment.
+//
+// Both fail when the file was written within the same step of that clock. So
+// where a known file bears the very stamp of the start, or where an attempt
+// follows closely upon another one, the start waits for the next step.
+
+namespace {
+
+constexpr std::chrono::milliseconds k_StepPause{1};
+constexpr std::chrono::milliseconds k_LongestStep{2500};
+constexpr time_t k_StampSlack = 2; // of a clock that is not the file's
+
+std::int64_t Nanoseconds(const timespec& time) {
+  return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+}
+
+/// Makes a file in the folder for a moment; false where that is not possible.
+bool ReadClock(const Path& folder, struct stat& status) {
+  Descriptor file(open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR));
+  if (!file.IsOpen()) {
+    std::string name = folder.Text() + "/.trovik-XXXXXX";
+    file.Reset(mkostemp(name.data(), O_CLOEXEC));
+    if (!file.IsOpen()) {
+      return false;
+    }
+    unlink(name.c_str());
+  }
+  return fstat(file.Number(), &status) == 0;
+}
+
+} // namespace
+
+FilesBefore::Identity::Identity(const struct stat& status)
+    : Device(status.st_dev), Number(status.st_ino), Size(status.st_size),
+      Modified(Nanoseconds(status.st_mtim)), Changed(Nanoseconds(status.st_ctim)) {}
+
+void FilesBefore::Note(const std::vector<Path>& files, const std::vector<Path>& folders, bool closeEarlier) {
+  *this = FilesBefore();
+  m_Noted = true;
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME_COARSE, &now);
+  m_OurStart = Nanoseconds(now);
+  std::set<std::string> places;
+  for (const Path& folder : folders) {
+    places.insert(folder.Text());
+  }
+  std::map<dev_t, std::set<std::int64_t>> stamps;
+  for (const Path& file : files) {
+    struct stat status {};
+    if (stat(file.c_str(), &status) == 0) {
+      m_Identities.emplace(file.Text(), status);
+      stamps[status.st_dev].insert(Nanoseconds(status.st_ctim));
+    }
+    places.insert(file.Branch(false, true));
+  }
+  std::set<dev_t> read;
+  for (const std::string& place : places) {
+    struct stat folder {};
+    if (stat(place.c_str(), &folder) != 0 || !read.insert(folder.st_dev).second) {
+      continue;
+    }
+    struct stat clock {}; // files of a union mount may tell another device than its folders
+    if (!ReadClock(Path(place), clock)) {
+      continue;
+    }
+    const std::int64_t first = Nanoseconds(clock.st_ctim);
+    const auto isClear = [&] {
+      const std::int64_t start = Nanoseconds(clock.st_ctim);
+      return start != first || (!closeEarlier && !stamps[clock.st_dev].contains(start));
+    };
+    const auto until = std::chrono::steady_clock::now() + k_LongestStep;
+    while (!isClear() && std::chrono::steady_clock::now() < until) {
+      std::this_thread::sleep_for(k_StepPause);
+      if (!ReadClock(Path(place), clock)) {
+        break;
+      }
+    }
+    m_Starts.emplace(clock.st_dev, Nanoseconds(clock.st_ctim));
+  }
+}
+
+void FilesBefore::Since(const timespec& start) {
+  *this = FilesBefore();
+  m_Since = start;
+}
+
+bool FilesBefore::IsWritten(const Path& file, const struct stat& now) const {
+  if (m_Since) {
+    return now.st_mtim.tv_sec >= m_Since->tv_sec - k_StampSlack;
+  }
+  if (!m_Noted) {
+    return true;
+  }
+  const auto known = m_Identities.find(file.Text());
+  if (known != m_Identities.end()) {
+    return known->second != Identity(now);
+  }
+  const auto start = m_Starts.find(now.st_dev);
+  return Nanoseconds(now.st_ctim) >= (start == m_Starts.end() ? m_OurStart : start->second);
+}

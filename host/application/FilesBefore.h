@@ -1,0 +1,54 @@
+#pragma once
+
+#include "host/foundation/Path.h"
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <ctime>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+/// Tells whether a work has written a file, or found it there. See
+/// FilesBefore.cpp.
+class FilesBefore {
+public:
+  /// Everything counts as written.
+  FilesBefore() = default;
+
+  /// To be called right before the program is started: notes what `files` are
+  /// now, and what time it is where they, and others in `folders`, lie. After
+  /// `closeEarlier`, another program may have written such a file a moment ago;
+  /// then this waits until the file system's clock has gone on, mostly 4 ms and
+  /// never longer than its stamps are coarse.
+  void Note(const std::vector<Path>& files, const std::vector<Path>& folders, bool closeEarlier);
+
+  /// Instead: a file counts as written when its contents were changed since
+  /// then, by our own clock and as exactly as that can be said.
+  void Since(const timespec& start);
+
+  /// Whether a file that looks like this now was written.
+  bool IsWritten(const Path& file, const struct stat& now) const;
+
+private:
+  /// What differs between two states of a file, in stamps of nanoseconds.
+  struct Identity {
+    explicit Identity(const struct stat& status);
+    bool operator==(const Identity&) const = default;
+
+    dev_t Device;
+    ino_t Number;
+    off_t Size;
+    std::int64_t Modified;
+    std::int64_t Changed;
+  };
+
+  std::optional<timespec> m_Since;
+  bool m_Noted = false;
+  std::int64_t m_OurStart = 0;                  // for a file system whose clock is not known
+  std::map<dev_t, std::int64_t> m_Starts;       // by the file system's clock
+  std::map<std::string, Identity> m_Identities; // of the files that were there
+};
