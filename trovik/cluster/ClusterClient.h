@@ -101,7 +101,10 @@ public:
 struct WaitingReason {
   bool stuck = false; ///< it will not start by itself
   std::string text;   ///< "its account may run no more CPUs at a time"
-  std::string hint;   ///< what to do; empty for nothing
+  std::string hint;   ///< what to do, "ID" for the array job; empty for nothing
+
+  /// What to do about that array job.
+  std::string hintFor(std::int64_t array) const;
 };
 WaitingReason waitingReason(const std::string& state, const std::string& reason);
 

@@ -271,6 +271,14 @@ TaskDeath failure(const ClusterTask& task) {
 
 } // namespace
 
+std::string WaitingReason::hintFor(std::int64_t array) const {
+  std::string result = hint;
+  if (const std::size_t at = result.find("ID"); at != std::string::npos) {
+    result.replace(at, 2, std::to_string(array));
+  }
+  return result;
+}
+
 WaitingReason waitingReason(const std::string& state, const std::string& reason) {
   const auto known = std::find_if(knownReasons.begin(), knownReasons.end(),
                                   [&reason](const KnownReason& each) { return isWord(reason, each.word); });

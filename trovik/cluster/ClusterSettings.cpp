@@ -1,10 +1,17 @@
 #include "trovik/cluster/ClusterSettings.h"
 
 #include "host/application/Application.h"
+#include "host/application/Constants.h"
+#include "host/application/ParameterInfo.h"
+#include "host/application/ProcessJob.h"
+#include "host/foundation/Quoting.h"
+#include "trovik/jobs/JobSetup.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 
+#include <algorithm>
 #include <charconv>
+#include <cmath>
 
 namespace trovik {
 namespace {
@@ -38,6 +45,49 @@ void take(ClusterSettings& settings, const String& key, const String& value) {
   }
 }
 
+constexpr double secondsWanted = 60;    // of a task
+constexpr std::size_t tasksWanted = 64; // a job may use so many nodes before its works share tasks
+
+int number(const Job& job, const char* name, int least) {
+  const String text = effectiveValue(job, name);
+  int result = least;
+  std::from_chars(text.data(), text.data() + text.size(), result);
+  return std::max(result, least);
+}
+
+std::vector<std::string> optionWords(const String& text) {
+  const std::vector<String> words =
+      orRefuse(std::string(p_ClusterOptions) + ": ", "write them as for a shell",
+               [&] { return SplitCommandLine(text); });
+  for (const String& word : words) {
+    if (word.empty() || word.front() != '-') {
+      throw UsageError{std::string(p_ClusterOptions) + ": \"" + word + "\" is no option",
+                       "write each as one word, such as --constraint=fast or --exclude=n3"};
+    }
+  }
+  return {words.begin(), words.end()};
+}
+
+constexpr double mostMemory = 1024.0 * 1024 * 1024; // mebibytes: a pebibyte
+constexpr double mostMinutes = 366.0 * 24 * 60;
+constexpr double checkSeconds = 60;  // for each work's start and the check of its files
+constexpr double startSeconds = 240; // for the task
+
+/// Mebibytes of the unit; 0 for an unknown one.
+double unitOf(const String& unit) {
+  const auto is = [&unit](const char* letter) {
+    return unit == letter || unit == String(letter) + "b" || unit == String(letter) + "ib";
+  };
+  if (unit.empty() || is("m")) {
+    return 1;
+  }
+  return is("g") ? 1024 : is("t") ? 1024 * 1024 : 0;
+}
+
+int minutes(double seconds) {
+  return static_cast<int>(std::min(std::ceil(seconds / 60), mostMinutes));
+}
+
 } // namespace
 
 ClusterSettings clusterSettings(const Locations& locations, const std::optional<std::string>& shared) {
@@ -64,6 +114,88 @@ ClusterSettings clusterSettings(const Locations& locations, const std::optional<
     }
   }
   return result;
+}
+
+ClusterRequest clusterRequest(const Job& job) {
+  ClusterRequest request;
+  request.partition = effectiveValue(job, p_ClusterPartition);
+  request.account = effectiveValue(job, p_ClusterAccount);
+  request.qos = effectiveValue(job, p_ClusterQos);
+  request.cpus = number(job, p_CPUs, 1);
+  request.throttle = number(job, p_ClusterThrottle, 0);
+  request.worksPerTask = static_cast<std::size_t>(number(job, p_WorksPerTask, 0));
+  request.memory = memoryOf(effectiveValue(job, p_ClusterMemory));
+  request.options = optionWords(effectiveValue(job, p_ClusterOptions));
+  request.stage = effectiveValue(job, p_StageOutput).Bool();
+  request.timeLimit = effectiveValue(job, p_ClusterTimeLimit);
+  if (const auto* process = dynamic_cast<const ProcessJob*>(&job)) {
+    request.runTimeLimit = orRefuse("", "", [&] { return process->RunTimeLimit(); });
+  }
+  minutesOf(request.timeLimit, request.runTimeLimit, 1); // refuses what is no duration
+  return request;
+}
+
+RunOn runOnOf(const Job& job, RunOn usual) {
+  String wanted = job.GetParameterOrOption(p_RunOn, true, false);
+  if (wanted.empty() && usual == RunOn::Cluster) {
+    return usual;
+  }
+  if (wanted.empty()) {
+    wanted = job.GetParameterOrOption(p_RunOn, true, true);
+  }
+  return String::EqualNoCase(wanted, "Slurm") ? RunOn::Cluster : RunOn::Local;
+}
+
+std::size_t worksPerTask(const ClusterRequest& request, std::size_t works, std::optional<double> seconds,
+                         std::size_t tasksAllowed) {
+  std::size_t wanted = request.worksPerTask;
+  if (wanted == 0) {
+    wanted = (works + tasksAllowed - 1) / std::max<std::size_t>(tasksAllowed, 1);
+    if (seconds && *seconds < secondsWanted) {
+      const double many = std::ceil(secondsWanted / std::max(*seconds, 0.1));
+      wanted = std::max(
+          wanted, std::min(static_cast<std::size_t>(many), std::max<std::size_t>(1, works / tasksWanted)));
+    }
+  }
+  return std::clamp<std::size_t>(wanted, 1, std::max<std::size_t>(works, 1));
+}
+
+std::int64_t memoryOf(const std::string& text) {
+  const String trimmed = String(text).Trim();
+  if (trimmed.empty()) {
+    return 0;
+  }
+  double number = 0;
+  const char* const end = trimmed.data() + trimmed.size();
+  const auto [rest, error] = std::from_chars(trimmed.data(), end, number, std::chars_format::fixed);
+  const double unit = unitOf(String(std::string(rest, end)).Trim().Lower());
+  const double memory = std::ceil(number * unit);
+  // A word such as "inf" is a number, too.
+  if (error != std::errc() || unit == 0 || !(memory <= mostMemory) || !(memory >= 0)) {
+    throw UsageError{std::string(p_ClusterMemory) + ": " + inQuotes(text) + " is no amount of memory",
+                     "write 500M, 4G or 1T; a number alone is MiB"};
+  }
+  if (memory == 0) {
+    // The cluster would give all that a node has.
+    throw UsageError{std::string(p_ClusterMemory) + ": " + inQuotes(text) + " is no memory at all",
+                     "leave it empty for the share that belongs to the CPUs of a work"};
+  }
+  return static_cast<std::int64_t>(memory);
+}
+
+int minutesOf(const std::string& timeLimit, double workSeconds, std::size_t worksPerTask) {
+  if (const String limit = String(timeLimit).Trim(); !limit.empty()) {
+    double seconds = 0;
+    if (!ParseDuration(limit, seconds)) {
+      throw UsageError{std::string(p_ClusterTimeLimit) + ": " + inQuotes(timeLimit) + " is no duration",
+                       "write seconds, or a number with s, m, h or d"};
+    }
+    return minutes(seconds);
+  }
+  if (!(workSeconds > 0)) {
+    return 0;
+  }
+  return minutes(static_cast<double>(worksPerTask) * (workSeconds + checkSeconds) + startSeconds);
 }
 
 } // namespace trovik

@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <ctime>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
@@ -35,10 +34,6 @@ constexpr std::size_t planLimit = 64 * mebibyte;
 constexpr std::size_t claimLimit = mebibyte;
 constexpr std::size_t beatLimit = 16 * mebibyte;
 constexpr std::size_t endLimit = 64 * mebibyte;
-
-constexpr int writingTries = 3;
-constexpr std::time_t temporaryAge = 60; // seconds; no writing takes so long
-constexpr const char* temporaryPart = ".new-";
 
 [[noreturn]] void raiseUnreadable(const Path& file, int reason) {
   RaiseException("JobFolder", k_ErrorSystem, "cannot read " + inQuotes(file.Text()), reason);
@@ -114,17 +109,7 @@ auto readFormIfThere(const Path& file, std::size_t limit, Parse parse)
 
 /// Writes a file that is not there yet; false where it is.
 bool writeFirst(const Path& file, std::string_view bytes) {
-  for (int left = writingTries;; --left) {
-    try {
-      return WriteFileWhole("JobFolder", file, bytes, Existing::Keep);
-    } catch (Exception* exception) {
-      // Somebody may have swept the temporary away.
-      if (exception->Number() != ENOENT || left == 1) {
-        throw;
-      }
-      LogDebug(takeText(exception));
-    }
-  }
+  return WriteFileWhole("JobFolder", file, bytes, Existing::Keep);
 }
 
 void makeDirectories(const Path& directory) {
@@ -282,19 +267,6 @@ std::optional<WorkEnd> ArrayFolder::endOf(std::size_t place) const {
 
 bool ArrayFolder::hasEnded(std::size_t place) const {
   return hasName(fileOf(place, ".result"));
-}
-
-void ArrayFolder::sweep() const {
-  std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator(directory_.Text().c_str(), error)) {
-    struct stat status {};
-    const std::string file = entry.path().string();
-    if (file.find(temporaryPart, directory_.Text().size()) != std::string::npos &&
-        lstat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-        status.st_mtim.tv_sec + temporaryAge < std::time(nullptr)) {
-      unlink(file.c_str());
-    }
-  }
 }
 
 } // namespace trovik

@@ -79,9 +79,6 @@ public:
   std::optional<WorkEnd> endOf(std::size_t place) const;
   bool hasEnded(std::size_t place) const;
 
-  /// Removes temporary files that killed processes left.
-  void sweep() const;
-
 private:
   Path fileOf(std::size_t place, const std::string& suffix) const;
 

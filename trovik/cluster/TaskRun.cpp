@@ -6,34 +6,15 @@
 #include "trovik/text/UsageError.h"
 #include "trovik/works/MissingFrames.h"
 #include "trovik/works/OutcomeText.h"
+#include "trovik/works/Recovery.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <charconv>
-#include <csignal>
-#include <cstdlib>
-#include <fstream>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <utility>
 
 namespace trovik {
 namespace {
 
 constexpr int folderTries = 5; // where the folder cannot be read or written
-
-std::string environmentText(const char* name) {
-  const char* text = std::getenv(name);
-  return text == nullptr ? std::string() : std::string(text);
-}
-
-std::optional<int> environmentNumber(const char* name) {
-  const std::string text = environmentText(name);
-  int number = 0;
-  const auto [end, problem] = std::from_chars(text.data(), text.data() + text.size(), number);
-  return problem == std::errc() && end == text.data() + text.size() && !text.empty() ? std::optional(number)
-                                                                                     : std::nullopt;
-}
 
 Path withoutSlash(const Path& folder) {
   String text = folder.Text();
@@ -43,75 +24,13 @@ Path withoutSlash(const Path& folder) {
   return {text};
 }
 
-/// A part of a mark, which becomes part of a file's name.
-std::string plain(std::string text) {
-  std::replace_if(
-      text.begin(), text.end(),
-      [](unsigned char c) { return !(std::isalnum(c) != 0 && c < 0x80) && c != '-' && c != '_'; }, '-');
-  return text;
-}
-
-/// For how long something has not changed. Time in which this process itself
-/// stood still is no evidence: a cluster suspends whole jobs.
-class Stillness {
-public:
-  explicit Stillness(Duration mostCounted) : most_(mostCounted) {}
-
-  Duration look(const std::string& state, Clock::time_point now) {
-    if (!state_ || *state_ != state) {
-      still_ = Duration::zero();
-    } else {
-      still_ += std::min<Duration>(now - last_, most_);
-    }
-    state_ = state;
-    last_ = now;
-    return still_;
-  }
-
-private:
-  Duration most_;
-  std::optional<std::string> state_;
-  Clock::time_point last_{};
-  Duration still_{};
-};
-
 } // namespace
-
-std::string taskMark(const std::string& queue, JobId job, const ArrayFolder& array, std::size_t place,
-                     int number) {
-  return plain(queue) + '-' + std::to_string(job) + '.' + plain(array.directory().Leaf(true)) + '.' +
-         std::to_string(place) + '.' + std::to_string(number);
-}
-
-TaskSelf taskSelf() {
-  TaskSelf self;
-  char text[256] = {};
-  if (gethostname(text, sizeof text - 1) == 0) {
-    self.host = text;
-  }
-  std::getline(std::ifstream("/proc/sys/kernel/random/boot_id"), self.boot);
-  // Process numbers mean something within one namespace only.
-  if (struct stat status{}; stat("/proc/self/ns/pid", &status) == 0) {
-    self.boot += '/' + std::to_string(status.st_ino);
-  }
-  self.process = getpid();
-  self.node = environmentText("SLURMD_NODENAME");
-  if (const std::string array = environmentText("SLURM_ARRAY_JOB_ID"); !array.empty()) {
-    self.task = array + '_' + environmentText("SLURM_ARRAY_TASK_ID");
-  }
-  self.restarts = std::max(0, environmentNumber("SLURM_RESTART_COUNT").value_or(0));
-  self.cpus = environmentNumber("SLURM_CPUS_ON_NODE");
-  if (self.cpus && *self.cpus < 1) {
-    self.cpus.reset();
-  }
-  return self;
-}
 
 TaskRun::TaskRun(const Path& folder, std::size_t index, TaskSelf self, Machine& machine,
                  ImageInspector& inspector, InterruptSource& interrupts, TaskGuard* guard,
                  const TaskTimes& times)
-    : folder_(withoutSlash(folder)), index_(index), self_(std::move(self)), machine_(machine),
-      interrupts_(interrupts), guard_(guard), times_(times), inspector_(inspector) {}
+    : folder_(withoutSlash(folder)), index_(index), self_(std::move(self)), machine_(machine), times_(times),
+      loop_(folder_, machine, inspector, interrupts, guard, times) {}
 
 TaskRun::~TaskRun() = default;
 
@@ -130,97 +49,86 @@ bool TaskRun::run() {
     LogWarning("this task has no logs: " + error.message);
     logs_ = noLogs();
   }
-  times_.beat = std::min<Duration>(times_.beat, Duration(plan_.patience) / 4);
-  lastTurn_ = machine_.now();
+  loop_.setPatience(plan_.patience);
   const std::size_t first = index_ * plan_.perTask;
   const std::size_t end = first + std::min(plan_.perTask, plan_.works.size() - first);
   bool all = true;
-  for (std::size_t place = first; place < end; ++place) {
-    all = work(place) && all;
+  for (std::size_t position = first; position < end; ++position) {
+    all = work(position) && all;
   }
   return all || folder_.isCanceled();
 }
 
-bool TaskRun::work(std::size_t place) {
-  place_ = place;
+bool TaskRun::work(std::size_t position) {
+  position_ = position;
   for (int left = folderTries;; --left) {
-    claim_ = WorkClaim();
-    claim_.number = 0;
-    stop_ = Stop::No;
+    loop_.approach(position);
     try {
-      return takeUp();
+      return takeWork();
     } catch (Exception* exception) {
       // A network file system has bad moments.
-      if (left == 1 || ending_) {
+      if (left == 1 || loop_.isEnding()) {
         throw;
       }
       LogWarning(takeText(exception) + "; it is tried again");
     }
-    turn(nullptr, machine_.now() + times_.again);
+    loop_.pause(times_.again);
   }
 }
 
-bool TaskRun::takeUp() {
+/// Claims the work as soon as nobody else is at it.
+bool TaskRun::takeWork() {
   for (int last = 0;;) {
-    if (folder_.hasEnded(place_) || folder_.isCanceled()) {
+    if (folder_.hasEnded(position_) || folder_.isCanceled()) {
       return true;
     }
-    turn(nullptr, machine_.now());
-    if (ending_) {
+    loop_.pause(Duration::zero());
+    if (loop_.isEnding()) {
       return false;
     }
-    last = folder_.lastClaim(place_, last);
+    last = folder_.lastClaim(position_, last);
     if (last > 0 && !waitForDeath(last)) {
       continue;
     }
     WorkClaim claim = makeClaim(last + 1);
-    if (folder_.claim(place_, claim)) {
+    if (folder_.claim(position_, claim)) {
       claim_ = std::move(claim);
       return workClaimed();
     }
   }
 }
 
-/// False when there is something to look at instead: a result, a newer claim,
+/// False when there is something to see to instead: a result, a newer claim,
 /// the wish to end.
 bool TaskRun::waitForDeath(int number) {
   const std::optional<WorkClaim> claim = readClaim(number);
-  Stillness stillness(2 * times_.watch);
-  bool told = false;
-  while (!folder_.hasEnded(place_) && !folder_.isCanceled() && !ending_ &&
-         folder_.lastClaim(place_, number) == number) {
-    if (isDead(claim)) {
+  Silence silence(2 * times_.watch);
+  bool said = false;
+  while (!folder_.hasEnded(position_) && !folder_.isCanceled() && !loop_.isEnding() &&
+         folder_.lastClaim(position_, number) == number) {
+    if (claim && self_.outlived(*claim)) {
       return true;
     }
-    const std::optional<WorkBeat> beat = folder_.beatOf(place_);
-    const std::string state = beat ? std::to_string(beat->claim) + '.' + std::to_string(beat->count) : "";
-    if (stillness.look(state, machine_.now()) >= plan_.patience) {
-      LogInfo("the process at work on place " + std::to_string(place_) + " is silent and counts as dead");
+    if (silence.since(folder_.beatOf(position_), machine_.now()) >= plan_.patience) {
+      LogInfo("the process at work on place " + std::to_string(position_) + " is silent and counts as dead");
       return true;
     }
-    if (!std::exchange(told, true)) {
-      LogInfo("place " + std::to_string(place_) + " is worked by another process" +
+    if (!std::exchange(said, true)) {
+      LogInfo("place " + std::to_string(position_) + " is worked by another process" +
               (claim ? " on " + inQuotes(claim->host) : "") + "; waiting for it");
     }
-    turn(nullptr, machine_.now() + times_.watch);
+    loop_.pause(times_.watch);
   }
   return false;
 }
 
-/// Whether its process is known to be gone. This task has no other claim on
-/// the place, so that its own number is somebody's who is dead.
-bool TaskRun::isDead(const std::optional<WorkClaim>& claim) const {
-  return claim && !self_.boot.empty() && claim->host == self_.host && claim->boot == self_.boot &&
-         (claim->process == self_.process || (kill(claim->process, 0) != 0 && errno == ESRCH));
-}
-
 std::string TaskRun::markOf(int number) const {
-  return taskMark(job_.queue, job_.job, folder_, place_, number);
+  return taskMark(job_.queue, job_.job, folder_, position_, number);
 }
 
 std::optional<WorkClaim> TaskRun::readClaim(int number) const {
   try {
-    return folder_.claimOf(place_, number);
+    return folder_.claimOf(position_, number);
   } catch (Exception* exception) {
     LogWarning(takeText(exception)); // its beat tells whether it lives
     return std::nullopt;
@@ -240,7 +148,7 @@ WorkClaim TaskRun::makeClaim(int number) const {
   claim.started = momentNow();
   if (plan_.stage && problem_.empty()) {
     try {
-      claim.stage = StagedOutput::stageOf(*makeJob(plan_.works[place_].run), claim.mark).Text();
+      claim.stage = StagedOutput::stageOf(*makeJob(plan_.works[position_].run), claim.mark).Text();
     } catch (Exception* exception) {
       LogDebug(takeText(exception)); // the start of the work tells it
     }
@@ -252,7 +160,7 @@ WorkInfo TaskRun::infoOf(const FrameRun& run) const {
   WorkInfo info;
   info.run = run;
   info.hasFrames = job_.hasFrames;
-  info.attempt = info.attempts = plan_.works[place_].attempt;
+  info.attempt = info.attempts = plan_.works[position_].attempt;
   info.job = job_.job;
   return info;
 }
@@ -273,20 +181,10 @@ SmartHandle<Job> TaskRun::makeJob(const FrameRun& run) const {
 }
 
 bool TaskRun::workClaimed() {
-  const std::optional<WorkBeat> before = folder_.beatOf(place_);
-  beat_ = WorkBeat();
-  beat_.claim = claim_.number;
-  beat_.count = before ? before->count : 0;
-  beat_.stage = "starting";
+  const std::optional<WorkBeat> before = loop_.begin(claim_.number);
   logBefore_ = before ? before->log : std::string();
-  named_ = before ? before->files : std::vector<FileRecord>(); // for whoever comes after this process
   merged_ = Outcome();
   complete_ = false;
-  stalled_ = false;
-  inspector_.relax();
-  killAt_.reset();
-  hurryAt_.reset();
-  beat(nullptr);
   Outcome failed;
   failed.state = AttemptState::Failed;
   failed.rule = VerdictRule::Start;
@@ -296,34 +194,104 @@ bool TaskRun::workClaimed() {
     return leave();
   }
   try {
-    rescue();
+    recover();
     renderRest();
   } catch (Exception* exception) {
     failed.reason = takeText(exception);
     merge(failed);
   }
-  return stop_ == Stop::Superseded ? folder_.hasEnded(place_) : leave();
+  return loop_.stopped() == Stop::Superseded ? folder_.hasEnded(position_) : leave();
+}
+
+/// Recovers what the processes with earlier claims have left.
+void TaskRun::recover() {
+  if (claim_.number == 1) {
+    return;
+  }
+  const LeftBehind left = endOthers();
+  if (loop_.stopped() != Stop::No) {
+    return;
+  }
+  SmartHandle<Job> job = makeJob(plan_.works[position_].run);
+  LeftFiles found = takeLeft(*job, plan_.stage, claim_.mark, left);
+  StagedOutput& staged = found.staged;
+  if (!job_.hasFrames) {
+    staged.discard(); // there is no part of it that could be good
+    return;
+  }
+  LostAttempt lost;
+  lost.attempt.run = plan_.works[position_].run;
+  lost.attempt.started = found.since;
+  lost.sameBoot = false; // what could be ended has ended
+  lost.files = std::move(found.files);
+  Recovery recovery(std::move(lost), job, job_.hasFrames, loop_.inspector());
+  while (!recovery.advance(machine_)) {
+    loop_.turn();
+  }
+  Outcome outcome = recovery.outcome();
+  std::erase_if(outcome.files, [&outcome](const FileRecord& file) {
+    return !file.problem.empty() || !file.frame || !outcome.good.contains(*file.frame);
+  });
+  loop_.setNoted(outcome.files); // whoever takes over from this process checks them
+  if (loop_.stopped() == Stop::Superseded || !loop_.isMine() || !publish(staged, outcome)) {
+    loop_.supersede();
+    staged.discard();
+    return;
+  }
+  merged_.good = outcome.good;
+  merged_.files = outcome.files;
+  LogInfo("taken up from a process that died: " +
+          (outcome.good.empty() ? std::string("nothing") : "frames " + outcome.good.text(10)));
+}
+
+/// Ends the programs of earlier claims, as far as they run on this machine.
+LeftBehind TaskRun::endOthers() {
+  const PlannedWork& work = plan_.works[position_];
+  LeftBehind left;
+  left.named = loop_.noted();
+  left.since = momentNow();
+  for (int number = 1; number < claim_.number; ++number) {
+    left.marks.push_back(markOf(number));
+    left.logs.push_back(logFile(Path(plan_.logs), logName(work.run, number), work.attempt).Text());
+    if (const std::optional<WorkClaim> claim = readClaim(number)) {
+      left.since = std::min(left.since, claim->started);
+      if (self_.sharesMachine(*claim)) {
+        killPrograms(markOf(number));
+      }
+    }
+  }
+  if (!logBefore_.empty() && std::find(left.logs.begin(), left.logs.end(), logBefore_) == left.logs.end()) {
+    left.logs.push_back(logBefore_); // of a part of the work
+  }
+  return left;
+}
+
+void TaskRun::killPrograms(const std::string& mark) {
+  const Clock::time_point until = machine_.now() + times_.orphans;
+  while (machine_.killOrphans({mark, 0, {}}) > 0 && machine_.now() < until && loop_.stopped() == Stop::No) {
+    loop_.pause(orphanTime);
+  }
 }
 
 void TaskRun::renderRest() {
-  const FrameRun& run = plan_.works[place_].run;
+  const FrameRun& run = plan_.works[position_].run;
   const std::vector<FrameRun> rest =
       job_.hasFrames ? FramesOutside(run, merged_.good.runs()) : std::vector<FrameRun>{run};
   if (rest.empty()) {
     merged_.rule = VerdictRule::Files; // all was there
   }
   for (const FrameRun& left : rest) {
-    if (stop_ != Stop::No) {
+    if (loop_.stopped() != Stop::No) {
       return;
     }
     render(left);
   }
-  complete_ = stop_ != Stop::Superseded;
+  complete_ = loop_.stopped() != Stop::Superseded;
 }
 
 void TaskRun::render(const FrameRun& run) {
   const WorkInfo info = infoOf(run);
-  trovik::Claim claim;
+  Claim claim;
   claim.job = job_.job;
   claim.run = run;
   claim.number = info.attempt;
@@ -334,90 +302,66 @@ void TaskRun::render(const FrameRun& run) {
     staged = StagedOutput(*job, claim.mark);
   }
   AttemptListener& listener = *this;
-  Attempt attempt(info, claim, job, logs_->open(logName(run, claim_.number), info.attempt), inspector_,
+  Attempt attempt(info, claim, job, logs_->open(logName(run, claim_.number), info.attempt), loop_.inspector(),
                   listener);
-  stalled_ = false;
-  lastTurn_ = machine_.now();
-  if (guard_ != nullptr) {
-    guard_->begin(claim.mark, plan_.patience);
-  }
+  loop_.beginProgram(claim.mark);
   if (attempt.start(machine_)) {
     if (auto* render = dynamic_cast<RenderJob*>(job.Get()); render != nullptr && staged.isUsed()) {
       render->CheckFilesSince(staged.made());
     }
-    nextBeat_ = std::min(nextBeat_, lastBeat_ + times_.leastBeat);
+    loop_.beatSoon();
     while (!attempt.isOver()) {
-      turn(&attempt);
+      loop_.turn(&attempt);
     }
   }
-  if (guard_ != nullptr) {
-    guard_->end();
-  }
+  loop_.endProgram();
   Outcome outcome = attempt.outcome();
-  if (outcome.state != AttemptState::Good && stop_ == Stop::No) {
-    // A cluster tells all processes of a task to end, so that the program may
-    // have died of what this one has not heard yet.
-    const Clock::time_point until = machine_.now() + times_.aftermath;
-    while (machine_.now() < until && stop_ == Stop::No) {
-      turn(nullptr, until);
-    }
+  if (outcome.state != AttemptState::Good) {
+    hearOfInterrupt();
   }
-  if (stop_ == Stop::Superseded || !isMine()) {
-    stop(Stop::Superseded, nullptr);
+  if (loop_.stopped() == Stop::Superseded || !loop_.isMine()) {
+    loop_.supersede();
     staged.discard();
     return;
   }
-  if (outcome.state != AttemptState::Good && (stop_ != Stop::No || stalled_)) {
+  if (outcome.state != AttemptState::Good && (loop_.stopped() != Stop::No || loop_.hasStalled())) {
     judgeStop(outcome);
   }
   if (!publish(staged, outcome)) {
-    stop(Stop::Superseded, nullptr);
+    loop_.supersede();
     return;
   }
   merge(outcome);
 }
 
+/// A cluster tells all processes of a task to end, so that the program may
+/// have died of what this one has not heard yet.
+void TaskRun::hearOfInterrupt() {
+  const Clock::time_point until = machine_.now() + times_.aftermath;
+  while (machine_.now() < until && loop_.stopped() == Stop::No) {
+    loop_.turn(nullptr, until);
+  }
+}
+
 bool TaskRun::publish(StagedOutput& staged, Outcome& outcome) {
   return staged.publish(outcome, [this] {
-    if (machine_.now() >= nextBeat_) {
-      beat(nullptr); // many files take their time
-    }
-    return isMine();
+    loop_.beatWhenDue(); // many files take their time
+    return loop_.isMine();
   });
-}
-
-bool TaskRun::looksMine() const {
-  return !folder_.hasEnded(place_) && folder_.lastClaim(place_, claim_.number) == claim_.number;
-}
-
-/// Whether this process is still the one that may write. Where that cannot be
-/// known there is no hurry; but with no time left it is not.
-bool TaskRun::isMine() {
-  for (;;) {
-    try {
-      return looksMine();
-    } catch (Exception* exception) {
-      LogWarning(takeText(exception));
-    }
-    if (ending_) {
-      return false;
-    }
-    turn(nullptr, machine_.now() + times_.again);
-  }
 }
 
 /// What an attempt came to that was ended from outside, or whose program was.
 void TaskRun::judgeStop(Outcome& outcome) const {
   outcome.retryable = true;
-  if (stop_ == Stop::Canceled) {
+  if (loop_.stopped() == Stop::Canceled) {
     outcome.state = AttemptState::Canceled;
     outcome.rule = VerdictRule::Canceled;
     outcome.reason = "Canceled";
   } else {
     outcome.state = AttemptState::Lost;
     outcome.rule = VerdictRule::Cluster;
-    outcome.reason =
-        stop_ == Stop::Interrupted ? "The cluster ended its task" : "Its task stood still for too long";
+    outcome.reason = loop_.stopped() == Stop::Interrupted ? "The cluster ended its task"
+                                                          : "Its task stood still for too long";
   }
   outcome.alike = alikeKey(outcome.reason);
 }
@@ -434,7 +378,7 @@ void TaskRun::merge(const Outcome& outcome) {
 }
 
 bool TaskRun::leave() {
-  if (!complete_ && stop_ != Stop::No) {
+  if (!complete_ && loop_.stopped() != Stop::No) {
     judgeStop(merged_); // some of it was never begun
   }
   WorkEnd end;
@@ -445,168 +389,29 @@ bool TaskRun::leave() {
   end.node = self_.node.empty() ? self_.host : self_.node;
   end.started = claim_.started;
   end.outcome = merged_;
-  for (bool told = false;;) {
+  for (bool said = false;;) {
     end.ended = momentNow();
     try {
-      folder_.leave(place_, end);
+      folder_.leave(position_, end);
       return true;
     } catch (Exception* exception) {
       const std::string text = takeText(exception);
-      if (!std::exchange(told, true)) {
+      if (!std::exchange(said, true)) {
         LogWarning(text + "; it is tried again until it can be written");
       }
     }
-    if (ending_) {
+    if (loop_.isEnding()) {
       return false; // the cluster does not wait
     }
-    turn(nullptr, machine_.now() + times_.again);
+    loop_.pause(times_.again);
   }
 }
 
-/// One wait for whatever comes first, and what follows from it; at most until
-/// then.
-void TaskRun::turn(Attempt* attempt, std::optional<Clock::time_point> until) {
-  std::vector<pollfd> descriptors = {{interrupts_.descriptor(), POLLIN, 0},
-                                     {inspector_.descriptor(), POLLIN, 0}};
-  Clock::time_point deadline = machine_.now() + times_.beat;
-  const auto consider = [&deadline](const std::optional<Clock::time_point>& time) {
-    deadline = time ? std::min(deadline, *time) : deadline;
-  };
-  consider(until);
-  consider(inspector_.deadline());
-  consider(killAt_);
-  consider(hurryAt_);
-  if (claim_.number > 0) {
-    consider(nextBeat_);
-  }
-  if (attempt != nullptr) {
-    descriptors.push_back({attempt->outputDescriptor(), POLLIN, 0});
-    descriptors.push_back({attempt->exitDescriptor(), POLLIN, 0});
-    consider(attempt->deadline());
-  }
-  machine_.wait(descriptors, std::max<Duration>(deadline - machine_.now(), Duration::zero()));
-  const Clock::time_point now = machine_.now();
-  if (now - lastTurn_ > Duration(plan_.patience) / 2) { // its guard may have lost patience
-    stalled_ = true;
-    nextBeat_ = now;
-  }
-  lastTurn_ = now;
-  takeInterrupts(attempt);
-  if (hurryAt_ && now >= *hurryAt_) {
-    inspector_.hurry();
-    hurryAt_.reset();
-  }
-  if (killAt_ && now >= *killAt_) {
-    killAt_.reset();
-    if (attempt != nullptr) {
-      attempt->cancel(now, true);
-    }
-  }
-  inspector_.advance(now);
-  if (attempt != nullptr) {
-    if (descriptors[2].revents != 0) {
-      attempt->readOutput(now);
-    }
-    const bool wasChecking = attempt->isChecking();
-    attempt->advance(now);
-    if (attempt->isChecking() != wasChecking) {
-      nextBeat_ = std::min(nextBeat_, lastBeat_ + times_.leastBeat);
-    }
-  }
-  if (claim_.number > 0 && now >= nextBeat_) {
-    lookAround(attempt);
-    beat(attempt);
-  }
-}
-
-void TaskRun::takeInterrupts(Attempt* attempt) {
-  const int asked = interrupts_.descriptor() < 0 ? 0 : interrupts_.take();
-  if (asked == 0) {
-    return;
-  }
-  ending_ = true;
-  bool canceled = false;
-  try {
-    canceled = folder_.isCanceled();
-  } catch (Exception* exception) {
-    LogDebug(takeText(exception));
-  }
-  stop(canceled ? Stop::Canceled : Stop::Interrupted, attempt);
-}
-
-void TaskRun::lookAround(Attempt* attempt) {
-  try {
-    if (!looksMine()) {
-      stop(Stop::Superseded, attempt);
-    } else if (folder_.isCanceled()) {
-      stop(Stop::Canceled, attempt);
-    }
-  } catch (Exception* exception) {
-    LogDebug(takeText(exception)); // it says nothing about the work
-  }
-}
-
-void TaskRun::stop(Stop why, Attempt* attempt) {
-  const Clock::time_point now = machine_.now();
-  if (why == Stop::Superseded) {
-    if (stop_ != Stop::Superseded) {
-      LogInfo("place " + std::to_string(place_) + " is another process's now, or has ended");
-    }
-    stop_ = why;
-    inspector_.hurry();
-    if (attempt != nullptr) {
-      attempt->cancel(now, true);
-    }
-    return;
-  }
-  const bool first = stop_ == Stop::No;
-  if (first) {
-    stop_ = why;
-    killAt_ = now + times_.ending;
-    hurryAt_ = now + times_.looking;
-  }
-  if (attempt != nullptr) {
-    attempt->cancel(now, !first);
-  }
-}
-
-void TaskRun::beat(const Attempt* attempt) {
-  const Clock::time_point now = machine_.now();
-  lastBeat_ = now;
-  nextBeat_ = now + times_.beat;
-  if (guard_ != nullptr) {
-    guard_->beat();
-  }
-  if (stop_ == Stop::Superseded) {
-    return;
-  }
-  ++beat_.count;
-  if (attempt != nullptr) {
-    beat_.stage = attempt->isChecking() ? "checking" : "running";
-    beat_.log = attempt->log().Text();
-    beat_.logBytes = attempt->logBytes();
-    beat_.silent = secondsOf(Duration(now - attempt->lastOutput()));
-    beat_.running = secondsOf(Duration(now - attempt->started()));
-    beat_.command = attempt->command();
-  }
-  beat_.files = named_;
-  try {
-    folder_.beat(place_, beat_);
-    beatFails_ = false;
-  } catch (Exception* exception) {
-    const std::string text = takeText(exception);
-    if (!std::exchange(beatFails_, true)) {
-      LogWarning(text);
-    }
-  }
-}
-
-void TaskRun::fileNamed(const trovik::Claim& /*claim*/, const Path& file, std::optional<int> frame) {
+void TaskRun::fileNamed(const Claim& /*claim*/, const Path& file, std::optional<int> frame) {
   FileRecord record;
   record.frame = frame;
   record.path = file.Text();
-  named_.push_back(std::move(record));
-  nextBeat_ = std::min(nextBeat_, lastBeat_ + times_.leastBeat);
+  loop_.note(std::move(record));
 }
 
 void TaskRun::fileComplete(const WorkInfo& /*work*/, const Path& /*file*/) {}

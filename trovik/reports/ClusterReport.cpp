@@ -66,7 +66,6 @@ ClusterReport clusterReport(Queue& queue, const JobRecord& job) {
   report.beats = queue.beats(job.id);
   report.unplaced = queue.unplaced(job.id).size();
   for (const ArrayRecord& array : queue.openArrays(job.id)) {
-    const std::size_t perTask = std::max<std::size_t>(array.perTask, 1);
     std::map<std::pair<std::string, std::string>, std::size_t> known;
     std::map<std::pair<std::string, std::string>, std::size_t> lastTask;
     for (const PlacedWork& place : queue.openPlaces(array.id)) {
@@ -87,7 +86,7 @@ ClusterReport clusterReport(Queue& queue, const JobRecord& job) {
       }
       ClusterReport::Group& sum = report.groups[group->second];
       ++sum.works;
-      const std::size_t task = place.place / perTask;
+      const std::size_t task = place.place / array.perTask;
       const auto [last, first] = lastTask.emplace(key, task);
       if (first || last->second != task) {
         ++sum.tasks;
@@ -119,11 +118,7 @@ std::vector<std::pair<std::string, std::string>> clusterEntries(const ClusterRep
     }
     entries.emplace_back("cluster", std::move(text));
     if (group.why.stuck) {
-      std::string hint = group.why.hint;
-      if (const std::size_t at = hint.find("ID"); at != std::string::npos) {
-        hint.replace(at, 2, std::to_string(group.array.cluster));
-      }
-      entries.emplace_back("stuck", std::move(hint));
+      entries.emplace_back("stuck", group.why.hintFor(group.array.cluster));
     }
   }
   if (report.unplaced > 0) {

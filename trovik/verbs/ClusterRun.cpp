@@ -25,7 +25,7 @@ constexpr Duration leavingTime = std::chrono::seconds(15);
 constexpr Duration collectingTime = std::chrono::seconds(4);
 constexpr Duration cancelingTime = std::chrono::seconds(25);
 constexpr std::chrono::seconds freshness{5}; // of what the cluster said
-constexpr Duration longestWait = std::chrono::milliseconds(500);
+constexpr Duration pollTime = std::chrono::milliseconds(500);
 
 /// The tasks find the same types and settings as this process.
 void tellTasks(const Session& session) {
@@ -83,10 +83,24 @@ bool isTaken(Queue& queue, JobId id) {
          (!arrays.empty() || queue.unplaced(id).empty());
 }
 
-} // namespace
+/// The engine with all that must outlive it.
+struct SlurmEngine {
+  SlurmEngine(Session& session, Queue& queue, ClusterEngine::Duty duty, ClusterEngine::Notices notices)
+      : images(session.locations().imageHelper()),
+        engine(machine, queue, client, images, clusterSettings(session.locations(), {}), duty,
+               std::move(notices)) {}
 
-ClusterDesk::ClusterDesk(Session& session, Queue& queue, ClusterEngine::Duty duty,
-                         ClusterEngine::Notices notices) {
+  LocalMachine machine;
+  SlurmClient client{machine};
+  ImageHelper images;
+  ClusterEngine engine;
+};
+
+/// Loads the modules, where they can be: a cluster's jobs can be followed where
+/// their type is not known, but not submitted. Throws a UsageError for settings
+/// that cannot be, and, for Duty::All, where Slurm's programs are missing.
+std::shared_ptr<ClusterEngine> clusterEngine(Session& session, Queue& queue, ClusterEngine::Duty duty,
+                                             ClusterEngine::Notices notices = {}) {
   if (duty == ClusterEngine::Duty::All) {
     refuseWithoutSlurm();
   }
@@ -96,38 +110,33 @@ ClusterDesk::ClusterDesk(Session& session, Queue& queue, ClusterEngine::Duty dut
     LogDebug(error.message);
   }
   tellTasks(session);
-  client_ = std::make_unique<SlurmClient>(machine_);
-  inspector_ = std::make_unique<ImageHelper>(session.locations().imageHelper());
-  engine_ =
-      std::make_unique<ClusterEngine>(machine_, queue, *client_, *inspector_,
-                                      clusterSettings(session.locations(), {}), duty, std::move(notices));
+  const auto whole = std::make_shared<SlurmEngine>(session, queue, duty, std::move(notices));
+  return {whole, &whole->engine};
 }
 
-ClusterDesk::~ClusterDesk() = default;
+/// The same for a verb that changes jobs, with notices for its user.
+std::shared_ptr<ClusterEngine> clusterEngine(Session& session, Queue& queue, bool json) {
+  return clusterEngine(session, queue, ClusterEngine::Duty::All, noticesTo(session.console(), json));
+}
 
-void ClusterDesk::wait(InterruptSource* interrupts) {
-  std::vector<pollfd> descriptors;
-  if (interrupts != nullptr && interrupts->descriptor() >= 0) {
-    descriptors.push_back({interrupts->descriptor(), POLLIN, 0});
+/// Writes down what has become of the works of all jobs on a cluster; nothing
+/// where there are no such jobs, or another process does it.
+void collectFromCluster(Session& session, Queue& queue) {
+  if (queue.clusterJobs().empty()) {
+    return;
   }
-  engine_->addDescriptors(descriptors);
-  const Duration left = engine_->deadline() - machine_.now();
-  machine_.wait(descriptors, std::clamp(left, Duration::zero(), longestWait));
+  const auto engine = clusterEngine(session, queue, ClusterEngine::Duty::Collect);
+  const bool answers = SlurmClient::missingProgram().empty();
+  engine->advanceUntil(
+      [&] {
+        const bool fresh = !answers || momentNow() - queue.clusterContact().answered < freshness ||
+                           !queue.clusterContact().problem.empty();
+        return !engine->isInCharge() || (engine->isSettled() && fresh);
+      },
+      collectingTime);
 }
 
-bool ClusterDesk::turnUntil(const std::function<bool()>& done, Duration limit) {
-  const Clock::time_point end = machine_.now() + limit;
-  for (;;) {
-    engine_->advance();
-    if (done()) {
-      return true;
-    }
-    if (machine_.now() >= end) {
-      return false;
-    }
-    wait(nullptr);
-  }
-}
+} // namespace
 
 void tryCluster(Session& session, const Job& job, const std::optional<std::string>& shared) {
   refuseWithoutSlurm();
@@ -144,8 +153,7 @@ void tryCluster(Session& session, const Job& job, const std::optional<std::strin
 }
 
 void submitToCluster(Session& session, Queue& queue, JobId job, bool json) {
-  ClusterDesk desk(session, queue, ClusterEngine::Duty::All, noticesTo(session.console(), json));
-  desk.turnUntil([&] { return isTaken(queue, job); }, submissionTime);
+  clusterEngine(session, queue, json)->advanceUntil([&] { return isTaken(queue, job); }, submissionTime);
 }
 
 std::string arraysText(Console& console, Queue& queue, const JobRecord& job) {
@@ -178,7 +186,7 @@ Json arraysJson(Queue& queue, JobId job) {
 int followCluster(Session& session, Queue& queue, JobId job, bool json) {
   Console& console = session.console();
   const std::unique_ptr<RunEvents> progress = progressFor(console, json);
-  ClusterDesk desk(session, queue, ClusterEngine::Duty::All, noticesTo(session.console(), json));
+  const std::shared_ptr<ClusterEngine> engine = clusterEngine(session, queue, json);
   // What the engine writes is seen as a change only by another connection.
   Queue view(session.state());
   SignalInterrupts interrupts;
@@ -186,22 +194,22 @@ int followCluster(Session& session, Queue& queue, JobId job, bool json) {
   follower.beginRun();
   std::optional<Clock::time_point> leaving;
   bool left = false;
-  Clock::time_point nextLook = desk.machine().now();
+  Clock::time_point nextPoll = Clock::now();
   while (!follower.isOver()) {
-    desk.engine().advance();
-    if (desk.machine().now() >= nextLook) {
-      nextLook = desk.machine().now() + longestWait;
+    engine->advance();
+    if (Clock::now() >= nextPoll) {
+      nextPoll = Clock::now() + pollTime;
       follower.poll();
     }
     if (const int asked = interrupts.take(); asked > 0) {
       left = leaving.has_value() || asked > 1;
-      leaving = leaving.value_or(desk.machine().now() + leavingTime);
+      leaving = leaving.value_or(Clock::now() + leavingTime);
     }
-    left = left || (leaving && (isTaken(view, job) || desk.machine().now() >= *leaving));
+    left = left || (leaving && (isTaken(view, job) || Clock::now() >= *leaving));
     if (left) {
       break;
     }
-    desk.wait(&interrupts);
+    engine->wait(&interrupts);
   }
   const std::string id = std::to_string(job);
   if (left) {
@@ -230,7 +238,7 @@ int followCluster(Session& session, Queue& queue, JobId job, bool json) {
     return exitFailed;
   }
   // The tasks of a job that ended before them.
-  desk.turnUntil([&] { return desk.engine().isSettled(); }, leavingTime);
+  engine->advanceUntil([&] { return engine->isSettled(); }, leavingTime);
   const RunSummary summary = queue.summary(job);
   progress->runEnded(summary);
   if (const std::optional<JobRecord> record = queue.job(job);
@@ -240,34 +248,9 @@ int followCluster(Session& session, Queue& queue, JobId job, bool json) {
   return summary.allGood() ? exitGood : exitFailed;
 }
 
-std::unique_ptr<ClusterDesk> deskForEngine(Session& session, Queue& queue, bool json) {
-  if (!SlurmClient::missingProgram().empty()) {
-    return nullptr;
-  }
-  return std::make_unique<ClusterDesk>(session, queue, ClusterEngine::Duty::All,
-                                       noticesTo(session.console(), json));
+std::shared_ptr<ClusterEngine> engineBeside(Session& session, Queue& queue, bool json) {
+  return SlurmClient::missingProgram().empty() ? clusterEngine(session, queue, json) : nullptr;
 }
-
-namespace {
-
-/// Writes down what has become of the works of all jobs on a cluster; nothing
-/// where there are no such jobs, or another process does it.
-void collectFromCluster(Session& session, Queue& queue) {
-  if (queue.clusterJobs().empty()) {
-    return;
-  }
-  ClusterDesk desk(session, queue, ClusterEngine::Duty::Collect);
-  const bool answers = SlurmClient::missingProgram().empty();
-  desk.turnUntil(
-      [&] {
-        const bool fresh = !answers || momentNow() - queue.clusterContact().answered < freshness ||
-                           !queue.clusterContact().problem.empty();
-        return !desk.engine().isInCharge() || (desk.engine().isSettled() && fresh);
-      },
-      collectingTime);
-}
-
-} // namespace
 
 std::unique_ptr<Queue> collectedQueue(Session& session) {
   std::unique_ptr<Queue> queue = existingQueue(session.state());
@@ -281,8 +264,8 @@ void cancelOnCluster(Session& session, Queue& queue, bool json) {
   if (queue.openArrays().empty()) {
     return;
   }
-  ClusterDesk desk(session, queue, ClusterEngine::Duty::All, noticesTo(session.console(), json));
-  desk.turnUntil([&] { return !desk.engine().isInCharge() || desk.engine().isSettled(); }, cancelingTime);
+  const std::shared_ptr<ClusterEngine> engine = clusterEngine(session, queue, json);
+  engine->advanceUntil([&] { return !engine->isInCharge() || engine->isSettled(); }, cancelingTime);
 }
 
 } // namespace trovik

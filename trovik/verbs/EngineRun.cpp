@@ -118,10 +118,10 @@ int workQueue(Session& session, Queue& queue, ImageInspector& images, Machine& m
     progress = std::make_unique<PlainProgress>(console, true);
   }
   LocalEngine engine(machine, queue, images, interrupts, *progress);
-  const std::unique_ptr<ClusterDesk> cluster = deskForEngine(session, queue, options.json);
+  const std::shared_ptr<ClusterEngine> cluster = engineBeside(session, queue, options.json);
   if (cluster) {
     plan.withCluster = true;
-    plan.whenIdle = [&] { cluster->engine().advance(); };
+    plan.whenIdle = [&] { cluster->advance(); };
   }
   engine.run(plan);
   return exitGood;

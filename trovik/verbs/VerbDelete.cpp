@@ -1,4 +1,5 @@
 #include "host/foundation/Log.h"
+#include "trovik/cluster/JobFolder.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"

@@ -427,7 +427,10 @@ TEST_F(SiteTest, LongListsAreCutByTheLimitsOfTheSite) {
   EXPECT_EQ(works, 300U);
   EXPECT_LE(tasks, 250U); // half of what the cluster keeps
   EXPECT_EQ(site.arrays.size(), 2U);
-  EXPECT_TRUE(engine->isSubmitted(id));
+  EXPECT_TRUE(queue.unplaced(id).empty());
+  for (const ArrayRecord& array : queue.openArrays(id)) {
+    EXPECT_NE(array.cluster, 0);
+  }
 }
 
 TEST_F(SiteTest, WhatTheSiteHasNoRoomForFollowsAsTasksEnd) {

@@ -1,11 +1,17 @@
-#include "trovik/cluster/LeftFiles.h"
+#include "trovik/cluster/TaskProcess.h"
 
 #include "host/application/RenderJob.h"
 #include "host/foundation/Descriptor.h"
 #include "host/foundation/LineSplitter.h"
+#include "trovik/machine/Locations.h"
 
 #include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <charconv>
+#include <csignal>
 #include <fcntl.h>
+#include <fstream>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,6 +20,26 @@ namespace trovik {
 namespace {
 
 constexpr std::size_t logLimit = std::size_t{256} << 20U; // bytes of a log that are read again
+
+std::string environmentText(const char* name) {
+  return environmentVariable(name).value_or(std::string());
+}
+
+/// A whole number that the environment has; nothing for another text.
+std::optional<int> environmentNumber(const char* name) {
+  const std::string text = environmentText(name);
+  int number = 0;
+  const auto [end, problem] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return problem == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
+}
+
+/// A part of a mark, which becomes part of a file's name.
+std::string plain(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(),
+      [](unsigned char c) { return !(std::isalnum(c) != 0 && c < 0x80) && c != '-' && c != '_'; }, '-');
+  return text;
+}
 
 /// The lines of a log, be it whose it may.
 void feed(LineSplitter& splitter, const std::string& log) {
@@ -35,6 +61,49 @@ void feed(LineSplitter& splitter, const std::string& log) {
 }
 
 } // namespace
+
+bool TaskSelf::outlived(const WorkClaim& claim) const {
+  return !boot.empty() && sharesMachine(claim) &&
+         (claim.process == process || (kill(claim.process, 0) != 0 && errno == ESRCH));
+}
+
+Duration Silence::since(const std::optional<WorkBeat>& beat, Clock::time_point now) {
+  const std::pair seen = beat ? std::pair(beat->claim, beat->count) : std::pair(0, std::int64_t{0});
+  silence_ = last_ == seen ? silence_ + std::min<Duration>(now - asked_, most_) : Duration::zero();
+  last_ = seen;
+  asked_ = now;
+  return silence_;
+}
+
+std::string taskMark(const std::string& queue, JobId job, const ArrayFolder& array, std::size_t place,
+                     int number) {
+  return plain(queue) + '-' + std::to_string(job) + '.' + plain(array.directory().Leaf(true)) + '.' +
+         std::to_string(place) + '.' + std::to_string(number);
+}
+
+TaskSelf taskSelf() {
+  TaskSelf self;
+  char text[256] = {};
+  if (gethostname(text, sizeof text - 1) == 0) {
+    self.host = text;
+  }
+  std::getline(std::ifstream("/proc/sys/kernel/random/boot_id"), self.boot);
+  // Process numbers mean something within one namespace only.
+  if (struct stat status{}; stat("/proc/self/ns/pid", &status) == 0) {
+    self.boot += '/' + std::to_string(status.st_ino);
+  }
+  self.process = getpid();
+  self.node = environmentText("SLURMD_NODENAME");
+  if (const std::string array = environmentText("SLURM_ARRAY_JOB_ID"); !array.empty()) {
+    self.task = array + '_' + environmentText("SLURM_ARRAY_TASK_ID");
+  }
+  self.restarts = std::max(0, environmentNumber("SLURM_RESTART_COUNT").value_or(0));
+  self.cpus = environmentNumber("SLURM_CPUS_ON_NODE");
+  if (self.cpus && *self.cpus < 1) {
+    self.cpus.reset();
+  }
+  return self;
+}
 
 LeftFiles takeLeft(Job& job, bool stage, const std::string& mark, const LeftBehind& left) {
   LeftFiles found;

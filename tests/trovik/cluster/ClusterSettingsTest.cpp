@@ -1,4 +1,4 @@
-#include "trovik/cluster/ClusterValues.h"
+#include "trovik/cluster/ClusterSettings.h"
 
 #include "tests/trovik/TemporaryDirectory.h"
 

@@ -1,0 +1,230 @@
+#include "trovik/cluster/ClusterEngineImpl.h"
+
+#include "trovik/records/Moments.h"
+#include "trovik/text/UsageError.h"
+
+#include <algorithm>
+#include <utility>
+
+// How works get to the cluster.
+
+namespace trovik {
+namespace {
+
+/// Works that come back one by one go together into one array.
+constexpr Duration gatheringTime = std::chrono::seconds(5);
+/// Until it is checked again whether there is room for more tasks: a long list
+/// of works is not to be read at every turn.
+constexpr Duration fullTime = std::chrono::seconds(5);
+
+/// What a frame of the job took, in seconds.
+std::optional<double> secondsOfFrame(Queue& queue, JobId id) {
+  double seconds = 0;
+  double frames = 0;
+  for (const AttemptRecord& attempt : queue.attempts(id)) {
+    if (attempt.state == AttemptState::Good) {
+      seconds += secondsOf(durationOf(attempt.duration));
+      frames += static_cast<double>(attempt.run.Count());
+    }
+  }
+  return frames > 0 ? std::optional(seconds / frames) : std::nullopt;
+}
+
+/// What a work of so many frames took before, in seconds: in this job, else in
+/// the one that rendered the scene before.
+std::optional<double> secondsOfWork(Queue& queue, const JobRecord& job, double framesOfWork) {
+  std::optional<double> known = secondsOfFrame(queue, job.id);
+  if (!known) {
+    const std::vector<JobRecord> jobs = queue.jobs();
+    const auto earlier = std::find_if(jobs.begin(), jobs.end(), [&job](const JobRecord& other) {
+      return other.id < job.id && other.type == job.type && other.scene == job.scene;
+    });
+    known = earlier == jobs.end() ? std::nullopt : secondsOfFrame(queue, earlier->id);
+  }
+  return known ? std::optional(*known * framesOfWork) : std::nullopt;
+}
+
+double framesOf(const std::vector<WorkRecord>& works) {
+  double frames = 0;
+  for (const WorkRecord& work : works) {
+    frames += static_cast<double>(work.run.Count());
+  }
+  return frames;
+}
+
+} // namespace
+
+void ArraySubmitter::advance() {
+  for (auto& [id, job] : state_.jobs) {
+    if (!isOpen(job.record.state)) {
+      job.readySince.reset();
+      continue;
+    }
+    if ((job.checked && !job.readySince) || state_.machine.now() < job.full) {
+      continue;
+    }
+    std::vector<WorkRecord> works = state_.queue.unplaced(id);
+    job.checked = true;
+    if (works.empty()) {
+      job.readySince.reset();
+      continue;
+    }
+    if (!job.readySince) {
+      job.readySince = state_.machine.now();
+    }
+    state_.open(id);
+    if (job.refused) {
+      continue;
+    }
+    const bool others = std::any_of(state_.arrays.begin(), state_.arrays.end(), [id = id](const auto& array) {
+      return array.second.record.job == id && !array.second.works.empty();
+    });
+    if ((!others || state_.machine.now() - *job.readySince >= gatheringTime) && !state_.client.isBusy()) {
+      addArray(job, std::move(works));
+    }
+  }
+}
+
+/// Gives works to one array job; what does not fit follows with a later turn.
+void ArraySubmitter::addArray(ClusterJob& job, std::vector<WorkRecord> works) {
+  if (!knowsSite(*job.request)) {
+    return;
+  }
+  std::size_t open = 0;
+  for (const auto& [id, array] : state_.arrays) {
+    open += array.tasks();
+  }
+  // Others have tasks there, too, and a full list refuses everybody's.
+  const std::size_t ours = static_cast<std::size_t>(std::max(site_->jobCount, 2)) / 2;
+  if (open >= ours) {
+    job.full = state_.machine.now() + fullTime;
+    return;
+  }
+  if (job.perTask == 0) {
+    const double framesOfWork =
+        job.record.hasFrames ? framesOf(works) / static_cast<double>(works.size()) : 1;
+    job.perTask =
+        worksPerTask(*job.request, works.size(), secondsOfWork(state_.queue, job.record, framesOfWork), ours);
+  }
+  const std::size_t perTask = job.perTask;
+  const std::size_t tasks = std::min<std::size_t>(ours - open, static_cast<std::size_t>(site_->arraySize));
+  const std::size_t wanted = (works.size() + perTask - 1) / perTask;
+  if (tasks < std::min(wanted, std::max<std::size_t>(ours / 10, 1))) {
+    job.full = state_.machine.now() + fullTime;
+    return; // few at a time would make arrays without end
+  }
+  if (wanted > tasks) {
+    works.resize(tasks * perTask);
+  } else {
+    job.readySince.reset();
+    job.perTask = 0;
+  }
+  std::vector<PlacedWork> given;
+  for (const WorkRecord& work : works) {
+    PlacedWork& entry = given.emplace_back();
+    entry.work = work.id;
+    entry.run = work.run;
+    entry.number = work.attempts + 1;
+  }
+  ArrayRecord record = state_.queue.addArray(job.record.id, perTask, given);
+  const ArrayId id = record.id;
+  ArrayFolder folder(JobFolder(Path(job.record.folder)).array(record.number));
+  OpenArray& array = state_.arrays.emplace(id, std::move(folder)).first->second;
+  array.record = std::move(record);
+  array.asking = true;
+  for (PlacedWork& entry : state_.queue.openPlaces(id)) {
+    OpenWork& work = array.works[entry.place];
+    work.record = std::move(entry);
+    work.phase = TaskPhase::Waiting;
+  }
+  submit(array, job);
+}
+
+/// Whether the limits of the site are known; asks for them where they are not.
+bool ArraySubmitter::knowsSite(const ClusterRequest& request) {
+  if (site_ && sitePartition_ == request.partition) {
+    return true;
+  }
+  if (state_.machine.now() >= state_.nextQuestion) {
+    state_.client.askSite(request.partition,
+                          [this, partition = request.partition](const ClusterAnswer& answer) {
+                            state_.noteContact(answer);
+                            if (answer.answered) {
+                              site_ = answer.site;
+                              sitePartition_ = partition;
+                            }
+                          });
+  }
+  return false;
+}
+
+void ArraySubmitter::submit(OpenArray& array, const ClusterJob& job) {
+  const ClusterRequest& request = *job.request;
+  ArrayPlan plan;
+  plan.perTask = array.record.perTask;
+  plan.logs = job.record.logs;
+  plan.stage = request.stage;
+  plan.patience = state_.settings.patience;
+  for (const auto& [position, work] : array.works) {
+    plan.works.push_back({work.record.run, work.record.number});
+  }
+  try {
+    const JobFolder folder{Path(job.record.folder)};
+    folder.create({state_.queue.queueId(), job.record.id, job.record.name, job.record.type,
+                   job.record.typeName, job.record.hasFrames, state_.queue.packed(job.record.id)});
+    array.folder.create(plan);
+  } catch (Exception* exception) {
+    const std::string problem = takeText(exception);
+    const JobId id = job.record.id;
+    state_.abandon(array);
+    state_.queue.stop(id, "Stopped: " + problem);
+    state_.version = -1;
+    return;
+  }
+  ClusterSubmission submission;
+  submission.name = array.record.name;
+  submission.comment = job.record.name.empty() ? job.record.typeName : job.record.name;
+  submission.folder = array.folder.directory();
+  submission.program = state_.settings.program;
+  submission.taskLog = array.folder.taskLog("%a");
+  submission.tasks = static_cast<int>(plan.tasks());
+  submission.throttle = request.throttle;
+  submission.partition = request.partition;
+  submission.account = request.account;
+  submission.qos = request.qos;
+  // Where nodes have no memory to be shared out, a task that asks for some is refused.
+  submission.memory = request.memory > 0 ? request.memory : site_->memoryPerCpu * request.cpus;
+  submission.cpus = request.cpus;
+  submission.minutes = minutesOf(request.timeLimit, request.runTimeLimit, plan.perTask);
+  submission.options = request.options;
+  state_.client.submit(submission,
+                       [this, id = array.record.id](const ClusterAnswer& answer) { submitted(id, answer); });
+}
+
+void ArraySubmitter::submitted(ArrayId id, const ClusterAnswer& answer) {
+  const auto known = state_.arrays.find(id);
+  if (known == state_.arrays.end()) {
+    return; // another verb has changed the queue meanwhile; it is looked up when it is wanted
+  }
+  OpenArray& array = known->second;
+  array.asking = false;
+  if (answer.answered) {
+    array.record.cluster = answer.array;
+    array.record.state = ArrayRecord::State::Submitted;
+    state_.queue.noteSubmitted(id, answer.array);
+    state_.changed = true;
+    state_.pause = ClusterEngine::questionPause;
+    return;
+  }
+  if (answer.refused) {
+    const JobId job = array.record.job;
+    state_.abandon(array);
+    state_.queue.stop(job, "Stopped: the cluster refuses it: " + answer.problem);
+    state_.version = -1;
+    return;
+  }
+  state_.noteContact(answer);
+  array.sought = state_.machine.now();
+}
+
+} // namespace trovik
