@@ -32,9 +32,6 @@
 
 namespace {
 
-// Lines may have a megabyte; this much is enough to show and to search in.
-constexpr std::size_t k_KeptLine = std::size_t{64} << 10;
-
 // Of the module's virtual types; the host knows it only by this name.
 constexpr const char* p_SuccessTexts = "SuccessTexts";
 
@@ -62,8 +59,14 @@ String SignalText(int signal) {
          (description == nullptr ? String::Null : String(" (") + description + ")");
 }
 
-String LastLineText(const String& line) {
-  return line.empty() ? String::Null : "; last line: " + NoteText(line);
+String LastLineText(const OutputTail& output) {
+  return output.Last().empty() ? String::Null : "; last line: " + NoteText(output.Last());
+}
+
+// What a program that failed by itself said of it.
+String TellingLineText(const OutputTail& output) {
+  const String line = output.Telling();
+  return line.empty() || line == output.Last() ? LastLineText(output) : "; it said: " + NoteText(line);
 }
 
 // "90", "1.5", "0.25"
@@ -324,13 +327,13 @@ void ProcessJob::ProcessLine(const String& line) {
         GetParameterOrOption(p_ErrorDetectPosition, true, true).Bool());
   }
   if (line.find_first_not_of(" \t") != String::npos) {
-    m_LastLine.assign(line, 0, k_KeptLine);
+    m_Output.Add(line);
   }
   if (m_Account != nullptr) {
     AccountForError(line);
   }
   if (m_ErrorLine.empty() && m_ErrorTexts->IsError(line)) {
-    m_ErrorLine.assign(line, 0, k_KeptLine); // the first one is the cause of the others
+    m_ErrorLine.assign(line, 0, OutputTail::k_KeptLine); // the first one is the cause of the others
     clock_gettime(CLOCK_REALTIME, &m_ErrorTime);
   }
 }
@@ -397,7 +400,7 @@ int ProcessJob::JudgeSignal(const ProcessExit& exit) {
   if (!looked) {
     LookAtFiles(k_StatusFailed);
   }
-  return Fail(Rule::Signal, SignalText(exit.Signal) + LastLineText(m_LastLine));
+  return Fail(Rule::Signal, SignalText(exit.Signal) + LastLineText(m_Output));
 }
 
 int ProcessJob::JudgeResult(const ProcessExit& exit) {
@@ -408,7 +411,7 @@ int ProcessJob::JudgeResult(const ProcessExit& exit) {
   if (result != k_StatusFinished) {
     LookAtFiles(result);
     if (note.empty()) {
-      note = "Exit code " + std::to_string(exit.Code) + LastLineText(m_LastLine);
+      note = "Exit code " + std::to_string(exit.Code) + TellingLineText(m_Output);
     }
     return Fail(Rule::Result, note);
   }

@@ -2,6 +2,7 @@
 
 #include "host/application/Job.h"
 #include "host/application/LineAccount.h"
+#include "host/application/OutputTail.h"
 #include "host/foundation/Process.h"
 
 #include <atomic>
@@ -126,7 +127,7 @@ public:
   /// When it came: no file that was written before has a later stamp.
   const timespec& ErrorTime() const { return m_ErrorTime; }
   /// The last ordinary line with any text: what a program that died said last.
-  const String& LastLine() const { return m_LastLine; }
+  const String& LastLine() const { return m_Output.Last(); }
   String Note() const { return Get(p_Note, true); }
   void SetNote(const String& note);
 
@@ -187,7 +188,7 @@ private:
   std::unique_ptr<LineAccount> m_Account; // of the line at hand
   String m_ErrorLine;
   timespec m_ErrorTime{};
-  String m_LastLine;
+  OutputTail m_Output;
   std::atomic<int> m_Interrupt{-1};
   std::atomic<int> m_Wake{-1}; // eventfd by which Interrupt reaches Execute
 };
