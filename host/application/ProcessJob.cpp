@@ -4,6 +4,7 @@
 #include "host/application/ExecutableSearch.h"
 #include "host/application/JobFactory.h"
 #include "host/application/NoteText.h"
+#include "host/application/RequiredTexts.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
 #include "host/foundation/Quoting.h"
@@ -268,6 +269,7 @@ bool ProcessJob::PrepareWork(ProcessStart& start) {
     BuildStart(start);
     RunTimeLimit();
     SilenceLimit();
+    Required();
     ready = ValidateResources();
   });
   if (ready && failure.empty()) {
@@ -300,6 +302,7 @@ void ProcessJob::OnProcessSpawned() {
 
 void ProcessJob::WorkLine(std::string_view line) {
   m_Line.assign(line);
+  m_HasOutput = true;
   if (m_WorthRepeating && ForbidsRepeating(line)) {
     m_WorthRepeating = false;
   }
@@ -307,6 +310,38 @@ void ProcessJob::WorkLine(std::string_view line) {
     *m_Account = LineAccount();
   }
   ProcessLine(m_Line);
+  const String* required = Required().See(line);
+  if (required != nullptr && m_Account != nullptr && m_Account->What == LineAccount::Fate::Ordinary) {
+    m_Account->What = LineAccount::Fate::Success;
+    m_Account->List = p_RequiredTexts;
+    m_Account->Text = *required;
+  }
+}
+
+RequiredTexts& ProcessJob::Required() {
+  if (m_RequiredTexts == nullptr) {
+    m_RequiredTexts = std::make_unique<RequiredTexts>(EffectiveTexts(p_RequiredTexts));
+  }
+  return *m_RequiredTexts;
+}
+
+bool ProcessJob::HasSuccessTexts() const {
+  return !GetParameterOrOption(p_SuccessTexts, true, true).empty();
+}
+
+// What the output of a work lacks that CheckResult had nothing against; empty
+// when it is all there. No line is no success line, whatever the class makes of
+// an output that it never saw.
+String ProcessJob::LackNote() {
+  if (!m_HasOutput && HasSuccessTexts()) {
+    return "Did not see a required success line: the program printed nothing";
+  }
+  const String* missing = Required().Missing();
+  if (missing == nullptr) {
+    return String::Null;
+  }
+  return "Did not see the required text \"" + NoteText(*missing) + "\"" +
+         (m_HasOutput ? LastLineText(m_Output) : ": the program printed nothing");
 }
 
 bool ProcessJob::ForbidsRepeating(std::string_view text) {
@@ -365,7 +400,8 @@ void ProcessJob::LookAtFiles(int result) {
 }
 
 bool ProcessJob::SuccessOutweighs(int exitCode, bool& looked) {
-  if (GetParameterOrOption(p_SuccessTexts, true, true).empty() || CheckResult(exitCode) != k_StatusFinished) {
+  const bool declared = HasSuccessTexts() ? CheckResult(exitCode) == k_StatusFinished : !Required().empty();
+  if (!declared || !LackNote().empty()) {
     return false;
   }
   m_GoodFiles = 0;
@@ -406,13 +442,16 @@ int ProcessJob::JudgeSignal(const ProcessExit& exit) {
 int ProcessJob::JudgeResult(const ProcessExit& exit) {
   m_DecidedBy = Rule::Result;
   Set(p_Note, String::Null); // so that a note of CheckResult's own is seen, and stays as it is
-  const int result = CheckResult(exit.Code);
+  int result = CheckResult(exit.Code);
   String note = Note();
+  if (result != k_StatusFinished && note.empty()) {
+    note = "Exit code " + std::to_string(exit.Code) + TellingLineText(m_Output);
+  } else if (result == k_StatusFinished) {
+    note = LackNote();
+    result = note.empty() ? result : k_StatusFailed;
+  }
   if (result != k_StatusFinished) {
     LookAtFiles(result);
-    if (note.empty()) {
-      note = "Exit code " + std::to_string(exit.Code) + TellingLineText(m_Output);
-    }
     return Fail(Rule::Result, note);
   }
   m_DecidedBy = Rule::Files;
