@@ -14,6 +14,7 @@ const char* const p_Environment = "Environment";
 const char* const p_Priority = "Priority";
 const char* const p_CPUs = "CPUs";
 const char* const p_SuccessExitCodes = "SuccessExitCodes";
+const char* const p_RequiredTexts = "RequiredTexts";
 const char* const p_RefusedInSceneName = "RefusedInSceneName";
 const char* const p_Retries = "Retries";
 const char* const p_RunTimeLimit = "RunTimeLimit";

@@ -17,6 +17,7 @@ extern const char* const p_Environment;
 extern const char* const p_Priority;
 extern const char* const p_CPUs;
 extern const char* const p_SuccessExitCodes;
+extern const char* const p_RequiredTexts;
 extern const char* const p_RefusedInSceneName;
 extern const char* const p_Retries;
 extern const char* const p_RunTimeLimit;

@@ -1,6 +1,7 @@
 #include "host/application/NameLetters.h"
 
 #include "host/application/Excerpt.h"
+#include "host/foundation/Characters.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/Format.h"
 
@@ -26,25 +27,6 @@ constexpr std::array<Kind, 3> k_Kinds = {{
 bool IsSign(char c) {
   return c > ' ' && c < '\x7F' && c != '/' && (c < '0' || c > '9') && (c < 'A' || c > 'Z') &&
          (c < 'a' || c > 'z');
-}
-
-// The bytes of the UTF-8 character there; 1 for a byte that begins none.
-std::size_t CharacterLength(std::string_view text, std::size_t place) {
-  const auto first = static_cast<unsigned char>(text[place]);
-  const std::size_t length = first >= 0xC2U && first < 0xE0U   ? 2
-                             : first >= 0xE0U && first < 0xF0U ? 3
-                             : first >= 0xF0U && first < 0xF5U ? 4
-                                                               : 1;
-  for (std::size_t i = 1; i < length; ++i) {
-    if (place + i >= text.size() || (static_cast<unsigned char>(text[place + i]) & 0xC0U) != 0x80U) {
-      return 1;
-    }
-  }
-  // Neither longer than it must be, nor half of a pair, nor beyond the last.
-  const auto second = static_cast<unsigned char>(length > 2 ? text[place + 1] : '\0');
-  const bool none = (first == 0xE0U && second < 0xA0U) || (first == 0xEDU && second > 0x9FU) ||
-                    (first == 0xF0U && second < 0x90U) || (first == 0xF4U && second > 0x8FU);
-  return none ? 1 : length;
 }
 
 } // namespace
@@ -81,7 +63,7 @@ NameLetters::NameLetters(const String& text, const String& where) {
 std::size_t NameLetters::FindIn(std::string_view name) const {
   for (std::size_t place = 0; place < name.size();) {
     const auto byte = static_cast<unsigned char>(name[place]);
-    const std::size_t length = byte < 0x80U ? 1 : CharacterLength(name, place);
+    const std::size_t length = byte < 0x80U ? 1 : Utf8Length(name, place);
     if (m_Bytes[byte] || (m_NonUTF8 && byte >= 0x80U && length == 1)) {
       return place;
     }
@@ -93,7 +75,7 @@ std::size_t NameLetters::FindIn(std::string_view name) const {
 String NameLetters::Describe(std::string_view name, std::size_t place) {
   const auto byte = static_cast<unsigned char>(name[place]);
   if (byte >= 0x80U) {
-    const std::size_t length = CharacterLength(name, place);
+    const std::size_t length = Utf8Length(name, place);
     return length == 1 ? SFormat("the byte \\x%02x, which is no letter of UTF-8", static_cast<int>(byte))
                        : "\"" + String(name.substr(place, length)) + "\", a letter beyond ASCII";
   }

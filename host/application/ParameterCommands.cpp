@@ -5,6 +5,7 @@
 #include "host/application/Job.h"
 #include "host/application/PlainPath.h"
 #include "host/application/SceneTranslation.h"
+#include "host/application/StringLiterals.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/Quoting.h"
 #include "host/foundation/Suggest.h"
@@ -156,6 +157,19 @@ String Enquote(const CommandCall& /*call*/, const String& value) {
 String Dequote(const CommandCall& /*call*/, const String& value) {
   return DequoteWord(value);
 }
+String PythonString(const CommandCall& /*call*/, const String& value) {
+  return PythonLiteral(value);
+}
+String LispString(const CommandCall& /*call*/, const String& value) {
+  return LispLiteral(value);
+}
+String JsonString(const CommandCall& call, const String& value) {
+  std::optional<String> literal = JsonLiteral(value);
+  if (!literal.has_value()) {
+    Refuse(call, "a text in UTF-8", value);
+  }
+  return std::move(*literal);
+}
 String Leaf(const CommandCall& /*call*/, const String& value) {
   return Path(value).Leaf(true);
 }
@@ -250,6 +264,9 @@ struct Action {
 constexpr Action k_Actions[] = {
     {{"Enquote", "", "one word of the command line, quoted where needed"}, Enquote, true},
     {{"Dequote", "", "undoes Enquote"}, Dequote, false},
+    {{"PythonString", "", "a string of Python, quotes included"}, PythonString, true},
+    {{"LispString", "", "a string of Lisp or Scheme, quotes included"}, LispString, true},
+    {{"JsonString", "", "a string of JSON, quotes included"}, JsonString, true},
     {{"Leaf", "", "the last component of a path"}, Leaf, false},
     {{"Branch", "", "the directory of a path"}, Branch, false},
     {{"Base", "", "the last component without its extension"}, Base, false},

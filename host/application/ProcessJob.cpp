@@ -4,6 +4,7 @@
 #include "host/application/ExecutableSearch.h"
 #include "host/application/JobFactory.h"
 #include "host/application/NoteText.h"
+#include "host/application/RequiredTexts.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
 #include "host/foundation/Quoting.h"
@@ -32,9 +33,6 @@
 
 namespace {
 
-// Lines may have a megabyte; this much is enough to show and to search in.
-constexpr std::size_t k_KeptLine = std::size_t{64} << 10;
-
 // Of the module's virtual types; the host knows it only by this name.
 constexpr const char* p_SuccessTexts = "SuccessTexts";
 
@@ -62,8 +60,14 @@ String SignalText(int signal) {
          (description == nullptr ? String::Null : String(" (") + description + ")");
 }
 
-String LastLineText(const String& line) {
-  return line.empty() ? String::Null : "; last line: " + NoteText(line);
+String LastLineText(const OutputTail& output) {
+  return output.Last().empty() ? String::Null : "; last line: " + NoteText(output.Last());
+}
+
+// What a program that failed by itself said of it.
+String TellingLineText(const OutputTail& output) {
+  const String line = output.Telling();
+  return line.empty() || line == output.Last() ? LastLineText(output) : "; it said: " + NoteText(line);
 }
 
 // "90", "1.5", "0.25"
@@ -265,6 +269,7 @@ bool ProcessJob::PrepareWork(ProcessStart& start) {
     BuildStart(start);
     RunTimeLimit();
     SilenceLimit();
+    Required();
     ready = ValidateResources();
   });
   if (ready && failure.empty()) {
@@ -297,6 +302,7 @@ void ProcessJob::OnProcessSpawned() {
 
 void ProcessJob::WorkLine(std::string_view line) {
   m_Line.assign(line);
+  m_HasOutput = true;
   if (m_WorthRepeating && ForbidsRepeating(line)) {
     m_WorthRepeating = false;
   }
@@ -304,6 +310,38 @@ void ProcessJob::WorkLine(std::string_view line) {
     *m_Account = LineAccount();
   }
   ProcessLine(m_Line);
+  const String* required = Required().See(line);
+  if (required != nullptr && m_Account != nullptr && m_Account->What == LineAccount::Fate::Ordinary) {
+    m_Account->What = LineAccount::Fate::Success;
+    m_Account->List = p_RequiredTexts;
+    m_Account->Text = *required;
+  }
+}
+
+RequiredTexts& ProcessJob::Required() {
+  if (m_RequiredTexts == nullptr) {
+    m_RequiredTexts = std::make_unique<RequiredTexts>(EffectiveTexts(p_RequiredTexts));
+  }
+  return *m_RequiredTexts;
+}
+
+bool ProcessJob::HasSuccessTexts() const {
+  return !GetParameterOrOption(p_SuccessTexts, true, true).empty();
+}
+
+// What the output of a work lacks that CheckResult had nothing against; empty
+// when it is all there. No line is no success line, whatever the class makes of
+// an output that it never saw.
+String ProcessJob::LackNote() {
+  if (!m_HasOutput && HasSuccessTexts()) {
+    return "Did not see a required success line: the program printed nothing";
+  }
+  const String* missing = Required().Missing();
+  if (missing == nullptr) {
+    return String::Null;
+  }
+  return "Did not see the required text \"" + NoteText(*missing) + "\"" +
+         (m_HasOutput ? LastLineText(m_Output) : ": the program printed nothing");
 }
 
 bool ProcessJob::ForbidsRepeating(std::string_view text) {
@@ -324,13 +362,13 @@ void ProcessJob::ProcessLine(const String& line) {
         GetParameterOrOption(p_ErrorDetectPosition, true, true).Bool());
   }
   if (line.find_first_not_of(" \t") != String::npos) {
-    m_LastLine.assign(line, 0, k_KeptLine);
+    m_Output.Add(line);
   }
   if (m_Account != nullptr) {
     AccountForError(line);
   }
   if (m_ErrorLine.empty() && m_ErrorTexts->IsError(line)) {
-    m_ErrorLine.assign(line, 0, k_KeptLine); // the first one is the cause of the others
+    m_ErrorLine.assign(line, 0, OutputTail::k_KeptLine); // the first one is the cause of the others
     clock_gettime(CLOCK_REALTIME, &m_ErrorTime);
   }
 }
@@ -362,7 +400,8 @@ void ProcessJob::LookAtFiles(int result) {
 }
 
 bool ProcessJob::SuccessOutweighs(int exitCode, bool& looked) {
-  if (GetParameterOrOption(p_SuccessTexts, true, true).empty() || CheckResult(exitCode) != k_StatusFinished) {
+  const bool declared = HasSuccessTexts() ? CheckResult(exitCode) == k_StatusFinished : !Required().empty();
+  if (!declared || !LackNote().empty()) {
     return false;
   }
   m_GoodFiles = 0;
@@ -397,19 +436,22 @@ int ProcessJob::JudgeSignal(const ProcessExit& exit) {
   if (!looked) {
     LookAtFiles(k_StatusFailed);
   }
-  return Fail(Rule::Signal, SignalText(exit.Signal) + LastLineText(m_LastLine));
+  return Fail(Rule::Signal, SignalText(exit.Signal) + LastLineText(m_Output));
 }
 
 int ProcessJob::JudgeResult(const ProcessExit& exit) {
   m_DecidedBy = Rule::Result;
   Set(p_Note, String::Null); // so that a note of CheckResult's own is seen, and stays as it is
-  const int result = CheckResult(exit.Code);
+  int result = CheckResult(exit.Code);
   String note = Note();
+  if (result != k_StatusFinished && note.empty()) {
+    note = "Exit code " + std::to_string(exit.Code) + TellingLineText(m_Output);
+  } else if (result == k_StatusFinished) {
+    note = LackNote();
+    result = note.empty() ? result : k_StatusFailed;
+  }
   if (result != k_StatusFinished) {
     LookAtFiles(result);
-    if (note.empty()) {
-      note = "Exit code " + std::to_string(exit.Code) + LastLineText(m_LastLine);
-    }
     return Fail(Rule::Result, note);
   }
   m_DecidedBy = Rule::Files;

@@ -2,6 +2,7 @@
 
 #include "host/application/Job.h"
 #include "host/application/LineAccount.h"
+#include "host/application/OutputTail.h"
 #include "host/foundation/Process.h"
 
 #include <atomic>
@@ -12,6 +13,7 @@
 #include <vector>
 
 class ErrorTexts;
+class RequiredTexts;
 
 /// A job whose works are runs of an external program.
 ///
@@ -104,9 +106,11 @@ public:
   bool IsWorthRepeating() const { return m_WorthRepeating; }
 
   /// Judges the work by, in this order: an end from outside; an error line;
-  /// death by a signal (unless a declared success text was seen and every
-  /// file is good); CheckResult; CheckFiles. Sets status and note; the note
-  /// says which one spoke and quotes the deciding line. Returns the status.
+  /// death by a signal (unless the declared success texts and required texts
+  /// were seen and every file is good); CheckResult, and what the output lacks:
+  /// a text of "RequiredTexts", or any line at all where success texts are
+  /// declared; CheckFiles. Sets status and note; the note says which one spoke
+  /// and quotes the deciding line. Returns the status.
   /// CheckFiles is called whatever the verdict, so that what is good is known;
   /// it makes no bad verdict good and alters none's note.
   int FinishWork(const ProcessExit& exit, Ended ended = Ended::ByItself);
@@ -126,7 +130,7 @@ public:
   /// When it came: no file that was written before has a later stamp.
   const timespec& ErrorTime() const { return m_ErrorTime; }
   /// The last ordinary line with any text: what a program that died said last.
-  const String& LastLine() const { return m_LastLine; }
+  const String& LastLine() const { return m_Output.Last(); }
   String Note() const { return Get(p_Note, true); }
   void SetNote(const String& note);
 
@@ -167,6 +171,9 @@ private:
   void LookAtFiles(int result);
   int Fail(Rule rule, const String& note);
   bool ForbidsRepeating(std::string_view text);
+  RequiredTexts& Required();
+  bool HasSuccessTexts() const;
+  String LackNote();
   void AccountForError(const String& line);
   int SucceedWork(const String& note);
   int RunWork();
@@ -187,7 +194,9 @@ private:
   std::unique_ptr<LineAccount> m_Account; // of the line at hand
   String m_ErrorLine;
   timespec m_ErrorTime{};
-  String m_LastLine;
+  OutputTail m_Output;
+  bool m_HasOutput = false;                       // any line at all
+  std::unique_ptr<RequiredTexts> m_RequiredTexts; // built with the first line
   std::atomic<int> m_Interrupt{-1};
   std::atomic<int> m_Wake{-1}; // eventfd by which Interrupt reaches Execute
 };

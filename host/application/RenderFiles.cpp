@@ -55,6 +55,11 @@ std::int64_t Nanoseconds(const timespec& time) {
   return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
 }
 
+// The system would take what stands before a zero byte for the whole name.
+bool CanBeAName(const Path& file) {
+  return file.Text().find('\0') == String::npos;
+}
+
 String WholeName(const Path& file) {
   return NoteText(file.Text(), file.Text().size());
 }
@@ -283,7 +288,7 @@ void RenderJob::LookAt(WorkFile& file) {
     }
   }
   struct stat status {};
-  if (stat(file.File.c_str(), &status) == 0) {
+  if (CanBeAName(file.File) && stat(file.File.c_str(), &status) == 0) {
     file.Size = status.st_size;
     file.Modified = Nanoseconds(status.st_mtim);
   }
@@ -419,7 +424,9 @@ int RenderJob::DoCheckFile(const Path& file, int result) {
   }
   struct stat status {};
   String problem;
-  if (stat(file.c_str(), &status) != 0) {
+  if (!CanBeAName(file)) {
+    problem = "No file's name has a zero byte";
+  } else if (stat(file.c_str(), &status) != 0) {
     const int error = errno;
     problem = error == ENOENT || error == ENOTDIR
                   ? String("Missing file")

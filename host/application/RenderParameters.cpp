@@ -108,6 +108,11 @@ const std::vector<Description>& Descriptions() {
        "The exit codes by which the program says that all went well: numbers and ranges, as in 0,2-4. Not "
        "looked at "
        "where the type declares success texts."},
+      {p_RequiredTexts, Info::k_List, k_Tunable | Info::k_Advanced, "Required texts", "", k_None, k_None,
+       "Each of these texts must stand somewhere in a line of output, or the work has failed: \"frame "
+       "$(SubRange.End)\" for a program that ends well though it was stopped half-way. Separate several with "
+       "a "
+       "semicolon. The case of letters does not matter."},
       {p_RefusedInSceneName, Info::k_Text, k_Tunable | Info::k_Advanced, "Refused in scene names", "", k_None,
        k_None,
        "Letters that the program does not take in the name of a scene file; such a file is refused before "

@@ -26,6 +26,25 @@ inline bool IsContinuation(char c) {
   return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
 }
 
+/// The bytes of the UTF-8 character there; 1 for a byte that begins none.
+inline std::size_t Utf8Length(std::string_view text, std::size_t place) {
+  const auto first = static_cast<unsigned char>(text[place]);
+  const std::size_t length = first >= 0xC2U && first < 0xE0U   ? 2
+                             : first >= 0xE0U && first < 0xF0U ? 3
+                             : first >= 0xF0U && first < 0xF5U ? 4
+                                                               : 1;
+  for (std::size_t i = 1; i < length; ++i) {
+    if (place + i >= text.size() || !IsContinuation(text[place + i])) {
+      return 1;
+    }
+  }
+  // Neither longer than it must be, nor half of a pair, nor beyond the last.
+  const auto second = static_cast<unsigned char>(length > 2 ? text[place + 1] : '\0');
+  const bool none = (first == 0xE0U && second < 0xA0U) || (first == 0xEDU && second > 0x9FU) ||
+                    (first == 0xF0U && second < 0x90U) || (first == 0xF4U && second > 0x8FU);
+  return none ? 1 : length;
+}
+
 /// Appends a byte as two lower-case hexadecimal digits.
 inline void AppendHex(std::string& text, char byte) {
   static constexpr std::string_view k_Digits = "0123456789abcdef";

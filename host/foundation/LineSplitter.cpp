@@ -9,8 +9,8 @@
 
 // A render writes gigabytes of progress lines, so a line must cost little more
 // than looking at its bytes once. The scan below marks, 64 bytes at a time, the
-// three bytes that mean something (line feed, carriage return, escape) and the
-// code visits only the marks. A line that lies within one block is delivered
+// four bytes that mean something (line feed, carriage return, backspace, escape)
+// and the code visits only the marks. A line that lies within one block is delivered
 // where it stands; only one that spans blocks is copied. Because the scan sees
 // escapes anyway, lines without one never pay for the removal of sequences.
 
@@ -18,11 +18,18 @@ namespace {
 
 constexpr char k_Escape = '\x1b';
 constexpr char k_Bell = '\a';
+constexpr char k_Backspace = '\b';
+constexpr std::string_view k_ByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::size_t k_BlockSize = 64;
 
-// Bit i is set where byte i of the 64 is a line feed, carriage return or escape.
+// A line feed and a backspace differ in one bit, which is left out of both.
+static_assert((k_Backspace ^ '\n') == 2);
+
+// Bit i is set where byte i of the 64 is a line feed, backspace, carriage return
+// or escape.
 std::uint64_t MarkBlock(const char* block) {
-  const __m128i lineFeed = _mm_set1_epi8('\n');
+  const __m128i allButOne = _mm_set1_epi8(~2);
+  const __m128i backspace = _mm_set1_epi8(k_Backspace);
   const __m128i carriageReturn = _mm_set1_epi8('\r');
   const __m128i escape = _mm_set1_epi8(k_Escape);
   std::uint64_t marks = 0;
@@ -30,7 +37,8 @@ std::uint64_t MarkBlock(const char* block) {
     __m128i bytes;
     std::memcpy(&bytes, block + std::size_t{16} * part, sizeof(bytes));
     const __m128i found =
-        _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(bytes, lineFeed), _mm_cmpeq_epi8(bytes, carriageReturn)),
+        _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(_mm_and_si128(bytes, allButOne), backspace),
+                                  _mm_cmpeq_epi8(bytes, carriageReturn)),
                      _mm_cmpeq_epi8(bytes, escape));
     marks |= std::uint64_t{static_cast<std::uint32_t>(_mm_movemask_epi8(found))} << (16 * part);
   }
@@ -111,6 +119,14 @@ void LineSplitter::Feed(std::string_view bytes) {
         m_Escape = true;
         continue;
       }
+      if (bytes[mark] == k_Backspace) {
+        if (mark > line || !m_Partial.empty()) {
+          Extend(bytes.substr(line, mark - line), true);
+        }
+        m_SkipNewline = false;
+        line = mark + 1;
+        continue;
+      }
       const bool secondHalf = m_SkipNewline && bytes[mark] == '\n' && mark == line && m_Partial.empty();
       if (!secondHalf) {
         Extend(bytes.substr(line, mark - line), true);
@@ -162,6 +178,9 @@ void LineSplitter::Deliver(std::string_view line) {
     m_Clean.clear();
     AppendWithoutSequences(m_Clean, line);
     line = m_Clean;
+  }
+  if (line.starts_with(k_ByteOrderMark)) {
+    line.remove_prefix(k_ByteOrderMark.size());
   }
   m_Receiver(line);
 }

@@ -8,11 +8,12 @@
 /// Cuts the output of a program into the lines that a job judges.
 ///
 /// Lines end at "\n", "\r\n" or a lone "\r" (progress lines of real programs).
+/// Backspaces end one as well, where there is one to end: a progress bar that
+/// goes back writes anew, and what it wrote before was said all the same.
 /// A line is delivered as soon as its end is seen. Terminal colour, cursor and
-/// title sequences are removed. A line longer than the limit is delivered in
-/// pieces of that size (counted with the sequences), so memory stays bounded
-/// whatever a program prints. Finish delivers a partial last line and makes the
-/// splitter ready for another program.
+/// title sequences are removed, and a UTF-8 byte order mark before the line. A line longer than the limit is
+/// delivered in pieces of that size (counted with the sequences), so memory stays bounded whatever a program
+/// prints. Finish delivers a partial last line and makes the splitter ready for another program.
 class LineSplitter {
 public:
   static constexpr std::size_t k_LineLimit = std::size_t{1} << 20;

@@ -28,7 +28,8 @@ export LIST
 run 0 new "Draw It" --program "../my programs/draw it" --scene '-i SCENE' --output '-o OUTPUT' \
   --extension txt --error 'oh no:'
 out_is <<'END'
-type  TMP/home/data/trovik/modules/draw-it.tvx
+type   TMP/home/data/trovik/modules/draw-it.tvx
+files  $(OutputFolder)/$(ActualScene.Base).txt
 Next: trovik check TMP/home/data/trovik/modules/draw-it.tvx
       trovik run draw-it SCENE --dry-run
 END

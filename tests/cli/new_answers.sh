@@ -6,7 +6,8 @@ own=$HOME/data/trovik/modules
 # Without a terminal nothing is asked.
 run 0 new Étude
 out_is <<'END'
-type  TMP/home/data/trovik/modules/Étude.tvx
+type   TMP/home/data/trovik/modules/Étude.tvx
+files  $(OutputFolder)/$(ActualScene.Base).png
 Next: trovik check "TMP/home/data/trovik/modules/Étude.tvx"
       trovik run "Étude" SCENE --dry-run --module-path TMP/home/data/trovik/modules:
 END
@@ -35,7 +36,8 @@ run 0 new Trace.tvx -o types
 [ -f types/trace.tvx ] || fail "no types/trace.tvx"
 run 0 new Trace -o types/new/other.TVX --module-path "$TMP/modules"
 out_is <<'END'
-type  TMP/work/types/new/other.TVX
+type   TMP/work/types/new/other.TVX
+files  $(OutputFolder)/$(ActualScene.Base).png
 Next: trovik check TMP/work/types/new/other.TVX
       trovik run Trace SCENE --dry-run --module-path TMP/work/types/new:
 END
@@ -126,7 +128,8 @@ such as saved: (empty if it does not)
 How does a line begin that tells an error, such as error: (empty for none)
 > 
 How does the line begin that it always prints when all went well (empty for none)
-> type  TMP/work/asked.tvx
+> type   TMP/work/asked.tvx
+files  those that the program names behind "saved:"
 Next: trovik check TMP/work/asked.tvx
       trovik run Asked SCENE --dry-run --module-path TMP/work:
 END

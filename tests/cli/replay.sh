@@ -104,14 +104,14 @@ run 1 replay paint holes.log --range 1-4
 out_has "note     No file for frames 2,4"
 run 0 replay paint holes.log
 
-# An empty log.
+# An empty log has no success text either.
 : >empty.log
 run 1 replay paint empty.log
 out_is <<'END'
 log      empty.log  0 lines
 ended    with exit code 0; --exit tells another end
-verdict  bad for Paint, by the check of its files
-note     No program output named an image
+verdict  bad for Paint, by the lack of a success text
+note     Did not see a required success line: the program printed nothing
 END
 
 # A success text that did not come, and an exit code.
@@ -125,6 +125,35 @@ printf 'error: \033[31mred\007 %01000d\n' 7 >odd.log
 run 1 replay paint odd.log
 "$HELPER" width 430 <"$TMP/out" || fail "a long line is not cut"
 out_has 'error: red\x07 0000'
+
+# Texts that are required may name the last frame, and stand anywhere.
+type_file movie <<'END'
+[Module]
+ID=22222222-2222-3333-4444-666666666666
+Name=Movie
+[OverrideDefaults]
+RequiredTexts=frame $(SubRange.End); CLOSED
+END
+printf '12:01 frame 30\r12:02 frame 300\nfile closed\n' >whole.log
+run 0 replay movie whole.log --range 1-300
+out_is <<'END'
+   ...
+     2  success        12:02 frame 300
+                       RequiredTexts "frame 300"
+     3  success        file closed
+                       RequiredTexts "CLOSED"
+
+log      whole.log  3 lines: 2 success
+ended    with exit code 0; --exit tells another end
+verdict  good for Movie, frames 1-300, by a success text (line 3)
+END
+printf '12:01 frame 30\nInvalid option "x"\nclosed\nusage\n' >half.log
+run 1 replay movie half.log --range 1-300
+out_has 'note     Did not see the required text "frame 300"; last line: usage'
+run 1 replay movie half.log --range 1-30 --exit 2
+out_has 'note     Exit code 2; it said: Invalid option "x"'
+run 1 replay movie empty.log --range 1-30
+out_has 'note     Did not see the required text "frame 30": the program printed nothing'
 
 # Without success texts the exit code judges.
 type_file plain <<'END'

@@ -5,56 +5,23 @@
 // split is then tried with a real job of the type.
 
 #include "host/application/Excerpt.h"
-#include "host/application/ProcessJob.h"
+#include "host/application/ExecutableSearch.h"
+#include "host/application/RenderJob.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/Quoting.h"
 #include "trovik/check/References.h"
+#include "trovik/check/ValueKinds.h"
 #include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 
 namespace trovik {
 namespace {
 
-bool isOneOf(const String& name, std::initializer_list<const char*> names) {
-  return std::any_of(names.begin(), names.end(),
-                     [&name](const char* known) { return String::EqualNoCase(name, known); });
-}
-
 bool isTrue(const TypeCheck& check, const char* parameter) {
   return check.effective(parameter).Bool();
-}
-
-/// What a reference's value may hold.
-enum class Value {
-  Plain, ///< a number, a frame range, one of the type's own words
-  Path,
-  Text,
-  Scenes, ///< the scene files of a work
-};
-
-Value answerOf(const TypeCheck& check, const Reference& reference) {
-  const String& name = reference.Name;
-  if (String::EqualNoCase(name, "ActualScene")) {
-    return Value::Scenes;
-  }
-  const ParameterInfo* parameter = check.info->GetParam(name);
-  if (parameter == nullptr ||
-      isOneOf(name, {"ErrorDetectPosition", "SuccessExitCodes", "RefusedInSceneName"})) {
-    return Value::Plain;
-  }
-  switch (parameter->Type()) {
-  case ParameterInfo::k_File:
-  case ParameterInfo::k_Folder:
-    return Value::Path;
-  case ParameterInfo::k_Text:
-  case ParameterInfo::k_Multiline:
-  case ParameterInfo::k_List:
-    return Value::Text;
-  default:
-    return Value::Plain;
-  }
 }
 
 /// A text that users write as arguments on purpose: what the type says of it
@@ -139,11 +106,11 @@ private:
   }
 
   void one(const Reference& reference) {
-    const Value value = answerOf(check_, reference);
+    const ValueKind value = kindOf(check_, reference.Name);
     bool quotedHere = false;
     for (const CommandCall& call : reference.Calls) {
       const String name(call.Command->Name);
-      if (isOneOf(name, {"If", "Start", "End", "Count", "Add", "Pad", "Extension"})) {
+      if (givesPlain(call)) {
         return; // a number, or words that the author chose
       }
       if (isOneOf(name, {"Leaf", "Branch", "Base", "TranslateToLocal", "TranslateContents", "PlainPath"}) &&
@@ -156,7 +123,7 @@ private:
       quotedHere =
           isOneOf(name, {"Enquote", "Option", "Each"}) || (quotedHere && !isOneOf(name, {"Dequote"}));
     }
-    if (value == Value::Plain) {
+    if (value == ValueKind::Plain) {
       return;
     }
     if (isEscaped(reference)) {
@@ -165,7 +132,7 @@ private:
                          "leave it out; a plain \"$(\" is written \"$$(\"");
       return;
     }
-    if (value == Value::Scenes) {
+    if (value == ValueKind::Scenes) {
       scenes(reference, quotedHere);
       return;
     }
@@ -180,13 +147,13 @@ private:
           "quoted-by-hand", span(reference),
           "a quote or a backslash in the value of " + quotedText(reference.Name) + " breaks these quotes",
           "write " + written(reference, chainOf(reference) + ".Enquote") + " without quotes around it");
-    } else if (!quotedHere && !(standsAlone(reference) && value == Value::Text && reference.Calls.empty() &&
-                                isForArguments(check_, reference.Name))) {
+    } else if (!quotedHere && !(standsAlone(reference) && value == ValueKind::Text &&
+                                reference.Calls.empty() && isForArguments(check_, reference.Name))) {
       unquoted(reference, value);
     }
   }
 
-  void unquoted(const Reference& reference, Value value) {
+  void unquoted(const Reference& reference, ValueKind value) {
     const ParameterInfo* parameter = check_.info->GetParam(reference.Name);
     std::string hint = "write " + written(reference, chainOf(reference) + ".Enquote");
     // Enquote would make an empty argument of nothing.
@@ -201,7 +168,7 @@ private:
              ", which quotes, and gives nothing where the value is empty";
     }
     check_.out.warning("unquoted", span(reference),
-                       String(value == Value::Path ? "a name" : "a text") +
+                       String(value == ValueKind::Path ? "a name" : "a text") +
                            " with a blank or a quote in it becomes several arguments here",
                        hint);
   }
@@ -275,6 +242,130 @@ void checkSequence(const TypeCheck& check, const PlacedText& command) {
   }
 }
 
+/// The names that a command line depends on: those in it, in the type's own
+/// parameters that it names, in the environment and the start directory. The
+/// output folder's default names the scene in most types, and says nothing.
+std::set<std::string> namesOfWork(const TypeCheck& check, const String& command) {
+  std::set<std::string> names;
+  std::vector<String> open = {command, check.effective(p_Environment), check.effective(p_StartDirectory)};
+  while (!open.empty()) {
+    const String text = open.back();
+    open.pop_back();
+    for (const Reference& reference : referencesIn(text)) {
+      if (names.insert(lowered(reference.Name)).second &&
+          !String::EqualNoCase(reference.Name, p_OutputFolder)) {
+        open.push_back(check.effective(reference.Name));
+      }
+    }
+  }
+  return names;
+}
+
+bool isSettable(const TypeCheck& check, const char* parameter) {
+  const ParameterInfo* info = check.info->GetParam(parameter);
+  return info != nullptr && (info->Flags & ParameterInfo::k_ReadOnly) == 0;
+}
+
+/// A command line that is the same for all scenes, or for all frames. A name that
+/// is mistyped may have been the one that is missed.
+void checkSameForAll(const TypeCheck& check, const PlacedText& command) {
+  if (check.out.errors() > 0) {
+    return;
+  }
+  const std::set<std::string> names = namesOfWork(check, String(command.text));
+  const auto hasAny = [&names](std::initializer_list<const char*> some) {
+    return std::any_of(some.begin(), some.end(), [&names](const char* name) { return names.contains(name); });
+  };
+  if (isSettable(check, p_Scene) && !hasAny({"scene", "actualscene", "scenenameformat", "name"})) {
+    check.out.warning("no-scene", command.span, "the program is never told the scene that users pick",
+                      "write $(ActualScene) or $(Scene.Enquote), or Scene=OfJob, ReadOnly, Literal in "
+                      "[OverrideFlags] if it reads none");
+  }
+  const String packet = check.effective(p_PacketSize);
+  if (std::atoi(packet.c_str()) > 1 && isSettable(check, p_Range) &&
+      !hasAny({"frame", "subrange", "actualsubrange", "range", "actualscene", "scenenameformat"})) {
+    check.out.warning(
+        "no-frame", command.span,
+        "the program is never told the frames, so each work of " + std::to_string(std::atoi(packet.c_str())) +
+            " renders the same",
+        "write $(SubRange.Start) and $(SubRange.End), or Range=OfJob, ReadOnly in [OverrideFlags] "
+        "if it knows none");
+  }
+}
+
+constexpr const char* trialScene = "/shots/a/scene_0001.ext";
+
+/// The file that an argument may name, with "%04d" and "####" as frame 1: all of
+/// it, or what is behind its "=".
+Path fileIn(const String& word, const Path& start) {
+  String name;
+  for (std::size_t i = word.find('=') + 1; i < word.size();) {
+    std::size_t end = i;
+    std::size_t digits = 0;
+    if (word[i] == '#') {
+      end = std::min(word.find_first_not_of('#', i), word.size());
+      digits = end - i;
+    } else if (word[i] == '%') {
+      const std::size_t last = std::min(word.find_first_not_of("0123456789", i + 1), word.size());
+      digits = static_cast<std::size_t>(std::max(1, std::atoi(word.c_str() + i + 1)));
+      end = last < word.size() && word[last] == 'd' && digits < 10 ? last + 1 : i;
+    }
+    if (end == i) {
+      name.push_back(word[i++]);
+    } else {
+      name += String(digits - 1, '0') + "1";
+      i = end;
+    }
+  }
+  return MakeAbsolute(Path(name), start);
+}
+
+/// Expected files beside what the command line names: the same name in another
+/// folder, or with another extension. `words` is that of frame 1.
+void checkOtherFiles(const TypeCheck& check, RenderJob& job, const std::vector<String>& words) {
+  const std::optional<PlacedText> list = check.defaultOf(p_ExpectedFiles);
+  if (!list) {
+    return;
+  }
+  const std::vector<PlacedText> pieces = piecesOf(*list, ';');
+  const std::vector<Path> expected = job.ExpectedFiles();
+  constexpr std::size_t filesLimit = 300; // each is compared with each
+  if (pieces.size() != expected.size() || expected.size() > filesLimit) {
+    return;
+  }
+  const Path start = job.DetermineStartDirectory();
+  std::vector<Path> named;
+  for (std::size_t i = 0; i < std::min(words.size(), filesLimit); ++i) {
+    if (const Path file = fileIn(words[i], start); file.Text() != trialScene) {
+      named.push_back(file);
+    }
+  }
+  for (std::size_t i = 0; i < expected.size(); ++i) {
+    const String branch = expected[i].Branch(false, true);
+    const auto isSame = [&](const Path& file) {
+      return file == expected[i] ||
+             (file.Branch(false, true) == branch && file.Leaf(true) == expected[i].Leaf(false));
+    };
+    if (std::any_of(named.begin(), named.end(), isSame)) {
+      continue;
+    }
+    for (const Path& file : named) {
+      const bool folder = file.Leaf(true) == expected[i].Leaf(true);
+      const bool extension = file.Leaf(false) == expected[i].Leaf(false) &&
+                             file.Branch(false, true) == branch && !file.Extension().empty() &&
+                             branch != Path(trialScene).Branch(false, true);
+      if (folder || extension) {
+        check.out.warning("other-file", pieces[i].span,
+                          "the command line names " + quotedText(file.Text()) + ", and " +
+                              quotedText(expected[i].Text()) + " is expected: another " +
+                              (folder ? "folder" : "extension"),
+                          "write both alike");
+        break;
+      }
+    }
+  }
+}
+
 /// The last word: a job of the type, with a scene of an ordinary name.
 void tryJob(const TypeCheck& check, const Span& span) {
   auto* job = dynamic_cast<ProcessJob*>(check.job);
@@ -283,10 +374,16 @@ void tryJob(const TypeCheck& check, const Span& span) {
   }
   try {
     Path executable;
-    job->SetParameter("Scene", "/shots/a/scene_0001.ext");
-    job->SetParameter("Name", "scene");
-    job->SetParameter("SubRange", "1-2");
-    SplitCommandLine(job->FormatStringWithParameters(job->CreateCommandLine(executable)));
+    const auto words = [&](const char* frames) {
+      job->SetParameter(p_SubRange, frames);
+      return SplitCommandLine(job->FormatStringWithParameters(job->CreateCommandLine(executable)));
+    };
+    job->SetParameter(p_Scene, trialScene);
+    job->SetParameter(p_Name, "scene");
+    words("1-2");
+    if (auto* render = dynamic_cast<RenderJob*>(job); render != nullptr) {
+      checkOtherFiles(check, *render, words("1-1"));
+    }
   } catch (Exception* exception) {
     const int code = exception->Code();
     const auto [fact, hint] = factAndHint(takeText(exception));
@@ -313,6 +410,7 @@ void checkCommandLines(const TypeCheck& check) {
   CommandLine(check, *command).run();
   checkSequence(check, *command);
   tryJob(check, command->span);
+  checkSameForAll(check, *command);
 }
 
 } // namespace trovik

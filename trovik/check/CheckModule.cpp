@@ -12,28 +12,6 @@
 namespace trovik {
 namespace {
 
-const std::vector<String>& moduleKeys() {
-  static const std::vector<String> keys = {"ID",
-                                           "Name",
-                                           "Shortcut",
-                                           "Help",
-                                           "Details",
-                                           "Command",
-                                           "ImageStartText",
-                                           "ImageEndText",
-                                           "ImageNotEndText",
-                                           "DefaultEnabled",
-                                           "CheckForMultipleFiles",
-                                           "SceneNumberLength",
-                                           "ErrorDetectPosition"};
-  return keys;
-}
-
-const std::vector<String>& searchKeys() {
-  static const std::vector<String> keys = {"LinuxRoots", "LinuxBases", "LinuxExe"};
-  return keys;
-}
-
 bool holds(const std::vector<String>& names, std::string_view name) {
   return std::any_of(names.begin(), names.end(),
                      [name](const String& known) { return String::EqualNoCase(known, name); });
@@ -82,7 +60,12 @@ void checkKeys(const TypeCheck& check, const char* section, const std::vector<St
     if (check.out.full()) {
       return;
     }
-    if (!holds(known, entry.Key)) {
+    const std::string home = homeOfKey(check, String(entry.Key));
+    if (!holds(known, entry.Key) && !home.empty()) {
+      check.out.error("misplaced-key", keyOf(entry).span,
+                      quotedText(entry.Key) + " sets nothing in the section [" + std::string(section) + "]",
+                      "write it in [" + home + "]");
+    } else if (!holds(known, entry.Key)) {
       unknown(check, "unknown-key", keyOf(entry).span,
               "unknown key " + quotedText(entry.Key) + " in the section [" + std::string(section) + "]",
               didYouMean(entry.Key, known), "it is passed over; take it out");
@@ -137,19 +120,24 @@ void checkQuotes(const TypeCheck& check) {
     const std::string_view value = entry.Value;
     if (value.size() > 1 && value.front() == '"' && value.back() == '"' &&
         value.substr(1, value.size() - 2).find('"') == std::string_view::npos) {
-      check.out.warning("quoted-value", valueOf(entry).span, "the quotes are part of this " + what,
-                        "leave them out");
+      check.out.warning("quoted-value", valueOf(entry).span, what, "leave them out");
     }
   };
   IniFile::EntryView entry;
   for (const char* key : {"Name", "Help", "Details"}) {
     if (check.source.ini().FindEntry("Module", key, entry)) {
-      tell(entry, String(key).Lower());
+      tell(entry, "the quotes are part of this " + String(key).Lower());
+    }
+  }
+  for (const IniFile::EntryView& text : check.source.ini().Entries("SuccessText")) {
+    // Else they keep blanks at the ends of the text.
+    if (text.Value.size() > 2 && text.Value[1] != ' ' && text.Value[text.Value.size() - 2] != ' ') {
+      tell(text, "a success text is compared without its quotes, an error text with them");
     }
   }
   for (const char* section : {"ErrorText", "ErrorIgnore"}) {
     for (const IniFile::EntryView& text : check.source.ini().Entries(section)) {
-      tell(text, "text, and of the line that it is looked for in");
+      tell(text, "the quotes are part of this text, and of the line that it is looked for in");
     }
   }
 }

@@ -6,6 +6,7 @@
 #include "host/foundation/Exception.h"
 #include "host/foundation/StringTokenizer.h"
 #include "trovik/check/TypeCheck.h"
+#include "trovik/check/ValueKinds.h"
 #include "trovik/text/UsageError.h"
 
 #include <algorithm>
@@ -30,9 +31,12 @@ const ParameterInfo* namedParameter(const TypeCheck& check, const PlacedText& na
   const ParameterInfo* parameter = check.info->GetParam(String(name.text));
   if (parameter == nullptr) {
     const std::string near = didYouMean(name.text, parameterNames(check));
+    const std::string home = homeOfKey(check, String(name.text));
     check.out.error("unknown-parameter", name.span,
                     "the type has no parameter " + quotedText(name.text) + ", so this " + passedOver,
-                    near.empty() ? "\"trovik type\" lists what a type has" : near);
+                    !home.empty()  ? "write it in [" + home + "]"
+                    : near.empty() ? "\"trovik type\" lists what a type has"
+                                   : near);
   }
   return parameter;
 }
@@ -57,6 +61,17 @@ void checkDefault(const TypeCheck& check, const ParameterInfo& parameter, const 
     } catch (Exception* exception) {
       refuse(takeText(exception));
     }
+  }
+  if (String::EqualNoCase(parameter.Name, p_ErrorDetectPosition) &&
+      value.text.find("$(") == std::string::npos &&
+      !ParameterInfo(ParameterInfo::k_Boolean).Accepts(String(value.text), why)) {
+    check.out.warning("bad-boolean", value.span,
+                      quotedText(value.text) + " is neither yes nor no, and is read as no",
+                      "write 1 for error texts that count anywhere in a line, 0 for its start");
+  }
+  if (isOneOf(parameter.Name, {"CheckForMultipleFiles", "SceneNumberLength"})) {
+    check.out.warning("no-effect", value.span, "detection does not ask this parameter",
+                      "write " + Shown(parameter.Name) + "=" + Shown(String(value.text)) + " in [Module]");
   }
   if (String::EqualNoCase(parameter.Name, "HideSubrange") && String(value.text).Bool()) {
     check.out.warning("deprecated", value.span, "HideSubrange should not be used any more",

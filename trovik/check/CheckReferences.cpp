@@ -5,6 +5,7 @@
 #include "trovik/text/UsageError.h"
 
 #include <algorithm>
+#include <array>
 
 namespace trovik {
 
@@ -82,6 +83,45 @@ void tellOtherLanguages(const TypeCheck& check, const PlacedText& text) {
   }
 }
 
+/// How other programs write what is put in.
+struct OtherForm {
+  std::string_view open;
+  char close;
+};
+constexpr std::array<OtherForm, 6> otherForms = {
+    {{"%(", ')'}, {"$[", ']'}, {"{", '}'}, {"<", '>'}, {"%", '%'}, {"@", '@'}}};
+
+/// "%(Frame)", "{SubRange.Start}", "<Scene>" and the like.
+void tellOtherForms(const TypeCheck& check, const PlacedText& text,
+                    const std::vector<Reference>& references) {
+  std::string masked = text.text;
+  for (const Reference& reference : references) {
+    std::fill(masked.begin() + static_cast<std::ptrdiff_t>(reference.Begin),
+              masked.begin() + static_cast<std::ptrdiff_t>(reference.End), ' ');
+  }
+  for (const OtherForm& form : otherForms) {
+    for (std::size_t at = masked.find(form.open); at != std::string::npos;
+         at = masked.find(form.open, at + 1)) {
+      const std::size_t begin = at + form.open.size();
+      constexpr std::size_t longest = 100; // no name is longer
+      const std::size_t length = std::string_view(masked).substr(begin, longest).find(form.close);
+      const std::size_t end = length == std::string::npos ? length : begin + length;
+      const bool braces = form.open == "{" && at > 0 && masked[at - 1] == '$'; // told already
+      if (end == std::string::npos || braces) {
+        continue;
+      }
+      const String inside(masked.substr(begin, end - begin));
+      const String name(inside.substr(0, inside.find('.')));
+      if (!name.empty() && check.isAnswered(name)) {
+        check.out.warning("no-reference", within(text, at, end + 1),
+                          quotedText(masked.substr(at, end + 1 - at)) +
+                              " is no reference, and stays as it is",
+                          "write $(" + Shown(inside) + ")");
+      }
+    }
+  }
+}
+
 /// One text; `place` is where it stands in the file.
 void checkText(const TypeCheck& check, const PlacedText& text) {
   const String all(text.text);
@@ -110,6 +150,7 @@ void checkText(const TypeCheck& check, const PlacedText& text) {
     }
   }
   tellOtherLanguages(check, text);
+  tellOtherForms(check, text, references);
 }
 
 /// Searches circles among the defaults, depth first.
@@ -161,7 +202,8 @@ bool isExpanded(const ParameterInfo& parameter) {
 
 bool isJudgingText(const String& name) {
   static const std::vector<String> names = {"ImageStartText", "ImageEndText", "ImageNotEndText",
-                                            "SuccessTexts"};
+                                            "SuccessTexts",   p_ErrorStarts,  p_ErrorIgnores,
+                                            p_NoRetryTexts};
   return std::any_of(names.begin(), names.end(),
                      [&name](const String& known) { return String::EqualNoCase(known, name); });
 }

@@ -67,6 +67,39 @@ const std::vector<String>& fixedSections() {
   return names;
 }
 
+const std::vector<String>& moduleKeys() {
+  static const std::vector<String> keys = {"ID",
+                                           "Name",
+                                           "Shortcut",
+                                           "Help",
+                                           "Details",
+                                           "Command",
+                                           "ImageStartText",
+                                           "ImageEndText",
+                                           "ImageNotEndText",
+                                           "DefaultEnabled",
+                                           "CheckForMultipleFiles",
+                                           "SceneNumberLength",
+                                           "ErrorDetectPosition"};
+  return keys;
+}
+
+const std::vector<String>& searchKeys() {
+  static const std::vector<String> keys = {"LinuxRoots", "LinuxBases", "LinuxExe"};
+  return keys;
+}
+
+std::string homeOfKey(const TypeCheck& check, const String& key) {
+  const auto holds = [&key](const std::vector<String>& names) {
+    return std::any_of(names.begin(), names.end(),
+                       [&key](const String& known) { return String::EqualNoCase(known, key); });
+  };
+  return holds(moduleKeys())     ? "Module"
+         : holds(searchKeys())   ? "FindLatestExecutable"
+         : check.isStandard(key) ? "OverrideDefaults"
+                                 : "";
+}
+
 std::string quotedText(std::string_view text) {
   return '"' + Shown(String(text)) + '"';
 }

@@ -51,6 +51,12 @@ struct TypeCheck {
 /// Sections and lists of one file whose names are fixed.
 const std::vector<String>& fixedSections();
 
+/// The section that reads a key: Module, FindLatestExecutable, or (of the standard
+/// parameters) OverrideDefaults; empty for another key.
+std::string homeOfKey(const TypeCheck& check, const String& key);
+const std::vector<String>& moduleKeys();
+const std::vector<String>& searchKeys();
+
 /// A text of the file in quotes, made harmless and short.
 std::string quotedText(std::string_view text);
 /// Splits what the host says as "fact; what to do" in two.
@@ -71,6 +77,9 @@ void checkAutoDetect(const TypeCheck& check);
 void checkTexts(const TypeCheck& check);
 void checkReferences(const TypeCheck& check);
 void checkCommandLines(const TypeCheck& check);
+void checkScripts(const TypeCheck& check);
+void checkValues(const TypeCheck& check);
+void checkTextForms(const TypeCheck& check);
 void checkFiles(const TypeCheck& check);
 void checkProgramSearch(const TypeCheck& check);
 

@@ -134,9 +134,12 @@ void TypeChecker::deep(const TypeSource& source, Findings& out, bool accepted, b
     checkOverrides(check);
     checkAutoDetect(check);
     checkTexts(check);
+    checkTextForms(check);
+    checkValues(check);
     checkReferences(check);
     checkFiles(check);
     checkProgramSearch(check);
+    checkScripts(check);
     checkCommandLines(check); // last: it tries what nothing was found in
     if (programs) {
       lookForProgram(check);

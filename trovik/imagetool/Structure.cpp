@@ -180,9 +180,17 @@ struct TiffArray {
   }
 };
 
-// Only what is compressed as JPEG: those decoders fill up what is missing,
-// while the others notice, and some writers announce a last strip that is
-// longer than it need be.
+/// The bytes of one value of a type; 0 for a type of a later day.
+int tiffWidth(std::uint64_t type) {
+  static constexpr std::array<int, 19> widths = {0, 1, 1, 2, 4, 8, 1, 1, 2, 4, 8, 4, 8, 4, 0, 0, 8, 8, 8};
+  return type < widths.size() ? widths[type] : 0;
+}
+
+// The values of every tag, since some writers put the directory and its values
+// behind the pixels, and decoders do without those that they do not need. Strips
+// only where they are compressed as JPEG: those decoders fill up what is missing,
+// while the others notice, and some writers announce a last strip that is longer
+// than it need be.
 void checkTiffDirectory(Bytes& bytes, bool big, std::uint64_t entries) {
   std::optional<TiffArray> offsets;
   std::optional<TiffArray> counts;
@@ -194,7 +202,7 @@ void checkTiffDirectory(Bytes& bytes, bool big, std::uint64_t entries) {
     const std::uint64_t type = bytes.number(2);
     TiffArray array;
     array.count = bytes.number(big ? 8 : 4);
-    array.width = type == 3 ? 2 : type == 4 || type == 13 ? 4 : type == 16 || type == 18 ? 8 : 0;
+    array.width = tiffWidth(type);
     array.position = bytes.position();
     if (array.width == 0) {
       continue;

@@ -13,6 +13,9 @@ namespace trovik {
 struct ArgumentPiece {
   std::string text;
   bool isWord = false;
+  /// Of a word that is a string of a script: the command that writes such a string
+  /// of its language, PythonString, LispString or JsonString.
+  std::string language;
 };
 
 /// Arguments as one would type them, with words in capitals for what varies:
@@ -20,7 +23,11 @@ struct ArgumentPiece {
 /// stands beside it.
 class ArgumentWords {
 public:
-  /// Throws a UsageError for an unclosed quote.
+  /// In an argument that is a script, as `-c 'load("SCENE")'` has one, the word
+  /// and the quotes around it are one string of the script's language.
+  ///
+  /// Throws a UsageError for an unclosed quote, a sign that only a shell reads, and
+  /// a word that is only a part of a script's string.
   ArgumentWords(const std::string& arguments, const std::set<std::string>& known);
 
   bool has(std::string_view word) const;
@@ -30,7 +37,10 @@ public:
 
   /// The text of a command line: words by their meanings, which are put in as
   /// they are; the rest quoted as needed, so that "$(" in it means nothing.
-  std::string command(const std::function<std::string(const std::string& word)>& meaning) const;
+  std::string command(const std::function<std::string(const ArgumentPiece& word)>& meaning) const;
+
+  /// Whether a word is a string of a script.
+  bool isInScript(std::string_view word) const;
 
 private:
   std::vector<std::vector<ArgumentPiece>> arguments_;

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <unistd.h>
 
 namespace trovik {
 namespace {
@@ -42,6 +43,9 @@ bool hasScene(const std::string& scene) {
   return !wordsOf(scene).empty();
 }
 
+/// The parameter for an output file that is one string of a script.
+constexpr const char* outputFile = "OutputFile";
+
 /// The meanings of the words, for a command line and for a file's name.
 class Meanings {
 public:
@@ -52,7 +56,13 @@ public:
   Framing framing() const { return framing_; }
   bool scene() const { return hasScene_; }
 
-  std::string inCommand(const std::string& word) const {
+  std::string inCommand(const std::string& word, const std::string& language = {}) const {
+    if (word == "NAME" && !hasScene_ && !language.empty()) {
+      return EnquoteWord('"' + name_ + '"'); // it holds no letters to be minded
+    }
+    if (!language.empty()) {
+      return inScript(word) + '.' + language + ".Enquote)";
+    }
     if (word == "SCENE") {
       return framing_ == Framing::Files ? "$(ActualScene.Enquote)" : "$(Scene.Enquote)";
     }
@@ -85,6 +95,14 @@ public:
   }
 
 private:
+  /// The reference to one string of a script, without its end.
+  std::string inScript(const std::string& word) const {
+    const std::string scene = framing_ == Framing::Files ? "ActualScene" : "Scene";
+    return word == "SCENE"    ? "$(" + scene
+           : word == "NAME"   ? "$(" + sceneName()
+           : word == "FOLDER" ? "$(OutputFolder"
+                              : "$(" + std::string(outputFile);
+  }
   std::string sceneName() const { return framing_ == Framing::Files ? "ActualScene.Base" : "Scene.Base"; }
   std::string tail() const { return (framing_ == Framing::Single ? "_$(Frame.Pad(4))." : ".") + extension_; }
   static std::string number(const std::string& word) {
@@ -123,7 +141,24 @@ std::string withFrames(const std::string& text) {
   return result;
 }
 
-/// The files that the output arguments name, as templates of expected files.
+/// Where the name of a file ends: what is behind "," in OUTPUT,quality=90 is an
+/// option of the program.
+std::size_t endOfName(const std::string& text) {
+  const std::size_t end = text.find_first_of(",:;");
+  return end != std::string::npos && text.find('=', end) != std::string::npos ? end : std::string::npos;
+}
+
+/// Whether a template looks like a file's: its name has an extension or a frame.
+bool looksLikeAFile(const std::string& file) {
+  const std::string leaf = file.substr(file.rfind('/') + 1);
+  const std::size_t point = leaf.rfind('.');
+  return leaf.find("$(Frame") != std::string::npos ||
+         (point != std::string::npos && point > 0 && point + 1 < leaf.size() &&
+          leaf.find(')', point) == std::string::npos);
+}
+
+/// The files that the output arguments name, as templates of expected files. A
+/// folder for the program's own settings is none.
 std::vector<String> expectedFiles(const TypeAnswers& answers, const Meanings& meanings) {
   std::vector<String> files;
   const ArgumentWords output = wordsOf(answers.output);
@@ -135,12 +170,16 @@ std::vector<String> expectedFiles(const TypeAnswers& answers, const Meanings& me
       continue;
     }
     std::string file;
+    const bool isString = !begin->language.empty();
     for (auto piece = begin; piece != pieces.end(); ++piece) {
+      const std::size_t end = piece->isWord ? std::string::npos : endOfName(piece->text);
       file += piece->isWord ? meanings.inFileName(piece->text)
-                            : withFrames(EscapeReferences(String(piece->text)));
+                            : withFrames(EscapeReferences(String(piece->text.substr(0, end))));
+      if (end != std::string::npos || isString) {
+        break;
+      }
     }
-    // The folder alone does not tell which files come into it.
-    if (file != "$(OutputFolder)" && file.back() != '/') {
+    if (looksLikeAFile(file)) {
       files.emplace_back(file);
     }
   }
@@ -197,8 +236,8 @@ std::string commandPart(const TypeAnswers& answers, const Meanings& meanings) {
   std::vector<std::string> parts;
   for (const std::string& arguments : {answers.scene, answers.frames, answers.output}) {
     if (arguments != "files") {
-      const std::string part =
-          wordsOf(arguments).command([&](const std::string& word) { return meanings.inCommand(word); });
+      const std::string part = wordsOf(arguments).command(
+          [&](const ArgumentPiece& word) { return meanings.inCommand(word.text, word.language); });
       parts.insert(parts.end(), part.empty() ? 0 : 1, part);
     }
   }
@@ -246,6 +285,17 @@ const char* const parameterPart =
     ";Default=640\n"
     ";Minimum=1\n";
 
+/// The output file as one value, where a script names it.
+std::string outputFilePart(const TypeAnswers& answers, const Meanings& meanings) {
+  return !wordsOf(answers.output).isInScript("OUTPUT")
+             ? std::string()
+             : std::string("\n; The file as one value, for the script that names it.\n"
+                           "[SecondaryParameters]\n1=") +
+                   outputFile + "\n[" + outputFile +
+                   "]\nType=Folder\nLabel=Output file\nDefault=" + meanings.inFileName("OUTPUT") +
+                   "\nFlags=OfJob, ReadOnly, Advanced, AffectsCommand\n";
+}
+
 std::string flagsPart(const Meanings& meanings, bool usesFolder, bool oneFile) {
   std::string lines;
   const char* packet = "PacketSize=OfJob, ReadOnly, Advanced, Visible\n";
@@ -282,9 +332,9 @@ std::string defaultsPart(const TypeAnswers& answers, const Meanings& meanings, b
     text += "; The folder for the files: made before the program starts, $(OutputFolder) in Command.\n";
     text += usesFolder ? "OutputFolder=$(Scene.Branch)/images\n" : ";OutputFolder=$(Scene.Branch)/images\n";
   }
-  const std::vector<String> files = expectedFiles(answers, meanings);
+  const std::vector<String> files = expectedFilesOf(answers);
   text += "; The files that each frame must leave. They must be new, not empty, and images whole.\n";
-  if (answers.imageText.empty() && !files.empty()) {
+  if (!files.empty()) {
     text += "ExpectedFiles=" + std::string(ListParameterInfo().Pack(files)) + '\n';
   } else {
     text += ";ExpectedFiles=$(OutputFolder)/$(Scene.Base)_$(Frame.Pad(4)).png\n";
@@ -331,6 +381,13 @@ void checkProgram(const std::string& program) {
   checkLine(program);
   if (trimmed(program).empty()) {
     throw UsageError{"the program's name is empty", "a path, or a name that is looked up along PATH"};
+  }
+  const std::string first = program.substr(0, program.find(' '));
+  const auto isThere = [](const std::string& file) { return access(file.c_str(), F_OK) == 0; };
+  if (first != program && !isThere(program) && (first.find('/') == std::string::npos || isThere(first))) {
+    throw UsageError{inQuotes(program) + " is a program with its arguments",
+                     "name the program alone, " + inQuotes(first) +
+                         ", and write the rest before SCENE; name a script by its whole path"};
   }
 }
 
@@ -428,12 +485,17 @@ std::string shortName(const std::string& name) {
   return result;
 }
 
+std::vector<String> expectedFilesOf(const TypeAnswers& answers) {
+  return answers.imageText.empty() ? expectedFiles(answers, Meanings(answers)) : std::vector<String>();
+}
+
 std::string typeFileText(const TypeAnswers& answers, const UID& id, const std::string& shortcut) {
   const Meanings meanings(answers);
   const ArgumentWords output = wordsOf(answers.output);
   const bool usesFolder = output.has("FOLDER") || output.has("OUTPUT");
   return heading(answers.name, id, shortcut, answers.program, meanings.scene()) +
          commandPart(answers, meanings) + judgingPart(answers) + parameterPart +
+         outputFilePart(answers, meanings) +
          flagsPart(meanings, usesFolder, meanings.framing() == Framing::Range && output.has("OUTPUT")) +
          defaultsPart(answers, meanings, usesFolder);
 }

@@ -51,6 +51,10 @@ bool namesOutputFile(const std::string& output);
 /// A name for files and shells: letters in lower case, digits, "-", "_", ".".
 std::string shortName(const std::string& name);
 
+/// The files that each frame must leave as far as the answers tell, as templates
+/// of the parameter ExpectedFiles. None where the program names its images.
+std::vector<String> expectedFilesOf(const TypeAnswers& answers);
+
 /// A commented type file of the answers, which must have passed the checks.
 /// `shortcut` may be empty.
 std::string typeFileText(const TypeAnswers& answers, const UID& id, const std::string& shortcut);

@@ -79,7 +79,9 @@ void Replay::onLine(std::string_view line) {
   std::size_t& count = result_.fates.at(static_cast<std::size_t>(account.What));
   ++count;
   const bool error = undecided && !process_.ErrorLine().empty();
-  const bool success = account.What == LineAccount::Fate::Success && count == 1;
+  // Of the texts that are required, each line brings a new one; the last decides.
+  const bool required = account.List != nullptr && std::string_view(account.List) == p_RequiredTexts;
+  const bool success = account.What == LineAccount::Fate::Success && (count == 1 || required);
   if (error || (success && undecided)) {
     result_.decidingLine = result_.lines;
   }

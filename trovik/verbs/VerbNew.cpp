@@ -99,6 +99,14 @@ void makeDirectory(const Path& directory) {
   }
 }
 
+/// What each frame must leave, as it was guessed from the answers.
+std::string filesText(const TypeAnswers& answers) {
+  const std::vector<String> files = expectedFilesOf(answers);
+  return !answers.imageText.empty() ? "those that the program names behind " + inQuotes(answers.imageText)
+         : files.empty()            ? "none known, so none is looked at; write ExpectedFiles into the type"
+                                    : joined({files.begin(), files.end()}, ", ");
+}
+
 /// Whether types of the directory are found by a program started as this one.
 bool isOnModulePath(const Session& session, const Path& directory) {
   std::error_code error;
@@ -169,13 +177,17 @@ int makeType(Session& session, const NewOptions& options) {
     document["name"] = answers.name;
     document["id"] = id.GenString();
     document["file"] = file.Text();
+    document["expectedFiles"] = Json::array();
+    for (const String& expected : expectedFilesOf(answers)) {
+      document["expectedFiles"].push_back(expected);
+    }
     document["found"] = found;
     console.print(jsonDocument(document));
     return exitGood;
   }
   const std::string shortest = shortcut.empty() ? answers.name : shortcut;
-  console.print("type  " + console.shown(file.Text()) + "\n" + "Next: trovik check " +
-                console.shown(EnquoteWord(file.Text())) + "\n      trovik run " +
+  console.print("type   " + console.shown(file.Text()) + "\nfiles  " + console.shown(filesText(answers)) +
+                "\nNext: trovik check " + console.shown(EnquoteWord(file.Text())) + "\n      trovik run " +
                 console.shown(EnquoteWord(shortest)) + (answers.scene == "none" ? "" : " SCENE") +
                 " --dry-run" +
                 (found ? "" : " --module-path " + console.shown(EnquoteWord(directory.Text() + ":"))) + "\n");

@@ -19,6 +19,7 @@ TEST(Constants, AreTheirOwnNamesWithoutThePrefix) {
       {p_Priority, "Priority"},
       {p_CPUs, "CPUs"},
       {p_SuccessExitCodes, "SuccessExitCodes"},
+      {p_RequiredTexts, "RequiredTexts"},
       {p_RefusedInSceneName, "RefusedInSceneName"},
       {p_Retries, "Retries"},
       {p_RunTimeLimit, "RunTimeLimit"},

@@ -31,6 +31,27 @@ TEST(ParameterCommand, QuotesAndUnquotes) {
   EXPECT_EQ(Apply("a \"b\" $(c)", "Enquote.Dequote"), "a \"b\" $(c)");
 }
 
+TEST(ParameterCommand, WritesStringsOfOtherLanguages) {
+  const String name = "/a'b\"c\\d\n\x01\x7f\xC3\xA4$(x)";
+  EXPECT_EQ(Apply(name, "PythonString"), "'/a\\'b\"c\\\\d\\x0a\\x01\\x7f\xC3\xA4$(x)'");
+  EXPECT_EQ(Apply(name, "LispString"), "\"/a'b\\\"c\\\\d\n\x01\x7f\xC3\xA4$(x)\"");
+  EXPECT_EQ(Apply(name, "JsonString"), "\"/a'b\\\"c\\\\d\\u000a\\u0001\\u007f\xC3\xA4$(x)\"");
+  EXPECT_EQ(Apply("", "PythonString"), "''");
+  EXPECT_EQ(Apply("", "LispString"), "\"\"");
+  EXPECT_EQ(Apply("", "JsonString"), "\"\"");
+  // A string in a script is one word of the command line with Enquote behind.
+  EXPECT_EQ(Apply("it's", "PythonString.Enquote"), "\"'it\\\\'s'\"");
+}
+
+TEST(ParameterCommand, WritesBytesThatAreNoLettersWhereALanguageCan) {
+  // A stray byte, half of a letter, half of a pair and a letter that is longer
+  // than it must be.
+  const String odd = "a\xFC\xC3/\xED\xB2\x80\xC0\x80";
+  EXPECT_EQ(Apply(odd, "PythonString"), "'a\\udcfc\\udcc3/\\udced\\udcb2\\udc80\\udcc0\\udc80'");
+  EXPECT_EQ(Apply(odd, "LispString"), "\"" + odd + "\"");
+  EXPECT_EQ(Refusal("a\xFC", "JsonString"), "JsonString needs a text in UTF-8, not \"a\xFC\"");
+}
+
 TEST(ParameterCommand, ReadsRanges) {
   struct Case {
     const char *Range, *Start, *End, *Count;
@@ -210,7 +231,7 @@ TEST(ParameterCommand, MalformedReferenceTellsItsPlace) {
 }
 
 TEST(ParameterCommand, EveryCommandHasHelpAndIsFoundByItsName) {
-  EXPECT_EQ(ParameterCommands().size(), 23U);
+  EXPECT_EQ(ParameterCommands().size(), 26U);
   for (const ParameterCommand& command : ParameterCommands()) {
     EXPECT_STRNE(command.Help, "") << command.Name;
     const String argument = *command.Arguments == '\0' ? "" : "(1,1)";

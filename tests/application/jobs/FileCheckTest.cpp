@@ -56,6 +56,16 @@ TEST_F(FileCheck, EachFlawHasItsNote) {
   EXPECT_EQ(job.Note(), "Cannot check file (File name too long): /" + String(300, 'x'));
 }
 
+TEST_F(FileCheck, NameWithAZeroByteIsNoFileWhateverStandsBeforeIt) {
+  TestJob& job = Started();
+  Write("a.png", "image");
+  job.ProcessNewFilename(Path(String(In("a.png").Text() + String("\0junk", 5))));
+  EXPECT_EQ(job.CheckFiles(7), 5);
+  EXPECT_EQ(job.Note(), "No file's name has a zero byte: " + In("a.png").Text() + "?junk");
+  ASSERT_EQ(job.CheckedFiles().size(), 1U);
+  EXPECT_EQ(job.CheckedFiles()[0].Size, 0);
+}
+
 TEST_F(FileCheck, ControlCharactersOfAFileNameDoNotReachTheNote) {
   TestJob& job = Started();
   job.DoCheckFile(In("a\x1B[2J.png"), 7);

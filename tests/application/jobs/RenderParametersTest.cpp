@@ -37,6 +37,7 @@ TEST(RenderParameters, StandInTheirOrderUnderHeadings) {
                                                       "Environment",
                                                       "CPUs",
                                                       "SuccessExitCodes",
+                                                      "RequiredTexts",
                                                       "RefusedInSceneName",
                                                       "Limits (group)",
                                                       "Retries",

@@ -38,7 +38,12 @@ Lines SplitLiterally(const std::string& text) {
   Lines lines;
   std::string line;
   for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '\n' || text[i] == '\r') {
+    if (text[i] == '\b') {
+      if (!line.empty()) {
+        lines.push_back(line);
+        line.clear();
+      }
+    } else if (text[i] == '\n' || text[i] == '\r') {
       lines.push_back(line);
       line.clear();
       if (text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n') {
@@ -112,8 +117,35 @@ TEST(LineSplitterTest, FinishDeliversThePartialLineAndStartsAfresh) {
 }
 
 TEST(LineSplitterTest, OtherControlBytesAndZeroBytesStay) {
-  const std::string line("a\0b\tc\bd\x7f\xff", 9);
+  const std::string line("a\0b\tc\x02"
+                         "d\x0c\x7f\xff",
+                         10);
   EXPECT_EQ(Split({line}), (Lines{line}));
+}
+
+TEST(LineSplitterTest, BackspacesOfAProgressBarHideNothingBehindThem) {
+  EXPECT_EQ(Split({" 9%\b\b\b10%\b\b\bdone\n"}), (Lines{" 9%", "10%", "done"}));
+  EXPECT_EQ(Split({"\b\bdone\n"}), (Lines{"done"}));
+  EXPECT_EQ(Split({"10", "%\b", "\b\bdone", "\b\n"}), (Lines{"10%", "done", ""}));
+  EXPECT_EQ(Split({"a\r\b\nb"}), (Lines{"a", "", "b"}));
+  EXPECT_EQ(Split({"10%\b\b\b"}), (Lines{"10%"}));
+}
+
+TEST(LineSplitterTest, ByteOrderMarkBeforeALineIsRemoved) {
+  EXPECT_EQ(Split({"\xEF\xBB\xBF"
+                   "done\n\xEF\xBB\xBF\n"}),
+            (Lines{"done", ""}));
+  EXPECT_EQ(Split({"\xEF\xBB", "\xBF"
+                               "done"}),
+            (Lines{"done"}));
+  EXPECT_EQ(Split({"\x1b[m\xEF\xBB\xBF"
+                   "done"}),
+            (Lines{"done"}));
+  EXPECT_EQ(Split({"a\xEF\xBB\xBF"
+                   "b\n\xEF\xBB"}),
+            (Lines{"a\xEF\xBB\xBF"
+                   "b",
+                   "\xEF\xBB"}));
 }
 
 TEST(LineSplitterTest, TerminalSequencesAreRemoved) {
@@ -160,7 +192,7 @@ TEST(LineSplitterTest, ManyStringsWithoutAnEndTakeNoLonger) {
 
 TEST(LineSplitterTest, AnyCuttingGivesTheLinesOfTheLiteralReading) {
   std::mt19937 random(20);
-  const std::string alphabet = "\n\n\r\r\x1b\x1b\x1b[[]];m0P\\\a (Bxyz\xc3\xa4 ";
+  const std::string alphabet = "\n\n\r\r\b\b\x1b\x1b\x1b[[]];m0P\\\a (Bxyz\xc3\xa4 ";
   for (int round = 0; round < 4000; ++round) {
     std::string text;
     const std::size_t size = std::uniform_int_distribution<std::size_t>(0, 400)(random);

@@ -212,5 +212,28 @@ TEST(Structure, EndlessChainsEnd) {
   EXPECT_TRUE(inspection.problem.starts_with("Truncated or damaged image (")) << inspection.problem;
 }
 
+TEST(Structure, TiffThatEndsWithinTheValuesOfItsDirectoryIsCut) {
+  const TemporaryDirectory directory;
+  // Four grey pixels, then the directory, then a resolution of 72 as a fraction,
+  // which no decoder needs.
+  const auto entry = [](int tag, int type, std::uint64_t value) {
+    return little(static_cast<std::uint64_t>(tag), 2) + little(static_cast<std::uint64_t>(type), 2) +
+           little(1, 4) + (type == 3 ? little(value, 2) + zeros(2) : little(value, 4));
+  };
+  const std::uint64_t fraction = 12 + 2 + 10 * 12 + 4;
+  const std::string file = std::string("II") + little(42, 2) + little(12, 4) + "abcd" + little(10, 2) +
+                           entry(256, 3, 2) + entry(257, 3, 2) + entry(258, 3, 8) + entry(259, 3, 1) +
+                           entry(262, 3, 1) + entry(273, 4, 8) + entry(277, 3, 1) + entry(278, 3, 2) +
+                           entry(279, 4, 4) + entry(282, 5, fraction) + little(0, 4) + little(72, 4) +
+                           little(1, 4);
+  ASSERT_EQ(file.size(), fraction + 8);
+  EXPECT_EQ(inspect(directory.write("whole.tif", file)).problem, "");
+  for (std::size_t cut = 1; cut <= 8; ++cut) {
+    EXPECT_EQ(inspect(directory.write("cut.tif", file.substr(0, file.size() - cut))).problem,
+              "Truncated or damaged image (the file ends early)")
+        << cut;
+  }
+}
+
 } // namespace
 } // namespace trovik

@@ -3,6 +3,7 @@
 #include "host/foundation/IniFile.h"
 #include "host/foundation/StringTokenizer.h"
 #include "tests/trovik/TemporaryDirectory.h"
+#include "trovik/text/UsageError.h"
 
 #include <gtest/gtest.h>
 
@@ -73,6 +74,64 @@ TEST(TypeDraft, AFolderAloneExpectsNothingAndChecksNothing) {
     EXPECT_EQ(file.GetValue("OverrideDefaults", "ExpectedFiles", "none"), "none") << output;
     EXPECT_EQ(file.GetValue("OverrideDefaults", "FileCheck", "none"), "None") << output;
   }
+}
+
+TEST(TypeDraft, OptionsBehindAFileAndFoldersForSettingsAreNoFiles) {
+  EXPECT_EQ(expectedOf("none", "--export OUTPUT,quality=90"), "$(OutputFolder)/$(Scene.Base).png");
+  EXPECT_EQ(expectedOf("none", "-o FOLDER/NAME.exr:half=1,zip"), "$(OutputFolder)/$(Scene.Base).exr");
+  EXPECT_EQ(expectedOf("none", "--profile FOLDER/.profile --cache FOLDER/cache -o OUTPUT"),
+            "$(OutputFolder)/$(Scene.Base).png");
+  EXPECT_EQ(expectedOf("none", "-o FOLDER/NAME"), "none");
+}
+
+TEST(TypeDraft, WordsInAScriptAreStringsOfItsLanguage) {
+  EXPECT_EQ(commandOf(answers("-c 'load(\"SCENE\"); go()'", "none", "none")),
+            R"~(-c "load("$(Scene.PythonString.Enquote)"); go()")~");
+  EXPECT_EQ(commandOf(answers("-b '(load 1 \"SCENE\" \"x\")'", "none", "none")),
+            R"~(-b "(load 1 "$(Scene.LispString.Enquote)" \"x\")")~");
+  EXPECT_EQ(
+      commandOf(answers("--set '{\"scene\": \"SCENE\", \"name\": \"NAME\"}'", "none", "none")),
+      R"~(--set "{\"scene\": "$(Scene.JsonString.Enquote)", \"name\": "$(Scene.Base.JsonString.Enquote)"}")~");
+  EXPECT_EQ(commandOf(answers("-c 'load(SCENE)'", "-f 'at(\"FRAME\")'", "none")),
+            R"~(-c "load("$(Scene.PythonString.Enquote)")" -f "at(\""$(Frame)"\")")~");
+  // No script, but a program that wants quotes of its own.
+  EXPECT_EQ(commandOf(answers("'+I\"SCENE\"'", "none", "none")), R"~("+I\""$(Scene.Enquote)"\"")~");
+}
+
+TEST(TypeDraft, AFileInAScriptIsAParameterOfItsOwn) {
+  const TypeAnswers given = answers("SCENE", "-f FRAME", "-c 'save(\"OUTPUT\", 90)'");
+  EXPECT_EQ(commandOf(given),
+            R"~($(Scene.Enquote) -f $(Frame) -c "save("$(OutputFile.PythonString.Enquote)", 90)")~");
+  const IniFile file = fileOf(given);
+  const String name = "$(OutputFolder)/$(Scene.Base)_$(Frame.Pad(4)).png";
+  EXPECT_EQ(file.GetValue("SecondaryParameters", "1", ""), "OutputFile");
+  EXPECT_EQ(file.GetValue("OutputFile", "Default", ""), name);
+  EXPECT_EQ(file.GetValue("OverrideDefaults", "ExpectedFiles", ""), name);
+}
+
+TEST(TypeDraft, WhatOnlyAShellReadsIsRefused) {
+  const auto refusal = [](const std::function<void()>& check) -> std::string {
+    try {
+      check();
+    } catch (const UsageError& error) {
+      return error.message;
+    }
+    return "taken";
+  };
+  const auto output = [&](const std::string& text) {
+    return refusal([&] { checkOutputArguments(text, Framing::None, "SCENE"); });
+  };
+  EXPECT_EQ(output("-o OUTPUT > log.txt"), "no shell reads the arguments, so \">\" redirects nothing");
+  EXPECT_EQ(output("-o OUTPUT 2>&1"), "no shell reads the arguments, so \"2>&1\" redirects nothing");
+  EXPECT_EQ(output("-o OUTPUT | tee log"), "no shell reads the arguments, so \"|\" starts no second program");
+  EXPECT_EQ(output("-o OUTPUT '>' log"), "taken");
+  EXPECT_EQ(output("-x 'save(\"FOLDER/a.png\")'"),
+            "FOLDER is only a part of a string here, and a quote in its value would end it");
+  EXPECT_EQ(refusal([] { checkProgram("python3 render.py"); }),
+            "\"python3 render.py\" is a program with its arguments");
+  EXPECT_EQ(refusal([] { checkProgram("/bin/sh -c true"); }),
+            "\"/bin/sh -c true\" is a program with its arguments");
+  EXPECT_EQ(refusal([] { checkProgram("/no/such/folder of mine/draw"); }), "taken");
 }
 
 TEST(TypeDraft, OneFileForAllFramesIsOneWork) {

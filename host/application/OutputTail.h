@@ -1,0 +1,38 @@
+#pragma once
+
+#include "host/foundation/String.h"
+
+#include <array>
+#include <string_view>
+#include <vector>
+
+/// The lines of a program's output among which stands the one that tells why it
+/// failed: the first few, where a program tells what it does not understand
+/// before it prints its help, and the last ones. See OutputTail.cpp.
+class OutputTail {
+public:
+  /// Lines may have a megabyte; this many bytes are enough to show and to search in.
+  static constexpr std::size_t k_KeptLine = std::size_t{64} << 10;
+
+  /// Takes a line with any text in it.
+  void Add(std::string_view line);
+
+  /// The last line; empty without any.
+  const String& Last() const;
+
+  /// The line that most likely tells why the program failed: the first that says
+  /// "error:", "unknown option" or the like, else the last one that says "cannot
+  /// open" or the like; empty where neither is there.
+  String Telling() const;
+
+private:
+  static constexpr std::size_t k_First = 5;
+  static constexpr std::size_t k_Last = 24;
+
+  /// All lines that are kept, in their order.
+  std::vector<const String*> Lines() const;
+
+  std::vector<String> m_First;
+  std::array<String, k_Last> m_Ring;
+  std::size_t m_Count = 0;
+};

@@ -1,0 +1,67 @@
+#include "host/application/RequiredTexts.h"
+
+#include "host/foundation/Characters.h"
+
+#include <algorithm>
+#include <locale>
+
+namespace {
+
+bool HoldsWhole(const String& line, const String& text) {
+  for (std::size_t at = line.find(text); at != String::npos; at = line.find(text, at + 1)) {
+    const std::size_t end = at + text.size();
+    const bool cutsBefore = at > 0 && IsDigit(line[at - 1]) && IsDigit(text.front());
+    const bool cutsBehind = end < line.size() && IsDigit(line[end]) && IsDigit(text.back());
+    if (!cutsBefore && !cutsBehind) {
+      return true;
+    }
+  }
+  return false;
+}
+
+} // namespace
+
+RequiredTexts::RequiredTexts(const std::vector<String>& texts) : m_Lower(std::locale::classic()) {
+  for (const String& text : texts) {
+    if (!text.empty()) {
+      m_Texts.push_back({text, m_Lower.Lower(text)});
+    }
+  }
+  m_Unseen = m_Texts.size();
+  BuildFilter();
+}
+
+void RequiredTexts::BuildFilter() {
+  std::vector<String> texts;
+  for (const Text& text : m_Texts) {
+    if (!text.Seen) {
+      texts.push_back(text.Lowered);
+    }
+  }
+  m_Filter.Build(texts, m_Lower);
+}
+
+const String* RequiredTexts::See(std::string_view line) {
+  if (m_Unseen == 0 || !m_Filter.Occurs(line, m_Lower)) {
+    return nullptr;
+  }
+  const String lowered = m_Lower.Lower(line);
+  const String* last = nullptr;
+  for (Text& text : m_Texts) {
+    if (!text.Seen && HoldsWhole(lowered, text.Lowered)) {
+      text.Seen = true;
+      last = &text.Written;
+      --m_Unseen;
+    }
+  }
+  if (last != nullptr) {
+    BuildFilter();
+  }
+  return last;
+}
+
+const String* RequiredTexts::Missing() const {
+  const auto found =
+      std::find_if(m_Texts.begin(), m_Texts.end(), [](const Text& text) { return !text.Seen; });
+  return found == m_Texts.end() ? nullptr : &found->Written;
+}
