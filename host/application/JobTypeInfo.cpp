@@ -2,6 +2,7 @@
 
 #include "host/application/Definition.h"
 #include "host/application/Excerpt.h"
+#include "host/application/TypeFiles.h"
 #include "host/foundation/Log.h"
 #include "host/foundation/StringTokenizer.h"
 #include "host/foundation/Suggest.h"
@@ -395,7 +396,7 @@ std::vector<String> CommandKeys() {
 
 unsigned int STranslateFlag(const String& name) {
   const std::optional<unsigned int> flag = FindFlag(name);
-  if (!flag) {
+  if (!flag && !UnknownFlags::Note()) {
     LogWarning(UnknownFlag(name, {}, 0).Text());
   }
   return flag.value_or(0);
