@@ -55,7 +55,7 @@ String TakeText(Exception* exception) {
 }
 
 // The parsed file; nothing for one that is no readable file, with the reason.
-std::optional<IniFile> Read(const Path& filename, String& problem) {
+std::optional<IniFile> ReadTypeFile(const Path& filename, String& problem) {
   IniFile file;
   file.SetFilename(filename);
   try {
@@ -133,7 +133,7 @@ void ReportTypeFiles(const std::vector<Path>& folders, const std::set<UID>& with
   for (std::size_t folder = 0; folder < folders.size(); ++folder) {
     for (const Path& filename : FilesOf(folders[folder])) {
       String problem;
-      const std::optional<IniFile> file = Read(filename, problem);
+      const std::optional<IniFile> file = ReadTypeFile(filename, problem);
       if (!file) {
         warnings.Add(filename, {}, problem);
         continue;
