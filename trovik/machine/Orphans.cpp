@@ -1,9 +1,9 @@
 #include "trovik/machine/Machine.h"
 
 #include "host/foundation/Descriptor.h"
+#include "host/foundation/WholeNumber.h"
 
 #include <algorithm>
-#include <charconv>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -113,10 +113,8 @@ std::size_t LocalMachine::killOrphans(const Orphans& orphans) {
   std::error_code error;
   for (const auto& directory : std::filesystem::directory_iterator("/proc", error)) {
     const std::string name = directory.path().filename().string();
-    int process = 0;
-    const auto [end, problem] = std::from_chars(name.data(), name.data() + name.size(), process);
-    if (problem != std::errc() || end != name.data() + name.size() || process == getpid() ||
-        !isOne(process)) {
+    const int process = ReadWholeNumber<int>(name).value_or(getpid());
+    if (process == getpid() || !isOne(process)) {
       continue;
     }
     const Descriptor watched(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));

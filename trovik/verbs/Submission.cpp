@@ -3,6 +3,7 @@
 #include "host/application/ExecutableSearch.h"
 #include "host/application/RenderJob.h"
 #include "host/foundation/Log.h"
+#include "host/foundation/WholeNumber.h"
 #include "trovik/engine/EndCommand.h"
 #include "trovik/jobs/JobSetup.h"
 #include "trovik/jobs/ProgramSearch.h"
@@ -16,7 +17,6 @@
 #include "trovik/works/RunLogs.h"
 
 #include <algorithm>
-#include <charconv>
 #include <filesystem>
 #include <system_error>
 
@@ -35,10 +35,7 @@ std::string outputOf(const Job& job) {
 }
 
 int effectiveNumber(const Job& job, const char* name) {
-  const String text = effectiveValue(job, name);
-  int number = 0;
-  std::from_chars(text.data(), text.data() + text.size(), number);
-  return number;
+  return ReadWholeNumber<int>(trimmed(effectiveValue(job, name))).value_or(0);
 }
 
 /// Refuses a parameter that is given by its option and by --set as well: one
