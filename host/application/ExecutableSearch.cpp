@@ -320,7 +320,10 @@ ExecutableMemory::Use::~Use() {
 
 Path ProcessJob::FindLatestExecutable(const std::vector<Path>& roots, const std::vector<Path>& bases,
                                       Path exe) {
-  if (exe.empty() || (t_Use != nullptr && !t_Use->m_Wanted)) {
+  if (exe.empty()) {
+    return exe;
+  }
+  if (t_Use != nullptr && !t_Use->m_Wanted) {
     return Path();
   }
   if (exe.IsAbsolute()) { // lies in no folder that was found

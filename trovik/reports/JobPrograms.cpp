@@ -63,6 +63,7 @@ std::vector<ProgramShare> programsOf(const JobRecord& job, const std::vector<Att
     }
   }
   std::vector<ProgramShare> programs;
+  programs.reserve(known.size());
   for (const KnownProgram& program : known) {
     programs.push_back({program.path, {}});
   }
