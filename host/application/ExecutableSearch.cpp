@@ -1,5 +1,6 @@
 #include "host/application/ExecutableSearch.h"
 
+#include "host/application/NoteText.h"
 #include "host/application/ProcessJob.h"
 #include "host/application/VersionOrder.h"
 #include "host/foundation/Characters.h"
@@ -11,22 +12,24 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <iterator>
 #include <memory>
+#include <string_view>
+#include <system_error>
+#include <utility>
 
 // The newest program is the one in the folder with the highest version. What
 // stands behind the base in a folder's name is its version: of "blender",
 // "blender-4.1" and "blender4.2" these are nothing, 4.1 and 4.2. Comparing
 // versions instead of whole names lets folders of different bases and
-// spellings compete ("blender_4.0" with "Blender 4.1").
+// spellings compete ("blender_4.0" with "Blender 4.1"). Of several bases that a
+// name fits the longest says what is name and what is version in it: "blender
+// (beta)" is the name of a program that has no releases.
 
 namespace {
-
-struct ProgramFolder {
-  String Version;
-  Path Folder;
-};
 
 bool HasWildcard(const String& base) {
   return base.find_first_of("*?") != String::npos;
@@ -44,51 +47,142 @@ bool MatchesPattern(const String& name, const String& base) {
   return fnmatch(pattern.c_str(), name.c_str(), FNM_PERIOD) == 0;
 }
 
+// The part of a base before its first wildcard.
+std::size_t FixedSize(const String& base) {
+  return std::min(base.find_first_of("*?"), base.size());
+}
+
 // "blender" means blender, blender-4.1, blender_4 and blender4.2, but not
-// blenderkit, which is another program.
+// blenderkit, which is another program. Nor is 4.10 a kind of 4.1.
 bool IsNamedLike(const String& name, const String& base) {
   if (HasWildcard(base)) {
     return MatchesPattern(name, base);
   }
-  return name.starts_with(base) && (name.size() == base.size() || !IsLetter(name[base.size()]));
+  if (!name.starts_with(base) || name.size() == base.size()) {
+    return name == base;
+  }
+  const char next = name[base.size()];
+  return !IsLetter(next) && !(IsDigit(next) && IsDigit(base.back()));
 }
 
-String VersionIn(const String& name, const String& base) {
-  const std::size_t fixed = std::min(base.find_first_of("*?"), base.size());
-  const std::size_t start = name.find_first_not_of("-_. ", fixed);
-  return start == String::npos ? String::Null : String(name.substr(start));
+bool IsPartOfVersion(char c) {
+  return IsDigit(c) || c == '.' || c == '_';
 }
 
-std::vector<String> FolderNames(const Path& root) {
-  std::vector<String> names;
-  const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(root.c_str()), closedir);
-  while (const dirent* entry = directory == nullptr ? nullptr : readdir(directory.get())) {
-    const String name = entry->d_name;
-    if (name != "." && name != "..") {
-      names.push_back(name);
+// Where the version begins in a name. A number at the end of the base is a part
+// of it where it stands by itself ("blender-4.1") or goes on behind the base
+// ("houdini20" and .5), but belongs to the program in "mandelbulber2".
+std::size_t VersionStart(const String& name, const String& base) {
+  const std::size_t fixed = FixedSize(base);
+  std::size_t start = fixed;
+  while (start > 0 && IsPartOfVersion(name[start - 1])) {
+    --start;
+  }
+  while (start < fixed && !IsDigit(name[start])) {
+    ++start;
+  }
+  const std::string_view rest = std::string_view(name).substr(fixed);
+  const std::size_t digit = !rest.empty() && !IsDigit(rest[0]) && IsPartOfVersion(rest[0]) ? 1 : 0;
+  const bool goesOn = digit < rest.size() && IsDigit(rest[digit]);
+  const bool standsAlone = start == 0 || !IsLetter(name[start - 1]);
+  return goesOn || standsAlone ? start : fixed;
+}
+
+// A folder that may hold the program.
+struct NamedFolder {
+  Path Folder;
+  String VersionText;
+  String AsideWord; // empty, too, where the base itself has it
+};
+
+// The longest base that a name fits; null for a name that fits none.
+const String* BaseOf(const String& name, const std::vector<Path>& bases) {
+  const String* longest = nullptr;
+  for (const Path& base : bases) {
+    if (!base.empty() && IsNamedLike(name, base.Text()) &&
+        (longest == nullptr || FixedSize(base.Text()) > FixedSize(*longest))) {
+      longest = &base.Text();
     }
   }
-  std::sort(names.begin(), names.end()); // the directory's own order must not decide
-  return names;
+  return longest;
 }
 
-void AddCandidates(const Path& root, const std::vector<Path>& bases, std::vector<ProgramFolder>& candidates) {
-  for (const String& name : FolderNames(root)) {
-    const auto base = std::find_if(bases.begin(), bases.end(), [&name](const Path& candidate) {
-      return !candidate.empty() && IsNamedLike(name, candidate.Text());
-    });
+NamedFolder Named(const Path& folder, const String& name, const String& base) {
+  NamedFolder named{folder, name.substr(VersionStart(name, base)), String::Null};
+  const std::string_view word = FolderVersion(named.VersionText).PutAside;
+  if (!String::EqualNoCase(word, FolderVersion(base).PutAside)) {
+    named.AsideWord = String(word);
+  }
+  return named;
+}
+
+String ReadingProblem(int error) {
+  return error == ENOENT    ? String("does not exist")
+         : error == ENOTDIR ? String("is no folder")
+                            : "cannot be read: " + std::system_category().message(error);
+}
+
+// The folders of a root that are named like a base. What keeps the root from
+// being read becomes the error.
+std::vector<NamedFolder> FoldersOf(const Path& root, const std::vector<Path>& bases, int& error) {
+  std::vector<NamedFolder> folders;
+  const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(root.c_str()), closedir);
+  if (directory == nullptr) {
+    error = errno;
+    return folders;
+  }
+  for (;;) {
+    errno = 0;
+    const dirent* entry = readdir(directory.get());
+    if (entry == nullptr) {
+      error = errno;
+      break;
+    }
+    const String name = entry->d_name;
+    const String* base = name == "." || name == ".." ? nullptr : BaseOf(name, bases);
     Path folder = root;
     folder /= name;
-    if (base != bases.end() && IsDirectory(folder)) {
-      candidates.push_back({VersionIn(name, base->Text()), folder});
+    if (base != nullptr && (entry->d_type == DT_DIR || IsDirectory(folder))) {
+      folders.push_back(Named(folder, name, *base));
     }
   }
-  const bool rootItself =
-      bases.empty() || std::any_of(bases.begin(), bases.end(), [](const Path& base) { return base.empty(); });
-  if (rootItself) {
-    candidates.push_back({String::Null, root});
-  }
+  // The directory's own order must not decide; of names that read the same the
+  // plainest wins.
+  std::sort(folders.begin(), folders.end(), [](const NamedFolder& left, const NamedFolder& right) {
+    const String& leftName = left.Folder.Text();
+    const String& rightName = right.Folder.Text();
+    return leftName.size() != rightName.size() ? leftName.size() < rightName.size() : leftName < rightName;
+  });
+  return folders;
 }
+
+// The newest first, those that were put aside last. Stable: of equal versions
+// the earlier root wins.
+void Order(std::vector<NamedFolder>& folders) {
+  struct Read {
+    const NamedFolder* Folder;
+    FolderVersion Version;
+  };
+  std::vector<Read> read;
+  read.reserve(folders.size());
+  for (const NamedFolder& folder : folders) {
+    read.push_back({&folder, FolderVersion(folder.VersionText)});
+  }
+  std::stable_sort(read.begin(), read.end(), [](const Read& left, const Read& right) {
+    const bool leftServes = left.Folder->AsideWord.empty();
+    return leftServes == right.Folder->AsideWord.empty() ? left.Version.Compare(right.Version) > 0
+                                                         : leftServes;
+  });
+  std::vector<NamedFolder> ordered;
+  ordered.reserve(folders.size());
+  for (const Read& one : read) {
+    ordered.push_back(*one.Folder);
+  }
+  folders = std::move(ordered);
+}
+
+// While a job's program is looked for.
+thread_local const ExecutableMemory::Use* t_Use = nullptr;
 
 } // namespace
 
@@ -132,10 +226,105 @@ Path FindAlongPath(const String& name) {
   return Path();
 }
 
+String FileProblem(const Path& file) {
+  struct stat status {};
+  if (stat(file.c_str(), &status) != 0) {
+    const int error = errno;
+    std::error_code ignored;
+    const std::string target = std::filesystem::read_symlink(file.c_str(), ignored).string();
+    if (!target.empty()) {
+      return "is a link to \"" + NoteText(target, target.size()) + "\", which leads nowhere";
+    }
+    return error == ENOENT || error == ENOTDIR
+               ? String("does not exist")
+               : "cannot be reached: " + std::system_category().message(error);
+  }
+  if (S_ISDIR(status.st_mode)) {
+    return "is a folder";
+  }
+  return S_ISREG(status.st_mode) ? String::Null : String("is no regular file");
+}
+
+String ExecutableProblem(const Path& file) {
+  String problem = FileProblem(file);
+  if (problem.empty() && access(file.c_str(), X_OK) != 0) {
+    problem = "is not executable";
+  }
+  return problem;
+}
+
+ExecutableSearchResult SearchNewestExecutable(const std::vector<Path>& roots, const std::vector<Path>& bases,
+                                              const Path& exe) {
+  ExecutableSearchResult result;
+  std::vector<NamedFolder> folders;
+  const bool rootItself =
+      bases.empty() || std::any_of(bases.begin(), bases.end(), [](const Path& base) { return base.empty(); });
+  for (const Path& root : roots) {
+    if (root.empty()) {
+      continue; // not the directory that this process happens to be in
+    }
+    const Path absolute = MakeAbsolute(root);
+    int error = 0;
+    std::vector<NamedFolder> found = FoldersOf(absolute, bases, error);
+    const bool isThere = error != ENOENT && error != ENOTDIR;
+    if (rootItself && isThere) { // a folder that cannot be read may be entered
+      found.push_back({absolute, String::Null, String::Null});
+    }
+    if (error != 0 || found.empty()) {
+      result.Roots.push_back(
+          {absolute, error == 0 ? String::Null : ReadingProblem(error), error != 0 && isThere});
+    }
+    std::move(found.begin(), found.end(), std::back_inserter(folders));
+  }
+  Order(folders);
+  for (const NamedFolder& folder : folders) {
+    result.Folders.push_back({folder.Folder, String::Null});
+    String& problem = result.Folders.back().Problem;
+    if (!folder.AsideWord.empty()) {
+      problem = "was put aside: its name says \"" + folder.AsideWord + "\"";
+    } else if (result.Program.empty()) {
+      Path program = folder.Folder;
+      program /= exe.Text();
+      problem = ExecutableProblem(program);
+      if (problem.empty()) {
+        result.Program = program;
+      } else {
+        problem = "cannot serve: its \"" + exe.Text() + "\" " + problem;
+      }
+    }
+  }
+  return result;
+}
+
+Path ExecutableMemory::Find(const std::vector<Path>& roots, const std::vector<Path>& bases, const Path& exe) {
+  auto known = std::find_if(m_Searches.begin(), m_Searches.end(), [&](const Search& search) {
+    return search.Exe == exe && search.Roots == roots && search.Bases == bases;
+  });
+  if (known == m_Searches.end()) {
+    m_Searches.push_back({roots, bases, exe, SearchNewestExecutable(roots, bases, exe).Program});
+    known = std::prev(m_Searches.end());
+  } else if (!known->Program.empty() && !IsExecutableFile(known->Program)) {
+    known->Program = SearchNewestExecutable(roots, bases, exe).Program; // it was removed
+  }
+  return known->Program;
+}
+
+ExecutableMemory::Use::Use(ExecutableMemory* memory, bool wanted)
+    : m_Memory(memory), m_Wanted(wanted), m_Before(t_Use) {
+  t_Use = this;
+}
+
+ExecutableMemory::Use::~Use() {
+  t_Use = m_Before;
+}
+
 Path ProcessJob::FindLatestExecutable(const std::vector<Path>& roots, const std::vector<Path>& bases,
                                       Path exe) {
   if (exe.empty()) {
     return exe;
+  }
+  if (t_Use != nullptr && !t_Use->m_Wanted) {
+    return Path();
   }
   if (exe.IsAbsolute()) { // lies in no folder that was found
     return IsExecutableFile(exe) ? exe : Path();
@@ -145,23 +334,6 @@ Path ProcessJob::FindLatestExecutable(const std::vector<Path>& roots, const std:
            : IsExecutableFile(exe)              ? MakeAbsolute(exe)
                                                 : Path();
   }
-  std::vector<ProgramFolder> candidates;
-  for (const Path& root : roots) {
-    if (!root.empty()) { // not the directory that this process happens to be in
-      AddCandidates(MakeAbsolute(root), bases, candidates);
-    }
-  }
-  // Stable: of equal versions the earlier root wins.
-  std::stable_sort(candidates.begin(), candidates.end(),
-                   [](const ProgramFolder& left, const ProgramFolder& right) {
-                     return CompareVersions(left.Version, right.Version) > 0;
-                   });
-  for (const ProgramFolder& candidate : candidates) {
-    Path program = candidate.Folder;
-    program /= exe.Text();
-    if (IsExecutableFile(program)) {
-      return program;
-    }
-  }
-  return Path();
+  return t_Use != nullptr && t_Use->m_Memory != nullptr ? t_Use->m_Memory->Find(roots, bases, exe)
+                                                        : SearchNewestExecutable(roots, bases, exe).Program;
 }

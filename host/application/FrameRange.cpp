@@ -3,6 +3,7 @@
 #include "host/application/Excerpt.h"
 #include "host/foundation/Characters.h"
 #include "host/foundation/Exception.h"
+#include "host/foundation/WholeNumber.h"
 
 #include <algorithm>
 #include <charconv>
@@ -113,14 +114,13 @@ private:
            "a number is missing" + (missingAfter == nullptr ? (end > start ? " after \"-\"" : String::Null)
                                                             : String(" after \"") + missingAfter + "\""));
     }
-    int value = 0;
-    const auto result = std::from_chars(m_Text.data() + start, m_Text.data() + end, value);
-    if (result.ec != std::errc()) {
+    const auto value = ReadWholeNumber<int>(std::string_view(m_Text).substr(start, end - start));
+    if (!value) {
       Fail(start, Shown(m_Text.substr(start, end - start)) + " is beyond 32 bits");
     }
     m_Position = end;
     SkipBlanks();
-    return value;
+    return *value;
   }
 
   void ReadItem() {

@@ -4,10 +4,10 @@
 #include "host/application/Excerpt.h"
 #include "host/application/Expansion.h"
 #include "host/application/JobFactory.h"
+#include "host/foundation/WholeNumber.h"
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <typeinfo>
 
 namespace {
@@ -92,10 +92,11 @@ const TrovikObject::StateTable Job::s_StateTable = {
           job.Job::SetType(type);
         }
       } else if (String::EqualNoCase(name, k_StatusKey)) {
-        const auto result = std::from_chars(value.data(), value.data() + value.size(), job.m_Status);
-        if (result.ec != std::errc() || result.ptr != value.data() + value.size()) {
+        const auto status = ReadWholeNumber<int>(value);
+        if (!status) {
           RaiseException("Job::Load", k_ErrorSyntax, "\"" + Shown(value) + "\" is no status of a job");
         }
+        job.m_Status = *status;
       }
     },
 };

@@ -2,12 +2,13 @@
 
 #include "host/application/Definition.h"
 #include "host/application/Excerpt.h"
+#include "host/application/TypeFiles.h"
 #include "host/foundation/Log.h"
 #include "host/foundation/StringTokenizer.h"
 #include "host/foundation/Suggest.h"
+#include "host/foundation/WholeNumber.h"
 
 #include <algorithm>
-#include <charconv>
 
 namespace {
 
@@ -54,12 +55,7 @@ std::optional<unsigned int> FindFlag(String name) {
     digits.remove_prefix(2);
     base = 16;
   }
-  unsigned int value = 0;
-  const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), value, base);
-  if (result.ec != std::errc() || result.ptr != digits.data() + digits.size()) {
-    return std::nullopt;
-  }
-  return value;
+  return ReadWholeNumber<unsigned int>(digits, base);
 }
 
 Problem UnknownFlag(String name, TextPlace place, std::size_t length) {
@@ -395,7 +391,7 @@ std::vector<String> CommandKeys() {
 
 unsigned int STranslateFlag(const String& name) {
   const std::optional<unsigned int> flag = FindFlag(name);
-  if (!flag) {
+  if (!flag && !UnknownFlags::Note()) {
     LogWarning(UnknownFlag(name, {}, 0).Text());
   }
   return flag.value_or(0);

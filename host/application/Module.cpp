@@ -1,6 +1,7 @@
 #include "host/application/Module.h"
 
 #include "host/application/Job.h"
+#include "host/application/TypeFiles.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/FileFinder.h"
 #include "host/foundation/Log.h"
@@ -9,6 +10,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 #include <set>
 
 // The plain entry points are looked up by name. The decorated ones carry their
@@ -53,6 +55,7 @@ struct ModuleLoader::Library {
   void* Handle = nullptr;
   bool Loaded = false; // some OnModuleLoad succeeded
   std::vector<UID> Types;
+  std::set<UID> WithUnknownFlags;               // of those from type files
   std::vector<std::unique_ptr<Module>> Modules; // the library may keep what it was handed
 
   bool (*OnModuleLoad)(Module*) = nullptr;
@@ -166,7 +169,14 @@ struct ModuleLoader::Library {
       }
       auto info = std::make_unique<JobTypeInfo>();
       try {
+        std::optional<UnknownFlags> unknown;
+        if (ReadsTypeFiles() && !Modules.empty()) {
+          unknown.emplace();
+        }
         GetTypeInfo(type, info.get());
+        if (unknown && unknown->Any()) {
+          WithUnknownFlags.insert(type);
+        }
       } catch (Exception* exception) {
         LogWarning("the module " + Filename.Text() + " cannot describe its type " + UID(type).GenString() +
                    ": " + exception->Text());
@@ -216,11 +226,13 @@ ModuleLoader::Library* ModuleLoader::TypeFileReader() const {
 
 int ModuleLoader::Load(const std::vector<Path>& path, TypeFiles typeFiles) {
   std::vector<Path> typeDirectories;
+  std::size_t typeFileCount = 0;
   std::set<String> seen;
   for (const Path& directory : path) {
-    if (typeFiles == TypeFiles::Read && !FindFiles(directory, "*.tvx").empty() &&
-        seen.insert(Identity(directory)).second) {
+    const std::size_t files = typeFiles == TypeFiles::Read ? FindFiles(directory, "*.tvx").size() : 0;
+    if (files > 0 && seen.insert(Identity(directory)).second) {
       typeDirectories.push_back(directory);
+      typeFileCount += files;
     }
   }
   std::set<String> leaves;
@@ -240,6 +252,9 @@ int ModuleLoader::Load(const std::vector<Path>& path, TypeFiles typeFiles) {
       if (library->ReadsTypeFiles()) {
         for (const Path& types : typeDirectories) {
           library->LoadAs(InDirectory(types, file.Leaf(true)));
+        }
+        if (library->Types.size() < typeFileCount || !library->WithUnknownFlags.empty()) {
+          ReportTypeFiles(typeDirectories, library->WithUnknownFlags);
         }
       } else if (!library->LoadAs(file)) {
         LogWarning("the module " + file.Text() + " refused to load");

@@ -9,9 +9,9 @@
 #include "host/foundation/Exception.h"
 #include "host/foundation/Quoting.h"
 #include "host/foundation/Suggest.h"
+#include "host/foundation/WholeNumber.h"
 
 #include <algorithm>
-#include <charconv>
 #include <optional>
 
 namespace {
@@ -115,10 +115,8 @@ String Count(const CommandCall& call, const String& value) {
 
 String Pad(const CommandCall& call, const String& value) {
   const String argument = Plain(call);
-  int width = -1;
-  const auto result = std::from_chars(argument.data(), argument.data() + argument.size(), width);
-  if (result.ec != std::errc() || result.ptr != argument.data() + argument.size() || width < 0 ||
-      width > k_PadLimit) {
+  const int width = ReadWholeNumber<int>(argument).value_or(-1);
+  if (width < 0 || width > k_PadLimit) {
     Refuse(call, "a number of digits from 0 to " + std::to_string(k_PadLimit), argument);
   }
   const bool negative = value[0] == '-';
@@ -137,13 +135,11 @@ String Pad(const CommandCall& call, const String& value) {
 // can leave the range of its type.
 std::int64_t WholeNumber(const CommandCall& call, const String& needs, const String& text) {
   const std::size_t sign = text.size() > 1 && text[0] == '+' && text[1] != '-' ? 1 : 0;
-  std::int64_t number = 0;
-  const auto result = std::from_chars(text.data() + sign, text.data() + text.size(), number);
-  if (result.ec != std::errc() || result.ptr != text.data() + text.size() || number < -k_AddLimit ||
-      number > k_AddLimit) {
+  const auto number = ReadWholeNumber<std::int64_t>(std::string_view(text).substr(sign));
+  if (!number || *number < -k_AddLimit || *number > k_AddLimit) {
     Refuse(call, needs, text);
   }
-  return number;
+  return *number;
 }
 
 String Add(const CommandCall& call, const String& value) {

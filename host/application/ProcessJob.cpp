@@ -87,13 +87,8 @@ String ProgramProblem(const Path& program) {
   if (program.Text().find('/') == String::npos) {
     return FindAlongPath(program.Text()).empty() ? name + " not found along PATH" : String::Null;
   }
-  struct stat status {};
-  if (stat(program.c_str(), &status) != 0) {
-    return errno == ENOENT || errno == ENOTDIR
-               ? name + " does not exist"
-               : name + " cannot be reached: " + std::system_category().message(errno);
-  }
-  return IsExecutableFile(program) ? String::Null : name + " is not executable";
+  const String problem = ExecutableProblem(program);
+  return problem.empty() ? problem : name + ' ' + problem;
 }
 
 String DirectoryProblem(const Path& directory) {
@@ -209,7 +204,14 @@ double ProcessJob::SilenceLimit() const {
 // The command line behind the program, and the program; empty when the line
 // itself begins with it.
 String ProcessJob::BuildCommandLine(Path& executable) {
-  const Path latest = GetLatestExecutable();
+  // The newest program wins over what the type's author could only guess, but
+  // not over what somebody chose for this job or this machine.
+  const bool chosen = !GetParameterOrOption(p_Executable, true, false).empty();
+  Path latest;
+  {
+    const ExecutableMemory::Use use(m_Searches.get(), !chosen);
+    latest = GetLatestExecutable();
+  }
   String line = CreateCommandLine(executable);
   if (!executable.empty()) {
     // A picked name: what looks like a reference in it is none.
@@ -220,9 +222,7 @@ String ProcessJob::BuildCommandLine(Path& executable) {
     }
     line.erase(0, head.size());
   }
-  // The newest program wins over what the type's author could only guess, but
-  // not over what somebody chose for this job or this machine.
-  if (!latest.empty() && GetParameterOrOption(p_Executable, true, false).empty()) {
+  if (!latest.empty() && !chosen) {
     executable = latest;
   }
   return line;
@@ -276,6 +276,9 @@ bool ProcessJob::PrepareWork(ProcessStart& start) {
     return true;
   }
   const String note = failure.empty() ? Note() : failure;
+  if (m_Searches != nullptr) {
+    m_Searches->Forget(); // what is installed meanwhile serves the next attempt
+  }
   m_WorthRepeating = false;
   FailWork(note.empty() ? String("The work could not be prepared") : note);
   return false;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/application/ExecutableSearch.h"
 #include "host/application/Job.h"
 #include "host/application/LineAccount.h"
 #include "host/application/OutputTail.h"
@@ -60,9 +61,18 @@ public:
   /// Searches the roots, in order of all of them together, for folders named
   /// like a base ("blender" finds blender, blender-4.1, blender4.2; "*" and
   /// "?" match) and returns the program inside the newest that exists and is
-  /// executable; empty when there is none. Without roots and bases the program
+  /// executable; empty when there is none. Folders that were put aside
+  /// (blender-4.2-old) do not count. Without roots and bases the program
   /// itself, looked up along PATH. See VersionOrder.h.
+  ///
+  /// Called from a job's GetLatestExecutable while its work is prepared, it
+  /// answers from the job's memory (see ShareSearches), and finds nothing for
+  /// a job whose program somebody chose.
   static Path FindLatestExecutable(const std::vector<Path>& roots, const std::vector<Path>& bases, Path exe);
+
+  /// Lets all works of a job use one memory of what its searches found: the
+  /// first work searches.
+  void ShareSearches(std::shared_ptr<ExecutableMemory> memory) { m_Searches = std::move(memory); }
 
   /// Prepares a work: PreExecute, GetLatestExecutable, CreateCommandLine,
   /// expansion, splitting, DetermineStartDirectory, environment, limits,
@@ -180,6 +190,7 @@ private:
   double Limit(const String& name) const;
 
   std::chrono::milliseconds m_Grace;
+  std::shared_ptr<ExecutableMemory> m_Searches; // may be null
   Path m_Executable;
   Path m_StartDirectory;
   bool m_Prepared = false;

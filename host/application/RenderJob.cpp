@@ -4,6 +4,7 @@
 #include "host/application/ExecutableSearch.h"
 #include "host/application/NoteText.h"
 #include "host/foundation/Exception.h"
+#include "host/foundation/WholeNumber.h"
 
 #include <sys/stat.h>
 
@@ -44,10 +45,8 @@ private:
 
 int ReadPacketSize(String text) {
   text.Trim();
-  int size = 1;
-  const char* end = text.data() + text.size();
-  const auto result = std::from_chars(text.data(), end, size);
-  if (!text.empty() && (result.ec != std::errc() || result.ptr != end || size < 1)) {
+  const int size = text.empty() ? 1 : ReadWholeNumber<int>(text).value_or(0);
+  if (size < 1) {
     RaiseException("RenderJob::DoGetDistributor", k_ErrorSyntax,
                    String(p_PacketSize) + ": \"" + NoteText(text) +
                        "\" is no number of frames; write a whole number from 1");

@@ -1,6 +1,7 @@
 #include "host/foundation/Descendants.h"
 
 #include "host/foundation/Descriptor.h"
+#include "host/foundation/WholeNumber.h"
 
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -275,10 +276,8 @@ std::vector<pid_t> SignalProcesses(const std::function<bool(pid_t)>& isOne, int 
   std::error_code error;
   for (const auto& directory : std::filesystem::directory_iterator("/proc", error)) {
     const std::string name = directory.path().filename().string();
-    pid_t process = 0;
-    const auto [end, problem] = std::from_chars(name.data(), name.data() + name.size(), process);
-    if (problem != std::errc() || end != name.data() + name.size() || process == getpid() ||
-        !isOne(process)) {
+    const pid_t process = ReadWholeNumber<pid_t>(name).value_or(getpid());
+    if (process == getpid() || !isOne(process)) {
       continue;
     }
     // Between the question and the signal a process may end and its number be

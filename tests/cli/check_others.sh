@@ -53,7 +53,7 @@ out_is <<'END'
 finder.tvx:11:12: warning: this machine has no program for the type
    11 | Executable=no-such-paint
       |            ^^^^^^^^^^^^^
-hint: looked for the type's search "/no-such-root/paint*/bin/paint", the type's default "no-such-paint" along PATH
+hint: the type's search: "/no-such-root" does not exist; the type's default: "no-such-paint" is not along PATH
 0 errors, 1 warning
 END
 sed -i -e '/^Executable=/d' finder.tvx

@@ -3,7 +3,8 @@
 # modules of its own, and ends at the first difference.
 #
 #   type_file NAME <<E     puts a type file among the modules
-#   run CODE WORD...       runs trovik and demands the exit code
+#   run CODE WORD...       runs trovik and demands the exit code, and that the
+#                          page tells each key of its JSON
 #   out_is / err_is <<E    demands exactly this output of the last run
 #   compare FILE <<E       demands it of a file; see steady
 #   out_has TEXT           demands a line that holds the text
@@ -18,6 +19,7 @@ export LC_ALL TERM
 TROVIK=$1
 MODULE=$2
 HELPER=$3
+FORMATS=$(cd "$(dirname "$0")/../../docs" && pwd -P)/formats.md
 
 TMP=$(mktemp -d "${TMPDIR:-/tmp}/trovik-cli-XXXXXX")
 TMP=$(cd "$TMP" && pwd -P)
@@ -87,6 +89,11 @@ run() {
     cat "$TMP/out" "$TMP/err" >&2
     fail "trovik $*: exit code $actual, not $expected"
   fi
+  case " $* " in
+  *' --json '*)
+    "$HELPER" documented "$FORMATS" <"$TMP/out" || fail "trovik $*: docs/formats.md lacks what it prints"
+    ;;
+  esac
 }
 
 # A word that is the name of a file is quoted where it needs it, and that may be

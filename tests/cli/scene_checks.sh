@@ -13,6 +13,33 @@ err_is <<'END'
 trovik: error: there is no scene file "TMP/work/none.txt"
 hint: check the name and the directory
 END
+mkdir folder.txt
+mkfifo pipe.txt
+ln -s nowhere.txt link.txt
+for verb in run submit 'run --dry-run' detect; do
+  while read -r name problem; do
+    # shellcheck disable=SC2086
+    run 2 $verb sketch "$name"
+    err_is <<END
+trovik: error: the scene "TMP/work/$name" $problem
+hint: name the scene file
+END
+    out_is_empty
+  done <<'LIST'
+folder.txt is a folder
+pipe.txt is no regular file
+link.txt is a link to "nowhere.txt", which leads nowhere
+LIST
+done
+rm -r folder.txt pipe.txt link.txt
+# A folder is no scene of a sequence either.
+mkdir shot_0004.txt
+run 2 run sketch shot_0001.txt --range 1-4
+err_is <<'END'
+trovik: error: 1 frame of the range has no scene file: 4 (the first would be "TMP/work/shot_0004.txt")
+hint: choose the frames that exist with --range
+END
+rmdir shot_0004.txt
 run 2 run sketch shot_0001.txt --range -2-2
 err_is <<'END'
 trovik: error: a sequence of scene files cannot have negative frames such as -2: the range text of a work has no place for their sign

@@ -3,11 +3,11 @@
 #include "host/application/Definition.h"
 #include "host/application/Excerpt.h"
 #include "host/foundation/Exception.h"
+#include "host/foundation/WholeNumber.h"
 #include "trovik/check/TypeCheck.h"
 #include "trovik/text/UsageError.h"
 
 #include <algorithm>
-#include <charconv>
 
 namespace trovik {
 namespace {
@@ -98,19 +98,17 @@ void checkNumberLength(const TypeCheck& check) {
     return;
   }
   const PlacedText value = valueOf(entry);
-  int digits = 0;
-  const char* end = value.text.data() + value.text.size();
-  const auto result = std::from_chars(value.text.data(), end, digits);
+  const auto digits = ReadWholeNumber<int>(value.text);
   const char* const hint = "write how many digits a scene's number has at least, such as 3";
   if (value.text.empty()) {
     check.out.warning("bad-number", keyOf(entry).span, "SceneNumberLength is empty, which means 0", hint);
-  } else if (result.ec != std::errc() || result.ptr != end) {
+  } else if (!digits) {
     check.out.error("bad-number", value.span,
                     "SceneNumberLength needs a whole number, not " + quotedText(value.text), hint);
-  } else if (digits < 1) {
+  } else if (*digits < 1) {
     check.out.warning(
         "bad-number", value.span,
-        "SceneNumberLength is " + std::to_string(digits) + ", but a number has one digit at least", hint);
+        "SceneNumberLength is " + std::to_string(*digits) + ", but a number has one digit at least", hint);
   }
 }
 

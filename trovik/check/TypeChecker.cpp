@@ -51,13 +51,14 @@ void lookForCommand(const TypeCheck& check, const CommandInfo& command) {
   const std::size_t end = std::min(command.Command.find(' '), command.Command.size());
   const String word = command.Command.substr(0, end);
   IniFile::EntryView entry;
-  if (word.empty() || word.find_first_of("$\"'\\") != String::npos || !programAt(Path(word)).empty() ||
+  if (word.empty() || word.find_first_of("$\"'\\") != String::npos || programProblem(Path(word)).empty() ||
       !check.source.ini().FindEntry(command.Name, "Command", entry)) {
     return;
   }
-  check.out.warning("missing-program", valueOf(entry).span.part(0, end),
-                    "this machine has no program " + quotedText(word),
-                    word.find('/') == String::npos ? "looked for it along PATH" : "check the path");
+  const bool bare = word.find('/') == String::npos;
+  check.out.warning(
+      "missing-program", valueOf(entry).span.part(0, end), "this machine has no program " + quotedText(word),
+      bare ? "looked for it along PATH" : "check the path, which " + programProblem(Path(word)));
 }
 
 bool isRefusing(const Findings& out) {
@@ -176,7 +177,7 @@ void TypeChecker::lookForProgram(const TypeCheck& check) const {
     span = command->span.part(0, std::min(command->text.find(' '), command->text.size()));
   }
   check.out.warning("missing-program", span, "this machine has no program for the type",
-                    "looked for " + joined(found.searched, ", "));
+                    joined(found.searched, "; "));
 }
 
 } // namespace trovik

@@ -2,11 +2,12 @@
 
 #include "host/application/RenderJob.h"
 #include "host/foundation/Log.h"
+#include "host/foundation/WholeNumber.h"
 #include "trovik/queue/JobView.h"
+#include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 
 #include <algorithm>
-#include <charconv>
 
 namespace trovik {
 namespace {
@@ -24,9 +25,7 @@ std::unique_ptr<RunLogs> logsOf(const Queue& queue, const JobRecord& record) {
 std::size_t cpusOf(const Job& job) {
   try {
     const String text = job.FormatStringWithParameters(job.GetParameterOrOption(p_CPUs, true, true));
-    std::size_t number = 1;
-    std::from_chars(text.data(), text.data() + text.size(), number);
-    return std::max<std::size_t>(1, number);
+    return std::max<std::size_t>(1, ReadWholeNumber<std::size_t>(trimmed(text)).value_or(1));
   } catch (Exception* exception) {
     LogDebug(takeText(exception)); // each work tells it
     return 1;

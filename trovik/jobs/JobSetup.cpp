@@ -1,5 +1,6 @@
 #include "trovik/jobs/JobSetup.h"
 
+#include "host/application/ExecutableSearch.h"
 #include "host/application/Expansion.h"
 #include "host/application/RenderJob.h"
 #include "host/foundation/Log.h"
@@ -82,8 +83,12 @@ void JobSetup::setScene(const std::string& scene) {
     throw UsageError{"the name of the scene is empty", "name the scene file"};
   }
   const Path path = absolutePath(scene);
-  if (!exists(path)) {
+  // Programs that are given a folder or a pipe may wait, or work, for ever.
+  if (const String problem = FileProblem(path); problem == "does not exist") {
     throw UsageError{"there is no scene file " + inQuotes(path.Text()), "check the name and the directory"};
+  } else if (!problem.empty()) {
+    throw UsageError{"the scene " + inQuotes(path.Text()) + ' ' + printable(problem, OddBytes::Show),
+                     "name the scene file"};
   }
   queue(findParameter(type_, p_Scene), path.Text(), "SCENE");
 }
@@ -295,7 +300,7 @@ void JobSetup::checkSequence(const String& format) const {
     for (std::int64_t frame = run.First; frame <= run.Last; ++frame) {
       const Path scene = sequenceScene(format, static_cast<int>(frame));
       refuseName(type_, refused, scene, true);
-      if (!exists(scene)) {
+      if (!FileProblem(scene).empty()) {
         firstMissing = missing.empty() ? scene : firstMissing;
         missing.add({static_cast<int>(frame), static_cast<int>(frame)});
       }

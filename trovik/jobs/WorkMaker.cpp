@@ -1,6 +1,7 @@
 #include "trovik/jobs/WorkMaker.h"
 
 #include "host/application/JobFactory.h"
+#include "host/application/ProcessJob.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/Stream.h"
 
@@ -21,6 +22,9 @@ SmartHandle<Job> WorkMaker::makeWhole() const {
   SmartHandle<Job> job = JobFactory::s_JobFactory->CreateJob(type_);
   InStream stream(packed_);
   job->UnpackObject(stream, 1);
+  if (auto* process = dynamic_cast<ProcessJob*>(job.Get()); process != nullptr) {
+    process->ShareSearches(searches_);
+  }
   // Jobs translate their files by this machine's path maps when they are
   // unpacked, but not the pattern of a scene sequence, which is no file.
   String format;

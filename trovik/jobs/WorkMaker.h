@@ -1,8 +1,10 @@
 #pragma once
 
+#include "host/application/ExecutableSearch.h"
 #include "host/application/Job.h"
 #include "trovik/records/RunEvents.h"
 
+#include <memory>
 #include <string>
 
 namespace trovik {
@@ -14,7 +16,9 @@ constexpr const char* sceneNameFormat = "SceneNameFormat";
 std::string packedJob(const Job& job);
 
 /// Makes the job objects of a job's works: each a fresh object that unpacks
-/// the job's stream, since an object remembers what it saw in the output.
+/// the job's stream, since an object remembers what it saw in the output. They
+/// share what the search for the newest program found, so that one program
+/// renders them all.
 class WorkMaker {
 public:
   explicit WorkMaker(const Job& job);
@@ -28,6 +32,7 @@ public:
 private:
   UID type_;
   std::string packed_;
+  std::shared_ptr<ExecutableMemory> searches_ = std::make_shared<ExecutableMemory>();
 };
 
 } // namespace trovik

@@ -1,10 +1,10 @@
 #include "trovik/replay/Replay.h"
 
+#include "host/foundation/WholeNumber.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/works/OutcomeText.h"
 
-#include <charconv>
 #include <csignal>
 #include <cstring>
 #include <utility>
@@ -23,16 +23,9 @@ ProcessJob& processOf(Job* job) {
   return *process;
 }
 
-std::optional<int> wholeNumber(std::string_view text) {
-  int number = 0;
-  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
-  return result.ec == std::errc() && result.ptr == text.data() + text.size() ? std::optional(number)
-                                                                             : std::nullopt;
-}
-
 /// The signal of a name ("KILL", "SIGKILL", in any case) or number; 0 for none.
 int signalOf(const std::string& text) {
-  if (const auto number = wholeNumber(text)) {
+  if (const auto number = ReadWholeNumber<int>(text)) {
     return *number >= 1 && *number <= lastSignal ? *number : 0;
   }
   for (int signal = 1; signal <= lastSignal; ++signal) {
@@ -153,7 +146,7 @@ std::string listName(const LineAccount& account) {
 }
 
 ProcessExit exitFrom(const std::string& text) {
-  if (const auto number = wholeNumber(text)) {
+  if (const auto number = ReadWholeNumber<int>(text)) {
     if (*number > signalBase && *number <= signalBase + lastSignal) {
       return killedBy(*number - signalBase);
     }
@@ -166,7 +159,8 @@ ProcessExit exitFrom(const std::string& text) {
   }
   constexpr std::string_view word = "signal ";
   const bool worded = text.starts_with(word);
-  const int signal = worded || !wholeNumber(text) ? signalOf(worded ? text.substr(word.size()) : text) : 0;
+  const int signal =
+      worded || !ReadWholeNumber<int>(text) ? signalOf(worded ? text.substr(word.size()) : text) : 0;
   if (signal == 0) {
     throw UsageError{"--exit: " + inQuotes(text) + " is no way for a program to end",
                      "write its exit code from 0 to 255, or a signal such as SIGKILL or \"signal 9\""};

@@ -201,6 +201,7 @@ JobReport reportOn(Queue& queue, JobRecord job) {
     failure.group = std::move(group);
     report.failures.push_back(std::move(failure));
   }
+  report.programs = programsOf(report.view.job, attempts);
   report.left = guess(queue, report, attempts);
   return report;
 }
@@ -243,6 +244,9 @@ std::string reportText(const Console& console, const JobReport& report, Moment n
   }
   if (report.left) {
     text += entry(console, "left", "about " + roughText(*report.left));
+  }
+  if (report.programs.size() > 1) {
+    text += entry(console, "programs", programsText(report.programs), Colour::Yellow);
   }
   for (const auto& [directory, count] : report.images) {
     text += entry(console, "images", std::to_string(count) + " in " + console.shown(directory));
@@ -289,6 +293,7 @@ Json reportJson(const JobReport& report, Moment now) {
          {"line", line ? Json(attempt->lines[*line]) : Json(nullptr)},
          {"log", textOrNull(group.log.Text())}});
   }
+  document["programs"] = programsJson(report.view.job, report.programs);
   document["images"] = Json::array();
   for (const auto& [directory, count] : report.images) {
     document["images"].push_back({{"directory", directory}, {"count", count}});

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "trovik/reports/ClusterReport.h"
+#include "trovik/reports/JobPrograms.h"
 #include "trovik/reports/JobTable.h"
 
 #include <map>
@@ -24,6 +25,7 @@ struct JobReport {
   JobView view;
   std::vector<Running> running;
   std::vector<Failure> failures;
+  std::vector<ProgramShare> programs;
   std::map<std::string, std::size_t> images; ///< by directory
   std::optional<Duration> left;              ///< a guess, while works run
   bool engine = false;                       ///< one lives that may work off the job

@@ -12,6 +12,7 @@ namespace trovik {
 namespace {
 
 constexpr std::size_t slowestShown = 5;
+constexpr std::size_t mixedShown = 5;
 
 /// Parts of a duration; hostile ones are no reason to overflow.
 Duration scaled(Duration duration, double factor) {
@@ -40,6 +41,9 @@ std::string entry(const std::string& label, const std::string& text) {
 
 void JobStats::add(const JobRecord& job, const std::vector<AttemptRecord>& attempts) {
   ++jobs_;
+  if (std::vector<ProgramShare> programs = programsOf(job, attempts); programs.size() > 1) {
+    mixed_.push_back({job, std::move(programs)});
+  }
   for (const AttemptRecord& attempt : attempts) {
     if (attempt.state == AttemptState::Running) {
       continue;
@@ -175,6 +179,13 @@ std::string JobStats::text(const SlotsOf& slots, bool several) const {
     std::snprintf(rate, sizeof rate, "%.*f", perHour < 10 ? 1 : 0, perHour);
     text += entry("throughput", std::string(rate) + " frames an hour, in " + durationText(used.wall));
   }
+  for (std::size_t i = 0; i < std::min(mixedShown, mixed_.size()); ++i) {
+    text += entry(i == 0 ? "programs" : "", (several ? "job " + std::to_string(mixed_[i].job.id) + ' ' : "") +
+                                                programsText(mixed_[i].programs));
+  }
+  if (mixed_.size() > mixedShown) {
+    text += entry("", "and " + counted(mixed_.size() - mixedShown, "further job") + " by several");
+  }
   return text;
 }
 
@@ -192,6 +203,10 @@ void JobStats::fill(Json& document, const SlotsOf& slots) const {
   document["slowest"] = Json::array();
   for (std::size_t i = 0; i < std::min(slowestShown, times.size()); ++i) {
     document["slowest"].push_back(oneJson(times[i]));
+  }
+  document["programs"] = Json::array();
+  for (const Mixed& mixed : mixed_) {
+    document["programs"].push_back({{"job", mixed.job.id}, {"by", programsJson(mixed.job, mixed.programs)}});
   }
   const Duration whole = good_ + inVain();
   document["time"] = {{"good", secondsOf(good_)},

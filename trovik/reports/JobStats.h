@@ -2,6 +2,7 @@
 
 #include "trovik/records/FrameTimes.h"
 #include "trovik/records/Records.h"
+#include "trovik/reports/JobPrograms.h"
 #include "trovik/text/Console.h"
 #include "trovik/text/Json.h"
 
@@ -37,6 +38,10 @@ private:
     Moment begin;
     Moment end;
   };
+  struct Mixed {
+    JobRecord job;
+    std::vector<ProgramShare> programs;
+  };
   struct Use {
     Duration busy{};     ///< of all programs together
     Duration capacity{}; ///< slots times the time in which any of theirs ran
@@ -60,6 +65,7 @@ private:
   Duration canceled_{};
   Duration lost_{};
   std::map<EngineId, std::vector<Interval>> intervals_;
+  std::vector<Mixed> mixed_; // jobs that several programs rendered
 };
 
 } // namespace trovik

@@ -1,16 +1,14 @@
 #include "trovik/text/Numbers.h"
 
+#include "host/foundation/WholeNumber.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
-
-#include <charconv>
 
 namespace trovik {
 
 std::size_t positiveNumber(const std::string& option, const std::string& text, std::size_t limit) {
-  std::size_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size() || number == 0) {
+  const std::size_t number = ReadWholeNumber<std::size_t>(text).value_or(0);
+  if (number == 0) {
     throw UsageError{option + ": " + inQuotes(text) + " is not a whole number from 1 on", {}};
   }
   if (number > limit) {

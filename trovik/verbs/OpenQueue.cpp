@@ -1,9 +1,9 @@
 #include "trovik/verbs/OpenQueue.h"
 
+#include "host/foundation/WholeNumber.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 
-#include <charconv>
 #include <filesystem>
 #include <system_error>
 #include <utility>
@@ -22,9 +22,8 @@ JobId jobNumber(const std::string& text) {
   if (text == "last") {
     return 0;
   }
-  JobId number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size() || number <= 0) {
+  const JobId number = ReadWholeNumber<JobId>(text).value_or(0);
+  if (number <= 0) {
     throw UsageError{inQuotes(text) + " is not the number of a job",
                      "jobs have whole numbers from 1 on, and the newest is \"last\"; \"trovik jobs\" lists "
                      "them"};

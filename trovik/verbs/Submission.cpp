@@ -1,9 +1,12 @@
 #include "trovik/verbs/Submission.h"
 
+#include "host/application/ExecutableSearch.h"
 #include "host/application/RenderJob.h"
 #include "host/foundation/Log.h"
+#include "host/foundation/WholeNumber.h"
 #include "trovik/engine/EndCommand.h"
 #include "trovik/jobs/JobSetup.h"
+#include "trovik/jobs/ProgramSearch.h"
 #include "trovik/jobs/Types.h"
 #include "trovik/machine/Locations.h"
 #include "trovik/text/Numbers.h"
@@ -14,10 +17,8 @@
 #include "trovik/works/RunLogs.h"
 
 #include <algorithm>
-#include <charconv>
 #include <filesystem>
 #include <system_error>
-#include <unistd.h>
 
 namespace trovik {
 namespace {
@@ -34,10 +35,7 @@ std::string outputOf(const Job& job) {
 }
 
 int effectiveNumber(const Job& job, const char* name) {
-  const String text = effectiveValue(job, name);
-  int number = 0;
-  std::from_chars(text.data(), text.data() + text.size(), number);
-  return number;
+  return ReadWholeNumber<int>(trimmed(effectiveValue(job, name))).value_or(0);
 }
 
 /// Refuses a parameter that is given by its option and by --set as well: one
@@ -140,7 +138,7 @@ void Submission::describe() {
     newJob_.endCommands.push_back(*options.endCommand);
   }
   if (options.notify) {
-    if (ProcessJob::FindLatestExecutable({}, {}, Path("notify-send")).empty()) {
+    if (FindAlongPath("notify-send").empty()) {
       throw UsageError{"--notify: there is no program \"notify-send\" along PATH",
                        "install it (on Debian the package libnotify-bin), or use --on-end"};
     }
@@ -198,13 +196,16 @@ void Submission::tryFirstWork() const {
     return; // the program need not be on this machine
   }
   const Path program(start.Arguments.empty() ? String() : start.Arguments.front());
-  const bool bare = program.Text().find('/') == String::npos;
-  const bool there =
-      bare ? !ProcessJob::FindLatestExecutable({}, {}, program).empty() : access(program.c_str(), X_OK) == 0;
-  if (!there && (bare || program.IsAbsolute())) {
-    throw UsageError{"there is no program " + inQuotes(program.Text()) + (bare ? " along PATH" : ""),
-                     "install it, or name it with --set Executable=FILE"};
+  const std::string problem = programProblem(program);
+  if (problem.empty()) {
+    return;
   }
+  const bool bare = program.Text().find('/') == String::npos;
+  const bool missing = bare || problem == "does not exist";
+  throw UsageError{missing ? "there is no program " + inQuotes(program.Text()) + (bare ? " along PATH" : "")
+                           : "the program " + inQuotes(program.Text()) + ' ' + problem,
+                   missing ? "install it, or name it with --set Executable=FILE"
+                           : "name the program's file with --set Executable=FILE"};
 }
 
 } // namespace trovik

@@ -23,22 +23,29 @@ int findProgram(Session& session, const FindOptions& options) {
     document["type"] = typeTitle(type);
     document["executable"] = good ? Json(found.program.Text()) : Json(nullptr);
     document["source"] = good ? Json(found.source) : Json(nullptr);
+    document["reason"] = good ? Json(found.told) : Json(nullptr);
     document["searched"] = found.searched;
     console.print(jsonDocument(document));
     return good ? exitGood : exitFailed;
   }
+  std::string list;
+  for (const std::string& text : found.searched) {
+    list += "  " + text + '\n';
+  }
   if (good) {
-    console.print(console.shown(found.program.Text()) + "\n  " + found.told + '\n');
+    console.print(console.shown(found.program.Text()) + "\n  " + found.told + '\n' + list);
     return exitGood;
   }
-  std::string text = console.colouredError(Colour::Red, "trovik: error:") + " there is no program for " +
-                     inQuotes(typeTitle(type)) + "; looked for\n";
-  for (const std::string& place : found.searched) {
-    text += "  " + place + '\n';
-  }
-  text += "hint: install it, or name it as Executable in the section [" + type.GenString() +
-          "] of the options file\n";
-  console.printError(text);
+  const std::string title = inQuotes(typeTitle(type));
+  const std::string option = "Executable=FILE in the section [" + type.GenString() + "] of the options file";
+  console.printError(console.colouredError(Colour::Red, "trovik: error:") +
+                     (list.empty() ? " nothing says which program jobs of " + title + " run\n"
+                                   : " there is no program for " + title + '\n' + list) +
+                     "hint: " +
+                     (list.empty()       ? ""
+                      : found.unreadable ? "make readable what cannot be read, or "
+                                         : "install it, or ") +
+                     "write " + option + '\n');
   return exitFailed;
 }
 

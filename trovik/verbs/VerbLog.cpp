@@ -1,3 +1,4 @@
+#include "host/foundation/WholeNumber.h"
 #include "trovik/queue/JobView.h"
 #include "trovik/records/Moments.h"
 #include "trovik/reports/AttemptText.h"
@@ -10,7 +11,6 @@
 #include "trovik/verbs/Verbs.h"
 
 #include <algorithm>
-#include <charconv>
 
 namespace trovik {
 namespace {
@@ -25,13 +25,12 @@ struct Chosen {
 };
 
 int frameIn(const std::string& text) {
-  int frame = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), frame);
-  if (error != std::errc() || end != text.data() + text.size()) {
+  const auto frame = ReadWholeNumber<int>(text);
+  if (!frame) {
     throw UsageError{inQuotes(text) + " is not the number of a frame",
                      "one frame is wanted, such as 17; see \"trovik log --help\""};
   }
-  return frame;
+  return *frame;
 }
 
 std::string jobText(const JobView& view) {

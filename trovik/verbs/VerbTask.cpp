@@ -1,4 +1,5 @@
 #include "host/foundation/Log.h"
+#include "host/foundation/WholeNumber.h"
 #include "trovik/cluster/TaskRun.h"
 #include "trovik/images/ImageHelper.h"
 #include "trovik/machine/Interrupts.h"
@@ -7,7 +8,6 @@
 #include "trovik/verbs/EngineRun.h"
 #include "trovik/verbs/Verbs.h"
 
-#include <charconv>
 #include <cstdlib>
 
 namespace trovik {
@@ -20,14 +20,13 @@ std::size_t taskIndex(const TaskOptions& options) {
                      "it is taken from SLURM_ARRAY_TASK_ID, or --index"};
   }
   const std::string text = options.index ? *options.index : std::string(variable);
-  std::size_t index = 0;
-  const auto [end, problem] = std::from_chars(text.data(), text.data() + text.size(), index);
-  if (text.empty() || problem != std::errc() || end != text.data() + text.size()) {
+  const auto index = ReadWholeNumber<std::size_t>(text);
+  if (!index) {
     throw UsageError{(options.index ? "--index: " : "SLURM_ARRAY_TASK_ID: ") + inQuotes(text) +
                          " is no number of a task",
                      "write a whole number from 0"};
   }
-  return index;
+  return *index;
 }
 
 } // namespace

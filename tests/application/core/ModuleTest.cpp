@@ -80,9 +80,20 @@ TEST_F(ModuleLoading, HandsEveryDirectoryWithTypeFilesToALibraryThatReadsThem) {
   TypeFile("installed/twice2.tvx", "00000000-0000-4000-8000-000000000003", "Second");
   const LogCapture log;
   EXPECT_EQ(Loader.Load({In("own"), In("empty"), In("own/"), In("installed")}), 1);
-  EXPECT_EQ(log.Lines(), (Lines{"typefiles: load " + Directory.Name() + "/own/typefiles.so",
-                                "typefiles: load " + Directory.Name() + "/installed/typefiles.so",
-                                "typefiles: refused shipped.tvx"}));
+  EXPECT_EQ(log.Lines(),
+            (Lines{"typefiles: load " + Directory.Name() + "/own/typefiles.so",
+                   "typefiles: load " + Directory.Name() + "/installed/typefiles.so",
+                   "typefiles: refused shipped.tvx",
+                   In("installed/shipped.tvx").Text() +
+                       ":2:4: warning: the type \"Shipped\" is not used: the type \"Better\" of " +
+                       In("own/better.tvx").Text() +
+                       " has the same ID 00000000-0000-4000-8000-000000000002, and its folder "
+                       "comes first; give one of them an ID of its own",
+                   In("installed/twice.tvx").Text() +
+                       ":2:4: warning: the type \"First\" is not used: the type \"Second\" of " +
+                       In("installed/twice2.tvx").Text() +
+                       " has the same ID 00000000-0000-4000-8000-000000000003, and the last "
+                       "file of a folder counts; give one of them an ID of its own"}));
   EXPECT_EQ(NameOf("00000000-0000-4000-8000-000000000001"), "Mine");
   EXPECT_EQ(NameOf("00000000-0000-4000-8000-000000000002"), "Better");
   EXPECT_EQ(NameOf("00000000-0000-4000-8000-000000000003"), "Second");

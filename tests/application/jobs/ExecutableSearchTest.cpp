@@ -1,12 +1,17 @@
 #include "tests/application/jobs/TestJob.h"
 
 #include "host/application/ExecutableSearch.h"
+#include "host/foundation/Descriptor.h"
 
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
+#include <memory>
 
 namespace {
 
@@ -81,6 +86,176 @@ TEST_F(ExecutableSearch, NewestFolderWithoutTheProgramIsPassedOver) {
   WriteProgram("paint-2/render");
   Write("paint-9", "a file");
   EXPECT_EQ(Find({m_Directory}, {"paint"}), In("paint-2/render"));
+}
+
+TEST_F(ExecutableSearch, FolderThatWasPutAsideIsNeverUsed) {
+  WriteProgram("paint-4.1/render");
+  for (const char* name : {"paint-4.2-old", "paint-4.2.backup", "paint-4.2-disabled", "paint-4.2 (copy)"}) {
+    WriteProgram(String(name) + "/render");
+  }
+  EXPECT_EQ(Find({m_Directory}, {"paint"}), In("paint-4.1/render"));
+  std::filesystem::remove_all(In("paint-4.1").c_str());
+  EXPECT_EQ(Find({m_Directory}, {"paint"}), Path());
+  EXPECT_EQ(Find({m_Directory}, {"paint-4.2-old"}), In("paint-4.2-old/render")); // who names it means it
+  EXPECT_EQ(Find({m_Directory}, {"paint-*-old"}), In("paint-4.2-old/render"));
+}
+
+TEST_F(ExecutableSearch, PlainestNameWinsAmongThoseThatReadTheSame) {
+  WriteProgram("paint-4.2-lts/render");
+  WriteProgram("paint-4.2/render");
+  EXPECT_EQ(Find({m_Directory}, {"paint"}), In("paint-4.2/render"));
+}
+
+TEST_F(ExecutableSearch, BaseWithANumberTakesNoOtherNumber) {
+  WriteProgram("paint-4.10/render");
+  WriteProgram("paint-4.1.2/render");
+  EXPECT_EQ(Find({m_Directory}, {"paint-4.1"}), In("paint-4.1.2/render"));
+  EXPECT_EQ(Find({m_Directory}, {"paint-4"}), In("paint-4.10/render"));
+}
+
+TEST_F(ExecutableSearch, NumberOfABaseIsPartOfTheVersion) {
+  WriteProgram("paint-3.6.2/render");
+  WriteProgram("paint-4.1/render");
+  EXPECT_EQ(Find({m_Directory}, {"paint-3.6", "paint-4.1"}), In("paint-4.1/render"));
+  EXPECT_EQ(Find({m_Directory}, {"paint-3.*", "paint-4.*"}), In("paint-4.1/render"));
+  WriteProgram("draw19.5.640/render");
+  WriteProgram("draw20.5.278/render");
+  EXPECT_EQ(Find({m_Directory}, {"draw19", "draw20"}), In("draw20.5.278/render"));
+  WriteProgram("bulb2-2.30/render"); // the number is the program's
+  WriteProgram("bulb-2.31/render");
+  EXPECT_EQ(Find({m_Directory}, {"bulb2", "bulb"}), In("bulb-2.31/render"));
+}
+
+TEST_F(ExecutableSearch, LongestBaseThatFitsDecidesNotTheirOrder) {
+  // By the base "paint" the first would be an unfinished 4.2.
+  const Path beta = WriteProgram("a/paint (beta) 4.2/render");
+  const Path release = WriteProgram("b/paint 4.2/render");
+  EXPECT_EQ(Find({In("a"), In("b")}, {"paint", "paint (beta)"}), beta);
+  EXPECT_EQ(Find({In("a"), In("b")}, {"paint (beta)", "paint"}), beta);
+  EXPECT_EQ(Find({In("a"), In("b")}, {"paint"}), release);
+}
+
+TEST_F(ExecutableSearch, TellsWhatItCameBy) {
+  WriteProgram("paint-4.1/render");
+  WriteProgram("paint-4.0/render");
+  WriteProgram("paint-5-old/render");
+  MakeFolder("paint-4.3");
+  MakeFolder("paint-4.2/render");
+  Write("plain", "a file");
+  MakeFolder("empty");
+  const ExecutableSearchResult result =
+      SearchNewestExecutable({In("nowhere"), m_Directory, In("plain"), In("empty")}, {"paint"}, "render");
+  EXPECT_EQ(result.Program, In("paint-4.1/render"));
+  String folders;
+  for (const SearchedFolder& one : result.Folders) {
+    folders += one.Folder.Leaf(true) + " " + one.Problem + "\n";
+  }
+  EXPECT_EQ(folders, "paint-4.3 cannot serve: its \"render\" does not exist\n"
+                     "paint-4.2 cannot serve: its \"render\" is a folder\n"
+                     "paint-4.1 \n"
+                     "paint-4.0 \n"
+                     "paint-5-old was put aside: its name says \"old\"\n");
+  String roots;
+  for (const SearchedFolder& one : result.Roots) {
+    roots += one.Folder.Leaf(true) + " " + one.Problem + "\n";
+  }
+  EXPECT_EQ(roots, "nowhere does not exist\nplain is no folder\nempty \n");
+}
+
+TEST_F(ExecutableSearch, SaysWhyAFileIsNoProgram) {
+  EXPECT_EQ(ExecutableProblem(WriteProgram("render")), "");
+  EXPECT_EQ(ExecutableProblem(In("nothing")), "does not exist");
+  EXPECT_EQ(ExecutableProblem(m_Directory), "is a folder");
+  EXPECT_EQ(ExecutableProblem(Write("plain", "")), "is not executable");
+  EXPECT_EQ(ExecutableProblem("/dev/null"), "is no regular file");
+  std::filesystem::create_symlink(In("gone").c_str(), In("link").c_str());
+  EXPECT_EQ(ExecutableProblem(In("link")), "is a link to \"" + In("gone").Text() + "\", which leads nowhere");
+  std::filesystem::create_symlink("loop", In("loop").c_str());
+  EXPECT_EQ(ExecutableProblem(In("loop")), "is a link to \"loop\", which leads nowhere");
+}
+
+// How often a folder was opened for reading since the last question. Openings
+// alone would be joined to one event.
+class FolderReads {
+public:
+  explicit FolderReads(const Path& folder) : m_Descriptor(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+    EXPECT_GE(inotify_add_watch(m_Descriptor.Number(), folder.c_str(), IN_OPEN | IN_CLOSE | IN_ONLYDIR), 0);
+  }
+  int Count() {
+    int count = 0;
+    alignas(inotify_event) std::array<char, 4096> buffer{};
+    for (ssize_t got = 0; (got = read(m_Descriptor.Number(), buffer.data(), buffer.size())) > 0;) {
+      for (std::size_t at = 0; at < static_cast<std::size_t>(got);) {
+        inotify_event event{};
+        std::memcpy(&event, buffer.data() + at, sizeof event);
+        count += (event.mask & IN_OPEN) != 0 && event.len == 0 ? 1 : 0;
+        at += sizeof event + event.len;
+      }
+    }
+    return count;
+  }
+
+private:
+  Descriptor m_Descriptor;
+};
+
+// A job of a type that has a search of its own.
+class SearchingJob : public TestJob {
+public:
+  Path GetLatestExecutable() override { return FindLatestExecutable(Roots, {"paint"}, "render"); }
+  std::vector<Path> Roots;
+};
+
+class SearchOfAJob : public JobTest {
+protected:
+  // Prepares a work of a job as an engine would; its program.
+  Path Work(const std::shared_ptr<ExecutableMemory>& memory, const String& executable = String::Null) {
+    auto* job = new SearchingJob;
+    const SmartHandle<Job> handle(static_cast<Job*>(job));
+    job->SetType(m_Type);
+    job->Roots = {m_Directory};
+    job->SetParameter(p_Executable, executable);
+    job->SetParameter("CommandString", "-x");
+    job->ShareSearches(memory);
+    ProcessStart start;
+    return job->PrepareWork(start) ? Path(start.Arguments.front()) : Path();
+  }
+  std::shared_ptr<ExecutableMemory> m_Memory = std::make_shared<ExecutableMemory>();
+};
+
+TEST_F(SearchOfAJob, IsMadeOnceForAllWorks) {
+  const Path program = WriteProgram("paint-1/render");
+  FolderReads reads(m_Directory);
+  for (int work = 0; work < 100; ++work) {
+    EXPECT_EQ(Work(m_Memory), program);
+  }
+  EXPECT_EQ(reads.Count(), 1);
+}
+
+TEST_F(SearchOfAJob, KeepsItsProgramWhenANewerOneComes) {
+  const Path program = WriteProgram("paint-1/render");
+  EXPECT_EQ(Work(m_Memory), program);
+  const Path newer = WriteProgram("paint-2/render");
+  EXPECT_EQ(Work(m_Memory), program);
+  EXPECT_EQ(Work(std::make_shared<ExecutableMemory>()), newer); // another job
+  std::filesystem::remove(program.c_str());
+  EXPECT_EQ(Work(m_Memory), newer);
+}
+
+TEST_F(SearchOfAJob, IsNotMadeWhereTheProgramWasChosen) {
+  WriteProgram("paint-1/render");
+  FolderReads reads(m_Directory);
+  EXPECT_EQ(Work(m_Memory, "/bin/true"), Path("/bin/true"));
+  SetOption(p_Executable, "/bin/false");
+  EXPECT_EQ(Work(m_Memory), Path("/bin/false"));
+  EXPECT_EQ(reads.Count(), 0);
+}
+
+TEST_F(SearchOfAJob, IsMadeAgainAfterAWorkThatCouldNotStart) {
+  WriteProgram("other/render");
+  EXPECT_EQ(Work(m_Memory), Path());
+  const Path program = WriteProgram("paint-1/render");
+  EXPECT_EQ(Work(m_Memory), program);
 }
 
 TEST_F(ExecutableSearch, RootsCompeteTogetherAndTheEarlierWinsTies) {

@@ -133,7 +133,7 @@ TEST_F(Prepare, UnusableProgramsAreToldApart) {
   job.SetParameter(p_Executable, Write("plain", "x").Text());
   EXPECT_EQ(Refused(job), "Program \"" + In("plain").Text() + "\" is not executable");
   job.SetParameter(p_Executable, m_Directory.Text());
-  EXPECT_EQ(Refused(job), "Program \"" + m_Directory.Text() + "\" is not executable");
+  EXPECT_EQ(Refused(job), "Program \"" + m_Directory.Text() + "\" is a folder");
   job.SetParameter(p_Executable, In("plain/below").Text());
   EXPECT_EQ(Refused(job), "Program \"" + In("plain/below").Text() + "\" does not exist");
   job.SetParameter(p_Executable, "/" + String(300, 'x'));

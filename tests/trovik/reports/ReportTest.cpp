@@ -31,6 +31,20 @@ TEST_F(Show, AFailedJobTellsWhyAndWhatToDo) {
   EXPECT_EQ(printed.code, exitGood);
 }
 
+TEST_F(Show, TwoProgramsOfOneJobAreTold) {
+  queue.submit(jobOf("1-2,3-4"));
+  for (const char* program : {"/opt/paint-1/paint", "/opt/paint-2/paint"}) {
+    Outcome outcome = good(take().attempt);
+    outcome.command = std::string(program) + " -x";
+    queue.settle(outcome);
+  }
+  const Printed printed = steady(showJob, optionsFor({"1"}));
+  EXPECT_NE(printed.out.find("programs   rendered by 2 programs: \"/opt/paint-1/paint\" (1-2), "
+                             "\"/opt/paint-2/paint\" (3-4)\n"),
+            std::string::npos)
+      << printed.out;
+}
+
 TEST_F(Show, ALongDecidingLineIsToldWhole) {
   queue.submit(jobOf("1"));
   const Claim claim = take();

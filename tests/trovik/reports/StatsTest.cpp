@@ -53,6 +53,38 @@ TEST(Stats, TellTimesLossesAndUse) {
                                          "throughput  480 frames an hour, in 45 s\n");
 }
 
+AttemptRecord renderedBy(const std::string& program, AttemptRecord attempt) {
+  attempt.command = program + " -x " + std::to_string(attempt.run.First);
+  return attempt;
+}
+
+TEST(Stats, TellWhichProgramsRenderedAJob) {
+  JobStats stats;
+  stats.add(jobWith(1), {renderedBy("/opt/paint-1/paint", attemptOf("1", 0s, 10s))});
+  stats.add(jobWith(2),
+            {renderedBy("/opt/paint-1/paint", attemptOf("1-3", 0s, 10s)),
+             renderedBy("\"/opt/paint 2/paint\"", attemptOf("4-5", 0s, 10s)),
+             renderedBy("/opt/paint-3/paint", attemptOf("6", 0s, 10s, AttemptState::Failed)),
+             renderedBy("\"/opt/paint 2/paint\"", attemptOf("2-7", 0s, 10s, AttemptState::Failed, "2"))});
+  const std::string text = stats.text(twoSlots, true);
+  EXPECT_EQ(text.substr(text.find("programs")),
+            "programs    job 2 rendered by 2 programs: \"/opt/paint-1/paint\" (1,3), \"/opt/paint 2/paint\" "
+            "(2,4-5)\n");
+  Json document;
+  stats.fill(document, twoSlots);
+  EXPECT_EQ(document["programs"].dump(), R"([{"job":2,"by":[{"program":"/opt/paint-1/paint","frames":"1,3"},)"
+                                         R"({"program":"/opt/paint 2/paint","frames":"2,4-5"}]}])");
+}
+
+TEST(Stats, AProgramThatRenderedNothingThatStandsIsNotTold) {
+  const std::vector<ProgramShare> programs =
+      programsOf(jobWith(1), {renderedBy("/opt/paint-1/paint", attemptOf("1-3", 0s, 10s)),
+                              renderedBy("/opt/paint-2/paint", attemptOf("1-3", 0s, 10s)),
+                              renderedBy("\"unclosed", attemptOf("4", 0s, 10s))});
+  ASSERT_EQ(programs.size(), 1U);
+  EXPECT_EQ(programs.front().program, "/opt/paint-2/paint");
+}
+
 TEST(Stats, GoodFramesOfAFailedPacketAreNoLoss) {
   JobStats stats;
   stats.add(jobWith(1), {attemptOf("1-4", 0s, 40s, AttemptState::Failed, "1-3")});
@@ -106,7 +138,7 @@ TEST(Stats, JsonHoldsTheSame) {
             R"({"jobs":1,"attempts":2,"frames":1,"median":10.0,"mean":10.0,)"
             R"("fastest":{"job":3,"frames":"1","seconds":10.0},)"
             R"("slowest":[{"job":3,"frames":"1","seconds":10.0}],)"
-            R"("time":{"good":10.0,"failed":30.0,"canceled":0.0,"lost":0.0},"lostShare":0.75,)"
+            R"("programs":[],"time":{"good":10.0,"failed":30.0,"canceled":0.0,"lost":0.0},"lostShare":0.75,)"
             R"("slots":2,"slotsUsed":0.6667,"wall":30.0,"framesPerHour":120.0})");
 }
 
