@@ -18,7 +18,7 @@ wait_for "$TMP/logs/2-2.log" waiting
 kill -INT $pid
 code=0
 wait $pid || code=$?
-[ $code = 1 ] || fail "exit code $code"
+[ $code = 130 ] || fail "exit code $code"
 out_is <<'END'
 job 1  Sketch: 4 frames (1-4) on 1 slot
 scene  TMP/work/shot_%04d.txt
