@@ -61,12 +61,12 @@ void ClusterEngine::lookAtPlaces() {
   }
   beatTime_ = active > manyWorks ? beatTimeOfMany : beatTime;
   turnTime_ = active > manyWorks ? turnTimeOfMany : turnTime;
-  queue_.inTransaction([&] {
-    for (auto array = arrays_.begin(); array != arrays_.end();) {
-      lookAt(array->second);
-      array = array->second.places.empty() ? arrays_.erase(array) : std::next(array);
-    }
-  });
+  // No transaction around it: a folder of a network may take its time, and what
+  // is written of a work is whole by itself.
+  for (auto array = arrays_.begin(); array != arrays_.end();) {
+    lookAt(array->second);
+    array = array->second.places.empty() ? arrays_.erase(array) : std::next(array);
+  }
 }
 
 void ClusterEngine::lookAt(Array& array) {

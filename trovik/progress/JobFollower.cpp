@@ -57,7 +57,7 @@ void JobFollower::beginRun() {
 RunInfo JobFollower::takeStock() {
   RunInfo info;
   begun_ = true;
-  queue_.inTransaction([&] {
+  queue_.inSnapshot([&] {
     std::optional<JobRecord> record = queue_.job(job_);
     open_ = record.has_value();
     if (!record) {

@@ -56,6 +56,10 @@ public:
   /// it. Does not nest.
   void inTransaction(const std::function<void()>& action);
 
+  /// Runs the action, which may only read, on one state of the queue. Takes no
+  /// lock that others could wait for.
+  void inSnapshot(const std::function<void()>& action);
+
   /// A number that differs from the one before when another connection has
   /// changed the queue. Cheap.
   std::int64_t dataVersion();

@@ -48,6 +48,17 @@ protected:
 };
 
 TEST_F(Follower, TellsWhatOthersDo) {
+TEST_F(Follower, ReadsWhileAnotherProcessWrites) {
+  const JobId job = queue.submit(jobOf("1,2"));
+  take();
+  JobFollower follower(reader, job, listener);
+  queue.inTransaction([&] {
+    follower.beginRun();
+    follower.poll();
+  });
+  EXPECT_EQ(listener.take(), (Heard{"run", "started 1 1/1"}));
+}
+
   const JobId job = queue.submit(jobOf("1,2"));
   JobFollower follower(reader, job, listener);
   follower.beginRun();
