@@ -62,6 +62,11 @@ private:
     AttemptId attempt = 0;
     FileRecord file;
   };
+  /// The end of an attempt without a program here: lost, or refused.
+  struct Settled {
+    Outcome outcome;
+    std::optional<WorkInfo> work; ///< of a lost one, for telling
+  };
 
   void fileNamed(const Claim& claim, const Path& file, std::optional<int> frame) override;
   void fileComplete(const WorkInfo& work, const Path& file) override;
@@ -75,6 +80,7 @@ private:
   void writeTurn(std::vector<Claim>& claims, std::vector<bool>& again);
   void claimWorks(std::vector<Claim>& claims);
   void tellTurn(const std::vector<bool>& again);
+  void tellLost(const Settled& lost, bool again);
   void startWorks();
   void start(const Claim& claim);
   void waitForSomething();
@@ -99,8 +105,9 @@ private:
   std::list<std::unique_ptr<Attempt>> ended_; // not yet recorded
   std::vector<Claim> claimed_;                // recorded, not yet started
   std::vector<std::unique_ptr<Recovery>> recoveries_;
-  std::vector<Outcome> outcomes_;                    // of attempts without a program: lost or refused
-  std::vector<std::pair<AttemptId, int>> processes_; // to be noted
+  std::vector<Settled> settled_;
+  std::vector<std::pair<AttemptId, int>> processes_;          // to be noted
+  std::vector<std::pair<AttemptId, ProgramEnd>> programEnds_; // the same
   std::vector<Note> notes_;
   bool mayHaveWork_ = true;
   bool troubled_ = false; // the queue could not be written the last time

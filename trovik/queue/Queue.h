@@ -136,6 +136,9 @@ public:
                            const std::vector<JobId>& without = {});
   /// The process group of a running attempt.
   void noteProcess(AttemptId attempt, int process);
+  /// The program of a running attempt has ended by itself, and its files are
+  /// going to be looked into.
+  void noteEnd(AttemptId attempt, const ProgramEnd& end);
   /// A file that the program of a running attempt named.
   void noteFile(AttemptId attempt, const FileRecord& file);
 

@@ -211,6 +211,7 @@ RunSummary Queue::summary(JobId id) {
       impl_->summarize(*record, frames(id), summary);
     }
   });
+  summary.engine = hasOtherEngine(0);
   return summary;
 }
 
@@ -234,6 +235,8 @@ void Queue::Impl::summarize(const JobRecord& record, const JobFrames& stand, Run
       record.hasFrames ? summary.good.count() + summary.failed.count() + summary.notDone.count() : 1;
   summary.goodWorks = stand.goodWorks;
   summary.failedWorks = stand.failedWorks;
+  summary.state = record.state;
+  summary.canceledWorks = stand.canceledWorks;
   summary.notDoneWorks = stand.readyWorks + stand.runningWorks + stand.canceledWorks;
   addFailures(database, record.id, summary);
   addImages(database, record.id, summary);

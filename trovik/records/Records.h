@@ -262,6 +262,18 @@ struct ClusterContact {
   std::string problem; ///< of the last question; empty when it was answered
 };
 
+/// How the program of an attempt ended by itself, written down before its files
+/// are looked into: with its log it is all that a verdict needs, should the
+/// engine die now.
+struct ProgramEnd {
+  int exitCode = 0;
+  int signal = 0;
+  std::string command;                  ///< the words as text for a shell
+  std::string log;                      ///< empty when it printed nothing
+  std::int64_t printed = 0;             ///< bytes
+  std::chrono::microseconds duration{}; ///< until its end
+};
+
 /// An attempt whose engine died.
 struct LostAttempt {
   AttemptRecord attempt;
@@ -269,6 +281,7 @@ struct LostAttempt {
   int process = 0;               ///< the process group; 0 when it was not noted
   bool sameBoot = true;          ///< false: the machine was started anew since, so nothing of it runs
   std::vector<FileRecord> files; ///< that the program had named
+  std::optional<ProgramEnd> end; ///< where it was seen
 };
 
 /// The reverse of nameOf: false for a text that is no name of the kind.

@@ -23,6 +23,7 @@ struct JobReport {
 
   JobView view;
   std::vector<Running> running;
+  std::vector<AttemptRecord> lost; ///< their engine died
   std::vector<Failure> failures;
   std::map<std::string, std::size_t> images; ///< by directory
   std::optional<Duration> left;              ///< a guess, while works run

@@ -181,6 +181,21 @@ void Attempt::finish(Clock::time_point now) {
   conclude(process_->FinishWork(exit_, ended_), now);
 }
 
+std::optional<ProgramEnd> Attempt::takeEnd(Clock::time_point now) {
+  if (!look_ || endTaken_ || over_ || ended_ != ProcessJob::Ended::ByItself) {
+    return std::nullopt;
+  }
+  endTaken_ = true;
+  ProgramEnd end;
+  end.exitCode = exit_.Code;
+  end.signal = exit_.Signal;
+  end.command = outcome_.command;
+  end.log = log_->file().Text();
+  end.printed = logBytes_;
+  end.duration = std::chrono::duration_cast<std::chrono::microseconds>(now - started_);
+  return end;
+}
+
 void Attempt::conclude(int status, Clock::time_point now) {
   over_ = true;
   result_.duration = now - started_;

@@ -78,6 +78,9 @@ public:
   Clock::time_point lastOutput() const { return lastOutput_; }
   /// Whether the program has ended and its files are looked at.
   bool isChecking() const { return look_.has_value(); }
+  /// How the program ended, handed out once, while its files are looked into;
+  /// nothing for one that was ended from outside.
+  std::optional<ProgramEnd> takeEnd(Clock::time_point now);
   /// How it ended, for the reader and for the queue. Valid when it is over.
   const WorkResult& result() const { return result_; }
   const Outcome& outcome() const { return outcome_; }
@@ -117,6 +120,7 @@ private:
   ProcessJob::Ended ended_ = ProcessJob::Ended::ByItself;
   bool exited_ = false;
   bool outputOver_ = false;
+  bool endTaken_ = false;
   ProcessExit exit_;
   bool over_ = false;
   WorkResult result_;

@@ -29,6 +29,7 @@ public:
     last = result;
     const char* verdict = result.verdict == Verdict::Good     ? "good "
                           : result.verdict == Verdict::Failed ? "failed "
+                          : result.verdict == Verdict::Lost   ? "lost "
                                                               : "canceled ";
     heard.push_back(verdict + work.title() + (result.again ? " again" : ""));
   }
@@ -47,7 +48,6 @@ protected:
   Listener listener;
 };
 
-TEST_F(Follower, TellsWhatOthersDo) {
 TEST_F(Follower, ReadsWhileAnotherProcessWrites) {
   const JobId job = queue.submit(jobOf("1,2"));
   take();
@@ -59,6 +59,7 @@ TEST_F(Follower, ReadsWhileAnotherProcessWrites) {
   EXPECT_EQ(listener.take(), (Heard{"run", "started 1 1/1"}));
 }
 
+TEST_F(Follower, TellsWhatOthersDo) {
   const JobId job = queue.submit(jobOf("1,2"));
   JobFollower follower(reader, job, listener);
   follower.beginRun();
@@ -159,13 +160,13 @@ TEST_F(Follower, FailuresTellTheirReasonRuleAndWhatFollows) {
   EXPECT_TRUE(follower.isOver());
 }
 
-TEST_F(Follower, AnAttemptWhoseEngineDiedHasFailedAndComesAgain) {
+TEST_F(Follower, AnAttemptWhoseEngineDiedIsLostAndComesAgain) {
   const JobId job = queue.submit(jobOf("1"));
   JobFollower follower(reader, job, listener);
   follower.beginRun();
   queue.settle(lost(take().attempt));
   follower.poll();
-  EXPECT_EQ(listener.take(), (Heard{"run", "started 1 1/1", "failed 1 again"}));
+  EXPECT_EQ(listener.take(), (Heard{"run", "started 1 1/1", "lost 1 again"}));
   EXPECT_EQ(listener.last.reason, "Its engine died");
 }
 
