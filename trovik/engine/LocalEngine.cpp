@@ -65,6 +65,7 @@ void LocalEngine::tick() {
       recoveries_ = takeLostAttempts(queue_, inspector_);
       advanceRecoveries();
     }
+    yields_ = plan_.follows && plan_.only && queue_.isUnderWay(*plan_.only, engine_);
     queue_.sync();
     finishJobs();
     if (plan_.whenIdle) {
@@ -167,7 +168,7 @@ std::size_t LocalEngine::busySlots() {
 /// False when the queue could not be written; all is kept for the next turn.
 bool LocalEngine::recordTurn() {
   const bool wantsWork =
-      stops_ == 0 && mayHaveWork_ && claimed_.empty() && busySlots() < plan_.slots;
+      stops_ == 0 && mayHaveWork_ && !yields_ && claimed_.empty() && busySlots() < plan_.slots;
   const bool putAside = stops_ > 0 && plan_.only && !putAside_;
   if (ended_.empty() && settled_.empty() && notes_.empty() && processes_.empty() && programEnds_.empty() &&
       !wantsWork && !putAside) {
@@ -219,7 +220,7 @@ void LocalEngine::writeTurn(std::vector<Claim>& claims, std::vector<bool>& again
   }
   mayHaveWork_ =
       mayHaveWork_ || std::find(again.begin(), again.end(), true) != again.end() || !settled_.empty();
-  if (stops_ == 0 && claimed_.empty() && mayHaveWork_) {
+  if (stops_ == 0 && claimed_.empty() && mayHaveWork_ && !yields_) {
     claimWorks(claims);
   }
 }
@@ -387,7 +388,7 @@ void LocalEngine::waitForSomething() {
   const bool more =
       !troubled_ &&
       (!ended_.empty() || !settled_.empty() ||
-       (mayHaveWork_ && stops_ == 0 && claimed_.empty() && busySlots() < plan_.slots));
+       (mayHaveWork_ && !yields_ && stops_ == 0 && claimed_.empty() && busySlots() < plan_.slots));
   const Duration left = more ? Duration::zero() : deadline - machine_.now();
   machine_.wait(descriptors, std::max(left, Duration::zero()));
   const Clock::time_point now = machine_.now();

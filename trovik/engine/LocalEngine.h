@@ -22,6 +22,7 @@ namespace trovik {
 /// What an engine is to do.
 struct EnginePlan {
   std::optional<JobId> only; ///< works of this job alone, until it has ended
+  bool follows = false;      ///< takes none of them while an older engine is at work at it
   std::size_t slots = 1;
   bool slotsAreCpus = false;      ///< a work takes as many slots as its CPUs, else one
   bool untilEmpty = false;        ///< ends when no job is open
@@ -110,6 +111,7 @@ private:
   std::vector<std::pair<AttemptId, ProgramEnd>> programEnds_; // the same
   std::vector<Note> notes_;
   bool mayHaveWork_ = true;
+  bool yields_ = false;   // to an older engine
   bool troubled_ = false; // the queue could not be written the last time
   bool putAside_ = false; // the user stopped the one job of the plan
   int stops_ = 0;

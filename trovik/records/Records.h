@@ -146,6 +146,25 @@ struct JobFrames {
   std::size_t works() const { return readyWorks + runningWorks + goodWorks + failedWorks + canceledWorks; }
 };
 
+/// A job that the same command began, as it stood at some moment: what has
+/// changed since then is known by it.
+struct BegunJob {
+  JobId id = 0;
+  JobState state = JobState::Waiting;
+  bool underWay = false; ///< an engine that lives is at work at it, or a cluster has works of it
+  JobFrames frames;
+  AttemptId newest = 0; ///< the number of the newest attempt in the queue
+};
+
+/// What came of a job that was put into the queue by a command that may have
+/// begun it before.
+struct EnteredJob {
+  JobId id = 0;                   ///< 0: nothing is to be done, so there is none
+  std::optional<BegunJob> before; ///< the job as it was; nothing for a new one
+  JobFrames frames;               ///< as they are from now on
+  RunSet again;                   ///< that were good, and are to be rendered again
+};
+
 /// One work: a run of frames that share a state. A work whose attempt left
 /// only some frames good is cut: the good frames become works of their own.
 struct WorkRecord {

@@ -207,6 +207,27 @@ TEST_F(LostWorkTest, ALogInAFolderThatJobsShareProvesNothing) {
   EXPECT_EQ(machine.started.size(), 1U);
 }
 
+TEST_F(LostWorkTest, WhoFollowsAnOlderEngineTakesOverWhenThatHasGone) {
+  const JobId id = submit("1-2");
+  auto older = std::make_unique<Queue>(Path(directory.file("queue")));
+  ASSERT_EQ(older->claim(older->enterEngine(1), 1, id).size(), 1U);
+  LocalEngine engine(machine, queue, inspector, machine, recorder);
+  EnginePlan plan;
+  plan.only = id;
+  plan.follows = true;
+  int ticks = 0;
+  plan.whenIdle = [&] {
+    EXPECT_TRUE(machine.started.empty() || !older);
+    if (++ticks == 5) {
+      older.reset(); // it dies
+    }
+  };
+  EXPECT_TRUE(engine.run(plan));
+  EXPECT_GT(ticks, 5);
+  EXPECT_TRUE(queue.summary(id).allGood());
+  EXPECT_EQ(machine.started.size(), 2U);
+}
+
 TEST_F(LostWorkTest, IsTakenUpWhenNoProcessOfItIsLeft) {
   const JobId id = submit("1-2");
   lose({});
