@@ -1,5 +1,8 @@
 #include "trovik/Program.h"
+#include "trovik/machine/Interrupts.h"
 
 int main(int count, char** arguments) {
-  return trovik::runProgram(count, arguments);
+  const int code = trovik::runProgram(count, arguments);
+  trovik::endAsAsked();
+  return code;
 }

@@ -25,5 +25,5 @@ finished  3  TIME
 failed  2  Error line: fatal: TMP/work/shot_0002.txt is broken
 images  2 in TMP/work/images
 logs  TMP/logs
-To do the rest, give "trovik retry 1" and "trovik engine --job 1"
+To do the rest, give "trovik retry 1 && trovik engine --job 1"
 END

@@ -20,7 +20,7 @@ for folder; do :; done
 cat "$@" >"$folder/shot.mp4" 2>/dev/null
 echo "saved: $folder/shot.mp4"
 END
-run 1 run sketch shot_0001.txt --packet 5 --log-dir "$TMP/logs2"
+run 1 run sketch shot_0001.txt --new --packet 5 --log-dir "$TMP/logs2"
 out_has "failed  1-5  No file for frames 1-5: no file's name tells its frame; where one file holds them all, set FileCheck=Work"
 run 0 run sketch shot_0001.txt --packet 5 --log-dir "$TMP/logs3" --set FileCheck=Work
 out_has "all 5 frames good"

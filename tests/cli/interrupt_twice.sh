@@ -15,6 +15,6 @@ wait_for "$TMP/out" stopping
 kill -TERM $pid
 code=0
 wait $pid || code=$?
-[ $code = 1 ] || fail "exit code $code"
+[ $code = 143 ] || fail "exit code $code"
 out_has "stopping  killing what still runs"
 out_has "stopped: 0 of 1 work good, 1 not done"

@@ -42,8 +42,8 @@ failed     3
 images     3 in TMP/work/images
 logs       TMP/home/state/trovik/logs/1
 failed  3  Error line: fatal: TMP/work/shot_0003.txt is broken
-next       trovik log 1 3  what the program said
-           trovik retry 1  do the failed ones again
+next       trovik log 1 3                           what the program said
+           trovik retry 1 && trovik engine --job 1  do the rest
 END
 
 run 0 show last
@@ -57,7 +57,7 @@ submitted  DATE
 frames     0 of 2 frames good, 2 waiting
 waiting    1-2
 logs       TMP/home/state/trovik/logs/2
-next       trovik engine  no engine is at work; start one
+next       trovik engine --job 2  do the rest
 END
 
 run 2 show 7

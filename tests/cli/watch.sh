@@ -17,7 +17,7 @@ kill -INT "$pid"
 code=0
 wait "$pid" || code=$?
 pid=
-[ "$code" = 1 ] || fail "leaving gives exit code $code"
+[ "$code" = 130 ] || fail "leaving gives exit code $code"
 file_is "$TMP/left" <<END
 job 1  Sketch: 2 frames (1-2)
 scene  $TMP/work/shot_%04d.txt

@@ -83,5 +83,60 @@ TEST_F(CrashTest, RendererKilledIsTriedAgainForItsMissingFramesOnly) {
   }
 }
 
+// The same command again and again, often twice at once, with --missing or
+// without, and killed: it is one job all the time, until that has ended well.
+TEST_F(CrashTest, TheSameCommandIsOneJobHoweverOftenItIsGivenAndKilled) {
+  constexpr int frames = 40;
+  for (unsigned long killed = 0; killed < kills && !HasFailure();) {
+    while (!programs().empty()) { // of a queue that is forgotten now
+      for (const pid_t program : programs()) {
+        kill(program, SIGKILL);
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    beginEmpty();
+    std::filesystem::remove_all(directory.file("images"));
+    std::filesystem::create_directory(directory.file("images"));
+    const int packet = 1 + static_cast<int>(killed % 5);
+    const auto words = [&](bool missing) {
+      return jobWords("run", frames, packet, "10",
+                      missing ? std::vector<std::string>{"--missing", "--slots", "2"}
+                              : std::vector<std::string>{"--slots", "2"});
+    };
+    bool over = false;
+    while (!over && killed < kills && !HasFailure()) {
+      std::vector<pid_t> twins;
+      for (unsigned long count = 1 + random() % 3; count > 0; --count) {
+        twins.push_back(start(words(random() % 2 == 0)));
+      }
+      randomMoment(300);
+      for (const pid_t twin : twins) {
+        if (random() % 4 != 0 && !hasEnded(twin)) {
+          kill(twin, SIGKILL);
+          ++killed;
+        }
+      }
+      for (const pid_t twin : twins) {
+        if (engines.contains(twin)) {
+          waitFor(twin);
+        }
+      }
+      Queue queue(Path(directory.file("state")));
+      const std::vector<JobRecord> jobs = queue.jobs();
+      // Who comes when the job has ended well renders all anew, as it should.
+      over = !jobs.empty() && jobs.back().state == JobState::Good;
+      EXPECT_TRUE(jobs.size() <= 1 || over) << jobs.size() << " jobs";
+      if (jobs.size() == 1) {
+        checkQueue();
+      }
+      begins(); // none by two at once
+    }
+    if (!over && !HasFailure()) {
+      EXPECT_EQ(waitFor(start(words(false))), 0) << readFile(directory.file("output"));
+      finish(frames);
+    }
+  }
+}
+
 } // namespace
 } // namespace trovik

@@ -127,20 +127,37 @@ Executable=)" + std::string(CRASH_RENDERER) + "\n");
 
   /// A queue that holds one new job.
   void begin(int frames, int packet, const std::string& pause = "10") {
+    beginEmpty();
+    submit(frames, packet, pause);
+  }
+
+  /// A queue that holds nothing.
+  void beginEmpty() {
     goodFrames.clear();
     std::filesystem::remove(directory.file("journal"));
     std::filesystem::create_directory(directory.file("state")); // perhaps a mount, which cannot be removed
     for (const auto& entry : std::filesystem::directory_iterator(directory.file("state"))) {
       std::filesystem::remove_all(entry.path());
     }
-    submit(frames, packet, pause);
+  }
+
+  /// The job as the verb wants it, with further words.
+  std::vector<std::string> jobWords(const std::string& verb, int frames, int packet, const std::string& pause,
+                                    const std::vector<std::string>& more = {}) const {
+    std::vector<std::string> words = {verb,       "Crash",
+                                      "--range",  "1-" + std::to_string(frames),
+                                      "--packet", std::to_string(packet),
+                                      "--set",    "Journal=" + directory.file("journal"),
+                                      "--set",    "Pause=" + pause,
+                                      "--set",    "Retries=100",
+                                      "--set",    "StopAfter=0",
+                                      "--out",    directory.file("images")};
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
   }
 
   void submit(int frames, int packet, const std::string& pause) {
-    const pid_t process = start({"submit", "Crash", "--range", "1-" + std::to_string(frames), "--packet",
-                                 std::to_string(packet), "--set", "Journal=" + directory.file("journal"),
-                                 "--set", "Pause=" + pause, "--set", "Retries=100", "--set", "StopAfter=0",
-                                 "--out", directory.file("images")});
+    const pid_t process = start(jobWords("submit", frames, packet, pause));
     ASSERT_EQ(waitFor(process), 0) << readFile(directory.file("output"));
   }
 

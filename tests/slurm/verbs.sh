@@ -42,7 +42,7 @@ kill -INT "$pid"
 code=0
 wait "$pid" || code=$?
 pid=
-[ "$code" = 1 ] || fail "leaving gives exit code $code"
+[ "$code" = 130 ] || fail "leaving gives exit code $code"
 grep -q "^left  job 1" "$TMP/left" || fail "it does not say that it is left"
 
 echo broken >shot_0005.txt

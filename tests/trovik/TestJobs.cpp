@@ -26,8 +26,16 @@ void TestJob::ProcessLine(const String& line) {
   if (line.starts_with("image ")) {
     ProcessNewFilename(Path(line.substr(6)));
   } else {
+    success_ = success_ || line == "success";
     RenderJob::ProcessLine(line);
   }
+}
+
+int TestJob::CheckResult(int exitCode) {
+  if (GetParameterOrOption("SuccessTexts", true, true).empty()) {
+    return RenderJob::CheckResult(exitCode);
+  }
+  return success_ ? k_StatusFinished : k_StatusFailed;
 }
 
 TestType::TestType(const std::string& name) : id_(true) {
@@ -37,6 +45,7 @@ TestType::TestType(const std::string& name) : id_(true) {
   JobFactory::s_JobFactory->Register(
       id_, std::move(description), []() -> Job* { return new TestJob; }, [](Job* job) { delete job; });
   add(ParameterInfo::k_Text, "CommandString");
+  add(ParameterInfo::k_Text, "SuccessTexts");
   add(ParameterInfo::k_File, "SceneNameFormat");
 }
 

@@ -10,13 +10,18 @@
 namespace trovik {
 
 /// A render job of the tests' own: the command line is the parameter
-/// "CommandString", a line "image NAME" names an image.
+/// "CommandString", a line "image NAME" names an image, a line "success" is a
+/// success text where "SuccessTexts" has any.
 class TestJob final : public RenderJob {
 public:
   TestJob() : RenderJob(true) {}
   void SetType(const UID& type) override;
   String CreateCommandLine(Path& executable) override;
   void ProcessLine(const String& line) override;
+  int CheckResult(int exitCode) override;
+
+private:
+  bool success_ = false;
 };
 
 /// A job type that is registered while the object lives: the host's standard

@@ -91,19 +91,19 @@ void judgeInterrupted(const OpenArray& array, const OpenWork& work, Outcome& out
 } // namespace
 
 void ResultCollector::advance() {
-  if (!state_.arrays.empty()) { // the right to write is for those who have something to write
+  if (!state_.arrays.empty()) {
     std::ptrdiff_t active = 0;
     for (const auto& [id, array] : state_.arrays) {
       active += std::count_if(array.works.begin(), array.works.end(),
                               [](const auto& work) { return work.second.phase == TaskPhase::Active; });
     }
     many_ = active > static_cast<std::ptrdiff_t>(manyWorks);
-    state_.queue.inTransaction([&] {
-      for (auto array = state_.arrays.begin(); array != state_.arrays.end();) {
-        checkArray(array->second);
-        array = array->second.works.empty() ? state_.arrays.erase(array) : std::next(array);
-      }
-    });
+    // No transaction around it: a folder of a network may take its time, and
+    // what is written of a work is whole by itself.
+    for (auto array = state_.arrays.begin(); array != state_.arrays.end();) {
+      checkArray(array->second);
+      array = array->second.works.empty() ? state_.arrays.erase(array) : std::next(array);
+    }
   }
   advanceRecoveries();
 }

@@ -73,6 +73,7 @@ void LocalEngine::tick() {
       recoveries_ = takeLostAttempts(queue_, inspector_);
       advanceRecoveries();
     }
+    yields_ = plan_.follows && plan_.only && queue_.isUnderWay(*plan_.only, engine_);
     queue_.sync();
     finishJobs();
     if (plan_.whenIdle) {
@@ -103,7 +104,7 @@ void LocalEngine::stopCanceled() {
 void LocalEngine::advanceRecoveries() {
   for (const auto& recovery : recoveries_) {
     if (!recovery->isRecorded() && recovery->advance(machine_)) {
-      outcomes_.push_back(recovery->outcome());
+      settled_.push_back({recovery->outcome(), recovery->work()});
       recovery->markRecorded();
     }
   }
@@ -126,6 +127,9 @@ void LocalEngine::finishJobs() {
     if (!plan_.only && jobs_.contains(job.id)) {
       RunSummary summary = queue_.summary(job.id);
       summary.info.slots = plan_.slots;
+      if (plan_.untilEmpty) {
+        summary.engine = queue_.hasOtherEngine(engine_); // this one ends
+      }
       events_.runEnded(summary);
       jobs_.erase(job.id);
     }
@@ -171,10 +175,11 @@ std::size_t LocalEngine::busySlots() {
 
 /// False when the queue could not be written; all is kept for the next turn.
 bool LocalEngine::recordTurn() {
-  const bool wantsWork = stops_ == 0 && mayHaveWork_ && claimed_.empty() && busySlots() < plan_.slots;
+  const bool wantsWork =
+      stops_ == 0 && mayHaveWork_ && !yields_ && claimed_.empty() && busySlots() < plan_.slots;
   const bool putAside = stops_ > 0 && plan_.only && !putAside_;
-  if (ended_.empty() && outcomes_.empty() && notes_.empty() && processes_.empty() && !wantsWork &&
-      !putAside) {
+  if (ended_.empty() && settled_.empty() && notes_.empty() && processes_.empty() && programEnds_.empty() &&
+      !wantsWork && !putAside) {
     return true;
   }
   std::vector<Claim> claims;
@@ -209,18 +214,21 @@ void LocalEngine::writeTurn(std::vector<Claim>& claims, std::vector<bool>& again
   for (const auto& [attempt, process] : processes_) {
     queue_.noteProcess(attempt, process);
   }
+  for (const auto& [attempt, end] : programEnds_) {
+    queue_.noteEnd(attempt, end);
+  }
   for (const Note& note : notes_) {
     queue_.noteFile(note.attempt, note.file);
   }
   for (const auto& attempt : ended_) {
     again.push_back(queue_.settle(attempt->outcome()));
   }
-  for (const Outcome& outcome : outcomes_) {
-    queue_.settle(outcome);
+  for (const Settled& settled : settled_) {
+    again.push_back(queue_.settle(settled.outcome));
   }
   mayHaveWork_ =
-      mayHaveWork_ || std::find(again.begin(), again.end(), true) != again.end() || !outcomes_.empty();
-  if (stops_ == 0 && claimed_.empty() && mayHaveWork_) {
+      mayHaveWork_ || std::find(again.begin(), again.end(), true) != again.end() || !settled_.empty();
+  if (stops_ == 0 && claimed_.empty() && mayHaveWork_ && !yields_) {
     claimWorks(claims);
   }
 }
@@ -249,17 +257,24 @@ void LocalEngine::tellTurn(const std::vector<bool>& again) {
     }
     events_.workEnded(attempt->work(), result);
   }
+  for (const Settled& settled : settled_) {
+    if (settled.work && (!plan_.only || plan_.only == settled.work->job)) {
+      tellLost(settled, again[place]);
+    }
+    ++place;
+  }
   // A job of which nothing more was claimed may have ended; its end is told
   // before another one begins.
   const bool perhapsOver = std::any_of(ended_.begin(), ended_.end(), [this](const auto& attempt) {
     return std::none_of(claimed_.begin(), claimed_.end(),
                         [&](const Claim& claim) { return claim.job == attempt->claim().job; });
   });
-  const bool anyEnded = !ended_.empty() || !outcomes_.empty();
+  const bool anyEnded = !ended_.empty() || !settled_.empty();
   ended_.clear();
-  outcomes_.clear();
+  settled_.clear();
   notes_.clear();
   processes_.clear();
+  programEnds_.clear();
   if (!recoveries_.empty() && std::all_of(recoveries_.begin(), recoveries_.end(),
                                           [](const auto& one) { return one->isRecorded(); })) {
     recoveries_.clear();
@@ -271,6 +286,28 @@ void LocalEngine::tellTurn(const std::vector<bool>& again) {
   if (anyEnded && running_.empty()) {
     nextTick_ = machine_.now();
   }
+}
+
+/// What became of an attempt whose engine died. It began in another run.
+void LocalEngine::tellLost(const Settled& lost, bool again) {
+  try {
+    if (open(lost.work->job) == nullptr) {
+      return;
+    }
+  } catch (Exception* exception) {
+    LogDebug(takeText(exception)); // a job that cannot be worked here
+    return;
+  }
+  WorkResult result;
+  result.verdict = verdictOf(lost.outcome.state);
+  result.rule = lost.outcome.rule;
+  result.good = lost.outcome.good;
+  result.again = again;
+  result.reason = lost.outcome.reason;
+  result.lines = lost.outcome.lines;
+  result.log = Path(lost.outcome.log);
+  result.duration = lost.outcome.duration;
+  events_.workEnded(*lost.work, result);
 }
 
 void LocalEngine::startWorks() {
@@ -297,7 +334,7 @@ void LocalEngine::startWorks() {
     outcome.state = AttemptState::Canceled;
     outcome.rule = VerdictRule::Canceled;
     outcome.reason = "Not started";
-    outcomes_.push_back(outcome);
+    settled_.push_back({std::move(outcome), std::nullopt});
   }
   claimed_.clear();
 }
@@ -335,7 +372,7 @@ void LocalEngine::start(const Claim& claim) {
   outcome.state = AttemptState::Canceled;
   outcome.rule = VerdictRule::Start;
   outcome.reason = problem;
-  outcomes_.push_back(outcome);
+  settled_.push_back({std::move(outcome), std::nullopt});
 }
 
 void LocalEngine::waitForSomething() {
@@ -358,8 +395,9 @@ void LocalEngine::waitForSomething() {
     consider(attempt->deadline());
   }
   const bool more =
-      !troubled_ && (!ended_.empty() || !outcomes_.empty() ||
-                     (mayHaveWork_ && stops_ == 0 && claimed_.empty() && busySlots() < plan_.slots));
+      !troubled_ &&
+      (!ended_.empty() || !settled_.empty() ||
+       (mayHaveWork_ && !yields_ && stops_ == 0 && claimed_.empty() && busySlots() < plan_.slots));
   const Duration left = more ? Duration::zero() : deadline - machine_.now();
   machine_.wait(descriptors, std::max(left, Duration::zero()));
   const Clock::time_point now = machine_.now();
@@ -397,6 +435,9 @@ void LocalEngine::advanceAttempts() {
   const Clock::time_point now = machine_.now();
   for (auto attempt = running_.begin(); attempt != running_.end();) {
     (*attempt)->advance(now);
+    if (std::optional<ProgramEnd> end = (*attempt)->takeEnd(now)) {
+      programEnds_.emplace_back((*attempt)->claim().attempt, std::move(*end));
+    }
     if ((*attempt)->isOver()) {
       ended_.push_back(std::move(*attempt));
       attempt = running_.erase(attempt);
@@ -407,7 +448,7 @@ void LocalEngine::advanceAttempts() {
 }
 
 bool LocalEngine::isDone() {
-  const bool quiet = running_.empty() && claimed_.empty() && ended_.empty() && outcomes_.empty();
+  const bool quiet = running_.empty() && claimed_.empty() && ended_.empty() && settled_.empty();
   if (stops_ > 0) {
     // Results that cannot be recorded are worked again; a second wish to stop
     // says that this is wanted.

@@ -22,6 +22,7 @@ namespace trovik {
 /// What an engine is to do.
 struct EnginePlan {
   std::optional<JobId> only; ///< works of this job alone, until it has ended
+  bool follows = false;      ///< takes none of them while an older engine is at work at it
   std::size_t slots = 1;
   bool slotsAreCpus = false;      ///< a work takes as many slots as its CPUs, else one
   bool untilEmpty = false;        ///< ends when no job is open
@@ -62,6 +63,11 @@ private:
     AttemptId attempt = 0;
     FileRecord file;
   };
+  /// The end of an attempt without a program here: lost, or refused.
+  struct Settled {
+    Outcome outcome;
+    std::optional<WorkInfo> work; ///< of a lost one, for telling
+  };
 
   void fileNamed(const Claim& claim, const Path& file, std::optional<int> frame) override;
   void fileComplete(const WorkInfo& work, const Path& file) override;
@@ -75,6 +81,7 @@ private:
   void writeTurn(std::vector<Claim>& claims, std::vector<bool>& again);
   void claimWorks(std::vector<Claim>& claims);
   void tellTurn(const std::vector<bool>& again);
+  void tellLost(const Settled& lost, bool again);
   void startWorks();
   void start(const Claim& claim);
   void waitForSomething();
@@ -99,10 +106,12 @@ private:
   std::list<std::unique_ptr<Attempt>> ended_; // not yet recorded
   std::vector<Claim> claimed_;                // recorded, not yet started
   std::vector<std::unique_ptr<Recovery>> recoveries_;
-  std::vector<Outcome> outcomes_;                    // of attempts without a program: lost or refused
-  std::vector<std::pair<AttemptId, int>> processes_; // to be noted
+  std::vector<Settled> settled_;
+  std::vector<std::pair<AttemptId, int>> processes_;          // to be noted
+  std::vector<std::pair<AttemptId, ProgramEnd>> programEnds_; // the same
   std::vector<Note> notes_;
   bool mayHaveWork_ = true;
+  bool yields_ = false;   // to an older engine
   bool troubled_ = false; // the queue could not be written the last time
   bool putAside_ = false; // the user stopped the one job of the plan
   int stops_ = 0;

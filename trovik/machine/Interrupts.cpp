@@ -20,6 +20,8 @@ std::array<bool, signals.size()> handled;
 std::atomic<int> wishes{0};
 std::atomic<int> lastWish{0};
 
+int askedBy = 0; // the first signal that this process is to end by
+
 void onSignal(int number) {
   const int saved = errno;
   const int descriptor = wakeDescriptor.load();
@@ -45,7 +47,7 @@ void onPipeEnd(int /*number*/) {}
 
 } // namespace
 
-SignalInterrupts::SignalInterrupts() {
+SignalInterrupts::SignalInterrupts(Ending ending) : ending_(ending) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
     return;
@@ -87,9 +89,19 @@ int SignalInterrupts::take() {
   ssize_t got = 0;
   while ((got = read(read_.Number(), buffer, sizeof buffer)) > 0) {
     count += static_cast<int>(got);
+    if (askedBy == 0 && ending_ == Ending::BySignal) {
+      askedBy = buffer[0];
+    }
     byUser_ = byUser_ || std::find(buffer, buffer + got, static_cast<char>(SIGINT)) != buffer + got;
   }
   return count;
+}
+
+void endAsAsked() {
+  if (askedBy != 0) {
+    std::signal(askedBy, SIG_DFL);
+    std::raise(askedBy);
+  }
 }
 
 void survivePipeEnd() {

@@ -25,7 +25,13 @@ public:
 /// object at a time.
 class SignalInterrupts final : public InterruptSource {
 public:
-  SignalInterrupts();
+  /// How the program ends when it was asked to.
+  enum class Ending {
+    BySignal, ///< by that signal, see endAsAsked
+    ByCode,   ///< like any other time
+  };
+
+  explicit SignalInterrupts(Ending ending = Ending::BySignal);
   ~SignalInterrupts() override;
   SignalInterrupts(const SignalInterrupts&) = delete;
   SignalInterrupts& operator=(const SignalInterrupts&) = delete;
@@ -35,10 +41,16 @@ public:
   bool byUser() const override { return byUser_; }
 
 private:
+  Ending ending_;
   bool byUser_ = false;
   Descriptor read_;
   Descriptor write_;
 };
+
+/// Ends this process by the signal that asked it to end, if one did and a
+/// SignalInterrupts took it: only so a shell sees that its own loop is to end,
+/// too. To be called when all is in order and nothing is left to be done.
+void endAsAsked();
 
 /// Writing to a pipe that nobody reads any more gives an error instead of
 /// ending this process. Programs that are started keep the default.

@@ -15,19 +15,7 @@ constexpr int looksForAnEngine = 10; // one in so many looks at the queue; it ta
 
 WorkResult resultOf(const AttemptRecord& attempt) {
   WorkResult result;
-  switch (attempt.state) {
-  case AttemptState::Running:
-  case AttemptState::Good:
-    result.verdict = Verdict::Good;
-    break;
-  case AttemptState::Canceled:
-    result.verdict = Verdict::Canceled;
-    break;
-  case AttemptState::Failed:
-  case AttemptState::Lost:
-    result.verdict = Verdict::Failed;
-    break;
-  }
+  result.verdict = verdictOf(attempt.state);
   result.rule = attempt.rule;
   result.good = attempt.good;
   result.again = attempt.again;
@@ -57,7 +45,7 @@ void JobFollower::beginRun() {
 RunInfo JobFollower::takeStock() {
   RunInfo info;
   begun_ = true;
-  queue_.inTransaction([&] {
+  queue_.inSnapshot([&] {
     std::optional<JobRecord> record = queue_.job(job_);
     open_ = record.has_value();
     if (!record) {

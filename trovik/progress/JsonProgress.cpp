@@ -49,6 +49,7 @@ void JsonProgress::image(const WorkInfo& work, const Path& file) {
 void JsonProgress::workEnded(const WorkInfo& work, const WorkResult& result) {
   const char* kind = result.verdict == Verdict::Good     ? "work.finished"
                      : result.verdict == Verdict::Failed ? "work.failed"
+                     : result.verdict == Verdict::Lost   ? "work.lost"
                                                          : "work.canceled";
   Json event = eventOf(kind, work);
   event["seconds"] = secondsOf(result.duration);
@@ -57,7 +58,7 @@ void JsonProgress::workEnded(const WorkInfo& work, const WorkResult& result) {
   if (work.hasFrames) {
     event["good"] = result.verdict == Verdict::Good ? work.title() : result.good.text();
   }
-  if (result.verdict == Verdict::Failed) {
+  if (result.verdict == Verdict::Failed || result.verdict == Verdict::Lost) {
     event["rule"] = result.rule == VerdictRule::None ? Json(nullptr) : Json(nameOf(result.rule));
     event["reason"] = result.reason;
     event["lines"] = result.lines;

@@ -30,6 +30,7 @@ void PlainProgress::workEnded(const WorkInfo& work, const WorkResult& result) {
     print(work.job, "finished  " + work.title() + "  " + durationText(result.duration) + '\n');
     break;
   case Verdict::Failed:
+  case Verdict::Lost:
     print(work.job, failureText(console_, work, result));
     break;
   case Verdict::Canceled:

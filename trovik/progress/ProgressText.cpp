@@ -31,14 +31,11 @@ template <typename Paint> std::string countsText(const RunSummary& summary, Pain
 
 /// How to go on after a run that left something to do.
 std::string restText(const RunSummary& summary) {
-  const std::string job = std::to_string(summary.info.job);
-  if (summary.info.onCluster) {
-    return "To do the rest, give \"trovik retry " + job + "\"\n";
-  }
-  if (summary.info.job != 0) {
-    return summary.failedWorks > 0
-               ? "To do the rest, give \"trovik retry " + job + "\" and \"trovik engine --job " + job + "\"\n"
-               : "To do the rest, give \"trovik engine --job " + job + "\"\n";
+  const RunInfo& info = summary.info;
+  if (info.job != 0) {
+    const std::vector<Advice> advice = adviceOn({info.job, summary.state, summary.failedWorks > 0,
+                                                 summary.canceledWorks > 0, info.onCluster, summary.engine});
+    return advice.empty() ? std::string() : "To " + advice[0].what + ", give \"" + advice[0].command + "\"\n";
   }
   RunSet again = summary.failed;
   again.add(summary.notDone);
@@ -77,9 +74,33 @@ std::string imageText(const Console& console, const Path& file) {
   return "image  " + console.shown(file.Text()) + '\n';
 }
 
+std::vector<Advice> adviceOn(const RestOfJob& rest) {
+  const std::string id = std::to_string(rest.job);
+  const bool taken = rest.engine || rest.onCluster; // what is ready is taken by itself
+  const bool open = isOpen(rest.state);
+  std::vector<Advice> advice;
+  std::string command;
+  // An engine that is started for a job alone opens one that was stopped.
+  if (rest.failed || rest.canceled || (rest.state == JobState::Stopped && taken)) {
+    command = "trovik retry " + id;
+  }
+  if (!taken && (!command.empty() || open || rest.state == JobState::Stopped)) {
+    command += (command.empty() ? "" : " && ") + ("trovik engine --job " + id);
+  }
+  if (!command.empty()) {
+    advice.push_back({command, "do the rest"});
+  }
+  if (open && taken) {
+    advice.push_back({"trovik watch " + id, "follow it"});
+  }
+  return advice;
+}
+
 std::string failureText(const Console& console, const WorkInfo& work, const WorkResult& result) {
-  std::string text = console.coloured(Colour::Red, "failed") + "  " + work.title() + "  ";
-  if (work.attempts > 1) {
+  const bool lost = result.verdict == Verdict::Lost;
+  std::string text = console.coloured(lost ? Colour::Yellow : Colour::Red, lost ? "lost" : "failed") + "  " +
+                     work.title() + "  ";
+  if (work.attempts > 1 && !lost) {
     text += "attempt " + std::to_string(work.attempt) + " of " + std::to_string(work.attempts) + ": ";
   }
   text += console.shown(result.reason) + '\n';
@@ -93,7 +114,8 @@ std::string failureText(const Console& console, const WorkInfo& work, const Work
     text += "  good  " + result.good.text(rangesShown) + '\n';
   }
   if (result.again) {
-    text += result.good.empty() ? "  it will be tried again\n" : "  the rest will be tried again\n";
+    text += std::string("  ") + (result.good.empty() ? "it" : "the rest") +
+            (lost ? " is rendered again\n" : " will be tried again\n");
   }
   return text;
 }

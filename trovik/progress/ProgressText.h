@@ -4,6 +4,7 @@
 #include "trovik/text/Console.h"
 
 #include <string>
+#include <vector>
 
 namespace trovik {
 
@@ -28,6 +29,26 @@ std::string summaryText(const Console& console, const RunSummary& summary);
 
 /// "23 of 24 frames good, 1 failed", without colours.
 std::string summaryLine(const RunSummary& summary);
+
+/// A command that the user may give next, and what it does.
+struct Advice {
+  std::string command;
+  std::string what;
+};
+
+/// What is known of a job that is not good.
+struct RestOfJob {
+  JobId job = 0;
+  JobState state = JobState::Failed;
+  bool failed = false; ///< works of it
+  bool canceled = false;
+  bool onCluster = false;
+  bool engine = false; ///< one is at work that takes its works
+};
+
+/// How the rest of a job gets done, the first the one to give; none for a job of
+/// which nothing is left.
+std::vector<Advice> adviceOn(const RestOfJob& rest);
 
 /// The answer to a first or further wish to stop.
 std::string interruptText(const Console& console, int times, std::size_t running);

@@ -46,6 +46,7 @@ void TerminalProgress::workEnded(const WorkInfo& work, const WorkResult& result)
     noteTime(work, running, result.duration);
     break;
   case Verdict::Failed:
+  case Verdict::Lost:
     doneFrames_ += good;
     failedFrames_ += result.again ? 0 : work.frames() - good;
     console_.print(failureText(console_, work, result));

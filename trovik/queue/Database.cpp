@@ -99,6 +99,7 @@ void Database::begin() {
 
 void Database::beginReading() {
   Query(*this, "BEGIN").run();
+  reading_ = true;
 }
 
 void Database::commit() {
@@ -109,6 +110,7 @@ void Database::commit() {
 
 void Database::rollback() noexcept {
   inside_ = false;
+  reading_ = false;
   broken_ = false;
   if (sqlite3_get_autocommit(connection_.getHandle()) == 0) { // a full disk undoes all by itself
     connection_.tryExec("ROLLBACK");

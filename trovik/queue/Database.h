@@ -68,9 +68,10 @@ public:
     }
     syncSometimes();
   }
-  /// Runs several questions on one state of the queue.
+  /// Runs several questions on one state of the queue; others may write
+  /// meanwhile.
   template <typename Action> void read(Action action) {
-    if (inside_) {
+    if (inside_ || reading_) {
       action();
       return;
     }
@@ -117,6 +118,7 @@ private:
   // By the address of the text: each is a literal of this program.
   std::unordered_map<const char*, Kept> kept_;
   bool inside_ = false;
+  bool reading_ = false;
   bool broken_ = false;   // a part of the transaction failed: the rest must not be committed
   bool unsynced_ = false; // commits since the last sync
   std::chrono::steady_clock::time_point lastSync_;

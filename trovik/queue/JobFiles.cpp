@@ -3,10 +3,17 @@
 #include <algorithm>
 #include <filesystem>
 #include <map>
+#include <sys/stat.h>
 #include <system_error>
 
 namespace trovik {
 namespace {
+
+bool isAsRecorded(const FileRecord& file) {
+  struct stat status {};
+  return stat(file.path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size == file.size &&
+         std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 + status.st_mtim.tv_nsec == file.modified;
+}
 
 bool isStillThere(const FileRecord& file) {
   std::error_code error;
@@ -44,6 +51,21 @@ RunSet missingFrames(const JobView& view, const std::vector<FileRecord>& files) 
     }
   }
   return missing;
+}
+
+RunSet framesThatLostFiles(const RunSet& good, const std::vector<FileRecord>& files, RunOn runOn) {
+  RunSet lost;
+  for (const FileRecord& file : files) {
+    if (!file.frame || !good.contains(*file.frame) || !isGood(file) || isAsRecorded(file)) {
+      continue;
+    }
+    std::error_code error;
+    const bool seen = std::filesystem::is_directory(std::filesystem::path(file.path).parent_path(), error);
+    if (seen || runOn == RunOn::Local) {
+      lost.add({*file.frame, *file.frame});
+    }
+  }
+  return lost;
 }
 
 } // namespace trovik

@@ -19,4 +19,9 @@ inline bool isGood(const FileRecord& file) {
 /// it was made.
 RunSet missingFrames(const JobView& view, const std::vector<FileRecord>& files);
 
+/// Of good frames, those that lost a file since: it is gone, or was changed by
+/// somebody else, so that nobody knows what is in it. A call a file. Where a
+/// cluster rendered them, a folder that this machine does not see says nothing.
+RunSet framesThatLostFiles(const RunSet& good, const std::vector<FileRecord>& files, RunOn runOn);
+
 } // namespace trovik

@@ -88,6 +88,10 @@ void Queue::inTransaction(const std::function<void()>& action) {
   impl_->database.write(action);
 }
 
+void Queue::inSnapshot(const std::function<void()>& action) {
+  impl_->database.read(action);
+}
+
 std::int64_t Queue::dataVersion() {
   Query query(impl_->database, "PRAGMA data_version");
   return query.next() ? query.number() : 0;

@@ -56,6 +56,10 @@ public:
   /// it. Does not nest.
   void inTransaction(const std::function<void()>& action);
 
+  /// Runs the action, which may only read, on one state of the queue. Takes no
+  /// lock that others could wait for.
+  void inSnapshot(const std::function<void()>& action);
+
   /// A number that differs from the one before when another connection has
   /// changed the queue. Cheap.
   std::int64_t dataVersion();
@@ -72,8 +76,20 @@ public:
   /// The job's stream; empty for an unknown job.
   std::string packed(JobId id);
   JobFrames frames(JobId id);
-  /// The newest job with this very stream that has not ended, or that the user put aside.
-  std::optional<JobId> unfinished(const std::string& packed);
+  /// The job that the same command began and has to go on with: one of this very
+  /// stream, for the same kind of engine, that was not canceled. The newest that
+  /// is open; else the newest of all, where it failed or was stopped.
+  std::optional<BegunJob> begun(const NewJob& job);
+  /// Goes on with the job that `begun` finds, or else puts in a new one, all in
+  /// one transaction: of any number of processes that do this at once, one makes
+  /// the job. Where it goes on, what failed is ready again, unless the job is
+  /// under way, and a job that was stopped is open.
+  ///
+  /// `known` is what `begun` gave before files were checked. Of that job, frames
+  /// that were good and are in `gone` are ready again, and those that were not
+  /// and are in `job.found` are good; but none of which anything has changed
+  /// since, and none that runs. A job without works to be done makes no new one.
+  EnteredJob enter(const NewJob& job, const std::optional<BegunJob>& known, const RunSet& gone);
   /// The newest job of the type with this scene and output folder.
   std::optional<JobId> latest(const UID& type, const std::string& scene, const std::string& output);
   /// Counts, failures by reason and images by directory; `info` holds what
@@ -132,6 +148,9 @@ public:
                            const std::vector<JobId>& without = {});
   /// The process group of a running attempt.
   void noteProcess(AttemptId attempt, int process);
+  /// The program of a running attempt has ended by itself, and its files are
+  /// going to be looked into.
+  void noteEnd(AttemptId attempt, const ProgramEnd& end);
   /// A file that the program of a running attempt named.
   void noteFile(AttemptId attempt, const FileRecord& file);
 
@@ -157,6 +176,9 @@ public:
   /// again later).
   void releaseLost();
 
+  /// Whether an engine of this machine that lives, and is older than the one that
+  /// is given (0 for any), is at work at the job.
+  bool isUnderWay(JobId job, EngineId olderThan);
   /// Whether an engine lives that may work off the queue, other than `own`.
   bool hasOtherEngine(EngineId own);
 

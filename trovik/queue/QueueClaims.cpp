@@ -72,6 +72,14 @@ void Queue::noteProcess(AttemptId attempt, int process) {
   impl_->database.write([&] { Query(impl_->database, statements::noteProcess, attempt, process).run(); });
 }
 
+void Queue::noteEnd(AttemptId attempt, const ProgramEnd& end) {
+  impl_->database.write([&] {
+    Query(impl_->database, statements::noteEnd, attempt, end.exitCode, end.signal, end.command, end.log,
+          end.printed, end.duration.count())
+        .run();
+  });
+}
+
 void Queue::noteFile(AttemptId attempt, const FileRecord& file) {
   impl_->database.write([&] {
     if (Query(impl_->database, statements::isRunning, attempt).next()) {

@@ -140,13 +140,18 @@ LostAttempt Queue::Impl::lostAttempt(AttemptId id, Queue& queue) {
   }
   result.mark = markOf(id);
   {
-    Query row(
-        database,
-        "SELECT a.process, e.boot FROM attempts a CROSS JOIN engines e ON e.id = a.engine WHERE a.id = ?1",
-        id);
+    Query row(database,
+              "SELECT a.process, e.boot, a.printed FROM attempts a CROSS JOIN engines e ON e.id = a.engine "
+              "WHERE a.id = ?1",
+              id);
     if (row.next()) {
       result.process = row.integer();
       result.sameBoot = row.text() == bootId();
+      if (const std::optional<std::int64_t> printed = row.optionalNumber()) {
+        const AttemptRecord& attempt = result.attempt;
+        result.end = ProgramEnd{attempt.exitCode, attempt.signal, attempt.command,
+                                attempt.log,      *printed,       attempt.duration};
+      }
     }
   }
   static const std::string sql =

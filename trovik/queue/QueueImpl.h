@@ -59,6 +59,18 @@ public:
   /// Cuts the works that do not wait or run by these frames; what lies inside
   /// becomes ready.
   void makeReady(JobId job, std::span<const FrameRun> wanted);
+  /// Cuts works by these frames; what lies inside gets the state, and all tries
+  /// are before it. `works` is a
+  /// statement for those of a job: id, first, last, place, attempts, attempt,
+  /// tries, losses, state.
+  void cutWorks(JobId job, std::span<const FrameRun> wanted, const char* works, WorkState inside);
+  /// Whether an engine that lives, and is older than the one that is given (0
+  /// for any), is at work at the job.
+  bool isUnderWay(JobId job, EngineId olderThan);
+  void goOn(const BegunJob& begun, const NewJob& job, const std::optional<BegunJob>& known,
+            const RunSet& gone, RunSet& again);
+  /// What was found to be good by itself becomes good.
+  void takeFound(const BegunJob& begun, const NewJob& job, const BegunJob& known, const RunSet& changed);
   bool settle(const Outcome& outcome);
   /// The running attempt and its work; false when there is none.
   bool readSettling(AttemptId attempt, Settling& settling, Work& work);

@@ -158,39 +158,40 @@ std::size_t Queue::Impl::retry(JobId job, const std::optional<RunSet>& only) {
 }
 
 void Queue::Impl::makeReady(JobId job, std::span<const FrameRun> wanted) {
+  cutWorks(job, wanted,
+           "SELECT id, first, last, place, attempts, attempt, tries, losses, state FROM works "
+           "WHERE job = ?1 AND state IN ('failed', 'canceled', 'good')",
+           WorkState::Ready);
+}
+
+void Queue::Impl::cutWorks(JobId job, std::span<const FrameRun> wanted, const char* works, WorkState inside) {
   struct Cut {
     Work work;
     WorkState state;
     std::vector<FramePart> parts;
   };
   std::vector<Cut> cuts;
-  {
-    Query row(database,
-              "SELECT id, first, last, place, attempts, attempt, tries, losses, state FROM works "
-              "WHERE job = ?1 AND state IN ('failed', 'canceled', 'good')",
-              job);
-    while (row.next()) {
-      Cut cut;
-      cut.work.id = row.number();
-      cut.work.job = job;
-      cut.work.run = row.frames();
-      cut.work.place = row.number();
-      cut.work.attempts = row.integer();
-      cut.work.attempt = row.number();
-      cut.work.tries = row.integer();
-      cut.work.losses = row.integer();
-      cut.state = row.state<WorkState>();
-      cut.parts = CutFrames(cut.work.run, wanted);
-      if (cut.parts.size() > 1 || cut.parts.front().Inside) {
-        cuts.push_back(std::move(cut));
-      }
+  for (Query row(database, works, job); row.next();) {
+    Cut cut;
+    cut.work.id = row.number();
+    cut.work.job = job;
+    cut.work.run = row.frames();
+    cut.work.place = row.number();
+    cut.work.attempts = row.integer();
+    cut.work.attempt = row.number();
+    cut.work.tries = row.integer();
+    cut.work.losses = row.integer();
+    cut.state = row.state<WorkState>();
+    cut.parts = CutFrames(cut.work.run, wanted);
+    if (cut.parts.size() > 1 || cut.parts.front().Inside) {
+      cuts.push_back(std::move(cut));
     }
   }
   for (const Cut& cut : cuts) {
     std::vector<WorkPart> parts;
     for (const FramePart& part : cut.parts) {
-      parts.push_back(
-          {part.Run, part.Inside ? WorkState::Ready : cut.state, cut.work.tries, cut.work.losses});
+      parts.push_back(part.Inside ? WorkPart{part.Run, inside, 0, 0}
+                                  : WorkPart{part.Run, cut.state, cut.work.tries, cut.work.losses});
     }
     putParts(cut.work, parts);
   }

@@ -88,15 +88,6 @@ JobFrames Queue::frames(JobId id) {
   return result;
 }
 
-std::optional<JobId> Queue::unfinished(const std::string& packed) {
-  Query row(impl_->database,
-            "SELECT j.id FROM jobs j INDEXED BY jobs_unfinished CROSS JOIN streams s ON s.job = j.id "
-            "WHERE j.state IN ('waiting', 'running', 'stopped') AND j.canceling = 0 "
-            "AND (j.state <> 'stopped' OR j.aside = 1) AND s.packed = ?1 ORDER BY j.id DESC LIMIT 1",
-            Blob{packed});
-  return idIn(row);
-}
-
 std::optional<JobId> Queue::latest(const UID& type, const std::string& scene, const std::string& output) {
   Query row(impl_->database,
             "SELECT id FROM jobs INDEXED BY jobs_scene WHERE type = ?1 AND scene = ?2 AND output = ?3 "
@@ -211,6 +202,7 @@ RunSummary Queue::summary(JobId id) {
       impl_->summarize(*record, frames(id), summary);
     }
   });
+  summary.engine = hasOtherEngine(0);
   return summary;
 }
 
@@ -234,6 +226,8 @@ void Queue::Impl::summarize(const JobRecord& record, const JobFrames& stand, Run
       record.hasFrames ? summary.good.count() + summary.failed.count() + summary.notDone.count() : 1;
   summary.goodWorks = stand.goodWorks;
   summary.failedWorks = stand.failedWorks;
+  summary.state = record.state;
+  summary.canceledWorks = stand.canceledWorks;
   summary.notDoneWorks = stand.readyWorks + stand.runningWorks + stand.canceledWorks;
   addFailures(database, record.id, summary);
   addImages(database, record.id, summary);

@@ -199,7 +199,12 @@ CREATE TABLE contact (
 INSERT INTO contact DEFAULT VALUES;
 )sql";
 
-constexpr std::array steps = {version1, version2};
+// Null until the program of an attempt was seen to end by itself.
+constexpr const char* version3 = R"sql(
+ALTER TABLE attempts ADD COLUMN printed INTEGER;
+)sql";
+
+constexpr std::array steps = {version1, version2, version3};
 
 int numberOf(Database& database, const char* sql) {
   Query query(database, sql);

@@ -25,6 +25,9 @@ inline constexpr const char* startJob =
 
 inline constexpr const char* noteProcess =
     "UPDATE attempts SET process = ?2 WHERE id = ?1 AND state = 'running'";
+inline constexpr const char* noteEnd =
+    "UPDATE attempts SET exit_code = ?2, signal = ?3, command = ?4, log = ?5, printed = ?6, duration = ?7 "
+    "WHERE id = ?1 AND state = 'running'";
 inline constexpr const char* isRunning = "SELECT 1 FROM attempts WHERE id = ?1 AND state = 'running'";
 inline constexpr const char* insertFile =
     "INSERT INTO files (id, attempt, frame, checked, size, modified, path, problem) "
@@ -135,7 +138,7 @@ inline constexpr std::array all = {
     dueJobs,         aliveEngines, lastOfFile,       clusterJobs,     jobsOfArrays, openArrays,
     openArraysOfJob, worksToPlace, openRuns,         openPlaces,      anyOpenPlace, openPlace,
     partsOfPlace,    startPlaced,  startClusterJob,  notePlaced,      closePlaced,  taskOfPlace,
-    noteTask,        noteLog,      dropBeat,         beatsOfJob,
+    noteTask,        noteLog,      dropBeat,         beatsOfJob,      noteEnd,
 };
 
 } // namespace trovik::statements

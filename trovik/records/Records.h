@@ -146,6 +146,25 @@ struct JobFrames {
   std::size_t works() const { return readyWorks + runningWorks + goodWorks + failedWorks + canceledWorks; }
 };
 
+/// A job that the same command began, as it stood at some moment: what has
+/// changed since then is known by it.
+struct BegunJob {
+  JobId id = 0;
+  JobState state = JobState::Waiting;
+  bool underWay = false; ///< an engine that lives is at work at it, or a cluster has works of it
+  JobFrames frames;
+  AttemptId newest = 0; ///< the number of the newest attempt in the queue
+};
+
+/// What came of a job that was put into the queue by a command that may have
+/// begun it before.
+struct EnteredJob {
+  JobId id = 0;                   ///< 0: nothing is to be done, so there is none
+  std::optional<BegunJob> before; ///< the job as it was; nothing for a new one
+  JobFrames frames;               ///< as they are from now on
+  RunSet again;                   ///< that were good, and are to be rendered again
+};
+
 /// One work: a run of frames that share a state. A work whose attempt left
 /// only some frames good is cut: the good frames become works of their own.
 struct WorkRecord {
@@ -262,6 +281,18 @@ struct ClusterContact {
   std::string problem; ///< of the last question; empty when it was answered
 };
 
+/// How the program of an attempt ended by itself, written down before its files
+/// are looked into: with its log it is all that a verdict needs, should the
+/// engine die now.
+struct ProgramEnd {
+  int exitCode = 0;
+  int signal = 0;
+  std::string command;                  ///< the words as text for a shell
+  std::string log;                      ///< empty when it printed nothing
+  std::int64_t printed = 0;             ///< bytes
+  std::chrono::microseconds duration{}; ///< until its end
+};
+
 /// An attempt whose engine died.
 struct LostAttempt {
   AttemptRecord attempt;
@@ -269,6 +300,7 @@ struct LostAttempt {
   int process = 0;               ///< the process group; 0 when it was not noted
   bool sameBoot = true;          ///< false: the machine was started anew since, so nothing of it runs
   std::vector<FileRecord> files; ///< that the program had named
+  std::optional<ProgramEnd> end; ///< where it was seen
 };
 
 /// The reverse of nameOf: false for a text that is no name of the kind.

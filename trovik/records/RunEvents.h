@@ -41,14 +41,33 @@ struct WorkInfo {
   std::string title() const { return hasFrames ? runText(run) : "work"; }
 };
 
-enum class Verdict { Good, Failed, Canceled };
+enum class Verdict {
+  Good,
+  Failed,
+  Canceled,
+  Lost, ///< its engine died, and how it ended is not known; says nothing about the work
+};
+
+/// As the queue has it; good for one that runs.
+inline Verdict verdictOf(AttemptState state) {
+  switch (state) {
+  case AttemptState::Failed:
+    return Verdict::Failed;
+  case AttemptState::Canceled:
+    return Verdict::Canceled;
+  case AttemptState::Lost:
+    return Verdict::Lost;
+  default:
+    return Verdict::Good;
+  }
+}
 
 /// How an attempt ended.
 struct WorkResult {
   Verdict verdict = Verdict::Good;
   VerdictRule rule = VerdictRule::None;
   RunSet good;                    ///< the frames that need no further attempt
-  bool again = false;             ///< failed, and will be tried again
+  bool again = false;             ///< failed or lost, and will be tried again
   std::string reason;             ///< of a failed one: the job's note
   std::vector<std::string> lines; ///< of a failed one: the lines of its output to quote
   Path log;
@@ -66,12 +85,15 @@ struct FailureGroup {
 /// How a run ended.
 struct RunSummary {
   RunInfo info;
+  JobState state = JobState::Good; ///< of the job
   RunSet good;
   RunSet failed;
   RunSet notDone;
   std::size_t goodWorks = 0;
   std::size_t failedWorks = 0;
   std::size_t notDoneWorks = 0;
+  std::size_t canceledWorks = 0;             ///< of those that are not done
+  bool engine = false;                       ///< an engine is at work that takes what is left
   std::vector<FailureGroup> failures;        ///< in the order of their first work
   std::map<std::string, std::size_t> images; ///< number of images by directory
   Duration duration{};

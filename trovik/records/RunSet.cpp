@@ -63,6 +63,31 @@ std::string RunSet::text(std::size_t limit) const {
   return out;
 }
 
+namespace {
+
+RunSet partsOf(const RunSet& set, const RunSet& other, bool inside) {
+  RunSet result;
+  const std::vector<FrameRun> runs = other.runs();
+  for (const FrameRun& run : set.runs()) {
+    for (const FramePart& part : CutFrames(run, runs)) {
+      if (part.Inside == inside) {
+        result.add(part.Run);
+      }
+    }
+  }
+  return result;
+}
+
+} // namespace
+
+RunSet common(const RunSet& one, const RunSet& other) {
+  return partsOf(one, other, true);
+}
+
+RunSet without(const RunSet& set, const RunSet& other) {
+  return partsOf(set, other, false);
+}
+
 std::string runText(const FrameRun& run) {
   return run.First == run.Last ? std::to_string(run.First)
                                : std::to_string(run.First) + '-' + std::to_string(run.Last);

@@ -32,6 +32,11 @@ private:
   std::size_t count_ = 0;
 };
 
+/// The frames that both sets have.
+RunSet common(const RunSet& one, const RunSet& other);
+/// The frames of the first set that the other one lacks.
+RunSet without(const RunSet& set, const RunSet& other);
+
 /// One run as people write it: "7" or "7-9".
 std::string runText(const FrameRun& run);
 

@@ -1,55 +1,19 @@
 #include "trovik/reports/AttemptText.h"
 
 #include "host/application/NoteText.h"
-#include "host/foundation/Descriptor.h"
 #include "host/foundation/LineSplitter.h"
 #include "trovik/records/Moments.h"
 #include "trovik/records/RunSet.h"
 #include "trovik/text/LogTail.h"
+#include "trovik/works/LogFile.h"
 #include "trovik/works/RunLogs.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace trovik {
 namespace {
 
 constexpr std::size_t chunk = std::size_t{64} << 10;
-
-/// A log opened for reading: a regular file, since a log directory that the
-/// user named may hold anything, and reading a pipe would wait for ever.
-class LogFile {
-public:
-  explicit LogFile(const Path& log)
-      : descriptor_(log.empty() ? -1 : open(log.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
-    struct stat facts {};
-    if (fstat(descriptor_.Number(), &facts) == 0 && S_ISREG(facts.st_mode)) {
-      size_ = facts.st_size;
-      there_ = true;
-    }
-  }
-
-  bool isThere() const { return there_; }
-  std::int64_t size() const { return size_; }
-
-  /// Up to the buffer's size from a position on; 0 at the end.
-  std::size_t read(std::int64_t position, std::string& buffer) const {
-    while (true) {
-      const ssize_t count = pread(descriptor_.Number(), buffer.data(), buffer.size(), position);
-      if (count >= 0 || errno != EINTR) {
-        return count < 0 ? 0 : static_cast<std::size_t>(count);
-      }
-    }
-  }
-
-private:
-  Descriptor descriptor_;
-  bool there_ = false;
-  std::int64_t size_ = 0;
-};
 
 } // namespace
 
@@ -109,7 +73,7 @@ Path logOf(const AttemptRecord& attempt, const JobRecord& job) {
   if (attempt.state != AttemptState::Running || job.logs.empty()) {
     return {};
   }
-  return logFile(Path(job.logs), job.hasFrames ? std::string(attempt.run.Text()) : "work", attempt.number);
+  return logFile(job, attempt);
 }
 
 Duration timeOf(const AttemptRecord& attempt, Moment now) {

@@ -115,10 +115,19 @@ std::string runningText(const Console& console, const JobReport& report, Moment 
   return text;
 }
 
-struct Advice {
-  std::string command;
-  std::string what;
-};
+std::string lostText(const Console& console, const JobReport& report) {
+  if (report.lost.empty()) {
+    return {};
+  }
+  RunSet frames;
+  for (const AttemptRecord& attempt : report.lost) {
+    frames.add(attempt.run);
+  }
+  return entry(console, "lost",
+               counted(report.lost.size(), "attempt") + " with the engine" +
+                   (report.view.job.hasFrames ? ", at " + frames.text(rangesShown) : std::string()),
+               Colour::Yellow);
+}
 
 std::vector<Advice> adviceFor(const JobReport& report) {
   const JobView& view = report.view;
@@ -132,15 +141,9 @@ std::vector<Advice> adviceFor(const JobReport& report) {
     }
     advice.push_back({"trovik log " + id + frame, "what the program said"});
   }
-  if (view.failed() + view.canceled() > 0) {
-    advice.push_back({"trovik retry " + id, view.failed() > 0 ? "do the failed ones again" : "go on"});
-  } else if (view.job.state == JobState::Stopped) {
-    advice.push_back({"trovik retry " + id, "go on"});
-  }
-  if (isOpen(view.job.state) && !report.engine) {
-    advice.push_back({"trovik engine", "no engine is at work; start one"});
-  } else if (isOpen(view.job.state)) {
-    advice.push_back({"trovik watch " + id, "follow it"});
+  for (Advice& one : adviceOn({view.job.id, view.job.state, view.failed() > 0, view.canceled() > 0,
+                               view.job.runOn == RunOn::Cluster, report.engine})) {
+    advice.push_back(std::move(one));
   }
   return advice;
 }
@@ -181,6 +184,8 @@ JobReport reportOn(Queue& queue, JobRecord job) {
       files[attempt.id] = 0;
     } else if (attempt.state == AttemptState::Failed) {
       byReason[attempt.reason] = &attempt;
+    } else if (attempt.state == AttemptState::Lost) {
+      report.lost.push_back(attempt);
     }
   }
   if (!files.empty()) {
@@ -233,6 +238,7 @@ std::string reportText(const Console& console, const JobReport& report, Moment n
     text += framesEntry(console, "canceled", view.frames.canceled, Colour::Yellow);
   }
   text += runningText(console, report, now);
+  text += lostText(console, report);
   if (job.hasFrames) {
     text +=
         framesEntry(console, isOpen(job.state) ? "waiting" : "not done", view.frames.ready, Colour::Yellow);
@@ -280,6 +286,15 @@ Json reportJson(const JobReport& report, Moment now) {
     if (report.cluster) {
       fillRunning(document["running"].back(), *report.cluster, attempt.id, now);
     }
+  }
+  document["lost"] = Json::array();
+  for (const AttemptRecord& attempt : report.lost) {
+    document["lost"].push_back(
+        {{"frames", report.view.job.hasFrames ? Json(runText(attempt.run)) : Json(nullptr)},
+         {"attempt", attempt.number},
+         {"engine", attempt.engine},
+         {"good", report.view.job.hasFrames ? Json(attempt.good.text()) : Json(nullptr)},
+         {"reason", attempt.reason}});
   }
   document["cluster"] = report.cluster ? clusterJson(*report.cluster, now) : Json(nullptr);
   document["failures"] = Json::array();

@@ -24,6 +24,7 @@ struct JobReport {
 
   JobView view;
   std::vector<Running> running;
+  std::vector<AttemptRecord> lost; ///< their engine died
   std::vector<Failure> failures;
   std::vector<ProgramShare> programs;
   std::map<std::string, std::size_t> images; ///< by directory

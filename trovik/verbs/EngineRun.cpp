@@ -5,6 +5,7 @@
 #include "trovik/progress/JobFollower.h"
 #include "trovik/progress/PlainProgress.h"
 #include "trovik/progress/ProgressReader.h"
+#include "trovik/progress/ProgressText.h"
 #include "trovik/text/Json.h"
 #include "trovik/text/Numbers.h"
 #include "trovik/text/Text.h"
@@ -28,6 +29,42 @@ std::size_t mostSlots() {
     return 10000;
   }
   return files.rlim_cur > 64 ? static_cast<std::size_t>(files.rlim_cur - 32) / 3 : 1;
+}
+
+Json continuedJson(const NewJob& job, const EnteredJob& entered) {
+  const auto frames = [&](const RunSet& set) { return job.hasFrames ? Json(set.text()) : Json(nullptr); };
+  return {{"state", nameOf(entered.before->state)},
+          {"underWay", entered.before->underWay},
+          {"kept", frames(entered.frames.good)},
+          {"again", frames(entered.again)}};
+}
+
+const char* standText(const BegunJob& job) {
+  switch (job.state) {
+  case JobState::Failed:
+    return "had failures";
+  case JobState::Stopped:
+    return "was stopped";
+  case JobState::Waiting:
+    return "is in the queue already";
+  default:
+    return job.underWay ? "is under way" : "was not finished";
+  }
+}
+
+std::string continuedText(const Console& console, const EnteredJob& entered) {
+  const std::size_t kept = entered.frames.good.count();
+  std::string text = console.coloured(Colour::Yellow, "goes on") + "  job " + std::to_string(entered.id) +
+                     ' ' + standText(*entered.before) + "; ";
+  text += kept == 0 ? "--new begins another\n"
+                    : counted(kept, "good frame") + (kept == 1 ? " is" : " are") +
+                          " kept, --new renders all anew\n";
+  if (!entered.again.empty()) {
+    text += console.coloured(Colour::Yellow, "again") + "  " + entered.again.text(rangesShown) + "  " +
+            (entered.again.count() == 1 ? "its file is" : "their files are") +
+            " gone, damaged or changed since\n";
+  }
+  return text;
 }
 
 } // namespace
@@ -127,34 +164,50 @@ int workQueue(Session& session, Queue& queue, ImageInspector& images, Machine& m
   return exitGood;
 }
 
-void tellSubmitted(Console& console, Queue& queue, JobId id, const JobFrames& frames, bool asJson) {
-  const std::optional<JobRecord> job = queue.job(id);
-  const bool onCluster = job->runOn == RunOn::Cluster;
+void tellGoesOn(Console& console, const NewJob& job, const EnteredJob& entered, bool asJson) {
+  if (asJson) {
+    Json json = jsonOfKind("run.continued");
+    json["job"] = entered.id;
+    json.update(continuedJson(job, entered));
+    console.print(jsonLine(json));
+  } else {
+    console.print(continuedText(console, entered));
+  }
+}
+
+void tellSubmitted(Console& console, Queue& queue, const NewJob& newJob, const EnteredJob& entered,
+                   bool asJson) {
+  const JobId id = entered.id;
+  const JobFrames& frames = entered.frames;
+  const bool hasFrames = newJob.hasFrames;
+  const bool onCluster = newJob.runOn == RunOn::Cluster;
   const bool engine = onCluster ? !queue.openArrays(id).empty() : queue.hasOtherEngine(0);
-  const std::size_t count = job->hasFrames ? frames.ready.count() : frames.readyWorks;
+  const std::size_t count = hasFrames ? frames.ready.count() : frames.readyWorks;
   if (asJson) {
     Json json = jsonOfKind("job.submitted");
     json["job"] = id;
-    json["frames"] = job->hasFrames ? Json(frames.ready.text()) : Json(nullptr);
-    json["found"] = job->hasFrames ? Json(frames.good.text()) : Json(nullptr);
+    json["frames"] = hasFrames ? Json(frames.ready.text()) : Json(nullptr);
+    json["found"] = hasFrames ? Json(frames.good.text()) : Json(nullptr);
     json["works"] = frames.readyWorks;
     json["engine"] = engine;
+    json["continued"] = entered.before ? continuedJson(newJob, entered) : Json(nullptr);
     if (onCluster) {
       json["arrays"] = arraysJson(queue, id);
     }
     console.print(jsonLine(json));
     return;
   }
-  std::string text = console.coloured(Colour::Bold, "job " + std::to_string(id)) + "  " +
-                     counted(count, job->hasFrames ? "frame" : "work");
-  if (job->hasFrames) {
+  std::string text = entered.before ? continuedText(console, entered) : std::string();
+  text += console.coloured(Colour::Bold, "job " + std::to_string(id)) + "  " +
+          counted(count, hasFrames ? "frame" : "work");
+  if (hasFrames && count > 0) {
     text += " (" + cutToWidth(frames.ready.text(), 60) + ")";
-    if (!frames.good.empty()) {
-      text += ", " + std::to_string(frames.good.count()) + " good already";
-    }
+  }
+  if (!frames.good.empty()) {
+    text += ", " + std::to_string(frames.good.count()) + " good already";
   }
   text += '\n';
-  if (onCluster) {
+  if (const std::optional<JobRecord> job = queue.job(id); onCluster && job) {
     text += arraysText(console, queue, *job);
   } else if (!engine) {
     text += "No engine is at work; start one with \"trovik engine\"\n";

@@ -32,9 +32,13 @@ int workOff(Console& console, Queue& queue, ImageInspector& images, Machine& mac
 int workQueue(Session& session, Queue& queue, ImageInspector& images, Machine& machine,
               const EngineOptions& options);
 
+/// Says that a job goes on that the same command began, what of it is kept and
+/// how all is rendered anew.
+void tellGoesOn(Console& console, const NewJob& job, const EnteredJob& entered, bool json);
+
 /// Says that a job is in the queue, with the frames as they were then, and how
 /// it gets worked.
-void tellSubmitted(Console& console, Queue& queue, JobId job, const JobFrames& frames, bool json);
+void tellSubmitted(Console& console, Queue& queue, const NewJob& job, const EnteredJob& entered, bool json);
 
 /// Says that no frame of a job is missing; returns the exit code.
 int tellNothingMissing(Console& console, const NewJob& job, bool json);

@@ -9,6 +9,7 @@
 #include "trovik/jobs/ProgramSearch.h"
 #include "trovik/jobs/Types.h"
 #include "trovik/machine/Locations.h"
+#include "trovik/queue/JobFiles.h"
 #include "trovik/text/Numbers.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
@@ -146,11 +147,46 @@ void Submission::describe() {
   }
 }
 
-bool Submission::leaveOutGood(Queue& queue, ImageInspector& inspector, Machine& machine) {
+void Submission::checkFiles(Queue& queue, ImageInspector& inspector, Machine& machine) {
+  if (!options_.fresh) {
+    begun_ = queue.begun(newJob_);
+  }
+  if (options_.missing) {
+    leaveOutGood(queue, inspector, machine);
+  }
+  if (begun_ && options_.missing) {
+    RunSet found;
+    for (const FrameRun& run : newJob_.found) {
+      found.add(run);
+    }
+    gone_ = without(begun_->frames.good, found);
+  } else if (begun_) {
+    gone_ = framesThatLostFiles(begun_->frames.good, filesOf(queue, begun_->id), newJob_.runOn);
+  }
+}
+
+EnteredJob Submission::enter(Queue& queue) const {
+  if (!options_.fresh) {
+    return queue.enter(newJob_, begun_, gone_);
+  }
+  EnteredJob entered;
+  if (!newJob_.works.empty()) {
+    entered.id = queue.submit(newJob_);
+    entered.frames = queue.frames(entered.id);
+  }
+  return entered;
+}
+
+void Submission::leaveOutGood(Queue& queue, ImageInspector& inspector, Machine& machine) {
   const WorkMaker maker(newJob_.type, newJob_.packed);
   KnownFiles known;
+  if (begun_) {
+    known = knownFiles(queue, begun_->id);
+  }
   if (const auto latest = queue.latest(newJob_.type, newJob_.scene, newJob_.output)) {
-    known = knownFiles(queue, *latest);
+    KnownFiles others = knownFiles(queue, *latest);
+    std::erase_if(others, [&](const auto& file) { return known.contains(file.first); });
+    known.merge(others);
   }
   const FoundFrames found = orRefuse("", "", [&] {
     return findGoodFrames(maker, newJob_.works, newJob_.hasFrames, known, queue, inspector, machine);
@@ -175,7 +211,6 @@ bool Submission::leaveOutGood(Queue& queue, ImageInspector& inspector, Machine& 
   }
   newJob_.works = works;
   newJob_.foundFiles = found.files;
-  return !newJob_.works.empty();
 }
 
 void Submission::tryFirstWork() const {

@@ -21,9 +21,13 @@ public:
   const SmartHandle<Job>& job() const { return setup_.job(); }
   /// The job as the queue takes it, all of its works to be done.
   const NewJob& newJob() const { return newJob_; }
-  /// Takes out the frames that have good files already. False when none is
-  /// left to be worked.
-  bool leaveOutGood(Queue& queue, ImageInspector& inspector, Machine& machine);
+  /// Checks the files, before the job is entered or shown: with --missing the
+  /// frames that have good ones already are taken out; of a job that goes on,
+  /// good frames that lost theirs are to be rendered again.
+  void checkFiles(Queue& queue, ImageInspector& inspector, Machine& machine);
+  /// Goes on with the job that the same command began, or puts in a new one. The
+  /// number is 0 where nothing is to be done.
+  EnteredJob enter(Queue& queue) const;
 
   /// Refuses a job whose first work already could not start, or whose logs
   /// could not be written: what would make every work fail alike is told once.
@@ -32,11 +36,14 @@ public:
 private:
   void setUp();
   void describe();
+  void leaveOutGood(Queue& queue, ImageInspector& inspector, Machine& machine);
 
   Session& session_;
   const MakingOptions& options_;
   JobSetup setup_;
   NewJob newJob_;
+  std::optional<BegunJob> begun_; // before its files were checked
+  RunSet gone_;                   // frames of it that lost their files
 };
 
 } // namespace trovik

@@ -118,7 +118,8 @@ template <typename Options> void addMaking(VerbForm<Options>& verb) {
              "The folder for what the program writes; made where it is missing")
       .value("--log-dir", "DIR", &MakingOptions::logDirectory, "The folder for the logs of this job")
       .flag("--missing", &MakingOptions::missing, "Only the frames without a good file")
-      .flag("--new", &MakingOptions::fresh, "A job of its own even if the same one is unfinished")
+      .flag("--new", &MakingOptions::fresh,
+            "Render all in a new job, also where one of this command is not done")
       .value("--engine", "ENGINE", &MakingOptions::engine,
              "Where its works run: local, or slurm for a cluster; local by default")
       .value("--shared", "DIR", &MakingOptions::shared,

@@ -37,7 +37,8 @@ int runTask(Session& session, const TaskOptions& options) {
     SetLogLevel(LogLevel::Info); // nobody watches, and the cluster keeps what is printed
   }
   TaskGuard guard;
-  SignalInterrupts interrupts;
+  // The cluster knows by itself what it asked; the code says whether all is good.
+  SignalInterrupts interrupts(SignalInterrupts::Ending::ByCode);
   // What this node lacks is the reason of each of the task's works, so that
   // whoever submitted them need not search the logs of nodes for it.
   std::string problem;

@@ -108,6 +108,21 @@ int Attempt::judge() {
   return process_->FinishWork(run_->Exit(), run_->HowEnded());
 }
 
+std::optional<ProgramEnd> Attempt::takeEnd(Clock::time_point now) {
+  if (!look_ || endTaken_ || over_ || run_->HowEnded() != ProcessJob::Ended::ByItself) {
+    return std::nullopt;
+  }
+  endTaken_ = true;
+  ProgramEnd end;
+  end.exitCode = run_->Exit().Code;
+  end.signal = run_->Exit().Signal;
+  end.command = outcome_.command;
+  end.log = log_->file().Text();
+  end.printed = logBytes_;
+  end.duration = std::chrono::duration_cast<std::chrono::microseconds>(now - started_);
+  return end;
+}
+
 void Attempt::conclude(int status, Clock::time_point now) {
   over_ = true;
   result_.duration = now - started_;

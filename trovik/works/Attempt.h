@@ -74,6 +74,9 @@ public:
   Clock::time_point lastOutput() const { return run_ ? run_->LastOutput() : started_; }
   /// Whether the program has ended and its files are looked at.
   bool isChecking() const { return look_.has_value(); }
+  /// How the program ended, handed out once, while its files are looked into;
+  /// nothing for one that was ended from outside.
+  std::optional<ProgramEnd> takeEnd(Clock::time_point now);
   /// How it ended, for the reader and for the queue. Valid when it is over.
   const WorkResult& result() const { return result_; }
   const Outcome& outcome() const { return outcome_; }
@@ -106,6 +109,7 @@ private:
   std::unordered_set<std::string> complete_;
   std::optional<ProgramRun> run_;
   Clock::time_point started_{};
+  bool endTaken_ = false;
   bool over_ = false;
   WorkResult result_;
   Outcome outcome_;

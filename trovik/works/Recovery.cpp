@@ -3,12 +3,18 @@
 #include "host/foundation/Log.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/works/OutcomeText.h"
+#include "trovik/works/RunLogs.h"
 
+#include <csignal>
+#include <string>
 #include <utility>
 
 namespace trovik {
 
 namespace {
+
+constexpr std::size_t logChunk = std::size_t{256} << 10U;
+constexpr int chunksPerTurn = 256; // a log of any size must not hold the engine up
 
 SmartHandle<Job> jobOf(const LostAttempt& lost, const WorkMaker* works, bool hasFrames) {
   if (works == nullptr) {
@@ -31,7 +37,8 @@ Recovery::Recovery(const LostAttempt& lost, const WorkMaker* works, bool hasFram
     : Recovery(lost, jobOf(lost, works, hasFrames), hasFrames, inspector) {}
 
 Recovery::Recovery(LostAttempt lost, SmartHandle<Job> job, bool hasFrames, ImageInspector& inspector)
-    : lost_(std::move(lost)), inspector_(inspector), job_(std::move(job)), hasFrames_(hasFrames) {
+    : lost_(std::move(lost)), inspector_(inspector), job_(std::move(job)), hasFrames_(hasFrames),
+      splitter_([this](std::string_view line) { onLine(line); }) {
   outcome_.attempt = lost_.attempt.id;
   outcome_.state = AttemptState::Lost;
   outcome_.rule = VerdictRule::Engine;
@@ -39,13 +46,22 @@ Recovery::Recovery(LostAttempt lost, SmartHandle<Job> job, bool hasFrames, Image
   outcome_.log = lost_.attempt.log;
   outcome_.command = lost_.attempt.command;
   outcome_.files = lost_.files;
-  outcome_.duration = std::chrono::microseconds(0);
+  outcome_.duration = lost_.attempt.duration;
 }
 
 Recovery::~Recovery() {
   if (job_) {
     job_->SetObserver(nullptr);
   }
+}
+
+WorkInfo Recovery::work() const {
+  WorkInfo work;
+  work.run = lost_.attempt.run;
+  work.hasFrames = hasFrames_;
+  work.attempt = work.attempts = lost_.attempt.number;
+  work.job = lost_.attempt.job;
+  return work;
 }
 
 bool Recovery::advance(Machine& machine) {
@@ -57,6 +73,12 @@ bool Recovery::advance(Machine& machine) {
       return false;
     }
     programsEnded_ = true;
+    begin();
+  }
+  if (log_ && !readLog()) {
+    return false;
+  }
+  if (!look_) {
     look();
   }
   if (look_ && !look_->isOver()) {
@@ -67,15 +89,65 @@ bool Recovery::advance(Machine& machine) {
   return true;
 }
 
+/// Opens the log where it can be trusted to be all that this attempt printed.
+void Recovery::begin() {
+  LogFile log{Path(lost_.attempt.log)};
+  if (!log.isThere()) {
+    outcome_.log.clear();
+  }
+  if (auto* render = dynamic_cast<RenderJob*>(job_.Get())) {
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(lost_.attempt.started);
+    timespec start{};
+    start.tv_sec = static_cast<std::time_t>(seconds.time_since_epoch().count());
+    render->CheckFilesSince(start);
+  }
+  if (dynamic_cast<ProcessJob*>(job_.Get()) == nullptr || !lost_.sameBoot) {
+    return;
+  }
+  if (lost_.end && lost_.end->printed == 0) {
+    logWasRead_ = true;
+    return;
+  }
+  // Where its end was seen it is known how long the log is. Else one that was
+  // written before may be what an earlier queue left under the same name.
+  const std::chrono::nanoseconds started = lost_.attempt.started.time_since_epoch();
+  if (log.isThere() && (lost_.end ? log.size() == lost_.end->printed : log.modified() >= started.count())) {
+    log_.emplace(std::move(log));
+  }
+}
+
+/// Some of the log; true when all was read.
+bool Recovery::readLog() {
+  std::string buffer(logChunk, '\0');
+  for (int turn = 0; turn < chunksPerTurn; ++turn) {
+    const std::size_t count = log_->read(read_, buffer);
+    read_ += static_cast<std::int64_t>(count);
+    splitter_.Feed(std::string_view(buffer.data(), count));
+    if (count == 0) {
+      splitter_.Finish();
+      logWasRead_ = !lost_.end || read_ == lost_.end->printed;
+      log_.reset();
+      return true;
+    }
+  }
+  return false;
+}
+
+void Recovery::onLine(std::string_view line) {
+  auto& process = dynamic_cast<ProcessJob&>(*job_);
+  tail_.add(line);
+  process.WorkLine(line);
+  if (!decided_ && !process.ErrorLine().empty()) {
+    decided_ = true;
+    tail_.markDeciding();
+  }
+}
+
 void Recovery::look() {
   auto* render = dynamic_cast<RenderJob*>(job_.Get());
   if (render == nullptr) {
     return;
   }
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(lost_.attempt.started);
-  timespec start{};
-  start.tv_sec = static_cast<std::time_t>(seconds.time_since_epoch().count());
-  render->CheckFilesSince(start);
   for (const FileRecord& file : lost_.files) {
     render->ProcessNewFilename(Path(file.path));
   }
@@ -84,22 +156,56 @@ void Recovery::look() {
 }
 
 void Recovery::judge() {
-  auto* render = dynamic_cast<RenderJob*>(job_.Get());
+  auto* process = dynamic_cast<ProcessJob*>(job_.Get());
+  if (process == nullptr) {
+    return;
+  }
+  if (logWasRead_ && lost_.end) {
+    process->FinishWork({lost_.end->exitCode, lost_.end->signal});
+    takeVerdict(*process);
+  } else if (logWasRead_) {
+    process->FinishWork({128 + SIGKILL, SIGKILL});
+    if (job_->IsFinished(process->Status())) {
+      takeVerdict(*process);
+      outcome_.reason = "Its engine died after the success text, and every file is good";
+    }
+  } else {
+    process->FinishWork(ProcessExit(), ProcessJob::Ended::Lost);
+  }
+  const auto* render = dynamic_cast<const RenderJob*>(process);
   if (render == nullptr) {
     return;
   }
-  render->FinishWork(ProcessExit(), ProcessJob::Ended::Lost);
   outcome_.files = fileRecords(*render);
-  if (hasFrames_) {
+  // When a file came is not known any more, so none can be said to have come
+  // before an error line.
+  if (hasFrames_ && process->ErrorLine().empty()) {
     for (const FrameRun& run : render->GoodFrames()) {
       outcome_.good.add(run);
     }
   }
 }
 
+/// As the engine would have put it down.
+void Recovery::takeVerdict(const ProcessJob& process) {
+  const bool good = process.IsFinished(process.Status());
+  outcome_.state = good ? AttemptState::Good : AttemptState::Failed;
+  outcome_.rule = ruleOf(process, ProcessJob::Ended::ByItself);
+  outcome_.reason = process.Note();
+  outcome_.retryable = process.IsWorthRepeating();
+  if (lost_.end) {
+    outcome_.exitCode = lost_.end->exitCode;
+    outcome_.signal = lost_.end->signal;
+  }
+  if (!good) {
+    outcome_.lines = tail_.lines();
+    outcome_.alike = alikeKey(outcome_.reason);
+  }
+}
+
 std::vector<std::unique_ptr<Recovery>> takeLostAttempts(Queue& queue, ImageInspector& inspector) {
   std::vector<std::unique_ptr<Recovery>> recoveries;
-  for (const LostAttempt& lost : queue.takeLost()) {
+  for (LostAttempt& lost : queue.takeLost()) {
     const JobId id = lost.attempt.job;
     LogInfo("taking up frames " + std::string(lost.attempt.run.Text()) + " of job " + std::to_string(id) +
             ", whose engine died");
@@ -107,6 +213,10 @@ std::vector<std::unique_ptr<Recovery>> takeLostAttempts(Queue& queue, ImageInspe
     std::unique_ptr<WorkMaker> works;
     if (record) {
       works = std::make_unique<WorkMaker>(record->type, queue.packed(id));
+    }
+    // In a folder that the user named, other jobs may write to the same file.
+    if (record && !lost.end && Path(record->logs) == queue.logDirectory(id)) {
+      lost.attempt.log = logFile(*record, lost.attempt).Text();
     }
     recoveries.push_back(
         std::make_unique<Recovery>(lost, works.get(), record && record->hasFrames, inspector));

@@ -1,19 +1,31 @@
 #pragma once
 
+#include "host/foundation/LineSplitter.h"
 #include "trovik/jobs/WorkMaker.h"
 #include "trovik/machine/Machine.h"
 #include "trovik/queue/Queue.h"
+#include "trovik/records/RunEvents.h"
+#include "trovik/text/LogTail.h"
 #include "trovik/works/FileLook.h"
+#include "trovik/works/LogFile.h"
 
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 namespace trovik {
 
 /// Takes up an attempt whose engine died: ends what is left of its programs,
-/// then looks at the files that it left, so that only the frames without a
-/// good one are rendered again. Nothing else may start that work before.
+/// reads its log and looks at the files that it left. Nothing else may start
+/// that work before.
+///
+/// Where the end of its program was seen, log and files give the verdict that
+/// the engine would have given. Where it was not, it may have ended in any way,
+/// also by a signal: the attempt is good when its success text was seen and
+/// every file is good, which outweighs that; else it is lost, and only the
+/// frames without a good file are rendered again. What was on its way to the
+/// disk when the machine went down is not trusted.
 class Recovery {
 public:
   /// `works` may be null where the job's type is not known here: nothing that
@@ -29,13 +41,18 @@ public:
   bool advance(Machine& machine);
   /// Valid when it is over.
   const Outcome& outcome() const { return outcome_; }
+  WorkInfo work() const;
   /// Whether its outcome was handed on.
   bool isRecorded() const { return recorded_; }
   void markRecorded() { recorded_ = true; }
 
 private:
+  void begin();
+  bool readLog();
+  void onLine(std::string_view line);
   void look();
   void judge();
+  void takeVerdict(const ProcessJob& process);
 
   LostAttempt lost_;
   ImageInspector& inspector_;
@@ -44,6 +61,12 @@ private:
   bool programsEnded_ = false;
   bool over_ = false;
   bool recorded_ = false;
+  std::optional<LogFile> log_; // while it is read
+  std::int64_t read_ = 0;
+  bool logWasRead_ = false;
+  LineSplitter splitter_;
+  LogTail tail_;
+  bool decided_ = false;
   std::optional<FileLook> look_;
   Outcome outcome_;
 };

@@ -83,6 +83,10 @@ std::unique_ptr<AttemptLog> RunLogDirectory::open(const std::string& name, int a
   return std::make_unique<AttemptLogFile>(logFile(directory_, name, attempt));
 }
 
+Path logFile(const JobRecord& job, const AttemptRecord& attempt) {
+  return logFile(Path(job.logs), job.hasFrames ? std::string(attempt.run.Text()) : "work", attempt.number);
+}
+
 Path logFile(Path directory, const std::string& name, int attempt) {
   return directory /= String(name + (attempt > 1 ? ".attempt" + std::to_string(attempt) : "") + ".log");
 }

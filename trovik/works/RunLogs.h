@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/foundation/Path.h"
+#include "trovik/records/Records.h"
 
 #include <memory>
 #include <string>
@@ -46,5 +47,7 @@ std::unique_ptr<RunLogs> noLogs();
 
 /// The file that such a directory has for an attempt; see there.
 Path logFile(Path directory, const std::string& name, int attempt);
+/// The one that an attempt of a job has, or will have.
+Path logFile(const JobRecord& job, const AttemptRecord& attempt);
 
 } // namespace trovik

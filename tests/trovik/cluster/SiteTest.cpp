@@ -486,6 +486,29 @@ TEST_F(SiteTest, HeldTasksAreNamedOnceWithWhatToDo) {
   EXPECT_NE(notices.front().find("scontrol release 101"), std::string::npos) << notices.front();
 }
 
+// A file server may take its time for each of them.
+TEST_F(SiteTest, NobodyWaitsWhileFilesOfTheFolderAreRead) {
+  const JobId id = submit("1-3");
+  pass(3s);
+  site.start();
+  begin(101, 0);
+  pass(10s);
+  ASSERT_EQ(running(id), "1");
+  int turns = 0;
+  user.inTransaction([&] { // who reads with the right to write would wait for this one
+    for (Clock::time_point end = machine.now() + ClusterEngine::questionPause / 2; machine.now() < end;
+         ++turns) {
+      std::vector<pollfd> none;
+      machine.wait(none, 250ms);
+      engine->advance();
+    }
+  });
+  EXPECT_GT(turns, 2);
+  finish(101, 0);
+  pass(5s);
+  EXPECT_EQ(good(id), "1");
+}
+
 TEST_F(SiteTest, OneProcessAtATimeIsInCharge) {
   pass(1s);
   ASSERT_TRUE(engine->isInCharge());

@@ -29,6 +29,7 @@ public:
     last = result;
     const char* verdict = result.verdict == Verdict::Good     ? "good "
                           : result.verdict == Verdict::Failed ? "failed "
+                          : result.verdict == Verdict::Lost   ? "lost "
                                                               : "canceled ";
     heard.push_back(verdict + work.title() + (result.again ? " again" : ""));
   }
@@ -46,6 +47,17 @@ protected:
   Queue reader{Path(directory.path())};
   Listener listener;
 };
+
+TEST_F(Follower, ReadsWhileAnotherProcessWrites) {
+  const JobId job = queue.submit(jobOf("1,2"));
+  take();
+  JobFollower follower(reader, job, listener);
+  queue.inTransaction([&] {
+    follower.beginRun();
+    follower.poll();
+  });
+  EXPECT_EQ(listener.take(), (Heard{"run", "started 1 1/1"}));
+}
 
 TEST_F(Follower, TellsWhatOthersDo) {
   const JobId job = queue.submit(jobOf("1,2"));
@@ -148,13 +160,13 @@ TEST_F(Follower, FailuresTellTheirReasonRuleAndWhatFollows) {
   EXPECT_TRUE(follower.isOver());
 }
 
-TEST_F(Follower, AnAttemptWhoseEngineDiedHasFailedAndComesAgain) {
+TEST_F(Follower, AnAttemptWhoseEngineDiedIsLostAndComesAgain) {
   const JobId job = queue.submit(jobOf("1"));
   JobFollower follower(reader, job, listener);
   follower.beginRun();
   queue.settle(lost(take().attempt));
   follower.poll();
-  EXPECT_EQ(listener.take(), (Heard{"run", "started 1 1/1", "failed 1 again"}));
+  EXPECT_EQ(listener.take(), (Heard{"run", "started 1 1/1", "lost 1 again"}));
   EXPECT_EQ(listener.last.reason, "Its engine died");
 }
 

@@ -142,7 +142,7 @@ TEST(PlainProgress, SeveralJobsInOneRunAreToldApart) {
             "job 7  started  4\njob 7  image  /s/a.png\njob 7  finished  4  2.0 s\n"
             "job 7  19 of 24 frames good, 1 failed, 4 not done, in 1 min 23 s\n"
             "failed  7  Exit code 1\nnot done  21-24\nimages  19 in /s/images\n"
-            "logs  /logs/run\nTo do the rest, give \"trovik retry 7\" and \"trovik engine --job 7\"\n");
+            "logs  /logs/run\nTo do the rest, give \"trovik retry 7 && trovik engine --job 7\"\n");
 }
 
 TEST(PlainProgress, PartsOfAPacketThatAreGoodAreTold) {
@@ -166,11 +166,36 @@ TEST(Summary, AJobOfTheQueueIsGoneOnWithByItsNumber) {
   summary.failed = RunSet();
   summary.failures.clear();
   summary.failedWorks = 0;
+  summary.state = JobState::Stopped;
   EXPECT_EQ(summaryText(screen.console, summary), "19 of 23 frames good, 4 not done, in 1 min 23 s\n"
                                                   "not done  21-24\n"
                                                   "images  19 in /s/images\n"
                                                   "logs  /logs/run\n"
                                                   "To do the rest, give \"trovik engine --job 3\"\n");
+}
+
+TEST(Summary, AdviceIsWhatDoesTheRest) {
+  const auto advice = [](JobState state, bool failed, bool canceled, bool cluster, bool engine) {
+    std::string text;
+    for (const Advice& one : adviceOn({3, state, failed, canceled, cluster, engine})) {
+      text += (text.empty() ? "" : "; ") + one.command;
+    }
+    return text;
+  };
+  constexpr bool onCluster = true;
+  constexpr bool engine = true;
+  EXPECT_EQ(advice(JobState::Good, false, false, false, false), "");
+  EXPECT_EQ(advice(JobState::Failed, true, false, false, false), "trovik retry 3 && trovik engine --job 3");
+  EXPECT_EQ(advice(JobState::Failed, true, false, false, engine), "trovik retry 3");
+  EXPECT_EQ(advice(JobState::Failed, true, false, onCluster, false), "trovik retry 3");
+  EXPECT_EQ(advice(JobState::Canceled, false, true, false, false), "trovik retry 3 && trovik engine --job 3");
+  EXPECT_EQ(advice(JobState::Stopped, false, false, false, false), "trovik engine --job 3");
+  EXPECT_EQ(advice(JobState::Stopped, true, false, false, false), "trovik retry 3 && trovik engine --job 3");
+  EXPECT_EQ(advice(JobState::Stopped, false, false, false, engine), "trovik retry 3");
+  EXPECT_EQ(advice(JobState::Stopped, false, false, onCluster, false), "trovik retry 3");
+  EXPECT_EQ(advice(JobState::Running, false, false, false, false), "trovik engine --job 3");
+  EXPECT_EQ(advice(JobState::Running, false, false, false, engine), "trovik watch 3");
+  EXPECT_EQ(advice(JobState::Running, true, false, false, engine), "trovik retry 3; trovik watch 3");
 }
 
 TEST(Summary, TellsGoodFailedAndNotDoneWithReasonsAndPlaces) {

@@ -88,6 +88,32 @@ std::size_t ModelJob::retry(const std::optional<RunSet>& only) {
   return count;
 }
 
+void ModelJob::goOn(const std::optional<ModelJob>& known, AttemptId newest, const RunSet& gone,
+                    const RunSet& found) {
+  const ModelJob before = *this;
+  const bool wasOpen = isOpen(state);
+  if ((any(WorkState::Failed) || any(WorkState::Canceled)) && !(wasOpen && any(WorkState::Running))) {
+    retry(std::nullopt);
+  }
+  for (auto& [number, frame] : frames) {
+    const ModelFrame& last = before.frames.at(number);
+    if (!known || last.attempt > newest || last.state == WorkState::Running) {
+      continue;
+    }
+    const WorkState then = known->frames.at(number).state;
+    const bool isGood = last.state == WorkState::Good;
+    if (isGood && then == WorkState::Good && gone.contains(number)) {
+      frame = {WorkState::Ready, 0, 0, last.attempt};
+    } else if (!isGood && then != WorkState::Good && then != WorkState::Running && found.contains(number)) {
+      frame.state = WorkState::Good;
+    }
+  }
+  if (!wasOpen && (any(WorkState::Ready) || any(WorkState::Running))) {
+    open();
+  }
+  endWhenDone();
+}
+
 NewJob someJob(ModelJob& model) {
   NewJob job = jobOf("");
   const int works = *rc::gen::inRange(0, 5);

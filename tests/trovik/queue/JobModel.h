@@ -13,6 +13,7 @@ struct ModelFrame {
   WorkState state = WorkState::Ready;
   int tries = 0;
   int losses = 0;
+  AttemptId attempt = 0; ///< the last
 };
 
 /// What a job is to be like, whatever is done to it in whatever order.
@@ -34,6 +35,9 @@ struct ModelJob {
   void resume();
   /// The number of frames that are to be worked.
   std::size_t retry(const std::optional<RunSet>& only);
+  /// The same command again; `known` is the job as it was when its files were
+  /// checked, or nothing where it was another one.
+  void goOn(const std::optional<ModelJob>& known, AttemptId newest, const RunSet& gone, const RunSet& found);
 };
 
 using ModelJobs = std::map<JobId, ModelJob>;

@@ -286,29 +286,6 @@ TEST_F(QueueJobs, AnEndIsHandedOutOnce) {
   EXPECT_TRUE(queue.takeEnded().empty());
 }
 
-TEST_F(QueueJobs, TheUnfinishedJobOfAStreamIsFound) {
-  NewJob wanted = jobOf("1");
-  wanted.packed = "this very stream";
-  EXPECT_FALSE(queue.unfinished(wanted.packed).has_value());
-  const JobId first = queue.submit(wanted);
-  const JobId second = queue.submit(wanted);
-  queue.submit(jobOf("1"));
-  EXPECT_EQ(queue.unfinished(wanted.packed), second);
-  queue.cancel(second);
-  EXPECT_EQ(queue.unfinished(wanted.packed), first);
-  queue.stop(first, "Stopped by the user");
-  EXPECT_EQ(queue.unfinished(wanted.packed), first);
-}
-
-TEST_F(QueueJobs, AJobThatStoppedByItselfIsNotUnfinished) {
-  NewJob wanted = jobOf("1,2");
-  wanted.stopAfter = 1;
-  const JobId job = queue.submit(wanted);
-  queue.settle(failed(take().attempt));
-  EXPECT_EQ(stateOf(job), JobState::Stopped);
-  EXPECT_FALSE(queue.unfinished(wanted.packed).has_value());
-}
-
 TEST_F(QueueJobs, TheLatestJobOfASceneIsFound) {
   const NewJob wanted = jobOf("1");
   queue.submit(wanted);

@@ -22,8 +22,72 @@ public:
 
   void submit() {
     ModelJob model;
-    const NewJob job = someJob(model);
-    jobs[queue.submit(job)] = model;
+    NewJob job = someJob(model);
+    job.packed = "stream " + std::to_string(given.size());
+    begun.push_back(model);
+    given.push_back(job);
+    enter(given.size() - 1, queue.submit(job));
+  }
+
+  /// A command that was given before, perhaps with a check of its files, and
+  /// while they are checked anything may happen: twins, kills.
+  void giveAgain() {
+    if (given.empty()) {
+      return;
+    }
+    const auto command = *rc::gen::inRange<std::size_t>(0, given.size());
+    NewJob job = given[command];
+    const std::optional<BegunJob> known = queue.begun(job);
+    const std::optional<JobId> before = goingOn(command);
+    RC_ASSERT((known ? std::optional(known->id) : std::nullopt) == before);
+    const std::optional<ModelJob> stood = before ? std::optional(jobs.at(*before)) : std::nullopt;
+    const AttemptId newest = lastAttempt;
+    for (int steps = *rc::gen::inRange(0, 4); depth < 3 && steps > 0; --steps) {
+      ++depth;
+      step();
+      --depth;
+    }
+    RunSet found;
+    const bool missing = *rc::gen::arbitrary<bool>();
+    if (missing) {
+      found = someFrames().value_or(RunSet());
+      std::vector<FrameRun> works;
+      for (const FrameRun& run : job.works) {
+        for (const FramePart& part : CutFrames(run, found.runs())) {
+          (part.Inside ? job.found : works).push_back(part.Run);
+        }
+      }
+      job.works = works;
+      found = RunSet();
+      for (const FrameRun& run : job.found) {
+        found.add(run);
+      }
+    }
+    const RunSet gone = someFrames().value_or(RunSet());
+    const std::optional<JobId> now = goingOn(command);
+    const EnteredJob entered = queue.enter(job, known, gone);
+    RC_ASSERT(entered.before.has_value() == now.has_value());
+    if (now) {
+      RC_ASSERT(entered.id == *now);
+      const bool same = before && *before == *now;
+      ModelJob& model = jobs.at(*now);
+      // What the first one found at its submission is found for all.
+      for (const FrameRun& run : given[command].found) {
+        found.add(run);
+      }
+      model.goOn(same ? stood : std::nullopt, newest, gone, found);
+      model.priority = job.priority;
+    } else if (job.works.empty()) {
+      RC_ASSERT(entered.id == 0);
+    } else {
+      ModelJob model = begun[command];
+      for (auto& [frame, state] : model.frames) {
+        state.state = found.contains(frame) ? WorkState::Good : state.state;
+      }
+      model.endWhenDone();
+      jobs[entered.id] = model;
+      commands[entered.id] = command;
+    }
   }
 
   void claim() {
@@ -44,6 +108,7 @@ public:
       }
       for (int frame = one.run.First; frame <= one.run.Last; ++frame) {
         ModelFrame& model = job.frames.at(frame);
+        model.attempt = one.attempt;
         RC_ASSERT(model.state == WorkState::Ready);
         RC_ASSERT(model.tries == one.tries);
         model.state = WorkState::Running;
@@ -51,6 +116,7 @@ public:
       for (const auto& [frame, model] : job.frames) {
         RC_ASSERT(model.state != WorkState::Ready || model.tries >= one.tries);
       }
+      lastAttempt = std::max(lastAttempt, one.attempt);
       job.started = true;
       job.state = JobState::Running;
       running.push_back(one);
@@ -144,13 +210,13 @@ public:
 
   void step() {
     const int kind = *rc::gen::weightedElement<int>(
-        {{2, 0}, {5, 1}, {6, 2}, {1, 3}, {1, 4}, {1, 5}, {2, 6}, {1, 7}, {1, 8}});
+        {{2, 0}, {5, 1}, {6, 2}, {1, 3}, {1, 4}, {1, 5}, {2, 6}, {1, 7}, {1, 8}, {4, 9}});
     if (kind <= 2) {
       kind == 0 ? submit() : kind == 1 ? claim() : settle();
       return;
     }
-    if (kind == 8) {
-      die();
+    if (kind >= 8) {
+      kind == 8 ? die() : giveAgain();
       return;
     }
     if (jobs.empty()) {
@@ -173,6 +239,29 @@ public:
   }
 
 private:
+  void enter(std::size_t command, JobId id) {
+    jobs[id] = begun[command];
+    commands[id] = command;
+  }
+
+  /// The job that a command goes on with.
+  std::optional<JobId> goingOn(std::size_t command) const {
+    std::optional<JobId> newest;
+    bool decided = false;
+    for (auto one = jobs.rbegin(); one != jobs.rend(); ++one) {
+      const auto& [id, job] = *one;
+      if (commands.at(id) != command || job.state == JobState::Canceled || job.canceling) {
+        continue;
+      }
+      if (isOpen(job.state)) {
+        return id;
+      }
+      newest = !decided && job.state != JobState::Good ? std::optional(id) : newest;
+      decided = true;
+    }
+    return newest;
+  }
+
   static bool takes(const std::vector<Claim>& claims, JobId id, const ModelJob& job) {
     return std::all_of(job.frames.begin(), job.frames.end(), [&](const auto& one) {
       return one.second.state != WorkState::Ready ||
@@ -186,6 +275,11 @@ private:
   Queue queue;
   EngineId engine;
   ModelJobs jobs;
+  std::vector<NewJob> given;   // commands
+  std::vector<ModelJob> begun; // the job that each makes
+  std::map<JobId, std::size_t> commands;
+  AttemptId lastAttempt = 0;
+  int depth = 0; // of commands that check files
   std::vector<Claim> running;
 };
 

@@ -27,7 +27,7 @@ TEST_F(Show, AFailedJobTellsWhyAndWhatToDo) {
                          "logs       DIR/logs/1\n"
                          "failed  3  Error line: scene_0003 is broken\n"
                          "next       trovik log 1 3  what the program said\n"
-                         "           trovik retry 1  do the failed ones again\n");
+                         "           trovik retry 1  do the rest\n");
   EXPECT_EQ(printed.code, exitGood);
 }
 
@@ -87,16 +87,15 @@ TEST_F(Show, ARunningJobTellsItsAttemptsAndWhatIsLeft) {
 TEST_F(Show, AWaitingJobSaysThatNoEngineIsAtWork) {
   queue.submit(jobOf("1-5"));
   queue.leaveEngine(engine);
-  EXPECT_EQ(steady(showJob, optionsFor({"1"})).out,
-            "job 1  waiting  shot\n"
-            "type       Sketch\n"
-            "scene      /scenes/shot_%04d.skt\n"
-            "range      1-5\n"
-            "submitted  DATE (TIME ago)\n"
-            "frames     0 of 5 frames good, 5 waiting\n"
-            "waiting    1-5\n"
-            "logs       DIR/logs/1\n"
-            "next       trovik engine  no engine is at work; start one\n");
+  EXPECT_EQ(steady(showJob, optionsFor({"1"})).out, "job 1  waiting  shot\n"
+                                                    "type       Sketch\n"
+                                                    "scene      /scenes/shot_%04d.skt\n"
+                                                    "range      1-5\n"
+                                                    "submitted  DATE (TIME ago)\n"
+                                                    "frames     0 of 5 frames good, 5 waiting\n"
+                                                    "waiting    1-5\n"
+                                                    "logs       DIR/logs/1\n"
+                                                    "next       trovik engine --job 1  do the rest\n");
 }
 
 TEST_F(Show, AStoppedJobSaysWhy) {
@@ -106,7 +105,7 @@ TEST_F(Show, AStoppedJobSaysWhy) {
   EXPECT_EQ(text.substr(0, text.find("type")), "job 1  stopped  shot\nwhy        the user put it aside\n");
   EXPECT_NE(text.find("frames     0 of 2 frames good, 2 not done\nnot done   1-2\n"), std::string::npos)
       << text;
-  EXPECT_NE(text.find("next       trovik retry 1  go on\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("next       trovik retry 1  do the rest\n"), std::string::npos) << text;
 }
 
 TEST_F(Show, AWorkWithoutFramesHasNone) {
@@ -124,7 +123,7 @@ TEST_F(Show, AWorkWithoutFramesHasNone) {
                                                     "logs       DIR/logs/1\n"
                                                     "failed  work  Error line: bad\n"
                                                     "next       trovik log 1    what the program said\n"
-                                                    "           trovik retry 1  do the failed ones again\n");
+                                                    "           trovik retry 1  do the rest\n");
 }
 
 TEST_F(Show, TextsFromOutsideCannotSteerTheTerminal) {
