@@ -32,6 +32,8 @@ public:
 private:
   void setUp();
   void describe();
+  void warnOfLeftOut() const;
+  void tryFolders() const;
 
   Session& session_;
   const MakingOptions& options_;
