@@ -84,7 +84,6 @@ END
 files growing a8.txt a9.txt a10.txt a11.txt
 run 0 detect sketch growing/a11.txt --set SceneNumberLength=2
 out_is <<'END'
-Name             TMP
 Range            10-11
 SceneNameFormat  TMP/work/growing/a%02d.txt
 only 10-11: "a8.txt" and 1 other have fewer digits
@@ -99,7 +98,7 @@ files even s_0002.txt s_0004.txt s_0006.txt
 run 2 run sketch even/s_0004.txt --range 2-6x2
 err_is <<'END'
 trovik: error: no sequence was found for "s_0004.txt", though such files lie beside it: it has no neighbour: there is neither "s_0003.txt" nor "s_0005.txt"
-hint: --set SceneNameFormat=TMP/work/even/s_%04d.txt --range 2,4,6 takes all that are there; --set CheckForMultipleFiles=No renders "s_0004.txt" alone for all frames
+hint: --set "SceneNameFormat=TMP/work/even/s_%04d.txt" --range 2,4,6 takes all that are there; --set CheckForMultipleFiles=No renders "s_0004.txt" alone for all frames
 END
 run 0 run sketch even/s_0004.txt --set "SceneNameFormat=$TMP/work/even/s_%04d.txt" --range 2-6x2 --slots 1 --log-dir "$TMP/logs"
 err_is_empty
@@ -138,5 +137,5 @@ run 0 detect sketch hole/s_006.txt --json
 "$HELPER" json /sequence /reason /hint /filled/Range <"$TMP/out" >>"$TMP/values"
 file_is "$TMP/values" <<'END'
 true "only 5-7 of 1-3,5-7: \"s_004.txt\" is missing" "--range 1-3,5-7 takes all that are there" "5-7"
-false "its number 006 has 3 digits, and the settings of this installation ask for 4" "--set SceneNumberLength=3 takes the sequence 5-7" null
+false "its number 006 has 3 digits, and the settings of this installation ask for 4" "--set SceneNumberLength=3 takes the sequence 5-7" -
 END

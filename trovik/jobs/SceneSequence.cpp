@@ -71,6 +71,7 @@ Siblings siblingsOf(const Path& scene, const NumberedName& name) {
   Siblings siblings;
   const std::string own = scene.Leaf(true);
   std::optional<int> least;
+  bool zeros = false; // stand in front of some of its numbers
   FileFinder finder;
   // A head may hold wildcards of its own, so each name is read again.
   for (bool found = finder.Find(besides(scene, name.head + '*' + name.tail)); found; found = finder.Next()) {
@@ -82,8 +83,8 @@ Siblings siblingsOf(const Path& scene, const NumberedName& name) {
     const std::optional<int> frame = other->frame();
     if (frame && name.frame() && name.of(*frame) == leaf) {
       siblings.frames.add({*frame, *frame});
-    } else if (frame && other->digits.size() < name.digits.size() && other->digits.front() != '0' &&
-               name.digits.front() != '0') {
+      zeros = zeros || other->digits.front() == '0';
+    } else if (frame && other->digits.size() < name.digits.size() && other->digits.front() != '0') {
       ++siblings.shorter;
       if (!least || *frame < *least) {
         least = frame;
@@ -92,6 +93,9 @@ Siblings siblingsOf(const Path& scene, const NumberedName& name) {
     } else if (leaf != own) {
       ++siblings.others;
     }
+  }
+  if (zeros) {
+    siblings.shorter = 0;
   }
   return siblings;
 }

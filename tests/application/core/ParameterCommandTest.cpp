@@ -226,7 +226,7 @@ TEST(ParameterCommand, MalformedReferenceTellsItsPlace) {
 }
 
 TEST(ParameterCommand, EveryCommandHasHelpAndIsFoundByItsName) {
-  EXPECT_EQ(ParameterCommands().size(), 23U);
+  EXPECT_EQ(ParameterCommands().size(), 24U);
   for (const ParameterCommand& command : ParameterCommands()) {
     EXPECT_STRNE(command.Help, "") << command.Name;
     const String argument = *command.Arguments == '\0' ? "" : "(1,1)";

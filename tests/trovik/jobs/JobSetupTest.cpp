@@ -388,8 +388,8 @@ TEST_F(AloneTest, SceneThatMayBeOneOfManyIsNotRenderedForSeveralFrames) {
             "no sequence was found for \"few_5.pov\", though such files lie beside it: it has "
             "no neighbour: there is neither \"few_4.pov\" nor \"few_6.pov\"");
   EXPECT_EQ(refused.hint,
-            "--set SceneNameFormat=" + directory.file("few_%01d.pov") +
-                " --range 1,3,5 takes all that are there; --set CheckForMultipleFiles=No renders "
+            "--set \"SceneNameFormat=" + directory.file("few_%01d.pov") +
+                "\" --range 1,3,5 takes all that are there; --set CheckForMultipleFiles=No renders "
                 "\"few_5.pov\" alone for all frames");
   EXPECT_EQ(check("few_5.pov", "4").message, refused.message);
 }

@@ -192,7 +192,7 @@ TEST(SequenceAccount, NamesTheNeighboursThatAreNotThere) {
           "",
           "",
           "it has no neighbour: there is neither \"a_002.pov\" nor \"a_004.pov\"",
-          "--set SceneNameFormat=DIR/a_%03d.pov --range 1,3,5 takes all that are there",
+          "--set \"SceneNameFormat=DIR/a_%03d.pov\" --range 1,3,5 takes all that are there",
           true});
 }
 
