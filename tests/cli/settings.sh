@@ -19,5 +19,6 @@ TROVIK_SETTINGS=$TMP/five.ini
 export TROVIK_SETTINGS
 run 0 detect sketch shot_0001.txt
 out_is <<'END'
-no scene sequence: the number 0001 has 4 digits; the type asks for 5
+no scene sequence: its number 0001 has 4 digits, and the settings of this installation ask for 5
+hint: --set SceneNumberLength=4 takes the sequence 1-2
 END
