@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdlib>
 #include <limits>
 
 // A range text is a list of items "first", "first-last" or "first-last" with
@@ -144,9 +145,10 @@ private:
       SkipBlanks();
       const std::size_t stepStart = m_Position;
       step = ReadNumber(sign);
-      if (step < 1) {
+      if (step == 0 || (step < 0 && first < last)) {
         Fail(stepStart, "a step is 1 or more", "write a descending range with its ends, as in 10-1x3");
       }
+      step = std::abs(step);
     }
     Expand(start, first, last, mode, step);
   }
@@ -180,14 +182,15 @@ private:
       break;
     case ':': {
       Reserve(start, span + 1);
-      std::vector<std::int64_t> taken; // the steps of the passes before
-      for (std::int64_t pass = step; pass >= 1; pass /= 2) {
+      std::vector<bool> taken(static_cast<std::size_t>(span + 1));
+      // A pass with a larger step would give the first frame alone.
+      for (std::int64_t pass = std::min(step, span + 1); pass >= 1; --pass) {
         for (std::int64_t offset = 0; offset <= span; offset += pass) {
-          if (std::none_of(taken.begin(), taken.end(), [&](std::int64_t s) { return offset % s == 0; })) {
+          if (!taken[static_cast<std::size_t>(offset)]) {
+            taken[static_cast<std::size_t>(offset)] = true;
             add(offset);
           }
         }
-        taken.push_back(pass);
       }
       break;
     }

@@ -33,9 +33,10 @@ std::vector<FrameRun> FramesOutside(const FrameRun& run, std::span<const FrameRu
 ///
 /// The syntax is the one that the field's tools share: "1-100", "1-100x5"
 /// (every fifth), "1-100y5" (all but every fifth), "1-100:4" (interleaved:
-/// every 4th, then every 2nd, then the rest), lists "1,4,9-12", negative
-/// ("-5--1") and descending ("10-1") ranges; blanks are ignored. A frame that
-/// occurs twice counts where it stands first.
+/// every 4th, then of what is left every 3rd, every 2nd and the rest, each
+/// counted from the first frame), lists "1,4,9-12", negative ("-5--1") and
+/// descending ("10-1", "10-1x3" or "10-1x-3") ranges; blanks are ignored. A
+/// frame that occurs twice counts where it stands first.
 class FrameSet {
 public:
   /// More frames than this are refused: no job has them, and a mistyped range

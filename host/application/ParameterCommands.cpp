@@ -222,6 +222,29 @@ String Replace(const CommandCall& call, const String& value) {
   return String(result.append(value, position));
 }
 
+// The number's conversion is the first one, or the module would have found no
+// sequence. "%%" is doubled already.
+String DoublePercent(const CommandCall& /*call*/, const String& value) {
+  String result;
+  bool numbered = false;
+  for (std::size_t i = 0; i < value.size(); ++i) {
+    result.push_back(value[i]);
+    if (value[i] != '%') {
+      continue;
+    }
+    const std::size_t letter = value.find_first_not_of("0123456789", i + 1);
+    if (!numbered && letter != String::npos && value[letter] == 'd') {
+      numbered = true;
+      continue;
+    }
+    if (i + 1 < value.size() && value[i + 1] == '%') {
+      ++i;
+    }
+    result.push_back('%');
+  }
+  return result;
+}
+
 // The prefix is a piece of command line as its author wrote it; the texts come
 // from users, and each must stay one word.
 String Each(const CommandCall& call, const String& value) {
@@ -282,6 +305,9 @@ constexpr Action k_Actions[] = {
      false},
     {{"If", "(yes,no)", "one of two texts, by the truth of the value"}, If, true},
     {{"Replace", "(from,to)", "every occurrence replaced"}, Replace, false},
+    {{"DoublePercent", "", "a sequence's pattern with every % doubled but that of the number"},
+     DoublePercent,
+     false},
     {{"Each", "(prefix)", "each text of a list with the prefix, quoted, joined with blanks"}, Each, false},
     {{"TranslateToLocal", "", "the path as this machine knows it"}, TranslateToLocal, false},
     {{"TranslateContents", "", "a copy of the text file with its paths rewritten for this machine"},

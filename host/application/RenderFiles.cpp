@@ -104,6 +104,9 @@ void RenderJob::ProcessNewFilename(const Path& file) {
   // A longer name cannot be a file's. Cut, it still cannot, and the file check
   // says so.
   image = Path(String(image.Text().substr(0, PATH_MAX)));
+  if (m_TranslateImages) {
+    image = image.TranslateToLocal();
+  }
   if (m_ImageNames.contains(image.Text())) {
     return;
   }

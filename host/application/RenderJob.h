@@ -132,6 +132,10 @@ public:
   /// anything. For judging a saved output whose files are not at hand.
   void LeaveFilesUnseen() { m_FilesUnseen = true; }
 
+  /// From now on the images that the program names are looked for where the
+  /// path maps say: for a saved output of another machine.
+  void TranslateImages() { m_TranslateImages = true; }
+
   /// The number of frames in each state, as OnChildChange was told; of a job
   /// without frames, of works.
   std::int64_t ChildCount(int status) const;
@@ -194,6 +198,7 @@ private:
   bool m_FilesUnseen = false;
   FilesBefore m_Before;
   bool m_CloseEarlier = false;
+  bool m_TranslateImages = false;
   bool m_FilesAreOfFrames = false; // of m_Checked
   mutable std::optional<KnownFrames> m_KnownFrames;
   // While ExpectedFiles expands: the one frame that the job stands for.

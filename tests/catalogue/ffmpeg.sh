@@ -30,6 +30,19 @@ case_part_of_a_sequence() {
   movie_is movies/part.mp4 3 64 48 24/1
 }
 
+case_many_digits_and_the_name_of_the_job() {
+  frames s/shot 3
+  local number digits
+  for digits in 10 19; do
+    for number in 1 2 3; do
+      cp "s/shot_000$number.png" "s/50%_$(printf "%0${digits}d" "$number").png"
+    done
+    render ffmpeg "s/50%_$(printf "%0${digits}d" 2).png" --out movies --set Name=cut/$digits
+    good 1-3
+    movie_is "movies/cut_$digits.mp4" 3 64 48 25/1
+  done
+}
+
 case_frames_with_a_gap_are_no_movie() {
   frames s/shot 7
   render ffmpeg s/shot_0001.png --range 1-3,5-7

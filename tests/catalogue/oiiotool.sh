@@ -22,6 +22,15 @@ case_good() {
   images_are "$PWD"/out/a_000{1,2,3}.png
 }
 
+case_many_digits() {
+  images s/a 2
+  mv s/a_0001.exr s/50%_000000000001.exr
+  mv s/a_0002.exr s/50%_000000000002.exr
+  render oiiotool s/50%_000000000001.exr --out out
+  good 1-2
+  folder_has out 50%_000000000001.png 50%_000000000002.png
+}
+
 case_single_image() {
   images s/a 1
   render oiiotool s/a_0001.exr

@@ -78,3 +78,24 @@ file_is "$TMP/args" <<END
 <>
 <>
 END
+
+# A value that cannot be read is refused before anything starts, and nobody
+# else is blamed for it.
+sketch_type
+cat >>"$TMP/modules/sketch.tvx" <<'END'
+[AutoDetect]
+Scene=Note=$(StartDirectory)
+END
+scenes 1
+run 2 run sketch shot_0001.txt --set 'StartDirectory=$(abc'
+err_is <<'END'
+trovik: error: StartDirectory: text:1: this reference is never closed; add ")", or write "$$(" where "$(" is meant as it stands
+    1 | $(abc
+      | ^
+END
+run 2 run sketch shot_0001.txt --set 'ExpectedFiles=$(abc'
+err_is <<'END'
+trovik: error: ExpectedFiles:1: this reference is never closed; add ")", or write "$$(" where "$(" is meant as it stands
+    1 | $(abc
+      | ^
+END

@@ -28,6 +28,12 @@ file_is "$TMP/values" <<'END'
 1 "types" "Aged" false "11111111-2222-3333-4444-555555555555" ["sketch","sk"]
 END
 
+rm "$TMP/modules/sketch.tvx"
+run 0 types
+out_is <<'END'
+the only type is switched off; "trovik types --all" lists it
+END
+
 rm "$TMP"/modules/*.tvx
 run 2 types
 err_is <<'END'

@@ -24,8 +24,59 @@ END
 run 2 run sketch shot_0001.txt another
 err_is <<'END'
 trovik: error: one argument too many: "another"
+hint: one scene is enough: the others of its sequence are found; see "trovik run --help"
+END
+
+run 2 run sketch shot_0001.txt --out a --out b
+err_is <<'END'
+trovik: error: --out is given twice: "a", "b"
+hint: leave all but one of them out
+END
+
+run 2 run sketch shot_0001.txt --out
+err_is <<'END'
+trovik: error: --out needs a value: --out DIR
 hint: see "trovik run --help"
 END
+
+run 2 run sketch -- shot_0001.txt --dry-run
+err_is <<'END'
+trovik: error: one argument too many: "--dry-run"
+hint: behind "--" nothing is an option; write "--dry-run" before it
+END
+
+run 2 run sketch shot_0001.txt --frames 1-3
+err_is <<'END'
+trovik: error: unknown option "--frames"
+hint: did you mean "--range"? "trovik run --help" lists them all
+END
+
+run 2 retry last --range 1-3
+err_is <<'END'
+trovik: error: unknown option "--range"
+hint: did you mean "--frames"? "trovik retry --help" lists them all
+END
+
+run 2 run shot_0001.txt
+err_is <<'END'
+trovik: error: "shot_0001.txt" is a file and no job type
+hint: name the type before the scene; "trovik types" lists them
+END
+
+run 2 run "$TMP/modules/sketch.tvx" shot_0001.txt
+err_is <<'END'
+trovik: error: "TMP/modules/sketch.tvx" is a file and no job type
+hint: name the type, and its file's directory with --module-path DIR:
+END
+
+echo scene >-x.txt
+run 2 run sketch -x.txt
+err_is <<'END'
+trovik: error: unknown option "-x.txt"
+hint: if you mean the file, write "./-x.txt"
+END
+run 0 run sketch ./-x.txt --dry-run
+err_is_empty
 
 run 2 run sketch shot_0001.txt --slots many
 err_is <<'END'

@@ -7,7 +7,9 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <filesystem>
 #include <map>
+#include <system_error>
 #include <type_traits>
 
 namespace trovik {
@@ -75,6 +77,46 @@ std::vector<String> verbNames(const CommandForm& form) {
   return names;
 }
 
+bool isOptionOf(const Verb& verb, const std::string& name) {
+  return std::any_of(verb.arguments.begin(), verb.arguments.end(), [&](const Argument& argument) {
+    return argument.isOption() && (argument.name == name || (argument.letter != 0 && name.size() == 2 &&
+                                                             name == std::string{'-', argument.letter}));
+  });
+}
+
+bool takesScene(const Verb& verb) {
+  return std::any_of(verb.arguments.begin(), verb.arguments.end(),
+                     [](const Argument& argument) { return argument.name == "SCENE"; });
+}
+
+/// How an option of other verbs is called in this one; empty without such.
+std::string sameOption(const Verb& verb, const std::string& name) {
+  static const std::map<std::string, std::string> same = {
+      {"--frames", "--range"}, {"--range", "--frames"}, {"--output", "--out"}};
+  const auto found = same.find(name);
+  return found != same.end() && isOptionOf(verb, found->second) ? found->second : std::string();
+}
+
+[[noreturn]] void refuseOption(const CommandForm& form, const Verb* verb, const std::string& text,
+                               const std::string& help) {
+  const Verb& owner = verb == nullptr ? form.program : *verb;
+  const std::string name = text.substr(0, text.find('='));
+  if (isOptionOf(owner, name)) {
+    throw UsageError{"one argument too many: " + inQuotes(text),
+                     "behind \"--\" nothing is an option; write " + inQuotes(name) + " before it"};
+  }
+  std::error_code error;
+  if (std::filesystem::exists(text, error)) {
+    throw UsageError{"unknown option " + inQuotes(name),
+                     "if you mean the file, write " + inQuotes("./" + text)};
+  }
+  const std::string more = '"' + help + "\" lists them all";
+  const std::string same = sameOption(owner, name);
+  throw UsageError{"unknown option " + inQuotes(name), same.empty()
+                                                           ? didYouMean(name, optionNames(owner), more)
+                                                           : "did you mean \"" + same + "\"? " + more};
+}
+
 /// Refuses what the verb (or the program, before any verb) did not take.
 void refuseExtras(const CommandForm& form, const Verb* verb, std::vector<std::string> extras) {
   std::erase(extras, "--"); // the mark behind which nothing is an option
@@ -87,16 +129,22 @@ void refuseExtras(const CommandForm& form, const Verb* verb, std::vector<std::st
   });
   const std::string help = verb == nullptr ? "trovik --help" : "trovik " + verb->name + " --help";
   if (option != extras.end()) {
-    const std::string name = option->substr(0, option->find('='));
-    throw UsageError{"unknown option " + inQuotes(name),
-                     didYouMean(name, optionNames(verb == nullptr ? form.program : *verb),
-                                '"' + help + "\" lists them all")};
+    refuseOption(form, verb, *option, help);
   }
   if (verb == nullptr) {
     throw UsageError{"unknown verb " + inQuotes(extras.front()),
                      didYouMean(extras.front(), verbNames(form), "\"trovik --help\" lists them all")};
   }
-  throw UsageError{"one argument too many: " + inQuotes(extras.front()), "see \"" + help + '"'};
+  throw UsageError{
+      "one argument too many: " + inQuotes(extras.front()),
+      (takesScene(*verb) ? "one scene is enough: the others of its sequence are found; " : std::string()) +
+          "see \"" + help + '"'};
+}
+
+std::string quotedList(const std::vector<std::string>& texts) {
+  std::vector<std::string> quoted(texts.size());
+  std::transform(texts.begin(), texts.end(), quoted.begin(), inQuotes);
+  return joined(quoted, ", ");
 }
 
 /// Says in our own words what the parser refused.
@@ -108,6 +156,11 @@ void refuseExtras(const CommandForm& form, const Verb* verb, std::vector<std::st
   const CLI::Option* option = app.get_option_no_throw(text.substr(0, text.find_first_of(": ")));
   if (option != nullptr && dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
     const std::string name = "--" + option->get_lnames().front();
+    if (option->results().size() > 1) {
+      throw UsageError{name + " is given " + (option->results().size() == 2 ? "twice" : "several times") +
+                           ": " + quotedList(option->results()),
+                       "leave all but one of them out"};
+    }
     text = name + " needs a value: " + name + ' ' + option->get_type_name();
   }
   if (const std::size_t end = text.find(" was given a disallowed flag override"); end != std::string::npos) {

@@ -4,7 +4,6 @@
 #include "host/application/Expansion.h"
 #include "host/application/RenderJob.h"
 #include "host/foundation/Log.h"
-#include "trovik/jobs/SceneSequence.h"
 #include "trovik/jobs/Types.h"
 #include "trovik/jobs/WorkMaker.h"
 #include "trovik/machine/Locations.h"
@@ -20,6 +19,20 @@ namespace trovik {
 namespace {
 
 constexpr const char* commandString = "CommandString";
+
+/// The frames of a range; none of a text that is none, such as one with
+/// references.
+RunSet framesOf(const String& range) {
+  RunSet frames;
+  try {
+    for (const FrameRun& run : FrameSet::Parse(range).Split(static_cast<int>(FrameSet::k_CountLimit))) {
+      frames.add(run);
+    }
+  } catch (Exception* exception) {
+    LogDebug(takeText(exception));
+  }
+  return frames;
+}
 
 /// The names whose "$(" the host's own expansion from a map leaves alone.
 bool isEscapedByHost(const String& name) {
@@ -90,7 +103,7 @@ void JobSetup::setScene(const std::string& scene) {
     throw UsageError{"the scene " + inQuotes(path.Text()) + ' ' + printable(problem, OddBytes::Show),
                      "name the scene file"};
   }
-  queue(findParameter(type_, p_Scene), path.Text(), "SCENE");
+  give(findParameter(type_, p_Scene), path.Text(), "SCENE");
 }
 
 void JobSetup::set(const std::string& name, const std::string& value, const std::string& origin) {
@@ -114,7 +127,14 @@ void JobSetup::set(const std::string& name, const std::string& value, const std:
   const bool bareProgram =
       String::EqualNoCase(info.Name, p_Executable) && value.find('/') == std::string::npos;
   const bool picked = info.Type() == ParameterInfo::k_File && !value.empty() && !bareProgram;
-  queue(info, picked ? std::string(absolutePath(value).Text()) : value, origin);
+  give(info, picked ? std::string(absolutePath(value).Text()) : value, origin);
+}
+
+void JobSetup::setAll(const std::vector<std::string>& assignments) {
+  for (const std::string& text : assignments) {
+    const auto [name, value] = splitAssignment(text);
+    set(name, value, "--set " + printable(name, OddBytes::Show));
+  }
 }
 
 void JobSetup::setOutputFolder(const std::string& folder) {
@@ -127,34 +147,71 @@ void JobSetup::setOutputFolder(const std::string& folder) {
     throw UsageError{"--out: " + inQuotes(path.Text()) + " is no folder",
                      "name a folder; it is made where it is missing"};
   }
-  queue(findParameter(type_, p_OutputFolder), EscapeReferences(path.Text()), "--out");
+  give(findParameter(type_, p_OutputFolder), EscapeReferences(path.Text()), "--out");
 }
 
-void JobSetup::queue(const ParameterInfo& info, const std::string& value, const std::string& origin) {
+void JobSetup::give(const ParameterInfo& info, const std::string& value, const std::string& origin) {
   if (!job_->SetParameter(info.Name, value)) {
     throw UsageError{origin + ": a job of this type does not take " + inQuotes(info.Name), "leave it out"};
   }
   fixed_.insert(info.Name);
-  filled_.erase(info.Name);
-  detect(info.Name);
+  given_.push_back(info.Name);
 }
 
-void JobSetup::detect(const String& changed) {
+void JobSetup::detect() {
+  const auto isScene = [](const String& name) { return String::EqualNoCase(name, p_Scene); };
+  std::stable_partition(given_.begin(), given_.end(), isScene);
+  for (const String& name : given_) {
+    detect(name);
+  }
+}
+
+/// The values in force, as the module is shown them.
+std::map<String, String> JobSetup::values() const {
   const JobTypeInfo& description = *JobFactory::s_JobFactory->GetTypeInfo(type_, false);
-  std::map<String, String> before;
+  std::map<String, String> values;
   for (std::size_t i = 0; i < description.ParamCount(); ++i) {
     const ParameterInfo& info = *description.GetParam(static_cast<unsigned long>(i));
     if (info.Type() != ParameterInfo::k_Heading) {
       const String value = job_->GetParameterOrOption(info.Name, true, true);
       // The map tells no kinds, so picked files are written such that rules
       // that use them leave a "$(" in them alone.
-      before[info.Name] =
+      values[info.Name] =
           isPlain(&info, info.Name) && !isEscapedByHost(info.Name) ? EscapeReferences(value) : value;
     }
   }
+  return values;
+}
+
+/// What the user said; jobs carry the type's defaults as well.
+SequenceSettings JobSetup::ownSettings() const {
+  const auto own = [this](const char* name) {
+    return fixed_.contains(name) ? job_->GetParameterOrOption(name, false, false) : String();
+  };
+  return {own(SequenceSettings::lookKey), own(SequenceSettings::digitsKey)};
+}
+
+void JobSetup::callModule(const SequenceSettings& settings, const String& changed,
+                          std::map<String, String>& values) const {
+  const std::map<String, String> shown = values;
+  try {
+    settings.detect(detect_, type_, changed, values);
+  } catch (Exception* exception) {
+    const std::string why = takeText(exception);
+    // A value that cannot be read is the user's to mend, not the type's.
+    for (const String& name : given_) {
+      orRefuse(std::string(name) + ": ", "", [&] { Job::FormatStringWithParameters(shown.at(name), shown); });
+    }
+    throw UsageError{"detection for " + changed + " failed: " + why,
+                     "the type's [AutoDetect] section may be wrong"};
+  }
+}
+
+void JobSetup::detect(const String& changed) {
+  const JobTypeInfo& description = *JobFactory::s_JobFactory->GetTypeInfo(type_, false);
+  const std::map<String, String> before = values();
   std::map<String, String> after = before;
-  orRefuse("detection for " + changed + " failed: ", "the type's [AutoDetect] section may be wrong",
-           [&] { detect_(type_, changed, after); });
+  callModule(ownSettings(), changed, after);
   for (const auto& [name, value] : after) {
     const auto old = before.find(name);
     if (old != before.end() ? old->second == value : value.empty()) {
@@ -231,7 +288,64 @@ void JobSetup::check() const {
     checkSequence(format);
   } else {
     refuseName(type_, refusedInSceneNames(), job_->GetParameterOrOption(p_Scene, true, true), false);
+    checkAlone();
   }
+}
+
+DetectedSequence JobSetup::taken() const {
+  DetectedSequence taken;
+  taken.format = job_->GetParameterOrOption(sceneNameFormat, true, true);
+  if (!taken.format.empty()) {
+    taken.frames = framesOf(job_->GetParameterOrOption(p_Range, true, true));
+  }
+  return taken;
+}
+
+DetectedSequence JobSetup::withAnyDigits() const {
+  SequenceSettings settings = ownSettings();
+  settings.digits = "1";
+  std::map<String, String> found = values();
+  callModule(settings, p_Scene, found);
+  DetectedSequence sequence;
+  sequence.format = found[sceneNameFormat];
+  if (!sequence.format.empty()) {
+    sequence.frames = framesOf(found[p_Range]);
+  }
+  return sequence;
+}
+
+SequenceAccount JobSetup::sequence() const {
+  const String scene = job_->GetParameterOrOption(p_Scene, true, true);
+  SceneQuestion question;
+  question.taken = taken();
+  if (scene.empty() || fixed_.contains(sceneNameFormat) ||
+      (!question.taken.format.empty() && fixed_.contains(p_Range))) {
+    return {};
+  }
+  question.scene = Path(scene);
+  question.notLooked = ownSettings().whyNotLooked(type_);
+  question.digitsAsked = ownSettings().whoAsksForDigits(type_);
+  question.withAnyDigits = [this] { return withAnyDigits(); };
+  return orRefuse("", "", [&] { return accountOf(question); });
+}
+
+/// A scene that was taken alone though others lie beside it, with several
+/// frames: each of them would be rendered from this one file, which is seldom
+/// meant.
+void JobSetup::checkAlone() const {
+  const RunSet frames = framesOf(effectiveValue(*job_, p_Range));
+  if (frames.empty()) {
+    return;
+  }
+  const SequenceAccount account = sequence();
+  if (!account.leftOut || (frames.count() == 1 && account.frame && frames.contains(*account.frame))) {
+    return;
+  }
+  const std::string scene = inQuotes(Path(job_->GetParameterOrOption(p_Scene, true, true)).Leaf(true));
+  throw UsageError{"no sequence was found for " + scene +
+                       ", though such files lie beside it: " + account.reason,
+                   account.hint + (account.hint.empty() ? "" : "; ") +
+                       "--set CheckForMultipleFiles=No renders " + scene + " alone for all frames"};
 }
 
 void JobSetup::checkScene() const {
@@ -280,6 +394,16 @@ NameLetters JobSetup::refusedInSceneNames() const {
 }
 
 void JobSetup::checkSequence(const String& format) const {
+  // A name with a pattern of its own can lead detection to other files.
+  const Path picked(job_->GetParameterOrOption(p_Scene, true, true));
+  if (!picked.empty() && !fixed_.contains(sceneNameFormat)) {
+    const std::optional<int> frame = frameOfScene(picked);
+    if (!frame || sequenceScene(format, *frame) != picked) {
+      throw UsageError{"the sequence that was found, " + inQuotes(format) + ", does not hold the scene " +
+                           inQuotes(picked.Leaf(true)),
+                       "--set CheckForMultipleFiles=No takes the scene alone"};
+    }
+  }
   const std::unique_ptr<Distributor> works = job_->DoGetDistributor();
   const NameLetters refused = refusedInSceneNames();
   FrameRun run;

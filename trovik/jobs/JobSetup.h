@@ -3,8 +3,9 @@
 #include "host/application/Job.h"
 #include "host/application/JobFactory.h"
 #include "host/application/NameLetters.h"
+#include "trovik/jobs/SceneSequence.h"
+#include "trovik/jobs/SequenceSettings.h"
 
-#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -13,20 +14,15 @@
 
 namespace trovik {
 
-/// Lets a type's module react to a changed parameter; see
-/// ModuleLoader::AutoDetect.
-using DetectFunction =
-    std::function<void(const UID& type, const String& changed, std::map<String, String>& values)>;
-
 /// A parameter that detection filled, by its name in the type.
 struct FilledParameter {
   std::string name;
   std::string value;
 };
 
-/// Builds a job as a form would: each change of a value is followed by the
-/// type's detection, which may fill others. What the user set by name stays:
-/// no detection replaces it, whichever came first.
+/// Builds a job as a form would: first all values that the user gives, then the
+/// type's detection for each of them, which may fill others. What the user gave
+/// stays: no detection replaces it.
 ///
 /// Everything that the user got wrong is thrown as UsageError.
 class JobSetup {
@@ -40,11 +36,24 @@ public:
   /// `origin` is how the user wrote it ("--range"), for messages.
   void set(const std::string& name, const std::string& value, const std::string& origin);
 
+  /// Parameters as "--set" takes them: NAME=VALUE.
+  void setAll(const std::vector<std::string>& assignments);
+
   /// Where the files go: made absolute, and not read for references.
   void setOutputFolder(const std::string& folder);
 
+  /// Lets the module react to each value that was given, the scene first, then
+  /// in the order of giving; so every rule sees all of them. To be called once,
+  /// after the last value.
+  void detect();
+
   /// Checks that the job as a whole can be started; see the messages.
   void check() const;
+
+  /// Why the scene was taken alone, or its sequence only in part. Says nothing
+  /// where there is no scene, or where the user named the pattern or, of a
+  /// sequence, the frames.
+  SequenceAccount sequence() const;
 
   const SmartHandle<Job>& job() const { return job_; }
   const UID& type() const { return type_; }
@@ -53,8 +62,15 @@ public:
   std::vector<FilledParameter> filled() const;
 
 private:
-  void queue(const ParameterInfo& info, const std::string& value, const std::string& origin);
+  void give(const ParameterInfo& info, const std::string& value, const std::string& origin);
   void detect(const String& changed);
+  std::map<String, String> values() const;
+  SequenceSettings ownSettings() const;
+  void callModule(const SequenceSettings& settings, const String& changed,
+                  std::map<String, String>& values) const;
+  DetectedSequence taken() const;
+  DetectedSequence withAnyDigits() const;
+  void checkAlone() const;
   String fromDetection(const ParameterInfo* info, const String& name, const String& value,
                        const String& changed) const;
   void checkScene() const;
@@ -65,6 +81,7 @@ private:
   UID type_;
   DetectFunction detect_;
   SmartHandle<Job> job_;
+  std::vector<String> given_; ///< in the order of giving
   std::set<String, String::ciless> fixed_;
   std::set<String, String::ciless> filled_;
 };

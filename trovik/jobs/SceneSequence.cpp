@@ -1,23 +1,241 @@
 #include "trovik/jobs/SceneSequence.h"
 
-#include "host/application/Application.h"
-#include "host/application/JobFactory.h"
+#include "host/foundation/FileFinder.h"
 #include "host/foundation/Format.h"
+#include "host/foundation/Quoting.h"
 #include "trovik/machine/Locations.h"
 #include "trovik/text/Text.h"
 
 #include <algorithm>
+#include <charconv>
 #include <filesystem>
 #include <limits>
 #include <system_error>
+#include <vector>
+
+// Detection says what it took and nothing else. Who renders the wrong half of a
+// sequence wants to know why the other half was left out, so the folder is read
+// here for what is named like the scene. Whether the length of a number was to
+// blame is not guessed: detection is asked again without that demand.
 
 namespace trovik {
 namespace {
 
-/// The number with at least so many digits.
-std::string numbered(long long number, std::size_t digits) {
-  const std::string text = std::to_string(number);
-  return std::string(digits > text.size() ? digits - text.size() : 0, '0') + text;
+constexpr const char* digitLetters = "0123456789";
+constexpr std::size_t rangeLimit = 20; // runs; a longer range nobody pastes
+
+/// A scene's name around its last number, which detection takes for the frame.
+struct NumberedName {
+  std::string head;
+  std::string digits;
+  std::string tail;
+
+  std::optional<int> frame() const {
+    int number = 0;
+    return std::from_chars(digits.data(), digits.data() + digits.size(), number).ec == std::errc()
+               ? std::optional(number)
+               : std::nullopt;
+  }
+  /// The name of another frame, with at least as many digits.
+  std::string of(int frame) const {
+    const std::string text = std::to_string(frame);
+    return head + std::string(digits.size() > text.size() ? digits.size() - text.size() : 0, '0') + text +
+           tail;
+  }
+};
+
+std::optional<NumberedName> numberedName(const std::string& leaf) {
+  const std::size_t last = leaf.find_last_of(digitLetters);
+  if (last == std::string::npos) {
+    return std::nullopt;
+  }
+  const std::size_t before = leaf.find_last_not_of(digitLetters, last);
+  const std::size_t first = before == std::string::npos ? 0 : before + 1;
+  return NumberedName{leaf.substr(0, first), leaf.substr(first, last - first + 1), leaf.substr(last + 1)};
+}
+
+Path besides(const Path& scene, const std::string& leaf) {
+  Path path(scene.Branch(true, true));
+  return path /= String(leaf);
+}
+
+/// The files that are named like a scene but for the number.
+struct Siblings {
+  RunSet frames;           ///< of one numbering with the scene, which is among them
+  std::size_t shorter = 0; ///< of a numbering without zeros in front
+  std::string shortest;    ///< the first of those
+  std::size_t others = 0;  ///< neither
+};
+
+Siblings siblingsOf(const Path& scene, const NumberedName& name) {
+  Siblings siblings;
+  const std::string own = scene.Leaf(true);
+  std::optional<int> least;
+  bool zeros = false; // stand in front of some of its numbers
+  FileFinder finder;
+  // A head may hold wildcards of its own, so each name is read again.
+  for (bool found = finder.Find(besides(scene, name.head + '*' + name.tail)); found; found = finder.Next()) {
+    const std::string leaf = finder.Name().Leaf(true);
+    const std::optional<NumberedName> other = numberedName(leaf);
+    if (!other || other->head != name.head || other->tail != name.tail) {
+      continue;
+    }
+    const std::optional<int> frame = other->frame();
+    if (frame && name.frame() && name.of(*frame) == leaf) {
+      siblings.frames.add({*frame, *frame});
+      zeros = zeros || other->digits.front() == '0';
+    } else if (frame && other->digits.size() < name.digits.size() && other->digits.front() != '0') {
+      ++siblings.shorter;
+      if (!least || *frame < *least) {
+        least = frame;
+        siblings.shortest = leaf;
+      }
+    } else if (leaf != own) {
+      ++siblings.others;
+    }
+  }
+  if (zeros) {
+    siblings.shorter = 0;
+  }
+  return siblings;
+}
+
+/// "shot_0004.pov" is missing: why detection went no further than there.
+std::string faultOf(const Path& file) {
+  std::error_code error;
+  const bool link = std::filesystem::is_symlink(file.Text().c_str(), error);
+  return inQuotes(file.Leaf(true)) + (IsDirectory(file)       ? " is a folder"
+                                      : link && !exists(file) ? " is a link to nothing"
+                                                              : " is missing");
+}
+
+std::string rangeOption(const RunSet& frames) {
+  return frames.runs().size() > rangeLimit ? "--range" : "--range " + frames.text();
+}
+
+/// Names the pattern, where detection cannot find it, and the frames.
+std::string patternHint(const Path& scene, const NumberedName& name, const RunSet& frames) {
+  const Path pattern =
+      besides(scene, name.head + "%0" + std::to_string(name.digits.size()) + 'd' + name.tail);
+  if (frames.count() < 2 || sequenceScene(pattern.Text(), *name.frame()).Leaf(true) != scene.Leaf(true)) {
+    return {};
+  }
+  return "--set " + EnquoteWord("SceneNameFormat=" + pattern.Text()) + ' ' + rangeOption(frames) +
+         " takes all that are there";
+}
+
+/// The component of a path that the pattern does not give back as it is.
+std::string readAsPattern(const Path& scene, int frame) {
+  const std::string& text = scene.Text();
+  for (std::size_t begin = 0; begin < text.size();) {
+    const std::size_t end = std::min(text.find('/', begin), text.size());
+    const std::string component = text.substr(begin, end - begin);
+    if (SFormat(component, frame) != component) {
+      return component;
+    }
+    begin = end + 1;
+  }
+  return {};
+}
+
+void tellShorter(const Siblings& siblings, SequenceAccount& account) {
+  const std::size_t digits = numberedName(siblings.shortest)->digits.size();
+  account.reason += inQuotes(siblings.shortest) +
+                    (siblings.shorter == 1 ? std::string(" has")
+                                           : " and " + counted(siblings.shorter - 1, "other") + " have") +
+                    " fewer digits";
+  account.hint = "pick " + inQuotes(siblings.shortest) +
+                 " with --set SceneNumberLength=" + std::to_string(digits) + " to take them all";
+}
+
+/// A sequence was taken: whether it is all that lies there.
+void accountForPart(const DetectedSequence& taken, const Path& scene, const NumberedName& name,
+                    SequenceAccount& account) {
+  const Siblings siblings = siblingsOf(scene, name);
+  RunSet all = siblings.frames;
+  all.add(taken.frames);
+  account.leftOut = all.count() > taken.frames.count() || siblings.shorter > 0;
+  if (!account.leftOut) {
+    return;
+  }
+  const std::string frames = taken.frames.text(rangeLimit);
+  if (all.count() == taken.frames.count()) {
+    account.reason = "only " + frames + ": ";
+    tellShorter(siblings, account);
+    return;
+  }
+  std::vector<std::string> faults;
+  const std::vector<FrameRun> runs = taken.frames.runs();
+  const std::vector<FrameRun> there = all.runs();
+  if (there.front().First < runs.front().First) {
+    faults.push_back(faultOf(besides(scene, name.of(runs.front().First - 1))));
+  }
+  if (there.back().Last > runs.back().Last) {
+    faults.push_back(faultOf(besides(scene, name.of(runs.back().Last + 1))));
+  }
+  account.reason = "only " + frames + " of " + all.text(rangeLimit) +
+                   (faults.empty() ? "" : ": " + joined(faults, " and "));
+  account.hint = rangeOption(all) + " takes all that are there";
+}
+
+/// No sequence was taken, though one was looked for.
+void accountForSingle(const SceneQuestion& question, const NumberedName& name, SequenceAccount& account) {
+  const Path& scene = question.scene;
+  const std::string leaf = scene.Leaf(true);
+  const Siblings siblings = siblingsOf(scene, name);
+  const std::size_t own = siblings.frames.contains(account.frame.value_or(-1)) ? 1 : 0;
+  account.leftOut =
+      siblings.frames.count() > own || siblings.shorter > 0 || (!account.frame && siblings.others > 0);
+  const DetectedSequence found = question.withAnyDigits();
+  if (!found.format.empty()) {
+    account.reason = "its number " + name.digits + " has " + counted(name.digits.size(), "digit") + ", and " +
+                     question.digitsAsked;
+    account.hint = "--set SceneNumberLength=" + std::to_string(name.digits.size()) + " takes the sequence " +
+                   found.frames.text(rangeLimit);
+    return;
+  }
+  if (!account.frame) {
+    account.reason = account.leftOut ? "the number " + name.digits + " is too large for a frame"
+                                     : "no other file is called like it but for the number";
+    return;
+  }
+  const int frame = *account.frame;
+  std::vector<Path> neighbours;
+  if (frame > 0) {
+    neighbours.push_back(besides(scene, name.of(frame - 1)));
+  }
+  if (frame < std::numeric_limits<int>::max()) {
+    neighbours.push_back(besides(scene, name.of(frame + 1)));
+  }
+  const auto isFile = [](const Path& path) { return exists(path) && !IsDirectory(path); };
+  if (std::any_of(neighbours.begin(), neighbours.end(), isFile)) {
+    const std::string component = readAsPattern(scene, frame);
+    if (component.empty()) { // the type's form says that it looks, its section [Module] does not
+      account.reason = "the type does not look for scene sequences by itself";
+      account.hint = "--set CheckForMultipleFiles=Yes takes the sequence";
+    } else {
+      account.reason =
+          "the \"%\" in " + inQuotes(component) + " stands for a number in the sequence's pattern";
+      account.hint = "rename it without the \"%\"";
+    }
+    return;
+  }
+  if (siblings.frames.count() <= own && siblings.shorter > 0) {
+    tellShorter(siblings, account);
+    return;
+  }
+  std::vector<std::string> names;
+  std::vector<std::string> faults;
+  bool allMissing = true;
+  for (const Path& neighbour : neighbours) {
+    names.push_back(inQuotes(neighbour.Leaf(true)));
+    faults.push_back(faultOf(neighbour));
+    allMissing = allMissing && faults.back().ends_with(" is missing");
+  }
+  account.reason = !allMissing         ? joined(faults, " and ")
+                   : names.size() == 1 ? "it has no neighbour: there is no " + names.front()
+                                       : "it has no neighbour: there is neither " + joined(names, " nor ");
+  account.hint = patternHint(scene, name, siblings.frames);
 }
 
 } // namespace
@@ -26,43 +244,30 @@ Path sequenceScene(const String& format, int frame) {
   return {SFormat(format, frame)};
 }
 
-std::string whyNoSequence(const UID& type, const Path& scene) {
-  const IniFile& settings = Application::the_Application->Settings();
-  const String& section = type.GenString();
-  const ParameterInfo* check =
-      JobFactory::s_JobFactory->GetTypeParameterInfo(type, "CheckForMultipleFiles", false);
-  if (!settings.GetValue(section, "CheckForMultipleFiles", check != nullptr && check->Default.Bool())) {
-    return "the type does not look for scene sequences";
+std::optional<int> frameOfScene(const Path& scene) {
+  const std::optional<NumberedName> name = numberedName(scene.Leaf(true));
+  return name ? name->frame() : std::nullopt;
+}
+
+SequenceAccount accountOf(const SceneQuestion& question) {
+  SequenceAccount account;
+  const std::string leaf = question.scene.Leaf(true);
+  const std::optional<NumberedName> name = numberedName(leaf);
+  if (name) {
+    account.frame = name->frame();
   }
-  const std::string leaf = scene.Leaf(true);
-  const std::string shown = printable(leaf, OddBytes::Show);
-  const std::size_t last = leaf.find_last_of("0123456789");
-  if (last == std::string::npos) {
-    return '"' + shown + "\" has no number in its name";
+  if (!question.taken.format.empty()) {
+    if (name && !question.taken.frames.empty()) {
+      accountForPart(question.taken, question.scene, *name, account);
+    }
+  } else if (!question.notLooked.empty()) {
+    account.reason = question.notLooked;
+  } else if (!name) {
+    account.reason = inQuotes(leaf) + " has no number in its name";
+  } else {
+    accountForSingle(question, *name, account);
   }
-  const std::size_t before = leaf.find_last_not_of("0123456789", last);
-  const std::size_t first = before == std::string::npos ? 0 : before + 1;
-  const std::string digits = leaf.substr(first, last - first + 1);
-  if (digits.size() > 9) {
-    return "the number " + digits + " is too large for a frame";
-  }
-  const long long number = std::stoll(digits);
-  const std::string head = scene.Branch(true, false) + leaf.substr(0, first);
-  const std::string tail = leaf.substr(last + 1);
-  const std::string below = number > 0 ? numbered(number - 1, digits.size()) : std::string();
-  const std::string above = numbered(number + 1, digits.size());
-  const bool neighbour = (!below.empty() && exists(head + below + tail)) || exists(head + above + tail);
-  const int minimum = settings.GetValue(section, "SceneNumberLength", 0);
-  if (neighbour || static_cast<int>(digits.size()) < minimum) {
-    return "the number " + digits + " has " + counted(digits.size(), "digit") + "; the type asks for " +
-           (minimum > static_cast<int>(digits.size()) ? std::to_string(minimum) : std::string("more"));
-  }
-  const std::string leafHead = printable(leaf.substr(0, first), OddBytes::Show);
-  const std::string leafTail = printable(tail, OddBytes::Show);
-  const std::string aboveName = '"' + leafHead + above + leafTail + '"';
-  return "it has no neighbour: there is " +
-         (below.empty() ? "no " + aboveName
-                        : "neither \"" + leafHead + below + leafTail + "\" nor " + aboveName);
+  return account;
 }
 
 } // namespace trovik

@@ -1,6 +1,8 @@
 #include "trovik/jobs/Types.h"
 
 #include "host/application/Job.h"
+#include "host/foundation/FileFinder.h"
+#include "trovik/machine/Locations.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 
@@ -49,6 +51,12 @@ UID findType(const std::string& text) {
       throw UsageError{
           "no job types are installed",
           "\"trovik types -v\" shows where they are looked for; add a directory with --module-path"};
+    }
+    if (const Path file = absolutePath(text); !text.empty() && exists(file) && !IsDirectory(file)) {
+      throw UsageError{inQuotes(text) + " is a file and no job type",
+                       String::EqualNoCase(file.Extension(), "tvx")
+                           ? "name the type, and its file's directory with --module-path DIR:"
+                           : "name the type before the scene; \"trovik types\" lists them"};
     }
     throw UsageError{"there is no job type " + inQuotes(text),
                      didYouMean(text, names, "\"trovik types\" lists them all")};

@@ -52,6 +52,9 @@ Replay::Replay(SmartHandle<Job> job, Receiver receiver)
       splitter_([this](std::string_view line) { onLine(line); }) {
   job_->SetObserver(this);
   process_.AccountForLines();
+  if (auto* render = dynamic_cast<RenderJob*>(&process_)) {
+    render->TranslateImages();
+  }
 }
 
 Replay::~Replay() {

@@ -69,12 +69,12 @@ Json jobJson(const JobView& view, Moment now) {
   const auto time = timeOf(job, now);
   Json json;
   json["job"] = job.id;
-  json["name"] = textOrNull(job.name);
+  json["name"] = titleOf(job);
   json["type"] = job.typeName;
   json["typeId"] = job.type.GenString();
   json["scene"] = textOrNull(job.scene);
   json["range"] = textOrNull(job.range);
-  json["state"] = nameOf(job.state);
+  json["state"] = nameOf(shownState(view));
   json["note"] = textOrNull(job.note);
   json["priority"] = job.priority;
   json["counts"] = {{"total", view.total()},     {"good", view.good()},   {"failed", view.failed()},

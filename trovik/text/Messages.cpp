@@ -15,12 +15,24 @@ std::string messageText(const Console& console, Colour colour, const std::string
   return out;
 }
 
-void printRefusal(Console& console, const UsageError& error) {
-  std::string text = messageText(console, Colour::Red, "trovik: error:", error.message);
+namespace {
+
+void printWithHint(Console& console, Colour colour, const std::string& head, const UsageError& error) {
+  std::string text = messageText(console, colour, head, error.message);
   if (!error.hint.empty()) {
     text += messageText(console, Colour::Plain, "hint:", error.hint);
   }
   console.printError(text);
+}
+
+} // namespace
+
+void printWarning(Console& console, const UsageError& warning) {
+  printWithHint(console, Colour::Yellow, "trovik: warning:", warning);
+}
+
+void printRefusal(Console& console, const UsageError& error) {
+  printWithHint(console, Colour::Red, "trovik: error:", error);
 }
 
 } // namespace trovik

@@ -13,6 +13,9 @@ namespace trovik {
 std::string messageText(const Console& console, Colour colour, const std::string& head,
                         const std::string& text);
 
+/// Something that the user should know, though it goes on, and the hint below.
+void printWarning(Console& console, const UsageError& warning);
+
 /// What was refused, and the hint below it.
 void printRefusal(Console& console, const UsageError& error);
 

@@ -10,6 +10,7 @@
 #include "trovik/jobs/Types.h"
 #include "trovik/machine/Locations.h"
 #include "trovik/queue/JobFiles.h"
+#include "trovik/text/Messages.h"
 #include "trovik/text/Numbers.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
@@ -18,8 +19,10 @@
 #include "trovik/works/RunLogs.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <system_error>
+#include <unistd.h>
 
 namespace trovik {
 namespace {
@@ -51,6 +54,27 @@ void refuseTwice(const std::vector<std::pair<std::string, std::string>>& sets, c
   }
 }
 
+/// Refuses a command line that the system does not take: every attempt would
+/// fail alike.
+void refuseLength(const ProcessStart& start, bool hasPacket) {
+  constexpr std::size_t longestWord = 128 << 10; // bytes with the end mark, whatever the limit of all
+  const long limit = sysconf(_SC_ARG_MAX);
+  std::size_t bytes = 0;
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    bytes += std::strlen(*variable) + 1 + sizeof(char*);
+  }
+  bool tooLong = false;
+  for (const String& word : start.Arguments) {
+    bytes += word.size() + 1 + sizeof(char*);
+    tooLong = tooLong || word.size() + 1 > longestWord;
+  }
+  if (tooLong || (limit > 0 && bytes > static_cast<std::size_t>(limit))) {
+    throw UsageError{"the command is longer than this system takes",
+                     hasPacket ? "give fewer frames to one start of the program with --packet"
+                               : "\"--dry-run\" shows it"};
+  }
+}
+
 } // namespace
 
 Submission::Submission(Session& session, const MakingOptions& options)
@@ -58,6 +82,20 @@ Submission::Submission(Session& session, const MakingOptions& options)
   setUp();
   setup_.check();
   describe();
+  warnOfLeftOut();
+}
+
+/// Who picks one scene of many should not have to count them.
+void Submission::warnOfLeftOut() const {
+  const SequenceAccount account = setup_.sequence();
+  if (!account.leftOut) {
+    return;
+  }
+  const Path scene(setup_.job()->GetParameterOrOption(p_Scene, true, true));
+  const bool alone = setup_.job()->GetParameterOrOption(sceneNameFormat, true, true).empty();
+  printWarning(
+      session_.console(),
+      {(alone ? inQuotes(scene.Leaf(true)) + " alone: " : std::string()) + account.reason, account.hint});
 }
 
 void Submission::setUp() {
@@ -70,9 +108,7 @@ void Submission::setUp() {
     refuseTwice(sets, p_Scene, "SCENE");
     setup_.setScene(*options.scene);
   }
-  for (const auto& [name, value] : sets) {
-    setup_.set(name, value, "--set " + printable(name, OddBytes::Show));
-  }
+  setup_.setAll(options.sets);
   if (options.range) {
     refuseTwice(sets, p_Range, "--range");
     if (options.range->empty()) {
@@ -101,6 +137,7 @@ void Submission::setUp() {
     refuseTwice(sets, p_Priority, "--priority");
     setup_.set(p_Priority, *options.priority, "--priority");
   }
+  setup_.detect();
 }
 
 void Submission::describe() {
@@ -109,7 +146,7 @@ void Submission::describe() {
   newJob_.name = job.GetParameterOrOption(p_Name, true, true);
   newJob_.type = setup_.type();
   newJob_.typeName = typeTitle(setup_.type());
-  const String format = job.GetParameterOrOption("SceneNameFormat", true, true);
+  const String format = job.GetParameterOrOption(sceneNameFormat, true, true);
   newJob_.scene = format.empty() ? job.GetParameterOrOption(p_Scene, true, true) : format;
   newJob_.range = effectiveValue(job, p_Range);
   const std::unique_ptr<Distributor> works = orRefuse("", "", [&] { return job.DoGetDistributor(); });
@@ -213,10 +250,30 @@ void Submission::leaveOutGood(Queue& queue, ImageInspector& inspector, Machine& 
   newJob_.foundFiles = found.files;
 }
 
-void Submission::tryFirstWork() const {
+void Submission::tryFolders() const {
+  if (options_.dryRun) {
+    return; // makes nothing
+  }
   if (!newJob_.logs.empty()) {
     const RunLogDirectory made{Path(newJob_.logs)};
   }
+  if (!options_.out || newJob_.runOn == RunOn::Cluster) {
+    return; // nodes may see other folders
+  }
+  const Path folder = absolutePath(*options_.out);
+  std::error_code error;
+  std::filesystem::create_directories(folder.Text().c_str(), error);
+  if (!error && access(folder.c_str(), W_OK | X_OK) != 0) {
+    error = std::error_code(errno, std::generic_category());
+  }
+  if (error) {
+    throw UsageError{"--out: nothing can be written to " + inQuotes(folder.Text()) + ": " + error.message(),
+                     "name another folder"};
+  }
+}
+
+void Submission::tryFirstWork() const {
+  tryFolders();
   WorkInfo work;
   work.run = newJob_.works.front();
   work.hasFrames = newJob_.hasFrames;
@@ -226,6 +283,10 @@ void Submission::tryFirstWork() const {
     throw UsageError{"jobs of " + inQuotes(newJob_.typeName) + " do not run a program", {}};
   }
   const ProcessStart start = orRefuse("", "", [&] { return process->DescribeWork(); });
+  if (const auto* render = dynamic_cast<const RenderJob*>(process)) {
+    orRefuse("", "", [&] { return render->ExpectedFiles(); });
+  }
+  refuseLength(start, work.hasFrames && work.frames() > 1);
   if (newJob_.runOn == RunOn::Cluster) {
     tryCluster(session_, *first, options_.shared);
     return; // the program need not be on this machine

@@ -37,6 +37,8 @@ private:
   void setUp();
   void describe();
   void leaveOutGood(Queue& queue, ImageInspector& inspector, Machine& machine);
+  void warnOfLeftOut() const;
+  void tryFolders() const;
 
   Session& session_;
   const MakingOptions& options_;

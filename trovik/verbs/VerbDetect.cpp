@@ -1,6 +1,6 @@
 #include "trovik/jobs/JobSetup.h"
-#include "trovik/jobs/SceneSequence.h"
 #include "trovik/jobs/Types.h"
+#include "trovik/jobs/WorkMaker.h"
 #include "trovik/text/Json.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
@@ -15,17 +15,20 @@ int detectScene(Session& session, const DetectOptions& options) {
   const UID type = findType(*options.type);
   JobSetup setup(type, session.detection());
   setup.setScene(*options.scene);
+  setup.setAll(options.sets);
+  setup.detect();
   const Path scene(setup.job()->GetParameterOrOption(p_Scene, true, true));
   const std::vector<FilledParameter> filled = setup.filled();
-  const bool sequence = !setup.job()->GetParameterOrOption("SceneNameFormat", true, true).empty();
-  const std::string why = sequence ? std::string() : whyNoSequence(type, scene);
+  const bool sequence = !setup.job()->GetParameterOrOption(sceneNameFormat, true, true).empty();
+  const SequenceAccount account = setup.sequence();
 
   if (options.json) {
     Json document = jsonOfKind("detect");
     document["type"] = typeTitle(type);
     document["scene"] = scene.Text();
     document["sequence"] = sequence;
-    document["reason"] = sequence ? Json(nullptr) : Json(why);
+    document["reason"] = textOrNull(account.reason);
+    document["hint"] = textOrNull(account.hint);
     document["filled"] = Json::object();
     for (const FilledParameter& parameter : filled) {
       document["filled"][parameter.name] = parameter.value;
@@ -41,8 +44,11 @@ int detectScene(Session& session, const DetectOptions& options) {
   for (const FilledParameter& parameter : filled) {
     text += padded(console.shown(parameter.name), width) + "  " + console.shown(parameter.value) + '\n';
   }
-  if (!sequence) {
-    text += "no scene sequence: " + why + '\n';
+  if (!account.reason.empty()) {
+    text += (sequence ? "" : "no scene sequence: ") + console.shown(account.reason) + '\n';
+  }
+  if (!account.hint.empty()) {
+    text += "hint: " + console.shown(account.hint) + '\n';
   }
   console.print(text);
   return exitGood;

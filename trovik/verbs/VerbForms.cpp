@@ -42,6 +42,7 @@ void declareTypeVerbs(CommandForm& form) {
           "the type's rules add.")
       .type()
       .argument("SCENE", "SCENE", &DetectOptions::scene, "The scene file", {"needs a scene file", {}})
+      .sets()
       .json();
   declare(form, typeVerbs, "find", findProgram, Types::Needed,
           "Shows the program that jobs of a type run, and where it was found.")

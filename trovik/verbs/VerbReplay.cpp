@@ -71,15 +71,13 @@ private:
 
 void setUp(JobSetup& setup, const ReplayOptions& options) {
   if (options.scene) {
-    setup.setScene(*options.scene);
+    setup.setScene(Path(*options.scene).TranslateToLocal().Text()); // a job's files are translated anyway
   }
-  for (const std::string& text : options.sets) {
-    const auto [name, value] = splitAssignment(text);
-    setup.set(name, value, "--set " + printable(name, OddBytes::Show));
-  }
+  setup.setAll(options.sets);
   if (options.out) {
     setup.setOutputFolder(*options.out);
   }
+  setup.detect();
 }
 
 /// The frames of the one start of the program that the log is of: those that
@@ -99,7 +97,7 @@ WorkInfo workOf(const Job& job, const ReplayOptions& options) {
     work.hasFrames = true;
     return work;
   }
-  const String format = job.GetParameterOrOption("SceneNameFormat", true, true);
+  const String format = job.GetParameterOrOption(sceneNameFormat, true, true);
   if (format.empty()) {
     return work;
   }

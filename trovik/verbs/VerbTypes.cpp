@@ -59,6 +59,12 @@ int listTypes(Session& session, const TypesOptions& options) {
     throw UsageError{"no job types are installed",
                      "put .tvx files into a directory of the module path; \"trovik types -v\" shows it"};
   }
+  if (rows.empty()) {
+    console.print(
+        (hidden == 1 ? std::string("the only type is") : "all " + counted(hidden, "type") + " are") +
+        " switched off; \"trovik types --all\" lists " + (hidden == 1 ? "it" : "them") + '\n');
+    return exitGood;
+  }
   TypeRow heading{"TYPE", "ALIASES", "WHAT IT DOES"};
   std::size_t nameWidth = displayWidth(heading.name);
   std::size_t aliasWidth = displayWidth(heading.aliases);
@@ -81,9 +87,7 @@ int listTypes(Session& session, const TypesOptions& options) {
     line.erase(line.find_last_not_of(' ') + 1);
     table += console.coloured(colour, line) + '\n';
   };
-  if (!rows.empty()) {
-    append(heading, Colour::Bold);
-  }
+  append(heading, Colour::Bold);
   for (const TypeRow& row : rows) {
     append(row, Colour::Plain);
   }

@@ -30,6 +30,7 @@ int describeType(Session& session, const TypeOptions& options);
 struct DetectOptions : CommonOptions {
   std::optional<std::string> type;
   std::optional<std::string> scene;
+  std::vector<std::string> sets; ///< NAME=VALUE, in their order
   bool json = false;
 };
 int detectScene(Session& session, const DetectOptions& options);

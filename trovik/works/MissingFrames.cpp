@@ -1,5 +1,6 @@
 #include "trovik/works/MissingFrames.h"
 
+#include "host/foundation/FileFinder.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/works/FileLook.h"
 #include "trovik/works/OutcomeText.h"
@@ -71,19 +72,30 @@ KnownFiles knownFiles(Queue& queue, JobId job) {
 FoundFrames findGoodFrames(const WorkMaker& works, const std::vector<FrameRun>& runs, bool hasFrames,
                            const KnownFiles& known, Queue& queue, ImageInspector& inspector,
                            Machine& machine) {
+  const SmartHandle<Job> whole = works.makeWhole();
+  auto* all = dynamic_cast<RenderJob*>(whole.Get());
+  if (all == nullptr || String::EqualNoCase(fileCheckOf(*whole), "None")) {
+    throw UsageError{"--missing: no file of this type is looked at (FileCheck is None)",
+                     "leave --missing out"};
+  }
+  FileFinder folders; // reads a folder where it is asked for many names in it
   FoundFrames found;
   for (const FrameRun& run : runs) {
+    if (hasFrames) {
+      whole->SetParameter(p_SubRange, run.Text());
+    }
+    const std::vector<Path> expected = all->ExpectedFiles();
+    if (!expected.empty() && std::none_of(expected.begin(), expected.end(),
+                                          [&](const Path& file) { return folders.FindExact(file); })) {
+      continue; // nothing to be checked
+    }
     WorkInfo work;
     work.run = run;
     work.hasFrames = hasFrames;
     const SmartHandle<Job> job = works.make(work);
     auto* render = dynamic_cast<RenderJob*>(job.Get());
-    if (render == nullptr || String::EqualNoCase(fileCheckOf(*job), "None")) {
-      throw UsageError{"--missing: no file of this type is looked at (FileCheck is None)",
-                       "leave --missing out"};
-    }
     render->CheckFilesSince(timespec{});
-    if (render->ExpectedFiles().empty()) {
+    if (expected.empty()) {
       for (auto file = known.lower_bound(run.First); file != known.end() && file->first <= run.Last; ++file) {
         render->ProcessNewFilename(Path(file->second));
       }

@@ -29,7 +29,7 @@ syntax match tvxFlag /\%([=,]\s*\)\@<=\%(Required\|OfJob\|ReadOnly\|OfEngine\|Su
 " $(Name.Command(arguments).Command); $$( is plain.
 syntax match tvxEscape /\$\$(/ contained
 syntax region tvxReference matchgroup=tvxDelimiter start=/\$\@<!\$(/ end=/)/ oneline contained contains=tvxCommand,tvxArguments
-syntax match tvxCommand /\.\%(Enquote\|Dequote\|PythonString\|LispString\|JsonString\|Leaf\|Branch\|Base\|Extension\|Start\|End\|Count\|Pad\|Upper\|Lower\|Default\|Prefix\|Suffix\|If\|Option\|Add\|Replace\|Each\|PlainPath\|TranslateToLocal\|TranslateContents\)\>/ contained
+syntax match tvxCommand /\.\%(Enquote\|Dequote\|PythonString\|LispString\|JsonString\|Leaf\|Branch\|Base\|Extension\|Start\|End\|Count\|Pad\|Upper\|Lower\|Default\|Prefix\|Suffix\|If\|Option\|Add\|Replace\|DoublePercent\|Each\|PlainPath\|TranslateToLocal\|TranslateContents\)\>/ contained
 syntax region tvxArguments matchgroup=tvxDelimiter start=/(/ skip=/\\./ end=/)/ oneline contained contains=tvxInner
 syntax region tvxInner start=/(/ skip=/\\./ end=/)/ oneline contained contains=tvxInner transparent
 

@@ -36,13 +36,19 @@ TEST(FrameRange, ReadsTheSyntaxThatTheToolsShare) {
   EXPECT_EQ(Frames("1-10x3"), (List{1, 4, 7, 10}));
   EXPECT_EQ(Frames("1-10X3"), (List{1, 4, 7, 10}));
   EXPECT_EQ(Frames("1-10y3"), (List{2, 3, 5, 6, 8, 9}));
-  EXPECT_EQ(Frames("1-10:4"), (List{1, 5, 9, 3, 7, 2, 4, 6, 8, 10}));
-  EXPECT_EQ(Frames("1-10:5"), (List{1, 6, 3, 5, 7, 9, 2, 4, 8, 10}));
+  EXPECT_EQ(Frames("1-10:4"), (List{1, 5, 9, 4, 7, 10, 3, 2, 6, 8}));
+  EXPECT_EQ(Frames("1-10:5"), (List{1, 6, 5, 9, 4, 7, 10, 3, 2, 8}));
+  EXPECT_EQ(Frames("1-4:1"), (List{1, 2, 3, 4}));
+  EXPECT_EQ(Frames("1-3:2000000000"), (List{1, 3, 2}));
   EXPECT_EQ(Frames("1,4,9-12"), (List{1, 4, 9, 10, 11, 12}));
   EXPECT_EQ(Frames("-5--1"), (List{-5, -4, -3, -2, -1}));
   EXPECT_EQ(Frames("-2-1"), (List{-2, -1, 0, 1}));
   EXPECT_EQ(Frames("10-7"), (List{10, 9, 8, 7}));
   EXPECT_EQ(Frames("10-1x3"), (List{10, 7, 4, 1}));
+  EXPECT_EQ(Frames("10-1x-3"), (List{10, 7, 4, 1}));
+  EXPECT_EQ(Frames("10-1y-3"), (List{9, 8, 6, 5, 3, 2}));
+  EXPECT_EQ(Frames("10-1:-4"), (List{10, 6, 2, 7, 4, 1, 8, 9, 5, 3}));
+  EXPECT_EQ(Frames("5-5x-2"), (List{5}));
   EXPECT_EQ(Frames("5-5"), (List{5}));
   EXPECT_EQ(Frames(" 1 - 3 x 2 , 9 "), (List{1, 3, 9}));
   EXPECT_EQ(Frames("007"), (List{7}));
@@ -128,8 +134,8 @@ TEST(FrameRange, RefusesMalformedTextsWithPlaceCaretAndHint) {
                               "    1 | 1-9x0\n"
                               "      |     ^\n"
                               "hint: write a descending range with its ends, as in 10-1x3");
-  EXPECT_EQ(Refusal("9-1x-2"), "frame range:1:5: a step is 1 or more\n"
-                               "    1 | 9-1x-2\n"
+  EXPECT_EQ(Refusal("1-9x-2"), "frame range:1:5: a step is 1 or more\n"
+                               "    1 | 1-9x-2\n"
                                "      |     ^\n"
                                "hint: write a descending range with its ends, as in 10-1x3");
   EXPECT_EQ(Refusal("1-9y1"), "frame range:1:1: this range leaves out all of its frames\n"
@@ -167,7 +173,7 @@ TEST(FrameRange, SplitsIntoWorksThatNeverLieAboutGaps) {
   EXPECT_EQ(Works("1-10x3", 5), (Texts{"1-1", "4-4", "7-7", "10-10"}));
   EXPECT_EQ(Works("10-1", 3), (Texts{"8-10", "5-7", "2-4", "1-1"}));
   EXPECT_EQ(Works("1-3,7,9-12", 10), (Texts{"1-3", "7-7", "9-12"}));
-  EXPECT_EQ(Works("1-8:4", 2), (Texts{"1-1", "5-5", "3-3", "7-7", "2-2", "4-4", "6-6", "8-8"}));
+  EXPECT_EQ(Works("1-8:4", 2), (Texts{"1-1", "4-5", "7-7", "2-3", "6-6", "8-8"}));
   EXPECT_EQ(Works("-3-1", 2), (Texts{"-3--2", "-1-0", "1-1"}));
   EXPECT_EQ(Works("1-3", 0), (Texts{"1-1", "2-2", "3-3"}));
   EXPECT_EQ(Works("1-3", -5), (Texts{"1-1", "2-2", "3-3"}));

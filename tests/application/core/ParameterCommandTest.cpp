@@ -154,6 +154,22 @@ TEST(ParameterCommand, WritesEachTextOfAListAsAWord) {
   EXPECT_EQ(Apply("", "Each(+L)"), "");
 }
 
+TEST(ParameterCommand, DoublesEveryPercentButThatOfTheNumber) {
+  for (const auto& [pattern, doubled] :
+       std::vector<std::pair<String, String>>{{"/s/a_%04d.png", "/s/a_%04d.png"},
+                                              {"/s/a_%010d.png", "/s/a_%010d.png"},
+                                              {"/s/a_%0255d.png", "/s/a_%0255d.png"},
+                                              {"/50%/a_%d.png", "/50%%/a_%d.png"},
+                                              {"/50%%/a_%4d.png", "/50%%/a_%4d.png"},
+                                              {"/50%0_%01d.png", "/50%%0_%01d.png"},
+                                              {"/a_%04d_%04d.png", "/a_%04d_%%04d.png"},
+                                              {"%", "%%"},
+                                              {"%%", "%%"},
+                                              {"", ""}}) {
+    EXPECT_EQ(Apply(pattern, "DoublePercent"), doubled);
+  }
+}
+
 TEST(ParameterCommand, TranslatesPathsForThisMachine) {
   const Translations maps("/there", "/here");
   EXPECT_EQ(Apply("/there/a.png", "TranslateToLocal"), "/here/a.png");
@@ -231,7 +247,7 @@ TEST(ParameterCommand, MalformedReferenceTellsItsPlace) {
 }
 
 TEST(ParameterCommand, EveryCommandHasHelpAndIsFoundByItsName) {
-  EXPECT_EQ(ParameterCommands().size(), 26U);
+  EXPECT_EQ(ParameterCommands().size(), 27U);
   for (const ParameterCommand& command : ParameterCommands()) {
     EXPECT_STRNE(command.Help, "") << command.Name;
     const String argument = *command.Arguments == '\0' ? "" : "(1,1)";

@@ -1,5 +1,7 @@
 #include "trovik/jobs/JobSetup.h"
 
+#include "host/application/Application.h"
+#include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
 #include "tests/trovik/TemporaryDirectory.h"
 #include "tests/trovik/TestJobs.h"
@@ -51,6 +53,7 @@ TEST_F(JobSetupTest, SceneIsDetectedAndItsFindingsAreSet) {
     values["SceneNameFormat"] = "";
   });
   job.setScene(scene);
+  job.detect();
   EXPECT_EQ(value(job, "Scene"), scene);
   EXPECT_EQ(value(job, "Name"), "shot");
   EXPECT_EQ(value(job, "Range"), "1-5");
@@ -65,6 +68,7 @@ TEST_F(JobSetupTest, DetectionSeesTheValuesThatAreInForce) {
   JobSetup job = setup([&](std::map<String, String>& values) { seen = values; });
   job.set("PacketSize", "4", "--packet");
   job.setScene(scene);
+  job.detect();
   EXPECT_EQ(seen.at("PacketSize"), "4");
   EXPECT_EQ(seen.at("Executable"), "/bin/true");
   EXPECT_EQ(seen.at("Scene"), scene);
@@ -78,6 +82,7 @@ TEST_F(JobSetupTest, WhatTheUserSetIsNeverReplacedByDetection) {
   });
   job.set("range", "2-3", "--set range");
   job.setScene(scene);
+  job.detect();
   EXPECT_EQ(value(job, "Range"), "2-3");
   EXPECT_EQ(value(job, "PacketSize"), "9");
 }
@@ -86,8 +91,79 @@ TEST_F(JobSetupTest, EachSettingIsDetectedUnderItsOwnName) {
   JobSetup job =
       setup([](std::map<String, String>& values) { values["Name"] = values["PacketSize"]; }, "PacketSize");
   job.set("packetsize", "3", "--packet");
+  job.detect();
   EXPECT_EQ(detected, std::vector<std::string>{"PacketSize"});
   EXPECT_EQ(value(job, "Name"), "3");
+}
+
+TEST_F(JobSetupTest, TheSceneIsDetectedFirstAndSeesAllThatWasGiven) {
+  String seen;
+  JobSetup job = setup([&](std::map<String, String>& values) {
+    seen = values["PacketSize"];
+    values["OutputFolder"] = "/by/scene";
+    values["StartDirectory"] = "/by/scene";
+  });
+  job.set("StartDirectory", "/mine", "--set StartDirectory");
+  job.setAll({"PacketSize=4"});
+  job.setScene(scene);
+  EXPECT_TRUE(detected.empty());
+  job.detect();
+  EXPECT_EQ(detected, (std::vector<std::string>{"Scene", "StartDirectory", "PacketSize"}));
+  EXPECT_EQ(seen, "4");
+  EXPECT_EQ(value(job, "OutputFolder"), "/by/scene");
+  EXPECT_EQ(value(job, "StartDirectory"), "/mine");
+}
+
+TEST_F(JobSetupTest, RulesOfWhatWasGivenSpeakAfterThoseOfTheScene) {
+  JobSetup job(type.id(), [](const UID&, const String& changed, std::map<String, String>& values) {
+    if (changed == "Scene") {
+      values["Name"] = "found";
+    }
+    values["StartDirectory"] = "/" + values["Name"];
+  });
+  job.set("Name", "mine", "--set Name");
+  job.setScene(scene);
+  job.detect();
+  EXPECT_EQ(value(job, "Name"), "mine");
+  EXPECT_EQ(value(job, "StartDirectory"), "/mine");
+}
+
+TEST_F(JobSetupTest, WhatTheJobSaysOfItsSequenceStandsInPlaceOfTheSettings) {
+  type.add(ParameterInfo::k_Boolean, "CheckForMultipleFiles", "Yes");
+  type.add(ParameterInfo::k_Integer, "SceneNumberLength", "3");
+  IniFile& settings = Application::the_Application->Settings();
+  const IniFile before = settings;
+  const String section = UID(type.id()).GenString();
+  settings.SetValue(section, "SceneNumberLength", "5");
+  std::string asked;
+  const auto read = [&](std::map<String, String>&) {
+    asked += settings.GetValue(section, "CheckForMultipleFiles", "-") + " " +
+             settings.GetValue(section, "SceneNumberLength", "-") + ";";
+  };
+  const auto detect = [&](const std::vector<std::string>& sets) {
+    JobSetup job = setup(read);
+    job.setScene(scene);
+    job.setAll(sets);
+    job.detect();
+  };
+  detect({});
+  detect({"CheckForMultipleFiles=No"});
+  detect({"CheckForMultipleFiles=Yes", "SceneNumberLength=1"});
+  detect({"SceneNumberLength="});
+  EXPECT_EQ(asked, "- 5;No 5;Yes 1;- 5;");
+  EXPECT_EQ(settings.GetValue(section, "SceneNumberLength", "-"), "5");
+  EXPECT_EQ(settings.GetValue(section, "CheckForMultipleFiles", "-"), "-");
+  settings = before;
+}
+
+TEST_F(JobSetupTest, SettingsAreAsBeforeAlsoWhereDetectionFails) {
+  type.add(ParameterInfo::k_Boolean, "CheckForMultipleFiles", "Yes");
+  const String section = UID(type.id()).GenString();
+  JobSetup job = setup([](std::map<String, String>&) { throw new Exception("T", "F", 1, "bad", 0, "", 1); });
+  job.setScene(scene);
+  job.set("CheckForMultipleFiles", "No", "--set CheckForMultipleFiles");
+  EXPECT_EQ(refusalOf([&] { job.detect(); }).message, "detection for Scene failed: bad");
+  EXPECT_EQ(Application::the_Application->Settings().GetValue(section, "CheckForMultipleFiles", "-"), "-");
 }
 
 TEST_F(JobSetupTest, EscapedReferencesOfRulesArePlainInPickedFiles) {
@@ -97,6 +173,7 @@ TEST_F(JobSetupTest, EscapedReferencesOfRulesArePlainInPickedFiles) {
     values["OutputFolder"] = "/o/$$(x)";
   });
   job.setScene(scene);
+  job.detect();
   EXPECT_EQ(value(job, "Texture"), "/t/$(x).png");
   EXPECT_EQ(value(job, "OutputFolder"), "/o/$$(x)");
 }
@@ -108,6 +185,7 @@ TEST_F(JobSetupTest, SequenceCutFromTheSceneIsTakenAsItIs) {
     values["Name"] = "c$$(d)";
   });
   job.setScene(odd);
+  job.detect();
   EXPECT_EQ(value(job, "SceneNameFormat"), directory.file("a$$(b)/c$$(d)_%04d.pov"));
   EXPECT_EQ(value(job, "Name"), "c$$(d)");
 }
@@ -118,6 +196,7 @@ TEST_F(JobSetupTest, PickedFilesAreShownToRulesSuchThatTheyStayPlain) {
   JobSetup job = setup([&](std::map<String, String>& values) { seen = values["Texture"]; });
   job.set("Texture", "/t/$(x).png", "--set Texture");
   job.setScene(scene);
+  job.detect();
   EXPECT_EQ(seen, "/t/$$(x).png");
   EXPECT_EQ(value(job, "Texture"), "/t/$(x).png");
 }
@@ -127,6 +206,7 @@ TEST_F(JobSetupTest, RuleForAParameterThatDoesNotExistWarns) {
   const LogSink before = SetLogSink([&](LogLevel, const String& text) { warnings.push_back(text); });
   JobSetup job = setup([](std::map<String, String>& values) { values["Foo"] = "x"; });
   job.setScene(scene);
+  job.detect();
   SetLogSink(before);
   EXPECT_EQ(warnings,
             std::vector<std::string>{"the [AutoDetect] rules of \"Sketch\" for \"Scene\" fill \"Foo\", "
@@ -229,6 +309,7 @@ protected:
     if (!range.empty()) {
       job.set("Range", range, "--range");
     }
+    job.detect();
     return refusalOf([&] { job.check(); }).message;
   }
 };
@@ -263,6 +344,63 @@ TEST_F(SequenceTest, SceneFilesWhoseNamesTheProgramRefusesAreRefused) {
 
 TEST_F(SequenceTest, SequenceWithoutARangeIsRefused) {
   EXPECT_EQ(check(""), "the scene is a sequence of files, but there is no frame range");
+}
+
+TEST_F(SequenceTest, SequenceWithoutThePickedSceneIsRefused) {
+  const std::string odd = directory.write("50%%_0001.pov", "x");
+  directory.write("50%_0001.pov", "x");
+  directory.write("50%_0002.pov", "x");
+  JobSetup job = setup([this](std::map<String, String>& values) {
+    values["SceneNameFormat"] = directory.file("50%%_%04d.pov");
+    values["Range"] = "1-2";
+  });
+  job.setScene(odd);
+  job.detect();
+  EXPECT_EQ(refusalOf([&] { job.check(); }).message, "the sequence that was found, \"" +
+                                                         directory.file("50%%_%04d.pov") +
+                                                         "\", does not hold the scene \"50%%_0001.pov\"");
+}
+
+class AloneTest : public JobSetupTest {
+protected:
+  AloneTest() {
+    type.add(ParameterInfo::k_Boolean, "CheckForMultipleFiles", "Yes");
+    type.add(ParameterInfo::k_Integer, "SceneNumberLength", "3");
+  }
+  Refusal check(const std::string& name, const std::string& range,
+                const std::vector<std::string>& sets = {}) {
+    JobSetup job = setup();
+    job.setScene(directory.write(name, "x"));
+    if (!range.empty()) {
+      job.set("Range", range, "--range");
+    }
+    job.setAll(sets);
+    job.detect();
+    return refusalOf([&] { job.check(); });
+  }
+};
+
+TEST_F(AloneTest, SceneThatMayBeOneOfManyIsNotRenderedForSeveralFrames) {
+  directory.write("few_1.pov", "x");
+  directory.write("few_3.pov", "x");
+  const Refusal refused = check("few_5.pov", "1-5");
+  EXPECT_EQ(refused.message,
+            "no sequence was found for \"few_5.pov\", though such files lie beside it: it has "
+            "no neighbour: there is neither \"few_4.pov\" nor \"few_6.pov\"");
+  EXPECT_EQ(refused.hint,
+            "--set \"SceneNameFormat=" + directory.file("few_%01d.pov") +
+                "\" --range 1,3,5 takes all that are there; --set CheckForMultipleFiles=No renders "
+                "\"few_5.pov\" alone for all frames");
+  EXPECT_EQ(check("few_5.pov", "4").message, refused.message);
+}
+
+TEST_F(AloneTest, SceneAloneIsRenderedWhereNothingElseCanBeMeant) {
+  EXPECT_EQ(check("few_5.pov", "1-5").message, "");
+  directory.write("few_3.pov", "x");
+  EXPECT_EQ(check("few_5.pov", "").message, "");
+  EXPECT_EQ(check("few_5.pov", "5").message, "");
+  EXPECT_EQ(check("few_5.pov", "1-5", {"CheckForMultipleFiles=No"}).message, "");
+  EXPECT_EQ(check("other.pov", "1-5").message, "");
 }
 
 TEST(SplitAssignment, SplitsAtTheFirstEqualsSign) {

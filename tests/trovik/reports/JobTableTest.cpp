@@ -50,6 +50,20 @@ std::vector<JobView> someViews() {
   return views;
 }
 
+TEST(JobTable, JsonTellsTheSameStatesAndNames) {
+  std::vector<JobView> views = someViews();
+  views[2].frames.runningWorks = 0; // nothing of it runs just now
+  std::string told;
+  for (const JobView& view : views) {
+    const Json json = jobJson(view, now);
+    told += json.at("state").get<std::string>() + ' ' + json.at("name").get<std::string>() + '\n';
+  }
+  EXPECT_EQ(told, "good shot\n"
+                  "failed a scene with a rather long name that goes on and on_%04d.pov\n"
+                  "waiting shot\n"
+                  "waiting job 14\n");
+}
+
 TEST(JobTable, IsTheSameInEveryPipe) {
   const std::string expected = "JOB  STATE      GOOD  FAILED        TIME   AGE  TYPE     NAME\n"
                                "  7  good      36/36       -  1 min 23 s   3 h  POV-Ray  shot\n"
