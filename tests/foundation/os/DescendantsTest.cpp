@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr int k_PatienceMs = 60000;
+constexpr int k_EndPatienceMs = 60000;
 
 // This process adopts from its first test on, as the program does.
 class DescendantsTest : public testing::Test {
@@ -43,7 +43,7 @@ bool Ends(Process& process) {
       return true;
     }
     pollfd exit{process.ExitDescriptor(), POLLIN, 0};
-    if (poll(&exit, 1, k_PatienceMs) != 1) {
+    if (poll(&exit, 1, k_EndPatienceMs) != 1) {
       return false;
     }
   }
@@ -56,7 +56,7 @@ std::string ReadUntilLine(Process& process) {
     pollfd output{process.OutputDescriptor(), POLLIN, 0};
     if (process.ReadOutput(&letter, 1) == 1) {
       text += letter;
-    } else if (poll(&output, 1, k_PatienceMs) != 1) {
+    } else if (poll(&output, 1, k_EndPatienceMs) != 1) {
       break;
     }
   }
@@ -149,7 +149,7 @@ TEST_F(DescendantsTest, ProgramOfASupervisorThatWasKilledIsEndedToo) {
   const pid_t left = std::atoi(ReadUntilLine(process).c_str());
   ASSERT_GT(left, 1);
   EndOf(process);
-  for (int turn = 0; turn < k_PatienceMs && kill(left, 0) == 0; ++turn) {
+  for (int turn = 0; turn < k_EndPatienceMs && kill(left, 0) == 0; ++turn) {
     EXPECT_TRUE(process.Remaining().empty()); // it is another's, but nobody's any more
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
@@ -161,7 +161,7 @@ TEST_F(DescendantsTest, AdoptedOnesThatEndAreReapedWhileTheProgramRuns) {
   const pid_t orphan = std::atoi(ReadUntilLine(process).c_str());
   ASSERT_GT(orphan, 1);
   ReadUntilLine(process);
-  for (int turn = 0; turn < k_PatienceMs && kill(orphan, 0) == 0; ++turn) {
+  for (int turn = 0; turn < k_EndPatienceMs && kill(orphan, 0) == 0; ++turn) {
     ReapAdopted();
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
