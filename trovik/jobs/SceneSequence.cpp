@@ -129,7 +129,7 @@ std::string readAsPattern(const Path& scene, int frame) {
   const std::string& text = scene.Text();
   for (std::size_t begin = 0; begin < text.size();) {
     const std::size_t end = std::min(text.find('/', begin), text.size());
-    const std::string component = text.substr(begin, end - begin);
+    std::string component = text.substr(begin, end - begin);
     if (SFormat(component, frame) != component) {
       return component;
     }
