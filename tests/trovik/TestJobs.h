@@ -10,13 +10,15 @@
 namespace trovik {
 
 /// A render job of the tests' own: the command line is the parameter
-/// "CommandString", a line "image NAME" names an image.
+/// "CommandString", a line "image NAME" names an image, and one "throw" has it
+/// throw. With the scene "throw at the end" it throws when a status is asked.
 class TestJob final : public RenderJob {
 public:
   TestJob() : RenderJob(true) {}
   void SetType(const UID& type) override;
   String CreateCommandLine(Path& executable) override;
   void ProcessLine(const String& line) override;
+  bool IsFinished(int status) const override;
 };
 
 /// A job type that is registered while the object lives: the host's standard

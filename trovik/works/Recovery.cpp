@@ -57,14 +57,25 @@ bool Recovery::advance(Machine& machine) {
       return false;
     }
     programsEnded_ = true;
-    look();
+    guard([this] { look(); });
   }
   if (look_ && !look_->isOver()) {
     return false;
   }
-  judge();
+  guard([this] { judge(); });
   over_ = true;
   return true;
+}
+
+/// Where the type's module fails, nothing is known of the files.
+template <typename Step> void Recovery::guard(Step step) {
+  try {
+    step();
+  } catch (...) {
+    LogWarning("job " + std::to_string(lost_.attempt.job) +
+               ": what a lost attempt left is not checked: " + TakeCaughtText());
+    job_ = {};
+  }
 }
 
 void Recovery::look() {

@@ -34,6 +34,7 @@ public:
   void markRecorded() { recorded_ = true; }
 
 private:
+  template <typename Step> void guard(Step step);
   void look();
   void judge();
 
