@@ -34,14 +34,14 @@ std::optional<JobId> idIn(Query& row) {
 std::optional<JobRecord> Queue::job(JobId id) {
   static const std::string sql = selectJobs("WHERE id = ?1");
   Query row(impl_->database, sql.c_str(), id);
-  return row.next() ? std::optional(readJob(row, *this)) : std::nullopt;
+  return row.next() ? std::optional(readJob(row, *this, impl_->home)) : std::nullopt;
 }
 
 std::vector<JobRecord> Queue::jobs() {
   static const std::string sql = selectJobs("ORDER BY id DESC");
   std::vector<JobRecord> result;
   for (Query row(impl_->database, sql.c_str()); row.next();) {
-    result.push_back(readJob(row, *this));
+    result.push_back(readJob(row, *this, impl_->home));
   }
   return result;
 }
@@ -92,8 +92,9 @@ std::optional<JobId> Queue::unfinished(const std::string& packed) {
   Query row(impl_->database,
             "SELECT j.id FROM jobs j INDEXED BY jobs_unfinished CROSS JOIN streams s ON s.job = j.id "
             "WHERE j.state IN ('waiting', 'running', 'stopped') AND j.canceling = 0 "
-            "AND (j.state <> 'stopped' OR j.aside = 1) AND s.packed = ?1 ORDER BY j.id DESC LIMIT 1",
-            Blob{packed});
+            "AND (j.state <> 'stopped' OR j.aside = 1) AND s.packed = ?1 AND j.home = ?2 "
+            "ORDER BY j.id DESC LIMIT 1",
+            Blob{packed}, impl_->home);
   return idIn(row);
 }
 

@@ -199,7 +199,12 @@ CREATE TABLE contact (
 INSERT INTO contact DEFAULT VALUES;
 )sql";
 
-constexpr std::array steps = {version1, version2};
+// Which file of a queue a job was put into; see Queue::Impl::home.
+constexpr const char* version3 = R"sql(
+ALTER TABLE jobs ADD COLUMN home TEXT NOT NULL DEFAULT '';
+)sql";
+
+constexpr std::array steps = {version1, version2, version3};
 
 int numberOf(Database& database, const char* sql) {
   Query query(database, sql);
@@ -255,10 +260,10 @@ std::span<const char* const> schemaSteps() {
   return steps;
 }
 
-void bringUpToDate(Database& database, std::span<const char* const> wanted) {
+bool bringUpToDate(Database& database, std::span<const char* const> wanted) {
   const int newest = static_cast<int>(wanted.size());
   if (versionOf(database, newest) == newest) {
-    return;
+    return false;
   }
   useWriteAheadLog(database, database.patience());
   database.write([&] {
@@ -269,6 +274,7 @@ void bringUpToDate(Database& database, std::span<const char* const> wanted) {
     database.execute(("PRAGMA application_id = " + std::to_string(applicationId)).c_str());
     database.execute(("PRAGMA user_version = " + std::to_string(newest)).c_str());
   });
+  return true;
 }
 
 } // namespace trovik
