@@ -298,8 +298,8 @@ bool TaskRun::workClaimed() {
   try {
     rescue();
     renderRest();
-  } catch (Exception* exception) {
-    failed.reason = takeText(exception);
+  } catch (...) { // also what a type's module throws
+    failed.reason = TakeCaughtText();
     merge(failed);
   }
   return stop_ == Stop::Superseded ? folder_.hasEnded(place_) : leave();
@@ -341,7 +341,7 @@ void TaskRun::render(const FrameRun& run) {
   if (guard_ != nullptr) {
     guard_->begin(claim.mark, plan_.patience);
   }
-  if (attempt.start(machine_)) {
+  if (attempt.start(machine_) == Attempt::Start::Runs) {
     if (auto* render = dynamic_cast<RenderJob*>(job.Get()); render != nullptr && staged.isUsed()) {
       render->CheckFilesSince(staged.made());
     }

@@ -2,6 +2,7 @@
 
 #include "host/foundation/Log.h"
 #include "trovik/engine/EndCommand.h"
+#include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 
 #include <algorithm>
@@ -15,6 +16,8 @@ constexpr Duration recoveryTime = std::chrono::seconds(2);
 // A second wish to stop is obeyed within a second: what has not ended by then
 // is left to the next engine, which ends it before it begins anything anew.
 constexpr Duration lastPatience = std::chrono::milliseconds(700);
+constexpr Duration shortagePatience = std::chrono::minutes(1); // with a machine without processes
+constexpr Duration stopPatience = std::chrono::seconds(20);    // with a queue that cannot be written
 constexpr std::size_t jobsKept = 64; // jobs without running works that stay unpacked
 
 } // namespace
@@ -51,7 +54,14 @@ bool LocalEngine::run(const EnginePlan& plan) {
                (attempt->isChecking() ? "its files were not checked" : "its program has not ended") +
                "; the next engine goes on with it");
   }
-  queue_.leaveEngine(engine_);
+  try {
+    queue_.leaveEngine(engine_);
+  } catch (const QueueError& error) {
+    if (!error.passes()) {
+      throw;
+    }
+    LogDebug(error.message); // then the next engine finds that this one is gone
+  }
   return stops_ == 0;
 }
 
@@ -88,10 +98,17 @@ void LocalEngine::tick() {
 }
 
 void LocalEngine::stopCanceled() {
-  if (running_.empty()) {
+  if (running_.empty() && claimed_.empty()) {
     return;
   }
   const std::vector<AttemptId> canceled = queue_.canceled(engine_);
+  std::erase_if(claimed_, [&](const Claim& claim) {
+    const bool isOver = std::find(canceled.begin(), canceled.end(), claim.attempt) != canceled.end();
+    if (isOver) {
+      giveUp(claim, AttemptState::Canceled, VerdictRule::Canceled, "Not started");
+    }
+    return isOver;
+  });
   const Clock::time_point now = machine_.now();
   for (const auto& attempt : running_) {
     if (std::find(canceled.begin(), canceled.end(), attempt->claim().attempt) != canceled.end()) {
@@ -288,21 +305,42 @@ void LocalEngine::startWorks() {
         return;
       }
     }
+    if (machine_.now() < startAgain_) {
+      return;
+    }
     claimed_.erase(claimed_.begin());
-    start(claim);
+    if (!start(claim)) {
+      claimed_.insert(claimed_.begin(), claim);
+      return;
+    }
   }
   for (const Claim& claim : claimed_) { // stopped before they began
-    Outcome outcome;
-    outcome.attempt = claim.attempt;
-    outcome.state = AttemptState::Canceled;
-    outcome.rule = VerdictRule::Canceled;
-    outcome.reason = "Not started";
-    outcomes_.push_back(outcome);
+    giveUp(claim, AttemptState::Canceled, VerdictRule::Canceled, "Not started");
   }
   claimed_.clear();
 }
 
-void LocalEngine::start(const Claim& claim) {
+/// A machine that has no process to give now mostly has some in a moment; only
+/// where it has none for long the work fails. Says when to start next.
+Attempt::Shortage LocalEngine::shortage() {
+  const Clock::time_point now = machine_.now();
+  if (shortageSince_ && now >= *shortageSince_ + shortagePatience) {
+    shortageSince_ = now;
+    return Attempt::Shortage::Fails;
+  }
+  return Attempt::Shortage::Waits;
+}
+
+void LocalEngine::waitForProcesses() {
+  if (!shortageSince_) {
+    LogWarning("this machine has no more processes to give (EAGAIN); works are started when it has");
+    shortageSince_ = machine_.now();
+  }
+  startAgain_ = machine_.now() + tickTime;
+}
+
+/// False where it is to be started later.
+bool LocalEngine::start(const Claim& claim) {
   std::string problem;
   try {
     OpenJob* job = open(claim.job);
@@ -313,15 +351,26 @@ void LocalEngine::start(const Claim& claim) {
           work, claim, job->works().make(work),
           job->logs().open(work.hasFrames ? std::string(work.run.Text()) : work.title(), claim.number),
           inspector_, listener);
-      events_.workStarted(work);
-      if (attempt->start(machine_)) {
+      if (std::exchange(announced_, claim.attempt) != claim.attempt) {
+        events_.workStarted(work);
+      }
+      Attempt::Start started = Attempt::Start::Failed;
+      if (!guard(*attempt, [&] { started = attempt->start(machine_, shortage()); })) {
+        return true;
+      }
+      if (started == Attempt::Start::Later) {
+        waitForProcesses();
+        return false;
+      }
+      if (started == Attempt::Start::Runs) {
+        shortageSince_.reset();
         processes_.emplace_back(claim.attempt, attempt->process());
         job->tell(attempt->job(), {});
         running_.push_back(std::move(attempt));
       } else {
         ended_.push_back(std::move(attempt));
       }
-      return;
+      return true;
     }
     problem = "the job is gone";
   } catch (Exception* exception) {
@@ -330,12 +379,33 @@ void LocalEngine::start(const Claim& claim) {
   // Another engine may know the type.
   LogWarning("job " + std::to_string(claim.job) + " cannot be worked here: " + problem);
   refused_.push_back(claim.job);
+  giveUp(claim, AttemptState::Canceled, VerdictRule::Start, problem);
+  return true;
+}
+
+void LocalEngine::giveUp(const Claim& claim, AttemptState state, VerdictRule rule,
+                         const std::string& reason) {
   Outcome outcome;
   outcome.attempt = claim.attempt;
-  outcome.state = AttemptState::Canceled;
-  outcome.rule = VerdictRule::Start;
-  outcome.reason = problem;
+  outcome.state = state;
+  outcome.rule = rule;
+  outcome.reason = reason;
   outcomes_.push_back(outcome);
+}
+
+/// Runs a step of an attempt, in which the module of its type is called. What
+/// that throws costs this attempt alone, and gives false.
+template <typename Step> bool LocalEngine::guard(const Attempt& attempt, Step step) {
+  try {
+    step();
+    return true;
+  } catch (...) {
+    const Claim& claim = attempt.claim();
+    const std::string reason = "The module of its type failed: " + TakeCaughtText();
+    LogWarning("job " + std::to_string(claim.job) + ", " + attempt.work().title() + ": " + reason);
+    giveUp(claim, AttemptState::Failed, VerdictRule::Result, reason);
+    return false;
+  }
 }
 
 void LocalEngine::waitForSomething() {
@@ -364,12 +434,11 @@ void LocalEngine::waitForSomething() {
   machine_.wait(descriptors, std::max(left, Duration::zero()));
   const Clock::time_point now = machine_.now();
   std::size_t place = 2;
-  for (const auto& attempt : running_) {
-    if (descriptors[place].revents != 0) {
-      attempt->readOutput(now);
-    }
+  std::erase_if(running_, [&](const auto& attempt) {
+    const bool waits = descriptors[place].revents != 0;
     place += 2;
-  }
+    return waits && !guard(*attempt, [&] { attempt->readOutput(now); });
+  });
   inspector_.advance(now);
 }
 
@@ -380,6 +449,9 @@ void LocalEngine::takeInterrupts() {
   const int asked = interrupts_.take();
   if (asked == 0) {
     return;
+  }
+  if (stops_ == 0) {
+    stopped_ = machine_.now();
   }
   const bool kill = stops_ + asked > 1;
   stops_ += asked;
@@ -396,8 +468,9 @@ void LocalEngine::takeInterrupts() {
 void LocalEngine::advanceAttempts() {
   const Clock::time_point now = machine_.now();
   for (auto attempt = running_.begin(); attempt != running_.end();) {
-    (*attempt)->advance(now);
-    if ((*attempt)->isOver()) {
+    if (!guard(**attempt, [&] { (*attempt)->advance(now); })) {
+      attempt = running_.erase(attempt);
+    } else if ((*attempt)->isOver()) {
       ended_.push_back(std::move(*attempt));
       attempt = running_.erase(attempt);
     } else {
@@ -409,9 +482,16 @@ void LocalEngine::advanceAttempts() {
 bool LocalEngine::isDone() {
   const bool quiet = running_.empty() && claimed_.empty() && ended_.empty() && outcomes_.empty();
   if (stops_ > 0) {
-    // Results that cannot be recorded are worked again; a second wish to stop
-    // says that this is wanted.
-    return quiet || (running_.empty() && troubled_ && stops_ > 1);
+    // Results that cannot be recorded are worked again: a recovery finds what
+    // is good. A second wish to stop says that this is wanted, and a service
+    // manager wishes only once.
+    const bool impatient = stops_ > 1 || machine_.now() >= stopped_ + stopPatience;
+    if (!quiet && running_.empty() && troubled_ && impatient) {
+      LogWarning(counted(ended_.size() + outcomes_.size(), "result") +
+                 " could not be recorded; the next engine looks what is good");
+      return true;
+    }
+    return quiet;
   }
   if (!quiet || mayHaveWork_ || troubled_ || !recoveries_.empty()) {
     return false;
