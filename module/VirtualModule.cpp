@@ -84,7 +84,8 @@ bool LoadFile(Path const& path) {
   // later one replaces the earlier one's record.
   if (const JobTypeInfo* known = JobFactory::s_JobFactory->GetTypeInfo(type, false)) {
     LogWarning("Module '" + path.Text() + "' configuration specifices a type ID that is already in use by '" +
-               known->Name);
+                   known->Name,
+               LogSubject::TypeInUse);
     return false;
   }
   ReadModuleSection(file, info);

@@ -11,9 +11,9 @@
 #include "trovik/verbs/Verbs.h"
 
 #include <algorithm>
-#include <exception>
 #include <memory>
 #include <string_view>
+#include <system_error>
 #include <unistd.h>
 
 namespace trovik {
@@ -39,10 +39,11 @@ void sendLogTo(Console& console, int verbosity) {
 } // namespace
 
 int runProgram(int count, char** arguments) {
-  survivePipeEnd();
-  const auto makeConsole = [](ColourChoice choice) {
-    return std::make_unique<Console>(descriptorWriter(STDOUT_FILENO), descriptorWriter(STDERR_FILENO),
-                                     standardTraits(choice), standardWidth);
+  surviveFailedWrites();
+  int outputError = 0;
+  const auto makeConsole = [&outputError](ColourChoice choice) {
+    return std::make_unique<Console>(descriptorWriter(STDOUT_FILENO, &outputError),
+                                     descriptorWriter(STDERR_FILENO), standardTraits(choice), standardWidth);
   };
   std::unique_ptr<Console> console = makeConsole(ColourChoice::Auto);
   if (count > 1 && std::string_view(arguments[1]) == "complete") {
@@ -66,12 +67,16 @@ int runProgram(int count, char** arguments) {
     printRefusal(*console, error);
   } catch (const QueueError& error) {
     printRefusal(*console, {error.message, error.hint});
-  } catch (Exception* exception) {
-    printRefusal(*console, {takeText(exception), {}});
-  } catch (const std::exception& exception) {
-    printRefusal(*console, {exception.what(), {}});
+  } catch (...) { // also what a module of ours threw
+    printRefusal(*console, {TakeCaughtText(), {}});
   }
   SetLogSink({});
+  if (outputError != 0) {
+    printRefusal(
+        *console,
+        {"cannot write the output: " + std::error_code(outputError, std::generic_category()).message(), {}});
+    code = code == exitGood ? exitFailed : code;
+  }
   return code;
 }
 

@@ -21,13 +21,28 @@ String TextOf(const UID& type) {
   return own.GenString();
 }
 
+// What a job ends with: its module's function, whose code must still be there.
+// Nobody could catch what that throws.
+struct JobEnd {
+  JobFactory::DeleteFunction Destroy;
+  std::shared_ptr<void> Code;
+
+  void operator()(Job* job) const noexcept {
+    try {
+      Destroy(job);
+    } catch (...) {
+      LogError("a module failed to delete a job: " + TakeCaughtText());
+    }
+  }
+};
+
 } // namespace
 
 JobFactory* const JobFactory::s_JobFactory = TheFactory();
 
 bool JobFactory::Register(const UID& type, std::unique_ptr<JobTypeInfo> info, CreateFunction create,
-                          DeleteFunction destroy) {
-  return m_Types.try_emplace(type, Type{std::move(info), create, destroy}).second;
+                          DeleteFunction destroy, std::shared_ptr<void> code) {
+  return m_Types.try_emplace(type, Type{std::move(info), create, destroy, std::move(code)}).second;
 }
 
 void JobFactory::Unregister(const UID& type) {
@@ -91,13 +106,17 @@ std::vector<UID> JobFactory::FindTypes(const String& text) const {
 
 SmartHandle<Job> JobFactory::CreateJob(const UID& type) const {
   const Type* found = Find(type);
-  Job* job = found == nullptr ? nullptr : found->Create();
-  if (job == nullptr) {
-    RaiseException("JobFactory::CreateJob", k_ErrorReference,
-                   found == nullptr ? "no job type has the ID " + TextOf(type)
-                                    : "the module of the type \"" + found->Info->Name + "\" made no job");
+  if (found == nullptr) {
+    RaiseException("JobFactory::CreateJob", k_ErrorReference, "no job type has the ID " + TextOf(type));
   }
-  SmartHandle<Job> handle(job, found->Destroy);
-  job->SetType(type);
-  return handle;
+  const String failure = "the module of the type \"" + found->Info->Name + "\" made no job";
+  return CallModule(failure, [&] {
+    Job* job = found->Create();
+    if (job == nullptr) {
+      RaiseException("JobFactory::CreateJob", k_ErrorReference, failure);
+    }
+    SmartHandle<Job> handle(job, JobEnd{found->Destroy, found->Code});
+    job->SetType(type);
+    return handle;
+  });
 }

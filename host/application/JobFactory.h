@@ -12,7 +12,8 @@ class Job;
 /// The job types that the host knows, and how to make jobs of them.
 ///
 /// Types come and go only while modules are loaded and unloaded, in one
-/// thread, with no job alive; all else may be asked from any thread.
+/// thread; all else may be asked from any thread. A job may outlive its type:
+/// it stays valid, but finds no description of its parameters any more.
 class JobFactory {
 public:
   /// The host's single factory. Never null.
@@ -21,9 +22,10 @@ public:
   using CreateFunction = Job* (*)();
   using DeleteFunction = void (*)(Job*);
 
-  /// Adds a type. False, and nothing done, when the ID is taken.
+  /// Adds a type. False, and nothing done, when the ID is taken. `code` keeps
+  /// the functions in memory: the type and each of its jobs own a share.
   bool Register(const UID& type, std::unique_ptr<JobTypeInfo> info, CreateFunction create,
-                DeleteFunction destroy);
+                DeleteFunction destroy, std::shared_ptr<void> code = nullptr);
   void Unregister(const UID& type);
 
   /// The description of a type, or null. With `mustExist` an unknown type is
@@ -42,7 +44,8 @@ public:
   std::vector<UID> FindTypes(const String& text) const;
 
   /// A new job of the type, already told its type; deleted by its module with
-  /// the last handle. Raises Exception* for an unknown type.
+  /// the last handle. Raises Exception* for an unknown type, and where the
+  /// module makes none.
   SmartHandle<Job> CreateJob(const UID& type) const;
 
 private:
@@ -50,6 +53,7 @@ private:
     std::unique_ptr<JobTypeInfo> Info;
     CreateFunction Create = nullptr;
     DeleteFunction Destroy = nullptr;
+    std::shared_ptr<void> Code;
   };
   const Type* Find(const UID& type) const;
 

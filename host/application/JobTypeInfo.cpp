@@ -77,11 +77,18 @@ String UnescapeHelp(const String& text) {
   return plain;
 }
 
+// Who hears of the problems: a checker of all, the log within its budget.
+enum class Audience { Checker, Log };
+
 // One definition being read: its section's values, and what is wrong with
 // them.
 class Definition {
 public:
-  Definition(const String& name, IniFile& file) : m_Name(name), m_File(file) {}
+  Definition(const String& name, IniFile& file, Audience audience)
+      : m_Name(name), m_File(file), m_Audience(audience) {}
+
+  // Whether a warning would only be counted. A checker wants all.
+  bool IsSilent() const { return m_Audience == Audience::Log && WarningBudget::IsSpent(); }
 
   void Warn(Problem::Kind what, TextPlace place, std::size_t length, const String& message,
             const String& hint = String::Null) {
@@ -111,6 +118,10 @@ public:
     if (m_File.SetSection(m_Name)) {
       return true;
     }
+    if (IsSilent()) {
+      WarningBudget::Take();
+      return false;
+    }
     TextPlace place;
     for (const char* list : lists) {
       for (const IniFile::EntryView& entry : m_File.Entries(list)) {
@@ -131,6 +142,9 @@ public:
 
   void CheckKeys(const std::vector<String>& known) {
     for (const IniFile::EntryView& entry : m_File.Entries(m_Name)) {
+      if (IsSilent()) {
+        return; // whatever else there is
+      }
       const String key(entry.Key);
       if (std::none_of(known.begin(), known.end(),
                        [&key](const String& name) { return String::EqualNoCase(key, name); })) {
@@ -156,6 +170,7 @@ public:
 private:
   const String& m_Name;
   IniFile& m_File;
+  Audience m_Audience;
   std::vector<Problem> m_Problems;
 };
 
@@ -293,8 +308,11 @@ const CommandInfo* JobTypeInfo::GetCommand(const String& name) const {
   return found == m_Commands.end() ? nullptr : &*found;
 }
 
-std::vector<DefinitionProblem> ReadParameter(const String& name, IniFile& file, JobTypeInfo* info) {
-  Definition definition(name, file);
+namespace {
+
+std::vector<Problem> ReadParameterFor(Audience audience, const String& name, IniFile& file,
+                                      JobTypeInfo* info) {
+  Definition definition(name, file, audience);
   if (!definition.HasSection("parameter", {"PrimaryParameters", "SecondaryParameters"})) {
     return definition.TakeProblems();
   }
@@ -333,8 +351,8 @@ std::vector<DefinitionProblem> ReadParameter(const String& name, IniFile& file, 
   return definition.TakeProblems();
 }
 
-std::vector<DefinitionProblem> ReadCommand(const String& name, IniFile& file, JobTypeInfo* info) {
-  Definition definition(name, file);
+std::vector<Problem> ReadCommandFor(Audience audience, const String& name, IniFile& file, JobTypeInfo* info) {
+  Definition definition(name, file, audience);
   if (!definition.HasSection("command", {"PrimaryCommands", "SecondaryCommands"})) {
     return definition.TakeProblems();
   }
@@ -356,12 +374,22 @@ std::vector<DefinitionProblem> ReadCommand(const String& name, IniFile& file, Jo
   return definition.TakeProblems();
 }
 
+} // namespace
+
+std::vector<DefinitionProblem> ReadParameter(const String& name, IniFile& file, JobTypeInfo* info) {
+  return ReadParameterFor(Audience::Checker, name, file, info);
+}
+
+std::vector<DefinitionProblem> ReadCommand(const String& name, IniFile& file, JobTypeInfo* info) {
+  return ReadCommandFor(Audience::Checker, name, file, info);
+}
+
 void SLoadParameter(const String& name, IniFile& file, JobTypeInfo* info) {
-  LogProblems(file, ReadParameter(name, file, info));
+  LogProblems(file, ReadParameterFor(Audience::Log, name, file, info));
 }
 
 void SLoadCommand(const String& name, IniFile& file, JobTypeInfo* info) {
-  LogProblems(file, ReadCommand(name, file, info));
+  LogProblems(file, ReadCommandFor(Audience::Log, name, file, info));
 }
 
 unsigned int ReadFlags(std::string_view list, TextPlace place, std::vector<DefinitionProblem>& problems) {
@@ -391,7 +419,12 @@ std::vector<String> CommandKeys() {
 
 unsigned int STranslateFlag(const String& name) {
   const std::optional<unsigned int> flag = FindFlag(name);
-  if (!flag && !UnknownFlags::Note()) {
+  if (flag || UnknownFlags::Note()) {
+    return flag.value_or(0);
+  }
+  if (WarningBudget::IsSpent()) {
+    WarningBudget::Take();
+  } else {
     LogWarning(UnknownFlag(name, {}, 0).Text());
   }
   return flag.value_or(0);

@@ -52,11 +52,12 @@ std::vector<Path> FindFiles(const Path& directory, const String& pattern) {
 
 struct ModuleLoader::Library {
   Path Filename;
-  void* Handle = nullptr;
-  bool Loaded = false; // some OnModuleLoad succeeded
+  std::shared_ptr<void> Handle; // shared with the jobs, whose code it keeps
+  bool Loaded = false;          // some OnModuleLoad succeeded
   std::vector<UID> Types;
   std::set<UID> WithUnknownFlags;               // of those from type files
   std::vector<std::unique_ptr<Module>> Modules; // the library may keep what it was handed
+  std::size_t TypeDirectories = 0;              // how many of the loader's it was handed
 
   bool (*OnModuleLoad)(Module*) = nullptr;
   void (*OnModuleUnload)() = nullptr;
@@ -73,25 +74,59 @@ struct ModuleLoader::Library {
   Library& operator=(const Library&) = delete;
 
   ~Library() {
+    Unregister();
+    if (Loaded) {
+      Forget();
+    }
+    if (Handle != nullptr) {
+      InUse().erase(Handle.get());
+    }
+  }
+
+  // The handles of all loaders: the system gives one for one file.
+  static std::set<void*>& InUse() {
+    static std::set<void*> handles;
+    return handles;
+  }
+
+  void Unregister() {
     for (const UID& type : Types) {
       JobFactory::s_JobFactory->Unregister(type);
     }
-    if (Loaded) {
+    Types.clear();
+  }
+
+  void Forget() const {
+    try {
       OnModuleUnload();
+    } catch (...) {
+      LogWarning("the module " + Filename.Text() + " failed to unload: " + TakeCaughtText());
     }
-    if (Handle != nullptr) {
-      dlclose(Handle);
+  }
+
+  // False, with a warning, where the system does not load it.
+  bool OpenHandle() {
+    void* handle = dlopen(Filename.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) {
+      const char* reason = dlerror(); // NOLINT(concurrency-mt-unsafe): loading is done in one thread
+      LogWarning("cannot load the module " + Filename.Text() + ": " +
+                 (reason == nullptr ? "unknown reason" : reason));
+      return false;
     }
+    std::shared_ptr<void> owned(handle, dlclose);
+    if (!InUse().insert(handle).second) {
+      LogWarning("the module " + Filename.Text() +
+                 " is loaded already, under another name or by another loader, and is left out");
+      return false;
+    }
+    Handle = std::move(owned);
+    return true;
   }
 
   // False, with a warning, for a library that cannot be used.
   bool Open(const Path& file) {
     Filename = file;
-    Handle = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (Handle == nullptr) {
-      const char* reason = dlerror(); // NOLINT(concurrency-mt-unsafe): loading is done in one thread
-      LogWarning("cannot load the module " + file.Text() + ": " +
-                 (reason == nullptr ? "unknown reason" : reason));
+    if (!OpenHandle()) {
       return false;
     }
     String missing;
@@ -100,35 +135,48 @@ struct ModuleLoader::Library {
         missing += (missing.empty() ? "" : ", ") + String(name);
       }
     };
-    require("OnModuleLoad", LookUp(Handle, "OnModuleLoad", OnModuleLoad));
-    require("OnModuleUnload", LookUp(Handle, "OnModuleUnload", OnModuleUnload));
-    require("ListTypes", LookUp(Handle, "ListTypes", ListTypes));
-    require("GetTypeInfo", LookUp(Handle, "GetTypeInfo", GetTypeInfo));
-    require("CreateJob", LookUp(Handle, "CreateJob", CreateJob));
-    require("DeleteJob", LookUp(Handle, "DeleteJob", DeleteJob));
+    require("OnModuleLoad", LookUp(Handle.get(), "OnModuleLoad", OnModuleLoad));
+    require("OnModuleUnload", LookUp(Handle.get(), "OnModuleUnload", OnModuleUnload));
+    require("ListTypes", LookUp(Handle.get(), "ListTypes", ListTypes));
+    require("GetTypeInfo", LookUp(Handle.get(), "GetTypeInfo", GetTypeInfo));
+    require("CreateJob", LookUp(Handle.get(), "CreateJob", CreateJob));
+    require("DeleteJob", LookUp(Handle.get(), "DeleteJob", DeleteJob));
     if (!missing.empty()) {
       LogWarning(file.Text() + " is no module: it lacks the entry points " + missing);
       return false;
     }
-    LookUp(Handle, "AutoDetect", AutoDetect);
-    LookUp(Handle, k_ReadsTypeFiles, LoadTypeFile);
-    LookUp(Handle, k_LatestExeSearch, LatestExeSearch);
+    LookUp(Handle.get(), "AutoDetect", AutoDetect);
+    LookUp(Handle.get(), k_ReadsTypeFiles, LoadTypeFile);
+    LookUp(Handle.get(), k_LatestExeSearch, LatestExeSearch);
     return true;
   }
 
   bool ReadsTypeFiles() const { return LoadTypeFile != nullptr; }
 
-  bool TryTypeFile(const Path& file, const std::function<void(const UID& type)>& look) {
-    const auto forget = [this] {
-      for (const UID& type : Types) {
-        JobFactory::s_JobFactory->Unregister(type);
-      }
-      Types.clear();
-      OnModuleUnload();
-    };
-    if (!LoadTypeFile(file)) {
+  String Failure(const UID& type) const {
+    return "the module " + Filename.Text() + " failed with its type \"" +
+           JobFactory::s_JobFactory->GetTypeInfo(type, true)->Name + "\"";
+  }
+
+  // False, with the reason in the log, when the file is refused.
+  bool ReadTypeFile(const Path& file) const {
+    try {
+      return LoadTypeFile(file);
+    } catch (...) {
+      LogWarning("the module " + Filename.Text() + " failed to read " + file.Text() + ": " +
+                 TakeCaughtText());
       return false;
     }
+  }
+
+  bool TryTypeFile(const Path& file, const std::function<void(const UID& type)>& look) {
+    if (!ReadTypeFile(file)) {
+      return false;
+    }
+    const auto forget = [this] {
+      Unregister();
+      Forget();
+    };
     try {
       if (look) {
         RegisterTypes();
@@ -148,49 +196,68 @@ struct ModuleLoader::Library {
     Modules.push_back(std::make_unique<Module>(name));
     try {
       if (!OnModuleLoad(Modules.back().get())) {
+        if (!ReadsTypeFiles()) { // of these it only says that there was none
+          LogWarning("the module " + name.Text() + " refused to load");
+        }
         return false;
       }
       Loaded = true;
       RegisterTypes();
-    } catch (Exception* exception) {
-      LogWarning("the module " + name.Text() + " failed to load: " + exception->Text());
-      delete exception;
+    } catch (...) {
+      LogWarning("the module " + name.Text() + " failed to load: " + TakeCaughtText());
       return false;
     }
     return true;
   }
 
+  // Those that it was not handed yet.
+  void LoadTypeDirectories(const std::vector<Path>& directories) {
+    while (TypeDirectories < directories.size()) {
+      LoadAs(InDirectory(directories[TypeDirectories++], Filename.Leaf(true)));
+    }
+  }
+
   void RegisterTypes() {
     std::vector<UID> listed;
     ListTypes(listed);
+    std::set<UID> known(Types.begin(), Types.end());
     for (const UID& type : listed) {
-      if (std::find(Types.begin(), Types.end(), type) != Types.end()) {
-        continue;
+      if (known.insert(type).second) {
+        RegisterType(type);
       }
-      auto info = std::make_unique<JobTypeInfo>();
-      try {
-        std::optional<UnknownFlags> unknown;
-        if (ReadsTypeFiles() && !Modules.empty()) {
-          unknown.emplace();
-        }
-        GetTypeInfo(type, info.get());
-        if (unknown && unknown->Any()) {
-          WithUnknownFlags.insert(type);
-        }
-      } catch (Exception* exception) {
-        LogWarning("the module " + Filename.Text() + " cannot describe its type " + UID(type).GenString() +
-                   ": " + exception->Text());
-        delete exception;
-        continue;
+    }
+  }
+
+  void RegisterType(const UID& type) {
+    auto info = std::make_unique<JobTypeInfo>();
+    std::size_t dropped = 0;
+    try {
+      const WarningBudget budget;
+      std::optional<UnknownFlags> unknown;
+      if (ReadsTypeFiles() && !Modules.empty()) {
+        unknown.emplace(); // the report on type files names them with their places
       }
-      const String name = info->Name;
-      if (JobFactory::s_JobFactory->Register(type, std::move(info), CreateJob, DeleteJob)) {
-        Types.push_back(type);
-      } else {
-        LogWarning("the type \"" + name + "\" of " + Filename.Text() + " has the ID " +
-                   UID(type).GenString() + " of the type \"" +
-                   JobFactory::s_JobFactory->GetTypeInfo(type, true)->Name + "\" and is not used");
+      GetTypeInfo(type, info.get());
+      if (unknown && unknown->Any()) {
+        WithUnknownFlags.insert(type);
       }
+      dropped = budget.Dropped();
+    } catch (...) {
+      LogWarning("the module " + Filename.Text() + " cannot describe its type " + UID(type).GenString() +
+                 ": " + TakeCaughtText());
+      return;
+    }
+    const String name = info->Name;
+    if (dropped > 0) {
+      LogWarning("the type \"" + name + "\" has " + std::to_string(dropped) +
+                 " further mistakes; \"trovik check\" tells them of its file");
+    }
+    if (JobFactory::s_JobFactory->Register(type, std::move(info), CreateJob, DeleteJob, Handle)) {
+      Types.push_back(type);
+    } else {
+      LogWarning("the type \"" + name + "\" of " + Filename.Text() + " has the ID " + UID(type).GenString() +
+                 " of the type \"" + JobFactory::s_JobFactory->GetTypeInfo(type, true)->Name +
+                 "\" and is not used");
     }
   }
 };
@@ -225,19 +292,24 @@ ModuleLoader::Library* ModuleLoader::TypeFileReader() const {
 }
 
 int ModuleLoader::Load(const std::vector<Path>& path, TypeFiles typeFiles) {
-  std::vector<Path> typeDirectories;
   std::size_t typeFileCount = 0;
   std::set<String> seen;
+  for (const Path& directory : m_TypeDirectories) {
+    seen.insert(Identity(directory));
+  }
   for (const Path& directory : path) {
     const std::size_t files = typeFiles == TypeFiles::Read ? FindFiles(directory, "*.tvx").size() : 0;
     if (files > 0 && seen.insert(Identity(directory)).second) {
-      typeDirectories.push_back(directory);
+      m_TypeDirectories.push_back(directory);
       typeFileCount += files;
     }
   }
   std::set<String> leaves;
   for (const auto& library : m_Libraries) {
     leaves.insert(library->Filename.Leaf(true));
+    if (library->ReadsTypeFiles()) {
+      library->LoadTypeDirectories(m_TypeDirectories);
+    }
   }
   int count = 0;
   for (const Path& directory : path) {
@@ -250,14 +322,11 @@ int ModuleLoader::Load(const std::vector<Path>& path, TypeFiles typeFiles) {
         continue;
       }
       if (library->ReadsTypeFiles()) {
-        for (const Path& types : typeDirectories) {
-          library->LoadAs(InDirectory(types, file.Leaf(true)));
-        }
+        library->LoadTypeDirectories(m_TypeDirectories);
         if (library->Types.size() < typeFileCount || !library->WithUnknownFlags.empty()) {
-          ReportTypeFiles(typeDirectories, library->WithUnknownFlags);
+          ReportTypeFiles(m_TypeDirectories, library->WithUnknownFlags);
         }
       } else if (!library->LoadAs(file)) {
-        LogWarning("the module " + file.Text() + " refused to load");
         continue;
       }
       m_Libraries.push_back(std::move(library));
@@ -271,6 +340,7 @@ void ModuleLoader::Unload() {
   while (!m_Libraries.empty()) {
     m_Libraries.pop_back();
   }
+  m_TypeDirectories.clear();
 }
 
 std::vector<Path> ModuleLoader::Libraries() const {
@@ -294,13 +364,14 @@ void ModuleLoader::AutoDetect(const UID& type, const String& changed,
                               std::map<String, String>& parameters) const {
   const Library* library = Owner(type);
   if (library != nullptr && library->AutoDetect != nullptr) {
-    library->AutoDetect(type, changed, parameters);
+    CallModule(library->Failure(type), [&] { library->AutoDetect(type, changed, parameters); });
   }
 }
 
 bool ModuleLoader::LatestExecutableSearch(const UID& type, std::vector<Path>& roots, std::vector<Path>& bases,
                                           Path& exe) const {
   const Library* library = Owner(type);
-  return library != nullptr && library->LatestExeSearch != nullptr &&
-         library->LatestExeSearch(type, roots, bases, exe);
+  return library != nullptr && library->LatestExeSearch != nullptr && CallModule(library->Failure(type), [&] {
+           return library->LatestExeSearch(type, roots, bases, exe);
+         });
 }

@@ -86,6 +86,9 @@ int ProcessJob::RunWork() {
       obeyed = asked;
       run.Cancel(ProgramRun::Clock::now(), asked > 0);
     }
+    if (HasModuleFailed()) {
+      run.Dismiss(ProgramRun::Clock::now());
+    }
     SleepOver(run, m_Wake.load());
     run.ReadOutput(ProgramRun::Clock::now());
   }

@@ -17,7 +17,6 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
-#include <exception>
 #include <system_error>
 
 // One work from the outside: what has to be ready before the program starts,
@@ -107,17 +106,12 @@ String DirectoryProblem(const Path& directory) {
 
 // Runs a step of a work; what it raises becomes the text that is returned.
 template <typename Step> String TextOfFailure(Step step) {
-  String text;
   try {
     step();
     return String::Null;
-  } catch (Exception* exception) {
-    const std::unique_ptr<Exception> owned(exception);
-    text = owned->Text();
-  } catch (const std::exception& failure) {
-    text = failure.what();
+  } catch (...) {
+    return TakeCaughtText();
   }
-  return text.empty() ? String("An error without a text") : text;
 }
 
 } // namespace
@@ -138,8 +132,13 @@ void ProcessJob::SetNote(const String& note) {
 
 int ProcessJob::Fail(Rule rule, const String& note) {
   m_DecidedBy = rule;
-  if (m_WorthRepeating && ForbidsRepeating(note)) {
-    m_WorthRepeating = false;
+  const String failure = TextOfFailure([this, &note] {
+    if (m_WorthRepeating && ForbidsRepeating(note)) {
+      m_WorthRepeating = false;
+    }
+  });
+  if (!failure.empty()) {
+    LogDebug("The texts that forbid a retry: " + failure);
   }
   SetStatus(k_StatusFailed);
   SetNote(note);
@@ -183,7 +182,7 @@ std::vector<String> ProcessJob::EffectiveTexts(const String& name) const {
 }
 
 double ProcessJob::Limit(const String& name) const {
-  String text = EffectiveText(name);
+  String text = CallModule(name, [&] { return EffectiveText(name); });
   double seconds = 0;
   if (!text.Trim().empty() && !ParseDuration(text, seconds)) {
     RaiseException("ProcessJob::Limit", k_ErrorSyntax,
@@ -296,7 +295,23 @@ bool ProcessJob::ValidateResources() {
 void ProcessJob::WorkSpawned(pid_t id) {
   m_ProcessId = id;
   SetStatus(k_StatusRunning);
-  OnProcessSpawned();
+  Guard("OnProcessSpawned", [this] { OnProcessSpawned(); });
+}
+
+// Runs a step while the program runs. Where the type's module fails in it
+// nobody can tell any more what the output means, so the work has failed, and
+// the reason is kept for the verdict.
+template <typename Step> void ProcessJob::Guard(const char* name, Step step) {
+  if (!m_Failure.empty()) {
+    return;
+  }
+  const String failure = TextOfFailure(step);
+  if (!failure.empty()) {
+    const JobTypeInfo* info = JobFactory::s_JobFactory->GetTypeInfo(Type(), false);
+    m_Failure = "The module of the type \"" + (info == nullptr ? String::Null : info->Name) +
+                "\" failed in " + name + ": " + failure;
+    LogWarning(m_Failure);
+  }
 }
 
 void ProcessJob::OnProcessSpawned() {
@@ -306,13 +321,15 @@ void ProcessJob::OnProcessSpawned() {
 void ProcessJob::WorkLine(std::string_view line) {
   m_Line.assign(line);
   m_HasOutput = true;
-  if (m_WorthRepeating && ForbidsRepeating(line)) {
-    m_WorthRepeating = false;
-  }
   if (m_Account != nullptr) {
     *m_Account = LineAccount();
   }
-  ProcessLine(m_Line);
+  Guard("ProcessLine", [this] {
+    if (m_WorthRepeating && ForbidsRepeating(m_Line)) {
+      m_WorthRepeating = false;
+    }
+    ProcessLine(m_Line);
+  });
   const String* required = Required().See(line);
   if (required != nullptr && m_Account != nullptr && m_Account->What == LineAccount::Fate::Ordinary) {
     m_Account->What = LineAccount::Fate::Success;
@@ -469,6 +486,11 @@ int ProcessJob::JudgeResult(const ProcessExit& exit) {
 int ProcessJob::Judge(const ProcessExit& exit, Ended ended) {
   if (ended != Ended::ByItself) {
     return JudgeEnd(ended);
+  }
+  if (!m_Failure.empty()) {
+    m_DecidedBy = Rule::Result;
+    LookAtFiles(k_StatusFailed);
+    return Fail(Rule::Result, m_Failure);
   }
   if (!m_ErrorLine.empty()) {
     m_DecidedBy = Rule::ErrorLine;

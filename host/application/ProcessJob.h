@@ -90,8 +90,13 @@ public:
   /// ValidateResources), for showing. Raises Exception*.
   ProcessStart DescribeWork();
 
+  /// What the type's module raises in these makes the work fail: they raise
+  /// nothing themselves.
   void WorkSpawned(pid_t id);
   void WorkLine(std::string_view line);
+  /// Whether it did. The program is to be ended then: nobody judges what it
+  /// still says.
+  bool HasModuleFailed() const { return !m_Failure.empty(); }
 
   /// Has the job account for every line from now on, for showing how a type
   /// judges. It costs time with the lines that hold a text of the type.
@@ -174,6 +179,7 @@ private:
   void BuildStart(ProcessStart& start);
   String BuildCommandLine(Path& executable);
   int Judge(const ProcessExit& exit, Ended ended);
+  template <typename Step> void Guard(const char* name, Step step);
   int JudgeEnd(Ended ended);
   int JudgeSignal(const ProcessExit& exit);
   int JudgeResult(const ProcessExit& exit);
@@ -203,6 +209,7 @@ private:
   bool m_NoRetryTextsRead = false;
   String m_Line;                          // the line at hand; kept for its memory
   std::unique_ptr<LineAccount> m_Account; // of the line at hand
+  String m_Failure;                       // of the type's module while the program ran
   String m_ErrorLine;
   timespec m_ErrorTime{};
   OutputTail m_Output;

@@ -108,7 +108,7 @@ void ProgramRun::EnforceLimits(Moment now) {
   if (m_KillAt && !m_KilledAt && now >= *m_KillAt) {
     Kill(now);
   }
-  if (m_Ended == Ended::ByItself) {
+  if (m_Ended == Ended::ByItself && !m_KillAt) {
     if (m_RunTime && now >= m_Start + *m_RunTime) {
       End(Ended::TimedOut, now);
     } else if (m_Silence && now >= m_LastOutput + *m_Silence) {
@@ -136,6 +136,12 @@ void ProgramRun::Cancel(Moment now, bool kill) {
   }
   if (kill) {
     Kill(now);
+  }
+}
+
+void ProgramRun::Dismiss(Moment now) {
+  if (!m_Exited && !m_KillAt) {
+    End(Ended::ByItself, now);
   }
 }
 

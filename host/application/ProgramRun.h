@@ -51,6 +51,10 @@ public:
   /// nothing to one that has ended by itself, but hastens what it left behind.
   void Cancel(Moment now, bool kill);
 
+  /// Asks the program to end since its verdict is known: it still counts as
+  /// ended by itself.
+  void Dismiss(Moment now);
+
   /// Whether the program has ended, though something of it may be left.
   bool HasExited() const { return m_Exited; }
   /// Whether nothing of it is left and its output has been read. A program that

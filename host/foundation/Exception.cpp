@@ -2,6 +2,8 @@
 
 #include "host/foundation/Log.h"
 
+#include <exception>
+#include <memory>
 #include <system_error>
 
 Exception::Exception(const String& module, const String& function, int code, const String& message,
@@ -32,4 +34,22 @@ void Exception::Log(Exception* exception) {
 void RaiseException(const char* function, int code, const String& message, int number,
                     const String& details) {
   throw new Exception("Trovik", function, code, message, number, details, 0);
+}
+
+String TakeCaughtText() {
+  String text;
+  try {
+    throw;
+  } catch (Exception* exception) {
+    const std::unique_ptr<Exception> owned(exception);
+    text = owned == nullptr ? String::Null : owned->Text();
+  } catch (const std::exception& failure) {
+    text = failure.what();
+  } catch (...) { // told below
+  }
+  return text.empty() ? String("an error without a text") : text;
+}
+
+void RaiseForeign(const String& who) {
+  RaiseException("CallModule", k_ErrorModule, who + ": " + TakeCaughtText());
 }

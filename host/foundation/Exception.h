@@ -48,8 +48,30 @@ enum ExceptionCode : int {
   k_ErrorReference = 0x10000004, ///< a parameter reference nobody answers, or a cycle
   k_ErrorHandle = 0x10000005,    ///< a counted handle of an object that has none
   k_ErrorLimit = 0x10000006,     ///< a bound that protects the host was reached
+  k_ErrorModule = 0x10000007,    ///< code of a module threw what is no Exception*
 };
 
 /// Raises an Exception of the host's own libraries.
 [[noreturn]] void RaiseException(const char* function, int code, const String& message, int number = 0,
                                  const String& details = String::Null);
+
+/// In a `catch (...)`: the text of what was caught, never empty. An Exception*
+/// is deleted with it.
+String TakeCaughtText();
+
+/// In a `catch (...)` of what is no Exception*: raises one, with `who` before
+/// its text.
+[[noreturn]] void RaiseForeign(const String& who);
+
+/// Calls code of a module. An Exception* passes; anything else that it throws
+/// becomes one, whose text begins with `who`, so that a module's own types of
+/// errors never cross the host.
+template <typename Call> auto CallModule(const String& who, Call call) {
+  try {
+    return call();
+  } catch (Exception*) {
+    throw;
+  } catch (...) {
+    RaiseForeign(who);
+  }
+}

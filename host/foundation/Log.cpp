@@ -4,6 +4,7 @@
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 
@@ -35,6 +36,7 @@ struct State {
   }
   std::shared_ptr<spdlog::logger> Logger;
   LogSink Sink;
+  std::atomic<LogLevel> TypeInUse{LogLevel::Warning};
 };
 
 // Never destroyed: modules and static objects may log until the very end.
@@ -43,9 +45,19 @@ State& TheState() {
   return *state;
 }
 
+std::atomic<LogLevel>& LevelOf(LogSubject subject) {
+  switch (subject) {
+  case LogSubject::TypeInUse:
+    break;
+  }
+  return TheState().TypeInUse;
+}
+
+thread_local WarningBudget* t_Budget = nullptr;
+
 void Write(LogLevel level, const String& text) {
   State& state = TheState();
-  if (!state.Logger->should_log(ToLibrary(level))) {
+  if ((level == LogLevel::Warning && !WarningBudget::Take()) || !state.Logger->should_log(ToLibrary(level))) {
     return;
   }
   if (state.Sink) {
@@ -58,17 +70,47 @@ void Write(LogLevel level, const String& text) {
 
 } // namespace
 
+WarningBudget::WarningBudget(std::size_t limit) : m_Left(limit), m_Outer(t_Budget) {
+  t_Budget = this;
+}
+
+WarningBudget::~WarningBudget() {
+  t_Budget = m_Outer;
+}
+
+bool WarningBudget::IsSpent() {
+  return t_Budget != nullptr && t_Budget->m_Left == 0;
+}
+
+bool WarningBudget::Take() {
+  if (IsSpent()) {
+    ++t_Budget->m_Dropped;
+    return false;
+  }
+  if (t_Budget != nullptr) {
+    --t_Budget->m_Left;
+  }
+  return true;
+}
+
 void LogError(const String& text) {
   Write(LogLevel::Error, text);
 }
 void LogWarning(const String& text) {
   Write(LogLevel::Warning, text);
 }
+void LogWarning(const String& text, LogSubject subject) {
+  Write(LevelOf(subject), text);
+}
 void LogInfo(const String& text) {
   Write(LogLevel::Info, text);
 }
 void LogDebug(const String& text) {
   Write(LogLevel::Debug, text);
+}
+
+void SetSubjectLevel(LogSubject subject, LogLevel level) {
+  LevelOf(subject) = level;
 }
 
 void SetLogLevel(LogLevel level) {

@@ -1,14 +1,18 @@
 #include "host/foundation/WriteFile.h"
 
 #include "host/foundation/Exception.h"
+#include "host/foundation/FileFinder.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
+#include <system_error>
 
 namespace {
 
@@ -34,13 +38,20 @@ FileDraft::FileDraft(const Path& file, Existing existing, mode_t mode) : m_File(
     m_Error = ENOENT;
     return;
   }
+  if (existing == Existing::Replace && !FollowLink()) {
+    return;
+  }
   struct stat status {};
-  const bool replaces = existing == Existing::Replace && stat(file.c_str(), &status) == 0;
+  const bool replaces = existing == Existing::Replace && stat(m_File.c_str(), &status) == 0;
   if (replaces) {
     mode = status.st_mode & 0777U;
+    if (!S_ISREG(status.st_mode)) { // a rename would put a file in place of a device
+      m_Error = S_ISDIR(status.st_mode) ? EISDIR : ENOTSUP;
+      return;
+    }
   }
-  const std::size_t leaf = file.Text().rfind('/') + 1; // 0 where there is none
-  const String begin = file.Text().substr(0, leaf + k_LongestLeaf);
+  const std::size_t leaf = m_File.Text().rfind('/') + 1; // 0 where there is none
+  const String begin = m_File.Text().substr(0, leaf + k_LongestLeaf);
   static std::atomic<unsigned> s_Counter{0};
   // Two threads, or a file that an ended process of our number left behind, are
   // no obstacle.
@@ -56,6 +67,33 @@ FileDraft::FileDraft(const Path& file, Existing existing, mode_t mode) : m_File(
     // What the umask took off. Where that fails the file is only more private.
     static_cast<void>(fchmod(m_Descriptor.Number(), mode));
   }
+}
+
+// Whoever linked a file wants what it leads to replaced, and the link kept.
+// False where there is nothing to write.
+bool FileDraft::FollowLink() {
+  struct stat status {};
+  if (lstat(m_File.c_str(), &status) != 0 || !S_ISLNK(status.st_mode)) {
+    return true;
+  }
+  std::error_code error;
+  const std::filesystem::path target = std::filesystem::canonical(m_File.c_str(), error);
+  if (error) {
+    m_Error = error.value();
+    if (m_Error == ENOENT) {
+      m_Link = "it is a link to " + std::filesystem::read_symlink(m_File.c_str(), error).string();
+    }
+    return false;
+  }
+  m_File = Path(target.string());
+  return true;
+}
+
+String FileDraft::Reason() const {
+  if (m_Error == 0) {
+    return String::Null;
+  }
+  return std::system_category().message(m_Error) + (m_Link.empty() ? "" : " (" + m_Link + ")");
 }
 
 FileDraft::~FileDraft() {
@@ -118,7 +156,25 @@ bool WriteFileWhole(const char* function, const Path& file, std::string_view byt
     return false;
   }
   if (reason != 0) {
-    RaiseException(function, k_ErrorSystem, "cannot write " + file.Text(), reason);
+    RaiseException(function, k_ErrorSystem, "cannot write " + file.Text(), reason, draft.Link());
   }
   return true;
+}
+
+int MakePrivateFolder(const Path& folder) {
+  const String& text = folder.Text();
+  for (std::size_t end = 0; end < text.size();) {
+    end = std::min(text.find('/', end + 1), text.size());
+    const Path part(text.substr(0, end));
+    if (IsDirectory(part)) {
+      continue;
+    }
+    if (mkdir(part.c_str(), 0700) == 0) {
+      // The umask may have taken rights of ours.
+      static_cast<void>(chmod(part.c_str(), 0700));
+    } else if (const int reason = errno; reason != EEXIST || !IsDirectory(part)) {
+      return reason == EEXIST ? ENOTDIR : reason;
+    }
+  }
+  return text.empty() ? ENOENT : 0;
 }

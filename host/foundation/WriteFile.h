@@ -9,7 +9,7 @@
 
 /// What becomes of a file that is there already.
 enum class Existing {
-  Replace, ///< it is replaced, and the new one has its permissions
+  Replace, ///< it is replaced, and the new one has its permissions; of a link what it leads to
   Keep,    ///< nothing is written
 };
 
@@ -17,7 +17,8 @@ enum class Existing {
 /// it is whole: nobody ever sees half of it, and a failure leaves what was
 /// there. Removed with the object unless it was published.
 ///
-/// Its errors are numbers of the system (errno); 0 is none.
+/// Its errors are numbers of the system (errno); 0 is none. A link that leads
+/// nowhere is one, and so is whatever is no regular file.
 class FileDraft {
 public:
   /// Makes the file; a new one gets `mode` as the umask allows it.
@@ -28,6 +29,10 @@ public:
 
   /// The first that went wrong.
   int Error() const { return m_Error; }
+  /// The same in words; empty for none.
+  String Reason() const;
+  /// Of a link that leads nowhere: where that is, in words.
+  const String& Link() const { return m_Link; }
   /// For those who write a file by its name.
   const Path& Name() const { return m_Name; }
   void Write(std::string_view bytes);
@@ -37,8 +42,10 @@ public:
 
 private:
   int Rename() const;
+  bool FollowLink();
 
-  Path m_File;
+  Path m_File; // what is written in the end
+  String m_Link;
   Existing m_Existing;
   Path m_Name;
   Descriptor m_Descriptor;
@@ -51,3 +58,8 @@ private:
 /// succeeds. False where it is there already and is kept. Raises Exception* on
 /// failure, whose text begins with `function`.
 bool WriteFileWhole(const char* function, const Path& file, std::string_view bytes, Existing existing);
+
+/// Makes a folder, and those above it that are missing, each for this user
+/// alone whatever the umask says. What is there stays as it is. Returns 0, or
+/// the error (errno).
+int MakePrivateFolder(const Path& folder);

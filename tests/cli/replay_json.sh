@@ -28,14 +28,14 @@ out_is <<'END'
     {"number":1,"text":"hello","what":"ordinary","by":null,"list":null},
     {"number":2,"text":"Saved: /o/a.png (3 s)","what":"image","by":"Saved:","list":"ImageStartText","image":"/o/a.png","end":"("},
     {"number":3,"text":"error: harmless","what":"ignored error","by":"harmless","list":"ErrorIgnore","error":"error:"},
-    {"number":4,"text":"error: � \"x\"","what":"error","by":"error:","list":"ErrorText"},
+    {"number":4,"text":{"hex":"6572726f723a20e420227822"},"what":"error","by":"error:","list":"ErrorText"},
     {"number":5,"text":"Saved: /o/a.png (3 s)","what":"image","by":"Saved:","list":"ImageStartText","image":"/o/a.png","end":"("},
     {"number":6,"text":"Saved: no","what":"dropped","by":"Saved:","list":"ImageStartText"}
   ],
   "images": ["/o/a.png"],
   "files": null,
   "verdict": "bad",
-  "note": "Error line: error: � \"x\"",
+  "note": {"hex":"4572726f72206c696e653a206572726f723a20e420227822"},
   "rule": "error line",
   "deciding": 4
 }

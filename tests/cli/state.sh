@@ -21,6 +21,11 @@ err_is <<'END'
 trovik: error: --state: the name of the directory is empty
 hint: leave it out for the usual one
 END
+run 2 jobs --state "$TMP/onne"
+err_is <<'END'
+trovik: error: --state: there is no queue in "TMP/onne"
+hint: the usual one is in "TMP/two"
+END
 mkdir "$TMP/three"
 echo "no database at all, but a text of some length" >"$TMP/three/queue.db"
 run 2 jobs --state "$TMP/three"

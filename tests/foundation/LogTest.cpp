@@ -110,6 +110,44 @@ TEST_F(LogTest, WarningIsTheLevelAtFirst) {
   EXPECT_EQ(m_Lines, (Lines{{LogLevel::Warning, "x"}, {LogLevel::Error, "x"}}));
 }
 
+TEST_F(LogTest, ASubjectHasALevelOfItsOwn) {
+  CatchLines();
+  LogWarning("at first", LogSubject::TypeInUse);
+  SetSubjectLevel(LogSubject::TypeInUse, LogLevel::Info);
+  LogWarning("dropped", LogSubject::TypeInUse);
+  SetLogLevel(LogLevel::Info);
+  LogWarning("kept", LogSubject::TypeInUse);
+  SetSubjectLevel(LogSubject::TypeInUse, LogLevel::Warning);
+  EXPECT_EQ(m_Lines, (Lines{{LogLevel::Warning, "at first"}, {LogLevel::Info, "kept"}}));
+}
+
+TEST_F(LogTest, ABudgetBoundsTheWarningsOfItsThread) {
+  CatchLines();
+  {
+    WarningBudget outer(1);
+    {
+      WarningBudget inner(2);
+      for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(WarningBudget::IsSpent(), i >= 2);
+        LogWarning("inner " + std::to_string(i));
+      }
+      LogError("an error is no warning");
+      std::thread([] { LogWarning("of another thread"); }).join();
+      EXPECT_EQ(inner.Dropped(), 3U);
+    }
+    LogWarning("outer");
+    LogWarning("dropped");
+    EXPECT_EQ(outer.Dropped(), 1U);
+  }
+  LogWarning("without one");
+  EXPECT_EQ(m_Lines, (Lines{{LogLevel::Warning, "inner 0"},
+                            {LogLevel::Warning, "inner 1"},
+                            {LogLevel::Error, "an error is no warning"},
+                            {LogLevel::Warning, "of another thread"},
+                            {LogLevel::Warning, "outer"},
+                            {LogLevel::Warning, "without one"}}));
+}
+
 TEST_F(LogTest, FormatCharactersArePlain) {
   CatchLines();
   LogError("{} {0} {:>9999999} %s %n %v");

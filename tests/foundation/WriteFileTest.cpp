@@ -54,6 +54,58 @@ TEST_F(WriteFileWholeTest, AReplacedFileLendsItsPermissions) {
   EXPECT_EQ(status.st_mode & 0777U, 0640U);
 }
 
+TEST_F(WriteFileWholeTest, OfALinkTheTargetIsReplaced) {
+  const Path target = m_Directory / "target";
+  WriteFile(target, "old");
+  ASSERT_EQ(chmod(target.c_str(), 0640), 0);
+  std::filesystem::create_symlink("target", (m_Directory / "middle").c_str());
+  std::filesystem::create_symlink("middle", m_Name.c_str());
+  EXPECT_TRUE(Write("new", Existing::Replace));
+  EXPECT_EQ(ReadFile(target), "new");
+  EXPECT_EQ(std::filesystem::read_symlink(m_Name.c_str()), "middle");
+  EXPECT_EQ(m_Directory.Names(), (Names{"file", "middle", "target"}));
+  struct stat status {};
+  ASSERT_EQ(stat(target.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0640U);
+}
+
+TEST_F(WriteFileWholeTest, ALinkToNowhereIsNotFollowed) {
+  std::filesystem::create_symlink("nowhere", m_Name.c_str());
+  EXPECT_EQ(RaisedText([this] { Write("new", Existing::Replace); }),
+            "cannot write " + m_Name.Text() + ": No such file or directory (it is a link to nowhere)");
+  EXPECT_EQ(m_Directory.Names(), Names{"file"});
+}
+
+TEST_F(WriteFileWholeTest, WhatIsNoRegularFileIsLeftAlone) {
+  ASSERT_EQ(mkfifo(m_Name.c_str(), 0600), 0);
+  EXPECT_EQ(RaisedText([this] { Write("new", Existing::Replace); }),
+            "cannot write " + m_Name.Text() + ": Operation not supported");
+  EXPECT_TRUE(std::filesystem::is_fifo(m_Name.c_str()));
+  EXPECT_EQ(m_Directory.Names(), Names{"file"});
+}
+
+TEST_F(WriteFileWholeTest, APrivateFolderIsPrivateWhateverTheUmask) {
+  const Path folder = m_Directory / "a/b//c/";
+  for (const mode_t mask : {mode_t{0}, mode_t{0777}}) {
+    const mode_t before = umask(mask);
+    EXPECT_EQ(MakePrivateFolder(folder), 0);
+    umask(before);
+    for (const char* name : {"a", "a/b", "a/b/c"}) {
+      struct stat status {};
+      ASSERT_EQ(stat((m_Directory / name).c_str(), &status), 0);
+      EXPECT_EQ(status.st_mode & 0777U, 0700U) << name;
+    }
+    std::filesystem::remove_all((m_Directory / "a").c_str());
+  }
+  ASSERT_EQ(mkdir(m_Name.c_str(), 0755), 0);
+  EXPECT_EQ(MakePrivateFolder(m_Name), 0); // what is there stays
+  struct stat status {};
+  ASSERT_EQ(stat(m_Name.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0755U);
+  WriteFile(m_Directory / "plain", "x");
+  EXPECT_EQ(MakePrivateFolder(m_Directory / "plain/x"), ENOTDIR);
+}
+
 TEST_F(WriteFileWholeTest, OfManyWritersThatKeepOneWins) {
   std::atomic<int> written{0};
   std::vector<std::thread> writers;

@@ -3,6 +3,7 @@
 #include "trovik/jobs/WorkMaker.h"
 
 #include <memory>
+#include <stdexcept>
 #include <utility>
 
 namespace trovik {
@@ -25,6 +26,8 @@ String TestJob::CreateCommandLine(Path& executable) {
 void TestJob::ProcessLine(const String& line) {
   if (line.starts_with("image ")) {
     ProcessNewFilename(Path(line.substr(6)));
+  } else if (line == "throw") {
+    throw std::runtime_error("thrown at a line");
   } else {
     success_ = success_ || line == "success";
     RenderJob::ProcessLine(line);
@@ -36,6 +39,13 @@ int TestJob::CheckResult(int exitCode) {
     return RenderJob::CheckResult(exitCode);
   }
   return success_ ? k_StatusFinished : k_StatusFailed;
+}
+
+bool TestJob::IsFinished(int status) const {
+  if (StoredScene() == "throw at the end") {
+    throw std::runtime_error("thrown at the end");
+  }
+  return RenderJob::IsFinished(status);
 }
 
 TestType::TestType(const std::string& name) : id_(true) {

@@ -10,8 +10,9 @@
 namespace trovik {
 
 /// A render job of the tests' own: the command line is the parameter
-/// "CommandString", a line "image NAME" names an image, a line "success" is a
-/// success text where "SuccessTexts" has any.
+/// "CommandString", a line "image NAME" names an image, one "success" is a
+/// success text where "SuccessTexts" has any, and one "throw" has it throw. With
+/// the scene "throw at the end" it throws when a status is asked.
 class TestJob final : public RenderJob {
 public:
   TestJob() : RenderJob(true) {}
@@ -19,6 +20,7 @@ public:
   String CreateCommandLine(Path& executable) override;
   void ProcessLine(const String& line) override;
   int CheckResult(int exitCode) override;
+  bool IsFinished(int status) const override;
 
 private:
   bool success_ = false;

@@ -20,10 +20,7 @@ constexpr int depthLimit = 6; // an end's files are at depth 4
 constexpr std::array endings = {"itself", "canceled", "interrupted", "given up"};
 
 Json written(const std::string& text) {
-  if (isUtf8(text)) {
-    return text;
-  }
-  return Json{{"hex", HexOf(text)}};
+  return losslessText(text);
 }
 
 Json written(const std::vector<std::string>& texts) {
@@ -165,18 +162,11 @@ private:
   }
 
   static std::string textOf(const Json& value, const char* key) {
-    if (value.is_string()) {
-      return value.get<std::string>();
-    }
-    const auto hex = value.is_object() && value.size() == 1 ? value.find("hex") : value.end();
-    if (hex == value.end() || !hex->is_string()) {
+    std::optional<std::string> text = textFrom(value);
+    if (!text) {
       throw FormProblem{"\"" + std::string(key) + "\" is no text"};
     }
-    const std::optional<std::string> text = BytesOfHex(hex->get_ref<const std::string&>());
-    if (!text) {
-      throw FormProblem{"\"" + std::string(key) + "\" has a \"hex\" that is not one"};
-    }
-    return *text;
+    return std::move(*text);
   }
 
   const Json& json_;

@@ -196,8 +196,8 @@ bool TaskRun::workClaimed() {
   try {
     recover();
     renderRest();
-  } catch (Exception* exception) {
-    failed.reason = takeText(exception);
+  } catch (...) { // also what a type's module throws
+    failed.reason = TakeCaughtText();
     merge(failed);
   }
   return loop_.stopped() == Stop::Superseded ? folder_.hasEnded(position_) : leave();
@@ -305,7 +305,7 @@ void TaskRun::render(const FrameRun& run) {
   Attempt attempt(info, claim, job, logs_->open(logName(run, claim_.number), info.attempt), loop_.inspector(),
                   listener);
   loop_.beginProgram(claim.mark);
-  if (attempt.start(machine_)) {
+  if (attempt.start(machine_) == Attempt::Start::Runs) {
     if (auto* render = dynamic_cast<RenderJob*>(job.Get()); render != nullptr && staged.isUsed()) {
       render->CheckFilesSince(staged.made());
     }

@@ -11,7 +11,7 @@
 namespace trovik {
 
 const char* const desktopNote =
-    "notify-send --app-name=trovik \"trovik: job $(Job) is $(State)\" \"$(Name) $(Summary)\"";
+    "notify-send --app-name=trovik -- \"trovik: job $(Job) is $(State)\" \"$(Name) $(Summary)\"";
 
 std::map<String, String> endValues(const JobRecord& job, const RunSummary& summary) {
   const bool frames = job.hasFrames;
@@ -47,6 +47,11 @@ std::vector<String> endWords(const std::string& command, const std::map<String, 
 }
 
 void startEndCommands(const JobRecord& job, const RunSummary& summary) {
+  if (!job.own && !job.endCommands.empty()) {
+    LogWarning("job " + std::to_string(job.id) +
+               ": its end command is not started, since the job came with a copy of another queue");
+    return;
+  }
   const std::map<String, String> values = endValues(job, summary);
   for (const std::string& command : job.endCommands) {
     try {

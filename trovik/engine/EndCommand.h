@@ -21,7 +21,7 @@ std::map<String, String> endValues(const JobRecord& job, const RunSummary& summa
 std::vector<String> endWords(const std::string& command, const std::map<String, String>& values);
 
 /// Starts the job's end commands, each by itself: nobody waits for them. What
-/// cannot be started is a warning.
+/// cannot be started is a warning; so is a job that is not this queue's own.
 void startEndCommands(const JobRecord& job, const RunSummary& summary);
 
 /// The end command that shows a note on the desktop.

@@ -2,6 +2,7 @@
 
 #include "host/foundation/Log.h"
 #include "trovik/engine/EndCommand.h"
+#include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 
 #include <algorithm>
@@ -15,6 +16,8 @@ constexpr Duration recoveryTime = std::chrono::seconds(2);
 // A second wish to stop is obeyed within a second: what has not ended by then
 // is left to the next engine, which ends it before it begins anything anew.
 constexpr Duration lastPatience = std::chrono::milliseconds(700);
+constexpr Duration shortagePatience = std::chrono::minutes(1); // with a machine without processes
+constexpr Duration stopPatience = std::chrono::seconds(20);    // with a queue that cannot be written
 constexpr std::size_t jobsKept = 64; // jobs without running works that stay unpacked
 
 } // namespace
@@ -51,7 +54,14 @@ bool LocalEngine::run(const EnginePlan& plan) {
                (attempt->isChecking() ? "its files were not checked" : "its program has not ended") +
                "; the next engine goes on with it");
   }
-  queue_.leaveEngine(engine_);
+  try {
+    queue_.leaveEngine(engine_);
+  } catch (const QueueError& error) {
+    if (!error.passes()) {
+      throw;
+    }
+    LogDebug(error.message); // then the next engine finds that this one is gone
+  }
   return stops_ == 0;
 }
 
@@ -89,10 +99,17 @@ void LocalEngine::tick() {
 }
 
 void LocalEngine::stopCanceled() {
-  if (running_.empty()) {
+  if (running_.empty() && claimed_.empty()) {
     return;
   }
   const std::vector<AttemptId> canceled = queue_.canceled(engine_);
+  std::erase_if(claimed_, [&](const Claim& claim) {
+    const bool isOver = std::find(canceled.begin(), canceled.end(), claim.attempt) != canceled.end();
+    if (isOver) {
+      giveUp(claim, AttemptState::Canceled, VerdictRule::Canceled, "Not started");
+    }
+    return isOver;
+  });
   const Clock::time_point now = machine_.now();
   for (const auto& attempt : running_) {
     if (std::find(canceled.begin(), canceled.end(), attempt->claim().attempt) != canceled.end()) {
@@ -173,143 +190,6 @@ std::size_t LocalEngine::busySlots() {
   return busy;
 }
 
-/// False when the queue could not be written; all is kept for the next turn.
-bool LocalEngine::recordTurn() {
-  const bool wantsWork =
-      stops_ == 0 && mayHaveWork_ && !yields_ && claimed_.empty() && busySlots() < plan_.slots;
-  const bool putAside = stops_ > 0 && plan_.only && !putAside_;
-  if (ended_.empty() && settled_.empty() && notes_.empty() && processes_.empty() && programEnds_.empty() &&
-      !wantsWork && !putAside) {
-    return true;
-  }
-  std::vector<Claim> claims;
-  std::vector<bool> again;
-  try {
-    queue_.inTransaction([&] { writeTurn(claims, again); });
-  } catch (const QueueError& error) {
-    if (!error.passes()) {
-      throw;
-    }
-    mayHaveWork_ = true;
-    if (!troubled_) {
-      LogWarning(error.message + "; nothing is started until it can be written again");
-    }
-    troubled_ = true;
-    return false;
-  }
-  if (troubled_) {
-    LogWarning("the queue can be written again");
-    troubled_ = false;
-  }
-  putAside_ = putAside_ || putAside;
-  claimed_.insert(claimed_.end(), claims.begin(), claims.end());
-  tellTurn(again);
-  return true;
-}
-
-void LocalEngine::writeTurn(std::vector<Claim>& claims, std::vector<bool>& again) {
-  if (stops_ > 0 && plan_.only && !putAside_ && interrupts_.byUser()) {
-    queue_.stop(*plan_.only, "Stopped by the user");
-  }
-  for (const auto& [attempt, process] : processes_) {
-    queue_.noteProcess(attempt, process);
-  }
-  for (const auto& [attempt, end] : programEnds_) {
-    queue_.noteEnd(attempt, end);
-  }
-  for (const Note& note : notes_) {
-    queue_.noteFile(note.attempt, note.file);
-  }
-  for (const auto& attempt : ended_) {
-    again.push_back(queue_.settle(attempt->outcome()));
-  }
-  for (const Settled& settled : settled_) {
-    again.push_back(queue_.settle(settled.outcome));
-  }
-  mayHaveWork_ =
-      mayHaveWork_ || std::find(again.begin(), again.end(), true) != again.end() || !settled_.empty();
-  if (stops_ == 0 && claimed_.empty() && mayHaveWork_ && !yields_) {
-    claimWorks(claims);
-  }
-}
-
-void LocalEngine::claimWorks(std::vector<Claim>& claims) {
-  const std::size_t busy = busySlots();
-  if (busy >= plan_.slots) {
-    mayHaveWork_ = true;
-    return;
-  }
-  // How wide a work is shows only when its job is known, so wide ones are taken
-  // one by one; the last of them may have to wait for its slots.
-  const std::size_t wanted = plan_.slotsAreCpus ? 1 : plan_.slots - busy;
-  claims = queue_.claim(engine_, wanted, plan_.only, refused_);
-  mayHaveWork_ = claims.size() == wanted;
-}
-
-void LocalEngine::tellTurn(const std::vector<bool>& again) {
-  std::size_t place = 0;
-  for (const auto& attempt : ended_) {
-    WorkResult result = attempt->result();
-    result.again = result.verdict == Verdict::Failed && again[place];
-    ++place;
-    if (const auto job = jobs_.find(attempt->claim().job); job != jobs_.end()) {
-      job->second->tell(attempt->job(), result.reason);
-    }
-    events_.workEnded(attempt->work(), result);
-  }
-  for (const Settled& settled : settled_) {
-    if (settled.work && (!plan_.only || plan_.only == settled.work->job)) {
-      tellLost(settled, again[place]);
-    }
-    ++place;
-  }
-  // A job of which nothing more was claimed may have ended; its end is told
-  // before another one begins.
-  const bool perhapsOver = std::any_of(ended_.begin(), ended_.end(), [this](const auto& attempt) {
-    return std::none_of(claimed_.begin(), claimed_.end(),
-                        [&](const Claim& claim) { return claim.job == attempt->claim().job; });
-  });
-  const bool anyEnded = !ended_.empty() || !settled_.empty();
-  ended_.clear();
-  settled_.clear();
-  notes_.clear();
-  processes_.clear();
-  programEnds_.clear();
-  if (!recoveries_.empty() && std::all_of(recoveries_.begin(), recoveries_.end(),
-                                          [](const auto& one) { return one->isRecorded(); })) {
-    recoveries_.clear();
-    queue_.releaseLost();
-  }
-  if (perhapsOver) {
-    finishJobs();
-  }
-  if (anyEnded && running_.empty()) {
-    nextTick_ = machine_.now();
-  }
-}
-
-/// What became of an attempt whose engine died. It began in another run.
-void LocalEngine::tellLost(const Settled& lost, bool again) {
-  try {
-    if (open(lost.work->job) == nullptr) {
-      return;
-    }
-  } catch (Exception* exception) {
-    LogDebug(takeText(exception)); // a job that cannot be worked here
-    return;
-  }
-  WorkResult result;
-  result.verdict = verdictOf(lost.outcome.state);
-  result.rule = lost.outcome.rule;
-  result.good = lost.outcome.good;
-  result.again = again;
-  result.reason = lost.outcome.reason;
-  result.lines = lost.outcome.lines;
-  result.log = Path(lost.outcome.log);
-  result.duration = lost.outcome.duration;
-  events_.workEnded(*lost.work, result);
-}
-
 void LocalEngine::startWorks() {
   while (!claimed_.empty() && stops_ == 0) {
     const Claim claim = claimed_.front();
@@ -325,21 +205,42 @@ void LocalEngine::startWorks() {
         return;
       }
     }
+    if (machine_.now() < startAgain_) {
+      return;
+    }
     claimed_.erase(claimed_.begin());
-    start(claim);
+    if (!start(claim)) {
+      claimed_.insert(claimed_.begin(), claim);
+      return;
+    }
   }
   for (const Claim& claim : claimed_) { // stopped before they began
-    Outcome outcome;
-    outcome.attempt = claim.attempt;
-    outcome.state = AttemptState::Canceled;
-    outcome.rule = VerdictRule::Canceled;
-    outcome.reason = "Not started";
-    settled_.push_back({std::move(outcome), std::nullopt});
+    giveUp(claim, AttemptState::Canceled, VerdictRule::Canceled, "Not started");
   }
   claimed_.clear();
 }
 
-void LocalEngine::start(const Claim& claim) {
+/// A machine that has no process to give now mostly has some in a moment; only
+/// where it has none for long the work fails. Says when to start next.
+Attempt::Shortage LocalEngine::shortage() {
+  const Clock::time_point now = machine_.now();
+  if (shortageSince_ && now >= *shortageSince_ + shortagePatience) {
+    shortageSince_ = now;
+    return Attempt::Shortage::Fails;
+  }
+  return Attempt::Shortage::Waits;
+}
+
+void LocalEngine::waitForProcesses() {
+  if (!shortageSince_) {
+    LogWarning("this machine has no more processes to give (EAGAIN); works are started when it has");
+    shortageSince_ = machine_.now();
+  }
+  startAgain_ = machine_.now() + tickTime;
+}
+
+/// False where it is to be started later.
+bool LocalEngine::start(const Claim& claim) {
   std::string problem;
   try {
     OpenJob* job = open(claim.job);
@@ -350,15 +251,26 @@ void LocalEngine::start(const Claim& claim) {
           work, claim, job->works().make(work),
           job->logs().open(work.hasFrames ? std::string(work.run.Text()) : work.title(), claim.number),
           inspector_, listener);
-      events_.workStarted(work);
-      if (attempt->start(machine_)) {
+      if (std::exchange(announced_, claim.attempt) != claim.attempt) {
+        events_.workStarted(work);
+      }
+      Attempt::Start started = Attempt::Start::Failed;
+      if (!guard(*attempt, [&] { started = attempt->start(machine_, shortage()); })) {
+        return true;
+      }
+      if (started == Attempt::Start::Later) {
+        waitForProcesses();
+        return false;
+      }
+      if (started == Attempt::Start::Runs) {
+        shortageSince_.reset();
         processes_.emplace_back(claim.attempt, attempt->process());
         job->tell(attempt->job(), {});
         running_.push_back(std::move(attempt));
       } else {
         ended_.push_back(std::move(attempt));
       }
-      return;
+      return true;
     }
     problem = "the job is gone";
   } catch (Exception* exception) {
@@ -367,12 +279,33 @@ void LocalEngine::start(const Claim& claim) {
   // Another engine may know the type.
   LogWarning("job " + std::to_string(claim.job) + " cannot be worked here: " + problem);
   refused_.push_back(claim.job);
+  giveUp(claim, AttemptState::Canceled, VerdictRule::Start, problem);
+  return true;
+}
+
+void LocalEngine::giveUp(const Claim& claim, AttemptState state, VerdictRule rule,
+                         const std::string& reason) {
   Outcome outcome;
   outcome.attempt = claim.attempt;
-  outcome.state = AttemptState::Canceled;
-  outcome.rule = VerdictRule::Start;
-  outcome.reason = problem;
+  outcome.state = state;
+  outcome.rule = rule;
+  outcome.reason = reason;
   settled_.push_back({std::move(outcome), std::nullopt});
+}
+
+/// Runs a step of an attempt, in which the module of its type is called. What
+/// that throws costs this attempt alone, and gives false.
+template <typename Step> bool LocalEngine::guard(const Attempt& attempt, Step step) {
+  try {
+    step();
+    return true;
+  } catch (...) {
+    const Claim& claim = attempt.claim();
+    const std::string reason = "The module of its type failed: " + TakeCaughtText();
+    LogWarning("job " + std::to_string(claim.job) + ", " + attempt.work().title() + ": " + reason);
+    giveUp(claim, AttemptState::Failed, VerdictRule::Result, reason);
+    return false;
+  }
 }
 
 void LocalEngine::waitForSomething() {
@@ -402,12 +335,11 @@ void LocalEngine::waitForSomething() {
   machine_.wait(descriptors, std::max(left, Duration::zero()));
   const Clock::time_point now = machine_.now();
   std::size_t place = 2;
-  for (const auto& attempt : running_) {
-    if (descriptors[place].revents != 0) {
-      attempt->readOutput(now);
-    }
+  std::erase_if(running_, [&](const auto& attempt) {
+    const bool waits = descriptors[place].revents != 0;
     place += 2;
-  }
+    return waits && !guard(*attempt, [&] { attempt->readOutput(now); });
+  });
   inspector_.advance(now);
 }
 
@@ -418,6 +350,9 @@ void LocalEngine::takeInterrupts() {
   const int asked = interrupts_.take();
   if (asked == 0) {
     return;
+  }
+  if (stops_ == 0) {
+    stopped_ = machine_.now();
   }
   const bool kill = stops_ + asked > 1;
   stops_ += asked;
@@ -434,7 +369,10 @@ void LocalEngine::takeInterrupts() {
 void LocalEngine::advanceAttempts() {
   const Clock::time_point now = machine_.now();
   for (auto attempt = running_.begin(); attempt != running_.end();) {
-    (*attempt)->advance(now);
+    if (!guard(**attempt, [&] { (*attempt)->advance(now); })) {
+      attempt = running_.erase(attempt);
+      continue;
+    }
     if (std::optional<ProgramEnd> end = (*attempt)->takeEnd(now)) {
       programEnds_.emplace_back((*attempt)->claim().attempt, std::move(*end));
     }
@@ -450,9 +388,16 @@ void LocalEngine::advanceAttempts() {
 bool LocalEngine::isDone() {
   const bool quiet = running_.empty() && claimed_.empty() && ended_.empty() && settled_.empty();
   if (stops_ > 0) {
-    // Results that cannot be recorded are worked again; a second wish to stop
-    // says that this is wanted.
-    return quiet || (running_.empty() && troubled_ && stops_ > 1);
+    // Results that cannot be recorded are worked again: a recovery finds what
+    // is good. A second wish to stop says that this is wanted, and a service
+    // manager wishes only once.
+    const bool impatient = stops_ > 1 || machine_.now() >= stopped_ + stopPatience;
+    if (!quiet && running_.empty() && troubled_ && impatient) {
+      LogWarning(counted(ended_.size() + settled_.size(), "result") +
+                 " could not be recorded; the next engine looks what is good");
+      return true;
+    }
+    return quiet;
   }
   if (!quiet || mayHaveWork_ || troubled_ || !recoveries_.empty()) {
     return false;

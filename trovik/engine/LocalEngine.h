@@ -83,7 +83,11 @@ private:
   void tellTurn(const std::vector<bool>& again);
   void tellLost(const Settled& lost, bool again);
   void startWorks();
-  void start(const Claim& claim);
+  Attempt::Shortage shortage();
+  void waitForProcesses();
+  bool start(const Claim& claim);
+  void giveUp(const Claim& claim, AttemptState state, VerdictRule rule, const std::string& reason);
+  template <typename Step> bool guard(const Attempt& attempt, Step step);
   void waitForSomething();
   void takeInterrupts();
   void advanceAttempts();
@@ -117,6 +121,10 @@ private:
   int stops_ = 0;
   std::optional<Clock::time_point> leaveAt_; // whatever has not ended by then
   std::int64_t dataVersion_ = 0;
+  AttemptId announced_ = 0; // the attempt whose start was told last
+  std::optional<Clock::time_point> shortageSince_;
+  Clock::time_point startAgain_{};
+  Clock::time_point stopped_{}; // the user's first wish to stop
   Clock::time_point nextTick_{};
   Clock::time_point nextRecovery_{};
 };

@@ -1,6 +1,7 @@
 #include "trovik/engine/OpenJob.h"
 
 #include "host/application/RenderJob.h"
+#include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
 #include "host/foundation/WholeNumber.h"
 #include "trovik/queue/JobView.h"
@@ -14,20 +15,31 @@ namespace {
 
 std::unique_ptr<RunLogs> logsOf(const Queue& queue, const JobRecord& record) {
   try {
-    return std::make_unique<RunLogDirectory>(record.logs.empty() ? queue.logDirectory(record.id)
-                                                                 : Path(record.logs));
+    return std::make_unique<RunLogDirectory>(Path(record.logs), queue.ownsLogs(record)
+                                                                    ? RunLogDirectory::Access::Private
+                                                                    : RunLogDirectory::Access::Usual);
   } catch (const UsageError& error) {
     LogWarning("job " + std::to_string(record.id) + " has no logs: " + error.message);
     return noLogs();
   }
 }
 
+/// Whatever such a job names would be started as if this user had written it.
+const JobRecord& ownOrRefused(const JobRecord& record) {
+  if (!record.own) {
+    RaiseException("OpenJob", k_ErrorReference,
+                   "it came with a copy of another queue; if you know what it starts, \"trovik retry " +
+                       std::to_string(record.id) + "\" makes it your own");
+  }
+  return record;
+}
+
 std::size_t cpusOf(const Job& job) {
   try {
     const String text = job.FormatStringWithParameters(job.GetParameterOrOption(p_CPUs, true, true));
     return std::max<std::size_t>(1, ReadWholeNumber<std::size_t>(trimmed(text)).value_or(1));
-  } catch (Exception* exception) {
-    LogDebug(takeText(exception)); // each work tells it
+  } catch (...) {
+    LogDebug(TakeCaughtText()); // each work tells it
     return 1;
   }
 }
@@ -35,7 +47,7 @@ std::size_t cpusOf(const Job& job) {
 } // namespace
 
 OpenJob::OpenJob(Queue& queue, const JobRecord& record)
-    : record_(record), works_(record.type, queue.packed(record.id)), job_(works_.makeWhole()),
+    : record_(ownOrRefused(record)), works_(record.type, queue.packed(record.id)), job_(works_.makeWhole()),
       logs_(logsOf(queue, record)), cpus_(cpusOf(*job_)) {}
 
 RunInfo OpenJob::info(Queue& queue) const {
@@ -54,9 +66,13 @@ WorkInfo OpenJob::work(const Claim& claim) const {
 }
 
 void OpenJob::tell(const SmartHandle<const Job>& work, const std::string& note) {
-  job_->OnChildChange(work, "Status", std::to_string(work->Status()));
-  if (!note.empty()) {
-    job_->OnChildChange(work, p_Note, note);
+  try {
+    job_->OnChildChange(work, "Status", std::to_string(work->Status()));
+    if (!note.empty()) {
+      job_->OnChildChange(work, p_Note, note);
+    }
+  } catch (...) { // the queue knows how the work stands
+    LogDebug("job " + std::to_string(record_.id) + ": " + TakeCaughtText());
   }
 }
 

@@ -13,8 +13,8 @@ namespace trovik {
 /// all of its works.
 class OpenJob {
 public:
-  /// Raises Exception* where the type is not known here, or the stream cannot
-  /// be read.
+  /// Raises Exception* where the type is not known here, the stream cannot be
+  /// read, or the job is not this queue's own.
   OpenJob(Queue& queue, const JobRecord& record);
 
   const JobRecord& record() const { return record_; }

@@ -3,6 +3,7 @@
 #include "trovik/images/ImageProtocol.h"
 #include "trovik/text/Text.h"
 
+#include <algorithm>
 #include <system_error>
 #include <utility>
 
@@ -10,6 +11,7 @@ namespace trovik {
 namespace {
 
 constexpr int triesLimit = 2; // of a file that the helper dies of
+constexpr Duration wakeInterval = std::chrono::seconds(2);
 
 } // namespace
 
@@ -27,7 +29,7 @@ int ImageHelper::descriptor() const {
 }
 
 std::optional<Clock::time_point> ImageHelper::deadline() const {
-  return asked_ ? std::optional(since_ + patience_) : std::nullopt;
+  return asked_ ? std::optional(std::min(since_ + patience_, nextWake_)) : std::nullopt;
 }
 
 void ImageHelper::askNext() {
@@ -46,6 +48,7 @@ void ImageHelper::askNext() {
     ++question.tries;
     process_->send(requestLine({question.file.Text(), question.refuseFlat}));
     since_ = now_();
+    nextWake_ = since_ + wakeInterval;
     asked_ = true;
   }
 }
@@ -63,6 +66,9 @@ void ImageHelper::advance(Clock::time_point now) {
     process_.reset();
     finish("Could not be decoded within " +
            std::to_string(std::chrono::duration_cast<std::chrono::seconds>(patience_).count()) + " s");
+  } else if (now >= nextWake_) {
+    nextWake_ = now + wakeInterval;
+    process_->wake(); // all other files wait for it
   }
   askNext();
 }

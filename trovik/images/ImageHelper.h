@@ -50,6 +50,7 @@ private:
   std::deque<Question> questions_;
   bool asked_ = false; ///< the first of them
   Clock::time_point since_;
+  Clock::time_point nextWake_; ///< in case that somebody has stopped the process
 };
 
 /// Looks into files and waits for it; the inspections in their order.

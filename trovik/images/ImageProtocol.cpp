@@ -1,8 +1,6 @@
 #include "trovik/images/ImageProtocol.h"
 
-#include "host/foundation/Characters.h"
 #include "trovik/text/Json.h"
-#include "trovik/text/Text.h"
 
 #include <array>
 #include <utility>
@@ -34,22 +32,15 @@ template <typename Table, typename Value> const char* nameIn(const Table& table,
   return "";
 }
 
-void putFile(Json& json, const std::string& file) {
-  if (isUtf8(file)) {
-    json["file"] = file;
-    return;
+/// The text under a key, or what it is where there is none. Throws where it is
+/// no text.
+std::string textIn(const Json& json, const char* key, const char* otherwise = nullptr) {
+  if (otherwise != nullptr && !json.contains(key)) {
+    return otherwise;
   }
-  json["fileHex"] = HexOf(file);
-}
-
-std::optional<std::string> fileIn(const Json& json) {
-  if (const auto plain = json.find("file"); plain != json.end() && plain->is_string()) {
-    return plain->get<std::string>();
-  }
-  if (const auto hex = json.find("fileHex"); hex != json.end() && hex->is_string()) {
-    return BytesOfHex(hex->get<std::string>());
-  }
-  return std::nullopt;
+  const Json& value = json.at(key);
+  std::optional<std::string> text = textFrom(value);
+  return text ? std::move(*text) : value.get<std::string>();
 }
 
 /// Reads an object with `read`; nothing where the text is none or a value is
@@ -79,19 +70,12 @@ std::optional<CellState> cellStateOf(std::string_view name) {
 }
 
 std::string requestLine(const CheckRequest& request) {
-  Json json;
-  putFile(json, request.file);
-  json["flat"] = request.refuseFlat;
-  return jsonLine(json);
+  return jsonLine({{"file", request.file}, {"flat", request.refuseFlat}});
 }
 
 std::optional<CheckRequest> requestFrom(std::string_view line) {
   return parsed(line, [](const Json& json) -> std::optional<CheckRequest> {
-    std::optional<std::string> file = fileIn(json);
-    if (!file) {
-      return std::nullopt;
-    }
-    return CheckRequest{std::move(*file), json.value("flat", false)};
+    return CheckRequest{textIn(json, "file"), json.value("flat", false)};
   });
 }
 
@@ -104,8 +88,8 @@ std::string answerLine(const Inspection& inspection) {
 
 std::optional<Inspection> answerFrom(std::string_view line) {
   return parsed(line, [](const Json& json) -> std::optional<Inspection> {
-    return Inspection{json.at("problem").get<std::string>(), json.at("image").get<bool>(),
-                      json.at("width").get<int>(), json.at("height").get<int>()};
+    return Inspection{textIn(json, "problem"), json.at("image").get<bool>(), json.at("width").get<int>(),
+                      json.at("height").get<int>()};
   });
 }
 
@@ -113,9 +97,8 @@ std::string planLine(const SheetPlan& plan) {
   Json json = {{"title", plan.title},         {"subtitle", plan.subtitle}, {"noun", plan.noun},
                {"cellWidth", plan.cellWidth}, {"columns", plan.columns},   {"cells", Json::array()}};
   for (const SheetCell& cell : plan.cells) {
-    Json entry = {{"label", cell.label}, {"state", nameOf(cell.state)}, {"note", cell.note}};
-    putFile(entry, cell.file);
-    json["cells"].push_back(std::move(entry));
+    json["cells"].push_back(
+        {{"label", cell.label}, {"state", nameOf(cell.state)}, {"note", cell.note}, {"file", cell.file}});
   }
   return jsonLine(json);
 }
@@ -123,8 +106,8 @@ std::string planLine(const SheetPlan& plan) {
 std::optional<SheetPlan> planFrom(std::string_view text) {
   return parsed(text, [](const Json& json) -> std::optional<SheetPlan> {
     SheetPlan plan;
-    plan.title = json.value("title", "");
-    plan.subtitle = json.value("subtitle", "");
+    plan.title = textIn(json, "title", "");
+    plan.subtitle = textIn(json, "subtitle", "");
     plan.noun = json.value("noun", plan.noun);
     plan.cellWidth = json.value("cellWidth", 0);
     plan.columns = json.value("columns", 0);
@@ -134,7 +117,7 @@ std::optional<SheetPlan> planFrom(std::string_view text) {
         return std::nullopt;
       }
       plan.cells.push_back(
-          {entry.value("label", ""), fileIn(entry).value_or(""), *state, entry.value("note", "")});
+          {textIn(entry, "label", ""), textIn(entry, "file", ""), *state, textIn(entry, "note", "")});
     }
     return plan;
   });
@@ -170,7 +153,7 @@ std::optional<SheetReport> reportFrom(std::string_view line) {
         return SheetReport{kind,
                            json.value("cell", std::size_t{0}),
                            *state,
-                           json.value("text", ""),
+                           textIn(json, "text", ""),
                            json.value("width", 0),
                            json.value("height", 0)};
       }

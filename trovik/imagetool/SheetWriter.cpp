@@ -10,7 +10,6 @@
 #include <OpenImageIO/strutil.h>
 
 #include <array>
-#include <cstring>
 #include <map>
 #include <vector>
 
@@ -57,7 +56,7 @@ std::string writeSheet(const SheetPaint& sheet, const std::string& file) {
   const std::string format = formats.at(extensionOf(file));
   FileDraft draft{Path(file), Existing::Replace};
   if (draft.Error() != 0) {
-    return cannotWrite(file, std::strerror(draft.Error()));
+    return cannotWrite(file, draft.Reason());
   }
   const auto output = OIIO::ImageOutput::create(format);
   if (output == nullptr) {
@@ -71,8 +70,7 @@ std::string writeSheet(const SheetPaint& sheet, const std::string& file) {
   if (!output->open(draft.Name().Text(), layout) || !writeRows(sheet, *output, light)) {
     return cannotWrite(file, printable(output->geterror(), OddBytes::Show));
   }
-  const int error = draft.Publish();
-  return error == 0 ? std::string() : cannotWrite(file, std::strerror(error));
+  return draft.Publish() == 0 ? std::string() : cannotWrite(file, draft.Reason());
 }
 
 } // namespace trovik::image

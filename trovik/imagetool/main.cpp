@@ -5,15 +5,21 @@
 //   trovik-image sheet -o FILE  draws the contact sheet that standard input
 //                               describes; reports on standard output
 
+#include "trovik/images/ImageProtocol.h"
 #include "trovik/imagetool/Limits.h"
 #include "trovik/imagetool/Server.h"
 #include "trovik/imagetool/Sheet.h"
 
+#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <fcntl.h>
+#include <stdexcept>
+#include <string>
 #include <string_view>
 #include <sys/stat.h>
+#include <system_error>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -41,6 +47,21 @@ std::FILE* takeStandardOutput() {
   return fdopen(own, "w");
 }
 
+/// The library starts threads. A machine that has none now may soon have some.
+void startLibrary() {
+  for (int left = 40;; --left) {
+    try {
+      trovik::image::limitLibrary();
+      return;
+    } catch (const std::system_error&) {
+      if (left == 0) {
+        throw std::runtime_error("the system has no threads for it");
+      }
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+  }
+}
+
 int usage() {
   std::fputs("usage: trovik-image check\n"
              "       trovik-image sheet -o FILE\n"
@@ -63,17 +84,22 @@ int main(int count, char** arguments) {
     std::perror("trovik-image: standard output");
     return 1;
   }
-  trovik::image::limitProcess();
-  trovik::image::limitLibrary();
   bool good = true;
   try {
+    trovik::image::limitProcess();
+    startLibrary();
     if (check) {
       trovik::image::serve(stdin, output);
     } else {
       good = trovik::image::drawSheet(stdin, output, arguments[3]);
     }
   } catch (const std::exception& exception) {
-    std::fprintf(stderr, "trovik-image: %s\n", exception.what());
+    const std::string problem = std::string("trovik-image: ") + exception.what();
+    std::fprintf(stderr, "%s\n", problem.c_str());
+    if (check) { // what it was asked last stays without an answer else
+      const std::string answer = trovik::answerLine({"Cannot be looked into: " + problem, false, 0, 0});
+      std::fwrite(answer.data(), 1, answer.size(), output);
+    }
     good = false;
   }
   return std::fclose(output) == 0 && good ? 0 : 1;

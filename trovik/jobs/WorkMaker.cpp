@@ -20,24 +20,27 @@ WorkMaker::WorkMaker(const UID& type, std::string packed) : type_(type), packed_
 
 SmartHandle<Job> WorkMaker::makeWhole() const {
   SmartHandle<Job> job = JobFactory::s_JobFactory->CreateJob(type_);
-  InStream stream(packed_);
-  job->UnpackObject(stream, 1);
-  if (auto* process = dynamic_cast<ProcessJob*>(job.Get()); process != nullptr) {
-    process->ShareSearches(searches_);
-  }
-  // Jobs translate their files by this machine's path maps when they are
-  // unpacked, but not the pattern of a scene sequence, which is no file.
-  String format;
-  if (!Path::Translations().empty() && job->GetParameter(sceneNameFormat, format) && !format.empty()) {
-    job->SetParameter(sceneNameFormat, Path(format).TranslateToLocal());
-  }
+  CallModule("the module of the job's type failed to read the job", [&] {
+    InStream stream(packed_);
+    job->UnpackObject(stream, 1);
+    if (auto* process = dynamic_cast<ProcessJob*>(job.Get()); process != nullptr) {
+      process->ShareSearches(searches_);
+    }
+    // Jobs translate their files by this machine's path maps when they are
+    // unpacked, but not the pattern of a scene sequence, which is no file.
+    String format;
+    if (!Path::Translations().empty() && job->GetParameter(sceneNameFormat, format) && !format.empty()) {
+      job->SetParameter(sceneNameFormat, Path(format).TranslateToLocal());
+    }
+  });
   return job;
 }
 
 SmartHandle<Job> WorkMaker::make(const WorkInfo& work) const {
   SmartHandle<Job> job = makeWhole();
   if (work.hasFrames) {
-    job->SetParameter(p_SubRange, work.run.Text());
+    CallModule("the module of the job's type failed to take its frames",
+               [&] { job->SetParameter(p_SubRange, work.run.Text()); });
   }
   return job;
 }

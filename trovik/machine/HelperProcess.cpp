@@ -148,6 +148,12 @@ std::optional<std::string> HelperProcess::line() {
   return text;
 }
 
+void HelperProcess::wake() const {
+  if (id_ > 0) {
+    ::kill(-id_, SIGCONT);
+  }
+}
+
 HelperProcess::End HelperProcess::end() {
   End end;
   if (id_ < 0) {

@@ -49,6 +49,8 @@ public:
   /// How it ended; one that still runs is killed. Its last words are what was
   /// received and is no whole line, or was not taken.
   End end();
+  /// Lets it go on where somebody has stopped it.
+  void wake() const;
 
 private:
   void flush();

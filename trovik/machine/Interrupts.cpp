@@ -43,7 +43,7 @@ void onAlarm(int /*number*/) {
   raise(lastWish);
 }
 
-void onPipeEnd(int /*number*/) {}
+void onFailedWrite(int /*number*/) {}
 
 } // namespace
 
@@ -104,11 +104,18 @@ void endAsAsked() {
   }
 }
 
-void survivePipeEnd() {
+void surviveFailedWrites() {
   struct sigaction action {};
-  action.sa_handler = onPipeEnd;
+  action.sa_handler = onFailedWrite;
   action.sa_flags = SA_RESTART;
   sigaction(SIGPIPE, &action, nullptr);
+  sigaction(SIGXFSZ, &action, nullptr);
+  for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(number, F_GETFD) < 0) {
+      // The lowest number that is free is this one. Writing to it is an error.
+      static_cast<void>(open("/dev/null", O_RDONLY));
+    }
+  }
 }
 
 } // namespace trovik

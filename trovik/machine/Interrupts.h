@@ -52,8 +52,10 @@ private:
 /// too. To be called when all is in order and nothing is left to be done.
 void endAsAsked();
 
-/// Writing to a pipe that nobody reads any more gives an error instead of
-/// ending this process. Programs that are started keep the default.
-void survivePipeEnd();
+/// Writing to a pipe that nobody reads any more, or beyond the largest size that
+/// files may have here, gives an error instead of ending this process. Programs
+/// that are started keep the default. Standard descriptors that are closed are
+/// opened for nothing, so that no file of ours gets the number of an output.
+void surviveFailedWrites();
 
 } // namespace trovik

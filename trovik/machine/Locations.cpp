@@ -1,6 +1,8 @@
 #include "trovik/machine/Locations.h"
 
 #include "host/foundation/FileFinder.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -43,8 +45,13 @@ Path Locations::home(const char* variable, const char* belowHome) const {
   if (const auto value = environment_(variable); value && value->front() == '/') {
     return {*value};
   }
-  Path base(environment_("HOME").value_or("/"));
-  return base /= String(belowHome);
+  const auto home = environment_("HOME");
+  if (!home || home->front() != '/') {
+    throw UsageError{std::string("there is no place for what belongs to you: HOME is ") +
+                         (home ? "no absolute path, " + inQuotes(*home) : "not set"),
+                     std::string("set it, or ") + variable};
+  }
+  return Path(*home) /= String(belowHome);
 }
 
 Path Locations::settings() const {

@@ -1,10 +1,15 @@
 #include "trovik/queue/Database.h"
 
+#include "host/foundation/Descriptor.h"
+
 #include <algorithm>
 #include <cerrno>
+#include <fcntl.h>
 #include <sqlite3.h>
 #include <stdexcept>
+#include <sys/statvfs.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace trovik {
 namespace {
@@ -16,8 +21,12 @@ constexpr auto syncInterval = std::chrono::milliseconds(100);
 constexpr int pagesOfLog = 2000;
 constexpr int longestLog = 64 << 20;
 
+constexpr std::uint64_t reserveSize = std::uint64_t{4} << 20U;
+constexpr std::uint64_t plentyOfRoom = 64 * reserveSize;
+
 bool isFull(int code, int systemError) {
-  return code == SQLITE_FULL || (code == SQLITE_IOERR && (systemError == ENOSPC || systemError == EDQUOT));
+  return code == SQLITE_FULL ||
+         (code == SQLITE_IOERR && (systemError == ENOSPC || systemError == EDQUOT || systemError == EFBIG));
 }
 
 QueueError errorOf(const Path& file, int code, const std::string& message, int systemError) {
@@ -26,6 +35,10 @@ QueueError errorOf(const Path& file, int code, const std::string& message, int s
   std::string reason = message;
   if (systemError != 0 && (kind == SQLITE_IOERR || kind == SQLITE_CANTOPEN)) {
     reason += ", " + std::error_code(systemError, std::generic_category()).message();
+  }
+  if (kind == SQLITE_IOERR && systemError == EFBIG) {
+    return {QueueError::Kind::Full, "The queue may not become larger: " + name,
+            "raise the limit of this shell for the size of files, ulimit -f"};
   }
   if (isFull(kind, systemError)) {
     return {QueueError::Kind::Full, "The disk of the queue is full: " + name,
@@ -158,7 +171,28 @@ bool Database::syncLog() {
 
 QueueError Database::error(int code) {
   sqlite3* handle = connection_.getHandle();
-  return errorOf(file_, code, sqlite3_errmsg(handle), sqlite3_system_errno(handle));
+  QueueError result = errorOf(file_, code, sqlite3_errmsg(handle), sqlite3_system_errno(handle));
+  if (result.kind == QueueError::Kind::Full && unlink(reserveFile().c_str()) == 0) {
+    tookReserve_ = true;
+  }
+  return result;
+}
+
+std::string Database::reserveFile() const {
+  return file_.Branch(true, true) + "/reserve";
+}
+
+void Database::keepReserve() {
+  const std::string name = reserveFile();
+  struct statvfs disk {};
+  if (access(name.c_str(), F_OK) == 0 || statvfs(file_.c_str(), &disk) != 0 ||
+      std::uint64_t{disk.f_bavail} * disk.f_frsize < plentyOfRoom) {
+    return;
+  }
+  const Descriptor file(::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (file.IsOpen() && posix_fallocate(file.Number(), 0, reserveSize) != 0) {
+    unlink(name.c_str());
+  }
 }
 
 QueueError Database::damaged(const std::string& reason) const {

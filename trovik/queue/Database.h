@@ -90,6 +90,24 @@ public:
 
   void sync();
 
+  /// Keeps a file of some size beside the database, where its disk has plenty of
+  /// room: it goes when the disk is full, so that there is room to write down
+  /// that something is ended or removed.
+  void keepReserve();
+  /// The same as `write` for what makes room: where the disk is full it is done
+  /// once more, in place of the reserve. So the action may run twice.
+  template <typename Action> void writeFromReserve(Action action) {
+    try {
+      write(action);
+    } catch (const QueueError& error) {
+      if (error.kind != QueueError::Kind::Full || inside_ || !tookReserve_) {
+        throw;
+      }
+      tookReserve_ = false;
+      write(action);
+    }
+  }
+
   /// The error of the call that failed last, by SQLite's code.
   QueueError error(int code);
   /// What is in the file cannot be.
@@ -111,6 +129,7 @@ private:
   void syncSometimes();
   bool syncLog();
   Kept& kept(const char* sql);
+  std::string reserveFile() const;
 
   Path file_;
   std::chrono::milliseconds patience_;
@@ -121,6 +140,7 @@ private:
   bool reading_ = false;
   bool broken_ = false;   // a part of the transaction failed: the rest must not be committed
   bool unsynced_ = false; // commits since the last sync
+  bool tookReserve_ = false;
   std::chrono::steady_clock::time_point lastSync_;
 };
 

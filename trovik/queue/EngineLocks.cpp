@@ -1,11 +1,11 @@
 #include "trovik/queue/EngineLocks.h"
 
+#include "host/foundation/WriteFile.h"
 #include "trovik/queue/QueueError.h"
 #include "trovik/text/Text.h"
 
 #include <cerrno>
 #include <fcntl.h>
-#include <filesystem>
 #include <string>
 #include <sys/file.h>
 #include <system_error>
@@ -44,12 +44,10 @@ Path EngineLocks::fileOf(EngineId engine) const {
 }
 
 Descriptor EngineLocks::lockOf(const Path& file) const {
-  std::error_code error;
-  std::filesystem::create_directories(directory_.c_str(), error);
-  if (error) {
-    fail(directory_, error);
+  if (const int error = MakePrivateFolder(directory_); error != 0) {
+    fail(directory_, {error, std::generic_category()});
   }
-  Descriptor descriptor(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+  Descriptor descriptor(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   if (!descriptor.IsOpen()) {
     fail(file, {errno, std::generic_category()});
   }

@@ -13,7 +13,8 @@ namespace trovik {
 std::string networkFileSystem(const Path& directory);
 
 /// The same by what the system tells: statfs's number of the kind, and the
-/// kind in the table of mounts ("fuse.sshfs"), which only FUSE needs.
+/// kind in the table of mounts ("fuse.sshfs"). A kind of FUSE that is not known
+/// for a local disk counts as a network.
 std::string networkFileSystem(unsigned long kind, const std::string& mountKind);
 
 } // namespace trovik

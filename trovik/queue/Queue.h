@@ -40,7 +40,9 @@ public:
 
   /// Opens the queue in the directory, made where it is missing, brings an
   /// older schema up to date and refuses a newer one and network file
-  /// systems, whose locks cannot be trusted.
+  /// systems, whose locks cannot be trusted. Whatever the umask says, what is
+  /// made is for this user alone, and so is from then on what an older version
+  /// made. Who opened it to others later is left alone.
   explicit Queue(const Path& directory, const Settings& settings);
   explicit Queue(const Path& directory);
   ~Queue();
@@ -51,6 +53,8 @@ public:
   /// Where the logs of a job go when nobody says otherwise: "logs/JOB" below
   /// the directory.
   Path logDirectory(JobId job) const;
+  /// Whether the job's logs lie in such a folder, which is the job's alone.
+  bool ownsLogs(const JobRecord& job) const;
 
   /// Runs the action in one write transaction; what it throws undoes all of
   /// it. Does not nest.
@@ -77,7 +81,7 @@ public:
   std::string packed(JobId id);
   JobFrames frames(JobId id);
   /// The job that the same command began and has to go on with: one of this very
-  /// stream, for the same kind of engine, that was not canceled. The newest that
+  /// stream and put into this very file, for the same kind of engine, that was not canceled. The newest that
   /// is open; else the newest of all, where it failed or was stopped.
   std::optional<BegunJob> begun(const NewJob& job);
   /// Goes on with the job that `begun` finds, or else puts in a new one, all in
@@ -105,7 +109,8 @@ public:
   void stop(JobId id, const std::string& note);
   void resume(JobId id);
   /// Failed and canceled works become ready, with all their retries before
-  /// them, and the job open; only the frames in `only` where it is given, and
+  /// them, and the job open; a job of a copied queue is this queue's own from
+  /// then on; only the frames in `only` where it is given, and
   /// then good ones too. Works that run are left alone. Returns the frames
   /// that are to be worked (of a job without frames: works).
   std::size_t retry(JobId id, const std::optional<RunSet>& only);
@@ -192,7 +197,7 @@ public:
   bool takeClusterLock();
   void releaseClusterLock();
 
-  /// The jobs of the cluster that are open, or have arrays that are not over.
+  /// The own jobs of the cluster that are open, or have arrays that are not over.
   std::vector<JobRecord> clusterJobs();
   /// The ID of this queue, part of the names of its arrays.
   const std::string& queueId() const;

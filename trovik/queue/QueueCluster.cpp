@@ -82,7 +82,7 @@ std::vector<JobRecord> Queue::clusterJobs() {
     std::sort(others.begin(), others.end());
     ids.insert(ids.end(), others.begin(), std::unique(others.begin(), others.end()));
     for (const JobId id : ids) {
-      if (std::optional<JobRecord> record = job(id)) {
+      if (std::optional<JobRecord> record = job(id); record && record->own) {
         result.push_back(std::move(*record));
       }
     }

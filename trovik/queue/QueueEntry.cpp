@@ -59,8 +59,9 @@ std::optional<BegunJob> Queue::begun(const NewJob& job) {
       Query row(impl_->database,
                 "SELECT j.id, j.state, j.canceling FROM jobs j INDEXED BY jobs_scene "
                 "CROSS JOIN streams s ON s.job = j.id WHERE j.type = ?1 AND j.scene = ?2 AND j.output = ?3 "
-                "AND j.run_on = ?4 AND s.packed = ?5 ORDER BY j.id DESC",
-                job.type.GenString(), job.scene, job.output, nameOf(job.runOn), Blob{job.packed});
+                "AND j.run_on = ?4 AND s.packed = ?5 AND j.home = ?6 ORDER BY j.id DESC",
+                job.type.GenString(), job.scene, job.output, nameOf(job.runOn), Blob{job.packed},
+                impl_->home);
       while (row.next()) {
         BegunJob found;
         found.id = row.number();

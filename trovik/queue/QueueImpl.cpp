@@ -10,7 +10,7 @@ namespace trovik {
 
 const char* const jobColumns =
     "id, name, type, type_name, scene, range, has_frames, state, note, priority, "
-    "retries, stop_after, directory, output, logs, end_command, run_on, folder, created, "
+    "retries, stop_after, directory, output, logs, end_command, run_on, folder, home, created, "
     "started, ended";
 const char* const attemptColumns =
     "id, job, work, engine, first, last, number, state, rule, reason, lines, log, "
@@ -150,7 +150,7 @@ std::vector<std::string> linesOf(const std::string& text) {
 
 } // namespace
 
-JobRecord readJob(Query& row, const Queue& queue) {
+JobRecord readJob(Query& row, const Queue& queue, const std::string& home) {
   JobRecord job;
   job.id = row.number();
   job.name = row.text();
@@ -173,6 +173,7 @@ JobRecord readJob(Query& row, const Queue& queue) {
   const std::string endCommand = row.text();
   job.runOn = row.state<RunOn>();
   job.folder = row.text();
+  job.own = row.text() == home;
   job.created = row.moment();
   job.started = row.optionalMoment();
   job.ended = row.optionalMoment();

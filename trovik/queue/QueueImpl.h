@@ -134,16 +134,28 @@ public:
   /// and among all queues.
   std::string markOf(AttemptId attempt) const { return queueId + '-' + std::to_string(attempt); }
 
+  /// The folder for the logs of a job that is being submitted: the one that
+  /// was named, the usual one (empty), or one beside or in it where another
+  /// job, be it of a queue that was lost, has its logs.
+  std::string logsFor(JobId job, const std::string& wanted);
+  /// What tells the folder from that of another queue's job of this number.
+  std::string suffix() const { return '-' + queueId.substr(0, 8); }
+
   Path directory; // absolute
   Database database;
   EngineLocks locks;
-  std::string queueId;        // random
+  std::string queueId; // random
+  /// What tells this file of the queue from every copy: its number and birth.
+  /// Each job keeps that of the file that it was put into. Whoever makes a
+  /// queue for somebody else cannot know it, so a job that has it was put in
+  /// here.
+  std::string home;
   std::set<EngineId> entered; // engines of this object
   std::set<EngineId> lost;    // dead ones that this object takes up
 };
 
 Moment now();
-JobRecord readJob(Query& row, const Queue& queue);
+JobRecord readJob(Query& row, const Queue& queue, const std::string& home);
 AttemptRecord readAttempt(Query& row, Database& database);
 FileRecord readFile(Query& row);
 

@@ -3,6 +3,9 @@
 #include "host/foundation/Quoting.h"
 #include "trovik/queue/Statements.h"
 
+#include <filesystem>
+#include <system_error>
+
 // What users do with jobs: putting them in, stopping, retrying, removing.
 
 namespace trovik {
@@ -27,6 +30,19 @@ Standing standingOf(Database& database, JobId job) {
   return result;
 }
 
+/// Whether the folder holds what looks like the log of an attempt.
+bool holdsLogs(const std::string& folder) {
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
+    const std::string name = entry.path().filename().string();
+    const bool begins = name.starts_with("work") || name.find_first_of("-0123456789") == 0;
+    if (begins && name.ends_with(".log")) {
+      return true;
+    }
+  }
+  return false;
+}
+
 std::string endCommandText(const std::vector<std::string>& words) {
   std::vector<String> texts(words.begin(), words.end());
   return JoinCommandLine(texts);
@@ -40,13 +56,18 @@ JobId Queue::submit(const NewJob& job) {
     Database& database = impl_->database;
     Query(database,
           "INSERT INTO jobs (state, name, type, type_name, scene, range, has_frames, priority, retries, "
-          "stop_after, directory, output, logs, end_command, created, run_on) "
-          "VALUES ('waiting', ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15)",
+          "stop_after, directory, output, logs, end_command, created, run_on, home) "
+          "VALUES ('waiting', ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16)",
           job.name, job.type.GenString(), job.typeName, job.scene, job.range, job.hasFrames, job.priority,
           job.retries, job.stopAfter, job.directory, job.output, job.logs, endCommandText(job.endCommands),
-          now(), nameOf(job.runOn))
+          now(), nameOf(job.runOn), impl_->home)
         .run();
     id = database.lastId();
+    if (job.runOn == RunOn::Local || !job.logs.empty()) {
+      if (const std::string logs = impl_->logsFor(id, job.logs); logs != job.logs) {
+        Query(database, "UPDATE jobs SET logs = ?2 WHERE id = ?1", id, logs).run();
+      }
+    }
     if (job.runOn == RunOn::Cluster) {
       const std::string folder = job.folder + '/' + impl_->queueId.substr(0, 8) + '-' + std::to_string(id);
       Query(database, "UPDATE jobs SET folder = ?2, logs = iif(logs = '', ?3, logs) WHERE id = ?1", id,
@@ -76,9 +97,20 @@ JobId Queue::submit(const NewJob& job) {
   return id;
 }
 
+std::string Queue::Impl::logsFor(JobId job, const std::string& wanted) {
+  if (wanted.empty()) {
+    const std::string usual = (directory.Text() + "/logs/" + std::to_string(job));
+    std::error_code error;
+    return std::filesystem::exists(usual, error) ? usual + suffix() : std::string();
+  }
+  const bool shared =
+      Query(database, "SELECT 1 FROM jobs WHERE logs = ?1 AND id <> ?2 LIMIT 1", wanted, job).next();
+  return shared || holdsLogs(wanted) ? wanted + '/' + std::to_string(job) + suffix() : wanted;
+}
+
 bool Queue::cancel(JobId id) {
   bool open = false;
-  impl_->database.write([&] {
+  impl_->database.writeFromReserve([&] {
     const Standing job = standingOf(impl_->database, id);
     open = job.known && isOpen(job.state);
     if (!open) {
@@ -94,7 +126,7 @@ bool Queue::cancel(JobId id) {
 }
 
 void Queue::stop(JobId id, const std::string& note) {
-  impl_->database.write([&] {
+  impl_->database.writeFromReserve([&] {
     Query(impl_->database,
           "UPDATE jobs SET state = 'stopped', aside = 1, note = ?2, ended = ?3 "
           "WHERE id = ?1 AND state IN ('waiting', 'running') AND canceling = 0",
@@ -122,6 +154,7 @@ std::size_t Queue::Impl::retry(JobId job, const std::optional<RunSet>& only) {
   if (!standing.known) {
     return 0;
   }
+  Query(database, "UPDATE jobs SET home = ?2 WHERE id = ?1 AND home <> ?2", job, home).run();
   const std::vector<FrameRun> wanted = only && standing.hasFrames ? only->runs() : std::vector<FrameRun>();
   if (only && standing.hasFrames) {
     makeReady(job, wanted);
@@ -203,7 +236,7 @@ void Queue::setPriority(JobId id, int priority) {
 }
 
 void Queue::remove(JobId id) {
-  impl_->database.write([&] {
+  impl_->database.writeFromReserve([&] {
     if (impl_->hasRunning(id)) {
       throw QueueError{QueueError::Kind::Other, "Job " + std::to_string(id) + " still runs",
                        "cancel it first, with trovik cancel " + std::to_string(id)};

@@ -34,14 +34,14 @@ std::optional<JobId> idIn(Query& row) {
 std::optional<JobRecord> Queue::job(JobId id) {
   static const std::string sql = selectJobs("WHERE id = ?1");
   Query row(impl_->database, sql.c_str(), id);
-  return row.next() ? std::optional(readJob(row, *this)) : std::nullopt;
+  return row.next() ? std::optional(readJob(row, *this, impl_->home)) : std::nullopt;
 }
 
 std::vector<JobRecord> Queue::jobs() {
   static const std::string sql = selectJobs("ORDER BY id DESC");
   std::vector<JobRecord> result;
   for (Query row(impl_->database, sql.c_str()); row.next();) {
-    result.push_back(readJob(row, *this));
+    result.push_back(readJob(row, *this, impl_->home));
   }
   return result;
 }

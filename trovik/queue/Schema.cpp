@@ -204,7 +204,12 @@ constexpr const char* version3 = R"sql(
 ALTER TABLE attempts ADD COLUMN printed INTEGER;
 )sql";
 
-constexpr std::array steps = {version1, version2, version3};
+// Which file of a queue a job was put into; see Queue::Impl::home.
+constexpr const char* version4 = R"sql(
+ALTER TABLE jobs ADD COLUMN home TEXT NOT NULL DEFAULT '';
+)sql";
+
+constexpr std::array steps = {version1, version2, version3, version4};
 
 int numberOf(Database& database, const char* sql) {
   Query query(database, sql);
@@ -260,10 +265,10 @@ std::span<const char* const> schemaSteps() {
   return steps;
 }
 
-void bringUpToDate(Database& database, std::span<const char* const> wanted) {
+bool bringUpToDate(Database& database, std::span<const char* const> wanted) {
   const int newest = static_cast<int>(wanted.size());
   if (versionOf(database, newest) == newest) {
-    return;
+    return false;
   }
   useWriteAheadLog(database, database.patience());
   database.write([&] {
@@ -274,6 +279,7 @@ void bringUpToDate(Database& database, std::span<const char* const> wanted) {
     database.execute(("PRAGMA application_id = " + std::to_string(applicationId)).c_str());
     database.execute(("PRAGMA user_version = " + std::to_string(newest)).c_str());
   });
+  return true;
 }
 
 } // namespace trovik

@@ -16,7 +16,7 @@ std::span<const char* const> schemaSteps();
 
 /// Brings the database up to the version that the steps lead to, in one
 /// transaction. Throws QueueError for a database of a newer version or of
-/// another program, which stays as it was.
-void bringUpToDate(Database& database, std::span<const char* const> steps);
+/// another program, which stays as it was. False where nothing was to be done.
+bool bringUpToDate(Database& database, std::span<const char* const> steps);
 
 } // namespace trovik

@@ -134,6 +134,10 @@ struct JobRecord {
   std::vector<std::string> endCommands;
   RunOn runOn = RunOn::Local;
   std::string folder; ///< of a cluster's job: its JobFolder
+  /// Whether it was put into this very file of the queue, by this program. Of
+  /// any other, be it of a copy that came from elsewhere, nothing is started or
+  /// removed.
+  bool own = true;
   Moment created{};
   std::optional<Moment> started; ///< the first attempt
   std::optional<Moment> ended;   ///< of a job that is not open

@@ -123,10 +123,18 @@ JobStats::Use JobStats::use(const SlotsOf& slots) const {
   };
   Use use;
   std::vector<Interval> all;
+  std::map<Moment, std::int64_t> changes; // of the slots that engines had at work
   for (const auto& [engine, intervals] : intervals_) {
     // A cluster has none: what else it does is not known here.
     if (const std::size_t count = slots(engine); count > 0) {
-      use.slots += count;
+      Moment begin = Moment::max();
+      Moment end = Moment::min();
+      for (const Interval& interval : intervals) {
+        begin = std::min(begin, interval.begin);
+        end = std::max(end, interval.end);
+      }
+      changes[begin] += static_cast<std::int64_t>(count);
+      changes[end] -= static_cast<std::int64_t>(count);
       use.capacity += scaled(covered(intervals), static_cast<double>(count));
       for (const Interval& interval : intervals) {
         use.busy += between(interval.begin, interval.end);
@@ -134,6 +142,13 @@ JobStats::Use JobStats::use(const SlotsOf& slots) const {
     }
     all.insert(all.end(), intervals.begin(), intervals.end());
   }
+  std::int64_t now = 0;
+  std::int64_t most = 0;
+  for (const auto& [moment, change] : changes) {
+    now += change;
+    most = std::max(most, now);
+  }
+  use.slots = static_cast<std::size_t>(most);
   use.wall = covered(std::move(all));
   return use;
 }

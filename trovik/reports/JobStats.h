@@ -43,10 +43,10 @@ private:
     std::vector<ProgramShare> programs;
   };
   struct Use {
-    Duration busy{};     ///< of all programs together
-    Duration capacity{}; ///< slots times the time in which any of theirs ran
-    Duration wall{};     ///< in which anything ran at all
-    std::size_t slots = 0;
+    Duration busy{};       ///< of all programs together
+    Duration capacity{};   ///< slots times the time in which any of theirs ran
+    Duration wall{};       ///< in which anything ran at all
+    std::size_t slots = 0; ///< the most that engines had at one time
   };
 
   void countFrames(const JobRecord& job, const AttemptRecord& attempt);

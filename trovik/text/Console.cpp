@@ -96,9 +96,9 @@ std::string Console::colouredError(Colour colour, std::string_view text) const {
   return inColour(traits_.errorColour, colour, text);
 }
 
-Console::Writer descriptorWriter(int descriptor) {
+Console::Writer descriptorWriter(int descriptor, int* error) {
   auto closed = std::make_shared<bool>(false);
-  return [descriptor, closed](std::string_view bytes) {
+  return [descriptor, error, closed](std::string_view bytes) {
     while (!bytes.empty() && !*closed) {
       const ssize_t written = write(descriptor, bytes.data(), bytes.size());
       if (written >= 0) {
@@ -108,6 +108,9 @@ Console::Writer descriptorWriter(int descriptor) {
         poll(&wait, 1, -1);
       } else if (errno != EINTR) {
         *closed = true;
+        if (error != nullptr && errno != EPIPE) {
+          *error = errno;
+        }
       }
     }
   };

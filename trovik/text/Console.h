@@ -21,7 +21,8 @@ struct ConsoleTraits {
 /// The program's two outputs. Every message is one write, so that lines of
 /// several writers never interleave; on a terminal one live line may stand
 /// below everything that was printed. An output that was closed by its reader
-/// is given up quietly: a run must not die of it. For one thread.
+/// is given up quietly, and one that fails is given up too: a run must not die
+/// of it. For one thread.
 class Console {
 public:
   using Writer = std::function<void(std::string_view bytes)>;
@@ -65,8 +66,9 @@ private:
 };
 
 /// Writes to a descriptor until all is written, the reader has gone or the
-/// disk is full; then never again.
-Console::Writer descriptorWriter(int descriptor);
+/// disk is full; then never again. What went wrong is put into `error` (errno);
+/// a reader that has gone is nothing wrong.
+Console::Writer descriptorWriter(int descriptor, int* error = nullptr);
 
 enum class ColourChoice { Auto, Always, Never };
 

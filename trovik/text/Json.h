@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <optional>
 #include <string>
 
 namespace trovik {
@@ -19,7 +20,13 @@ Json jsonOfKind(const char* kind);
 /// Null where there is no text.
 Json textOrNull(const std::string& text);
 
-/// One line of text. Bytes that are not UTF-8 become U+FFFD.
+/// A text that may hold any bytes, so that each comes back: one that is not
+/// UTF-8 is {"hex": "6f7574ff"}.
+Json losslessText(const std::string& text);
+/// The text of such a value; nothing where it is neither form.
+std::optional<std::string> textFrom(const Json& value);
+
+/// One line of text. Texts that are not UTF-8 are lossless texts.
 std::string jsonLine(const Json& json);
 
 /// The same over several lines, for documents.

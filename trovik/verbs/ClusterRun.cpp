@@ -256,6 +256,9 @@ std::unique_ptr<Queue> collectedQueue(Session& session) {
   std::unique_ptr<Queue> queue = existingQueue(session.state());
   if (queue != nullptr) {
     collectFromCluster(session, *queue);
+  } else if (session.options().state) { // no name of a queue, most likely
+    throw UsageError{"--state: there is no queue in " + inQuotes(session.state().Text()),
+                     "the usual one is in " + inQuotes(session.locations().state().Text())};
   }
   return queue;
 }

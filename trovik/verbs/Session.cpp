@@ -66,7 +66,10 @@ void Session::loadModules() {
   }
   loaded_ = true;
   findModulePath();
-  if (loadQuietly() == 0) {
+  // A type file of the user's own directory takes the place of an installed one
+  // with the same ID. Who did that on purpose need not hear it each time.
+  SetSubjectLevel(LogSubject::TypeInUse, LogLevel::Info);
+  if (orRefuse("", "", [&] { return modules_.Load(modulePath_); }) == 0) {
     refuseNoModule();
   }
 }
@@ -109,33 +112,6 @@ void Session::refuseNoModule() const {
   }
   throw UsageError{"no module was found" + (searched.empty() ? "" : " in " + joined(searched, ", ")),
                    "an empty directory in the module path stands for the usual ones: --module-path DIR:"};
-}
-
-/// A type file of the user's own directory takes the place of an installed one
-/// with the same ID. The module warns about the one that is left out; who did
-/// that on purpose need not hear it each time.
-int Session::loadQuietly() {
-  std::vector<String> replaced;
-  const LogSink usual = SetLogSink({});
-  SetLogSink([&](LogLevel level, const String& text) {
-    if (text.find("specifices a type ID that is already in use by") != String::npos) {
-      replaced.push_back(text);
-    } else if (usual) {
-      usual(level, text);
-    }
-  });
-  int loaded = 0;
-  try {
-    loaded = orRefuse("", "", [&] { return modules_.Load(modulePath_); });
-  } catch (const UsageError&) {
-    SetLogSink(usual);
-    throw;
-  }
-  SetLogSink(usual);
-  for (const String& text : replaced) {
-    LogInfo(text);
-  }
-  return loaded;
 }
 
 DetectFunction Session::detection() const {

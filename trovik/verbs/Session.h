@@ -47,7 +47,6 @@ private:
   void loadSettings() const;
   void findModulePath();
   [[noreturn]] void refuseNoModule() const;
-  int loadQuietly();
 
   const CommonOptions& options_;
   Console& console_;

@@ -16,17 +16,30 @@ namespace {
 /// Logs in the queue's own directory belong to the job; a folder that the user
 /// named may hold anything. True when they are gone.
 bool removeLogs(const Queue& queue, const JobRecord& job) {
-  const Path own =
-      job.runOn == RunOn::Cluster ? JobFolder(Path(job.folder)).logs() : queue.logDirectory(job.id);
-  if (!job.logs.empty() && job.logs != own.Text()) {
+  if (job.runOn == RunOn::Cluster ? job.logs != JobFolder(Path(job.folder)).logs().Text()
+                                  : !queue.ownsLogs(job)) {
     return false;
   }
   std::error_code error;
-  std::filesystem::remove_all(own.c_str(), error);
+  std::filesystem::remove_all(job.logs, error);
   if (error) {
-    LogWarning("cannot remove the logs " + inQuotes(own.Text()) + ": " + error.message());
+    LogWarning("cannot remove the logs " + inQuotes(job.logs) + ": " + error.message());
   }
   return !error;
+}
+
+/// Whether what lies there is what was made for this very job.
+bool isFolderOf(const Queue& queue, const JobRecord& job) {
+  if (!job.own) {
+    return false;
+  }
+  try {
+    const FolderJob there = JobFolder(Path(job.folder)).read();
+    return there.queue == queue.queueId() && there.job == job.id;
+  } catch (Exception* exception) {
+    LogDebug(takeText(exception));
+    return false;
+  }
 }
 
 /// What the nodes were told.
@@ -58,13 +71,20 @@ JobDone remove(Session& session, Queue& queue, const JobRecord& job, bool json) 
                          : "their engine died; \"trovik engine --job " + id +
                                "\" takes them up, or, after \"trovik cancel " + id + "\", ends them"};
   }
-  if (job.runOn == RunOn::Cluster) {
+  const bool onCluster = job.runOn == RunOn::Cluster;
+  if (onCluster && job.own) {
     endOnCluster(session, queue, job, json);
   }
+  // Asked before the record goes, which says whose it is.
+  std::error_code ignored;
+  const bool isThere = onCluster && std::filesystem::exists(job.folder, ignored);
+  const bool removesFolder = isThere && isFolderOf(queue, job);
   queue.remove(job.id);
-  const bool logs = removeLogs(queue, job);
-  if (job.runOn == RunOn::Cluster) {
+  const bool logs = (removesFolder || !isThere) && removeLogs(queue, job);
+  if (removesFolder) {
     removeFolder(job);
+  } else if (isThere) {
+    LogWarning("the folder " + inQuotes(job.folder) + " was not made for this job here, and stays");
   }
   std::string text = "job " + id + "  deleted";
   if (!logs && !job.logs.empty()) {

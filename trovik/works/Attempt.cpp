@@ -4,6 +4,7 @@
 #include "trovik/text/UsageError.h"
 #include "trovik/works/OutcomeText.h"
 
+#include <cerrno>
 #include <utility>
 
 namespace trovik {
@@ -20,7 +21,7 @@ Attempt::~Attempt() {
   job_->SetObserver(nullptr);
 }
 
-bool Attempt::start(Machine& machine) {
+Attempt::Start Attempt::start(Machine& machine, Shortage shortage) {
   started_ = machine.now();
   if (auto* render = dynamic_cast<RenderJob*>(process_); render != nullptr && work_.attempt > 1) {
     render->FollowsAnotherAttempt();
@@ -28,7 +29,7 @@ bool Attempt::start(Machine& machine) {
   ProcessStart start;
   if (!process_->PrepareWork(start)) {
     conclude(process_->Status(), started_);
-    return false;
+    return Start::Failed;
   }
   outcome_.command = commandText(start);
   // By its mark all that it starts is found, also when this engine has died.
@@ -38,11 +39,15 @@ bool Attempt::start(Machine& machine) {
     const ProgramRun::Patience patience{process_->RunTimeLimit(), process_->SilenceLimit()};
     run_.emplace(machine.start(start), patience, started_, [this](std::string_view text) { onOutput(text); });
   } catch (Exception* exception) {
+    if (exception->Number() == EAGAIN && shortage == Shortage::Waits) {
+      delete exception;
+      return Start::Later;
+    }
     conclude(process_->FailWork(takeText(exception)), started_);
-    return false;
+    return Start::Failed;
   }
   process_->WorkSpawned(run_->Id());
-  return true;
+  return Start::Runs;
 }
 
 int Attempt::outputDescriptor() const {
@@ -67,6 +72,9 @@ void Attempt::advance(Clock::time_point now) {
       conclude(judge(), now);
     }
     return;
+  }
+  if (process_->HasModuleFailed()) {
+    run_->Dismiss(now);
   }
   run_->Advance(now);
   if (run_->IsOver()) {

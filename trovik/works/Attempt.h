@@ -39,9 +39,14 @@ public:
   Attempt(const Attempt&) = delete;
   Attempt& operator=(const Attempt&) = delete;
 
-  /// Starts the program. False when it could not be started; the result is
-  /// there then.
-  bool start(Machine& machine);
+  /// What becomes of a start while the system has no process to give.
+  enum class Shortage { Fails, Waits };
+  enum class Start {
+    Runs,
+    Failed, ///< it could not be started; the result is there
+    Later,  ///< there is a shortage; the attempt is of no further use
+  };
+  Start start(Machine& machine, Shortage shortage = Shortage::Fails);
 
   /// What to wait for now; -1 where there is nothing.
   int outputDescriptor() const;

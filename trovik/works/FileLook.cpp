@@ -1,7 +1,7 @@
 #include "trovik/works/FileLook.h"
 
+#include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
-#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <sys/stat.h>
@@ -19,8 +19,8 @@ FileLook::FileLook(ImageInspector& inspector, const RenderJob& job) {
   try {
     files = job.FilesToCheck();
     refuseFlat = job.GetParameterOrOption(p_RefuseFlatImages, true, true).Bool();
-  } catch (Exception* exception) {
-    LogDebug("files to check: " + takeText(exception)); // the job's own check tells it
+  } catch (...) {
+    LogDebug("files to check: " + TakeCaughtText()); // the job's own check tells it
   }
   for (const RenderJob::WorkFile& file : files) {
     if (!isFilled(file.File)) {

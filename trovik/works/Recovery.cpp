@@ -73,18 +73,22 @@ bool Recovery::advance(Machine& machine) {
       return false;
     }
     programsEnded_ = true;
-    begin();
+    guard([this] { begin(); });
   }
-  if (log_ && !readLog()) {
-    return false;
+  if (log_) {
+    bool all = true;
+    guard([this, &all] { all = readLog(); });
+    if (!all) {
+      return false;
+    }
   }
   if (!look_) {
-    look();
+    guard([this] { look(); });
   }
   if (look_ && !look_->isOver()) {
     return false;
   }
-  judge();
+  guard([this] { judge(); });
   over_ = true;
   return true;
 }
@@ -140,6 +144,19 @@ void Recovery::onLine(std::string_view line) {
   if (!decided_ && !process.ErrorLine().empty()) {
     decided_ = true;
     tail_.markDeciding();
+  }
+}
+
+/// Where the type's module fails, nothing is known of the files.
+template <typename Step> void Recovery::guard(Step step) {
+  try {
+    step();
+  } catch (...) {
+    LogWarning("job " + std::to_string(lost_.attempt.job) +
+               ": what a lost attempt left is not checked: " + TakeCaughtText());
+    job_ = {};
+    log_.reset();
+    look_.reset();
   }
 }
 

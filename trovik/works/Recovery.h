@@ -50,6 +50,7 @@ private:
   void begin();
   bool readLog();
   void onLine(std::string_view line);
+  template <typename Step> void guard(Step step);
   void look();
   void judge();
   void takeVerdict(const ProcessJob& process);

@@ -3,13 +3,15 @@
 #include "host/foundation/Path.h"
 #include "trovik/records/Records.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
 
 namespace trovik {
 
-/// The output of one attempt, kept byte for byte.
+/// The output of one attempt, kept byte for byte up to a bound. Beyond it the
+/// start and the end are kept.
 class AttemptLog {
 public:
   virtual ~AttemptLog() = default;
@@ -27,23 +29,35 @@ public:
 };
 
 /// Logs as files of one directory: "7-9.log", for a further attempt
-/// "7-9.attempt2.log". A program that prints nothing has none. A log that cannot be written (a full disk)
-/// costs a warning, never the work.
+/// "7-9.attempt2.log"; where there is one of that name it belongs to somebody
+/// else, is left alone, and ".other2" stands before the ending. A program that
+/// prints nothing has none. A log that cannot be written (a full disk) costs a
+/// warning, never the work; it stops where its disk is nearly full.
 class RunLogDirectory final : public RunLogs {
 public:
+  /// Whose the files are: of this user alone, or as the umask says.
+  enum class Access { Private, Usual };
+
   /// Makes the directory and those above it. Throws a UsageError when it
   /// cannot.
-  explicit RunLogDirectory(Path directory);
+  explicit RunLogDirectory(Path directory, Access access = Access::Usual);
+  /// The same with a bound in bytes for each log in place of the settings':
+  /// key Limit in the section Logs, in MiB. For tests.
+  RunLogDirectory(Path directory, Access access, std::int64_t bound);
 
   std::unique_ptr<AttemptLog> open(const std::string& name, int attempt) override;
   const Path& directory() const { return directory_; }
 
 private:
   Path directory_;
+  Access access_;
+  std::int64_t bound_;
 };
 
 /// For where no log can be written: all that is written is lost.
 std::unique_ptr<RunLogs> noLogs();
+
+inline constexpr std::string_view logEnding = ".log";
 
 /// The file that such a directory has for an attempt; see there.
 Path logFile(Path directory, const std::string& name, int attempt);

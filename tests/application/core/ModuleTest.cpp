@@ -199,4 +199,151 @@ TEST_F(ModuleLoading, SkipsTypesThatCannotBeDescribedOrAreTaken) {
   EXPECT_EQ(NameOf(k_CodeType), "Code");
 }
 
+class ThrowingModule : public ModuleLoading {
+protected:
+  ThrowingModule() {
+    Install("code", "a");
+    File = Install("throwing", "a").Text();
+    TypeFile("a/x.tvx", "00000000-0000-4000-8000-000000000001", "Sketch");
+  }
+
+  // What is logged where the module throws in this place.
+  Lines LogOf(const char* places) {
+    const EnvironmentValue throws("TROVIK_TEST_THROWS", places);
+    const LogCapture log;
+    Loader.Load({In("a")});
+    EXPECT_EQ(NameOf(k_CodeType), "Code") << places;
+    Loader.Unload();
+    Lines lines = log.Lines();
+    std::erase_if(lines, [](const String& line) { return line.starts_with("code: "); });
+    return lines;
+  }
+
+  String File;
+};
+
+TEST_F(ThrowingModule, CostsItsOwnTypesAndIsNamed) {
+  const String named = "the module " + File;
+  const String failed = "the module " + File + " failed to load: ";
+  EXPECT_EQ(LogOf(""), Lines{});
+  EXPECT_EQ(LogOf("OnModuleLoad"), (Lines{failed + "thrown in OnModuleLoad"}));
+  EXPECT_EQ(LogOf("OnModuleLoad=7"), (Lines{failed + "an error without a text"}));
+  EXPECT_EQ(LogOf("ListTypes"), (Lines{failed + "thrown in ListTypes"}));
+  EXPECT_EQ(LogOf("GetTypeInfo"), (Lines{named + " cannot describe its type "
+                                                 "c0de0000-0000-4000-8000-000000000002: thrown in "
+                                                 "GetTypeInfo"}));
+  EXPECT_EQ(LogOf("OnModuleUnload"), (Lines{named + " failed to unload: thrown in OnModuleUnload"}));
+}
+
+TEST_F(ThrowingModule, IsNamedWithItsTypeWhereThatIsUsed) {
+  const LogCapture log;
+  Loader.Load({In("a")});
+  const UID type = Id("c0de0000-0000-4000-8000-000000000002");
+  const EnvironmentValue throws("TROVIK_TEST_THROWS", "AutoDetect GetLatestExeSearch SetType DeleteJob");
+  std::map<String, String> parameters;
+  EXPECT_EQ(MessageOf([&] { Loader.AutoDetect(type, "Scene", parameters); }),
+            "the module " + File + " failed with its type \"Throwing\": thrown in AutoDetect");
+  std::vector<Path> paths;
+  Path exe;
+  EXPECT_EQ(MessageOf([&] { Loader.LatestExecutableSearch(type, paths, paths, exe); }),
+            "the module " + File + " failed with its type \"Throwing\": thrown in GetLatestExeSearch");
+  EXPECT_EQ(MessageOf([&] { JobFactory::s_JobFactory->CreateJob(type); }),
+            "the module of the type \"Throwing\" made no job: thrown in SetType");
+  EXPECT_EQ(log.Lines(),
+            (Lines{"code: load code.so", "a module failed to delete a job: thrown in DeleteJob"}));
+}
+
+TEST_F(ThrowingModule, CostsTheTypeFileThatIsTried) {
+  const LogCapture log;
+  Loader.LoadWithoutTypeFiles({In("a")});
+  const EnvironmentValue throws("TROVIK_TEST_THROWS", "LoadVirtualModuleData");
+  EXPECT_FALSE(Loader.TryTypeFile(In("a/x.tvx"), {}));
+  EXPECT_EQ(log.Lines().back(), "the module " + File + " failed to read " + In("a/x.tvx").Text() +
+                                    ": thrown in LoadVirtualModuleData");
+}
+
+TEST_F(ModuleLoading, ATypeFileWarnsSoOftenAndNoMore) {
+  Install("typefiles", "a");
+  const auto listOf = [](int count, const char* section, const std::string& value) {
+    std::string text = std::string("[") + section + "]\n";
+    for (int i = 0; i < count; ++i) {
+      text += std::to_string(i) + "=" + value + (value == "missing" ? std::to_string(i) : "") + "\n";
+    }
+    return text;
+  };
+  std::string unknownKeys = "[many]\n";
+  for (int i = 0; i < 500; ++i) {
+    unknownKeys += "key" + std::to_string(i) + "=1\n";
+  }
+  const auto write = [&](const char* file, const std::string& id, const std::string& rest) {
+    WriteFile(Directory / file,
+              "[Module]\nID=00000000-0000-4000-8000-00000000000" + id + "\nName=Sketch " + id + "\n" + rest);
+  };
+  write("a/1.tvx", "1", listOf(500, "PrimaryParameters", "missing"));
+  write("a/2.tvx", "2", listOf(500, "PrimaryParameters", "many") + unknownKeys);
+  write("a/3.tvx", "3", listOf(500, "OverrideFlags", "Nonsense"));
+  write("a/4.tvx", "4", listOf(3, "PrimaryParameters", "missing"));
+  const LogCapture log;
+  Loader.Load({In("a")});
+  Lines lines = log.Lines();
+  const auto count = [&lines](const String& text) {
+    return std::count_if(lines.begin(), lines.end(),
+                         [&text](const String& line) { return line.find(text) != String::npos; });
+  };
+  EXPECT_EQ(count("/1.tvx:"), 20);
+  EXPECT_EQ(count("/2.tvx:"), 20);
+  EXPECT_EQ(count("unknown flag"), 20);
+  EXPECT_EQ(count("/4.tvx:"), 3);
+  EXPECT_EQ(count("the type \"Sketch 1\" has 480 further mistakes; \"trovik check\" tells them of its file"),
+            1);
+  EXPECT_EQ(count("the type \"Sketch 2\" has "), 1);
+  EXPECT_EQ(count("the type \"Sketch 3\" has 480 further mistakes"), 1);
+  EXPECT_EQ(lines.size(), 1U + 20 + 20 + 20 + 3 + 3);
+}
+
+TEST_F(ModuleLoading, AJobOutlivesItsModule) {
+  Install("code", "a");
+  const LogCapture log;
+  Loader.Load({In("a")});
+  {
+    const SmartHandle<Job> job = JobFactory::s_JobFactory->CreateJob(Id(k_CodeType));
+    Loader.Unload();
+    EXPECT_EQ(NameOf(k_CodeType), "unknown");
+    EXPECT_EQ(job->Execute(), k_StatusFinished);
+    EXPECT_EQ(job->GetParameterOrOption("Title", true, true), "");
+  }
+  EXPECT_EQ(log.Lines(), (Lines{"code: load code.so", "code: unload", "code: delete job"}));
+}
+
+TEST_F(ModuleLoading, ALaterCallBringsItsTypesToLibrariesThatAreThere) {
+  Install("typefiles", "a");
+  TypeFile("a/x.tvx", "00000000-0000-4000-8000-000000000001", "First");
+  TypeFile("b/x.tvx", "00000000-0000-4000-8000-000000000002", "Second");
+  const LogCapture log;
+  EXPECT_EQ(Loader.Load({In("a")}), 1);
+  EXPECT_EQ(Loader.Load({In("b"), In("a")}), 0);
+  EXPECT_EQ(NameOf("00000000-0000-4000-8000-000000000001"), "First");
+  EXPECT_EQ(NameOf("00000000-0000-4000-8000-000000000002"), "Second");
+  EXPECT_EQ(log.Lines(), (Lines{"typefiles: load " + Directory.Name() + "/a/typefiles.so",
+                                "typefiles: load " + Directory.Name() + "/b/typefiles.so"}));
+}
+
+TEST_F(ModuleLoading, ALibraryIsInOneLoaderAndThereOnce) {
+  const Path file = Install("code", "a");
+  std::filesystem::create_hard_link(file.c_str(), Directory / "a/other.so");
+  const LogCapture log;
+  EXPECT_EQ(Loader.Load({In("a")}), 1);
+  {
+    ModuleLoader second;
+    EXPECT_EQ(second.Load({In("a")}), 0);
+  }
+  EXPECT_EQ(NameOf(k_CodeType), "Code");
+  const auto refused = [this](const char* leaf) {
+    return "the module " + In("a").Text() + "/" + leaf +
+           " is loaded already, under another name or by another loader, and is left out";
+  };
+  EXPECT_EQ(log.Lines(),
+            (Lines{"code: load code.so", refused("other.so"), refused("code.so"), refused("other.so")}));
+}
+
 } // namespace

@@ -356,7 +356,7 @@ TEST_F(Execute, WhatAModuleRaisesOnALineEndsTheProgramAndFailsTheWork) {
     RaiseException("Module", k_ErrorSyntax, "the moon is full");
   };
   EXPECT_EQ(job.Execute(), k_StatusFailed);
-  EXPECT_EQ(job.Note(), "the moon is full");
+  EXPECT_EQ(job.Note(), "The module of the type \"Test type\" failed in ProcessLine: the moon is full");
   ASSERT_GT(program, 0);
   EXPECT_TRUE(HasEnded(program));
 }

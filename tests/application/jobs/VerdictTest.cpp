@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <stdexcept>
 
 namespace {
 
@@ -48,6 +49,27 @@ TEST_F(Verdict, BadExitCodeQuotesTheLastLine) {
   const std::vector<std::pair<String, String>> expected = {
       {"Note", "Exit code 3; last line: cannot open bricks.png"}};
   EXPECT_EQ(m_Recorder.Changes, expected);
+}
+
+TEST_F(Verdict, AModuleThatFailsAtALineFailsTheWork) {
+  TestJob& job = Started();
+  job.OnLine = [](const String& line) {
+    if (line == "bad") {
+      throw std::runtime_error("no such key");
+    }
+    if (line == "worse") {
+      throw 7;
+    }
+  };
+  const LogSink before = SetLogSink([](LogLevel, const String&) {});
+  job.WorkLine("reading scene");
+  job.WorkLine("bad");
+  job.WorkLine("worse"); // not judged any more
+  SetLogSink(before);
+  EXPECT_EQ(job.FinishWork(Exit(0)), k_StatusFailed);
+  EXPECT_EQ(job.Note(), "The module of the type \"" + m_Info->Name + "\" failed in ProcessLine: no such key");
+  EXPECT_EQ(job.DecidedBy(), Rule::Result);
+  EXPECT_EQ(job.Lines, (std::vector<String>{"reading scene", "bad"}));
 }
 
 TEST_F(Verdict, BadExitCodeWithoutOutputSaysJustThat) {

@@ -1,5 +1,12 @@
 #include "tests/trovik/engine/EngineTest.h"
 
+#include "trovik/engine/EndCommand.h"
+
+#include "host/foundation/Exception.h"
+#include "host/foundation/Log.h"
+
+#include <cerrno>
+
 namespace trovik {
 namespace {
 
@@ -465,6 +472,90 @@ TEST_F(EngineTest, ProgramsCarryTheMarkOfTheirAttempt) {
   ASSERT_EQ(machine.started.size(), 2U);
   EXPECT_FALSE(machine.started[0].Mark.empty());
   EXPECT_NE(machine.started[0].Mark, machine.started[1].Mark);
+}
+
+TEST_F(EngineTest, AMachineWithoutProcessesIsWaitedFor) {
+  int refused = 0;
+  machine.beforeStart = [&](const ProcessStart& start) {
+    if (frames(start) == "2-2" && refused++ < 3) {
+      RaiseException("Process", k_ErrorSystem, "cannot start it", EAGAIN);
+    }
+  };
+  std::vector<std::string> log;
+  const LogSink before = SetLogSink([&](LogLevel, const String& text) { log.push_back(text); });
+  const RunSummary summary = run("1-3");
+  SetLogSink(before);
+  EXPECT_EQ(recorder.events, (Events{"run 1-3 frames=3 works=3 slots=1", "start 1 1/1", "good 1",
+                                     "start 2 1/1", "good 2", "start 3 1/1", "good 3"}));
+  EXPECT_EQ(refused, 4);
+  EXPECT_EQ(log, std::vector<std::string>{
+                     "this machine has no more processes to give (EAGAIN); works are started when it has"});
+  EXPECT_TRUE(summary.allGood());
+}
+
+TEST_F(EngineTest, AWorkFailsWhereAMachineHasNoProcessesForLong) {
+  machine.beforeStart = [](const ProcessStart&) {
+    RaiseException("Process", k_ErrorSystem, "cannot start it", EAGAIN);
+  };
+  const LogSink before = SetLogSink([](LogLevel, const String&) {});
+  const RunSummary summary = run("1");
+  SetLogSink(before);
+  EXPECT_EQ(recorder.events.back(), "failed 1: cannot start it: Resource temporarily unavailable");
+  EXPECT_GE(machine.elapsed(), 60s);
+  EXPECT_EQ(summary.failed.text(), "1");
+}
+
+TEST_F(EngineTest, AModuleThatFailsAtALineFailsItsWorkAlone) {
+  machine.behaviour = [](const ProcessStart& start) {
+    return script(1s, 0, frames(start) == "2-2" ? "throw\n" : "");
+  };
+  const RunSummary summary = run("1-3");
+  EXPECT_EQ(recorder.events,
+            (Events{"run 1-3 frames=3 works=3 slots=1", "start 1 1/1", "good 1", "start 2 1/1",
+                    "failed 2: The module of the type \"Sketch\" failed in ProcessLine: thrown at a line",
+                    "start 3 1/1", "good 3"}));
+  EXPECT_EQ(summary.failed.text(), "2");
+}
+
+TEST_F(EngineTest, AModuleThatFailsAtTheVerdictCostsItsOwnJobAlone) {
+  job->SetParameter(p_Scene, "throw at the end");
+  const JobId hostile = submit("1-2");
+  job->SetParameter(p_Scene, "");
+  const JobId sound = submit("5-6");
+  std::vector<std::string> log;
+  const LogSink before = SetLogSink([&](LogLevel, const String& text) { log.push_back(text); });
+  LocalEngine engine(machine, queue, inspector, machine, recorder);
+  EnginePlan plan;
+  plan.untilEmpty = true;
+  EXPECT_TRUE(engine.run(plan));
+  SetLogSink(before);
+  EXPECT_EQ(log, (std::vector<std::string>{"job 1, 1: The module of its type failed: thrown at the end",
+                                           "job 1, 2: The module of its type failed: thrown at the end"}));
+  EXPECT_EQ(queue.job(hostile)->state, JobState::Failed);
+  EXPECT_EQ(queue.job(hostile)->note, "The module of its type failed: thrown at the end");
+  EXPECT_EQ(queue.job(sound)->state, JobState::Good);
+}
+
+TEST(EndCommand, ANoteOnTheDesktopTakesNoNameForAnOption) {
+  JobRecord job;
+  job.name = "--help";
+  const std::vector<String> words = endWords(desktopNote, endValues(job, RunSummary()));
+  ASSERT_EQ(words.size(), 5U);
+  EXPECT_EQ(words[2], "--");
+  EXPECT_TRUE(words[4].starts_with("--help ")) << words[4];
+}
+
+TEST(EndCommand, OfAJobThatCameWithACopyNothingIsStarted) {
+  JobRecord job;
+  job.id = 3;
+  job.own = false;
+  job.endCommands = {"/there/is/no/such/program"}; // which would be a warning of its own
+  std::vector<std::string> log;
+  const LogSink before = SetLogSink([&](LogLevel, const String& text) { log.push_back(text); });
+  startEndCommands(job, RunSummary());
+  SetLogSink(before);
+  EXPECT_EQ(log, std::vector<std::string>{"job 3: its end command is not started, since the job came with a "
+                                          "copy of another queue"});
 }
 
 } // namespace

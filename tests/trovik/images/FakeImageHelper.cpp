@@ -39,6 +39,8 @@ void misbehave(const std::string& file) {
     for (;;) {
       pause();
     }
+  } else if (names(file, "stop")) {
+    raise(SIGSTOP);
   } else if (names(file, "garbage")) {
     say("error while loading shared libraries: libpicture.so\n");
   } else if (names(file, "flood")) {

@@ -54,7 +54,7 @@ TEST_F(ImageHelperTest, AnswersComeInTheOrderOfTheQuestionsFromOneProcess) {
   ask("b", true);
   ask("c\xff\n");
   EXPECT_GE(helper.descriptor(), 0);
-  EXPECT_EQ(helper.deadline(), now + seconds(120));
+  EXPECT_EQ(helper.deadline(), now + seconds(2)); // whether somebody has stopped it
   waitFor(3);
   EXPECT_EQ(problems[0], "a");
   EXPECT_EQ(problems[1], "flat b");
@@ -62,6 +62,21 @@ TEST_F(ImageHelperTest, AnswersComeInTheOrderOfTheQuestionsFromOneProcess) {
   EXPECT_EQ(processes[0], processes[2]);
   EXPECT_EQ(helper.descriptor(), -1);
   EXPECT_EQ(helper.deadline(), std::nullopt);
+}
+
+TEST_F(ImageHelperTest, AStoppedHelperGoesOnAndHoldsUpNobody) {
+  ask("stop");
+  ask("b");
+  const Clock::time_point end = Clock::now() + seconds(30);
+  // The clock of the patience hardly moves: a second for each look.
+  while (problems.size() < 2 && Clock::now() < end && now < Clock::time_point(seconds(1100))) {
+    pollfd entry{helper.descriptor(), POLLIN, 0};
+    if (poll(&entry, 1, 100) == 0) {
+      now += seconds(1);
+    }
+    helper.advance(now);
+  }
+  EXPECT_EQ(problems, (Problems{"stop", "b"}));
 }
 
 TEST_F(ImageHelperTest, AnAnswerMayAskAgain) {
@@ -106,7 +121,7 @@ TEST_F(ImageHelperTest, AFileThatTakesForEverIsGivenUp) {
   now += seconds(1);
   helper.advance(now);
   EXPECT_EQ(problems, Problems{"Could not be decoded within 120 s"});
-  EXPECT_EQ(helper.deadline(), now + seconds(120));
+  EXPECT_EQ(helper.deadline(), now + seconds(2));
   waitFor(2);
   EXPECT_EQ(problems.back(), "b");
 }

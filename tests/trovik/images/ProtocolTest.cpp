@@ -20,7 +20,7 @@ TEST(ImageProtocol, FileNamesOfAnyBytesComeBack) {
     EXPECT_TRUE(request->refuseFlat);
   }
   EXPECT_EQ(requestLine({"a.png", false}), "{\"file\":\"a.png\",\"flat\":false}\n");
-  EXPECT_EQ(requestLine({"\xff.png", false}), "{\"fileHex\":\"ff2e706e67\",\"flat\":false}\n");
+  EXPECT_EQ(requestLine({"\xff.png", false}), "{\"file\":{\"hex\":\"ff2e706e67\"},\"flat\":false}\n");
 }
 
 TEST(ImageProtocol, AnswersComeBack) {
@@ -33,8 +33,9 @@ TEST(ImageProtocol, AnswersComeBack) {
 }
 
 TEST(ImageProtocol, GarbageIsNoRequestAndNoAnswer) {
-  for (const char* line : {"", "x", "{", "[]", "7", "null", "{}", "{\"file\":7}", "{\"fileHex\":\"f\"}",
-                           "{\"fileHex\":\"zz\"}", "{\"file\":\"a\",\"flat\":3}", "{\"file\":\"\xff\"}"}) {
+  for (const char* line :
+       {"", "x", "{", "[]", "7", "null", "{}", "{\"file\":7}", "{\"file\":{\"hex\":\"f\"}}",
+        "{\"file\":{\"hex\":\"zz\"}}", "{\"file\":\"a\",\"flat\":3}", "{\"file\":\"\xff\"}"}) {
     EXPECT_FALSE(requestFrom(line)) << line;
     EXPECT_FALSE(answerFrom(line)) << line;
     EXPECT_FALSE(reportFrom(line)) << line;

@@ -110,5 +110,15 @@ TEST(AbsolutePath, CountsFromTheCurrentDirectory) {
   EXPECT_EQ(absolutePath("/a/./b").Text(), "/a/./b");
 }
 
+TEST(Locations, WithoutAHomeThereIsNoPlaceAndItIsTold) {
+  const Locations without(lookupIn({}), Path("/b"));
+  const Refusal refusal = refusalOf([&] { without.state(); });
+  EXPECT_EQ(refusal.message, "there is no place for what belongs to you: HOME is not set");
+  EXPECT_EQ(refusal.hint, "set it, or XDG_STATE_HOME");
+  const Locations relative(lookupIn({{"HOME", "a"}}), Path("/b"));
+  EXPECT_EQ(refusalOf([&] { relative.settings(); }).message,
+            "there is no place for what belongs to you: HOME is no absolute path, \"a\"");
+}
+
 } // namespace
 } // namespace trovik

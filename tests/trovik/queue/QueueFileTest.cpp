@@ -14,6 +14,8 @@
 #include <dlfcn.h>
 #include <filesystem>
 #include <functional>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace {
@@ -178,7 +180,7 @@ TEST_F(QueueFile, AnOlderVersionIsBroughtUpStepByStep) {
       "CREATE TABLE never (x)", "ALTER TABLE jobs ADD COLUMN length INTEGER NOT NULL DEFAULT 0",
       "UPDATE jobs SET length = length(name); CREATE INDEX jobs_length ON jobs (length)"};
   bringUpToDate(database, steps);
-  EXPECT_EQ(ask("PRAGMA user_version"), 3);
+  EXPECT_EQ(ask("PRAGMA user_version"), 4);
   EXPECT_EQ(ask("SELECT sum(length) FROM jobs"), 9);
   EXPECT_EQ(ask("SELECT count(*) FROM sqlite_schema WHERE name = 'never'"), 0);
   bringUpToDate(database, steps); // nothing is left to do
@@ -263,6 +265,123 @@ TEST_F(QueueFile, TheNumberOfTheFilesKindIsTheOneOfTheTests) {
   EXPECT_EQ(applicationId, 1416787537); // which smallVersion1 holds
 }
 
+std::filesystem::perms rightsOf(const std::string& file) {
+  return std::filesystem::status(file).permissions() & std::filesystem::perms::all;
+}
+
+constexpr auto ownerFile = std::filesystem::perms::owner_read | std::filesystem::perms::owner_write;
+constexpr auto ownerFolder = std::filesystem::perms::owner_all;
+
+TEST_F(QueueFile, WhatIsMadeIsForItsOwnerAloneWhateverTheUmask) {
+  const mode_t before = umask(0);
+  const std::string folder = directory.file("a/state");
+  Queue queue{Path(folder)};
+  queue.enterEngine(1);
+  queue.submit(jobOf("1"));
+  umask(before);
+  EXPECT_EQ(rightsOf(folder), ownerFolder);
+  EXPECT_EQ(rightsOf(folder + "/engines"), ownerFolder);
+  for (const char* name : {"/queue.db", "/queue.db-wal", "/queue.db-shm", "/engines/1.lock"}) {
+    EXPECT_EQ(rightsOf(folder + name), ownerFile) << name;
+  }
+}
+
+TEST_F(QueueFile, WhatAnOlderVersionLeftOpenIsClosedOnce) {
+  const mode_t before = umask(022);
+  const std::string folder = directory.makeDirectory("state");
+  std::filesystem::permissions(folder, static_cast<std::filesystem::perms>(0755));
+  std::filesystem::create_directory(folder + "/logs");
+  SQLite::Database(folder + "/queue.db", SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE)
+      .exec(std::string(schemaSteps()[0]) + "PRAGMA application_id = 1416787537; PRAGMA user_version = 1;");
+  umask(before);
+  { Queue{Path(folder)}; }
+  EXPECT_EQ(rightsOf(folder), ownerFolder);
+  EXPECT_EQ(rightsOf(folder + "/logs"), ownerFolder);
+  EXPECT_EQ(rightsOf(folder + "/queue.db"), ownerFile);
+  // Who opens it later wants others to look.
+  const auto shared = static_cast<std::filesystem::perms>(0644);
+  std::filesystem::permissions(folder + "/queue.db", shared);
+  { Queue{Path(folder)}; }
+  EXPECT_EQ(rightsOf(folder + "/queue.db"), shared);
+}
+
+TEST_F(QueueFile, AFolderThatHoldsOtherThingsStaysAsItIs) {
+  const std::string folder = directory.makeDirectory("project");
+  std::filesystem::permissions(folder, static_cast<std::filesystem::perms>(0755));
+  directory.write("project/scene.pov", "");
+  { Queue{Path(folder)}; }
+  EXPECT_EQ(rightsOf(folder), static_cast<std::filesystem::perms>(0755));
+  EXPECT_EQ(rightsOf(folder + "/queue.db"), ownerFile);
+}
+
+TEST_F(QueueFile, AJobIsOwnWhereItWasPutInAlone) {
+  NewJob streamed = jobOf("1");
+  streamed.packed = "stream";
+  JobId id = 0;
+  {
+    Queue queue{Path(directory.path())};
+    id = queue.submit(streamed);
+    EXPECT_TRUE(queue.job(id)->own);
+    EXPECT_TRUE(queue.ownsLogs(*queue.job(id)));
+    NewJob cluster = jobOf("2");
+    cluster.runOn = RunOn::Cluster;
+    cluster.folder = "/shared";
+    queue.submit(cluster);
+    EXPECT_EQ(queue.clusterJobs().size(), 1U);
+  }
+  EXPECT_TRUE(Queue{Path(directory.path())}.job(id)->own);
+  const std::string copy = directory.makeDirectory("copy");
+  std::filesystem::copy_file(databaseFile(), copy + "/queue.db");
+  Queue queue{Path(copy)};
+  EXPECT_FALSE(queue.job(id)->own);
+  EXPECT_FALSE(queue.ownsLogs(*queue.job(id)));
+  EXPECT_TRUE(queue.clusterJobs().empty());
+  EXPECT_FALSE(queue.begun(streamed).has_value());
+  EXPECT_TRUE(queue.job(queue.submit(jobOf("3")))->own);
+  queue.retry(id, std::nullopt);
+  EXPECT_TRUE(queue.job(id)->own);
+  ASSERT_TRUE(queue.begun(streamed).has_value());
+  EXPECT_EQ(queue.begun(streamed)->id, id);
+}
+
+TEST_F(QueueFile, AReserveGoesWhenTheDiskIsFull) {
+  Queue::Settings settings;
+  settings.pageLimit = 60;
+  Queue queue(Path(directory.path()), settings);
+  const std::string reserve = directory.file("reserve");
+  struct statvfs disk {};
+  ASSERT_EQ(statvfs(reserve.c_str(), &disk), 0) << "the disk of the tests is too small";
+  EXPECT_EQ(rightsOf(reserve), ownerFile);
+  NewJob job = jobOf("1,2");
+  job.packed = std::string(20000, 'p');
+  QueueError error;
+  for (int i = 0; i < 100 && error.message.empty(); ++i) {
+    error = queueErrorOf([&] { queue.submit(job); });
+  }
+  EXPECT_EQ(error.kind, QueueError::Kind::Full);
+  EXPECT_FALSE(std::filesystem::exists(reserve));
+  { Queue again{Path(directory.path())}; }
+  EXPECT_TRUE(std::filesystem::exists(reserve));
+}
+
+TEST_F(QueueFile, AnotherJobsLogsAreNeverTaken) {
+  directory.write("logs/1/1-1.log", "of a queue that was lost");
+  Queue queue{Path(directory.path())};
+  const std::string first = queue.job(queue.submit(jobOf("1")))->logs;
+  EXPECT_EQ(first, directory.file("logs/1-" + queue.queueId().substr(0, 8)));
+  EXPECT_EQ(queue.job(queue.submit(jobOf("1")))->logs, directory.file("logs/2"));
+  EXPECT_TRUE(queue.ownsLogs(*queue.job(1)));
+  NewJob named = jobOf("1");
+  named.logs = directory.makeDirectory("mine");
+  directory.write("mine/notes.log", "of something else");
+  EXPECT_EQ(queue.job(queue.submit(named))->logs, named.logs);
+  EXPECT_EQ(queue.job(queue.submit(named))->logs, named.logs + "/4-" + queue.queueId().substr(0, 8));
+  named.logs = directory.makeDirectory("other");
+  directory.write("other/7-9.attempt2.log", "of another queue");
+  EXPECT_EQ(queue.job(queue.submit(named))->logs, named.logs + "/5-" + queue.queueId().substr(0, 8));
+  EXPECT_FALSE(queue.ownsLogs(*queue.job(5)));
+}
+
 TEST_F(QueueFile, NetworkFileSystemsAreRefused) {
   Queue::Settings settings;
   settings.networkFileSystem = [](const Path& /*directory*/) { return "NFS"; };
@@ -280,10 +399,21 @@ TEST_F(QueueFile, NetworkFileSystemsAreKnownByTheirNumberOrMount) {
   EXPECT_EQ(networkFileSystem(0xFF534D42, ""), "SMB");
   EXPECT_EQ(networkFileSystem(0x517B, ""), "SMB");
   EXPECT_EQ(networkFileSystem(0x65735546, "fuse.sshfs"), "sshfs");
+  EXPECT_EQ(networkFileSystem(0x65735546, "fuse.glusterfs"), "glusterfs");
+  EXPECT_EQ(networkFileSystem(0x65735546, "fuse.unheard-of"), "unheard-of");
+  EXPECT_EQ(networkFileSystem(0x65735546, "virtiofs"), "virtiofs");
+  EXPECT_EQ(networkFileSystem(0x65735546, ""), "FUSE");
   EXPECT_EQ(networkFileSystem(0x65735546, "fuseblk"), "");
-  EXPECT_EQ(networkFileSystem(0x65735546, ""), "");
+  EXPECT_EQ(networkFileSystem(0x65735546, "fuse.mergerfs"), "");
+  EXPECT_EQ(networkFileSystem(0x0BD00BD0, "lustre"), "Lustre");
+  EXPECT_EQ(networkFileSystem(0x00C36400, "ceph"), "Ceph");
+  EXPECT_EQ(networkFileSystem(0x47504653, "gpfs"), "GPFS");
+  EXPECT_EQ(networkFileSystem(0x19830326, "beegfs"), "BeeGFS");
+  EXPECT_EQ(networkFileSystem(0x01021997, "9p"), "9P");
+  EXPECT_EQ(networkFileSystem(0x7461636F, "ocfs2"), "OCFS2");
+  EXPECT_EQ(networkFileSystem(0x1234, "wekafs"), "wekafs");
   EXPECT_EQ(networkFileSystem(0xEF53, "ext4"), "");
-  EXPECT_EQ(networkFileSystem(0x0BD00BD0, "lustre"), "");
+  EXPECT_EQ(networkFileSystem(0x794C7630, "overlay"), "");
   EXPECT_EQ(networkFileSystem(Path("/proc")), "");
   EXPECT_EQ(networkFileSystem(Path("/not/there")), "");
 }

@@ -95,6 +95,19 @@ TEST(Stats, GoodFramesOfAFailedPacketAreNoLoss) {
                                          "throughput  270 frames an hour, in 40 s\n");
 }
 
+TEST(Stats, EnginesOneAfterTheOtherShareTheirSlots) {
+  const auto of = [](EngineId engine, std::chrono::seconds begin) {
+    AttemptRecord attempt = attemptOf("1", begin, 10s);
+    attempt.engine = engine;
+    return attempt;
+  };
+  JobStats stats;
+  stats.add(jobWith(1), {of(1, 0s), of(2, 100s), of(3, 105s)});
+  Json document;
+  stats.fill(document, twoSlots);
+  EXPECT_EQ(document["slots"], 4); // two of them at one time
+}
+
 TEST(Stats, OfSeveralJobsNameThem) {
   JobStats stats;
   stats.add(jobWith(1), {attemptOf("1", 0s, 10s)});

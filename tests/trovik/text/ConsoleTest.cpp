@@ -1,7 +1,11 @@
 #include "trovik/text/Console.h"
 
+#include "trovik/machine/Interrupts.h"
+
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <csignal>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -96,13 +100,31 @@ TEST(Console, LayoutInAPipeIsEightyColumns) {
   EXPECT_EQ(narrow.console.layoutWidth(), 20U);
 }
 
-TEST(DescriptorWriter, FullDiskIsGivenUpQuietly) {
+TEST(DescriptorWriter, FullDiskIsGivenUpAndNoted) {
   const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
   ASSERT_GE(full, 0);
-  const Console::Writer writer = descriptorWriter(full);
+  int error = 0;
+  const Console::Writer writer = descriptorWriter(full, &error);
   writer("x");
-  writer("y");
+  EXPECT_EQ(error, ENOSPC);
+  error = 0;
+  writer("y"); // which is not even tried
+  EXPECT_EQ(error, 0);
   EXPECT_EQ(close(full), 0);
+}
+
+TEST(DescriptorWriter, AReaderThatHasGoneIsNothingWrong) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  close(ends[0]);
+  struct sigaction before {};
+  ASSERT_EQ(sigaction(SIGPIPE, nullptr, &before), 0);
+  surviveFailedWrites();
+  int error = 0;
+  descriptorWriter(ends[1], &error)("x");
+  sigaction(SIGPIPE, &before, nullptr);
+  EXPECT_EQ(error, 0);
+  close(ends[1]);
 }
 
 TEST(DescriptorWriter, WritesAll) {

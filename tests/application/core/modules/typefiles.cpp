@@ -7,6 +7,7 @@ namespace {
 
 std::vector<UID> g_Types;
 std::map<UID, String> g_Names;
+std::map<UID, Path> g_Files;
 
 } // namespace
 
@@ -22,6 +23,7 @@ bool LoadVirtualModuleData(const Path& file) {
   }
   g_Types.push_back(id);
   g_Names[id] = ini.GetValue("Module", "Name", "");
+  g_Files[id] = file;
   return true;
 }
 
@@ -56,6 +58,20 @@ extern "C" void ListTypes(std::vector<UID>& types) {
 
 extern "C" void GetTypeInfo(const UID& type, JobTypeInfo* info) {
   info->Name = g_Names[type];
+  IniFile file;
+  file.SetFilename(g_Files[type]);
+  file.Load(true, true);
+  IniFile definitions(file, false);
+  file.SetSection("PrimaryParameters");
+  String key;
+  String name;
+  while (file.GetNextValue(key, name)) {
+    SLoadParameter(name, definitions, info);
+  }
+  file.SetSection("OverrideFlags");
+  while (file.GetNextValue(key, name)) {
+    STranslateFlag(name);
+  }
 }
 
 extern "C" Job* CreateJob() {

@@ -1,0 +1,151 @@
+#include "trovik/engine/LocalEngine.h"
+
+#include "host/foundation/Exception.h"
+#include "host/foundation/Log.h"
+
+#include <algorithm>
+#include <utility>
+
+// What each turn of the engine's loop writes into the queue, and tells once it
+// is written.
+
+namespace trovik {
+
+/// False when the queue could not be written; all is kept for the next turn.
+bool LocalEngine::recordTurn() {
+  const bool wantsWork =
+      stops_ == 0 && mayHaveWork_ && !yields_ && claimed_.empty() && busySlots() < plan_.slots;
+  const bool putAside = stops_ > 0 && plan_.only && !putAside_;
+  if (ended_.empty() && settled_.empty() && notes_.empty() && processes_.empty() && programEnds_.empty() &&
+      !wantsWork && !putAside) {
+    return true;
+  }
+  std::vector<Claim> claims;
+  std::vector<bool> again;
+  try {
+    queue_.inTransaction([&] { writeTurn(claims, again); });
+  } catch (const QueueError& error) {
+    if (!error.passes()) {
+      throw;
+    }
+    mayHaveWork_ = true;
+    if (!troubled_) {
+      LogWarning(error.message + "; nothing is started until it can be written again");
+    }
+    troubled_ = true;
+    return false;
+  }
+  if (troubled_) {
+    LogWarning("the queue can be written again");
+    troubled_ = false;
+  }
+  putAside_ = putAside_ || putAside;
+  claimed_.insert(claimed_.end(), claims.begin(), claims.end());
+  tellTurn(again);
+  return true;
+}
+
+void LocalEngine::writeTurn(std::vector<Claim>& claims, std::vector<bool>& again) {
+  if (stops_ > 0 && plan_.only && !putAside_ && interrupts_.byUser()) {
+    queue_.stop(*plan_.only, "Stopped by the user");
+  }
+  for (const auto& [attempt, process] : processes_) {
+    queue_.noteProcess(attempt, process);
+  }
+  for (const auto& [attempt, end] : programEnds_) {
+    queue_.noteEnd(attempt, end);
+  }
+  for (const Note& note : notes_) {
+    queue_.noteFile(note.attempt, note.file);
+  }
+  for (const auto& attempt : ended_) {
+    again.push_back(queue_.settle(attempt->outcome()));
+  }
+  for (const Settled& settled : settled_) {
+    again.push_back(queue_.settle(settled.outcome));
+  }
+  mayHaveWork_ =
+      mayHaveWork_ || std::find(again.begin(), again.end(), true) != again.end() || !settled_.empty();
+  if (stops_ == 0 && claimed_.empty() && mayHaveWork_ && !yields_) {
+    claimWorks(claims);
+  }
+}
+
+void LocalEngine::claimWorks(std::vector<Claim>& claims) {
+  const std::size_t busy = busySlots();
+  if (busy >= plan_.slots) {
+    mayHaveWork_ = true;
+    return;
+  }
+  // How wide a work is shows only when its job is known, so wide ones are taken
+  // one by one; the last of them may have to wait for its slots.
+  const std::size_t wanted = plan_.slotsAreCpus ? 1 : plan_.slots - busy;
+  claims = queue_.claim(engine_, wanted, plan_.only, refused_);
+  mayHaveWork_ = claims.size() == wanted;
+}
+
+void LocalEngine::tellTurn(const std::vector<bool>& again) {
+  std::size_t place = 0;
+  for (const auto& attempt : ended_) {
+    WorkResult result = attempt->result();
+    result.again = result.verdict == Verdict::Failed && again[place];
+    ++place;
+    if (const auto job = jobs_.find(attempt->claim().job); job != jobs_.end()) {
+      job->second->tell(attempt->job(), result.reason);
+    }
+    events_.workEnded(attempt->work(), result);
+  }
+  for (const Settled& settled : settled_) {
+    if (settled.work && (!plan_.only || plan_.only == settled.work->job)) {
+      tellLost(settled, again[place]);
+    }
+    ++place;
+  }
+  // A job of which nothing more was claimed may have ended; its end is told
+  // before another one begins.
+  const bool perhapsOver = std::any_of(ended_.begin(), ended_.end(), [this](const auto& attempt) {
+    return std::none_of(claimed_.begin(), claimed_.end(),
+                        [&](const Claim& claim) { return claim.job == attempt->claim().job; });
+  });
+  const bool anyEnded = !ended_.empty() || !settled_.empty();
+  ended_.clear();
+  settled_.clear();
+  notes_.clear();
+  processes_.clear();
+  programEnds_.clear();
+  if (!recoveries_.empty() && std::all_of(recoveries_.begin(), recoveries_.end(),
+                                          [](const auto& one) { return one->isRecorded(); })) {
+    recoveries_.clear();
+    queue_.releaseLost();
+  }
+  if (perhapsOver) {
+    finishJobs();
+  }
+  if (anyEnded && running_.empty()) {
+    nextTick_ = machine_.now();
+  }
+}
+
+/// What became of an attempt whose engine died. It began in another run.
+void LocalEngine::tellLost(const Settled& lost, bool again) {
+  try {
+    if (open(lost.work->job) == nullptr) {
+      return;
+    }
+  } catch (...) {
+    LogDebug(TakeCaughtText()); // a job that cannot be worked here
+    return;
+  }
+  WorkResult result;
+  result.verdict = verdictOf(lost.outcome.state);
+  result.rule = lost.outcome.rule;
+  result.good = lost.outcome.good;
+  result.again = again;
+  result.reason = lost.outcome.reason;
+  result.lines = lost.outcome.lines;
+  result.log = Path(lost.outcome.log);
+  result.duration = lost.outcome.duration;
+  events_.workEnded(*lost.work, result);
+}
+
+} // namespace trovik
