@@ -1,4 +1,5 @@
 #include "host/application/ProgramRun.h"
+#include "host/application/RenderJob.h"
 
 #include "host/foundation/Exception.h"
 #include "host/foundation/LineSplitter.h"
@@ -73,6 +74,9 @@ int ProcessJob::RunWork() {
   ProcessStart start;
   if (!PrepareWork(start)) {
     return Status();
+  }
+  if (auto* render = dynamic_cast<RenderJob*>(this)) {
+    render->NoteFilesBefore(false);
   }
   if (m_Interrupt.load() >= 0) {
     return FinishWork(ProcessExit(), Ended::Canceled);

@@ -285,15 +285,11 @@ bool RenderJob::PreExecute() {
   return SceneNamesAreTaken() && CreateOutputFolder() && ScenesAreThere();
 }
 
-bool RenderJob::ValidateResources() {
-  if (!ProcessJob::ValidateResources()) {
-    return false;
-  }
-  const KnownFrames& known = Frames(); // the start directory is settled
+void RenderJob::NoteFilesBefore(bool followsAnother) {
+  const KnownFrames& known = Frames();
   if (known.Rule != FileRule::None && (FindsImages() || !known.ExpectedFiles.empty())) {
-    m_Before.Note(known.ExpectedFiles, FileFolders(), m_CloseEarlier);
+    m_Before.Note(known.ExpectedFiles, FileFolders(), followsAnother);
   }
-  return true;
 }
 
 String RenderJob::CreateCommandLine(Path& executable) {

@@ -42,8 +42,6 @@ public:
   /// failed work's note becomes the job's, with the frames before it.
   void OnChildChange(SmartHandle<const Job> child, const String& name, const String& value) override;
   bool PreExecute() override;
-  /// Also notes what files are there before the program is started.
-  bool ValidateResources() override;
   String CreateCommandLine(Path& executable) override;
   Path GetLatestExecutable() override;
   int CheckResult(int exitCode) override;
@@ -121,12 +119,15 @@ public:
   std::vector<FrameRun> GoodFrames() const;
 
   /// Files count as the work's when they were written since then, instead of
-  /// since PrepareWork.
+  /// since NoteFilesBefore.
   void CheckFilesSince(const timespec& start) { m_Before.Since(start); }
 
-  /// Another attempt at this work ended a moment ago and may have left files:
-  /// PrepareWork makes sure that they can be told from this one's.
-  void FollowsAnotherAttempt() { m_CloseEarlier = true; }
+  /// Notes what files are there, between PrepareWork and the program's start; a
+  /// file that the program leaves alone is then no file of the work. After
+  /// `followsAnother`, an attempt that ended a moment ago may have left some, and
+  /// this waits until they can be told from this one's, mostly 4 ms. Raises
+  /// Exception* like FilesToCheck.
+  void NoteFilesBefore(bool followsAnother);
 
   /// From now on no file is looked at: each counts as good, but none proves
   /// anything. For judging a saved output whose files are not at hand.
@@ -197,7 +198,6 @@ private:
   bool m_TooManyImages = false;
   bool m_FilesUnseen = false;
   FilesBefore m_Before;
-  bool m_CloseEarlier = false;
   bool m_TranslateImages = false;
   bool m_FilesAreOfFrames = false; // of m_Checked
   mutable std::optional<KnownFrames> m_KnownFrames;

@@ -52,8 +52,9 @@ private:
 /// Reaps adopted processes that have ended, while their program still runs.
 void ReapAdopted();
 
-/// What is started from now on carries the number of that mark; without one,
-/// what this process was started with. Process does that for what it starts.
+/// This process, and what is started from now on, carries the number of that
+/// mark; without one, what this process was started with. Process does that for
+/// the moment in which it starts a program.
 void CarryMark(const String& mark);
 
 /// Sends a signal to every process of this machine for which the question is

@@ -274,7 +274,6 @@ void Process::Start(const ProcessStart& start) {
   RequirePassable(start);
   const std::vector<String> environment = EnvironmentOf(start);
   if (m_Detached) {
-    CarryMark(String());
     m_Id = SpawnDetached(start, environment);
     return;
   }
@@ -290,6 +289,7 @@ void Process::Start(const ProcessStart& start) {
   fcntl(reader.Number(), F_SETPIPE_SZ, k_PipeSize);
   CarryMark(start.Mark);
   const int error = Spawn(start, environment, writer.Number(), false, m_Id);
+  CarryMark(String()); // who looks for the mark must not take this process for one that has it
   if (error != 0) {
     RaiseStartError(start, error);
   }

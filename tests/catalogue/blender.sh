@@ -166,13 +166,6 @@ case_missing_library() {
   bad "error line" "Error line: Info: Cannot find lib '*s/cube.blend'"
 }
 
-case_unwritable_folder() {
-  scene s/cube.blend
-  read_only out
-  render blender s/cube.blend --range 1 --out out
-  bad "error line" "Error line: Error: Render error (*) cannot save: '*out/cube_0001.png'"
-}
-
 case_full_disk() {
   scene s/cube.blend
   full out

@@ -51,15 +51,6 @@ case_jpeg_cut_short() {
   bad "error line" "Error line: Premature end of JPEG file"
 }
 
-case_unwritable_folder() {
-  photo img.png
-  read_only out
-  render darktable-cli img.png --out out --set ConfigFolder="$PWD/config"
-  bad "error line" "Error line: *could not write to directory: \`$PWD/out'!"
-  render darktable-cli img.png --out out
-  bad "error line" "Error line: path lookup '$PWD/out/.darktable/img.png' fails with: *"
-}
-
 case_full_disk() {
   photo img.png 640x480
   full out

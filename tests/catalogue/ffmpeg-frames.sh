@@ -55,13 +55,6 @@ case_scene_cut_short() {
   bad "error line" "Error line: *clip.mp4: corrupt input packet in stream 0"
 }
 
-case_unwritable_folder() {
-  clip clip.mp4 2
-  read_only out
-  render ffmpeg-frames clip.mp4 --out out
-  bad "error line" "Error line: *Could not open file :*out/clip_0001.png"
-}
-
 case_full_disk() {
   clip clip.mp4 2
   full out

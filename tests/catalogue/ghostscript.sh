@@ -67,13 +67,6 @@ case_scene_cut_short() {
   bad "error line" "Error line: *no startxref token found"
 }
 
-case_unwritable_folder() {
-  paper s/a.pdf 1
-  read_only out
-  render gs s/a.pdf --out out
-  bad "error line" "Error line: *Could not open the file '$PWD/out/a_0001.png'."
-}
-
 case_full_disk() {
   paper s/a.pdf 1
   full out

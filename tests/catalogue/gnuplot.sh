@@ -99,14 +99,6 @@ case_exit_code_of_the_script() {
   bad result "Exit code 3*"
 }
 
-case_unwritable_folder() {
-  script s/wave.gp 'plot x'
-  read_only out
-  render gnuplot s/wave.gp "${small[@]}" --out out
-  bad "error line" "Error line: line 0: cannot open file; output not changed"
-  said "system error: Read-only file system"
-}
-
 # Nothing is said, and it is exit code 0: the empty file tells.
 case_full_disk() {
   script s/wave.gp 'plot x'

@@ -39,13 +39,6 @@ case_jpeg_cut_short() {
   bad "error line" "Error line: convert: Premature end of JPEG file *"
 }
 
-case_unwritable_folder() {
-  images s/a 1
-  read_only out
-  render convert s/a_0001.png --out out
-  bad "error line" "Error line: convert: unable to open image *out/a_0001.png': *"
-}
-
 case_full_disk() {
   images s/a 1
   full out

@@ -39,15 +39,6 @@ case_broken_scene() {
   bad "error line" "Error line: *parser error : *"
 }
 
-case_unwritable_folder() {
-  drawing s/a.svg
-  read_only out
-  render inkscape s/a.svg --out out
-  bad "error line" "Error line: InkFileExport::do_export_png: Failed to export to $PWD/out/a.png"
-  render inkscape s/a.svg --out out --set Format=pdf
-  bad "error line" "Error line: inkscape: fopen($PWD/out/a.pdf): Read-only file system"
-}
-
 # Inkscape says nothing of it where it writes PNG or PDF.
 case_full_disk() {
   drawing s/a.svg

@@ -120,6 +120,13 @@ good() { # [FRAMES]
   fi
 }
 
+# Nothing was started, and the first words of the errors match.
+nothing_started() { # PATTERN
+  [ "$status" -eq 2 ] || fail "a refused run ends with exit code $status"
+  # shellcheck disable=SC2053  # a pattern
+  [[ $(head -n 1 "$tree/.errors") == "trovik: error: "$1 ]] || fail "the words are \"$(head -n 1 "$tree/.errors")\", not \"$1\""
+}
+
 bad() { # RULE PATTERN
   [ "$status" -eq 1 ] || fail "a bad run ends with exit code $status"
   local count=0 rule reason

@@ -73,16 +73,6 @@ case_broken_scene() {
   bad "error line" "Error line: Error: It's not valid Mandelbulber settings file. No header"
 }
 
-case_unwritable_folder() {
-  bulb s/bulb.fract
-  keyframes s/flight.fract
-  read_only out
-  render mandelbulber2 s/bulb.fract "${small[@]}" --out out
-  bad "error line" "Error line: Error: Can't save image to PNG file!"
-  render mandelbulber-animation s/flight.fract "${small[@]}" --out out --range 0-1
-  bad "error line" "Error line: Error: Can't save image to PNG file!"
-}
-
 # A small image is only lost when its file is closed: the empty file tells.
 case_full_disk() {
   bulb s/bulb.fract

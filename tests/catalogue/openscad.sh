@@ -101,15 +101,6 @@ case_wrong_kind_of_format() {
   bad "error line" "Error line: Current top level object is not a 2D object."
 }
 
-case_unwritable_folder() {
-  part s/part.scad
-  read_only out
-  render openscad s/part.scad --out out
-  bad "error line" "Error line: Can't open file \"*out/part.stl\" for export"
-  render openscad-picture s/part.scad "${small[@]}" --out out
-  bad "error line" "Error line: Can't open file \"*out/part.png\" for export"
-}
-
 case_full_disk() {
   part s/part.scad
   full out

@@ -67,13 +67,6 @@ case_mended_scene_is_good() {
   said "Syntax Error"
 }
 
-case_unwritable_folder() {
-  paper a.pdf 1
-  read_only out
-  render pdftoppm a.pdf --range 1 --out out
-  bad "error line" "Error line: Could not write image to $PWD/out/a_0001.png; exiting"
-}
-
 case_full_disk() {
   paper a.pdf 1
   full out

@@ -84,13 +84,6 @@ case_missing_scene() {
   bad "error line" "*Cannot find file*s/roll.pov*"
 }
 
-case_unwritable_folder() {
-  ball s/roll.pov
-  read_only out
-  render povray-animation s/roll.pov "${small[@]}" --range 1-2 --set FinalFrame=2 --out out
-  bad "error line" "Error line: *Cannot*"
-}
-
 case_full_disk() {
   ball s/roll.pov
   full out

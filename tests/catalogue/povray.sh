@@ -43,7 +43,7 @@ case_unwritable_folder() {
   ball s/one.pov
   read_only out
   render povray s/one.pov "${small[@]}" --out out
-  bad "error line" "Error line: *Cannot*"
+  nothing_started '--out: nothing can be written to "*out": Read-only file system'
 }
 
 case_full_disk() {

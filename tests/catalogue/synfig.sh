@@ -112,13 +112,6 @@ case_unknown_canvas() {
 }
 
 # It is exit code 0 for Synfig.
-case_unwritable_folder() {
-  ball s/ball.sif
-  read_only out
-  render synfig s/ball.sif --range 1 --out out
-  bad "error line" '*error: Unable to create output for "*s/ball.sif": Read-only file system'
-}
-
 # Nothing is said: the empty file tells.
 case_full_disk() {
   ball s/ball.sif

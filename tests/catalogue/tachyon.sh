@@ -98,15 +98,6 @@ case_wrong_option() {
 }
 
 # Nothing is said of most formats: the files tell.
-case_unwritable_folder() {
-  ball s/ball.dat
-  read_only out
-  render tachyon s/ball.dat "${small[@]}" --out out
-  bad files "Missing file: *out/ball.png"
-  render tachyon s/ball.dat "${small[@]}" --out out --set Format=TGA
-  bad "error line" "Error line: *Cannot create *out/ball.tga for output!"
-}
-
 case_full_disk() {
   ball s/ball.dat
   full out

@@ -2,7 +2,7 @@
 . "$(dirname "$0")/lib.sh"
 type_file form <<END
 [Module]
-ID=11111111-2222-3333-4444-555555555555
+ID=11111111-2222-3333-4444-555555555556
 Name=Form
 Command=args "$TMP/args" $(printf '%s' '$(Width) $(Title.Enquote) $(Texture.Enquote)')
 [PrimaryParameters]

@@ -76,7 +76,6 @@ HelperProcess::HelperProcess(const std::vector<String>& arguments) {
   const Descriptor theirs(ends[1]);
   fcntl(ends[0], F_SETFL, O_NONBLOCK);
   const std::vector<String> environment = BuildEnvironment({});
-  CarryMark(String());
   const int error =
       SpawnRecords(ends[1]).spawn(id_, PointersTo(arguments).data(), PointersTo(environment).data());
   if (error != 0) {

@@ -23,9 +23,6 @@ Attempt::~Attempt() {
 
 Attempt::Start Attempt::start(Machine& machine, Shortage shortage) {
   started_ = machine.now();
-  if (auto* render = dynamic_cast<RenderJob*>(process_); render != nullptr && work_.attempt > 1) {
-    render->FollowsAnotherAttempt();
-  }
   ProcessStart start;
   if (!process_->PrepareWork(start)) {
     conclude(process_->Status(), started_);
@@ -36,6 +33,9 @@ Attempt::Start Attempt::start(Machine& machine, Shortage shortage) {
   start.Mark = String(claim_.mark);
   start.Environment.emplace_back("TROVIK_JOB", String(std::to_string(claim_.job)));
   try {
+    if (auto* render = dynamic_cast<RenderJob*>(process_)) {
+      render->NoteFilesBefore(work_.attempt > 1);
+    }
     const ProgramRun::Patience patience{process_->RunTimeLimit(), process_->SilenceLimit()};
     run_.emplace(machine.start(start), patience, started_, [this](std::string_view text) { onOutput(text); });
   } catch (Exception* exception) {

@@ -18,9 +18,10 @@ protected:
     return job;
   }
   // What is there now was there before the program.
-  static void Start(TestJob& job) {
+  static void Start(TestJob& job, bool followsAnother = false) {
     ProcessStart start;
     EXPECT_TRUE(job.PrepareWork(start)) << job.Note();
+    job.NoteFilesBefore(followsAnother);
   }
 
   static void SetAge(const Path& file, time_t seconds) {
@@ -144,8 +145,7 @@ TEST_F(FileCheck, FileOfAFailedAttemptAMomentAgoIsNotThisOnes) {
   for (int round = 0; round < 50; ++round) {
     const Path file = Write("a.png", "image");
     const Path named = Write("named.png", "image");
-    job.FollowsAnotherAttempt();
-    Start(job);
+    Start(job, true);
     EXPECT_EQ(job.DoCheckFile(file, 7), 5);
     EXPECT_EQ(job.DoCheckFile(named, 7), 5);
     // Written anew at once, with the same contents: nothing but its stamps tells.

@@ -4,6 +4,7 @@
 
 #include <poll.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
@@ -23,10 +24,15 @@ protected:
   DescendantsTest() { AdoptDescendants(); }
 };
 
+// Of this process alone: the same tests may run at the same time.
+String MarkOf(const String& name) {
+  return name.empty() ? name : name + "-" + std::to_string(getpid());
+}
+
 ProcessStart ShellStart(const String& script, const String& mark) {
   ProcessStart start;
   start.Arguments = {"/bin/sh", "-c", script};
-  start.Mark = mark;
+  start.Mark = MarkOf(mark);
   return start;
 }
 
@@ -80,8 +86,8 @@ TEST_P(EscapeTest, IsSeenAfterTheProgramAndKilled) {
   EndOf(process);
   ASSERT_FALSE(process.Remaining().empty());
   const pid_t left = process.Remaining().front();
-  EXPECT_TRUE(CarriesMark(left, "seen"));
-  EXPECT_FALSE(CarriesMark(left, "another"));
+  EXPECT_TRUE(CarriesMark(left, MarkOf("seen")));
+  EXPECT_FALSE(CarriesMark(left, MarkOf("another")));
   process.Kill();
   EXPECT_TRUE(Ends(process));
   EXPECT_NE(kill(left, 0), 0);
