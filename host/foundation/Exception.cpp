@@ -47,7 +47,7 @@ String TakeCaughtText() {
     text = failure.what();
   } catch (...) { // told below
   }
-  return text.empty() ? String("an error without a text") : text;
+  return text.empty() ? String("An error without a text") : text;
 }
 
 void RaiseForeign(const String& who) {

@@ -227,7 +227,7 @@ TEST_F(ThrowingModule, CostsItsOwnTypesAndIsNamed) {
   const String failed = "the module " + File + " failed to load: ";
   EXPECT_EQ(LogOf(""), Lines{});
   EXPECT_EQ(LogOf("OnModuleLoad"), (Lines{failed + "thrown in OnModuleLoad"}));
-  EXPECT_EQ(LogOf("OnModuleLoad=7"), (Lines{failed + "an error without a text"}));
+  EXPECT_EQ(LogOf("OnModuleLoad=7"), (Lines{failed + "An error without a text"}));
   EXPECT_EQ(LogOf("ListTypes"), (Lines{failed + "thrown in ListTypes"}));
   EXPECT_EQ(LogOf("GetTypeInfo"), (Lines{named + " cannot describe its type "
                                                  "c0de0000-0000-4000-8000-000000000002: thrown in "
