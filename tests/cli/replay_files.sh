@@ -65,12 +65,12 @@ END
 # A log of another machine: the path maps tell where its images lie here.
 mkdir here
 cp out/a_0001.txt here/a_0001.txt
-printf "saved /farm/images/a_0001.txt\ndone\n" >log
+printf "saved /another/images/a_0001.txt\ndone\n" >log
 run 1 replay paint log --files --scene a_0001.pnt --out here
-out_has "note     Missing file: /farm/images/a_0001.txt"
+out_has "note     Missing file: /another/images/a_0001.txt"
 mkdir -p "$XDG_CONFIG_HOME/trovik"
-printf '[PathMaps]\n1=/farm/images;%s\n2=/farm/scenes;%s\n' "$TMP/work/here" "$TMP/work" >"$XDG_CONFIG_HOME/trovik/settings.ini"
+printf '[PathMaps]\n1=/another/images;%s\n2=/another/scenes;%s\n' "$TMP/work/here" "$TMP/work" >"$XDG_CONFIG_HOME/trovik/settings.ini"
 run 0 replay paint log --files --scene a_0001.pnt --out here
 out_has "verdict  good for Paint, frame 1"
-run 0 replay paint log --files --scene /farm/scenes/a_0001.pnt --out /farm/images
+run 0 replay paint log --files --scene /another/scenes/a_0001.pnt --out /another/images
 out_has "verdict  good for Paint, frame 1"

@@ -4,6 +4,10 @@
 # A copy whose ID was forgotten: both files, the ID, and which counts.
 sketch_type
 sed 's/^Name=.*/Name=Sketch 2/' "$TMP/modules/sketch.tvx" >"$TMP/modules/sketch2.tvx"
+# What the module keeps of the first file is replaced and never freed: a job may
+# still read it. Only that leak is known to the sanitizer, and only in this file.
+echo 'leak:ModuleLoader::Library::LoadAs' >"$TMP/leaks.txt"
+export LSAN_OPTIONS="suppressions=$TMP/leaks.txt:print_suppressions=0"
 run 0 types
 err_is <<'END'
 trovik: warning: TMP/modules/sketch.tvx:2:4: warning: the type "Sketch" is not used: the type "Sketch 2" of TMP/modules/sketch2.tvx has the same ID 11111111-2222-3333-4444-555555555555, and the last file of a folder counts; give one of them an ID of its own
