@@ -144,7 +144,6 @@ check_good() {
 
 state() { timeout 60 "$trovik" show last --json 2>/dev/null </dev/null | jq -r .state; }
 
-# What a site's users see pass in two minutes is not waited for.
 # What a user does when "show" says that a task is stuck: Slurm holds tasks that
 # it could not start on a node that had just died.
 release_held() {
@@ -155,6 +154,17 @@ release_held() {
     done
 }
 
+# What the site's administrator does: a controller that dies before it has saved
+# what it started does so again, which the nodes refuse ("Duplicate jobid"), and
+# then it drains them.
+resume_drained() {
+  local node
+  for node in $(timeout 20 sinfo --noheader --Node --format='%N %E' 2>/dev/null | sed -n 's/ Duplicate jobid$//p'); do
+    timeout 20 scontrol update NodeName="$node" State=RESUME || true
+  done
+}
+
+# What a site's users see pass in two minutes is not waited for.
 no_waiting() {
   local task
   for task in $(timeout 20 squeue -h -r -t PD -O 'JobArrayID:20,Reason:30' 2>/dev/null | awk '$2 == "BeginTime" { print $1 }'); do
@@ -237,6 +247,7 @@ while [ "$done_faults" -lt "$most" ] && [ "$(state)" != good ]; do
   fault
   done_faults=$((done_faults + 1))
   check_good
+  resume_drained
   no_waiting
 done
 echo "$done_faults faults in $((SECONDS - started)) s: $(cut -d" " -f2- "$tree/faults" | paste -sd,)"
@@ -248,6 +259,7 @@ started=$SECONDS
 until [ "$(state)" = good ]; do
   [ $((SECONDS - started)) -lt 900 ] || fail "the job does not end"
   release_held
+  resume_drained
   kill -0 "$watcher" 2>/dev/null || watch_job
   no_waiting
   check_good
