@@ -262,7 +262,9 @@ struct ModuleLoader::Library {
   }
 };
 
-ModuleLoader::ModuleLoader() = default;
+ModuleLoader::ModuleLoader() {
+  Library::InUse(); // made before the loader, so that a static one can still ask it when the process ends
+}
 
 ModuleLoader::~ModuleLoader() {
   Unload();

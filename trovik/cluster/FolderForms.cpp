@@ -164,7 +164,8 @@ private:
   static std::string textOf(const Json& value, const char* key) {
     std::optional<std::string> text = textFrom(value);
     if (!text) {
-      const bool hex = value.is_object() && value.size() == 1 && value.contains("hex") && value["hex"].is_string();
+      const bool hex =
+          value.is_object() && value.size() == 1 && value.contains("hex") && value["hex"].is_string();
       throw FormProblem{"\"" + std::string(key) +
                         (hex ? "\" has a \"hex\" that is not one" : "\" is no text")};
     }
