@@ -121,7 +121,10 @@ void checkKeys(const Json& value, const std::string& kind, const Words& told) {
     if (value.is_object() && !told.contains(key)) {
       throw std::runtime_error("the page does not tell the key \"" + key + "\" of the kind \"" + kind + '"');
     }
-    if (inner.is_structured() && key != "filled" && key != "set") { // those have names of the user's as keys
+    const bool isText =
+        inner.is_object() && inner.size() == 1 && inner.contains("hex"); // one that is not UTF-8
+    if (inner.is_structured() && !isText && key != "filled" &&
+        key != "set") { // those have names of the user's as keys
       checkKeys(inner, kind, told);
     }
   }

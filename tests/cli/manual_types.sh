@@ -10,7 +10,7 @@ mandoc -T ascii "$docs/man/tvx.5" | col -b | tr -s ' \t' '\n\n' | tr -d '\140\04
 # sections that its headings and texts name; without arguments and dots.
 {
   sed -n 's/^| \(`[^|]*\) |.*/\1/p' "$docs/tvx.md" | grep -o '`[^`]*`' | tr -d '`' | sed 's/(.*//' | grep -v '^\$'
-  grep -o '`\[[A-Z][A-Za-z]*\]`' "$docs/tvx.md" | tr -d '`' | grep -v -x '\[PathMaps\]'
+  grep -o '`\[[A-Z][A-Za-z]*\]`' "$docs/tvx.md" | tr -d '`' | grep -v -x -e '\[PathMaps\]' -e '\[Logs\]'
 } | sort -u >"$TMP/names"
 [ "$(wc -l <"$TMP/names")" -ge 100 ] || fail "the reference has lost names"
 while read -r name; do

@@ -32,6 +32,7 @@
 // bad runs; of these those that end with an exit code; that only their output
 // tells; that only files tell; that nothing tells.
 
+#include "host/foundation/Characters.h"
 #include "host/foundation/Quoting.h"
 
 #include <nlohmann/json.hpp>
@@ -111,6 +112,12 @@ std::string replaced(std::string text, const std::string& from, const std::strin
     text.replace(at, from.size(), to);
   }
   return text;
+}
+
+/// A text of replay's, which says the bytes of one that is not UTF-8.
+std::string textOf(const Json& value) {
+  return value.is_object() ? BytesOfHex(value.at("hex").get<std::string>()).value()
+                           : value.get<std::string>();
 }
 
 void takeLine(Program& program, const std::string& word, const std::string& text) {
@@ -215,9 +222,9 @@ public:
     const Json plain = replay(words);
     Said said;
     said.output = plain.at("verdict").get<std::string>();
-    said.note = plain.at("note").is_null() ? "" : plain.at("note").get<std::string>();
+    said.note = plain.at("note").is_null() ? "" : textOf(plain.at("note"));
     for (const Json& image : plain.at("images")) {
-      said.images.push_back(image.get<std::string>());
+      said.images.push_back(textOf(image));
     }
     if (!run.expected.empty()) {
       said.files = withFiles(run, words, place, log);

@@ -156,7 +156,7 @@ known tvxFlag 'Flags=' '' 11
 names '## Command lines' Command >"$TMP/names"
 known tvxCommand 'Command=$(Scene.' ')' 19
 # (Path maps stand in the settings.)
-grep -o '`\[[A-Z][A-Za-z]*\]`' "$sources/docs/tvx.md" | tr -d '`[]' | grep -v -x PathMaps >"$TMP/names"
+grep -o '`\[[A-Z][A-Za-z]*\]`' "$sources/docs/tvx.md" | tr -d '`[]' | grep -v -x -e PathMaps -e Logs >"$TMP/names"
 known tvxKnownSection '[' ']' 12
 
 # Messages become places; a hint belongs to its message.

@@ -110,17 +110,17 @@ TEST(JobTable, NamesCannotSteerTheTerminal) {
 
 class Jobs : public VerbTest {};
 
-TEST_F(Jobs, AQueueThatIsNotThereIsEmptyAndStaysAway) {
+TEST_F(Jobs, ANamedQueueThatIsNotThereIsRefusedAndStaysAway) {
+  const std::string named = directory.file("none/queue");
   JobsOptions options = optionsFor();
-  options.state = directory.file("none/queue");
-  const Printed printed = call(listJobs, options);
-  EXPECT_EQ(printed.out, "no jobs\n");
-  EXPECT_EQ(printed.code, exitGood);
+  options.state = named;
+  const std::string message = "--state: there is no queue in \"" + named + '"';
+  EXPECT_EQ(refusalOf([&] { call(listJobs, options); }).message, message);
   JobOptions job = optionsFor();
-  job.state = options.state;
-  EXPECT_EQ(call(showStats, job).out, "nothing has been rendered yet\n");
+  job.state = named;
+  EXPECT_EQ(refusalOf([&] { call(showStats, job); }).message, message);
   job.job = "last";
-  EXPECT_EQ(refusalOf([&] { call(showJob, job); }).message, "there is no job yet");
+  EXPECT_EQ(refusalOf([&] { call(showJob, job); }).message, message);
   EXPECT_EQ(access(directory.file("none").c_str(), F_OK), -1);
 }
 
