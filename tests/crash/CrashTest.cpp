@@ -5,6 +5,8 @@
 
 #include "tests/crash/CrashTest.h"
 
+#include <algorithm>
+
 namespace trovik {
 namespace {
 
@@ -135,6 +137,118 @@ TEST_F(CrashTest, TheSameCommandIsOneJobHoweverOftenItIsGivenAndKilled) {
       EXPECT_EQ(waitFor(start(words(false))), 0) << readFile(directory.file("output"));
       finish(frames);
     }
+  }
+}
+
+// Programs that are hard to end, started by several engines, by the same command
+// given again, with --missing or without, while programs and engines are killed,
+// frozen, interrupted and canceled.
+TEST_F(CrashTest, WhateverAProgramIsAndWhateverHappensThePromiseIsKept) {
+  constexpr int frames = 30;
+  const std::vector<std::string> manners = {"Plain",  "Wrapped",     "Deaf",     "Session",
+                                            "Daemon", "CleanDaemon", "Straggler"};
+  const auto oneOf = [this](const std::vector<std::string>& words) { return words[random() % words.size()]; };
+  std::map<std::string, int> happened;
+  for (unsigned long faults = 0; faults < kills && !HasFailure();) {
+    beginEmpty();
+    std::filesystem::remove_all(directory.file("images"));
+    std::filesystem::create_directory(directory.file("images"));
+    const std::string manner = oneOf(manners);
+    const int packet = 1 + static_cast<int>(random() % 5);
+    const auto words = [&](bool missing) {
+      std::vector<std::string> more = {"--slots",          "2",     "--set",
+                                       "Manner=" + manner, "--set", "SilenceLimit=2"};
+      if (missing) {
+        more.emplace_back("--missing");
+      }
+      return jobWords("run", frames, packet, "10", more);
+    };
+    std::string told = manner + ", packets of " + std::to_string(packet) + ":";
+    bool lost = false; // an engine was killed: what it left is its successor's
+    bool over = false;
+    while (!over && faults < kills && !HasFailure()) {
+      std::vector<pid_t> alive = {start(words(random() % 2 == 0))};
+      if (random() % 3 == 0) {
+        alive.push_back(start(random() % 2 == 0 ? words(random() % 2 == 0) : engineWords()));
+      }
+      bool canceled = false;
+      for (unsigned long count = 1 + random() % 3; count > 0 && faults < kills; --count) {
+        randomMoment(400);
+        const std::string fault =
+            oneOf({"engine killed", "engine killed", "all killed", "program killed", "program killed",
+                   "program killed", "program frozen", "program frozen", "interrupted", "interrupted twice",
+                   "terminated", "canceled"});
+        const pid_t engine = alive[random() % alive.size()];
+        const bool ofProgram = fault.starts_with("program");
+        const bool ofEngine = !ofProgram && fault != "canceled";
+        std::vector<pid_t> found = programs();
+        bool ended = hasEnded(engine);
+        while (ofProgram && found.empty() && !ended) {
+          std::this_thread::sleep_for(std::chrono::milliseconds(1));
+          found = programs();
+          ended = hasEnded(engine);
+        }
+        if (ofProgram ? found.empty() : ofEngine && ended) {
+          break;
+        }
+        ++faults;
+        ++happened[fault];
+        told += " " + fault + ",";
+        if (fault == "canceled") {
+          canceled = waitFor(start({"cancel", "last"})) == 0;
+        } else if (!ofEngine) {
+          kill(found[random() % found.size()], fault == "program killed" ? SIGKILL : SIGSTOP);
+        } else {
+          const bool hard = fault.find("killed") != std::string::npos;
+          kill(engine, hard ? SIGKILL : fault == "terminated" ? SIGTERM : SIGINT);
+          if (fault == "interrupted twice") {
+            kill(engine, SIGINT);
+          }
+          // An engine that is asked twice leaves, too.
+          lost = lost || hard || fault == "interrupted twice";
+          if (fault == "all killed") {
+            for (const pid_t program : programs()) {
+              kill(program, SIGKILL);
+            }
+          }
+          waitFor(engine);
+          alive.erase(std::find(alive.begin(), alive.end(), engine));
+        }
+        if (alive.empty() || canceled) {
+          break;
+        }
+      }
+      for (const pid_t engine : alive) {
+        if (engines.contains(engine)) {
+          waitFor(engine);
+        }
+      }
+      if (!lost) {
+        EXPECT_TRUE(programs().empty());
+      }
+      Queue queue(Path(directory.file("state")));
+      const std::vector<JobRecord> jobs = queue.jobs();
+      over =
+          !jobs.empty() && (jobs.back().state == JobState::Good || jobs.back().state == JobState::Canceled);
+      EXPECT_TRUE(jobs.size() <= 1 || over) << jobs.size() << " jobs";
+      if (jobs.size() == 1) {
+        checkQueue();
+      }
+      begins(); // none by two at once
+    }
+    if (!over && !HasFailure()) {
+      EXPECT_EQ(waitFor(start(words(false))), 0) << readFile(directory.file("output"));
+      finish(frames);
+    } else {
+      waitFor(start(engineWords())); // ends what a dead one left
+    }
+    EXPECT_TRUE(programs().empty());
+    if (HasFailure()) {
+      std::cout << told << '\n';
+    }
+  }
+  for (const auto& [fault, times] : happened) {
+    std::cout << times << " times " << fault << '\n';
   }
 }
 

@@ -52,7 +52,7 @@ protected:
     directory.write("modules/crash.tvx", R"([Module]
 ID=6d2a7f0e-3b47-4f0e-9a53-0c1b7a5e9d11
 Name=Crash
-Command=$(SubRange.Start) $(SubRange.End) $(OutputFolder.Enquote) $(Journal.Enquote) $(Pause)
+Command=$(SubRange.Start) $(SubRange.End) $(OutputFolder.Enquote) $(Journal.Enquote) $(Pause) $(Manner)
 ImageStartText=saved:
 CheckForMultipleFiles=No
 [ErrorText]
@@ -60,11 +60,15 @@ CheckForMultipleFiles=No
 [PrimaryParameters]
 1=Journal
 2=Pause
+3=Manner
 [Journal]
 Type=Text
 [Pause]
 Type=Integer
 Default=10
+[Manner]
+Type=Text
+Default=Plain
 [OverrideDefaults]
 Executable=)" + std::string(CRASH_RENDERER) + "\n");
     std::filesystem::create_directory(directory.file("images"));
@@ -118,6 +122,9 @@ Executable=)" + std::string(CRASH_RENDERER) + "\n");
   }
 
   bool hasEnded(pid_t process) {
+    if (!engines.contains(process)) {
+      return true;
+    }
     if (waitpid(process, nullptr, WNOHANG) != process) {
       return false;
     }
@@ -171,19 +178,18 @@ Executable=)" + std::string(CRASH_RENDERER) + "\n");
         std::chrono::microseconds(std::uniform_int_distribution<int>(0, milliseconds * 1000)(random)));
   }
 
-  /// Processes that carry the mark of an attempt of this test's queue.
+  /// Processes of the renderer that write into this test's journal.
   std::vector<pid_t> programs() const {
     std::vector<pid_t> found;
     std::error_code error;
     for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
       const std::string name = entry.path().filename().string();
-      if (name.find_first_not_of("0123456789") != std::string::npos) {
-        continue;
-      }
-      const std::string environment = readFile(entry.path().string() + "/environ");
-      if (environment.find("TROVIK_ATTEMPT=") != std::string::npos &&
-          environment.find("TROVIK_STATE=" + directory.file("state")) != std::string::npos) {
-        found.push_back(std::stoi(name));
+      if (name.find_first_not_of("0123456789") == std::string::npos && engines.count(std::stoi(name)) == 0) {
+        const std::string words = readFile(entry.path().string() + "/cmdline");
+        if (words.find(CRASH_RENDERER) != std::string::npos &&
+            words.find('\0' + directory.file("journal") + '\0') != std::string::npos) {
+          found.push_back(std::stoi(name));
+        }
       }
     }
     return found;
@@ -198,6 +204,7 @@ Executable=)" + std::string(CRASH_RENDERER) + "\n");
     for (const JobRecord& job : queue.jobs()) {
       const RunSet now = queue.frames(job.id).good;
       const std::map<int, int> begun = begins();
+      const std::map<int, std::string> last = lastWords();
       for (const auto& [frame, times] : goodFrames) {
         EXPECT_TRUE(now.contains(frame)) << "frame " << frame << " was good and is not any more";
         EXPECT_EQ(begun.at(frame), times) << "frame " << frame << " was good and was rendered again";
@@ -208,6 +215,10 @@ Executable=)" + std::string(CRASH_RENDERER) + "\n");
           EXPECT_EQ(std::filesystem::file_size(directory.file("images/f_" + std::to_string(frame) + ".ppm")),
                     13U + 16 * 16 * 3)
               << "frame " << frame << " is called good";
+          const auto word = last.find(frame);
+          EXPECT_TRUE(word != last.end() && word->second == "done")
+              << "frame " << frame << " is called good, and the last of it is "
+              << (word == last.end() ? "nothing" : word->second);
         }
       }
     }
@@ -223,6 +234,17 @@ Executable=)" + std::string(CRASH_RENDERER) + "\n");
       count[frame] += word == "begin" ? 1 : 0;
     }
     return count;
+  }
+
+  /// What the journal says last of each frame.
+  std::map<int, std::string> lastWords() const {
+    std::map<int, std::string> last;
+    std::istringstream journal(readFile(directory.file("journal")));
+    int frame = 0;
+    for (std::string word; journal >> word >> frame;) {
+      last[frame] = word;
+    }
+    return last;
   }
 
   /// Lets an engine finish, and looks at the whole.
