@@ -75,6 +75,25 @@ TEST_F(FullDisk, OfTheQueueOnlyDelays) {
   }
 }
 
+TEST_F(FullDisk, OfTheQueueKeepsNoEngineThatIsAskedToEnd) {
+  mountSmall("state", "size=8m");
+  begin(frameCount, 3, "50");
+  const pid_t engine = start(engineWords());
+  Queue queue(Path(directory.file("state")));
+  while (!hasEnded(engine) && programs().empty()) {
+    randomMoment(10);
+  }
+  fill(directory.file("state/ballast"));
+  std::filesystem::remove(directory.file("state/reserve")); // the engine may have given it away
+  fill(directory.file("state/ballast2"));
+  kill(engine, SIGTERM);
+  EXPECT_EQ(waitFor(engine), 128 + SIGTERM) << readFile(directory.file("output"));
+  EXPECT_TRUE(programs().empty());
+  std::filesystem::remove(directory.file("state/ballast"));
+  std::filesystem::remove(directory.file("state/ballast2"));
+  finish(frameCount);
+}
+
 TEST_F(FullDisk, OfTheImagesFailsFramesWithTheirReason) {
   mountSmall("images", "size=256k");
   submit(frameCount, 3, "10");
