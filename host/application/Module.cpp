@@ -294,7 +294,6 @@ ModuleLoader::Library* ModuleLoader::TypeFileReader() const {
 }
 
 int ModuleLoader::Load(const std::vector<Path>& path, TypeFiles typeFiles) {
-  std::size_t typeFileCount = 0;
   std::set<String> seen;
   for (const Path& directory : m_TypeDirectories) {
     seen.insert(Identity(directory));
@@ -303,7 +302,7 @@ int ModuleLoader::Load(const std::vector<Path>& path, TypeFiles typeFiles) {
     const std::size_t files = typeFiles == TypeFiles::Read ? FindFiles(directory, "*.tvx").size() : 0;
     if (files > 0 && seen.insert(Identity(directory)).second) {
       m_TypeDirectories.push_back(directory);
-      typeFileCount += files;
+      m_TypeFiles += files;
     }
   }
   std::set<String> leaves;
@@ -325,7 +324,7 @@ int ModuleLoader::Load(const std::vector<Path>& path, TypeFiles typeFiles) {
       }
       if (library->ReadsTypeFiles()) {
         library->LoadTypeDirectories(m_TypeDirectories);
-        if (library->Types.size() < typeFileCount || !library->WithUnknownFlags.empty()) {
+        if (library->Types.size() < m_TypeFiles || !library->WithUnknownFlags.empty()) {
           ReportTypeFiles(m_TypeDirectories, library->WithUnknownFlags);
         }
       } else if (!library->LoadAs(file)) {
@@ -343,6 +342,7 @@ void ModuleLoader::Unload() {
     m_Libraries.pop_back();
   }
   m_TypeDirectories.clear();
+  m_TypeFiles = 0;
 }
 
 std::vector<Path> ModuleLoader::Libraries() const {

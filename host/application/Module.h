@@ -86,5 +86,6 @@ private:
   Library* TypeFileReader() const;
   const Library* Owner(const UID& type) const;
   std::vector<std::unique_ptr<Library>> m_Libraries;
-  std::vector<Path> m_TypeDirectories; // that hold .tvx files, of all calls of Load
+  std::vector<Path> m_TypeDirectories;
+  std::size_t m_TypeFiles = 0; // in these // that hold .tvx files, of all calls of Load
 };

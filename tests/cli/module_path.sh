@@ -8,12 +8,24 @@ ID=aaaaaaaa-2222-3333-4444-555555555555
 Name=Mine
 END
 
-# The flag takes the place of the variable.
-run 2 types --module-path "$TMP/mine"
+# The flag takes the place of the variable. A folder of types alone is read by
+# the usual module, without the usual types.
+run 2 types --module-path "$TMP/work"
 err_is <<'END'
-trovik: error: no module was found in "TMP/mine"
+trovik: error: no module was found in "TMP/work"
 hint: an empty directory in the module path stands for the usual ones: --module-path DIR:
 END
+run 0 types --module-path "$TMP/mine"
+out_is <<'END'
+TYPE  ALIASES  WHAT IT DOES
+Mine
+END
+err_is_empty
+run 0 check "$TMP/modules/sketch.tvx" --module-path "$TMP/mine"
+cp "$TMP/mine/mine.tvx" "$TMP/mine/twin.tvx"
+run 0 types --module-path "$TMP/mine"
+grep -q "twin.tvx" "$TMP/err" || fail "nothing is said of two types with one ID"
+rm "$TMP/mine/twin.tvx"
 run 0 types --module-path "$TMP/mine:$TMP/modules"
 out_is <<'END'
 TYPE    ALIASES     WHAT IT DOES

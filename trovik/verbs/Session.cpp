@@ -1,10 +1,12 @@
 #include "trovik/verbs/Session.h"
 
 #include "host/application/Application.h"
+#include "host/foundation/FileFinder.h"
 #include "host/foundation/Log.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <system_error>
 
@@ -70,18 +72,33 @@ void Session::loadModules() {
   // with the same ID. Who did that on purpose need not hear it each time.
   SetSubjectLevel(LogSubject::TypeInUse, LogLevel::Info);
   if (orRefuse("", "", [&] { return modules_.Load(modulePath_); }) == 0) {
-    refuseNoModule();
+    loadUsualLibraries();
   }
 }
 
 ModuleLoader& Session::loadLibraries() {
   loaded_ = true;
   findModulePath();
-  const int loaded = orRefuse("", "", [&] { return modules_.LoadWithoutTypeFiles(modulePath_); });
-  if (loaded == 0 || !modules_.ReadsTypeFiles()) {
+  if (orRefuse("", "", [&] { return modules_.LoadWithoutTypeFiles(modulePath_); }) == 0) {
+    loadUsualLibraries();
+  }
+  if (!modules_.ReadsTypeFiles()) {
     refuseNoModule();
   }
   return modules_;
+}
+
+/// Where the module path has type files and no module to read them, as a folder
+/// of somebody's own types has not, the usual one does.
+void Session::loadUsualLibraries() {
+  FileFinder finder;
+  const bool types = std::any_of(modulePath_.begin(), modulePath_.end(), [&finder](const Path& directory) {
+    return finder.Find(Path(directory) /= String("*.tvx"));
+  });
+  if (!types ||
+      orRefuse("", "", [&] { return modules_.LoadWithoutTypeFiles(locations_.defaultModulePath()); }) == 0) {
+    refuseNoModule();
+  }
 }
 
 void Session::findModulePath() {

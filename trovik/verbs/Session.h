@@ -46,6 +46,7 @@ public:
 private:
   void loadSettings() const;
   void findModulePath();
+  void loadUsualLibraries();
   [[noreturn]] void refuseNoModule() const;
 
   const CommonOptions& options_;
