@@ -267,7 +267,9 @@ bool ReadProcessFacts(pid_t process, ProcessFacts& facts) {
   return true;
 }
 
-std::vector<pid_t> SignalProcesses(const std::function<bool(pid_t)>& isOne, int signal) {
+namespace {
+
+std::vector<pid_t> SignalListed(const std::function<bool(pid_t)>& isOne, int signal) {
   const auto runs = [](pid_t process) {
     ProcessFacts facts;
     return ReadProcessFacts(process, facts) && facts.State != 'Z' && facts.State != 'X';
@@ -289,4 +291,13 @@ std::vector<pid_t> SignalProcesses(const std::function<bool(pid_t)>& isOne, int 
     }
   }
   return found;
+}
+
+} // namespace
+
+// One that starts another and ends while the list is gone through is asked too
+// late, and the other is not on the list: an empty answer is asked for twice.
+std::vector<pid_t> SignalProcesses(const std::function<bool(pid_t)>& isOne, int signal) {
+  std::vector<pid_t> found = SignalListed(isOne, signal);
+  return found.empty() ? SignalListed(isOne, signal) : found;
 }

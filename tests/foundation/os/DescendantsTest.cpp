@@ -4,8 +4,10 @@
 
 #include <poll.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <string>
@@ -193,6 +195,46 @@ TEST_F(DescendantsTest, ProgramsWithoutAMarkKeepWhatThisProcessHad) {
   getrlimit(RLIMIT_RTTIME, &after);
   EXPECT_EQ(after.rlim_cur, before.rlim_cur);
   EXPECT_EQ(said.find("46116860"), std::string::npos) << said;
+}
+
+// The one that was listed is gone when it is asked, and has left another.
+TEST_F(DescendantsTest, OneThatStartsAnotherAndEndsDoesNotHideIt) {
+  std::array<int, 2> ask{};
+  std::array<int, 2> answer{};
+  ASSERT_EQ(pipe(ask.data()), 0);
+  ASSERT_EQ(pipe(answer.data()), 0);
+  const pid_t listed = fork();
+  ASSERT_GE(listed, 0);
+  if (listed == 0) {
+    char go = 0;
+    if (read(ask[0], &go, 1) == 1) {
+      const pid_t left = fork();
+      if (left == 0) {
+        pause();
+        _exit(0);
+      }
+      if (write(answer[1], &left, sizeof left) != sizeof left) {
+        kill(left, SIGKILL);
+      }
+    }
+    _exit(0);
+  }
+  pid_t left = 0;
+  const auto isOne = [&](pid_t process) {
+    if (process == listed && left == 0) {
+      EXPECT_EQ(write(ask[1], "g", 1), 1);
+      EXPECT_EQ(read(answer[0], &left, sizeof left), static_cast<ssize_t>(sizeof left));
+      EXPECT_EQ(waitpid(listed, nullptr, 0), listed);
+    }
+    return left != 0 && (process == listed || process == left);
+  };
+  const std::vector<pid_t> found = SignalProcesses(isOne, SIGKILL);
+  EXPECT_EQ(found, std::vector<pid_t>{left});
+  kill(left, SIGKILL);
+  EXPECT_EQ(waitpid(left, nullptr, 0), left); // it was adopted
+  for (const int descriptor : {ask[0], ask[1], answer[0], answer[1]}) {
+    close(descriptor);
+  }
 }
 
 } // namespace
