@@ -1,41 +1,29 @@
 #include "host/foundation/Log.h"
 
-#include <spdlog/sinks/base_sink.h>
-#include <spdlog/sinks/stdout_sinks.h>
-#include <spdlog/spdlog.h>
-
 #include <atomic>
-#include <memory>
-#include <mutex>
+#include <cstdio>
+#include <utility>
 
 namespace {
 
-spdlog::level::level_enum ToLibrary(LogLevel level) {
+const char* NameOf(LogLevel level) {
   switch (level) {
   case LogLevel::Debug:
-    return spdlog::level::debug;
+    return "debug";
   case LogLevel::Info:
-    return spdlog::level::info;
+    return "info";
   case LogLevel::Warning:
-    return spdlog::level::warn;
+    return "warning";
   case LogLevel::Error:
-    return spdlog::level::err;
   case LogLevel::Off:
     break;
   }
-  return spdlog::level::off;
+  return "error";
 }
 
 struct State {
-  State()
-      : Logger(
-            std::make_shared<spdlog::logger>("trovik", std::make_shared<spdlog::sinks::stderr_sink_mt>())) {
-    Logger->set_pattern("%n: %l: %v");
-    Logger->set_level(spdlog::level::warn);
-    Logger->flush_on(spdlog::level::debug);
-  }
-  std::shared_ptr<spdlog::logger> Logger;
   LogSink Sink;
+  std::atomic<LogLevel> Least{LogLevel::Warning};
   std::atomic<LogLevel> TypeInUse{LogLevel::Warning};
 };
 
@@ -57,14 +45,15 @@ thread_local WarningBudget* t_Budget = nullptr;
 
 void Write(LogLevel level, const String& text) {
   State& state = TheState();
-  if ((level == LogLevel::Warning && !WarningBudget::Take()) || !state.Logger->should_log(ToLibrary(level))) {
+  if ((level == LogLevel::Warning && !WarningBudget::Take()) || level < state.Least) {
     return;
   }
   if (state.Sink) {
     state.Sink(level, text);
   } else {
-    // A text is never a format: braces in file names are plain.
-    state.Logger->log(ToLibrary(level), spdlog::string_view_t(text.data(), text.size()));
+    // One call, so one write: standard error has no buffer.
+    const String line = String("trovik: ") + NameOf(level) + ": " + text + "\n";
+    std::fwrite(line.data(), 1, line.size(), stderr);
   }
 }
 
@@ -114,7 +103,7 @@ void SetSubjectLevel(LogSubject subject, LogLevel level) {
 }
 
 void SetLogLevel(LogLevel level) {
-  TheState().Logger->set_level(ToLibrary(level));
+  TheState().Least = level;
 }
 
 LogSink SetLogSink(LogSink sink) {
