@@ -83,7 +83,7 @@ awk -v rooms="$rooms" '
       may[room] = room (helper ? " " : " host/application ") "host/foundation"
       for (k = 2; k <= words; k++) may[room] = may[room] " trovik/" word[k]
     }
-    database = "^(sqlite3|sqlite3ext)\\.h$|^SQLiteCpp/"
+    database = "^(sqlite3|sqlite3ext)\\.h$"
     outside = "^(curses|ncurses|term|termios|termio)\\.h$|^sys/(termios|ttydefaults)\\.h$|^(slurm|ncursesw)/"
     images = "^(png|pngconf|jpeglib|turbojpeg|tiff|tiffio|ImathBox|gd|ft2build)\\.h$" \
       "|^(OpenEXR|Imath|OpenImageIO|webp|freetype2|freetype|libpng[0-9]*)/"

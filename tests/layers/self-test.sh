@@ -70,7 +70,6 @@ breach trovik/main.cpp '#include "module/Tessivar.h"' 'trovik includes module/Te
 breach trovik/main.cpp '#include "job/TessivarJob.h"' 'trovik includes job/TessivarJob.h'
 breach host/application/Core.cpp '#include <sqlite3.h>' '<sqlite3.h> belongs inside trovik/queue/'
 breach trovik/main.cpp '#include <sqlite3.h>' '<sqlite3.h> belongs inside trovik/queue/'
-breach trovik/main.cpp '#include <SQLiteCpp/Database.h>' '<SQLiteCpp/Database.h> belongs inside trovik/queue/'
 breach job/Other.cpp '#include <slurm/slurm.h>' '<slurm/slurm.h> belongs inside trovik/'
 breach module/Other.cpp '#include <png.h>' '<png.h> belongs inside trovik/imagetool/'
 breach trovik/verbs/Run.cpp '#include <OpenImageIO/imageio.h>' '<OpenImageIO/imageio.h> belongs inside trovik/imagetool/'

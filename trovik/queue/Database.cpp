@@ -66,10 +66,16 @@ QueueError errorOf(const Path& file, int code, const std::string& message, int s
 } // namespace
 
 Database::Database(const Path& file, std::chrono::milliseconds patience, int pageLimit)
-    : file_(file), patience_(patience), connection_(open(file)), lastSync_(std::chrono::steady_clock::now()) {
-  sqlite3* handle = connection_.getHandle();
-  connection_.setBusyTimeout(
-      static_cast<int>(std::min<std::int64_t>(patience.count(), std::numeric_limits<int>::max())));
+    : file_(file), patience_(patience), lastSync_(std::chrono::steady_clock::now()) {
+  sqlite3* handle = nullptr;
+  const int code = sqlite3_open_v2(file.c_str(), &handle,
+                                   SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
+  connection_.reset(handle);
+  if (code != SQLITE_OK) {
+    throw error(code);
+  }
+  sqlite3_busy_timeout(
+      handle, static_cast<int>(std::min<std::int64_t>(patience.count(), std::numeric_limits<int>::max())));
   // The file may come from anybody: nothing in it is to be run.
   sqlite3_db_config(handle, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
   sqlite3_db_config(handle, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
@@ -87,19 +93,22 @@ Database::Database(const Path& file, std::chrono::milliseconds patience, int pag
   }
 }
 
-SQLite::Database Database::open(const Path& file) const {
-  try {
-    return SQLite::Database(file.Text(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE | SQLite::OPEN_NOMUTEX);
-  } catch (const SQLite::Exception& exception) {
-    throw errorOf(file, exception.getErrorCode(), exception.what(), errno);
-  }
+void Database::Close::operator()(sqlite3* connection) const {
+  sqlite3_close_v2(connection);
+}
+void Database::Close::operator()(sqlite3_stmt* statement) const {
+  sqlite3_finalize(statement);
 }
 
 void Database::execute(const char* sql) {
-  const int code = connection_.tryExec(sql);
+  const int code = sqlite3_exec(connection_.get(), sql, nullptr, nullptr, nullptr);
   if (code != SQLITE_OK) {
     throw error(code);
   }
+}
+
+std::int64_t Database::lastId() const {
+  return sqlite3_last_insert_rowid(connection_.get());
 }
 
 void Database::begin() {
@@ -125,8 +134,8 @@ void Database::rollback() noexcept {
   inside_ = false;
   reading_ = false;
   broken_ = false;
-  if (sqlite3_get_autocommit(connection_.getHandle()) == 0) { // a full disk undoes all by itself
-    connection_.tryExec("ROLLBACK");
+  if (sqlite3_get_autocommit(connection_.get()) == 0) { // a full disk undoes all by itself
+    sqlite3_exec(connection_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
   }
 }
 
@@ -159,7 +168,7 @@ void Database::sync() {
 
 bool Database::syncLog() {
   sqlite3_file* log = nullptr;
-  const int code = sqlite3_file_control(connection_.getHandle(), "main", SQLITE_FCNTL_JOURNAL_POINTER, &log);
+  const int code = sqlite3_file_control(connection_.get(), "main", SQLITE_FCNTL_JOURNAL_POINTER, &log);
   if (code == SQLITE_OK && log != nullptr && log->pMethods != nullptr &&
       log->pMethods->xSync(log, SQLITE_SYNC_NORMAL | SQLITE_SYNC_DATAONLY) != SQLITE_OK) {
     return false;
@@ -170,7 +179,7 @@ bool Database::syncLog() {
 }
 
 QueueError Database::error(int code) {
-  sqlite3* handle = connection_.getHandle();
+  sqlite3* handle = connection_.get();
   QueueError result = errorOf(file_, code, sqlite3_errmsg(handle), sqlite3_system_errno(handle));
   if (result.kind == QueueError::Kind::Full && unlink(reserveFile().c_str()) == 0) {
     tookReserve_ = true;
@@ -202,11 +211,13 @@ QueueError Database::damaged(const std::string& reason) const {
 Database::Kept& Database::kept(const char* sql) {
   auto place = kept_.find(sql);
   if (place == kept_.end()) {
-    try {
-      place = kept_.try_emplace(sql, Kept{SQLite::Statement(connection_, sql)}).first;
-    } catch (const SQLite::Exception& exception) {
-      throw error(exception.getErrorCode());
+    sqlite3_stmt* statement = nullptr;
+    const int code = sqlite3_prepare_v2(connection_.get(), sql, -1, &statement, nullptr);
+    if (code != SQLITE_OK) {
+      throw error(code);
     }
+    place = kept_.try_emplace(sql).first;
+    place->second.statement.reset(statement);
   }
   if (place->second.used) {
     throw std::logic_error(std::string("a statement is used twice at once: ") + sql);
@@ -215,13 +226,13 @@ Database::Kept& Database::kept(const char* sql) {
 }
 
 Query::~Query() {
-  kept_.statement.tryReset(); // tells the error of the last step again
+  sqlite3_reset(kept_.statement.get()); // tells the error of the last step again
   kept_.used = false;
 }
 
 bool Query::next() {
   column_ = 0;
-  const int code = kept_.statement.tryExecuteStep();
+  const int code = sqlite3_step(kept_.statement.get());
   if (code != SQLITE_ROW && code != SQLITE_DONE) {
     throw database_.error(code);
   }
@@ -229,7 +240,7 @@ bool Query::next() {
 }
 
 std::int64_t Query::number() {
-  return kept_.statement.getColumn(column_++).getInt64();
+  return sqlite3_column_int64(kept_.statement.get(), column_++);
 }
 
 int Query::integer() {
@@ -241,7 +252,13 @@ int Query::integer() {
 }
 
 std::string Query::text() {
-  return kept_.statement.getColumn(column_++).getString();
+  const void* bytes = sqlite3_column_blob(kept_.statement.get(), column_);
+  const int size = sqlite3_column_bytes(kept_.statement.get(), column_++);
+  return {static_cast<const char*>(bytes), static_cast<std::size_t>(size)};
+}
+
+bool Query::isNull() const {
+  return sqlite3_column_type(kept_.statement.get(), column_) == SQLITE_NULL;
 }
 
 std::optional<std::int64_t> Query::optionalNumber() {
@@ -276,16 +293,24 @@ FrameRun Query::frames() {
 }
 
 void Query::bind(std::int64_t value) {
-  kept_.statement.bind(++bound_, value);
+  check(sqlite3_bind_int64(kept_.statement.get(), ++bound_, value));
 }
 void Query::bind(const std::string& value) {
-  kept_.statement.bind(++bound_, value);
+  check(sqlite3_bind_text64(kept_.statement.get(), ++bound_, value.data(), value.size(), SQLITE_TRANSIENT,
+                            SQLITE_UTF8));
 }
 void Query::bind(const Blob& value) {
-  kept_.statement.bind(++bound_, value.bytes.data(), static_cast<int>(value.bytes.size()));
+  check(sqlite3_bind_blob64(kept_.statement.get(), ++bound_, value.bytes.data(), value.bytes.size(),
+                            SQLITE_TRANSIENT));
 }
 void Query::bindNull() {
-  kept_.statement.bind(++bound_);
+  check(sqlite3_bind_null(kept_.statement.get(), ++bound_));
+}
+
+void Query::check(int code) const {
+  if (code != SQLITE_OK) { // a text of a gigabyte
+    throw database_.error(code);
+  }
 }
 
 } // namespace trovik

@@ -5,15 +5,16 @@
 #include "trovik/records/Records.h"
 #include "trovik/text/Text.h"
 
-#include <SQLiteCpp/Database.h>
-#include <SQLiteCpp/Statement.h>
-
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <unordered_map>
 #include <utility>
+
+struct sqlite3;
+struct sqlite3_stmt;
 
 namespace trovik {
 
@@ -86,7 +87,7 @@ public:
   }
   bool isInTransaction() const { return inside_; }
   /// The ID of the row that was inserted last.
-  std::int64_t lastId() const { return connection_.getLastInsertRowid(); }
+  std::int64_t lastId() const;
 
   void sync();
 
@@ -115,12 +116,15 @@ public:
 
 private:
   friend class Query;
+  struct Close {
+    void operator()(sqlite3* connection) const;
+    void operator()(sqlite3_stmt* statement) const;
+  };
   struct Kept {
-    SQLite::Statement statement;
+    std::unique_ptr<sqlite3_stmt, Close> statement;
     bool used = false;
   };
 
-  SQLite::Database open(const Path& file) const;
   void begin();
   void beginReading();
   void commit();
@@ -133,7 +137,7 @@ private:
 
   Path file_;
   std::chrono::milliseconds patience_;
-  SQLite::Database connection_;
+  std::unique_ptr<sqlite3, Close> connection_;
   // By the address of the text: each is a literal of this program.
   std::unordered_map<const char*, Kept> kept_;
   bool inside_ = false;
@@ -157,11 +161,7 @@ public:
   template <typename... Values>
   Query(Database& database, const char* sql, const Values&... values)
       : database_(database), kept_(database.kept(sql)) {
-    try {
-      (bind(values), ...);
-    } catch (const SQLite::Exception& exception) { // a text of a gigabyte
-      throw database.error(exception.getErrorCode());
-    }
+    (bind(values), ...);
     kept_.used = true;
   }
   ~Query();
@@ -183,7 +183,7 @@ public:
   int integer();
   bool flag() { return number() != 0; }
   std::string text();
-  bool isNull() const { return kept_.statement.isColumnNull(column_); }
+  bool isNull() const;
   std::optional<std::int64_t> optionalNumber();
   std::optional<int> optionalInteger();
   Moment moment() { return Moment(std::chrono::microseconds(number())); }
@@ -217,6 +217,7 @@ private:
     }
   }
   void bindNull();
+  void check(int code) const;
 
   Database& database_;
   Database::Kept& kept_;

@@ -1,6 +1,5 @@
 #include "tests/trovik/engine/EngineTest.h"
-
-#include <SQLiteCpp/SQLiteCpp.h>
+#include "trovik/queue/Database.h"
 
 #include <filesystem>
 #include <memory>
@@ -144,8 +143,7 @@ TEST_F(LostWorkTest, WhatWasOnItsWayToTheDiskWhenTheMachineWentDownProvesNothing
   const JobId id = submitImages();
   const std::string output = "success\nimage a_1.drw\n";
   loseWithLog(output, endOf(output));
-  SQLite::Database(directory.file("queue/queue.db"), SQLite::OPEN_READWRITE, 30000)
-      .exec("UPDATE engines SET boot = 'another'");
+  Database(Path(directory.file("queue/queue.db"))).execute("UPDATE engines SET boot = 'another'");
   EXPECT_TRUE(workOff(id).allGood());
   EXPECT_EQ(machine.started.size(), 1U);
   EXPECT_TRUE(machine.hunted.empty());

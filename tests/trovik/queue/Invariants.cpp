@@ -1,6 +1,6 @@
 #include "tests/trovik/queue/Invariants.h"
 
-#include <SQLiteCpp/SQLiteCpp.h>
+#include "trovik/queue/Database.h"
 
 #include <array>
 #include <set>
@@ -108,14 +108,13 @@ constexpr std::array rules = {
 
 /// Overlaps are looked for among works with frames only: that of a job
 /// without frames has a run of no meaning, 0-0, and there is one a job.
-void checkFrames(SQLite::Database& database, const std::map<JobId, RunSet>& submitted,
+void checkFrames(Database& database, const std::map<JobId, RunSet>& submitted,
                  std::vector<std::string>& breaches) {
   for (const auto& [job, frames] : submitted) {
-    SQLite::Statement row(database, "SELECT first, last FROM works WHERE job = ?");
-    row.bind(1, static_cast<std::int64_t>(job));
+    Query row(database, "SELECT first, last FROM works WHERE job = ?", job);
     RunSet found;
-    while (row.executeStep()) {
-      found.add({row.getColumn(0).getInt(), row.getColumn(1).getInt()});
+    while (row.next()) {
+      found.add(row.frames());
     }
     if (found.text() != frames.text()) {
       breaches.push_back("job " + std::to_string(job) + " has the frames " + found.text() + " instead of " +
@@ -129,23 +128,23 @@ void checkFrames(SQLite::Database& database, const std::map<JobId, RunSet>& subm
 std::vector<std::string> brokenInvariants(const std::string& databaseFile,
                                           const std::map<JobId, RunSet>& submitted) {
   std::vector<std::string> breaches;
-  SQLite::Database database(databaseFile, SQLite::OPEN_READWRITE, 30000);
-  // One snapshot for all questions: others may write meanwhile.
-  SQLite::Statement(database, "BEGIN").exec();
+  Database database{Path(databaseFile)};
   const auto ask = [&](const std::string& breach, const char* sql, const std::string& allowed) {
-    SQLite::Statement row(database, sql);
-    while (row.executeStep()) {
-      if (const std::string text = row.getColumn(0).getString(); text != allowed || allowed.empty()) {
+    Query row(database, sql);
+    while (row.next()) {
+      if (const std::string text = row.text(); text != allowed || allowed.empty()) {
         breaches.push_back(breach + ": " + text);
       }
     }
   };
-  ask("integrity", "PRAGMA integrity_check", "ok");
-  ask("a reference leads nowhere", "PRAGMA foreign_key_check", "");
-  for (const Rule& rule : rules) {
-    ask(rule.breach, rule.sql, "");
-  }
-  checkFrames(database, submitted, breaches);
+  database.read([&] { // one snapshot for all questions: others may write meanwhile
+    ask("integrity", "PRAGMA integrity_check", "ok");
+    ask("a reference leads nowhere", "PRAGMA foreign_key_check", "");
+    for (const Rule& rule : rules) {
+      ask(rule.breach, rule.sql, "");
+    }
+    checkFrames(database, submitted, breaches);
+  });
   return breaches;
 }
 

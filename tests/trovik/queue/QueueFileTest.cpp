@@ -6,8 +6,6 @@
 #include "trovik/queue/Statements.h"
 #include "trovik/records/RunEvents.h"
 
-#include <SQLiteCpp/SQLiteCpp.h>
-
 #include <array>
 #include <chrono>
 #include <cstring>
@@ -48,12 +46,12 @@ protected:
   QueueError openError(const Queue::Settings& settings = {}) const {
     return queueErrorOf([&] { Queue(Path(directory.path()), settings); });
   }
-  void makeDatabase(const std::string& sql) const {
-    SQLite::Database(databaseFile(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec(sql);
-  }
-  std::int64_t ask(const std::string& sql) const {
-    SQLite::Database database(databaseFile(), SQLite::OPEN_READWRITE);
-    return database.execAndGet(sql).getInt64();
+  void makeDatabase(const std::string& sql) const { Database(Path(databaseFile())).execute(sql.c_str()); }
+  std::int64_t ask(const char* sql) const {
+    Database database{Path(databaseFile())};
+    Query row(database, sql);
+    row.next();
+    return row.number();
   }
 
   TemporaryDirectory directory;
@@ -291,8 +289,9 @@ TEST_F(QueueFile, WhatAnOlderVersionLeftOpenIsClosedOnce) {
   const std::string folder = directory.makeDirectory("state");
   std::filesystem::permissions(folder, static_cast<std::filesystem::perms>(0755));
   std::filesystem::create_directory(folder + "/logs");
-  SQLite::Database(folder + "/queue.db", SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE)
-      .exec(std::string(schemaSteps()[0]) + "PRAGMA application_id = 1416787537; PRAGMA user_version = 1;");
+  const std::string sql =
+      std::string(schemaSteps()[0]) + "PRAGMA application_id = 1416787537; PRAGMA user_version = 1;";
+  Database(Path(folder + "/queue.db")).execute(sql.c_str());
   umask(before);
   { Queue{Path(folder)}; }
   EXPECT_EQ(rightsOf(folder), ownerFolder);
@@ -454,14 +453,14 @@ TEST_F(QueueFile, ALockThatIsHeldTooLongIsSaid) {
   Queue::Settings settings;
   settings.patience = std::chrono::milliseconds(1);
   Queue queue(Path(directory.path()), settings);
-  SQLite::Database other(databaseFile(), SQLite::OPEN_READWRITE);
-  other.exec("BEGIN IMMEDIATE");
+  Database other{Path(databaseFile())};
+  other.execute("BEGIN IMMEDIATE");
   const QueueError error = queueErrorOf([&] { queue.submit(jobOf("1")); });
   EXPECT_EQ(error.kind, QueueError::Kind::Busy);
   EXPECT_EQ(error.message, "The queue is locked by another process for too long: \"" + databaseFile() + "\"");
   EXPECT_EQ(error.hint, "try again; if it stays so, look which process has the file open");
   EXPECT_TRUE(queue.jobs().empty()) << "reading goes on";
-  other.exec("COMMIT");
+  other.execute("COMMIT");
   queue.submit(jobOf("1"));
 }
 
@@ -522,7 +521,7 @@ TEST_F(QueueFile, ContentsThatCannotBeAreDamageAndNoCrash) {
     works[0].run = {5, 6};
     queue.addArray(2, 1, works);
     const std::string name = place.file("queue.db");
-    SQLite::Database(name, SQLite::OPEN_READWRITE, 30000).exec(one.change);
+    Database(Path(name)).execute(one.change);
     const QueueError error = queueErrorOf([&] { one.look(queue); });
     EXPECT_EQ(error.kind, QueueError::Kind::Damaged) << error.message;
     if (*one.reason != '\0') {
@@ -544,13 +543,17 @@ TEST_F(QueueFile, NothingInTheFileIsRun) {
 
 TEST_F(QueueFile, NoStatementOfTheHotPathLooksThroughATable) {
   { Queue{Path(directory.path())}; }
-  SQLite::Database database(databaseFile(), SQLite::OPEN_READWRITE);
   for (const char* sql : statements::all) {
-    SQLite::Statement plan(database, std::string("EXPLAIN QUERY PLAN ") + sql);
+    Database database{Path(databaseFile())};
+    const std::string question = std::string("EXPLAIN QUERY PLAN ") + sql;
+    Query plan(database, question.c_str());
     std::size_t steps = 0;
-    while (plan.executeStep()) {
+    while (plan.next()) {
       ++steps;
-      const std::string step = plan.getColumn(3).getString();
+      for (int column = 0; column < 3; ++column) {
+        plan.number();
+      }
+      const std::string step = plan.text();
       // Whole, but small: the one row of the queue itself, and indexes of what
       // is open, due or alive.
       const bool small =

@@ -1,8 +1,7 @@
 #include "tests/trovik/queue/QueueTest.h"
 
 #include "tests/trovik/queue/Invariants.h"
-
-#include <SQLiteCpp/SQLiteCpp.h>
+#include "trovik/queue/Database.h"
 
 #include <sstream>
 
@@ -103,7 +102,7 @@ std::string QueueTest::standing(JobId job) {
 }
 
 void QueueTest::change(const std::string& sql) {
-  SQLite::Database(databaseFile(), SQLite::OPEN_READWRITE, 30000).exec(sql);
+  Database(Path(databaseFile())).execute(sql.c_str());
 }
 
 } // namespace trovik
