@@ -5,7 +5,7 @@
 #include "trovik/commandline/CommandLine.h"
 #include "trovik/machine/Interrupts.h"
 #include "trovik/queue/Queue.h"
-#include "trovik/text/Messages.h"
+#include "trovik/text/Console.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/Verbs.h"

@@ -2,6 +2,8 @@
 
 #include "host/application/Excerpt.h"
 #include "host/foundation/Suggest.h"
+#include "host/foundation/WholeNumber.h"
+#include "trovik/text/Text.h"
 
 #include <memory>
 
@@ -18,6 +20,17 @@ std::string didYouMean(std::string_view unknown, const std::vector<String>& know
 std::string takeText(Exception* exception) {
   const std::unique_ptr<Exception> owned(exception);
   return owned == nullptr ? std::string() : std::string(owned->Text());
+}
+
+std::size_t positiveNumber(const std::string& option, const std::string& text, std::size_t limit) {
+  const std::size_t number = ReadWholeNumber<std::size_t>(text).value_or(0);
+  if (number == 0) {
+    throw UsageError{option + ": " + inQuotes(text) + " is not a whole number from 1 on", {}};
+  }
+  if (number > limit) {
+    throw UsageError{option + ": " + text + " is too many; here it can be " + std::to_string(limit), {}};
+  }
+  return number;
 }
 
 } // namespace trovik

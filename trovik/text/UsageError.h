@@ -3,6 +3,7 @@
 #include "host/foundation/Exception.h"
 #include "host/foundation/String.h"
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -41,5 +42,8 @@ template <typename Action> auto orRefuse(const std::string& before, const std::s
     throw UsageError{before + takeText(exception), hint};
   }
 }
+
+/// A number of at least 1 behind an option. Throws a UsageError.
+std::size_t positiveNumber(const std::string& option, const std::string& text, std::size_t limit);
 
 } // namespace trovik

@@ -1,6 +1,6 @@
 #include "trovik/verbs/EachJob.h"
 
-#include "trovik/text/Messages.h"
+#include "trovik/text/Console.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
 #include "trovik/verbs/EngineRun.h"

@@ -7,7 +7,6 @@
 #include "trovik/progress/ProgressReader.h"
 #include "trovik/progress/ProgressText.h"
 #include "trovik/text/Json.h"
-#include "trovik/text/Numbers.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"

@@ -1,6 +1,5 @@
 #include "trovik/records/Moments.h"
 #include "trovik/reports/JobTable.h"
-#include "trovik/text/Numbers.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
 #include "trovik/verbs/OpenQueue.h"

@@ -2,7 +2,6 @@
 #include "trovik/queue/JobView.h"
 #include "trovik/records/Moments.h"
 #include "trovik/reports/AttemptText.h"
-#include "trovik/text/Numbers.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
