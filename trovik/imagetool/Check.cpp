@@ -1,11 +1,15 @@
 #include "trovik/imagetool/Check.h"
 
-#include "trovik/imagetool/Channels.h"
+#include "trovik/images/ImageProtocol.h"
 #include "trovik/imagetool/Decoder.h"
+#include "trovik/imagetool/Picture.h"
 
 #include <array>
 #include <bit>
 #include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string_view>
 
 namespace trovik::image {
 namespace {
@@ -56,6 +60,21 @@ Inspection check(const CheckRequest& request) {
     inspection.problem = "Only one flat colour";
   }
   return inspection;
+}
+
+void serve(std::FILE* requests, std::FILE* answers) {
+  char* line = nullptr;
+  std::size_t room = 0;
+  ssize_t length = 0;
+  while ((length = getline(&line, &room, requests)) > 0) {
+    const auto request = requestFrom({line, static_cast<std::size_t>(length)});
+    const std::string answer =
+        answerLine(request ? check(*request) : Inspection{"Is no request", false, 0, 0});
+    if (std::fwrite(answer.data(), 1, answer.size(), answers) != answer.size() || std::fflush(answers) != 0) {
+      break;
+    }
+  }
+  std::free(line);
 }
 
 } // namespace trovik::image

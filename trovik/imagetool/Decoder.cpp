@@ -1,7 +1,6 @@
 #include "trovik/imagetool/Decoder.h"
 
 #include "trovik/imagetool/Limits.h"
-#include "trovik/imagetool/Structure.h"
 #include "trovik/text/Text.h"
 
 #include <OpenImageIO/deepdata.h>

@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace trovik::image {
 
@@ -53,5 +54,11 @@ OIIO::ImageSpec describe(const std::string& file);
 /// "Truncated or damaged image (REASON)", with the reason of a library made
 /// one line of bounded length, without the file's name.
 std::string damageText(const std::string& reason, const std::string& file);
+
+/// What is wrong with how a file is built, where the decoder of its format
+/// does not notice: a missing end marker, fewer bytes than the header
+/// announces. `format` is OpenImageIO's name of the format ("jpeg"). Empty for
+/// a sound file, and for formats whose decoders notice all that can be noticed.
+std::string structureProblem(std::string_view format, const std::string& file);
 
 } // namespace trovik::image

@@ -2,7 +2,6 @@
 
 #include "trovik/imagetool/Decoder.h"
 #include "trovik/imagetool/SheetPaint.h"
-#include "trovik/imagetool/SheetWriter.h"
 #include "trovik/text/Text.h"
 
 #include <algorithm>

@@ -5,6 +5,7 @@
 #include "trovik/imagetool/SheetLayout.h"
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace trovik::image {
@@ -61,5 +62,13 @@ private:
   Lettering& letters_;
   std::vector<std::uint8_t> bytes_;
 };
+
+/// Why no sheet can be written under that name; empty when its extension is
+/// one of .png, .jpg, .jpeg, .exr, .tif and .tiff.
+std::string whyNotWritable(const std::string& file);
+
+/// Writes the sheet beside the file and renames it when it is whole; in the
+/// colours of a screen, but for .exr in light. Returns what went wrong.
+std::string writeSheet(const SheetPaint& sheet, const std::string& file);
 
 } // namespace trovik::image

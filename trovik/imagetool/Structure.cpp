@@ -1,4 +1,4 @@
-#include "trovik/imagetool/Structure.h"
+#include "trovik/imagetool/Decoder.h"
 
 #include "trovik/imagetool/Limits.h"
 

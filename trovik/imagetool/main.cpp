@@ -6,8 +6,8 @@
 //                               describes; reports on standard output
 
 #include "trovik/images/ImageProtocol.h"
+#include "trovik/imagetool/Check.h"
 #include "trovik/imagetool/Limits.h"
-#include "trovik/imagetool/Server.h"
 #include "trovik/imagetool/Sheet.h"
 
 #include <chrono>
