@@ -10,7 +10,6 @@
 #include "host/foundation/Exception.h"
 #include "host/foundation/Quoting.h"
 #include "trovik/check/References.h"
-#include "trovik/check/ValueKinds.h"
 #include "trovik/text/UsageError.h"
 
 #include <algorithm>

@@ -5,8 +5,8 @@
 #include "host/application/RenderJob.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/StringTokenizer.h"
+#include "trovik/check/References.h"
 #include "trovik/check/TypeCheck.h"
-#include "trovik/check/ValueKinds.h"
 #include "trovik/text/UsageError.h"
 
 #include <algorithm>

@@ -2,16 +2,74 @@
 // shell reads, and arguments that are scripts of another language.
 
 #include "host/application/Excerpt.h"
+#include "host/application/ParameterCommands.h"
 #include "host/foundation/Characters.h"
-#include "trovik/check/CommandWords.h"
 #include "trovik/check/References.h"
-#include "trovik/check/ValueKinds.h"
 
 #include <algorithm>
 #include <array>
+#include <utility>
+#include <vector>
 
 namespace trovik {
 namespace {
+
+/// One letter of an argument, or a reference that stands for a value in it.
+struct WordLetter {
+  char letter = '\0';
+  char quote = '\0';                    ///< the quote that it stands in; 0 for none
+  bool escaped = false;                 ///< a backslash keeps it
+  std::size_t place = 0;                ///< in the command line, from 0
+  const Reference* reference = nullptr; ///< null for a letter
+};
+using CommandWord = std::vector<WordLetter>;
+
+/// Splits a command line as a work's is split, with its references as they are
+/// written. `references` must be those of the line, and outlive the words. What
+/// is behind a quote that is never closed belongs to the last word.
+std::vector<CommandWord> commandWords(const String& line, const std::vector<Reference>& references) {
+  std::vector<CommandWord> words;
+  CommandWord word;
+  bool inWord = false;
+  char quote = '\0';
+  auto reference = references.begin();
+  for (std::size_t i = 0; i < line.size(); ++i) {
+    if (reference != references.end() && i == reference->Begin) {
+      word.push_back({'\0', quote, false, i, &*reference});
+      inWord = true;
+      i = reference->End - 1;
+      ++reference;
+      continue;
+    }
+    const char c = line[i];
+    const bool keeps = c == '\\' && quote != '\'' && i + 1 < line.size() &&
+                       (reference == references.end() || i + 1 != reference->Begin) &&
+                       (quote == '\0' || line[i + 1] == '"' || line[i + 1] == '\\' || line[i + 1] == '$' ||
+                        line[i + 1] == '`');
+    if (keeps) {
+      ++i;
+      word.push_back({line[i], quote, true, i, nullptr});
+      inWord = true;
+    } else if (quote == '\0' && (c == ' ' || c == '\t')) {
+      if (inWord) {
+        words.push_back(std::exchange(word, {}));
+        inWord = false;
+      }
+    } else if (c == quote) {
+      quote = '\0';
+    } else if (quote == '\0' && (c == '\'' || c == '"')) {
+      quote = c;
+      inWord = true;
+    } else {
+      word.push_back({c, quote, false, i, nullptr});
+      inWord = true;
+    }
+  }
+  if (inWord) {
+    words.push_back(std::move(word));
+  }
+  return words;
+}
 
 /// The letters of a word that stand in no quotes, with a blank for every other
 /// one: what a shell would read signs in.

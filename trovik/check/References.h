@@ -3,6 +3,7 @@
 #include "host/application/ParameterCommands.h"
 #include "trovik/check/TypeCheck.h"
 
+#include <initializer_list>
 #include <vector>
 
 namespace trovik {
@@ -18,5 +19,23 @@ bool hasCommand(const Reference& reference, const char* name);
 /// The names that a text refers to, and those that the defaults of these refer
 /// to, in lower case.
 std::set<std::string> allNamesIn(const TypeCheck& check, const String& text);
+
+/// What a reference's value may hold.
+enum class ValueKind {
+  Plain, ///< a number, a frame range, one of the type's own words
+  Path,
+  Text,
+  Scenes, ///< the scene files of a work
+};
+
+/// Of the name that a reference has, before its commands.
+ValueKind kindOf(const TypeCheck& check, const String& name);
+
+/// Whether a command gives numbers, or words that the type's author chose,
+/// whatever the value is.
+bool givesPlain(const CommandCall& call);
+
+/// Whether a text is one of some names, in any case of letters.
+bool isOneOf(const String& name, std::initializer_list<const char*> names);
 
 } // namespace trovik

@@ -1,4 +1,4 @@
-#include "trovik/commandline/HelpFooters.h"
+#include "trovik/commandline/HelpText.h"
 
 #include <map>
 #include <stdexcept>

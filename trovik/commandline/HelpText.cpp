@@ -1,6 +1,5 @@
 #include "trovik/commandline/HelpText.h"
 
-#include "trovik/commandline/HelpFooters.h"
 #include "trovik/text/Text.h"
 
 #include <algorithm>

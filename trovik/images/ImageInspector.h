@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/foundation/Path.h"
-#include "trovik/images/Inspection.h"
+#include "trovik/images/ImageProtocol.h"
 #include "trovik/machine/Machine.h"
 
 #include <functional>

@@ -1,13 +1,19 @@
 #pragma once
 
-#include "trovik/images/Inspection.h"
-
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace trovik {
+
+/// What a look into a file gave.
+struct Inspection {
+  std::string problem; ///< why it is not good ("Truncated image (...)"); empty for good or no image
+  bool image = false;  ///< whether it is of a format that was decoded
+  int width = 0;
+  int height = 0;
+};
 
 // What trovik and trovik-image say to each other: JSON, one object a line.
 // File names are bytes; one that is no UTF-8 travels as hexadecimal digits

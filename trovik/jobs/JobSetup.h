@@ -4,7 +4,6 @@
 #include "host/application/JobFactory.h"
 #include "host/application/NameLetters.h"
 #include "trovik/jobs/SceneSequence.h"
-#include "trovik/jobs/SequenceSettings.h"
 
 #include <map>
 #include <set>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/records/FrameTimes.h"
+#include "trovik/records/Moments.h"
 #include "trovik/records/RunEvents.h"
 #include "trovik/text/Console.h"
 

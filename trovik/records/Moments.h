@@ -3,7 +3,9 @@
 #include "trovik/machine/Machine.h"
 #include "trovik/records/Records.h"
 
+#include <cstddef>
 #include <string>
+#include <vector>
 
 namespace trovik {
 
@@ -25,5 +27,20 @@ std::string ageText(Moment moment, Moment now);
 /// For JSON, to the millisecond: since 1970, and how long.
 double secondsOf(Moment moment);
 double secondsOf(Duration duration);
+
+/// Frames that took the same time: those of one work, which is only measured
+/// as a whole.
+struct TimedFrames {
+  Duration each{};
+  std::size_t frames = 1;
+};
+
+/// The median over all frames; 0 for none. One that hung does not count for
+/// more than it is, unlike in a mean.
+Duration medianTime(std::vector<TimedFrames> times);
+
+/// What so many frames (parts of one count) take side by side in `lanes`
+/// slots, at least one.
+Duration timeFor(double frames, Duration each, std::size_t lanes);
 
 } // namespace trovik

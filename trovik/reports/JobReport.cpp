@@ -1,7 +1,6 @@
 #include "trovik/reports/JobReport.h"
 
 #include "trovik/progress/ProgressText.h"
-#include "trovik/records/FrameTimes.h"
 #include "trovik/records/Moments.h"
 #include "trovik/reports/AttemptText.h"
 #include "trovik/text/Text.h"

@@ -1,6 +1,6 @@
 #include "trovik/reports/SheetCells.h"
 
-#include "trovik/queue/JobFiles.h"
+#include "trovik/queue/JobView.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 

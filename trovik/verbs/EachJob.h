@@ -1,7 +1,7 @@
 #pragma once
 
 #include "trovik/text/Json.h"
-#include "trovik/verbs/OpenQueue.h"
+#include "trovik/verbs/Session.h"
 #include "trovik/verbs/Verbs.h"
 
 #include <functional>

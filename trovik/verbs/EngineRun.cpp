@@ -10,7 +10,7 @@
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
-#include "trovik/verbs/OpenQueue.h"
+#include "trovik/verbs/Session.h"
 
 #include <algorithm>
 #include <memory>

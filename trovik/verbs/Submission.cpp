@@ -9,7 +9,7 @@
 #include "trovik/jobs/ProgramSearch.h"
 #include "trovik/jobs/Types.h"
 #include "trovik/machine/Locations.h"
-#include "trovik/queue/JobFiles.h"
+#include "trovik/queue/JobView.h"
 #include "trovik/text/Console.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"

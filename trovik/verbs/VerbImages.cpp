@@ -1,7 +1,6 @@
-#include "trovik/queue/JobFiles.h"
+#include "trovik/queue/JobView.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
-#include "trovik/verbs/OpenQueue.h"
 #include "trovik/verbs/Session.h"
 #include "trovik/verbs/Verbs.h"
 

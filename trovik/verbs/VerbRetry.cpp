@@ -1,6 +1,6 @@
 #include "trovik/images/ImageHelper.h"
 #include "trovik/progress/ProgressText.h"
-#include "trovik/queue/JobFiles.h"
+#include "trovik/queue/JobView.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"

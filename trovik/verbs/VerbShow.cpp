@@ -2,7 +2,6 @@
 #include "trovik/reports/JobReport.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
-#include "trovik/verbs/OpenQueue.h"
 #include "trovik/verbs/Session.h"
 #include "trovik/verbs/Verbs.h"
 

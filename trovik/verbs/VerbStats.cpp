@@ -1,7 +1,6 @@
 #include "trovik/reports/JobStats.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
-#include "trovik/verbs/OpenQueue.h"
 #include "trovik/verbs/Session.h"
 #include "trovik/verbs/Verbs.h"
 

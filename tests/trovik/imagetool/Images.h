@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trovik/images/Inspection.h"
+#include "trovik/images/ImageProtocol.h"
 
 #include <OpenImageIO/imageio.h>
 
