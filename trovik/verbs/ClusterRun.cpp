@@ -4,7 +4,7 @@
 #include "trovik/cluster/SlurmClient.h"
 #include "trovik/images/ImageHelper.h"
 #include "trovik/progress/JobFollower.h"
-#include "trovik/progress/ProgressReader.h"
+#include "trovik/progress/Progress.h"
 #include "trovik/records/Moments.h"
 #include "trovik/text/Console.h"
 #include "trovik/text/Json.h"
@@ -215,26 +215,14 @@ int followCluster(Session& session, Queue& queue, JobId job, bool json) {
   if (left) {
     console.setLive({});
     const bool taken = isTaken(view, job);
-    if (json) {
-      Json event = jsonOfKind("watch.left");
-      event["job"] = job;
-      console.print(jsonLine(event));
-    } else {
-      console.print(console.coloured(Colour::Yellow, "left") + "  job " + id +
-                    (taken ? " goes on in Slurm" : ": not all of it was submitted yet") +
-                    "; \"trovik watch " + id + "\" comes back to it, \"trovik cancel " + id + "\" ends it\n");
-    }
+    tellWatcher(console, json, job, "watch.left", "left",
+                "job " + id + (taken ? " goes on in Slurm" : ": not all of it was submitted yet") +
+                    "; \"trovik watch " + id + "\" comes back to it, \"trovik cancel " + id + "\" ends it");
     return exitFailed;
   }
   if (!view.job(job)) {
     console.setLive({});
-    if (json) {
-      Json event = jsonOfKind("watch.deleted");
-      event["job"] = job;
-      console.print(jsonLine(event));
-    } else {
-      console.print(console.coloured(Colour::Yellow, "gone") + "  job " + id + " was deleted\n");
-    }
+    tellWatcher(console, json, job, "watch.deleted", "gone", "job " + id + " was deleted");
     return exitFailed;
   }
   // The tasks of a job that ended before them.

@@ -3,8 +3,7 @@
 #include "host/foundation/Log.h"
 #include "trovik/images/ImageHelper.h"
 #include "trovik/progress/JobFollower.h"
-#include "trovik/progress/PlainProgress.h"
-#include "trovik/progress/ProgressReader.h"
+#include "trovik/progress/Progress.h"
 #include "trovik/progress/ProgressText.h"
 #include "trovik/text/Json.h"
 #include "trovik/text/Text.h"
@@ -151,7 +150,7 @@ int workQueue(Session& session, Queue& queue, ImageInspector& images, Machine& m
   } else {
     console.print("engine on " + counted(plan.slots, "slot") + '\n' + "queue  " +
                   console.shown(queue.directory().Text()) + '\n');
-    progress = std::make_unique<PlainProgress>(console, true);
+    progress = plainProgress(console, true);
   }
   LocalEngine engine(machine, queue, images, interrupts, *progress);
   const std::shared_ptr<ClusterEngine> cluster = engineBeside(session, queue, options.json);

@@ -1,6 +1,5 @@
 #include "trovik/progress/JobFollower.h"
-#include "trovik/progress/ProgressReader.h"
-#include "trovik/text/Json.h"
+#include "trovik/progress/Progress.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
 #include "trovik/verbs/Session.h"
@@ -18,15 +17,6 @@ int watchJob(Session& session, const JobOptions& options) {
     return followCluster(session, queue, job.id, json);
   }
   const std::string title = "job " + std::to_string(job.id);
-  const auto tell = [&](const char* kind, const std::string& word, const std::string& text) {
-    if (json) {
-      Json event = jsonOfKind(kind);
-      event["job"] = job.id;
-      console.print(jsonLine(event));
-    } else {
-      console.print(console.coloured(Colour::Yellow, word) + "  " + text + '\n');
-    }
-  };
 
   LocalMachine machine;
   SignalInterrupts interrupts;
@@ -34,16 +24,17 @@ int watchJob(Session& session, const JobOptions& options) {
   JobFollower follower(queue, job.id, *progress);
   follower.beginRun();
   const bool ended = followToEnd(follower, queue, machine, interrupts, [&] {
-    tell("watch.waiting", "waiting", "no engine is at work; start one with \"trovik engine\"");
+    tellWatcher(console, json, job.id, "watch.waiting", "waiting",
+                "no engine is at work; start one with \"trovik engine\"");
   });
   if (!ended) {
     console.setLive({});
-    tell("watch.left", "left", title + " stays in the queue");
+    tellWatcher(console, json, job.id, "watch.left", "left", title + " stays in the queue");
     return exitFailed;
   }
   if (!queue.job(job.id)) {
     console.setLive({});
-    tell("watch.deleted", "gone", title + " was deleted");
+    tellWatcher(console, json, job.id, "watch.deleted", "gone", title + " was deleted");
     return exitFailed;
   }
   const RunSummary summary = queue.summary(job.id);

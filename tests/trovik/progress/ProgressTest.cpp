@@ -1,7 +1,5 @@
-#include "trovik/progress/JsonProgress.h"
-#include "trovik/progress/PlainProgress.h"
+#include "trovik/progress/Progress.h"
 #include "trovik/progress/ProgressText.h"
-#include "trovik/progress/TerminalProgress.h"
 
 #include "trovik/text/Json.h"
 
@@ -80,12 +78,12 @@ RunSummary mixedSummary() {
 
 TEST(PlainProgress, EachEventIsOneWrite) {
   ProgressScreen screen;
-  PlainProgress progress(screen.console);
-  progress.runStarted(infoOf(24));
-  progress.workStarted(workOf(4));
-  progress.image(workOf(4), Path("/s/a.png"));
-  progress.workEnded(workOf(4), goodIn(1200ms));
-  progress.workStarted(workOf(5, 2, 3));
+  const auto progress = plainProgress(screen.console);
+  progress->runStarted(infoOf(24));
+  progress->workStarted(workOf(4));
+  progress->image(workOf(4), Path("/s/a.png"));
+  progress->workEnded(workOf(4), goodIn(1200ms));
+  progress->workStarted(workOf(5, 2, 3));
   EXPECT_EQ(
       screen.writes,
       (Writes{"Sketch: 24 frames (1-24) on 2 slots\nscene  /s/a_%04d.pov\nlogs  /logs/run\n", "started  4\n",
@@ -94,50 +92,50 @@ TEST(PlainProgress, EachEventIsOneWrite) {
 
 TEST(PlainProgress, FailureTellsReasonLinesAndLog) {
   ProgressScreen screen;
-  PlainProgress progress(screen.console);
-  progress.workEnded(workOf(4), failedWith("Exit code 1", {"first", "second"}));
+  const auto progress = plainProgress(screen.console);
+  progress->workEnded(workOf(4), failedWith("Exit code 1", {"first", "second"}));
   EXPECT_EQ(screen.all(), "failed  4  Exit code 1\n  | first\n  | second\n  log  /logs/run/4-4.log\n");
 }
 
 TEST(PlainProgress, FailedAttemptTellsItsNumberAndWhatFollows) {
   ProgressScreen screen;
-  PlainProgress progress(screen.console);
-  progress.workEnded(workOf(4, 1, 3), failedWith("Exit code 1", {}, true));
+  const auto progress = plainProgress(screen.console);
+  progress->workEnded(workOf(4, 1, 3), failedWith("Exit code 1", {}, true));
   EXPECT_EQ(screen.all(),
             "failed  4  attempt 1 of 3: Exit code 1\n  log  /logs/run/4-4.log\n  it will be tried again\n");
 }
 
 TEST(PlainProgress, EscapeSequencesOfNamesNotesAndLinesAreNeverPassedOn) {
   ProgressScreen screen(true);
-  PlainProgress progress(screen.console);
-  progress.image(workOf(4), Path("/s/\x1b]0;x\a\n.png"));
-  progress.workEnded(workOf(4), failedWith("bad \x1b[2J", {"\x1b[31mred\xff"}));
+  const auto progress = plainProgress(screen.console);
+  progress->image(workOf(4), Path("/s/\x1b]0;x\a\n.png"));
+  progress->workEnded(workOf(4), failedWith("bad \x1b[2J", {"\x1b[31mred\xff"}));
   EXPECT_EQ(screen.all(), "image  /s/\\x1b]0;x\\x07\\n.png\n"
                           "failed  4  bad \\x1b[2J\n  | \\x1b[31mred\\xff\n  log  /logs/run/4-4.log\n");
 }
 
 TEST(PlainProgress, AJobOfTheQueueIsTold) {
   ProgressScreen screen;
-  PlainProgress progress(screen.console);
+  const auto progress = plainProgress(screen.console);
   RunInfo info = infoOf(24);
   info.job = 3;
   info.goodBefore = 12;
-  progress.runStarted(info);
+  progress->runStarted(info);
   EXPECT_EQ(screen.all(), "job 3  Sketch: 24 frames (1-24) on 2 slots\nscene  /s/a_%04d.pov\n"
                           "12 frames are good already\nlogs  /logs/run\n");
 }
 
 TEST(PlainProgress, SeveralJobsInOneRunAreToldApart) {
   ProgressScreen screen;
-  PlainProgress progress(screen.console, true);
+  const auto progress = plainProgress(screen.console, true);
   WorkInfo work = workOf(4);
   work.job = 7;
-  progress.workStarted(work);
-  progress.image(work, Path("/s/a.png"));
-  progress.workEnded(work, goodIn(2s));
+  progress->workStarted(work);
+  progress->image(work, Path("/s/a.png"));
+  progress->workEnded(work, goodIn(2s));
   RunSummary summary = mixedSummary();
   summary.info.job = 7;
-  progress.runEnded(summary);
+  progress->runEnded(summary);
   EXPECT_EQ(screen.all(),
             "job 7  started  4\njob 7  image  /s/a.png\njob 7  finished  4  2.0 s\n"
             "job 7  19 of 24 frames good, 1 failed, 4 not done, in 1 min 23 s\n"
@@ -147,13 +145,13 @@ TEST(PlainProgress, SeveralJobsInOneRunAreToldApart) {
 
 TEST(PlainProgress, PartsOfAPacketThatAreGoodAreTold) {
   ProgressScreen screen;
-  PlainProgress progress(screen.console);
+  const auto progress = plainProgress(screen.console);
   const WorkInfo packet{{5, 8}, true, 1, 2};
   WorkResult result = failedWith("Exit code 1", {}, true);
   result.good.add({5, 6});
-  progress.workEnded(packet, result);
+  progress->workEnded(packet, result);
   result.verdict = Verdict::Canceled;
-  progress.workEnded(packet, result);
+  progress->workEnded(packet, result);
   EXPECT_EQ(screen.all(), "failed  5-8  attempt 1 of 2: Exit code 1\n  log  /logs/run/4-4.log\n"
                           "  good  5-6\n  the rest will be tried again\n"
                           "ended  5-8  only 5-6 done\n");
@@ -261,83 +259,83 @@ TEST(Summary, ManyReasonsAreCut) {
 
 TEST(TerminalProgress, LiveLineTellsTheStateOfTheRun) {
   ProgressScreen screen(true);
-  TerminalProgress progress(screen.console);
-  progress.runStarted(infoOf(24));
-  progress.workStarted(workOf(1));
-  progress.workStarted(workOf(2));
+  const auto progress = terminalProgress(screen.console);
+  progress->runStarted(infoOf(24));
+  progress->workStarted(workOf(1));
+  progress->workStarted(workOf(2));
   EXPECT_EQ(screen.writes.back(), "\r\x1b[K0/24 frames  running 1 2");
-  progress.workEnded(workOf(1), goodIn(20s));
+  progress->workEnded(workOf(1), goodIn(20s));
   EXPECT_EQ(screen.writes.back(), "\r\x1b[K1/24 frames  about 3 min 45 s left  running 2");
-  progress.workEnded(workOf(2), failedWith("bad"));
+  progress->workEnded(workOf(2), failedWith("bad"));
   EXPECT_EQ(screen.writes.back(), "\r\x1b[K1/24 frames  1 failed  about 3 min 40 s left");
 }
 
 TEST(TerminalProgress, ImagesStandAboveTheLiveLine) {
   ProgressScreen screen(true);
-  TerminalProgress progress(screen.console);
-  progress.runStarted(infoOf(2));
-  progress.workStarted(workOf(1));
-  progress.image(workOf(1), Path("/s/a.png"));
+  const auto progress = terminalProgress(screen.console);
+  progress->runStarted(infoOf(2));
+  progress->workStarted(workOf(1));
+  progress->image(workOf(1), Path("/s/a.png"));
   EXPECT_EQ(screen.writes.back(), "\r\x1b[Kimage  /s/a.png\n0/2 frames  running 1");
 }
 
 TEST(TerminalProgress, ManyRunningFramesStayOnOneLine) {
   ProgressScreen screen(true);
   screen.width = 40;
-  TerminalProgress progress(screen.console);
-  progress.runStarted(infoOf(1000));
+  const auto progress = terminalProgress(screen.console);
+  progress->runStarted(infoOf(1000));
   for (int frame = 100; frame < 150; ++frame) {
-    progress.workStarted(workOf(frame));
+    progress->workStarted(workOf(frame));
   }
   EXPECT_LE(displayWidth(screen.writes.back().substr(4)), 39U);
 }
 
 TEST(TerminalProgress, RetriedWorkDoesNotCountAsFailed) {
   ProgressScreen screen(true);
-  TerminalProgress progress(screen.console);
-  progress.runStarted(infoOf(2));
-  progress.workStarted(workOf(1, 1, 2));
-  progress.workEnded(workOf(1, 1, 2), failedWith("bad", {}, true));
+  const auto progress = terminalProgress(screen.console);
+  progress->runStarted(infoOf(2));
+  progress->workStarted(workOf(1, 1, 2));
+  progress->workEnded(workOf(1, 1, 2), failedWith("bad", {}, true));
   EXPECT_EQ(screen.writes.back().find("failed"), std::string::npos);
 }
 
 TEST(TerminalProgress, FramesInsideAPacketCountByTheirImages) {
   ProgressScreen screen(true);
-  TerminalProgress progress(screen.console);
+  const auto progress = terminalProgress(screen.console);
   RunInfo info = infoOf(12);
   info.slots = 1;
-  progress.runStarted(info);
+  progress->runStarted(info);
   const WorkInfo first{{1, 4}, true, 1, 1};
-  progress.workStarted(first);
+  progress->workStarted(first);
   for (const char* file : {"/s/1.png", "/s/2.png"}) {
-    progress.image(first, Path(file));
+    progress->image(first, Path(file));
   }
   EXPECT_EQ(screen.writes.back(), "\r\x1b[K0/12 frames  running 1-4 (2 of 4)");
   for (const char* file : {"/s/3.png", "/s/4.png"}) {
-    progress.image(first, Path(file));
+    progress->image(first, Path(file));
   }
-  progress.workEnded(first, goodIn(40s));
+  progress->workEnded(first, goodIn(40s));
   const WorkInfo second{{5, 8}, true, 1, 1};
-  progress.workStarted(second);
-  progress.image(second, Path("/s/5.png"));
+  progress->workStarted(second);
+  progress->image(second, Path("/s/5.png"));
   // Seven frames are left, and one of them is half done.
   EXPECT_EQ(screen.writes.back(), "\r\x1b[K4/12 frames  about 1 min 05 s left  running 5-8 (1 of 4)");
 }
 
 TEST(TerminalProgress, SeveralImagesOfAFrameCountAsOne) {
   ProgressScreen screen(true);
-  TerminalProgress progress(screen.console);
-  progress.runStarted(infoOf(8));
+  const auto progress = terminalProgress(screen.console);
+  progress->runStarted(infoOf(8));
   const WorkInfo first{{1, 2}, true, 1, 1};
-  progress.workStarted(first);
+  progress->workStarted(first);
   for (const char* file : {"/s/1.png", "/s/1.z.png", "/s/2.png", "/s/2.z.png"}) {
-    progress.image(first, Path(file));
+    progress->image(first, Path(file));
   }
-  progress.workEnded(first, goodIn(2s));
+  progress->workEnded(first, goodIn(2s));
   const WorkInfo second{{3, 6}, true, 1, 1};
-  progress.workStarted(second);
+  progress->workStarted(second);
   for (const char* file : {"/s/3.png", "/s/3.z.png", "/s/4.png"}) {
-    progress.image(second, Path(file));
+    progress->image(second, Path(file));
   }
   EXPECT_EQ(screen.writes.back(),
             "\r\x1b[Kimage  /s/4.png\n2/8 frames  about 3 s left  running 3-6 (1 of 4)");
@@ -345,71 +343,71 @@ TEST(TerminalProgress, SeveralImagesOfAFrameCountAsOne) {
 
 TEST(TerminalProgress, OneFrameThatHungDoesNotSpoilTheGuess) {
   ProgressScreen screen(true);
-  TerminalProgress progress(screen.console);
+  const auto progress = terminalProgress(screen.console);
   RunInfo info = infoOf(10);
   info.slots = 1;
-  progress.runStarted(info);
+  progress->runStarted(info);
   for (int frame = 1; frame <= 3; ++frame) {
-    progress.workEnded(workOf(frame), goodIn(10s));
+    progress->workEnded(workOf(frame), goodIn(10s));
   }
-  progress.workEnded(workOf(4), goodIn(2h));
+  progress->workEnded(workOf(4), goodIn(2h));
   EXPECT_EQ(screen.writes.back(), "\r\x1b[K4/10 frames  about 1 min 00 s left");
 }
 
 TEST(TerminalProgress, WhatWasGoodBeforeCounts) {
   ProgressScreen screen(true);
-  TerminalProgress progress(screen.console);
+  const auto progress = terminalProgress(screen.console);
   RunInfo info = infoOf(24);
   info.goodBefore = 20;
   info.failedBefore = 1;
-  progress.runStarted(info);
+  progress->runStarted(info);
   EXPECT_EQ(screen.writes.back(), "\r\x1b[K20/24 frames  1 failed");
 }
 
 TEST(TerminalProgress, GoodFramesOfAFailedPacketCountAsDone) {
   ProgressScreen screen(true);
-  TerminalProgress progress(screen.console);
-  progress.runStarted(infoOf(24));
+  const auto progress = terminalProgress(screen.console);
+  progress->runStarted(infoOf(24));
   const WorkInfo packet{{5, 8}, true, 1, 1};
   WorkResult result = failedWith("bad");
   result.good.add({5, 6});
-  progress.workEnded(packet, result);
+  progress->workEnded(packet, result);
   EXPECT_EQ(screen.writes.back(), "\r\x1b[K2/24 frames  2 failed");
 }
 
 TEST(TerminalProgress, TheSameFramesOfTwoJobsAreTwoWorks) {
   ProgressScreen screen(true);
-  TerminalProgress progress(screen.console);
-  progress.runStarted(infoOf(24));
+  const auto progress = terminalProgress(screen.console);
+  progress->runStarted(infoOf(24));
   WorkInfo one = workOf(1);
   one.job = 1;
   WorkInfo two = workOf(1);
   two.job = 2;
-  progress.workStarted(one);
-  progress.workStarted(two);
-  progress.workEnded(one, goodIn(1s));
+  progress->workStarted(one);
+  progress->workStarted(two);
+  progress->workEnded(one, goodIn(1s));
   EXPECT_EQ(screen.writes.back(), "\r\x1b[K1/24 frames  about 11 s left  running 1");
 }
 
 TEST(TerminalProgress, SummaryReplacesTheLiveLine) {
   ProgressScreen screen(true);
-  TerminalProgress progress(screen.console);
-  progress.runStarted(infoOf(24));
-  progress.runEnded(mixedSummary());
+  const auto progress = terminalProgress(screen.console);
+  progress->runStarted(infoOf(24));
+  progress->runEnded(mixedSummary());
   EXPECT_EQ(screen.writes[screen.writes.size() - 2], "\r\x1b[K");
   EXPECT_EQ(screen.writes.back(), summaryText(screen.console, mixedSummary()));
 }
 
 TEST(JsonProgress, EveryEventIsOneVersionedObjectOnALine) {
   ProgressScreen screen;
-  JsonProgress progress(screen.console);
-  progress.runStarted(infoOf(24));
-  progress.workStarted(workOf(4, 2, 3));
-  progress.image(workOf(4), Path("/s/a.png"));
-  progress.workEnded(workOf(4), goodIn(1234567us));
-  progress.workEnded(workOf(4), failedWith("bad", {"l"}, true));
-  progress.interrupted(1, 2);
-  progress.runEnded(mixedSummary());
+  const auto progress = jsonProgress(screen.console);
+  progress->runStarted(infoOf(24));
+  progress->workStarted(workOf(4, 2, 3));
+  progress->image(workOf(4), Path("/s/a.png"));
+  progress->workEnded(workOf(4), goodIn(1234567us));
+  progress->workEnded(workOf(4), failedWith("bad", {"l"}, true));
+  progress->interrupted(1, 2);
+  progress->runEnded(mixedSummary());
   ASSERT_EQ(screen.writes.size(), 7U);
   std::vector<std::string> kinds;
   for (const std::string& write : screen.writes) {
@@ -428,17 +426,17 @@ TEST(JsonProgress, EveryEventIsOneVersionedObjectOnALine) {
 
 TEST(JsonProgress, JobRuleAndGoodFramesAreTold) {
   ProgressScreen screen;
-  JsonProgress progress(screen.console);
+  const auto progress = jsonProgress(screen.console);
   RunInfo info = infoOf(24);
   info.job = 3;
   info.name = "a";
-  progress.runStarted(info);
+  progress->runStarted(info);
   WorkInfo packet{{5, 8}, true, 1, 1};
   packet.job = 3;
   WorkResult result = failedWith("Error line: bad", {"bad"});
   result.rule = VerdictRule::ErrorLine;
   result.good.add({5, 6});
-  progress.workEnded(packet, result);
+  progress->workEnded(packet, result);
   EXPECT_EQ(screen.all(),
             "{\"version\":1,\"kind\":\"run.started\",\"job\":3,\"name\":\"a\",\"type\":\"Sketch\","
             "\"scene\":\"/s/a_%04d.pov\",\"range\":\"1-24\",\"frames\":24,\"works\":24,\"goodBefore\":0,"
@@ -450,8 +448,8 @@ TEST(JsonProgress, JobRuleAndGoodFramesAreTold) {
 
 TEST(JsonProgress, SummaryHoldsFramesFailuresAndImages) {
   ProgressScreen screen;
-  JsonProgress progress(screen.console);
-  progress.runEnded(mixedSummary());
+  const auto progress = jsonProgress(screen.console);
+  progress->runEnded(mixedSummary());
   EXPECT_EQ(screen.all(),
             "{\"version\":1,\"kind\":\"run.summary\",\"job\":null,\"interrupted\":false,\"seconds\":83.0,"
             "\"works\":{\"good\":19,\"failed\":1,\"notDone\":4},"
@@ -463,8 +461,8 @@ TEST(JsonProgress, SummaryHoldsFramesFailuresAndImages) {
 
 TEST(JsonProgress, BytesThatAreNoUtf8AreKept) {
   ProgressScreen screen;
-  JsonProgress progress(screen.console);
-  progress.image(workOf(4), Path("/s/caf\xe9.png"));
+  const auto progress = jsonProgress(screen.console);
+  progress->image(workOf(4), Path("/s/caf\xe9.png"));
   EXPECT_EQ(Json::parse(screen.all()).at("file"), (Json{{"hex", "2f732f636166e92e706e67"}}));
 }
 
