@@ -51,7 +51,7 @@ awk -v rooms="$rooms" '
     if (path ~ /^host\/foundation\// || path == "host/Foundation.h") return "host/foundation"
     if (path ~ /^host\/application\// || path == "host/Application.h") return "host/application"
     if (path ~ /^(job|module)\//) { sub(/\/.*/, "", path); return path }
-    if (path ~ /^trovik\/(main|Program)\./) return "trovik"
+    if (path ~ /^trovik\/main\./) return "trovik"
     if (path ~ /^trovik\/[^\/]+\/[^\/]+$/) {
       sub(/\/[^\/]+$/, "", path)
       return path in may ? path : ""

@@ -1,8 +1,0 @@
-#pragma once
-
-namespace trovik {
-
-/// The whole program; returns its exit code.
-int runProgram(int count, char** arguments);
-
-} // namespace trovik
