@@ -148,7 +148,7 @@ protected:
 
 private:
   // Names and values are slices of one text and all entries stand in one
-  // vector, so that a file costs a handful of allocations; see IniFile.cpp.
+  // vector, so that a file costs a handful of allocations; see IniFileText.cpp.
   struct Slice {
     std::uint32_t Offset = 0;
     std::uint32_t Length = 0;
