@@ -23,7 +23,7 @@ std::string quoted(const std::string& text) {
   return other == std::string(EnquoteWord(other)) ? text : std::string(EscapeReferences(EnquoteWord(text)));
 }
 
-std::vector<ArgumentPiece> piecesOf(const std::string& argument, const std::set<std::string>& known) {
+std::vector<ArgumentPiece> piecesOf(const std::string& argument) {
   std::vector<ArgumentPiece> pieces;
   const auto append = [&pieces](const std::string& text, bool isWord) {
     if (!isWord && !pieces.empty() && !pieces.back().isWord) {
@@ -39,7 +39,7 @@ std::vector<ArgumentPiece> piecesOf(const std::string& argument, const std::set<
       ++end;
     }
     const std::string text = argument.substr(begin, end - begin);
-    append(text, known.contains(text));
+    append(text, ArgumentWords::known().contains(text));
     begin = end;
   }
   return pieces;
@@ -131,11 +131,19 @@ std::vector<ArgumentPiece> withScripts(const std::vector<ArgumentPiece>& pieces)
 
 } // namespace
 
-ArgumentWords::ArgumentWords(const std::string& arguments, const std::set<std::string>& known) {
+const std::set<std::string>& ArgumentWords::known() {
+  static const std::set<std::string> words = {"SCENE", "NAME", "FRAME", "FIRST", "LAST", "FOLDER", "OUTPUT"};
+  return words;
+}
+
+ArgumentWords::ArgumentWords(const std::string& arguments) {
+  if (arguments == "none") {
+    return;
+  }
   refuseShell(arguments);
   const std::vector<String> words = orRefuse("", "", [&] { return SplitCommandLine(arguments); });
   for (const String& word : words) {
-    arguments_.push_back(withScripts(piecesOf(word, known)));
+    arguments_.push_back(withScripts(piecesOf(word)));
   }
 }
 

@@ -20,7 +20,7 @@ struct ArgumentPiece {
 
 /// Arguments as one would type them, with words in capitals for what varies:
 /// `-s FIRST --out=FOLDER/NAME.png`. A word counts where no letter or digit
-/// stands beside it.
+/// stands beside it. "none" stands for no arguments.
 class ArgumentWords {
 public:
   /// In an argument that is a script, as `-c 'load("SCENE")'` has one, the word
@@ -28,7 +28,10 @@ public:
   ///
   /// Throws a UsageError for an unclosed quote, a sign that only a shell reads, and
   /// a word that is only a part of a script's string.
-  ArgumentWords(const std::string& arguments, const std::set<std::string>& known);
+  explicit ArgumentWords(const std::string& arguments);
+
+  /// The words that stand for something.
+  static const std::set<std::string>& known();
 
   bool has(std::string_view word) const;
   bool empty() const { return arguments_.empty(); }

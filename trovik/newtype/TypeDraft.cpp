@@ -8,40 +8,9 @@
 #include "trovik/text/UsageError.h"
 
 #include <algorithm>
-#include <cctype>
-#include <unistd.h>
 
 namespace trovik {
 namespace {
-
-const std::set<std::string>& allWords() {
-  static const std::set<std::string> words = {"SCENE", "NAME", "FRAME", "FIRST", "LAST", "FOLDER", "OUTPUT"};
-  return words;
-}
-
-ArgumentWords wordsOf(const std::string& arguments) {
-  return {arguments == "none" ? std::string() : arguments, allWords()};
-}
-
-/// One line of what can be shown, so that it is one value of a file.
-void checkLine(const std::string& text) {
-  if (printable(text, OddBytes::Show) != text) {
-    throw UsageError{inQuotes(text) + " holds characters that cannot be shown", "leave them out"};
-  }
-}
-
-void checkWords(const ArgumentWords& arguments, const std::set<std::string>& allowed,
-                const std::string& hint) {
-  for (const std::string& word : allWords()) {
-    if (arguments.has(word) && !allowed.contains(word)) {
-      throw UsageError{word + " means nothing here", hint};
-    }
-  }
-}
-
-bool hasScene(const std::string& scene) {
-  return !wordsOf(scene).empty();
-}
 
 /// The parameter for an output file that is one string of a script.
 constexpr const char* outputFile = "OutputFile";
@@ -51,7 +20,7 @@ class Meanings {
 public:
   explicit Meanings(const TypeAnswers& answers)
       : framing_(framingOf(answers.frames, answers.scene)), extension_(answers.extension),
-        name_(shortName(answers.name)), hasScene_(hasScene(answers.scene)) {}
+        name_(shortName(answers.name)), hasScene_(!ArgumentWords(answers.scene).empty()) {}
 
   Framing framing() const { return framing_; }
   bool scene() const { return hasScene_; }
@@ -161,7 +130,7 @@ bool looksLikeAFile(const std::string& file) {
 /// folder for the program's own settings is none.
 std::vector<String> expectedFiles(const TypeAnswers& answers, const Meanings& meanings) {
   std::vector<String> files;
-  const ArgumentWords output = wordsOf(answers.output);
+  const ArgumentWords output(answers.output);
   for (const std::vector<ArgumentPiece>& pieces : output.arguments()) {
     const auto begin = std::find_if(pieces.begin(), pieces.end(), [](const ArgumentPiece& piece) {
       return piece.isWord && (piece.text == "FOLDER" || piece.text == "OUTPUT");
@@ -236,7 +205,7 @@ std::string commandPart(const TypeAnswers& answers, const Meanings& meanings) {
   std::vector<std::string> parts;
   for (const std::string& arguments : {answers.scene, answers.frames, answers.output}) {
     if (arguments != "files") {
-      const std::string part = wordsOf(arguments).command(
+      const std::string part = ArgumentWords(arguments).command(
           [&](const ArgumentPiece& word) { return meanings.inCommand(word.text, word.language); });
       parts.insert(parts.end(), part.empty() ? 0 : 1, part);
     }
@@ -287,7 +256,7 @@ const char* const parameterPart =
 
 /// The output file as one value, where a script names it.
 std::string outputFilePart(const TypeAnswers& answers, const Meanings& meanings) {
-  return !wordsOf(answers.output).isInScript("OUTPUT")
+  return !ArgumentWords(answers.output).isInScript("OUTPUT")
              ? std::string()
              : std::string("\n; The file as one value, for the script that names it.\n"
                            "[SecondaryParameters]\n1=") +
@@ -348,7 +317,7 @@ std::string defaultsPart(const TypeAnswers& answers, const Meanings& meanings, b
             "EnquoteActual=No\n";
   }
   if (meanings.framing() == Framing::Range) {
-    if (wordsOf(answers.output).has("OUTPUT")) {
+    if (ArgumentWords(answers.output).has("OUTPUT")) {
       text += "; The file stands for all frames.\n"
               "FileCheck=Work\n"
               "PacketSize=1000000\n";
@@ -362,136 +331,13 @@ std::string defaultsPart(const TypeAnswers& answers, const Meanings& meanings, b
 
 } // namespace
 
-void checkTypeName(const std::string& name) {
-  checkLine(name);
-  if (shortName(name).empty()) {
-    throw UsageError{"the name of the type is " + (trimmed(name).empty() ? "empty" : inQuotes(name)),
-                     "a name has letters or digits, such as Sketch"};
-  }
-  if (name.size() > 200) {
-    throw UsageError{"the name of the type is longer than 200 bytes", "choose a shorter one"};
-  }
-  if (name.find('/') != std::string::npos) {
-    throw UsageError{inQuotes(name) + " is a path, and the name of a type is wanted",
-                     "name the file with -o: trovik new Sketch -o " + name};
-  }
-}
-
-void checkProgram(const std::string& program) {
-  checkLine(program);
-  if (trimmed(program).empty()) {
-    throw UsageError{"the program's name is empty", "a path, or a name that is looked up along PATH"};
-  }
-  const std::string first = program.substr(0, program.find(' '));
-  const auto isThere = [](const std::string& file) { return access(file.c_str(), F_OK) == 0; };
-  if (first != program && !isThere(program) && (first.find('/') == std::string::npos || isThere(first))) {
-    throw UsageError{inQuotes(program) + " is a program with its arguments",
-                     "name the program alone, " + inQuotes(first) +
-                         ", and write the rest before SCENE; name a script by its whole path"};
-  }
-}
-
-void checkSceneArguments(const std::string& scene) {
-  checkLine(scene);
-  const ArgumentWords words = wordsOf(scene);
-  checkWords(words, {"SCENE", "NAME"}, "write SCENE for the scene file, such as -i SCENE");
-  if (!words.empty() && !words.has("SCENE")) {
-    throw UsageError{inQuotes(scene) + " does not say where the scene file comes",
-                     "write SCENE in its place, such as -i SCENE, or none"};
-  }
-}
-
-Framing framingOf(const std::string& frames, const std::string& scene) {
-  checkLine(frames);
-  const char* const hint = "files, -s FIRST -e LAST, -f FRAME, or none";
-  if (frames == "files") {
-    if (!hasScene(scene)) {
-      throw UsageError{"there can be no scene file for each frame, since the program takes none", hint};
-    }
-    return Framing::Files;
-  }
-  const ArgumentWords words = wordsOf(frames);
-  if (words.empty()) {
-    return Framing::None;
-  }
-  checkWords(words, {"FRAME", "FIRST", "LAST"}, hint);
-  const bool first = words.has("FIRST");
-  const bool last = words.has("LAST");
-  if (words.has("FRAME") && !first && !last) {
-    return Framing::Single;
-  }
-  if (!first || !last || words.has("FRAME")) {
-    throw UsageError{inQuotes(frames) + " does not say how the program takes its frames", hint};
-  }
-  return Framing::Range;
-}
-
-void checkOutputArguments(const std::string& output, Framing framing, const std::string& scene) {
-  checkLine(output);
-  const ArgumentWords words = wordsOf(output);
-  const std::string hint =
-      "write OUTPUT for the file or FOLDER for its folder, such as " + defaultOutput(framing) + ", or none";
-  std::set<std::string> allowed = {"OUTPUT", "FOLDER", "NAME"};
-  if (hasScene(scene)) {
-    allowed.insert("SCENE");
-  }
-  if (framing == Framing::Files || framing == Framing::Single) {
-    allowed.insert("FRAME");
-  }
-  if (framing == Framing::Range) {
-    allowed.insert({"FIRST", "LAST"});
-  }
-  checkWords(words, allowed, hint);
-}
-
-void checkExtension(const std::string& extension) {
-  const bool good =
-      !extension.empty() && extension.size() <= 32 &&
-      std::all_of(extension.begin(), extension.end(),
-                  [](char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '.'; }) &&
-      extension.front() != '.' && extension.back() != '.';
-  if (!good) {
-    throw UsageError{inQuotes(extension) + " is no extension of a file", "such as png, without a point"};
-  }
-}
-
-void checkOutputText(const std::string& text) {
-  checkLine(text);
-  if (trimmed(text).empty()) {
-    throw UsageError{"an empty text stands in every line", "leave it out"};
-  }
-}
-
-std::string defaultOutput(Framing framing) {
-  return framing == Framing::Range ? "-o FOLDER/NAME_%04d.png" : "-o OUTPUT";
-}
-
-bool namesOutputFile(const std::string& output) {
-  return wordsOf(output).has("OUTPUT");
-}
-
-std::string shortName(const std::string& name) {
-  std::string result;
-  for (const char c : name) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (std::isalnum(byte) != 0 || byte >= 0x80U || c == '_' || c == '.') {
-      result += static_cast<char>(byte < 0x80U ? std::tolower(byte) : byte);
-    } else if (!result.empty() && result.back() != '-') {
-      result += '-';
-    }
-  }
-  result.erase(0, std::min(result.find_first_not_of(".-"), result.size()));
-  result.erase(result.find_last_not_of(".-") + 1);
-  return result;
-}
-
 std::vector<String> expectedFilesOf(const TypeAnswers& answers) {
   return answers.imageText.empty() ? expectedFiles(answers, Meanings(answers)) : std::vector<String>();
 }
 
 std::string typeFileText(const TypeAnswers& answers, const UID& id, const std::string& shortcut) {
   const Meanings meanings(answers);
-  const ArgumentWords output = wordsOf(answers.output);
+  const ArgumentWords output(answers.output);
   const bool usesFolder = output.has("FOLDER") || output.has("OUTPUT");
   return heading(answers.name, id, shortcut, answers.program, meanings.scene()) +
          commandPart(answers, meanings) + judgingPart(answers) + parameterPart +

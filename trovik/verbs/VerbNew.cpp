@@ -4,6 +4,7 @@
 #include "host/foundation/WriteFile.h"
 #include "trovik/jobs/Types.h"
 #include "trovik/machine/Locations.h"
+#include "trovik/newtype/TypeDraft.h"
 #include "trovik/text/Console.h"
 #include "trovik/text/Json.h"
 #include "trovik/text/Text.h"

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "trovik/commandline/CommandForm.h"
-#include "trovik/newtype/TypeQuestions.h"
+#include "trovik/newtype/TypeAnswers.h"
 #include "trovik/verbs/Session.h"
 
 #include <optional>
