@@ -181,10 +181,8 @@ hint: write EnquoteActual=No in [OverrideDefaults], and Enquote as the last comm
 }
 
 TEST_F(CommandLinesTest, ScenesWithoutQuotesIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[OverrideDefaults]\n"
-                                        "EnquoteActual=No\n"),
+  EXPECT_EQ(printed(plain + "[OverrideDefaults]\n"
+                            "EnquoteActual=No\n"),
             R"~(sketch.tvx:4:9: warning: a name with a blank or a quote in it becomes several arguments here
     4 | Command=$(ActualScene)
       |         ^^^^^^^^^^^^^^

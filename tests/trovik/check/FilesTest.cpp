@@ -8,12 +8,10 @@ namespace {
 using FilesTest = CheckTest;
 
 TEST_F(FilesTest, FilesWithoutAFrameIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[OverrideDefaults]\n"
-                                        "PacketSize=10\n"
-                                        "ExpectedFiles=$(OutputFolder)/$(Scene.Base).png\n"
-                                        "OutputFolder=/tmp\n"),
+  EXPECT_EQ(printed(plain + "[OverrideDefaults]\n"
+                            "PacketSize=10\n"
+                            "ExpectedFiles=$(OutputFolder)/$(Scene.Base).png\n"
+                            "OutputFolder=/tmp\n"),
             R"~(sketch.tvx:8:15: warning: no frame of a work of 10 has a file of its own by this
     8 | ExpectedFiles=$(OutputFolder)/$(Scene.Base).png
       |               ^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^
@@ -22,11 +20,9 @@ hint: write $(Frame.Pad(4)) into the name, or FileCheck=Work in [OverrideDefault
 }
 
 TEST_F(FilesTest, QuotesInTheNameOfAFileIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[OverrideDefaults]\n"
-                                        "ExpectedFiles=$(OutputFolder.Enquote)/$(Frame).png\n"
-                                        "OutputFolder=$(Scene.Branch.Enquote)\n"),
+  EXPECT_EQ(printed(plain + "[OverrideDefaults]\n"
+                            "ExpectedFiles=$(OutputFolder.Enquote)/$(Frame).png\n"
+                            "OutputFolder=$(Scene.Branch.Enquote)\n"),
             R"~(sketch.tvx:7:15: warning: an expected file is a name, and Enquote puts quotes into it
     7 | ExpectedFiles=$(OutputFolder.Enquote)/$(Frame).png
       |               ^^^^^^^^^^^^^^^^^^^^^^^
@@ -40,10 +36,8 @@ hint: leave out Enquote
 
 TEST_F(FilesTest, FolderOfQuotedScenesInAFileIsTold) {
   EXPECT_EQ(
-      printed(std::string(head) + "Command=$(ActualScene)\n"
-                                  "ImageStartText=saved:\n"
-                                  "[OverrideDefaults]\n"
-                                  "ExpectedFiles=$(ActualScene.Branch)/$(Frame).png\n"),
+      printed(plain + "[OverrideDefaults]\n"
+                      "ExpectedFiles=$(ActualScene.Branch)/$(Frame).png\n"),
       R"~(sketch.tvx:7:15: warning: $(ActualScene) is quoted where a name needs it, and commands get the quotes too
     7 | ExpectedFiles=$(ActualScene.Branch)/$(Frame).png
       |               ^^^^^^^^^^^^^^^^^^^^^
@@ -52,11 +46,9 @@ hint: write Dequote as the first command
 }
 
 TEST_F(FilesTest, SearchWithoutRootsIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[FindLatestExecutable]\n"
-                                        "LinuxBases=sketch\n"
-                                        "LinuxExe=sketch\n"),
+  EXPECT_EQ(printed(plain + "[FindLatestExecutable]\n"
+                            "LinuxBases=sketch\n"
+                            "LinuxExe=sketch\n"),
             R"~(sketch.tvx:6:1: error: without LinuxRoots nothing is searched
     6 | [FindLatestExecutable]
       | ^^^^^^^^^^^^^^^^^^^^^^
@@ -66,23 +58,15 @@ hint: write LinuxRoots=/opt, /usr/local
 
 TEST_F(FilesTest, SearchOfTheRootsThemselvesOrAlongPathGivesNoWord) {
   for (const char* lists : {"LinuxRoots=/opt\n", "LinuxRoots=/opt\nLinuxBases=\n", "LinuxRoots=\n", ""}) {
-    EXPECT_EQ(printed(std::string(head) +
-                      "Command=$(ActualScene)\n"
-                      "ImageStartText=saved:\n"
-                      "[FindLatestExecutable]\n" +
-                      lists + "LinuxExe=sketch\n"),
-              "")
-        << lists;
+    EXPECT_EQ(printed(plain + "[FindLatestExecutable]\n" + lists + "LinuxExe=sketch\n"), "") << lists;
   }
 }
 
 TEST_F(FilesTest, SearchWithEmptyEntriesIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[FindLatestExecutable]\n"
-                                        "LinuxRoots=/opt,,/usr\n"
-                                        "LinuxBases=sketch\n"
-                                        "LinuxExe=sketch\n"),
+  EXPECT_EQ(printed(plain + "[FindLatestExecutable]\n"
+                            "LinuxRoots=/opt,,/usr\n"
+                            "LinuxBases=sketch\n"
+                            "LinuxExe=sketch\n"),
             R"~(sketch.tvx:7:17: warning: there is an empty entry in this list
     7 | LinuxRoots=/opt,,/usr
       |                 ^
@@ -91,11 +75,9 @@ hint: leave out a comma
 }
 
 TEST_F(FilesTest, SearchWithoutAProgramIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[FindLatestExecutable]\n"
-                                        "LinuxRoots=/opt\n"
-                                        "LinuxBases=sketch\n"),
+  EXPECT_EQ(printed(plain + "[FindLatestExecutable]\n"
+                            "LinuxRoots=/opt\n"
+                            "LinuxBases=sketch\n"),
             R"~(sketch.tvx:6:1: error: without LinuxExe nothing is found
     6 | [FindLatestExecutable]
       | ^^^^^^^^^^^^^^^^^^^^^^
@@ -104,12 +86,10 @@ hint: write LinuxExe=... as the program is called within its folder
 }
 
 TEST_F(FilesTest, SearchWithAnEmptyProgramIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[FindLatestExecutable]\n"
-                                        "LinuxRoots=/opt\n"
-                                        "LinuxBases=sketch\n"
-                                        "LinuxExe=\n"),
+  EXPECT_EQ(printed(plain + "[FindLatestExecutable]\n"
+                            "LinuxRoots=/opt\n"
+                            "LinuxBases=sketch\n"
+                            "LinuxExe=\n"),
             R"~(sketch.tvx:9:1: error: without LinuxExe nothing is found
     9 | LinuxExe=
       | ^^^^^^^^
@@ -118,12 +98,10 @@ hint: write LinuxExe=... as the program is called within its folder
 }
 
 TEST_F(FilesTest, RootThatIsNoWholePathIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[FindLatestExecutable]\n"
-                                        "LinuxRoots=opt\n"
-                                        "LinuxBases=sketch\n"
-                                        "LinuxExe=sketch\n"),
+  EXPECT_EQ(printed(plain + "[FindLatestExecutable]\n"
+                            "LinuxRoots=opt\n"
+                            "LinuxBases=sketch\n"
+                            "LinuxExe=sketch\n"),
             R"~(sketch.tvx:7:12: warning: "opt" counts from wherever trovik was started
     7 | LinuxRoots=opt
       |            ^^^
@@ -132,12 +110,10 @@ hint: write a path that begins with "/"
 }
 
 TEST_F(FilesTest, BaseWithAPathIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[FindLatestExecutable]\n"
-                                        "LinuxRoots=/opt\n"
-                                        "LinuxBases=sketch/bin\n"
-                                        "LinuxExe=sketch\n"),
+  EXPECT_EQ(printed(plain + "[FindLatestExecutable]\n"
+                            "LinuxRoots=/opt\n"
+                            "LinuxBases=sketch/bin\n"
+                            "LinuxExe=sketch\n"),
             R"~(sketch.tvx:8:12: error: a base is the name of a folder, so one with "/" is never found
     8 | LinuxBases=sketch/bin
       |            ^^^^^^^^^^
@@ -146,12 +122,10 @@ hint: write the folders above it in LinuxRoots, and those below in LinuxExe
 }
 
 TEST_F(FilesTest, ProgramWithAWholePathIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[FindLatestExecutable]\n"
-                                        "LinuxRoots=/opt\n"
-                                        "LinuxBases=sketch\n"
-                                        "LinuxExe=/bin/sketch\n"),
+  EXPECT_EQ(printed(plain + "[FindLatestExecutable]\n"
+                            "LinuxRoots=/opt\n"
+                            "LinuxBases=sketch\n"
+                            "LinuxExe=/bin/sketch\n"),
             R"~(sketch.tvx:9:10: warning: this is a whole path, so no folder is searched for it
     9 | LinuxExe=/bin/sketch
       |          ^^^^^^^^^^^

@@ -22,9 +22,7 @@ hint: write it below a line such as [Module]
 }
 
 TEST_F(LinesTest, LineThatIsNoEntryIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "saved good images\n"),
+  EXPECT_EQ(printed(plain + "saved good images\n"),
             R"~(sketch.tvx:6:1: error: this line is no section, no entry and no comment
     6 | saved good images
       | ^^^^^^^^^^^^^^^^^
@@ -33,9 +31,7 @@ hint: write KEY=VALUE, or a semicolon before a comment
 }
 
 TEST_F(LinesTest, SectionThatIsNeverClosedIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[ErrorText\n"),
+  EXPECT_EQ(printed(plain + "[ErrorText\n"),
             R"~(sketch.tvx:6:1: error: this section is never closed, and its line is passed over
     6 | [ErrorText
       | ^^^^^^^^^^
@@ -44,10 +40,8 @@ hint: write "[ErrorText]"
 }
 
 TEST_F(LinesTest, TextBehindASectionIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[ErrorText] ; what the program says\n"
-                                        "1=fatal:\n"),
+  EXPECT_EQ(printed(plain + "[ErrorText] ; what the program says\n"
+                            "1=fatal:\n"),
             R"~(sketch.tvx:6:13: warning: what stands behind "]" is passed over
     6 | [ErrorText] ; what the program says
       |             ^^^^^^^^^^^^^^^^^^^^^^^
@@ -56,9 +50,7 @@ hint: a comment needs a line of its own, which begins with a semicolon
 }
 
 TEST_F(LinesTest, EntryWithoutAKeyIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "=5\n"),
+  EXPECT_EQ(printed(plain + "=5\n"),
             R"~(sketch.tvx:6:1: error: the key before "=" is missing
     6 | =5
       | ^
@@ -67,10 +59,8 @@ hint: write KEY=VALUE
 }
 
 TEST_F(LinesTest, KeyThatStandsTwiceIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "Help=Draws.\n"
-                                        "HELP=Paints.\n"),
+  EXPECT_EQ(printed(plain + "Help=Draws.\n"
+                            "HELP=Paints.\n"),
             R"~(sketch.tvx:7:1: warning: this value takes the place of that of line 6
     7 | HELP=Paints.
       | ^^^^
@@ -79,11 +69,9 @@ hint: leave one of them out
 }
 
 TEST_F(LinesTest, EntryOfAListThatReplacesAnotherIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[ErrorText]\n"
-                                        "1=fatal:\n"
-                                        "1=broken:\n"),
+  EXPECT_EQ(printed(plain + "[ErrorText]\n"
+                            "1=fatal:\n"
+                            "1=broken:\n"),
             R"~(sketch.tvx:8:1: error: this entry takes the place of that of line 7
     8 | 1=broken:
       | ^
@@ -92,14 +80,12 @@ hint: every entry of a list needs a key of its own
 }
 
 TEST_F(LinesTest, SectionThatStandsTwiceIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[ErrorText]\n"
-                                        "1=fatal:\n"
-                                        "[SuccessText]\n"
-                                        "1=done\n"
-                                        "[errortext]\n"
-                                        "2=broken:\n"),
+  EXPECT_EQ(printed(plain + "[ErrorText]\n"
+                            "1=fatal:\n"
+                            "[SuccessText]\n"
+                            "1=done\n"
+                            "[errortext]\n"
+                            "2=broken:\n"),
             R"~(sketch.tvx:10:1: warning: the section "errortext" was opened before, in line 6
    10 | [errortext]
       | ^^^^^^^^^^^
@@ -120,9 +106,7 @@ hint: take it out
 }
 
 TEST_F(LinesTest, BytesThatAreNoUtf8IsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "Help=gr\374n\n"),
+  EXPECT_EQ(printed(plain + "Help=gr\374n\n"),
             "sketch.tvx:6:8: warning: this byte is no UTF-8, which programs print and forms show\n"
             "    6 | Help=gr\374n\n"
             "      |        ^\n"

@@ -79,9 +79,7 @@ hint: write Name=... as users shall see it
 }
 
 TEST_F(ModuleSectionTest, MistypedKeyIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "ImageEndTxt=done\n"),
+  EXPECT_EQ(printed(plain + "ImageEndTxt=done\n"),
             R"~(sketch.tvx:6:1: error: unknown key "ImageEndTxt" in the section [Module]
     6 | ImageEndTxt=done
       | ^^^^^^^^^^^
@@ -90,9 +88,7 @@ hint: did you mean "ImageEndText"?
 }
 
 TEST_F(ModuleSectionTest, KeyThatMeansNothingIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "Author=Ada\n"),
+  EXPECT_EQ(printed(plain + "Author=Ada\n"),
             R"~(sketch.tvx:6:1: warning: unknown key "Author" in the section [Module]
     6 | Author=Ada
       | ^^^^^^
@@ -101,9 +97,7 @@ hint: it is passed over; take it out
 }
 
 TEST_F(ModuleSectionTest, BooleanThatIsNoneIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "DefaultEnabled=Ye\n"),
+  EXPECT_EQ(printed(plain + "DefaultEnabled=Ye\n"),
             R"~(sketch.tvx:6:16: error: "Ye" is neither yes nor no, and is read as no
     6 | DefaultEnabled=Ye
       |                ^^
@@ -112,9 +106,7 @@ hint: did you mean "Yes"?
 }
 
 TEST_F(ModuleSectionTest, EmptyBooleanIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "CheckForMultipleFiles=\n"),
+  EXPECT_EQ(printed(plain + "CheckForMultipleFiles=\n"),
             R"~(sketch.tvx:6:1: warning: CheckForMultipleFiles is empty, which means no
     6 | CheckForMultipleFiles=
       | ^^^^^^^^^^^^^^^^^^^^^
@@ -123,9 +115,7 @@ hint: write Yes or No
 }
 
 TEST_F(ModuleSectionTest, NumberThatIsNoneIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "SceneNumberLength=four\n"),
+  EXPECT_EQ(printed(plain + "SceneNumberLength=four\n"),
             R"~(sketch.tvx:6:19: error: SceneNumberLength needs a whole number, not "four"
     6 | SceneNumberLength=four
       |                   ^^^^
@@ -134,9 +124,7 @@ hint: write how many digits a scene's number has at least, such as 3
 }
 
 TEST_F(ModuleSectionTest, BooleanLikeNoOtherWordIsOnlyDoubtful) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "DefaultEnabled=perhaps\n"),
+  EXPECT_EQ(printed(plain + "DefaultEnabled=perhaps\n"),
             R"~(sketch.tvx:6:16: warning: "perhaps" is neither yes nor no, and is read as no
     6 | DefaultEnabled=perhaps
       |                ^^^^^^^
@@ -145,9 +133,7 @@ hint: write Yes or No
 }
 
 TEST_F(ModuleSectionTest, EmptyNumberIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "SceneNumberLength=\n"),
+  EXPECT_EQ(printed(plain + "SceneNumberLength=\n"),
             R"~(sketch.tvx:6:1: warning: SceneNumberLength is empty, which means 0
     6 | SceneNumberLength=
       | ^^^^^^^^^^^^^^^^^
@@ -156,9 +142,7 @@ hint: write how many digits a scene's number has at least, such as 3
 }
 
 TEST_F(ModuleSectionTest, NumberOfNoDigitsIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "SceneNumberLength=0\n"),
+  EXPECT_EQ(printed(plain + "SceneNumberLength=0\n"),
             R"~(sketch.tvx:6:19: warning: SceneNumberLength is 0, but a number has one digit at least
     6 | SceneNumberLength=0
       |                   ^
@@ -180,9 +164,7 @@ hint: leave them out
 }
 
 TEST_F(ModuleSectionTest, EmptyAliasIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "Shortcut=sk,,sketcher\n"),
+  EXPECT_EQ(printed(plain + "Shortcut=sk,,sketcher\n"),
             R"~(sketch.tvx:6:13: warning: there is an empty name in this list
     6 | Shortcut=sk,,sketcher
       |             ^
@@ -191,9 +173,7 @@ hint: leave out a comma
 }
 
 TEST_F(ModuleSectionTest, AliasThatStandsTwiceIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "Shortcut=sk, SK\n"),
+  EXPECT_EQ(printed(plain + "Shortcut=sk, SK\n"),
             R"~(sketch.tvx:6:14: warning: the name "SK" stands in this list twice
     6 | Shortcut=sk, SK
       |              ^^
@@ -202,10 +182,8 @@ hint: leave one of them out
 }
 
 TEST_F(ModuleSectionTest, MistypedSectionIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[ErorText]\n"
-                                        "1=fatal:\n"),
+  EXPECT_EQ(printed(plain + "[ErorText]\n"
+                            "1=fatal:\n"),
             R"~(sketch.tvx:6:1: error: unknown section [ErorText]
     6 | [ErorText]
       | ^^^^^^^^^^
@@ -214,10 +192,8 @@ hint: did you mean "ErrorText"?
 }
 
 TEST_F(ModuleSectionTest, SectionThatNobodyNamesIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[Notes]\n"
-                                        "Written=by Ada\n"),
+  EXPECT_EQ(printed(plain + "[Notes]\n"
+                            "Written=by Ada\n"),
             R"~(sketch.tvx:6:1: warning: unknown section [Notes]
     6 | [Notes]
       | ^^^^^^^
@@ -226,10 +202,8 @@ hint: it is passed over; take it out
 }
 
 TEST_F(ModuleSectionTest, DefinitionThatNobodyNamesIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[Depth]\n"
-                                        "Type=Integer\n"),
+  EXPECT_EQ(printed(plain + "[Depth]\n"
+                            "Type=Integer\n"),
             R"~(sketch.tvx:6:1: warning: no list names "Depth", so its definition is not used
     6 | [Depth]
       | ^^^^^^^
@@ -238,10 +212,8 @@ hint: name it in [PrimaryParameters], or take it out
 }
 
 TEST_F(ModuleSectionTest, CommandThatNobodyNamesIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[Open]\n"
-                                        "Command=viewer\n"),
+  EXPECT_EQ(printed(plain + "[Open]\n"
+                            "Command=viewer\n"),
             R"~(sketch.tvx:6:1: warning: no list names "Open", so its definition is not used
     6 | [Open]
       | ^^^^^^
@@ -250,13 +222,11 @@ hint: name it in [PrimaryCommands], or take it out
 }
 
 TEST_F(ModuleSectionTest, MistypedKeyOfTheSearchIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[FindLatestExecutable]\n"
-                                        "LinuxRoot=/opt\n"
-                                        "LinuxRoots=/opt\n"
-                                        "LinuxBases=sketch\n"
-                                        "LinuxExe=sketch\n"),
+  EXPECT_EQ(printed(plain + "[FindLatestExecutable]\n"
+                            "LinuxRoot=/opt\n"
+                            "LinuxRoots=/opt\n"
+                            "LinuxBases=sketch\n"
+                            "LinuxExe=sketch\n"),
             R"~(sketch.tvx:7:1: error: unknown key "LinuxRoot" in the section [FindLatestExecutable]
     7 | LinuxRoot=/opt
       | ^^^^^^^^^

@@ -8,10 +8,8 @@ namespace {
 using OverridesTest = CheckTest;
 
 TEST_F(OverridesTest, DefaultOfAnUnknownParameterIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[OverrideDefaults]\n"
-                                        "PaketSize=2\n"),
+  EXPECT_EQ(printed(plain + "[OverrideDefaults]\n"
+                            "PaketSize=2\n"),
             R"~(sketch.tvx:7:1: error: the type has no parameter "PaketSize", so this default is passed over
     7 | PaketSize=2
       | ^^^^^^^^^
@@ -20,10 +18,8 @@ hint: did you mean "PacketSize"?
 }
 
 TEST_F(OverridesTest, DefaultOfAParameterThatIsNothingLikeIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[OverrideDefaults]\n"
-                                        "Xyzzy=2\n"),
+  EXPECT_EQ(printed(plain + "[OverrideDefaults]\n"
+                            "Xyzzy=2\n"),
             R"~(sketch.tvx:7:1: error: the type has no parameter "Xyzzy", so this default is passed over
     7 | Xyzzy=2
       | ^^^^^
@@ -32,10 +28,8 @@ hint: "trovik type" lists what a type has
 }
 
 TEST_F(OverridesTest, FlagsOfAnUnknownParameterIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[OverrideFlags]\n"
-                                        "PaketSize=Visible\n"),
+  EXPECT_EQ(printed(plain + "[OverrideFlags]\n"
+                            "PaketSize=Visible\n"),
             R"~(sketch.tvx:7:1: error: the type has no parameter "PaketSize", so this entry is passed over
     7 | PaketSize=Visible
       | ^^^^^^^^^
@@ -44,10 +38,8 @@ hint: did you mean "PacketSize"?
 }
 
 TEST_F(OverridesTest, FilterOfAnUnknownParameterIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[OverrideFilters]\n"
-                                        "Szene=Scenes|*.pov\n"),
+  EXPECT_EQ(printed(plain + "[OverrideFilters]\n"
+                            "Szene=Scenes|*.pov\n"),
             R"~(sketch.tvx:7:1: error: the type has no parameter "Szene", so this filter is passed over
     7 | Szene=Scenes|*.pov
       | ^^^^^
@@ -56,11 +48,9 @@ hint: did you mean "Scene"?
 }
 
 TEST_F(OverridesTest, DefaultThatIsRefusedIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[OverrideDefaults]\n"
-                                        "PacketSize=none\n"
-                                        "FileCheck=Each\n"),
+  EXPECT_EQ(printed(plain + "[OverrideDefaults]\n"
+                            "PacketSize=none\n"
+                            "FileCheck=Each\n"),
             R"~(sketch.tvx:7:12: error: this default is refused: "none" is no whole number
     7 | PacketSize=none
       |            ^^^^
@@ -72,10 +62,8 @@ sketch.tvx:8:11: error: this default is refused: "Each" is none of EveryFrame, W
 
 TEST_F(OverridesTest, ExitCodesThatAreNoneIsTold) {
   EXPECT_EQ(
-      printed(std::string(head) + "Command=$(ActualScene)\n"
-                                  "ImageStartText=saved:\n"
-                                  "[OverrideDefaults]\n"
-                                  "SuccessExitCodes=0,999\n"),
+      printed(plain + "[OverrideDefaults]\n"
+                      "SuccessExitCodes=0,999\n"),
       R"~(sketch.tvx:7:18: error: this default is refused: SuccessExitCodes:3: no program can give this exit code
     7 | SuccessExitCodes=0,999
       |                  ^^^^^
@@ -85,27 +73,21 @@ hint: write exit codes from 0 to 255 and ranges, as in 0,2-4
 
 TEST_F(OverridesTest, LettersThatAreNoneAreTold) {
   EXPECT_EQ(
-      printed(std::string(head) + "Command=$(ActualScene)\n"
-                                  "ImageStartText=saved:\n"
-                                  "[OverrideDefaults]\n"
-                                  "RefusedInSceneName=\" Umlauts\n"),
+      printed(plain + "[OverrideDefaults]\n"
+                      "RefusedInSceneName=\" Umlauts\n"),
       R"~(sketch.tvx:7:20: error: this default is refused: RefusedInSceneName:3: "Umlauts" names no letters
     7 | RefusedInSceneName=" Umlauts
       |                    ^^^^^^^^^
 hint: write NonASCII, NonUTF8, Control, Blank or the signs themselves, with blanks between
 )~");
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[OverrideDefaults]\n"
-                                        "RefusedInSceneName=NonASCII \" Blank %:\n"),
+  EXPECT_EQ(printed(plain + "[OverrideDefaults]\n"
+                            "RefusedInSceneName=NonASCII \" Blank %:\n"),
             "");
 }
 
 TEST_F(OverridesTest, DeprecatedParameterIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[OverrideDefaults]\n"
-                                        "HideSubrange=Yes\n"),
+  EXPECT_EQ(printed(plain + "[OverrideDefaults]\n"
+                            "HideSubrange=Yes\n"),
             R"~(sketch.tvx:7:14: warning: HideSubrange should not be used any more
     7 | HideSubrange=Yes
       |              ^^^
@@ -114,10 +96,8 @@ hint: write $(ActualSubRange) where the frames of a sequence shall be left out
 }
 
 TEST_F(OverridesTest, UnknownFlagIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[OverrideFlags]\n"
-                                        "PacketSize=Visible, Advancd\n"),
+  EXPECT_EQ(printed(plain + "[OverrideFlags]\n"
+                            "PacketSize=Visible, Advancd\n"),
             R"~(sketch.tvx:7:21: error: unknown flag "Advancd"
     7 | PacketSize=Visible, Advancd
       |                     ^^^^^^^
@@ -126,10 +106,8 @@ hint: did you mean "Advanced"?
 }
 
 TEST_F(OverridesTest, FilterOfWhatIsNoFileIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[OverrideFilters]\n"
-                                        "PacketSize=Scenes|*.pov\n"),
+  EXPECT_EQ(printed(plain + "[OverrideFilters]\n"
+                            "PacketSize=Scenes|*.pov\n"),
             R"~(sketch.tvx:7:1: error: the parameter "PacketSize" is no file, so this filter is passed over
     7 | PacketSize=Scenes|*.pov
       | ^^^^^^^^^^
@@ -138,10 +116,8 @@ hint: take it out, or define the parameter with Type=File
 }
 
 TEST_F(OverridesTest, FilterWithoutPairsIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[OverrideFilters]\n"
-                                        "Scene=Scenes (*.pov)|*.pov|All files\n"),
+  EXPECT_EQ(printed(plain + "[OverrideFilters]\n"
+                            "Scene=Scenes (*.pov)|*.pov|All files\n"),
             R"~(sketch.tvx:7:7: warning: a filter is pairs of a label and patterns between bars
     7 | Scene=Scenes (*.pov)|*.pov|All files
       |       ^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^
@@ -150,10 +126,8 @@ hint: write it as in Scenes (*.pov)|*.pov|All files (*)|*
 }
 
 TEST_F(OverridesTest, FilterWithoutAPatternIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[OverrideFilters]\n"
-                                        "Scene=Scenes|\n"),
+  EXPECT_EQ(printed(plain + "[OverrideFilters]\n"
+                            "Scene=Scenes|\n"),
             R"~(sketch.tvx:7:7: warning: there is no pattern behind the label "Scenes"
     7 | Scene=Scenes|
       |       ^^^^^^
@@ -162,10 +136,8 @@ hint: write patterns such as *.pov;*.inc
 }
 
 TEST_F(OverridesTest, FilterWithFoldersIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[OverrideFilters]\n"
-                                        "Scene=Scenes|shots/*.pov\n"),
+  EXPECT_EQ(printed(plain + "[OverrideFilters]\n"
+                            "Scene=Scenes|shots/*.pov\n"),
             R"~(sketch.tvx:7:14: warning: patterns are for names of files, without folders
     7 | Scene=Scenes|shots/*.pov
       |              ^^^^^^^^^^^
@@ -174,10 +146,8 @@ hint: leave out what stands before "/"
 }
 
 TEST_F(OverridesTest, RuleOfAnUnknownParameterIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[AutoDetect]\n"
-                                        "Scenes=Note=a\n"),
+  EXPECT_EQ(printed(plain + "[AutoDetect]\n"
+                            "Scenes=Note=a\n"),
             R"~(sketch.tvx:7:1: error: the type has no parameter "Scenes", so this rule is never applied
     7 | Scenes=Note=a
       | ^^^^^^
@@ -186,10 +156,8 @@ hint: did you mean "Scene"?
 }
 
 TEST_F(OverridesTest, RuleInAnotherCaseIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[AutoDetect]\n"
-                                        "scene=OutputFolder=/tmp\n"),
+  EXPECT_EQ(printed(plain + "[AutoDetect]\n"
+                            "scene=OutputFolder=/tmp\n"),
             R"~(sketch.tvx:7:1: error: the parameter is spelled "Scene", so this rule is never applied
     7 | scene=OutputFolder=/tmp
       | ^^^^^
@@ -198,10 +166,8 @@ hint: write it with the same capital letters
 }
 
 TEST_F(OverridesTest, RuleForAnUnknownTargetIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[AutoDetect]\n"
-                                        "Scene=OutputFoldr=/tmp, Name=a\n"),
+  EXPECT_EQ(printed(plain + "[AutoDetect]\n"
+                            "Scene=OutputFoldr=/tmp, Name=a\n"),
             R"~(sketch.tvx:7:7: error: the type has no parameter "OutputFoldr", so this text goes nowhere
     7 | Scene=OutputFoldr=/tmp, Name=a
       |       ^^^^^^^^^^^
@@ -210,10 +176,8 @@ hint: did you mean "OutputFolder"?
 }
 
 TEST_F(OverridesTest, RuleWithoutATargetIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[AutoDetect]\n"
-                                        "Scene=/tmp\n"),
+  EXPECT_EQ(printed(plain + "[AutoDetect]\n"
+                            "Scene=/tmp\n"),
             R"~(sketch.tvx:7:7: error: this piece is passed over: it has no TARGET=TEXT
     7 | Scene=/tmp
       |       ^^^^
@@ -222,10 +186,8 @@ hint: write which parameter it fills
 }
 
 TEST_F(OverridesTest, RuleThatFillsNothingIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[AutoDetect]\n"
-                                        "Scene=\n"),
+  EXPECT_EQ(printed(plain + "[AutoDetect]\n"
+                            "Scene=\n"),
             R"~(sketch.tvx:7:1: warning: this rule fills nothing
     7 | Scene=
       | ^^^^^
@@ -234,10 +196,8 @@ hint: write TARGET=TEXT
 }
 
 TEST_F(OverridesTest, RuleWithACommaInItIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[AutoDetect]\n"
-                                        "Scene=Name=$(Scene.Replace(a,b))\n"),
+  EXPECT_EQ(printed(plain + "[AutoDetect]\n"
+                            "Scene=Name=$(Scene.Replace(a,b))\n"),
             R"~(sketch.tvx:7:27: error: this argument is never closed
     7 | Scene=Name=$(Scene.Replace(a,b))
       |                           ^^
@@ -250,10 +210,8 @@ hint: a comma ends a rule; write the whole rule in double quotes
 }
 
 TEST_F(OverridesTest, RuleWithAnUnknownReferenceIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[AutoDetect]\n"
-                                        "Scene=OutputFolder=$(Scene.Brnch)/$(Sene)\n"),
+  EXPECT_EQ(printed(plain + "[AutoDetect]\n"
+                            "Scene=OutputFolder=$(Scene.Brnch)/$(Sene)\n"),
             R"~(sketch.tvx:7:28: error: unknown parameter command "Brnch"
     7 | Scene=OutputFolder=$(Scene.Brnch)/$(Sene)
       |                            ^^^^^

@@ -8,10 +8,8 @@ namespace {
 using ParametersTest = CheckTest;
 
 TEST_F(ParametersTest, DefinitionThatIsMissingIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[PrimaryParameters]\n"
-                                        "1=Depth\n"),
+  EXPECT_EQ(printed(plain + "[PrimaryParameters]\n"
+                            "1=Depth\n"),
             R"~(sketch.tvx:7:3: error: parameter "Depth" is named but has no section [Depth]
     7 | 1=Depth
       |   ^^^^^
@@ -20,10 +18,8 @@ hint: write the section, or take the name out of the list
 }
 
 TEST_F(ParametersTest, SeveralNamesInOneEntryIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[PrimaryParameters]\n"
-                                        "1=Depth, Size\n"),
+  EXPECT_EQ(printed(plain + "[PrimaryParameters]\n"
+                            "1=Depth, Size\n"),
             R"~(sketch.tvx:7:3: error: parameter "Depth, Size" is named but has no section [Depth, Size]
     7 | 1=Depth, Size
       |   ^^^^^^^^^^^
@@ -54,10 +50,8 @@ hint: name it in [PrimaryParameters], or take it out
 }
 
 TEST_F(ParametersTest, ListThatNamesNothingIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[PrimaryParameters]\n"
-                                        "1=\n"),
+  EXPECT_EQ(printed(plain + "[PrimaryParameters]\n"
+                            "1=\n"),
             R"~(sketch.tvx:7:1: error: the name of a parameter is missing
     7 | 1=
       | ^
@@ -97,12 +91,10 @@ hint: take one of them out
 
 TEST_F(ParametersTest, NameOfASectionOfItsOwnIsTold) {
   EXPECT_EQ(
-      printed(std::string(head) + "Command=$(ActualScene)\n"
-                                  "ImageStartText=saved:\n"
-                                  "[PrimaryParameters]\n"
-                                  "1=ErrorText\n"
-                                  "[ErrorText]\n"
-                                  "1=fatal:\n"),
+      printed(plain + "[PrimaryParameters]\n"
+                      "1=ErrorText\n"
+                      "[ErrorText]\n"
+                      "1=fatal:\n"),
       R"~(sketch.tvx:7:3: error: a parameter cannot be named "ErrorText": that section has a meaning of its own
     7 | 1=ErrorText
       |   ^^^^^^^^^
@@ -111,13 +103,11 @@ hint: choose another name
 }
 
 TEST_F(ParametersTest, NameThatNoReferenceCanNameIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[PrimaryParameters]\n"
-                                        "1=Depth.x\n"
-                                        "[Depth.x]\n"
-                                        "Type=Integer\n"
-                                        "Flags=OfJob\n"),
+  EXPECT_EQ(printed(plain + "[PrimaryParameters]\n"
+                            "1=Depth.x\n"
+                            "[Depth.x]\n"
+                            "Type=Integer\n"
+                            "Flags=OfJob\n"),
             R"~(sketch.tvx:7:3: error: no reference can name the parameter "Depth.x"
     7 | 1=Depth.x
       |   ^^^^^^^
@@ -126,12 +116,10 @@ hint: choose a name without ".", "(", ")" and "$"
 }
 
 TEST_F(ParametersTest, NameThatIsComputedIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[PrimaryParameters]\n"
-                                        "1=Frame\n"
-                                        "[Frame]\n"
-                                        "Type=Integer\n"),
+  EXPECT_EQ(printed(plain + "[PrimaryParameters]\n"
+                            "1=Frame\n"
+                            "[Frame]\n"
+                            "Type=Integer\n"),
             R"~(sketch.tvx:7:3: error: $(Frame) is computed, and never has the value of a parameter
     7 | 1=Frame
       |   ^^^^^
@@ -140,12 +128,10 @@ hint: choose another name
 }
 
 TEST_F(ParametersTest, NameThatEveryTypeHasIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[PrimaryParameters]\n"
-                                        "1=CPUs\n"
-                                        "[CPUs]\n"
-                                        "Type=Integer\n"),
+  EXPECT_EQ(printed(plain + "[PrimaryParameters]\n"
+                            "1=CPUs\n"
+                            "[CPUs]\n"
+                            "Type=Integer\n"),
             R"~(sketch.tvx:7:3: warning: this takes the place of the parameter "CPUs" that every type has
     7 | 1=CPUs
       |   ^^^^
@@ -154,12 +140,10 @@ hint: change it with [OverrideDefaults] and its like, or choose another name
 }
 
 TEST_F(ParametersTest, SecondNameThatEveryTypeHasIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[SecondaryParameters]\n"
-                                        "1=CPUs\n"
-                                        "[CPUs]\n"
-                                        "Type=Integer\n"),
+  EXPECT_EQ(printed(plain + "[SecondaryParameters]\n"
+                            "1=CPUs\n"
+                            "[CPUs]\n"
+                            "Type=Integer\n"),
             R"~(sketch.tvx:7:3: error: every type has a parameter "CPUs", so this definition is not used
     7 | 1=CPUs
       |   ^^^^
@@ -168,18 +152,16 @@ hint: change it with [OverrideDefaults] and its like, or choose another name
 }
 
 TEST_F(ParametersTest, KeysInTheOrderOfTextsIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[PrimaryParameters]\n"
-                                        "1=A\n"
-                                        "2=B\n"
-                                        "10=C\n"
-                                        "[A]\n"
-                                        "Type=Heading\n"
-                                        "[B]\n"
-                                        "Type=Heading\n"
-                                        "[C]\n"
-                                        "Type=Heading\n"),
+  EXPECT_EQ(printed(plain + "[PrimaryParameters]\n"
+                            "1=A\n"
+                            "2=B\n"
+                            "10=C\n"
+                            "[A]\n"
+                            "Type=Heading\n"
+                            "[B]\n"
+                            "Type=Heading\n"
+                            "[C]\n"
+                            "Type=Heading\n"),
             R"~(sketch.tvx:9:1: warning: the entry 10 comes before the entry 2: keys are sorted as texts
     9 | 10=C
       | ^^
@@ -188,13 +170,8 @@ hint: number them 01, 02, ... with as many digits each
 }
 
 TEST_F(ParametersTest, TypeThatIsNoneIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene) $(Depth)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[PrimaryParameters]\n"
-                                        "1=Depth\n"
-                                        "[Depth]\n"
-                                        "Type=Interger\n"
-                                        "Minimum=1\n"),
+  EXPECT_EQ(printed(depth + "Type=Interger\n"
+                            "Minimum=1\n"),
             R"~(sketch.tvx:4:24: warning: a text with a blank or a quote in it becomes several arguments here
     4 | Command=$(ActualScene) $(Depth)
       |                        ^^^^^^^^
@@ -207,13 +184,11 @@ hint: did you mean "Integer"?
 }
 
 TEST_F(ParametersTest, FlagThatIsNoneIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[PrimaryParameters]\n"
-                                        "1=Depth\n"
-                                        "[Depth]\n"
-                                        "Type=Integer\n"
-                                        "Flags=OfJob, Visble\n"),
+  EXPECT_EQ(printed(plain + "[PrimaryParameters]\n"
+                            "1=Depth\n"
+                            "[Depth]\n"
+                            "Type=Integer\n"
+                            "Flags=OfJob, Visble\n"),
             R"~(sketch.tvx:10:14: error: unknown flag "Visble"
    10 | Flags=OfJob, Visble
       |              ^^^^^^
@@ -222,13 +197,8 @@ hint: did you mean "Visible"?
 }
 
 TEST_F(ParametersTest, MistypedKeyOfADefinitionIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene) $(Depth)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[PrimaryParameters]\n"
-                                        "1=Depth\n"
-                                        "[Depth]\n"
-                                        "Type=Integer\n"
-                                        "Defalt=3\n"),
+  EXPECT_EQ(printed(depth + "Type=Integer\n"
+                            "Defalt=3\n"),
             R"~(sketch.tvx:10:1: error: unknown key "Defalt"
    10 | Defalt=3
       | ^^^^^^
@@ -237,13 +207,8 @@ hint: did you mean "Default"?
 }
 
 TEST_F(ParametersTest, KeyOfADefinitionThatMeansNothingIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene) $(Depth)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[PrimaryParameters]\n"
-                                        "1=Depth\n"
-                                        "[Depth]\n"
-                                        "Type=Integer\n"
-                                        "Colour=red\n"),
+  EXPECT_EQ(printed(depth + "Type=Integer\n"
+                            "Colour=red\n"),
             R"~(sketch.tvx:10:1: warning: unknown key "Colour"
    10 | Colour=red
       | ^^^^^^
@@ -252,14 +217,9 @@ hint: it is passed over; take it out
 }
 
 TEST_F(ParametersTest, KeyThatATypeHasNoUseForIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene) $(Depth)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[PrimaryParameters]\n"
-                                        "1=Depth\n"
-                                        "[Depth]\n"
-                                        "Type=Integer\n"
-                                        "Choices=1,2\n"
-                                        "Filter=*\n"),
+  EXPECT_EQ(printed(depth + "Type=Integer\n"
+                            "Choices=1,2\n"
+                            "Filter=*\n"),
             R"~(sketch.tvx:10:1: warning: Choices has no use for a parameter of type Integer
    10 | Choices=1,2
       | ^^^^^^^
@@ -272,13 +232,8 @@ hint: it is passed over; take it out
 }
 
 TEST_F(ParametersTest, RequiredThatIsNoBooleanIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene) $(Depth)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[PrimaryParameters]\n"
-                                        "1=Depth\n"
-                                        "[Depth]\n"
-                                        "Type=Integer\n"
-                                        "Required=perhaps\n"),
+  EXPECT_EQ(printed(depth + "Type=Integer\n"
+                            "Required=perhaps\n"),
             R"~(sketch.tvx:10:10: error: "perhaps" is neither yes nor no
    10 | Required=perhaps
       |          ^^^^^^^
@@ -286,13 +241,8 @@ TEST_F(ParametersTest, RequiredThatIsNoBooleanIsTold) {
 }
 
 TEST_F(ParametersTest, LimitThatIsNoNumberIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene) $(Depth)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[PrimaryParameters]\n"
-                                        "1=Depth\n"
-                                        "[Depth]\n"
-                                        "Type=Integer\n"
-                                        "Maximum=many\n"),
+  EXPECT_EQ(printed(depth + "Type=Integer\n"
+                            "Maximum=many\n"),
             R"~(sketch.tvx:10:9: error: Maximum needs a number, not "many"
    10 | Maximum=many
       |         ^^^^
@@ -300,14 +250,9 @@ TEST_F(ParametersTest, LimitThatIsNoNumberIsTold) {
 }
 
 TEST_F(ParametersTest, LimitsThatCrossIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene) $(Depth)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[PrimaryParameters]\n"
-                                        "1=Depth\n"
-                                        "[Depth]\n"
-                                        "Type=Integer\n"
-                                        "Minimum=9\n"
-                                        "Maximum=3\n"),
+  EXPECT_EQ(printed(depth + "Type=Integer\n"
+                            "Minimum=9\n"
+                            "Maximum=3\n"),
             R"~(sketch.tvx:11:9: error: the maximum of 3 is below the minimum of 9
    11 | Maximum=3
       |         ^
@@ -315,12 +260,7 @@ TEST_F(ParametersTest, LimitsThatCrossIsTold) {
 }
 
 TEST_F(ParametersTest, ChoiceWithoutChoicesIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene) $(Depth)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[PrimaryParameters]\n"
-                                        "1=Depth\n"
-                                        "[Depth]\n"
-                                        "Type=Choice\n"),
+  EXPECT_EQ(printed(depth + "Type=Choice\n"),
             R"~(sketch.tvx:8:1: error: a choice needs Choices, as in Choices=low,medium,high
     8 | [Depth]
       | ^^^^^^^
@@ -328,13 +268,8 @@ TEST_F(ParametersTest, ChoiceWithoutChoicesIsTold) {
 }
 
 TEST_F(ParametersTest, ChoicesThatAreEmptyOrTwiceIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene) $(Depth)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[PrimaryParameters]\n"
-                                        "1=Depth\n"
-                                        "[Depth]\n"
-                                        "Type=Choice\n"
-                                        "Choices=low,,high,LOW\n"),
+  EXPECT_EQ(printed(depth + "Type=Choice\n"
+                            "Choices=low,,high,LOW\n"),
             R"~(sketch.tvx:10:13: warning: there is an empty choice in this list
    10 | Choices=low,,high,LOW
       |             ^
@@ -347,14 +282,9 @@ hint: leave one of them out
 }
 
 TEST_F(ParametersTest, DefaultOutsideTheLimitsIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene) $(Depth)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[PrimaryParameters]\n"
-                                        "1=Depth\n"
-                                        "[Depth]\n"
-                                        "Type=Integer\n"
-                                        "Maximum=3\n"
-                                        "Default=4\n"),
+  EXPECT_EQ(printed(depth + "Type=Integer\n"
+                            "Maximum=3\n"
+                            "Default=4\n"),
             R"~(sketch.tvx:11:9: error: this default is refused: 4 is above the maximum of 3
    11 | Default=4
       |         ^
@@ -362,14 +292,9 @@ TEST_F(ParametersTest, DefaultOutsideTheLimitsIsTold) {
 }
 
 TEST_F(ParametersTest, DefaultThatIsNoChoiceIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene) $(Depth)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[PrimaryParameters]\n"
-                                        "1=Depth\n"
-                                        "[Depth]\n"
-                                        "Type=Choice\n"
-                                        "Choices=low,high\n"
-                                        "Default=hihg\n"),
+  EXPECT_EQ(printed(depth + "Type=Choice\n"
+                            "Choices=low,high\n"
+                            "Default=hihg\n"),
             R"~(sketch.tvx:11:9: error: this default is refused: "hihg" is none of low, high
    11 | Default=hihg
       |         ^^^^
@@ -424,13 +349,8 @@ sketch.tvx:26:9: error: this default is refused: "1.5" is no whole number
 
 TEST_F(ParametersTest, ParameterThatNoJobCanHaveIsTold) {
   EXPECT_EQ(
-      printed(std::string(head) + "Command=$(ActualScene) $(Depth)\n"
-                                  "ImageStartText=saved:\n"
-                                  "[PrimaryParameters]\n"
-                                  "1=Depth\n"
-                                  "[Depth]\n"
-                                  "Type=Integer\n"
-                                  "Flags=Required, ReadOnly, AffectsCommand\n"),
+      printed(depth + "Type=Integer\n"
+                      "Flags=Required, ReadOnly, AffectsCommand\n"),
       R"~(sketch.tvx:7:3: error: the parameter "Depth" is required and read-only, but has no default: no job is valid
     7 | 1=Depth
       |   ^^^^^
@@ -439,12 +359,10 @@ hint: give it a default, or take off one of the flags
 }
 
 TEST_F(ParametersTest, ParameterThatDoesNothingIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[PrimaryParameters]\n"
-                                        "1=Depth\n"
-                                        "[Depth]\n"
-                                        "Type=Integer\n"),
+  EXPECT_EQ(printed(plain + "[PrimaryParameters]\n"
+                            "1=Depth\n"
+                            "[Depth]\n"
+                            "Type=Integer\n"),
             R"~(sketch.tvx:8:1: warning: no command line has $(Depth), so the parameter does nothing
     8 | [Depth]
       | ^^^^^^^
@@ -453,12 +371,10 @@ hint: use it in Command, or leave AffectsCommand out of its flags
 }
 
 TEST_F(ParametersTest, CommandWithoutACommandLineIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[PrimaryCommands]\n"
-                                        "1=Open\n"
-                                        "[Open]\n"
-                                        "Label=Open\n"),
+  EXPECT_EQ(printed(plain + "[PrimaryCommands]\n"
+                            "1=Open\n"
+                            "[Open]\n"
+                            "Label=Open\n"),
             R"~(sketch.tvx:8:1: error: command "Open" has no Command line to run
     8 | [Open]
       | ^^^^^^
@@ -466,10 +382,8 @@ TEST_F(ParametersTest, CommandWithoutACommandLineIsTold) {
 }
 
 TEST_F(ParametersTest, CommandThatIsMissingIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[PrimaryCommands]\n"
-                                        "1=Open\n"),
+  EXPECT_EQ(printed(plain + "[PrimaryCommands]\n"
+                            "1=Open\n"),
             R"~(sketch.tvx:7:3: error: command "Open" is named but has no section [Open]
     7 | 1=Open
       |   ^^^^

@@ -18,10 +18,8 @@ hint: leave it out
 }
 
 TEST_F(TextsTest, EmptyEndTextsIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "ImageEndText=;done\n"
-                                        "ImageNotEndText=\"\"\n"),
+  EXPECT_EQ(printed(plain + "ImageEndText=;done\n"
+                            "ImageNotEndText=\"\"\n"),
             R"~(sketch.tvx:6:14: warning: an empty end text is held by every line, at its end
     6 | ImageEndText=;done
       |              ^
@@ -34,10 +32,8 @@ hint: leave it out
 }
 
 TEST_F(TextsTest, EmptySuccessTextIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[SuccessText]\n"
-                                        "1=\n"),
+  EXPECT_EQ(printed(plain + "[SuccessText]\n"
+                            "1=\n"),
             R"~(sketch.tvx:7:1: error: an empty success text makes every run good
     7 | 1=
       | ^
@@ -46,14 +42,12 @@ hint: leave it out
 }
 
 TEST_F(TextsTest, EmptyErrorTextsIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[ErrorText]\n"
-                                        "1=\n"
-                                        "2=fatal\n"
-                                        "[ErrorIgnore]\n"
-                                        "1=\n"
-                                        "2=not fatal\n"),
+  EXPECT_EQ(printed(plain + "[ErrorText]\n"
+                            "1=\n"
+                            "2=fatal\n"
+                            "[ErrorIgnore]\n"
+                            "1=\n"
+                            "2=not fatal\n"),
             R"~(sketch.tvx:7:1: warning: an empty error text is passed over
     7 | 1=
       | ^
@@ -76,11 +70,9 @@ hint: leave them out, or write " wrote" where they are meant
 }
 
 TEST_F(TextsTest, TextThatStandsTwiceIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[ErrorText]\n"
-                                        "1=fatal:\n"
-                                        "2=FATAL:\n"),
+  EXPECT_EQ(printed(plain + "[ErrorText]\n"
+                            "1=fatal:\n"
+                            "2=FATAL:\n"),
             R"~(sketch.tvx:8:3: warning: "FATAL:" stands in this list already, in line 7
     8 | 2=FATAL:
       |   ^^^^^^
@@ -90,10 +82,8 @@ hint: capital letters make no difference; leave one of them out
 
 TEST_F(TextsTest, QuotesAroundATextIsTold) {
   EXPECT_EQ(
-      printed(std::string(head) + "Command=$(ActualScene)\n"
-                                  "ImageStartText=saved:\n"
-                                  "[ErrorText]\n"
-                                  "1=\"fatal:\"\n"),
+      printed(plain + "[ErrorText]\n"
+                      "1=\"fatal:\"\n"),
       R"~(sketch.tvx:7:3: warning: the quotes are part of this text, and of the line that it is looked for in
     7 | 1="fatal:"
       |   ^^^^^^^^
@@ -102,10 +92,8 @@ hint: leave them out
 }
 
 TEST_F(TextsTest, ColoursInATextIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[ErrorText]\n"
-                                        "1=\033[31mfatal:\n"),
+  EXPECT_EQ(printed(plain + "[ErrorText]\n"
+                            "1=\033[31mfatal:\n"),
             R"~(sketch.tvx:7:3: error: colours are removed before a line is judged, so no line holds this text
     7 | 1=\x1b[31mfatal:
       |   ^^^^^^^^^^^^^^
@@ -114,10 +102,8 @@ hint: leave the control characters out
 }
 
 TEST_F(TextsTest, CarriageReturnInATextIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[ErrorText]\n"
-                                        "1=fatal:\015now\n"),
+  EXPECT_EQ(printed(plain + "[ErrorText]\n"
+                            "1=fatal:\015now\n"),
             R"~(sketch.tvx:7:3: error: a line ends at a carriage return, so no line holds this text
     7 | 1=fatal:\rnow
       |   ^^^^^^^^^^^
@@ -156,10 +142,8 @@ hint: write the longer text first
 
 TEST_F(TextsTest, SuccessTextThatHoldsAnImageTextIsTold) {
   EXPECT_EQ(
-      printed(std::string(head) + "Command=$(ActualScene)\n"
-                                  "ImageStartText=saved:\n"
-                                  "[SuccessText]\n"
-                                  "1=Sketch Saved: all\n"),
+      printed(plain + "[SuccessText]\n"
+                      "1=Sketch Saved: all\n"),
       R"~(sketch.tvx:7:3: error: a line that begins with "Sketch Saved: all" holds the image text "saved:", so it is never a success line
     7 | 1=Sketch Saved: all
       |   ^^^^^^^^^^^^^^^^^
@@ -169,11 +153,9 @@ hint: choose texts that do not hold each other
 
 TEST_F(TextsTest, SuccessTextBehindAShorterIsTold) {
   EXPECT_EQ(
-      printed(std::string(head) + "Command=$(ActualScene)\n"
-                                  "ImageStartText=saved:\n"
-                                  "[SuccessText]\n"
-                                  "1=done\n"
-                                  "2=Done in 3 s\n"),
+      printed(plain + "[SuccessText]\n"
+                      "1=done\n"
+                      "2=Done in 3 s\n"),
       R"~(sketch.tvx:8:3: warning: a line that begins with "Done in 3 s" begins with "done" too, so this text changes nothing
     8 | 2=Done in 3 s
       |   ^^^^^^^^^^^
@@ -183,13 +165,11 @@ hint: leave out one of them
 
 TEST_F(TextsTest, SuccessTextThatIsAnErrorIsTold) {
   EXPECT_EQ(
-      printed(std::string(head) + "Command=$(ActualScene)\n"
-                                  "ImageStartText=saved:\n"
-                                  "ErrorDetectPosition=Yes\n"
-                                  "[SuccessText]\n"
-                                  "1=finished, 0 errors\n"
-                                  "[ErrorText]\n"
-                                  "1=error\n"),
+      printed(plain + "ErrorDetectPosition=Yes\n"
+                      "[SuccessText]\n"
+                      "1=finished, 0 errors\n"
+                      "[ErrorText]\n"
+                      "1=error\n"),
       R"~(sketch.tvx:8:3: warning: a second line that begins with "finished, 0 errors" is an error line: it holds "error"
     8 | 1=finished, 0 errors
       |   ^^^^^^^^^^^^^^^^^^
@@ -199,10 +179,8 @@ hint: make the error text more exact
 
 TEST_F(TextsTest, ErrorTextThatHoldsAnImageTextIsTold) {
   EXPECT_EQ(
-      printed(std::string(head) + "Command=$(ActualScene)\n"
-                                  "ImageStartText=saved:\n"
-                                  "[ErrorText]\n"
-                                  "1=not saved:\n"),
+      printed(plain + "[ErrorText]\n"
+                      "1=not saved:\n"),
       R"~(sketch.tvx:7:3: error: a line with "not saved:" holds the image text "saved:", so it is never an error line
     7 | 1=not saved:
       |   ^^^^^^^^^^
@@ -212,12 +190,10 @@ hint: choose texts that do not hold each other
 
 TEST_F(TextsTest, ErrorTextThatIsAlwaysIgnoredIsTold) {
   EXPECT_EQ(
-      printed(std::string(head) + "Command=$(ActualScene)\n"
-                                  "ImageStartText=saved:\n"
-                                  "[ErrorText]\n"
-                                  "1=Error: no licence\n"
-                                  "[ErrorIgnore]\n"
-                                  "1=licence\n"),
+      printed(plain + "[ErrorText]\n"
+                      "1=Error: no licence\n"
+                      "[ErrorIgnore]\n"
+                      "1=licence\n"),
       R"~(sketch.tvx:7:3: error: a line with "Error: no licence" holds "licence" of [ErrorIgnore] too, so it is never an error line
     7 | 1=Error: no licence
       |   ^^^^^^^^^^^^^^^^^
@@ -227,12 +203,10 @@ hint: make the text to ignore more exact
 
 TEST_F(TextsTest, ErrorTextBehindASuccessTextIsTold) {
   EXPECT_EQ(
-      printed(std::string(head) + "Command=$(ActualScene)\n"
-                                  "ImageStartText=saved:\n"
-                                  "[SuccessText]\n"
-                                  "1=done\n"
-                                  "[ErrorText]\n"
-                                  "1=done with errors\n"),
+      printed(plain + "[SuccessText]\n"
+                      "1=done\n"
+                      "[ErrorText]\n"
+                      "1=done with errors\n"),
       R"~(sketch.tvx:9:3: error: a line that begins with "done with errors" begins with the success text "done", which comes first
     9 | 1=done with errors
       |   ^^^^^^^^^^^^^^^^
@@ -241,10 +215,8 @@ hint: make the success text more exact
 }
 
 TEST_F(TextsTest, TextsToIgnoreWithoutErrorTextsIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[ErrorIgnore]\n"
-                                        "1=licence\n"),
+  EXPECT_EQ(printed(plain + "[ErrorIgnore]\n"
+                            "1=licence\n"),
             R"~(sketch.tvx:7:3: warning: there are texts to ignore, but no error texts that they could undo
     7 | 1=licence
       |   ^^^^^^^
@@ -253,10 +225,8 @@ hint: write error texts in [ErrorText], or take these out
 }
 
 TEST_F(TextsTest, TextsOfAnOverrideIsTold) {
-  EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"
-                                        "ImageStartText=saved:\n"
-                                        "[OverrideDefaults]\n"
-                                        "ErrorStarts=fatal:;FATAL:\n"),
+  EXPECT_EQ(printed(plain + "[OverrideDefaults]\n"
+                            "ErrorStarts=fatal:;FATAL:\n"),
             R"~(sketch.tvx:7:20: warning: "FATAL:" stands in this list already, in line 7
     7 | ErrorStarts=fatal:;FATAL:
       |                    ^^^^^^
