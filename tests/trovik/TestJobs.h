@@ -3,7 +3,11 @@
 #include "host/application/JobFactory.h"
 #include "host/application/RenderJob.h"
 
-#include "trovik/records/Records.h"
+#include "tests/trovik/FakeMachine.h"
+#include "tests/trovik/TemporaryDirectory.h"
+#include "trovik/queue/Queue.h"
+
+#include <gtest/gtest.h>
 
 #include <string>
 
@@ -44,6 +48,33 @@ public:
 
 private:
   UID id_;
+};
+
+/// One job of the test type, a queue for it, and a machine that only seems to
+/// run its programs.
+class QueuedJobTest : public testing::Test {
+protected:
+  QueuedJobTest() {
+    job->SetParameter(p_Executable, "/bin/true");
+    job->SetParameter("CommandString", "$(SubRange)");
+    job->SetParameter(p_StartDirectory, directory.path());
+  }
+
+  NewJob entryOf(const std::string& range, int retries) {
+    job->SetParameter(p_Range, range);
+    NewJob entry = type.newJob(*job);
+    entry.retries = retries;
+    entry.stopAfter = stopAfter;
+    return entry;
+  }
+
+  TemporaryDirectory directory;
+  TestType type;
+  SmartHandle<Job> job = type.makeJob();
+  FakeMachine machine;
+  FakeInspector inspector;
+  Queue queue{Path(directory.file("queue"))};
+  int stopAfter = 0;
 };
 
 } // namespace trovik

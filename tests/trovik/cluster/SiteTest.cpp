@@ -1,7 +1,5 @@
 #include "trovik/cluster/ClusterEngine.h"
 
-#include "tests/trovik/FakeMachine.h"
-#include "tests/trovik/TemporaryDirectory.h"
 #include "tests/trovik/TestJobs.h"
 #include "tests/trovik/cluster/FakeSite.h"
 
@@ -17,12 +15,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-class SiteTest : public testing::Test {
+class SiteTest : public QueuedJobTest {
 protected:
   SiteTest() {
-    job->SetParameter(p_Executable, "/bin/true");
-    job->SetParameter("CommandString", "$(SubRange)");
-    job->SetParameter(p_StartDirectory, directory.path());
     settings.folder = Path(directory.file("shared"));
     settings.program = Path("/opt/trovik/bin/trovik");
     settings.patience = 30s;
@@ -31,10 +26,7 @@ protected:
   }
 
   JobId submit(const std::string& range, int retries = 0) {
-    job->SetParameter(p_Range, range);
-    NewJob entry = type.newJob(*job);
-    entry.retries = retries;
-    entry.stopAfter = stopAfter;
+    NewJob entry = entryOf(range, retries);
     entry.runOn = RunOn::Cluster;
     entry.folder = settings.folder.Text();
     return user.submit(entry);
@@ -104,16 +96,9 @@ protected:
   std::string running(JobId id) { return queue.frames(id).running.text(); }
   JobState state(JobId id) { return queue.job(id)->state; }
 
-  TemporaryDirectory directory;
-  TestType type;
-  SmartHandle<Job> job = type.makeJob();
-  FakeMachine machine;
-  FakeInspector inspector;
-  Queue queue{Path(directory.file("queue"))};
   Queue user{Path(directory.file("queue"))}; // another process
   ClusterSettings settings;
   FakeSite site;
-  int stopAfter = 0;
   std::vector<std::string> notices;
   std::unique_ptr<ClusterEngine> engine;
 };

@@ -1,11 +1,7 @@
 #pragma once
 
-#include "tests/trovik/FakeMachine.h"
-#include "tests/trovik/TemporaryDirectory.h"
 #include "tests/trovik/TestJobs.h"
 #include "trovik/engine/LocalEngine.h"
-
-#include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
@@ -52,21 +48,9 @@ public:
   Duration duration{};
 };
 
-class EngineTest : public testing::Test {
+class EngineTest : public QueuedJobTest {
 protected:
-  EngineTest() {
-    job->SetParameter(p_Executable, "/bin/true");
-    job->SetParameter("CommandString", "$(SubRange)");
-    job->SetParameter(p_StartDirectory, directory.path());
-  }
-
-  JobId submit(const std::string& range, int retries = 0) {
-    job->SetParameter(p_Range, range);
-    NewJob entry = type.newJob(*job);
-    entry.retries = retries;
-    entry.stopAfter = stopAfter;
-    return queue.submit(entry);
-  }
+  JobId submit(const std::string& range, int retries = 0) { return queue.submit(entryOf(range, retries)); }
 
   RunSummary workOff(JobId id, std::size_t slots = 1) {
     const Clock::time_point begin = machine.now();
@@ -102,13 +86,6 @@ protected:
     return result;
   }
 
-  TemporaryDirectory directory;
-  TestType type;
-  SmartHandle<Job> job = type.makeJob();
-  FakeMachine machine;
-  FakeInspector inspector;
-  Queue queue{Path(directory.file("queue"))};
-  int stopAfter = 0;
   Recorder recorder;
 };
 

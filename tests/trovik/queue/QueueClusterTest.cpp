@@ -31,14 +31,7 @@ protected:
   }
   /// An array of all works that may be placed.
   ArrayRecord place(JobId job, std::size_t perTask = 1) {
-    std::vector<PlacedWork> works;
-    for (const WorkRecord& work : queue.unplaced(job)) {
-      PlacedWork& placed = works.emplace_back();
-      placed.work = work.id;
-      placed.run = work.run;
-      placed.number = work.attempts + 1;
-    }
-    return queue.addArray(job, perTask, works);
+    return queue.addArray(job, perTask, worksToPlace(queue, job));
   }
   /// The open places, "0:1-3 ready, 1:4-6 running".
   std::string open(const ArrayRecord& array) {

@@ -190,13 +190,7 @@ void dieAfter(int calls) {
 }
 
 void placeAll(Queue& queue, JobId job) {
-  std::vector<PlacedWork> works;
-  for (const WorkRecord& work : queue.unplaced(job)) {
-    PlacedWork& placed = works.emplace_back();
-    placed.work = work.id;
-    placed.run = work.run;
-    placed.number = work.attempts + 1;
-  }
+  const std::vector<PlacedWork> works = worksToPlace(queue, job);
   if (!works.empty()) {
     queue.noteSubmitted(queue.addArray(job, 1, works).id, 4711);
   }

@@ -72,6 +72,17 @@ Outcome lost(AttemptId attempt, const std::string& goodFrames) {
   return outcomeOf(attempt, AttemptState::Lost, VerdictRule::Engine, "Its engine died", goodFrames);
 }
 
+std::vector<PlacedWork> worksToPlace(Queue& queue, JobId job) {
+  std::vector<PlacedWork> works;
+  for (const WorkRecord& work : queue.unplaced(job)) {
+    PlacedWork& placed = works.emplace_back();
+    placed.work = work.id;
+    placed.run = work.run;
+    placed.number = work.attempts + 1;
+  }
+  return works;
+}
+
 FileRecord file(const std::string& path, const std::string& problem) {
   FileRecord record;
   record.path = path;

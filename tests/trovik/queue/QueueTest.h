@@ -20,6 +20,9 @@ Outcome failed(AttemptId attempt, const std::string& reason = "It broke", const 
 Outcome canceledOutcome(AttemptId attempt, const std::string& goodFrames = "");
 Outcome lost(AttemptId attempt, const std::string& goodFrames = "");
 
+/// All works of a job that wait for an array of a cluster, as its tasks.
+std::vector<PlacedWork> worksToPlace(Queue& queue, JobId job);
+
 FileRecord file(const std::string& path, const std::string& problem = "");
 
 /// The error that an action is refused with; message and hint are empty when
