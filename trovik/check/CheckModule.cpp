@@ -233,10 +233,10 @@ void checkSections(const TypeCheck& check) {
   const std::vector<String> names = check.source.ini().SectionNames();
   const bool hasModule = check.source.ini().SectionPlace("Module").Line != 0;
   const std::set<std::string> named = namedSections(check);
-  std::size_t looked = 0;
+  std::size_t checked = 0;
   for (const String& name : names) {
     // Each is compared with every name that is known.
-    if (check.out.full() || ++looked > 5000) {
+    if (check.out.full() || ++checked > 5000) {
       return;
     }
     const bool meansModule = !hasModule && !didYouMean(name, {"Module"}).empty();

@@ -10,7 +10,7 @@ namespace {
 
 constexpr const char* searchSection = "FindLatestExecutable";
 
-/// The pieces of one list, with its empty ones told.
+/// The pieces of one list, with its empty ones reported.
 std::vector<PlacedText> listOf(const TypeCheck& check, const char* key) {
   IniFile::EntryView entry;
   std::vector<PlacedText> pieces;

@@ -106,7 +106,7 @@ void tellOtherForms(const TypeCheck& check, const PlacedText& text,
       constexpr std::size_t longest = 100; // no name is longer
       const std::size_t length = std::string_view(masked).substr(begin, longest).find(form.close);
       const std::size_t end = length == std::string::npos ? length : begin + length;
-      const bool braces = form.open == "{" && at > 0 && masked[at - 1] == '$'; // told already
+      const bool braces = form.open == "{" && at > 0 && masked[at - 1] == '$'; // reported already
       if (end == std::string::npos || braces) {
         continue;
       }

@@ -85,7 +85,7 @@ std::size_t characterStart(std::string_view text, std::size_t place) {
 }
 
 /// The line, and the marks below the place. Of a line that may have any length
-/// only a few screens around the place are looked at.
+/// only a few screens around the place are read.
 std::string excerpt(const Console& console, std::string_view line, const Diagnostic& diagnostic,
                     std::size_t width) {
   const std::size_t begin =

@@ -14,7 +14,7 @@
 namespace trovik {
 namespace {
 
-/// What the module logs while it reads a file is told in another way here.
+/// What the module logs while it reads a file is reported in another way here.
 class QuietLog {
 public:
   QuietLog() : usual_(SetLogSink([](LogLevel, const String&) {})) {}
@@ -79,10 +79,10 @@ TypeChecker::TypeChecker(ModuleLoader& modules, bool programs) : modules_(module
   });
 }
 
-bool TypeChecker::tryFile(std::string_view text, const std::function<void(const UID& type)>& look) {
+bool TypeChecker::tryFile(std::string_view text, const std::function<void(const UID& type)>& use) {
   const QuietLog quiet;
   bool accepted = false;
-  withTemporaryFile(text, [&](const Path& file) { accepted = modules_.TryTypeFile(file, look); });
+  withTemporaryFile(text, [&](const Path& file) { accepted = modules_.TryTypeFile(file, use); });
   return accepted;
 }
 
@@ -126,7 +126,7 @@ void TypeChecker::deep(const TypeSource& source, Findings& out, bool accepted, b
   checkLines(check);
   checkModule(check);
   checkSections(check);
-  const auto look = [&](const UID& type) {
+  const auto describe = [&](const UID& type) {
     const SmartHandle<Job> job = JobFactory::s_JobFactory->CreateJob(type);
     check.type = &type;
     check.info = JobFactory::s_JobFactory->GetTypeInfo(type, false);
@@ -146,7 +146,7 @@ void TypeChecker::deep(const TypeSource& source, Findings& out, bool accepted, b
       lookForProgram(check);
     }
   };
-  tryFile(accepted ? source.text() : withFreshID(source.text()), look);
+  tryFile(accepted ? source.text() : withFreshID(source.text()), describe);
 }
 
 void TypeChecker::lookForProgram(const TypeCheck& check) const {

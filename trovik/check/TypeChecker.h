@@ -31,7 +31,7 @@ public:
   std::vector<Diagnostic> check(const TypeSource& source, const KnownTypes& others);
 
 private:
-  bool tryFile(std::string_view text, const std::function<void(const UID& type)>& look);
+  bool tryFile(std::string_view text, const std::function<void(const UID& type)>& use);
   void deep(const TypeSource& source, Findings& out, bool accepted, bool programs);
   void lookForProgram(const struct TypeCheck& check) const;
 

@@ -39,7 +39,7 @@ using ArgumentTarget = std::variant<ShowHelp, ShowVersion, bool*, int*, ColourCh
 struct Needed {
   std::string message; ///< empty where it may be missing
   std::string hint;
-  bool mayBeEmpty = false; ///< an empty text is told of elsewhere
+  bool mayBeEmpty = false; ///< an empty text is reported elsewhere
 };
 
 /// An option, or an argument by its place.

@@ -123,7 +123,7 @@ void refuseExtras(const CommandForm& form, const Verb* verb, std::vector<std::st
   if (extras.empty()) {
     return;
   }
-  // A mistyped option spoils what stands behind it, so it is told first.
+  // A mistyped option spoils what stands behind it, so it is reported first.
   const auto option = std::find_if(extras.begin(), extras.end(), [](const std::string& text) {
     return text.size() > 1 && text.front() == '-';
   });

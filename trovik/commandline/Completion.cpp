@@ -84,7 +84,7 @@ private:
     }
   }
 
-  /// Keeps what a look at the installation depends on.
+  /// Keeps what the state of the installation depends on.
   void note(const Argument& option, const std::string& value) {
     for (const auto& [name, target] :
          {std::pair{"--module-path", &found_.modulePath}, std::pair{"--settings", &found_.settings},

@@ -23,7 +23,7 @@ struct Completions {
   std::string before; ///< what of the last word stands before the file's name: "--out="
 };
 
-/// What only a look at this installation tells. Each is called at most once
+/// What only this installation itself tells. Each is called at most once
 /// and only where it is needed, with the options that the words hold.
 struct CompletionSources {
   std::function<std::vector<Candidate>(const CommonOptions& options)> types;

@@ -65,7 +65,7 @@ bool LocalEngine::run(const EnginePlan& plan) {
   return stops_ == 0;
 }
 
-/// What has to be looked at now and then, since no descriptor tells of it.
+/// What has to be checked now and then, since no descriptor tells of it.
 void LocalEngine::tick() {
   const Clock::time_point now = machine_.now();
   if (now < nextTick_) {
@@ -137,7 +137,7 @@ void LocalEngine::finishJobs() {
     if (!error.passes()) {
       throw;
     }
-    LogDebug(error.message); // the next look finds them
+    LogDebug(error.message); // the next check finds them
   }
   for (const JobRecord& job : over) {
     startEndCommands(job, queue_.summary(job.id));

@@ -35,9 +35,9 @@ struct EnginePlan {
 ///
 /// Each turn of the loop writes what has happened since the last one, and what
 /// is going to be started, in one transaction; only then are the programs
-/// started and the events told. So whatever moment this process dies in, the
+/// started and the events reported. So whatever moment this process dies in, the
 /// queue knows every work that may have been begun, and nothing was reported
-/// that it does not know. Works of engines that died are taken up by the next
+/// that it does not know. Works of engines that died are recovered by the next
 /// one (see Recovery), from its start on and about every two seconds.
 ///
 /// Each attempt is a fresh job object that unpacks the job's stream, since an
@@ -121,7 +121,7 @@ private:
   int stops_ = 0;
   std::optional<Clock::time_point> leaveAt_; // whatever has not ended by then
   std::int64_t dataVersion_ = 0;
-  AttemptId announced_ = 0; // the attempt whose start was told last
+  AttemptId announced_ = 0; // the attempt whose start was reported last
   std::optional<Clock::time_point> shortageSince_;
   Clock::time_point startAgain_{};
   Clock::time_point stopped_{}; // the user's first wish to stop

@@ -101,7 +101,7 @@ void LocalEngine::tellTurn(const std::vector<bool>& again) {
     }
     ++place;
   }
-  // A job of which nothing more was claimed may have ended; its end is told
+  // A job of which nothing more was claimed may have ended; its end is reported
   // before another one begins.
   const bool perhapsOver = std::any_of(ended_.begin(), ended_.end(), [this](const auto& attempt) {
     return std::none_of(claimed_.begin(), claimed_.end(),

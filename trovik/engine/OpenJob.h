@@ -22,7 +22,7 @@ public:
   RunLogs& logs() { return *logs_; }
   /// The slots that one of its works takes where slots are CPUs.
   std::size_t cpus() const { return cpus_; }
-  /// What readers of events are told of the job, but for the engine's slots.
+  /// What readers of events are given of the job, but for the engine's slots.
   RunInfo info(Queue& queue) const;
   WorkInfo work(const Claim& claim) const;
   /// Tells the job object how one of its works stands.

@@ -10,7 +10,7 @@
 
 namespace trovik {
 
-/// Has files looked into by trovik-image, which is started with the first one
+/// Has files checked by trovik-image, which is started with the first one
 /// and decodes one after the other. When it dies, it is started anew; a file
 /// that it dies of twice has a problem, and so has one that it does not come
 /// to an end with.
@@ -53,7 +53,7 @@ private:
   Clock::time_point nextWake_; ///< in case that somebody has stopped the process
 };
 
-/// Looks into files and waits for it; the inspections in their order.
+/// Checks files and waits for it; the inspections in their order.
 std::vector<Inspection> inspectAll(ImageInspector& inspector, const std::vector<Path>& files,
                                    bool refuseFlat);
 

@@ -9,15 +9,15 @@
 
 namespace trovik {
 
-/// Looks into files: decodes images whole. Answers come later, through the
-/// engine's poll loop; the looking never blocks it. For one thread.
+/// Checks files: decodes images whole. Answers come later, through the
+/// engine's poll loop; the check never blocks it. For one thread.
 class ImageInspector {
 public:
   using Answer = std::function<void(const Inspection& inspection)>;
   virtual ~ImageInspector() = default;
 
   /// The answer is called once: from here at the earliest, else from `advance`.
-  /// A file that cannot be looked into at all (the helper cannot be started)
+  /// A file that cannot be checked at all (the helper cannot be started)
   /// has a problem that says so.
   virtual void ask(const Path& file, bool refuseFlat, Answer answer) = 0;
   /// Readable (poll) when an answer waits; -1 when none is awaited.

@@ -7,7 +7,7 @@
 
 namespace trovik {
 
-/// What a look into a file gave.
+/// What the check of a file gave.
 struct Inspection {
   std::string problem; ///< why it is not good ("Truncated image (...)"); empty for good or no image
   bool image = false;  ///< whether it is of a format that was decoded
@@ -20,7 +20,7 @@ struct Inspection {
 // under another key ("fileHex" for "file"). Lines end with a line feed where
 // they are written; they are read without it.
 
-/// A file to be looked into (trovik-image check).
+/// A file to be checked (trovik-image check).
 struct CheckRequest {
   std::string file;
   bool refuseFlat = false;

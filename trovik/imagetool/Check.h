@@ -6,10 +6,10 @@
 
 namespace trovik::image {
 
-/// Looks into a file as the request wants it.
+/// Checks a file as the request wants it.
 Inspection check(const CheckRequest& request);
 
-/// Answers requests to look into files, one a line, in their order, until the
+/// Answers requests to check files, one a line, in their order, until the
 /// requests end or nobody reads the answers any more. A line that is no
 /// request is answered with a problem.
 void serve(std::FILE* requests, std::FILE* answers);

@@ -151,9 +151,9 @@ public:
   }
 
 private:
-  /// The cells of a state, or (before they are looked at) the most there may be.
-  std::size_t countOf(CellState state, bool looked) const {
-    const bool open = !looked && (state == CellState::Missing || state == CellState::Damaged);
+  /// The cells of a state, or (before they are checked) the most there may be.
+  std::size_t countOf(CellState state, bool checked) const {
+    const bool open = !checked && (state == CellState::Missing || state == CellState::Damaged);
     return static_cast<std::size_t>(
         std::count_if(plan_.cells.begin(), plan_.cells.end(), [&](const SheetCell& cell) {
           return cell.state == state || (open && cell.state == CellState::Good);

@@ -13,7 +13,7 @@ namespace trovik::image {
 using SheetListener = std::function<bool(const SheetReport& report)>;
 
 /// Draws a contact sheet: a title, and a cell for each entry of the plan. The
-/// file of a cell that is to be good is looked at now: it may have gone or be
+/// file of a cell that is to be good is checked now: it may have gone or be
 /// damaged. Images are decoded one after the other, so that memory holds the
 /// sheet and one of them. The file's extension says how the sheet is written
 /// (.png, .jpg, .exr, .tif), and it appears under its name when it is whole.

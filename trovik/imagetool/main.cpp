@@ -1,6 +1,6 @@
 // trovik-image: everything that knows image formats, as a program of its own.
 //
-//   trovik-image check          looks into files; requests and answers are JSON,
+//   trovik-image check          checks files; requests and answers are JSON,
 //                               one a line, see trovik/images/ImageProtocol.h
 //   trovik-image sheet -o FILE  draws the contact sheet that standard input
 //                               describes; reports on standard output

@@ -188,7 +188,7 @@ SequenceSettings JobSetup::ownSettings() const {
   const auto own = [this](const char* name) {
     return fixed_.contains(name) ? job_->GetParameterOrOption(name, false, false) : String();
   };
-  return {own(SequenceSettings::lookKey), own(SequenceSettings::digitsKey)};
+  return {own(SequenceSettings::searchKey), own(SequenceSettings::digitsKey)};
 }
 
 void JobSetup::callModule(const SequenceSettings& settings, const String& changed,
@@ -323,7 +323,7 @@ SequenceAccount JobSetup::sequence() const {
     return {};
   }
   question.scene = Path(scene);
-  question.notLooked = ownSettings().whyNotLooked(type_);
+  question.notSearched = ownSettings().whyNotSearched(type_);
   question.digitsAsked = ownSettings().whoAsksForDigits(type_);
   question.withAnyDigits = [this] { return withAnyDigits(); };
   return orRefuse("", "", [&] { return accountOf(question); });

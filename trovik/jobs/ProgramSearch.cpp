@@ -85,12 +85,12 @@ std::vector<std::string> searchedInVain(const TypeSearch& search, bool& unreadab
 /// Why the search took what it found, and what it passed over.
 void describeFind(const TypeSearch& search, FoundProgram& found) {
   if (!search.readsFolders()) {
-    found.told =
+    found.description =
         "the program of the type's search, " +
         (isBare(search.exe) ? inQuotes(search.exe.Text()) + " along PATH" : std::string("a whole path"));
     return;
   }
-  found.told = "the newest that the type's search found";
+  found.description = "the newest that the type's search found";
   const ExecutableSearchResult result = SearchNewestExecutable(search.roots, search.bases, search.exe);
   found.searched = passedOver(result);
   const auto serves = [](const SearchedFolder& folder) { return folder.Problem.empty(); };
@@ -100,8 +100,8 @@ void describeFind(const TypeSearch& search, FoundProgram& found) {
   }
   const auto next = std::find_if(std::next(newest), result.Folders.end(), serves);
   const bool alone = next == result.Folders.end();
-  found.told += ": " + inQuotes(newest->Folder.Leaf(true)) +
-                (alone ? ", the only one" : " before " + inQuotes(next->Folder.Leaf(true)));
+  found.description += ": " + inQuotes(newest->Folder.Leaf(true)) +
+                       (alone ? ", the only one" : " before " + inQuotes(next->Folder.Leaf(true)));
 }
 
 /// The first word of the command line, for types without an executable.
@@ -135,7 +135,7 @@ FoundProgram searchProgram(const ModuleLoader& modules, const UID& type, Process
     }
     found.program = isBare(name) ? FindAlongPath(name.Text()) : name;
     found.source = source;
-    found.told = what + ' ' + inQuotes(name.Text()) + (isBare(name) ? ", found along PATH" : "");
+    found.description = what + ' ' + inQuotes(name.Text()) + (isBare(name) ? ", found along PATH" : "");
     found.searched.clear();
   };
   const Path option(Application::the_Application->Options().GetValue(type.GenString(), p_Executable, ""));

@@ -10,9 +10,9 @@ namespace trovik {
 
 /// The program that jobs of a type run.
 struct FoundProgram {
-  Path program;       ///< empty when there is none
-  std::string source; ///< "option", "search", "default" or "command"
-  std::string told;   ///< the source for people
+  Path program;            ///< empty when there is none
+  std::string source;      ///< "option", "search", "default" or "command"
+  std::string description; ///< the source for people
   /// What was tried in vain, each a sentence. With a program, what a search
   /// passed over before it; without one and empty, nothing says which it is.
   std::vector<std::string> searched;

@@ -283,8 +283,8 @@ SequenceAccount accountOf(const SceneQuestion& question) {
     if (name && !question.taken.frames.empty()) {
       accountForPart(question.taken, question.scene, *name, account);
     }
-  } else if (!question.notLooked.empty()) {
-    account.reason = question.notLooked;
+  } else if (!question.notSearched.empty()) {
+    account.reason = question.notSearched;
   } else if (!name) {
     account.reason = inQuotes(leaf) + " has no number in its name";
   } else {
@@ -296,8 +296,8 @@ SequenceAccount accountOf(const SceneQuestion& question) {
 void SequenceSettings::detect(const DetectFunction& module, const UID& type, const String& changed,
                               std::map<String, String>& values) const {
   const SettingsAsBefore asBefore;
-  if (!look.empty()) {
-    settings().SetValue(type.GenString(), lookKey, look);
+  if (!search.empty()) {
+    settings().SetValue(type.GenString(), searchKey, search);
   }
   if (!digits.empty()) {
     settings().SetValue(type.GenString(), digitsKey, digits);
@@ -305,14 +305,14 @@ void SequenceSettings::detect(const DetectFunction& module, const UID& type, con
   module(type, changed, values);
 }
 
-std::string SequenceSettings::whyNotLooked(const UID& type) const {
-  if (!look.empty()) {
-    return look.Bool() ? std::string() : std::string(lookKey) + " is switched off for this job";
+std::string SequenceSettings::whyNotSearched(const UID& type) const {
+  if (!search.empty()) {
+    return search.Bool() ? std::string() : std::string(searchKey) + " is switched off for this job";
   }
-  if (const String setting = settingOf(type, lookKey); !setting.empty()) {
+  if (const String setting = settingOf(type, searchKey); !setting.empty()) {
     return setting.Bool() ? std::string() : "the settings of this installation switch it off for the type";
   }
-  const ParameterInfo* info = JobFactory::s_JobFactory->GetTypeParameterInfo(type, lookKey, false);
+  const ParameterInfo* info = JobFactory::s_JobFactory->GetTypeParameterInfo(type, searchKey, false);
   return info != nullptr && info->Default.Bool() ? std::string()
                                                  : "the type does not look for scene sequences";
 }

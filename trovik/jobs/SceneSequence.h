@@ -32,7 +32,7 @@ struct SceneQuestion {
   Path scene; ///< absolute
   DetectedSequence taken;
   /// Why nobody looked for a sequence at all; empty where somebody did.
-  std::string notLooked;
+  std::string notSearched;
   /// Who asks for how many digits: "the type asks for more".
   std::string digitsAsked;
   /// What detection would find if it took numbers of one digit, too.
@@ -62,10 +62,10 @@ using DetectFunction =
 /// settings of the installation and the type's file, never the job; so what a
 /// job says takes the place of the settings while its module detects.
 struct SequenceSettings {
-  static constexpr const char* lookKey = "CheckForMultipleFiles";
+  static constexpr const char* searchKey = "CheckForMultipleFiles";
   static constexpr const char* digitsKey = "SceneNumberLength";
 
-  String look;   ///< whether a sequence is looked for; empty: as the installation and the type say
+  String search; ///< whether a sequence is looked for; empty: as the installation and the type say
   String digits; ///< the least digits of a scene's number; empty: the same
 
   /// Lets the module detect. Raises what it raises; the settings are then as
@@ -74,7 +74,7 @@ struct SequenceSettings {
               std::map<String, String>& values) const;
 
   /// Why no sequence is looked for; empty where one is.
-  std::string whyNotLooked(const UID& type) const;
+  std::string whyNotSearched(const UID& type) const;
   /// "the type asks for more", "SceneNumberLength asks for 4".
   std::string whoAsksForDigits(const UID& type) const;
 };

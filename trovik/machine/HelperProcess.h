@@ -11,7 +11,7 @@
 
 namespace trovik {
 
-/// A program of our own that is told lines and answers with lines. It runs in
+/// A program of our own that is given lines and answers with lines. It runs in
 /// a process group of its own with one socket for its input, output and
 /// errors, and none of our other descriptors; its input ends when this process
 /// does. Nothing here blocks, and its death raises no SIGPIPE. For one thread.

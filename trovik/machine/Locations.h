@@ -33,7 +33,7 @@ public:
   /// $XDG_DATA_HOME/trovik/modules: the types that users write.
   Path ownModules() const;
 
-  /// $XDG_DATA_HOME/trovik/cluster: what a cluster's nodes are told, where
+  /// $XDG_DATA_HOME/trovik/cluster: what a cluster's nodes are given, where
   /// nobody names another folder.
   Path clusterFolder() const;
 

@@ -6,7 +6,7 @@
 namespace trovik {
 namespace {
 
-// Between two looks for descendants that have ended while their program runs on.
+// Between two checks for descendants that have ended while their program runs on.
 constexpr Duration reapTime = std::chrono::seconds(1);
 
 } // namespace
@@ -28,7 +28,7 @@ void LocalMachine::wait(std::vector<pollfd>& descriptors, std::optional<Duration
     longest.tv_nsec = static_cast<long>((whole % std::chrono::seconds(1)).count());
   }
   if (ppoll(descriptors.data(), descriptors.size(), timeout ? &longest : nullptr, nullptr) < 0) {
-    // Interrupted by a signal: its descriptor is looked at on the next turn.
+    // Interrupted by a signal: its descriptor is checked on the next turn.
     for (pollfd& descriptor : descriptors) {
       descriptor.revents = 0;
     }

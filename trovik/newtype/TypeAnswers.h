@@ -62,7 +62,7 @@ struct GivenAnswers {
 using AskFunction = std::function<std::optional<std::string>(const std::string& question)>;
 
 /// Completes the given answers: asks for the others where `ask` is set, and
-/// takes the usual ones else. A wrong answer to a question is told by `tell`
+/// takes the usual ones else. A wrong answer to a question is given to `tell`
 /// and asked again. Throws a UsageError for a given answer that cannot be, and
 /// where the input ends.
 TypeAnswers completeAnswers(const std::string& name, const GivenAnswers& given, const AskFunction& ask,

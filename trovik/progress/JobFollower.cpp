@@ -11,7 +11,7 @@ namespace trovik {
 namespace {
 
 constexpr Duration pause = std::chrono::milliseconds(500);
-constexpr int looksForAnEngine = 10; // one in so many looks at the queue; it takes a lock
+constexpr int checksForAnEngine = 10; // one in so many checks of the queue; it takes a lock
 
 WorkResult resultOf(const AttemptRecord& attempt) {
   WorkResult result;
@@ -94,15 +94,15 @@ void JobFollower::poll() {
     return;
   }
   version_ = version;
-  while (look()) {
+  while (check()) {
   }
 }
 
 /// Attempts are asked for their state first, then the files are read, then the
 /// new attempts: so an attempt that is seen to have ended has all its files
 /// among those read, and every file belongs to an attempt that is known. A new
-/// attempt that has ended already takes a further look; true then.
-bool JobFollower::look() {
+/// attempt that has ended already takes a further check; true then.
+bool JobFollower::check() {
   std::vector<AttemptRecord> ended;
   const std::vector<AttemptId> stillRunning = queue_.runningAttempts(job_);
   for (const auto& [id, running] : running_) {
@@ -141,7 +141,7 @@ bool JobFollower::look() {
     }
   }
   tellFiles(false);
-  if (!record) { // deleted: what ran of it has nothing left to be told
+  if (!record) { // deleted: what ran of it has nothing left to be reported
     running_.clear();
   } else {
     record_ = *record;
@@ -180,7 +180,7 @@ void JobFollower::tellFile(const FileRecord& file) {
 }
 
 void JobFollower::tellImage(const Running& running, const std::string& path) {
-  if (told_.insert(path).second) {
+  if (reported_.insert(path).second) {
     events_.image(running.work, Path(path));
   }
 }
@@ -207,8 +207,8 @@ WorkInfo JobFollower::workOf(const AttemptRecord& attempt) const {
 bool followToEnd(JobFollower& follower, Queue& queue, Machine& machine, InterruptSource& interrupts,
                  const std::function<void()>& engineGone) {
   bool engine = true;
-  for (int looks = 0; !follower.isOver(); ++looks) {
-    if (looks % looksForAnEngine == 0) {
+  for (int checks = 0; !follower.isOver(); ++checks) {
+    if (checks % checksForAnEngine == 0) {
       const bool lives = queue.hasOtherEngine(0);
       if (engine && !lives) {
         engineGone();

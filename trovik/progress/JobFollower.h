@@ -15,8 +15,8 @@ namespace trovik {
 /// Turns what other processes write into the queue about a job into the events
 /// of a run, so that a job looks the same whoever works on it.
 ///
-/// The queue holds states, not events: what begins and ends between two looks
-/// is told all the same, one after the other; a file is told once, when the
+/// The queue holds states, not events: what begins and ends between two checks
+/// is reported all the same, one after the other; a file is reported once, when the
 /// program has gone on to another one or the attempt has left it good. For one
 /// thread; the queue and the events must outlive it.
 class JobFollower {
@@ -30,7 +30,7 @@ public:
 
   /// Tells what has changed since the last call; at the first one, unless
   /// `beginRun` was called, the attempts that are under way. What had ended
-  /// before is never told. Cheap where nothing has changed.
+  /// before is never reported. Cheap where nothing has changed.
   void poll();
 
   /// The job is not open any more, and no attempt that is followed runs.
@@ -44,7 +44,7 @@ private:
 
   RunInfo takeStock();
   void tellStarts() const;
-  bool look();
+  bool check();
   std::set<AttemptId> runningIds() const;
   void tellFile(const FileRecord& file);
   void tellImage(const Running& running, const std::string& path);
@@ -62,7 +62,7 @@ private:
   AttemptId lastAttempt_ = 0;
   std::int64_t lastFile_ = 0;
   std::map<AttemptId, Running> running_;
-  std::set<std::string> told_; // files
+  std::set<std::string> reported_; // files
 };
 
 /// Follows to the end of the job. `engineGone` is called when no engine is at

@@ -30,7 +30,7 @@ enum class JobState {
   Good,     ///< every frame is good
   Failed,   ///< no work is left, and some failed
   Canceled, ///< the user canceled it
-  Stopped,  ///< put aside: by the user, or since it failed alike again and again; the note tells
+  Stopped,  ///< held: by the user, or since it failed alike again and again; the note tells
 };
 
 /// What works a job off.
@@ -274,7 +274,7 @@ struct PlacedBeat {
   std::string log; ///< empty while it printed nothing
   std::int64_t logBytes = 0;
   std::string stage; ///< "waiting", "starting", "running", "checking"
-  double silent = 0; ///< seconds, when it was told
+  double silent = 0; ///< seconds, when it was recorded
   Moment seen{};     ///< by this machine's clock: when the beat last changed
 };
 
@@ -286,7 +286,7 @@ struct ClusterContact {
 };
 
 /// How the program of an attempt ended by itself, written down before its files
-/// are looked into: with its log it is all that a verdict needs, should the
+/// are checked: with its log it is all that a verdict needs, should the
 /// engine die now.
 struct ProgramEnd {
   int exitCode = 0;

@@ -11,7 +11,7 @@
 
 namespace trovik {
 
-/// What is to be done, as told when a run starts.
+/// What is to be done, as known when a run starts.
 struct RunInfo {
   JobId job = 0;
   std::string name;       ///< the job's name; may be empty

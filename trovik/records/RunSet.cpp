@@ -48,16 +48,16 @@ std::vector<FrameRun> RunSet::runs() const {
 std::string RunSet::text(std::size_t limit) const {
   std::string out;
   std::size_t written = 0;
-  std::size_t told = 0;
+  std::size_t shown = 0;
   for (const auto& [first, last] : runs_) {
     if (limit != 0 && written == limit) {
-      return out + " and " + std::to_string(count_ - told) + " more";
+      return out + " and " + std::to_string(count_ - shown) + " more";
     }
     if (written != 0) {
       out += ',';
     }
     out += runText({first, last});
-    told += static_cast<std::size_t>(std::int64_t{last} - first + 1);
+    shown += static_cast<std::size_t>(std::int64_t{last} - first + 1);
     ++written;
   }
   return out;

@@ -29,8 +29,8 @@ struct ReplayResult {
   String note; ///< the job's own; empty for most good ones
   VerdictRule rule = VerdictRule::None;
   std::vector<String> images;         ///< as the program named them, each once
-  std::vector<FileRecord> files;      ///< those that were looked at
-  std::size_t expected = 0;           ///< files that were not looked at, but a run would
+  std::vector<FileRecord> files;      ///< those that were checked
+  std::size_t expected = 0;           ///< files that were not checked, but a run would
   std::size_t lines = 0;              ///< all of them
   std::array<std::size_t, 6> fates{}; ///< how many lines of each fate
   std::optional<std::size_t> decidingLine;
@@ -53,7 +53,7 @@ public:
   void feed(std::string_view bytes) { splitter_.Feed(bytes); }
 
   /// The log has ended: judges it with this end of the program. The files are
-  /// looked into where there is an inspector, else taken as good; they then
+  /// checked where there is an inspector, else taken as good; they then
   /// prove nothing either.
   ReplayResult finish(const ProcessExit& exit, ImageInspector* inspector, Machine& machine);
 

@@ -16,7 +16,7 @@ struct ReplayFacts {
   std::string frames; ///< of the work; empty for none
   ProcessExit exit;
   bool exitTold = false; ///< false: nobody said how the program ended
-  bool files = false;    ///< whether files are looked at
+  bool files = false;    ///< whether files are checked
 };
 
 /// Shows a replay while it goes on. The log may be larger than memory, so

@@ -12,10 +12,10 @@ namespace trovik {
 // tell.
 
 /// Where trovik-image is. Throws a UsageError when it is not there: no image
-/// could be looked into, and every frame would fail for it.
+/// could be checked, and every frame would fail for it.
 Path imageHelper(const Session& session);
 
-/// Takes up what dead engines left, before a verb changes jobs: a work that
+/// Recovers what dead engines left, before a verb changes jobs: a work that
 /// seems to run would be in its way for ever where no engine is at work. A type
 /// that is not known here is no problem.
 void settleLost(Session& session, Queue& queue);

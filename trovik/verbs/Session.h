@@ -32,7 +32,7 @@ public:
   const std::vector<Path>& modulePath() const { return modulePath_; }
 
   /// Loads the modules, so that the job types are known; the second call does
-  /// nothing. Verbs that only look at the queue go without: a queue can be
+  /// nothing. Verbs that only read the queue go without: a queue can be
   /// read where a type is missing. Throws a UsageError for directories that
   /// the user named and that are not there, and where no module is found.
   void loadModules();
@@ -60,7 +60,7 @@ private:
   bool loaded_ = false;
 };
 
-/// The queue in the directory; null where there is none yet: looking at it
+/// The queue in the directory; null where there is none yet: reading it
 /// makes nothing.
 std::unique_ptr<Queue> existingQueue(const Path& directory);
 

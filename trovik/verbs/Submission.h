@@ -10,7 +10,7 @@
 
 namespace trovik {
 
-/// A job as `run` and `submit` are told it on the command line, set up and
+/// A job as `run` and `submit` are given it on the command line, set up and
 /// checked. Whatever the user got wrong is thrown as UsageError before
 /// anything is started or stored.
 class Submission {
@@ -30,7 +30,7 @@ public:
   EnteredJob enter(Queue& queue) const;
 
   /// Refuses a job whose first work already could not start, or whose logs
-  /// could not be written: what would make every work fail alike is told once.
+  /// could not be written: what would make every work fail alike is reported once.
   void tryFirstWork() const;
 
 private:

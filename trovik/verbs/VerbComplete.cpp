@@ -63,7 +63,7 @@ private:
     open(options);
     std::vector<Candidate> candidates;
     std::error_code error;
-    // A queue is only looked at, never made.
+    // A queue is only read, never made.
     if (!std::filesystem::exists(std::filesystem::path(session_->state().c_str()) / "queue.db", error)) {
       return candidates;
     }

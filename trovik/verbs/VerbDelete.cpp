@@ -42,7 +42,7 @@ bool isFolderOf(const Queue& queue, const JobRecord& job) {
   }
 }
 
-/// What the nodes were told.
+/// What the nodes were given.
 void removeFolder(const JobRecord& job) {
   std::error_code error;
   std::filesystem::remove_all(job.folder, error);

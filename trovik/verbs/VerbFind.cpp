@@ -23,7 +23,7 @@ int findProgram(Session& session, const FindOptions& options) {
     document["type"] = typeTitle(type);
     document["executable"] = good ? Json(found.program.Text()) : Json(nullptr);
     document["source"] = good ? Json(found.source) : Json(nullptr);
-    document["reason"] = good ? Json(found.told) : Json(nullptr);
+    document["reason"] = good ? Json(found.description) : Json(nullptr);
     document["searched"] = found.searched;
     console.print(jsonDocument(document));
     return good ? exitGood : exitFailed;
@@ -33,7 +33,7 @@ int findProgram(Session& session, const FindOptions& options) {
     list += "  " + text + '\n';
   }
   if (good) {
-    console.print(console.shown(found.program.Text()) + "\n  " + found.told + '\n' + list);
+    console.print(console.shown(found.program.Text()) + "\n  " + found.description + '\n' + list);
     return exitGood;
   }
   const std::string title = inQuotes(typeTitle(type));

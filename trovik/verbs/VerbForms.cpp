@@ -98,7 +98,7 @@ void declareWritingVerbs(CommandForm& form) {
       .value("--exit", "N", &ReplayOptions::exit,
              "How the program ended: its exit code, 0 by default, or a signal such as SIGKILL")
       .flag("--all", &ReplayOptions::all, "Show every line, not only those that a text of the type speaks of")
-      .flag("--files", &ReplayOptions::lookAtFiles, "Look at the files as well")
+      .flag("--files", &ReplayOptions::checkFiles, "Look at the files as well")
       .value("--scene", "SCENE", &ReplayOptions::scene, "The scene that the log is of")
       .value("--range", "FRAMES", &ReplayOptions::range, "The frames that the log is of, such as 7-9")
       .value("--out", "DIR", &ReplayOptions::out, "The folder that the program wrote to")

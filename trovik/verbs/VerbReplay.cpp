@@ -125,7 +125,7 @@ int replayAs(Session& session, const UID& type, const ReplayOptions& options) {
   facts.log = *options.log;
   facts.exit = exitFrom(options.exit.value_or("0"));
   facts.exitTold = options.exit.has_value();
-  facts.files = options.lookAtFiles;
+  facts.files = options.checkFiles;
 
   JobSetup setup(type, session.detection());
   setUp(setup, options);
@@ -133,7 +133,7 @@ int replayAs(Session& session, const UID& type, const ReplayOptions& options) {
   facts.frames = work.hasFrames ? runText(work.run) : std::string();
 
   std::optional<ImageHelper> inspector;
-  if (options.lookAtFiles) {
+  if (options.checkFiles) {
     inspector.emplace(imageHelper(session));
   }
   const SavedLog log(*options.log);

@@ -10,7 +10,7 @@
 
 namespace trovik {
 
-// What each verb can be told, and one function a verb. Each prints to the
+// What each verb can be given, and one function a verb. Each prints to the
 // session's console and returns the program's exit code; what the user got
 // wrong is thrown as UsageError.
 
@@ -64,7 +64,7 @@ struct ReplayOptions : CommonOptions {
   std::optional<std::string> log;  ///< "-" for standard input
   std::optional<std::string> exit; ///< how the program ended
   bool all = false;                ///< show every line
-  bool lookAtFiles = false;        ///< at those that the log names, too
+  bool checkFiles = false;         ///< at those that the log names, too
   std::optional<std::string> scene;
   std::optional<std::string> range;
   std::optional<std::string> out;
@@ -153,7 +153,7 @@ int deleteJobs(Session& session, const EachJobOptions& options);
 
 struct RetryOptions : EachJobOptions {
   std::optional<std::string> frames;
-  bool missing = false; ///< those without a good file, as a look at the files tells
+  bool missing = false; ///< those without a good file, as a check of the files tells
 };
 int retryJobs(Session& session, const RetryOptions& options);
 

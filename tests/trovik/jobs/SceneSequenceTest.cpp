@@ -214,7 +214,7 @@ TEST(SequenceAccount, NameWithoutANumberIsNamed) {
 TEST(SequenceAccount, WhereNobodyLookedThatIsTheReason) {
   SceneQuestion question;
   question.scene = Path("/s/a_0001.pov");
-  question.notLooked = "the type does not look for scene sequences";
+  question.notSearched = "the type does not look for scene sequences";
   EXPECT_EQ(accountOf(question).reason, "the type does not look for scene sequences");
   EXPECT_FALSE(accountOf(question).leftOut);
 }
