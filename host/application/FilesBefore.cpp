@@ -39,7 +39,7 @@ std::int64_t Nanoseconds(const timespec& time) {
   return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
 }
 
-/// Makes a file in the folder for a moment; false where that is not possible.
+// Makes a file in the folder for a moment; false where that is not possible.
 bool ReadClock(const Path& folder, struct stat& status) {
   Descriptor file(open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR));
   if (!file.IsOpen()) {

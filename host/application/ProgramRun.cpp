@@ -24,7 +24,7 @@ std::optional<ProgramRun::Clock::duration> LimitOf(double seconds) {
       std::chrono::duration<double>(std::min(seconds, k_LongestLimit)));
 }
 
-/// One buffer for all runs of a thread.
+// One buffer for all runs of a thread.
 std::array<char, k_ReadSize>& ReadBuffer() {
   static thread_local std::array<char, k_ReadSize> buffer;
   return buffer;

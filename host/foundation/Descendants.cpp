@@ -63,7 +63,7 @@ std::string ProcFile(pid_t process, const char* name) {
   return "/proc/" + std::to_string(process) + name;
 }
 
-/// FNV-1a, in the bits below the one that tells a mark from a limit.
+// FNV-1a, in the bits below the one that tells a mark from a limit.
 std::uint64_t NumberOf(const String& mark) {
   std::uint64_t number = 0xcbf29ce484222325U;
   for (const char letter : mark) {
@@ -72,14 +72,14 @@ std::uint64_t NumberOf(const String& mark) {
   return k_MarkBit | (number >> 3U);
 }
 
-/// The number that a process carries; 0 for none, or none that may be known.
+// The number that a process carries; 0 for none, or none that may be known.
 std::uint64_t CarriedBy(pid_t process) {
   rlimit limit{};
   const bool known = prlimit(process, RLIMIT_RTTIME, nullptr, &limit) == 0;
   return known && limit.rlim_cur != RLIM_INFINITY && (limit.rlim_cur & k_MarkBit) != 0 ? limit.rlim_cur : 0;
 }
 
-/// The mark in the environment of a process, or empty.
+// The mark in the environment of a process, or empty.
 String MarkOf(pid_t process) {
   const std::string environment = '\0' + ContentOf(ProcFile(process, "/environ"), k_EnvironmentLimit) + '\0';
   const std::string before = '\0' + std::string(k_MarkVariable) + '=';
@@ -87,7 +87,7 @@ String MarkOf(pid_t process) {
   return begin == std::string::npos ? String() : String(environment.c_str() + begin + before.size());
 }
 
-/// The children of this process.
+// The children of this process.
 class Family {
 public:
   /// Of which none is adopted, for as long as nobody asked for that.

@@ -26,8 +26,8 @@ ColourChoice colourChoice(const std::string& text) {
   return choice->second;
 }
 
-// Reads the form into the library that parses. Its arguments keep the form's
-// order.
+/// Reads the form into the library that parses. Its arguments keep the form's
+/// order.
 void declare(CLI::App& app, const Verb& verb) {
   app.allow_extras();
   for (const Argument& argument : verb.arguments) {

@@ -101,8 +101,8 @@ void requireBytes(const Bytes& bytes, std::uint64_t offset, std::uint64_t count)
   }
 }
 
-// A sequence of segments and of compressed data, in which a marker byte is
-// followed by zero. Whatever the scans are, the end marker must come.
+/// A sequence of segments and of compressed data, in which a marker byte is
+/// followed by zero. Whatever the scans are, the end marker must come.
 void checkJpeg(Bytes& bytes) {
   bytes.skip(2);
   for (;;) {
@@ -123,7 +123,7 @@ void checkJpeg(Bytes& bytes) {
   }
 }
 
-// The decoder stops when it has all pixels, before the last chunk.
+/// The decoder stops when it has all pixels, before the last chunk.
 void checkPng(Bytes& bytes) {
   bytes.skip(8);
   std::string type;
@@ -140,7 +140,7 @@ void skipGifBlocks(Bytes& bytes) {
   }
 }
 
-// The decoder takes a broken later picture as the end of the animation.
+/// The decoder takes a broken later picture as the end of the animation.
 void checkGif(Bytes& bytes) {
   const auto skipPalette = [&bytes](unsigned flags) {
     if ((flags & 0x80U) != 0) {
@@ -186,11 +186,11 @@ int tiffWidth(std::uint64_t type) {
   return type < widths.size() ? widths[type] : 0;
 }
 
-// The values of every tag, since some writers put the directory and its values
-// behind the pixels, and decoders do without those that they do not need. Strips
-// only where they are compressed as JPEG: those decoders fill up what is missing,
-// while the others notice, and some writers announce a last strip that is longer
-// than it need be.
+/// The values of every tag, since some writers put the directory and its values
+/// behind the pixels, and decoders do without those that they do not need. Strips
+/// only where they are compressed as JPEG: those decoders fill up what is missing,
+/// while the others notice, and some writers announce a last strip that is longer
+/// than it need be.
 void checkTiffDirectory(Bytes& bytes, bool big, std::uint64_t entries) {
   std::optional<TiffArray> offsets;
   std::optional<TiffArray> counts;
@@ -352,8 +352,8 @@ std::uint64_t dpxSamples(unsigned descriptor) {
   }
 }
 
-// The length in the header is often wrong, so the bytes that the pixels need
-// are reckoned. Run lengths cannot be.
+/// The length in the header is often wrong, so the bytes that the pixels need
+/// are reckoned. Run lengths cannot be.
 void checkDpx(Bytes& bytes) {
   bytes.order = bytes.text(4) == "XPDS" ? Order::Little : Order::Big;
   const std::uint64_t imageOffset = bytes.number(4);
@@ -378,7 +378,7 @@ void checkDpx(Bytes& bytes) {
   }
 }
 
-// The decoder reads chunks until there are no more.
+/// The decoder reads chunks until there are no more.
 void checkIff(Bytes& bytes) {
   bytes.skip(4);
   const std::uint64_t size = bytes.number(4);
@@ -391,7 +391,7 @@ void requireCodestreamEnd(Bytes& bytes, std::uint64_t end) {
   }
 }
 
-// JP2 and the formats of the HEIF family are a row of boxes.
+/// JP2 and the formats of the HEIF family are a row of boxes.
 void checkBoxes(Bytes& bytes) {
   while (bytes.position() < bytes.size()) {
     const std::uint64_t start = bytes.position();

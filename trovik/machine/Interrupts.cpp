@@ -37,7 +37,7 @@ void onSignal(int number) {
   errno = saved;
 }
 
-// Whatever this process hangs in, the second wish to stop is obeyed.
+/// Whatever this process hangs in, the second wish to stop is obeyed.
 void onAlarm(int /*number*/) {
   std::signal(lastWish, SIG_DFL);
   raise(lastWish);
