@@ -46,6 +46,9 @@ struct ClusterNotice {
 /// - A submission whose answer did not come is looked up by its name before
 ///   anything is submitted again; what is abandoned is marked so in its folder,
 ///   and its tasks do nothing should they ever start.
+/// - An array that is over is asked about until the cluster has no task of it
+///   any more: one that was put back and is held would stay there for ever. It
+///   is canceled.
 class ClusterEngine {
 public:
   enum class Duty {
@@ -87,7 +90,6 @@ private:
   void turn();
   void finishJobs();
 
-  Duty duty_;
   std::unique_ptr<ClusterState> state_;
   std::unique_ptr<ArraySubmitter> submitter_;
   std::unique_ptr<ArrayMonitor> monitor_;

@@ -100,10 +100,10 @@ void ResultCollector::advance() {
     many_ = active > static_cast<std::ptrdiff_t>(manyWorks);
     // No transaction around it: a folder of a network may take its time, and
     // what is written of a work is whole by itself.
-    for (auto array = state_.arrays.begin(); array != state_.arrays.end();) {
-      checkArray(array->second);
-      array = array->second.works.empty() ? state_.arrays.erase(array) : std::next(array);
+    for (auto& [id, array] : state_.arrays) {
+      checkArray(array);
     }
+    state_.closeArrays();
   }
   advanceRecoveries();
 }
@@ -134,7 +134,7 @@ void ResultCollector::checkArray(OpenArray& array) {
     const auto found = array.works.find(position);
     try {
       if (check(array, found->second)) {
-        array.works.erase(found);
+        array.close(position);
       }
     } catch (Exception* exception) {
       reached = false;
@@ -410,11 +410,11 @@ void ResultCollector::advanceRecoveries() {
         entry->stage.publish(entry->end.outcome);
       }
       settle(array->second, entry->position, entry->end);
-      array->second.works.erase(entry->position);
+      array->second.close(entry->position);
     }
     entry = recoveries_.erase(entry);
   }
-  std::erase_if(state_.arrays, [](const auto& array) { return array.second.works.empty(); });
+  state_.closeArrays();
 }
 
 void ResultCollector::settle(const OpenArray& array, std::size_t position, const WorkEnd& end) {

@@ -219,6 +219,10 @@ public:
   void dropArray(ArrayId array);
   /// Arrays that are not over, the oldest first; of one job, or of all.
   std::vector<ArrayRecord> openArrays(std::optional<JobId> job = std::nullopt);
+  /// Arrays that are over, but of which the cluster may still have tasks.
+  std::vector<ArrayRecord> leftArrays();
+  /// It has none that might still start or run.
+  void noteGone(ArrayId array);
   /// The open places of an array, in their order. A work that was canceled and
   /// then made ready again only in parts counts as canceled.
   std::vector<PlacedWork> openPlaces(ArrayId array);

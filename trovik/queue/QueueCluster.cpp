@@ -39,6 +39,14 @@ ArrayRecord readArray(Query& row) {
   return array;
 }
 
+std::vector<ArrayRecord> readArrays(Query&& rows) {
+  std::vector<ArrayRecord> arrays;
+  while (rows.next()) {
+    arrays.push_back(readArray(rows));
+  }
+  return arrays;
+}
+
 QueueError mistake(const std::string& message) {
   return QueueError{QueueError::Kind::Other, message, ""};
 }
@@ -186,20 +194,17 @@ void Queue::dropArray(ArrayId array) {
 }
 
 std::vector<ArrayRecord> Queue::openArrays(std::optional<JobId> job) {
-  std::vector<ArrayRecord> result;
-  const auto readAll = [&](Query& row) {
-    while (row.next()) {
-      result.push_back(readArray(row));
-    }
-  };
-  if (job) {
-    Query row(impl_->database, statements::openArraysOfJob, *job);
-    readAll(row);
-  } else {
-    Query row(impl_->database, statements::openArrays);
-    readAll(row);
-  }
-  return result;
+  return job ? readArrays(Query(impl_->database, statements::openArraysOfJob, *job))
+             : readArrays(Query(impl_->database, statements::openArrays));
+}
+
+std::vector<ArrayRecord> Queue::leftArrays() {
+  return readArrays(Query(impl_->database, statements::leftArrays));
+}
+
+void Queue::noteGone(ArrayId array) {
+  impl_->database.write(
+      [&] { Query(impl_->database, "UPDATE arrays SET gone = 1 WHERE id = ?1", array).run(); });
 }
 
 std::vector<PlacedWork> Queue::openPlaces(ArrayId array) {

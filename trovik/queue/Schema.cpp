@@ -209,7 +209,14 @@ constexpr const char* version4 = R"sql(
 ALTER TABLE jobs ADD COLUMN home TEXT NOT NULL DEFAULT '';
 )sql";
 
-constexpr std::array steps = {version1, version2, version3, version4};
+// The cluster may keep tasks of an array that is over: it put one back and holds
+// it. So an array is asked about until none is left.
+constexpr const char* version5 = R"sql(
+ALTER TABLE arrays ADD COLUMN gone INTEGER NOT NULL DEFAULT 0;
+CREATE INDEX arrays_left ON arrays (id) WHERE state = 'over' AND cluster <> 0 AND gone = 0;
+)sql";
+
+constexpr std::array steps = {version1, version2, version3, version4, version5};
 
 int numberOf(Database& database, const char* sql) {
   Query query(database, sql);

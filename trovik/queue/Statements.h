@@ -83,6 +83,9 @@ inline constexpr const char* openArrays =
 inline constexpr const char* openArraysOfJob =
     "SELECT id, job, number, state, name, cluster, per_task, canceling, submitted "
     "FROM arrays INDEXED BY arrays_job WHERE job = ?1 AND state IN ('prepared', 'submitted') ORDER BY number";
+inline constexpr const char* leftArrays =
+    "SELECT id, job, number, state, name, cluster, per_task, canceling, submitted "
+    "FROM arrays INDEXED BY arrays_left WHERE state = 'over' AND cluster <> 0 AND gone = 0 ORDER BY id";
 inline constexpr const char* worksToPlace =
     "SELECT id, first, last, attempts, attempt FROM works INDEXED BY works_open "
     "WHERE job = ?1 AND state = 'ready' ORDER BY tries, place, first";
@@ -138,7 +141,7 @@ inline constexpr std::array all = {
     dueJobs,         aliveEngines, lastOfFile,       clusterJobs,     jobsOfArrays, openArrays,
     openArraysOfJob, worksToPlace, openRuns,         openPlaces,      anyOpenPlace, openPlace,
     partsOfPlace,    startPlaced,  startClusterJob,  notePlaced,      closePlaced,  taskOfPlace,
-    noteTask,        noteLog,      dropBeat,         beatsOfJob,      noteEnd,
+    noteTask,        noteLog,      dropBeat,         beatsOfJob,      leftArrays,   noteEnd,
 };
 
 } // namespace trovik::statements

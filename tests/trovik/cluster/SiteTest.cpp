@@ -509,6 +509,111 @@ TEST_F(SiteTest, NobodyWaitsWhileFilesOfTheFolderAreRead) {
   EXPECT_EQ(good(id), "1");
 }
 
+TEST_F(SiteTest, ATaskThatIsPutBackWhenItsJobIsOverIsCanceled) {
+  const JobId id = submit("1-2");
+  pass(3s);
+  site.start();
+  finish(101, 0);
+  finish(101, 1);
+  FakeSite::end(task(101, 1), "COMPLETED");
+  pass(5s);
+  ASSERT_EQ(state(id), JobState::Good);
+  FakeSite::setWaiting(task(101, 0));
+  task(101, 0).reason = "launch failed requeued held";
+  task(101, 0).restarts = 1;
+  pass(20s);
+  EXPECT_EQ(site.canceled, std::vector<std::string>{site.arrays.at(101).submission.name});
+  EXPECT_EQ(task(101, 0).state, "CANCELLED");
+  pass(1min);
+  const std::size_t before = site.questions;
+  pass(10min);
+  EXPECT_EQ(site.questions, before) << "nothing is left to be asked";
+  EXPECT_EQ(site.canceled.size(), 1U);
+}
+
+TEST_F(SiteTest, WhatAnArrayLeftIsCanceledByTheNextProcess) {
+  const JobId id = submit("1");
+  pass(3s);
+  site.start();
+  finish(101, 0);
+  pass(5s);
+  ASSERT_EQ(state(id), JobState::Good);
+  restart(ClusterEngine::Duty::Collect);
+  FakeSite::setWaiting(task(101, 0));
+  task(101, 0).reason = "job requeued in held state";
+  pass(20s);
+  EXPECT_TRUE(site.canceled.empty()) << "who only collects cancels nothing";
+  restart();
+  pass(5s);
+  EXPECT_EQ(task(101, 0).state, "CANCELLED");
+}
+
+TEST_F(SiteTest, WhoPutsATaskBackAndHoldsItHasItsWorkDoneByAnother) {
+  const JobId id = submit("1");
+  pass(3s);
+  site.start();
+  begin(101, 0);
+  pass(5s);
+  WorkEnd end;
+  end.by = WorkEnd::By::Interrupted;
+  end.claim = 1;
+  end.outcome.state = AttemptState::Lost;
+  folderOf(101).leave(0, end);
+  FakeSite::setWaiting(task(101, 0));
+  task(101, 0).reason = "job requeued in held state";
+  task(101, 0).restarts = 1;
+  EXPECT_TRUE(engine->advanceUntil(
+      [&] {
+        return !queue.openArrays().empty() && queue.openArrays().front().number == 2 && engine->isSettled();
+      },
+      60s));
+  EXPECT_EQ(task(101, 0).state, "CANCELLED") << "before anybody leaves";
+  site.start();
+  finish(102, 0);
+  pass(10s);
+  EXPECT_EQ(state(id), JobState::Good);
+}
+
+TEST_F(SiteTest, ATaskThatEndsAfterItsResultIsLeftInPeace) {
+  const JobId id = submit("1");
+  pass(3s);
+  site.start();
+  finish(101, 0);
+  pass(20s); // the site cleans up behind it
+  ASSERT_EQ(state(id), JobState::Good);
+  FakeSite::end(task(101, 0), "COMPLETED");
+  pass(5min);
+  EXPECT_TRUE(site.canceled.empty());
+}
+
+TEST_F(SiteTest, ATaskThatHangsAfterItsResultIsCanceled) {
+  const JobId id = submit("1");
+  pass(3s);
+  site.start();
+  finish(101, 0);
+  pass(20s);
+  ASSERT_EQ(state(id), JobState::Good);
+  EXPECT_TRUE(site.canceled.empty());
+  pass(40s);
+  EXPECT_EQ(site.canceled.size(), 1U);
+}
+
+TEST_F(SiteTest, ASiteThatIsSilentAboutWhatIsLeftTroublesNobody) {
+  const JobId id = submit("1");
+  pass(3s);
+  site.start();
+  finish(101, 0);
+  pass(5s);
+  ASSERT_EQ(state(id), JobState::Good);
+  site.mood = FakeSite::Mood::Silent;
+  pass(10min);
+  EXPECT_TRUE(notices.empty());
+  site.mood = FakeSite::Mood::Answers;
+  FakeSite::end(task(101, 0), "COMPLETED");
+  pass(1min);
+  EXPECT_TRUE(queue.leftArrays().empty());
+}
+
 TEST_F(SiteTest, OneProcessAtATimeIsInCharge) {
   pass(1s);
   ASSERT_TRUE(engine->isInCharge());

@@ -126,6 +126,21 @@ TEST_F(QueueCluster, ArraysAreNumberedAndNamedByQueueAndJob) {
   EXPECT_EQ(queue.openArrays(job).size(), 2U);
 }
 
+TEST_F(QueueCluster, AnArrayThatIsOverIsLeftUntilTheClusterHasNothingOfIt) {
+  const ArrayRecord array = place(submit("1"));
+  queue.noteSubmitted(array.id, 4711);
+  EXPECT_TRUE(queue.leftArrays().empty());
+  queue.closePlace(array.id, 0);
+  const std::vector<ArrayRecord> left = Queue(queue.directory()).leftArrays();
+  ASSERT_EQ(left.size(), 1U);
+  EXPECT_EQ(left[0].name, array.name);
+  EXPECT_EQ(left[0].cluster, 4711);
+  queue.noteGone(array.id);
+  EXPECT_TRUE(queue.leftArrays().empty());
+  queue.dropArray(place(submit("1")).id); // which the cluster never had
+  EXPECT_TRUE(queue.leftArrays().empty());
+}
+
 TEST_F(QueueCluster, WhatBecameOfAnArrayIsKept) {
   const ArrayRecord array = place(submit("1"));
   queue.noteSubmitted(array.id, 4711);
