@@ -152,7 +152,8 @@ void ArrayMonitor::askForAll() {
   state_.client.query(names, [this, asked, left](const ClusterAnswer& answer) {
     asking_ = false;
     if (!answer.answered && asked.empty()) {
-      state_.nextQuestion = state_.machine.now() + pauseAfterSilence; // nobody waits for it
+      state_.nextQuestion = state_.machine.now() + pauseAfterSilence;
+      state_.queue.noteContact(state_.contact); // that it was asked; nobody waits for the answer
       return;
     }
     state_.noteContact(answer);
@@ -242,7 +243,7 @@ void ArrayMonitor::notifyStuck(const ArrayRecord& array, const std::string& reas
 }
 
 void ArrayMonitor::take(OpenWork& work, const ClusterTask& task) {
-  PlacedWork& record = work.record;
+  ArrayWork& record = work.record;
   if (work.phase != task.phase || record.restarts != task.restarts) {
     state_.changed = true;
     work.alive = state_.machine.now(); // a new process has its time to say so

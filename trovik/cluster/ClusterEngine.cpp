@@ -47,14 +47,14 @@ void ClusterState::reload() {
     }
     OpenArray& array = arrays.at(record.id);
     std::map<std::size_t, OpenWork> works;
-    for (PlacedWork& placed : queue.openPlaces(record.id)) {
-      auto work = array.works.extract(placed.place);
+    for (ArrayWork& given : queue.openArrayWorks(record.id)) {
+      auto work = array.works.extract(given.position);
       if (work.empty()) {
-        works[placed.place].alive = machine.now();
+        works[given.position].alive = machine.now();
       } else {
         works.insert(std::move(work));
       }
-      works[placed.place].record = std::move(placed);
+      works[given.position].record = std::move(given);
     }
     array.works = std::move(works);
     array.record = std::move(record);

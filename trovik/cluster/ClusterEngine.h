@@ -35,7 +35,7 @@ struct ClusterNotice {
 ///
 /// - A work belongs to at most one task that is not known to be over. So two
 ///   tasks never get the same frames.
-/// - What a work came to is told by the end that its task left in the folder,
+/// - What a work came to is in the end that its task left in the folder,
 ///   of which the first one counts. The cluster's own state only says whether
 ///   one is to be expected. No answer means that nothing is known.
 /// - A work is given up when the cluster has ended its task, or says nothing of

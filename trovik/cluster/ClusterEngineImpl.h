@@ -24,7 +24,7 @@ inline constexpr Duration pauseAfterSilence = std::chrono::seconds(10);
 
 /// A work of an array job whose end is awaited.
 struct OpenWork {
-  PlacedWork record;
+  ArrayWork record;
   TaskPhase phase = TaskPhase::Unknown;
   ClusterTask task;                             ///< as the cluster described it last
   std::optional<Clock::time_point> overSince;   ///< the cluster says that it is over, or nothing any more
@@ -192,7 +192,7 @@ private:
   bool considerDeath(OpenArray& array, OpenWork& work);
   bool giveUp(OpenArray& array, OpenWork& work);
   bool collect(OpenArray& array, OpenWork& work, WorkEnd end);
-  void recover(const OpenArray& array, const PlacedWork& work, WorkEnd end, int claims,
+  void recover(const OpenArray& array, const ArrayWork& work, WorkEnd end, int claims,
                const WorkClaim& newest);
   void advanceRecoveries();
   void settle(const OpenArray& array, std::size_t position, const WorkEnd& end);

@@ -380,14 +380,14 @@ WorkEnd endFromForm(std::string_view text) {
   const Reader reader(json);
   WorkEnd end;
   const std::string by = reader.text("by");
-  std::size_t place = 0;
-  while (place < endings.size() && by != endings.at(place)) {
-    ++place;
+  std::size_t position = 0;
+  while (position < endings.size() && by != endings.at(position)) {
+    ++position;
   }
-  if (place == endings.size()) {
+  if (position == endings.size()) {
     throw FormProblem{"\"by\" is none of the ways to end"};
   }
-  end.by = static_cast<WorkEnd::By>(place);
+  end.by = static_cast<WorkEnd::By>(position);
   end.claim = reader.number<int>("claim", 0);
   end.node = reader.text("node");
   end.started = reader.moment("started");

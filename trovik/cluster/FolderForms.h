@@ -35,7 +35,7 @@ struct PlannedWork {
   int attempt = 1; ///< the number of the attempt
 };
 
-/// An array job: task i works the places from i * perTask on, perTask of them.
+/// An array job: task i does the works from i * perTask on, perTask of them.
 struct ArrayPlan {
   std::size_t perTask = 1;
   std::string logs;                ///< the folder of the attempts' logs
@@ -46,7 +46,7 @@ struct ArrayPlan {
   std::size_t tasks() const { return perTask == 0 ? 0 : (works.size() + perTask - 1) / perTask; }
 };
 
-/// A process that took up a work.
+/// A process that claimed a work.
 struct WorkClaim {
   int number = 1;    ///< 1 for the first process, one more for each that took its place
   std::string host;  ///< where it runs

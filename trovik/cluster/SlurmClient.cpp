@@ -161,7 +161,7 @@ struct Question {
   Duration limit{}; ///< of each
   /// Takes what one said into the answer; false when the others are not needed.
   std::function<bool(const Reply& reply, ClusterAnswer& answer)> read;
-  ClusterClient::Answer tell;
+  ClusterClient::Answer take;
   ClusterAnswer answer;
 };
 
@@ -269,7 +269,7 @@ void SlurmClient::Impl::begin(Clock::time_point now) {
   if (question.calls.empty()) {
     const Question done = std::move(question);
     questions_.pop_front();
-    done.tell(done.answer);
+    done.take(done.answer);
     return;
   }
   until_ = now + question.limit;
@@ -331,7 +331,7 @@ void SlurmClient::Impl::finish(std::string problem, const ProcessExit& exit) {
   }
   const Question done = std::move(question);
   questions_.pop_front();
-  done.tell(done.answer); // which may ask
+  done.take(done.answer); // which may ask
 }
 
 SlurmClient::SlurmClient(Machine& machine) : impl_(std::make_unique<Impl>(machine)) {}
@@ -343,11 +343,11 @@ void SlurmClient::submit(const ClusterSubmission& submission, Answer answer) {
   question.calls.push_back(
       {submissionWords(submission),
        {{"TROVIK_PROGRAM", submission.program.Text()}, {"TROVIK_FOLDER", submission.folder.Text()}}});
-  question.tell = std::move(answer);
-  question.read = [](const Reply& reply, ClusterAnswer& told) {
-    told.problem = reply.problem;
+  question.take = std::move(answer);
+  question.read = [](const Reply& reply, ClusterAnswer& result) {
+    result.problem = reply.problem;
     if (reply.problem.empty()) {
-      readSubmission(reply.output, reply.exit, told);
+      readSubmission(reply.output, reply.exit, result);
     }
     return false;
   };
@@ -358,26 +358,26 @@ void SlurmClient::query(const std::vector<std::string>& names, Answer answer) {
   Question question;
   question.limit = queryLimit;
   question.answer.answered = true;
-  question.tell = std::move(answer);
+  question.take = std::move(answer);
   for (const std::string& list : nameLists(names)) {
     // Without -r lists of indices would be cut.
     question.calls.push_back({{"squeue", "--noheader", "--array", "--states=all", "--me", "--name=" + list,
                                "--Format=JobArrayID:|,State:|,exit_code:|,Reason:|,RestartCnt:|,NodeList:"},
                               {}});
   }
-  question.read = [](const Reply& reply, ClusterAnswer& told) {
-    told.problem = failureOf("squeue", reply);
+  question.read = [](const Reply& reply, ClusterAnswer& result) {
+    result.problem = failureOf("squeue", reply);
     std::optional<std::vector<ClusterTask>> tasks;
-    if (told.problem.empty()) {
-      tasks = readTasks(reply.output, told.problem);
+    if (result.problem.empty()) {
+      tasks = readTasks(reply.output, result.problem);
     }
-    told.answered = tasks.has_value();
+    result.answered = tasks.has_value();
     if (!tasks) {
-      told.tasks.clear();
+      result.tasks.clear();
       return false;
     }
-    told.tasks.insert(told.tasks.end(), std::make_move_iterator(tasks->begin()),
-                      std::make_move_iterator(tasks->end()));
+    result.tasks.insert(result.tasks.end(), std::make_move_iterator(tasks->begin()),
+                        std::make_move_iterator(tasks->end()));
     return true;
   };
   impl_->ask(std::move(question));
@@ -387,14 +387,14 @@ void SlurmClient::cancel(const std::vector<std::string>& names, Answer answer) {
   Question question;
   question.limit = cancelLimit;
   question.answer.answered = true;
-  question.tell = std::move(answer);
+  question.take = std::move(answer);
   for (const std::string& name : names) {
     question.calls.push_back({{"scancel", "--name=" + name}, {}}); // it takes one name only
   }
-  question.read = [](const Reply& reply, ClusterAnswer& told) {
-    told.problem = failureOf("scancel", reply);
-    told.answered = told.problem.empty();
-    return told.answered;
+  question.read = [](const Reply& reply, ClusterAnswer& result) {
+    result.problem = failureOf("scancel", reply);
+    result.answered = result.problem.empty();
+    return result.answered;
   };
   impl_->ask(std::move(question));
 }
@@ -402,27 +402,27 @@ void SlurmClient::cancel(const std::vector<std::string>& names, Answer answer) {
 void SlurmClient::askSite(const std::string& partition, Answer answer) {
   Question question;
   question.limit = siteLimit;
-  question.tell = std::move(answer);
+  question.take = std::move(answer);
   question.calls.push_back({{"scontrol", "show", "config"}, {}});
   Call nodes{{"sinfo", "--noheader", "--Node", "--format=%c %m"}, {}};
   if (!partition.empty()) {
     nodes.words.emplace_back("--partition=" + partition);
   }
   question.calls.push_back(std::move(nodes));
-  question.read = [asked = std::size_t{0}](const Reply& reply, ClusterAnswer& told) mutable {
+  question.read = [asked = std::size_t{0}](const Reply& reply, ClusterAnswer& result) mutable {
     const bool configuration = asked++ == 0;
-    told.problem = failureOf(configuration ? "scontrol" : "sinfo", reply);
-    if (!told.problem.empty()) {
+    result.problem = failureOf(configuration ? "scontrol" : "sinfo", reply);
+    if (!result.problem.empty()) {
       return false;
     }
     if (configuration) {
-      readConfiguration(reply.output, told.site);
+      readConfiguration(reply.output, result.site);
       return true;
     }
-    if (told.site.memoryPerCpu == 0) {
-      told.site.memoryPerCpu = readMemoryPerCpu(reply.output);
+    if (result.site.memoryPerCpu == 0) {
+      result.site.memoryPerCpu = readMemoryPerCpu(reply.output);
     }
-    told.answered = true;
+    result.answered = true;
     return true;
   };
   impl_->ask(std::move(question));

@@ -49,7 +49,7 @@ public:
   }
 
 private:
-  static Inspection unchecked() { return {"Not looked into: the task had to end", false, 0, 0}; }
+  static Inspection unchecked() { return {"Not checked: the task had to end", false, 0, 0}; }
 
   ImageInspector& inspector_;
   std::vector<std::shared_ptr<Answer>> open_;
@@ -225,7 +225,7 @@ bool TaskLoop::isMine() {
 
 void TaskLoop::supersede(Attempt* attempt) {
   if (stop_ != Stop::Superseded) {
-    LogInfo("place " + std::to_string(position_) + " is another process's now, or has ended");
+    LogInfo("work " + std::to_string(position_) + " of the array is another process's now, or has ended");
   }
   stop_ = Stop::Superseded;
   inspector_->hurry();

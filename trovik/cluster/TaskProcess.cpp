@@ -75,10 +75,10 @@ Duration Silence::since(const std::optional<WorkBeat>& beat, Clock::time_point n
   return silence_;
 }
 
-std::string taskMark(const std::string& queue, JobId job, const ArrayFolder& array, std::size_t place,
+std::string taskMark(const std::string& queue, JobId job, const ArrayFolder& array, std::size_t position,
                      int number) {
   return plain(queue) + '-' + std::to_string(job) + '.' + plain(array.directory().Leaf(true)) + '.' +
-         std::to_string(place) + '.' + std::to_string(number);
+         std::to_string(position) + '.' + std::to_string(number);
 }
 
 TaskSelf taskSelf() {

@@ -110,11 +110,12 @@ bool TaskRun::waitForDeath(int number) {
       return true;
     }
     if (silence.since(folder_.beatOf(position_), machine_.now()) >= plan_.patience) {
-      LogInfo("the process at work on place " + std::to_string(position_) + " is silent and counts as dead");
+      LogInfo("the process at work " + std::to_string(position_) +
+              " of the array is silent and counts as dead");
       return true;
     }
     if (!std::exchange(said, true)) {
-      LogInfo("place " + std::to_string(position_) + " is worked by another process" +
+      LogInfo("work " + std::to_string(position_) + " of the array is done by another process" +
               (claim ? " on " + inQuotes(claim->host) : "") + "; waiting for it");
     }
     loop_.pause(times_.watch);
@@ -240,7 +241,7 @@ void TaskRun::recover() {
   }
   merged_.good = outcome.good;
   merged_.files = outcome.files;
-  LogInfo("taken up from a process that died: " +
+  LogInfo("recovered from a process that died: " +
           (outcome.good.empty() ? std::string("nothing") : "frames " + outcome.good.text(10)));
 }
 
@@ -389,14 +390,14 @@ bool TaskRun::leave() {
   end.node = self_.node.empty() ? self_.host : self_.node;
   end.started = claim_.started;
   end.outcome = merged_;
-  for (bool said = false;;) {
+  for (bool warned = false;;) {
     end.ended = momentNow();
     try {
       folder_.leave(position_, end);
       return true;
     } catch (Exception* exception) {
       const std::string text = takeText(exception);
-      if (!std::exchange(said, true)) {
+      if (!std::exchange(warned, true)) {
         LogWarning(text + "; it is tried again until it can be written");
       }
     }

@@ -77,26 +77,26 @@ protected:
     return claim;
   }
 
-  void begin(std::int64_t array, std::size_t place, int claim = 1) {
-    EXPECT_TRUE(folderOf(array).claim(place, claimed(claim)));
-    beat(array, place, claim, 1);
+  void begin(std::int64_t array, std::size_t position, int claim = 1) {
+    EXPECT_TRUE(folderOf(array).claim(position, claimed(claim)));
+    beat(array, position, claim, 1);
   }
-  void beat(std::int64_t array, std::size_t place, int claim, std::int64_t count) {
+  void beat(std::int64_t array, std::size_t position, int claim, std::int64_t count) {
     WorkBeat sign;
     sign.claim = claim;
     sign.count = count;
     sign.stage = "running";
-    folderOf(array).beat(place, sign);
+    folderOf(array).beat(position, sign);
   }
-  /// What the task of the place would leave.
-  bool finish(std::int64_t array, std::size_t place, AttemptState state = AttemptState::Good,
+  /// What the task of the position would leave.
+  bool finish(std::int64_t array, std::size_t position, AttemptState state = AttemptState::Good,
               const std::string& reason = "") {
     WorkEnd end;
     end.claim = 1;
     end.outcome.state = state;
     end.outcome.reason = reason;
     end.outcome.rule = VerdictRule::Result;
-    return folderOf(array).leave(place, end);
+    return folderOf(array).leave(position, end);
   }
   ClusterTask& task(std::int64_t array, std::size_t index) { return site.arrays.at(array).tasks.at(index); }
   std::string good(JobId id) { return queue.frames(id).good.text(); }
@@ -427,7 +427,7 @@ TEST_F(SiteTest, LongListsAreCutByTheLimitsOfTheSite) {
   EXPECT_EQ(works, 300U);
   EXPECT_LE(tasks, 250U); // half of what the cluster keeps
   EXPECT_EQ(site.arrays.size(), 2U);
-  EXPECT_TRUE(queue.unplaced(id).empty());
+  EXPECT_TRUE(queue.worksToSubmit(id).empty());
   for (const ArrayRecord& array : queue.openArrays(id)) {
     EXPECT_NE(array.cluster, 0);
   }
@@ -448,9 +448,9 @@ TEST_F(SiteTest, WhatTheSiteHasNoRoomForFollowsAsTasksEnd) {
       for (ClusterTask& one : array.tasks) {
         if (one.phase == TaskPhase::Active) {
           ++open;
-          const auto place = static_cast<std::size_t>(one.index);
-          EXPECT_TRUE(frames.insert(plan.works.at(place).run.First).second);
-          finish(number, place);
+          const auto position = static_cast<std::size_t>(one.index);
+          EXPECT_TRUE(frames.insert(plan.works.at(position).run.First).second);
+          finish(number, position);
           FakeSite::end(one, "COMPLETED");
         }
       }
@@ -710,14 +710,14 @@ TEST_F(SiteTest, RandomFaultsLoseNothing) {
           if (task.phase != TaskPhase::Active) {
             continue;
           }
-          const auto place = static_cast<std::size_t>(task.index);
+          const auto position = static_cast<std::size_t>(task.index);
           if (folder.isCanceled()) {
             FakeSite::end(task, "COMPLETED");
             continue;
           }
-          const int last = folder.lastClaim(place);
-          if (last <= task.restarts && !folder.hasEnded(place)) {
-            folder.claim(place, claimed(last + 1));
+          const int last = folder.lastClaim(position);
+          if (last <= task.restarts && !folder.hasEnded(position)) {
+            folder.claim(position, claimed(last + 1));
           }
           if (!calm && oneIn(12)) {
             FakeSite::end(task, oneIn(2) ? "NODE_FAIL" : "FAILED"); // dies without a word
@@ -728,8 +728,8 @@ TEST_F(SiteTest, RandomFaultsLoseNothing) {
             WorkEnd end;
             end.claim = 1;
             end.outcome.state = !calm && oneIn(20) ? AttemptState::Lost : AttemptState::Good;
-            if (folder.leave(place, end) && end.outcome.state == AttemptState::Good) {
-              const int frame = plan.works.at(place).run.First;
+            if (folder.leave(position, end) && end.outcome.state == AttemptState::Good) {
+              const int frame = plan.works.at(position).run.First;
               EXPECT_TRUE(goodFrames.insert(frame).second) << "frame " << frame << " was rendered again";
             }
             FakeSite::end(task, "COMPLETED");

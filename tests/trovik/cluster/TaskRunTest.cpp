@@ -213,9 +213,9 @@ protected:
     std::filesystem::remove(file);
     return process;
   }
-  bool beatNames(std::size_t files, std::size_t place = 0) const {
+  bool beatNames(std::size_t files, std::size_t position = 0) const {
     return comes([&] {
-      const std::optional<WorkBeat> beat = works.beatOf(place);
+      const std::optional<WorkBeat> beat = works.beatOf(position);
       return beat && beat->files.size() >= files;
     });
   }
@@ -338,8 +338,8 @@ TEST_F(TaskRunTest, NodeThatCannotWorkSaysSoForEachPlace) {
   TaskRun task(works.directory(), 0, self, machine, inspector, interrupts, nullptr, times);
   task.refuse("no module was found");
   EXPECT_TRUE(task.run());
-  for (const std::size_t place : {0U, 1U}) {
-    const WorkEnd end = works.endOf(place).value();
+  for (const std::size_t position : {0U, 1U}) {
+    const WorkEnd end = works.endOf(position).value();
     EXPECT_EQ(end.outcome.state, AttemptState::Failed);
     EXPECT_EQ(end.outcome.rule, VerdictRule::Start);
     EXPECT_EQ(end.outcome.reason, "no module was found");
@@ -401,7 +401,7 @@ TEST_F(TaskRunTest, InterruptedWorkIsLostButForItsGoodFrames) {
   const pid_t task = startTask(0);
   const int held = heldAt(3);
   kill(task, SIGTERM);
-  EXPECT_EQ(waitFor(task), 1); // the second place has no result
+  EXPECT_EQ(waitFor(task), 1); // the second position has no result
   EXPECT_TRUE(comes([&] { return isGone(held); }));
   const WorkEnd end = works.endOf(0).value();
   EXPECT_EQ(end.by, WorkEnd::By::Interrupted);
@@ -779,21 +779,21 @@ TEST_F(TaskRunTest, KillsAtAnyMomentLoseNothing) {
   job->SetParameter(p_ExpectedFiles, "$(OutputFolder)/f_$(Frame).ppm");
   WholeInspector whole;
   images = &whole;
-  constexpr std::size_t places = 4;
+  constexpr std::size_t positions = 4;
   constexpr int perPlace = 6;
   std::vector<FrameRun> runs;
-  runs.reserve(places);
-  for (int place = 0; place < static_cast<int>(places); ++place) {
-    runs.push_back({place * perPlace + 1, (place + 1) * perPlace});
+  runs.reserve(positions);
+  for (int position = 0; position < static_cast<int>(positions); ++position) {
+    runs.push_back({position * perPlace + 1, (position + 1) * perPlace});
   }
-  plan(runs, places / 2);
+  plan(runs, positions / 2);
   const unsigned seed = std::random_device()();
   std::cout << "seed " << seed << '\n';
   std::mt19937 random(seed);
   std::vector<pid_t> tasks;
   const auto allEnded = [&] {
-    for (std::size_t place = 0; place < places; ++place) {
-      if (!works.hasEnded(place)) {
+    for (std::size_t position = 0; position < positions; ++position) {
+      if (!works.hasEnded(position)) {
         return false;
       }
     }
@@ -817,9 +817,9 @@ TEST_F(TaskRunTest, KillsAtAnyMomentLoseNothing) {
     EXPECT_EQ(waitFor(task), 0);
   }
   RunSet good;
-  for (std::size_t place = 0; place < places; ++place) {
-    const WorkEnd end = works.endOf(place).value();
-    EXPECT_EQ(end.outcome.state, AttemptState::Good) << place << ": " << end.outcome.reason;
+  for (std::size_t position = 0; position < positions; ++position) {
+    const WorkEnd end = works.endOf(position).value();
+    EXPECT_EQ(end.outcome.state, AttemptState::Good) << position << ": " << end.outcome.reason;
     good.add(end.outcome.good);
   }
   EXPECT_EQ(good.text(), "1-24");
