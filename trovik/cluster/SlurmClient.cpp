@@ -1,6 +1,7 @@
 #include "trovik/cluster/SlurmClient.h"
 
 #include "host/application/ProcessJob.h"
+#include "host/application/ProgramRun.h"
 #include "host/foundation/Log.h"
 #include "trovik/cluster/SlurmAnswers.h"
 #include "trovik/text/Text.h"
@@ -192,41 +193,41 @@ public:
 private:
   bool isAsked() const { return until_.has_value(); }
   void begin(Clock::time_point now);
-  void start();
-  void readOutput();
-  void finish(std::string problem, const ProcessExit& exit = {});
+  void start(Clock::time_point now);
+  void finish(Clock::time_point now, std::string problem, const ProcessExit& exit = {});
 
   Machine& machine_;
   std::deque<Question> questions_;
   std::optional<Clock::time_point>
       until_; ///< the first question's call must have ended; none before it began
-  std::unique_ptr<Program> program_;
+  std::optional<ProgramRun> run_;
   bool abandoned_ = false; ///< the program was killed and nobody waits for it but the next one
-  bool ended_ = false;     ///< the output of the program has
   std::string output_;
 };
 
 void SlurmClient::Impl::addDescriptors(std::vector<pollfd>& descriptors) const {
-  if (program_ == nullptr) {
-    return;
-  }
-  descriptors.push_back({program_->ExitDescriptor(), POLLIN, 0});
-  if (!abandoned_ && !ended_) {
-    descriptors.push_back({program_->OutputDescriptor(), POLLIN, 0});
+  if (run_) {
+    descriptors.push_back({run_->ExitDescriptor(), POLLIN, 0});
+    descriptors.push_back({run_->OutputDescriptor(), POLLIN, 0});
   }
 }
 
 std::optional<Clock::time_point> SlurmClient::Impl::deadline() const {
-  if (questions_.empty()) {
-    return std::nullopt;
+  std::optional<Clock::time_point> earliest = run_ ? run_->Deadline() : std::nullopt;
+  if (!questions_.empty()) {
+    const Clock::time_point own = until_.value_or(Clock::time_point());
+    earliest = std::min(earliest.value_or(own), own);
   }
-  return isAsked() ? *until_ : Clock::time_point();
+  return earliest;
 }
 
 void SlurmClient::Impl::advance(Clock::time_point now) {
-  ProcessExit exit;
-  if (program_ != nullptr && abandoned_ && program_->Wait(exit, false)) {
-    program_.reset();
+  if (run_) {
+    run_->ReadOutput(now);
+    run_->Advance(now);
+    if (abandoned_ && run_->IsOver()) {
+      run_.reset();
+    }
   }
   if (questions_.empty()) {
     return;
@@ -235,32 +236,29 @@ void SlurmClient::Impl::advance(Clock::time_point now) {
     begin(now);
     return;
   }
-  if (program_ == nullptr) {
-    start(); // the program before it has ended at last
+  if (!run_) {
+    start(now); // the program before it has ended at last
     return;
   }
   if (abandoned_) {
     if (now >= *until_) {
-      finish("the program before it cannot be ended");
+      finish(now, "the program before it cannot be ended");
     }
     return;
   }
-  const bool over = program_->Wait(exit, false);
-  readOutput();
   const std::string name = questions_.front().calls.front().words.front();
-  if (over) {
-    program_.reset();
-    finish({}, exit);
-  } else if (output_.size() > outputLimit) {
-    finish(name + " said more than " + std::to_string(outputLimit >> 20) + " MiB");
+  if (output_.size() > outputLimit) {
+    finish(now, name + " said more than " + std::to_string(outputLimit >> 20) + " MiB");
+  } else if (run_->HasExited()) {
+    finish(now, {}, run_->Exit()); // whatever it left behind has no say
   } else if (name == "sbatch" && output_.find(fullWords) != std::string::npos) {
-    finish("Slurm's list of jobs is full: " + slurmProblem(output_));
+    finish(now, "Slurm's list of jobs is full: " + slurmProblem(output_));
   } else if (now >= *until_) {
     const std::string said = slurmProblem(output_);
-    finish(
-        name + " did not answer within " +
-        std::to_string(std::chrono::duration_cast<std::chrono::seconds>(questions_.front().limit).count()) +
-        " s" + (said.empty() ? std::string() : ": " + said));
+    finish(now, name + " did not answer within " +
+                    std::to_string(
+                        std::chrono::duration_cast<std::chrono::seconds>(questions_.front().limit).count()) +
+                    " s" + (said.empty() ? std::string() : ": " + said));
   }
 }
 
@@ -273,12 +271,12 @@ void SlurmClient::Impl::begin(Clock::time_point now) {
     return;
   }
   until_ = now + question.limit;
-  if (program_ == nullptr) {
-    start();
+  if (!run_) {
+    start(now);
   }
 }
 
-void SlurmClient::Impl::start() {
+void SlurmClient::Impl::start(Clock::time_point now) {
   const Call& call = questions_.front().calls.front();
   ProcessStart start;
   start.Arguments = call.words;
@@ -287,34 +285,25 @@ void SlurmClient::Impl::start() {
   start.Environment.emplace_back("PWD", std::nullopt);
   start.Environment.insert(start.Environment.end(), call.environment.begin(), call.environment.end());
   output_.clear();
-  ended_ = false;
   abandoned_ = false;
   try {
-    program_ = machine_.start(start);
+    run_.emplace(machine_.start(start), ProgramRun::Patience(), now, [this](std::string_view text) {
+      if (!abandoned_) {
+        output_.append(text);
+      }
+    });
   } catch (Exception* exception) {
-    finish(takeText(exception));
+    finish(now, takeText(exception));
   }
 }
 
-void SlurmClient::Impl::readOutput() {
-  std::array<char, 65536> buffer{};
-  while (!ended_ && output_.size() <= outputLimit) {
-    const ssize_t count = program_->ReadOutput(buffer.data(), buffer.size());
-    if (count < 0) {
-      return;
-    }
-    ended_ = count == 0;
-    output_.append(buffer.data(), static_cast<std::size_t>(count));
-  }
-}
-
-void SlurmClient::Impl::finish(std::string problem, const ProcessExit& exit) {
-  if (program_ != nullptr && !abandoned_) {
-    program_->Kill();
+void SlurmClient::Impl::finish(Clock::time_point now, std::string problem, const ProcessExit& exit) {
+  if (run_ && !abandoned_) {
+    run_->Cancel(now, true);
     abandoned_ = true;
-    ProcessExit ignored;
-    if (program_->Wait(ignored, false)) {
-      program_.reset();
+    run_->Advance(now);
+    if (run_->IsOver()) {
+      run_.reset();
     }
   }
   until_.reset();

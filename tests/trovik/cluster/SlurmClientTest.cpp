@@ -270,6 +270,34 @@ TEST_F(SlurmClientTest, AProgramThatHangsIsKilledAtItsLimit) {
   EXPECT_EQ(machine.running, 0U);
 }
 
+TEST_F(SlurmClientTest, WhatAProgramLeavesBehindIsEndedAndKeepsNoAnswerBack) {
+  machine.behaviour = [](const ProcessStart&) {
+    Script script = says("36_0|RUNNING|0|None|0|n1\n");
+    script.leaves = std::chrono::hours(1);
+    return script;
+  };
+  EXPECT_EQ(query({"a"}).tasks.size(), 1U);
+  EXPECT_EQ(query({"b"}).tasks.size(), 1U);
+  EXPECT_LE(machine.elapsed(), 1s);
+  EXPECT_EQ(machine.running, 0U);
+  EXPECT_EQ(machine.mostRunning, 1U);
+}
+
+TEST_F(SlurmClientTest, WhatCannotBeKilledKeepsOnlyTheNextProgramFromStarting) {
+  machine.behaviour = [](const ProcessStart&) {
+    Script script = says("36_0|RUNNING|0|None|0|n1\n");
+    script.leaves = 40s;
+    script.killEnds = false; // it waits for a disk
+    return script;
+  };
+  EXPECT_EQ(query({"a"}).tasks.size(), 1U);
+  EXPECT_EQ(query({"b"}).problem, "the program before it cannot be ended");
+  EXPECT_EQ(query({"c"}).problem, "the program before it cannot be ended");
+  EXPECT_EQ(machine.started.size(), 1U);
+  EXPECT_EQ(query({"d"}).tasks.size(), 1U);
+  EXPECT_EQ(machine.mostRunning, 1U);
+}
+
 TEST_F(SlurmClientTest, WhatASlowProgramSaidIsTold) {
   machine.behaviour = [](const ProcessStart&) {
     Script script;
