@@ -1,5 +1,6 @@
 #include "trovik/cluster/TaskRun.h"
 
+#include "host/foundation/Log.h"
 #include "host/foundation/Quoting.h"
 #include "tests/trovik/FakeMachine.h"
 #include "tests/trovik/TemporaryDirectory.h"
@@ -7,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -345,6 +347,88 @@ TEST_F(TaskRunTest, NodeThatCannotWorkSaysSoForEachPlace) {
     EXPECT_EQ(end.outcome.reason, "no module was found");
   }
   EXPECT_EQ(journal(), "");
+}
+
+TEST_F(TaskRunTest, WhateverAModuleThrowsIsTheResultOfItsWork) {
+  for (const std::string thrown : {"throw at the end", "raise at the end", "throw at the folder"}) {
+    SCOPED_TRACE(thrown);
+    job->SetParameter(p_Scene, thrown);
+    std::filesystem::remove_all(folder.directory().Text().c_str());
+    plan({{1, 1}, {2, 2}}, 2);
+    const LogSink before = SetLogSink([](LogLevel, const String&) {});
+    EXPECT_TRUE(run());
+    SetLogSink(before);
+    for (const std::size_t position : {0U, 1U}) {
+      ASSERT_TRUE(works.hasEnded(position));
+      const WorkEnd end = works.endOf(position).value();
+      EXPECT_EQ(end.by, WorkEnd::By::Itself);
+      EXPECT_EQ(end.outcome.state, AttemptState::Failed);
+      EXPECT_EQ(end.outcome.reason, "The module of the type \"Sketch\" failed: " +
+                                        std::string(thrown[0] == 'r' ? "raised" : "thrown") +
+                                        thrown.substr(5));
+    }
+    EXPECT_FALSE(std::filesystem::exists(directory.file("out/.trovik-" + queue + "-7.1.0.1")));
+  }
+}
+
+TEST_F(TaskRunTest, NodeWithoutProcessesIsWaitedFor) {
+  FakeMachine machine;
+  int refused = 0;
+  machine.beforeStart = [&refused](const ProcessStart&) {
+    if (refused++ < 3) {
+      RaiseException("Process", k_ErrorSystem, "cannot start it", EAGAIN);
+    }
+  };
+  times = TaskTimes();
+  plan({{1, 1}});
+  std::vector<std::string> log;
+  const LogSink before = SetLogSink([&log](LogLevel level, const String& text) {
+    if (level >= LogLevel::Warning) {
+      log.push_back(text);
+    }
+  });
+  EXPECT_TRUE(run(0, machine, machine));
+  SetLogSink(before);
+  EXPECT_EQ(refused, 4);
+  EXPECT_EQ(log, std::vector<std::string>{
+                     "this node has no more processes to give (EAGAIN); the work is started when it has"});
+  EXPECT_NE(works.endOf(0).value().outcome.rule, VerdictRule::Start) << works.endOf(0).value().outcome.reason;
+  EXPECT_GT(works.beatOf(0).value().count, 1) << "it lives while it waits";
+}
+
+TEST_F(TaskRunTest, WorkFailsWhereANodeHasNoProcessesForLong) {
+  FakeMachine machine;
+  machine.beforeStart = [](const ProcessStart&) {
+    RaiseException("Process", k_ErrorSystem, "cannot start it", EAGAIN);
+  };
+  times = TaskTimes();
+  plan({{1, 1}});
+  const LogSink before = SetLogSink([](LogLevel, const String&) {});
+  EXPECT_TRUE(run(0, machine, machine));
+  SetLogSink(before);
+  const WorkEnd end = works.endOf(0).value();
+  EXPECT_EQ(end.outcome.state, AttemptState::Failed);
+  EXPECT_EQ(end.outcome.rule, VerdictRule::Start);
+  EXPECT_EQ(end.outcome.reason, "cannot start it: Resource temporarily unavailable");
+  EXPECT_GE(machine.elapsed(), times.shortage);
+  EXPECT_EQ(output(), Names{});
+}
+
+TEST_F(TaskRunTest, TaskThatIsEndedWhileItsNodeHasNoProcessesHasNotFailed) {
+  FakeMachine machine;
+  machine.beforeStart = [](const ProcessStart&) {
+    RaiseException("Process", k_ErrorSystem, "cannot start it", EAGAIN);
+  };
+  machine.interrupts = {10s};
+  times = TaskTimes();
+  plan({{1, 1}});
+  const LogSink before = SetLogSink([](LogLevel, const String&) {});
+  EXPECT_TRUE(run(0, machine, machine));
+  SetLogSink(before);
+  const WorkEnd end = works.endOf(0).value();
+  EXPECT_EQ(end.by, WorkEnd::By::Interrupted);
+  EXPECT_EQ(end.outcome.reason, "The cluster ended its task");
+  EXPECT_LE(machine.elapsed(), 13s);
 }
 
 TEST_F(TaskRunTest, UnknownTypeIsAResult) {
