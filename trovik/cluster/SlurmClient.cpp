@@ -4,13 +4,16 @@
 #include "host/application/ProgramRun.h"
 #include "host/foundation/Log.h"
 #include "trovik/cluster/SlurmAnswers.h"
+#include "trovik/machine/Locations.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <deque>
 #include <string_view>
+#include <system_error>
 #include <unistd.h>
 
 namespace trovik {
@@ -20,6 +23,7 @@ constexpr std::chrono::seconds queryLimit{15};
 constexpr std::chrono::seconds submitLimit{60};
 constexpr std::chrono::seconds cancelLimit{20};
 constexpr std::chrono::seconds siteLimit{15};
+constexpr std::chrono::seconds configurationLimit{5};
 constexpr std::size_t outputLimit = std::size_t{64} << 20;
 constexpr std::size_t namesLimit = std::size_t{64} << 10; // bytes; the system takes 128 KiB a word
 constexpr std::size_t commentWidth = 200;
@@ -415,6 +419,35 @@ void SlurmClient::askSite(const std::string& partition, Answer answer) {
     return true;
   };
   impl_->ask(std::move(question));
+}
+
+std::string SlurmClient::configurationProblem(Machine& machine) {
+  // They try for a minute to find the file that it names.
+  if (const std::optional<std::string> file = environmentVariable("SLURM_CONF");
+      file && access(file->c_str(), R_OK) != 0) {
+    return "SLURM_CONF names " + inQuotes(*file) + ": " + std::generic_category().message(errno);
+  }
+  std::string problem;
+  Question question;
+  question.limit = configurationLimit;
+  question.calls.push_back({{"scontrol", "--version"}, {}});
+  question.take = [](const ClusterAnswer&) {};
+  question.read = [&problem](const Reply& reply, ClusterAnswer& /*answer*/) {
+    const std::string failure = failureOf("scontrol", reply);
+    // One that says nothing may be slow, and no more.
+    problem = failure.empty() || slurmProblem(reply.output).empty() ? std::string() : failure;
+    return false;
+  };
+  Impl client(machine);
+  client.ask(std::move(question));
+  while (client.isBusy()) {
+    std::vector<pollfd> descriptors;
+    client.addDescriptors(descriptors);
+    machine.wait(descriptors,
+                 std::max(client.deadline().value_or(machine.now()) - machine.now(), Duration::zero()));
+    client.advance(machine.now());
+  }
+  return problem;
 }
 
 bool SlurmClient::isBusy() const {

@@ -140,6 +140,12 @@ void collectFromCluster(Session& session, Queue& queue) {
 
 void tryCluster(Session& session, const Job& job, const std::optional<std::string>& shared) {
   refuseWithoutSlurm();
+  LocalMachine machine;
+  if (const std::string problem = SlurmClient::configurationProblem(machine); !problem.empty()) {
+    throw UsageError{"Slurm's programs know of no cluster: " + problem,
+                     "log in where jobs can be submitted; Slurm's configuration is /etc/slurm/slurm.conf, or "
+                     "the file that SLURM_CONF names"};
+  }
   clusterRequest(job);
   const ClusterSettings settings = clusterSettings(session.locations(), shared);
   std::error_code error;

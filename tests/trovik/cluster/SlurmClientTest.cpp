@@ -440,6 +440,27 @@ TEST_F(SlurmClientTest, TheSiteIsAskedForItsLimitsAndItsSmallestNode) {
             "sinfo ended with exit code 1: slurm_load_partitions: Unable to contact slurm controller");
 }
 
+TEST_F(SlurmClientTest, AMachineWithoutAConfigurationIsKnownAndASlowOneIsNotTakenForIt) {
+  machine.behaviour = [](const ProcessStart&) { return says("slurm 22.05.8\n"); };
+  EXPECT_EQ(SlurmClient::configurationProblem(machine), "");
+  EXPECT_EQ(words(), (std::vector<std::string>{"scontrol", "--version"}));
+  machine.behaviour = [](const ProcessStart&) {
+    return says("scontrol: fatal: Could not establish a configuration source\n", 1);
+  };
+  EXPECT_EQ(SlurmClient::configurationProblem(machine),
+            "scontrol ended with exit code 1: Could not establish a configuration source");
+  machine.behaviour = [](const ProcessStart&) { return Script(); };
+  EXPECT_EQ(SlurmClient::configurationProblem(machine), "");
+  machine.behaviour = [](const ProcessStart&) {
+    Script script;
+    script.output = {{1s, "scontrol: error: DNS SRV lookup failed\n"}};
+    return script;
+  };
+  EXPECT_EQ(SlurmClient::configurationProblem(machine),
+            "scontrol did not answer within 5 s: DNS SRV lookup failed");
+  EXPECT_EQ(machine.running, 0U);
+}
+
 TEST_F(SlurmClientTest, QuestionsWaitForEachOther) {
   machine.behaviour = [](const ProcessStart& start) {
     return start.Arguments[0] == "sbatch" ? says("36\n") : says("36_0|RUNNING|0|None|0|n1\n");
