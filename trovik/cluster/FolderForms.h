@@ -1,9 +1,11 @@
 #pragma once
 
+#include "host/foundation/Process.h"
 #include "trovik/records/Records.h"
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -71,6 +73,9 @@ struct WorkBeat {
   double running = 0;            ///< seconds since its program was started
   std::string command;           ///< the words as text for a shell
   std::vector<FileRecord> files; ///< that the program named so far
+  /// How its program ended by itself, while its files are checked: its log was
+  /// on the disk by then.
+  std::optional<ProcessExit> end;
 };
 
 /// How a work ended.

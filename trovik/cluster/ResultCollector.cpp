@@ -355,7 +355,8 @@ void ResultCollector::recover(const OpenArray& array, const ArrayWork& work, Wor
   for (int number = 1; number <= claims; ++number) {
     left.marks.push_back(markOf(number));
   }
-  if (const std::optional<WorkBeat> beat = array.folder.beatOf(work.position)) {
+  const std::optional<WorkBeat> beat = array.folder.beatOf(work.position);
+  if (beat) {
     end.outcome.log = localPath(beat->log);
     end.outcome.command = beat->command;
     if (!end.outcome.log.empty()) {
@@ -385,6 +386,13 @@ void ResultCollector::recover(const OpenArray& array, const ArrayWork& work, Wor
       entry.stage = std::move(found.staged);
       lost.files = std::move(found.files);
       lost.attempt.started = found.since;
+      // Its verdict can be given as it would have given it; but what a process
+      // before it printed says nothing of this one.
+      if (beat && beat->end && beat->claim == claims && claims == 1 && found.logBytes == beat->logBytes) {
+        lost.logRead = true;
+        lost.end = ProgramEnd{beat->end->Code, beat->end->Signal, beat->command,
+                              beat->log,       beat->logBytes,    end.outcome.duration};
+      }
     } catch (Exception* exception) {
       LogWarning("job " + std::to_string(job.record.id) +
                  ": what a dead task left is not checked: " + takeText(exception));
@@ -405,10 +413,19 @@ void ResultCollector::advanceRecoveries() {
     const auto array = state_.arrays.find(entry->array);
     if (array != state_.arrays.end() && array->second.works.contains(entry->position)) {
       const Outcome& found = entry->recovery->outcome();
-      entry->end.outcome.good = found.good;
-      entry->end.outcome.files = found.files;
+      Outcome& outcome = entry->end.outcome;
+      if (outcome.state == AttemptState::Lost && found.state == AttemptState::Good) {
+        outcome.state = found.state;
+        outcome.rule = found.rule;
+        outcome.reason = found.reason;
+        outcome.alike.clear();
+        outcome.exitCode = found.exitCode;
+        outcome.signal = found.signal;
+      }
+      outcome.good = found.good;
+      outcome.files = found.files;
       if (entry->stage.isUsed()) {
-        entry->stage.publish(entry->end.outcome);
+        entry->stage.publish(outcome);
       }
       settle(array->second, entry->position, entry->end);
       array->second.close(entry->position);

@@ -90,6 +90,7 @@ private:
   void takeInterrupts(Attempt* attempt);
   void checkClaim(Attempt* attempt);
   void stop(Stop why, Attempt* attempt);
+  void noteEnd(Attempt& attempt);
   void beat(const Attempt* attempt);
 
   const ArrayFolder& folder_;

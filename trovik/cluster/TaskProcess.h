@@ -72,6 +72,7 @@ struct LeftFiles {
   StagedOutput staged;           ///< all that was in their stages; unused without stages
   std::vector<FileRecord> files; ///< that were named, by the names that they have now
   Moment since{};                ///< files that are older are not theirs
+  std::int64_t logBytes = 0;     ///< of their logs, that the job has read
 };
 
 /// Recovers what such processes have left, to be checked by `job`, which is

@@ -303,6 +303,7 @@ struct LostAttempt {
   std::string mark;
   int process = 0;               ///< the process group; 0 when it was not noted
   bool sameBoot = true;          ///< false: the machine was started anew since, so nothing of it runs
+  bool logRead = false;          ///< its job object has read its log, the whole of it
   std::vector<FileRecord> files; ///< that the program had named
   std::optional<ProgramEnd> end; ///< where it was seen
 };

@@ -4,6 +4,7 @@
 #include "tests/trovik/TemporaryDirectory.h"
 #include "tests/trovik/TestJobs.h"
 #include "tests/trovik/cluster/FakeSite.h"
+#include "trovik/cluster/TaskProcess.h"
 
 #include <gtest/gtest.h>
 
@@ -245,6 +246,51 @@ TEST_F(SiteTest, ATaskThatEndedWithoutAResultIsGivenUpAfterAWhile) {
   finish(102, 0);
   pass(20s);
   EXPECT_EQ(state(id), JobState::Good);
+}
+
+TEST_F(SiteTest, AFrameWhoseProgramHadEndedWellIsKeptWhenItsTaskIsLost) {
+  struct Case {
+    const char* what;
+    std::optional<ProcessExit> end;
+    std::int64_t unwritten; // bytes of the log
+    bool kept;
+  };
+  for (const Case& one :
+       {Case{"a good end", ProcessExit{0, 0}, 0, true}, Case{"a bad end", ProcessExit{3, 0}, 0, false},
+        Case{"a log that lacks its end", ProcessExit{0, 0}, 7, false},
+        Case{"an end that nobody saw", std::nullopt, 0, false}}) {
+    SCOPED_TRACE(one.what);
+    job->SetParameter(p_OutputFolder, directory.file(one.what));
+    const JobId id = submit("1");
+    pass(3s);
+    site.start();
+    const std::int64_t number = site.arrays.rbegin()->first;
+    ArrayFolder folder = folderOf(number);
+    ASSERT_TRUE(folder.claim(0, claimed(1)));
+    const std::string stage =
+        directory.file(one.what) + "/.trovik-" + taskMark(queue.queueId(), id, folder, 0, 1);
+    std::filesystem::create_directories(stage);
+    std::ofstream(stage + "/f_1") << "picture";
+    const std::string log = directory.file(std::string("log of ") + one.what);
+    std::ofstream(log) << "image " << stage << "/f_1\n";
+    WorkBeat sign;
+    sign.count = 1;
+    sign.stage = "checking";
+    sign.log = log;
+    sign.logBytes = static_cast<std::int64_t>(std::filesystem::file_size(log)) + one.unwritten;
+    sign.end = one.end;
+    folder.beat(0, sign);
+    pass(5s);
+    FakeSite::end(task(number, 0), "NODE_FAIL");
+    pass(60s);
+    EXPECT_EQ(state(id) == JobState::Good, one.kept);
+    EXPECT_EQ(good(id), one.kept ? "1" : "");
+    EXPECT_EQ(queue.attempts(id).front().state, one.kept ? AttemptState::Good : AttemptState::Lost);
+    EXPECT_EQ(site.arrays.rbegin()->first, one.kept ? number : number + 1);
+    EXPECT_EQ(readFile(directory.file(one.what) + "/f_1"), "picture");
+    user.cancel(id);
+    pass(2min);
+  }
 }
 
 TEST_F(SiteTest, ATaskThatGivesSignsOfLifeIsNotGivenUpWhateverTheClusterSays) {

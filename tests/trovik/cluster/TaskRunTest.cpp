@@ -856,6 +856,23 @@ TEST_F(TaskRunTest, BeatsTellHowFarAWorkIs) {
 
 /// Kills tasks at random moments until their works are done: no frame is
 /// rendered by two at once, none is lost, and all that is reported good is.
+TEST_F(TaskRunTest, HowAProgramEndedIsKnownWhileItsFilesAreChecked) {
+  plan({{1, 1}});
+  SteeredMachine machine;
+  NoInterrupts interrupts;
+  std::optional<WorkBeat> checking;
+  machine.onWait = [&](int) {
+    const std::optional<WorkBeat> beat = works.beatOf(0);
+    checking = beat && beat->end ? beat : checking;
+  };
+  EXPECT_TRUE(run(0, machine, interrupts));
+  ASSERT_TRUE(checking.has_value());
+  EXPECT_EQ(checking->stage, "checking");
+  EXPECT_EQ(checking->end->Code, 0);
+  EXPECT_EQ(checking->end->Signal, 0);
+  EXPECT_EQ(checking->logBytes, static_cast<std::int64_t>(readFile(checking->log).size()));
+}
+
 TEST_F(TaskRunTest, KillsAtAnyMomentLoseNothing) {
   job->SetParameter(p_Executable, CLUSTER_RENDERER);
   job->SetParameter("CommandString", "$(SubRange.Start) $(SubRange.End) $(OutputFolder.Enquote) " +
