@@ -131,11 +131,12 @@ void ProgramRun::Cancel(Moment now, bool kill) {
   if (m_Over) {
     return;
   }
-  if (!m_Exited && m_Ended == Ended::ByItself) {
-    End(Ended::Canceled, now);
-  }
+  const bool first = !m_Exited && m_Ended == Ended::ByItself;
   if (kill) {
+    m_Ended = first ? Ended::Canceled : m_Ended;
     Kill(now);
+  } else if (first) {
+    End(Ended::Canceled, now);
   }
 }
 

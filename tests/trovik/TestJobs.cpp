@@ -45,7 +45,17 @@ bool TestJob::IsFinished(int status) const {
   if (StoredScene() == "throw at the end") {
     throw std::runtime_error("thrown at the end");
   }
+  if (StoredScene() == "raise at the end") {
+    RaiseException("TestJob::IsFinished", k_ErrorModule, "raised at the end");
+  }
   return RenderJob::IsFinished(status);
+}
+
+bool TestJob::GetParameter(const String& name, String& value) const {
+  if (name == p_OutputFolder && StoredScene() == "throw at the folder") {
+    throw std::runtime_error("thrown at the folder");
+  }
+  return RenderJob::GetParameter(name, value);
 }
 
 TestType::TestType(const std::string& name) : id_(true) {

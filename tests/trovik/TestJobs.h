@@ -16,7 +16,9 @@ namespace trovik {
 /// A render job of the tests' own: the command line is the parameter
 /// "CommandString", a line "image NAME" names an image, one "success" is a
 /// success text where "SuccessTexts" has any, and one "throw" has it throw. With
-/// the scene "throw at the end" it throws when a status is asked.
+/// the scene "throw at the end" it throws when a status is asked, with "throw at
+/// the folder" when its output folder is, and raises an Exception* with "raise at
+/// the end".
 class TestJob final : public RenderJob {
 public:
   TestJob() : RenderJob(true) {}
@@ -25,6 +27,7 @@ public:
   void ProcessLine(const String& line) override;
   int CheckResult(int exitCode) override;
   bool IsFinished(int status) const override;
+  bool GetParameter(const String& name, String& value) const override;
 
 private:
   bool success_ = false;

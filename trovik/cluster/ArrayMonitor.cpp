@@ -19,7 +19,6 @@ constexpr Duration pauseForMany = std::chrono::seconds(5);
 /// An answer to a submission that did not come may come late.
 constexpr Duration seekingTime = std::chrono::seconds(15);
 constexpr Duration cancelAgain = std::chrono::seconds(60);
-constexpr Duration cancelAfterSilence = std::chrono::seconds(10);
 
 } // namespace
 
@@ -35,31 +34,43 @@ void ArrayMonitor::cancelUnwanted() {
       state_.queue.cancelArray(id);
       array.record.canceling = true;
     }
-    const Clock::time_point now = state_.machine.now();
-    if (array.canceled && now - *array.canceled < cancelAgain) {
+    if (array.canceled && state_.machine.now() - *array.canceled < cancelAgain) {
       continue;
     }
-    array.canceled = now;
     try {
       array.folder.cancel();
     } catch (Exception* exception) {
       LogDebug(takeText(exception));
     }
-    if (array.record.cluster == 0) {
-      array.canceled.reset(); // when it is found, or abandoned
-      continue;
+    if (array.record.cluster != 0) { // else when it is found, or abandoned
+      state_.pause = ClusterEngine::questionPause;
+      cancel(state_.arrays, id, array.record.name);
     }
-    state_.pause = ClusterEngine::questionPause;
-    state_.client.cancel({array.record.name}, [this, id = id](const ClusterAnswer& answer) {
-      if (answer.answered) {
-        return;
-      }
-      state_.noteContact(answer);
-      if (const auto known = state_.arrays.find(id); known != state_.arrays.end()) {
-        known->second.canceled = state_.machine.now() - cancelAgain + cancelAfterSilence;
-      }
-    });
   }
+  for (const auto& [id, array] : state_.left) {
+    if (array.holdsTasks && (!array.canceled || state_.machine.now() - *array.canceled >= cancelAgain)) {
+      cancel(state_.left, id, array.name);
+    }
+  }
+}
+
+template <typename Arrays> void ArrayMonitor::cancel(Arrays& arrays, ArrayId id, const std::string& name) {
+  arrays.at(id).canceled = state_.machine.now();
+  state_.client.cancel({name}, [this, &arrays, id](const ClusterAnswer& answer) {
+    if (answer.answered) {
+      return;
+    }
+    state_.noteContact(answer);
+    if (const auto known = arrays.find(id); known != arrays.end()) {
+      known->second.canceled = state_.machine.now() - cancelAgain + pauseAfterSilence;
+    }
+  });
+}
+
+bool ArrayMonitor::isSettled() const {
+  return state_.duty != ClusterEngine::Duty::All ||
+         std::none_of(state_.left.begin(), state_.left.end(),
+                      [](const auto& array) { return array.second.holdsTasks && !array.second.canceled; });
 }
 
 void ArrayMonitor::ask() {
@@ -123,6 +134,13 @@ void ArrayMonitor::askForAll() {
       tasks += array.tasks();
     }
   }
+  std::vector<ArrayId> left;
+  if (state_.duty == ClusterEngine::Duty::All) {
+    for (const auto& [id, array] : state_.left) {
+      names.push_back(array.name);
+      left.push_back(id);
+    }
+  }
   if (names.empty()) {
     return;
   }
@@ -131,11 +149,17 @@ void ArrayMonitor::askForAll() {
   const Duration least = tasks > manyTasks ? pauseForMany : ClusterEngine::questionPause;
   state_.nextQuestion = state_.machine.now() + std::max(state_.pause, least);
   state_.contact.asked = momentNow();
-  state_.client.query(names, [this, asked](const ClusterAnswer& answer) {
+  state_.client.query(names, [this, asked, left](const ClusterAnswer& answer) {
     asking_ = false;
+    if (!answer.answered && asked.empty()) {
+      state_.nextQuestion = state_.machine.now() + pauseAfterSilence;
+      state_.queue.noteContact(state_.contact); // that it was asked; nobody waits for the answer
+      return;
+    }
     state_.noteContact(answer);
     if (answer.answered) {
       answered(asked, answer);
+      answeredLeft(left, answer);
       state_.pause = state_.changed ? ClusterEngine::questionPause
                                     : std::min<Duration>(state_.pause * 3 / 2, longestPause);
     }
@@ -184,6 +208,31 @@ void ArrayMonitor::answered(const std::vector<ArrayId>& asked, const ClusterAnsw
   }
 }
 
+/// A task that waits was put back, and one that goes on for long hangs: each of
+/// its works has an end.
+void ArrayMonitor::answeredLeft(const std::vector<ArrayId>& asked, const ClusterAnswer& answer) {
+  std::map<std::int64_t, std::set<TaskPhase>> phases;
+  for (const ClusterTask& task : answer.tasks) {
+    phases[task.array].insert(task.phase);
+  }
+  for (const ArrayId id : asked) {
+    const auto known = state_.left.find(id);
+    if (known == state_.left.end()) {
+      continue;
+    }
+    LeftArray& array = known->second;
+    std::set<TaskPhase>& there = phases[array.cluster];
+    there.erase(TaskPhase::Over);
+    if (there.empty()) {
+      state_.queue.noteGone(id);
+      state_.left.erase(known);
+    } else {
+      const bool hangs = state_.machine.now() - array.since >= state_.settings.patience;
+      array.holdsTasks = there.contains(TaskPhase::Waiting) || (hangs && there.contains(TaskPhase::Active));
+    }
+  }
+}
+
 void ArrayMonitor::notifyStuck(const ArrayRecord& array, const std::string& reason, std::size_t tasks) {
   const std::string number = std::to_string(array.cluster);
   const WaitingReason why = waitingReason("PENDING", reason);
@@ -194,7 +243,7 @@ void ArrayMonitor::notifyStuck(const ArrayRecord& array, const std::string& reas
 }
 
 void ArrayMonitor::take(OpenWork& work, const ClusterTask& task) {
-  PlacedWork& record = work.record;
+  ArrayWork& record = work.record;
   if (work.phase != task.phase || record.restarts != task.restarts) {
     state_.changed = true;
     work.alive = state_.machine.now(); // a new process has its time to say so

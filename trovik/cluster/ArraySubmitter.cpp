@@ -63,7 +63,7 @@ void ArraySubmitter::advance() {
     if ((job.checked && !job.readySince) || state_.machine.now() < job.full) {
       continue;
     }
-    std::vector<WorkRecord> works = state_.queue.unplaced(id);
+    std::vector<WorkRecord> works = state_.queue.worksToSubmit(id);
     job.checked = true;
     if (works.empty()) {
       job.readySince.reset();
@@ -119,9 +119,9 @@ void ArraySubmitter::addArray(ClusterJob& job, std::vector<WorkRecord> works) {
     job.readySince.reset();
     job.perTask = 0;
   }
-  std::vector<PlacedWork> given;
+  std::vector<ArrayWork> given;
   for (const WorkRecord& work : works) {
-    PlacedWork& entry = given.emplace_back();
+    ArrayWork& entry = given.emplace_back();
     entry.work = work.id;
     entry.run = work.run;
     entry.number = work.attempts + 1;
@@ -132,8 +132,8 @@ void ArraySubmitter::addArray(ClusterJob& job, std::vector<WorkRecord> works) {
   OpenArray& array = state_.arrays.emplace(id, std::move(folder)).first->second;
   array.record = std::move(record);
   array.asking = true;
-  for (PlacedWork& entry : state_.queue.openPlaces(id)) {
-    OpenWork& work = array.works[entry.place];
+  for (ArrayWork& entry : state_.queue.openArrayWorks(id)) {
+    OpenWork& work = array.works[entry.position];
     work.record = std::move(entry);
     work.phase = TaskPhase::Waiting;
   }

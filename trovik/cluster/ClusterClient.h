@@ -12,7 +12,7 @@
 
 namespace trovik {
 
-/// How the cluster manager sees a task. What a task has come to is told by its
+/// How the cluster manager sees a task. What a task has come to is in its
 /// result file alone; this only says whether to wait for one.
 enum class TaskPhase {
   Waiting, ///< not started yet
@@ -22,7 +22,7 @@ enum class TaskPhase {
   Unknown, ///< a state that is not known here; nothing is done about it
 };
 
-/// One task of an array job, as a query tells it.
+/// One task of an array job, as a query gives it.
 struct ClusterTask {
   std::int64_t array = 0; ///< the number of the array job
   int index = 0;

@@ -15,16 +15,21 @@ namespace trovik {
 namespace {
 
 constexpr Duration chargeTime = std::chrono::seconds(1);
-constexpr Duration pauseAfterSilence = std::chrono::seconds(10);
 constexpr Duration longestWait = std::chrono::milliseconds(500);
 
 } // namespace
 
 ClusterState::ClusterState(Machine& itsMachine, Queue& itsQueue, ClusterClient& itsClient,
                            ImageInspector& itsInspector, ClusterSettings itsSettings,
-                           ClusterEngine::Notices itsNotices)
+                           ClusterEngine::Duty itsDuty, ClusterEngine::Notices itsNotices)
     : machine(itsMachine), queue(itsQueue), client(itsClient), inspector(itsInspector),
-      settings(std::move(itsSettings)), notices(std::move(itsNotices)) {}
+      settings(std::move(itsSettings)), duty(itsDuty), notices(std::move(itsNotices)) {}
+
+void OpenArray::close(std::size_t position) {
+  const auto work = works.find(position);
+  holdsTasks = holdsTasks || (work->second.phase == TaskPhase::Waiting && work->second.record.restarts > 0);
+  works.erase(work);
+}
 
 void ClusterState::reload() {
   std::map<ArrayId, OpenArray> known = std::exchange(arrays, {});
@@ -42,17 +47,26 @@ void ClusterState::reload() {
     }
     OpenArray& array = arrays.at(record.id);
     std::map<std::size_t, OpenWork> works;
-    for (PlacedWork& placed : queue.openPlaces(record.id)) {
-      auto work = array.works.extract(placed.place);
+    for (ArrayWork& given : queue.openArrayWorks(record.id)) {
+      auto work = array.works.extract(given.position);
       if (work.empty()) {
-        works[placed.place].alive = machine.now();
+        works[given.position].alive = machine.now();
       } else {
         works.insert(std::move(work));
       }
-      works[placed.place].record = std::move(placed);
+      works[given.position].record = std::move(given);
     }
     array.works = std::move(works);
     array.record = std::move(record);
+  }
+
+  std::map<ArrayId, LeftArray> knownLeft = std::exchange(left, {});
+  for (const ArrayRecord& record : queue.leftArrays()) {
+    if (auto old = knownLeft.extract(record.id); !old.empty()) {
+      left.insert(std::move(old));
+    } else {
+      left[record.id] = {record.name, record.cluster, machine.now(), false, {}};
+    }
   }
 
   std::map<JobId, ClusterJob> knownJobs = std::exchange(jobs, {});
@@ -105,6 +119,21 @@ void ClusterState::refresh(JobId job) {
   }
 }
 
+void ClusterState::closeArrays() {
+  for (auto array = arrays.begin(); array != arrays.end();) {
+    if (!array->second.works.empty()) {
+      ++array;
+      continue;
+    }
+    const ArrayRecord& record = array->second.record;
+    if (record.cluster != 0) {
+      left[record.id] = {record.name, record.cluster, machine.now(), array->second.holdsTasks, {}};
+      changed = true;
+    }
+    array = arrays.erase(array);
+  }
+}
+
 void ClusterState::abandon(OpenArray& array) {
   const ArrayId id = array.record.id;
   const JobId job = array.record.job;
@@ -141,8 +170,8 @@ void ClusterState::notify(JobId job, const std::string& key, const std::string& 
 
 ClusterEngine::ClusterEngine(Machine& machine, Queue& queue, ClusterClient& client, ImageInspector& inspector,
                              const ClusterSettings& settings, Duty duty, Notices notices)
-    : duty_(duty),
-      state_(std::make_unique<ClusterState>(machine, queue, client, inspector, settings, std::move(notices))),
+    : state_(std::make_unique<ClusterState>(machine, queue, client, inspector, settings, duty,
+                                            std::move(notices))),
       submitter_(std::make_unique<ArraySubmitter>(*state_)),
       monitor_(std::make_unique<ArrayMonitor>(*state_)),
       collector_(std::make_unique<ResultCollector>(*state_)) {}
@@ -191,7 +220,7 @@ void ClusterEngine::turn() {
   }
   collector_->advance();
   finishJobs();
-  if (duty_ == Duty::All) {
+  if (state_->duty == Duty::All) {
     monitor_->cancelUnwanted();
     submitter_->advance();
   }
@@ -241,7 +270,8 @@ bool ClusterEngine::advanceUntil(const std::function<bool()>& done, Duration lim
 }
 
 bool ClusterEngine::isSettled() const {
-  return inCharge_ && state_->checkedOnce && collector_->isIdle() && !state_->client.isBusy();
+  return inCharge_ && state_->checkedOnce && collector_->isIdle() && monitor_->isSettled() &&
+         !state_->client.isBusy();
 }
 
 } // namespace trovik

@@ -35,7 +35,7 @@ struct ClusterNotice {
 ///
 /// - A work belongs to at most one task that is not known to be over. So two
 ///   tasks never get the same frames.
-/// - What a work came to is told by the end that its task left in the folder,
+/// - What a work came to is in the end that its task left in the folder,
 ///   of which the first one counts. The cluster's own state only says whether
 ///   one is to be expected. No answer means that nothing is known.
 /// - A work is given up when the cluster has ended its task, or says nothing of
@@ -46,6 +46,9 @@ struct ClusterNotice {
 /// - A submission whose answer did not come is looked up by its name before
 ///   anything is submitted again; what is abandoned is marked so in its folder,
 ///   and its tasks do nothing should they ever start.
+/// - An array that is over is asked about until the cluster has no task of it
+///   any more: one that was put back and is held would stay there for ever. It
+///   is canceled.
 class ClusterEngine {
 public:
   enum class Duty {
@@ -87,7 +90,6 @@ private:
   void turn();
   void finishJobs();
 
-  Duty duty_;
   std::unique_ptr<ClusterState> state_;
   std::unique_ptr<ArraySubmitter> submitter_;
   std::unique_ptr<ArrayMonitor> monitor_;

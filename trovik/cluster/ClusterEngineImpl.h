@@ -19,9 +19,12 @@
 
 namespace trovik {
 
+/// Until the cluster is asked again when it did not answer.
+inline constexpr Duration pauseAfterSilence = std::chrono::seconds(10);
+
 /// A work of an array job whose end is awaited.
 struct OpenWork {
-  PlacedWork record;
+  ArrayWork record;
   TaskPhase phase = TaskPhase::Unknown;
   ClusterTask task;                             ///< as the cluster described it last
   std::optional<Clock::time_point> overSince;   ///< the cluster says that it is over, or nothing any more
@@ -44,9 +47,21 @@ struct OpenArray {
   bool asking = false;                       ///< its submission is under way here
   std::optional<Clock::time_point> sought;   ///< not known to the cluster since
   std::optional<Clock::time_point> canceled; ///< was asked of the cluster
+  bool holdsTasks = false;                   ///< the cluster put one back whose work has an end
 
+  /// The work has an end, or has no task any more.
+  void close(std::size_t position);
   /// How many tasks its open works take, at most.
   std::size_t tasks() const { return (works.size() + record.perTask - 1) / record.perTask; }
+};
+
+/// An array job that is over, while the cluster may still have tasks of it.
+struct LeftArray {
+  std::string name;
+  std::int64_t cluster = 0;
+  Clock::time_point since{};                 ///< it is over, or this process knows of it
+  bool holdsTasks = false;                   ///< that nobody wants
+  std::optional<Clock::time_point> canceled; ///< was asked of the cluster
 };
 
 /// A job that is open, or has arrays that are not over.
@@ -65,17 +80,19 @@ struct ClusterJob {
 /// what this process knows besides.
 struct ClusterState {
   ClusterState(Machine& itsMachine, Queue& itsQueue, ClusterClient& itsClient, ImageInspector& itsInspector,
-               ClusterSettings itsSettings, ClusterEngine::Notices itsNotices);
+               ClusterSettings itsSettings, ClusterEngine::Duty itsDuty, ClusterEngine::Notices itsNotices);
 
   Machine& machine;
   Queue& queue;
   ClusterClient& client;
   ImageInspector& inspector;
   ClusterSettings settings;
+  ClusterEngine::Duty duty;
   ClusterEngine::Notices notices;
 
   std::int64_t version = -1; ///< of the queue as it was read; -1: it is to be read again
   std::map<ArrayId, OpenArray> arrays;
+  std::map<ArrayId, LeftArray> left;
   std::map<JobId, ClusterJob> jobs;
   bool checkedOnce = false; ///< all of them
   std::set<std::string> notified;
@@ -93,6 +110,8 @@ struct ClusterState {
   void checkAgain(JobId job);
   /// The job's record, which this process's own changes may have changed.
   void refresh(JobId job);
+  /// Arrays without an open work are over.
+  void closeArrays();
   /// Nothing of this array is wanted, should the cluster have it after all.
   void abandon(OpenArray& array);
   /// How the cluster answered, for users and for other processes.
@@ -125,12 +144,16 @@ public:
   explicit ArrayMonitor(ClusterState& state) : state_(state) {}
   void cancelUnwanted();
   void ask();
+  /// No task is known that is to be canceled, and was not yet.
+  bool isSettled() const;
 
 private:
+  template <typename Arrays> void cancel(Arrays& arrays, ArrayId id, const std::string& name);
   bool mayAsk() const;
   void seek(OpenArray& array);
   void askForAll();
   void answered(const std::vector<ArrayId>& asked, const ClusterAnswer& answer);
+  void answeredLeft(const std::vector<ArrayId>& asked, const ClusterAnswer& answer);
   void notifyStuck(const ArrayRecord& array, const std::string& reason, std::size_t tasks);
   void take(OpenWork& work, const ClusterTask& task);
   void takeVanished(OpenWork& work);
@@ -169,7 +192,7 @@ private:
   bool considerDeath(OpenArray& array, OpenWork& work);
   bool giveUp(OpenArray& array, OpenWork& work);
   bool collect(OpenArray& array, OpenWork& work, WorkEnd end);
-  void recover(const OpenArray& array, const PlacedWork& work, WorkEnd end, int claims,
+  void recover(const OpenArray& array, const ArrayWork& work, WorkEnd end, int claims,
                const WorkClaim& newest);
   void advanceRecoveries();
   void settle(const OpenArray& array, std::size_t position, const WorkEnd& end);

@@ -42,7 +42,7 @@ struct KnownReason {
 };
 
 constexpr std::array<KnownReason, 53> knownReasons = {{
-    {"", false, "Slurm has not looked at it yet", ""},
+    {"", false, "Slurm has not considered it yet", ""},
     {"Resources", false, "the CPUs and the memory that it needs are taken", ""},
     {"Priority", false, "jobs of higher priority come first", ""},
     {"JobArrayTaskLimit", false, "no more tasks of its array job may run at a time",
@@ -58,7 +58,7 @@ constexpr std::array<KnownReason, 53> knownReasons = {{
     {"job requeued in held state", true, "it was put back and is held", releaseIt},
     {"Job is in held state", true, "it is held", releaseIt},
     {"BeginTime", false, "its time has not come; a task whose node was lost waits for two minutes", ""},
-    {"SchedDefer", false, "Slurm looks at it with the next turn", ""},
+    {"SchedDefer", false, "Slurm considers it with the next turn", ""},
     {"Prolog", false, "its node is made ready", ""},
     {"Cleaning", false, "the rest of its last start is cleared away", ""},
     {"Licenses", false, "the licenses that it needs are taken", ""},
@@ -80,7 +80,7 @@ constexpr std::array<KnownReason, 53> knownReasons = {{
     {"NodeDown", false, "a node that it needs is down", brokenNodes},
     {"FrontEndDown", false, "the front end node is down", askAdministrator},
     {"BadConstraints", true, "no node has what it asks for",
-     "cancel it, and submit it anew; look at --constraint and its like in ClusterOptions"},
+     "cancel it, and submit it anew; check --constraint and its like in ClusterOptions"},
     {"InvalidAccount", true, "its account is not valid", otherAccount},
     {"AccountNotAllowed", true, "its account may not use its partition", otherAccount},
     {"Job's account not known", true, "its account may not use its partition", otherAccount},
@@ -219,14 +219,13 @@ constexpr int exitNotFound = 127;
 
 TaskDeath failure(const ClusterTask& task) {
   TaskDeath death;
-  const std::string lookAtTaskLog =
-      "the task's own log may tell why: task-INDEX.log in the folder of the job";
+  const std::string taskLogHint = "the task's own log may tell why: task-INDEX.log in the folder of the job";
   // Slurm keeps some of the submissions that it refuses as failed tasks.
   if (task.reason == "BadConstraints") {
     death.neverBegan = true;
     death.text = "No node has what the task asks for";
     death.hint =
-        "submit the job anew with less: --set CPUs=…, --set ClusterMemory=…; look at ClusterOptions, too";
+        "submit the job anew with less: --set CPUs=…, --set ClusterMemory=…; check ClusterOptions, too";
     return death;
   }
   if (WIFSIGNALED(task.waitStatus)) {
@@ -241,7 +240,7 @@ TaskDeath failure(const ClusterTask& task) {
                  onNode(task);
     death.hint = signal == SIGKILL
                      ? "by somebody, or by the node when it ran out of memory: --set ClusterMemory=…"
-                     : lookAtTaskLog;
+                     : taskLogHint;
     return death;
   }
   const int code = WEXITSTATUS(task.waitStatus);
@@ -253,18 +252,18 @@ TaskDeath failure(const ClusterTask& task) {
   } else if (code == exitNotExecutable) {
     death.neverBegan = true;
     death.text = "trovik cannot be executed" + onNode(task);
-    death.hint = "look at its permissions and its kind of machine there";
+    death.hint = "check its permissions and its kind of machine there";
   } else if (code == exitUsageOfTask) {
     death.neverBegan = true;
     death.text = "The task could not be read" + onNode(task);
-    death.hint = lookAtTaskLog;
+    death.hint = taskLogHint;
   } else if (code == 0) {
     death.neverBegan = true;
     death.text = "Slurm could not start the task" + onNode(task);
     death.hint = "\"sinfo -R\" tells of nodes with problems";
   } else {
     death.text = "The task ended with exit code " + std::to_string(code) + onNode(task);
-    death.hint = lookAtTaskLog;
+    death.hint = taskLogHint;
   }
   return death;
 }

@@ -341,6 +341,9 @@ std::string formOf(const WorkBeat& beat) {
   json["running"] = beat.running;
   json["command"] = written(beat.command);
   json["files"] = written(beat.files);
+  if (beat.end) {
+    json["end"] = {{"exitCode", beat.end->Code}, {"signal", beat.end->Signal}};
+  }
   json["whole"] = beat.count;
   return jsonLine(json);
 }
@@ -361,6 +364,10 @@ WorkBeat beatFromForm(std::string_view text) {
   beat.running = reader.seconds("running");
   beat.command = reader.text("command");
   beat.files = reader.files("files");
+  if (const auto entry = json.find("end"); entry != json.end()) {
+    const Reader end(*entry, "the end");
+    beat.end = ProcessExit{end.number<int>("exitCode"), end.number<int>("signal", 0)};
+  }
   return beat;
 }
 
@@ -380,14 +387,14 @@ WorkEnd endFromForm(std::string_view text) {
   const Reader reader(json);
   WorkEnd end;
   const std::string by = reader.text("by");
-  std::size_t place = 0;
-  while (place < endings.size() && by != endings.at(place)) {
-    ++place;
+  std::size_t position = 0;
+  while (position < endings.size() && by != endings.at(position)) {
+    ++position;
   }
-  if (place == endings.size()) {
+  if (position == endings.size()) {
     throw FormProblem{"\"by\" is none of the ways to end"};
   }
-  end.by = static_cast<WorkEnd::By>(place);
+  end.by = static_cast<WorkEnd::By>(position);
   end.claim = reader.number<int>("claim", 0);
   end.node = reader.text("node");
   end.started = reader.moment("started");

@@ -1,9 +1,11 @@
 #pragma once
 
+#include "host/foundation/Process.h"
 #include "trovik/records/Records.h"
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,7 +37,7 @@ struct PlannedWork {
   int attempt = 1; ///< the number of the attempt
 };
 
-/// An array job: task i works the places from i * perTask on, perTask of them.
+/// An array job: task i does the works from i * perTask on, perTask of them.
 struct ArrayPlan {
   std::size_t perTask = 1;
   std::string logs;                ///< the folder of the attempts' logs
@@ -46,7 +48,7 @@ struct ArrayPlan {
   std::size_t tasks() const { return perTask == 0 ? 0 : (works.size() + perTask - 1) / perTask; }
 };
 
-/// A process that took up a work.
+/// A process that claimed a work.
 struct WorkClaim {
   int number = 1;    ///< 1 for the first process, one more for each that took its place
   std::string host;  ///< where it runs
@@ -71,6 +73,9 @@ struct WorkBeat {
   double running = 0;            ///< seconds since its program was started
   std::string command;           ///< the words as text for a shell
   std::vector<FileRecord> files; ///< that the program named so far
+  /// How its program ended by itself, while its files are checked: its log was
+  /// on the disk by then.
+  std::optional<ProcessExit> end;
 };
 
 /// How a work ended.

@@ -164,8 +164,8 @@ FolderJob JobFolder::read() const {
 
 ArrayFolder::ArrayFolder(Path directory) : directory_(std::move(directory)) {}
 
-Path ArrayFolder::fileOf(std::size_t place, const std::string& suffix) const {
-  return inside(directory_, std::to_string(place) + suffix);
+Path ArrayFolder::fileOf(std::size_t position, const std::string& suffix) const {
+  return inside(directory_, std::to_string(position) + suffix);
 }
 
 void ArrayFolder::create(const ArrayPlan& plan) const {
@@ -189,23 +189,23 @@ bool ArrayFolder::isCanceled() const {
   return hasName(inside(directory_, "cancel"));
 }
 
-bool ArrayFolder::claim(std::size_t place, const WorkClaim& claim) const {
-  return writeFirst(fileOf(place, ".claim." + std::to_string(claim.number)), formOf(claim));
+bool ArrayFolder::claim(std::size_t position, const WorkClaim& claim) const {
+  return writeFirst(fileOf(position, ".claim." + std::to_string(claim.number)), formOf(claim));
 }
 
-std::optional<WorkClaim> ArrayFolder::claimOf(std::size_t place, int number) const {
-  return readFormIfThere(fileOf(place, ".claim." + std::to_string(number)), claimLimit, claimFromForm);
+std::optional<WorkClaim> ArrayFolder::claimOf(std::size_t position, int number) const {
+  return readFormIfThere(fileOf(position, ".claim." + std::to_string(number)), claimLimit, claimFromForm);
 }
 
-int ArrayFolder::lastClaim(std::size_t place, int known) const {
-  while (hasName(fileOf(place, ".claim." + std::to_string(known + 1)))) {
+int ArrayFolder::lastClaim(std::size_t position, int known) const {
+  while (hasName(fileOf(position, ".claim." + std::to_string(known + 1)))) {
     ++known;
   }
   return known;
 }
 
-void ArrayFolder::beat(std::size_t place, const WorkBeat& beat) const {
-  const Path file = fileOf(place, ".beat");
+void ArrayFolder::beat(std::size_t position, const WorkBeat& beat) const {
+  const Path file = fileOf(position, ".beat");
   std::string text = formOf(beat);
   if (text.size() > beatLimit) {
     WorkBeat shorter = beat;
@@ -234,8 +234,8 @@ void ArrayFolder::beat(std::size_t place, const WorkBeat& beat) const {
   }
 }
 
-std::optional<WorkBeat> ArrayFolder::beatOf(std::size_t place) const {
-  const std::optional<std::string> text = readWhole(fileOf(place, ".beat"), beatLimit);
+std::optional<WorkBeat> ArrayFolder::beatOf(std::size_t position) const {
+  const std::optional<std::string> text = readWhole(fileOf(position, ".beat"), beatLimit);
   // Behind the line may be what is left of a longer one.
   const std::size_t end = text ? text->find('\n') : std::string::npos;
   if (end == std::string::npos) {
@@ -249,24 +249,24 @@ std::optional<WorkBeat> ArrayFolder::beatOf(std::size_t place) const {
   }
 }
 
-bool ArrayFolder::leave(std::size_t place, const WorkEnd& end) const {
+bool ArrayFolder::leave(std::size_t position, const WorkEnd& end) const {
   std::string text = formOf(end);
   if (text.size() > endLimit) {
-    LogWarning("the end of the work at place " + std::to_string(place) +
+    LogWarning("the end of the work at position " + std::to_string(position) +
                " names too many files to keep them");
     WorkEnd shorter = end;
     shorter.outcome.files.clear();
     text = formOf(shorter);
   }
-  return writeFirst(fileOf(place, ".result"), text);
+  return writeFirst(fileOf(position, ".result"), text);
 }
 
-std::optional<WorkEnd> ArrayFolder::endOf(std::size_t place) const {
-  return readFormIfThere(fileOf(place, ".result"), endLimit, endFromForm);
+std::optional<WorkEnd> ArrayFolder::endOf(std::size_t position) const {
+  return readFormIfThere(fileOf(position, ".result"), endLimit, endFromForm);
 }
 
-bool ArrayFolder::hasEnded(std::size_t place) const {
-  return hasName(fileOf(place, ".result"));
+bool ArrayFolder::hasEnded(std::size_t position) const {
+  return hasName(fileOf(position, ".result"));
 }
 
 } // namespace trovik

@@ -22,18 +22,18 @@ namespace trovik {
 //       plan.json         which works it has; never changes
 //       cancel            nothing of it is wanted any more; empty
 //       task-INDEX.log    what the task itself printed
-//       PLACE.claim.N     the Nth process that took up the work at this place
-//       PLACE.beat        that it is alive, and how far it is
-//       PLACE.result      how the work ended: the truth
+//       POSITION.claim.N  the Nth process that claimed the work at this position
+//       POSITION.beat     that it is alive, and how far it is
+//       POSITION.result   how the work ended: the truth
 //
-// A place is the position of a work in the plan. Claims and results are written
+// The position is that of a work in the plan. Claims and results are written
 // so that the first one stays and nobody ever sees half of one, even on a
 // network file system; the same call by another process then says false.
 //
 // All raise Exception* where a file cannot be read or written; the text names
 // the file and the reason.
 
-/// The folder of a job. Cheap to make; looks at nothing until it is asked.
+/// The folder of a job. Cheap to make; touches nothing until it is asked.
 class JobFolder {
 public:
   explicit JobFolder(Path directory);
@@ -64,23 +64,23 @@ public:
   void cancel() const;
   bool isCanceled() const;
 
-  /// Takes the place: false when a process has this number already.
-  bool claim(std::size_t place, const WorkClaim& claim) const;
-  std::optional<WorkClaim> claimOf(std::size_t place, int number) const;
-  /// The number of the newest claim; 0 for none. Looks from `known` on.
-  int lastClaim(std::size_t place, int known = 0) const;
+  /// Takes the position: false when a process has this number already.
+  bool claim(std::size_t position, const WorkClaim& claim) const;
+  std::optional<WorkClaim> claimOf(std::size_t position, int number) const;
+  /// The number of the newest claim; 0 for none. Searched from `known` on.
+  int lastClaim(std::size_t position, int known = 0) const;
 
-  void beat(std::size_t place, const WorkBeat& beat) const;
+  void beat(std::size_t position, const WorkBeat& beat) const;
   /// Nothing where there is none, or where it is just being written.
-  std::optional<WorkBeat> beatOf(std::size_t place) const;
+  std::optional<WorkBeat> beatOf(std::size_t position) const;
 
   /// Leaves the work's end: false when there is one already, which counts.
-  bool leave(std::size_t place, const WorkEnd& end) const;
-  std::optional<WorkEnd> endOf(std::size_t place) const;
-  bool hasEnded(std::size_t place) const;
+  bool leave(std::size_t position, const WorkEnd& end) const;
+  std::optional<WorkEnd> endOf(std::size_t position) const;
+  bool hasEnded(std::size_t position) const;
 
 private:
-  Path fileOf(std::size_t place, const std::string& suffix) const;
+  Path fileOf(std::size_t position, const std::string& suffix) const;
 
   Path directory_;
 };

@@ -100,10 +100,10 @@ void ResultCollector::advance() {
     many_ = active > static_cast<std::ptrdiff_t>(manyWorks);
     // No transaction around it: a folder of a network may take its time, and
     // what is written of a work is whole by itself.
-    for (auto array = state_.arrays.begin(); array != state_.arrays.end();) {
-      checkArray(array->second);
-      array = array->second.works.empty() ? state_.arrays.erase(array) : std::next(array);
+    for (auto& [id, array] : state_.arrays) {
+      checkArray(array);
     }
+    state_.closeArrays();
   }
   advanceRecoveries();
 }
@@ -134,7 +134,7 @@ void ResultCollector::checkArray(OpenArray& array) {
     const auto found = array.works.find(position);
     try {
       if (check(array, found->second)) {
-        array.works.erase(found);
+        array.close(position);
       }
     } catch (Exception* exception) {
       reached = false;
@@ -164,8 +164,8 @@ bool ResultCollector::isWorthACheck(const OpenArray& array, const OpenWork& work
     break;
   }
   // A task does its works one after another.
-  return work.claim > 0 || work.record.place % array.record.perTask == 0 ||
-         !array.works.contains(work.record.place - 1);
+  return work.claim > 0 || work.record.position % array.record.perTask == 0 ||
+         !array.works.contains(work.record.position - 1);
 }
 
 /// What the cluster said last may be out of date.
@@ -179,11 +179,11 @@ bool ResultCollector::check(OpenArray& array, OpenWork& work) {
   std::optional<WorkEnd> end;
   std::string damage;
   try {
-    end = array.folder.endOf(work.record.place);
+    end = array.folder.endOf(work.record.position);
   } catch (Exception* exception) {
     damage = takeText(exception);
   }
-  if (!damage.empty() && !array.folder.hasEnded(work.record.place)) {
+  if (!damage.empty() && !array.folder.hasEnded(work.record.position)) {
     RaiseException("ResultCollector::check", k_ErrorSystem, damage);
   }
   if (!damage.empty()) {
@@ -219,8 +219,8 @@ void ResultCollector::noteAlive(OpenArray& array, OpenWork& work) {
   if (work.claim > 0 && work.read && now - *work.read < (many_ ? beatTimeOfMany : beatTime)) {
     return;
   }
-  PlacedWork& record = work.record;
-  const int claim = array.folder.lastClaim(record.place, work.claim);
+  ArrayWork& record = work.record;
+  const int claim = array.folder.lastClaim(record.position, work.claim);
   if (claim == 0) {
     return;
   }
@@ -231,17 +231,17 @@ void ResultCollector::noteAlive(OpenArray& array, OpenWork& work) {
     work.beats = -1;
   }
   if (record.attempt == 0) {
-    const std::optional<WorkClaim> taken = array.folder.claimOf(record.place, claim);
-    record.attempt = state_.queue.beginPlaced(array.record.id, record.place,
-                                              taken ? std::min(taken->started, momentNow()) : momentNow());
+    const std::optional<WorkClaim> taken = array.folder.claimOf(record.position, claim);
+    record.attempt = state_.queue.beginArrayWork(array.record.id, record.position,
+                                                 taken ? std::min(taken->started, momentNow()) : momentNow());
   }
-  const std::optional<WorkBeat> beat = array.folder.beatOf(record.place);
+  const std::optional<WorkBeat> beat = array.folder.beatOf(record.position);
   if (!beat || beat->claim != claim || beat->count == work.beats) {
     return;
   }
   work.alive = now;
   work.beats = beat->count;
-  PlacedBeat noted;
+  AttemptBeat noted;
   noted.attempt = record.attempt;
   noted.log = localPath(beat->log);
   noted.logBytes = beat->logBytes;
@@ -250,7 +250,7 @@ void ResultCollector::noteAlive(OpenArray& array, OpenWork& work) {
   noted.seen = momentNow();
   state_.queue.noteBeat(noted);
   const std::string stage =
-      "/.trovik-" + taskMark(state_.queue.queueId(), array.record.job, array.folder, record.place, claim) +
+      "/.trovik-" + taskMark(state_.queue.queueId(), array.record.job, array.folder, record.position, claim) +
       '/';
   for (; work.files < beat->files.size(); ++work.files) {
     FileRecord file = beat->files[work.files];
@@ -274,7 +274,7 @@ bool ResultCollector::considerDeath(OpenArray& array, OpenWork& work) {
     }
     if (array.record.canceling && array.canceled) {
       // The mark in the folder keeps back whatever may start after all.
-      state_.queue.closePlace(array.record.id, work.record.place);
+      state_.queue.closeArrayWork(array.record.id, work.record.position);
       state_.checkAgain(array.record.job);
       return true;
     }
@@ -296,13 +296,13 @@ bool ResultCollector::considerDeath(OpenArray& array, OpenWork& work) {
 /// forgotten.
 bool ResultCollector::giveUp(OpenArray& array, OpenWork& work) {
   WorkEnd end = endWithoutResult(array, work);
-  if (!array.folder.leave(work.record.place, end)) {
+  if (!array.folder.leave(work.record.position, end)) {
     return false; // it lived all the same; the next check finds what it left
   }
-  const bool notReached = work.claim == 0 && work.record.place % array.record.perTask != 0;
+  const bool notReached = work.claim == 0 && work.record.position % array.record.perTask != 0;
   if (notReached && !array.record.canceling) {
     // The task ended with an earlier work; nothing can be said of this one.
-    state_.queue.closePlace(array.record.id, work.record.place);
+    state_.queue.closeArrayWork(array.record.id, work.record.position);
     state_.checkAgain(array.record.job);
     return true;
   }
@@ -312,13 +312,13 @@ bool ResultCollector::giveUp(OpenArray& array, OpenWork& work) {
 /// Writes the end of a work down, after a check of its files where its process
 /// did not come to judging them. True when the work can be forgotten.
 bool ResultCollector::collect(OpenArray& array, OpenWork& work, WorkEnd end) {
-  const PlacedWork& record = work.record;
+  const ArrayWork& record = work.record;
   translate(end.outcome);
   if (end.by == WorkEnd::By::Interrupted) {
     judgeInterrupted(array, work, end.outcome);
   }
   if (end.by != WorkEnd::By::GivenUp) {
-    settle(array, record.place, end);
+    settle(array, record.position, end);
     return true;
   }
   if (end.outcome.state == AttemptState::Lost && end.outcome.reason.empty() && !array.record.canceling &&
@@ -326,15 +326,16 @@ bool ResultCollector::collect(OpenArray& array, OpenWork& work, WorkEnd end) {
     end.outcome.reason = withHint(taskDeath(work.task)); // as another process left it before it died
   }
   const bool known = std::any_of(recoveries_.begin(), recoveries_.end(), [&](const GivenUp& other) {
-    return other.array == array.record.id && other.position == record.place;
+    return other.array == array.record.id && other.position == record.position;
   });
   if (known) {
     return false;
   }
-  const int claim = array.folder.lastClaim(record.place, work.claim);
-  const std::optional<WorkClaim> taken = claim > 0 ? array.folder.claimOf(record.place, claim) : std::nullopt;
+  const int claim = array.folder.lastClaim(record.position, work.claim);
+  const std::optional<WorkClaim> taken =
+      claim > 0 ? array.folder.claimOf(record.position, claim) : std::nullopt;
   if (!taken || state_.open(array.record.job) == nullptr) {
-    settle(array, record.place, end); // nothing was rendered
+    settle(array, record.position, end); // nothing was rendered
     return true;
   }
   end.started = std::min(taken->started, momentNow());
@@ -343,18 +344,19 @@ bool ResultCollector::collect(OpenArray& array, OpenWork& work, WorkEnd end) {
 }
 
 /// Begins to check what the dead processes of a work have left.
-void ResultCollector::recover(const OpenArray& array, const PlacedWork& work, WorkEnd end, int claims,
+void ResultCollector::recover(const OpenArray& array, const ArrayWork& work, WorkEnd end, int claims,
                               const WorkClaim& newest) {
   const ClusterJob& job = *state_.open(array.record.job);
   const auto markOf = [&](int number) {
-    return taskMark(state_.queue.queueId(), array.record.job, array.folder, work.place, number);
+    return taskMark(state_.queue.queueId(), array.record.job, array.folder, work.position, number);
   };
   LeftBehind left;
   left.since = end.started;
   for (int number = 1; number <= claims; ++number) {
     left.marks.push_back(markOf(number));
   }
-  if (const std::optional<WorkBeat> beat = array.folder.beatOf(work.place)) {
+  const std::optional<WorkBeat> beat = array.folder.beatOf(work.position);
+  if (beat) {
     end.outcome.log = localPath(beat->log);
     end.outcome.command = beat->command;
     if (!end.outcome.log.empty()) {
@@ -372,7 +374,7 @@ void ResultCollector::recover(const OpenArray& array, const PlacedWork& work, Wo
   lost.attempt.started = end.started;
   lost.mark = left.marks.back();
   lost.sameBoot = here.sharesMachine(newest);
-  GivenUp entry{array.record.id, work.place, std::move(end), {}, nullptr};
+  GivenUp entry{array.record.id, work.position, std::move(end), {}, nullptr};
   SmartHandle<Job> object;
   if (job.works) {
     try {
@@ -384,6 +386,13 @@ void ResultCollector::recover(const OpenArray& array, const PlacedWork& work, Wo
       entry.stage = std::move(found.staged);
       lost.files = std::move(found.files);
       lost.attempt.started = found.since;
+      // Its verdict can be given as it would have given it; but what a process
+      // before it printed says nothing of this one.
+      if (beat && beat->end && beat->claim == claims && claims == 1 && found.logBytes == beat->logBytes) {
+        lost.logRead = true;
+        lost.end = ProgramEnd{beat->end->Code, beat->end->Signal, beat->command,
+                              beat->log,       beat->logBytes,    end.outcome.duration};
+      }
     } catch (Exception* exception) {
       LogWarning("job " + std::to_string(job.record.id) +
                  ": what a dead task left is not checked: " + takeText(exception));
@@ -404,17 +413,26 @@ void ResultCollector::advanceRecoveries() {
     const auto array = state_.arrays.find(entry->array);
     if (array != state_.arrays.end() && array->second.works.contains(entry->position)) {
       const Outcome& found = entry->recovery->outcome();
-      entry->end.outcome.good = found.good;
-      entry->end.outcome.files = found.files;
+      Outcome& outcome = entry->end.outcome;
+      if (outcome.state == AttemptState::Lost && found.state == AttemptState::Good) {
+        outcome.state = found.state;
+        outcome.rule = found.rule;
+        outcome.reason = found.reason;
+        outcome.alike.clear();
+        outcome.exitCode = found.exitCode;
+        outcome.signal = found.signal;
+      }
+      outcome.good = found.good;
+      outcome.files = found.files;
       if (entry->stage.isUsed()) {
-        entry->stage.publish(entry->end.outcome);
+        entry->stage.publish(outcome);
       }
       settle(array->second, entry->position, entry->end);
-      array->second.works.erase(entry->position);
+      array->second.close(entry->position);
     }
     entry = recoveries_.erase(entry);
   }
-  std::erase_if(state_.arrays, [](const auto& array) { return array.second.works.empty(); });
+  state_.closeArrays();
 }
 
 void ResultCollector::settle(const OpenArray& array, std::size_t position, const WorkEnd& end) {
@@ -423,7 +441,7 @@ void ResultCollector::settle(const OpenArray& array, std::size_t position, const
     outcome.alike = outcome.reason;
   }
   const Moment started = end.started == Moment{} ? momentNow() : std::min(end.started, momentNow());
-  state_.queue.settlePlaced(array.record.id, position, started, std::move(outcome));
+  state_.queue.settleArrayWork(array.record.id, position, started, std::move(outcome));
   state_.checkAgain(array.record.job);
   state_.refresh(array.record.job);
 }

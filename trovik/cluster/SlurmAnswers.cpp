@@ -206,8 +206,8 @@ std::optional<std::vector<ClusterTask>> readTasks(std::string_view output, std::
       tasks.push_back(std::move(task));
       break;
     case LineKind::Other:
-      // What was canceled before it began is told as one job, "36|CANCELLED",
-      // without the indices: those tasks are told of no more.
+      // What was canceled before it began is given as one job, "36|CANCELLED",
+      // without the indices: those tasks are named no more.
       break;
     case LineKind::Odd:
       whole = isRemark(line);

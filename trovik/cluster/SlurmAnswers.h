@@ -13,7 +13,7 @@ namespace trovik {
 // The answers of Slurm's programs as values. Each function takes all that one
 // of them printed, its output and its errors mixed.
 
-/// The tasks that squeue told of. Nothing when a line is none that squeue
+/// The tasks that squeue named. Nothing when a line is none that squeue
 /// writes, with the line in `problem`: a task must not seem to have vanished.
 std::optional<std::vector<ClusterTask>> readTasks(std::string_view output, std::string& problem);
 

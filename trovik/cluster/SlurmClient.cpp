@@ -1,15 +1,19 @@
 #include "trovik/cluster/SlurmClient.h"
 
 #include "host/application/ProcessJob.h"
+#include "host/application/ProgramRun.h"
 #include "host/foundation/Log.h"
 #include "trovik/cluster/SlurmAnswers.h"
+#include "trovik/machine/Locations.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <deque>
 #include <string_view>
+#include <system_error>
 #include <unistd.h>
 
 namespace trovik {
@@ -19,6 +23,7 @@ constexpr std::chrono::seconds queryLimit{15};
 constexpr std::chrono::seconds submitLimit{60};
 constexpr std::chrono::seconds cancelLimit{20};
 constexpr std::chrono::seconds siteLimit{15};
+constexpr std::chrono::seconds configurationLimit{5};
 constexpr std::size_t outputLimit = std::size_t{64} << 20;
 constexpr std::size_t namesLimit = std::size_t{64} << 10; // bytes; the system takes 128 KiB a word
 constexpr std::size_t commentWidth = 200;
@@ -161,7 +166,7 @@ struct Question {
   Duration limit{}; ///< of each
   /// Takes what one said into the answer; false when the others are not needed.
   std::function<bool(const Reply& reply, ClusterAnswer& answer)> read;
-  ClusterClient::Answer tell;
+  ClusterClient::Answer take;
   ClusterAnswer answer;
 };
 
@@ -192,41 +197,41 @@ public:
 private:
   bool isAsked() const { return until_.has_value(); }
   void begin(Clock::time_point now);
-  void start();
-  void readOutput();
-  void finish(std::string problem, const ProcessExit& exit = {});
+  void start(Clock::time_point now);
+  void finish(Clock::time_point now, std::string problem, const ProcessExit& exit = {});
 
   Machine& machine_;
   std::deque<Question> questions_;
   std::optional<Clock::time_point>
       until_; ///< the first question's call must have ended; none before it began
-  std::unique_ptr<Program> program_;
+  std::optional<ProgramRun> run_;
   bool abandoned_ = false; ///< the program was killed and nobody waits for it but the next one
-  bool ended_ = false;     ///< the output of the program has
   std::string output_;
 };
 
 void SlurmClient::Impl::addDescriptors(std::vector<pollfd>& descriptors) const {
-  if (program_ == nullptr) {
-    return;
-  }
-  descriptors.push_back({program_->ExitDescriptor(), POLLIN, 0});
-  if (!abandoned_ && !ended_) {
-    descriptors.push_back({program_->OutputDescriptor(), POLLIN, 0});
+  if (run_) {
+    descriptors.push_back({run_->ExitDescriptor(), POLLIN, 0});
+    descriptors.push_back({run_->OutputDescriptor(), POLLIN, 0});
   }
 }
 
 std::optional<Clock::time_point> SlurmClient::Impl::deadline() const {
-  if (questions_.empty()) {
-    return std::nullopt;
+  std::optional<Clock::time_point> earliest = run_ ? run_->Deadline() : std::nullopt;
+  if (!questions_.empty()) {
+    const Clock::time_point own = until_.value_or(Clock::time_point());
+    earliest = std::min(earliest.value_or(own), own);
   }
-  return isAsked() ? *until_ : Clock::time_point();
+  return earliest;
 }
 
 void SlurmClient::Impl::advance(Clock::time_point now) {
-  ProcessExit exit;
-  if (program_ != nullptr && abandoned_ && program_->Wait(exit, false)) {
-    program_.reset();
+  if (run_) {
+    run_->ReadOutput(now);
+    run_->Advance(now);
+    if (abandoned_ && run_->IsOver()) {
+      run_.reset();
+    }
   }
   if (questions_.empty()) {
     return;
@@ -235,32 +240,29 @@ void SlurmClient::Impl::advance(Clock::time_point now) {
     begin(now);
     return;
   }
-  if (program_ == nullptr) {
-    start(); // the program before it has ended at last
+  if (!run_) {
+    start(now); // the program before it has ended at last
     return;
   }
   if (abandoned_) {
     if (now >= *until_) {
-      finish("the program before it cannot be ended");
+      finish(now, "the program before it cannot be ended");
     }
     return;
   }
-  const bool over = program_->Wait(exit, false);
-  readOutput();
   const std::string name = questions_.front().calls.front().words.front();
-  if (over) {
-    program_.reset();
-    finish({}, exit);
-  } else if (output_.size() > outputLimit) {
-    finish(name + " said more than " + std::to_string(outputLimit >> 20) + " MiB");
+  if (output_.size() > outputLimit) {
+    finish(now, name + " said more than " + std::to_string(outputLimit >> 20) + " MiB");
+  } else if (run_->HasExited()) {
+    finish(now, {}, run_->Exit()); // whatever it left behind has no say
   } else if (name == "sbatch" && output_.find(fullWords) != std::string::npos) {
-    finish("Slurm's list of jobs is full: " + slurmProblem(output_));
+    finish(now, "Slurm's list of jobs is full: " + slurmProblem(output_));
   } else if (now >= *until_) {
     const std::string said = slurmProblem(output_);
-    finish(
-        name + " did not answer within " +
-        std::to_string(std::chrono::duration_cast<std::chrono::seconds>(questions_.front().limit).count()) +
-        " s" + (said.empty() ? std::string() : ": " + said));
+    finish(now, name + " did not answer within " +
+                    std::to_string(
+                        std::chrono::duration_cast<std::chrono::seconds>(questions_.front().limit).count()) +
+                    " s" + (said.empty() ? std::string() : ": " + said));
   }
 }
 
@@ -269,16 +271,16 @@ void SlurmClient::Impl::begin(Clock::time_point now) {
   if (question.calls.empty()) {
     const Question done = std::move(question);
     questions_.pop_front();
-    done.tell(done.answer);
+    done.take(done.answer);
     return;
   }
   until_ = now + question.limit;
-  if (program_ == nullptr) {
-    start();
+  if (!run_) {
+    start(now);
   }
 }
 
-void SlurmClient::Impl::start() {
+void SlurmClient::Impl::start(Clock::time_point now) {
   const Call& call = questions_.front().calls.front();
   ProcessStart start;
   start.Arguments = call.words;
@@ -287,34 +289,25 @@ void SlurmClient::Impl::start() {
   start.Environment.emplace_back("PWD", std::nullopt);
   start.Environment.insert(start.Environment.end(), call.environment.begin(), call.environment.end());
   output_.clear();
-  ended_ = false;
   abandoned_ = false;
   try {
-    program_ = machine_.start(start);
+    run_.emplace(machine_.start(start), ProgramRun::Patience(), now, [this](std::string_view text) {
+      if (!abandoned_) {
+        output_.append(text);
+      }
+    });
   } catch (Exception* exception) {
-    finish(takeText(exception));
+    finish(now, takeText(exception));
   }
 }
 
-void SlurmClient::Impl::readOutput() {
-  std::array<char, 65536> buffer{};
-  while (!ended_ && output_.size() <= outputLimit) {
-    const ssize_t count = program_->ReadOutput(buffer.data(), buffer.size());
-    if (count < 0) {
-      return;
-    }
-    ended_ = count == 0;
-    output_.append(buffer.data(), static_cast<std::size_t>(count));
-  }
-}
-
-void SlurmClient::Impl::finish(std::string problem, const ProcessExit& exit) {
-  if (program_ != nullptr && !abandoned_) {
-    program_->Kill();
+void SlurmClient::Impl::finish(Clock::time_point now, std::string problem, const ProcessExit& exit) {
+  if (run_ && !abandoned_) {
+    run_->Cancel(now, true);
     abandoned_ = true;
-    ProcessExit ignored;
-    if (program_->Wait(ignored, false)) {
-      program_.reset();
+    run_->Advance(now);
+    if (run_->IsOver()) {
+      run_.reset();
     }
   }
   until_.reset();
@@ -331,7 +324,7 @@ void SlurmClient::Impl::finish(std::string problem, const ProcessExit& exit) {
   }
   const Question done = std::move(question);
   questions_.pop_front();
-  done.tell(done.answer); // which may ask
+  done.take(done.answer); // which may ask
 }
 
 SlurmClient::SlurmClient(Machine& machine) : impl_(std::make_unique<Impl>(machine)) {}
@@ -343,11 +336,11 @@ void SlurmClient::submit(const ClusterSubmission& submission, Answer answer) {
   question.calls.push_back(
       {submissionWords(submission),
        {{"TROVIK_PROGRAM", submission.program.Text()}, {"TROVIK_FOLDER", submission.folder.Text()}}});
-  question.tell = std::move(answer);
-  question.read = [](const Reply& reply, ClusterAnswer& told) {
-    told.problem = reply.problem;
+  question.take = std::move(answer);
+  question.read = [](const Reply& reply, ClusterAnswer& result) {
+    result.problem = reply.problem;
     if (reply.problem.empty()) {
-      readSubmission(reply.output, reply.exit, told);
+      readSubmission(reply.output, reply.exit, result);
     }
     return false;
   };
@@ -358,26 +351,26 @@ void SlurmClient::query(const std::vector<std::string>& names, Answer answer) {
   Question question;
   question.limit = queryLimit;
   question.answer.answered = true;
-  question.tell = std::move(answer);
+  question.take = std::move(answer);
   for (const std::string& list : nameLists(names)) {
     // Without -r lists of indices would be cut.
     question.calls.push_back({{"squeue", "--noheader", "--array", "--states=all", "--me", "--name=" + list,
                                "--Format=JobArrayID:|,State:|,exit_code:|,Reason:|,RestartCnt:|,NodeList:"},
                               {}});
   }
-  question.read = [](const Reply& reply, ClusterAnswer& told) {
-    told.problem = failureOf("squeue", reply);
+  question.read = [](const Reply& reply, ClusterAnswer& result) {
+    result.problem = failureOf("squeue", reply);
     std::optional<std::vector<ClusterTask>> tasks;
-    if (told.problem.empty()) {
-      tasks = readTasks(reply.output, told.problem);
+    if (result.problem.empty()) {
+      tasks = readTasks(reply.output, result.problem);
     }
-    told.answered = tasks.has_value();
+    result.answered = tasks.has_value();
     if (!tasks) {
-      told.tasks.clear();
+      result.tasks.clear();
       return false;
     }
-    told.tasks.insert(told.tasks.end(), std::make_move_iterator(tasks->begin()),
-                      std::make_move_iterator(tasks->end()));
+    result.tasks.insert(result.tasks.end(), std::make_move_iterator(tasks->begin()),
+                        std::make_move_iterator(tasks->end()));
     return true;
   };
   impl_->ask(std::move(question));
@@ -387,14 +380,14 @@ void SlurmClient::cancel(const std::vector<std::string>& names, Answer answer) {
   Question question;
   question.limit = cancelLimit;
   question.answer.answered = true;
-  question.tell = std::move(answer);
+  question.take = std::move(answer);
   for (const std::string& name : names) {
     question.calls.push_back({{"scancel", "--name=" + name}, {}}); // it takes one name only
   }
-  question.read = [](const Reply& reply, ClusterAnswer& told) {
-    told.problem = failureOf("scancel", reply);
-    told.answered = told.problem.empty();
-    return told.answered;
+  question.read = [](const Reply& reply, ClusterAnswer& result) {
+    result.problem = failureOf("scancel", reply);
+    result.answered = result.problem.empty();
+    return result.answered;
   };
   impl_->ask(std::move(question));
 }
@@ -402,30 +395,59 @@ void SlurmClient::cancel(const std::vector<std::string>& names, Answer answer) {
 void SlurmClient::askSite(const std::string& partition, Answer answer) {
   Question question;
   question.limit = siteLimit;
-  question.tell = std::move(answer);
+  question.take = std::move(answer);
   question.calls.push_back({{"scontrol", "show", "config"}, {}});
   Call nodes{{"sinfo", "--noheader", "--Node", "--format=%c %m"}, {}};
   if (!partition.empty()) {
     nodes.words.emplace_back("--partition=" + partition);
   }
   question.calls.push_back(std::move(nodes));
-  question.read = [asked = std::size_t{0}](const Reply& reply, ClusterAnswer& told) mutable {
+  question.read = [asked = std::size_t{0}](const Reply& reply, ClusterAnswer& result) mutable {
     const bool configuration = asked++ == 0;
-    told.problem = failureOf(configuration ? "scontrol" : "sinfo", reply);
-    if (!told.problem.empty()) {
+    result.problem = failureOf(configuration ? "scontrol" : "sinfo", reply);
+    if (!result.problem.empty()) {
       return false;
     }
     if (configuration) {
-      readConfiguration(reply.output, told.site);
+      readConfiguration(reply.output, result.site);
       return true;
     }
-    if (told.site.memoryPerCpu == 0) {
-      told.site.memoryPerCpu = readMemoryPerCpu(reply.output);
+    if (result.site.memoryPerCpu == 0) {
+      result.site.memoryPerCpu = readMemoryPerCpu(reply.output);
     }
-    told.answered = true;
+    result.answered = true;
     return true;
   };
   impl_->ask(std::move(question));
+}
+
+std::string SlurmClient::configurationProblem(Machine& machine) {
+  // They try for a minute to find the file that it names.
+  if (const std::optional<std::string> file = environmentVariable("SLURM_CONF");
+      file && access(file->c_str(), R_OK) != 0) {
+    return "SLURM_CONF names " + inQuotes(*file) + ": " + std::generic_category().message(errno);
+  }
+  std::string problem;
+  Question question;
+  question.limit = configurationLimit;
+  question.calls.push_back({{"scontrol", "--version"}, {}});
+  question.take = [](const ClusterAnswer&) {};
+  question.read = [&problem](const Reply& reply, ClusterAnswer& /*answer*/) {
+    const std::string failure = failureOf("scontrol", reply);
+    // One that says nothing may be slow, and no more.
+    problem = failure.empty() || slurmProblem(reply.output).empty() ? std::string() : failure;
+    return false;
+  };
+  Impl client(machine);
+  client.ask(std::move(question));
+  while (client.isBusy()) {
+    std::vector<pollfd> descriptors;
+    client.addDescriptors(descriptors);
+    machine.wait(descriptors,
+                 std::max(client.deadline().value_or(machine.now()) - machine.now(), Duration::zero()));
+    client.advance(machine.now());
+  }
+  return problem;
 }
 
 bool SlurmClient::isBusy() const {

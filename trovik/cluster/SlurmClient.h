@@ -45,6 +45,10 @@ public:
 
   /// Whether the programs are there. The name of one that is missing, else empty.
   static std::string missingProgram();
+  /// What keeps them from finding a cluster: they have no configuration, or none
+  /// that they can read. Empty where nothing is known to. Asks no controller
+  /// where the configuration is a file, and waits for the answer, for 5 s at most.
+  static std::string configurationProblem(Machine& machine);
 
 private:
   class Impl;

@@ -31,7 +31,7 @@ constexpr std::time_t stampPrecision = 2; // coarse file systems, and clocks tha
 
 /// The output folder of a work, as its job has it.
 struct OutputFolder {
-  String text; ///< as the program is told; empty for none
+  String text; ///< as the program is given it; empty for none
   bool literal = false;
   Path start; ///< what a relative one counts from
   Path path;  ///< absolute

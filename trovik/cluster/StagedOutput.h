@@ -27,7 +27,7 @@ class StagedOutput {
 public:
   StagedOutput() = default;
   /// Lets the job of a work write into its own folder, made here. Does nothing
-  /// where the job has no output folder, or none that can be told (the start
+  /// where the job has no output folder, or none that can be known (the start
   /// of the work then says why). Raises Exception* when the folder cannot be
   /// made. The mark holds letters, digits, "-" and "." only.
   StagedOutput(Job& job, const std::string& mark);

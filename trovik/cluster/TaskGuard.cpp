@@ -17,7 +17,7 @@
 namespace trovik {
 namespace {
 
-constexpr int huntPause = 20; // milliseconds between two looks for what was killed
+constexpr int huntPause = 20; // milliseconds between two searches for what was killed
 constexpr std::chrono::seconds longestPatience{3600};
 constexpr int slices = 8; // of the patience
 
@@ -55,7 +55,7 @@ public:
   }
 
 private:
-  // "+SECONDS MARK" a program begins, "-" it has ended, "." alive.
+  /// "+SECONDS MARK" a program begins, "-" it has ended, "." alive.
   void take(std::string_view bytes) {
     text_ += bytes;
     for (std::size_t end = 0; (end = text_.find('\n')) != std::string::npos; text_.erase(0, end + 1)) {

@@ -1,10 +1,13 @@
 #include "trovik/cluster/TaskLoop.h"
 
+#include "host/foundation/Descriptor.h"
 #include "host/foundation/Log.h"
 #include "trovik/records/Moments.h"
 #include "trovik/text/UsageError.h"
 
 #include <algorithm>
+#include <fcntl.h>
+#include <unistd.h>
 #include <utility>
 
 namespace trovik {
@@ -49,7 +52,7 @@ public:
   }
 
 private:
-  static Inspection unchecked() { return {"Not looked into: the task had to end", false, 0, 0}; }
+  static Inspection unchecked() { return {"Not checked: the task had to end", false, 0, 0}; }
 
   ImageInspector& inspector_;
   std::vector<std::shared_ptr<Answer>> open_;
@@ -97,6 +100,7 @@ ImageInspector& TaskLoop::inspector() {
 
 void TaskLoop::beginProgram(const std::string& mark) {
   stalled_ = false;
+  beat_.end.reset();
   lastTurn_ = machine_.now();
   if (guard_ != nullptr) {
     guard_->begin(mark, std::chrono::duration_cast<std::chrono::seconds>(patience_));
@@ -169,13 +173,32 @@ void TaskLoop::turn(Attempt* attempt, std::optional<Clock::time_point> until) {
     const bool wasChecking = attempt->isChecking();
     attempt->advance(now);
     if (attempt->isChecking() != wasChecking) {
-      beatSoon();
+      noteEnd(*attempt);
     }
   }
   if (claim_ > 0 && now >= nextBeat_) {
     checkClaim(attempt);
     beat(attempt);
   }
+}
+
+/// From now on who finds this process dead can give the verdict in its place,
+/// so nobody has to wait for the next beat; but a log that may get lost with
+/// this machine is none to judge by.
+void TaskLoop::noteEnd(Attempt& attempt) {
+  beatSoon();
+  const std::optional<ProgramEnd> end = attempt.takeEnd(machine_.now());
+  if (!end) {
+    return;
+  }
+  if (!end->log.empty()) {
+    const Descriptor log(open(end->log.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!log.IsOpen() || fsync(log.Number()) != 0) {
+      return;
+    }
+  }
+  beat_.end = ProcessExit{end->exitCode, end->signal};
+  nextBeat_ = lastTurn_; // in this turn
 }
 
 void TaskLoop::takeInterrupts(Attempt* attempt) {
@@ -225,7 +248,7 @@ bool TaskLoop::isMine() {
 
 void TaskLoop::supersede(Attempt* attempt) {
   if (stop_ != Stop::Superseded) {
-    LogInfo("place " + std::to_string(position_) + " is another process's now, or has ended");
+    LogInfo("work " + std::to_string(position_) + " of the array is another process's now, or has ended");
   }
   stop_ = Stop::Superseded;
   inspector_->hurry();

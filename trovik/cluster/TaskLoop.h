@@ -22,7 +22,8 @@ struct TaskTimes {
   Duration checking = std::chrono::seconds(3);         ///< from an interrupt to the verdict
   Duration aftermath = std::chrono::milliseconds(300); ///< for the interrupt that a program died of, too
   Duration orphans = std::chrono::seconds(10);         ///< for programs of a dead process to be gone
-  Duration again = std::chrono::seconds(2); ///< until a result that could not be written is tried again
+  Duration again = std::chrono::seconds(2);    ///< until a result that could not be written is tried again
+  Duration shortage = std::chrono::minutes(1); ///< for a machine without processes to have one
 };
 
 /// What goes on beside the work of a task: its process waits for whatever
@@ -89,6 +90,7 @@ private:
   void takeInterrupts(Attempt* attempt);
   void checkClaim(Attempt* attempt);
   void stop(Stop why, Attempt* attempt);
+  void noteEnd(Attempt& attempt);
   void beat(const Attempt* attempt);
 
   const ArrayFolder& folder_;

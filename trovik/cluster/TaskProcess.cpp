@@ -41,15 +41,16 @@ std::string plain(std::string text) {
   return text;
 }
 
-/// The lines of a log, be it whose it may.
-void feed(LineSplitter& splitter, const std::string& log) {
+/// The lines of a log, be it whose it may. Returns how many bytes it has.
+std::int64_t feed(LineSplitter& splitter, const std::string& log) {
   const Descriptor descriptor(open(log.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat status {};
   if (!descriptor.IsOpen() || fstat(descriptor.Number(), &status) != 0 || !S_ISREG(status.st_mode)) {
-    return;
+    return 0;
   }
   std::vector<char> buffer(std::size_t{64} << 10U);
-  for (std::size_t done = 0; done < logLimit;) {
+  std::size_t done = 0;
+  while (done < logLimit) {
     const ssize_t got = read(descriptor.Number(), buffer.data(), buffer.size());
     if (got <= 0) {
       break;
@@ -58,6 +59,7 @@ void feed(LineSplitter& splitter, const std::string& log) {
     splitter.Feed(std::string_view(buffer.data(), static_cast<std::size_t>(got)));
   }
   splitter.Finish();
+  return static_cast<std::int64_t>(done);
 }
 
 } // namespace
@@ -75,10 +77,10 @@ Duration Silence::since(const std::optional<WorkBeat>& beat, Clock::time_point n
   return silence_;
 }
 
-std::string taskMark(const std::string& queue, JobId job, const ArrayFolder& array, std::size_t place,
+std::string taskMark(const std::string& queue, JobId job, const ArrayFolder& array, std::size_t position,
                      int number) {
   return plain(queue) + '-' + std::to_string(job) + '.' + plain(array.directory().Leaf(true)) + '.' +
-         std::to_string(place) + '.' + std::to_string(number);
+         std::to_string(position) + '.' + std::to_string(number);
 }
 
 TaskSelf taskSelf() {
@@ -127,7 +129,7 @@ LeftFiles takeLeft(Job& job, bool stage, const std::string& mark, const LeftBehi
   };
   LineSplitter splitter([&](std::string_view line) { render->WorkLine(present(std::string(line))); });
   for (const std::string& log : left.logs) {
-    feed(splitter, log);
+    found.logBytes += feed(splitter, log);
   }
   found.files = left.named;
   std::vector<std::string> names;

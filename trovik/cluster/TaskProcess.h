@@ -39,7 +39,7 @@ TaskSelf taskSelf();
 
 /// What the programs of a claim carry in TROVIK_ATTEMPT. Made by whoever needs
 /// it and never taken from a claim: what carries it is going to be killed.
-std::string taskMark(const std::string& queue, JobId job, const ArrayFolder& array, std::size_t place,
+std::string taskMark(const std::string& queue, JobId job, const ArrayFolder& array, std::size_t position,
                      int number);
 
 /// For how long a process gave no sign of life. Time in which this one itself
@@ -72,13 +72,14 @@ struct LeftFiles {
   StagedOutput staged;           ///< all that was in their stages; unused without stages
   std::vector<FileRecord> files; ///< that were named, by the names that they have now
   Moment since{};                ///< files that are older are not theirs
+  std::int64_t logBytes = 0;     ///< of their logs, that the job has read
 };
 
 /// Recovers what such processes have left, to be checked by `job`, which is
 /// the whole work's own object: moves the files of their stages into one of
 /// the mark's own (where `stage`), and has the job read their logs, since the
 /// last beat may be a few seconds old. Raises Exception* where the stage
-/// cannot be made or the expected files cannot be told.
+/// cannot be made or the expected files cannot be known.
 LeftFiles takeLeft(Job& job, bool stage, const std::string& mark, const LeftBehind& left);
 
 } // namespace trovik

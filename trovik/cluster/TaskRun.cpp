@@ -110,11 +110,12 @@ bool TaskRun::waitForDeath(int number) {
       return true;
     }
     if (silence.since(folder_.beatOf(position_), machine_.now()) >= plan_.patience) {
-      LogInfo("the process at work on place " + std::to_string(position_) + " is silent and counts as dead");
+      LogInfo("the process at work " + std::to_string(position_) +
+              " of the array is silent and counts as dead");
       return true;
     }
     if (!std::exchange(said, true)) {
-      LogInfo("place " + std::to_string(position_) + " is worked by another process" +
+      LogInfo("work " + std::to_string(position_) + " of the array is done by another process" +
               (claim ? " on " + inQuotes(claim->host) : "") + "; waiting for it");
     }
     loop_.pause(times_.watch);
@@ -149,8 +150,8 @@ WorkClaim TaskRun::makeClaim(int number) const {
   if (plan_.stage && problem_.empty()) {
     try {
       claim.stage = StagedOutput::stageOf(*makeJob(plan_.works[position_].run), claim.mark).Text();
-    } catch (Exception* exception) {
-      LogDebug(takeText(exception)); // the start of the work tells it
+    } catch (...) {               // also what a type's module throws
+      LogDebug(TakeCaughtText()); // the start of the work tells it
     }
   }
   return claim;
@@ -185,10 +186,10 @@ bool TaskRun::workClaimed() {
   logBefore_ = before ? before->log : std::string();
   merged_ = Outcome();
   complete_ = false;
-  Outcome failed;
-  failed.state = AttemptState::Failed;
-  failed.rule = VerdictRule::Start;
   if (!problem_.empty()) {
+    Outcome failed;
+    failed.state = AttemptState::Failed;
+    failed.rule = VerdictRule::Start;
     failed.reason = problem_;
     merge(failed);
     return leave();
@@ -196,9 +197,8 @@ bool TaskRun::workClaimed() {
   try {
     recover();
     renderRest();
-  } catch (...) { // also what a type's module throws
-    failed.reason = TakeCaughtText();
-    merge(failed);
+  } catch (...) {
+    merge(failure(false));
   }
   return loop_.stopped() == Stop::Superseded ? folder_.hasEnded(position_) : leave();
 }
@@ -240,7 +240,7 @@ void TaskRun::recover() {
   }
   merged_.good = outcome.good;
   merged_.files = outcome.files;
-  LogInfo("taken up from a process that died: " +
+  LogInfo("recovered from a process that died: " +
           (outcome.good.empty() ? std::string("nothing") : "frames " + outcome.good.text(10)));
 }
 
@@ -290,32 +290,14 @@ void TaskRun::renderRest() {
 }
 
 void TaskRun::render(const FrameRun& run) {
-  const WorkInfo info = infoOf(run);
-  Claim claim;
-  claim.job = job_.job;
-  claim.run = run;
-  claim.number = info.attempt;
-  claim.mark = claim_.mark;
-  SmartHandle<Job> job = makeJob(run);
   StagedOutput staged;
-  if (plan_.stage) {
-    staged = StagedOutput(*job, claim.mark);
-  }
-  AttemptListener& listener = *this;
-  Attempt attempt(info, claim, job, logs_->open(logName(run, claim_.number), info.attempt), loop_.inspector(),
-                  listener);
-  loop_.beginProgram(claim.mark);
-  if (attempt.start(machine_) == Attempt::Start::Runs) {
-    if (auto* render = dynamic_cast<RenderJob*>(job.Get()); render != nullptr && staged.isUsed()) {
-      render->CheckFilesSince(staged.made());
-    }
-    loop_.beatSoon();
-    while (!attempt.isOver()) {
-      loop_.turn(&attempt);
-    }
+  Outcome outcome;
+  try {
+    outcome = attempt(run, staged);
+  } catch (...) {
+    outcome = failure(false);
   }
   loop_.endProgram();
-  Outcome outcome = attempt.outcome();
   if (outcome.state != AttemptState::Good) {
     hearOfInterrupt();
   }
@@ -332,6 +314,72 @@ void TaskRun::render(const FrameRun& run) {
     return;
   }
   merge(outcome);
+}
+
+/// A machine that has no process to give now mostly has some in a moment; only
+/// where it has none for long the attempt fails.
+Outcome TaskRun::attempt(const FrameRun& run, StagedOutput& staged) {
+  const WorkInfo info = infoOf(run);
+  Claim claim;
+  claim.job = job_.job;
+  claim.run = run;
+  claim.number = info.attempt;
+  claim.mark = claim_.mark;
+  AttemptListener& listener = *this;
+  for (std::optional<Clock::time_point> until; loop_.stopped() == Stop::No; loop_.pause(times_.again)) {
+    const SmartHandle<Job> job = makeJob(run);
+    if (plan_.stage) {
+      staged = StagedOutput(*job, claim.mark);
+    }
+    Attempt attempt(info, claim, job, logs_->open(logName(run, claim_.number), info.attempt),
+                    loop_.inspector(), listener);
+    loop_.beginProgram(claim.mark);
+    const bool last = until && machine_.now() >= *until;
+    try {
+      const Attempt::Start started =
+          attempt.start(machine_, last ? Attempt::Shortage::Fails : Attempt::Shortage::Waits);
+      if (auto* render = dynamic_cast<RenderJob*>(job.Get());
+          started == Attempt::Start::Runs && render != nullptr && staged.isUsed()) {
+        render->CheckFilesSince(staged.made());
+      }
+      loop_.beatSoon();
+      while (started == Attempt::Start::Runs && !attempt.isOver()) {
+        loop_.turn(&attempt);
+      }
+      if (started != Attempt::Start::Later) {
+        return attempt.outcome();
+      }
+    } catch (...) { // as the local engine has it
+      return failure(true);
+    }
+    loop_.endProgram();
+    if (!until) {
+      LogWarning("this node has no more processes to give (EAGAIN); the work is started when it has");
+      until = machine_.now() + times_.shortage;
+    }
+  }
+  Outcome never;
+  never.state = AttemptState::Lost; // why is judged as for one that was ended
+  return never;
+}
+
+/// What an attempt comes to where this is thrown. Modules may throw anything.
+Outcome TaskRun::failure(bool ofModule) const {
+  Outcome failed;
+  failed.state = AttemptState::Failed;
+  failed.rule = ofModule ? VerdictRule::Result : VerdictRule::Start;
+  try {
+    throw;
+  } catch (Exception* exception) {
+    failed.reason = takeText(exception);
+  } catch (...) {
+    ofModule = true;
+    failed.reason = TakeCaughtText();
+  }
+  if (ofModule) {
+    failed.reason = "The module of the type " + inQuotes(job_.typeName) + " failed: " + failed.reason;
+  }
+  return failed;
 }
 
 /// A cluster tells all processes of a task to end, so that the program may
@@ -389,14 +437,14 @@ bool TaskRun::leave() {
   end.node = self_.node.empty() ? self_.host : self_.node;
   end.started = claim_.started;
   end.outcome = merged_;
-  for (bool said = false;;) {
+  for (bool warned = false;;) {
     end.ended = momentNow();
     try {
       folder_.leave(position_, end);
       return true;
     } catch (Exception* exception) {
       const std::string text = takeText(exception);
-      if (!std::exchange(said, true)) {
+      if (!std::exchange(warned, true)) {
         LogWarning(text + "; it is tried again until it can be written");
       }
     }

@@ -51,6 +51,8 @@ private:
   void killPrograms(const std::string& mark);
   void renderRest();
   void render(const FrameRun& run);
+  Outcome attempt(const FrameRun& run, StagedOutput& staged);
+  Outcome failure(bool ofModule) const;
   void hearOfInterrupt();
   bool publish(StagedOutput& staged, Outcome& outcome);
   void judgeStop(Outcome& outcome) const;

@@ -104,7 +104,7 @@ public:
   /// as no attempt runs: their engines see `canceled` and end them; arrays of a
   /// cluster are to be ended. False when the job is not open.
   bool cancel(JobId id);
-  /// Puts an open job aside, or (the other one) makes it open again. Works
+  /// Stops an open job, or (the other one) makes it open again. Works
   /// that run go on.
   void stop(JobId id, const std::string& note);
   void resume(JobId id);
@@ -201,48 +201,51 @@ public:
   std::vector<JobRecord> clusterJobs();
   /// The ID of this queue, part of the names of its arrays.
   const std::string& queueId() const;
-  /// Ready works of an open job that share no frame with an open place, in the
+  /// Ready works of an open job that share no frame with an open work of an array, in the
   /// order in which they are to start; `attempts` tells how many were made.
-  std::vector<WorkRecord> unplaced(JobId job);
+  std::vector<WorkRecord> worksToSubmit(JobId job);
   /// Puts down an array, prepared, that holds these works (`work`, `run`,
-  /// `number` of each; the places are their positions). Its number is the
+  /// `number` of each, in the order of their positions). Its number is the
   /// job's next one, its name made from queue, job and number. What happens to
-  /// the works between `unplaced` and this call is like what happens after it,
+  /// the works between `worksToSubmit` and this call is like what happens after it,
   /// but for the removal of the job, which is an error.
-  ArrayRecord addArray(JobId job, std::size_t perTask, const std::vector<PlacedWork>& works);
+  ArrayRecord addArray(JobId job, std::size_t perTask, const std::vector<ArrayWork>& works);
   void noteSubmitted(ArrayId array, std::int64_t cluster);
   /// The array's tasks are to be ended.
   void cancelArray(ArrayId array);
-  /// The array never reached the cluster, and never will: its places close,
-  /// and its works are unplaced again. A place whose start was seen all the
-  /// same stays open.
+  /// The array never reached the cluster, and never will: its works close, to
+  /// be submitted again. One whose start was seen all the same stays open.
   void dropArray(ArrayId array);
   /// Arrays that are not over, the oldest first; of one job, or of all.
   std::vector<ArrayRecord> openArrays(std::optional<JobId> job = std::nullopt);
-  /// The open places of an array, in their order. A work that was canceled and
+  /// Arrays that are over, but of which the cluster may still have tasks.
+  std::vector<ArrayRecord> leftArrays();
+  /// It has none that might still start or run.
+  void noteGone(ArrayId array);
+  /// The open works of an array, in their order. A work that was canceled and
   /// then made ready again only in parts counts as canceled.
-  std::vector<PlacedWork> openPlaces(ArrayId array);
-  /// What the cluster says of the task of a place. Writes only what changed;
-  /// who has the last `openPlaces` at hand spares even the look.
-  void noteTask(const PlacedWork& place);
-  /// The start of a placed work was seen: makes its running attempt. Says 0,
-  /// and does nothing, for a place that is closed or whose work counts as
+  std::vector<ArrayWork> openArrayWorks(ArrayId array);
+  /// What the cluster says of the task of a work. Writes only what changed; who
+  /// has the last `openArrayWorks` at hand spares even the check.
+  void noteTask(const ArrayWork& work);
+  /// The start of a work of an array was seen: makes its running attempt. Says 0,
+  /// and does nothing, for one that is closed or counts as
   /// canceled. Returns the attempt's ID, also when it has one already.
-  AttemptId beginPlaced(ArrayId array, std::size_t place, Moment started);
+  AttemptId beginArrayWork(ArrayId array, std::size_t position, Moment started);
   /// Keeps the beat, and its log as that of the attempt; nothing for an attempt
   /// that does not run.
-  void noteBeat(const PlacedBeat& beat);
-  std::vector<PlacedBeat> beats(JobId job); ///< of its running attempts
-  /// The end of a placed work: like `settle` for its attempt, which is made
-  /// where its start was not seen (`started`), and the place closes; with its
-  /// last place the array is over. `outcome.attempt` is filled in. Frames of a
+  void noteBeat(const AttemptBeat& beat);
+  std::vector<AttemptBeat> beats(JobId job); ///< of its running attempts
+  /// The end of a work of an array: like `settle` for its attempt, which is made
+  /// where its start was not seen (`started`), and the work closes; with its last
+  /// one the array is over. `outcome.attempt` is filled in. Frames of a
   /// work that was canceled before its start was seen become good where they
-  /// are, and stay canceled else. False, and nothing is done, for a place that
-  /// is closed.
-  bool settlePlaced(ArrayId array, std::size_t place, Moment started, Outcome outcome);
-  /// The task of the place will never start: closes it, with nothing said
-  /// about its work. An error for a place with an attempt.
-  void closePlace(ArrayId array, std::size_t place);
+  /// are, and stay canceled else. False, and nothing is done, for one that is
+  /// closed.
+  bool settleArrayWork(ArrayId array, std::size_t position, Moment started, Outcome outcome);
+  /// Its task will never start: closes the work of the array, with nothing said
+  /// about it. An error for one with an attempt.
+  void closeArrayWork(ArrayId array, std::size_t position);
 
   ClusterContact clusterContact();
   void noteContact(const ClusterContact& contact);

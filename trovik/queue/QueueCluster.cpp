@@ -7,20 +7,20 @@
 
 // Works of jobs that a cluster works off.
 //
-// A work is *placed* when it was given to a task of an array job. From then on
-// some process on some node may render its frames, whatever the user or the
-// cluster does, until its result is there or the task is known to be dead: only
-// then the place closes, and no frame of an open place is given to another
-// task. What is known of a placed work comes late and in any order, so
+// A work of an array job was given to one of its tasks. From then on some
+// process on some node may render its frames, whatever the user or the cluster
+// does, until its result is there or the task is known to be dead: only then it
+// is closed, and no frame of an open one is given to another task. What is
+// known of such a work comes late and in any order, so
 //
 // - the start is put down when it is seen, or together with the end;
 // - a work that is canceled before its start was seen is canceled at once; a
 //   result that comes all the same makes its good frames good and changes
 //   nothing else;
-// - such a work may be made ready again in parts. The place keeps the frames
-//   that it was given, so its result is shared out to the works that have them
+// - such a work may be made ready again in parts. The array keeps the frames
+//   that it was given, so the result is shared out to the works that have them
 //   now;
-// - an end closes its place, and a closed place takes no further one.
+// - an end closes the work of the array, which takes no further one.
 
 namespace trovik {
 namespace {
@@ -39,12 +39,20 @@ ArrayRecord readArray(Query& row) {
   return array;
 }
 
+std::vector<ArrayRecord> readArrays(Query&& rows) {
+  std::vector<ArrayRecord> arrays;
+  while (rows.next()) {
+    arrays.push_back(readArray(rows));
+  }
+  return arrays;
+}
+
 QueueError mistake(const std::string& message) {
   return QueueError{QueueError::Kind::Other, message, ""};
 }
 
-std::string nameOfPlace(ArrayId array, std::size_t place) {
-  return "Place " + std::to_string(place) + " of array " + std::to_string(array);
+std::string nameOfArrayWork(ArrayId array, std::size_t position) {
+  return "The work at position " + std::to_string(position) + " of array " + std::to_string(array);
 }
 
 /// Microseconds of seconds that a file tells, which may be anything.
@@ -90,7 +98,7 @@ std::vector<JobRecord> Queue::clusterJobs() {
   return result;
 }
 
-std::vector<WorkRecord> Queue::unplaced(JobId id) {
+std::vector<WorkRecord> Queue::worksToSubmit(JobId id) {
   std::vector<WorkRecord> result;
   impl_->database.read([&] {
     {
@@ -99,20 +107,20 @@ std::vector<WorkRecord> Queue::unplaced(JobId id) {
         return;
       }
     }
-    std::vector<FrameRun> placed; // no two share a frame
+    std::vector<FrameRun> given; // no two share a frame
     for (Query row(impl_->database, statements::openRuns, id); row.next();) {
-      placed.push_back(row.frames());
+      given.push_back(row.frames());
     }
-    std::sort(placed.begin(), placed.end(),
+    std::sort(given.begin(), given.end(),
               [](const FrameRun& one, const FrameRun& other) { return one.First < other.First; });
-    for (Query row(impl_->database, statements::worksToPlace, id); row.next();) {
+    for (Query row(impl_->database, statements::readyWorksOfJob, id); row.next();) {
       WorkRecord work;
       work.id = row.number();
       work.job = id;
       work.run = row.frames();
-      const auto next = std::lower_bound(placed.begin(), placed.end(), work.run.First,
+      const auto next = std::lower_bound(given.begin(), given.end(), work.run.First,
                                          [](const FrameRun& one, int first) { return one.Last < first; });
-      if (next == placed.end() || next->First > work.run.Last) {
+      if (next == given.end() || next->First > work.run.Last) {
         work.attempts = row.integer();
         work.attempt = row.number();
         result.push_back(work);
@@ -122,7 +130,7 @@ std::vector<WorkRecord> Queue::unplaced(JobId id) {
   return result;
 }
 
-ArrayRecord Queue::addArray(JobId job, std::size_t perTask, const std::vector<PlacedWork>& works) {
+ArrayRecord Queue::addArray(JobId job, std::size_t perTask, const std::vector<ArrayWork>& works) {
   if (works.empty() || perTask == 0) {
     throw mistake("An array job has works, and tasks have some each");
   }
@@ -148,10 +156,10 @@ ArrayRecord Queue::addArray(JobId job, std::size_t perTask, const std::vector<Pl
           array.number, perTask, array.name)
         .run();
     array.id = database.lastId();
-    for (std::size_t place = 0; place < works.size(); ++place) {
-      const PlacedWork& work = works[place];
-      Query(database, statements::insertPlaced, array.id, place, work.work, work.run.First, work.run.Last,
-            work.number)
+    for (std::size_t position = 0; position < works.size(); ++position) {
+      const ArrayWork& work = works[position];
+      Query(database, statements::insertArrayWork, array.id, position, work.work, work.run.First,
+            work.run.Last, work.number)
           .run();
     }
   });
@@ -177,8 +185,8 @@ void Queue::cancelArray(ArrayId array) {
 void Queue::dropArray(ArrayId array) {
   impl_->database.write([&] {
     Query(impl_->database,
-          "UPDATE placed SET open = 0 WHERE array = ?1 AND open = 1 AND NOT EXISTS "
-          "(SELECT 1 FROM attempts a WHERE a.id = placed.attempt AND a.state = 'running')",
+          "UPDATE array_works SET open = 0 WHERE array = ?1 AND open = 1 AND NOT EXISTS "
+          "(SELECT 1 FROM attempts a WHERE a.id = array_works.attempt AND a.state = 'running')",
           array)
         .run();
     impl_->endArrayWhenDone(array);
@@ -186,64 +194,61 @@ void Queue::dropArray(ArrayId array) {
 }
 
 std::vector<ArrayRecord> Queue::openArrays(std::optional<JobId> job) {
-  std::vector<ArrayRecord> result;
-  const auto readAll = [&](Query& row) {
-    while (row.next()) {
-      result.push_back(readArray(row));
-    }
-  };
-  if (job) {
-    Query row(impl_->database, statements::openArraysOfJob, *job);
-    readAll(row);
-  } else {
-    Query row(impl_->database, statements::openArrays);
-    readAll(row);
+  return job ? readArrays(Query(impl_->database, statements::openArraysOfJob, *job))
+             : readArrays(Query(impl_->database, statements::openArrays));
+}
+
+std::vector<ArrayRecord> Queue::leftArrays() {
+  return readArrays(Query(impl_->database, statements::leftArrays));
+}
+
+void Queue::noteGone(ArrayId array) {
+  impl_->database.write(
+      [&] { Query(impl_->database, "UPDATE arrays SET gone = 1 WHERE id = ?1", array).run(); });
+}
+
+std::vector<ArrayWork> Queue::openArrayWorks(ArrayId array) {
+  std::vector<ArrayWork> result;
+  for (Query row(impl_->database, statements::openArrayWorks, array); row.next();) {
+    ArrayWork& work = result.emplace_back();
+    work.array = array;
+    work.position = static_cast<std::size_t>(row.number());
+    work.work = row.number();
+    work.run = row.frames();
+    work.number = row.integer();
+    work.attempt = row.number();
+    work.workState = row.state<WorkState>();
+    work.state = row.text();
+    work.reason = row.text();
+    work.node = row.text();
+    work.restarts = row.integer();
   }
   return result;
 }
 
-std::vector<PlacedWork> Queue::openPlaces(ArrayId array) {
-  std::vector<PlacedWork> result;
-  for (Query row(impl_->database, statements::openPlaces, array); row.next();) {
-    PlacedWork& place = result.emplace_back();
-    place.array = array;
-    place.place = static_cast<std::size_t>(row.number());
-    place.work = row.number();
-    place.run = row.frames();
-    place.number = row.integer();
-    place.attempt = row.number();
-    place.workState = row.state<WorkState>();
-    place.state = row.text();
-    place.reason = row.text();
-    place.node = row.text();
-    place.restarts = row.integer();
-  }
-  return result;
-}
-
-void Queue::noteTask(const PlacedWork& place) {
+void Queue::noteTask(const ArrayWork& work) {
   {
-    Query row(impl_->database, statements::taskOfPlace, place.array, place.place);
-    if (!row.next() || (row.text() == place.state && row.text() == place.reason && row.text() == place.node &&
-                        row.integer() == place.restarts)) {
+    Query row(impl_->database, statements::taskOfArrayWork, work.array, work.position);
+    if (!row.next() || (row.text() == work.state && row.text() == work.reason && row.text() == work.node &&
+                        row.integer() == work.restarts)) {
       return;
     }
   }
   impl_->database.write([&] {
-    Query(impl_->database, statements::noteTask, place.array, place.place, place.state, place.reason,
-          place.node, place.restarts)
+    Query(impl_->database, statements::noteTask, work.array, work.position, work.state, work.reason,
+          work.node, work.restarts)
         .run();
   });
 }
 
-std::optional<Queue::Impl::Place> Queue::Impl::openPlace(ArrayId array, std::size_t place) {
-  Query row(database, statements::openPlace, array, place);
+std::optional<Queue::Impl::OpenArrayWork> Queue::Impl::openArrayWork(ArrayId array, std::size_t position) {
+  Query row(database, statements::openArrayWork, array, position);
   if (!row.next()) {
     return std::nullopt;
   }
-  Place result;
+  OpenArrayWork result;
   result.array = array;
-  result.place = place;
+  result.position = position;
   result.work = row.number();
   result.run = row.frames();
   result.number = row.integer();
@@ -268,43 +273,43 @@ EngineId Queue::Impl::clusterEngine() {
   return database.lastId();
 }
 
-AttemptId Queue::Impl::insertPlacedAttempt(const Place& place, WorkId work, Moment started) {
-  Query(database, statements::insertAttempt, place.job, work, clusterEngine(), place.run.First,
-        place.run.Last, place.number, started)
+AttemptId Queue::Impl::insertArrayAttempt(const OpenArrayWork& given, WorkId work, Moment started) {
+  Query(database, statements::insertAttempt, given.job, work, clusterEngine(), given.run.First,
+        given.run.Last, given.number, started)
       .run();
   const AttemptId attempt = database.lastId();
-  if (place.startsJob) {
-    Query(database, statements::startClusterJob, place.job, started).run();
+  if (given.startsJob) {
+    Query(database, statements::startClusterJob, given.job, started).run();
   }
   return attempt;
 }
 
-AttemptId Queue::Impl::beginPlaced(const Place& place, Moment started) {
-  const AttemptId attempt = insertPlacedAttempt(place, place.work, started);
-  Query(database, statements::startPlaced, place.work, nameOf(WorkState::Running), place.number, attempt)
+AttemptId Queue::Impl::beginArrayWork(const OpenArrayWork& given, Moment started) {
+  const AttemptId attempt = insertArrayAttempt(given, given.work, started);
+  Query(database, statements::startArrayWork, given.work, nameOf(WorkState::Running), given.number, attempt)
       .run();
-  Query(database, statements::notePlaced, place.array, place.place, attempt).run();
+  Query(database, statements::noteArrayAttempt, given.array, given.position, attempt).run();
   return attempt;
 }
 
-AttemptId Queue::beginPlaced(ArrayId array, std::size_t place, Moment started) {
-  const auto known = [&](const std::optional<Impl::Place>& found) {
+AttemptId Queue::beginArrayWork(ArrayId array, std::size_t position, Moment started) {
+  const auto known = [&](const std::optional<Impl::OpenArrayWork>& found) {
     return !found || found->attempt != 0 || !found->ready;
   };
   // Mostly it is; that needs no right to write.
-  std::optional<Impl::Place> found = impl_->openPlace(array, place);
+  std::optional<Impl::OpenArrayWork> found = impl_->openArrayWork(array, position);
   if (!known(found)) {
     impl_->database.write([&] {
-      found = impl_->openPlace(array, place);
+      found = impl_->openArrayWork(array, position);
       if (!known(found)) {
-        found->attempt = impl_->beginPlaced(*found, started);
+        found->attempt = impl_->beginArrayWork(*found, started);
       }
     });
   }
   return found ? found->attempt : 0;
 }
 
-void Queue::noteBeat(const PlacedBeat& beat) {
+void Queue::noteBeat(const AttemptBeat& beat) {
   impl_->database.write([&] {
     if (!Query(impl_->database, statements::isRunning, beat.attempt).next()) {
       return;
@@ -316,10 +321,10 @@ void Queue::noteBeat(const PlacedBeat& beat) {
   });
 }
 
-std::vector<PlacedBeat> Queue::beats(JobId job) {
-  std::vector<PlacedBeat> result;
+std::vector<AttemptBeat> Queue::beats(JobId job) {
+  std::vector<AttemptBeat> result;
   for (Query row(impl_->database, statements::beatsOfJob, job); row.next();) {
-    PlacedBeat& beat = result.emplace_back();
+    AttemptBeat& beat = result.emplace_back();
     beat.attempt = row.number();
     beat.seen = row.moment();
     beat.silent = std::chrono::duration<double>(std::chrono::microseconds(row.number())).count();
@@ -328,17 +333,17 @@ std::vector<PlacedBeat> Queue::beats(JobId job) {
     beat.log = row.text();
   }
   std::sort(result.begin(), result.end(),
-            [](const PlacedBeat& one, const PlacedBeat& other) { return one.attempt < other.attempt; });
+            [](const AttemptBeat& one, const AttemptBeat& other) { return one.attempt < other.attempt; });
   return result;
 }
 
-bool Queue::settlePlaced(ArrayId array, std::size_t place, Moment started, Outcome outcome) {
+bool Queue::settleArrayWork(ArrayId array, std::size_t position, Moment started, Outcome outcome) {
   if (outcome.state == AttemptState::Running) {
     throw mistake("An attempt cannot be settled as running");
   }
   bool again = false;
   impl_->database.write([&] {
-    const std::optional<Impl::Place> found = impl_->openPlace(array, place);
+    const std::optional<Impl::OpenArrayWork> found = impl_->openArrayWork(array, position);
     if (!found) {
       return;
     }
@@ -347,25 +352,25 @@ bool Queue::settlePlaced(ArrayId array, std::size_t place, Moment started, Outco
       again = impl_->settleUnseen(*found, started, outcome);
     } else {
       if (found->attempt == 0) {
-        outcome.attempt = impl_->beginPlaced(*found, started);
+        outcome.attempt = impl_->beginArrayWork(*found, started);
       }
       again = impl_->settle(outcome);
     }
-    impl_->closePlace(*found, outcome.attempt);
+    impl_->closeArrayWork(*found, outcome.attempt);
   });
   return again;
 }
 
-bool Queue::Impl::settleUnseen(const Place& place, Moment started, Outcome& outcome) {
+bool Queue::Impl::settleUnseen(const OpenArrayWork& given, Moment started, Outcome& outcome) {
   std::vector<Work> works;
   {
-    Query row(database, statements::partsOfPlace, place.job, place.run.First, place.run.Last);
+    Query row(database, statements::partsOfArrayWork, given.job, given.run.First, given.run.Last);
     while (row.next()) {
       Work& work = works.emplace_back();
       work.id = row.number();
-      work.job = place.job;
+      work.job = given.job;
       work.run = row.frames();
-      work.place = row.number();
+      work.position = row.number();
       work.attempts = row.integer();
       work.tries = row.integer();
       work.losses = row.integer();
@@ -373,39 +378,40 @@ bool Queue::Impl::settleUnseen(const Place& place, Moment started, Outcome& outc
     }
   }
   if (works.empty()) {
-    return false; // in a sound queue they all stay till the place closes
+    return false; // in a sound queue they all stay till it is closed
   }
-  outcome.attempt = insertPlacedAttempt(place, works.front().id, started);
+  outcome.attempt = insertArrayAttempt(given, works.front().id, started);
   for (Work& work : works) {
-    work.attempts = place.number;
+    work.attempts = given.number;
     work.attempt = outcome.attempt;
-    Query(database, statements::startPlaced, work.id, nameOf(work.state), work.attempts, work.attempt).run();
+    Query(database, statements::startArrayWork, work.id, nameOf(work.state), work.attempts, work.attempt)
+        .run();
   }
   Settling settling;
   Work first;
   return readSettling(outcome.attempt, settling, first) && settleWorks(outcome, settling, works);
 }
 
-void Queue::Impl::closePlace(const Place& place, AttemptId attempt) {
-  Query(database, statements::closePlaced, place.array, place.place, attempt).run();
+void Queue::Impl::closeArrayWork(const OpenArrayWork& given, AttemptId attempt) {
+  Query(database, statements::closeArrayWork, given.array, given.position, attempt).run();
   Query(database, statements::dropBeat, attempt).run();
-  endArrayWhenDone(place.array);
+  endArrayWhenDone(given.array);
 }
 
 void Queue::Impl::endArrayWhenDone(ArrayId array) {
-  if (!Query(database, statements::anyOpenPlace, array).next()) {
+  if (!Query(database, statements::anyOpenArrayWork, array).next()) {
     Query(database, "UPDATE arrays SET state = 'over' WHERE id = ?1", array).run();
   }
 }
 
-void Queue::closePlace(ArrayId array, std::size_t place) {
+void Queue::closeArrayWork(ArrayId array, std::size_t position) {
   impl_->database.write([&] {
-    const std::optional<Impl::Place> found = impl_->openPlace(array, place);
+    const std::optional<Impl::OpenArrayWork> found = impl_->openArrayWork(array, position);
     if (found && found->attempt != 0) {
-      throw mistake(nameOfPlace(array, place) + " has an attempt, so only a result closes it");
+      throw mistake(nameOfArrayWork(array, position) + " has an attempt, so only a result closes it");
     }
     if (found) {
-      impl_->closePlace(*found, 0);
+      impl_->closeArrayWork(*found, 0);
     }
   });
 }

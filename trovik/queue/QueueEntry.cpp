@@ -156,7 +156,7 @@ void Queue::Impl::takeFound(const BegunJob& begun, const NewJob& job, const Begu
     }
     const std::vector<FrameRun> runs = found.runs();
     cutWorks(begun.id, runs,
-             "SELECT id, first, last, place, attempts, attempt, tries, losses, state FROM works "
+             "SELECT id, first, last, position, attempts, attempt, tries, losses, state FROM works "
              "WHERE job = ?1 AND state IN ('ready', 'failed', 'canceled')",
              WorkState::Good);
   }

@@ -32,10 +32,10 @@ void Queue::Impl::putParts(const Work& work, std::span<const WorkPart> parts) {
       .run();
   for (const WorkPart& part : parts.subspan(1)) {
     Query(database,
-          "INSERT INTO works (job, state, place, first, last, attempts, tries, losses, attempt) "
+          "INSERT INTO works (job, state, position, first, last, attempts, tries, losses, attempt) "
           "VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9)",
-          work.job, nameOf(part.state), work.place, part.run.First, part.run.Last, work.attempts, part.tries,
-          part.losses, work.attempt)
+          work.job, nameOf(part.state), work.position, part.run.First, part.run.Last, work.attempts,
+          part.tries, part.losses, work.attempt)
         .run();
   }
 }
@@ -55,8 +55,8 @@ bool Queue::Impl::hasRunning(JobId job) {
 
 void Queue::Impl::setOpen(JobId job) {
   Query(database,
-        "UPDATE jobs SET state = iif(started IS NULL, 'waiting', 'running'), canceling = 0, aside = 0, "
-        "end_due = 0, ended = NULL, alike = '', alike_count = 0 WHERE id = ?1",
+        "UPDATE jobs SET state = iif(started IS NULL, 'waiting', 'running'), canceling = 0, end_due = 0, "
+        "ended = NULL, alike = '', alike_count = 0 WHERE id = ?1",
         job)
       .run();
   noteLastFailure(job);
@@ -96,8 +96,7 @@ void Queue::Impl::endWhenDone(JobId job) {
   if (hadEnded) {
     Query(database, "UPDATE jobs SET state = ?2 WHERE id = ?1", job, nameOf(state)).run();
   } else {
-    Query(database,
-          "UPDATE jobs SET state = ?2, canceling = 0, aside = 0, end_due = 1, ended = ?3 WHERE id = ?1", job,
+    Query(database, "UPDATE jobs SET state = ?2, canceling = 0, end_due = 1, ended = ?3 WHERE id = ?1", job,
           nameOf(state), now())
         .run();
   }

@@ -16,7 +16,7 @@ struct StoredWork {
   WorkId id = 0;
   JobId job = 0;
   FrameRun run;
-  std::int64_t place = 0; ///< where it stands in its job's order
+  std::int64_t position = 0; ///< where it stands in its job's order
   int attempts = 0;
   AttemptId attempt = 0; ///< the last
   int tries = 0;         ///< failed ones since it was submitted or retried
@@ -61,7 +61,7 @@ public:
   void makeReady(JobId job, std::span<const FrameRun> wanted);
   /// Cuts works by these frames; what lies inside gets the state, and all tries
   /// are before it. `works` is a
-  /// statement for those of a job: id, first, last, place, attempts, attempt,
+  /// statement for those of a job: id, first, last, position, attempts, attempt,
   /// tries, losses, state.
   void cutWorks(JobId job, std::span<const FrameRun> wanted, const char* works, WorkState inside);
   /// Whether an engine that lives, and is older than the one that is given (0
@@ -107,27 +107,27 @@ public:
   /// The reason of the failed work that ended last, as the job's note.
   void noteLastFailure(JobId job);
 
-  /// An open place of an array job.
-  struct Place {
+  /// A work of an array job whose end is awaited.
+  struct OpenArrayWork {
     ArrayId array = 0;
-    std::size_t place = 0;
+    std::size_t position = 0;
     WorkId work = 0;
     FrameRun run;
     int number = 1;
     AttemptId attempt = 0;
     JobId job = 0;
-    bool ready = false;     ///< its work waits and is as it was placed
+    bool ready = false;     ///< its work waits and is as it was given to the array
     bool startsJob = false; ///< nothing of its job was started before
   };
-  std::optional<Place> openPlace(ArrayId array, std::size_t place);
+  std::optional<OpenArrayWork> openArrayWork(ArrayId array, std::size_t position);
   /// The engine that stands for the cluster, entered when it is missing.
   EngineId clusterEngine();
-  /// Puts down an attempt at a placed work, with `work` as the work that it is
+  /// Puts down an attempt at a work of an array, with `work` as the work that it is
   /// at. It runs from then on.
-  AttemptId insertPlacedAttempt(const Place& place, WorkId work, Moment started);
-  AttemptId beginPlaced(const Place& place, Moment started);
-  bool settleUnseen(const Place& place, Moment started, Outcome& outcome);
-  void closePlace(const Place& place, AttemptId attempt);
+  AttemptId insertArrayAttempt(const OpenArrayWork& given, WorkId work, Moment started);
+  AttemptId beginArrayWork(const OpenArrayWork& given, Moment started);
+  bool settleUnseen(const OpenArrayWork& given, Moment started, Outcome& outcome);
+  void closeArrayWork(const OpenArrayWork& given, AttemptId attempt);
   void endArrayWhenDone(ArrayId array);
 
   /// The text by which the processes of an attempt are known, on this machine

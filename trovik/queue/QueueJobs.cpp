@@ -75,12 +75,12 @@ JobId Queue::submit(const NewJob& job) {
           .run();
     }
     Query(database, "INSERT INTO streams (job, packed) VALUES (?1, ?2)", id, Blob{job.packed}).run();
-    std::int64_t place = 0;
+    std::int64_t position = 0;
     const auto insert = [&](const FrameRun& run, WorkState state) {
       Query(database,
-            "INSERT INTO works (job, state, place, first, last, attempts, tries, losses, attempt) "
+            "INSERT INTO works (job, state, position, first, last, attempts, tries, losses, attempt) "
             "VALUES (?1, ?2, ?3, ?4, ?5, 0, 0, 0, 0)",
-            id, nameOf(state), place++, run.First, run.Last)
+            id, nameOf(state), position++, run.First, run.Last)
           .run();
     };
     for (const FrameRun& run : job.works) {
@@ -128,7 +128,7 @@ bool Queue::cancel(JobId id) {
 void Queue::stop(JobId id, const std::string& note) {
   impl_->database.writeFromReserve([&] {
     Query(impl_->database,
-          "UPDATE jobs SET state = 'stopped', aside = 1, note = ?2, ended = ?3 "
+          "UPDATE jobs SET state = 'stopped', note = ?2, ended = ?3 "
           "WHERE id = ?1 AND state IN ('waiting', 'running') AND canceling = 0",
           id, note, now())
         .run();
@@ -192,7 +192,7 @@ std::size_t Queue::Impl::retry(JobId job, const std::optional<RunSet>& only) {
 
 void Queue::Impl::makeReady(JobId job, std::span<const FrameRun> wanted) {
   cutWorks(job, wanted,
-           "SELECT id, first, last, place, attempts, attempt, tries, losses, state FROM works "
+           "SELECT id, first, last, position, attempts, attempt, tries, losses, state FROM works "
            "WHERE job = ?1 AND state IN ('failed', 'canceled', 'good')",
            WorkState::Ready);
 }
@@ -209,7 +209,7 @@ void Queue::Impl::cutWorks(JobId job, std::span<const FrameRun> wanted, const ch
     cut.work.id = row.number();
     cut.work.job = job;
     cut.work.run = row.frames();
-    cut.work.place = row.number();
+    cut.work.position = row.number();
     cut.work.attempts = row.integer();
     cut.work.attempt = row.number();
     cut.work.tries = row.integer();

@@ -111,7 +111,7 @@ bool Queue::Impl::readSettling(AttemptId attempt, Settling& settling, Work& work
   work.job = settling.job = row.number();
   work.id = row.number();
   work.run = row.frames();
-  work.place = row.number();
+  work.position = row.number();
   work.attempts = row.integer();
   work.attempt = attempt;
   work.tries = row.integer();
@@ -165,8 +165,7 @@ bool Queue::Impl::settleWorks(const Outcome& outcome, const Settling& settling, 
     // Where nothing waits any more the job ends by itself.
     if (open && failedFirst && count >= settling.stopAfter && hasReady(settling.job)) {
       open = false;
-      Query(database,
-            "UPDATE jobs SET state = 'stopped', aside = 0, end_due = 1, note = ?2, ended = ?3 WHERE id = ?1",
+      Query(database, "UPDATE jobs SET state = 'stopped', end_due = 1, note = ?2, ended = ?3 WHERE id = ?1",
             settling.job, stopNote(count, reason), now())
           .run();
     }

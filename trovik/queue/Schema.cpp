@@ -209,7 +209,24 @@ constexpr const char* version4 = R"sql(
 ALTER TABLE jobs ADD COLUMN home TEXT NOT NULL DEFAULT '';
 )sql";
 
-constexpr std::array steps = {version1, version2, version3, version4};
+// A work of an array stays open until nobody can render it any more. It has a
+// position of its own and not that of its task, since a task may have several.
+// The cluster may keep tasks of an array that is over: it put one back and holds
+// it. So an array is asked about until none is left.
+constexpr const char* version5 = R"sql(
+ALTER TABLE jobs DROP COLUMN aside;
+ALTER TABLE works RENAME COLUMN place TO position;
+ALTER TABLE placed RENAME TO array_works;
+ALTER TABLE array_works RENAME COLUMN place TO position;
+DROP INDEX placed_open;
+DROP INDEX placed_work;
+CREATE INDEX array_works_open ON array_works (array, position) WHERE open = 1;
+CREATE UNIQUE INDEX array_works_work ON array_works (work) WHERE open = 1;
+ALTER TABLE arrays ADD COLUMN gone INTEGER NOT NULL DEFAULT 0;
+CREATE INDEX arrays_left ON arrays (id) WHERE state = 'over' AND cluster <> 0 AND gone = 0;
+)sql";
+
+constexpr std::array steps = {version1, version2, version3, version4, version5};
 
 int numberOf(Database& database, const char* sql) {
   Query query(database, sql);

@@ -13,7 +13,7 @@ inline constexpr const char* openJobs =
     "WHERE run_on = 'local' AND state IN ('waiting', 'running') ORDER BY priority DESC, id";
 inline constexpr const char* readyWorks =
     "SELECT id, first, last, attempts, tries FROM works INDEXED BY works_open "
-    "WHERE job = ?1 AND state = 'ready' ORDER BY tries, place, first LIMIT ?2";
+    "WHERE job = ?1 AND state = 'ready' ORDER BY tries, position, first LIMIT ?2";
 inline constexpr const char* insertAttempt =
     "INSERT INTO attempts (id, job, work, engine, state, rule, first, last, number, started) "
     "SELECT max(coalesce((SELECT max(id) FROM attempts), 0), last_attempt) + 1, "
@@ -37,7 +37,7 @@ inline constexpr const char* dropUnchecked =
     "DELETE FROM files INDEXED BY files_attempt WHERE attempt = ?1 AND checked = 0";
 
 inline constexpr const char* attemptToSettle =
-    "SELECT a.job, a.work, a.first, a.last, w.place, w.attempts, w.tries, w.losses, "
+    "SELECT a.job, a.work, a.first, a.last, w.position, w.attempts, w.tries, w.losses, "
     "j.state, j.canceling, j.has_frames, j.retries, j.stop_after, j.alike, j.alike_count "
     "FROM attempts a CROSS JOIN works w ON w.id = a.work CROSS JOIN jobs j ON j.id = a.job "
     "WHERE a.id = ?1 AND a.state = 'running'";
@@ -83,44 +83,49 @@ inline constexpr const char* openArrays =
 inline constexpr const char* openArraysOfJob =
     "SELECT id, job, number, state, name, cluster, per_task, canceling, submitted "
     "FROM arrays INDEXED BY arrays_job WHERE job = ?1 AND state IN ('prepared', 'submitted') ORDER BY number";
-inline constexpr const char* worksToPlace =
+inline constexpr const char* leftArrays =
+    "SELECT id, job, number, state, name, cluster, per_task, canceling, submitted "
+    "FROM arrays INDEXED BY arrays_left WHERE state = 'over' AND cluster <> 0 AND gone = 0 ORDER BY id";
+inline constexpr const char* readyWorksOfJob =
     "SELECT id, first, last, attempts, attempt FROM works INDEXED BY works_open "
-    "WHERE job = ?1 AND state = 'ready' ORDER BY tries, place, first";
+    "WHERE job = ?1 AND state = 'ready' ORDER BY tries, position, first";
 inline constexpr const char* openRuns =
     "SELECT p.first, p.last FROM arrays a INDEXED BY arrays_job "
-    "CROSS JOIN placed p INDEXED BY placed_open ON p.array = a.id "
+    "CROSS JOIN array_works p INDEXED BY array_works_open ON p.array = a.id "
     "WHERE a.job = ?1 AND a.state IN ('prepared', 'submitted') AND p.open = 1";
-inline constexpr const char* insertPlaced =
-    "INSERT INTO placed (array, place, work, first, last, number) VALUES (?1, ?2, ?3, ?4, ?5, ?6)";
-// A work that was cut meanwhile is wanted no more as it was placed.
-inline constexpr const char* openPlaces =
-    "SELECT p.place, p.work, p.first, p.last, p.number, p.attempt, "
+inline constexpr const char* insertArrayWork =
+    "INSERT INTO array_works (array, position, work, first, last, number) VALUES (?1, ?2, ?3, ?4, ?5, ?6)";
+// A work that was cut meanwhile is wanted no more as it was given to the array.
+inline constexpr const char* openArrayWorks =
+    "SELECT p.position, p.work, p.first, p.last, p.number, p.attempt, "
     "iif(w.first = p.first AND w.last = p.last, w.state, 'canceled'), p.state, p.reason, p.node, p.restarts "
-    "FROM placed p INDEXED BY placed_open CROSS JOIN works w ON w.id = p.work "
-    "WHERE p.array = ?1 AND p.open = 1 ORDER BY p.place";
-inline constexpr const char* anyOpenPlace =
-    "SELECT 1 FROM placed INDEXED BY placed_open WHERE array = ?1 AND open = 1 LIMIT 1";
-inline constexpr const char* openPlace =
+    "FROM array_works p INDEXED BY array_works_open CROSS JOIN works w ON w.id = p.work "
+    "WHERE p.array = ?1 AND p.open = 1 ORDER BY p.position";
+inline constexpr const char* anyOpenArrayWork =
+    "SELECT 1 FROM array_works INDEXED BY array_works_open WHERE array = ?1 AND open = 1 LIMIT 1";
+inline constexpr const char* openArrayWork =
     "SELECT p.work, p.first, p.last, p.number, p.attempt, w.state, w.first, w.last, j.id, "
     "j.state = 'waiting' OR j.started IS NULL "
-    "FROM placed p CROSS JOIN works w ON w.id = p.work CROSS JOIN jobs j ON j.id = w.job "
-    "WHERE p.array = ?1 AND p.place = ?2 AND p.open = 1";
-inline constexpr const char* partsOfPlace =
-    "SELECT id, first, last, place, attempts, tries, losses, state FROM works INDEXED BY works_job "
+    "FROM array_works p CROSS JOIN works w ON w.id = p.work CROSS JOIN jobs j ON j.id = w.job "
+    "WHERE p.array = ?1 AND p.position = ?2 AND p.open = 1";
+inline constexpr const char* partsOfArrayWork =
+    "SELECT id, first, last, position, attempts, tries, losses, state FROM works INDEXED BY works_job "
     "WHERE job = ?1 AND first BETWEEN ?2 AND ?3 AND last <= ?3 AND state IN ('ready', 'canceled') "
     "ORDER BY first";
-inline constexpr const char* startPlaced =
+inline constexpr const char* startArrayWork =
     "UPDATE works SET state = ?2, attempts = ?3, attempt = ?4 WHERE id = ?1";
 inline constexpr const char* startClusterJob =
     "UPDATE jobs SET state = iif(state = 'waiting', 'running', state), started = coalesce(started, ?2) "
     "WHERE id = ?1";
-inline constexpr const char* notePlaced = "UPDATE placed SET attempt = ?3 WHERE array = ?1 AND place = ?2";
-inline constexpr const char* closePlaced =
-    "UPDATE placed SET open = 0, attempt = ?3 WHERE array = ?1 AND place = ?2";
-inline constexpr const char* taskOfPlace =
-    "SELECT state, reason, node, restarts FROM placed WHERE array = ?1 AND place = ?2";
-inline constexpr const char* noteTask = "UPDATE placed SET state = ?3, reason = ?4, node = ?5, restarts = ?6 "
-                                        "WHERE array = ?1 AND place = ?2";
+inline constexpr const char* noteArrayAttempt =
+    "UPDATE array_works SET attempt = ?3 WHERE array = ?1 AND position = ?2";
+inline constexpr const char* closeArrayWork =
+    "UPDATE array_works SET open = 0, attempt = ?3 WHERE array = ?1 AND position = ?2";
+inline constexpr const char* taskOfArrayWork =
+    "SELECT state, reason, node, restarts FROM array_works WHERE array = ?1 AND position = ?2";
+inline constexpr const char* noteTask =
+    "UPDATE array_works SET state = ?3, reason = ?4, node = ?5, restarts = ?6 "
+    "WHERE array = ?1 AND position = ?2";
 inline constexpr const char* noteBeat =
     "INSERT OR REPLACE INTO beats (attempt, seen, silent, log_bytes, stage, log) "
     "VALUES (?1, ?2, ?3, ?4, ?5, ?6)";
@@ -132,13 +137,13 @@ inline constexpr const char* beatsOfJob =
 
 // Those that look for nothing are left out.
 inline constexpr std::array all = {
-    openJobs,        readyWorks,   insertAttempt,    startWork,       startJob,     noteProcess,
-    isRunning,       insertFile,   dropUnchecked,    attemptToSettle, endAttempt,   endWork,
-    anyReady,        anyRunning,   canceledAttempts, runningOfEngine, runningOfJob, newFilesOfJob,
-    dueJobs,         aliveEngines, lastOfFile,       clusterJobs,     jobsOfArrays, openArrays,
-    openArraysOfJob, worksToPlace, openRuns,         openPlaces,      anyOpenPlace, openPlace,
-    partsOfPlace,    startPlaced,  startClusterJob,  notePlaced,      closePlaced,  taskOfPlace,
-    noteTask,        noteLog,      dropBeat,         beatsOfJob,      noteEnd,
+    openJobs,         readyWorks,      insertAttempt,    startWork,        startJob,         noteProcess,
+    isRunning,        insertFile,      dropUnchecked,    attemptToSettle,  endAttempt,       endWork,
+    anyReady,         anyRunning,      canceledAttempts, runningOfEngine,  runningOfJob,     newFilesOfJob,
+    dueJobs,          aliveEngines,    lastOfFile,       clusterJobs,      jobsOfArrays,     openArrays,
+    openArraysOfJob,  readyWorksOfJob, openRuns,         openArrayWorks,   anyOpenArrayWork, openArrayWork,
+    partsOfArrayWork, startArrayWork,  startClusterJob,  noteArrayAttempt, closeArrayWork,   taskOfArrayWork,
+    noteTask,         noteLog,         dropBeat,         beatsOfJob,       leftArrays,       noteEnd,
 };
 
 } // namespace trovik::statements

@@ -252,9 +252,9 @@ struct ArrayRecord {
 
 /// A work that was given to a task of an array job. While it is open no other
 /// task gets that work: there may be a process that renders it.
-struct PlacedWork {
+struct ArrayWork {
   ArrayId array = 0;
-  std::size_t place = 0; ///< in the array's plan
+  std::size_t position = 0; ///< in the array's plan
   WorkId work = 0;
   FrameRun run;
   int number = 1;                         ///< of the attempt
@@ -268,8 +268,8 @@ struct PlacedWork {
   int restarts = 0;
 };
 
-/// What is known of the running attempt of a placed work, from its beats.
-struct PlacedBeat {
+/// What is known of the running attempt of a work of an array, from its beats.
+struct AttemptBeat {
   AttemptId attempt = 0;
   std::string log; ///< empty while it printed nothing
   std::int64_t logBytes = 0;
@@ -303,6 +303,7 @@ struct LostAttempt {
   std::string mark;
   int process = 0;               ///< the process group; 0 when it was not noted
   bool sameBoot = true;          ///< false: the machine was started anew since, so nothing of it runs
+  bool logRead = false;          ///< its job object has read its log, the whole of it
   std::vector<FileRecord> files; ///< that the program had named
   std::optional<ProgramEnd> end; ///< where it was seen
 };

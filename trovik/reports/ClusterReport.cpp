@@ -14,14 +14,14 @@ using namespace std::string_literals;
 constexpr std::chrono::seconds usualSilence{30}; // a beat comes every few seconds, and is read now and then
 constexpr double longSilence = 60;               // of a program, in seconds
 
-const PlacedBeat* beatOf(const ClusterReport& report, AttemptId attempt) {
+const AttemptBeat* beatOf(const ClusterReport& report, AttemptId attempt) {
   const auto beat = std::find_if(report.beats.begin(), report.beats.end(),
-                                 [&](const PlacedBeat& one) { return one.attempt == attempt; });
+                                 [&](const AttemptBeat& one) { return one.attempt == attempt; });
   return beat == report.beats.end() ? nullptr : &*beat;
 }
 
 /// A beat tells of the moment at which it was made.
-double silenceOf(const PlacedBeat& beat, Moment now) {
+double silenceOf(const AttemptBeat& beat, Moment now) {
   return beat.silent + secondsOf(between(beat.seen, now));
 }
 
@@ -32,7 +32,7 @@ std::string runningOnCluster(const ClusterReport& report, AttemptId attempt, Mom
   if (const auto node = report.nodes.find(attempt); node != report.nodes.end() && !node->second.empty()) {
     text += ", on " + node->second;
   }
-  const PlacedBeat* beat = beatOf(report, attempt);
+  const AttemptBeat* beat = beatOf(report, attempt);
   if (beat == nullptr) {
     return text + ", no sign of life yet";
   }
@@ -52,7 +52,7 @@ std::string runningOnCluster(const ClusterReport& report, AttemptId attempt, Mom
 
 void fillRunning(Json& json, const ClusterReport& report, AttemptId attempt, Moment now) {
   const auto node = report.nodes.find(attempt);
-  const PlacedBeat* beat = beatOf(report, attempt);
+  const AttemptBeat* beat = beatOf(report, attempt);
   json["node"] = node == report.nodes.end() || node->second.empty() ? Json(nullptr) : Json(node->second);
   json["sign"] = beat == nullptr ? Json(nullptr) : Json(secondsOf(between(beat->seen, now)));
   json["stage"] = beat == nullptr ? Json(nullptr) : Json(beat->stage);
@@ -64,29 +64,29 @@ ClusterReport clusterReport(Queue& queue, const JobRecord& job) {
   ClusterReport report;
   report.contact = queue.clusterContact();
   report.beats = queue.beats(job.id);
-  report.unplaced = queue.unplaced(job.id).size();
+  report.unsubmitted = queue.worksToSubmit(job.id).size();
   for (const ArrayRecord& array : queue.openArrays(job.id)) {
     std::map<std::pair<std::string, std::string>, std::size_t> known;
     std::map<std::pair<std::string, std::string>, std::size_t> lastTask;
-    for (const PlacedWork& place : queue.openPlaces(array.id)) {
-      if (place.attempt != 0) {
-        report.nodes[place.attempt] = place.node;
+    for (const ArrayWork& work : queue.openArrayWorks(array.id)) {
+      if (work.attempt != 0) {
+        report.nodes[work.attempt] = work.node;
       }
       // One that was put back waits again, whatever it has begun.
-      const bool running = place.attempt != 0 && place.state != "PENDING";
+      const bool running = work.attempt != 0 && work.state != "PENDING";
       // Of what is being ended nothing else is of interest.
       const std::pair key = array.canceling ? std::pair<std::string, std::string>()
                             : running       ? std::pair("running"s, ""s)
-                                            : std::pair(place.state, place.reason);
+                                            : std::pair(work.state, work.reason);
       const auto [group, fresh] = known.emplace(key, report.groups.size());
       if (fresh) {
         report.groups.push_back(
-            {array, 0, 0, running, place.state, place.reason,
-             running || array.canceling ? WaitingReason() : waitingReason(place.state, place.reason)});
+            {array, 0, 0, running, work.state, work.reason,
+             running || array.canceling ? WaitingReason() : waitingReason(work.state, work.reason)});
       }
       ClusterReport::Group& sum = report.groups[group->second];
       ++sum.works;
-      const std::size_t task = place.place / array.perTask;
+      const std::size_t task = work.position / array.perTask;
       const auto [last, first] = lastTask.emplace(key, task);
       if (first || last->second != task) {
         ++sum.tasks;
@@ -121,8 +121,8 @@ std::vector<std::pair<std::string, std::string>> clusterEntries(const ClusterRep
       entries.emplace_back("stuck", group.why.hintFor(group.array.cluster));
     }
   }
-  if (report.unplaced > 0) {
-    entries.emplace_back("cluster", counted(report.unplaced, "work") + " not submitted yet");
+  if (report.unsubmitted > 0) {
+    entries.emplace_back("cluster", counted(report.unsubmitted, "work") + " not submitted yet");
   }
   if (!report.contact.problem.empty()) {
     entries.emplace_back("trouble", "Slurm has not answered for " + ageText(report.contact.answered, now) +
@@ -147,7 +147,7 @@ Json clusterJson(const ClusterReport& report, Moment now) {
                               {"text", group.why.text.empty() ? Json(nullptr) : Json(group.why.text)},
                               {"hint", group.why.hint.empty() ? Json(nullptr) : Json(group.why.hint)}});
   }
-  json["unplaced"] = report.unplaced;
+  json["unplaced"] = report.unsubmitted;
   const bool ever = report.contact.answered != Moment{};
   json["answered"] = ever ? Json(secondsOf(between(report.contact.answered, now))) : Json(nullptr);
   json["problem"] = report.contact.problem.empty() ? Json(nullptr) : Json(report.contact.problem);

@@ -23,15 +23,15 @@ struct ClusterReport {
     WaitingReason why;  ///< of waiting ones
   };
   std::vector<Group> groups;
-  std::vector<PlacedBeat> beats;
+  std::vector<AttemptBeat> beats;
   std::map<AttemptId, std::string> nodes;
-  std::size_t unplaced = 0; ///< works that the cluster does not have yet
+  std::size_t unsubmitted = 0; ///< works that the cluster does not have yet
   ClusterContact contact;
 };
 
 ClusterReport clusterReport(Queue& queue, const JobRecord& job);
 
-/// What is told of a running work behind its time: its node, and the last sign
+/// What is said of a running work behind its time: its node, and the last sign
 /// of life.
 std::string runningOnCluster(const ClusterReport& report, AttemptId attempt, Moment now);
 

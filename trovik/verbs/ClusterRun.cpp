@@ -80,7 +80,7 @@ bool isTaken(Queue& queue, JobId id) {
   const std::vector<ArrayRecord> arrays = queue.openArrays(id);
   return std::none_of(arrays.begin(), arrays.end(),
                       [](const ArrayRecord& array) { return array.cluster == 0; }) &&
-         (!arrays.empty() || queue.unplaced(id).empty());
+         (!arrays.empty() || queue.worksToSubmit(id).empty());
 }
 
 /// The engine with all that must outlive it.
@@ -140,6 +140,12 @@ void collectFromCluster(Session& session, Queue& queue) {
 
 void tryCluster(Session& session, const Job& job, const std::optional<std::string>& shared) {
   refuseWithoutSlurm();
+  LocalMachine machine;
+  if (const std::string problem = SlurmClient::configurationProblem(machine); !problem.empty()) {
+    throw UsageError{"Slurm's programs know of no cluster: " + problem,
+                     "log in where jobs can be submitted; Slurm's configuration is /etc/slurm/slurm.conf, or "
+                     "the file that SLURM_CONF names"};
+  }
   clusterRequest(job);
   const ClusterSettings settings = clusterSettings(session.locations(), shared);
   std::error_code error;
@@ -162,13 +168,13 @@ std::string arraysText(Console& console, Queue& queue, const JobRecord& job) {
     text += console.coloured(Colour::Yellow, nameOf(job.state)) + "  " + console.shown(job.note) + '\n';
   }
   for (const ArrayRecord& array : queue.openArrays(job.id)) {
-    const std::size_t works = queue.openPlaces(array.id).size();
+    const std::size_t works = queue.openArrayWorks(array.id).size();
     text += (array.cluster == 0 ? "not submitted yet: "
                                 : "Slurm array job " + std::to_string(array.cluster) + ": ") +
             counted((works + array.perTask - 1) / array.perTask, "task") +
             (array.perTask > 1 ? " of up to " + counted(array.perTask, "work") : std::string()) + '\n';
   }
-  if (const std::size_t rest = queue.unplaced(job.id).size(); rest > 0) {
+  if (const std::size_t rest = queue.worksToSubmit(job.id).size(); rest > 0) {
     text +=
         counted(rest, "work") + " to be submitted; \"trovik watch " + std::to_string(job.id) + "\" does it\n";
   }

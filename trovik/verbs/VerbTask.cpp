@@ -1,3 +1,4 @@
+#include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
 #include "host/foundation/WholeNumber.h"
 #include "trovik/cluster/TaskRun.h"
@@ -47,6 +48,8 @@ int runTask(Session& session, const TaskOptions& options) {
     imageHelper(session);
   } catch (const UsageError& error) {
     problem = error.message;
+  } catch (...) { // a module may throw anything
+    problem = TakeCaughtText();
   }
   LocalMachine machine;
   ImageHelper images(session.locations().imageHelper());

@@ -105,7 +105,11 @@ void Recovery::begin() {
     start.tv_sec = static_cast<std::time_t>(seconds.time_since_epoch().count());
     render->CheckFilesSince(start);
   }
-  if (dynamic_cast<ProcessJob*>(job_.Get()) == nullptr || !lost_.sameBoot) {
+  if (dynamic_cast<ProcessJob*>(job_.Get()) == nullptr || (!lost_.sameBoot && !lost_.logRead)) {
+    return;
+  }
+  if (lost_.logRead) {
+    logWasRead_ = true;
     return;
   }
   if (lost_.end && lost_.end->printed == 0) {

@@ -13,7 +13,7 @@ std::string waiting(const std::string& reason, const std::string& state = "PENDI
 }
 
 TEST(WaitingReasons, WhatPassesByItselfIsNotStuck) {
-  EXPECT_EQ(waiting(""), "Slurm has not looked at it yet");
+  EXPECT_EQ(waiting(""), "Slurm has not considered it yet");
   EXPECT_EQ(waiting("Resources"), "the CPUs and the memory that it needs are taken");
   EXPECT_EQ(waiting("Priority"), "jobs of higher priority come first");
   EXPECT_EQ(
@@ -82,7 +82,7 @@ TEST(WaitingReasons, WhatCannotBeHadIsStuck) {
             "stuck: it asks for more memory than its partition allows / cancel it, and "
             "submit it anew with less: --set ClusterMemory=…");
   EXPECT_EQ(waiting("BadConstraints"),
-            "stuck: no node has what it asks for / cancel it, and submit it anew; look at "
+            "stuck: no node has what it asks for / cancel it, and submit it anew; check "
             "--constraint and its like in ClusterOptions");
   EXPECT_EQ(waiting("ReservationDeleted"),
             "stuck: its reservation was deleted / cancel it, and submit it anew "
@@ -226,9 +226,8 @@ TEST(TaskDeaths, ExitCodesOfTheScriptTellWhetherItBegan) {
       died(taskOf("FAILED", 127 << 8)),
       "never began: trovik was not found on node n2 / it must be there on every node; the key Program in the "
       "section [Slurm] of the settings names its path");
-  EXPECT_EQ(died(taskOf("FAILED", 126 << 8)),
-            "never began: trovik cannot be executed on node n2 / look at its "
-            "permissions and its kind of machine there");
+  EXPECT_EQ(died(taskOf("FAILED", 126 << 8)), "never began: trovik cannot be executed on node n2 / check its "
+                                              "permissions and its kind of machine there");
   EXPECT_EQ(died(taskOf("FAILED", 2 << 8)),
             "never began: The task could not be read on node n2 / the task's own log "
             "may tell why: task-INDEX.log in the folder of the job");
@@ -244,7 +243,7 @@ TEST(TaskDeaths, ARefusedSubmissionMayBeKeptAsFailedTasks) {
   ClusterTask task = taskOf("FAILED", 1, "");
   task.reason = "BadConstraints";
   EXPECT_EQ(died(task), "never began: No node has what the task asks for / submit the job anew with less: "
-                        "--set CPUs=…, --set ClusterMemory=…; look at ClusterOptions, too");
+                        "--set CPUs=…, --set ClusterMemory=…; check ClusterOptions, too");
 }
 
 TEST(TaskDeaths, AGoodEndWithoutAResultIsOne) {

@@ -176,12 +176,12 @@ TEST_F(JobFolderTest, EndComesBackAsItWas) {
     end.outcome.alike = "Error line: #";
     end.outcome.duration = std::chrono::microseconds(1234567);
     end.outcome.files = {fileRecord("/out/\xff.png", 1), fileRecord("/out/b", std::nullopt)};
-    const auto place = static_cast<std::size_t>(by);
-    EXPECT_FALSE(array.endOf(place));
-    EXPECT_FALSE(array.hasEnded(place));
-    ASSERT_TRUE(array.leave(place, end));
-    EXPECT_TRUE(array.hasEnded(place));
-    const WorkEnd read = array.endOf(place).value();
+    const auto position = static_cast<std::size_t>(by);
+    EXPECT_FALSE(array.endOf(position));
+    EXPECT_FALSE(array.hasEnded(position));
+    ASSERT_TRUE(array.leave(position, end));
+    EXPECT_TRUE(array.hasEnded(position));
+    const WorkEnd read = array.endOf(position).value();
     EXPECT_EQ(read.by, end.by);
     EXPECT_EQ(read.claim, end.claim);
     EXPECT_EQ(read.node, end.node);
@@ -228,14 +228,14 @@ RC_GTEST_PROP(FolderForms, DamagedTextIsRefusedOrReadAndNothingElse, (std::size_
 
 TEST_F(JobFolderTest, FirstOfManyResultsCounts) {
   constexpr int writers = 8;
-  constexpr int places = 40;
+  constexpr int positions = 40;
   std::vector<pid_t> processes;
   for (int writer = 1; writer <= writers; ++writer) {
     const pid_t process = fork();
     if (process == 0) {
       int won = 0;
-      for (std::size_t place = 0; place < places; ++place) {
-        won += array.leave(place, endOf(writer, writer)) ? 1 : 0;
+      for (std::size_t position = 0; position < positions; ++position) {
+        won += array.leave(position, endOf(writer, writer)) ? 1 : 0;
       }
       _exit(won);
     }
@@ -248,27 +248,27 @@ TEST_F(JobFolderTest, FirstOfManyResultsCounts) {
     ASSERT_TRUE(WIFEXITED(status));
     won += WEXITSTATUS(status);
   }
-  EXPECT_EQ(won, places);
-  for (std::size_t place = 0; place < places; ++place) {
-    const WorkEnd end = array.endOf(place).value();
+  EXPECT_EQ(won, positions);
+  for (std::size_t position = 0; position < positions; ++position) {
+    const WorkEnd end = array.endOf(position).value();
     EXPECT_EQ(end.outcome.good.text(), std::to_string(end.claim)); // all of it by one writer
-    EXPECT_FALSE(array.leave(place, endOf(99, 99)));
-    EXPECT_EQ(array.endOf(place).value().claim, end.claim);
+    EXPECT_FALSE(array.leave(position, endOf(99, 99)));
+    EXPECT_EQ(array.endOf(position).value().claim, end.claim);
   }
-  EXPECT_EQ(names().size(), places + 1U); // and no temporary
+  EXPECT_EQ(names().size(), positions + 1U); // and no temporary
 }
 
 TEST_F(JobFolderTest, KillsLeaveNoHalfFileAndWhatTheyLeaveIsSweptAway) {
   std::mt19937 random(std::random_device{}());
-  constexpr std::size_t places = 4000;
+  constexpr std::size_t positions = 4000;
   std::size_t next = 0;
   for (int kills = 0; kills < 30; ++kills) {
     const pid_t process = fork();
     if (process == 0) {
-      for (std::size_t place = next; place < places; ++place) {
+      for (std::size_t position = next; position < positions; ++position) {
         WorkEnd end = endOf(1, 1);
         end.outcome.reason = std::string(20000, 'r') + "end";
-        array.leave(place, end);
+        array.leave(position, end);
       }
       _exit(0);
     }

@@ -2,6 +2,7 @@
 
 #include "tests/trovik/TestJobs.h"
 #include "tests/trovik/cluster/FakeSite.h"
+#include "trovik/cluster/TaskProcess.h"
 
 #include <gtest/gtest.h>
 
@@ -69,26 +70,26 @@ protected:
     return claim;
   }
 
-  void begin(std::int64_t array, std::size_t place, int claim = 1) {
-    EXPECT_TRUE(folderOf(array).claim(place, claimed(claim)));
-    beat(array, place, claim, 1);
+  void begin(std::int64_t array, std::size_t position, int claim = 1) {
+    EXPECT_TRUE(folderOf(array).claim(position, claimed(claim)));
+    beat(array, position, claim, 1);
   }
-  void beat(std::int64_t array, std::size_t place, int claim, std::int64_t count) {
+  void beat(std::int64_t array, std::size_t position, int claim, std::int64_t count) {
     WorkBeat sign;
     sign.claim = claim;
     sign.count = count;
     sign.stage = "running";
-    folderOf(array).beat(place, sign);
+    folderOf(array).beat(position, sign);
   }
-  /// What the task of the place would leave.
-  bool finish(std::int64_t array, std::size_t place, AttemptState state = AttemptState::Good,
+  /// What the task of the position would leave.
+  bool finish(std::int64_t array, std::size_t position, AttemptState state = AttemptState::Good,
               const std::string& reason = "") {
     WorkEnd end;
     end.claim = 1;
     end.outcome.state = state;
     end.outcome.reason = reason;
     end.outcome.rule = VerdictRule::Result;
-    return folderOf(array).leave(place, end);
+    return folderOf(array).leave(position, end);
   }
   ClusterTask& task(std::int64_t array, std::size_t index) { return site.arrays.at(array).tasks.at(index); }
   std::string good(JobId id) { return queue.frames(id).good.text(); }
@@ -230,6 +231,51 @@ TEST_F(SiteTest, ATaskThatEndedWithoutAResultIsGivenUpAfterAWhile) {
   finish(102, 0);
   pass(20s);
   EXPECT_EQ(state(id), JobState::Good);
+}
+
+TEST_F(SiteTest, AFrameWhoseProgramHadEndedWellIsKeptWhenItsTaskIsLost) {
+  struct Case {
+    const char* what;
+    std::optional<ProcessExit> end;
+    std::int64_t unwritten; // bytes of the log
+    bool kept;
+  };
+  for (const Case& one :
+       {Case{"a good end", ProcessExit{0, 0}, 0, true}, Case{"a bad end", ProcessExit{3, 0}, 0, false},
+        Case{"a log that lacks its end", ProcessExit{0, 0}, 7, false},
+        Case{"an end that nobody saw", std::nullopt, 0, false}}) {
+    SCOPED_TRACE(one.what);
+    job->SetParameter(p_OutputFolder, directory.file(one.what));
+    const JobId id = submit("1");
+    pass(3s);
+    site.start();
+    const std::int64_t number = site.arrays.rbegin()->first;
+    ArrayFolder folder = folderOf(number);
+    ASSERT_TRUE(folder.claim(0, claimed(1)));
+    const std::string stage =
+        directory.file(one.what) + "/.trovik-" + taskMark(queue.queueId(), id, folder, 0, 1);
+    std::filesystem::create_directories(stage);
+    std::ofstream(stage + "/f_1") << "picture";
+    const std::string log = directory.file(std::string("log of ") + one.what);
+    std::ofstream(log) << "image " << stage << "/f_1\n";
+    WorkBeat sign;
+    sign.count = 1;
+    sign.stage = "checking";
+    sign.log = log;
+    sign.logBytes = static_cast<std::int64_t>(std::filesystem::file_size(log)) + one.unwritten;
+    sign.end = one.end;
+    folder.beat(0, sign);
+    pass(5s);
+    FakeSite::end(task(number, 0), "NODE_FAIL");
+    pass(60s);
+    EXPECT_EQ(state(id) == JobState::Good, one.kept);
+    EXPECT_EQ(good(id), one.kept ? "1" : "");
+    EXPECT_EQ(queue.attempts(id).front().state, one.kept ? AttemptState::Good : AttemptState::Lost);
+    EXPECT_EQ(site.arrays.rbegin()->first, one.kept ? number : number + 1);
+    EXPECT_EQ(readFile(directory.file(one.what) + "/f_1"), "picture");
+    user.cancel(id);
+    pass(2min);
+  }
 }
 
 TEST_F(SiteTest, ATaskThatGivesSignsOfLifeIsNotGivenUpWhateverTheClusterSays) {
@@ -412,7 +458,7 @@ TEST_F(SiteTest, LongListsAreCutByTheLimitsOfTheSite) {
   EXPECT_EQ(works, 300U);
   EXPECT_LE(tasks, 250U); // half of what the cluster keeps
   EXPECT_EQ(site.arrays.size(), 2U);
-  EXPECT_TRUE(queue.unplaced(id).empty());
+  EXPECT_TRUE(queue.worksToSubmit(id).empty());
   for (const ArrayRecord& array : queue.openArrays(id)) {
     EXPECT_NE(array.cluster, 0);
   }
@@ -433,9 +479,9 @@ TEST_F(SiteTest, WhatTheSiteHasNoRoomForFollowsAsTasksEnd) {
       for (ClusterTask& one : array.tasks) {
         if (one.phase == TaskPhase::Active) {
           ++open;
-          const auto place = static_cast<std::size_t>(one.index);
-          EXPECT_TRUE(frames.insert(plan.works.at(place).run.First).second);
-          finish(number, place);
+          const auto position = static_cast<std::size_t>(one.index);
+          EXPECT_TRUE(frames.insert(plan.works.at(position).run.First).second);
+          finish(number, position);
           FakeSite::end(one, "COMPLETED");
         }
       }
@@ -492,6 +538,111 @@ TEST_F(SiteTest, NobodyWaitsWhileFilesOfTheFolderAreRead) {
   finish(101, 0);
   pass(5s);
   EXPECT_EQ(good(id), "1");
+}
+
+TEST_F(SiteTest, ATaskThatIsPutBackWhenItsJobIsOverIsCanceled) {
+  const JobId id = submit("1-2");
+  pass(3s);
+  site.start();
+  finish(101, 0);
+  finish(101, 1);
+  FakeSite::end(task(101, 1), "COMPLETED");
+  pass(5s);
+  ASSERT_EQ(state(id), JobState::Good);
+  FakeSite::setWaiting(task(101, 0));
+  task(101, 0).reason = "launch failed requeued held";
+  task(101, 0).restarts = 1;
+  pass(20s);
+  EXPECT_EQ(site.canceled, std::vector<std::string>{site.arrays.at(101).submission.name});
+  EXPECT_EQ(task(101, 0).state, "CANCELLED");
+  pass(1min);
+  const std::size_t before = site.questions;
+  pass(10min);
+  EXPECT_EQ(site.questions, before) << "nothing is left to be asked";
+  EXPECT_EQ(site.canceled.size(), 1U);
+}
+
+TEST_F(SiteTest, WhatAnArrayLeftIsCanceledByTheNextProcess) {
+  const JobId id = submit("1");
+  pass(3s);
+  site.start();
+  finish(101, 0);
+  pass(5s);
+  ASSERT_EQ(state(id), JobState::Good);
+  restart(ClusterEngine::Duty::Collect);
+  FakeSite::setWaiting(task(101, 0));
+  task(101, 0).reason = "job requeued in held state";
+  pass(20s);
+  EXPECT_TRUE(site.canceled.empty()) << "who only collects cancels nothing";
+  restart();
+  pass(5s);
+  EXPECT_EQ(task(101, 0).state, "CANCELLED");
+}
+
+TEST_F(SiteTest, WhoPutsATaskBackAndHoldsItHasItsWorkDoneByAnother) {
+  const JobId id = submit("1");
+  pass(3s);
+  site.start();
+  begin(101, 0);
+  pass(5s);
+  WorkEnd end;
+  end.by = WorkEnd::By::Interrupted;
+  end.claim = 1;
+  end.outcome.state = AttemptState::Lost;
+  folderOf(101).leave(0, end);
+  FakeSite::setWaiting(task(101, 0));
+  task(101, 0).reason = "job requeued in held state";
+  task(101, 0).restarts = 1;
+  EXPECT_TRUE(engine->advanceUntil(
+      [&] {
+        return !queue.openArrays().empty() && queue.openArrays().front().number == 2 && engine->isSettled();
+      },
+      60s));
+  EXPECT_EQ(task(101, 0).state, "CANCELLED") << "before anybody leaves";
+  site.start();
+  finish(102, 0);
+  pass(10s);
+  EXPECT_EQ(state(id), JobState::Good);
+}
+
+TEST_F(SiteTest, ATaskThatEndsAfterItsResultIsLeftInPeace) {
+  const JobId id = submit("1");
+  pass(3s);
+  site.start();
+  finish(101, 0);
+  pass(20s); // the site cleans up behind it
+  ASSERT_EQ(state(id), JobState::Good);
+  FakeSite::end(task(101, 0), "COMPLETED");
+  pass(5min);
+  EXPECT_TRUE(site.canceled.empty());
+}
+
+TEST_F(SiteTest, ATaskThatHangsAfterItsResultIsCanceled) {
+  const JobId id = submit("1");
+  pass(3s);
+  site.start();
+  finish(101, 0);
+  pass(20s);
+  ASSERT_EQ(state(id), JobState::Good);
+  EXPECT_TRUE(site.canceled.empty());
+  pass(40s);
+  EXPECT_EQ(site.canceled.size(), 1U);
+}
+
+TEST_F(SiteTest, ASiteThatIsSilentAboutWhatIsLeftTroublesNobody) {
+  const JobId id = submit("1");
+  pass(3s);
+  site.start();
+  finish(101, 0);
+  pass(5s);
+  ASSERT_EQ(state(id), JobState::Good);
+  site.mood = FakeSite::Mood::Silent;
+  pass(10min);
+  EXPECT_TRUE(notices.empty());
+  site.mood = FakeSite::Mood::Answers;
+  FakeSite::end(task(101, 0), "COMPLETED");
+  pass(1min);
+  EXPECT_TRUE(queue.leftArrays().empty());
 }
 
 TEST_F(SiteTest, OneProcessAtATimeIsInCharge) {
@@ -590,14 +741,14 @@ TEST_F(SiteTest, RandomFaultsLoseNothing) {
           if (task.phase != TaskPhase::Active) {
             continue;
           }
-          const auto place = static_cast<std::size_t>(task.index);
+          const auto position = static_cast<std::size_t>(task.index);
           if (folder.isCanceled()) {
             FakeSite::end(task, "COMPLETED");
             continue;
           }
-          const int last = folder.lastClaim(place);
-          if (last <= task.restarts && !folder.hasEnded(place)) {
-            folder.claim(place, claimed(last + 1));
+          const int last = folder.lastClaim(position);
+          if (last <= task.restarts && !folder.hasEnded(position)) {
+            folder.claim(position, claimed(last + 1));
           }
           if (!calm && oneIn(12)) {
             FakeSite::end(task, oneIn(2) ? "NODE_FAIL" : "FAILED"); // dies without a word
@@ -608,8 +759,8 @@ TEST_F(SiteTest, RandomFaultsLoseNothing) {
             WorkEnd end;
             end.claim = 1;
             end.outcome.state = !calm && oneIn(20) ? AttemptState::Lost : AttemptState::Good;
-            if (folder.leave(place, end) && end.outcome.state == AttemptState::Good) {
-              const int frame = plan.works.at(place).run.First;
+            if (folder.leave(position, end) && end.outcome.state == AttemptState::Good) {
+              const int frame = plan.works.at(position).run.First;
               EXPECT_TRUE(goodFrames.insert(frame).second) << "frame " << frame << " was rendered again";
             }
             FakeSite::end(task, "COMPLETED");

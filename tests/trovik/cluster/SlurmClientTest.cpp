@@ -270,6 +270,34 @@ TEST_F(SlurmClientTest, AProgramThatHangsIsKilledAtItsLimit) {
   EXPECT_EQ(machine.running, 0U);
 }
 
+TEST_F(SlurmClientTest, WhatAProgramLeavesBehindIsEndedAndKeepsNoAnswerBack) {
+  machine.behaviour = [](const ProcessStart&) {
+    Script script = says("36_0|RUNNING|0|None|0|n1\n");
+    script.leaves = std::chrono::hours(1);
+    return script;
+  };
+  EXPECT_EQ(query({"a"}).tasks.size(), 1U);
+  EXPECT_EQ(query({"b"}).tasks.size(), 1U);
+  EXPECT_LE(machine.elapsed(), 1s);
+  EXPECT_EQ(machine.running, 0U);
+  EXPECT_EQ(machine.mostRunning, 1U);
+}
+
+TEST_F(SlurmClientTest, WhatCannotBeKilledKeepsOnlyTheNextProgramFromStarting) {
+  machine.behaviour = [](const ProcessStart&) {
+    Script script = says("36_0|RUNNING|0|None|0|n1\n");
+    script.leaves = 40s;
+    script.killEnds = false; // it waits for a disk
+    return script;
+  };
+  EXPECT_EQ(query({"a"}).tasks.size(), 1U);
+  EXPECT_EQ(query({"b"}).problem, "the program before it cannot be ended");
+  EXPECT_EQ(query({"c"}).problem, "the program before it cannot be ended");
+  EXPECT_EQ(machine.started.size(), 1U);
+  EXPECT_EQ(query({"d"}).tasks.size(), 1U);
+  EXPECT_EQ(machine.mostRunning, 1U);
+}
+
 TEST_F(SlurmClientTest, WhatASlowProgramSaidIsTold) {
   machine.behaviour = [](const ProcessStart&) {
     Script script;
@@ -410,6 +438,27 @@ TEST_F(SlurmClientTest, TheSiteIsAskedForItsLimitsAndItsSmallestNode) {
   EXPECT_FALSE(answer.answered);
   EXPECT_EQ(answer.problem,
             "sinfo ended with exit code 1: slurm_load_partitions: Unable to contact slurm controller");
+}
+
+TEST_F(SlurmClientTest, AMachineWithoutAConfigurationIsKnownAndASlowOneIsNotTakenForIt) {
+  machine.behaviour = [](const ProcessStart&) { return says("slurm 22.05.8\n"); };
+  EXPECT_EQ(SlurmClient::configurationProblem(machine), "");
+  EXPECT_EQ(words(), (std::vector<std::string>{"scontrol", "--version"}));
+  machine.behaviour = [](const ProcessStart&) {
+    return says("scontrol: fatal: Could not establish a configuration source\n", 1);
+  };
+  EXPECT_EQ(SlurmClient::configurationProblem(machine),
+            "scontrol ended with exit code 1: Could not establish a configuration source");
+  machine.behaviour = [](const ProcessStart&) { return Script(); };
+  EXPECT_EQ(SlurmClient::configurationProblem(machine), "");
+  machine.behaviour = [](const ProcessStart&) {
+    Script script;
+    script.output = {{1s, "scontrol: error: DNS SRV lookup failed\n"}};
+    return script;
+  };
+  EXPECT_EQ(SlurmClient::configurationProblem(machine),
+            "scontrol did not answer within 5 s: DNS SRV lookup failed");
+  EXPECT_EQ(machine.running, 0U);
 }
 
 TEST_F(SlurmClientTest, QuestionsWaitForEachOther) {

@@ -1,5 +1,6 @@
 #include "trovik/cluster/TaskRun.h"
 
+#include "host/foundation/Log.h"
 #include "host/foundation/Quoting.h"
 #include "tests/trovik/FakeMachine.h"
 #include "tests/trovik/TemporaryDirectory.h"
@@ -7,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -213,9 +215,9 @@ protected:
     std::filesystem::remove(file);
     return process;
   }
-  bool beatNames(std::size_t files, std::size_t place = 0) const {
+  bool beatNames(std::size_t files, std::size_t position = 0) const {
     return comes([&] {
-      const std::optional<WorkBeat> beat = works.beatOf(place);
+      const std::optional<WorkBeat> beat = works.beatOf(position);
       return beat && beat->files.size() >= files;
     });
   }
@@ -338,13 +340,95 @@ TEST_F(TaskRunTest, NodeThatCannotWorkSaysSoForEachPlace) {
   TaskRun task(works.directory(), 0, self, machine, inspector, interrupts, nullptr, times);
   task.refuse("no module was found");
   EXPECT_TRUE(task.run());
-  for (const std::size_t place : {0U, 1U}) {
-    const WorkEnd end = works.endOf(place).value();
+  for (const std::size_t position : {0U, 1U}) {
+    const WorkEnd end = works.endOf(position).value();
     EXPECT_EQ(end.outcome.state, AttemptState::Failed);
     EXPECT_EQ(end.outcome.rule, VerdictRule::Start);
     EXPECT_EQ(end.outcome.reason, "no module was found");
   }
   EXPECT_EQ(journal(), "");
+}
+
+TEST_F(TaskRunTest, WhateverAModuleThrowsIsTheResultOfItsWork) {
+  for (const std::string thrown : {"throw at the end", "raise at the end", "throw at the folder"}) {
+    SCOPED_TRACE(thrown);
+    job->SetParameter(p_Scene, thrown);
+    std::filesystem::remove_all(folder.directory().Text().c_str());
+    plan({{1, 1}, {2, 2}}, 2);
+    const LogSink before = SetLogSink([](LogLevel, const String&) {});
+    EXPECT_TRUE(run());
+    SetLogSink(before);
+    for (const std::size_t position : {0U, 1U}) {
+      ASSERT_TRUE(works.hasEnded(position));
+      const WorkEnd end = works.endOf(position).value();
+      EXPECT_EQ(end.by, WorkEnd::By::Itself);
+      EXPECT_EQ(end.outcome.state, AttemptState::Failed);
+      EXPECT_EQ(end.outcome.reason, "The module of the type \"Sketch\" failed: " +
+                                        std::string(thrown[0] == 'r' ? "raised" : "thrown") +
+                                        thrown.substr(5));
+    }
+    EXPECT_FALSE(std::filesystem::exists(directory.file("out/.trovik-" + queue + "-7.1.0.1")));
+  }
+}
+
+TEST_F(TaskRunTest, NodeWithoutProcessesIsWaitedFor) {
+  FakeMachine machine;
+  int refused = 0;
+  machine.beforeStart = [&refused](const ProcessStart&) {
+    if (refused++ < 3) {
+      RaiseException("Process", k_ErrorSystem, "cannot start it", EAGAIN);
+    }
+  };
+  times = TaskTimes();
+  plan({{1, 1}});
+  std::vector<std::string> log;
+  const LogSink before = SetLogSink([&log](LogLevel level, const String& text) {
+    if (level >= LogLevel::Warning) {
+      log.push_back(text);
+    }
+  });
+  EXPECT_TRUE(run(0, machine, machine));
+  SetLogSink(before);
+  EXPECT_EQ(refused, 4);
+  EXPECT_EQ(log, std::vector<std::string>{
+                     "this node has no more processes to give (EAGAIN); the work is started when it has"});
+  EXPECT_NE(works.endOf(0).value().outcome.rule, VerdictRule::Start) << works.endOf(0).value().outcome.reason;
+  EXPECT_GT(works.beatOf(0).value().count, 1) << "it lives while it waits";
+}
+
+TEST_F(TaskRunTest, WorkFailsWhereANodeHasNoProcessesForLong) {
+  FakeMachine machine;
+  machine.beforeStart = [](const ProcessStart&) {
+    RaiseException("Process", k_ErrorSystem, "cannot start it", EAGAIN);
+  };
+  times = TaskTimes();
+  plan({{1, 1}});
+  const LogSink before = SetLogSink([](LogLevel, const String&) {});
+  EXPECT_TRUE(run(0, machine, machine));
+  SetLogSink(before);
+  const WorkEnd end = works.endOf(0).value();
+  EXPECT_EQ(end.outcome.state, AttemptState::Failed);
+  EXPECT_EQ(end.outcome.rule, VerdictRule::Start);
+  EXPECT_EQ(end.outcome.reason, "cannot start it: Resource temporarily unavailable");
+  EXPECT_GE(machine.elapsed(), times.shortage);
+  EXPECT_EQ(output(), Names{});
+}
+
+TEST_F(TaskRunTest, TaskThatIsEndedWhileItsNodeHasNoProcessesHasNotFailed) {
+  FakeMachine machine;
+  machine.beforeStart = [](const ProcessStart&) {
+    RaiseException("Process", k_ErrorSystem, "cannot start it", EAGAIN);
+  };
+  machine.interrupts = {10s};
+  times = TaskTimes();
+  plan({{1, 1}});
+  const LogSink before = SetLogSink([](LogLevel, const String&) {});
+  EXPECT_TRUE(run(0, machine, machine));
+  SetLogSink(before);
+  const WorkEnd end = works.endOf(0).value();
+  EXPECT_EQ(end.by, WorkEnd::By::Interrupted);
+  EXPECT_EQ(end.outcome.reason, "The cluster ended its task");
+  EXPECT_LE(machine.elapsed(), 13s);
 }
 
 TEST_F(TaskRunTest, UnknownTypeIsAResult) {
@@ -401,7 +485,7 @@ TEST_F(TaskRunTest, InterruptedWorkIsLostButForItsGoodFrames) {
   const pid_t task = startTask(0);
   const int held = heldAt(3);
   kill(task, SIGTERM);
-  EXPECT_EQ(waitFor(task), 1); // the second place has no result
+  EXPECT_EQ(waitFor(task), 1); // the second position has no result
   EXPECT_TRUE(comes([&] { return isGone(held); }));
   const WorkEnd end = works.endOf(0).value();
   EXPECT_EQ(end.by, WorkEnd::By::Interrupted);
@@ -772,6 +856,23 @@ TEST_F(TaskRunTest, BeatsTellHowFarAWorkIs) {
 
 /// Kills tasks at random moments until their works are done: no frame is
 /// rendered by two at once, none is lost, and all that is reported good is.
+TEST_F(TaskRunTest, HowAProgramEndedIsKnownWhileItsFilesAreChecked) {
+  plan({{1, 1}});
+  SteeredMachine machine;
+  NoInterrupts interrupts;
+  std::optional<WorkBeat> checking;
+  machine.onWait = [&](int) {
+    const std::optional<WorkBeat> beat = works.beatOf(0);
+    checking = beat && beat->end ? beat : checking;
+  };
+  EXPECT_TRUE(run(0, machine, interrupts));
+  ASSERT_TRUE(checking.has_value());
+  EXPECT_EQ(checking->stage, "checking");
+  EXPECT_EQ(checking->end->Code, 0);
+  EXPECT_EQ(checking->end->Signal, 0);
+  EXPECT_EQ(checking->logBytes, static_cast<std::int64_t>(readFile(checking->log).size()));
+}
+
 TEST_F(TaskRunTest, KillsAtAnyMomentLoseNothing) {
   job->SetParameter(p_Executable, CLUSTER_RENDERER);
   job->SetParameter("CommandString", "$(SubRange.Start) $(SubRange.End) $(OutputFolder.Enquote) " +
@@ -779,21 +880,21 @@ TEST_F(TaskRunTest, KillsAtAnyMomentLoseNothing) {
   job->SetParameter(p_ExpectedFiles, "$(OutputFolder)/f_$(Frame).ppm");
   WholeInspector whole;
   images = &whole;
-  constexpr std::size_t places = 4;
+  constexpr std::size_t positions = 4;
   constexpr int perPlace = 6;
   std::vector<FrameRun> runs;
-  runs.reserve(places);
-  for (int place = 0; place < static_cast<int>(places); ++place) {
-    runs.push_back({place * perPlace + 1, (place + 1) * perPlace});
+  runs.reserve(positions);
+  for (int position = 0; position < static_cast<int>(positions); ++position) {
+    runs.push_back({position * perPlace + 1, (position + 1) * perPlace});
   }
-  plan(runs, places / 2);
+  plan(runs, positions / 2);
   const unsigned seed = std::random_device()();
   std::cout << "seed " << seed << '\n';
   std::mt19937 random(seed);
   std::vector<pid_t> tasks;
   const auto allEnded = [&] {
-    for (std::size_t place = 0; place < places; ++place) {
-      if (!works.hasEnded(place)) {
+    for (std::size_t position = 0; position < positions; ++position) {
+      if (!works.hasEnded(position)) {
         return false;
       }
     }
@@ -817,9 +918,9 @@ TEST_F(TaskRunTest, KillsAtAnyMomentLoseNothing) {
     EXPECT_EQ(waitFor(task), 0);
   }
   RunSet good;
-  for (std::size_t place = 0; place < places; ++place) {
-    const WorkEnd end = works.endOf(place).value();
-    EXPECT_EQ(end.outcome.state, AttemptState::Good) << place << ": " << end.outcome.reason;
+  for (std::size_t position = 0; position < positions; ++position) {
+    const WorkEnd end = works.endOf(position).value();
+    EXPECT_EQ(end.outcome.state, AttemptState::Good) << position << ": " << end.outcome.reason;
     good.add(end.outcome.good);
   }
   EXPECT_EQ(good.text(), "1-24");

@@ -82,24 +82,29 @@ constexpr std::array rules = {
     Rule{"a work of a cluster's job runs elsewhere, or one of this machine's there",
          "SELECT a.id FROM attempts a JOIN jobs j ON j.id = a.job JOIN engines e ON e.id = a.engine "
          "WHERE (j.run_on = 'cluster') <> (e.state = 'cluster')"},
-    Rule{"a frame stands in two open places",
+    Rule{"a frame stands in two open works of arrays",
          "SELECT a.job || ': ' || p.first || '-' || p.last || ' and ' || q.first || '-' || q.last "
-         "FROM arrays a JOIN placed p ON p.array = a.id JOIN arrays b ON b.job = a.job JOIN placed q ON "
+         "FROM arrays a JOIN array_works p ON p.array = a.id JOIN arrays b ON b.job = a.job JOIN array_works "
+         "q ON "
          "q.array = b.id WHERE p.open = 1 AND q.open = 1 AND (p.array < q.array OR (p.array = q.array AND "
-         "p.place < q.place)) AND p.first <= q.last AND q.first <= p.last"},
+         "p.position < q.position)) AND p.first <= q.last AND q.first <= p.last"},
     Rule{
-        "an open place's frames are not those of works that wait, run or were canceled",
-        "SELECT p.array || ' ' || p.place FROM placed p JOIN arrays a ON a.id = p.array WHERE p.open = 1 AND "
+        "an open array work's frames are not those of works that wait, run or were canceled",
+        "SELECT p.array || ' ' || p.position FROM array_works p JOIN arrays a ON a.id = p.array WHERE p.open "
+        "= 1 AND "
         "p.last - p.first + 1 <> (SELECT coalesce(sum(w.last - w.first + 1), 0) FROM works w WHERE w.job = "
         "a.job AND w.first >= p.first AND w.last <= p.last AND w.state IN ('ready', 'running', 'canceled'))"},
-    Rule{"an open place's attempt does not run, or one that runs has no open place",
-         "SELECT 'place ' || p.array || ' ' || p.place FROM placed p JOIN attempts a ON a.id = p.attempt "
+    Rule{"an open array work's attempt does not run, or one that runs has none",
+         "SELECT 'array work ' || p.array || ' ' || p.position FROM array_works p JOIN attempts a ON a.id = "
+         "p.attempt "
          "WHERE p.open = 1 AND a.state <> 'running' UNION ALL SELECT 'attempt ' || a.id FROM attempts a JOIN "
          "engines e ON e.id = a.engine WHERE a.state = 'running' AND e.state = 'cluster' AND NOT EXISTS "
-         "(SELECT 1 FROM placed p WHERE p.attempt = a.id AND p.open = 1 AND p.first = a.first AND p.last = "
+         "(SELECT 1 FROM array_works p WHERE p.attempt = a.id AND p.open = 1 AND p.first = a.first AND "
+         "p.last = "
          "a.last)"},
-    Rule{"an array with open places is over, or one without is not",
-         "SELECT id FROM arrays a WHERE (state = 'over') = EXISTS (SELECT 1 FROM placed WHERE array = a.id "
+    Rule{"an array with open works is over, or one without is not",
+         "SELECT id FROM arrays a WHERE (state = 'over') = EXISTS (SELECT 1 FROM array_works WHERE array = "
+         "a.id "
          "AND "
          "open = 1)"},
     Rule{"a beat belongs to no running attempt",

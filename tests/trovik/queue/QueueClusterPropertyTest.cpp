@@ -12,13 +12,13 @@
 namespace trovik {
 namespace {
 
-// Jobs of a cluster beside a model: works are placed, begin, end, are canceled,
+// Jobs of a cluster beside a model: works are submitted, begin, end, are canceled,
 // retried in parts and removed in any order, and results come late, twice, or
 // for works whose start nobody saw.
 
-struct ModelPlace {
+struct ModelArrayWork {
   ArrayId array = 0;
-  std::size_t place = 0;
+  std::size_t position = 0;
   JobId job = 0;
   FrameRun run;
   AttemptId attempt = 0;
@@ -36,20 +36,20 @@ public:
     jobs[queue.submit(job)] = model;
   }
 
-  void place(JobId id, const ModelJob& job) {
-    const std::vector<WorkRecord> free = queue.unplaced(id);
+  void addArray(JobId id, const ModelJob& job) {
+    const std::vector<WorkRecord> free = queue.worksToSubmit(id);
     RunSet found;
     for (const WorkRecord& work : free) {
       found.add(work.run);
     }
     RC_ASSERT(found.text() == expectedFree(id, job).text());
-    std::vector<PlacedWork> works;
+    std::vector<ArrayWork> works;
     for (const WorkRecord& work : free) {
       if (*rc::gen::weightedElement<bool>({{3, true}, {1, false}})) {
-        PlacedWork& placed = works.emplace_back();
-        placed.work = work.id;
-        placed.run = work.run;
-        placed.number = work.attempts + 1;
+        ArrayWork& given = works.emplace_back();
+        given.work = work.id;
+        given.run = work.run;
+        given.number = work.attempts + 1;
       }
     }
     if (works.empty()) {
@@ -57,49 +57,49 @@ public:
     }
     const ArrayRecord array = queue.addArray(id, static_cast<std::size_t>(*rc::gen::inRange(1, 4)), works);
     for (std::size_t at = 0; at < works.size(); ++at) {
-      places.push_back({array.id, at, id, works[at].run, 0});
+      givenWorks.push_back({array.id, at, id, works[at].run, 0});
     }
   }
 
   void begin() {
-    ModelPlace* const place = somePlace();
-    if (place == nullptr) {
+    ModelArrayWork* const given = someWork();
+    if (given == nullptr) {
       return;
     }
-    ModelJob& job = jobs.at(place->job);
-    const bool begins = place->attempt == 0 && isWhole(*place);
-    const AttemptId attempt = queue.beginPlaced(place->array, place->place, Moment());
+    ModelJob& job = jobs.at(given->job);
+    const bool begins = given->attempt == 0 && isWhole(*given);
+    const AttemptId attempt = queue.beginArrayWork(given->array, given->position, Moment());
     if (!begins) {
-      RC_ASSERT(attempt == place->attempt);
+      RC_ASSERT(attempt == given->attempt);
       return;
     }
     RC_ASSERT(attempt != 0);
-    place->attempt = attempt;
-    for (int frame = place->run.First; frame <= place->run.Last; ++frame) {
+    given->attempt = attempt;
+    for (int frame = given->run.First; frame <= given->run.Last; ++frame) {
       job.frames.at(frame).state = WorkState::Running;
     }
     hasStarted(job);
   }
 
   void beat() {
-    if (ModelPlace* const place = somePlace()) {
-      PlacedBeat beat;
-      beat.attempt = place->attempt;
+    if (ModelArrayWork* const given = someWork()) {
+      AttemptBeat beat;
+      beat.attempt = given->attempt;
       queue.noteBeat(beat);
       FileRecord named = file("/out/1.png");
-      queue.noteFile(place->attempt, named);
+      queue.noteFile(given->attempt, named);
     }
   }
 
   void settle() {
-    ModelPlace* const place = somePlace();
-    if (place == nullptr) {
+    ModelArrayWork* const given = someWork();
+    if (given == nullptr) {
       return;
     }
-    const ModelPlace ended = *place;
-    close(place);
+    const ModelArrayWork ended = *given;
+    close(given);
     const Outcome outcome = someOutcome(ended.run);
-    const bool again = queue.settlePlaced(ended.array, ended.place, Moment(), outcome);
+    const bool again = queue.settleArrayWork(ended.array, ended.position, Moment(), outcome);
     ModelJob& job = jobs.at(ended.job);
     hasStarted(job);
     bool expectedAgain = false;
@@ -117,38 +117,40 @@ public:
     job.endWhenDone();
   }
 
-  /// A result of a place that is closed, or of none: says nothing.
+  /// A result of a work that is closed, or of none: says nothing.
   void settleAgain() {
     const auto array = static_cast<ArrayId>(*rc::gen::inRange(0, 8));
     const auto at = static_cast<std::size_t>(*rc::gen::inRange(0, 5));
-    if (std::none_of(places.begin(), places.end(),
-                     [&](const ModelPlace& one) { return one.array == array && one.place == at; })) {
-      RC_ASSERT(!queue.settlePlaced(array, at, Moment(), good(0)));
-      RC_ASSERT(queue.beginPlaced(array, at, Moment()) == 0);
-      queue.closePlace(array, at);
+    if (std::none_of(givenWorks.begin(), givenWorks.end(),
+                     [&](const ModelArrayWork& one) { return one.array == array && one.position == at; })) {
+      RC_ASSERT(!queue.settleArrayWork(array, at, Moment(), good(0)));
+      RC_ASSERT(queue.beginArrayWork(array, at, Moment()) == 0);
+      queue.closeArrayWork(array, at);
     }
   }
 
   void closeOne() {
-    ModelPlace* const place = somePlace();
-    if (place == nullptr) {
+    ModelArrayWork* const given = someWork();
+    if (given == nullptr) {
       return;
     }
-    const bool refused = !queueErrorOf([&] { queue.closePlace(place->array, place->place); }).message.empty();
-    RC_ASSERT(refused == (place->attempt != 0));
+    const bool refused =
+        !queueErrorOf([&] { queue.closeArrayWork(given->array, given->position); }).message.empty();
+    RC_ASSERT(refused == (given->attempt != 0));
     if (!refused) {
-      close(place);
+      close(given);
     }
   }
 
   void drop() {
-    ModelPlace* const place = somePlace();
-    if (place == nullptr) {
+    ModelArrayWork* const given = someWork();
+    if (given == nullptr) {
       return;
     }
-    const ArrayId array = place->array;
+    const ArrayId array = given->array;
     queue.dropArray(array);
-    std::erase_if(places, [array](const ModelPlace& one) { return one.array == array && one.attempt == 0; });
+    std::erase_if(givenWorks,
+                  [array](const ModelArrayWork& one) { return one.array == array && one.attempt == 0; });
   }
 
   void retry(JobId id, ModelJob& job) {
@@ -161,7 +163,7 @@ public:
     const bool runs = job.any(WorkState::Running);
     RC_ASSERT(queueErrorOf([&] { queue.remove(id); }).message.empty() == !runs);
     if (!runs) {
-      std::erase_if(places, [id](const ModelPlace& one) { return one.job == id; });
+      std::erase_if(givenWorks, [id](const ModelArrayWork& one) { return one.job == id; });
       jobs.erase(id);
     }
   }
@@ -172,21 +174,21 @@ public:
     RC_ASSERT(queue.claim(engine, 1, std::nullopt).empty());
     RC_ASSERT(!queue.hasLost());
     std::map<ArrayId, std::size_t> expected;
-    for (const ModelPlace& place : places) {
-      ++expected[place.array];
+    for (const ModelArrayWork& given : givenWorks) {
+      ++expected[given.array];
     }
     const std::vector<ArrayRecord> arrays = queue.openArrays();
     RC_ASSERT(arrays.size() == expected.size());
     for (const ArrayRecord& array : arrays) {
-      const std::vector<PlacedWork> open = queue.openPlaces(array.id);
+      const std::vector<ArrayWork> open = queue.openArrayWorks(array.id);
       RC_ASSERT(open.size() == expected[array.id]);
-      for (const PlacedWork& one : open) {
-        const ModelPlace* const place = find(one.array, one.place);
-        RC_ASSERT(place != nullptr);
-        RC_ASSERT(one.attempt == place->attempt);
-        RC_ASSERT(one.run == place->run);
-        RC_ASSERT((one.workState == WorkState::Running) == (place->attempt != 0));
-        RC_ASSERT((one.workState == WorkState::Ready) == (place->attempt == 0 && isWhole(*place)));
+      for (const ArrayWork& one : open) {
+        const ModelArrayWork* const given = find(one.array, one.position);
+        RC_ASSERT(given != nullptr);
+        RC_ASSERT(one.attempt == given->attempt);
+        RC_ASSERT(one.run == given->run);
+        RC_ASSERT((one.workState == WorkState::Running) == (given->attempt != 0));
+        RC_ASSERT((one.workState == WorkState::Ready) == (given->attempt == 0 && isWhole(*given)));
       }
     }
   }
@@ -230,7 +232,7 @@ public:
     auto& [id, job] = *std::next(jobs.begin(), at);
     switch (kind) {
     case 7:
-      return place(id, job);
+      return addArray(id, job);
     case 8:
       RC_ASSERT(queue.cancel(id) == isOpen(job.state));
       return job.cancel();
@@ -254,46 +256,46 @@ private:
       job.state = JobState::Running;
     }
   }
-  /// Whether the work that was placed waits, and all its frames belong to it.
-  bool isWhole(const ModelPlace& place) {
-    const std::vector<WorkRecord> works = queue.works(place.job);
+  /// Whether the work that was given waits, and all its frames belong to it.
+  bool isWhole(const ModelArrayWork& given) {
+    const std::vector<WorkRecord> works = queue.works(given.job);
     return std::any_of(works.begin(), works.end(), [&](const WorkRecord& work) {
-      return work.run == place.run && work.state == WorkState::Ready;
+      return work.run == given.run && work.state == WorkState::Ready;
     });
   }
   RunSet expectedFree(JobId id, const ModelJob& job) const {
-    RunSet placed;
-    for (const ModelPlace& one : places) {
+    RunSet given;
+    for (const ModelArrayWork& one : givenWorks) {
       if (one.job == id) {
-        placed.add(one.run);
+        given.add(one.run);
       }
     }
     RunSet free;
     for (const auto& [frame, model] : job.frames) {
-      if (isOpen(job.state) && model.state == WorkState::Ready && !placed.contains(frame)) {
+      if (isOpen(job.state) && model.state == WorkState::Ready && !given.contains(frame)) {
         free.add({frame, frame});
       }
     }
     return free;
   }
-  const ModelPlace* find(ArrayId array, std::size_t at) const {
-    for (const ModelPlace& one : places) {
-      if (one.array == array && one.place == at) {
+  const ModelArrayWork* find(ArrayId array, std::size_t at) const {
+    for (const ModelArrayWork& one : givenWorks) {
+      if (one.array == array && one.position == at) {
         return &one;
       }
     }
     return nullptr;
   }
-  ModelPlace* somePlace() {
-    return places.empty() ? nullptr : &places[*rc::gen::inRange<std::size_t>(0, places.size())];
+  ModelArrayWork* someWork() {
+    return givenWorks.empty() ? nullptr : &givenWorks[*rc::gen::inRange<std::size_t>(0, givenWorks.size())];
   }
-  void close(ModelPlace* place) { places.erase(places.begin() + (place - places.data())); }
+  void close(ModelArrayWork* given) { givenWorks.erase(givenWorks.begin() + (given - givenWorks.data())); }
 
   TemporaryDirectory directory;
   Queue queue;
   EngineId engine;
   ModelJobs jobs;
-  std::vector<ModelPlace> places; ///< the open ones
+  std::vector<ModelArrayWork> givenWorks; ///< the open ones
 };
 
 RC_GTEST_PROP(QueueClusterProperty, FramesAreConservedWhateverIsDone, ()) {

@@ -21,30 +21,32 @@ protected:
     job.retries = retries;
     return queue.submit(job);
   }
-  /// The frames that may be placed, as they would start: "4-6 1-3".
-  std::string unplaced(JobId job) {
+  /// The frames that may be submitted, as they would start: "4-6 1-3".
+  std::string toSubmit(JobId job) {
     std::string text;
-    for (const WorkRecord& work : queue.unplaced(job)) {
+    for (const WorkRecord& work : queue.worksToSubmit(job)) {
       text += (text.empty() ? "" : " ") + runText(work.run);
     }
     return text;
   }
-  /// An array of all works that may be placed.
-  ArrayRecord place(JobId job, std::size_t perTask = 1) {
-    return queue.addArray(job, perTask, worksToPlace(queue, job));
+  /// An array of all works that may be submitted.
+  ArrayRecord addArray(JobId job, std::size_t perTask = 1) {
+    return queue.addArray(job, perTask, arrayWorks(queue, job));
   }
-  /// The open places, "0:1-3 ready, 1:4-6 running".
+  /// The open works, "0:1-3 ready, 1:4-6 running".
   std::string open(const ArrayRecord& array) {
     std::string text;
-    for (const PlacedWork& place : queue.openPlaces(array.id)) {
-      text += (text.empty() ? "" : ", ") + std::to_string(place.place) + ':' + runText(place.run) + ' ' +
-              nameOf(place.workState);
+    for (const ArrayWork& given : queue.openArrayWorks(array.id)) {
+      text += (text.empty() ? "" : ", ") + std::to_string(given.position) + ':' + runText(given.run) + ' ' +
+              nameOf(given.workState);
     }
     return text;
   }
-  AttemptId begin(const ArrayRecord& array, std::size_t at) { return queue.beginPlaced(array.id, at, start); }
+  AttemptId begin(const ArrayRecord& array, std::size_t at) {
+    return queue.beginArrayWork(array.id, at, start);
+  }
   bool settle(const ArrayRecord& array, std::size_t at, const Outcome& outcome) {
-    return queue.settlePlaced(array.id, at, start, outcome);
+    return queue.settleArrayWork(array.id, at, start, outcome);
   }
 };
 
@@ -81,7 +83,7 @@ TEST_F(QueueCluster, ItsJobsAreThoseThatAreOpenOrHaveTasks) {
   const JobId canceledJob = submit("1");
   const JobId over = submit("1");
   queue.setPriority(high, 60);
-  place(canceledJob);
+  addArray(canceledJob);
   queue.cancel(canceledJob);
   queue.cancel(over);
   std::vector<JobId> ids;
@@ -93,16 +95,16 @@ TEST_F(QueueCluster, ItsJobsAreThoseThatAreOpenOrHaveTasks) {
 
 TEST_F(QueueCluster, ArraysAreNumberedAndNamedByQueueAndJob) {
   const JobId job = submit("1-3,4-6,9");
-  std::vector<PlacedWork> works(1);
-  works[0].work = queue.unplaced(job).at(0).id;
+  std::vector<ArrayWork> works(1);
+  works[0].work = queue.worksToSubmit(job).at(0).id;
   works[0].run = {1, 3};
   const ArrayRecord first = queue.addArray(job, 1, works);
   EXPECT_EQ(first.number, 1);
   EXPECT_EQ(first.name, "trovik-" + queue.queueId().substr(0, 8) + "-1-1");
-  EXPECT_EQ(unplaced(job), "4-6 9");
-  const ArrayRecord second = place(job, 2);
+  EXPECT_EQ(toSubmit(job), "4-6 9");
+  const ArrayRecord second = addArray(job, 2);
   EXPECT_EQ(second.name, "trovik-" + queue.queueId().substr(0, 8) + "-1-2");
-  EXPECT_EQ(unplaced(job), "");
+  EXPECT_EQ(toSubmit(job), "");
   EXPECT_EQ(open(second), "0:4-6 ready, 1:9 ready");
 
   const std::vector<ArrayRecord> arrays = queue.openArrays();
@@ -114,13 +116,28 @@ TEST_F(QueueCluster, ArraysAreNumberedAndNamedByQueueAndJob) {
   EXPECT_EQ(arrays[1].cluster, 0);
   EXPECT_EQ(arrays[1].submitted, Moment());
   const JobId other = submit("1");
-  place(other);
+  addArray(other);
   EXPECT_EQ(queue.openArrays().size(), 3U);
   EXPECT_EQ(queue.openArrays(job).size(), 2U);
 }
 
+TEST_F(QueueCluster, AnArrayThatIsOverIsLeftUntilTheClusterHasNothingOfIt) {
+  const ArrayRecord array = addArray(submit("1"));
+  queue.noteSubmitted(array.id, 4711);
+  EXPECT_TRUE(queue.leftArrays().empty());
+  queue.closeArrayWork(array.id, 0);
+  const std::vector<ArrayRecord> left = Queue(queue.directory()).leftArrays();
+  ASSERT_EQ(left.size(), 1U);
+  EXPECT_EQ(left[0].name, array.name);
+  EXPECT_EQ(left[0].cluster, 4711);
+  queue.noteGone(array.id);
+  EXPECT_TRUE(queue.leftArrays().empty());
+  queue.dropArray(addArray(submit("1")).id); // which the cluster never had
+  EXPECT_TRUE(queue.leftArrays().empty());
+}
+
 TEST_F(QueueCluster, WhatBecameOfAnArrayIsKept) {
-  const ArrayRecord array = place(submit("1"));
+  const ArrayRecord array = addArray(submit("1"));
   queue.noteSubmitted(array.id, 4711);
   queue.cancelArray(array.id);
   const ArrayRecord now = Queue(queue.directory()).openArrays().at(0);
@@ -132,8 +149,8 @@ TEST_F(QueueCluster, WhatBecameOfAnArrayIsKept) {
 
 TEST_F(QueueCluster, OnlyWorksOfItsJobsArePlacedAndOnlyInOnePlace) {
   const JobId job = submit("1");
-  std::vector<PlacedWork> works(1);
-  works[0].work = queue.unplaced(job).at(0).id;
+  std::vector<ArrayWork> works(1);
+  works[0].work = queue.worksToSubmit(job).at(0).id;
   works[0].run = {1, 1};
   queue.addArray(job, 1, works);
   EXPECT_NE(queueErrorOf([&] { queue.addArray(job, 1, works); }).message, "");
@@ -147,7 +164,7 @@ TEST_F(QueueCluster, OnlyWorksOfItsJobsArePlacedAndOnlyInOnePlace) {
 
 TEST_F(QueueCluster, AStartMakesARunningAttempt) {
   const JobId job = submit("1-3,4");
-  const ArrayRecord array = place(job);
+  const ArrayRecord array = addArray(job);
   EXPECT_EQ(stateOf(job), JobState::Waiting);
   const AttemptId attempt = begin(array, 0);
   ASSERT_NE(attempt, 0);
@@ -161,15 +178,15 @@ TEST_F(QueueCluster, AStartMakesARunningAttempt) {
   EXPECT_EQ(record.number, 1);
   EXPECT_EQ(record.started, start);
   EXPECT_EQ(open(array), "0:1-3 running, 1:4 ready");
-  EXPECT_EQ(queue.openPlaces(array.id).at(0).attempt, attempt);
-  EXPECT_EQ(begin(array, 7), 0) << "there is no such place";
+  EXPECT_EQ(queue.openArrayWorks(array.id).at(0).attempt, attempt);
+  EXPECT_EQ(begin(array, 7), 0) << "there is no such position";
   settle(array, 0, good(0));
   EXPECT_EQ(begin(array, 0), 0) << "it is closed";
 }
 
 TEST_F(QueueCluster, ItsAttemptsBelongToAnEngineThatNeverDies) {
   const JobId job = submit("1,2");
-  const ArrayRecord array = place(job);
+  const ArrayRecord array = addArray(job);
   const AttemptId first = begin(array, 0);
   const AttemptId second = begin(array, 1);
   EXPECT_EQ(queue.attempt(first).value().engine, queue.attempt(second).value().engine);
@@ -182,7 +199,7 @@ TEST_F(QueueCluster, ItsAttemptsBelongToAnEngineThatNeverDies) {
 
 TEST_F(QueueCluster, GoodResultsEndTheJobAndTheArray) {
   const JobId job = submit("1-3,4");
-  const ArrayRecord array = place(job);
+  const ArrayRecord array = addArray(job);
   begin(array, 0);
   EXPECT_FALSE(settle(array, 0, good(0)));
   EXPECT_EQ(open(array), "1:4 ready");
@@ -198,21 +215,21 @@ TEST_F(QueueCluster, GoodResultsEndTheJobAndTheArray) {
 
 TEST_F(QueueCluster, ASecondResultSaysNothing) {
   const JobId job = submit("1", 1);
-  const ArrayRecord array = place(job);
+  const ArrayRecord array = addArray(job);
   EXPECT_TRUE(settle(array, 0, failed(0)));
   EXPECT_FALSE(settle(array, 0, good(0)));
   EXPECT_EQ(standing(job), "1 - - - -");
-  EXPECT_EQ(unplaced(job), "1");
-  EXPECT_EQ(queue.unplaced(job).at(0).attempts, 1);
+  EXPECT_EQ(toSubmit(job), "1");
+  EXPECT_EQ(queue.worksToSubmit(job).at(0).attempts, 1);
 }
 
 TEST_F(QueueCluster, OnlyWhatIsMissingIsPlacedAgain) {
   const JobId job = submit("1-6", 1);
-  const ArrayRecord array = place(job);
+  const ArrayRecord array = addArray(job);
   begin(array, 0);
   EXPECT_TRUE(settle(array, 0, failed(0, "It broke", "1-2,5")));
-  EXPECT_EQ(unplaced(job), "3-4 6");
-  const ArrayRecord again = place(job);
+  EXPECT_EQ(toSubmit(job), "3-4 6");
+  const ArrayRecord again = addArray(job);
   EXPECT_FALSE(settle(again, 0, failed(0, "It broke", "4")));
   EXPECT_FALSE(settle(again, 1, good(0)));
   EXPECT_EQ(standing(job), "- - 1-2,4-6 3 -");
@@ -226,7 +243,7 @@ TEST_F(QueueCluster, WhatTheClusterEndedAgainAndAgainFailsWithItsReason) {
     Outcome outcome = lost(0);
     outcome.rule = VerdictRule::Cluster;
     outcome.reason = "Its node failed";
-    EXPECT_EQ(settle(place(job), 0, outcome), turn < 5);
+    EXPECT_EQ(settle(addArray(job), 0, outcome), turn < 5);
   }
   EXPECT_EQ(stateOf(job), JobState::Failed);
   EXPECT_EQ(noteOf(job), "Its node failed (5 times)");
@@ -239,19 +256,19 @@ TEST_F(QueueCluster, AJobWithoutFramesIsOnePlace) {
   movie.runOn = RunOn::Cluster;
   movie.retries = 1;
   const JobId job = queue.submit(movie);
-  const ArrayRecord array = place(job);
-  EXPECT_TRUE(queue.unplaced(job).empty());
+  const ArrayRecord array = addArray(job);
+  EXPECT_TRUE(queue.worksToSubmit(job).empty());
   queue.cancel(job);
   queue.retry(job, std::nullopt);
-  EXPECT_TRUE(queue.unplaced(job).empty());
+  EXPECT_TRUE(queue.worksToSubmit(job).empty());
   EXPECT_TRUE(settle(array, 0, failed(0)));
-  EXPECT_FALSE(settle(place(job), 0, good(0)));
+  EXPECT_FALSE(settle(addArray(job), 0, good(0)));
   EXPECT_EQ(stateOf(job), JobState::Good);
 }
 
 TEST_F(QueueCluster, WorksWhoseStartWasNotSeenAreCanceledAtOnce) {
   const JobId job = submit("1,2");
-  const ArrayRecord array = place(job);
+  const ArrayRecord array = addArray(job);
   EXPECT_TRUE(queue.cancel(job));
   EXPECT_EQ(stateOf(job), JobState::Canceled);
   EXPECT_EQ(open(array), "0:1 canceled, 1:2 canceled");
@@ -260,14 +277,14 @@ TEST_F(QueueCluster, WorksWhoseStartWasNotSeenAreCanceledAtOnce) {
 
   EXPECT_FALSE(settle(array, 0, canceledOutcome(0)));
   EXPECT_EQ(standing(job), "- - - - 1-2");
-  queue.closePlace(array.id, 1);
+  queue.closeArrayWork(array.id, 1);
   EXPECT_TRUE(queue.openArrays().empty());
   EXPECT_EQ(stateOf(job), JobState::Canceled);
 }
 
 TEST_F(QueueCluster, WhatRunsIsWaitedFor) {
   const JobId job = submit("1,2");
-  const ArrayRecord array = place(job);
+  const ArrayRecord array = addArray(job);
   begin(array, 0);
   queue.cancel(job);
   EXPECT_EQ(stateOf(job), JobState::Running);
@@ -279,7 +296,7 @@ TEST_F(QueueCluster, WhatRunsIsWaitedFor) {
 
 TEST_F(QueueCluster, AWorkThatIsGoodAfterItsCancelIsGood) {
   const JobId job = submit("1-3,4");
-  const ArrayRecord array = place(job);
+  const ArrayRecord array = addArray(job);
   queue.cancel(job);
   const std::optional<Moment> ended = queue.job(job).value().ended;
   EXPECT_EQ(queue.takeEnded().size(), 1U);
@@ -290,7 +307,7 @@ TEST_F(QueueCluster, AWorkThatIsGoodAfterItsCancelIsGood) {
   EXPECT_EQ(standing(job), "- - 2,4 - 1,3");
 
   const JobId other = submit("1");
-  const ArrayRecord late = place(other);
+  const ArrayRecord late = addArray(other);
   queue.cancel(other);
   EXPECT_EQ(queue.takeEnded().size(), 1U);
   settle(late, 0, good(0));
@@ -302,7 +319,7 @@ TEST_F(QueueCluster, AWorkThatIsGoodAfterItsCancelIsGood) {
 
 TEST_F(QueueCluster, ACanceledJobWithFailuresStaysCanceledWhateverComesLate) {
   const JobId job = submit("1,2,3");
-  const ArrayRecord array = place(job);
+  const ArrayRecord array = addArray(job);
   settle(array, 0, failed(0));
   queue.cancel(job);
   EXPECT_EQ(stateOf(job), JobState::Canceled);
@@ -315,41 +332,41 @@ TEST_F(QueueCluster, ACanceledJobWithFailuresStaysCanceledWhateverComesLate) {
 
 TEST_F(QueueCluster, AWorkIsNotPlacedAgainWhileItsTaskMayRun) {
   const JobId job = submit("1-3");
-  const ArrayRecord array = place(job);
+  const ArrayRecord array = addArray(job);
   queue.cancel(job);
   EXPECT_EQ(queue.retry(job, std::nullopt), 3U);
   EXPECT_EQ(stateOf(job), JobState::Waiting);
   EXPECT_EQ(standing(job), "1-3 - - - -");
-  EXPECT_EQ(unplaced(job), "");
+  EXPECT_EQ(toSubmit(job), "");
   EXPECT_EQ(open(array), "0:1-3 ready");
   // The array was canceled, and its task says so.
   EXPECT_TRUE(settle(array, 0, canceledOutcome(0)));
-  EXPECT_EQ(unplaced(job), "1-3");
+  EXPECT_EQ(toSubmit(job), "1-3");
 }
 
 TEST_F(QueueCluster, TheLateResultOfAnOldPlaceCountsAfterARetry) {
   const JobId job = submit("1-3");
-  const ArrayRecord array = place(job);
+  const ArrayRecord array = addArray(job);
   queue.cancel(job);
   queue.retry(job, std::nullopt);
   settle(array, 0, good(0));
   EXPECT_EQ(stateOf(job), JobState::Good);
-  EXPECT_EQ(unplaced(job), "");
+  EXPECT_EQ(toSubmit(job), "");
 }
 
 TEST_F(QueueCluster, PartsOfAPlacedWorkWaitForItsEndToo) {
   const JobId job = submit("1-6,7");
-  const ArrayRecord array = place(job);
+  const ArrayRecord array = addArray(job);
   queue.cancel(job);
   EXPECT_EQ(queue.retry(job, setOf("3-4,7")), 3U);
   EXPECT_EQ(standing(job), "3-4,7 - - - 1-2,5-6");
   EXPECT_EQ(open(array), "0:1-6 canceled, 1:7 ready");
-  EXPECT_EQ(unplaced(job), "");
+  EXPECT_EQ(toSubmit(job), "");
   EXPECT_EQ(begin(array, 0), 0);
 
   EXPECT_TRUE(settle(array, 0, canceledOutcome(0, "2-3")));
   EXPECT_EQ(standing(job), "4,7 - 2-3 - 1,5-6");
-  EXPECT_EQ(unplaced(job), "4");
+  EXPECT_EQ(toSubmit(job), "4");
   const AttemptRecord attempt = queue.attempts(job).at(0);
   EXPECT_EQ(attempt.run, (FrameRun{1, 6}));
   EXPECT_EQ(attempt.good.text(), "2-3");
@@ -360,7 +377,7 @@ TEST_F(QueueCluster, PartsOfAPlacedWorkWaitForItsEndToo) {
 
 TEST_F(QueueCluster, AFailureOfPartsCountsOnlyForThoseThatAreWanted) {
   const JobId job = submit("1-6");
-  const ArrayRecord array = place(job);
+  const ArrayRecord array = addArray(job);
   queue.cancel(job);
   queue.retry(job, setOf("3-4"));
   EXPECT_FALSE(settle(array, 0, failed(0)));
@@ -371,19 +388,19 @@ TEST_F(QueueCluster, AFailureOfPartsCountsOnlyForThoseThatAreWanted) {
 
 TEST_F(QueueCluster, AStoppedJobKeepsWhatComesAndWaits) {
   const JobId job = submit("1,2,3");
-  const ArrayRecord array = place(job);
+  const ArrayRecord array = addArray(job);
   begin(array, 0);
   queue.stop(job, "Put aside");
-  EXPECT_EQ(unplaced(job), "");
+  EXPECT_EQ(toSubmit(job), "");
   begin(array, 1);
   EXPECT_EQ(stateOf(job), JobState::Stopped);
   settle(array, 0, good(0));
   EXPECT_FALSE(settle(array, 1, canceledOutcome(0)));
-  queue.closePlace(array.id, 2);
+  queue.closeArrayWork(array.id, 2);
   EXPECT_EQ(standing(job), "2-3 - 1 - -");
   EXPECT_EQ(stateOf(job), JobState::Stopped);
   queue.resume(job);
-  EXPECT_EQ(unplaced(job), "2 3");
+  EXPECT_EQ(toSubmit(job), "2 3");
 }
 
 TEST_F(QueueCluster, WorksThatFailAlikeStopTheJob) {
@@ -391,7 +408,7 @@ TEST_F(QueueCluster, WorksThatFailAlikeStopTheJob) {
   alike.runOn = RunOn::Cluster;
   alike.stopAfter = 2;
   const JobId job = queue.submit(alike);
-  const ArrayRecord array = place(job);
+  const ArrayRecord array = addArray(job);
   settle(array, 0, failed(0));
   settle(array, 1, failed(0));
   EXPECT_EQ(stateOf(job), JobState::Stopped);
@@ -401,57 +418,57 @@ TEST_F(QueueCluster, WorksThatFailAlikeStopTheJob) {
 
 TEST_F(QueueCluster, ADroppedArrayGivesItsWorksBack) {
   const JobId job = submit("1,2");
-  const ArrayRecord array = place(job);
+  const ArrayRecord array = addArray(job);
   queue.dropArray(array.id);
-  EXPECT_EQ(unplaced(job), "1 2");
+  EXPECT_EQ(toSubmit(job), "1 2");
   EXPECT_TRUE(queue.openArrays().empty());
   EXPECT_FALSE(settle(array, 0, good(0))) << "it is closed";
-  EXPECT_EQ(place(job).number, 2);
+  EXPECT_EQ(addArray(job).number, 2);
 }
 
 TEST_F(QueueCluster, WhatWasSeenToStartIsNotDropped) {
   const JobId job = submit("1,2");
-  const ArrayRecord array = place(job);
+  const ArrayRecord array = addArray(job);
   begin(array, 1);
   queue.dropArray(array.id);
-  EXPECT_EQ(unplaced(job), "1");
+  EXPECT_EQ(toSubmit(job), "1");
   EXPECT_EQ(open(array), "1:2 running");
-  EXPECT_EQ(queueErrorOf([&] { queue.closePlace(array.id, 1); }).message,
-            "Place 1 of array 1 has an attempt, so only a result closes it");
+  EXPECT_EQ(queueErrorOf([&] { queue.closeArrayWork(array.id, 1); }).message,
+            "The work at position 1 of array 1 has an attempt, so only a result closes it");
   settle(array, 1, good(0));
   EXPECT_TRUE(queue.openArrays().empty());
 }
 
 TEST_F(QueueCluster, AClosedPlaceSaysNothingOfItsWork) {
   const JobId job = submit("1");
-  const ArrayRecord array = place(job);
-  queue.closePlace(array.id, 0);
-  queue.closePlace(array.id, 0);
+  const ArrayRecord array = addArray(job);
+  queue.closeArrayWork(array.id, 0);
+  queue.closeArrayWork(array.id, 0);
   EXPECT_EQ(standing(job), "1 - - - -");
-  EXPECT_EQ(unplaced(job), "1");
+  EXPECT_EQ(toSubmit(job), "1");
   EXPECT_TRUE(queue.attempts(job).empty());
   EXPECT_EQ(stateOf(job), JobState::Waiting);
 }
 
 TEST_F(QueueCluster, WhatTheClusterSaysOfATaskIsKeptAndUnchangedWordsWriteNothing) {
-  const ArrayRecord array = place(submit("1,2"));
-  PlacedWork task = queue.openPlaces(array.id).at(1);
+  const ArrayRecord array = addArray(submit("1,2"));
+  ArrayWork task = queue.openArrayWorks(array.id).at(1);
   task.state = "PENDING";
   task.reason = "Priority";
   task.node = "n\xff 1";
   task.restarts = 2;
   queue.noteTask(task);
-  const PlacedWork now = queue.openPlaces(array.id).at(1);
+  const ArrayWork now = queue.openArrayWorks(array.id).at(1);
   EXPECT_EQ(now.state, "PENDING");
   EXPECT_EQ(now.reason, "Priority");
   EXPECT_EQ(now.node, "n\xff 1");
   EXPECT_EQ(now.restarts, 2);
-  EXPECT_EQ(queue.openPlaces(array.id).at(0).state, "");
+  EXPECT_EQ(queue.openArrayWorks(array.id).at(0).state, "");
 
   Queue other(queue.directory());
   const std::int64_t version = other.dataVersion();
   queue.noteTask(now);
-  queue.beginPlaced(array.id, 9, start);
+  queue.beginArrayWork(array.id, 9, start);
   EXPECT_EQ(other.dataVersion(), version);
   task.reason = "";
   queue.noteTask(task);
@@ -460,8 +477,8 @@ TEST_F(QueueCluster, WhatTheClusterSaysOfATaskIsKeptAndUnchangedWordsWriteNothin
 
 TEST_F(QueueCluster, TheBeatOfARunningAttemptIsKeptTillItsEnd) {
   const JobId job = submit("1,2");
-  const ArrayRecord array = place(job);
-  PlacedBeat beat;
+  const ArrayRecord array = addArray(job);
+  AttemptBeat beat;
   beat.attempt = begin(array, 0);
   const AttemptId second = begin(array, 1);
   beat.stage = "starting";
@@ -472,7 +489,7 @@ TEST_F(QueueCluster, TheBeatOfARunningAttemptIsKeptTillItsEnd) {
   beat.silent = 2.5;
   beat.seen = start;
   queue.noteBeat(beat);
-  const std::vector<PlacedBeat> beats = queue.beats(job);
+  const std::vector<AttemptBeat> beats = queue.beats(job);
   ASSERT_EQ(beats.size(), 1U);
   EXPECT_EQ(beats[0].attempt, beat.attempt);
   EXPECT_EQ(beats[0].stage, "running");
@@ -501,20 +518,20 @@ TEST_F(QueueCluster, TheBeatOfARunningAttemptIsKeptTillItsEnd) {
 
 TEST_F(QueueCluster, ARemovedJobTakesItsTasksWithIt) {
   const JobId job = submit("1,2");
-  const ArrayRecord array = place(job);
+  const ArrayRecord array = addArray(job);
   begin(array, 0);
-  PlacedBeat beat;
+  AttemptBeat beat;
   beat.attempt = 1;
   queue.noteBeat(beat);
   EXPECT_NE(queueErrorOf([&] { queue.remove(job); }).message, "");
   settle(array, 0, good(0));
   queue.remove(job);
   EXPECT_TRUE(queue.openArrays().empty());
-  EXPECT_TRUE(queue.openPlaces(array.id).empty());
+  EXPECT_TRUE(queue.openArrayWorks(array.id).empty());
   EXPECT_TRUE(queue.clusterJobs().empty());
   EXPECT_FALSE(settle(array, 1, good(0)));
   EXPECT_EQ(begin(array, 1), 0);
-  EXPECT_GT(place(submit("1")).id, array.id) << "numbers are never used again";
+  EXPECT_GT(addArray(submit("1")).id, array.id) << "numbers are never used again";
 }
 
 TEST_F(QueueCluster, OneProcessAtATimeSubmitsAndCollects) {
@@ -548,7 +565,7 @@ TEST_F(QueueCluster, HowTheClusterAnswersIsKept) {
 }
 
 TEST_F(QueueCluster, AWorkIsNotSettledAsRunning) {
-  const ArrayRecord array = place(submit("1"));
+  const ArrayRecord array = addArray(submit("1"));
   Outcome outcome;
   outcome.state = AttemptState::Running;
   EXPECT_NE(queueErrorOf([&] { settle(array, 0, outcome); }).message, "");

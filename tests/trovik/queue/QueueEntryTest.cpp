@@ -247,12 +247,12 @@ TEST_F(QueueEntry, WorksThatATaskOfTheClusterMayBeAtStayAsTheyAre) {
   wanted.runOn = RunOn::Cluster;
   wanted.folder = "/shared";
   const JobId job = again(wanted).id;
-  const std::vector<WorkRecord> works = queue.unplaced(job);
+  const std::vector<WorkRecord> works = queue.worksToSubmit(job);
   ASSERT_EQ(works.size(), 2U);
-  PlacedWork placed;
-  placed.work = works[0].id;
-  placed.run = works[0].run;
-  queue.addArray(job, 1, {placed});
+  ArrayWork given;
+  given.work = works[0].id;
+  given.run = works[0].run;
+  queue.addArray(job, 1, {given});
   NewJob rest = wanted;
   rest.works.clear();
   rest.found = runsOf("1,2");

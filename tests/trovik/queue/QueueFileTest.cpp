@@ -256,7 +256,85 @@ TEST_F(QueueFile, AQueueOfVersion1GoesOnWithItsJobs) {
   job.runOn = RunOn::Cluster;
   job.folder = "/shared";
   EXPECT_EQ(queue.submit(job), 3);
-  EXPECT_EQ(queue.unplaced(3).size(), 1U);
+  EXPECT_EQ(queue.worksToSubmit(3).size(), 1U);
+}
+
+/// What a program before version 5 wrote: a job whose array has one work that
+/// began, one that waits and one that is over; one whose array is over; one that
+/// the user stopped, and one that stopped by itself.
+constexpr const char* arraysBeforeVersion5 = R"sql(
+  INSERT INTO engines (state, slots, process, boot, entered) VALUES ('cluster', 0, 0, '', 5), ('gone', 1, 4711, 'before', 5);
+  INSERT INTO jobs (state, aside, name, type, type_name, scene, range, has_frames, priority, retries, stop_after,
+                    directory, output, logs, end_command, created, started, ended, run_on, folder)
+  VALUES ('running', 0, 'shot', '5f0c9a5e-6d0b-4c86-9d0f-2f4f3b1f7a10', 'Sketch', '/s.skt', '1-8', 1, 50, 0, 10,
+          '/home/ada', '/out', '', '', 1000, 2000, NULL, 'cluster', '/shared/q-1'),
+         ('good', 0, 'old', '5f0c9a5e-6d0b-4c86-9d0f-2f4f3b1f7a10', 'Sketch', '/s.skt', '1', 1, 50, 0, 10,
+          '/home/ada', '/out', '', '', 1000, 2000, 3000, 'cluster', '/shared/q-2'),
+         ('stopped', 1, 'user', '5f0c9a5e-6d0b-4c86-9d0f-2f4f3b1f7a10', 'Sketch', '/s.skt', '1', 1, 50, 0, 10,
+          '/home/ada', '/out', '', '', 1000, NULL, 3000, 'local', ''),
+         ('stopped', 0, 'self', '5f0c9a5e-6d0b-4c86-9d0f-2f4f3b1f7a10', 'Sketch', '/s.skt', '1-2', 1, 50, 0, 10,
+          '/home/ada', '/out', '', '', 1000, 2000, 3000, 'local', '');
+  INSERT INTO streams (job, packed) VALUES (1, X'01'), (2, X'02'), (3, X'03'), (4, X'04');
+  INSERT INTO works (job, state, place, first, last, attempts, tries, losses, attempt)
+  VALUES (1, 'good', 0, 1, 2, 1, 0, 0, 1), (1, 'running', 1, 3, 4, 1, 0, 0, 2), (1, 'ready', 2, 5, 6, 0, 0, 0, 0),
+         (1, 'ready', 4, 8, 8, 0, 0, 0, 0), (1, 'ready', 3, 7, 7, 0, 0, 0, 0),
+         (2, 'good', 0, 1, 1, 1, 0, 0, 3), (3, 'ready', 0, 1, 1, 0, 0, 0, 0), (4, 'failed', 0, 1, 1, 1, 1, 0, 4), (4, 'ready', 1, 2, 2, 0, 0, 0, 0);
+  INSERT INTO attempts (id, job, work, engine, state, rule, first, last, number, started, ended, good)
+  VALUES (1, 1, 1, 1, 'good', 'result', 1, 2, 1, 2000, 2500, '1-2'),
+         (2, 1, 2, 1, 'running', 'none', 3, 4, 1, 2500, NULL, ''),
+         (3, 2, 6, 1, 'good', 'result', 1, 1, 1, 2000, 2500, '1'),
+         (4, 4, 8, 2, 'failed', 'result', 1, 1, 1, 2000, 2500, '');
+  INSERT INTO arrays (job, number, state, per_task, name, cluster, submitted)
+  VALUES (1, 1, 'submitted', 2, 'trovik-q-1-1', 4711, 1500), (2, 1, 'over', 1, 'trovik-q-2-1', 4700, 1400);
+  INSERT INTO placed (array, place, work, first, last, number, open, attempt, state, node)
+  VALUES (1, 0, 1, 1, 2, 1, 0, 1, 'COMPLETED', 'n1'), (1, 1, 2, 3, 4, 1, 1, 2, 'RUNNING', 'n2'),
+         (1, 2, 3, 5, 6, 1, 1, 0, 'PENDING', ''), (2, 0, 6, 1, 1, 1, 0, 3, 'RUNNING', 'n1');
+  INSERT INTO beats (attempt, seen, silent, log_bytes, stage, log) VALUES (2, 2600, 0, 7, 'running', '/log');
+)sql";
+
+TEST_F(QueueFile, AQueueOfAnOlderVersionGoesOnWithItsArrays) {
+  for (const std::size_t version : {2U, 3U, 4U}) {
+    SCOPED_TRACE(version);
+    const TemporaryDirectory place;
+    const std::string name = place.file("queue.db");
+    bringUpToDate(*std::make_unique<Database>(Path(name)), schemaSteps().first(version));
+    SQLite::Database(name, SQLite::OPEN_READWRITE).exec(arraysBeforeVersion5);
+
+    Queue queue{Path(place.path())};
+    EXPECT_EQ(SQLite::Database(name).execAndGet("PRAGMA user_version").getInt(),
+              static_cast<int>(schemaSteps().size()));
+    EXPECT_EQ(brokenInvariants(name), std::vector<std::string>());
+    const std::vector<JobRecord> jobs = queue.jobs();
+    ASSERT_EQ(jobs.size(), 4U);
+    EXPECT_EQ(queue.job(3)->state, JobState::Stopped);
+    EXPECT_EQ(queue.job(4)->state, JobState::Stopped);
+    EXPECT_EQ(queue.frames(1).good.text(), "1-2");
+    EXPECT_EQ(queue.frames(1).running.text(), "3-4");
+    EXPECT_EQ(queue.frames(1).ready.text(), "5-8");
+    const std::vector<ArrayRecord> arrays = queue.openArrays();
+    ASSERT_EQ(arrays.size(), 1U);
+    EXPECT_EQ(arrays[0].cluster, 4711);
+    EXPECT_EQ(arrays[0].perTask, 2U);
+    const std::vector<ArrayWork> open = queue.openArrayWorks(arrays[0].id);
+    ASSERT_EQ(open.size(), 2U);
+    EXPECT_EQ(open[0].position, 1U);
+    EXPECT_EQ(open[0].attempt, 2);
+    EXPECT_EQ(open[0].node, "n2");
+    EXPECT_EQ(open[1].position, 2U);
+    EXPECT_EQ(open[1].run.First, 5);
+    ASSERT_EQ(queue.beats(1).size(), 1U);
+    const std::vector<WorkRecord> rest = queue.worksToSubmit(1);
+    ASSERT_EQ(rest.size(), 2U);
+    EXPECT_EQ(rest[0].run.First, 7) << "in the job's order";
+    ASSERT_EQ(queue.leftArrays().size(), 1U);
+    EXPECT_EQ(queue.leftArrays()[0].name, "trovik-q-2-1");
+
+    queue.settleArrayWork(arrays[0].id, 1, Moment(), good(0));
+    queue.settleArrayWork(arrays[0].id, 2, Moment(), good(0));
+    EXPECT_EQ(queue.frames(1).good.text(), "1-6");
+    EXPECT_TRUE(queue.openArrays().empty());
+    EXPECT_EQ(brokenInvariants(name), std::vector<std::string>());
+  }
 }
 
 TEST_F(QueueFile, TheNumberOfTheFilesKindIsTheOneOfTheTests) {
@@ -493,13 +571,13 @@ TEST_F(QueueFile, ContentsThatCannotBeAreDamageAndNoCrash) {
       {"UPDATE queue SET id = '; rm'", [](Queue& s) { Queue{s.directory()}; },
        "an ID that cannot be, \"; rm\""},
       {"UPDATE jobs SET run_on = 'moon'", [](Queue& s) { s.job(1); }, "unknown state \"moon\""},
-      {"UPDATE placed SET first = 9, last = 3", [](Queue& s) { s.openPlaces(1); },
+      {"UPDATE array_works SET first = 9, last = 3", [](Queue& s) { s.openArrayWorks(1); },
        "frames that cannot be, 9-3"},
-      {"UPDATE placed SET restarts = 99999999999", [](Queue& s) { s.openPlaces(1); },
+      {"UPDATE array_works SET restarts = 99999999999", [](Queue& s) { s.openArrayWorks(1); },
        "a number that cannot be, 99999999999"},
-      {"UPDATE placed SET first = 9, last = 3", [](Queue& s) { s.settlePlaced(1, 0, Moment(), good(0)); },
-       "frames that cannot be, 9-3"},
-      {"UPDATE works SET state = 'lost' WHERE job = 2", [](Queue& s) { s.openPlaces(1); },
+      {"UPDATE array_works SET first = 9, last = 3",
+       [](Queue& s) { s.settleArrayWork(1, 0, Moment(), good(0)); }, "frames that cannot be, 9-3"},
+      {"UPDATE works SET state = 'lost' WHERE job = 2", [](Queue& s) { s.openArrayWorks(1); },
        "unknown state \"lost\""},
       {"UPDATE arrays SET number = 99999999999", [](Queue& s) { s.openArrays(); },
        "a number that cannot be, 99999999999"},
@@ -516,8 +594,8 @@ TEST_F(QueueFile, ContentsThatCannotBeAreDamageAndNoCrash) {
     queue.settle(outcome);
     NewJob onCluster = jobOf("5-6");
     onCluster.runOn = RunOn::Cluster;
-    std::vector<PlacedWork> works(1);
-    works[0].work = queue.unplaced(queue.submit(onCluster)).at(0).id;
+    std::vector<ArrayWork> works(1);
+    works[0].work = queue.worksToSubmit(queue.submit(onCluster)).at(0).id;
     works[0].run = {5, 6};
     queue.addArray(2, 1, works);
     const std::string name = place.file("queue.db");
@@ -561,7 +639,7 @@ TEST_F(QueueFile, NoStatementOfTheHotPathLooksThroughATable) {
           step.find("jobs_due") != std::string::npos || step.find("jobs_canceling") != std::string::npos ||
           step.find("jobs_unfinished") != std::string::npos ||
           step.find("jobs_cluster") != std::string::npos || step.find("arrays_open") != std::string::npos ||
-          step.find("engines_alive") != std::string::npos;
+          step.find("arrays_left") != std::string::npos || step.find("engines_alive") != std::string::npos;
       EXPECT_TRUE(small || step.find("SCAN") == std::string::npos) << sql << "\n" << step;
       EXPECT_EQ(step.find("TEMP B-TREE"), std::string::npos) << sql << "\n" << step;
     }

@@ -26,7 +26,7 @@ namespace {
 
 class QueueProcesses : public testing::Test {
 protected:
-  Path place() const { return Path(directory.path()); }
+  Path addArray() const { return Path(directory.path()); }
   std::string databaseFile() const { return directory.file("queue.db"); }
   TemporaryDirectory directory;
 };
@@ -38,12 +38,12 @@ TEST_F(QueueProcesses, EveryWorkGoesToOneOfManyEngines) {
     for (int frame = 1; frame <= works; ++frame) {
       job.works.push_back({frame, frame});
     }
-    Queue(place()).submit(job);
+    Queue(addArray()).submit(job);
   }
   std::vector<std::unique_ptr<Child>> engines;
   for (std::size_t number = 1; number <= 4; ++number) {
     engines.push_back(std::make_unique<Child>([&, number](const Child::Tell& tell) {
-      Queue queue(place());
+      Queue queue(addArray());
       const EngineId engine = queue.enterEngine(number);
       for (std::vector<Claim> claims; !(claims = queue.claim(engine, number, std::nullopt)).empty();) {
         for (const Claim& claim : claims) {
@@ -66,7 +66,7 @@ TEST_F(QueueProcesses, EveryWorkGoesToOneOfManyEngines) {
     wanted.insert(frame);
   }
   EXPECT_EQ(frames, wanted);
-  EXPECT_EQ(Queue(place()).job(1)->state, JobState::Good);
+  EXPECT_EQ(Queue(addArray()).job(1)->state, JobState::Good);
   EXPECT_EQ(brokenInvariants(databaseFile()), std::vector<std::string>());
 }
 
@@ -74,7 +74,7 @@ TEST_F(QueueProcesses, ManyMakeTheSameQueueAtOnce) {
   std::vector<std::unique_ptr<Child>> children;
   for (int number = 0; number < 6; ++number) {
     children.push_back(std::make_unique<Child>([&](const Child::Tell& tell) {
-      Queue queue(place());
+      Queue queue(addArray());
       tell(std::to_string(queue.submit(jobOf("1"))));
     }));
   }
@@ -91,7 +91,7 @@ TEST_F(QueueProcesses, ManyMakeTheSameQueueAtOnce) {
 TEST_F(QueueProcesses, EachEndGoesToOneProcess) {
   constexpr int count = 60;
   {
-    Queue queue(place());
+    Queue queue(addArray());
     NewJob job = jobOf("");
     job.found = runsOf("1");
     for (int number = 0; number < count; ++number) {
@@ -101,7 +101,7 @@ TEST_F(QueueProcesses, EachEndGoesToOneProcess) {
   std::vector<std::unique_ptr<Child>> children;
   for (int number = 0; number < 3; ++number) {
     children.push_back(std::make_unique<Child>([&](const Child::Tell& tell) {
-      Queue queue(place());
+      Queue queue(addArray());
       for (const JobRecord& job : queue.takeEnded()) {
         tell(std::to_string(job.id));
       }
@@ -119,16 +119,16 @@ TEST_F(QueueProcesses, EachEndGoesToOneProcess) {
 }
 
 TEST_F(QueueProcesses, TheDeathOfAProcessFreesItsEngine) {
-  { Queue(place()).submit(jobOf("1-3")); }
+  { Queue(addArray()).submit(jobOf("1-3")); }
   Child child([&](const Child::Tell& tell) {
-    Queue queue(place());
+    Queue queue(addArray());
     const EngineId engine = queue.enterEngine(1);
     tell(std::to_string(queue.claim(engine, 1, std::nullopt).at(0).attempt));
     std::raise(SIGKILL);
   });
   const std::vector<std::string> lines = child.finish();
   ASSERT_EQ(lines.size(), 1U);
-  Queue queue(place());
+  Queue queue(addArray());
   EXPECT_FALSE(queue.hasOtherEngine(0));
   const std::vector<LostAttempt> lostOnes = queue.takeLost();
   ASSERT_EQ(lostOnes.size(), 1U);
@@ -190,7 +190,7 @@ void dieAfter(int calls) {
 }
 
 void placeAll(Queue& queue, JobId job) {
-  const std::vector<PlacedWork> works = worksToPlace(queue, job);
+  const std::vector<ArrayWork> works = arrayWorks(queue, job);
   if (!works.empty()) {
     queue.noteSubmitted(queue.addArray(job, 1, works).id, 4711);
   }
@@ -209,27 +209,27 @@ std::string workOnCluster(Queue& queue, const std::function<int(int)>& below) {
     return {};
   }
   const ArrayRecord& array = arrays[static_cast<std::size_t>(below(static_cast<int>(arrays.size())))];
-  const PlacedWork place = queue.openPlaces(array.id).at(0);
+  const ArrayWork given = queue.openArrayWorks(array.id).at(0);
   const int kind = below(6);
   if (kind == 0) {
-    if (place.attempt == 0) {
-      below(2) == 0 ? queue.closePlace(array.id, place.place) : queue.dropArray(array.id);
+    if (given.attempt == 0) {
+      below(2) == 0 ? queue.closeArrayWork(array.id, given.position) : queue.dropArray(array.id);
     }
     return {};
   }
   if (kind < 3) {
-    PlacedBeat beat;
-    beat.attempt = queue.beginPlaced(array.id, place.place, Moment());
+    AttemptBeat beat;
+    beat.attempt = queue.beginArrayWork(array.id, given.position, Moment());
     queue.noteBeat(beat);
     return {};
   }
   Outcome outcome = kind == 3 ? failed(0) : kind == 4 ? canceledOutcome(0) : good(0);
   if (kind == 3) {
-    outcome.good.add({place.run.First, place.run.First});
+    outcome.good.add({given.run.First, given.run.First});
   } else if (kind == 5) {
-    outcome.good.add(place.run);
+    outcome.good.add(given.run);
   }
-  queue.settlePlaced(array.id, place.place, Moment(), outcome);
+  queue.settleArrayWork(array.id, given.position, Moment(), outcome);
   return outcome.good.empty() ? std::string()
                               : "good " + std::to_string(array.job) + ' ' + outcome.good.text();
 }
@@ -337,7 +337,7 @@ TEST_F(QueueProcesses, AKillAtAnyStepLosesNothingAndLeavesNothingHalf) {
   SCOPED_TRACE("TROVIK_TEST_SEED=" + std::to_string(seed));
   std::map<JobId, RunSet> recorded; // the frames that were said to be good
   for (unsigned round = 0; round < 60; ++round) {
-    Child child([&](const Child::Tell& tell) { liveAndDie(place(), seed + round, tell); });
+    Child child([&](const Child::Tell& tell) { liveAndDie(addArray(), seed + round, tell); });
     for (const std::string& line : child.finish()) {
       std::istringstream words(line);
       std::string kind;
@@ -353,7 +353,7 @@ TEST_F(QueueProcesses, AKillAtAnyStepLosesNothingAndLeavesNothingHalf) {
 
     std::map<JobId, RunSet> submitted;
     {
-      Queue queue(place());
+      Queue queue(addArray());
       for (const JobRecord& job : queue.jobs()) {
         submitted[job.id] = setOf(job.range);
       }
@@ -372,15 +372,15 @@ TEST_F(QueueProcesses, AKillAtAnyStepLosesNothingAndLeavesNothingHalf) {
   EXPECT_FALSE(recorded.empty());
 
   // One that lives takes up all that is left and brings it to its end.
-  Queue queue(place());
+  Queue queue(addArray());
   const EngineId engine = queue.enterEngine(1);
   for (const LostAttempt& one : queue.takeLost()) {
     queue.settle(lost(one.attempt.id));
   }
   queue.releaseLost();
   for (const ArrayRecord& array : queue.openArrays()) {
-    for (const PlacedWork& place : queue.openPlaces(array.id)) {
-      queue.settlePlaced(array.id, place.place, Moment(), canceledOutcome(0));
+    for (const ArrayWork& given : queue.openArrayWorks(array.id)) {
+      queue.settleArrayWork(array.id, given.position, Moment(), canceledOutcome(0));
     }
   }
   for (const JobRecord& job : queue.jobs()) {
@@ -388,9 +388,9 @@ TEST_F(QueueProcesses, AKillAtAnyStepLosesNothingAndLeavesNothingHalf) {
     placeAll(queue, job.id);
   }
   for (const ArrayRecord& array : queue.openArrays()) {
-    for (const PlacedWork& place : queue.openPlaces(array.id)) {
-      EXPECT_FALSE(recorded[array.job].contains(place.run.First)) << "a good frame is done again";
-      queue.settlePlaced(array.id, place.place, Moment(), good(0));
+    for (const ArrayWork& given : queue.openArrayWorks(array.id)) {
+      EXPECT_FALSE(recorded[array.job].contains(given.run.First)) << "a good frame is done again";
+      queue.settleArrayWork(array.id, given.position, Moment(), good(0));
     }
   }
   for (std::vector<Claim> claims; !(claims = queue.claim(engine, 100, std::nullopt)).empty();) {
@@ -419,7 +419,7 @@ ssize_t failingWrite(int descriptor, const void* bytes, std::size_t size, off_t 
 TEST_F(QueueProcesses, AWriteThatFailsUndoesTheChangeAndTheQueueGoesOn) {
   Child child([&](const Child::Tell& tell) {
     realWrite = replace("pwrite64", &failingWrite);
-    Queue queue(place());
+    Queue queue(addArray());
     for (const int error : {ENOSPC, EIO}) {
       queue.submit(jobOf("1"));
       writeError = error;

@@ -72,13 +72,13 @@ Outcome lost(AttemptId attempt, const std::string& goodFrames) {
   return outcomeOf(attempt, AttemptState::Lost, VerdictRule::Engine, "Its engine died", goodFrames);
 }
 
-std::vector<PlacedWork> worksToPlace(Queue& queue, JobId job) {
-  std::vector<PlacedWork> works;
-  for (const WorkRecord& work : queue.unplaced(job)) {
-    PlacedWork& placed = works.emplace_back();
-    placed.work = work.id;
-    placed.run = work.run;
-    placed.number = work.attempts + 1;
+std::vector<ArrayWork> arrayWorks(Queue& queue, JobId job) {
+  std::vector<ArrayWork> works;
+  for (const WorkRecord& work : queue.worksToSubmit(job)) {
+    ArrayWork& given = works.emplace_back();
+    given.work = work.id;
+    given.run = work.run;
+    given.number = work.attempts + 1;
   }
   return works;
 }

@@ -21,7 +21,7 @@ Outcome canceledOutcome(AttemptId attempt, const std::string& goodFrames = "");
 Outcome lost(AttemptId attempt, const std::string& goodFrames = "");
 
 /// All works of a job that wait for an array of a cluster, as its tasks.
-std::vector<PlacedWork> worksToPlace(Queue& queue, JobId job);
+std::vector<ArrayWork> arrayWorks(Queue& queue, JobId job);
 
 FileRecord file(const std::string& path, const std::string& problem = "");
 
