@@ -349,7 +349,7 @@ bool Queue::settlePlaced(ArrayId array, std::size_t place, Moment started, Outco
       if (found->attempt == 0) {
         outcome.attempt = impl_->beginPlaced(*found, started);
       }
-      again = impl_->settle(outcome);
+      again = impl_->settle(outcome, nullptr);
     }
     impl_->closePlace(*found, outcome.attempt);
   });
@@ -383,7 +383,11 @@ bool Queue::Impl::settleUnseen(const Place& place, Moment started, Outcome& outc
   }
   Settling settling;
   Work first;
-  return readSettling(outcome.attempt, settling, first) && settleWorks(outcome, settling, works);
+  if (!readSettling(outcome.attempt, settling, first)) {
+    return false;
+  }
+  const std::optional<Outcome> other = withoutShared(outcome, settling, place.run);
+  return settleWorks(other ? *other : outcome, settling, works);
 }
 
 void Queue::Impl::closePlace(const Place& place, AttemptId attempt) {
