@@ -19,4 +19,7 @@ bool hasCommand(const Reference& reference, const char* name);
 /// to, in lower case.
 std::set<std::string> allNamesIn(const TypeCheck& check, const String& text);
 
+/// Whether a text depends on the frames of a work by the names in it.
+bool namesFrame(const TypeCheck& check, const String& text);
+
 } // namespace trovik
