@@ -1,6 +1,7 @@
 #include "host/application/RenderJob.h"
 
 #include "host/application/ExecutableSearch.h"
+#include "host/application/FileName.h"
 #include "host/application/NoteText.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/Format.h"
@@ -53,11 +54,6 @@ private:
 
 std::int64_t Nanoseconds(const timespec& time) {
   return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
-}
-
-// The system would take what stands before a zero byte for the whole name.
-bool CanBeAName(const Path& file) {
-  return file.Text().find('\0') == String::npos;
 }
 
 String WholeName(const Path& file) {

@@ -2,6 +2,7 @@
 
 #include "host/application/ExecutableSearch.h"
 #include "host/application/Expansion.h"
+#include "host/application/FileName.h"
 #include "host/application/JobFactory.h"
 #include "host/application/NoteText.h"
 #include "host/application/ProcessJob.h"
@@ -224,7 +225,7 @@ void StagedOutput::takeBack(const std::vector<std::string>& names, std::time_t s
   for (const std::string& name : names) {
     const std::string part = partIn(name);
     struct stat status {};
-    if (part.empty() || lstat(name.c_str(), &status) == 0) {
+    if (part.empty() || !CanBeAName(Path(name)) || lstat(name.c_str(), &status) == 0) {
       continue;
     }
     const Path inStage(stage_.Text() + "/" + part);

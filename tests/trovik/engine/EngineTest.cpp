@@ -49,6 +49,23 @@ TEST_F(EngineTest, JobWithoutFramesIsOneWork) {
   EXPECT_TRUE(summary.good.empty());
 }
 
+TEST_F(EngineTest, ANameWithAZeroByteIsNotTheFileBeforeIt) {
+  job->SetParameter("ImageStartText", "image");
+  const std::string name("x.png\0junk", 10);
+  machine.behaviour = [&](const ProcessStart&) {
+    directory.write("x.png", "x");
+    Script one;
+    one.ends = 3s;
+    one.output = {{1s, "image " + name + "\n"}, {2s, "image " + name + "2\n"}};
+    return one;
+  };
+  run("1");
+  EXPECT_EQ(recorder.events,
+            (Events{"run 1 frames=1 works=1 slots=1", "start 1 1/1",
+                    "failed 1: No file's name has a zero byte: " + directory.file("x.png?junk")}));
+  EXPECT_TRUE(inspector.asked.empty());
+}
+
 TEST_F(EngineTest, OneImageOfEveryFrameIsGoodForTheFirstAlone) {
   job->SetParameter("ImageStartText", "image");
   machine.behaviour = [&](const ProcessStart& start) {
