@@ -198,7 +198,9 @@ void Submission::checkFiles(Queue& queue, ImageInspector& inspector, Machine& ma
     }
     gone_ = without(begun_->frames.good, found);
   } else if (begun_) {
-    gone_ = framesThatLostFiles(begun_->frames.good, filesOf(queue, begun_->id), newJob_.runOn);
+    if (const std::optional<JobRecord> job = queue.job(begun_->id)) {
+      gone_ = framesThatLostFiles(filesOf(queue, {*job, begun_->frames}), newJob_.runOn);
+    }
   }
 }
 

@@ -9,6 +9,8 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <set>
+#include <string_view>
 
 namespace trovik {
 namespace {
@@ -60,10 +62,18 @@ KnownFiles knownFiles(Queue& queue, JobId job) {
     }
     paths.push_back(file.path);
   }
+  std::map<std::string_view, std::size_t> owners;
+  for (const auto& [frame, files] : newest) {
+    for (const std::string_view path : std::set<std::string_view>(files.second.begin(), files.second.end())) {
+      ++owners[path];
+    }
+  }
   KnownFiles known;
   for (const auto& [frame, files] : newest) {
     for (const std::string& path : files.second) {
-      known.emplace(frame, path);
+      if (owners[path] == 1) {
+        known.emplace(frame, path);
+      }
     }
   }
   return known;
