@@ -181,8 +181,7 @@ StagedOutput::StagedOutput(Job& job, const std::string& mark) {
   }
   if (error) {
     RaiseException("StagedOutput", k_ErrorSystem,
-                   "Cannot create folder \"" + NoteText(folder.path.Text(), folder.path.Text().size()) +
-                       "\": " + error.message());
+                   "Cannot create folder \"" + NoteName(folder.path) + "\": " + error.message());
   }
   stage_ = stage;
   output_ = folder.path;
@@ -322,7 +321,7 @@ bool StagedOutput::publish(Outcome& outcome, const std::function<bool()>& mayGoO
       FileRecord& file = *record->second;
       file.problem = "Cannot be moved to its place (" + textOf(reason) + ")";
       if (problem.empty()) {
-        problem = file.problem + ": " + NoteText(final.Text(), final.Text().size());
+        problem = file.problem + ": " + NoteName(final);
       }
       if (file.frame) {
         bad.add({*file.frame, *file.frame});

@@ -58,7 +58,7 @@ std::optional<Outcome> Queue::Impl::withoutShared(const Outcome& outcome, const 
         std::string text = framesText(frames);
         text[0] = 'F';
         corrected->reason = text + (frames.Count() == 1 ? " has" : " have") + " the same file as " +
-                            framesText(*other) + ": " + NoteText(file.path, file.path.size());
+                            framesText(*other) + ": " + NoteName(Path(file.path));
         corrected->alike = "The same file as another frame";
       }
     }

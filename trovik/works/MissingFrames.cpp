@@ -104,7 +104,6 @@ FoundFrames findGoodFrames(const WorkMaker& works, const std::vector<FrameRun>& 
     work.hasFrames = hasFrames;
     const SmartHandle<Job> job = works.make(work);
     auto* render = dynamic_cast<RenderJob*>(job.Get());
-    render->CheckFilesSince(timespec{});
     if (expected.empty()) {
       for (auto file = known.lower_bound(run.First); file != known.end() && file->first <= run.Last; ++file) {
         render->ProcessNewFilename(Path(file->second));
