@@ -14,7 +14,7 @@ out_has "1 of 4 frames good"
 # The same again, in two slots: at most one of them has it, whoever is first.
 run 1 run sketch shot_0001.txt --new --slots 2 --log-dir "$TMP/logs2"
 # What was found counts as well: it is one frame's at most.
-run 1 run sketch shot_0001.txt --missing --log-dir "$TMP/logs3"
+run 1 run sketch shot_0001.txt --missing --slots 1 --log-dir "$TMP/logs3"
 out_has "the same file as frame"
 
 # Types of expected files are told before anything is started.
