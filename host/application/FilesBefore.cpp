@@ -1,5 +1,6 @@
 #include "host/application/FilesBefore.h"
 
+#include "host/application/FileName.h"
 #include "host/foundation/Descriptor.h"
 
 #include <fcntl.h>
@@ -72,7 +73,7 @@ void FilesBefore::Note(const std::vector<Path>& files, const std::vector<Path>& 
   std::map<dev_t, std::set<std::int64_t>> stamps;
   for (const Path& file : files) {
     struct stat status {};
-    if (stat(file.c_str(), &status) == 0) {
+    if (CanBeAName(file) && stat(file.c_str(), &status) == 0) {
       m_Identities.emplace(file.Text(), status);
       stamps[status.st_dev].insert(Nanoseconds(status.st_ctim));
     }

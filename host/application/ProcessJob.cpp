@@ -82,7 +82,7 @@ String SecondsText(double seconds) {
 
 // What is in the way of starting the program; empty if nothing is.
 String ProgramProblem(const Path& program) {
-  const String name = "Program \"" + NoteText(program.Text(), program.Text().size()) + "\"";
+  const String name = "Program \"" + NoteName(program) + "\"";
   if (program.Text().find('/') == String::npos) {
     return FindAlongPath(program.Text()).empty() ? name + " not found along PATH" : String::Null;
   }
@@ -91,7 +91,7 @@ String ProgramProblem(const Path& program) {
 }
 
 String DirectoryProblem(const Path& directory) {
-  const String name = "Start directory \"" + NoteText(directory.Text(), directory.Text().size()) + "\"";
+  const String name = "Start directory \"" + NoteName(directory) + "\"";
   struct stat status {};
   if (stat(directory.c_str(), &status) != 0) {
     return errno == ENOENT || errno == ENOTDIR

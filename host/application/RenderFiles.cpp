@@ -1,12 +1,12 @@
 #include "host/application/RenderJob.h"
 
 #include "host/application/ExecutableSearch.h"
+#include "host/application/FileName.h"
+#include "host/application/FrameNotes.h"
 #include "host/application/NoteText.h"
 #include "host/foundation/Exception.h"
-#include "host/foundation/Format.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -28,16 +28,12 @@
 
 namespace {
 
-// Of the module's virtual types; the host knows them only by these names.
+// Of the module's virtual types; the host knows it only by this name.
 constexpr const char* p_ImageStartText = "ImageStartText";
-constexpr const char* p_SceneNameFormat = "SceneNameFormat";
 
 // No program names more images than this; a hostile one must not cost the
 // host's memory.
 constexpr std::size_t k_ImageBytesLimit = std::size_t{64} << 20;
-
-// Runs of frames that a note lists.
-constexpr std::size_t k_ListedRuns = 10;
 
 // Makes a job stand for one of its frames as long as this lives.
 class OneFrame {
@@ -53,41 +49,6 @@ private:
 
 std::int64_t Nanoseconds(const timespec& time) {
   return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
-}
-
-// The system would take what stands before a zero byte for the whole name.
-bool CanBeAName(const Path& file) {
-  return file.Text().find('\0') == String::npos;
-}
-
-String WholeName(const Path& file) {
-  return NoteText(file.Text(), file.Text().size());
-}
-
-// Frames in ascending order, as runs.
-void Append(std::vector<FrameRun>& runs, int frame) {
-  if (!runs.empty() && std::int64_t{runs.back().Last} + 1 == frame) {
-    runs.back().Last = frame;
-  } else {
-    runs.push_back({frame, frame});
-  }
-}
-
-// "frame 7", "frames 7-9,12"
-String FramesText(const std::vector<FrameRun>& runs) {
-  String text;
-  std::int64_t unlisted = 0;
-  for (std::size_t i = 0; i < runs.size(); ++i) {
-    if (i >= k_ListedRuns) {
-      unlisted += runs[i].Count();
-    } else {
-      text += (i == 0 ? "" : ",") + (runs[i].Count() == 1 ? std::to_string(runs[i].First) : runs[i].Text());
-    }
-  }
-  if (unlisted > 0) {
-    text += " and " + std::to_string(unlisted) + " more";
-  }
-  return (runs.size() == 1 && runs[0].Count() == 1 ? "frame " : "frames ") + text;
 }
 
 } // namespace
@@ -282,7 +243,7 @@ void RenderJob::LookAt(WorkFile& file) {
   Set(p_Note, String::Null);
   if (DoCheckFile(file.File, k_StatusFinished) != k_StatusFinished) {
     file.Problem = Note();
-    const String name = ": " + WholeName(file.File);
+    const String name = ": " + NoteName(file.File);
     if (file.Problem.ends_with(name)) {
       file.Problem.erase(file.Problem.size() - name.size());
     }
@@ -351,7 +312,7 @@ String RenderJob::HolesNote() const {
   }
   std::vector<FrameRun> found;
   for (const int frame : frames) {
-    Append(found, frame);
+    AppendFrame(found, frame);
   }
   const std::vector<FrameRun> holes = FramesOutside(run, found);
   if (holes.empty()) {
@@ -361,64 +322,6 @@ String RenderJob::HolesNote() const {
          (frames.empty()
               ? ": no file's name tells its frame; where one file holds them all, set FileCheck=Work"
               : "");
-}
-
-// A program that is given one scene says itself that it is missing. One that is
-// given many, or a pattern, may take what it finds up to the first gap and end
-// well, with a movie that is too short.
-bool RenderJob::ScenesAreThere() {
-  const String format = GetParameterOrOption(p_SceneNameFormat, true, true);
-  FrameRun run;
-  if (format.empty() || !WorkFrames(run) || run.Count() < 2 || run.Count() > FrameSet::k_CountLimit) {
-    return true;
-  }
-  std::vector<FrameRun> missing;
-  for (std::int64_t frame = run.First; frame <= run.Last; ++frame) {
-    const int number = static_cast<int>(frame);
-    if (access(SFormat(format, number).c_str(), F_OK) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
-      Append(missing, number);
-    }
-  }
-  if (missing.empty()) {
-    return true;
-  }
-  Set(p_Note, "No scene file for " + FramesText(missing) + ": " +
-                  WholeName(Path(SFormat(format, missing[0].First))) +
-                  (missing.size() == 1 && missing[0].Count() == 1 ? "" : " is the first"));
-  return false;
-}
-
-NameLetters RenderJob::RefusedInSceneNames() const {
-  return {EffectiveText(p_RefusedInSceneName), p_RefusedInSceneName};
-}
-
-// Programs that cannot take a name say so in many ways, and some read or write
-// another file instead.
-bool RenderJob::SceneNamesAreTaken() {
-  const NameLetters refused = RefusedInSceneNames();
-  if (refused.empty()) {
-    return true;
-  }
-  const auto isTaken = [this, &refused](const Path& scene) {
-    const String name = scene.Leaf(true);
-    const std::size_t place = refused.FindIn(name);
-    if (place != String::npos) {
-      Set(p_Note, "The program does not take the scene file's name, which holds " +
-                      NoteText(NameLetters::Describe(name, place)) + ": " + WholeName(scene));
-    }
-    return place == String::npos;
-  };
-  const String format = GetParameterOrOption(p_SceneNameFormat, true, true);
-  FrameRun run;
-  if (format.empty() || !WorkFrames(run) || run.Count() > FrameSet::k_CountLimit) {
-    return isTaken(StoredScene());
-  }
-  for (std::int64_t frame = run.First; frame <= run.Last; ++frame) {
-    if (!isTaken(Path(SFormat(format, static_cast<int>(frame))))) {
-      return false;
-    }
-  }
-  return true;
 }
 
 int RenderJob::DoCheckFile(const Path& file, int result) {
@@ -446,7 +349,7 @@ int RenderJob::DoCheckFile(const Path& file, int result) {
   if (problem.empty()) {
     return k_StatusFinished;
   }
-  Set(p_Note, problem + ": " + WholeName(file));
+  Set(p_Note, problem + ": " + NoteName(file));
   return k_StatusFailed;
 }
 
@@ -464,7 +367,7 @@ std::vector<FrameRun> RenderJob::FramesWithGoodFiles() const {
   std::vector<FrameRun> runs;
   for (const auto& [frame, good] : frames) {
     if (good) {
-      Append(runs, frame);
+      AppendFrame(runs, frame);
     }
   }
   return runs;
@@ -499,7 +402,7 @@ std::vector<FrameRun> RenderJob::GoodFrames() const {
     for (std::int64_t frame = files.First; frame <= files.Last; ++frame) {
       const int number = static_cast<int>(frame);
       if (counts[number] == most && !refused.contains(number)) {
-        Append(good, number);
+        AppendFrame(good, number);
       }
     }
   }

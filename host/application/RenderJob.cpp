@@ -264,8 +264,7 @@ bool RenderJob::CreateOutputFolder() {
     error = std::make_error_code(std::errc::not_a_directory);
   }
   if (error) {
-    Set(p_Note,
-        "Cannot create folder \"" + NoteText(folder.Text(), folder.Text().size()) + "\": " + error.message());
+    Set(p_Note, "Cannot create folder \"" + NoteName(folder) + "\": " + error.message());
   }
   return !error;
 }

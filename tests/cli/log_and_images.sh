@@ -48,6 +48,12 @@ run 1 images last --missing
 out_is <<'END'
 2-3
 END
+run 0 images 1
+out_is <<'END'
+TMP/work/images/shot_0001.drw
+END
+run 0 show 1
+out_has "images     1 in $TMP/work/images"
 run 0 images 1 --json
 "$HELPER" json /kind /job /files/0/frame /files/0/problem <"$TMP/out" >"$TMP/values"
 file_is "$TMP/values" <<'END'

@@ -111,6 +111,15 @@ run 0 check --strict types
 out_is_empty
 err_is_empty
 
+# One file for all frames is told, here and by the check.
+run 0 new Shared --program sh --frames '-f FRAME' --output '-o FOLDER/all.png' -o shared.tvx
+err_is <<'END'
+trovik: warning: "$(OutputFolder)/all.png" is one file for all frames, and no two frames may share one
+hint: let the program number its files, or write FileCheck=Work into the type where one file holds them all
+END
+run 1 check --strict shared.tvx
+out_has "all frames of a job have this one file"
+
 # What looks like a reference in the arguments is plain.
 run 0 new Plain --program sh --scene "\$(Name)=SCENE '\$(x) \"y\"'" --frames none --output '--to=OUTPUT' --force
 run 0 run plain 'one scene.txt' --dry-run --json

@@ -10,6 +10,7 @@
 #include "host/foundation/Exception.h"
 #include "host/foundation/Quoting.h"
 #include "trovik/check/References.h"
+#include "trovik/jobs/WorkMaker.h"
 #include "trovik/text/UsageError.h"
 
 #include <algorithm>
@@ -293,6 +294,7 @@ void checkSameForAll(const TypeCheck& check, const PlacedText& command) {
 }
 
 constexpr const char* trialScene = "/shots/a/scene_0001.ext";
+constexpr const char* trialSequence = "/shots/a/scene_%04d.ext";
 
 /// The file that an argument may name, with "%04d" and "####" as frame 1: all of
 /// it, or what is behind its "=".
@@ -365,6 +367,39 @@ void checkOtherFiles(const TypeCheck& check, RenderJob& job, const std::vector<S
   }
 }
 
+/// Templates that name the frame, and are one file for two frames all the same:
+/// what they name is that of the scene, or is empty for a sequence.
+void checkSharedFiles(const TypeCheck& check, RenderJob& job) {
+  const std::optional<PlacedText> list = check.defaultOf(p_ExpectedFiles);
+  const String rule = check.effective(p_FileCheck);
+  if (!list || !isSettable(check, p_Range) || String::EqualNoCase(rule, "Work") ||
+      String::EqualNoCase(rule, "None")) {
+    return;
+  }
+  const bool sequence = isTrue(check, "CheckForMultipleFiles");
+  if (sequence) {
+    job.SetParameter(sceneNameFormat, trialSequence);
+  }
+  const auto filesOf = [&job](const char* frame) {
+    job.SetParameter(p_SubRange, frame);
+    return job.ExpectedFiles();
+  };
+  const std::vector<Path> first = filesOf("1-1");
+  const std::vector<Path> second = filesOf("2-2");
+  const std::vector<PlacedText> pieces = piecesOf(*list, ';');
+  if (pieces.size() != first.size() || first.size() != second.size()) {
+    return;
+  }
+  for (std::size_t i = 0; i < pieces.size(); ++i) {
+    if (first[i] == second[i] && namesFrame(check, String(pieces[i].text))) {
+      check.out.warning("no-frame", pieces[i].span,
+                        std::string(sequence ? "all frames of a sequence" : "all frames of a job") +
+                            " have this one file",
+                        "write $(Frame.Pad(4)) into the name, or FileCheck=Work in [OverrideDefaults]");
+    }
+  }
+}
+
 /// The last word: a job of the type, with a scene of an ordinary name.
 void tryJob(const TypeCheck& check, const Span& span) {
   auto* job = dynamic_cast<ProcessJob*>(check.job);
@@ -382,6 +417,7 @@ void tryJob(const TypeCheck& check, const Span& span) {
     words("1-2");
     if (auto* render = dynamic_cast<RenderJob*>(job); render != nullptr) {
       checkOtherFiles(check, *render, words("1-1"));
+      checkSharedFiles(check, *render);
     }
   } catch (Exception* exception) {
     const int code = exception->Code();

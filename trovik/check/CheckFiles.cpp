@@ -9,13 +9,6 @@
 namespace trovik {
 namespace {
 
-bool namesFrame(const TypeCheck& check, const String& text) {
-  const std::set<std::string> names = allNamesIn(check, text);
-  return std::any_of(names.begin(), names.end(), [](const std::string& name) {
-    return name == "frame" || name == "subrange" || name == "actualsubrange" || name == "actualscene";
-  });
-}
-
 /// Templates without a frame in them are one file for all frames of a work.
 void checkFrames(const TypeCheck& check, const PlacedText& list) {
   const int packet = std::atoi(check.effective(p_PacketSize).c_str());
@@ -62,6 +55,13 @@ void checkQuotes(const TypeCheck& check, const PlacedText& text, const char* wha
 }
 
 } // namespace
+
+bool namesFrame(const TypeCheck& check, const String& text) {
+  const std::set<std::string> names = allNamesIn(check, text);
+  return std::any_of(names.begin(), names.end(), [](const std::string& name) {
+    return name == "frame" || name == "subrange" || name == "actualsubrange" || name == "actualscene";
+  });
+}
 
 void checkFiles(const TypeCheck& check) {
   const std::optional<PlacedText> expected = check.defaultOf(p_ExpectedFiles);

@@ -20,6 +20,9 @@ bool hasCommand(const Reference& reference, const char* name);
 /// to, in lower case.
 std::set<std::string> allNamesIn(const TypeCheck& check, const String& text);
 
+/// Whether a text depends on the frames of a work by the names in it.
+bool namesFrame(const TypeCheck& check, const String& text);
+
 /// What a reference's value may hold.
 enum class ValueKind {
   Plain, ///< a number, a frame range, one of the type's own words

@@ -2,6 +2,7 @@
 
 #include "host/application/ExecutableSearch.h"
 #include "host/application/Expansion.h"
+#include "host/application/FileName.h"
 #include "host/application/JobFactory.h"
 #include "host/application/NoteText.h"
 #include "host/application/ProcessJob.h"
@@ -180,8 +181,7 @@ StagedOutput::StagedOutput(Job& job, const std::string& mark) {
   }
   if (error) {
     RaiseException("StagedOutput", k_ErrorSystem,
-                   "Cannot create folder \"" + NoteText(folder.path.Text(), folder.path.Text().size()) +
-                       "\": " + error.message());
+                   "Cannot create folder \"" + NoteName(folder.path) + "\": " + error.message());
   }
   stage_ = stage;
   output_ = folder.path;
@@ -224,7 +224,7 @@ void StagedOutput::takeBack(const std::vector<std::string>& names, std::time_t s
   for (const std::string& name : names) {
     const std::string part = partIn(name);
     struct stat status {};
-    if (part.empty() || lstat(name.c_str(), &status) == 0) {
+    if (part.empty() || !CanBeAName(Path(name)) || lstat(name.c_str(), &status) == 0) {
       continue;
     }
     const Path inStage(stage_.Text() + "/" + part);
@@ -321,7 +321,7 @@ bool StagedOutput::publish(Outcome& outcome, const std::function<bool()>& mayGoO
       FileRecord& file = *record->second;
       file.problem = "Cannot be moved to its place (" + textOf(reason) + ")";
       if (problem.empty()) {
-        problem = file.problem + ": " + NoteText(final.Text(), final.Text().size());
+        problem = file.problem + ": " + NoteName(final);
       }
       if (file.frame) {
         bad.add({*file.frame, *file.frame});

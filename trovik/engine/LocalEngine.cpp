@@ -265,7 +265,7 @@ bool LocalEngine::start(const Claim& claim) {
       if (started == Attempt::Start::Runs) {
         shortageSince_.reset();
         processes_.emplace_back(claim.attempt, attempt->process());
-        job->tell(attempt->job(), {});
+        job->tell(attempt->job(), {}, false);
         running_.push_back(std::move(attempt));
       } else {
         ended_.push_back(std::move(attempt));

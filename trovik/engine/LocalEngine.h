@@ -69,6 +69,12 @@ private:
     std::optional<WorkInfo> work; ///< of a lost one, for telling
   };
 
+  /// What the queue made of it.
+  struct Recorded {
+    bool again = false;
+    std::optional<Outcome> corrected;
+  };
+
   void fileNamed(const Claim& claim, const Path& file, std::optional<int> frame) override;
   void fileComplete(const WorkInfo& work, const Path& file) override;
 
@@ -78,9 +84,10 @@ private:
   void finishJobs();
   void stopCanceled();
   bool recordTurn();
-  void writeTurn(std::vector<Claim>& claims, std::vector<bool>& again);
+  void writeTurn(std::vector<Claim>& claims, std::vector<Recorded>& recorded);
+  Recorded record(const Outcome& outcome);
   void claimWorks(std::vector<Claim>& claims);
-  void tellTurn(const std::vector<bool>& again);
+  void tellTurn(const std::vector<Recorded>& recorded);
   void tellLost(const Settled& lost, bool again);
   void startWorks();
   Attempt::Shortage shortage();

@@ -21,9 +21,9 @@ bool LocalEngine::recordTurn() {
     return true;
   }
   std::vector<Claim> claims;
-  std::vector<bool> again;
+  std::vector<Recorded> recorded;
   try {
-    queue_.inTransaction([&] { writeTurn(claims, again); });
+    queue_.inTransaction([&] { writeTurn(claims, recorded); });
   } catch (const QueueError& error) {
     if (!error.passes()) {
       throw;
@@ -41,11 +41,11 @@ bool LocalEngine::recordTurn() {
   }
   putAside_ = putAside_ || putAside;
   claimed_.insert(claimed_.end(), claims.begin(), claims.end());
-  tellTurn(again);
+  tellTurn(recorded);
   return true;
 }
 
-void LocalEngine::writeTurn(std::vector<Claim>& claims, std::vector<bool>& again) {
+void LocalEngine::writeTurn(std::vector<Claim>& claims, std::vector<Recorded>& recorded) {
   if (stops_ > 0 && plan_.only && !putAside_ && interrupts_.byUser()) {
     queue_.stop(*plan_.only, "Stopped by the user");
   }
@@ -59,16 +59,22 @@ void LocalEngine::writeTurn(std::vector<Claim>& claims, std::vector<bool>& again
     queue_.noteFile(note.attempt, note.file);
   }
   for (const auto& attempt : ended_) {
-    again.push_back(queue_.settle(attempt->outcome()));
+    recorded.push_back(record(attempt->outcome()));
   }
   for (const Settled& settled : settled_) {
-    again.push_back(queue_.settle(settled.outcome));
+    recorded.push_back(record(settled.outcome));
   }
-  mayHaveWork_ =
-      mayHaveWork_ || std::find(again.begin(), again.end(), true) != again.end() || !settled_.empty();
+  mayHaveWork_ = mayHaveWork_ || !settled_.empty() ||
+                 std::any_of(recorded.begin(), recorded.end(), [](const Recorded& one) { return one.again; });
   if (stops_ == 0 && claimed_.empty() && mayHaveWork_ && !yields_) {
     claimWorks(claims);
   }
+}
+
+LocalEngine::Recorded LocalEngine::record(const Outcome& outcome) {
+  Recorded recorded;
+  recorded.again = queue_.settle(outcome, &recorded.corrected);
+  return recorded;
 }
 
 void LocalEngine::claimWorks(std::vector<Claim>& claims) {
@@ -84,20 +90,27 @@ void LocalEngine::claimWorks(std::vector<Claim>& claims) {
   mayHaveWork_ = claims.size() == wanted;
 }
 
-void LocalEngine::tellTurn(const std::vector<bool>& again) {
+void LocalEngine::tellTurn(const std::vector<Recorded>& recorded) {
   std::size_t place = 0;
   for (const auto& attempt : ended_) {
     WorkResult result = attempt->result();
-    result.again = result.verdict == Verdict::Failed && again[place];
-    ++place;
+    const auto& [again, corrected] = recorded[place++];
+    if (corrected) {
+      result.verdict = verdictOf(corrected->state);
+      result.rule = corrected->rule;
+      result.reason = corrected->state == AttemptState::Good ? std::string() : corrected->reason;
+      result.good = corrected->good;
+    }
+    result.again = result.verdict == Verdict::Failed && again;
     if (const auto job = jobs_.find(attempt->claim().job); job != jobs_.end()) {
-      job->second->tell(attempt->job(), result.reason);
+      job->second->tell(attempt->job(), result.reason, corrected && result.verdict == Verdict::Failed);
     }
     events_.workEnded(attempt->work(), result);
   }
   for (const Settled& settled : settled_) {
     if (settled.work && (!plan_.only || plan_.only == settled.work->job)) {
-      tellLost(settled, again[place]);
+      const auto& [again, corrected] = recorded[place];
+      tellLost({corrected.value_or(settled.outcome), settled.work}, again);
     }
     ++place;
   }

@@ -65,9 +65,9 @@ WorkInfo OpenJob::work(const Claim& claim) const {
   return work;
 }
 
-void OpenJob::tell(const SmartHandle<const Job>& work, const std::string& note) {
+void OpenJob::tell(const SmartHandle<const Job>& work, const std::string& note, bool refused) {
   try {
-    job_->OnChildChange(work, "Status", std::to_string(work->Status()));
+    job_->OnChildChange(work, "Status", std::to_string(refused ? k_StatusFailed : work->Status()));
     if (!note.empty()) {
       job_->OnChildChange(work, p_Note, note);
     }

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
 #include <system_error>
 
 namespace trovik {
@@ -360,32 +361,64 @@ void JobSetup::checkScene() const {
   }
 }
 
-/// Files that stand for a whole work, such as a movie, are one work's only.
+/// One frame, one file: what works of many frames would overwrite in turn is
+/// told before any of them starts. What differs for the first frames and is the
+/// same later on shows when an attempt ends.
 void JobSetup::checkFiles() const {
+  constexpr std::size_t comparedRuns = 1000;
   auto* render = dynamic_cast<RenderJob*>(job_.Get());
-  const std::unique_ptr<Distributor> works = job_->DoGetDistributor();
-  FrameRun first;
-  FrameRun second;
-  bool hasFrames = false;
-  if (render == nullptr ||
-      !String::EqualNoCase(job_->GetParameterOrOption(p_FileCheck, true, true), "Work") ||
-      !works->Next(first, hasFrames) || !works->Next(second, hasFrames)) {
+  String rule = effectiveValue(*job_, p_FileCheck);
+  rule.Trim();
+  if (render == nullptr || String::EqualNoCase(rule, "None") ||
+      job_->GetParameterOrOption(p_ExpectedFiles, true, true).empty()) {
     return;
   }
-  const auto filesOf = [&](const FrameRun& run) {
+  const bool perWork = String::EqualNoCase(rule, "Work");
+  const std::unique_ptr<Distributor> works = orRefuse("", "", [&] { return job_->DoGetDistributor(); });
+  std::map<std::string, FrameRun> owners;
+  std::size_t compared = 0;
+  const auto compare = [&](const FrameRun& run) {
+    ++compared;
     job_->SetParameter(p_SubRange, run.Text());
-    std::vector<Path> files = orRefuse("", "", [&] { return render->ExpectedFiles(); });
+    const std::vector<Path> files = orRefuse("", "", [&] { return render->ExpectedFiles(); });
     job_->SetParameter(p_SubRange, String::Null);
-    return files;
+    for (const Path& file : files) {
+      const auto [owner, isNew] = owners.emplace(file.Text(), run);
+      if (!isNew) {
+        refuseShared(file, owner->second, run, perWork);
+      }
+    }
   };
-  const std::vector<Path> files = filesOf(first);
-  for (const Path& file : filesOf(second)) {
-    if (std::find(files.begin(), files.end(), file) != files.end()) {
-      throw UsageError{"the works for frames " + first.Text() + " and " + second.Text() +
-                           " would both write " + inQuotes(file.Text()),
-                       "choose frames without a gap with --range, in one packet"};
+  bool hasFrames = false;
+  for (FrameRun run; compared < comparedRuns && works->Next(run, hasFrames) && hasFrames;) {
+    if (perWork) {
+      compare(run);
+      continue;
+    }
+    for (std::int64_t frame = run.First; frame <= run.Last && compared < comparedRuns; ++frame) {
+      compare({static_cast<int>(frame), static_cast<int>(frame)});
     }
   }
+}
+
+void JobSetup::refuseShared(const Path& file, const FrameRun& one, const FrameRun& other,
+                            bool perWork) const {
+  const std::string both = inQuotes(file.Text());
+  if (perWork) {
+    throw UsageError{"the works for frames " + one.Text() + " and " + other.Text() + " would both write " +
+                         both,
+                     "choose frames without a gap with --range, in one packet"};
+  }
+  const bool byScene =
+      job_->GetParameterOrOption(sceneNameFormat, true, true).empty() &&
+      job_->GetParameterOrOption(p_ExpectedFiles, true, true).Lower().find("$(actualscene") != String::npos;
+  throw UsageError{"frames " + std::to_string(one.First) + " and " + std::to_string(other.First) +
+                       " would both write " + both,
+                   byScene
+                       ? "its name is that of the scene, which is one file: leave --range out, or pick a "
+                         "file of a numbered sequence"
+                       : "name the frame in ExpectedFiles by $(Frame.Pad(4)), or set FileCheck=Work where "
+                         "one file holds them all"};
 }
 
 NameLetters JobSetup::refusedInSceneNames() const {

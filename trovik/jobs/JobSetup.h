@@ -74,6 +74,8 @@ private:
                        const String& changed) const;
   void checkScene() const;
   void checkFiles() const;
+  [[noreturn]] void refuseShared(const Path& file, const FrameRun& one, const FrameRun& other,
+                                 bool perWork) const;
   void checkSequence(const String& format) const;
   NameLetters refusedInSceneNames() const;
 

@@ -303,6 +303,9 @@ std::string defaultsPart(const TypeAnswers& answers, const Meanings& meanings, b
   }
   const std::vector<String> files = expectedFilesOf(answers);
   text += "; The files that each frame must leave. They must be new, not empty, and images whole.\n";
+  if (!sharedFilesOf(answers).empty()) {
+    text += "; One of them has the same name for every frame, and no two frames may share a file.\n";
+  }
   if (!files.empty()) {
     text += "ExpectedFiles=" + std::string(ListParameterInfo().Pack(files)) + '\n';
   } else {
@@ -333,6 +336,17 @@ std::string defaultsPart(const TypeAnswers& answers, const Meanings& meanings, b
 
 std::vector<String> expectedFilesOf(const TypeAnswers& answers) {
   return answers.imageText.empty() ? expectedFiles(answers, Meanings(answers)) : std::vector<String>();
+}
+
+std::vector<String> sharedFilesOf(const TypeAnswers& answers) {
+  std::vector<String> files = expectedFilesOf(answers);
+  const Framing framing = framingOf(answers.frames, answers.scene);
+  const bool onePerWork = framing == Framing::Range && ArgumentWords(answers.output).has("OUTPUT");
+  std::erase_if(files, [&](const String& file) {
+    return framing == Framing::None || onePerWork || file.find("$(Frame") != String::npos ||
+           file.find("$(SubRange") != String::npos || file.find("$(ActualScene") != String::npos;
+  });
+  return files;
 }
 
 std::string typeFileText(const TypeAnswers& answers, const UID& id, const std::string& shortcut) {

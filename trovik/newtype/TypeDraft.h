@@ -12,6 +12,9 @@ namespace trovik {
 /// of the parameter ExpectedFiles. None where the program names its images.
 std::vector<String> expectedFilesOf(const TypeAnswers& answers);
 
+/// Of these, the ones that would be one file for all frames of a job.
+std::vector<String> sharedFilesOf(const TypeAnswers& answers);
+
 /// A commented type file of the answers, which must have passed the checks.
 /// `shortcut` may be empty.
 std::string typeFileText(const TypeAnswers& answers, const UID& id, const std::string& shortcut);

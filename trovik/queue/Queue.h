@@ -166,7 +166,11 @@ public:
   /// the job when nothing is left, stops it when its first works all failed
   /// alike. Returns whether what is left is tried again. An attempt that is
   /// not running any more is left alone: false.
-  bool settle(const Outcome& outcome);
+  ///
+  /// A file that good frames of another work have already is not this one's:
+  /// its frames are not good, and a good attempt has failed. `corrected` gets
+  /// the outcome as it was then put down.
+  bool settle(const Outcome& outcome, std::optional<Outcome>* corrected = nullptr);
 
   /// Of those attempts, the ones whose job was canceled.
   std::vector<AttemptId> canceled(EngineId engine);

@@ -354,7 +354,7 @@ bool Queue::settleArrayWork(ArrayId array, std::size_t position, Moment started,
       if (found->attempt == 0) {
         outcome.attempt = impl_->beginArrayWork(*found, started);
       }
-      again = impl_->settle(outcome);
+      again = impl_->settle(outcome, nullptr);
     }
     impl_->closeArrayWork(*found, outcome.attempt);
   });
@@ -389,7 +389,11 @@ bool Queue::Impl::settleUnseen(const OpenArrayWork& given, Moment started, Outco
   }
   Settling settling;
   Work first;
-  return readSettling(outcome.attempt, settling, first) && settleWorks(outcome, settling, works);
+  if (!readSettling(outcome.attempt, settling, first)) {
+    return false;
+  }
+  const std::optional<Outcome> other = withoutShared(outcome, settling, given.run);
+  return settleWorks(other ? *other : outcome, settling, works);
 }
 
 void Queue::Impl::closeArrayWork(const OpenArrayWork& given, AttemptId attempt) {

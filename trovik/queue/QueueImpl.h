@@ -71,13 +71,18 @@ public:
             const RunSet& gone, RunSet& again);
   /// What was found to be good by itself becomes good.
   void takeFound(const BegunJob& begun, const NewJob& job, const BegunJob& known, const RunSet& changed);
-  bool settle(const Outcome& outcome);
+  bool settle(const Outcome& outcome, std::optional<Outcome>* corrected);
   /// The running attempt and its work; false when there is none.
   bool readSettling(AttemptId attempt, Settling& settling, Work& work);
   /// Settles an attempt at these works (at least one): the one that runs, or
   /// those that a work was cut into before its start was seen. What was
   /// canceled of them is either good or stays so.
   bool settleWorks(const Outcome& outcome, const Settling& settling, std::span<const Work> works);
+  /// The outcome of an attempt at these frames without what is another frame's
+  /// file as well; nothing where there is no such file.
+  std::optional<Outcome> withoutShared(const Outcome& outcome, const Settling& settling, const FrameRun& run);
+  /// Other frames, good by now, that have the file.
+  std::optional<FrameRun> otherOf(const std::string& file, JobId job, AttemptId attempt, const FrameRun& run);
   /// Appends works that are ready, in the order in which they are to be taken,
   /// as claims that lack their attempts, until there are `count`; and those of
   /// their jobs that wait for their first start, where that is asked.

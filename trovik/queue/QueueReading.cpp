@@ -1,3 +1,4 @@
+#include "trovik/queue/JobFiles.h"
 #include "trovik/queue/QueueImpl.h"
 #include "trovik/queue/Statements.h"
 #include "trovik/records/RunEvents.h"
@@ -180,26 +181,19 @@ void addFailures(Database& database, JobId job, RunSummary& summary) {
   }
 }
 
-/// The files whose last check in this job found them good.
-void addImages(Database& database, JobId job, RunSummary& summary) {
-  static const std::string sql =
-      "SELECT path, problem, max(id)" + filesOfJob + "WHERE checked = 1 GROUP BY path";
-  Query row(database, sql.c_str(), job, 0);
-  while (row.next()) {
-    const Path file(row.text());
-    if (row.text().empty()) {
-      ++summary.images[file.Branch(true, true)];
-    }
-  }
-}
-
 } // namespace
 
 RunSummary Queue::summary(JobId id) {
   RunSummary summary;
   impl_->database.read([&] {
     if (const std::optional<JobRecord> record = job(id)) {
-      impl_->summarize(*record, frames(id), summary);
+      const JobView view{*record, frames(id)};
+      impl_->summarize(view.job, view.frames, summary);
+      for (const JobFile& file : filesOf(*this, view)) {
+        if (isGood(file)) {
+          ++summary.images[Path(file.path).Branch(true, true)];
+        }
+      }
     }
   });
   summary.engine = hasOtherEngine(0);
@@ -230,7 +224,6 @@ void Queue::Impl::summarize(const JobRecord& record, const JobFrames& stand, Run
   summary.canceledWorks = stand.canceledWorks;
   summary.notDoneWorks = stand.readyWorks + stand.runningWorks + stand.canceledWorks;
   addFailures(database, record.id, summary);
-  addImages(database, record.id, summary);
   if (record.started) {
     summary.duration = std::max(record.ended.value_or(now()) - *record.started, Moment::duration(0));
   }

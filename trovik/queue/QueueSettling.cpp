@@ -88,19 +88,27 @@ std::string stopNote(std::int64_t count, const std::string& reason) {
 
 } // namespace
 
-bool Queue::settle(const Outcome& outcome) {
+bool Queue::settle(const Outcome& outcome, std::optional<Outcome>* corrected) {
   if (outcome.state == AttemptState::Running) {
     throw QueueError{QueueError::Kind::Other, "An attempt cannot be settled as running", ""};
   }
   bool again = false;
-  impl_->database.write([&] { again = impl_->settle(outcome); });
+  impl_->database.write([&] { again = impl_->settle(outcome, corrected); });
   return again;
 }
 
-bool Queue::Impl::settle(const Outcome& outcome) {
+bool Queue::Impl::settle(const Outcome& outcome, std::optional<Outcome>* corrected) {
   Work work;
   Settling settling;
-  return readSettling(outcome.attempt, settling, work) && settleWorks(outcome, settling, {&work, 1});
+  if (!readSettling(outcome.attempt, settling, work)) {
+    return false;
+  }
+  std::optional<Outcome> other = withoutShared(outcome, settling, work.run);
+  const bool again = settleWorks(other ? *other : outcome, settling, {&work, 1});
+  if (corrected != nullptr) {
+    *corrected = std::move(other);
+  }
+  return again;
 }
 
 bool Queue::Impl::readSettling(AttemptId attempt, Settling& settling, Work& work) {

@@ -41,6 +41,22 @@ inline constexpr const char* attemptToSettle =
     "j.state, j.canceling, j.has_frames, j.retries, j.stop_after, j.alike, j.alike_count "
     "FROM attempts a CROSS JOIN works w ON w.id = a.work CROSS JOIN jobs j ON j.id = a.job "
     "WHERE a.id = ?1 AND a.state = 'running'";
+/// Which good frames have a file of job ?2 that attempt ?3, at the frames ?4 to
+/// ?5, has left as well. Of an earlier attempt at some of these frames only what
+/// it kept when it failed is sure to be another frame's.
+inline constexpr const char* otherOfFile =
+    "SELECT coalesce(f.frame, a.first), coalesce(f.frame, a.last) FROM files f INDEXED BY files_path "
+    "CROSS JOIN attempts a ON a.id = f.attempt "
+    "WHERE f.path = ?1 AND f.checked = 1 AND f.problem = '' AND a.job = ?2 AND a.id <> ?3 "
+    "AND (a.last < ?4 OR a.first > ?5 OR (f.frame IS NOT NULL AND a.state <> 'good')) "
+    "AND EXISTS (SELECT 1 FROM works w INDEXED BY works_job WHERE w.job = ?2 "
+    "AND w.first BETWEEN a.first AND coalesce(f.frame, a.last) AND w.last >= coalesce(f.frame, w.last) "
+    "AND w.attempt = a.id AND w.state = 'good') "
+    "UNION ALL "
+    "SELECT f.frame, f.frame FROM files f INDEXED BY files_path "
+    "WHERE f.path = ?1 AND f.attempt = -?2 AND f.frame IS NOT NULL AND f.problem = '' "
+    "AND (SELECT w.state FROM works w INDEXED BY works_job WHERE w.job = ?2 AND w.first <= f.frame "
+    "ORDER BY w.first DESC LIMIT 1) = 'good' LIMIT 1";
 inline constexpr const char* endAttempt =
     "UPDATE attempts SET state = ?2, rule = ?3, reason = ?4, lines = ?5, log = ?6, command = ?7, "
     "exit_code = ?8, signal = ?9, good = ?10, again = ?11, ended = ?12, duration = ?13 WHERE id = ?1";
@@ -144,6 +160,7 @@ inline constexpr std::array all = {
     openArraysOfJob,  readyWorksOfJob, openRuns,         openArrayWorks,   anyOpenArrayWork, openArrayWork,
     partsOfArrayWork, startArrayWork,  startClusterJob,  noteArrayAttempt, closeArrayWork,   taskOfArrayWork,
     noteTask,         noteLog,         dropBeat,         beatsOfJob,       leftArrays,       noteEnd,
+    otherOfFile,
 };
 
 } // namespace trovik::statements

@@ -4,6 +4,7 @@
 #include "trovik/records/Moments.h"
 #include "trovik/reports/AttemptText.h"
 #include "trovik/text/Text.h"
+#include "trovik/works/FilesNow.h"
 
 #include <algorithm>
 #include <set>
@@ -162,7 +163,7 @@ std::string adviceText(const Console& console, const JobReport& report) {
 
 } // namespace
 
-JobReport reportOn(Queue& queue, JobRecord job) {
+JobReport reportOn(Queue& queue, JobRecord job, ImageInspector& inspector) {
   const JobId id = job.id;
   JobReport report;
   report.view = viewOf(queue, std::move(job));
@@ -172,7 +173,11 @@ JobReport reportOn(Queue& queue, JobRecord job) {
     report.engine = true; // the cluster itself
   }
   RunSummary summary = queue.summary(id);
-  report.images = std::move(summary.images);
+  for (const JobFile& file : filesNow(queue, report.view, Decode::Changed, inspector).files) {
+    if (isGood(file)) {
+      ++report.images[Path(file.path).Branch(true, true)];
+    }
+  }
 
   const std::vector<AttemptRecord> attempts = queue.attempts(id);
   std::map<std::string, const AttemptRecord*> byReason;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "trovik/images/ImageInspector.h"
 #include "trovik/reports/ClusterReport.h"
 #include "trovik/reports/JobPrograms.h"
 #include "trovik/reports/JobTable.h"
@@ -33,7 +34,8 @@ struct JobReport {
   std::optional<ClusterReport> cluster;      ///< of a job on one
 };
 
-JobReport reportOn(Queue& queue, JobRecord job);
+/// Its images are those that are good now; see filesNow.
+JobReport reportOn(Queue& queue, JobRecord job, ImageInspector& inspector);
 
 std::string reportText(const Console& console, const JobReport& report, Moment now);
 Json reportJson(const JobReport& report, Moment now);

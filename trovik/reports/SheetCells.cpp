@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <map>
+#include <unistd.h>
 #include <utility>
 
 namespace trovik {
@@ -23,22 +24,19 @@ void refuseTooMany(const std::string& what, std::size_t count, const std::string
   }
 }
 
-/// The file that shows each frame.
-std::map<int, std::string> filesByFrame(const std::vector<FileRecord>& files) {
-  std::map<int, const FileRecord*> best;
-  for (const FileRecord& file : files) {
-    if (file.frame && isGood(file)) {
-      const FileRecord*& chosen = best[*file.frame];
-      if (chosen == nullptr || file.attempt > chosen->attempt) {
-        chosen = &file;
+/// The file that shows each good frame: the first one that is not good any more,
+/// else the first.
+std::map<int, const JobFile*> filesByFrame(const std::vector<JobFile>& files) {
+  std::map<int, const JobFile*> chosen;
+  for (const JobFile& file : files) {
+    if (file.frame && file.counts) {
+      const JobFile*& shown = chosen[*file.frame];
+      if (shown == nullptr || (shown->problem.empty() && !file.problem.empty())) {
+        shown = &file;
       }
     }
   }
-  std::map<int, std::string> paths;
-  for (const auto& [frame, file] : best) {
-    paths[frame] = file->path;
-  }
-  return paths;
+  return chosen;
 }
 
 /// Why each failed work failed, with its frames.
@@ -55,7 +53,7 @@ std::vector<std::pair<FrameRun, std::string>> failures(Queue& queue, JobId job) 
 
 class FrameCells {
 public:
-  FrameCells(Queue& queue, const JobView& view, const std::vector<FileRecord>& files)
+  FrameCells(Queue& queue, const JobView& view, const std::vector<JobFile>& files)
       : frames_(view.frames), files_(filesByFrame(files)), failures_(failures(queue, view.job.id)) {}
 
   SheetCell cell(int frame) const {
@@ -70,7 +68,14 @@ public:
       cell.note = reasonOf(frame);
     } else if (cell.state == CellState::Good) {
       const auto file = files_.find(frame);
-      cell.file = file == files_.end() ? std::string() : file->second;
+      if (file != files_.end()) {
+        cell.file = file->second->path;
+        // One that is gone is found to be missing when it is drawn.
+        if (!file->second->problem.empty() && access(cell.file.c_str(), F_OK) == 0) {
+          cell.state = CellState::Damaged;
+          cell.note = file->second->problem;
+        }
+      }
     }
     return cell;
   }
@@ -84,7 +89,7 @@ private:
   }
 
   const JobFrames& frames_;
-  std::map<int, std::string> files_;
+  std::map<int, const JobFile*> files_;
   std::vector<std::pair<FrameRun, std::string>> failures_;
 };
 
@@ -109,13 +114,13 @@ std::vector<int> chosenFrames(const JobView& view, const std::optional<RunSet>& 
 
 } // namespace
 
-SheetPlan sheetPlan(Queue& queue, const JobView& view, const std::optional<RunSet>& only) {
+SheetPlan sheetPlan(Queue& queue, const JobView& view, const std::vector<JobFile>& files,
+                    const std::optional<RunSet>& only) {
   SheetPlan plan;
   plan.title = titleOf(view.job);
   plan.subtitle = view.job.typeName;
-  const std::vector<FileRecord> files = queue.files(view.job.id);
   const bool mapped =
-      std::any_of(files.begin(), files.end(), [](const FileRecord& file) { return file.frame.has_value(); });
+      std::any_of(files.begin(), files.end(), [](const JobFile& file) { return file.frame.has_value(); });
   if (view.job.hasFrames && (mapped || files.empty())) {
     if (files.empty() && !view.frames.good.empty()) {
       throw UsageError{jobName(view) + " has left no files",
@@ -131,9 +136,8 @@ SheetPlan sheetPlan(Queue& queue, const JobView& view, const std::optional<RunSe
     throw UsageError{"the files of " + jobName(view) + " belong to no frames", "leave out --frames"};
   }
   plan.noun = "file";
-  const std::vector<FileRecord> last = filesOf(queue, view.job.id);
-  refuseTooMany("file", last.size(), "\"trovik images " + std::to_string(view.job.id) + "\" lists them");
-  for (const FileRecord& file : last) {
+  refuseTooMany("file", files.size(), "\"trovik images " + std::to_string(view.job.id) + "\" lists them");
+  for (const JobFile& file : files) {
     if (file.checked) {
       plan.cells.push_back({file.path.substr(file.path.rfind('/') + 1), file.path, CellState::Good, {}});
     }

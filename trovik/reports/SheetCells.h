@@ -1,7 +1,7 @@
 #pragma once
 
 #include "trovik/images/ImageProtocol.h"
-#include "trovik/queue/JobView.h"
+#include "trovik/queue/JobFiles.h"
 
 #include <optional>
 
@@ -11,8 +11,10 @@ namespace trovik {
 /// each frame, with the good file of its newest attempt (the first one, where
 /// there are several), or what became of it. A job without frames, or whose
 /// files belong to no frame, has a cell for each file. Only the frames in
-/// `only` where it is given. Throws a UsageError where there is nothing to
-/// show, or too much.
-SheetPlan sheetPlan(Queue& queue, const JobView& view, const std::optional<RunSet>& only);
+/// `only` where it is given. `files` are those of the job, all of them: one that
+/// is not good any more is shown before a good one of its frame. Throws a UsageError where there is nothing
+/// to show, or too much.
+SheetPlan sheetPlan(Queue& queue, const JobView& view, const std::vector<JobFile>& files,
+                    const std::optional<RunSet>& only);
 
 } // namespace trovik

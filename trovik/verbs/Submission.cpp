@@ -9,7 +9,7 @@
 #include "trovik/jobs/ProgramSearch.h"
 #include "trovik/jobs/Types.h"
 #include "trovik/machine/Locations.h"
-#include "trovik/queue/JobView.h"
+#include "trovik/queue/JobFiles.h"
 #include "trovik/text/Console.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
@@ -197,7 +197,9 @@ void Submission::checkFiles(Queue& queue, ImageInspector& inspector, Machine& ma
     }
     gone_ = without(begun_->frames.good, found);
   } else if (begun_) {
-    gone_ = framesThatLostFiles(begun_->frames.good, filesOf(queue, begun_->id), newJob_.runOn);
+    if (const std::optional<JobRecord> job = queue.job(begun_->id)) {
+      gone_ = framesThatLostFiles(filesOf(queue, {*job, begun_->frames}), newJob_.runOn);
+    }
   }
 }
 

@@ -1,18 +1,19 @@
-#include "trovik/queue/JobView.h"
+#include "trovik/images/ImageHelper.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
+#include "trovik/verbs/EngineRun.h"
 #include "trovik/verbs/Session.h"
 #include "trovik/verbs/Verbs.h"
+#include "trovik/works/FilesNow.h"
 
 namespace trovik {
 namespace {
 
-int printMissing(Console& console, const JobView& view, const std::vector<FileRecord>& files, bool json) {
+int printMissing(Console& console, const JobView& view, const RunSet& missing, bool json) {
   if (!view.job.hasFrames) {
     throw UsageError{"job " + std::to_string(view.job.id) + " has no frames",
                      "\"trovik images " + std::to_string(view.job.id) + "\" lists its files"};
   }
-  const RunSet missing = missingFrames(view, files);
   if (json) {
     Json document = jsonOfKind("images.missing");
     document["job"] = view.job.id;
@@ -32,15 +33,16 @@ int listImages(Session& session, const ImagesOptions& options) {
   const std::unique_ptr<Queue> queue = collectedQueue(session);
   JobRecord job = findJob(queue.get(), *options.job);
   const JobView view = viewOf(*queue, std::move(job));
-  const std::vector<FileRecord> files = filesOf(*queue, view.job.id);
+  ImageHelper images(options.missing ? imageHelper(session) : session.locations().imageHelper());
+  const FilesNow now = filesNow(*queue, view, options.missing ? Decode::All : Decode::Changed, images);
   if (options.missing) {
-    return printMissing(console, view, files, options.json);
+    return printMissing(console, view, now.missing, options.json);
   }
   if (options.json) {
     Json document = jsonOfKind("images");
     document["job"] = view.job.id;
     document["files"] = Json::array();
-    for (const FileRecord& file : files) {
+    for (const JobFile& file : now.files) {
       document["files"].push_back({{"frame", file.frame ? Json(*file.frame) : Json(nullptr)},
                                    {"file", file.path},
                                    {"checked", file.checked},
@@ -51,7 +53,7 @@ int listImages(Session& session, const ImagesOptions& options) {
     return exitGood;
   }
   std::string text;
-  for (const FileRecord& file : files) {
+  for (const JobFile& file : now.files) {
     if (isGood(file)) {
       text += console.shown(file.path) + '\n';
     }

@@ -172,6 +172,12 @@ int makeType(Session& session, const NewOptions& options) {
   if (!written) {
     refuseExisting();
   }
+  for (const String& shared : sharedFilesOf(answers)) {
+    printWarning(console,
+                 {inQuotes(shared) + " is one file for all frames, and no two frames may share one",
+                  "let the program number its files, or write FileCheck=Work into the type where one "
+                  "file holds them all"});
+  }
   const bool found = isOnModulePath(session, directory);
   if (options.json) {
     Json document = jsonOfKind("new");

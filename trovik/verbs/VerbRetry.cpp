@@ -1,6 +1,5 @@
 #include "trovik/images/ImageHelper.h"
 #include "trovik/progress/ProgressText.h"
-#include "trovik/queue/JobView.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
@@ -8,6 +7,7 @@
 #include "trovik/verbs/EngineRun.h"
 #include "trovik/verbs/Session.h"
 #include "trovik/verbs/Verbs.h"
+#include "trovik/works/FilesNow.h"
 
 namespace trovik {
 namespace {
@@ -27,37 +27,13 @@ void refuseWithoutFrames(const JobRecord& job, const char* option) {
   }
 }
 
-/// The frames without a good file, as the files are now: those that are there
-/// are decoded.
-RunSet missingNow(Queue& queue, const JobRecord& job, ImageInspector& inspector) {
-  const JobView view = viewOf(queue, job);
-  const std::vector<FileRecord> files = filesOf(queue, job.id);
-  RunSet missing = missingFrames(view, files);
-  std::vector<Path> paths;
-  std::vector<int> frames;
-  for (const FileRecord& file : files) {
-    if (file.frame && isGood(file) && !missing.contains(*file.frame) &&
-        view.frames.good.contains(*file.frame)) {
-      paths.emplace_back(file.path);
-      frames.push_back(*file.frame);
-    }
-  }
-  const std::vector<Inspection> inspections = inspectAll(inspector, paths, false);
-  for (std::size_t i = 0; i < inspections.size(); ++i) {
-    if (!inspections[i].problem.empty()) {
-      missing.add({frames[i], frames[i]});
-    }
-  }
-  return missing;
-}
-
 /// The frames to be worked again; nothing for those that failed or were
 /// canceled, which the queue knows best.
 std::optional<RunSet> chosenFrames(Queue& queue, const JobRecord& job, const RetryOptions& options,
                                    const RunSet& named, ImageInspector* helper) {
   if (options.missing) {
     refuseWithoutFrames(job, "--missing");
-    return missingNow(queue, job, *helper);
+    return filesNow(queue, viewOf(queue, job), Decode::All, *helper).missing;
   }
   if (!options.frames) {
     return std::nullopt;

@@ -1,4 +1,5 @@
 #include "host/application/FrameRange.h"
+#include "trovik/images/ImageHelper.h"
 #include "trovik/images/SheetDrawing.h"
 #include "trovik/queue/JobView.h"
 #include "trovik/reports/SheetCells.h"
@@ -9,6 +10,7 @@
 #include "trovik/verbs/ClusterRun.h"
 #include "trovik/verbs/Session.h"
 #include "trovik/verbs/Verbs.h"
+#include "trovik/works/FilesNow.h"
 
 #include <algorithm>
 #include <array>
@@ -91,7 +93,8 @@ int drawSheet(Session& session, const SheetOptions& options) {
   const std::unique_ptr<Queue> queue = collectedQueue(session);
   JobRecord job = findJob(queue.get(), *options.job);
   const JobView view = viewOf(*queue, std::move(job));
-  SheetPlan plan = sheetPlan(*queue, view, only);
+  ImageHelper images(session.locations().imageHelper());
+  SheetPlan plan = sheetPlan(*queue, view, filesNow(*queue, view, Decode::Changed, images).files, only);
   plan.cellWidth = static_cast<int>(width);
   plan.columns = static_cast<int>(columns);
   const std::string total = counted(plan.cells.size(), plan.noun);

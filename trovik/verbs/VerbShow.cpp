@@ -1,3 +1,4 @@
+#include "trovik/images/ImageHelper.h"
 #include "trovik/records/Moments.h"
 #include "trovik/reports/JobReport.h"
 #include "trovik/text/UsageError.h"
@@ -11,7 +12,8 @@ int showJob(Session& session, const JobOptions& options) {
   Console& console = session.console();
   const std::unique_ptr<Queue> queue = collectedQueue(session);
   JobRecord job = findJob(queue.get(), *options.job);
-  const JobReport report = reportOn(*queue, std::move(job));
+  ImageHelper images(session.locations().imageHelper());
+  const JobReport report = reportOn(*queue, std::move(job), images);
   if (options.json) {
     console.print(jsonDocument(reportJson(report, momentNow())));
   } else {

@@ -1,5 +1,6 @@
 #include "trovik/works/FileLook.h"
 
+#include "host/application/FileName.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
 
@@ -10,7 +11,8 @@ namespace trovik {
 
 bool isFilled(const Path& file) {
   struct stat status {};
-  return stat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0;
+  return CanBeAName(file) && stat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+         status.st_size > 0;
 }
 
 FileLook::FileLook(ImageInspector& inspector, const RenderJob& job) {

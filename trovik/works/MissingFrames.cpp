@@ -9,6 +9,8 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <set>
+#include <string_view>
 
 namespace trovik {
 namespace {
@@ -60,10 +62,18 @@ KnownFiles knownFiles(Queue& queue, JobId job) {
     }
     paths.push_back(file.path);
   }
+  std::map<std::string_view, std::size_t> owners;
+  for (const auto& [frame, files] : newest) {
+    for (const std::string_view path : std::set<std::string_view>(files.second.begin(), files.second.end())) {
+      ++owners[path];
+    }
+  }
   KnownFiles known;
   for (const auto& [frame, files] : newest) {
     for (const std::string& path : files.second) {
-      known.emplace(frame, path);
+      if (owners[path] == 1) {
+        known.emplace(frame, path);
+      }
     }
   }
   return known;
@@ -94,7 +104,6 @@ FoundFrames findGoodFrames(const WorkMaker& works, const std::vector<FrameRun>& 
     work.hasFrames = hasFrames;
     const SmartHandle<Job> job = works.make(work);
     auto* render = dynamic_cast<RenderJob*>(job.Get());
-    render->CheckFilesSince(timespec{});
     if (expected.empty()) {
       for (auto file = known.lower_bound(run.First); file != known.end() && file->first <= run.Last; ++file) {
         render->ProcessNewFilename(Path(file->second));

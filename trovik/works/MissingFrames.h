@@ -18,7 +18,8 @@ struct FoundFrames {
   std::vector<FileRecord> files; ///< of the good frames
 };
 
-/// Files by the frame that they belong to: what earlier attempts named.
+/// Files by the frame that they belong to: what earlier attempts named. One that
+/// two frames had is neither's.
 using KnownFiles = std::multimap<int, std::string>;
 KnownFiles knownFiles(Queue& queue, JobId job);
 

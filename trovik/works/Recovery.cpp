@@ -133,7 +133,8 @@ bool Recovery::readLog() {
     splitter_.Feed(std::string_view(buffer.data(), count));
     if (count == 0) {
       splitter_.Finish();
-      logWasRead_ = !lost_.end || read_ == lost_.end->printed;
+      // What was left out of a log may have been an error line.
+      logWasRead_ = !hasGap_ && (!lost_.end || read_ == lost_.end->printed);
       log_.reset();
       return true;
     }
@@ -143,6 +144,7 @@ bool Recovery::readLog() {
 
 void Recovery::onLine(std::string_view line) {
   auto& process = dynamic_cast<ProcessJob&>(*job_);
+  hasGap_ = hasGap_ || isGapLine(line);
   tail_.add(line);
   process.WorkLine(line);
   if (!decided_ && !process.ErrorLine().empty()) {

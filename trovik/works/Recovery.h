@@ -25,7 +25,8 @@ namespace trovik {
 /// also by a signal: the attempt is good when its success text was seen and
 /// every file is good, which outweighs that; else it is lost, and only the
 /// frames without a good file are rendered again. What was on its way to the
-/// disk when the machine went down is not trusted.
+/// disk when the machine went down is not trusted, nor a log of which something
+/// was left out for its length.
 class Recovery {
 public:
   /// `works` may be null where the job's type is not known here: nothing that
@@ -65,6 +66,7 @@ private:
   std::optional<LogFile> log_; // while it is read
   std::int64_t read_ = 0;
   bool logWasRead_ = false;
+  bool hasGap_ = false;
   LineSplitter splitter_;
   LogTail tail_;
   bool decided_ = false;

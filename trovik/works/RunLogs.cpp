@@ -38,11 +38,14 @@ constexpr int namesTried = 1000;
 constexpr std::uint64_t diskReserve = std::uint64_t{32} << 20U;
 constexpr std::int64_t reserveInterval = std::int64_t{1} << 20U;
 
+constexpr std::string_view gapStart = "[trovik: ";
+constexpr std::string_view gapEnd = " bytes of output are left out here]";
+
 /// The line in place of what is missing; always of one length.
 std::string gapLine(std::int64_t bytes) {
   const std::string number = std::to_string(bytes);
-  return "\n[trovik: " + std::string(20 - std::min<std::size_t>(number.size(), 20), ' ') + number +
-         " bytes of output are left out here]\n";
+  return '\n' + std::string(gapStart) + std::string(20 - std::min<std::size_t>(number.size(), 20), ' ') +
+         number + std::string(gapEnd) + '\n';
 }
 
 std::string systemText(int error) {
@@ -197,6 +200,10 @@ std::int64_t boundFromSettings() {
 }
 
 } // namespace
+
+bool isGapLine(std::string_view line) {
+  return line.starts_with(gapStart) && line.ends_with(gapEnd);
+}
 
 std::unique_ptr<RunLogs> noLogs() {
   return std::make_unique<NoLogs>();

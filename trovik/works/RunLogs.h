@@ -59,6 +59,10 @@ std::unique_ptr<RunLogs> noLogs();
 
 inline constexpr std::string_view logEnding = ".log";
 
+/// Whether a line of a log is the one that stands in place of what was left out
+/// (or looks like it: the program may have printed it).
+bool isGapLine(std::string_view line);
+
 /// The file that such a directory has for an attempt; see there.
 Path logFile(Path directory, const std::string& name, int attempt);
 /// The one that an attempt of a job has, or will have.

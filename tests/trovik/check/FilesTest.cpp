@@ -19,6 +19,34 @@ hint: write $(Frame.Pad(4)) into the name, or FileCheck=Work in [OverrideDefault
 )~");
 }
 
+TEST_F(FilesTest, FileOfTheSceneThatIsOneForAllFramesIsTold) {
+  EXPECT_EQ(printed(std::string(head) + "Command=$(Scene.Enquote) $(Frame)\n"
+                                        "[OverrideDefaults]\n"
+                                        "ExpectedFiles=$(Frame).png;$(ActualScene.Base).png\n"
+                                        "EnquoteActual=No\n"),
+            R"~(sketch.tvx:6:28: warning: all frames of a job have this one file
+    6 | ExpectedFiles=$(Frame).png;$(ActualScene.Base).png
+      |                            ^^^^^^^^^^^^^^^^^^^^^^^
+hint: write $(Frame.Pad(4)) into the name, or FileCheck=Work in [OverrideDefaults]
+)~");
+}
+
+TEST_F(FilesTest, FileWhoseFrameIsEmptyForASequenceIsTold) {
+  const auto type = [](const std::string& files) {
+    return std::string(head) +
+           "Command=$(ActualScene)\nCheckForMultipleFiles=Yes\n[OverrideDefaults]\n"
+           "EnquoteActual=No\nExpectedFiles=" +
+           files + '\n';
+  };
+  EXPECT_EQ(printed(type("$(Scene.Base)$(ActualSubRange.Start.Prefix(_)).png")),
+            R"~(sketch.tvx:8:15: warning: all frames of a sequence have this one file
+    8 | ExpectedFiles=$(Scene.Base)$(ActualSubRange.Start.Prefix(_)).png
+      |               ^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^
+hint: write $(Frame.Pad(4)) into the name, or FileCheck=Work in [OverrideDefaults]
+)~");
+  EXPECT_EQ(printed(type("$(ActualScene.Base)$(ActualSubRange.Start.Prefix(_)).png")), "");
+}
+
 TEST_F(FilesTest, QuotesInTheNameOfAFileIsTold) {
   EXPECT_EQ(printed(plain + "[OverrideDefaults]\n"
                             "ExpectedFiles=$(OutputFolder.Enquote)/$(Frame).png\n"

@@ -49,6 +49,40 @@ TEST_F(EngineTest, JobWithoutFramesIsOneWork) {
   EXPECT_TRUE(summary.good.empty());
 }
 
+TEST_F(EngineTest, ANameWithAZeroByteIsNotTheFileBeforeIt) {
+  job->SetParameter("ImageStartText", "image");
+  const std::string name("x.png\0junk", 10);
+  machine.behaviour = [&](const ProcessStart&) {
+    directory.write("x.png", "x");
+    Script one;
+    one.ends = 3s;
+    one.output = {{1s, "image " + name + "\n"}, {2s, "image " + name + "2\n"}};
+    return one;
+  };
+  run("1");
+  EXPECT_EQ(recorder.events,
+            (Events{"run 1 frames=1 works=1 slots=1", "start 1 1/1",
+                    "failed 1: No file's name has a zero byte: " + directory.file("x.png?junk")}));
+  EXPECT_TRUE(inspector.asked.empty());
+}
+
+TEST_F(EngineTest, OneImageOfEveryFrameIsGoodForTheFirstAlone) {
+  job->SetParameter("ImageStartText", "image");
+  machine.behaviour = [&](const ProcessStart& start) {
+    directory.write("all.png", frames(start));
+    return script(1s, 0, "image all.png\n");
+  };
+  const RunSummary summary = run("1-3", 1, 4);
+  const std::string reason = ": " + directory.file("all.png");
+  EXPECT_EQ(
+      recorder.events,
+      (Events{"run 1-3 frames=3 works=3 slots=1", "start 1 1/5", "image 1 all.png", "good 1", "start 2 1/5",
+              "image 2 all.png", "failed 2: Frame 2 has the same file as frame 1" + reason, "start 3 1/5",
+              "image 3 all.png", "failed 3: Frame 3 has the same file as frame 1" + reason}));
+  EXPECT_EQ(summary.good.text(), "1");
+  EXPECT_EQ(summary.failed.text(), "2-3");
+}
+
 TEST_F(EngineTest, FailedWorkIsNamedWithItsReasonAndTheOthersAreDone) {
   machine.behaviour = [](const ProcessStart& start) {
     return script(1s, frames(start) == "2-2" ? 3 : 0, "first\nsecond\n");

@@ -169,6 +169,18 @@ TEST_F(LostWorkTest, WithoutItTheFrameIsRenderedAgain) {
   EXPECT_EQ(queue.attempts(id).at(0).state, AttemptState::Lost);
 }
 
+TEST_F(LostWorkTest, TheSuccessTextInALogThatWasCutIsWorthNothing) {
+  job->SetParameter("SuccessTexts", "success");
+  const JobId id = submitImages();
+  loseWithLog(
+      "success\nimage a_1.drw\n[trovik:               4711000 bytes of output are left out here]\nlast\n",
+      std::nullopt);
+  machine.behaviour = [](const ProcessStart&) { return script(1s, 0, "image a_1.drw\nsuccess\n"); };
+  EXPECT_TRUE(workOff(id).allGood());
+  EXPECT_EQ(machine.started.size(), 1U);
+  EXPECT_EQ(queue.attempts(id).at(0).state, AttemptState::Lost);
+}
+
 TEST_F(LostWorkTest, TheSuccessTextOfADamagedFileIsWorthNothing) {
   job->SetParameter("SuccessTexts", "success");
   const JobId id = submitImages();

@@ -38,6 +38,21 @@ String expectedOf(const std::string& frames, const std::string& output) {
   return fileOf(answers("SCENE", frames, output)).GetValue("OverrideDefaults", "ExpectedFiles", "none");
 }
 
+TEST(TypeDraft, FilesThatAllFramesWouldShareAreKnown) {
+  const auto shared = [](const std::string& frames, const std::string& output) {
+    return sharedFilesOf(answers("SCENE", frames, output));
+  };
+  const std::vector<String> one = {"$(OutputFolder)/out.png"};
+  EXPECT_EQ(shared("-f FRAME", "-o FOLDER/out.png"), one);
+  EXPECT_EQ(shared("-s FIRST -e LAST", "-o FOLDER/out.png"), one);
+  EXPECT_EQ(shared("files", "-o FOLDER/out.png"), one);
+  EXPECT_TRUE(shared("none", "-o FOLDER/out.png").empty());
+  EXPECT_TRUE(shared("files", "-o FOLDER/NAME.png").empty());
+  EXPECT_TRUE(shared("-f FRAME", "-o OUTPUT").empty());
+  EXPECT_TRUE(shared("-f FRAME", "-o FOLDER/a_####.png").empty());
+  EXPECT_TRUE(shared("-s FIRST -e LAST", "-o OUTPUT").empty()) << "one file of a whole work";
+}
+
 TEST(TypeDraft, WordsAreReplacedWhereNoLetterStandsBeside) {
   EXPECT_EQ(commandOf(answers("SCENE", "-r FIRST-LAST", "--o=FOLDER/NAME_%d.png NAMES")),
             "$(Scene.Enquote) -r $(SubRange.Start)-$(SubRange.End) "

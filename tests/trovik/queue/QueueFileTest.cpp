@@ -47,8 +47,9 @@ protected:
     return queueErrorOf([&] { Queue(Path(directory.path()), settings); });
   }
   void makeDatabase(const std::string& sql) const { Database(Path(databaseFile())).execute(sql.c_str()); }
-  std::int64_t ask(const char* sql) const {
-    Database database{Path(databaseFile())};
+  std::int64_t ask(const char* sql) const { return ask(databaseFile(), sql); }
+  static std::int64_t ask(const std::string& file, const char* sql) {
+    Database database{Path(file)};
     Query row(database, sql);
     row.next();
     return row.number();
@@ -298,11 +299,10 @@ TEST_F(QueueFile, AQueueOfAnOlderVersionGoesOnWithItsArrays) {
     const TemporaryDirectory place;
     const std::string name = place.file("queue.db");
     bringUpToDate(*std::make_unique<Database>(Path(name)), schemaSteps().first(version));
-    SQLite::Database(name, SQLite::OPEN_READWRITE).exec(arraysBeforeVersion5);
+    Database(Path(name)).execute(arraysBeforeVersion5);
 
     Queue queue{Path(place.path())};
-    EXPECT_EQ(SQLite::Database(name).execAndGet("PRAGMA user_version").getInt(),
-              static_cast<int>(schemaSteps().size()));
+    EXPECT_EQ(ask(name, "PRAGMA user_version"), static_cast<std::int64_t>(schemaSteps().size()));
     EXPECT_EQ(brokenInvariants(name), std::vector<std::string>());
     const std::vector<JobRecord> jobs = queue.jobs();
     ASSERT_EQ(jobs.size(), 4U);

@@ -2,6 +2,8 @@
 #include "trovik/text/Json.h"
 #include "trovik/verbs/Verbs.h"
 
+#include <filesystem>
+
 namespace trovik {
 namespace {
 
@@ -23,7 +25,7 @@ TEST_F(Show, AFailedJobTellsWhyAndWhatToDo) {
                          "frames     3 of 4 frames good, 1 failed\n"
                          "good       1-2,4\n"
                          "failed     3\n"
-                         "images     3 in /out\n"
+                         "images     3 in DIR/out\n"
                          "logs       DIR/logs/1\n"
                          "failed  3  Error line: scene_0003 is broken\n"
                          "next       trovik log 1 3  what the program said\n"
@@ -149,7 +151,7 @@ TEST_F(Show, JsonHoldsTheSame) {
             R"([{"frames":"3","works":1,"reason":"Error line: scene_0003 is broken","rule":"error line",)"
             R"("line":"scene_0003 is broken","log":")" +
                 directory.file("logs/3-3.log") + "\"}]");
-  EXPECT_EQ(document.at("images").dump(), R"([{"directory":"/out","count":3}])");
+  EXPECT_EQ(document.at("images").dump(), R"([{"directory":")" + directory.file("out") + R"(","count":3}])");
 }
 
 TEST_F(Show, AJobThatIsNotThereIsRefused) {
@@ -161,6 +163,12 @@ TEST_F(Show, AJobThatIsNotThereIsRefused) {
               '"' + std::string(text) + "\" is not the number of a job");
   }
 }
+
+/// A whole PNG file of one pixel.
+const std::string onePixel("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\0\0\1\0\0\0\1\b\0\0\0\0:~\x9bU\0\0\0\nIDATx\x9c"
+                           "c`\0\0\0\2\0\1H\xaf\xa4q\0\0\0\0IEND\xae"
+                           "B`\x82",
+                           67);
 
 class Images : public VerbTest {
 protected:
@@ -176,35 +184,35 @@ protected:
 
 TEST_F(Images, AreListedInTheOrderOfFrames) {
   queue.submit(jobOf("10,9,1"));
-  render(10, "i/a.png");
-  render(9, "i/c.png");
-  render(1, "i/b\n.png");
-  EXPECT_EQ(steady(listImages, optionsFor({"1"})).out, "DIR/i/b\\n.png\nDIR/i/c.png\nDIR/i/a.png\n");
+  render(10, "i/a.drw");
+  render(9, "i/c.drw");
+  render(1, "i/b\n.drw");
+  EXPECT_EQ(steady(listImages, optionsFor({"1"})).out, "DIR/i/b\\n.drw\nDIR/i/c.drw\nDIR/i/a.drw\n");
 }
 
 TEST_F(Images, BadAndUncheckedFilesAreToldInJsonAlone) {
   queue.submit(jobOf("1,2,3"));
-  render(1, "i/a.png");
+  render(1, "i/a.drw");
   Outcome outcome = failed(take().attempt);
   outcome.files = {image(2, "/out/2.png", "It is empty")};
   queue.settle(outcome);
   queue.noteFile(take().attempt, file("/out/3.png"));
-  EXPECT_EQ(steady(listImages, optionsFor({"1"})).out, "DIR/i/a.png\n");
+  EXPECT_EQ(steady(listImages, optionsFor({"1"})).out, "DIR/i/a.drw\n");
   ImagesOptions options = optionsFor({"1"});
   options.json = true;
   EXPECT_EQ(Json::parse(call(listImages, options).out).at("files").dump(),
-            R"([{"frame":1,"file":")" + directory.file("i/a.png") +
-                R"(","checked":true,"size":1234,"problem":null},)"
+            R"([{"frame":1,"file":")" + directory.file("i/a.drw") +
+                R"(","checked":true,"size":5,"problem":null},)"
                 R"({"frame":2,"file":"/out/2.png","checked":true,"size":1234,"problem":"It is empty"},)"
                 R"({"frame":null,"file":"/out/3.png","checked":false,"size":null,"problem":null}])");
 }
 
 TEST_F(Images, TheLastWordOnAFileCounts) {
   queue.submit(jobOf("1"));
-  render(1, "i/a.png");
+  render(1, "i/a.drw");
   queue.retry(1, setOf("1"));
   Outcome outcome = failed(take().attempt);
-  outcome.files = {image(1, directory.file("i/a.png"), "It is cut off")};
+  outcome.files = {image(1, directory.file("i/a.drw"), "It is cut off")};
   queue.settle(outcome);
   EXPECT_EQ(call(listImages, optionsFor({"1"})).out, "");
   EXPECT_EQ(call(listImages, optionsFor({"1"}), true).out, "no images yet\n");
@@ -212,12 +220,12 @@ TEST_F(Images, TheLastWordOnAFileCounts) {
 
 TEST_F(Images, MissingFramesAreARangeOfThoseNotGoodOrGone) {
   queue.submit(jobOf("1,2,3,4,5,6-9"));
-  render(1, "i/1.png");
-  render(2, "i/2.png");
-  render(3, "i/3.png", "");
-  directory.write("i/2.png", "");
+  render(1, "i/1.drw");
+  render(2, "i/2.drw");
+  render(3, "i/3.drw", "");
+  std::filesystem::resize_file(directory.file("i/2.drw"), 0);
   queue.settle(failed(take().attempt));
-  render(5, "i/5.png");
+  render(5, "i/5.drw");
   ImagesOptions options = optionsFor({"1"});
   options.missing = true;
   const Printed printed = call(listImages, options);
@@ -232,12 +240,30 @@ TEST_F(Images, MissingFramesAreARangeOfThoseNotGoodOrGone) {
 
 TEST_F(Images, NothingMissingPrintsNothing) {
   queue.submit(jobOf("1"));
-  render(1, "i/1.png");
+  render(1, "i/1.drw");
   ImagesOptions options = optionsFor({"1"});
   options.missing = true;
   const Printed printed = call(listImages, options);
   EXPECT_EQ(printed.out, "");
   EXPECT_EQ(printed.code, exitGood);
+}
+
+TEST_F(Images, AFileThatWasCutSinceIsMissingForAllThatAsk) {
+  queue.submit(jobOf("1,2"));
+  render(1, "i/1.png", onePixel);
+  render(2, "i/2.png", onePixel);
+  EXPECT_EQ(steady(listImages, optionsFor({"1"})).out, "DIR/i/1.png\nDIR/i/2.png\n");
+  std::filesystem::resize_file(directory.file("i/2.png"), onePixel.size() - 20);
+  EXPECT_EQ(steady(listImages, optionsFor({"1"})).out, "DIR/i/1.png\n");
+  ImagesOptions options = optionsFor({"1"});
+  options.missing = true;
+  EXPECT_EQ(call(listImages, options).out, "2\n");
+  EXPECT_NE(steady(showJob, optionsFor({"1"})).out.find("images     1 in DIR/i\n"), std::string::npos);
+  options.missing = false;
+  options.json = true;
+  const Json files = Json::parse(call(listImages, options).out).at("files");
+  EXPECT_EQ(files.at(0).at("problem"), nullptr);
+  EXPECT_EQ(files.at(1).at("problem").get<std::string>().find("Truncated or damaged image"), 0U) << files;
 }
 
 } // namespace

@@ -20,7 +20,8 @@ protected:
     if (!frames.empty()) {
       only = setOf(frames);
     }
-    return sheetPlan(queue, viewOf(queue, queue.job(job).value()), only);
+    const JobView view = viewOf(queue, queue.job(job).value());
+    return sheetPlan(queue, view, filesOf(queue, view), only);
   }
 
   /// The cells of a plan: "1 good /a.png; 2 failed (why)".

@@ -2,6 +2,8 @@
 #include "trovik/text/Json.h"
 #include "trovik/verbs/Verbs.h"
 
+#include <filesystem>
+
 #include <unistd.h>
 
 extern const char* const IMAGE_HELPER;
@@ -56,7 +58,8 @@ TEST_F(Retry, FramesThatTheJobDoesNotHaveAreRefused) {
 
 TEST_F(Retry, MissingTakesTheFramesWhoseFilesAreGone) {
   queue.submit(jobOf("1,2,3"));
-  workOff(); // writes nothing
+  workOff();
+  std::filesystem::remove_all(directory.file("out"));
   setenv("TROVIK_IMAGE_HELPER", IMAGE_HELPER, 1);
   RetryOptions options = optionsFor({"1"});
   options.missing = true;

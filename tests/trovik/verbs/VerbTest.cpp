@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <string_view>
+#include <sys/stat.h>
 
 namespace trovik {
 namespace {
@@ -73,6 +74,11 @@ Printed VerbTest::steadied(Printed printed) const {
 FileRecord VerbTest::image(int frame, const std::string& path, const std::string& problem) {
   FileRecord record = file(path, problem);
   record.frame = frame;
+  struct stat status {};
+  if (stat(path.c_str(), &status) == 0) {
+    record.size = status.st_size;
+    record.modified = std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 + status.st_mtim.tv_nsec;
+  }
   return record;
 }
 
@@ -96,7 +102,8 @@ void VerbTest::workOff(const std::function<std::string(int frame)>& failing) {
         break;
       }
       outcome.good.add({frame, frame});
-      outcome.files.push_back(image(frame, "/out/" + std::to_string(frame) + ".png"));
+      outcome.files.push_back(
+          image(frame, directory.write("out/" + std::to_string(frame) + ".drw", "image")));
     }
     outcome.duration = std::chrono::seconds(2) * claim.run.Count();
     queue.settle(outcome);
