@@ -59,6 +59,16 @@ enum ExceptionCode : int {
 /// is deleted with it.
 String TakeCaughtText();
 
+/// Runs a step; the text of what it throws, empty where it throws nothing.
+template <typename Step> String TextOfFailure(Step step) {
+  try {
+    step();
+    return String::Null;
+  } catch (...) {
+    return TakeCaughtText();
+  }
+}
+
 /// In a `catch (...)` of what is no Exception*: raises one, with `who` before
 /// its text.
 [[noreturn]] void RaiseForeign(const String& who);
