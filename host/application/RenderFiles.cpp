@@ -342,7 +342,7 @@ int RenderJob::DoCheckFile(const Path& file, int result) {
   } else if (status.st_size == 0) {
     problem = "Empty file";
   } else if (!m_Before.IsWritten(file, status)) {
-    problem = "File is older than the work";
+    problem = "File was there before and is not of this attempt";
   } else if (Observer() != nullptr) {
     problem = NoteText(Observer()->OnCheckFile(*this, file));
   }

@@ -50,7 +50,7 @@ TEST_F(FileCheck, EachFlawHasItsNote) {
   job.SetParameter(p_ExpectedFiles, "old.png");
   Start(job);
   EXPECT_EQ(job.DoCheckFile(old, 7), 5);
-  EXPECT_EQ(job.Note(), "File is older than the work: " + old.Text());
+  EXPECT_EQ(job.Note(), "File was there before and is not of this attempt: " + old.Text());
   EXPECT_EQ(job.DoCheckFile(In("old.png/below"), 7), 5);
   EXPECT_EQ(job.Note(), "Missing file: " + In("old.png/below").Text());
   EXPECT_EQ(job.DoCheckFile("/" + String(300, 'x'), 7), 5);
@@ -115,7 +115,8 @@ TEST_F(FileCheck, WhatIsFoundIsKeptForEachFile) {
   EXPECT_EQ(text(files[1]), "i_8702.png of 8702, 4 bytes: Truncated image (?1 of 2 rows)");
   EXPECT_EQ(text(files[2]), "x8702.png of 8702 expected, 0 bytes: Missing file");
   EXPECT_EQ(text(files[3]), "other.png of none, 0 bytes: Empty file");
-  EXPECT_EQ(text(files[4]), "x8701.png of 8701 expected, 1 bytes: File is older than the work");
+  EXPECT_EQ(text(files[4]),
+            "x8701.png of 8701 expected, 1 bytes: File was there before and is not of this attempt");
   EXPECT_EQ(text(files[5]), "all.log of none expected, 4 bytes: ");
   EXPECT_EQ(files[0].Modified, std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 + status.st_mtim.tv_nsec);
   EXPECT_EQ(files[2].Modified, 0);
@@ -175,7 +176,7 @@ TEST_F(FileCheck, FilesOfAnEarlierStartAreFreshForWhoSaysSo) {
   clock_gettime(CLOCK_REALTIME, &start);
   job.CheckFilesSince(start);
   EXPECT_EQ(job.CheckFiles(7), 5);
-  EXPECT_EQ(job.Note(), "File is older than the work: " + In("a.png").Text());
+  EXPECT_EQ(job.Note(), "File was there before and is not of this attempt: " + In("a.png").Text());
   start.tv_sec -= 60;
   job.CheckFilesSince(start);
   EXPECT_EQ(job.CheckFiles(7), 7);
