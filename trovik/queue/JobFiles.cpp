@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <map>
 #include <set>
+#include <string_view>
 #include <sys/stat.h>
 #include <system_error>
 #include <unordered_map>
@@ -117,7 +118,9 @@ std::vector<JobFile> filesOf(Queue& queue, const JobView& view) {
     files.push_back(std::move(file));
   }
   std::stable_sort(files.begin(), files.end(), [](const JobFile& a, const JobFile& b) {
-    return a.frame && b.frame ? *a.frame < *b.frame : a.frame.has_value() && !b.frame.has_value();
+    return a.frame && b.frame                           ? *a.frame < *b.frame
+           : a.frame.has_value() == b.frame.has_value() ? a.path < b.path
+                                                        : a.frame.has_value();
   });
   return files;
 }
