@@ -76,5 +76,5 @@ END
 
 # Negative frames are fine where one scene holds them all.
 echo x >scene.txt
-run 0 run sketch scene.txt --range -2--1 --log-dir "$TMP/logs"
-out_has "Sketch: 2 frames (-2--1)"
+run 0 run sketch scene.txt --range -2 --log-dir "$TMP/logs"
+out_has "Sketch: 1 frame (-2)"

@@ -19,12 +19,14 @@ small="--set Width=64 --set Height=36 --set OutputFormat=BMP"
 verdict() { # STATE WORD...
   state=$1
   shift
+  mv "$TMP/images-${state##*/}" "$TMP/images" # where the job knows them
   "$TROVIK" "$@" --state "$state" --json </dev/null | jq -S '
     walk(if type == "object"
          then del(.submitted, .started, .ended, .seconds, .log, .logs, .bytes, .engine, .cluster, .lines, .last)
          else . end)
     | if .files then .files |= sort_by(.frame, .file) else . end
     | if .attempts then .attempts |= sort_by(.frames, .attempt) else . end'
+  mv "$TMP/images" "$TMP/images-${state##*/}"
 }
 
 alike() { # FRAME...

@@ -35,12 +35,12 @@ TEST_F(FilesTest, FileWhoseFrameIsEmptyForASequenceIsTold) {
   const auto type = [](const std::string& files) {
     return std::string(head) +
            "Command=$(ActualScene)\nCheckForMultipleFiles=Yes\n[OverrideDefaults]\n"
-           "EnquoteActual=No\nExpectedFiles=" +
+           "ExpectedFiles=" +
            files + '\n';
   };
   EXPECT_EQ(printed(type("$(Scene.Base)$(ActualSubRange.Start.Prefix(_)).png")),
-            R"~(sketch.tvx:8:15: warning: all frames of a sequence have this one file
-    8 | ExpectedFiles=$(Scene.Base)$(ActualSubRange.Start.Prefix(_)).png
+            R"~(sketch.tvx:7:15: warning: all frames of a sequence have this one file
+    7 | ExpectedFiles=$(Scene.Base)$(ActualSubRange.Start.Prefix(_)).png
       |               ^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^
 hint: write $(Frame.Pad(4)) into the name, or FileCheck=Work in [OverrideDefaults]
 )~");

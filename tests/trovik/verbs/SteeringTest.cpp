@@ -6,8 +6,6 @@
 
 #include <unistd.h>
 
-extern const char* const IMAGE_HELPER;
-
 namespace trovik {
 namespace {
 
@@ -60,7 +58,6 @@ TEST_F(Retry, MissingTakesTheFramesWhoseFilesAreGone) {
   queue.submit(jobOf("1,2,3"));
   workOff();
   std::filesystem::remove_all(directory.file("out"));
-  setenv("TROVIK_IMAGE_HELPER", IMAGE_HELPER, 1);
   RetryOptions options = optionsFor({"1"});
   options.missing = true;
   EXPECT_EQ(call(retryJobs, options).out, "job 1  3 frames to do: 1-3\n");

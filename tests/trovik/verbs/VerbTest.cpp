@@ -5,6 +5,8 @@
 #include <string_view>
 #include <sys/stat.h>
 
+extern const char* const IMAGE_HELPER;
+
 namespace trovik {
 namespace {
 
@@ -44,6 +46,7 @@ VerbTest::VerbTest() {
   setenv("TZ", "UTC", 1);
   tzset();
   setenv("XDG_CONFIG_HOME", directory.file("config").c_str(), 1);
+  setenv("TROVIK_IMAGE_HELPER", IMAGE_HELPER, 1);
 }
 
 Printed VerbTest::printedBy(const CommonOptions& options, bool terminal,
