@@ -92,7 +92,10 @@ class Family {
 public:
   /// Of which none is adopted, for as long as nobody asked for that.
   void Adopt() {
-    if (!m_List.IsOpen() && prctl(PR_SET_CHILD_SUBREAPER, 1) == 0) {
+    const bool forked = m_Owner != getpid(); // then it is another one's list, and nothing is adopted
+    if ((forked || !m_List.IsOpen()) && prctl(PR_SET_CHILD_SUBREAPER, 1) == 0) {
+      m_Owner = getpid();
+      m_Children.clear();
       const std::string file = "/proc/self/task/" + std::to_string(getpid()) + "/children";
       m_List.Reset(open(file.c_str(), O_RDONLY | O_CLOEXEC));
     }
@@ -159,7 +162,7 @@ private:
 
   std::vector<pid_t> Children() {
     std::vector<pid_t> children;
-    if (!m_List.IsOpen()) {
+    if (!m_List.IsOpen() || m_Owner != getpid()) {
       return children;
     }
     ssize_t count = pread(m_List.Number(), m_Text.data(), m_Text.size(), 0);
@@ -193,6 +196,7 @@ private:
     return true;
   }
 
+  pid_t m_Owner = 0;
   Descriptor m_List; // the kernel's list; open while this process adopts
   std::vector<char> m_Text = std::vector<char>(4096);
   std::map<pid_t, std::uint64_t> m_Children;               // those seen last, by what they carry
