@@ -23,9 +23,14 @@ END
 err_is_empty
 run 0 check "$TMP/modules/sketch.tvx" --module-path "$TMP/mine"
 cp "$TMP/mine/mine.tvx" "$TMP/mine/twin.tvx"
+# What the module keeps of the first file is replaced and never freed: a job may
+# still read it. Only that leak is known to the sanitizer, and only here.
+echo 'leak:ModuleLoader::Library::LoadAs' >"$TMP/leaks.txt"
+export LSAN_OPTIONS="suppressions=$TMP/leaks.txt:print_suppressions=0"
 run 0 types --module-path "$TMP/mine"
 grep -q "twin.tvx" "$TMP/err" || fail "nothing is said of two types with one ID"
 rm "$TMP/mine/twin.tvx"
+unset LSAN_OPTIONS
 run 0 types --module-path "$TMP/mine:$TMP/modules"
 out_is <<'END'
 TYPE    ALIASES     WHAT IT DOES

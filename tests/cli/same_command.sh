@@ -47,10 +47,10 @@ echo "6 -" | diff - "$TMP/values" || fail "there is not one job a round"
 # With --missing, killed, and given again.
 mkdir rest
 cp images1/shot_0001.drw rest
-rm -f ../go
+rm -f ../go ../journal
 "$TROVIK" run sketch shot_0001.txt --out rest --slots 1 --missing >"$TMP/out" 2>"$TMP/err" </dev/null &
 pid=$!
-wait_for "$TMP/out" "started  2"
+wait_for ../journal "shot_0002.txt"
 kill -KILL $pid
 wait $pid 2>/dev/null || :
 pid=
