@@ -1,7 +1,9 @@
 #include "host/application/FilesBefore.h"
 
 #include "host/application/FileName.h"
+#include "host/foundation/Characters.h"
 #include "host/foundation/Descriptor.h"
+#include "host/foundation/WholeNumber.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -34,6 +36,8 @@ namespace {
 
 constexpr std::chrono::milliseconds k_StepPause{1};
 constexpr std::chrono::milliseconds k_LongestStep{2500};
+constexpr const char* k_Any = "any\n";
+constexpr std::size_t k_LongestText = std::size_t{1} << 20U;
 constexpr time_t k_StampSlack = 2; // of a clock that is not the file's
 
 std::int64_t Nanoseconds(const timespec& time) {
@@ -57,8 +61,8 @@ bool ReadClock(const Path& folder, struct stat& status) {
 } // namespace
 
 FilesBefore::Identity::Identity(const struct stat& status)
-    : Device(status.st_dev), Number(status.st_ino), Size(status.st_size),
-      Modified(Nanoseconds(status.st_mtim)), Changed(Nanoseconds(status.st_ctim)) {}
+    : Number(status.st_ino), Size(status.st_size), Modified(Nanoseconds(status.st_mtim)),
+      Changed(Nanoseconds(status.st_ctim)) {}
 
 void FilesBefore::Note(const std::vector<Path>& files, const std::vector<Path>& folders, bool closeEarlier) {
   *this = FilesBefore();
@@ -105,6 +109,78 @@ void FilesBefore::Note(const std::vector<Path>& files, const std::vector<Path>& 
   }
 }
 
+// "any" where nothing was noted, else a line for each thing: "now 1700000000000000000", "clock DEVICE STAMP",
+// "file NUMBER SIZE MODIFIED CHANGED NAME", the name in hexadecimal digits.
+std::string FilesBefore::Text() const {
+  if (!m_Noted) {
+    return k_Any;
+  }
+  std::string text = "now " + std::to_string(m_OurStart) + '\n';
+  for (const auto& [device, start] : m_Starts) {
+    text += "clock " + std::to_string(device) + ' ' + std::to_string(start) + '\n';
+  }
+  for (const auto& [name, identity] : m_Identities) {
+    text += "file " + std::to_string(identity.Number) + ' ' + std::to_string(identity.Size) + ' ' +
+            std::to_string(identity.Modified) + ' ' + std::to_string(identity.Changed) + ' ' + HexOf(name) +
+            '\n';
+    if (text.size() > k_LongestText) {
+      return {};
+    }
+  }
+  return text;
+}
+
+void FilesBefore::FromText(std::string_view text) {
+  *this = FilesBefore();
+  if (text == k_Any) {
+    return;
+  }
+  m_Noted = true;
+  bool sound = !text.empty() && text.back() == '\n';
+  while (sound && !text.empty()) {
+    const std::size_t end = text.find('\n');
+    sound = ReadLine(text.substr(0, end));
+    text.remove_prefix(end + 1);
+  }
+  m_Unknown = !sound;
+}
+
+bool FilesBefore::ReadLine(std::string_view line) {
+  std::vector<std::string_view> words;
+  for (std::size_t end = 0; end != std::string_view::npos;) {
+    end = line.find(' ');
+    words.push_back(line.substr(0, end));
+    line.remove_prefix(end == std::string_view::npos ? line.size() : end + 1);
+  }
+  std::vector<std::int64_t> numbers;
+  for (std::size_t i = 1; i < words.size() && i <= 4; ++i) {
+    const auto number = ReadWholeNumber<std::int64_t>(words[i]);
+    if (!number) {
+      return false;
+    }
+    numbers.push_back(*number);
+  }
+  if (words[0] == "now" && words.size() == 2) {
+    m_OurStart = numbers[0];
+    return true;
+  }
+  if (words[0] == "clock" && words.size() == 3) {
+    m_Starts.emplace(static_cast<std::uint64_t>(numbers[0]), numbers[1]);
+    return true;
+  }
+  const auto name = words[0] == "file" && words.size() == 6 ? BytesOfHex(words[5]) : std::nullopt;
+  if (!name) {
+    return false;
+  }
+  Identity identity;
+  identity.Number = static_cast<std::uint64_t>(numbers[0]);
+  identity.Size = numbers[1];
+  identity.Modified = numbers[2];
+  identity.Changed = numbers[3];
+  m_Identities.emplace(*name, identity);
+  return true;
+}
+
 void FilesBefore::Since(const timespec& start) {
   *this = FilesBefore();
   m_Since = start;
@@ -114,8 +190,8 @@ bool FilesBefore::IsWritten(const Path& file, const struct stat& now) const {
   if (m_Since) {
     return now.st_mtim.tv_sec >= m_Since->tv_sec - k_StampSlack;
   }
-  if (!m_Noted) {
-    return true;
+  if (!m_Noted || m_Unknown) {
+    return !m_Unknown;
   }
   const auto known = m_Identities.find(file.Text());
   if (known != m_Identities.end()) {

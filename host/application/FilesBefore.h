@@ -9,6 +9,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -30,25 +31,36 @@ public:
   /// then, by our own clock and as exactly as that can be said.
   void Since(const timespec& start);
 
+  /// What counts, to be kept: for who judges the work when this process has
+  /// died. Empty where it is more than is worth keeping.
+  std::string Text() const;
+
+  /// Instead: what another process has noted. Nothing counts as written where
+  /// the text is none, since then nobody knows what was there.
+  void FromText(std::string_view text);
+
   /// Whether a file that looks like this now was written.
   bool IsWritten(const Path& file, const struct stat& now) const;
 
 private:
   /// What differs between two states of a file, in stamps of nanoseconds.
   struct Identity {
+    Identity() = default;
     explicit Identity(const struct stat& status);
     bool operator==(const Identity&) const = default;
 
-    dev_t Device;
-    ino_t Number;
-    off_t Size;
-    std::int64_t Modified;
-    std::int64_t Changed;
+    std::uint64_t Number = 0;
+    std::int64_t Size = 0;
+    std::int64_t Modified = 0;
+    std::int64_t Changed = 0;
   };
+
+  bool ReadLine(std::string_view line);
 
   std::optional<timespec> m_Since;
   bool m_Noted = false;
-  std::int64_t m_OurStart = 0;                  // for a file system whose clock is not known
-  std::map<dev_t, std::int64_t> m_Starts;       // by the file system's clock
-  std::map<std::string, Identity> m_Identities; // of the files that were there
+  bool m_Unknown = false;                         // nothing counts
+  std::int64_t m_OurStart = 0;                    // for a file system whose clock is not known
+  std::map<std::uint64_t, std::int64_t> m_Starts; // by the file system's clock
+  std::map<std::string, Identity> m_Identities;   // of the files that were there
 };

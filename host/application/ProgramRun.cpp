@@ -12,8 +12,6 @@ namespace {
 constexpr std::size_t k_ReadSize = std::size_t{256} << 10;
 constexpr int k_ReadsPerTurn = 4; // what a pipe holds
 constexpr std::chrono::milliseconds k_LookPause{20};
-/// How long a killed program may take before it is named.
-constexpr std::chrono::seconds k_StuckPatience{5};
 constexpr double k_LongestLimit = 3e9; // a century: none that a clock could overflow with
 
 std::optional<ProgramRun::Clock::duration> LimitOf(double seconds) {
@@ -101,7 +99,7 @@ void ProgramRun::Advance(Moment now) {
   } else {
     EnforceLimits(now);
   }
-  NameStuck(now);
+  NameStuckOnes(now);
 }
 
 void ProgramRun::EnforceLimits(Moment now) {
@@ -159,12 +157,15 @@ void ProgramRun::Kill(Moment now) {
   m_Program->Kill();
 }
 
-void ProgramRun::NameStuck(Moment now) {
-  if (m_Over || m_StuckNamed || !m_KilledAt || now < *m_KilledAt + k_StuckPatience) {
-    return;
+void ProgramRun::NameStuckOnes(Moment now) {
+  if (!m_Over && !m_StuckNamed && m_KilledAt && now >= *m_KilledAt + k_StuckPatience) {
+    m_StuckNamed = true;
+    NameStuck(m_Program->Remaining());
   }
-  m_StuckNamed = true;
-  for (const pid_t process : m_Program->Remaining()) {
+}
+
+void ProgramRun::NameStuck(const std::vector<pid_t>& processes) {
+  for (const pid_t process : processes) {
     ProcessFacts facts;
     if (ReadProcessFacts(process, facts)) {
       LogWarning("process " + std::to_string(process) + " (" + facts.Name + ") was killed and has not ended" +

@@ -26,6 +26,9 @@ public:
   /// what it started, and an output that somebody holds open.
   static constexpr std::chrono::seconds k_RestPatience{1};
 
+  /// How long a killed program may take before it is named.
+  static constexpr std::chrono::seconds k_StuckPatience{5};
+
   struct Patience {
     double RunTime = 0; ///< the longest run, in seconds; 0 for any
     double Silence = 0; ///< the longest time without output, in seconds; 0 for any
@@ -34,6 +37,10 @@ public:
 
   /// The program has just been started.
   ProgramRun(std::unique_ptr<Program> program, const Patience& patience, Moment now, Output output);
+
+  /// Warns of processes that were killed and have not ended: of each by name,
+  /// and what it waits for.
+  static void NameStuck(const std::vector<pid_t>& processes);
 
   pid_t Id() const { return m_Program->Id(); }
   /// -1 where there is nothing to wait for.
@@ -69,7 +76,7 @@ private:
   void AwaitRest(Moment now);
   void End(Ended why, Moment now);
   void Kill(Moment now);
-  void NameStuck(Moment now);
+  void NameStuckOnes(Moment now);
 
   std::unique_ptr<Program> m_Program;
   Output m_Output;

@@ -122,6 +122,12 @@ public:
   /// since NoteFilesBefore.
   void CheckFilesSince(const timespec& start) { m_Before.Since(start); }
 
+  /// What NoteFilesBefore has noted, for CheckFilesAgainst in a process that
+  /// judges the work when this one has died. Empty where it is too much.
+  std::string FilesBeforeText() const { return m_Before.Text(); }
+  /// Instead of NoteFilesBefore. No file is the work's where the text is empty.
+  void CheckFilesAgainst(std::string_view filesBefore) { m_Before.FromText(filesBefore); }
+
   /// Notes what files are there, between PrepareWork and the program's start; a
   /// file that the program leaves alone is then no file of the work. After
   /// `followsAnother`, an attempt that ended a moment ago may have left some, and

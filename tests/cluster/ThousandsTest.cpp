@@ -44,7 +44,7 @@ public:
   void wait(std::vector<pollfd>& descriptors, std::optional<Duration> timeout) override {
     machine_.wait(descriptors, timeout);
   }
-  std::size_t killOrphans(const Orphans& orphans) override { return machine_.killOrphans(orphans); }
+  std::vector<pid_t> killOrphans(const Orphans& orphans) override { return machine_.killOrphans(orphans); }
 
   void pass(Duration time) {
     now_ += time;

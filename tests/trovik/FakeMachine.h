@@ -12,6 +12,7 @@
 #include <map>
 #include <stdexcept>
 #include <string>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -57,9 +58,13 @@ public:
   /// some, and what it was asked for.
   std::size_t orphans = 0;
   std::vector<Orphans> hunted;
-  std::size_t killOrphans(const Orphans& wanted) override {
+  std::vector<pid_t> killOrphans(const Orphans& wanted) override {
     hunted.push_back(wanted);
-    return orphans == 0 ? 0 : orphans--;
+    if (orphans == 0) {
+      return {};
+    }
+    --orphans;
+    return {getpid()};
   }
 
   bool fromUser = true;

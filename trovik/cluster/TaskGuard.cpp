@@ -74,7 +74,7 @@ private:
 
   void hunt() {
     LocalMachine machine;
-    while (!mark_.empty() && machine.killOrphans({mark_, 0, {}}) > 0) {
+    while (!mark_.empty() && !machine.killOrphans({mark_, 0, {}}).empty()) {
       poll(nullptr, 0, huntPause);
     }
     mark_.clear();

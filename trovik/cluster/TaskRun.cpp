@@ -268,7 +268,8 @@ LeftBehind TaskRun::endOthers() {
 
 void TaskRun::killPrograms(const std::string& mark) {
   const Clock::time_point until = machine_.now() + times_.orphans;
-  while (machine_.killOrphans({mark, 0, {}}) > 0 && machine_.now() < until && loop_.stopped() == Stop::No) {
+  while (!machine_.killOrphans({mark, 0, {}}).empty() && machine_.now() < until &&
+         loop_.stopped() == Stop::No) {
     loop_.pause(orphanTime);
   }
 }

@@ -264,7 +264,7 @@ bool LocalEngine::start(const Claim& claim) {
       }
       if (started == Attempt::Start::Runs) {
         shortageSince_.reset();
-        processes_.emplace_back(claim.attempt, attempt->process());
+        started_.push_back({claim.attempt, attempt->process(), attempt->filesBefore()});
         job->tell(attempt->job(), {}, false);
         running_.push_back(std::move(attempt));
       } else {

@@ -103,6 +103,12 @@ private:
   std::size_t busySlots();
   void forgetIdleJobs();
 
+  struct Started {
+    AttemptId attempt = 0;
+    int process = 0;
+    std::string filesBefore;
+  };
+
   Machine& machine_;
   Queue& queue_;
   ImageInspector& inspector_;
@@ -118,7 +124,7 @@ private:
   std::vector<Claim> claimed_;                // recorded, not yet started
   std::vector<std::unique_ptr<Recovery>> recoveries_;
   std::vector<Settled> settled_;
-  std::vector<std::pair<AttemptId, int>> processes_;          // to be noted
+  std::vector<Started> started_;                              // to be noted
   std::vector<std::pair<AttemptId, ProgramEnd>> programEnds_; // the same
   std::vector<Note> notes_;
   bool mayHaveWork_ = true;

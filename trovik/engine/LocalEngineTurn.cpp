@@ -16,7 +16,7 @@ bool LocalEngine::recordTurn() {
   const bool wantsWork =
       stops_ == 0 && mayHaveWork_ && !yields_ && claimed_.empty() && busySlots() < plan_.slots;
   const bool putAside = stops_ > 0 && plan_.only && !putAside_;
-  if (ended_.empty() && settled_.empty() && notes_.empty() && processes_.empty() && programEnds_.empty() &&
+  if (ended_.empty() && settled_.empty() && notes_.empty() && started_.empty() && programEnds_.empty() &&
       !wantsWork && !putAside) {
     return true;
   }
@@ -49,8 +49,8 @@ void LocalEngine::writeTurn(std::vector<Claim>& claims, std::vector<Recorded>& r
   if (stops_ > 0 && plan_.only && !putAside_ && interrupts_.byUser()) {
     queue_.stop(*plan_.only, "Stopped by the user");
   }
-  for (const auto& [attempt, process] : processes_) {
-    queue_.noteProcess(attempt, process);
+  for (const Started& started : started_) {
+    queue_.noteProcess(started.attempt, started.process, started.filesBefore);
   }
   for (const auto& [attempt, end] : programEnds_) {
     queue_.noteEnd(attempt, end);
@@ -124,7 +124,7 @@ void LocalEngine::tellTurn(const std::vector<Recorded>& recorded) {
   ended_.clear();
   settled_.clear();
   notes_.clear();
-  processes_.clear();
+  started_.clear();
   programEnds_.clear();
   if (!recoveries_.empty() && std::all_of(recoveries_.begin(), recoveries_.end(),
                                           [](const auto& one) { return one->isRecorded(); })) {

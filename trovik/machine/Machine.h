@@ -36,9 +36,9 @@ public:
   /// Waits until one of the descriptors is ready or the time is over; without
   /// a time only for descriptors.
   virtual void wait(std::vector<pollfd>& descriptors, std::optional<Duration> timeout) = 0;
-  /// Kills what is left of those processes; the number of them that are still
-  /// there. To be called until that is 0.
-  virtual std::size_t killOrphans(const Orphans& orphans) = 0;
+  /// Kills what is left of those processes; those that are still there. To be
+  /// called until there are none.
+  virtual std::vector<pid_t> killOrphans(const Orphans& orphans) = 0;
 };
 
 /// This machine. Whatever its programs leave behind becomes a child of this
@@ -50,7 +50,7 @@ public:
   Clock::time_point now() override { return Clock::now(); }
   std::unique_ptr<Program> start(const ProcessStart& start) override;
   void wait(std::vector<pollfd>& descriptors, std::optional<Duration> timeout) override;
-  std::size_t killOrphans(const Orphans& orphans) override;
+  std::vector<pid_t> killOrphans(const Orphans& orphans) override;
 
 private:
   Clock::time_point reaped_{};

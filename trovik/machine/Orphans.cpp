@@ -37,14 +37,14 @@ bool isGroupOf(const Orphans& orphans) {
 
 } // namespace
 
-std::size_t LocalMachine::killOrphans(const Orphans& orphans) {
+std::vector<pid_t> LocalMachine::killOrphans(const Orphans& orphans) {
   const bool groupIsTheirs = isGroupOf(orphans);
   const auto isOne = [&](pid_t process) {
     ProcessFacts facts;
     return (groupIsTheirs && ReadProcessFacts(process, facts) && facts.Group == orphans.group) ||
            CarriesMark(process, String(orphans.mark));
   };
-  return SignalProcesses(isOne, SIGKILL).size();
+  return SignalProcesses(isOne, SIGKILL);
 }
 
 } // namespace trovik

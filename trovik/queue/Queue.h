@@ -151,8 +151,9 @@ public:
   /// never of jobs in `without`. Each claim is a running attempt from then on.
   std::vector<Claim> claim(EngineId engine, std::size_t count, std::optional<JobId> only,
                            const std::vector<JobId>& without = {});
-  /// The process group of a running attempt.
-  void noteProcess(AttemptId attempt, int process);
+  /// The process group of a running attempt, and what files were there before
+  /// (see FilesBefore).
+  void noteProcess(AttemptId attempt, int process, const std::string& filesBefore = {});
   /// The program of a running attempt has ended by itself, and its files are
   /// going to be looked into.
   void noteEnd(AttemptId attempt, const ProgramEnd& end);

@@ -68,8 +68,9 @@ void Queue::Impl::findReady(std::size_t count, std::optional<JobId> only, const 
   }
 }
 
-void Queue::noteProcess(AttemptId attempt, int process) {
-  impl_->database.write([&] { Query(impl_->database, statements::noteProcess, attempt, process).run(); });
+void Queue::noteProcess(AttemptId attempt, int process, const std::string& filesBefore) {
+  impl_->database.write(
+      [&] { Query(impl_->database, statements::noteProcess, attempt, process, filesBefore).run(); });
 }
 
 void Queue::noteEnd(AttemptId attempt, const ProgramEnd& end) {

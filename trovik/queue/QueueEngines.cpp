@@ -141,7 +141,8 @@ LostAttempt Queue::Impl::lostAttempt(AttemptId id, Queue& queue) {
   result.mark = markOf(id);
   {
     Query row(database,
-              "SELECT a.process, e.boot, a.printed FROM attempts a CROSS JOIN engines e ON e.id = a.engine "
+              "SELECT a.process, e.boot, a.printed, a.files_before FROM attempts a CROSS JOIN engines e ON "
+              "e.id = a.engine "
               "WHERE a.id = ?1",
               id);
     if (row.next()) {
@@ -152,6 +153,7 @@ LostAttempt Queue::Impl::lostAttempt(AttemptId id, Queue& queue) {
         result.end = ProgramEnd{attempt.exitCode, attempt.signal, attempt.command,
                                 attempt.log,      *printed,       attempt.duration};
       }
+      result.filesBefore = row.text();
     }
   }
   static const std::string sql =

@@ -226,7 +226,13 @@ ALTER TABLE arrays ADD COLUMN gone INTEGER NOT NULL DEFAULT 0;
 CREATE INDEX arrays_left ON arrays (id) WHERE state = 'over' AND cluster <> 0 AND gone = 0;
 )sql";
 
-constexpr std::array steps = {version1, version2, version3, version4, version5};
+// What files were there before a program started, while it runs: who judges an
+// attempt whose engine died knows by it which are the attempt's own.
+constexpr const char* version6 = R"sql(
+ALTER TABLE attempts ADD COLUMN files_before TEXT NOT NULL DEFAULT '';
+)sql";
+
+constexpr std::array steps = {version1, version2, version3, version4, version5, version6};
 
 int numberOf(Database& database, const char* sql) {
   Query query(database, sql);

@@ -50,6 +50,11 @@ Attempt::Start Attempt::start(Machine& machine, Shortage shortage) {
   return Start::Runs;
 }
 
+std::string Attempt::filesBefore() const {
+  const auto* render = dynamic_cast<const RenderJob*>(process_);
+  return render == nullptr ? std::string() : render->FilesBeforeText();
+}
+
 int Attempt::outputDescriptor() const {
   return look_ ? -1 : run_->OutputDescriptor();
 }

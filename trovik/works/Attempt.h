@@ -68,6 +68,8 @@ public:
   const Claim& claim() const { return claim_; }
   const SmartHandle<Job>& job() const { return job_; }
   /// The process group; 0 before the start.
+  /// What files were there before, to be kept while the program runs.
+  std::string filesBefore() const;
   int process() const { return run_ ? run_->Id() : 0; }
   /// The words that were started, as text for a shell.
   const std::string& command() const { return outcome_.command; }

@@ -1,5 +1,6 @@
 #include "trovik/works/Recovery.h"
 
+#include "host/application/ProgramRun.h"
 #include "host/foundation/Log.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/works/OutcomeText.h"
@@ -69,7 +70,7 @@ bool Recovery::advance(Machine& machine) {
     return true;
   }
   if (!programsEnded_) {
-    if (lost_.sameBoot && machine.killOrphans({lost_.mark, lost_.process, lost_.attempt.started}) > 0) {
+    if (lost_.sameBoot && !orphansEnded(machine)) {
       return false;
     }
     programsEnded_ = true;
@@ -93,6 +94,18 @@ bool Recovery::advance(Machine& machine) {
   return true;
 }
 
+/// Kills what the dead engine has left, and names what cannot end.
+bool Recovery::orphansEnded(Machine& machine) {
+  const std::vector<pid_t> left = machine.killOrphans({lost_.mark, lost_.process, lost_.attempt.started});
+  const Clock::time_point now = machine.now();
+  killed_ = killed_.value_or(now);
+  if (!left.empty() && !stuckNamed_ && now >= *killed_ + ProgramRun::k_StuckPatience) {
+    stuckNamed_ = true;
+    ProgramRun::NameStuck(left);
+  }
+  return left.empty();
+}
+
 /// Opens the log where it can be trusted to be all that this attempt printed.
 void Recovery::begin() {
   LogFile log{Path(lost_.attempt.log)};
@@ -100,10 +113,14 @@ void Recovery::begin() {
     outcome_.log.clear();
   }
   if (auto* render = dynamic_cast<RenderJob*>(job_.Get())) {
-    const auto seconds = std::chrono::floor<std::chrono::seconds>(lost_.attempt.started);
-    timespec start{};
-    start.tv_sec = static_cast<std::time_t>(seconds.time_since_epoch().count());
-    render->CheckFilesSince(start);
+    if (lost_.filesBefore) {
+      render->CheckFilesAgainst(*lost_.filesBefore);
+    } else {
+      const auto seconds = std::chrono::floor<std::chrono::seconds>(lost_.attempt.started);
+      timespec start{};
+      start.tv_sec = static_cast<std::time_t>(seconds.time_since_epoch().count());
+      render->CheckFilesSince(start);
+    }
   }
   if (dynamic_cast<ProcessJob*>(job_.Get()) == nullptr || (!lost_.sameBoot && !lost_.logRead)) {
     return;

@@ -48,6 +48,7 @@ public:
   void markRecorded() { recorded_ = true; }
 
 private:
+  bool orphansEnded(Machine& machine);
   void begin();
   bool readLog();
   void onLine(std::string_view line);
@@ -60,6 +61,8 @@ private:
   ImageInspector& inspector_;
   SmartHandle<Job> job_;
   bool hasFrames_;
+  std::optional<Clock::time_point> killed_; // first
+  bool stuckNamed_ = false;
   bool programsEnded_ = false;
   bool over_ = false;
   bool recorded_ = false;

@@ -1,3 +1,4 @@
+#include "host/application/FilesBefore.h"
 #include "tests/application/jobs/TestJob.h"
 
 #include <fcntl.h>
@@ -531,6 +532,34 @@ TEST_F(FileCheck, ExpectedFilesOfAnUnpreparedJobCountFromWhereItWouldStart) {
   job.SetParameter(p_Scene, In("scenes/a.pov").Text());
   job.SetParameter(p_ExpectedFiles, "a.png");
   EXPECT_EQ(job.ExpectedFiles(), std::vector<Path>{In("scenes/a.png")});
+}
+
+// What one process noted, another one judges by.
+TEST_F(FileCheck, WhatWasThereBeforeCanBeKept) {
+  const std::string name = "a b\n\xff.png";
+  const std::vector<Path> files = {Write("same.png", "x"), Write(String(name), "x"), In("new.png")};
+  FilesBefore before;
+  before.Note(files, {}, true);
+  FilesBefore read;
+  read.FromText(before.Text());
+  const auto isWritten = [&read](const Path& file) {
+    struct stat status {};
+    EXPECT_EQ(stat(file.c_str(), &status), 0);
+    return read.IsWritten(file, status);
+  };
+  EXPECT_EQ(read.Text(), before.Text());
+  EXPECT_FALSE(isWritten(files[0]));
+  EXPECT_FALSE(isWritten(files[1]));
+  EXPECT_TRUE(isWritten(Write("new.png", "x")));
+  EXPECT_TRUE(isWritten(Write(String(name), "xy")));
+  const std::string text = before.Text();
+  for (const std::string& other :
+       {std::string(), text + "x", text.substr(0, text.size() - 1), "now\n" + text, std::string("now 1 2\n"),
+        std::string("now x\n"), std::string("file 1 2 3 4\n"), std::string("file 1 2 3 4 zz\n"),
+        std::string("file 1 2 3 99999999999999999999 00\n"), std::string("\n"), std::string(" \n")}) {
+    read.FromText(other);
+    EXPECT_FALSE(isWritten(In("new.png"))) << other;
+  }
 }
 
 } // namespace

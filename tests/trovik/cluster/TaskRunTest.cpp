@@ -63,7 +63,7 @@ public:
       onWait(++turns_);
     }
   }
-  std::size_t killOrphans(const Orphans& orphans) override { return machine_.killOrphans(orphans); }
+  std::vector<pid_t> killOrphans(const Orphans& orphans) override { return machine_.killOrphans(orphans); }
 
 private:
   LocalMachine machine_;

@@ -1,9 +1,13 @@
+#include "host/application/FilesBefore.h"
+#include "host/foundation/Log.h"
 #include "tests/trovik/engine/EngineTest.h"
 #include "trovik/queue/Database.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 #include <stdexcept>
+#include <unistd.h>
 
 // What becomes of attempts whose engine died.
 
@@ -15,13 +19,16 @@ using namespace std::chrono_literals;
 /// An engine that died while it ran the first work of a job.
 class LostWorkTest : public EngineTest {
 protected:
+  /// No file that an attempt might name was there before it.
+  static constexpr const char* nothing = "now 0\n";
+
   void lose(const std::vector<std::string>& named) {
     Queue other(Path(directory.file("queue")));
     const EngineId engine = other.enterEngine(1);
     const std::vector<Claim> claims = other.claim(engine, 1, std::nullopt);
     ASSERT_EQ(claims.size(), 1U);
     mark = claims[0].mark;
-    other.noteProcess(claims[0].attempt, 4242);
+    other.noteProcess(claims[0].attempt, 4242, nothing);
     for (const std::string& file : named) {
       FileRecord record;
       record.path = file;
@@ -33,13 +40,16 @@ protected:
 
   /// The same, and the program of frame 1 had printed this and left its image.
   /// How it ended was seen where it is given.
-  void loseWithLog(const std::string& output, std::optional<ProgramEnd> end) {
+  /// With `wasThere` the program had left the image alone.
+  void loseWithLog(const std::string& output, std::optional<ProgramEnd> end, bool wasThere = false) {
     Queue other(Path(directory.file("queue")));
     const std::vector<Claim> claims = other.claim(other.enterEngine(1), 1, std::nullopt);
     ASSERT_EQ(claims.size(), 1U);
     std::filesystem::create_directories(directory.file("queue/logs/1"));
     const std::string log = directory.write("queue/logs/1/1-1.log", output);
-    directory.write("a_1.drw", "x");
+    FilesBefore before;
+    before.Note({Path(directory.write("a_1.drw", "x"))}, {}, true);
+    other.noteProcess(claims[0].attempt, 4242, wasThere ? before.Text() : nothing);
     // The clock that stamps files is a few milliseconds late.
     std::filesystem::last_write_time(log, std::filesystem::file_time_type::clock::now());
     if (end) {
@@ -83,7 +93,10 @@ private:
 
 TEST_F(LostWorkTest, AFrameWhoseProgramHadEndedIsJudgedAndNotRenderedAgain) {
   const JobId id = submitImages();
-  directory.write("a_1.drw", "x");
+  machine.behaviour = [this](const ProcessStart&) {
+    directory.write("a_1.drw", "x");
+    return script(1s, 0, "image a_1.drw\n");
+  };
   {
     DyingInspector dying;
     Queue other(Path(directory.file("queue")));
@@ -104,6 +117,25 @@ TEST_F(LostWorkTest, AFrameWhoseProgramHadEndedIsJudgedAndNotRenderedAgain) {
   EXPECT_EQ(attempt.duration, 1s);
   EXPECT_EQ(Path(attempt.log).Leaf(true), "1-1.log");
   EXPECT_EQ(inspector.asked, std::vector<std::string>{directory.file("a_1.drw")});
+}
+
+TEST_F(LostWorkTest, AFileThatWasThereBeforeIsNotThatOfALostAttempt) {
+  const JobId id = submitImages();
+  const std::string output = "image a_1.drw\n";
+  loseWithLog(output, endOf(output), true);
+  EXPECT_FALSE(workOff(id).allGood());
+  EXPECT_EQ(recorder.events.back(),
+            "failed 1: File was there before and is not of this attempt: " + directory.file("a_1.drw"));
+  EXPECT_TRUE(machine.started.empty());
+}
+
+TEST_F(LostWorkTest, NoFileCountsWhereNobodyKnowsWhatWasThere) {
+  const JobId id = submitImages(1);
+  const std::string output = "image a_1.drw\n";
+  loseWithLog(output, endOf(output));
+  Database(Path(directory.file("queue/queue.db"))).execute("UPDATE attempts SET files_before = ''");
+  workOff(id);
+  EXPECT_EQ(machine.started.size(), 1U);
 }
 
 TEST_F(LostWorkTest, AFrameWhoseProgramHadFailedFailsWithItsReason) {
@@ -236,6 +268,23 @@ TEST_F(LostWorkTest, WhoFollowsAnOlderEngineTakesOverWhenThatHasGone) {
   EXPECT_GT(ticks, 5);
   EXPECT_TRUE(queue.summary(id).allGood());
   EXPECT_EQ(machine.started.size(), 2U);
+}
+
+TEST_F(LostWorkTest, WhatCannotBeEndedIsNamedOnce) {
+  const JobId id = submit("1");
+  lose({});
+  machine.orphans = 1000; // twenty seconds
+  std::vector<std::string> log;
+  const LogSink before = SetLogSink([&](LogLevel, const String& text) { log.push_back(text); });
+  EXPECT_TRUE(workOff(id).allGood());
+  SetLogSink(before);
+  const std::string process = "process " + std::to_string(getpid()) + " (";
+  EXPECT_EQ(std::count_if(log.begin(), log.end(),
+                          [&](const std::string& line) {
+                            return line.starts_with(process) &&
+                                   line.find(") was killed and has not ended: ") != std::string::npos;
+                          }),
+            1);
 }
 
 TEST_F(LostWorkTest, IsTakenUpWhenNoProcessOfItIsLeft) {

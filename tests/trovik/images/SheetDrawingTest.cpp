@@ -28,7 +28,7 @@ public:
   explicit PatientMachine(std::string sign = {}) : sign_(std::move(sign)) {}
   Clock::time_point now() override { return now_; }
   std::unique_ptr<Program> start(const ProcessStart& /*start*/) override { return nullptr; }
-  std::size_t killOrphans(const Orphans& /*orphans*/) override { return 0; }
+  std::vector<pid_t> killOrphans(const Orphans& /*orphans*/) override { return {}; }
   void wait(std::vector<pollfd>& descriptors, std::optional<Duration> timeout) override {
     const bool stuck = !sign_.empty() && std::filesystem::remove(sign_);
     if (poll(descriptors.data(), descriptors.size(), stuck ? 0 : 10) == 0 && stuck) {

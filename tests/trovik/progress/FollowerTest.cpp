@@ -246,7 +246,7 @@ public:
     steps.pop_front();
     step();
   }
-  std::size_t killOrphans(const Orphans& /*orphans*/) override { return 0; }
+  std::vector<pid_t> killOrphans(const Orphans& /*orphans*/) override { return {}; }
   int descriptor() const override { return 1; }
   int take() override { return std::exchange(interrupts, 0); }
   bool byUser() const override { return true; }
