@@ -264,10 +264,15 @@ void useWriteAheadLog(Database& database, std::chrono::milliseconds patience) {
 
 /// The version of the database; 0 for one that is empty.
 int versionOf(Database& database, int newest) {
-  const int version = numberOf(database, "PRAGMA user_version");
-  const int application = numberOf(database, "PRAGMA application_id");
-  if (application != applicationId &&
-      (application != 0 || version != 0 || numberOf(database, "SELECT count(*) FROM sqlite_schema") != 0)) {
+  int version = 0;
+  int application = 0;
+  int tables = 0;
+  database.read([&] { // another process may make the queue between two questions
+    version = numberOf(database, "PRAGMA user_version");
+    application = numberOf(database, "PRAGMA application_id");
+    tables = numberOf(database, "SELECT count(*) FROM sqlite_schema");
+  });
+  if (application != applicationId && (application != 0 || version != 0 || tables != 0)) {
     refuseForeign(database);
   }
   if (version < 0 || (application == applicationId && version == 0)) {

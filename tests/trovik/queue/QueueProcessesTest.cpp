@@ -26,7 +26,7 @@ namespace {
 
 class QueueProcesses : public testing::Test {
 protected:
-  Path addArray() const { return Path(directory.path()); }
+  Path folder() const { return Path(directory.path()); }
   std::string databaseFile() const { return directory.file("queue.db"); }
   TemporaryDirectory directory;
 };
@@ -38,12 +38,12 @@ TEST_F(QueueProcesses, EveryWorkGoesToOneOfManyEngines) {
     for (int frame = 1; frame <= works; ++frame) {
       job.works.push_back({frame, frame});
     }
-    Queue(addArray()).submit(job);
+    Queue(folder()).submit(job);
   }
   std::vector<std::unique_ptr<Child>> engines;
   for (std::size_t number = 1; number <= 4; ++number) {
     engines.push_back(std::make_unique<Child>([&, number](const Child::Tell& tell) {
-      Queue queue(addArray());
+      Queue queue(folder());
       const EngineId engine = queue.enterEngine(number);
       for (std::vector<Claim> claims; !(claims = queue.claim(engine, number, std::nullopt)).empty();) {
         for (const Claim& claim : claims) {
@@ -66,7 +66,7 @@ TEST_F(QueueProcesses, EveryWorkGoesToOneOfManyEngines) {
     wanted.insert(frame);
   }
   EXPECT_EQ(frames, wanted);
-  EXPECT_EQ(Queue(addArray()).job(1)->state, JobState::Good);
+  EXPECT_EQ(Queue(folder()).job(1)->state, JobState::Good);
   EXPECT_EQ(brokenInvariants(databaseFile()), std::vector<std::string>());
 }
 
@@ -74,7 +74,7 @@ TEST_F(QueueProcesses, ManyMakeTheSameQueueAtOnce) {
   std::vector<std::unique_ptr<Child>> children;
   for (int number = 0; number < 6; ++number) {
     children.push_back(std::make_unique<Child>([&](const Child::Tell& tell) {
-      Queue queue(addArray());
+      Queue queue(folder());
       tell(std::to_string(queue.submit(jobOf("1"))));
     }));
   }
@@ -88,10 +88,59 @@ TEST_F(QueueProcesses, ManyMakeTheSameQueueAtOnce) {
   EXPECT_EQ(jobs, (std::set<std::string>{"1", "2", "3", "4", "5", "6"}));
 }
 
+/// What is done before the second question that a queue is asked.
+std::function<void()>* beforeSecondQuestion = nullptr;
+
+int beforeStatement(unsigned /*event*/, void* /*context*/, void* statement, void* /*text*/) {
+  const std::string sql = sqlite3_sql(static_cast<sqlite3_stmt*>(statement));
+  if (beforeSecondQuestion != nullptr && sql == "PRAGMA application_id") {
+    (*std::exchange(beforeSecondQuestion, nullptr))();
+  }
+  return 0;
+}
+
+int watchStatements(sqlite3* connection, char** /*error*/, const sqlite3_api_routines* /*routines*/) {
+  return sqlite3_trace_v2(connection, SQLITE_TRACE_STMT, beforeStatement, nullptr);
+}
+
+TEST_F(QueueProcesses, QueueThatIsMadeWhileItIsLookedAtIsNoDamagedOne) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  Child other([&](const Child::Tell& tell) {
+    char byte = 0;
+    if (read(ends[0], &byte, 1) == 1) {
+      Queue::Settings settings;
+      settings.patience = std::chrono::milliseconds(50);
+      tell(std::to_string(Queue(folder(), settings).submit(jobOf("1"))));
+    }
+  });
+  std::vector<std::string> told;
+  std::function<void()> letOtherMakeIt = [&] {
+    EXPECT_EQ(write(ends[1], "x", 1), 1);
+    told = other.finish(); // it made the queue, or was refused while this one looks
+  };
+  beforeSecondQuestion = &letOtherMakeIt;
+  auto* const watch = reinterpret_cast<void (*)()>(watchStatements);
+  sqlite3_auto_extension(watch);
+  QueueError error;
+  try {
+    Queue queue(folder());
+    EXPECT_NE(queue.submit(jobOf("1")), 0);
+  } catch (const QueueError& thrown) {
+    error = thrown;
+  }
+  sqlite3_cancel_auto_extension(watch);
+  EXPECT_EQ(error.message, "");
+  EXPECT_EQ(told.size(), 1U);
+  EXPECT_EQ(beforeSecondQuestion, nullptr);
+  close(ends[0]);
+  close(ends[1]);
+}
+
 TEST_F(QueueProcesses, EachEndGoesToOneProcess) {
   constexpr int count = 60;
   {
-    Queue queue(addArray());
+    Queue queue(folder());
     NewJob job = jobOf("");
     job.found = runsOf("1");
     for (int number = 0; number < count; ++number) {
@@ -101,7 +150,7 @@ TEST_F(QueueProcesses, EachEndGoesToOneProcess) {
   std::vector<std::unique_ptr<Child>> children;
   for (int number = 0; number < 3; ++number) {
     children.push_back(std::make_unique<Child>([&](const Child::Tell& tell) {
-      Queue queue(addArray());
+      Queue queue(folder());
       for (const JobRecord& job : queue.takeEnded()) {
         tell(std::to_string(job.id));
       }
@@ -119,16 +168,16 @@ TEST_F(QueueProcesses, EachEndGoesToOneProcess) {
 }
 
 TEST_F(QueueProcesses, TheDeathOfAProcessFreesItsEngine) {
-  { Queue(addArray()).submit(jobOf("1-3")); }
+  { Queue(folder()).submit(jobOf("1-3")); }
   Child child([&](const Child::Tell& tell) {
-    Queue queue(addArray());
+    Queue queue(folder());
     const EngineId engine = queue.enterEngine(1);
     tell(std::to_string(queue.claim(engine, 1, std::nullopt).at(0).attempt));
     std::raise(SIGKILL);
   });
   const std::vector<std::string> lines = child.finish();
   ASSERT_EQ(lines.size(), 1U);
-  Queue queue(addArray());
+  Queue queue(folder());
   EXPECT_FALSE(queue.hasOtherEngine(0));
   const std::vector<LostAttempt> lostOnes = queue.takeLost();
   ASSERT_EQ(lostOnes.size(), 1U);
@@ -337,7 +386,7 @@ TEST_F(QueueProcesses, AKillAtAnyStepLosesNothingAndLeavesNothingHalf) {
   SCOPED_TRACE("TROVIK_TEST_SEED=" + std::to_string(seed));
   std::map<JobId, RunSet> recorded; // the frames that were said to be good
   for (unsigned round = 0; round < 60; ++round) {
-    Child child([&](const Child::Tell& tell) { liveAndDie(addArray(), seed + round, tell); });
+    Child child([&](const Child::Tell& tell) { liveAndDie(folder(), seed + round, tell); });
     for (const std::string& line : child.finish()) {
       std::istringstream words(line);
       std::string kind;
@@ -353,7 +402,7 @@ TEST_F(QueueProcesses, AKillAtAnyStepLosesNothingAndLeavesNothingHalf) {
 
     std::map<JobId, RunSet> submitted;
     {
-      Queue queue(addArray());
+      Queue queue(folder());
       for (const JobRecord& job : queue.jobs()) {
         submitted[job.id] = setOf(job.range);
       }
@@ -372,7 +421,7 @@ TEST_F(QueueProcesses, AKillAtAnyStepLosesNothingAndLeavesNothingHalf) {
   EXPECT_FALSE(recorded.empty());
 
   // One that lives takes up all that is left and brings it to its end.
-  Queue queue(addArray());
+  Queue queue(folder());
   const EngineId engine = queue.enterEngine(1);
   for (const LostAttempt& one : queue.takeLost()) {
     queue.settle(lost(one.attempt.id));
@@ -419,7 +468,7 @@ ssize_t failingWrite(int descriptor, const void* bytes, std::size_t size, off_t 
 TEST_F(QueueProcesses, AWriteThatFailsUndoesTheChangeAndTheQueueGoesOn) {
   Child child([&](const Child::Tell& tell) {
     realWrite = replace("pwrite64", &failingWrite);
-    Queue queue(addArray());
+    Queue queue(folder());
     for (const int error : {ENOSPC, EIO}) {
       queue.submit(jobOf("1"));
       writeError = error;
