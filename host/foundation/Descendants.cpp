@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -87,6 +88,16 @@ String MarkOf(pid_t process) {
   return begin == std::string::npos ? String() : String(environment.c_str() + begin + before.size());
 }
 
+// Whether a process runs the program that this one runs. As an engine within
+// another one's work it carries, for the moment in which it starts a program,
+// what that is to carry.
+bool RunsWhatThisRuns(pid_t process) {
+  struct stat other {};
+  struct stat own {};
+  return stat(ProcFile(process, "/exe").c_str(), &other) == 0 && stat("/proc/self/exe", &own) == 0 &&
+         other.st_dev == own.st_dev && other.st_ino == own.st_ino;
+}
+
 // The children of this process.
 class Family {
 public:
@@ -132,7 +143,7 @@ public:
       }
       if (carried == number) {
         found.push_back(child);
-      } else if (!IsExpected(carried) && CarriedBy(child) == carried) {
+      } else if (!IsExpected(carried) && CarriedBy(child) == carried && !RunsWhatThisRuns(child)) {
         kill(child, SIGKILL); // whoever watched over it, a descendant of ours, is gone
       }
     }
@@ -142,7 +153,8 @@ public:
 private:
   std::uint64_t NumberOfChild(pid_t child) {
     const auto [known, isNew] = m_Children.try_emplace(child, 0);
-    if (isNew) {
+    // One that nobody here waits for may have carried it for a moment only.
+    if (isNew || (known->second != 0 && !IsExpected(known->second))) {
       known->second = CarriedBy(child);
       if (const String mark = known->second == 0 ? MarkOf(child) : String(); !mark.empty()) {
         known->second = NumberOf(mark);

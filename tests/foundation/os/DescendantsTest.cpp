@@ -4,6 +4,7 @@
 
 #include <poll.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -162,6 +163,30 @@ TEST_F(DescendantsTest, ProgramOfASupervisorThatWasKilledIsEndedToo) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   EXPECT_NE(kill(left, 0), 0);
+}
+
+// An engine within another one's work, held at the worst moment.
+TEST_F(DescendantsTest, OneThatStartsAProgramIsNotTakenForTheProgram) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
+  const pid_t engine = fork();
+  ASSERT_GE(engine, 0);
+  if (engine == 0) {
+    close(ends[0]);
+    CarryMark(MarkOf("inner"));
+    char byte = 'r';
+    while (write(ends[1], &byte, 1) == 1 && read(ends[1], &byte, 1) == 1) {
+    }
+    _exit(0);
+  }
+  close(ends[1]);
+  char byte = 0;
+  EXPECT_EQ(read(ends[0], &byte, 1), 1);
+  ReapAdopted();
+  EXPECT_EQ(send(ends[0], "?", 1, MSG_NOSIGNAL), 1);
+  EXPECT_EQ(read(ends[0], &byte, 1), 1) << "it was killed";
+  close(ends[0]);
+  EXPECT_EQ(waitpid(engine, nullptr, 0), engine);
 }
 
 TEST_F(DescendantsTest, AdoptedOnesThatEndAreReapedWhileTheProgramRuns) {
