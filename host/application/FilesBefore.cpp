@@ -8,8 +8,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <optional>
 #include <set>
 #include <thread>
 
@@ -38,7 +40,6 @@ constexpr std::chrono::milliseconds k_StepPause{1};
 constexpr std::chrono::milliseconds k_LongestStep{2500};
 constexpr const char* k_Any = "any\n";
 constexpr std::size_t k_LongestText = std::size_t{1} << 20U;
-constexpr time_t k_StampSlack = 2; // of a clock that is not the file's
 
 std::int64_t Nanoseconds(const timespec& time) {
   return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
@@ -130,8 +131,9 @@ std::string FilesBefore::Text() const {
   return text;
 }
 
-void FilesBefore::FromText(std::string_view text) {
+void FilesBefore::FromText(std::string_view text, bool ofThisMachine) {
   *this = FilesBefore();
+  m_OfThisMachine = ofThisMachine;
   if (text == k_Any) {
     return;
   }
@@ -181,22 +183,32 @@ bool FilesBefore::ReadLine(std::string_view line) {
   return true;
 }
 
-void FilesBefore::Since(const timespec& start) {
-  *this = FilesBefore();
-  m_Since = start;
+/// When the program started, by the clock of that file system as far as it is
+/// known. Another machine's numbers of file systems say nothing here: then the
+/// latest of its clocks counts, so that no file of before is taken for a new one.
+std::int64_t FilesBefore::StartAt(std::uint64_t fileSystem) const {
+  if (m_OfThisMachine) {
+    const auto start = m_Starts.find(fileSystem);
+    return start == m_Starts.end() ? m_OurStart : start->second;
+  }
+  std::optional<std::int64_t> latest;
+  for (const auto& [ignored, start] : m_Starts) {
+    latest = std::max(latest.value_or(start), start);
+  }
+  return latest.value_or(m_OurStart);
 }
 
 bool FilesBefore::IsWritten(const Path& file, const struct stat& now) const {
-  if (m_Since) {
-    return now.st_mtim.tv_sec >= m_Since->tv_sec - k_StampSlack;
-  }
   if (!m_Noted || m_Unknown) {
     return !m_Unknown;
   }
   const auto known = m_Identities.find(file.Text());
   if (known != m_Identities.end()) {
-    return known->second != Identity(now);
+    Identity identity(now);
+    if (!m_OfThisMachine) {
+      identity.Number = known->second.Number;
+    }
+    return known->second != identity;
   }
-  const auto start = m_Starts.find(now.st_dev);
-  return Nanoseconds(now.st_ctim) >= (start == m_Starts.end() ? m_OurStart : start->second);
+  return Nanoseconds(now.st_ctim) >= StartAt(now.st_dev);
 }

@@ -5,9 +5,7 @@
 #include <sys/stat.h>
 
 #include <cstdint>
-#include <ctime>
 #include <map>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -27,17 +25,15 @@ public:
   /// never longer than its stamps are coarse.
   void Note(const std::vector<Path>& files, const std::vector<Path>& folders, bool closeEarlier);
 
-  /// Instead: a file counts as written when its contents were changed since
-  /// then, by our own clock and as exactly as that can be said.
-  void Since(const timespec& start);
-
   /// What counts, to be kept: for who judges the work when this process has
   /// died. Empty where it is more than is worth keeping.
   std::string Text() const;
 
-  /// Instead: what another process has noted. Nothing counts as written where
-  /// the text is none, since then nobody knows what was there.
-  void FromText(std::string_view text);
+  /// Instead: what another process has noted, on this machine or another one,
+  /// which gives other numbers to file systems and may give them to files.
+  /// Nothing counts as written where the text is none, since then nobody knows
+  /// what was there.
+  void FromText(std::string_view text, bool ofThisMachine = true);
 
   /// Whether a file that looks like this now was written.
   bool IsWritten(const Path& file, const struct stat& now) const;
@@ -56,10 +52,11 @@ private:
   };
 
   bool ReadLine(std::string_view line);
+  std::int64_t StartAt(std::uint64_t fileSystem) const;
 
-  std::optional<timespec> m_Since;
   bool m_Noted = false;
-  bool m_Unknown = false;                         // nothing counts
+  bool m_Unknown = false; // nothing counts
+  bool m_OfThisMachine = true;
   std::int64_t m_OurStart = 0;                    // for a file system whose clock is not known
   std::map<std::uint64_t, std::int64_t> m_Starts; // by the file system's clock
   std::map<std::string, Identity> m_Identities;   // of the files that were there

@@ -118,15 +118,13 @@ public:
   /// ("FileCheck" Work or None).
   std::vector<FrameRun> GoodFrames() const;
 
-  /// Files count as the work's when they were written since then, instead of
-  /// since NoteFilesBefore.
-  void CheckFilesSince(const timespec& start) { m_Before.Since(start); }
-
   /// What NoteFilesBefore has noted, for CheckFilesAgainst in a process that
   /// judges the work when this one has died. Empty where it is too much.
   std::string FilesBeforeText() const { return m_Before.Text(); }
   /// Instead of NoteFilesBefore. No file is the work's where the text is empty.
-  void CheckFilesAgainst(std::string_view filesBefore) { m_Before.FromText(filesBefore); }
+  void CheckFilesAgainst(std::string_view filesBefore, bool ofThisMachine = true) {
+    m_Before.FromText(filesBefore, ofThisMachine);
+  }
 
   /// Notes what files are there, between PrepareWork and the program's start; a
   /// file that the program leaves alone is then no file of the work. After

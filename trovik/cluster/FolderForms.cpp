@@ -362,6 +362,9 @@ std::string formOf(const WorkBeat& beat) {
   json["running"] = beat.running;
   json["command"] = written(beat.command);
   json["files"] = written(beat.files);
+  if (!beat.filesBefore.empty()) {
+    json["filesBefore"] = written(beat.filesBefore);
+  }
   if (beat.end) {
     json["end"] = {{"exitCode", beat.end->Code}, {"signal", beat.end->Signal}};
   }
@@ -385,6 +388,9 @@ WorkBeat beatFromForm(std::string_view text) {
   beat.running = reader.seconds("running");
   beat.command = reader.text("command");
   beat.files = reader.files("files");
+  if (json.contains("filesBefore")) {
+    beat.filesBefore = reader.text("filesBefore");
+  }
   if (const auto entry = json.find("end"); entry != json.end()) {
     const Reader end(*entry, "the end");
     beat.end = ProcessExit{end.number<int>("exitCode"), end.number<int>("signal", 0)};

@@ -73,6 +73,9 @@ struct WorkBeat {
   double running = 0;            ///< seconds since its program was started
   std::string command;           ///< the words as text for a shell
   std::vector<FileRecord> files; ///< that the program named so far
+  /// What files were there before the first program of the work, for who judges
+  /// it when that has died; empty where none was started, or it is too much.
+  std::string filesBefore;
   /// How its program ended by itself, while its files are checked: its log was
   /// on the disk by then.
   std::optional<ProcessExit> end;

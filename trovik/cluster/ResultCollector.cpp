@@ -350,8 +350,9 @@ void ResultCollector::recover(const OpenArray& array, const ArrayWork& work, Wor
   const auto markOf = [&](int number) {
     return taskMark(state_.queue.queueId(), array.record.job, array.folder, work.position, number);
   };
+  const TaskSelf here = taskSelf();
   LeftBehind left;
-  left.since = end.started;
+  left.onThisMachine = here.sharesMachine(newest) && claims == 1;
   for (int number = 1; number <= claims; ++number) {
     left.marks.push_back(markOf(number));
   }
@@ -359,6 +360,7 @@ void ResultCollector::recover(const OpenArray& array, const ArrayWork& work, Wor
   if (beat) {
     end.outcome.log = localPath(beat->log);
     end.outcome.command = beat->command;
+    left.filesBefore = beat->filesBefore;
     if (!end.outcome.log.empty()) {
       left.logs.push_back(end.outcome.log);
     }
@@ -367,7 +369,6 @@ void ResultCollector::recover(const OpenArray& array, const ArrayWork& work, Wor
       left.named.push_back(std::move(file));
     }
   }
-  const TaskSelf here = taskSelf();
   LostAttempt lost;
   lost.attempt.run = work.run;
   lost.attempt.job = array.record.job;
@@ -385,7 +386,8 @@ void ResultCollector::recover(const OpenArray& array, const ArrayWork& work, Wor
       LeftFiles found = takeLeft(*object, job.request->stage, markOf(0), left);
       entry.stage = std::move(found.staged);
       lost.files = std::move(found.files);
-      lost.attempt.started = found.since;
+      lost.filesBefore = std::move(found.filesBefore);
+      lost.onThisMachine = left.onThisMachine;
       // Its verdict can be given as it would have given it; but what a process
       // before it printed says nothing of this one.
       if (beat && beat->end && beat->claim == claims && claims == 1 && found.logBytes == beat->logBytes) {

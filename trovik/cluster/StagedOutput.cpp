@@ -28,7 +28,6 @@ namespace trovik {
 namespace {
 
 constexpr const char* stagePrefix = ".trovik-";
-constexpr std::time_t stampPrecision = 2; // coarse file systems, and clocks that differ a little
 
 /// The output folder of a work, as its job has it.
 struct OutputFolder {
@@ -185,7 +184,6 @@ StagedOutput::StagedOutput(Job& job, const std::string& mark) {
   }
   stage_ = stage;
   output_ = folder.path;
-  made_ = status.st_mtim;
   component_ = componentOf(mark);
 }
 
@@ -220,7 +218,7 @@ std::string StagedOutput::nameFrom(const std::string& mark, const std::string& f
   return name;
 }
 
-void StagedOutput::takeBack(const std::vector<std::string>& names, std::time_t since) const {
+void StagedOutput::takeBack(const std::vector<std::string>& names, const FilesBefore& before) const {
   for (const std::string& name : names) {
     const std::string part = partIn(name);
     struct stat status {};
@@ -229,9 +227,8 @@ void StagedOutput::takeBack(const std::vector<std::string>& names, std::time_t s
     }
     const Path inStage(stage_.Text() + "/" + part);
     const Path moved(output_.Text() + "/" + part);
-    if (lstat(moved.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-        status.st_mtim.tv_sec >= since - stampPrecision && makeFolderOf(inStage) == 0 &&
-        link(moved.c_str(), inStage.c_str()) != 0) {
+    if (lstat(moved.c_str(), &status) == 0 && S_ISREG(status.st_mode) && before.IsWritten(moved, status) &&
+        makeFolderOf(inStage) == 0 && link(moved.c_str(), inStage.c_str()) != 0) {
       LogDebug("cannot take back " + moved.Text() + ": " + textOf(errno));
     }
   }

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "host/application/FilesBefore.h"
 #include "host/application/Job.h"
 #include "host/foundation/Path.h"
 #include "trovik/records/Records.h"
 
-#include <ctime>
 #include <functional>
 #include <string>
 #include <vector>
@@ -34,9 +34,6 @@ public:
   bool isUsed() const { return !stage_.empty(); }
   const Path& stage() const { return stage_; }
   const Path& output() const { return output_; }
-  /// When the folder was made, by the clock of its file system, with which the
-  /// stamps of its files compare.
-  const timespec& made() const { return made_; }
   /// Where the stage of that mark would be, without making it; empty for none.
   static Path stageOf(const Job& job, const std::string& mark);
 
@@ -47,8 +44,8 @@ public:
   std::string nameFrom(const std::string& mark, const std::string& file) const;
   /// Takes files back into the stage that such a process had moved already:
   /// those of the names (below the stage) that the output folder has instead,
-  /// written since then. They stay there as well.
-  void takeBack(const std::vector<std::string>& names, std::time_t since) const;
+  /// and that were not there before. They stay there as well.
+  void takeBack(const std::vector<std::string>& names, const FilesBefore& before) const;
 
   /// The name that a file has, or will have, for users: below the output
   /// folder, not below the stage.
@@ -79,7 +76,6 @@ private:
 
   Path stage_;
   Path output_;
-  timespec made_{};
   std::string component_; // "/.trovik-MARK"
 };
 

@@ -11,6 +11,12 @@
 #include <utility>
 
 namespace trovik {
+namespace {
+
+/// In bytes: the beat is written again every few seconds.
+constexpr std::size_t longestFilesBefore = std::size_t{64} << 10U;
+
+} // namespace
 
 /// Checks files by another inspector until there is no time left: from then on
 /// every file that has no answer yet has a problem, so that a work is judged
@@ -85,6 +91,7 @@ std::optional<WorkBeat> TaskLoop::begin(int claim) {
   beat_.claim = claim;
   beat_.count = before ? before->count : 0;
   beat_.stage = "starting";
+  beat_.filesBefore = before ? before->filesBefore : std::string();
   noted_ = before ? before->files : std::vector<FileRecord>();
   stalled_ = false;
   inspector_->relax();
@@ -110,6 +117,12 @@ void TaskLoop::beginProgram(const std::string& mark) {
 void TaskLoop::endProgram() {
   if (guard_ != nullptr) {
     guard_->end();
+  }
+}
+
+void TaskLoop::noteFilesBefore(std::string text) {
+  if (beat_.filesBefore.empty() && text.size() <= longestFilesBefore) {
+    beat_.filesBefore = std::move(text);
   }
 }
 

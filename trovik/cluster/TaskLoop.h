@@ -57,6 +57,9 @@ public:
   /// A program with this mark is about to run, and has ended.
   void beginProgram(const std::string& mark);
   void endProgram();
+  /// What files were there before it was started, for whoever comes after this
+  /// process; of all programs of the work the first one's counts.
+  void noteFilesBefore(std::string text);
   /// A file that is named for whoever comes after this process.
   void note(FileRecord file);
   void setNoted(std::vector<FileRecord> files) { noted_ = std::move(files); }

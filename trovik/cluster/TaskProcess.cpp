@@ -116,7 +116,7 @@ LeftFiles takeLeft(Job& job, bool stage, const std::string& mark, const LeftBehi
       staged.takeOver(other);
     }
   }
-  found.since = left.since;
+  found.filesBefore = left.filesBefore;
   auto* render = dynamic_cast<RenderJob*>(&job);
   if (render == nullptr) {
     return found;
@@ -143,13 +143,14 @@ LeftFiles takeLeft(Job& job, bool stage, const std::string& mark, const LeftBehi
   for (const Path& file : render->ExpectedFiles()) {
     names.push_back(file.Text());
   }
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(left.since).time_since_epoch();
-  staged.takeBack(names, static_cast<std::time_t>(seconds.count()));
-  // What is in a stage is fresh, whatever the clocks of node and file server say.
+  FilesBefore before;
+  before.FromText(left.filesBefore, left.onThisMachine);
+  staged.takeBack(names, before);
+  // Nothing was in a stage before.
   if (staged.isUsed() && std::all_of(names.begin(), names.end(), [&staged](const std::string& name) {
         return name.starts_with(staged.stage().Text() + "/");
       })) {
-    found.since = Moment();
+    found.filesBefore = FilesBefore().Text();
   }
   return found;
 }

@@ -64,14 +64,15 @@ struct LeftBehind {
   std::vector<std::string> marks; ///< of their claims
   std::vector<std::string> logs;  ///< their output; files that are not there are passed over
   std::vector<FileRecord> named;  ///< by their last beat
-  Moment since{};                 ///< when the first of them began
+  std::string filesBefore;        ///< what was there before the first of them, as it has noted
+  bool onThisMachine = false;     ///< that was noted
 };
 
 /// What they left, ready to be checked.
 struct LeftFiles {
   StagedOutput staged;           ///< all that was in their stages; unused without stages
   std::vector<FileRecord> files; ///< that were named, by the names that they have now
-  Moment since{};                ///< files that are older are not theirs
+  std::string filesBefore;       ///< what tells their files from older ones
   std::int64_t logBytes = 0;     ///< of their logs, that the job has read
 };
 

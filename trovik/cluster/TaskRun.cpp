@@ -182,8 +182,7 @@ SmartHandle<Job> TaskRun::makeJob(const FrameRun& run) const {
 }
 
 bool TaskRun::workClaimed() {
-  const std::optional<WorkBeat> before = loop_.begin(claim_.number);
-  logBefore_ = before ? before->log : std::string();
+  beatBefore_ = loop_.begin(claim_.number).value_or(WorkBeat());
   merged_ = Outcome();
   complete_ = false;
   if (!problem_.empty()) {
@@ -221,7 +220,8 @@ void TaskRun::recover() {
   }
   LostAttempt lost;
   lost.attempt.run = plan_.works[position_].run;
-  lost.attempt.started = found.since;
+  lost.filesBefore = found.filesBefore;
+  lost.onThisMachine = left.onThisMachine;
   lost.sameBoot = false; // what could be ended has ended
   lost.files = std::move(found.files);
   Recovery recovery(std::move(lost), job, job_.hasFrames, loop_.inspector());
@@ -249,19 +249,24 @@ LeftBehind TaskRun::endOthers() {
   const PlannedWork& work = plan_.works[position_];
   LeftBehind left;
   left.named = loop_.noted();
-  left.since = momentNow();
+  left.filesBefore = beatBefore_.filesBefore;
+  left.onThisMachine = true;
   for (int number = 1; number < claim_.number; ++number) {
     left.marks.push_back(markOf(number));
     left.logs.push_back(logFile(Path(plan_.logs), logName(work.run, number), work.attempt).Text());
     if (const std::optional<WorkClaim> claim = readClaim(number)) {
-      left.since = std::min(left.since, claim->started);
       if (self_.sharesMachine(*claim)) {
         killPrograms(markOf(number));
+      } else {
+        left.onThisMachine = false;
       }
+    } else {
+      left.onThisMachine = false;
     }
   }
-  if (!logBefore_.empty() && std::find(left.logs.begin(), left.logs.end(), logBefore_) == left.logs.end()) {
-    left.logs.push_back(logBefore_); // of a part of the work
+  if (const std::string& log = beatBefore_.log;
+      !log.empty() && std::find(left.logs.begin(), left.logs.end(), log) == left.logs.end()) {
+    left.logs.push_back(log); // of a part of the work
   }
   return left;
 }
@@ -339,9 +344,8 @@ Outcome TaskRun::attempt(const FrameRun& run, StagedOutput& staged) {
     try {
       const Attempt::Start started =
           attempt.start(machine_, last ? Attempt::Shortage::Fails : Attempt::Shortage::Waits);
-      if (auto* render = dynamic_cast<RenderJob*>(job.Get());
-          started == Attempt::Start::Runs && render != nullptr && staged.isUsed()) {
-        render->CheckFilesSince(staged.made());
+      if (started == Attempt::Start::Runs) {
+        loop_.noteFilesBefore(attempt.filesBefore());
       }
       loop_.beatSoon();
       while (started == Attempt::Start::Runs && !attempt.isOver()) {

@@ -83,7 +83,7 @@ private:
   // The work at hand.
   std::size_t position_ = 0; // in the plan
   WorkClaim claim_;
-  std::string logBefore_; // of the last of the processes before
+  WorkBeat beatBefore_; // the last of the processes before
   Outcome merged_;
   bool complete_ = false; // every frame of it was rendered, or was there
 };

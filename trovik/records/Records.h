@@ -307,9 +307,9 @@ struct LostAttempt {
   std::vector<FileRecord> files; ///< that the program had named
   std::optional<ProgramEnd> end; ///< where it was seen
   /// What files were there before, as its engine has noted; empty where that
-  /// died before. None of an attempt on a cluster: its files lie in a folder of
-  /// their own.
-  std::optional<std::string> filesBefore;
+  /// died before.
+  std::string filesBefore;
+  bool onThisMachine = true; ///< that was noted
 };
 
 /// The reverse of nameOf: false for a text that is no name of the kind.

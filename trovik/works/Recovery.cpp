@@ -113,14 +113,7 @@ void Recovery::begin() {
     outcome_.log.clear();
   }
   if (auto* render = dynamic_cast<RenderJob*>(job_.Get())) {
-    if (lost_.filesBefore) {
-      render->CheckFilesAgainst(*lost_.filesBefore);
-    } else {
-      const auto seconds = std::chrono::floor<std::chrono::seconds>(lost_.attempt.started);
-      timespec start{};
-      start.tv_sec = static_cast<std::time_t>(seconds.time_since_epoch().count());
-      render->CheckFilesSince(start);
-    }
+    render->CheckFilesAgainst(lost_.filesBefore, lost_.onThisMachine);
   }
   if (dynamic_cast<ProcessJob*>(job_.Get()) == nullptr || (!lost_.sameBoot && !lost_.logRead)) {
     return;

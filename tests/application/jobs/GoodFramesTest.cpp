@@ -231,12 +231,12 @@ TEST_F(GoodFrames, OfALostWorkAreToldFromTheNamesAlone) {
   job.SetParameter(p_StartDirectory, m_Directory.Text());
   job.SetParameter("ImageStartText", "Saved: ");
   job.SetParameter(p_SubRange, "1-4");
+  job.NoteFilesBefore(true);
+  const std::string before = job.FilesBeforeText();
   for (const char* name : {"a_1.png", "a_2.png"}) {
     job.ProcessNewFilename(Write(name, "image"));
   }
-  timespec start{};
-  clock_gettime(CLOCK_REALTIME, &start);
-  job.CheckFilesSince(start);
+  job.CheckFilesAgainst(before);
   EXPECT_EQ(job.FinishWork(ProcessExit(), Ended::Lost), k_StatusFailed);
   EXPECT_EQ(job.Note(), "Its engine died");
   EXPECT_EQ(job.DecidedBy(), Rule::Ended);

@@ -244,18 +244,24 @@ TEST_F(StagedOutputTest, OnlyStagesAreRemoved) {
   EXPECT_TRUE(exists("out"));
 }
 
-TEST_F(StagedOutputTest, WhatWasMovedAlreadyIsTakenBackWhenItIsFresh) {
+TEST_F(StagedOutputTest, WhatWasMovedAlreadyIsTakenBackUnlessItWasThereBefore) {
   const StagedOutput staged(*job, "m");
   const std::string stage = staged.stage().Text();
-  directory.write("out/new", "new");
   directory.write("out/old", "old");
+  FilesBefore before;
+  before.Note({}, {staged.stage()}, true); // as the stage's own program was started
+  directory.write("out/new", "new");
   directory.write("out/both", "final");
   directory.write("out/.trovik-m/both", "staged");
-  const timespec times[2] = {{5000, 0}, {5000, 0}};
-  ASSERT_EQ(utimensat(AT_FDCWD, directory.file("out/old").c_str(), times, 0), 0);
-  staged.takeBack(
-      {stage + "/new", stage + "/old", stage + "/both", stage + "/none", stage + "/../../x", "/etc/passwd"},
-      10000);
+  const timespec times[2] = {{5000, 0}, {5000, 0}}; // as a program may set it
+  ASSERT_EQ(utimensat(AT_FDCWD, directory.file("out/new").c_str(), times, 0), 0);
+  const std::vector<std::string> names = {stage + "/new",  stage + "/old",     stage + "/both",
+                                          stage + "/none", stage + "/../../x", "/etc/passwd"};
+  FilesBefore unknown;
+  unknown.FromText("");
+  staged.takeBack(names, unknown);
+  EXPECT_FALSE(exists("out/.trovik-m/new"));
+  staged.takeBack(names, before);
   EXPECT_EQ(content(".trovik-m/new"), "new");
   EXPECT_EQ(content("new"), "new");
   EXPECT_FALSE(exists("out/.trovik-m/old"));

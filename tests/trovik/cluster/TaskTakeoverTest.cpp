@@ -245,6 +245,38 @@ TEST_F(TaskRunTest, WhatWasPublishedBeforeADeathIsNotRenderedAgain) {
   EXPECT_EQ(journal(), "1 2 2"); // the last may have been at work
 }
 
+// As an attempt leaves it that failed a moment ago, before a process on another
+// node that skips what is there, and dies.
+TEST_F(TaskRunTest, WhatWasThereBeforeADeadProcessIsRendered) {
+  staged = false;
+  plan({{1, 3}}, 1, 1s);
+  self.host = "elsewhere";
+  for (const int frame : {1, 2}) {
+    directory.write("out/f_" + std::to_string(frame), "of before");
+  }
+  WorkClaim claim;
+  claim.host = "gone";
+  claim.boot = "b";
+  claim.process = 1;
+  ASSERT_TRUE(works.claim(0, claim));
+  FilesBefore before;
+  before.Note({}, {Path(directory.file("out"))}, true);
+  WorkBeat beat;
+  beat.filesBefore = before.Text();
+  directory.write("out/f_2", "rendered");
+  for (const int frame : {1, 2}) {
+    FileRecord file;
+    file.path = directory.file("out/f_" + std::to_string(frame));
+    file.frame = frame;
+    beat.files.push_back(file);
+  }
+  works.beat(0, beat);
+  EXPECT_TRUE(run());
+  EXPECT_EQ(journal(), "1 3");
+  EXPECT_EQ(works.endOf(0).value().outcome.good.text(), "1-3");
+  EXPECT_EQ(readFile(directory.file("out/f_2")), "rendered");
+}
+
 TEST_F(TaskRunTest, RacingTasksRenderEveryFrameOnce) {
   std::vector<FrameRun> runs;
   for (int frame = 1; frame <= 12; ++frame) {
