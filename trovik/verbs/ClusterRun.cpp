@@ -1,8 +1,10 @@
 #include "trovik/verbs/ClusterRun.h"
 
+#include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
 #include "trovik/cluster/SlurmClient.h"
 #include "trovik/images/ImageHelper.h"
+#include "trovik/machine/Aside.h"
 #include "trovik/progress/JobFollower.h"
 #include "trovik/progress/Progress.h"
 #include "trovik/records/Moments.h"
@@ -22,7 +24,8 @@ namespace {
 
 constexpr Duration submissionTime = std::chrono::seconds(90);
 constexpr Duration leavingTime = std::chrono::seconds(15);
-constexpr Duration collectingTime = std::chrono::seconds(4);
+constexpr std::chrono::seconds collectingTime{4};
+constexpr std::chrono::seconds collectingPatience{6}; // also where a folder hangs
 constexpr Duration cancelingTime = std::chrono::seconds(25);
 constexpr std::chrono::seconds freshness{5}; // of what the cluster said
 constexpr Duration pollTime = std::chrono::milliseconds(500);
@@ -120,11 +123,8 @@ std::shared_ptr<ClusterEngine> clusterEngine(Session& session, Queue& queue, boo
 }
 
 /// Writes down what has become of the works of all jobs on a cluster; nothing
-/// where there are no such jobs, or another process does it.
+/// where another process does it.
 void collectFromCluster(Session& session, Queue& queue) {
-  if (queue.clusterJobs().empty()) {
-    return;
-  }
   const auto engine = clusterEngine(session, queue, ClusterEngine::Duty::Collect);
   const bool answers = SlurmClient::missingProgram().empty();
   engine->advanceUntil(
@@ -134,6 +134,29 @@ void collectFromCluster(Session& session, Queue& queue) {
         return !engine->isInCharge() || (engine->isSettled() && fresh);
       },
       collectingTime);
+}
+
+/// The same in a process of its own: a verb that shows jobs is not to hang with
+/// the folder of one of them, nor to fail for what only concerns the cluster.
+void collectAside(Session& session) {
+  const auto collect = [&session] {
+    try {
+      Queue queue(session.state());
+      collectFromCluster(session, queue);
+    } catch (const UsageError& error) {
+      printWarning(session.console(), error);
+    } catch (const QueueError& error) {
+      printWarning(session.console(), {error.message, error.hint});
+    } catch (...) {
+      printWarning(session.console(), {TakeCaughtText(), ""});
+    }
+  };
+  if (!runAside(collect, collectingPatience)) {
+    printWarning(session.console(),
+                 {"the jobs on the cluster gave no answer within " +
+                      std::to_string(collectingPatience.count()) + " s; what is shown was recorded before",
+                  "look whether their folder can be reached"});
+  }
 }
 
 } // namespace
@@ -248,11 +271,15 @@ std::shared_ptr<ClusterEngine> engineBeside(Session& session, Queue& queue, bool
 
 std::unique_ptr<Queue> collectedQueue(Session& session) {
   std::unique_ptr<Queue> queue = existingQueue(session.state());
-  if (queue != nullptr) {
-    collectFromCluster(session, *queue);
-  } else if (session.options().state) { // no name of a queue, most likely
-    throw UsageError{"--state: there is no queue in " + inQuotes(session.state().Text()),
-                     "the usual one is in " + inQuotes(session.locations().state().Text())};
+  if (queue == nullptr) {
+    if (session.options().state) { // no name of a queue, most likely
+      throw UsageError{"--state: there is no queue in " + inQuotes(session.state().Text()),
+                       "the usual one is in " + inQuotes(session.locations().state().Text())};
+    }
+  } else if (!queue->clusterJobs().empty()) {
+    queue.reset();
+    collectAside(session);
+    queue = existingQueue(session.state());
   }
   return queue;
 }
