@@ -9,7 +9,7 @@ cp "$XDG_STATE_HOME/trovik/queue.db" "$TMP/copy/queue.db"
 run 0 jobs --state "$TMP/copy"
 out_has Sketch
 run 2 engine --state "$TMP/copy" --job 1
-grep -q 'it came with a copy of another queue; if you know what it starts, "trovik retry 1" makes it your own' \
+grep -q 'it came with a copy of another queue, or of an older trovik; if you know what it starts, "trovik retry 1" makes it your own' \
   "$TMP/err" || fail "the engine does not say why"
 [ ! -e images ] || fail "the program was started"
 mkdir -p "$TMP/copy/logs/1"

@@ -78,6 +78,10 @@ void ClusterState::reload() {
     job.record = std::move(record);
     job.checked = false;
   }
+  for (const JobId id : queue.foreignClusterJobs()) {
+    notify(id, "foreign " + std::to_string(id),
+           "job " + std::to_string(id) + " cannot be submitted from here: " + foreignJobText(id), "");
+  }
 }
 
 ClusterJob* ClusterState::open(JobId id) {

@@ -27,9 +27,7 @@ std::unique_ptr<RunLogs> logsOf(const Queue& queue, const JobRecord& record) {
 /// Whatever such a job names would be started as if this user had written it.
 const JobRecord& ownOrRefused(const JobRecord& record) {
   if (!record.own) {
-    RaiseException("OpenJob", k_ErrorReference,
-                   "it came with a copy of another queue; if you know what it starts, \"trovik retry " +
-                       std::to_string(record.id) + "\" makes it your own");
+    RaiseException("OpenJob", k_ErrorReference, foreignJobText(record.id));
   }
   return record;
 }

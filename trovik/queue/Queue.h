@@ -204,6 +204,9 @@ public:
 
   /// The own jobs of the cluster that are open, or have arrays that are not over.
   std::vector<JobRecord> clusterJobs();
+  /// The open ones of the cluster that are not the queue's own: nothing is done
+  /// about them.
+  std::vector<JobId> foreignClusterJobs();
   /// The ID of this queue, part of the names of its arrays.
   const std::string& queueId() const;
   /// Ready works of an open job that share no frame with an open work of an array, in the

@@ -98,6 +98,14 @@ std::vector<JobRecord> Queue::clusterJobs() {
   return result;
 }
 
+std::vector<JobId> Queue::foreignClusterJobs() {
+  std::vector<JobId> result;
+  for (Query row(impl_->database, statements::foreignClusterJobs, impl_->home); row.next();) {
+    result.push_back(row.number());
+  }
+  return result;
+}
+
 std::vector<WorkRecord> Queue::worksToSubmit(JobId id) {
   std::vector<WorkRecord> result;
   impl_->database.read([&] {

@@ -92,6 +92,9 @@ inline constexpr const char* lastOfFile =
 inline constexpr const char* clusterJobs =
     "SELECT id FROM jobs INDEXED BY jobs_cluster "
     "WHERE run_on = 'cluster' AND state IN ('waiting', 'running') ORDER BY priority DESC, id";
+inline constexpr const char* foreignClusterJobs =
+    "SELECT id FROM jobs INDEXED BY jobs_cluster "
+    "WHERE run_on = 'cluster' AND state IN ('waiting', 'running') AND home <> ?1 ORDER BY priority DESC, id";
 inline constexpr const char* jobsOfArrays =
     "SELECT job FROM arrays INDEXED BY arrays_open WHERE state IN ('prepared', 'submitted')";
 inline constexpr const char* openArrays =
@@ -154,14 +157,21 @@ inline constexpr const char* beatsOfJob =
 
 // Those that look for nothing are left out.
 inline constexpr std::array all = {
-    openJobs,         readyWorks,      insertAttempt,    startWork,        startJob,         noteProcess,
-    isRunning,        insertFile,      dropUnchecked,    attemptToSettle,  endAttempt,       endWork,
-    anyReady,         anyRunning,      canceledAttempts, runningOfEngine,  runningOfJob,     newFilesOfJob,
-    dueJobs,          aliveEngines,    lastOfFile,       clusterJobs,      jobsOfArrays,     openArrays,
-    openArraysOfJob,  readyWorksOfJob, openRuns,         openArrayWorks,   anyOpenArrayWork, openArrayWork,
-    partsOfArrayWork, startArrayWork,  startClusterJob,  noteArrayAttempt, closeArrayWork,   taskOfArrayWork,
-    noteTask,         noteLog,         dropBeat,         beatsOfJob,       leftArrays,       noteEnd,
-    otherOfFile,
+    openJobs,        readyWorks,         insertAttempt,
+    startWork,       startJob,           noteProcess,
+    isRunning,       insertFile,         dropUnchecked,
+    attemptToSettle, endAttempt,         endWork,
+    anyReady,        anyRunning,         canceledAttempts,
+    runningOfEngine, runningOfJob,       newFilesOfJob,
+    dueJobs,         aliveEngines,       lastOfFile,
+    clusterJobs,     foreignClusterJobs, jobsOfArrays,
+    openArrays,      openArraysOfJob,    readyWorksOfJob,
+    openRuns,        openArrayWorks,     anyOpenArrayWork,
+    openArrayWork,   partsOfArrayWork,   startArrayWork,
+    startClusterJob, noteArrayAttempt,   closeArrayWork,
+    taskOfArrayWork, noteTask,           noteLog,
+    dropBeat,        beatsOfJob,         leftArrays,
+    noteEnd,         otherOfFile,
 };
 
 } // namespace trovik::statements

@@ -66,4 +66,10 @@ bool fromName(std::string_view name, ArrayRecord::State& state) {
   return find(arrayStates, name, state);
 }
 
+std::string foreignJobText(JobId job) {
+  return "it came with a copy of another queue, or of an older trovik; if you know what it starts, \"trovik "
+         "retry " +
+         std::to_string(job) + "\" makes it your own";
+}
+
 } // namespace trovik

@@ -312,6 +312,9 @@ struct LostAttempt {
   bool onThisMachine = true; ///< that was noted
 };
 
+/// Why nothing is started of a job that is not the queue's own, and what to do.
+std::string foreignJobText(JobId job);
+
 /// The reverse of nameOf: false for a text that is no name of the kind.
 bool fromName(std::string_view name, JobState& state);
 bool fromName(std::string_view name, WorkState& state);

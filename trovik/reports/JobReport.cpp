@@ -133,6 +133,9 @@ std::vector<Advice> adviceFor(const JobReport& report) {
   const JobView& view = report.view;
   const std::string id = std::to_string(view.job.id);
   std::vector<Advice> advice;
+  if (!view.job.own && isOpen(view.job.state)) {
+    return {{"trovik retry " + id, "make it your own, if you know what it starts: it is not this queue's"}};
+  }
   if (view.failed() > 0) {
     std::string frame;
     if (view.job.hasFrames && !view.frames.failed.empty()) {

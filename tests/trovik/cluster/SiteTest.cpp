@@ -3,6 +3,7 @@
 #include "tests/trovik/TestJobs.h"
 #include "tests/trovik/cluster/FakeSite.h"
 #include "trovik/cluster/TaskProcess.h"
+#include "trovik/queue/Database.h"
 
 #include <gtest/gtest.h>
 
@@ -118,6 +119,19 @@ TEST_F(SiteTest, AJobBecomesAnArrayWhosePlacesAreItsWorks) {
   EXPECT_EQ(plan.works[1].run.First, 6);
   EXPECT_EQ(plan.patience, 30s);
   EXPECT_EQ(ready(id), "1,6,10-12");
+}
+
+TEST_F(SiteTest, AJobOfAnotherQueueIsNotSubmittedUntilItIsMadeOnesOwn) {
+  const JobId id = submit("1-2");
+  Database(Path(directory.file("queue/queue.db"))).execute("UPDATE jobs SET home = ''");
+  pass(3s);
+  EXPECT_TRUE(site.arrays.empty());
+  EXPECT_EQ(notices,
+            std::vector<std::string>{"job 1 cannot be submitted from here: " + foreignJobText(1) + " | "});
+  user.retry(id, std::nullopt);
+  pass(3s);
+  EXPECT_EQ(site.arrays.size(), 1U);
+  EXPECT_EQ(notices.size(), 1U);
 }
 
 TEST_F(SiteTest, TheParametersOfTheJobReachTheCluster) {

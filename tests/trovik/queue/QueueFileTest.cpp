@@ -413,10 +413,14 @@ TEST_F(QueueFile, AJobIsOwnWhereItWasPutInAlone) {
   EXPECT_FALSE(queue.job(id)->own);
   EXPECT_FALSE(queue.ownsLogs(*queue.job(id)));
   EXPECT_TRUE(queue.clusterJobs().empty());
+  EXPECT_EQ(queue.foreignClusterJobs(), std::vector<JobId>{2});
   EXPECT_FALSE(queue.begun(streamed).has_value());
   EXPECT_TRUE(queue.job(queue.submit(jobOf("3")))->own);
   queue.retry(id, std::nullopt);
   EXPECT_TRUE(queue.job(id)->own);
+  queue.retry(2, std::nullopt);
+  EXPECT_EQ(queue.clusterJobs().size(), 1U);
+  EXPECT_TRUE(queue.foreignClusterJobs().empty());
   ASSERT_TRUE(queue.begun(streamed).has_value());
   EXPECT_EQ(queue.begun(streamed)->id, id);
 }
