@@ -133,7 +133,7 @@ public:
   /// Exception* like FilesToCheck.
   void NoteFilesBefore(bool followsAnother);
 
-  /// From now on no file is looked at: each counts as good, but none proves
+  /// From now on no file is checked: each counts as good, but none proves
   /// anything. For judging a saved output whose files are not at hand.
   void LeaveFilesUnseen() { m_FilesUnseen = true; }
 

@@ -80,7 +80,7 @@ const std::vector<Description>& Descriptions() {
        k_None,
        "EveryFrame: every file that a work names or must leave is checked, and every frame must have one; a "
        "frame is told by the number in the file's name. Work: the same files are checked, but they stand for "
-       "the whole work, as one movie does for many frames. None: no file is looked at.",
+       "the whole work, as one movie does for many frames. None: no file is checked.",
        {"EveryFrame", "Work", "None"}},
       {p_RefuseFlatImages, Info::k_Boolean, k_Tunable | Info::k_Advanced, "Refuse flat images", "No", k_None,
        k_None,

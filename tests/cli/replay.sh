@@ -58,7 +58,7 @@ log      good.log  14 lines: 2 images, 1 dropped, 1 success, 1 ignored error
 images   2
   /o/a_0001.png
   /o/a_0002.png
-files    not looked at; --files does
+files    not checked; --files does
 ended    with exit code 0; --exit tells another end
 verdict  good for Paint, by a success text (line 13)
 END

@@ -78,7 +78,7 @@ void checkFiles(const TypeCheck& check) {
   if (looksAtFiles && check.effective(p_ExpectedFiles).empty() && check.effective("ImageStartText").empty()) {
     const Span span = check.sectionSpan("Module");
     if (span.place.Line != 0) {
-      check.out.warning("no-files", span, "the type says nothing of its files, so none is looked at",
+      check.out.warning("no-files", span, "the type says nothing of its files, so none is checked",
                         "write ImageStartText, or ExpectedFiles in [OverrideDefaults]; FileCheck=None there "
                         "if it leaves none");
     }

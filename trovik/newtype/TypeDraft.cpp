@@ -312,7 +312,7 @@ std::string defaultsPart(const TypeAnswers& answers, const Meanings& meanings, b
     text += ";ExpectedFiles=$(OutputFolder)/$(Scene.Base)_$(Frame.Pad(4)).png\n";
   }
   if (answers.imageText.empty() && files.empty()) {
-    text += "; Nothing is known of its files, so none is looked at. Name them above, and take this away.\n"
+    text += "; Nothing is known of its files, so none is checked. Name them above, and take this away.\n"
             "FileCheck=None\n";
   }
   if (meanings.framing() == Framing::Files) {

@@ -12,7 +12,7 @@ namespace trovik {
 /// An engine holds the lock of its file (flock) for as long as it works. The
 /// system frees it when the process ends, however it ends, so a free lock of
 /// an engine that has not left says that it died; who then takes the lock is
-/// the one who takes up its works. A number in a file could not say that: it
+/// the one who recovers its works. A number in a file could not say that: it
 /// may be another process by now.
 ///
 /// Programs do not inherit the locks, since the files are closed on exec.

@@ -21,7 +21,7 @@ inline bool isGood(const JobFile& file) {
 
 /// The files of the job in the order of their frames; what belongs to no frame
 /// comes last. Each file that counts, and the last word on every other one. What
-/// happened to them outside the queue is not looked at.
+/// happened to them outside the queue is not checked.
 std::vector<JobFile> filesOf(Queue& queue, const JobView& view);
 
 /// Of good frames, those that lost a file since: it is gone, or was changed by

@@ -11,7 +11,7 @@ std::vector<Claim> Queue::claim(EngineId engine, std::size_t count, std::optiona
                                 const std::vector<JobId>& without) {
   std::vector<Claim> claims;
   if (!impl_->entered.contains(engine)) {
-    // Nobody would take up its works when this process dies.
+    // Nobody would recover its works when this process dies.
     throw QueueError{QueueError::Kind::Other,
                      "Engine " + std::to_string(engine) + " is none of this process, so it cannot take works",
                      ""};

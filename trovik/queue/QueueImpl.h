@@ -156,7 +156,7 @@ public:
   /// here.
   std::string home;
   std::set<EngineId> entered; // engines of this object
-  std::set<EngineId> lost;    // dead ones that this object takes up
+  std::set<EngineId> lost;    // dead ones that this object recovers
 };
 
 Moment now();

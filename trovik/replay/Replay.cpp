@@ -88,8 +88,8 @@ ReplayResult Replay::finish(const ProcessExit& exit, ImageInspector* inspector, 
   splitter_.Finish();
   auto* render = dynamic_cast<RenderJob*>(&process_);
   if (render != nullptr && inspector != nullptr) {
-    look_.emplace(*inspector, *render);
-    waitFor(*look_, *inspector, machine);
+    inspection_.emplace(*inspector, *render);
+    waitFor(*inspection_, *inspector, machine);
   } else if (render != nullptr) {
     render->LeaveFilesUnseen();
   }
@@ -116,7 +116,7 @@ void Replay::OnImage(const Job& /*job*/, const Path& file) {
 }
 
 String Replay::OnCheckFile(const Job& job, const Path& file) {
-  return look_ ? look_->OnCheckFile(job, file) : String();
+  return inspection_ ? inspection_->OnCheckFile(job, file) : String();
 }
 
 const char* nameOf(LineAccount::Fate fate) {

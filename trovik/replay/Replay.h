@@ -4,7 +4,7 @@
 #include "host/application/RenderJob.h"
 #include "host/foundation/LineSplitter.h"
 #include "trovik/records/Records.h"
-#include "trovik/works/FileLook.h"
+#include "trovik/works/FileInspection.h"
 
 #include <array>
 #include <functional>
@@ -67,7 +67,7 @@ private:
   ProcessJob& process_;
   Receiver receiver_;
   LineSplitter splitter_;
-  std::optional<FileLook> look_;
+  std::optional<FileInspection> inspection_;
   ReplayResult result_;
   bool named_ = false; // the line at hand named a new image
 };

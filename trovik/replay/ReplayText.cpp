@@ -213,7 +213,7 @@ private:
   void addFiles(const ReplayResult& result) {
     if (!facts_.files) {
       if (result.expected > 0) {
-        entry("files", "not looked at; --files does");
+        entry("files", "not checked; --files does");
       }
       return;
     }

@@ -98,7 +98,7 @@ void declareWritingVerbs(CommandForm& form) {
       .value("--exit", "N", &ReplayOptions::exit,
              "How the program ended: its exit code, 0 by default, or a signal such as SIGKILL")
       .flag("--all", &ReplayOptions::all, "Show every line, not only those that a text of the type speaks of")
-      .flag("--files", &ReplayOptions::checkFiles, "Look at the files as well")
+      .flag("--files", &ReplayOptions::checkFiles, "Check the files as well")
       .value("--scene", "SCENE", &ReplayOptions::scene, "The scene that the log is of")
       .value("--range", "FRAMES", &ReplayOptions::range, "The frames that the log is of, such as 7-9")
       .value("--out", "DIR", &ReplayOptions::out, "The folder that the program wrote to")
@@ -200,8 +200,7 @@ void declareSteeringVerbs(CommandForm& form) {
   declare(form, jobVerbs, "retry", retryJobs, Types::NotNeeded, "Has works done again.")
       .jobs()
       .value("--frames", "FRAMES", &RetryOptions::frames, "Only these frames, good ones too")
-      .flag("--missing", &RetryOptions::missing,
-            "The frames without a good file, as a look at the files tells")
+      .flag("--missing", &RetryOptions::missing, "The frames without a good file, as the files are now")
       .json();
   declare(form, jobVerbs, "cancel", cancelJobs, Types::NotNeeded,
           "Ends jobs: their programs are asked to end.")

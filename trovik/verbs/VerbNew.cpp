@@ -104,7 +104,7 @@ void makeDirectory(const Path& directory) {
 std::string filesText(const TypeAnswers& answers) {
   const std::vector<String> files = expectedFilesOf(answers);
   return !answers.imageText.empty() ? "those that the program names behind " + inQuotes(answers.imageText)
-         : files.empty()            ? "none known, so none is looked at; write ExpectedFiles into the type"
+         : files.empty()            ? "none known, so none is checked; write ExpectedFiles into the type"
                                     : joined({files.begin(), files.end()}, ", ");
 }
 

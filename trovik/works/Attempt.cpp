@@ -56,15 +56,15 @@ std::string Attempt::filesBefore() const {
 }
 
 int Attempt::outputDescriptor() const {
-  return look_ ? -1 : run_->OutputDescriptor();
+  return inspection_ ? -1 : run_->OutputDescriptor();
 }
 int Attempt::exitDescriptor() const {
-  return look_ ? -1 : run_->ExitDescriptor();
+  return inspection_ ? -1 : run_->ExitDescriptor();
 }
 
 std::optional<Clock::time_point> Attempt::deadline() const {
   // The inspector has a patience of its own.
-  return look_ ? std::nullopt : run_->Deadline();
+  return inspection_ ? std::nullopt : run_->Deadline();
 }
 
 void Attempt::readOutput(Clock::time_point now) {
@@ -72,8 +72,8 @@ void Attempt::readOutput(Clock::time_point now) {
 }
 
 void Attempt::advance(Clock::time_point now) {
-  if (look_) {
-    if (look_->isOver()) {
+  if (inspection_) {
+    if (inspection_->isOver()) {
       conclude(judge(), now);
     }
     return;
@@ -109,8 +109,8 @@ void Attempt::onLine(std::string_view line) {
 void Attempt::finish(Clock::time_point now) {
   splitter_.Finish();
   if (const auto* render = dynamic_cast<const RenderJob*>(process_); render != nullptr) {
-    look_.emplace(inspector_, *render);
-    if (!look_->isOver()) {
+    inspection_.emplace(inspector_, *render);
+    if (!inspection_->isOver()) {
       return;
     }
   }
@@ -122,7 +122,7 @@ int Attempt::judge() {
 }
 
 std::optional<ProgramEnd> Attempt::takeEnd(Clock::time_point now) {
-  if (!look_ || endTaken_ || over_ || run_->HowEnded() != ProcessJob::Ended::ByItself) {
+  if (!inspection_ || endTaken_ || over_ || run_->HowEnded() != ProcessJob::Ended::ByItself) {
     return std::nullopt;
   }
   endTaken_ = true;
@@ -210,7 +210,7 @@ void Attempt::OnImage(const Job& /*job*/, const Path& file) {
 }
 
 String Attempt::OnCheckFile(const Job& job, const Path& file) {
-  return look_ ? look_->OnCheckFile(job, file) : String();
+  return inspection_ ? inspection_->OnCheckFile(job, file) : String();
 }
 
 } // namespace trovik

@@ -6,7 +6,7 @@
 #include "trovik/machine/Machine.h"
 #include "trovik/records/RunEvents.h"
 #include "trovik/text/LogTail.h"
-#include "trovik/works/FileLook.h"
+#include "trovik/works/FileInspection.h"
 #include "trovik/works/RunLogs.h"
 
 #include <functional>
@@ -80,7 +80,7 @@ public:
   Clock::time_point started() const { return started_; }
   Clock::time_point lastOutput() const { return run_ ? run_->LastOutput() : started_; }
   /// Whether the program has ended and its files are looked at.
-  bool isChecking() const { return look_.has_value(); }
+  bool isChecking() const { return inspection_.has_value(); }
   /// How the program ended, handed out once, while its files are looked into;
   /// nothing for one that was ended from outside.
   std::optional<ProgramEnd> takeEnd(Clock::time_point now);
@@ -107,7 +107,7 @@ private:
   std::unique_ptr<AttemptLog> log_;
   ImageInspector& inspector_;
   AttemptListener& listener_;
-  std::optional<FileLook> look_;
+  std::optional<FileInspection> inspection_;
   LineSplitter splitter_;
   LogTail tail_;
   std::int64_t logBytes_ = 0;

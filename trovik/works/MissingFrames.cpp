@@ -2,7 +2,7 @@
 
 #include "host/foundation/FileFinder.h"
 #include "trovik/text/UsageError.h"
-#include "trovik/works/FileLook.h"
+#include "trovik/works/FileInspection.h"
 #include "trovik/works/OutcomeText.h"
 
 #include <algorithm>
@@ -85,8 +85,7 @@ FoundFrames findGoodFrames(const WorkMaker& works, const std::vector<FrameRun>& 
   const SmartHandle<Job> whole = works.makeWhole();
   auto* all = dynamic_cast<RenderJob*>(whole.Get());
   if (all == nullptr || String::EqualNoCase(fileCheckOf(*whole), "None")) {
-    throw UsageError{"--missing: no file of this type is looked at (FileCheck is None)",
-                     "leave --missing out"};
+    throw UsageError{"--missing: no file of this type is checked (FileCheck is None)", "leave --missing out"};
   }
   FileFinder folders; // reads a folder where it is asked for many names in it
   FoundFrames found;
@@ -109,9 +108,9 @@ FoundFrames findGoodFrames(const WorkMaker& works, const std::vector<FrameRun>& 
         render->ProcessNewFilename(Path(file->second));
       }
     }
-    FileLook look(inspector, *render);
-    waitFor(look, inspector, machine);
-    render->SetObserver(&look);
+    FileInspection inspection(inspector, *render);
+    waitFor(inspection, inspector, machine);
+    render->SetObserver(&inspection);
     const int status = render->CheckFiles(k_StatusFinished);
     render->SetObserver(nullptr);
 

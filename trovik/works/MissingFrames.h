@@ -28,7 +28,7 @@ KnownFiles knownFiles(Queue& queue, JobId job);
 /// its files exist, are not empty and decode whole. A file that a failed
 /// attempt left, and nobody has changed since, is not trusted.
 ///
-/// Throws a UsageError for a type of which no file is looked at, and QueueError.
+/// Throws a UsageError for a type of which no file is checked, and QueueError.
 /// Raises Exception* for expected files that cannot be expanded.
 FoundFrames findGoodFrames(const WorkMaker& works, const std::vector<FrameRun>& runs, bool hasFrames,
                            const KnownFiles& known, Queue& queue, ImageInspector& inspector,

@@ -83,10 +83,10 @@ bool Recovery::advance(Machine& machine) {
       return false;
     }
   }
-  if (!look_) {
-    guard([this] { look(); });
+  if (!inspection_) {
+    guard([this] { inspect(); });
   }
-  if (look_ && !look_->isOver()) {
+  if (inspection_ && !inspection_->isOver()) {
     return false;
   }
   guard([this] { judge(); });
@@ -172,11 +172,11 @@ template <typename Step> void Recovery::guard(Step step) {
                ": what a lost attempt left is not checked: " + TakeCaughtText());
     job_ = {};
     log_.reset();
-    look_.reset();
+    inspection_.reset();
   }
 }
 
-void Recovery::look() {
+void Recovery::inspect() {
   auto* render = dynamic_cast<RenderJob*>(job_.Get());
   if (render == nullptr) {
     return;
@@ -184,8 +184,8 @@ void Recovery::look() {
   for (const FileRecord& file : lost_.files) {
     render->ProcessNewFilename(Path(file.path));
   }
-  look_.emplace(inspector_, *render);
-  job_->SetObserver(&*look_);
+  inspection_.emplace(inspector_, *render);
+  job_->SetObserver(&*inspection_);
 }
 
 void Recovery::judge() {
@@ -240,7 +240,7 @@ std::vector<std::unique_ptr<Recovery>> takeLostAttempts(Queue& queue, ImageInspe
   std::vector<std::unique_ptr<Recovery>> recoveries;
   for (LostAttempt& lost : queue.takeLost()) {
     const JobId id = lost.attempt.job;
-    LogInfo("taking up frames " + std::string(lost.attempt.run.Text()) + " of job " + std::to_string(id) +
+    LogInfo("recovering frames " + std::string(lost.attempt.run.Text()) + " of job " + std::to_string(id) +
             ", whose engine died");
     const std::optional<JobRecord> record = queue.job(id);
     std::unique_ptr<WorkMaker> works;

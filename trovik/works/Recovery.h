@@ -6,7 +6,7 @@
 #include "trovik/queue/Queue.h"
 #include "trovik/records/RunEvents.h"
 #include "trovik/text/LogTail.h"
-#include "trovik/works/FileLook.h"
+#include "trovik/works/FileInspection.h"
 #include "trovik/works/LogFile.h"
 
 #include <memory>
@@ -16,8 +16,8 @@
 
 namespace trovik {
 
-/// Takes up an attempt whose engine died: ends what is left of its programs,
-/// reads its log and looks at the files that it left. Nothing else may start
+/// Recovers an attempt whose engine died: ends what is left of its programs,
+/// reads its log and checks the files that it left. Nothing else may start
 /// that work before.
 ///
 /// Where the end of its program was seen, log and files give the verdict that
@@ -53,7 +53,7 @@ private:
   bool readLog();
   void onLine(std::string_view line);
   template <typename Step> void guard(Step step);
-  void look();
+  void inspect();
   void judge();
   void takeVerdict(const ProcessJob& process);
 
@@ -73,15 +73,15 @@ private:
   LineSplitter splitter_;
   LogTail tail_;
   bool decided_ = false;
-  std::optional<FileLook> look_;
+  std::optional<FileInspection> inspection_;
   Outcome outcome_;
 };
 
-/// The attempts of dead engines, each to be taken up. The queue holds their
+/// The attempts of dead engines, each to be recovered. The queue holds their
 /// engines' locks until `releaseLost`.
 std::vector<std::unique_ptr<Recovery>> takeLostAttempts(Queue& queue, ImageInspector& inspector);
 
-/// Takes up all of them here and now, waiting: for verbs that change jobs
+/// Recovers all of them here and now, waiting: for verbs that change jobs
 /// without being an engine.
 void recoverLost(Queue& queue, Machine& machine, ImageInspector& inspector);
 

@@ -245,7 +245,7 @@ hint: write Executable=... in [OverrideDefaults]
 
 TEST_F(ModuleSectionTest, NothingAboutFilesIsTold) {
   EXPECT_EQ(printed(std::string(head) + "Command=$(ActualScene)\n"),
-            R"~(sketch.tvx:1:1: warning: the type says nothing of its files, so none is looked at
+            R"~(sketch.tvx:1:1: warning: the type says nothing of its files, so none is checked
     1 | [Module]
       | ^^^^^^^^
 hint: write ImageStartText, or ExpectedFiles in [OverrideDefaults]; FileCheck=None there if it leaves none

@@ -71,7 +71,7 @@ TEST_F(MissingFramesTest, AFolderInTheFilesPlaceIsNoFile) {
 TEST_F(MissingFramesTest, TypeWhoseFilesNobodyChecksIsRefused) {
   job->SetParameter(p_FileCheck, "None");
   EXPECT_EQ(refusalOf([&] { find("1-3"); }).message,
-            "--missing: no file of this type is looked at (FileCheck is None)");
+            "--missing: no file of this type is checked (FileCheck is None)");
 }
 
 } // namespace

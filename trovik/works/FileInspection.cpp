@@ -1,4 +1,4 @@
-#include "trovik/works/FileLook.h"
+#include "trovik/works/FileInspection.h"
 
 #include "host/application/FileName.h"
 #include "host/foundation/Exception.h"
@@ -15,7 +15,7 @@ bool isFilled(const Path& file) {
          status.st_size > 0;
 }
 
-FileLook::FileLook(ImageInspector& inspector, const RenderJob& job) {
+FileInspection::FileInspection(ImageInspector& inspector, const RenderJob& job) {
   std::vector<RenderJob::WorkFile> files;
   bool refuseFlat = false;
   try {
@@ -38,13 +38,13 @@ FileLook::FileLook(ImageInspector& inspector, const RenderJob& job) {
   }
 }
 
-String FileLook::OnCheckFile(const Job& /*job*/, const Path& file) {
+String FileInspection::OnCheckFile(const Job& /*job*/, const Path& file) {
   const auto found = state_->problems.find(file.Text());
   return found == state_->problems.end() ? String() : String(found->second);
 }
 
-void waitFor(const FileLook& look, ImageInspector& inspector, Machine& machine) {
-  while (!look.isOver()) {
+void waitFor(const FileInspection& inspection, ImageInspector& inspector, Machine& machine) {
+  while (!inspection.isOver()) {
     std::vector<pollfd> descriptors = {{inspector.descriptor(), POLLIN, 0}};
     std::optional<Duration> left;
     if (const auto deadline = inspector.deadline()) {

@@ -10,16 +10,16 @@
 
 namespace trovik {
 
-/// Looks into all files of a work before its job judges them, so that the
+/// Inspects all files of a work before its job judges them, so that the
 /// judging itself need not wait: asks the inspector for each when it is made,
 /// and knows the answers once it is over. May be destroyed at any time.
-class FileLook : public WorkObserver {
+class FileInspection : public WorkObserver {
 public:
-  FileLook(ImageInspector& inspector, const RenderJob& job);
+  FileInspection(ImageInspector& inspector, const RenderJob& job);
 
   bool isOver() const { return state_->open == 0; }
   /// What is wrong with a file; empty for nothing, and for a file that was not
-  /// looked into. As the job's observer the look hands that to its judging.
+  /// inspected. As the job's observer it hands that to its judging.
   String OnCheckFile(const Job& job, const Path& file) override;
 
 private:
@@ -33,7 +33,7 @@ private:
 /// Whether a file is there and holds something.
 bool isFilled(const Path& file);
 
-/// Waits until the look is over, doing nothing else meanwhile.
-void waitFor(const FileLook& look, ImageInspector& inspector, Machine& machine);
+/// Waits until it is over, doing nothing else meanwhile.
+void waitFor(const FileInspection& inspection, ImageInspector& inspector, Machine& machine);
 
 } // namespace trovik
