@@ -19,7 +19,7 @@ export LC_ALL TERM
 TROVIK=$1
 MODULE=$2
 HELPER=$3
-FORMATS=$(cd "$(dirname "$0")/../../docs" && pwd -P)/formats.md
+FORMATS=$(cd "$(dirname "$0")" && until [ -f docs/formats.md ] || [ "$PWD" = / ]; do cd ..; done && pwd -P)/docs/formats.md
 
 TMP=$(mktemp -d "${TMPDIR:-/tmp}/trovik-cli-XXXXXX")
 TMP=$(cd "$TMP" && pwd -P)

@@ -1,0 +1,33 @@
+# What rendering took and what was in vain, of one job or of all.
+. "$(dirname "$0")/../lib.sh"
+sketch_type
+scenes 3
+run 0 stats
+out_is <<'END'
+nothing has been rendered yet
+END
+echo broken >shot_0002.txt
+run 1 run sketch shot_0001.txt --slots 1
+run 0 run sketch shot_0001.txt --range 1 --slots 2
+run 0 stats
+cut -c1-12 "$TMP/out" | sed 's/ *$//' >"$TMP/labels"
+file_is "$TMP/labels" <<'END'
+jobs
+frames
+median
+mean
+fastest
+slowest
+
+
+good
+failed
+slots
+throughput
+END
+out_has "frames      3 good, from 4 attempts"
+run 0 stats 1 --json
+"$HELPER" json /kind /job /jobs /attempts /frames /slots /time/lost <"$TMP/out" >"$TMP/values"
+file_is "$TMP/values" <<'END'
+"stats" 1 1 3 2 1 0.0
+END
