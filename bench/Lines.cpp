@@ -7,7 +7,7 @@
 #include "bench/limits/Limits.h"
 #include "host/application/JobFactory.h"
 #include "host/application/Module.h"
-#include "host/application/RenderJob.h"
+#include "host/application/jobs/RenderJob.h"
 #include "host/foundation/LineSplitter.h"
 
 #include <fcntl.h>

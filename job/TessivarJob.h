@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/application/ParameterInfo.h"
-#include "host/application/RenderJob.h"
+#include "host/application/jobs/RenderJob.h"
 #include "host/foundation/TextFilter.h"
 #include "job/Catalogue.h"
 

@@ -6,7 +6,7 @@
 #include "module/Tessivar.h"
 
 #include "host/application/Constants.h"
-#include "host/application/RenderJob.h"
+#include "host/application/jobs/RenderJob.h"
 #include "host/foundation/StringTokenizer.h"
 
 #include <functional>

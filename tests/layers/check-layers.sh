@@ -5,12 +5,12 @@
 #
 #   check-layers.sh ROOT
 #
-# module -> job -> host/application -> host/foundation, and trovik -> host. The
-# program meets the module only through its entry points, and the libraries
-# for databases, clusters and terminals stay inside the program; that for
-# databases inside trovik/queue. Those for images stay in its helper
-# trovik/imagetool, which the program only starts. A source includes its own header
-# first, so that each header is compiled with nothing before it.
+# module -> job -> host/application/jobs -> host/application -> host/foundation,
+# and trovik -> host. The program meets the module only through its entry
+# points, and the libraries for databases, clusters and terminals stay inside the
+# program; that for databases inside trovik/queue. Those for images stay in its
+# helper trovik/imagetool, which the program only starts. A source includes its
+# own header first, so that each header is compiled with nothing before it.
 #
 # Inside trovik/ each room includes only rooms of its line below, and no files
 # include each other in a circle, where a source, its header and the one of its
@@ -49,7 +49,8 @@ fi
 awk -v rooms="$rooms" '
   function layer(path) {
     if (path ~ /^host\/foundation\// || path == "host/Foundation.h") return "host/foundation"
-    if (path ~ /^host\/application\// || path == "host/Application.h") return "host/application"
+    if (path ~ /^host\/application\/jobs\// || path == "host/Application.h") return "host/application/jobs"
+    if (path ~ /^host\/application\//) return "host/application"
     if (path ~ /^(job|module)\//) { sub(/\/.*/, "", path); return path }
     if (path ~ /^trovik\/main\./) return "trovik"
     if (path ~ /^trovik\/[^\/]+\/[^\/]+$/) {
@@ -69,10 +70,13 @@ awk -v rooms="$rooms" '
   BEGIN {
     for (i = 1; i < ARGC; i++) is_there[ARGV[i]] = 1
     may["host/foundation"] = "host/foundation"
-    may["host/application"] = "host/application host/foundation"
-    may["job"] = "job host/application host/foundation"
-    may["module"] = "module job host/application host/foundation"
-    may["trovik"] = "trovik host/application host/foundation"
+    host = "host/application host/foundation"
+    may["host/application"] = host
+    host = "host/application/jobs " host
+    may["host/application/jobs"] = host
+    may["job"] = "job " host
+    may["module"] = "module job " host
+    may["trovik"] = "trovik " host
     rows = split(rooms, row, "\n")
     for (i = 1; i <= rows; i++) {
       words = split(row[i], word, " ")
@@ -80,7 +84,7 @@ awk -v rooms="$rooms" '
       room = "trovik/" word[1]
       helper = word[1] == "imagetool"
       if (!helper) may["trovik"] = may["trovik"] " " room
-      may[room] = room (helper ? " " : " host/application ") "host/foundation"
+      may[room] = room " " (helper ? "host/foundation" : host)
       for (k = 2; k <= words; k++) may[room] = may[room] " trovik/" word[k]
     }
     database = "^(sqlite3|sqlite3ext)\\.h$"

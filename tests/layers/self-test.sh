@@ -18,10 +18,11 @@ plant() { # FILE: its text on standard input
 good_tree() {
   rm -rf "${tree:?}"/*
   plant host/Foundation.h <<<'#include "host/foundation/String.h"'
-  plant host/Application.h <<<'#include "host/application/Job.h"'
+  plant host/Application.h <<<'#include "host/application/jobs/ProcessJob.h"'
   plant host/foundation/String.h <<<'#include <string>'
   plant host/application/Job.h <<<'#include "host/foundation/String.h"'
-  plant job/TessivarJob.h <<<'#include "host/application/Job.h"'
+  plant host/application/jobs/ProcessJob.h <<<'#include "host/application/Job.h"'
+  plant job/TessivarJob.h <<<'#include "host/application/jobs/ProcessJob.h"'
   plant module/Tessivar.cpp <<<'#include "job/TessivarJob.h"'
   printf '%s\n' '#include "trovik/text/Text.h"' '#include <sqlite3.h>' '#include "host/Application.h"' | plant trovik/queue/Queue.cpp
   plant trovik/text/Text.h </dev/null
@@ -60,6 +61,8 @@ expect "a source that begins with its own header" 0 ""
 breach host/foundation/Path.h '#include "host/application/Job.h"' 'host/foundation includes host/application/Job.h'
 breach host/foundation/Path.h '#include "host/Application.h"' 'host/foundation includes host/Application.h'
 breach host/foundation/Path.h '#include "module/Tessivar.h"' 'host/foundation includes module/Tessivar.h'
+breach host/application/Core.cpp '#include "host/application/jobs/ProcessJob.h"' \
+  'host/application includes host/application/jobs/ProcessJob.h'
 breach host/application/Core.cpp '#include "module/Tessivar.h"' 'host/application includes module/Tessivar.h'
 breach host/application/Core.cpp '#include "job/TessivarJob.h"' 'host/application includes job/TessivarJob.h'
 breach host/application/Core.cpp '  #  include <trovik/verbs/Queue.h>' 'host/application includes trovik/verbs/Queue.h'

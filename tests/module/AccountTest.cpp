@@ -2,7 +2,7 @@
 
 #include "tests/module/ModuleTest.h"
 
-#include "host/application/ExecutableSearch.h"
+#include "host/application/jobs/ExecutableSearch.h"
 #include "host/foundation/StringTokenizer.h"
 
 #include <rapidcheck.h>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/application/JobFactory.h"
-#include "host/application/RenderJob.h"
+#include "host/application/jobs/RenderJob.h"
 
 #include "tests/trovik/FakeMachine.h"
 #include "tests/trovik/TemporaryDirectory.h"

@@ -5,8 +5,8 @@
 // split is then tried with a real job of the type.
 
 #include "host/application/Excerpt.h"
-#include "host/application/ExecutableSearch.h"
-#include "host/application/RenderJob.h"
+#include "host/application/jobs/ExecutableSearch.h"
+#include "host/application/jobs/RenderJob.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/Quoting.h"
 #include "trovik/check/References.h"

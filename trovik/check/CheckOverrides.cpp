@@ -2,7 +2,7 @@
 
 #include "host/application/Definition.h"
 #include "host/application/Excerpt.h"
-#include "host/application/RenderJob.h"
+#include "host/application/jobs/RenderJob.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/StringTokenizer.h"
 #include "trovik/check/References.h"

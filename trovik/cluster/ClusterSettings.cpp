@@ -3,7 +3,7 @@
 #include "host/application/Application.h"
 #include "host/application/Constants.h"
 #include "host/application/ParameterInfo.h"
-#include "host/application/ProcessJob.h"
+#include "host/application/jobs/ProcessJob.h"
 #include "host/foundation/Quoting.h"
 #include "trovik/jobs/JobSetup.h"
 #include "trovik/text/Text.h"

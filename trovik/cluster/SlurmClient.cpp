@@ -1,7 +1,7 @@
 #include "trovik/cluster/SlurmClient.h"
 
-#include "host/application/ProcessJob.h"
-#include "host/application/ProgramRun.h"
+#include "host/application/jobs/ProcessJob.h"
+#include "host/application/jobs/ProgramRun.h"
 #include "host/foundation/Log.h"
 #include "trovik/cluster/SlurmAnswers.h"
 #include "trovik/machine/Locations.h"

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "host/application/FilesBefore.h"
 #include "host/application/Job.h"
+#include "host/application/jobs/FilesBefore.h"
 #include "host/foundation/Path.h"
 #include "trovik/records/Records.h"
 

@@ -1,6 +1,6 @@
 #include "trovik/cluster/TaskProcess.h"
 
-#include "host/application/RenderJob.h"
+#include "host/application/jobs/RenderJob.h"
 #include "host/foundation/Descriptor.h"
 #include "host/foundation/LineSplitter.h"
 #include "trovik/machine/Locations.h"

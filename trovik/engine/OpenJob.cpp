@@ -1,6 +1,6 @@
 #include "trovik/engine/OpenJob.h"
 
-#include "host/application/RenderJob.h"
+#include "host/application/jobs/RenderJob.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
 #include "host/foundation/WholeNumber.h"

@@ -1,8 +1,8 @@
 #include "trovik/jobs/JobSetup.h"
 
-#include "host/application/ExecutableSearch.h"
 #include "host/application/Expansion.h"
-#include "host/application/RenderJob.h"
+#include "host/application/jobs/ExecutableSearch.h"
+#include "host/application/jobs/RenderJob.h"
 #include "host/foundation/Log.h"
 #include "trovik/jobs/Types.h"
 #include "trovik/jobs/WorkMaker.h"

@@ -1,7 +1,7 @@
 #include "trovik/jobs/ProgramSearch.h"
 
 #include "host/application/Application.h"
-#include "host/application/ExecutableSearch.h"
+#include "host/application/jobs/ExecutableSearch.h"
 #include "host/foundation/Quoting.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"

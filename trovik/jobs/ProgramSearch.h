@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/application/Module.h"
-#include "host/application/ProcessJob.h"
+#include "host/application/jobs/ProcessJob.h"
 
 #include <string>
 #include <vector>

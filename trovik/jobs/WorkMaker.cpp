@@ -1,7 +1,7 @@
 #include "trovik/jobs/WorkMaker.h"
 
 #include "host/application/JobFactory.h"
-#include "host/application/ProcessJob.h"
+#include "host/application/jobs/ProcessJob.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/Stream.h"
 

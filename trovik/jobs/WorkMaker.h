@@ -1,7 +1,7 @@
 #pragma once
 
-#include "host/application/ExecutableSearch.h"
 #include "host/application/Job.h"
+#include "host/application/jobs/ExecutableSearch.h"
 #include "trovik/records/RunEvents.h"
 
 #include <memory>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "host/application/LineAccount.h"
-#include "host/application/RenderJob.h"
+#include "host/application/jobs/LineAccount.h"
+#include "host/application/jobs/RenderJob.h"
 #include "host/foundation/LineSplitter.h"
 #include "trovik/records/Records.h"
 #include "trovik/works/FileInspection.h"

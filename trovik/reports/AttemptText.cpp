@@ -1,6 +1,6 @@
 #include "trovik/reports/AttemptText.h"
 
-#include "host/application/NoteText.h"
+#include "host/application/jobs/NoteText.h"
 #include "host/foundation/LineSplitter.h"
 #include "trovik/records/Moments.h"
 #include "trovik/records/RunSet.h"

@@ -1,6 +1,6 @@
 #include "trovik/reports/DryRun.h"
 
-#include "host/application/RenderJob.h"
+#include "host/application/jobs/RenderJob.h"
 #include "host/foundation/Quoting.h"
 #include "trovik/jobs/WorkMaker.h"
 #include "trovik/text/Json.h"

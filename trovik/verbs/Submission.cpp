@@ -1,7 +1,7 @@
 #include "trovik/verbs/Submission.h"
 
-#include "host/application/ExecutableSearch.h"
-#include "host/application/RenderJob.h"
+#include "host/application/jobs/ExecutableSearch.h"
+#include "host/application/jobs/RenderJob.h"
 #include "host/foundation/Log.h"
 #include "host/foundation/WholeNumber.h"
 #include "trovik/engine/EndCommand.h"

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "host/application/ProgramRun.h"
-#include "host/application/RenderJob.h"
+#include "host/application/jobs/ProgramRun.h"
+#include "host/application/jobs/RenderJob.h"
 #include "host/foundation/LineSplitter.h"
 #include "trovik/machine/Machine.h"
 #include "trovik/records/RunEvents.h"

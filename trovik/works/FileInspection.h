@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/application/RenderJob.h"
+#include "host/application/jobs/RenderJob.h"
 #include "trovik/images/ImageInspector.h"
 #include "trovik/machine/Machine.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/application/RenderJob.h"
+#include "host/application/jobs/RenderJob.h"
 #include "trovik/records/Records.h"
 
 #include <string>

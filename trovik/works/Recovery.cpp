@@ -1,6 +1,6 @@
 #include "trovik/works/Recovery.h"
 
-#include "host/application/ProgramRun.h"
+#include "host/application/jobs/ProgramRun.h"
 #include "host/foundation/Log.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/works/OutcomeText.h"

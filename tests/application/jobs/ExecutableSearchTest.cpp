@@ -1,6 +1,6 @@
 #include "tests/application/jobs/TestJob.h"
 
-#include "host/application/ExecutableSearch.h"
+#include "host/application/jobs/ExecutableSearch.h"
 #include "host/foundation/Descriptor.h"
 
 #include <sys/inotify.h>

@@ -1,4 +1,4 @@
-#include "host/application/FilesBefore.h"
+#include "host/application/jobs/FilesBefore.h"
 #include "tests/application/jobs/TestJob.h"
 
 #include <fcntl.h>

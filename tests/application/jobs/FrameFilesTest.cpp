@@ -1,4 +1,4 @@
-#include "host/application/FrameFiles.h"
+#include "host/application/jobs/FrameFiles.h"
 
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>

@@ -1,4 +1,4 @@
-#include "host/application/FrameStates.h"
+#include "host/application/jobs/FrameStates.h"
 
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>

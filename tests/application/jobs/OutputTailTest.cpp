@@ -1,7 +1,7 @@
 // Which line tells why a program failed. The outputs are those of real programs,
 // shortened.
 
-#include "host/application/OutputTail.h"
+#include "host/application/jobs/OutputTail.h"
 #include "tests/application/jobs/TestJob.h"
 
 namespace {

@@ -1,6 +1,6 @@
 // Texts that the output must hold, and programs that say nothing.
 
-#include "host/application/RequiredTexts.h"
+#include "host/application/jobs/RequiredTexts.h"
 #include "tests/application/jobs/TestJob.h"
 
 #include <csignal>

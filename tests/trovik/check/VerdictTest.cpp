@@ -7,7 +7,7 @@
 #include "tests/trovik/check/CheckTest.h"
 
 #include "host/application/JobFactory.h"
-#include "host/application/RenderJob.h"
+#include "host/application/jobs/RenderJob.h"
 #include "host/foundation/Log.h"
 #include "host/foundation/Quoting.h"
 #include "trovik/text/UsageError.h"

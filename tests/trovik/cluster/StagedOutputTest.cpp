@@ -1,6 +1,6 @@
 #include "trovik/cluster/StagedOutput.h"
 
-#include "host/application/RenderJob.h"
+#include "host/application/jobs/RenderJob.h"
 #include "tests/trovik/TemporaryDirectory.h"
 #include "tests/trovik/TestJobs.h"
 

@@ -1,4 +1,4 @@
-#include "host/application/FilesBefore.h"
+#include "host/application/jobs/FilesBefore.h"
 #include "host/foundation/Log.h"
 #include "tests/trovik/engine/EngineTest.h"
 #include "trovik/queue/Database.h"

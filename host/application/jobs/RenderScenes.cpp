@@ -1,7 +1,7 @@
-#include "host/application/RenderJob.h"
+#include "host/application/jobs/RenderJob.h"
 
-#include "host/application/FrameNotes.h"
-#include "host/application/NoteText.h"
+#include "host/application/jobs/FrameNotes.h"
+#include "host/application/jobs/NoteText.h"
 #include "host/foundation/Format.h"
 
 #include <unistd.h>

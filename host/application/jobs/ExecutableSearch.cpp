@@ -1,8 +1,8 @@
-#include "host/application/ExecutableSearch.h"
+#include "host/application/jobs/ExecutableSearch.h"
 
-#include "host/application/NoteText.h"
-#include "host/application/ProcessJob.h"
 #include "host/application/VersionOrder.h"
+#include "host/application/jobs/NoteText.h"
+#include "host/application/jobs/ProcessJob.h"
 #include "host/foundation/Characters.h"
 #include "host/foundation/FileFinder.h"
 

@@ -1,4 +1,4 @@
-#include "host/application/FrameNotes.h"
+#include "host/application/jobs/FrameNotes.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "host/application/RenderJob.h"
+#include "host/application/jobs/RenderJob.h"
 
 #include <array>
 #include <cstring>

@@ -1,4 +1,4 @@
-#include "host/application/RequiredTexts.h"
+#include "host/application/jobs/RequiredTexts.h"
 
 #include "host/foundation/Characters.h"
 

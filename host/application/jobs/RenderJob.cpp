@@ -1,8 +1,8 @@
-#include "host/application/RenderJob.h"
+#include "host/application/jobs/RenderJob.h"
 
 #include "host/application/Excerpt.h"
-#include "host/application/ExecutableSearch.h"
-#include "host/application/NoteText.h"
+#include "host/application/jobs/ExecutableSearch.h"
+#include "host/application/jobs/NoteText.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/WholeNumber.h"
 

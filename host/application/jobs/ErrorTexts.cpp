@@ -1,4 +1,4 @@
-#include "host/application/ErrorTexts.h"
+#include "host/application/jobs/ErrorTexts.h"
 
 #include "host/foundation/StringTokenizer.h"
 

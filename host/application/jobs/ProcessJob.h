@@ -1,9 +1,9 @@
 #pragma once
 
-#include "host/application/ExecutableSearch.h"
 #include "host/application/Job.h"
-#include "host/application/LineAccount.h"
-#include "host/application/OutputTail.h"
+#include "host/application/jobs/ExecutableSearch.h"
+#include "host/application/jobs/LineAccount.h"
+#include "host/application/jobs/OutputTail.h"
 #include "host/foundation/Process.h"
 
 #include <atomic>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/application/ProcessJob.h"
+#include "host/application/jobs/ProcessJob.h"
 
 #include <cstdint>
 #include <functional>

@@ -1,9 +1,9 @@
-#include "host/application/RenderJob.h"
+#include "host/application/jobs/RenderJob.h"
 
-#include "host/application/ExecutableSearch.h"
 #include "host/application/FileName.h"
-#include "host/application/FrameNotes.h"
-#include "host/application/NoteText.h"
+#include "host/application/jobs/ExecutableSearch.h"
+#include "host/application/jobs/FrameNotes.h"
+#include "host/application/jobs/NoteText.h"
 #include "host/foundation/Exception.h"
 
 #include <sys/stat.h>

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "host/application/FilesBefore.h"
-#include "host/application/FrameFiles.h"
 #include "host/application/FrameRange.h"
-#include "host/application/FrameStates.h"
 #include "host/application/NameLetters.h"
-#include "host/application/ProcessJob.h"
+#include "host/application/jobs/FilesBefore.h"
+#include "host/application/jobs/FrameFiles.h"
+#include "host/application/jobs/FrameStates.h"
+#include "host/application/jobs/ProcessJob.h"
 
 #include <chrono>
 #include <ctime>

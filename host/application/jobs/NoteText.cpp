@@ -1,4 +1,4 @@
-#include "host/application/NoteText.h"
+#include "host/application/jobs/NoteText.h"
 
 #include "host/foundation/Characters.h"
 

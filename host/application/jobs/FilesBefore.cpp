@@ -1,4 +1,4 @@
-#include "host/application/FilesBefore.h"
+#include "host/application/jobs/FilesBefore.h"
 
 #include "host/application/FileName.h"
 #include "host/foundation/Characters.h"

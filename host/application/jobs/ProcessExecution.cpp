@@ -1,5 +1,5 @@
-#include "host/application/ProgramRun.h"
-#include "host/application/RenderJob.h"
+#include "host/application/jobs/ProgramRun.h"
+#include "host/application/jobs/RenderJob.h"
 
 #include "host/foundation/Exception.h"
 #include "host/foundation/LineSplitter.h"

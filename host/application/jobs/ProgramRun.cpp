@@ -1,4 +1,4 @@
-#include "host/application/ProgramRun.h"
+#include "host/application/jobs/ProgramRun.h"
 
 #include "host/foundation/Descendants.h"
 #include "host/foundation/Log.h"

@@ -1,6 +1,6 @@
-#include "host/application/NoteText.h"
-#include "host/application/ProcessJob.h"
-#include "host/application/RequiredTexts.h"
+#include "host/application/jobs/NoteText.h"
+#include "host/application/jobs/ProcessJob.h"
+#include "host/application/jobs/RequiredTexts.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
 

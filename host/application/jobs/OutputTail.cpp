@@ -1,4 +1,4 @@
-#include "host/application/OutputTail.h"
+#include "host/application/jobs/OutputTail.h"
 
 #include "host/foundation/Characters.h"
 
