@@ -123,15 +123,7 @@ TEST_F(CrashTest, TheSameCommandIsOneJobHoweverOftenItIsGivenAndKilled) {
           waitFor(twin);
         }
       }
-      Queue queue(Path(directory.file("state")));
-      const std::vector<JobRecord> jobs = queue.jobs();
-      // Who comes when the job has ended well renders all anew, as it should.
-      over = !jobs.empty() && jobs.back().state == JobState::Good;
-      EXPECT_TRUE(jobs.size() <= 1 || over) << jobs.size() << " jobs";
-      if (jobs.size() == 1) {
-        checkQueue();
-      }
-      begins(); // none by two at once
+      over = checkOnlyJob({JobState::Good});
     }
     if (!over && !HasFailure()) {
       EXPECT_EQ(waitFor(start(words(false))), 0) << readFile(directory.file("output"));
@@ -226,15 +218,7 @@ TEST_F(CrashTest, WhateverAProgramIsAndWhateverHappensThePromiseIsKept) {
       if (!lost) {
         EXPECT_TRUE(programs().empty());
       }
-      Queue queue(Path(directory.file("state")));
-      const std::vector<JobRecord> jobs = queue.jobs();
-      over =
-          !jobs.empty() && (jobs.back().state == JobState::Good || jobs.back().state == JobState::Canceled);
-      EXPECT_TRUE(jobs.size() <= 1 || over) << jobs.size() << " jobs";
-      if (jobs.size() == 1) {
-        checkQueue();
-      }
-      begins(); // none by two at once
+      over = checkOnlyJob({JobState::Good, JobState::Canceled});
     }
     if (!over && !HasFailure()) {
       EXPECT_EQ(waitFor(start(words(false))), 0) << readFile(directory.file("output"));

@@ -224,6 +224,21 @@ Executable=)" + std::string(CRASH_RENDERER) + "\n");
     }
   }
 
+  /// The same command was given several times. Whether its job has come to one
+  /// of these ends; until then there is one job, as checkQueue wants it. Who
+  /// comes afterwards begins anew, as it should.
+  bool checkOnlyJob(const std::set<JobState>& ends) {
+    Queue queue(Path(directory.file("state")));
+    const std::vector<JobRecord> jobs = queue.jobs();
+    const bool over = !jobs.empty() && ends.contains(jobs.back().state);
+    EXPECT_TRUE(jobs.size() <= 1 || over) << jobs.size() << " jobs";
+    if (jobs.size() == 1) {
+      checkQueue();
+    }
+    begins(); // none by two at once
+    return over;
+  }
+
   std::map<int, int> begins() const {
     std::map<int, int> count;
     std::istringstream journal(readFile(directory.file("journal")));

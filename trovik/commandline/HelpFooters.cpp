@@ -120,7 +120,10 @@ const char* const engineFooter =
     "  trovik engine --job last      the newest job alone\n"
     "  trovik engine --until-empty --json";
 
-const char* const jobsFooter = "Examples:\n"
+const char* const jobsFooter = "TIME runs from the start of the first work to the end of the last, whether\n"
+                               "anything ran all the while or not; \"trovik stats\" counts what did.\n"
+                               "\n"
+                               "Examples:\n"
                                "  trovik jobs\n"
                                "  trovik jobs --all\n"
                                "  trovik jobs --limit 5 --json";

@@ -92,6 +92,15 @@ protected:
     end.outcome.rule = VerdictRule::Result;
     return folderOf(array).leave(position, end);
   }
+  /// Job 1, of array 101: its work is good, its task has not ended.
+  void leaveOneGoodJob() {
+    const JobId id = submit("1");
+    pass(3s);
+    site.start();
+    finish(101, 0);
+    pass(5s);
+    ASSERT_EQ(state(id), JobState::Good);
+  }
   ClusterTask& task(std::int64_t array, std::size_t index) { return site.arrays.at(array).tasks.at(index); }
   std::string good(JobId id) { return queue.frames(id).good.text(); }
   std::string ready(JobId id) { return queue.frames(id).ready.text(); }
@@ -577,12 +586,7 @@ TEST_F(SiteTest, ATaskThatIsPutBackWhenItsJobIsOverIsCanceled) {
 }
 
 TEST_F(SiteTest, WhatAnArrayLeftIsCanceledByTheNextProcess) {
-  const JobId id = submit("1");
-  pass(3s);
-  site.start();
-  finish(101, 0);
-  pass(5s);
-  ASSERT_EQ(state(id), JobState::Good);
+  leaveOneGoodJob();
   restart(ClusterEngine::Duty::Collect);
   FakeSite::setWaiting(task(101, 0));
   task(101, 0).reason = "job requeued in held state";
@@ -632,24 +636,15 @@ TEST_F(SiteTest, ATaskThatEndsAfterItsResultIsLeftInPeace) {
 }
 
 TEST_F(SiteTest, ATaskThatHangsAfterItsResultIsCanceled) {
-  const JobId id = submit("1");
-  pass(3s);
-  site.start();
-  finish(101, 0);
-  pass(20s);
-  ASSERT_EQ(state(id), JobState::Good);
+  leaveOneGoodJob();
+  pass(15s);
   EXPECT_TRUE(site.canceled.empty());
   pass(40s);
   EXPECT_EQ(site.canceled.size(), 1U);
 }
 
 TEST_F(SiteTest, ASiteThatIsSilentAboutWhatIsLeftTroublesNobody) {
-  const JobId id = submit("1");
-  pass(3s);
-  site.start();
-  finish(101, 0);
-  pass(5s);
-  ASSERT_EQ(state(id), JobState::Good);
+  leaveOneGoodJob();
   site.mood = FakeSite::Mood::Silent;
   pass(10min);
   EXPECT_TRUE(notices.empty());
