@@ -233,7 +233,7 @@ void CarryMark(const String& mark) {
 }
 
 bool CarriesMark(pid_t process, const String& mark) {
-  return CarriedBy(process) == NumberOf(mark) || MarkOf(process) == mark;
+  return (CarriedBy(process) == NumberOf(mark) && !RunsWhatThisRuns(process)) || MarkOf(process) == mark;
 }
 
 Descendants::Descendants(const String& mark, pid_t program)

@@ -22,7 +22,8 @@ constexpr const char* k_MarkVariable = "TROVIK_ATTEMPT";
 void AdoptDescendants();
 
 /// Whether a process carries the mark, in its limits or in its environment.
-/// False for one that is not there, or that is not ours to ask about.
+/// False for one that is not there, that is not ours to ask about, or that only
+/// starts the program which is to carry it.
 bool CarriesMark(pid_t process, const String& mark);
 
 /// What one program starts: all that carries its mark. Belongs to the thread

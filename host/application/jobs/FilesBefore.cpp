@@ -183,9 +183,9 @@ bool FilesBefore::ReadLine(std::string_view line) {
   return true;
 }
 
-/// When the program started, by the clock of that file system as far as it is
-/// known. Another machine's numbers of file systems say nothing here: then the
-/// latest of its clocks counts, so that no file of before is taken for a new one.
+// When the program started, by the clock of that file system as far as it is
+// known. Another machine's numbers of file systems say nothing here: then the
+// latest of its clocks counts, so that no file of before is taken for a new one.
 std::int64_t FilesBefore::StartAt(std::uint64_t fileSystem) const {
   if (m_OfThisMachine) {
     const auto start = m_Starts.find(fileSystem);

@@ -183,6 +183,7 @@ TEST_F(DescendantsTest, OneThatStartsAProgramIsNotTakenForTheProgram) {
   char byte = 0;
   EXPECT_EQ(read(ends[0], &byte, 1), 1);
   ReapAdopted();
+  EXPECT_FALSE(CarriesMark(engine, MarkOf("inner"))); // who looks for the programs of a dead one kills those
   EXPECT_EQ(send(ends[0], "?", 1, MSG_NOSIGNAL), 1);
   EXPECT_EQ(read(ends[0], &byte, 1), 1) << "it was killed";
   close(ends[0]);
