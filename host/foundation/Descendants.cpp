@@ -104,6 +104,9 @@ public:
   /// Of which none is adopted, for as long as nobody asked for that.
   void Adopt() {
     const bool forked = m_Owner != getpid(); // then it is another one's list, and nothing is adopted
+    if (forked) {
+      m_List.Release(); // whoever forked may have closed all, and its number be another file's
+    }
     if ((forked || !m_List.IsOpen()) && prctl(PR_SET_CHILD_SUBREAPER, 1) == 0) {
       m_Owner = getpid();
       m_Children.clear();

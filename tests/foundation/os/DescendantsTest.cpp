@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -163,6 +164,28 @@ TEST_F(DescendantsTest, ProgramOfASupervisorThatWasKilledIsEndedToo) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   EXPECT_NE(kill(left, 0), 0);
+}
+
+TEST_F(DescendantsTest, OneThatWasForkedClosesNoFileThatIsNotItsOwn) {
+  const pid_t forked = fork();
+  ASSERT_GE(forked, 0);
+  if (forked == 0) {
+    // As a process does that keeps nothing of what it has inherited.
+    close_range(STDERR_FILENO + 1, ~0U, 0);
+    constexpr int files = 64;
+    for (int file = STDERR_FILENO + 1; file < files; ++file) {
+      dup2(STDERR_FILENO, file);
+    }
+    AdoptDescendants();
+    int closed = 0;
+    for (int file = STDERR_FILENO + 1; file < files; ++file) {
+      closed += fcntl(file, F_GETFD) < 0 ? 1 : 0;
+    }
+    _exit(closed);
+  }
+  int status = -1;
+  EXPECT_EQ(waitpid(forked, &status, 0), forked);
+  EXPECT_EQ(status, 0);
 }
 
 // An engine within another one's work, held at the worst moment.
