@@ -1,22 +1,5 @@
 # In bash, TAB offers what the command line declares, and what is installed.
-. "$(dirname "$0")/../lib.sh"
-completions=$(cd "$(dirname "$0")/../../../completions" && pwd)
-sketch_type
-type_file two <<'END'
-[Module]
-ID=11111111-2222-3333-4444-666666666666
-Name=Two Words
-[PrimaryParameters]
-1=Format
-2=Alpha
-[Format]
-Type=Choice
-Choices=PNG, JPEG 2000
-[Alpha]
-Type=Boolean
-END
-scenes 2
-run 0 run sketch shot_0001.txt
+. "$(dirname "$0")/completion-lib.sh"
 mkdir "$TMP/bin" sub
 ln -s "$TROVIK" "$TMP/bin/trovik"
 cat >"$TMP/ask.bash" <<'END'

@@ -1,21 +1,5 @@
 # In fish, TAB offers what the command line declares, and what is installed.
-. "$(dirname "$0")/../lib.sh"
-completions=$(cd "$(dirname "$0")/../../../completions" && pwd)
-sketch_type
-type_file two <<'END'
-[Module]
-ID=11111111-2222-3333-4444-666666666666
-Name=Two Words
-Help=Has a name of two words.
-[PrimaryParameters]
-1=Format
-[Format]
-Type=Choice
-Label=Format
-Choices=PNG, JPEG 2000
-END
-scenes 2
-run 0 run sketch shot_0001.txt
+. "$(dirname "$0")/completion-lib.sh"
 mkdir "$TMP/bin" sub
 ln -s "$TROVIK" "$TMP/bin/trovik"
 cat >"$TMP/ask.fish" <<'END'

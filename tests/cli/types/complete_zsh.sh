@@ -1,20 +1,5 @@
 # In zsh, TAB offers what the command line declares, and what is installed.
-. "$(dirname "$0")/../lib.sh"
-completions=$(cd "$(dirname "$0")/../../../completions" && pwd)
-sketch_type
-type_file two <<'END'
-[Module]
-ID=11111111-2222-3333-4444-666666666666
-Name=Two Words
-Help=Has a name of two words.
-[PrimaryParameters]
-1=Alpha
-[Alpha]
-Type=Boolean
-Label=Transparent
-END
-scenes 2
-run 0 run sketch shot_0001.txt
+. "$(dirname "$0")/completion-lib.sh"
 
 # What is run at the prompt notes its arguments.
 mkdir "$TMP/zsh" 'some where'
