@@ -74,6 +74,11 @@ std::string imageText(const Console& console, const Path& file) {
   return "image  " + console.shown(file.Text()) + '\n';
 }
 
+std::string goneText(const RunSet& frames) {
+  return frames.text(rangesShown) + "  " + (frames.count() == 1 ? "its file is" : "their files are") +
+         " gone, damaged or changed since";
+}
+
 std::vector<Advice> adviceOn(const RestOfJob& rest) {
   const std::string id = std::to_string(rest.job);
   const bool taken = rest.engine || rest.onCluster; // what is ready is taken by itself

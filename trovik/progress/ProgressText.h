@@ -27,6 +27,9 @@ std::string failureText(const Console& console, const WorkInfo& work, const Work
 /// where images and logs are, and what to do next.
 std::string summaryText(const Console& console, const RunSummary& summary);
 
+/// "3,5  their files are gone, damaged or changed since": frames that were good.
+std::string goneText(const RunSet& frames);
+
 /// "23 of 24 frames good, 1 failed", without colours.
 std::string summaryLine(const RunSummary& summary);
 

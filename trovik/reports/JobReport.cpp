@@ -144,6 +144,11 @@ std::vector<Advice> adviceFor(const JobReport& report) {
     }
     advice.push_back({"trovik log " + id + frame, "what the program said"});
   }
+  if (!report.gone.empty() && !isOpen(view.job.state)) {
+    advice.push_back({"trovik retry " + id + " --missing" +
+                          (report.engine ? std::string() : " && trovik engine --job " + id),
+                      "render again what is gone"});
+  }
   for (Advice& one : adviceOn({view.job.id, view.job.state, view.failed() > 0, view.canceled() > 0,
                                view.job.runOn == RunOn::Cluster, report.engine})) {
     advice.push_back(std::move(one));
@@ -176,11 +181,13 @@ JobReport reportOn(Queue& queue, JobRecord job, ImageInspector& inspector) {
     report.engine = true; // the cluster itself
   }
   RunSummary summary = queue.summary(id);
-  for (const JobFile& file : filesNow(queue, report.view, Decode::Changed, inspector).files) {
+  const FilesNow now = filesNow(queue, report.view, Decode::Changed, inspector);
+  for (const JobFile& file : now.files) {
     if (isGood(file)) {
       ++report.images[Path(file.path).Branch(true, true)];
     }
   }
+  report.gone = without(report.view.frames.good, without(report.view.frames.good, now.missing));
 
   const std::vector<AttemptRecord> attempts = queue.attempts(id);
   std::map<std::string, const AttemptRecord*> byReason;
@@ -241,6 +248,9 @@ std::string reportText(const Console& console, const JobReport& report, Moment n
   text += entry(console, view.job.hasFrames ? "frames" : "work", countsText(console, view));
   if (job.hasFrames) {
     text += framesEntry(console, "good", view.frames.good, Colour::Green);
+    if (!report.gone.empty()) {
+      text += entry(console, "no longer", goneText(report.gone), Colour::Yellow);
+    }
     text += framesEntry(console, "failed", view.frames.failed, Colour::Red);
     text += framesEntry(console, "canceled", view.frames.canceled, Colour::Yellow);
   }
@@ -316,6 +326,7 @@ Json reportJson(const JobReport& report, Moment now) {
          {"log", textOrNull(group.log.Text())}});
   }
   document["programs"] = programsJson(report.view.job, report.programs);
+  document["gone"] = report.view.job.hasFrames ? Json(report.gone.text()) : Json(nullptr);
   document["images"] = Json::array();
   for (const auto& [directory, count] : report.images) {
     document["images"].push_back({{"directory", directory}, {"count", count}});

@@ -58,9 +58,7 @@ std::string continuedText(const Console& console, const EnteredJob& entered) {
                     : counted(kept, "good frame") + (kept == 1 ? " is" : " are") +
                           " kept, --new renders all anew\n";
   if (!entered.again.empty()) {
-    text += console.coloured(Colour::Yellow, "again") + "  " + entered.again.text(rangesShown) + "  " +
-            (entered.again.count() == 1 ? "its file is" : "their files are") +
-            " gone, damaged or changed since\n";
+    text += console.coloured(Colour::Yellow, "again") + "  " + goneText(entered.again) + '\n';
   }
   return text;
 }

@@ -54,6 +54,14 @@ TMP/work/images/shot_0001.drw
 END
 run 0 show 1
 out_has "images     1 in $TMP/work/images"
+out_has "good       1,3"
+out_has "no longer  3  its file is gone, damaged or changed since"
+out_has "trovik retry 1 --missing && trovik engine --job 1  render again what is gone"
+run 0 show 1 --json
+"$HELPER" json /frames/good /gone <"$TMP/out" >"$TMP/values"
+file_is "$TMP/values" <<'END'
+"1,3" "3"
+END
 run 0 images 1 --json
 "$HELPER" json /kind /job /files/0/frame /files/0/problem <"$TMP/out" >"$TMP/values"
 file_is "$TMP/values" <<'END'
