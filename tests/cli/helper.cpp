@@ -119,7 +119,8 @@ std::map<std::string, Words> documentedFields(const std::string& page) {
 void checkKeys(const Json& value, const std::string& kind, const Words& told) {
   for (const auto& [key, inner] : value.items()) {
     if (value.is_object() && !told.contains(key)) {
-      throw std::runtime_error("the page does not tell the key \"" + key + "\" of the kind \"" + kind + '"');
+      std::string message = "the page does not tell the key \"";
+      throw std::runtime_error(message.append(key).append("\" of the kind \"").append(kind).append("\""));
     }
     const bool isText =
         inner.is_object() && inner.size() == 1 && inner.contains("hex"); // one that is not UTF-8

@@ -116,6 +116,7 @@ void comeLate(const Wanted& wanted) {
 
 [[noreturn]] void become(const char* program, std::vector<std::string> words, bool clean) {
   std::vector<char*> pointers;
+  pointers.reserve(words.size() + 1);
   for (std::string& word : words) {
     pointers.push_back(word.data());
   }

@@ -32,6 +32,8 @@ protected:
   JobTypeInfo m_Info;
 };
 
+// In the order in which a parameter is declared.
+// NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding)
 struct CatalogueEntry {
   int Type;
   const char* Name;

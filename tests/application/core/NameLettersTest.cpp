@@ -54,7 +54,7 @@ TEST(NameLetters, SignsStandForThemselvesAloneOrTogether) {
 TEST(NameLetters, WordThatNamesNoLettersIsRefusedWithItsPlace) {
   const auto refusal = [](const String& letters) {
     int code = 0;
-    const String message = MessageOf([&] { NameLetters(letters, "Letters"); }, &code);
+    String message = MessageOf([&] { NameLetters(letters, "Letters"); }, &code);
     EXPECT_EQ(code, k_ErrorSyntax);
     return message;
   };

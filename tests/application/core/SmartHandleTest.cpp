@@ -51,9 +51,9 @@ TEST(SmartHandle, IsCopiedAndDroppedInSeveralThreads) {
       ++g_Destroyed;
       delete job;
     });
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-      threads.emplace_back([shared] {
+    std::vector<std::thread> threads(4);
+    for (std::thread& thread : threads) {
+      thread = std::thread([shared] {
         for (int round = 0; round < 1000; ++round) {
           const SmartHandle<const Job> copy(shared->WeakSelf(), shared.Get());
           EXPECT_FALSE(copy.IsNull());

@@ -26,7 +26,12 @@ protected:
 // Sets PATH as long as it lives.
 class PathVariable {
 public:
-  explicit PathVariable(const String& value) : m_Before(getenv("PATH")) { setenv("PATH", value.c_str(), 1); }
+  explicit PathVariable(const String& value) {
+    if (const char* const before = getenv("PATH")) {
+      m_Before = before;
+    }
+    setenv("PATH", value.c_str(), 1);
+  }
   ~PathVariable() { setenv("PATH", m_Before.c_str(), 1); }
   PathVariable(const PathVariable&) = delete;
   PathVariable& operator=(const PathVariable&) = delete;

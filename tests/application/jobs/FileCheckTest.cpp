@@ -187,8 +187,11 @@ TEST_F(FileCheck, AnotherMachinesNumbersOfFilesAndFileSystemsProveNothing) {
     fields >> word >> number;
     std::getline(fields, rest);
     // As if its clock went an hour ahead of the file server's.
-    elsewhere += word == "now" ? "now " + std::to_string(std::stoll(number) + 3'600'000'000'000) + '\n'
-                               : word + " 4711" + rest + '\n';
+    if (word == "now") {
+      elsewhere += "now " + std::to_string(std::stoll(number) + 3'600'000'000'000) + '\n';
+    } else {
+      elsewhere.append(word).append(" 4711").append(rest).append("\n");
+    }
   }
   job.CheckFilesAgainst(elsewhere, false);
   EXPECT_EQ(job.DoCheckFile(In("old.png"), 7), 5);

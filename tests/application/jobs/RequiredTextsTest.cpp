@@ -123,6 +123,7 @@ TEST_F(RequiredTextsVerdict, SilentProgramIsBadWhereAnyTextIsDeclared) {
   // A class that builds its lists with the first line has none to judge by.
   class Lazy : public TestJob {
   public:
+    // NOLINTNEXTLINE(bugprone-parent-virtual-call): without what TestJob judges by
     int CheckResult(int exitCode) override { return RenderJob::CheckResult(exitCode); }
   };
   Lazy lazy;

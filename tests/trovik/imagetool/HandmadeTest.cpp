@@ -92,10 +92,10 @@ std::string psd() {
 }
 
 std::string dds() {
-  return "DDS " + little(124, 4) + little(0x100f, 4) + little(97, 4) + little(129, 4) + little(129 * 3, 4) +
-         zeros(52) + little(32, 4) + little(0x40, 4) + zeros(4) + little(24, 4) + little(0xff0000, 4) +
-         little(0xff00, 4) + little(0xff, 4) + zeros(4) + little(0x1000, 4) + zeros(16) +
-         noise(std::size_t{129} * 97 * 3);
+  return "DDS " + little(124, 4) + little(0x100f, 4) + little(97, 4) + little(129, 4) +
+         little(std::uint64_t{129} * 3, 4) + zeros(52) + little(32, 4) + little(0x40, 4) + zeros(4) +
+         little(24, 4) + little(0xff0000, 4) + little(0xff00, 4) + little(0xff, 4) + zeros(4) +
+         little(0x1000, 4) + zeros(16) + noise(std::size_t{129} * 97 * 3);
 }
 
 std::string floatMap() {

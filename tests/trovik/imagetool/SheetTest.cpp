@@ -104,7 +104,7 @@ protected:
     const std::string file = directory.file("sheet.png");
     EXPECT_TRUE(draw(plan, file)) << last.text;
     layout = layoutOf(plan, aspect);
-    const ReadImage image = readImage(file);
+    ReadImage image = readImage(file);
     addHeader(layout, image.height - layout.height);
     return image;
   }

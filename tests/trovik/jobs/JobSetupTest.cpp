@@ -294,7 +294,8 @@ TEST_F(JobSetupTest, SceneWhoseNameTheProgramRefusesIsRefused) {
                                              directory.file("a\"b.pov") +
                                              "\": its name holds a quotation mark");
   // What steers a terminal is shown, not obeyed.
-  EXPECT_EQ(refusal("a\xE2\x80\xAE.pov").message.find("\xE2\x80\xAE"), std::string::npos);
+  const std::string steering = {'\xE2', '\x80', '\xAE'}; // from right to left from here on
+  EXPECT_EQ(refusal("a" + steering + ".pov").message.find(steering), std::string::npos);
   type.info().GetParam(String("RefusedInSceneName"))->Default = "Umlauts";
   EXPECT_EQ(refusal("plain.pov").message.substr(0, 21), "RefusedInSceneName:1:");
 }

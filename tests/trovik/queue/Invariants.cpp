@@ -138,7 +138,7 @@ std::vector<std::string> brokenInvariants(const std::string& databaseFile,
     Query row(database, sql);
     while (row.next()) {
       if (const std::string text = row.text(); text != allowed || allowed.empty()) {
-        breaches.push_back(breach + ": " + text);
+        breaches.emplace_back(breach).append(": ").append(text);
       }
     }
   };
