@@ -393,7 +393,7 @@ void ResultCollector::recover(const OpenArray& array, const ArrayWork& work, Wor
       if (beat && beat->end && beat->claim == claims && claims == 1 && found.logBytes == beat->logBytes) {
         lost.logRead = true;
         lost.end = ProgramEnd{beat->end->Code, beat->end->Signal, beat->command,
-                              beat->log,       beat->logBytes,    end.outcome.duration};
+                              beat->log,       beat->logBytes,    entry.end.outcome.duration};
       }
     } catch (Exception* exception) {
       LogWarning("job " + std::to_string(job.record.id) +

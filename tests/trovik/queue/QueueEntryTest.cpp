@@ -275,6 +275,7 @@ TEST_F(QueueTwins, TheSameCommandManyTimesAtOnceMakesOneJob) {
     int gate[2];
     ASSERT_EQ(pipe(gate), 0);
     std::vector<std::unique_ptr<Child>> twins;
+    twins.reserve(5);
     for (int number = 0; number < 5; ++number) {
       twins.push_back(std::make_unique<Child>([&, number](const Child::Tell& tell) {
         close(gate[1]);

@@ -118,7 +118,7 @@ TEST_F(QueueFile, ACutDatabaseIsDamaged) {
     }
     queue.submit(job);
   }
-  std::filesystem::resize_file(databaseFile(), 8 * 4096);
+  std::filesystem::resize_file(databaseFile(), std::uintmax_t{8} * 4096);
   const QueueError error = queueErrorOf([&] {
     Queue queue{Path(directory.path())};
     queue.frames(1);

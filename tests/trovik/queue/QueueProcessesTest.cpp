@@ -72,6 +72,7 @@ TEST_F(QueueProcesses, EveryWorkGoesToOneOfManyEngines) {
 
 TEST_F(QueueProcesses, ManyMakeTheSameQueueAtOnce) {
   std::vector<std::unique_ptr<Child>> children;
+  children.reserve(6);
   for (int number = 0; number < 6; ++number) {
     children.push_back(std::make_unique<Child>([&](const Child::Tell& tell) {
       Queue queue(folder());
@@ -148,6 +149,7 @@ TEST_F(QueueProcesses, EachEndGoesToOneProcess) {
     }
   }
   std::vector<std::unique_ptr<Child>> children;
+  children.reserve(3);
   for (int number = 0; number < 3; ++number) {
     children.push_back(std::make_unique<Child>([&](const Child::Tell& tell) {
       Queue queue(folder());
