@@ -262,7 +262,7 @@ std::string reportText(const Console& console, const JobReport& report, Moment n
   }
   if (report.cluster) {
     for (const auto& [label, what] : clusterEntries(*report.cluster, now)) {
-      text += entry(console, label.c_str(), console.shown(what));
+      text += entry(console, label, console.shown(what));
     }
   }
   if (report.left) {

@@ -8,6 +8,14 @@
 #include <utility>
 
 namespace trovik {
+namespace {
+
+/// The job as one that renders, or null.
+const RenderJob* renderOf(const ProcessJob& job) {
+  return dynamic_cast<const RenderJob*>(&job);
+}
+
+} // namespace
 
 Attempt::Attempt(const WorkInfo& work, const Claim& claim, SmartHandle<Job> job,
                  std::unique_ptr<AttemptLog> log, ImageInspector& inspector, AttemptListener& listener)
@@ -108,7 +116,7 @@ void Attempt::onLine(std::string_view line) {
 
 void Attempt::finish(Clock::time_point now) {
   splitter_.Finish();
-  if (const auto* render = dynamic_cast<const RenderJob*>(process_); render != nullptr) {
+  if (const RenderJob* const render = renderOf(*process_); render != nullptr) {
     inspection_.emplace(inspector_, *render);
     if (!inspection_->isOver()) {
       return;
@@ -161,7 +169,7 @@ void Attempt::describe(int status) {
     result_.reason = process_->Note();
     result_.lines = tail_.lines();
   }
-  if (const auto* render = dynamic_cast<const RenderJob*>(process_); render != nullptr) {
+  if (const RenderJob* const render = renderOf(*process_); render != nullptr) {
     outcome_.files = fileRecords(*render);
     if (work_.hasFrames) {
       for (const FrameRun& run : render->GoodFrames()) {
