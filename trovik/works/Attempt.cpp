@@ -59,7 +59,7 @@ Attempt::Start Attempt::start(Machine& machine, Shortage shortage) {
 }
 
 std::string Attempt::filesBefore() const {
-  const auto* render = dynamic_cast<const RenderJob*>(process_);
+  const RenderJob* const render = renderOf(*process_);
   return render == nullptr ? std::string() : render->FilesBeforeText();
 }
 
@@ -212,7 +212,7 @@ void Attempt::OnImage(const Job& /*job*/, const Path& file) {
   }
   announced_ = file;
   if (work_.frames() > 1) {
-    const auto* render = dynamic_cast<const RenderJob*>(process_);
+    const RenderJob* const render = renderOf(*process_);
     listener_.fileNamed(claim_, file, render == nullptr ? std::nullopt : render->FrameOf(file));
   }
 }
