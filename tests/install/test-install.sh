@@ -32,6 +32,7 @@ expect_file "$prefix/bin/trovik"
 expect_file "$prefix/bin/trovik-image"
 expect_file "$prefix/$libraries/trovik/libTrovikFoundation.so"
 expect_file "$prefix/$libraries/trovik/libTrovikApplication.so"
+expect_file "$prefix/$libraries/trovik/libTrovikImages.so"
 expect_file "$prefix/$libraries/trovik/modules/Tessivar.so"
 expect_file "$prefix/$libraries/trovik/modules/povray.tvx"
 expect_file "$prefix/include/trovik/host/Application.h"
@@ -56,6 +57,7 @@ fi
 quietly "$here/check-search-paths.sh" "$prefix"
 quietly "$here/check-loaded.sh" "$compiler" "$prefix" bin/trovik bin/trovik-image \
   "$libraries/trovik/libTrovikApplication.so.0" "$libraries/trovik/libTrovikFoundation.so.0" \
+  "$libraries/trovik/libTrovikImages.so" \
   "$libraries/trovik/modules/Tessivar.so"
 
 # The links of the installed documents lead somewhere.

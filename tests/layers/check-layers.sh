@@ -89,7 +89,7 @@ awk -v rooms="$rooms" '
     }
     database = "^(sqlite3|sqlite3ext)\\.h$"
     outside = "^(curses|ncurses|term|termios|termio)\\.h$|^sys/(termios|ttydefaults)\\.h$|^(slurm|ncursesw)/"
-    images = "^(png|pngconf|jpeglib|turbojpeg|tiff|tiffio|ImathBox|gd|ft2build)\\.h$" \
+    images = "^(png|pngconf|libdeflate|jpeglib|turbojpeg|tiff|tiffio|ImathBox|gd|ft2build)\\.h$" \
       "|^(OpenEXR|Imath|OpenImageIO|webp|freetype2|freetype|libpng[0-9]*)/"
   }
   /^[ \t]*#[ \t]*include[ \t]*[<"]/ {

@@ -1,21 +1,18 @@
 #include "trovik/imagetool/Decoder.h"
 
+#include "trovik/imagetool/Formats.h"
 #include "trovik/imagetool/Limits.h"
 #include "trovik/text/Text.h"
 
 #include <OpenImageIO/deepdata.h>
-#include <OpenImageIO/filesystem.h>
 #include <OpenImageIO/imagebuf.h>
 #include <OpenImageIO/imagebufalgo.h>
-#include <OpenImageIO/strutil.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <map>
 #include <new>
-#include <set>
 #include <sys/stat.h>
 #include <vector>
 
@@ -33,34 +30,10 @@ struct Problem {
   std::string text;
 };
 
-/// No images, or such as nobody renders any more: their readers find nothing
-/// wrong with half a file.
-const std::set<std::string> noImageFormats = {"null", "term",   "ffmpeg",    "openvdb",
-                                              "raw",  "cineon", "softimage", "zfile"};
-
-/// Extensions that other kinds of files have, too: such a file is an image
-/// when it begins like one.
-const std::set<std::string> sharedExtensions = {"z", "int", "inta", "bw", "env", "sm", "vsm", "pic"};
-
 /// Formats that are known by their first bytes, for files with the extension
 /// of another one.
 constexpr std::array<const char*, 10> knownByContent = {"openexr", "png", "jpeg", "tiff", "gif",
                                                         "webp",    "bmp", "hdr",  "dpx",  "iff"};
-
-/// The format that an extension stands for; empty for none.
-std::string formatOf(const std::string& extension) {
-  static const std::map<std::string, std::string> formats = [] {
-    std::map<std::string, std::string> map;
-    for (const auto& [format, extensions] : OIIO::get_extension_map()) {
-      for (const std::string& known : extensions) {
-        map.emplace(known, format);
-      }
-    }
-    return map;
-  }();
-  const auto found = formats.find(extension);
-  return found == formats.end() || noImageFormats.contains(found->second) ? std::string() : found->second;
-}
 
 /// A reader for the file, opened; null and the reason when there is none.
 ImageInput::unique_ptr openAs(const std::string& format, const std::string& file, ImageSpec& layout,
@@ -292,15 +265,6 @@ void decodeInto(Inspection& inspection, const std::string& file, PixelSink* sink
 
 } // namespace
 
-std::string extensionOf(const std::string& file) {
-  return OIIO::Strutil::lower(OIIO::Filesystem::extension(file, false));
-}
-
-bool isImageName(const std::string& file) {
-  const std::string extension = extensionOf(file);
-  return sharedExtensions.contains(extension) || !formatOf(extension).empty();
-}
-
 Inspection decode(const std::string& file, PixelSink* sink) {
   Inspection inspection;
   if (!isImageName(file)) {
@@ -311,7 +275,7 @@ Inspection decode(const std::string& file, PixelSink* sink) {
     return inspection;
   }
   const std::string extension = extensionOf(file);
-  if (sharedExtensions.contains(extension) && !beginsAs(formatOf(extension), file) &&
+  if (isSharedExtension(extension) && !beginsAs(formatOf(extension), file) &&
       std::none_of(knownByContent.begin(), knownByContent.end(),
                    [&](const char* format) { return beginsAs(format, file); })) {
     return inspection;

@@ -10,9 +10,6 @@
 
 namespace trovik::image {
 
-/// In lower case, without the point.
-std::string extensionOf(const std::string& file);
-
 /// A rectangle of decoded pixels, with all channels of each.
 struct Piece {
   int x = 0; ///< of its first pixel, in the coordinates of the image
@@ -34,12 +31,6 @@ public:
   virtual void begin(const OIIO::ImageSpec& layout) = 0;
   virtual void take(const Piece& piece) = 0;
 };
-
-/// Whether a file's extension says that it is an image. Movies, volumes, the
-/// library's pseudo formats and the raw formats of cameras are none: what a
-/// movie or a volume holds is no single picture, and nothing renders raw files,
-/// while programs of all kinds write files called .raw or .cap.
-bool isImageName(const std::string& file);
 
 /// Decodes every part of a file (subimages, mip levels) whole, in pieces, so
 /// that memory stays bounded where the format allows it. A sink (may be null)

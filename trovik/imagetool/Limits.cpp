@@ -2,10 +2,6 @@
 
 #include <OpenImageIO/imageio.h>
 
-#include <csignal>
-#include <sys/prctl.h>
-#include <sys/resource.h>
-
 namespace trovik::image {
 
 std::uint64_t product(std::initializer_list<std::uint64_t> factors) {
@@ -26,16 +22,6 @@ void limitLibrary() {
   OIIO::attribute("try_all_readers", 0);
   OIIO::attribute("limits:channels", channelLimit);
   OIIO::attribute("limits:imagesize_MB", static_cast<int>(imageBytesLimit >> 20U));
-}
-
-void limitProcess() {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  const rlimit noCore{0, 0};
-  setrlimit(RLIMIT_CORE, &noCore);
-#ifndef __SANITIZE_ADDRESS__ // which reserves terabytes of addresses
-  const rlimit memory{memoryLimit, memoryLimit};
-  setrlimit(RLIMIT_AS, &memory);
-#endif
 }
 
 } // namespace trovik::image

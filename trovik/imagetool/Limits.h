@@ -15,9 +15,6 @@ constexpr std::uint64_t pieceBytesLimit = std::uint64_t{64} << 20U;
 /// The smallest part that a format can be decoded in: a line or a tile.
 constexpr std::uint64_t partBytesLimit = std::uint64_t{1} << 30U;
 
-/// The address space of the process. Some formats can only be decoded whole.
-constexpr std::uint64_t memoryLimit = std::uint64_t{6} << 30U;
-
 constexpr int channelLimit = 1024;
 
 /// A product of sizes that a file tells; the largest number where it does not
@@ -27,8 +24,5 @@ std::uint64_t product(std::initializer_list<std::uint64_t> factors);
 /// Sets the limits of the image library. One thread: the other cores belong to
 /// the renderers.
 void limitLibrary();
-
-/// Sets the limits of this process, and ends it when its parent ends.
-void limitProcess();
 
 } // namespace trovik::image

@@ -1,7 +1,7 @@
 #include "trovik/imagetool/SheetPaint.h"
 
 #include "host/foundation/WriteFile.h"
-#include "trovik/imagetool/Decoder.h"
+#include "trovik/imagetool/Formats.h"
 #include "trovik/text/Text.h"
 
 #include <OpenImageIO/color.h>

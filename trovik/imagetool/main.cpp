@@ -6,20 +6,20 @@
 //                               describes; reports on standard output
 
 #include "trovik/images/ImageProtocol.h"
-#include "trovik/imagetool/Check.h"
-#include "trovik/imagetool/Limits.h"
-#include "trovik/imagetool/Sheet.h"
+#include "trovik/imagetool/ImageLibrary.h"
+#include "trovik/imagetool/LightCheck.h"
+#include "trovik/imagetool/Server.h"
 
-#include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <fcntl.h>
-#include <stdexcept>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
-#include <system_error>
-#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -47,19 +47,18 @@ std::FILE* takeStandardOutput() {
   return fdopen(own, "w");
 }
 
-/// The library starts threads. A machine that has none now may soon have some.
-void startLibrary() {
-  for (int left = 40;; --left) {
-    try {
-      trovik::image::limitLibrary();
-      return;
-    } catch (const std::system_error&) {
-      if (left == 0) {
-        throw std::runtime_error("the system has no threads for it");
-      }
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(250));
-  }
+/// The address space of the process. Some formats can only be decoded whole.
+constexpr rlim_t memoryLimit = rlim_t{6} << 30U;
+
+/// Sets the limits of this process, and ends it when its parent ends.
+void limitProcess() {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  const rlimit noCore{0, 0};
+  setrlimit(RLIMIT_CORE, &noCore);
+#ifndef __SANITIZE_ADDRESS__ // which reserves terabytes of addresses
+  const rlimit memory{memoryLimit, memoryLimit};
+  setrlimit(RLIMIT_AS, &memory);
+#endif
 }
 
 int usage() {
@@ -86,12 +85,15 @@ int main(int count, char** arguments) {
   }
   bool good = true;
   try {
-    trovik::image::limitProcess();
-    startLibrary();
+    limitProcess();
+    trovik::image::ImageLibrary library;
     if (check) {
-      trovik::image::serve(stdin, output);
+      trovik::image::serve(stdin, output, [&library](const trovik::CheckRequest& request) {
+        const std::optional<trovik::Inspection> inspection = trovik::image::checkLightly(request);
+        return inspection ? *inspection : library.check(request);
+      });
     } else {
-      good = trovik::image::drawSheet(stdin, output, arguments[3]);
+      good = library.drawSheet(stdin, output, arguments[3]);
     }
   } catch (const std::exception& exception) {
     const std::string problem = std::string("trovik-image: ") + exception.what();

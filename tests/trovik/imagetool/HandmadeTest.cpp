@@ -1,5 +1,6 @@
 #include "tests/trovik/TemporaryDirectory.h"
 #include "tests/trovik/imagetool/Images.h"
+#include "tests/trovik/imagetool/PngBytes.h"
 
 #include <gtest/gtest.h>
 
@@ -12,51 +13,12 @@
 namespace trovik {
 namespace {
 
-std::string big(std::uint64_t value, int bytes) {
-  std::string out;
-  for (int i = bytes - 1; i >= 0; --i) {
-    out += static_cast<char>(value >> (8U * static_cast<unsigned>(i)) & 0xffU);
-  }
-  return out;
-}
-
-std::string little(std::uint64_t value, int bytes) {
-  const std::string reversed = big(value, bytes);
-  return {reversed.rbegin(), reversed.rend()};
-}
-
 std::string noise(std::size_t count) {
   std::string out;
   for (std::size_t i = 0; i < count; ++i) {
     out += static_cast<char>(noiseAt(static_cast<int>(i), 7, 1) * 255.0F);
   }
   return out;
-}
-
-std::string zeros(std::size_t count) {
-  std::string out;
-  out.resize(count);
-  return out;
-}
-
-std::uint32_t crcOf(const std::string& text) {
-  std::uint32_t crc = 0xffffffffU;
-  for (const char character : text) {
-    crc ^= static_cast<unsigned char>(character);
-    for (int bit = 0; bit < 8; ++bit) {
-      crc = (crc & 1U) != 0 ? crc >> 1U ^ 0xedb88320U : crc >> 1U;
-    }
-  }
-  return ~crc;
-}
-
-std::string pngChunk(const std::string& type, const std::string& data) {
-  return big(data.size(), 4) + type + data + big(crcOf(type + data), 4);
-}
-
-std::string pngHeader(std::uint32_t width, std::uint32_t height, int interlace) {
-  return "\x89PNG\r\n\x1a\n" + pngChunk("IHDR", big(width, 4) + big(height, 4) + big(8, 1) + big(2, 1) +
-                                                    zeros(2) + big(static_cast<std::uint64_t>(interlace), 1));
 }
 
 /// A PNG in seven passes, its data stored without compression.
@@ -70,20 +32,10 @@ std::string interlacedPng(int width, int height) {
       raw += zeros(1) + noise(columns * 3);
     }
   }
-  std::uint32_t first = 1;
-  std::uint32_t second = 0;
-  for (const char character : raw) {
-    first = (first + static_cast<unsigned char>(character)) % 65521U;
-    second = (second + first) % 65521U;
-  }
-  std::string stream = "\x78\x01";
-  for (std::size_t at = 0; at < raw.size(); at += 10000) {
-    const std::string block = raw.substr(at, 10000);
-    stream +=
-        big(at + 10000 >= raw.size() ? 1 : 0, 1) + little(block.size(), 2) + little(~block.size(), 2) + block;
-  }
-  return pngHeader(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height), 1) +
-         pngChunk("IDAT", stream + big(second << 16U | first, 4)) + pngChunk("IEND", "");
+  const PngHeader header{.width = static_cast<std::uint32_t>(width),
+                         .height = static_cast<std::uint32_t>(height),
+                         .interlace = 1};
+  return pngSignature + pngHeader(header) + pngChunk("IDAT", zlibStream(raw)) + pngChunk("IEND", "");
 }
 
 std::string psd() {
@@ -161,8 +113,9 @@ TEST(Bomb, OfManyPixelsIsRefusedWithoutDecoding) {
   EXPECT_EQ(inspect(directory.write("a.ppm", "P6\n1000000 1000000\n255\n")).problem,
             "Truncated or damaged image (it says that it has 1000000 x 1000000 pixels of 3 channels)");
   const std::string png =
-      inspect(directory.write("a.png", pngHeader(1000000, 1000000, 1) + pngChunk("IDAT", "\x78\x01") +
-                                           pngChunk("IEND", "")))
+      inspect(directory.write("a.png", pngSignature +
+                                           pngHeader({.width = 1000000, .height = 1000000, .interlace = 1}) +
+                                           pngChunk("IDAT", "\x78\x01") + pngChunk("IEND", "")))
           .problem;
   EXPECT_TRUE(png.starts_with("Truncated or damaged image (")) << png;
   const std::string psdBomb =

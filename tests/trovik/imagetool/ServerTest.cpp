@@ -7,9 +7,11 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <poll.h>
 
 extern const char* const IMAGE_HELPER;
+extern const char* const HOST_LIBRARIES;
 
 // The real trovik-image, as trovik talks to it.
 
@@ -70,6 +72,29 @@ TEST(TrovikImage, GarbageIsAnsweredAndTheNextRequestWorks) {
     EXPECT_EQ(result.lines[i], R"({"problem":"Is no request","image":false,"width":0,"height":0})");
   }
   EXPECT_EQ(result.lines[5], R"({"problem":"","image":true,"width":129,"height":97})");
+}
+
+// It takes longer to load than most files take to be checked.
+TEST(TrovikImage, OnlyWhatNeedsTheImageLibraryLoadsIt) {
+  const TemporaryDirectory directory;
+  const std::string alone = directory.makeDirectory("bin") + "/trovik-image";
+  std::filesystem::copy_file(IMAGE_HELPER, alone);
+  const std::string png = writeImage(directory.path(), {.file = "a.png"});
+  const std::string exr = writeImage(directory.path(), {.file = "a.exr", .type = OIIO::TypeDesc::HALF});
+  const std::string text = directory.write("c.txt", "no picture");
+  const Talk result = talk({"/usr/bin/env", String("LD_LIBRARY_PATH=") + HOST_LIBRARIES, alone, "check"},
+                           requestLine({png, false}) + requestLine({text, true}) + requestLine({exr, false}));
+  ASSERT_EQ(result.lines.size(), 3U);
+  EXPECT_EQ(result.lines[0], R"({"problem":"","image":true,"width":129,"height":97})");
+  EXPECT_EQ(result.lines[1], R"({"problem":"","image":false,"width":0,"height":0})");
+  const auto refused = answerFrom(result.lines[2]);
+  ASSERT_TRUE(refused);
+  EXPECT_TRUE(refused->problem.starts_with("Cannot be looked into: trovik-image: " + directory.path()))
+      << refused->problem;
+  EXPECT_TRUE(refused->problem.ends_with(
+      "libTrovikImages.so: cannot open shared object file: No such file or directory"))
+      << refused->problem;
+  EXPECT_EQ(result.end.code, 1);
 }
 
 TEST(TrovikImage, RefusesWhatItDoesNotKnow) {
