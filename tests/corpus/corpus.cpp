@@ -1,9 +1,12 @@
 // Has the saved logs of real programs judged by the shipped types, and compares
 // what comes out with what is written down.
 //
-//   corpus check TROVIK MODULES RUNS PAGE    one program's runs
-//   corpus print TROVIK MODULES RUNS         the same runs as a file to keep
+//   corpus check HELPER MODULES RUNS PAGE    one program's runs
+//   corpus print HELPER MODULES RUNS         the same runs as a file to keep
 //   corpus names PAGE RUNS...                whether the page tells of each file
+//
+// HELPER is trovik-image. The runs are judged as "trovik replay" does it, all in
+// this process: starting the program for each took most of the time.
 //
 // RUNS is PROGRAM.txt: the type, then a block for each run of the program. A
 // line is a word, a blank and a text:
@@ -32,30 +35,33 @@
 // bad runs; of these those that end with an exit code; that only their output
 // tells; that only files tell; that nothing tells.
 
-#include "host/foundation/Characters.h"
-#include "host/foundation/Quoting.h"
+#include "host/foundation/Exception.h"
+#include "trovik/images/ImageHelper.h"
+#include "trovik/jobs/JobSetup.h"
+#include "trovik/jobs/Types.h"
+#include "trovik/jobs/WorkMaker.h"
+#include "trovik/replay/Replay.h"
+#include "trovik/text/Console.h"
+#include "trovik/text/UsageError.h"
+#include "trovik/verbs/Session.h"
 
-#include <nlohmann/json.hpp>
-
-#include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string>
-#include <sys/wait.h>
 #include <vector>
 
+namespace trovik {
 namespace {
 
 namespace fs = std::filesystem;
-using Json = nlohmann::json;
 
 const std::string farm = "/mnt/renderset"; // where the programs ran
 
@@ -112,12 +118,6 @@ std::string replaced(std::string text, const std::string& from, const std::strin
     text.replace(at, from.size(), to);
   }
   return text;
-}
-
-/// A text of replay's, which says the bytes of one that is not UTF-8.
-std::string textOf(const Json& value) {
-  return value.is_object() ? BytesOfHex(value.at("hex").get<std::string>()).value()
-                           : value.get<std::string>();
 }
 
 void takeLine(Program& program, const std::string& word, const std::string& text) {
@@ -202,50 +202,57 @@ private:
 
 class Judge {
 public:
-  Judge(std::string trovik, std::string modules, const fs::path& runs)
-      : trovik_(std::move(trovik)), modules_(std::move(modules)), directory_(runs.parent_path()) {
+  Judge(const std::string& helper, const std::string& modules, const fs::path& runs)
+      : helper_(Path(helper)), directory_(runs.parent_path()) {
     for (const char* name : {"XDG_CONFIG_HOME", "XDG_STATE_HOME", "XDG_DATA_HOME", "HOME"}) {
       setenv(name, scratch_.path().c_str(), 1); // NOLINT(concurrency-mt-unsafe): one thread
     }
     for (const char* name : {"TROVIK_MODULE_PATH", "TROVIK_SETTINGS", "TROVIK_OPTIONS"}) {
       unsetenv(name); // NOLINT(concurrency-mt-unsafe)
     }
+    common_.modulePath = modules;
+    session_.emplace(common_, console_);
+    session_->loadModules();
   }
 
   Said judge(const Program& program, const Run& run) {
-    const fs::path place = scratch_.path() / run.name;
     const std::string log = readFile(directory_ / "logs" / (program.name + "-" + run.name + ".log"));
-    const fs::path saved = place / "log";
-    writeFile(saved, log);
-    const std::vector<std::string> words = {"replay", run.type.empty() ? program.type : run.type,
-                                            saved.string(), "--exit", run.exit};
-    const Json plain = replay(words);
+    const std::string& type = run.type.empty() ? program.type : run.type;
+    const ReplayResult plain = replay(type, log, run.exit, nullptr);
     Said said;
-    said.output = plain.at("verdict").get<std::string>();
-    said.note = plain.at("note").is_null() ? "" : textOf(plain.at("note"));
-    for (const Json& image : plain.at("images")) {
-      said.images.push_back(textOf(image));
-    }
+    said.output = plain.good ? "good" : "bad";
+    said.note = plain.note;
+    said.images.assign(plain.images.begin(), plain.images.end());
     if (!run.expected.empty()) {
-      said.files = withFiles(run, words, place, log);
+      const fs::path place = scratch_.path() / run.name;
+      for (const File& file : run.left) {
+        writeFile(replaced(file.name, farm, place.string()), contentOf(file));
+      }
+      std::string expected;
+      for (const std::string& name : run.expected) {
+        expected += (expected.empty() ? "" : ";") + ("\"" + replaced(name, farm, place.string()) + "\"");
+      }
+      const std::string here = replaced(log, farm, place.string());
+      said.files = replay(type, here, run.exit, &expected).good ? "good" : "bad";
     }
     return said;
   }
 
 private:
-  /// The verdict with the files that the program had left.
-  std::string withFiles(const Run& run, std::vector<std::string> words, const fs::path& place,
-                        const std::string& log) {
-    writeFile(place / "log", replaced(log, farm, place.string()));
-    for (const File& file : run.left) {
-      writeFile(replaced(file.name, farm, place.string()), contentOf(file));
+  /// A run whose log this is; judged with the files that are expected of it,
+  /// where there are any.
+  ReplayResult replay(const std::string& type, const std::string& log, const std::string& exit,
+                      const std::string* expected) {
+    JobSetup setup(findType(type), session_->detection());
+    if (expected != nullptr) {
+      setup.set("ExpectedFiles", *expected, "expect");
     }
-    std::string expected;
-    for (const std::string& name : run.expected) {
-      expected += (expected.empty() ? "" : ";") + ("\"" + replaced(name, farm, place.string()) + "\"");
-    }
-    words.insert(words.end(), {"--files", "--set", "ExpectedFiles=" + expected});
-    return replay(words).at("verdict").get<std::string>();
+    setup.detect();
+    WorkInfo work;
+    work.hasFrames = false;
+    Replay replay(WorkMaker(*setup.job()).make(work), [](const ReplayedLine&) {});
+    replay.feed(log);
+    return replay.finish(exitFrom(exit), expected == nullptr ? nullptr : &helper_, machine_);
   }
 
   std::string contentOf(const File& file) const {
@@ -258,36 +265,13 @@ private:
     return fs::exists(sample) ? readFile(sample) : "no image, but not empty";
   }
 
-  Json replay(const std::vector<std::string>& words) const {
-    std::string command = EnquoteWord(String(trovik_)) + " --module-path " + EnquoteWord(String(modules_));
-    for (const std::string& word : words) {
-      command += " " + EnquoteWord(String(word));
-    }
-    FILE* pipe = popen((command + " --json").c_str(), "r");
-    if (pipe == nullptr) {
-      throw std::runtime_error("cannot start " + trovik_);
-    }
-    std::string printed;
-    std::array<char, 65536> buffer{};
-    while (const std::size_t got = fread(buffer.data(), 1, buffer.size(), pipe)) {
-      printed.append(buffer.data(), got);
-    }
-    const int status = pclose(pipe);
-    const int code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    if (code != 0 && code != 1) {
-      throw std::runtime_error(command + ": exit code " + std::to_string(code));
-    }
-    Json document = Json::parse(printed);
-    if ((document.at("verdict") == "good") != (code == 0)) {
-      throw std::runtime_error(command + ": verdict and exit code differ");
-    }
-    return document;
-  }
-
   Scratch scratch_;
-  std::string trovik_;
-  std::string modules_;
+  LocalMachine machine_;
+  ImageHelper helper_;
   fs::path directory_;
+  CommonOptions common_;
+  Console console_{[](std::string_view) {}, [](std::string_view) {}, {}, [] { return std::size_t{80}; }};
+  std::optional<Session> session_;
 };
 
 std::string textOf(const Said& said) {
@@ -402,26 +386,32 @@ int checkNames(const fs::path& page, const std::vector<std::string>& files) {
   return result;
 }
 
+int run(const std::vector<std::string>& words) {
+  if (words.at(0) == "names") {
+    return checkNames(words.at(1), {words.begin() + 2, words.end()});
+  }
+  const Program program = readRuns(words.at(3));
+  Judge judge(words.at(1), words.at(2), words.at(3));
+  if (words.at(0) == "check") {
+    return check(judge, program, words.at(4));
+  }
+  std::cout << "type " << program.type << '\n';
+  for (const Run& each : program.runs) {
+    std::cout << '\n' << textOf(each, judge.judge(program, each));
+  }
+  return 0;
+}
+
 } // namespace
+} // namespace trovik
 
 int main(int count, char** arguments) {
   try {
-    const std::vector<std::string> words(arguments + 1, arguments + count);
-    if (words.at(0) == "names") {
-      return checkNames(words.at(1), {words.begin() + 2, words.end()});
-    }
-    const Program program = readRuns(words.at(3));
-    Judge judge(words.at(1), words.at(2), words.at(3));
-    if (words.at(0) == "check") {
-      return check(judge, program, words.at(4));
-    }
-    std::cout << "type " << program.type << '\n';
-    for (const Run& run : program.runs) {
-      std::cout << '\n' << textOf(run, judge.judge(program, run));
-    }
-  } catch (const std::exception& error) {
-    std::cerr << "corpus: " << error.what() << '\n';
-    return 2;
+    return trovik::run({arguments + 1, arguments + count});
+  } catch (const trovik::UsageError& error) {
+    std::cerr << "corpus: " << error.message << '\n';
+  } catch (...) { // also what a module throws
+    std::cerr << "corpus: " << TakeCaughtText() << '\n';
   }
-  return 0;
+  return 2;
 }
