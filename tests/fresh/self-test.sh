@@ -107,8 +107,11 @@ check "once more" made 2
 go "$run" bare
 check "a good one is not" made 2
 
-package=$(find "$cache/debs" -name '*_jq_*.deb')
-printf 'XXXX' | dd of="$package" bs=1 seek=20000 conv=notrunc status=none
+# The cache may hold several versions of it.
+mapfile -t packages < <(find "$cache/debs" -name '*_jq_*.deb')
+for package in "${packages[@]}"; do
+  printf 'XXXX' | dd of="$package" bs=1 seek=20000 conv=notrunc status=none
+done
 go "$run" bare
 check "a damaged package is not used" ended 0 "Removing $package: it is damaged" "bare: passed"
 
