@@ -3,6 +3,7 @@
 // The foundation library: texts, paths, files, streams and processes. It knows
 // nothing of jobs.
 
+#include "host/foundation/Bytes.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/FileFinder.h"
 #include "host/foundation/Format.h"

@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -16,8 +17,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <csignal>
+#include <fstream>
 #include <future>
+#include <iterator>
 #include <string_view>
 #include <thread>
 
@@ -207,6 +211,43 @@ ProcessExit ExitOf(const siginfo_t& info) {
   return {k_SignalBase + info.si_status, info.si_status};
 }
 
+// The number behind a name in /proc/PID/io; nothing where the kernel keeps no
+// such account, or lets nobody read it.
+std::optional<std::int64_t> NumberIn(const std::string& account, std::string_view name) {
+  const std::string key = "\n" + std::string(name) + ": ";
+  const std::size_t at = account.find(key);
+  if (at == std::string::npos) {
+    return std::nullopt;
+  }
+  std::int64_t number = 0;
+  const char* const end = account.data() + account.size();
+  const bool read = std::from_chars(account.data() + at + key.size(), end, number).ec == std::errc();
+  return read ? std::optional(number) : std::nullopt;
+}
+
+std::int64_t Microseconds(const timeval& time) {
+  return std::int64_t{time.tv_sec} * 1'000'000 + time.tv_usec;
+}
+
+// Takes the end of a process that has ended, with what it has used.
+ProcessUsage Reap(pid_t id) {
+  ProcessUsage usage;
+  std::ifstream file("/proc/" + std::to_string(id) + "/io"); // gone with the process
+  const std::string account = "\n" + std::string(std::istreambuf_iterator<char>(file), {});
+  usage.BytesRead = NumberIn(account, "read_bytes");
+  usage.BytesWritten = NumberIn(account, "write_bytes");
+  rusage used{};
+  while (wait4(id, nullptr, 0, &used) < 0) {
+    if (errno != EINTR) {
+      RaiseException(k_Function, k_ErrorSystem, "cannot wait for process " + std::to_string(id), errno);
+    }
+  }
+  usage.UserTime = Microseconds(used.ru_utime);
+  usage.SystemTime = Microseconds(used.ru_stime);
+  usage.PeakMemory = std::int64_t{used.ru_maxrss} * 1024;
+  return usage;
+}
+
 pid_t SpawnDetached(const ProcessStart& start, const std::vector<String>& environment) {
   std::promise<std::pair<int, pid_t>> promise;
   std::future<std::pair<int, pid_t>> started = promise.get_future();
@@ -356,9 +397,9 @@ bool Process::Wait(ProcessExit& result, bool block) {
       return false;
     }
     SignalGroup(SIGKILL);
-    WaitFor(m_Id, WEXITED, info);
-    m_Reaped = true;
     m_Exit = ExitOf(info);
+    m_Exit.Usage = Reap(m_Id);
+    m_Reaped = true;
     close(std::exchange(m_ExitWatch, -1));
   }
   result = m_Exit;

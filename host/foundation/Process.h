@@ -7,6 +7,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -29,10 +30,24 @@ struct ProcessStart {
   String Mark;
 };
 
+/// What a program has used, with all that it started and waited for, as the
+/// kernel tells it when the program has ended.
+struct ProcessUsage {
+  std::int64_t UserTime = 0;   ///< microseconds of processors, in programs
+  std::int64_t SystemTime = 0; ///< the same, in the kernel
+  /// Bytes that the largest of its processes held at a time; never less than
+  /// this process did when it started the program.
+  std::int64_t PeakMemory = 0;
+  std::optional<std::int64_t> BytesRead{}; ///< from disks and file servers; what was in memory does not count
+  std::optional<std::int64_t> BytesWritten{}; ///< to them, sooner or later
+  bool operator==(const ProcessUsage&) const = default;
+};
+
 /// How a program ended.
 struct ProcessExit {
-  int Code = 0;   ///< the exit code, or 128 + signal
-  int Signal = 0; ///< the signal that killed it, or 0
+  int Code = 0;                        ///< the exit code, or 128 + signal
+  int Signal = 0;                      ///< the signal that killed it, or 0
+  std::optional<ProcessUsage> Usage{}; ///< nothing where it is not known
 };
 
 /// A running program, as whoever watches over it sees it. Belongs to one thread.

@@ -15,7 +15,8 @@ echo '#include "nosuch.inc"' >>set/scene_0023.pov
 small="--set Width=64 --set Height=36 --set OutputFormat=BMP"
 
 # Without times and what says where something ran, and without the lines around
-# the deciding one: the threads of POV-Ray print in no fixed order.
+# the deciding one: the threads of POV-Ray print in no fixed order. Of what a
+# program has used, that it is known.
 verdict() { # STATE WORD...
   state=$1
   shift
@@ -25,6 +26,7 @@ verdict() { # STATE WORD...
          then del(.submitted, .started, .ended, .seconds, .log, .logs, .bytes, .engine, .cluster, .lines, .last)
          else . end)
     | if .files then .files |= sort_by(.frame, .file) else . end
+    | walk(if type == "object" and .usage then .usage |= keys else . end)
     | if .attempts then .attempts |= sort_by(.frames, .attempt) else . end'
   mv "$TMP/images" "$TMP/images-${state##*/}"
 }
@@ -65,6 +67,8 @@ alike 1 7 23 36
 [ "$(ls "$TMP/images-slurm" | wc -l)" = 34 ] || fail "there are not 34 images"
 [ "$(field '.frames.failed' show last --state "$TMP/slurm")" = 7,23 ] || fail "frames 7 and 23 have not failed"
 [ "$(nodes_used)" = 3 ] || fail "not all nodes had tasks"
+[ "$(field '[.attempts[].usage.memory > 0] | all' log last --state "$TMP/slurm")" = true ] ||
+  fail "what programs have used on nodes is not known"
 [ "$(timeout 20 squeue -h -r -t all | wc -l)" = 18 ] || fail "36 works did not take 18 tasks"
 
 # A packet fails at its second frame, again and again.

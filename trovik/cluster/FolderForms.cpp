@@ -220,11 +220,41 @@ Json parsed(std::string_view text, const char* kind) {
   return json;
 }
 
+void writeUsage(Json& json, const std::optional<ProcessUsage>& usage) {
+  if (!usage) {
+    return;
+  }
+  Json& object = json["usage"];
+  object = {
+      {"userTime", usage->UserTime}, {"systemTime", usage->SystemTime}, {"peakMemory", usage->PeakMemory}};
+  if (usage->BytesRead) {
+    object["bytesRead"] = *usage->BytesRead;
+  }
+  if (usage->BytesWritten) {
+    object["bytesWritten"] = *usage->BytesWritten;
+  }
+}
+
+/// Missing where it is not known, and in what an older trovik wrote.
+std::optional<ProcessUsage> readUsage(const Reader& parent) {
+  if (!parent.has("usage")) {
+    return std::nullopt;
+  }
+  const Reader reader(parent.at("usage"), "the usage");
+  const auto number = [&reader](const char* key) { return reader.number<std::int64_t>(key, 0); };
+  const auto optional = [&](const char* key) {
+    return reader.has(key) ? std::optional(number(key)) : std::nullopt;
+  };
+  return ProcessUsage{number("userTime"), number("systemTime"), number("peakMemory"), optional("bytesRead"),
+                      optional("bytesWritten")};
+}
+
 Json writtenOutcome(const Outcome& outcome) {
   Json json{{"state", nameOf(outcome.state)},    {"rule", nameOf(outcome.rule)},
             {"reason", written(outcome.reason)}, {"lines", written(outcome.lines)},
             {"log", written(outcome.log)},       {"command", written(outcome.command)},
             {"exitCode", outcome.exitCode},      {"signal", outcome.signal}};
+  writeUsage(json, outcome.usage);
   json["good"] = Json::array();
   for (const FrameRun& run : outcome.good.runs()) {
     json["good"].push_back({{"first", run.First}, {"last", run.Last}});
@@ -250,6 +280,7 @@ Outcome readOutcome(const Reader& reader) {
   outcome.command = reader.text("command");
   outcome.exitCode = reader.number<int>("exitCode");
   outcome.signal = reader.number<int>("signal");
+  outcome.usage = readUsage(reader);
   for (const Json& run : reader.list("good")) {
     outcome.good.add(Reader(run, "a run of frames").run());
   }
@@ -367,6 +398,7 @@ std::string formOf(const WorkBeat& beat) {
   }
   if (beat.end) {
     json["end"] = {{"exitCode", beat.end->Code}, {"signal", beat.end->Signal}};
+    writeUsage(json["end"], beat.end->Usage);
   }
   json["whole"] = beat.count;
   return jsonLine(json);
@@ -393,7 +425,7 @@ WorkBeat beatFromForm(std::string_view text) {
   }
   if (const auto entry = json.find("end"); entry != json.end()) {
     const Reader end(*entry, "the end");
-    beat.end = ProcessExit{end.number<int>("exitCode"), end.number<int>("signal", 0)};
+    beat.end = ProcessExit{end.number<int>("exitCode"), end.number<int>("signal", 0), readUsage(end)};
   }
   return beat;
 }

@@ -392,7 +392,7 @@ void ResultCollector::recover(const OpenArray& array, const ArrayWork& work, Wor
       // before it printed says nothing of this one.
       if (beat && beat->end && beat->claim == claims && claims == 1 && found.logBytes == beat->logBytes) {
         lost.logRead = true;
-        lost.end = ProgramEnd{beat->end->Code, beat->end->Signal, beat->command,
+        lost.end = ProgramEnd{beat->end->Code, beat->end->Signal, beat->end->Usage,          beat->command,
                               beat->log,       beat->logBytes,    entry.end.outcome.duration};
       }
     } catch (Exception* exception) {
@@ -423,6 +423,7 @@ void ResultCollector::advanceRecoveries() {
         outcome.alike.clear();
         outcome.exitCode = found.exitCode;
         outcome.signal = found.signal;
+        outcome.usage = found.usage;
       }
       outcome.good = found.good;
       outcome.files = found.files;

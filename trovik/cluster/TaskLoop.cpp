@@ -210,7 +210,7 @@ void TaskLoop::noteEnd(Attempt& attempt) {
       return;
     }
   }
-  beat_.end = ProcessExit{end->exitCode, end->signal};
+  beat_.end = ProcessExit{end->exitCode, end->signal, end->usage};
   nextBeat_ = lastTurn_; // in this turn
 }
 

@@ -182,7 +182,7 @@ const char* const deleteFooter =
 const char* const statsFooter = "Examples:\n"
                                 "  trovik stats        over all jobs\n"
                                 "  trovik stats 3\n"
-                                "  trovik stats last --json";
+                                "  trovik stats last --csv > attempts.csv";
 
 const char* const sheetFooter = "Examples:\n"
                                 "  trovik sheet last -o sheet.png\n"

@@ -292,6 +292,18 @@ FrameRun Query::frames() {
   return run;
 }
 
+std::optional<ProcessUsage> Query::usage() {
+  const std::optional<std::int64_t> user = optionalNumber();
+  const std::optional<std::int64_t> system = optionalNumber();
+  const std::optional<std::int64_t> memory = optionalNumber();
+  const std::optional<std::int64_t> read = optionalNumber();
+  const std::optional<std::int64_t> written = optionalNumber();
+  if (!user || !system || !memory) {
+    return std::nullopt;
+  }
+  return ProcessUsage{*user, *system, *memory, read, written};
+}
+
 void Query::bind(std::int64_t value) {
   check(sqlite3_bind_int64(kept_.statement.get(), ++bound_, value));
 }
@@ -303,6 +315,20 @@ void Query::bind(const Blob& value) {
   check(sqlite3_bind_blob64(kept_.statement.get(), ++bound_, value.bytes.data(), value.bytes.size(),
                             SQLITE_TRANSIENT));
 }
+void Query::bind(const std::optional<ProcessUsage>& value) {
+  if (!value) {
+    for (int i = 0; i < 5; ++i) {
+      bindNull();
+    }
+    return;
+  }
+  bind(value->UserTime);
+  bind(value->SystemTime);
+  bind(value->PeakMemory);
+  bind(value->BytesRead);
+  bind(value->BytesWritten);
+}
+
 void Query::bindNull() {
   check(sqlite3_bind_null(kept_.statement.get(), ++bound_));
 }

@@ -188,7 +188,8 @@ public:
   std::optional<int> optionalInteger();
   Moment moment() { return Moment(std::chrono::microseconds(number())); }
   std::optional<Moment> optionalMoment();
-  FrameRun frames(); ///< of two columns
+  FrameRun frames();                   ///< of two columns
+  std::optional<ProcessUsage> usage(); ///< of five
   template <typename State> State state() {
     const std::string name = text();
     State result{};
@@ -208,6 +209,7 @@ private:
   void bind(const std::string& value);
   void bind(const Blob& value);
   void bind(const char* value) { bind(std::string(value)); }
+  void bind(const std::optional<ProcessUsage>& value);
   void bind(Moment value) { bind(value.time_since_epoch().count()); }
   template <typename Value> void bind(const std::optional<Value>& value) {
     if (value) {

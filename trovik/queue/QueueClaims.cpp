@@ -76,7 +76,7 @@ void Queue::noteProcess(AttemptId attempt, int process, const std::string& files
 void Queue::noteEnd(AttemptId attempt, const ProgramEnd& end) {
   impl_->database.write([&] {
     Query(impl_->database, statements::noteEnd, attempt, end.exitCode, end.signal, end.command, end.log,
-          end.printed, end.duration.count())
+          end.printed, end.duration.count(), end.usage)
         .run();
   });
 }

@@ -150,7 +150,7 @@ LostAttempt Queue::Impl::lostAttempt(AttemptId id, Queue& queue) {
       result.sameBoot = row.text() == bootId();
       if (const std::optional<std::int64_t> printed = row.optionalNumber()) {
         const AttemptRecord& attempt = result.attempt;
-        result.end = ProgramEnd{attempt.exitCode, attempt.signal, attempt.command,
+        result.end = ProgramEnd{attempt.exitCode, attempt.signal, attempt.usage,   attempt.command,
                                 attempt.log,      *printed,       attempt.duration};
       }
       result.filesBefore = row.text();

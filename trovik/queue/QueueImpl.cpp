@@ -14,7 +14,8 @@ const char* const jobColumns =
     "started, ended";
 const char* const attemptColumns =
     "id, job, work, engine, first, last, number, state, rule, reason, lines, log, "
-    "command, exit_code, signal, good, again, started, ended, duration";
+    "command, exit_code, signal, good, again, started, ended, duration, user_time, system_time, "
+    "peak_memory, bytes_read, bytes_written";
 const char* const fileColumns = "id, attempt, frame, path, checked, problem, size, modified";
 
 Moment now() {
@@ -208,6 +209,7 @@ AttemptRecord readAttempt(Query& row, Database& database) {
   attempt.started = row.moment();
   attempt.ended = row.optionalMoment();
   attempt.duration = std::chrono::microseconds(row.number());
+  attempt.usage = row.usage();
   return attempt;
 }
 

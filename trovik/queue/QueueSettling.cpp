@@ -185,7 +185,7 @@ bool Queue::Impl::settleWorks(const Outcome& outcome, const Settling& settling, 
   const bool again = leftReady && open;
   Query(database, statements::endAttempt, outcome.attempt, nameOf(outcome.state), nameOf(outcome.rule),
         reason, linesText(outcome.lines), outcome.log, outcome.command, outcome.exitCode, outcome.signal,
-        good.text(), again, now(), outcome.duration.count())
+        good.text(), again, now(), outcome.duration.count(), outcome.usage)
       .run();
   Query(database, statements::dropUnchecked, outcome.attempt).run();
   for (const FileRecord& file : outcome.files) {

@@ -232,7 +232,16 @@ constexpr const char* version6 = R"sql(
 ALTER TABLE attempts ADD COLUMN files_before TEXT NOT NULL DEFAULT '';
 )sql";
 
-constexpr std::array steps = {version1, version2, version3, version4, version5, version6};
+// What the program of an attempt has used; null where that is not known.
+constexpr const char* version7 = R"sql(
+ALTER TABLE attempts ADD COLUMN user_time INTEGER;
+ALTER TABLE attempts ADD COLUMN system_time INTEGER;
+ALTER TABLE attempts ADD COLUMN peak_memory INTEGER;
+ALTER TABLE attempts ADD COLUMN bytes_read INTEGER;
+ALTER TABLE attempts ADD COLUMN bytes_written INTEGER;
+)sql";
+
+constexpr std::array steps = {version1, version2, version3, version4, version5, version6, version7};
 
 int numberOf(Database& database, const char* sql) {
   Query query(database, sql);

@@ -26,7 +26,8 @@ inline constexpr const char* startJob =
 inline constexpr const char* noteProcess =
     "UPDATE attempts SET process = ?2, files_before = ?3 WHERE id = ?1 AND state = 'running'";
 inline constexpr const char* noteEnd =
-    "UPDATE attempts SET exit_code = ?2, signal = ?3, command = ?4, log = ?5, printed = ?6, duration = ?7 "
+    "UPDATE attempts SET exit_code = ?2, signal = ?3, command = ?4, log = ?5, printed = ?6, duration = ?7, "
+    "user_time = ?8, system_time = ?9, peak_memory = ?10, bytes_read = ?11, bytes_written = ?12 "
     "WHERE id = ?1 AND state = 'running'";
 inline constexpr const char* isRunning = "SELECT 1 FROM attempts WHERE id = ?1 AND state = 'running'";
 inline constexpr const char* insertFile =
@@ -59,8 +60,9 @@ inline constexpr const char* otherOfFile =
     "ORDER BY w.first DESC LIMIT 1) = 'good' LIMIT 1";
 inline constexpr const char* endAttempt =
     "UPDATE attempts SET state = ?2, rule = ?3, reason = ?4, lines = ?5, log = ?6, command = ?7, "
-    "exit_code = ?8, signal = ?9, good = ?10, again = ?11, ended = ?12, duration = ?13, files_before = '' "
-    "WHERE id = ?1";
+    "exit_code = ?8, signal = ?9, good = ?10, again = ?11, ended = ?12, duration = ?13, "
+    "user_time = ?14, system_time = ?15, peak_memory = ?16, bytes_read = ?17, bytes_written = ?18, "
+    "files_before = '' WHERE id = ?1";
 inline constexpr const char* endWork = "UPDATE works SET state = ?2, tries = ?3, losses = ?4 WHERE id = ?1";
 inline constexpr const char* anyReady =
     "SELECT 1 FROM works INDEXED BY works_open WHERE job = ?1 AND state = 'ready' LIMIT 1";

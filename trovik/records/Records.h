@@ -2,6 +2,7 @@
 
 #include "host/application/FrameRange.h"
 #include "host/foundation/Path.h"
+#include "host/foundation/Process.h"
 #include "host/foundation/UID.h"
 #include "trovik/records/RunSet.h"
 
@@ -196,8 +197,9 @@ struct AttemptRecord {
   std::string command;            ///< the words as text for a shell
   int exitCode = 0;
   int signal = 0;
-  RunSet good;        ///< the frames that it left good
-  bool again = false; ///< what it left was to be tried again
+  std::optional<ProcessUsage> usage; ///< of its program; nothing where that is not known
+  RunSet good;                       ///< the frames that it left good
+  bool again = false;                ///< what it left was to be tried again
   Moment started{};
   std::optional<Moment> ended;
   std::chrono::microseconds duration{}; ///< by a steady clock
@@ -225,6 +227,7 @@ struct Outcome {
   std::string command;
   int exitCode = 0;
   int signal = 0;
+  std::optional<ProcessUsage> usage;
   RunSet good;           ///< frames that need no further work; all of them where the state is Good
   bool retryable = true; ///< false: a further attempt would end the same
   std::string alike;     ///< the reason without what differs from frame to frame
@@ -291,6 +294,7 @@ struct ClusterContact {
 struct ProgramEnd {
   int exitCode = 0;
   int signal = 0;
+  std::optional<ProcessUsage> usage{};
   std::string command;                  ///< the words as text for a shell
   std::string log;                      ///< empty when it printed nothing
   std::int64_t printed = 0;             ///< bytes

@@ -1,12 +1,16 @@
 #include "trovik/reports/JobStats.h"
 
+#include "host/foundation/Bytes.h"
 #include "trovik/records/Moments.h"
 #include "trovik/reports/AttemptText.h"
+#include "trovik/reports/UsageText.h"
 #include "trovik/text/Text.h"
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
+#include <optional>
 
 namespace trovik {
 namespace {
@@ -27,6 +31,11 @@ std::string percent(double part) {
   char text[32];
   std::snprintf(text, sizeof text, "%.1f %%", part * 100);
   return text;
+}
+
+/// The numbers come from a file, which may hold any.
+std::int64_t added(std::int64_t sum, std::int64_t number) {
+  return __builtin_add_overflow(sum, number, &sum) ? INT64_MAX : sum;
 }
 
 double rounded(double part) {
@@ -50,6 +59,7 @@ void JobStats::add(const JobRecord& job, const std::vector<AttemptRecord>& attem
     }
     ++attempts_;
     countFrames(job, attempt);
+    countUsage(job, attempt);
     const Duration duration = durationOf(attempt.duration);
     const auto length = std::chrono::duration_cast<std::chrono::microseconds>(duration);
     // Beyond what clocks give, adding could overflow.
@@ -79,6 +89,36 @@ void JobStats::countFrames(const JobRecord& job, const AttemptRecord& attempt) {
   } else {
     lost_ += duration - used;
   }
+}
+
+void JobStats::countUsage(const JobRecord& job, const AttemptRecord& attempt) {
+  if (!attempt.usage) {
+    return;
+  }
+  const ProcessUsage& usage = *attempt.usage;
+  ProcessUsage& sum = used_.sum;
+  sum.UserTime = added(sum.UserTime, usage.UserTime);
+  sum.SystemTime = added(sum.SystemTime, usage.SystemTime);
+  if (usage.BytesRead) {
+    sum.BytesRead = added(sum.BytesRead.value_or(0), *usage.BytesRead);
+  }
+  if (usage.BytesWritten) {
+    sum.BytesWritten = added(sum.BytesWritten.value_or(0), *usage.BytesWritten);
+  }
+  if (used_.memory.empty() || usage.PeakMemory > sum.PeakMemory) {
+    sum.PeakMemory = usage.PeakMemory;
+    used_.most = titleOf(attempt, job.hasFrames);
+    used_.job = job.id;
+  }
+  used_.memory.push_back(usage.PeakMemory);
+  used_.time += durationOf(attempt.duration);
+}
+
+std::int64_t JobStats::medianMemory() const {
+  std::vector<std::int64_t> memory = used_.memory;
+  const auto middle = memory.begin() + static_cast<std::ptrdiff_t>(memory.size() / 2);
+  std::nth_element(memory.begin(), middle, memory.end());
+  return *middle;
 }
 
 std::vector<JobStats::Timed> JobStats::sortedTimes() const {
@@ -182,6 +222,19 @@ std::string JobStats::text(const SlotsOf& slots, bool several) const {
   addLoss("failed", failed_);
   addLoss("canceled", canceled_);
   addLoss("lost", lost_);
+  if (!used_.memory.empty()) {
+    const ProcessUsage& sum = used_.sum;
+    const Duration processors = durationOf(std::chrono::microseconds(added(sum.UserTime, sum.SystemTime)));
+    char many[32];
+    std::snprintf(many, sizeof many, "%.1f", share(processors, used_.time));
+    text += entry("processors", durationText(processors) + "  " + many + " busy while a program ran");
+    text += entry("memory", "median " + BytesText(medianMemory()) + ", most " + BytesText(sum.PeakMemory) +
+                                "  " + used_.most + (several ? " of job " + std::to_string(used_.job) : ""));
+    if (sum.BytesRead || sum.BytesWritten) {
+      text += entry("files", "read " + BytesText(sum.BytesRead.value_or(0)) + ", wrote " +
+                                 BytesText(sum.BytesWritten.value_or(0)));
+    }
+  }
   const Use used = use(slots);
   if (used.slots > 0) {
     text += entry("slots", percent(std::min(1.0, share(used.busy, used.capacity))) + " used, of " +
@@ -228,6 +281,8 @@ void JobStats::fill(Json& document, const SlotsOf& slots) const {
                       {"failed", secondsOf(failed_)},
                       {"canceled", secondsOf(canceled_)},
                       {"lost", secondsOf(lost_)}};
+  document["usage"] = used_.memory.empty() ? Json(nullptr) : usageJson(used_.sum);
+  document["medianMemory"] = used_.memory.empty() ? Json(nullptr) : Json(medianMemory());
   document["lostShare"] = rounded(share(inVain(), whole));
   const Use used = use(slots);
   document["slots"] = used.slots > 0 ? Json(used.slots) : Json(nullptr);

@@ -42,6 +42,14 @@ private:
     JobRecord job;
     std::vector<ProgramShare> programs;
   };
+  /// What the programs of all attempts have used, where that is known.
+  struct Used {
+    ProcessUsage sum{};               ///< of its memory the most
+    Duration time{};                  ///< that they ran
+    std::string most;                 ///< the frames of the one with the most memory
+    JobId job = 0;                    ///< and their job
+    std::vector<std::int64_t> memory; ///< of each; none where nothing is known
+  };
   struct Use {
     Duration busy{};       ///< of all programs together
     Duration capacity{};   ///< slots times the time in which any of theirs ran
@@ -50,6 +58,8 @@ private:
   };
 
   void countFrames(const JobRecord& job, const AttemptRecord& attempt);
+  void countUsage(const JobRecord& job, const AttemptRecord& attempt);
+  std::int64_t medianMemory() const;
   std::vector<Timed> sortedTimes() const;
   Duration median() const;
   Duration mean() const;
@@ -65,6 +75,7 @@ private:
   Duration canceled_{};
   Duration lost_{};
   std::map<EngineId, std::vector<Interval>> intervals_;
+  Used used_;
   std::vector<Mixed> mixed_; // jobs that several programs rendered
 };
 

@@ -180,8 +180,9 @@ void declareReadingVerbs(CommandForm& form) {
       .job()
       .json("Print events as JSON, one a line, the summary last");
   declare(form, jobVerbs, "stats", showStats, Types::NotNeeded,
-          "Tells the times of frames, what retries cost, and how the slots were used.")
-      .argument("JOB", "[JOB]", &JobOptions::job, VerbForm<JobOptions>::jobDescription)
+          "Tells what frames took and used, what retries cost, and how the slots were used.")
+      .argument("JOB", "[JOB]", &StatsOptions::job, VerbForm<JobOptions>::jobDescription)
+      .flag("--csv", &StatsOptions::csv, "A line for each attempt as comma-separated values, instead")
       .json();
   declare(form, jobVerbs, "sheet", drawSheet, Types::NotNeeded,
           "Draws a job's images on one contact sheet, with the holes marked.")

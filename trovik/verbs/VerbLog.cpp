@@ -2,6 +2,7 @@
 #include "trovik/queue/JobView.h"
 #include "trovik/records/Moments.h"
 #include "trovik/reports/AttemptText.h"
+#include "trovik/reports/UsageText.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
@@ -171,6 +172,9 @@ std::string headText(const Console& console, const JobView& view, const AttemptR
              attempt.rule != VerdictRule::Cluster) {
     text += entry("ended", "with exit code " + std::to_string(attempt.exitCode));
   }
+  if (attempt.usage) {
+    text += entry("used", usageText(*attempt.usage));
+  }
   const auto deciding = decidingLine(attempt);
   for (std::size_t i = 0; i < attempt.lines.size(); ++i) {
     const std::string line = console.shown(attempt.lines[i]);
@@ -218,6 +222,7 @@ Json attemptJson(const JobView& view, const AttemptRecord& attempt, Moment now) 
   json["signal"] = attempt.signal == 0 ? Json(nullptr) : Json(attempt.signal);
   json["started"] = secondsOf(attempt.started);
   json["seconds"] = secondsOf(timeOf(attempt, now));
+  json["usage"] = usageJson(attempt.usage);
   json["log"] = end.there ? Json(log.Text()) : Json(nullptr);
   json["bytes"] = end.bytes;
   json["last"] = end.lines;

@@ -1,13 +1,35 @@
+#include "trovik/reports/AttemptTable.h"
 #include "trovik/reports/JobStats.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
 #include "trovik/verbs/Session.h"
 #include "trovik/verbs/Verbs.h"
 
-namespace trovik {
+#include <string>
+#include <vector>
 
-int showStats(Session& session, const JobOptions& options) {
+namespace trovik {
+namespace {
+
+void printAttempts(Console& console, const JobRecord& job, const std::vector<AttemptRecord>& attempts) {
+  std::string text;
+  for (const AttemptRecord& attempt : attempts) {
+    if (attempt.state != AttemptState::Running) {
+      text += attemptTableRow(job, attempt);
+    }
+  }
+  if (!text.empty()) {
+    console.print(text);
+  }
+}
+
+} // namespace
+
+int showStats(Session& session, const StatsOptions& options) {
   Console& console = session.console();
+  if (options.csv && options.json) {
+    throw UsageError{"--csv and --json exclude each other", "leave one of them out"};
+  }
   const std::unique_ptr<Queue> queue = collectedQueue(session);
   const bool several = !options.job;
   std::vector<JobRecord> jobs;
@@ -15,6 +37,13 @@ int showStats(Session& session, const JobOptions& options) {
     jobs.push_back(findJob(queue.get(), *options.job));
   } else if (queue != nullptr) {
     jobs = queue->jobs();
+  }
+  if (options.csv) {
+    console.print(attemptTableHead());
+    for (const JobRecord& job : jobs) {
+      printAttempts(console, job, queue->attempts(job.id));
+    }
+    return exitGood;
   }
   JobStats stats;
   for (const JobRecord& job : jobs) {

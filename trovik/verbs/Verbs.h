@@ -120,8 +120,12 @@ struct JobOptions : CommonOptions {
 };
 int showJob(Session& session, const JobOptions& options);
 int watchJob(Session& session, const JobOptions& options);
+
 /// Of all jobs where none is named.
-int showStats(Session& session, const JobOptions& options);
+struct StatsOptions : JobOptions {
+  bool csv = false; ///< a line for each attempt, instead
+};
+int showStats(Session& session, const StatsOptions& options);
 
 struct LogOptions : JobOptions {
   std::optional<std::string> frame;

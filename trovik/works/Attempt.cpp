@@ -137,6 +137,7 @@ std::optional<ProgramEnd> Attempt::takeEnd(Clock::time_point now) {
   ProgramEnd end;
   end.exitCode = run_->Exit().Code;
   end.signal = run_->Exit().Signal;
+  end.usage = run_->Exit().Usage;
   end.command = outcome_.command;
   end.log = log_->file().Text();
   end.printed = logBytes_;
@@ -191,6 +192,7 @@ void Attempt::describe(int status) {
   if (run_) {
     outcome_.exitCode = run_->Exit().Code;
     outcome_.signal = run_->Exit().Signal;
+    outcome_.usage = run_->Exit().Usage;
   }
   outcome_.good = result_.good;
   outcome_.retryable = process_->IsWorthRepeating();

@@ -194,7 +194,9 @@ void Recovery::judge() {
     return;
   }
   if (logWasRead_ && lost_.end) {
-    process->FinishWork({lost_.end->exitCode, lost_.end->signal});
+    // What it used says nothing of the memory of another machine than its own.
+    process->FinishWork(
+        {lost_.end->exitCode, lost_.end->signal, lost_.onThisMachine ? lost_.end->usage : std::nullopt});
     takeVerdict(*process);
   } else if (logWasRead_) {
     process->FinishWork({128 + SIGKILL, SIGKILL});
@@ -229,6 +231,7 @@ void Recovery::takeVerdict(const ProcessJob& process) {
   if (lost_.end) {
     outcome_.exitCode = lost_.end->exitCode;
     outcome_.signal = lost_.end->signal;
+    outcome_.usage = lost_.end->usage;
   }
   if (!good) {
     outcome_.lines = tail_.lines();

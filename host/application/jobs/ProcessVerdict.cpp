@@ -1,11 +1,13 @@
 #include "host/application/jobs/NoteText.h"
 #include "host/application/jobs/ProcessJob.h"
 #include "host/application/jobs/RequiredTexts.h"
+#include "host/foundation/Bytes.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
 
 #include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <cstring>
 #include <string>
 
@@ -26,6 +28,17 @@ String SignalText(int signal) {
   const char* description = sigdescr_np(signal);
   return "Killed by signal " + std::to_string(signal) +
          (description == nullptr ? String::Null : String(" (") + description + ")");
+}
+
+// What points to a lack of memory: then the kernel kills who holds most of it,
+// by the one signal that nobody can answer.
+String MemoryText(const ProcessExit& exit) {
+  const std::int64_t machine = MachineMemory();
+  if (exit.Signal != SIGKILL || !exit.Usage.has_value() || machine == 0 ||
+      exit.Usage->PeakMemory < machine / 2) {
+    return String::Null;
+  }
+  return " after " + BytesText(exit.Usage->PeakMemory) + " of memory; the machine has " + BytesText(machine);
 }
 
 String LastLineText(const OutputTail& output) {
@@ -118,7 +131,7 @@ int ProcessJob::JudgeSignal(const ProcessExit& exit) {
   if (!looked) {
     LookAtFiles(k_StatusFailed);
   }
-  return Fail(Rule::Signal, SignalText(exit.Signal) + LastLineText(m_Output));
+  return Fail(Rule::Signal, SignalText(exit.Signal) + MemoryText(exit) + LastLineText(m_Output));
 }
 
 int ProcessJob::JudgeResult(const ProcessExit& exit) {

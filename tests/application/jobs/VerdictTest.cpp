@@ -1,3 +1,4 @@
+#include "host/foundation/Bytes.h"
 #include "tests/application/jobs/TestJob.h"
 
 #include <csignal>
@@ -161,6 +162,23 @@ TEST_F(Verdict, SignalIsStrongerThanSuccessExitCodes) {
   job.SetParameter(p_SuccessExitCodes, "0-255");
   EXPECT_EQ(job.FinishWork(Killed(SIGKILL)), k_StatusFailed);
   EXPECT_EQ(job.Note(), "Killed by signal 9 (Killed)");
+}
+
+TEST_F(Verdict, KillOfAProgramThatHeldMostOfTheMemoryTellsIt) {
+  const std::int64_t machine = MachineMemory();
+  const auto noteOf = [this](int signal, std::int64_t memory) {
+    TestJob& job = Started();
+    job.WorkLine("tile 3");
+    ProcessExit exit = Killed(signal);
+    exit.Usage = ProcessUsage{0, 0, memory};
+    EXPECT_EQ(job.FinishWork(exit), k_StatusFailed);
+    return job.Note();
+  };
+  EXPECT_EQ(noteOf(SIGKILL, machine / 4 * 3),
+            "Killed by signal 9 (Killed) after " + BytesText(machine / 4 * 3) +
+                " of memory; the machine has " + BytesText(machine) + "; last line: tile 3");
+  EXPECT_EQ(noteOf(SIGKILL, machine / 4), "Killed by signal 9 (Killed); last line: tile 3");
+  EXPECT_EQ(noteOf(SIGSEGV, machine), "Killed by signal 11 (Segmentation fault); last line: tile 3");
 }
 
 TEST_F(Verdict, CrashAfterASuccessTextAndAGoodFileIsForgiven) {

@@ -7,7 +7,7 @@ run 1 run sketch shot_0001.txt --slots 1
 
 run 0 log last
 sed -e 's/started [0-9-]* [0-9:]*, took [0-9.]* s/started DATE, took TIME/' -e 's/  [0-9]* bytes$/  SIZE/' \
-  "$TMP/out" >"$TMP/log"
+  -e 's/^\(used     \)[0-9.]* s of processors, [0-9.]* MB of memory.*/\1LITTLE/' "$TMP/out" >"$TMP/log"
 mv "$TMP/log" "$TMP/out"
 out_is <<'END'
 failed  2  job 1, attempt 1, started DATE, took TIME
@@ -15,6 +15,7 @@ reason   Error line: fatal: TMP/work/shot_0002.txt is broken
 rule     an error line
 command  /bin/sh -c ". ./\$0" draw.sh TMP/work/shot_0002.txt TMP/work/images
 ended    with exit code 3
+used     LITTLE
   | drawing TMP/work/shot_0002.txt
   | reading
   > fatal: TMP/work/shot_0002.txt is broken

@@ -34,7 +34,7 @@ out_is <<'END'
 trovik s ->
   sheet|Draws a job's images on one contact sheet, with the holes marked.
   show|Tells how a job stands, why its frames failed, and what to do next.
-  stats|Tells the times of frames, what retries cost, and how the slots were used.
+  stats|Tells what frames took and used, what retries cost, and how the slots were used.
   submit|Puts a job into the queue, for an engine to work off.
 trovik run T ->
   Two Words|Has a name of two words.

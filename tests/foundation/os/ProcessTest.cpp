@@ -120,6 +120,24 @@ TEST(ProcessTest, DeathBySignalIs128PlusSignal) {
   EXPECT_EQ(result.Signal, 9);
 }
 
+TEST(ProcessTest, WhatAProgramHasUsedIsKnownWhenItHasEnded) {
+  for (const char* verb : {"use", "use-below"}) {
+    const ProcessExit result = ExitOf(StartOf({verb, "200", "300"}));
+    EXPECT_EQ(result.Code, 0);
+    ASSERT_TRUE(result.Usage.has_value());
+    EXPECT_GE(result.Usage->UserTime + result.Usage->SystemTime, 300'000) << verb;
+    EXPECT_GE(result.Usage->PeakMemory, 200'000'000) << verb;
+    EXPECT_TRUE(result.Usage->BytesRead.has_value()) << verb;
+    EXPECT_TRUE(result.Usage->BytesWritten.has_value()) << verb;
+  }
+}
+
+TEST(ProcessTest, WhatAKilledProgramHasUsedIsKnown) {
+  const ProcessExit result = ExitOf(StartOf({"die", std::to_string(SIGKILL)}));
+  ASSERT_TRUE(result.Usage.has_value());
+  EXPECT_GT(result.Usage->PeakMemory, 0);
+}
+
 TEST(ProcessTest, OutputAndErrorsComeThroughOnePipeInTheirOrder) {
   EXPECT_EQ(OutputOf(StartOf({"both"})), "one\ntwo\nthree\n");
 }

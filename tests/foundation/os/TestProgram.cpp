@@ -1,6 +1,7 @@
 // A program for the tests of Process: its first argument says what to do.
 
 #include <fcntl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -8,10 +9,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <functional>
 #include <map>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -116,6 +119,26 @@ int Die(Arguments arguments) {
   return 99;
 }
 
+// Holds so many megabytes, and keeps a processor busy for so many milliseconds.
+int Use(Arguments arguments) {
+  const std::vector<char> memory(static_cast<std::size_t>(std::atoi(arguments[0])) * 1'000'000, 'x');
+  const clock_t end = clock() + static_cast<clock_t>(std::atoi(arguments[1])) * (CLOCKS_PER_SEC / 1000);
+  while (clock() < end) {
+  }
+  return memory.back() == 'x' ? 0 : 1;
+}
+
+// The same, in a program that this one starts and waits for.
+int UseBelow(Arguments arguments) {
+  const pid_t child = fork();
+  if (child == 0) {
+    _exit(Use(arguments));
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  return status;
+}
+
 int WaitForSignal(Arguments) {
   Say("ready\n");
   PauseForever();
@@ -201,6 +224,8 @@ int main(int count, char** arguments) {
       {"both", SayOnBoth},
       {"exit", Exit},
       {"die", Die},
+      {"use", Use},
+      {"use-below", UseBelow},
       {"wait", WaitForSignal},
       {"ignore", Ignore},
       {"polite", EndPolitely},

@@ -170,6 +170,9 @@ TEST_F(JobFolderTest, EndComesBackAsItWas) {
     end.outcome.command = "'pro gram' 1";
     end.outcome.exitCode = 3;
     end.outcome.signal = 9;
+    if (by != WorkEnd::By::GivenUp) {
+      end.outcome.usage = ProcessUsage{1500000, 20000, 812 << 20, std::nullopt, 4096};
+    }
     end.outcome.good.add({1, 2});
     end.outcome.good.add({9, 9});
     end.outcome.retryable = false;
@@ -195,6 +198,7 @@ TEST_F(JobFolderTest, EndComesBackAsItWas) {
     EXPECT_EQ(read.outcome.command, end.outcome.command);
     EXPECT_EQ(read.outcome.exitCode, end.outcome.exitCode);
     EXPECT_EQ(read.outcome.signal, end.outcome.signal);
+    EXPECT_EQ(read.outcome.usage, end.outcome.usage);
     EXPECT_EQ(read.outcome.good.text(), "1-2,9");
     EXPECT_EQ(read.outcome.retryable, end.outcome.retryable);
     EXPECT_EQ(read.outcome.alike, end.outcome.alike);
@@ -202,6 +206,21 @@ TEST_F(JobFolderTest, EndComesBackAsItWas) {
     ASSERT_EQ(read.outcome.files.size(), 2U);
     expectEqual(read.outcome.files[0], end.outcome.files[0]);
     expectEqual(read.outcome.files[1], end.outcome.files[1]);
+  }
+}
+
+TEST(FolderForms, EndInABeatComesBackWithAndWithoutWhatWasUsed) {
+  for (const std::optional<ProcessUsage>& usage :
+       {std::optional<ProcessUsage>(), std::optional(ProcessUsage{1, 2, 3, 4, 5}),
+        std::optional(ProcessUsage{1, 2, 3, std::nullopt, std::nullopt})}) {
+    WorkBeat beat;
+    beat.count = 1;
+    beat.stage = "checking";
+    beat.end = ProcessExit{137, 9, usage};
+    const WorkBeat read = beatFromForm(formOf(beat));
+    ASSERT_TRUE(read.end.has_value());
+    EXPECT_EQ(read.end->Signal, 9);
+    EXPECT_EQ(read.end->Usage, usage);
   }
 }
 

@@ -141,11 +141,14 @@ TEST_F(LostWorkTest, NoFileCountsWhereNobodyKnowsWhatWasThere) {
 TEST_F(LostWorkTest, AFrameWhoseProgramHadFailedFailsWithItsReason) {
   const JobId id = submitImages(1);
   const std::string output = "image a_1.drw\nno more memory\n";
-  loseWithLog(output, endOf(output, 3));
+  ProgramEnd end = endOf(output, 3);
+  end.usage = ProcessUsage{5000000, 100000, 12000000000, 7, std::nullopt};
+  loseWithLog(output, end);
   EXPECT_TRUE(workOff(id).allGood());
   EXPECT_EQ(recorder.events, (Events{"run 1 frames=1 works=1 slots=1",
                                      "failed 1 again: Exit code 3; last line: no more memory", "start 1 2/2",
                                      "image 1 a_1.drw", "good 1"}));
+  EXPECT_EQ(queue.attempts(id).at(0).usage, end.usage);
   EXPECT_EQ(queue.attempts(id).at(0).lines, (std::vector<std::string>{"image a_1.drw", "no more memory"}));
   EXPECT_EQ(queue.attempts(id).at(0).exitCode, 3);
 }

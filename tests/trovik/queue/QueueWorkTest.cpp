@@ -191,6 +191,7 @@ TEST_F(QueueWork, TheAttemptKeepsAllThatWasSaidOfIt) {
   outcome.log = "/logs/1-3.log";
   outcome.command = "/bin/sketch --frames 1-3";
   outcome.exitCode = 3;
+  outcome.usage = ProcessUsage{1500000, 20000, 812 << 20, 4096, std::nullopt};
   outcome.signal = 11;
   outcome.duration = std::chrono::microseconds(1234567);
   queue.settle(outcome);
@@ -209,6 +210,7 @@ TEST_F(QueueWork, TheAttemptKeepsAllThatWasSaidOfIt) {
   EXPECT_EQ(record.command, outcome.command);
   EXPECT_EQ(record.exitCode, 3);
   EXPECT_EQ(record.signal, 11);
+  EXPECT_EQ(record.usage, outcome.usage);
   EXPECT_EQ(record.good.text(), "2");
   EXPECT_EQ(record.duration, outcome.duration);
   EXPECT_TRUE(record.ended.has_value());

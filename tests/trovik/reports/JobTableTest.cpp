@@ -118,7 +118,9 @@ TEST_F(Jobs, ANamedQueueThatIsNotThereIsRefusedAndStaysAway) {
   EXPECT_EQ(refusalOf([&] { call(listJobs, options); }).message, message);
   JobOptions job = optionsFor();
   job.state = named;
-  EXPECT_EQ(refusalOf([&] { call(showStats, job); }).message, message);
+  StatsOptions stats;
+  stats.state = named;
+  EXPECT_EQ(refusalOf([&] { call(showStats, stats); }).message, message);
   job.job = "last";
   EXPECT_EQ(refusalOf([&] { call(showJob, job); }).message, message);
   EXPECT_EQ(access(directory.file("none").c_str(), F_OK), -1);

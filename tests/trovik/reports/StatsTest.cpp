@@ -53,6 +53,42 @@ TEST(Stats, TellTimesLossesAndUse) {
                                          "throughput  480 frames an hour, in 45 s\n");
 }
 
+TEST(Stats, TellWhatProgramsHaveUsed) {
+  const auto used = [](AttemptRecord attempt, const ProcessUsage& usage) {
+    attempt.usage = usage;
+    return attempt;
+  };
+  JobStats stats;
+  stats.add(jobWith(3), {used(attemptOf("1", 0s, 10s), {18000000, 1000000, 1500000000, 2000000, 40000}),
+                         used(attemptOf("2-5", 0s, 20s), {20000000, 0, 900000000, 0, std::nullopt}),
+                         used(attemptOf("6", 10s, 30s, AttemptState::Failed),
+                              {61000000, 20000000, 11800000000, std::nullopt, std::nullopt}),
+                         attemptOf("7", 10s, 30s)});
+  std::string text = stats.text(twoSlots, false);
+  text = text.substr(text.find("processors"));
+  EXPECT_EQ(text.substr(0, text.find("slots")), "processors  2 min 00 s  2.0 busy while a program ran\n"
+                                                "memory      median 1.5 GB, most 11.8 GB  6\n"
+                                                "files       read 2 MB, wrote 40 kB\n");
+  Json document;
+  stats.fill(document, twoSlots);
+  EXPECT_EQ(document["usage"].dump(),
+            R"({"user":99.0,"system":21.0,"memory":11800000000,"read":2000000,"written":40000})");
+  EXPECT_EQ(document["medianMemory"], 1500000000);
+  EXPECT_NE(stats.text(twoSlots, true).find("most 11.8 GB  6 of job 3\n"), std::string::npos);
+}
+
+TEST(Stats, HostileNumbersOfUseAreNoReasonToOverflow) {
+  JobStats stats;
+  AttemptRecord attempt = attemptOf("1", 0s, 0s);
+  attempt.usage = ProcessUsage{INT64_MAX, INT64_MAX, INT64_MAX, INT64_MAX, INT64_MIN};
+  stats.add(jobWith(1), {attempt, attempt});
+  Json document;
+  stats.fill(document, twoSlots);
+  EXPECT_EQ(document["usage"]["read"], INT64_MAX);
+  EXPECT_NE(stats.text(twoSlots, false).find("memory      median 9.2 EB"), std::string::npos)
+      << stats.text(twoSlots, false);
+}
+
 AttemptRecord renderedBy(const std::string& program, AttemptRecord attempt) {
   attempt.command = program + " -x " + std::to_string(attempt.run.First);
   return attempt;
@@ -147,12 +183,13 @@ TEST(Stats, JsonHoldsTheSame) {
   stats.add(jobWith(3), {attemptOf("1", 0s, 10s), attemptOf("2", 0s, 30s, AttemptState::Failed)});
   Json document;
   stats.fill(document, twoSlots);
-  EXPECT_EQ(document.dump(),
-            R"({"jobs":1,"attempts":2,"frames":1,"median":10.0,"mean":10.0,)"
-            R"("fastest":{"job":3,"frames":"1","seconds":10.0},)"
-            R"("slowest":[{"job":3,"frames":"1","seconds":10.0}],)"
-            R"("programs":[],"time":{"good":10.0,"failed":30.0,"canceled":0.0,"lost":0.0},"lostShare":0.75,)"
-            R"("slots":2,"slotsUsed":0.6667,"wall":30.0,"framesPerHour":120.0})");
+  EXPECT_EQ(
+      document.dump(),
+      R"({"jobs":1,"attempts":2,"frames":1,"median":10.0,"mean":10.0,)"
+      R"("fastest":{"job":3,"frames":"1","seconds":10.0},)"
+      R"("slowest":[{"job":3,"frames":"1","seconds":10.0}],)"
+      R"("programs":[],"time":{"good":10.0,"failed":30.0,"canceled":0.0,"lost":0.0},"usage":null,"medianMemory":null,"lostShare":0.75,)"
+      R"("slots":2,"slotsUsed":0.6667,"wall":30.0,"framesPerHour":120.0})");
 }
 
 TEST(Stats, RecordsThatNoClockCouldHaveGivenDoNoHarm) {

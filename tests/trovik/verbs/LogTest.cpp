@@ -13,12 +13,15 @@ protected:
     return options;
   }
 
+  std::optional<ProcessUsage> usage; // of the next program
+
   /// The next work fails, and leaves a log.
   void fail(const std::string& log) {
     const Claim claim = take();
     Outcome outcome = failed(claim.attempt, "Error line: fatal: bad scene");
     outcome.lines = {"reading", "fatal: bad scene", "giving up"};
     outcome.exitCode = 3;
+    outcome.usage = usage;
     outcome.command = "sketch --frames " + std::string(claim.run.Text());
     outcome.duration = std::chrono::seconds(12);
     outcome.log = directory.write("logs/1/" + std::string(claim.run.Text()) + ".log", log);
@@ -43,6 +46,33 @@ TEST_F(Log, AFailureTellsVerdictDecidingLinesAndTheEndOfTheLog) {
                                                     "  | fatal: bad scene\n"
                                                     "  | giving up\n"
                                                     "  | removing temporary files\n");
+}
+
+TEST_F(Log, WhatTheProgramHasUsedIsTold) {
+  queue.submit(jobOf("1,3,2"));
+  usage = ProcessUsage{62000000, 1400000, 1830000000, 3100000000, 20000};
+  fail("giving up\n");
+  LogOptions options = optionsAt("1");
+  const std::string text = call(showLog, options).out;
+  EXPECT_NE(text.find("ended    with exit code 3\n"
+                      "used     1 min 03 s of processors, 1.8 GB of memory, read 3.1 GB, wrote 20 kB\n"),
+            std::string::npos)
+      << text;
+  options.json = true;
+  const Json document = Json::parse(call(showLog, options).out);
+  EXPECT_EQ(document.at("attempts").at(0).at("usage").dump(),
+            R"({"user":62.0,"system":1.4,"memory":1830000000,"read":3100000000,"written":20000})");
+
+  usage = ProcessUsage{INT64_MAX, INT64_MAX, INT64_MAX, std::nullopt, std::nullopt};
+  fail("giving up\n");
+  options = optionsAt("3");
+  EXPECT_NE(call(showLog, options).out.find(" of processors, 9.2 EB of memory\n"), std::string::npos);
+
+  usage = ProcessUsage{0, 0, 999, std::nullopt, std::nullopt};
+  fail("giving up\n");
+  options = optionsAt("2");
+  EXPECT_NE(call(showLog, options).out.find("used     0.0 s of processors, 999 bytes of memory\n"),
+            std::string::npos);
 }
 
 TEST_F(Log, WhatEndsWithTheDecidingLinesIsNotToldTwice) {
@@ -178,7 +208,7 @@ TEST_F(Log, JsonHoldsTheSame) {
             R"({"frames":"1","attempt":1,"state":"failed","rule":"error line",)"
             R"("reason":"Error line: fatal: bad scene","lines":["reading","fatal: bad scene","giving up"],)"
             R"("deciding":"fatal: bad scene","good":"","command":"sketch --frames 1-1","exitCode":3,)"
-            R"("signal":null,"seconds":12.0,"log":")" +
+            R"("signal":null,"seconds":12.0,"usage":null,"log":")" +
                 directory.file("logs/1/1-1.log") + R"(","bytes":10,"last":["giving up"]})");
 }
 
