@@ -1,15 +1,13 @@
 #include "trovik/imagetool/Decoder.h"
 
+#include "trovik/imagetool/FileBytes.h"
 #include "trovik/imagetool/Limits.h"
+#include "trovik/imagetool/TiffStructure.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <fstream>
 #include <functional>
-#include <optional>
-#include <set>
-#include <vector>
 
 // Decoders are built to show as much of a file as they can, so some of them
 // take what is missing as black: OpenImageIO reads a DPX or PNM file that was
@@ -21,89 +19,9 @@
 namespace trovik::image {
 namespace {
 
-/// The file ends before what it announces.
-struct EarlyEnd {};
-
-/// Anything else that is wrong.
-struct Flaw {
-  std::string text;
-};
-
-enum class Order { Big, Little };
-
-/// The bytes of a file, read one after the other. Reading or skipping beyond
-/// the end raises EarlyEnd.
-class Bytes {
-public:
-  explicit Bytes(const std::string& file) {
-    if (buffer_.open(file, std::ios::in | std::ios::binary) != nullptr) {
-      size_ = static_cast<std::uint64_t>(std::max<std::streamoff>(buffer_.pubseekoff(0, std::ios::end), 0));
-      buffer_.pubseekpos(0);
-    }
-  }
-
-  std::uint64_t size() const { return size_; }
-  std::uint64_t position() const { return position_; }
-  Order order = Order::Big;
-
-  void seek(std::uint64_t position) {
-    if (position > size_) {
-      throw EarlyEnd{};
-    }
-    buffer_.pubseekpos(static_cast<std::streamoff>(position));
-    position_ = position;
-  }
-  void skip(std::uint64_t count) {
-    if (count > size_ - position_) {
-      throw EarlyEnd{};
-    }
-    if (count > 0) {
-      seek(position_ + count);
-    }
-  }
-  unsigned next() {
-    const int byte = buffer_.sbumpc();
-    if (byte < 0) {
-      throw EarlyEnd{};
-    }
-    ++position_;
-    return static_cast<unsigned>(byte);
-  }
-  std::uint64_t number(int bytes) {
-    std::uint64_t value = 0;
-    for (int i = 0; i < bytes; ++i) {
-      const std::uint64_t byte = next();
-      value = order == Order::Big ? value << 8U | byte : value | byte << (8U * static_cast<unsigned>(i));
-    }
-    return value;
-  }
-  std::uint64_t numberAt(std::uint64_t position, int bytes) {
-    seek(position);
-    return number(bytes);
-  }
-  std::string text(std::size_t count) {
-    std::string out;
-    for (std::size_t i = 0; i < count; ++i) {
-      out += static_cast<char>(next());
-    }
-    return out;
-  }
-
-private:
-  std::filebuf buffer_;
-  std::uint64_t size_ = 0;
-  std::uint64_t position_ = 0;
-};
-
-void requireBytes(const Bytes& bytes, std::uint64_t offset, std::uint64_t count) {
-  if (offset > bytes.size() || count > bytes.size() - offset) {
-    throw EarlyEnd{};
-  }
-}
-
 /// A sequence of segments and of compressed data, in which a marker byte is
 /// followed by zero. Whatever the scans are, the end marker must come.
-void checkJpeg(Bytes& bytes) {
+void checkJpeg(FileBytes& bytes) {
   bytes.skip(2);
   for (;;) {
     while (bytes.next() != 0xff) {
@@ -124,7 +42,7 @@ void checkJpeg(Bytes& bytes) {
 }
 
 /// The decoder stops when it has all pixels, before the last chunk.
-void checkPng(Bytes& bytes) {
+void checkPng(FileBytes& bytes) {
   bytes.skip(8);
   std::string type;
   while (type != "IEND") {
@@ -134,14 +52,14 @@ void checkPng(Bytes& bytes) {
   }
 }
 
-void skipGifBlocks(Bytes& bytes) {
+void skipGifBlocks(FileBytes& bytes) {
   while (const unsigned length = bytes.next()) {
     bytes.skip(length);
   }
 }
 
 /// The decoder takes a broken later picture as the end of the animation.
-void checkGif(Bytes& bytes) {
+void checkGif(FileBytes& bytes) {
   const auto skipPalette = [&bytes](unsigned flags) {
     if ((flags & 0x80U) != 0) {
       bytes.skip(std::uint64_t{3} << ((flags & 7U) + 1));
@@ -171,87 +89,12 @@ void checkGif(Bytes& bytes) {
   }
 }
 
-struct TiffArray {
-  std::uint64_t count = 0;
-  std::uint64_t position = 0;
-  int width = 0; ///< bytes of one number
-  std::uint64_t at(Bytes& bytes, std::uint64_t index) const {
-    return bytes.numberAt(position + index * static_cast<std::uint64_t>(width), width);
-  }
-};
-
-/// The bytes of one value of a type; 0 for a type of a later day.
-int tiffWidth(std::uint64_t type) {
-  static constexpr std::array<int, 19> widths = {0, 1, 1, 2, 4, 8, 1, 1, 2, 4, 8, 4, 8, 4, 0, 0, 8, 8, 8};
-  return type < widths.size() ? widths[type] : 0;
-}
-
-/// The values of every tag, since some writers put the directory and its values
-/// behind the pixels, and decoders do without those that they do not need. Strips
-/// only where they are compressed as JPEG: those decoders fill up what is missing,
-/// while the others notice, and some writers announce a last strip that is longer
-/// than it need be.
-void checkTiffDirectory(Bytes& bytes, bool big, std::uint64_t entries) {
-  std::optional<TiffArray> offsets;
-  std::optional<TiffArray> counts;
-  std::uint64_t compression = 1;
-  const std::uint64_t start = bytes.position();
-  for (std::uint64_t i = 0; i < entries; ++i) {
-    bytes.seek(start + i * (big ? 20 : 12));
-    const std::uint64_t tag = bytes.number(2);
-    const std::uint64_t type = bytes.number(2);
-    TiffArray array;
-    array.count = bytes.number(big ? 8 : 4);
-    array.width = tiffWidth(type);
-    array.position = bytes.position();
-    if (array.width == 0) {
-      continue;
-    }
-    const std::uint64_t size = product({array.count, static_cast<std::uint64_t>(array.width)});
-    if (size > (big ? 8 : 4)) {
-      array.position = bytes.number(big ? 8 : 4);
-    }
-    requireBytes(bytes, array.position, size);
-    if (tag == 259) {
-      compression = array.at(bytes, 0);
-    } else if (tag == 273 || tag == 324) {
-      offsets = array;
-    } else if (tag == 279 || tag == 325) {
-      counts = array;
-    }
-  }
-  const bool jpeg = compression == 6 || compression == 7;
-  if (jpeg && offsets && counts) {
-    for (std::uint64_t i = 0; i < std::min(offsets->count, counts->count); ++i) {
-      const std::uint64_t offset = offsets->at(bytes, i);
-      requireBytes(bytes, offset, counts->at(bytes, i));
-    }
-  }
-}
-
-void checkTiff(Bytes& bytes) {
-  bytes.order = bytes.text(2) == "II" ? Order::Little : Order::Big;
-  const bool big = bytes.number(2) == 43;
-  bytes.skip(big ? 4 : 0);
-  std::set<std::uint64_t> seen;
-  std::uint64_t directory = bytes.number(big ? 8 : 4);
-  while (directory != 0 && seen.insert(directory).second) {
-    bytes.seek(directory);
-    const std::uint64_t entries = bytes.number(big ? 8 : 2);
-    const std::uint64_t size = product({entries, big ? 20U : 12U});
-    requireBytes(bytes, bytes.position(), size);
-    const std::uint64_t start = bytes.position();
-    checkTiffDirectory(bytes, big, entries);
-    directory = bytes.numberAt(start + size, big ? 8 : 4);
-  }
-}
-
 bool isBlank(unsigned byte) {
   return byte == ' ' || (byte >= '\t' && byte <= '\r');
 }
 
 /// The next word of a PNM header, and the one character behind it taken too.
-std::string pnmWord(Bytes& bytes) {
+std::string pnmWord(FileBytes& bytes) {
   unsigned byte = bytes.next();
   while (isBlank(byte) || byte == '#') {
     if (byte == '#') {
@@ -269,7 +112,7 @@ std::string pnmWord(Bytes& bytes) {
   return word;
 }
 
-std::uint64_t pnmNumber(Bytes& bytes) {
+std::uint64_t pnmNumber(FileBytes& bytes) {
   const std::string word = pnmWord(bytes);
   std::uint64_t value = 0;
   for (const char character : word) {
@@ -282,7 +125,7 @@ std::uint64_t pnmNumber(Bytes& bytes) {
 }
 
 /// So many numbers as text; in bitmaps every digit is a number by itself.
-void requirePnmNumbers(Bytes& bytes, std::uint64_t count, bool digits) {
+void requirePnmNumbers(FileBytes& bytes, std::uint64_t count, bool digits) {
   bool inside = false;
   while (count > 0) {
     const unsigned byte = bytes.next();
@@ -297,7 +140,7 @@ void requirePnmNumbers(Bytes& bytes, std::uint64_t count, bool digits) {
   }
 }
 
-void checkPnm(Bytes& bytes) {
+void checkPnm(FileBytes& bytes) {
   const std::string magic = pnmWord(bytes);
   if (magic.size() != 2 || magic.front() != 'P') {
     throw Flaw{"the header is not understood"};
@@ -354,7 +197,7 @@ std::uint64_t dpxSamples(unsigned descriptor) {
 
 /// The length in the header is often wrong, so the bytes that the pixels need
 /// are reckoned. Run lengths cannot be.
-void checkDpx(Bytes& bytes) {
+void checkDpx(FileBytes& bytes) {
   bytes.order = bytes.text(4) == "XPDS" ? Order::Little : Order::Big;
   const std::uint64_t imageOffset = bytes.number(4);
   const std::uint64_t elements = std::min<std::uint64_t>(bytes.numberAt(770, 2), 8);
@@ -379,20 +222,20 @@ void checkDpx(Bytes& bytes) {
 }
 
 /// The decoder reads chunks until there are no more.
-void checkIff(Bytes& bytes) {
+void checkIff(FileBytes& bytes) {
   bytes.skip(4);
   const std::uint64_t size = bytes.number(4);
   requireBytes(bytes, bytes.position(), size);
 }
 
-void requireCodestreamEnd(Bytes& bytes, std::uint64_t end) {
+void requireCodestreamEnd(FileBytes& bytes, std::uint64_t end) {
   if (end < 2 || bytes.numberAt(end - 2, 2) != 0xffd9) {
     throw Flaw{"the end marker is missing"};
   }
 }
 
 /// JP2 and the formats of the HEIF family are a row of boxes.
-void checkBoxes(Bytes& bytes) {
+void checkBoxes(FileBytes& bytes) {
   while (bytes.position() < bytes.size()) {
     const std::uint64_t start = bytes.position();
     std::uint64_t length = bytes.number(4);
@@ -413,7 +256,7 @@ void checkBoxes(Bytes& bytes) {
   }
 }
 
-void checkJpeg2000(Bytes& bytes) {
+void checkJpeg2000(FileBytes& bytes) {
   const bool codestream = bytes.number(4) == 0xff4fff51;
   bytes.seek(0);
   if (codestream) {
@@ -426,7 +269,7 @@ void checkJpeg2000(Bytes& bytes) {
 } // namespace
 
 std::string structureProblem(std::string_view format, const std::string& file) {
-  using Check = std::function<void(Bytes&)>;
+  using Check = std::function<void(FileBytes&)>;
   const std::array<std::pair<std::string_view, Check>, 9> checks = {{
       {"jpeg", checkJpeg},
       {"png", checkPng},
@@ -439,7 +282,7 @@ std::string structureProblem(std::string_view format, const std::string& file) {
       {"heif", checkBoxes},
   }};
   try {
-    Bytes bytes(file);
+    FileBytes bytes(file);
     for (const auto& [name, check] : checks) {
       if (name == format) {
         check(bytes);

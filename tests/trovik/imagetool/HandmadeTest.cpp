@@ -165,21 +165,63 @@ TEST(Structure, EndlessChainsEnd) {
   EXPECT_TRUE(inspection.problem.starts_with("Truncated or damaged image (")) << inspection.problem;
 }
 
-TEST(Structure, TiffThatEndsWithinTheValuesOfItsDirectoryIsCut) {
-  const TemporaryDirectory directory;
-  // Four grey pixels, then the directory, then a resolution of 72 as a fraction,
-  // which no decoder needs.
+/// Two by two grey pixels in one strip, then the directory, then a resolution.
+std::string greyTiff(const std::string& strip, std::uint64_t compression, std::uint64_t fillOrder = 1) {
   const auto entry = [](int tag, int type, std::uint64_t value) {
     return little(static_cast<std::uint64_t>(tag), 2) + little(static_cast<std::uint64_t>(type), 2) +
            little(1, 4) + (type == 3 ? little(value, 2) + zeros(2) : little(value, 4));
   };
-  const std::uint64_t fraction = 12 + 2 + 10 * 12 + 4;
-  const std::string file = std::string("II") + little(42, 2) + little(12, 4) + "abcd" + little(10, 2) +
-                           entry(256, 3, 2) + entry(257, 3, 2) + entry(258, 3, 8) + entry(259, 3, 1) +
-                           entry(262, 3, 1) + entry(273, 4, 8) + entry(277, 3, 1) + entry(278, 3, 2) +
-                           entry(279, 4, 4) + entry(282, 5, fraction) + little(0, 4) + little(72, 4) +
-                           little(1, 4);
-  ASSERT_EQ(file.size(), fraction + 8);
+  const std::string padding = zeros(strip.size() % 2);
+  const std::uint64_t directory = 8 + strip.size() + padding.size();
+  const std::uint64_t fraction = directory + 2 + 11 * 12 + 4;
+  return std::string("II") + little(42, 2) + little(directory, 4) + strip + padding + little(11, 2) +
+         entry(256, 3, 2) + entry(257, 3, 2) + entry(258, 3, 8) + entry(259, 3, compression) +
+         entry(262, 3, 1) + entry(266, 3, fillOrder) + entry(273, 4, 8) + entry(277, 3, 1) +
+         entry(278, 3, 2) + entry(279, 4, strip.size()) + entry(282, 5, fraction) + little(0, 4) +
+         little(72, 4) + little(1, 4);
+}
+
+TEST(Structure, TiffIsHeldAgainstItsCheckSumsAlsoWhereDamageMakesMoreOfIt) {
+  const TemporaryDirectory directory;
+  const auto problemOf = [&](const std::string& strip, std::uint64_t compression) {
+    return inspect(directory.write("a.tif", greyTiff(strip, compression))).problem;
+  };
+  const auto damaged = [](std::string stream) {
+    stream[7] = 'x'; // the first byte behind the stream's head and the block's
+    return stream;
+  };
+  const std::string wrongSum = "Truncated or damaged image (a strip or tile does not match its check sum)";
+  const std::string tooMuch = zlibStream("abcdef");
+  for (const std::uint64_t deflate : {8U, 32946U}) {
+    EXPECT_EQ(problemOf(zlibStream("abcd"), deflate), "");
+    EXPECT_NE(problemOf(damaged(zlibStream("abcd")), deflate), "");
+    // Writers give the last strip as many lines as the others have. The decoder
+    // takes the four bytes that it needs, and does not come to the sum.
+    EXPECT_EQ(problemOf(tooMuch, deflate), "");
+    EXPECT_EQ(problemOf(damaged(tooMuch), deflate), wrongSum);
+    EXPECT_EQ(problemOf(zlibStream("abcd" + std::string(1000000, 'e')), deflate), "");
+    EXPECT_EQ(problemOf(damaged(zlibStream("abcd" + std::string(1000000, 'e'))), deflate), wrongSum);
+    EXPECT_EQ(problemOf(zlibStream("abcd") + "filling", deflate), "");
+  }
+}
+
+TEST(Structure, TiffOfTurnedBitsIsLeftToItsDecoder) {
+  const TemporaryDirectory directory;
+  std::string strip = zlibStream("abcdef");
+  for (char& byte : strip) {
+    unsigned turned = 0;
+    for (unsigned bit = 0; bit < 8; ++bit) {
+      turned |= (static_cast<unsigned char>(byte) >> bit & 1U) << (7U - bit);
+    }
+    byte = static_cast<char>(turned);
+  }
+  EXPECT_EQ(inspect(directory.write("a.tif", greyTiff(strip, 8, 2))).problem, "");
+}
+
+TEST(Structure, TiffThatEndsWithinTheValuesOfItsDirectoryIsCut) {
+  const TemporaryDirectory directory;
+  // The resolution of 72, a fraction, is the last of the file, and no decoder needs it.
+  const std::string file = greyTiff("abcd", 1);
   EXPECT_EQ(inspect(directory.write("whole.tif", file)).problem, "");
   for (std::size_t cut = 1; cut <= 8; ++cut) {
     EXPECT_EQ(inspect(directory.write("cut.tif", file.substr(0, file.size() - cut))).problem,
