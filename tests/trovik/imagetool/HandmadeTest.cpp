@@ -209,9 +209,10 @@ TEST(Structure, TiffOfTurnedBitsIsLeftToItsDecoder) {
   const TemporaryDirectory directory;
   std::string strip = zlibStream("abcdef");
   for (char& byte : strip) {
+    const unsigned straight = static_cast<unsigned char>(byte);
     unsigned turned = 0;
     for (unsigned bit = 0; bit < 8; ++bit) {
-      turned |= (static_cast<unsigned char>(byte) >> bit & 1U) << (7U - bit);
+      turned |= (straight >> bit & 1U) << (7U - bit);
     }
     byte = static_cast<char>(turned);
   }
