@@ -41,3 +41,5 @@ const char* const p_Note = "Note";
 
 const char* const p_SubRange = "SubRange";
 const char* const p_Frame = "Frame";
+const char* const p_AfterOutputFolder = "After.OutputFolder";
+const char* const p_AfterImages = "After.Images";

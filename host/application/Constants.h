@@ -45,3 +45,9 @@ extern const char* const p_Note;
 /// Of one piece of work, not of the type: "first-last", and the first frame.
 extern const char* const p_SubRange;
 extern const char* const p_Frame;
+
+/// Of a job that waits for others: the output folder of the one that was named
+/// first, and the images of all of them for the frames of the work, as words of
+/// a command line.
+extern const char* const p_AfterOutputFolder;
+extern const char* const p_AfterImages;

@@ -1,5 +1,6 @@
 #include "host/application/Expansion.h"
 
+#include "host/application/Constants.h"
 #include "host/application/Excerpt.h"
 #include "host/application/ParameterCommands.h"
 #include "host/foundation/Exception.h"
@@ -156,6 +157,12 @@ private:
     if (!entry.Answer) {
       if (m_Source.ForLater) {
         return nullptr;
+      }
+      const bool ofForerunner =
+          String::EqualNoCase(name, p_AfterOutputFolder) || String::EqualNoCase(name, p_AfterImages);
+      if (ofForerunner) {
+        Fail(text, start, where, k_ErrorReference,
+             "nobody answers $(" + Shown(name) + "), since the job waits for no other one");
       }
       const String near = SuggestName(name, m_Source.Names());
       Fail(text, start, where, k_ErrorReference,

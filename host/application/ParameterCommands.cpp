@@ -429,9 +429,27 @@ std::size_t FindReference(const String& text, std::size_t position, bool& litera
   return found;
 }
 
+namespace {
+
+/// A name ends at its first "." or ")". Only what is told of the jobs that a
+/// job waits for has a "." of its own.
+std::size_t EndOfName(const String& text, std::size_t begin) {
+  const std::size_t first = text.find_first_of(".)", begin);
+  for (const std::string_view dotted : {p_AfterOutputFolder, p_AfterImages}) {
+    const std::size_t end = begin + dotted.size();
+    if (end < text.size() && (text[end] == '.' || text[end] == ')') &&
+        String::EqualNoCase(text.substr(begin, dotted.size()), String(dotted))) {
+      return end;
+    }
+  }
+  return first;
+}
+
+} // namespace
+
 bool ReadReference(const String& text, std::size_t start, Reference& reference, ReferenceProblem& problem) {
   reference.Begin = start;
-  std::size_t position = text.find_first_of(".)", start + 2);
+  std::size_t position = EndOfName(text, start + 2);
   if (position != String::npos) {
     reference.Name = text.substr(start + 2, position - start - 2);
     if (text[position] == '.') {

@@ -371,6 +371,15 @@ bool FileFinder::Find(const Path& pattern) {
   return true;
 }
 
+const FilesToCome* FilesToCome::s_Newest = nullptr;
+
+FilesToCome::FilesToCome(std::function<bool(const Path& file)> isToCome)
+    : m_IsToCome(std::move(isToCome)), m_Before(std::exchange(s_Newest, this)) {}
+
+FilesToCome::~FilesToCome() {
+  s_Newest = m_Before;
+}
+
 bool FileFinder::FindExact(const Path& file) {
   const String& text = file.Text();
   const std::size_t leaf = LeafStart(text);
@@ -383,7 +392,8 @@ bool FileFinder::FindExact(const Path& file) {
   if (m_Directory == nullptr || m_Directory->Text != branch) {
     m_Directory = std::make_unique<Directory>(branch);
   }
-  if (!m_Directory->Contains(text, leaf)) {
+  const FilesToCome* toCome = FilesToCome::s_Newest;
+  if (!m_Directory->Contains(text, leaf) && (toCome == nullptr || !toCome->m_IsToCome(file))) {
     m_Matches.clear();
     return false;
   }

@@ -2,6 +2,7 @@
 
 #include "host/foundation/Path.h"
 
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -43,4 +44,22 @@ private:
   std::unique_ptr<Directory> m_Directory;
   std::vector<Path> m_Matches;
   std::size_t m_Current = 0;
+};
+
+/// While it lives, FileFinder::FindExact finds files that are not there yet as
+/// well, such as those that another job is going to write. Not for several
+/// threads; of two the newer one counts.
+class FilesToCome {
+public:
+  explicit FilesToCome(std::function<bool(const Path& file)> isToCome);
+  ~FilesToCome();
+  FilesToCome(const FilesToCome&) = delete;
+  FilesToCome& operator=(const FilesToCome&) = delete;
+
+private:
+  friend class FileFinder;
+  static const FilesToCome* s_Newest;
+
+  std::function<bool(const Path& file)> m_IsToCome;
+  const FilesToCome* m_Before;
 };

@@ -413,6 +413,8 @@ void tryJob(const TypeCheck& check, const Span& span) {
       return SplitCommandLine(job->FormatStringWithParameters(job->CreateCommandLine(executable)));
     };
     job->SetParameter(p_Scene, trialScene);
+    job->Set(p_AfterOutputFolder, "/before");
+    job->Set(p_AfterImages, "/before/image.png");
     job->SetParameter(p_Name, "scene");
     words("1-2");
     if (auto* render = dynamic_cast<RenderJob*>(job); render != nullptr) {

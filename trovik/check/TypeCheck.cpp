@@ -22,6 +22,9 @@ bool TypeCheck::isStandard(const String& name) const {
 }
 
 bool TypeCheck::isAnswered(const String& name) const {
+  if (String::EqualNoCase(name, p_AfterOutputFolder) || String::EqualNoCase(name, p_AfterImages)) {
+    return true; // where the job waits for another one
+  }
   String value;
   return info->GetParam(name) != nullptr || (job != nullptr && job->GetParameter(name, value));
 }

@@ -166,7 +166,8 @@ void ArraySubmitter::submit(OpenArray& array, const ClusterJob& job) {
   plan.stage = request.stage;
   plan.patience = state_.settings.patience;
   for (const auto& [position, work] : array.works) {
-    plan.works.push_back({work.record.run, work.record.number});
+    plan.works.push_back(
+        {work.record.run, work.record.number, state_.queue.imagesBefore(array.record.job, work.record.run)});
   }
   try {
     const JobFolder folder{Path(job.record.folder)};

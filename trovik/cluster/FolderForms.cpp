@@ -330,6 +330,9 @@ std::string formOf(const ArrayPlan& plan) {
   json["works"] = Json::array();
   for (const PlannedWork& work : plan.works) {
     json["works"].push_back({{"first", work.run.First}, {"last", work.run.Last}, {"attempt", work.attempt}});
+    for (const std::string& image : work.imagesBefore) {
+      json["works"].back()["imagesBefore"].push_back(written(image));
+    }
   }
   return jsonLine(json);
 }
@@ -345,7 +348,9 @@ ArrayPlan planFromForm(std::string_view text) {
   plan.patience = std::chrono::seconds(reader.number<std::int64_t>("patience", 1, 366LL * 24 * 3600));
   for (const Json& entry : reader.list("works")) {
     const Reader work(entry, "a work");
-    plan.works.push_back({work.run(), work.number<int>("attempt", 1)});
+    plan.works.push_back(
+        {work.run(), work.number<int>("attempt", 1),
+         work.has("imagesBefore") ? work.texts("imagesBefore") : std::vector<std::string>()});
   }
   return plan;
 }

@@ -33,8 +33,9 @@ struct FolderJob {
 
 /// One work of an array job.
 struct PlannedWork {
-  FrameRun run;    ///< of no meaning in a job without frames
-  int attempt = 1; ///< the number of the attempt
+  FrameRun run;                            ///< of no meaning in a job without frames
+  int attempt = 1;                         ///< the number of the attempt
+  std::vector<std::string> imagesBefore{}; ///< of the jobs that its job waits for
 };
 
 /// An array job: task i does the works from i * perTask on, perTask of them.

@@ -163,6 +163,7 @@ WorkInfo TaskRun::infoOf(const FrameRun& run) const {
   info.hasFrames = job_.hasFrames;
   info.attempt = info.attempts = plan_.works[position_].attempt;
   info.job = job_.job;
+  info.imagesBefore = plan_.works[position_].imagesBefore;
   return info;
 }
 

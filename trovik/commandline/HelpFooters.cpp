@@ -169,7 +169,22 @@ const char* const cancelFooter = "What is good stays; \"trovik retry\" opens the
                                  "\n"
                                  "Examples:\n"
                                  "  trovik cancel 3\n"
+                                 "  trovik cancel 3 --with-followers\n"
                                  "  trovik cancel 3 4 5 --json";
+
+const char* const holdFooter = "On a cluster the job's tasks are ended.\n"
+                               "\n"
+                               "Examples:\n"
+                               "  trovik hold 3\n"
+                               "  trovik hold 3 4 5 --json";
+
+const char* const releaseFooter =
+    "A job that is held and waits for others is released from the one first, then,\n"
+    "given once more, from the other.\n"
+    "\n"
+    "Examples:\n"
+    "  trovik release 3\n"
+    "  trovik release 3 4 5 --json";
 
 const char* const deleteFooter =
     "The job's logs go with it where they are in the queue's own directory; logs\n"
@@ -217,6 +232,8 @@ const char* helpFooter(std::string_view verb) {
       {"images", imagesFooter},
       {"watch", watchFooter},
       {"retry", retryFooter},
+      {"hold", holdFooter},
+      {"release", releaseFooter},
       {"cancel", cancelFooter},
       {"delete", deleteFooter},
       {"stats", statsFooter},

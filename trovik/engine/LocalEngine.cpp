@@ -245,7 +245,7 @@ bool LocalEngine::start(const Claim& claim) {
   try {
     OpenJob* job = open(claim.job);
     if (job != nullptr) {
-      const WorkInfo work = job->work(claim);
+      const WorkInfo work = job->work(queue_, claim);
       AttemptListener& listener = *this;
       auto attempt = std::make_unique<Attempt>(
           work, claim, job->works().make(work),
@@ -415,7 +415,8 @@ bool LocalEngine::isDone() {
   }
   for (const JobRecord& job : queue_.jobs()) {
     const bool ours = job.runOn == RunOn::Local || plan_.withCluster;
-    if (ours && isOpen(job.state) && std::find(refused_.begin(), refused_.end(), job.id) == refused_.end()) {
+    if (ours && isOpen(job.state) && !job.blocked &&
+        std::find(refused_.begin(), refused_.end(), job.id) == refused_.end()) {
       return false;
     }
   }

@@ -64,8 +64,8 @@ void LocalEngine::writeTurn(std::vector<Claim>& claims, std::vector<Recorded>& r
   for (const Settled& settled : settled_) {
     recorded.push_back(record(settled.outcome));
   }
-  mayHaveWork_ = mayHaveWork_ || !settled_.empty() ||
-                 std::any_of(recorded.begin(), recorded.end(), [](const Recorded& one) { return one.again; });
+  // What has ended may be tried again, or others may have waited for it.
+  mayHaveWork_ = mayHaveWork_ || !recorded.empty();
   if (stops_ == 0 && claimed_.empty() && mayHaveWork_ && !yields_) {
     claimWorks(claims);
   }

@@ -52,7 +52,7 @@ RunInfo OpenJob::info(Queue& queue) const {
   return runInfoOf(viewOf(queue, record_));
 }
 
-WorkInfo OpenJob::work(const Claim& claim) const {
+WorkInfo OpenJob::work(Queue& queue, const Claim& claim) const {
   WorkInfo work;
   work.run = claim.run;
   work.hasFrames = record_.hasFrames;
@@ -60,6 +60,7 @@ WorkInfo OpenJob::work(const Claim& claim) const {
   // What was lost with an engine does not count against the work.
   work.attempts = record_.retries + 1 + (claim.number - 1 - claim.tries);
   work.job = record_.id;
+  work.imagesBefore = queue.imagesBefore(record_.id, claim.run);
   return work;
 }
 

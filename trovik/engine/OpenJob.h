@@ -24,7 +24,7 @@ public:
   std::size_t cpus() const { return cpus_; }
   /// What readers of events are given of the job, but for the engine's slots.
   RunInfo info(Queue& queue) const;
-  WorkInfo work(const Claim& claim) const;
+  WorkInfo work(Queue& queue, const Claim& claim) const;
   /// Tells the job object how one of its works stands: as the work's own object
   /// says, or failed where the queue refused what that takes for good.
   void tell(const SmartHandle<const Job>& work, const std::string& note, bool refused);

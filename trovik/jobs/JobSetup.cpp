@@ -3,6 +3,7 @@
 #include "host/application/Expansion.h"
 #include "host/application/jobs/ExecutableSearch.h"
 #include "host/application/jobs/RenderJob.h"
+#include "host/foundation/FileFinder.h"
 #include "host/foundation/Log.h"
 #include "trovik/jobs/Types.h"
 #include "trovik/jobs/WorkMaker.h"
@@ -98,13 +99,26 @@ void JobSetup::setScene(const std::string& scene) {
   }
   const Path path = absolutePath(scene);
   // Programs that are given a folder or a pipe may wait, or work, for ever.
-  if (const String problem = FileProblem(path); problem == "does not exist") {
+  const String problem = FileProblem(path);
+  const bool missing = problem == "does not exist";
+  if (missing && !isToCome(path)) {
     throw UsageError{"there is no scene file " + inQuotes(path.Text()), "check the name and the directory"};
-  } else if (!problem.empty()) {
+  }
+  if (!missing && !problem.empty()) {
     throw UsageError{"the scene " + inQuotes(path.Text()) + ' ' + printable(problem, OddBytes::Show),
                      "name the scene file"};
   }
   give(findParameter(type_, p_Scene), path.Text(), "SCENE");
+}
+
+/// Whether a job that is waited for is going to write such a file. What it is
+/// called but for its number only that job knows, once it runs.
+bool JobSetup::isToCome(const Path& scene) const {
+  const std::optional<int> frame = frameOfScene(scene);
+  return std::any_of(toCome_.begin(), toCome_.end(), [&](const ScenesToCome& scenes) {
+    return scene.Branch(true, true) == scenes.folder.Text() &&
+           (scenes.frames.empty() || (frame && scenes.frames.contains(*frame)));
+  });
 }
 
 void JobSetup::set(const std::string& name, const std::string& value, const std::string& origin) {
@@ -161,6 +175,7 @@ void JobSetup::give(const ParameterInfo& info, const std::string& value, const s
 
 void JobSetup::detect() {
   const auto isScene = [](const String& name) { return String::EqualNoCase(name, p_Scene); };
+  const FilesToCome toCome([this](const Path& file) { return isToCome(file); });
   std::stable_partition(given_.begin(), given_.end(), isScene);
   for (const String& name : given_) {
     detect(name);
@@ -457,7 +472,7 @@ void JobSetup::checkSequence(const String& format) const {
     for (std::int64_t frame = run.First; frame <= run.Last; ++frame) {
       const Path scene = sequenceScene(format, static_cast<int>(frame));
       refuseName(type_, refused, scene, true);
-      if (!FileProblem(scene).empty()) {
+      if (!FileProblem(scene).empty() && !isToCome(scene)) {
         firstMissing = missing.empty() ? scene : firstMissing;
         missing.add({static_cast<int>(frame), static_cast<int>(frame)});
       }

@@ -19,6 +19,12 @@ struct FilledParameter {
   std::string value;
 };
 
+/// Scene files that another job is going to leave in a folder.
+struct ScenesToCome {
+  Path folder; ///< absolute
+  RunSet frames;
+};
+
 /// Builds a job as a form would: first all values that the user gives, then the
 /// type's detection for each of them, which may fill others. What the user gave
 /// stays: no detection replaces it.
@@ -28,7 +34,10 @@ class JobSetup {
 public:
   JobSetup(const UID& type, DetectFunction detect);
 
-  /// The scene: made absolute; it must exist.
+  /// Before anything is set: scene files that count as there.
+  void expectScenes(std::vector<ScenesToCome> scenes) { toCome_ = std::move(scenes); }
+
+  /// The scene: made absolute; it must exist, or be one of those to come.
   void setScene(const std::string& scene);
 
   /// A parameter by its name in any case. Picked files are made absolute.
@@ -72,6 +81,7 @@ private:
   void checkAlone() const;
   String fromDetection(const ParameterInfo* info, const String& name, const String& value,
                        const String& changed) const;
+  bool isToCome(const Path& scene) const;
   void checkScene() const;
   void checkFiles() const;
   [[noreturn]] void refuseShared(const Path& file, const FrameRun& one, const FrameRun& other,
@@ -81,6 +91,7 @@ private:
 
   UID type_;
   DetectFunction detect_;
+  std::vector<ScenesToCome> toCome_;
   SmartHandle<Job> job_;
   std::vector<String> given_; ///< in the order of giving
   std::set<String, String::ciless> fixed_;

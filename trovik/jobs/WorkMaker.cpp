@@ -3,9 +3,11 @@
 #include "host/application/JobFactory.h"
 #include "host/application/jobs/ProcessJob.h"
 #include "host/foundation/Exception.h"
+#include "host/foundation/Quoting.h"
 #include "host/foundation/Stream.h"
 
 #include <utility>
+#include <vector>
 
 namespace trovik {
 std::string packedJob(const Job& job) {
@@ -41,6 +43,10 @@ SmartHandle<Job> WorkMaker::make(const WorkInfo& work) const {
   if (work.hasFrames) {
     CallModule("the module of the job's type failed to take its frames",
                [&] { job->SetParameter(p_SubRange, work.run.Text()); });
+  }
+  if (String folder; job->GetParameter(p_AfterOutputFolder, folder)) {
+    std::vector<String> words(work.imagesBefore.begin(), work.imagesBefore.end());
+    job->Set(p_AfterImages, JoinCommandLine(words));
   }
   return job;
 }

@@ -205,7 +205,7 @@ WorkInfo JobFollower::workOf(const AttemptRecord& attempt) const {
 }
 
 bool followToEnd(JobFollower& follower, Queue& queue, Machine& machine, InterruptSource& interrupts,
-                 const std::function<void()>& engineGone) {
+                 const std::function<void()>& engineGone, const std::function<void()>& polled) {
   bool engine = true;
   for (int checks = 0; !follower.isOver(); ++checks) {
     if (checks % checksForAnEngine == 0) {
@@ -224,6 +224,9 @@ bool followToEnd(JobFollower& follower, Queue& queue, Machine& machine, Interrup
       return false;
     }
     follower.poll();
+    if (polled) {
+      polled();
+    }
   }
   return true;
 }

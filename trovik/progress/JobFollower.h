@@ -65,10 +65,11 @@ private:
   std::set<std::string> reported_; // files
 };
 
-/// Follows to the end of the job. `engineGone` is called when no engine is at
+/// Follows to the end of the job. `polled` is called after each look (may be empty), and
+/// `engineGone` when no engine is at
 /// work that could go on with it, again after one was. False when the user
 /// asked to leave before.
 bool followToEnd(JobFollower& follower, Queue& queue, Machine& machine, InterruptSource& interrupts,
-                 const std::function<void()>& engineGone);
+                 const std::function<void()>& engineGone, const std::function<void()>& polled = {});
 
 } // namespace trovik

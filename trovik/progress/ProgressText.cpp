@@ -33,8 +33,9 @@ template <typename Paint> std::string countsText(const RunSummary& summary, Pain
 std::string restText(const RunSummary& summary) {
   const RunInfo& info = summary.info;
   if (info.job != 0) {
-    const std::vector<Advice> advice = adviceOn({info.job, summary.state, summary.failedWorks > 0,
-                                                 summary.canceledWorks > 0, info.onCluster, summary.engine});
+    const std::vector<Advice> advice =
+        adviceOn({info.job, summary.state, summary.failedWorks > 0, summary.canceledWorks > 0, info.onCluster,
+                  false, summary.engine});
     return advice.empty() ? std::string() : "To " + advice[0].what + ", give \"" + advice[0].command + "\"\n";
   }
   RunSet again = summary.failed;
@@ -88,6 +89,10 @@ std::vector<Advice> adviceOn(const RestOfJob& rest) {
   // An engine that is started for a job alone opens one that was stopped.
   if (rest.failed || rest.canceled || (rest.state == JobState::Stopped && taken)) {
     command = "trovik retry " + id;
+  }
+  if (rest.blocked && open && !taken) {
+    advice.push_back({"trovik engine", "do what it waits for, then this"});
+    return advice;
   }
   if (!taken && (!command.empty() || open || rest.state == JobState::Stopped)) {
     command += (command.empty() ? "" : " && ") + ("trovik engine --job " + id);

@@ -46,7 +46,8 @@ struct RestOfJob {
   bool failed = false; ///< works of it
   bool canceled = false;
   bool onCluster = false;
-  bool engine = false; ///< one is at work that takes its works
+  bool blocked = false; ///< it waits for other jobs
+  bool engine = false;  ///< one is at work that takes its works
 };
 
 /// How the rest of a job gets done, the first the one to give; none for a job of

@@ -6,12 +6,32 @@
 
 namespace trovik {
 
+std::vector<ForerunnerStand> standsOf(Queue& queue, JobId job) {
+  std::vector<ForerunnerStand> stands;
+  for (const Forerunner& forerunner : queue.forerunners(job)) {
+    const std::optional<JobRecord> record = queue.job(forerunner.job);
+    stands.push_back({forerunner, record ? std::optional(record->state) : std::nullopt});
+  }
+  return stands;
+}
+
+std::vector<JobId> awaitedIn(const std::vector<ForerunnerStand>& stands) {
+  std::vector<JobId> jobs;
+  for (const ForerunnerStand& stand : stands) {
+    if (stand.isAwaited()) {
+      jobs.push_back(stand.forerunner.job);
+    }
+  }
+  return jobs;
+}
+
 JobView viewOf(Queue& queue, JobRecord job) {
   if (job.logs.empty()) {
     job.logs = queue.logDirectory(job.id).Text();
   }
   JobFrames frames = queue.frames(job.id);
-  return {std::move(job), std::move(frames)};
+  std::vector<ForerunnerStand> forerunners = standsOf(queue, job.id);
+  return {std::move(job), std::move(frames), std::move(forerunners)};
 }
 
 std::string titleOf(const JobRecord& job) {

@@ -3,21 +3,39 @@
 #include "trovik/queue/Queue.h"
 #include "trovik/records/RunEvents.h"
 
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace trovik {
+
+/// A job that another one waits or waited for, as it stands.
+struct ForerunnerStand {
+  Forerunner forerunner;
+  std::optional<JobState> state; ///< nothing for one that was deleted
+
+  /// Its follower still waits for it.
+  bool isAwaited() const { return !forerunner.released && state != JobState::Good; }
+  /// It does not become good by itself.
+  bool isStuck() const { return isAwaited() && (!state || !isOpen(*state)); }
+};
+
+std::vector<ForerunnerStand> standsOf(Queue& queue, JobId job);
+std::vector<JobId> awaitedIn(const std::vector<ForerunnerStand>& stands);
 
 /// A job with the state of its frames, as lists and reports show it. Numbers
 /// are frames; works of a job without.
 struct JobView {
   JobRecord job; ///< `logs` is never empty
   JobFrames frames;
+  std::vector<ForerunnerStand> forerunners{};
 
   std::size_t good() const { return job.hasFrames ? frames.good.count() : frames.goodWorks; }
   std::size_t failed() const { return job.hasFrames ? frames.failed.count() : frames.failedWorks; }
   std::size_t canceled() const { return job.hasFrames ? frames.canceled.count() : frames.canceledWorks; }
   std::size_t running() const { return job.hasFrames ? frames.running.count() : frames.runningWorks; }
   std::size_t ready() const { return job.hasFrames ? frames.ready.count() : frames.readyWorks; }
+  std::size_t waiting() const { return job.hasFrames ? frames.waiting.count() : frames.waitingWorks; }
   std::size_t total() const { return good() + failed() + canceled() + running() + ready(); }
 };
 

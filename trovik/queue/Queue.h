@@ -115,6 +115,17 @@ public:
   /// that are to be worked (of a job without frames: works).
   std::size_t retry(JobId id, const std::optional<RunSet>& only);
   void setPriority(JobId id, int priority);
+  /// The jobs that it waits or waited for, ascending.
+  std::vector<Forerunner> forerunners(JobId id);
+  /// The open jobs that wait for it, ascending; with those that wait for them,
+  /// where that is asked.
+  std::vector<JobId> followers(JobId id, bool all);
+  /// The good images of the jobs that it waits or waited for: of the frames that
+  /// a work of its own needs; all of them for a job without frames. In the
+  /// order of jobs and frames, each once.
+  std::vector<std::string> imagesBefore(JobId id, const FrameRun& run);
+  /// It waits for no other job any more.
+  void release(JobId id);
   /// Removes the job with all its records; its logs and images stay. Throws
   /// for a job of which an attempt runs.
   void remove(JobId id);

@@ -24,9 +24,9 @@ std::vector<Claim> Queue::claim(EngineId engine, std::size_t count, std::optiona
     }
   }
   impl_->database.write([&] {
-    std::vector<JobId> waiting;
+    Impl::Found found;
     claims.clear();
-    impl_->findReady(count, only, without, claims, &waiting);
+    impl_->findReady(count, only, without, claims, &found);
     const Moment start = now();
     for (Claim& claim : claims) {
       Query(impl_->database, statements::insertAttempt, claim.job, claim.work, engine, claim.run.First,
@@ -36,21 +36,25 @@ std::vector<Claim> Queue::claim(EngineId engine, std::size_t count, std::optiona
       claim.mark = impl_->markOf(claim.attempt);
       Query(impl_->database, statements::startWork, claim.work, claim.attempt).run();
     }
-    for (const JobId job : waiting) {
+    for (const JobId job : found.waiting) {
       Query(impl_->database, statements::startJob, job, start).run();
+    }
+    for (const JobId job : found.exhausted) {
+      Query(impl_->database, statements::block, job).run();
     }
   });
   return claims;
 }
 
 void Queue::Impl::findReady(std::size_t count, std::optional<JobId> only, const std::vector<JobId>& without,
-                            std::vector<Claim>& claims, std::vector<JobId>* waiting) {
+                            std::vector<Claim>& claims, Found* found) {
   for (Query jobs(database, statements::openJobs); claims.size() < count && jobs.next();) {
     const JobId job = jobs.number();
     if ((only && job != *only) || std::find(without.begin(), without.end(), job) != without.end()) {
       continue;
     }
     const auto state = jobs.state<JobState>();
+    const bool follows = jobs.flag();
     const std::size_t before = claims.size();
     Query row(database, statements::readyWorks, job, count - before);
     while (row.next()) {
@@ -62,8 +66,11 @@ void Queue::Impl::findReady(std::size_t count, std::optional<JobId> only, const 
       claim.tries = row.integer();
       claims.push_back(std::move(claim));
     }
-    if (waiting != nullptr && state == JobState::Waiting && claims.size() > before) {
-      waiting->push_back(job);
+    if (found != nullptr && state == JobState::Waiting && claims.size() > before) {
+      found->waiting.push_back(job);
+    }
+    if (found != nullptr && follows && claims.size() < count) {
+      found->exhausted.push_back(job);
     }
   }
 }

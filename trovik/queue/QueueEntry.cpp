@@ -22,6 +22,15 @@ RunSet changedSince(Database& database, JobId job, AttemptId newest) {
   return frames;
 }
 
+/// Whether a command that names the forerunners of the second list has made
+/// the job of the first one, whatever was released since.
+bool equalForerunners(std::vector<Forerunner> ofJob, const std::vector<Forerunner>& named) {
+  for (Forerunner& one : ofJob) {
+    one.released = false;
+  }
+  return ofJob == named;
+}
+
 RunSet notDone(const JobFrames& frames) {
   RunSet result = frames.ready;
   result.add(frames.failed);
@@ -68,6 +77,9 @@ std::optional<BegunJob> Queue::begun(const NewJob& job) {
         found.state = row.state<JobState>();
         if (found.state == JobState::Canceled || row.flag()) {
           continue; // the user wants nothing of it any more
+        }
+        if (!equalForerunners(impl_->forerunners(found.id), job.forerunners)) {
+          continue; // another command
         }
         const bool open = isOpen(found.state);
         if (open || (newest && found.state != JobState::Good)) {
@@ -128,9 +140,11 @@ void Queue::Impl::goOn(const BegunJob& begun, const NewJob& job, const std::opti
     takeFound(begun, job, *known, changed);
   }
   Query(database, "UPDATE jobs SET priority = ?2 WHERE id = ?1", begun.id, job.priority).run();
-  if (!open && (hasReady(begun.id) || hasRunning(begun.id))) {
+  if (!open && (hasToDo(begun.id) || hasRunning(begun.id))) {
     setOpen(begun.id);
   }
+  weigh(begun.id);
+  weighFollowers(begun.id);
   endWhenDone(begun.id);
 }
 
@@ -141,7 +155,9 @@ void Queue::Impl::takeFound(const BegunJob& begun, const NewJob& job, const Begu
     if (!job.works.empty() || begun.underWay || known.frames.runningWorks > 0 || !changed.empty()) {
       return;
     }
-    Query(database, "UPDATE works SET state = 'good' WHERE job = ?1 AND state = 'ready'", begun.id).run();
+    Query(database, "UPDATE works SET state = 'good' WHERE job = ?1 AND state IN ('ready', 'waiting')",
+          begun.id)
+        .run();
   } else {
     for (const FrameRun& run : job.found) {
       found.add(run);
@@ -157,7 +173,7 @@ void Queue::Impl::takeFound(const BegunJob& begun, const NewJob& job, const Begu
     const std::vector<FrameRun> runs = found.runs();
     cutWorks(begun.id, runs,
              "SELECT id, first, last, position, attempts, attempt, tries, losses, state FROM works "
-             "WHERE job = ?1 AND state IN ('ready', 'failed', 'canceled')",
+             "WHERE job = ?1 AND state IN ('ready', 'waiting', 'failed', 'canceled')",
              WorkState::Good);
   }
   for (const FileRecord& file : job.foundFiles) {

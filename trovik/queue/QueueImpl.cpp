@@ -10,7 +10,7 @@ namespace trovik {
 
 const char* const jobColumns =
     "id, name, type, type_name, scene, range, has_frames, state, note, priority, "
-    "retries, stop_after, directory, output, logs, end_command, run_on, folder, home, created, "
+    "retries, stop_after, directory, output, logs, end_command, run_on, folder, home, blocked, created, "
     "started, ended";
 const char* const attemptColumns =
     "id, job, work, engine, first, last, number, state, rule, reason, lines, log, "
@@ -47,8 +47,8 @@ void Queue::Impl::insertFile(const FileRecord& file, std::int64_t attempt) {
       .run();
 }
 
-bool Queue::Impl::hasReady(JobId job) {
-  return Query(database, statements::anyReady, job).next();
+bool Queue::Impl::hasToDo(JobId job) {
+  return Query(database, statements::anyToDo, job).next();
 }
 bool Queue::Impl::hasRunning(JobId job) {
   return Query(database, statements::anyRunning, job).next();
@@ -64,7 +64,7 @@ void Queue::Impl::setOpen(JobId job) {
 }
 
 void Queue::Impl::endWhenDone(JobId job) {
-  if (hasReady(job) || hasRunning(job)) {
+  if (hasToDo(job) || hasRunning(job)) {
     return;
   }
   bool failed = false;
@@ -102,6 +102,9 @@ void Queue::Impl::endWhenDone(JobId job) {
         .run();
   }
   noteLastFailure(job);
+  if (state == JobState::Good) {
+    weighFollowers(job);
+  }
 }
 
 void Queue::Impl::setNote(JobId job, const std::string& note) {
@@ -174,6 +177,7 @@ JobRecord readJob(Query& row, const Queue& queue, const std::string& home) {
   job.runOn = row.state<RunOn>();
   job.folder = row.text();
   job.own = row.text() == home;
+  job.blocked = row.flag();
   job.created = row.moment();
   job.started = row.optionalMoment();
   job.ended = row.optionalMoment();

@@ -83,13 +83,30 @@ public:
   std::optional<Outcome> withoutShared(const Outcome& outcome, const Settling& settling, const FrameRun& run);
   /// Other frames, good by now, that have the file.
   std::optional<FrameRun> otherOf(const std::string& file, JobId job, AttemptId attempt, const FrameRun& run);
+  /// What was seen of jobs while works were looked for.
+  struct Found {
+    std::vector<JobId> waiting;   ///< for their first start, and some of it was found
+    std::vector<JobId> exhausted; ///< nothing else is ready, and they wait for other jobs
+  };
   /// Appends works that are ready, in the order in which they are to be taken,
-  /// as claims that lack their attempts, until there are `count`; and those of
-  /// their jobs that wait for their first start, where that is asked.
+  /// as claims that lack their attempts, until there are `count`.
   void findReady(std::size_t count, std::optional<JobId> only, const std::vector<JobId>& without,
-                 std::vector<Claim>& claims, std::vector<JobId>* waiting = nullptr);
+                 std::vector<Claim>& claims, Found* found = nullptr);
 
   void summarize(const JobRecord& job, const JobFrames& frames, RunSummary& summary);
+
+  std::vector<Forerunner> forerunners(JobId job);
+  /// Works of a follower that have not begun wait, or are ready, as its
+  /// forerunners stand.
+  void weigh(JobId follower);
+  /// The same where frames have become good: works that need one of them may be
+  /// ready. What becomes ready can be claimed from then on.
+  void weighAt(JobId follower, const FrameRun& frames);
+  /// Weighs the followers of a job, all of what they have.
+  void weighFollowers(JobId job);
+  /// The same after frames of the job have become good.
+  void weighFollowers(JobId job, const RunSet& good);
+  void setWorks(JobId follower, std::span<const WorkId> works, WorkState state);
 
   /// Engines that have not left; their locks tell which of them live.
   std::vector<EngineId> aliveEngines();
@@ -101,7 +118,7 @@ public:
   /// Of an attempt; a file that was found has the job's negative number.
   void insertFile(const FileRecord& file, std::int64_t attempt);
 
-  bool hasReady(JobId job);
+  bool hasToDo(JobId job); ///< works that are ready, or wait for other jobs
   bool hasRunning(JobId job);
   /// The state of an open job: whether anything of it was ever started.
   void setOpen(JobId job);

@@ -84,13 +84,23 @@ JobId Queue::submit(const NewJob& job) {
           .run();
     };
     for (const FrameRun& run : job.works) {
-      insert(job.hasFrames ? run : FrameRun(), WorkState::Ready);
+      insert(job.hasFrames ? run : FrameRun(),
+             job.forerunners.empty() ? WorkState::Ready : WorkState::Waiting);
     }
     for (const FrameRun& run : job.found) {
       insert(run, WorkState::Good);
     }
     for (const FileRecord& file : job.foundFiles) {
       impl_->insertFile(file, -id);
+    }
+    for (const Forerunner& one : job.forerunners) {
+      Query(database, "INSERT INTO forerunners (job, after, by_frame, low, high) VALUES (?1, ?2, ?3, ?4, ?5)",
+            id, one.job, one.byFrame, one.low, one.high)
+          .run();
+    }
+    if (!job.forerunners.empty()) {
+      Query(database, "UPDATE jobs SET follows = 1 WHERE id = ?1", id).run();
+      impl_->weigh(id);
     }
     impl_->endWhenDone(id); // all may have been found
   });
@@ -116,7 +126,8 @@ bool Queue::cancel(JobId id) {
     if (!open) {
       return;
     }
-    Query(impl_->database, "UPDATE works SET state = 'canceled' WHERE job = ?1 AND state = 'ready'", id)
+    Query(impl_->database,
+          "UPDATE works SET state = 'canceled' WHERE job = ?1 AND state IN ('ready', 'waiting')", id)
         .run();
     Query(impl_->database, "UPDATE jobs SET canceling = 1 WHERE id = ?1", id).run();
     Query(impl_->database, "UPDATE arrays SET canceling = 1 WHERE job = ?1 AND state <> 'over'", id).run();
@@ -167,13 +178,14 @@ std::size_t Queue::Impl::retry(JobId job, const std::optional<RunSet>& only) {
   }
   // Those that were ready too: the first attempt at each is to count anew.
   Query(database,
-        "UPDATE works SET tries = 0, losses = 0 WHERE job = ?1 AND state = 'ready' AND tries + losses > 0",
+        "UPDATE works SET tries = 0, losses = 0 WHERE job = ?1 AND state IN ('ready', 'waiting') AND tries + "
+        "losses > 0",
         job)
       .run();
-  if (hasReady(job) || (standing.canceling && hasRunning(job))) {
+  if (hasToDo(job) || (standing.canceling && hasRunning(job))) {
     setOpen(job);
   }
-  Query row(database, "SELECT first, last FROM works WHERE job = ?1 AND state = 'ready'", job);
+  Query row(database, "SELECT first, last FROM works WHERE job = ?1 AND state IN ('ready', 'waiting')", job);
   std::size_t count = 0;
   while (row.next()) {
     const FrameRun run = row.frames();
@@ -187,6 +199,8 @@ std::size_t Queue::Impl::retry(JobId job, const std::optional<RunSet>& only) {
       }
     }
   }
+  weigh(job);
+  weighFollowers(job);
   return count;
 }
 
@@ -248,6 +262,13 @@ void Queue::remove(JobId id) {
         .run();
     Query(impl_->database,
           "DELETE FROM files WHERE attempt = -?1 OR attempt IN (SELECT id FROM attempts WHERE job = ?1)", id)
+        .run();
+    // What waited for a good job does not any more; what waited for another one
+    // has to be released.
+    Query(impl_->database,
+          "UPDATE forerunners SET released = 1 WHERE after = ?1 AND (SELECT state FROM jobs WHERE id = ?1) = "
+          "'good'",
+          id)
         .run();
     Query(impl_->database, "DELETE FROM jobs WHERE id = ?1", id).run();
   });

@@ -62,13 +62,17 @@ JobFrames Queue::frames(JobId id) {
   Query row(impl_->database, "SELECT state, first, last FROM works WHERE job = ?1 ORDER BY first", id);
   while (row.next()) {
     const auto state = row.state<WorkState>();
+    const FrameRun run = row.frames();
     const auto count = [&](RunSet& set, std::size_t& works) {
       ++works;
       if (hasFrames) {
-        set.add(row.frames());
+        set.add(run);
       }
     };
     switch (state) {
+    case WorkState::Waiting:
+      count(result.waiting, result.waitingWorks);
+      [[fallthrough]];
     case WorkState::Ready:
       count(result.ready, result.readyWorks);
       break;

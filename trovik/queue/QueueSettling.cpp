@@ -171,7 +171,7 @@ bool Queue::Impl::settleWorks(const Outcome& outcome, const Settling& settling, 
           .run();
     }
     // Where nothing waits any more the job ends by itself.
-    if (open && failedFirst && count >= settling.stopAfter && hasReady(settling.job)) {
+    if (open && failedFirst && count >= settling.stopAfter && hasToDo(settling.job)) {
       open = false;
       Query(database, "UPDATE jobs SET state = 'stopped', end_due = 1, note = ?2, ended = ?3 WHERE id = ?1",
             settling.job, stopNote(count, reason), now())
@@ -191,8 +191,13 @@ bool Queue::Impl::settleWorks(const Outcome& outcome, const Settling& settling, 
   for (const FileRecord& file : outcome.files) {
     insertFile(file, outcome.attempt);
   }
-  if (!leftReady) {
+  if (leftReady) {
+    Query(database, statements::unblock, settling.job).run();
+  } else {
     endWhenDone(settling.job);
+  }
+  if (!good.empty()) {
+    weighFollowers(settling.job, good);
   }
   return again;
 }

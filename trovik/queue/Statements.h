@@ -9,8 +9,8 @@ namespace trovik::statements {
 // The index is named so that a claim among a million ready works can never
 // become a search among all of them.
 inline constexpr const char* openJobs =
-    "SELECT id, state FROM jobs INDEXED BY jobs_open "
-    "WHERE run_on = 'local' AND state IN ('waiting', 'running') ORDER BY priority DESC, id";
+    "SELECT id, state, follows FROM jobs INDEXED BY jobs_open "
+    "WHERE run_on = 'local' AND blocked = 0 AND state IN ('waiting', 'running') ORDER BY priority DESC, id";
 inline constexpr const char* readyWorks =
     "SELECT id, first, last, attempts, tries FROM works INDEXED BY works_open "
     "WHERE job = ?1 AND state = 'ready' ORDER BY tries, position, first LIMIT ?2";
@@ -64,10 +64,41 @@ inline constexpr const char* endAttempt =
     "user_time = ?14, system_time = ?15, peak_memory = ?16, bytes_read = ?17, bytes_written = ?18, "
     "files_before = '' WHERE id = ?1";
 inline constexpr const char* endWork = "UPDATE works SET state = ?2, tries = ?3, losses = ?4 WHERE id = ?1";
-inline constexpr const char* anyReady =
-    "SELECT 1 FROM works INDEXED BY works_open WHERE job = ?1 AND state = 'ready' LIMIT 1";
+inline constexpr const char* anyToDo =
+    "SELECT 1 FROM works INDEXED BY works_open WHERE job = ?1 AND state = 'ready' UNION ALL "
+    "SELECT 1 FROM works INDEXED BY works_open WHERE job = ?1 AND state = 'waiting' LIMIT 1";
 inline constexpr const char* anyRunning =
     "SELECT 1 FROM works INDEXED BY works_open WHERE job = ?1 AND state = 'running' LIMIT 1";
+
+inline constexpr const char* block =
+    "UPDATE jobs SET blocked = 1 WHERE id = ?1 AND EXISTS "
+    "(SELECT 1 FROM works INDEXED BY works_open WHERE job = ?1 AND state = 'waiting')";
+inline constexpr const char* unblock = "UPDATE jobs SET blocked = 0 WHERE id = ?1 AND blocked = 1";
+inline constexpr const char* followers =
+    "SELECT job, by_frame, low, high FROM forerunners INDEXED BY forerunners_after "
+    "WHERE after = ?1 AND released = 0 ORDER BY job";
+inline constexpr const char* forerunners =
+    "SELECT after, by_frame, low, high, released FROM forerunners WHERE job = ?1 ORDER BY after";
+// The runs of a job share no frame, so that only one of them can begin before
+// the first frame and reach it.
+inline constexpr const char* notGoodAt =
+    "SELECT first, last FROM works INDEXED BY works_job WHERE job = ?1 AND first <= ?3 AND last >= ?2 AND "
+    "first >= coalesce((SELECT max(first) FROM works INDEXED BY works_job WHERE job = ?1 AND first <= ?2), "
+    "?2) AND state <> 'good'";
+inline constexpr const char* waitingAt =
+    "SELECT id, first, last, state FROM works INDEXED BY works_job WHERE job = ?1 AND first <= ?3 AND "
+    "last >= ?2 AND first >= coalesce((SELECT max(first) FROM works INDEXED BY works_job "
+    "WHERE job = ?1 AND first <= ?2), ?2) AND state = 'waiting'";
+inline constexpr const char* goodFilesAt =
+    "SELECT f.path FROM works w INDEXED BY works_job CROSS JOIN files f INDEXED BY files_attempt "
+    "ON f.attempt = w.attempt WHERE w.job = ?1 AND w.first <= ?3 AND w.last >= ?2 AND w.first >= "
+    "coalesce((SELECT max(first) FROM works INDEXED BY works_job WHERE job = ?1 AND first <= ?2), ?2) "
+    "AND w.state = 'good' AND f.checked = 1 AND f.problem = '' AND (f.frame IS NULL OR "
+    "(f.frame BETWEEN max(?2, w.first) AND min(?3, w.last))) ORDER BY w.first, f.frame, f.path";
+inline constexpr const char* foundFilesAt =
+    "SELECT path FROM files INDEXED BY files_attempt WHERE attempt = -?1 AND problem = '' "
+    "AND (frame IS NULL OR frame BETWEEN ?2 AND ?3) ORDER BY frame, path";
+inline constexpr const char* setWork = "UPDATE works SET state = ?2 WHERE id = ?1";
 
 inline constexpr const char* canceledAttempts =
     "SELECT a.id FROM jobs j INDEXED BY jobs_canceling "
@@ -159,21 +190,57 @@ inline constexpr const char* beatsOfJob =
 
 // Those that look for nothing are left out.
 inline constexpr std::array all = {
-    openJobs,        readyWorks,         insertAttempt,
-    startWork,       startJob,           noteProcess,
-    isRunning,       insertFile,         dropUnchecked,
-    attemptToSettle, endAttempt,         endWork,
-    anyReady,        anyRunning,         canceledAttempts,
-    runningOfEngine, runningOfJob,       newFilesOfJob,
-    dueJobs,         aliveEngines,       lastOfFile,
-    clusterJobs,     foreignClusterJobs, jobsOfArrays,
-    openArrays,      openArraysOfJob,    readyWorksOfJob,
-    openRuns,        openArrayWorks,     anyOpenArrayWork,
-    openArrayWork,   partsOfArrayWork,   startArrayWork,
-    startClusterJob, noteArrayAttempt,   closeArrayWork,
-    taskOfArrayWork, noteTask,           noteLog,
-    dropBeat,        beatsOfJob,         leftArrays,
-    noteEnd,         otherOfFile,
+    openJobs,
+    readyWorks,
+    insertAttempt,
+    startWork,
+    startJob,
+    noteProcess,
+    isRunning,
+    insertFile,
+    dropUnchecked,
+    attemptToSettle,
+    endAttempt,
+    endWork,
+    anyToDo,
+    anyRunning,
+    canceledAttempts,
+    runningOfEngine,
+    runningOfJob,
+    newFilesOfJob,
+    dueJobs,
+    aliveEngines,
+    lastOfFile,
+    clusterJobs,
+    foreignClusterJobs,
+    jobsOfArrays,
+    openArrays,
+    openArraysOfJob,
+    readyWorksOfJob,
+    openRuns,
+    openArrayWorks,
+    anyOpenArrayWork,
+    openArrayWork,
+    partsOfArrayWork,
+    startArrayWork,
+    startClusterJob,
+    noteArrayAttempt,
+    closeArrayWork,
+    taskOfArrayWork,
+    noteTask,
+    noteLog,
+    dropBeat,
+    beatsOfJob,
+    leftArrays,
+    noteEnd,
+    otherOfFile,
+    block,
+    followers,
+    forerunners,
+    notGoodAt,
+    waitingAt,
+    setWork,
+    unblock,
 };
 
 } // namespace trovik::statements

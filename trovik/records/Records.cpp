@@ -8,7 +8,7 @@ namespace {
 
 // In the order of the enumerations.
 constexpr std::array jobStates = {"waiting", "running", "good", "failed", "canceled", "stopped"};
-constexpr std::array workStates = {"ready", "running", "good", "failed", "canceled"};
+constexpr std::array workStates = {"ready", "running", "good", "failed", "canceled", "waiting"};
 constexpr std::array attemptStates = {"running", "good", "failed", "canceled", "lost"};
 constexpr std::array rules = {"none",   "canceled", "run time limit", "silence limit", "start",  "error line",
                               "signal", "result",   "files",          "engine",        "cluster"};

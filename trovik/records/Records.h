@@ -40,7 +40,14 @@ enum class RunOn {
   Cluster, ///< array jobs of a cluster
 };
 
-enum class WorkState { Ready, Running, Good, Failed, Canceled };
+enum class WorkState {
+  Ready,
+  Running,
+  Good,
+  Failed,
+  Canceled,
+  Waiting, ///< for frames of another job, or for its end
+};
 
 /// How an attempt ended.
 enum class AttemptState {
@@ -89,6 +96,19 @@ struct FileRecord {
   std::int64_t modified = 0; ///< nanoseconds since 1970, when it was checked
 };
 
+/// A job that another one, its follower, waits for.
+struct Forerunner {
+  JobId job = 0;        ///< may be gone by now
+  bool byFrame = false; ///< else nothing of the follower begins before all of this one is good
+  /// Frame n of the follower begins when of this one's frames n + low to
+  /// n + high all that there are are good.
+  int low = 0;
+  int high = 0;
+  bool released = false; ///< is waited for no more
+
+  bool operator==(const Forerunner&) const = default;
+};
+
 /// A job to be put into the queue.
 struct NewJob {
   std::string name;
@@ -110,6 +130,7 @@ struct NewJob {
   std::string output;                   ///< the output folder; empty for none
   std::string logs;                     ///< the directory of the logs; empty for the queue's own choice
   std::vector<std::string> endCommands; ///< each to be started by itself when the job has ended
+  std::vector<Forerunner> forerunners;  ///< ascending, each job once
   RunOn runOn = RunOn::Local;
   std::string folder; ///< of a cluster's job: the folder that the nodes see as well (JobFolder), without its
                       ///< last part
@@ -139,15 +160,19 @@ struct JobRecord {
   /// any other, be it of a copy that came from elsewhere, nothing is started or
   /// removed.
   bool own = true;
+  bool blocked = false; ///< all that is to be done waits for other jobs
   Moment created{};
   std::optional<Moment> started; ///< the first attempt
   std::optional<Moment> ended;   ///< of a job that is not open
 };
 
-/// The frames of a job by state; of a job without frames only the numbers of works.
+/// The frames of a job by state; of a job without frames only the numbers of
+/// works. Those that wait for other jobs are among the ready ones.
 struct JobFrames {
   RunSet ready, running, good, failed, canceled;
+  RunSet waiting; ///< of the ready ones
   std::size_t readyWorks = 0, runningWorks = 0, goodWorks = 0, failedWorks = 0, canceledWorks = 0;
+  std::size_t waitingWorks = 0; ///< of the ready ones
   std::size_t works() const { return readyWorks + runningWorks + goodWorks + failedWorks + canceledWorks; }
 };
 

@@ -35,6 +35,7 @@ struct WorkInfo {
   int attempt = 1;
   int attempts = 1; ///< how many there may be
   JobId job = 0;
+  std::vector<std::string> imagesBefore{}; ///< of the jobs that its job waits for, for its frames
 
   std::size_t frames() const { return hasFrames ? static_cast<std::size_t>(run.Count()) : 1; }
   /// "7-9"; "work" for a job without frames.

@@ -3,6 +3,7 @@
 #include "trovik/progress/ProgressText.h"
 #include "trovik/records/Moments.h"
 #include "trovik/reports/AttemptText.h"
+#include "trovik/reports/ForerunnerText.h"
 #include "trovik/text/Text.h"
 #include "trovik/works/FilesNow.h"
 
@@ -65,6 +66,10 @@ std::string countsText(const Console& console, const JobView& view) {
   add(view.canceled(), "canceled", Colour::Yellow);
   add(view.running(), "running", Colour::Bold);
   add(view.ready(), isOpen(view.job.state) ? "waiting" : "not done", Colour::Yellow);
+  if (view.waiting() > 0 && isOpen(view.job.state)) {
+    text += " (" + (view.waiting() == view.ready() ? std::string() : std::to_string(view.waiting()) + ' ') +
+            "for other jobs)";
+  }
   return text;
 }
 
@@ -129,6 +134,21 @@ std::string lostText(const Console& console, const JobReport& report) {
                Colour::Yellow);
 }
 
+/// What it waits for, and what waits for it.
+std::string forerunnersText(const Console& console, const JobReport& report) {
+  std::string text;
+  for (const ForerunnerStand& stand : report.view.forerunners) {
+    const std::string remedy = remedyText(stand, report.view.job.id);
+    text += entry(console, text.empty() ? "after" : "",
+                  standText(stand) + (remedy.empty() ? std::string() : ": " + remedy),
+                  stand.isStuck() ? Colour::Yellow : Colour::Plain);
+  }
+  if (!report.followers.empty()) {
+    text += entry(console, "followers", jobsText(report.followers));
+  }
+  return text;
+}
+
 std::vector<Advice> adviceFor(const JobReport& report) {
   const JobView& view = report.view;
   const std::string id = std::to_string(view.job.id);
@@ -150,7 +170,7 @@ std::vector<Advice> adviceFor(const JobReport& report) {
                       "render again what is gone"});
   }
   for (Advice& one : adviceOn({view.job.id, view.job.state, view.failed() > 0, view.canceled() > 0,
-                               view.job.runOn == RunOn::Cluster, report.engine})) {
+                               view.job.runOn == RunOn::Cluster, view.job.blocked, report.engine})) {
     advice.push_back(std::move(one));
   }
   return advice;
@@ -175,6 +195,7 @@ JobReport reportOn(Queue& queue, JobRecord job, ImageInspector& inspector) {
   const JobId id = job.id;
   JobReport report;
   report.view = viewOf(queue, std::move(job));
+  report.followers = queue.followers(id, false);
   report.engine = queue.hasOtherEngine(0);
   if (report.view.job.runOn == RunOn::Cluster) {
     report.cluster = clusterReport(queue, report.view.job);
@@ -256,6 +277,7 @@ std::string reportText(const Console& console, const JobReport& report, Moment n
   }
   text += runningText(console, report, now);
   text += lostText(console, report);
+  text += forerunnersText(console, report);
   if (job.hasFrames) {
     text +=
         framesEntry(console, isOpen(job.state) ? "waiting" : "not done", view.frames.ready, Colour::Yellow);
@@ -313,6 +335,7 @@ Json reportJson(const JobReport& report, Moment now) {
          {"good", report.view.job.hasFrames ? Json(attempt.good.text()) : Json(nullptr)},
          {"reason", attempt.reason}});
   }
+  document["followers"] = report.followers;
   document["cluster"] = report.cluster ? clusterJson(*report.cluster, now) : Json(nullptr);
   document["failures"] = Json::array();
   for (const auto& [group, attempt] : report.failures) {

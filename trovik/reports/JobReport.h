@@ -29,6 +29,7 @@ struct JobReport {
   std::vector<Failure> failures;
   std::vector<ProgramShare> programs;
   std::map<std::string, std::size_t> images; ///< by directory
+  std::vector<JobId> followers;              ///< jobs that wait for it
   RunSet gone;                               ///< frames that were good, with a file that is not good now
   std::optional<Duration> left;              ///< a guess, while works run
   bool engine = false;                       ///< one lives that may work off the job

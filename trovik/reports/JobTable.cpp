@@ -1,6 +1,7 @@
 #include "trovik/reports/JobTable.h"
 
 #include "trovik/records/Moments.h"
+#include "trovik/reports/ForerunnerText.h"
 #include "trovik/text/Text.h"
 
 #include <algorithm>
@@ -23,11 +24,33 @@ using Row = std::array<std::string, columns>;
 /// Numbers stand at the right of their column.
 constexpr std::array<bool, columns> toTheRight = {true, false, true, true, true, true, false, false};
 
+/// The jobs of which a job waits for the end or a frame, before it can go on.
+std::vector<JobId> blockersOf(const JobView& view) {
+  const bool waits = view.job.blocked && shownState(view) == JobState::Waiting;
+  return waits ? awaitedIn(view.forerunners) : std::vector<JobId>();
+}
+
+std::string stateText(const JobView& view) {
+  const std::vector<JobId> blockers = blockersOf(view);
+  if (blockers.empty()) {
+    return nameOf(shownState(view));
+  }
+  return "after " + std::to_string(blockers.front()) +
+         (blockers.size() > 1 ? " +" + std::to_string(blockers.size() - 1) : std::string());
+}
+
+/// A job that waits for one which does not become good by itself needs somebody.
+Colour stateColour(const JobView& view) {
+  const bool stuck = std::any_of(view.forerunners.begin(), view.forerunners.end(),
+                                 [](const ForerunnerStand& stand) { return stand.isStuck(); });
+  return stuck && !blockersOf(view).empty() ? Colour::Yellow : colourOf(shownState(view));
+}
+
 Row rowOf(const Console& console, const JobView& view, Moment now) {
   const JobRecord& job = view.job;
   const auto time = timeOf(job, now);
   return {std::to_string(job.id),
-          nameOf(shownState(view)),
+          stateText(view),
           std::to_string(view.good()) + '/' + std::to_string(view.total()),
           view.failed() == 0 ? std::string("-") : std::to_string(view.failed()),
           time ? durationText(*time) : "-",
@@ -78,15 +101,16 @@ Json jobJson(const JobView& view, Moment now) {
   json["note"] = textOrNull(job.note);
   json["priority"] = job.priority;
   json["counts"] = {{"total", view.total()},     {"good", view.good()},   {"failed", view.failed()},
-                    {"running", view.running()}, {"ready", view.ready()}, {"canceled", view.canceled()}};
+                    {"running", view.running()}, {"ready", view.ready()}, {"canceled", view.canceled()},
+                    {"blocked", view.waiting()}};
   json["frames"] = nullptr;
   if (job.hasFrames) {
-    json["frames"] = {{"good", rangesOf(view, view.frames.good)},
-                      {"failed", rangesOf(view, view.frames.failed)},
-                      {"running", rangesOf(view, view.frames.running)},
-                      {"ready", rangesOf(view, view.frames.ready)},
-                      {"canceled", rangesOf(view, view.frames.canceled)}};
+    json["frames"] = {
+        {"good", rangesOf(view, view.frames.good)},         {"failed", rangesOf(view, view.frames.failed)},
+        {"running", rangesOf(view, view.frames.running)},   {"ready", rangesOf(view, view.frames.ready)},
+        {"canceled", rangesOf(view, view.frames.canceled)}, {"blocked", rangesOf(view, view.frames.waiting)}};
   }
+  json["after"] = forerunnersJson(view.forerunners);
   json["submitted"] = secondsOf(job.created);
   json["started"] = job.started ? Json(secondsOf(*job.started)) : Json(nullptr);
   json["ended"] = job.ended ? Json(secondsOf(*job.ended)) : Json(nullptr);
@@ -124,7 +148,7 @@ std::string jobTable(const Console& console, const std::vector<JobView>& views, 
       const std::string text = terminal ? cutToWidth(rows[r][i], widths[i]) : rows[r][i];
       std::string shown = i == nameColumn ? text : cell(text, widths[i], toTheRight[i]);
       if (r != 0 && i == stateColumn) {
-        shown = console.coloured(colourOf(shownState(views[r - 1])), shown);
+        shown = console.coloured(stateColour(views[r - 1]), shown);
       }
       if (r != 0 && i == failedColumn && views[r - 1].failed() > 0) {
         shown = console.coloured(Colour::Red, shown);

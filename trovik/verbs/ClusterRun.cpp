@@ -12,6 +12,7 @@
 #include "trovik/text/Json.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
+#include "trovik/verbs/Forerunners.h"
 #include "trovik/verbs/Session.h"
 
 #include <cstdlib>
@@ -221,6 +222,7 @@ int followCluster(Session& session, Queue& queue, JobId job, bool json) {
   SignalInterrupts interrupts;
   JobFollower follower(view, job, *progress);
   follower.beginRun();
+  BlockTeller block(console, view, job, json);
   std::optional<Clock::time_point> leaving;
   bool left = false;
   Clock::time_point nextPoll = Clock::now();
@@ -229,6 +231,7 @@ int followCluster(Session& session, Queue& queue, JobId job, bool json) {
     if (Clock::now() >= nextPoll) {
       nextPoll = Clock::now() + pollTime;
       follower.poll();
+      block.poll();
     }
     if (const int asked = interrupts.take(); asked > 0) {
       left = leaving.has_value() || asked > 1;

@@ -5,10 +5,12 @@
 #include "trovik/progress/JobFollower.h"
 #include "trovik/progress/Progress.h"
 #include "trovik/progress/ProgressText.h"
+#include "trovik/reports/ForerunnerText.h"
 #include "trovik/text/Json.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
+#include "trovik/verbs/Forerunners.h"
 #include "trovik/verbs/Session.h"
 
 #include <algorithm>
@@ -105,12 +107,14 @@ int workOff(Console& console, Queue& queue, ImageInspector& images, Machine& mac
   const std::unique_ptr<RunEvents> progress = progressFor(console, json);
   LocalEngine engine(machine, queue, images, interrupts, *progress);
   std::unique_ptr<JobFollower> others;
+  BlockTeller block(console, queue, job, json);
   plan.only = job;
   plan.whenIdle = [&] {
     if (!others) {
       others = std::make_unique<JobFollower>(queue, job, *progress, engine.id());
     }
     others->poll();
+    block.poll();
   };
   const Clock::time_point begin = machine.now();
   const bool stopped = !engine.run(plan);
@@ -187,6 +191,7 @@ void tellSubmitted(Console& console, Queue& queue, const NewJob& newJob, const E
     json["works"] = frames.readyWorks;
     json["engine"] = engine;
     json["continued"] = entered.before ? continuedJson(newJob, entered) : Json(nullptr);
+    json["after"] = forerunnersJson(standsOf(queue, id));
     if (onCluster) {
       json["arrays"] = arraysJson(queue, id);
     }
@@ -203,6 +208,9 @@ void tellSubmitted(Console& console, Queue& queue, const NewJob& newJob, const E
     text += ", " + std::to_string(frames.good.count()) + " good already";
   }
   text += '\n';
+  if (const std::vector<ForerunnerStand> stands = standsOf(queue, id); !awaitedIn(stands).empty()) {
+    text += "waits  " + blockText(stands, id) + '\n';
+  }
   if (const std::optional<JobRecord> job = queue.job(id); onCluster && job) {
     text += arraysText(console, queue, *job);
   } else if (!engine) {

@@ -14,6 +14,7 @@
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
+#include "trovik/verbs/Forerunners.h"
 #include "trovik/works/MissingFrames.h"
 #include "trovik/works/RunLogs.h"
 
@@ -78,6 +79,7 @@ void refuseLength(const ProcessStart& start, bool hasPacket) {
 
 Submission::Submission(Session& session, const MakingOptions& options)
     : session_(session), options_(options), setup_(findType(*options.type), session.detection()) {
+  findForerunners();
   setUp();
   setup_.check();
   describe();
@@ -139,6 +141,32 @@ void Submission::setUp() {
   setup_.detect();
 }
 
+/// They are known before all else, since that may refer to the first of them,
+/// and to files that they are going to leave.
+void Submission::findForerunners() {
+  if (options_.after.empty() && options_.afterFrames.empty()) {
+    return;
+  }
+  // The same command may be given again: its own job is then the newest.
+  const std::string output = options_.out ? std::string(absolutePath(*options_.out).Text()) : std::string();
+  const auto isOther = [&](const JobRecord& record) {
+    return record.type != setup_.type() || (options_.out && record.output != output);
+  };
+  const std::unique_ptr<Queue> queue = existingQueue(session_.state());
+  newJob_.forerunners = namedForerunners(queue.get(), options_.after, options_.afterFrames, isOther);
+  std::vector<ScenesToCome> scenes;
+  for (const Forerunner& one : newJob_.forerunners) {
+    if (const std::optional<JobRecord> job = queue->job(one.job); job && !job->output.empty()) {
+      scenes.push_back({Path(job->output), job->hasFrames ? allFrames(queue->frames(one.job)) : RunSet()});
+    }
+  }
+  setup_.job()->Set(p_AfterOutputFolder,
+                    queue->job(newJob_.forerunners.front().job).value_or(JobRecord()).output);
+  setup_.expectScenes(std::move(scenes));
+  std::sort(newJob_.forerunners.begin(), newJob_.forerunners.end(),
+            [](const Forerunner& one, const Forerunner& other) { return one.job < other.job; });
+}
+
 void Submission::describe() {
   const MakingOptions& options = options_;
   Job& job = *setup_.job();
@@ -154,6 +182,9 @@ void Submission::describe() {
   }
   if (newJob_.works.empty()) {
     throw UsageError{"there are no frames to work", "name them with --range, such as --range 1-24"};
+  }
+  if (!newJob_.forerunners.empty()) {
+    requireFrames(*existingQueue(session_.state()), newJob_);
   }
   newJob_.packed = packedJob(job);
   newJob_.priority = effectiveNumber(job, p_Priority);

@@ -35,6 +35,7 @@ public:
 
 private:
   void setUp();
+  void findForerunners();
   void describe();
   void leaveOutGood(Queue& queue, ImageInspector& inspector, Machine& machine);
   void warnOfLeftOut() const;

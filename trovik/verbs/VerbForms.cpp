@@ -127,6 +127,10 @@ template <typename Options> void addMaking(VerbForm<Options>& verb) {
              "With Slurm: the folder that this machine and all nodes see, for what they tell each other")
       .value("--priority", "N", &MakingOptions::priority,
              "Jobs with a higher one are worked off first; 50 by default")
+      .value("--after", "JOB", &MakingOptions::after,
+             "Begin when these jobs are good: JOB[,JOB]; may be repeated")
+      .value("--after-frames", "JOB", &MakingOptions::afterFrames,
+             "Begin each frame when that frame of the job is good; JOB:-1..1 waits for its neighbours too")
       .value("--on-end", "COMMAND", &MakingOptions::endCommand, "Command to start when the job has ended")
       .flag("--notify", &MakingOptions::notify, "A note on the desktop when the job has ended")
       .flag("--dry-run", &MakingOptions::dryRun, "Start nothing; print each command as text for a shell");
@@ -203,9 +207,18 @@ void declareSteeringVerbs(CommandForm& form) {
       .value("--frames", "FRAMES", &RetryOptions::frames, "Only these frames, good ones too")
       .flag("--missing", &RetryOptions::missing, "The frames without a good file, as the files are now")
       .json();
+  declare(form, jobVerbs, "hold", holdJobs, Types::NotNeeded,
+          "Holds jobs: what runs goes on to its end, nothing new begins.")
+      .jobs()
+      .json();
+  declare(form, jobVerbs, "release", releaseJobs, Types::NotNeeded,
+          "Lets jobs go: those that were held or stopped, and those that wait for others.")
+      .jobs()
+      .json();
   declare(form, jobVerbs, "cancel", cancelJobs, Types::NotNeeded,
           "Ends jobs: their programs are asked to end.")
       .jobs()
+      .flag("--with-followers", &CancelOptions::withFollowers, "And the jobs that wait for them")
       .json();
   declare(form, jobVerbs, "delete", deleteJobs, Types::NotNeeded, "Removes jobs from the queue; images stay.")
       .jobs()

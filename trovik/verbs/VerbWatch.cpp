@@ -2,6 +2,7 @@
 #include "trovik/progress/Progress.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
+#include "trovik/verbs/Forerunners.h"
 #include "trovik/verbs/Session.h"
 #include "trovik/verbs/Verbs.h"
 
@@ -23,10 +24,13 @@ int watchJob(Session& session, const JobOptions& options) {
   const std::unique_ptr<RunEvents> progress = progressFor(console, json);
   JobFollower follower(queue, job.id, *progress);
   follower.beginRun();
-  const bool ended = followToEnd(follower, queue, machine, interrupts, [&] {
+  BlockTeller block(console, queue, job.id, json);
+  block.poll();
+  const auto engineGone = [&] {
     tellWatcher(console, json, job.id, "watch.waiting", "waiting",
                 "no engine is at work; start one with \"trovik engine\"");
-  });
+  };
+  const bool ended = followToEnd(follower, queue, machine, interrupts, engineGone, [&] { block.poll(); });
   if (!ended) {
     console.setLive({});
     tellWatcher(console, json, job.id, "watch.left", "left", title + " stays in the queue");

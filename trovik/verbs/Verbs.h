@@ -87,6 +87,8 @@ struct MakingOptions : CommonOptions {
   std::optional<std::string> engine; ///< local or slurm
   std::optional<std::string> shared; ///< the folder that a cluster's nodes see as well
   std::optional<std::string> priority;
+  std::vector<std::string> after;       ///< jobs that are to be good before, JOB[,JOB]
+  std::vector<std::string> afterFrames; ///< the same frame by frame, JOB[:LOW[..HIGH]]
   std::optional<std::string> endCommand;
   bool notify = false;
   bool dryRun = false;
@@ -152,8 +154,14 @@ struct EachJobOptions : CommonOptions {
   std::vector<std::string> jobs;
   bool json = false;
 };
-int cancelJobs(Session& session, const EachJobOptions& options);
+int holdJobs(Session& session, const EachJobOptions& options);
+int releaseJobs(Session& session, const EachJobOptions& options);
 int deleteJobs(Session& session, const EachJobOptions& options);
+
+struct CancelOptions : EachJobOptions {
+  bool withFollowers = false; ///< and the jobs that wait for them
+};
+int cancelJobs(Session& session, const CancelOptions& options);
 
 struct RetryOptions : EachJobOptions {
   std::optional<std::string> frames;

@@ -194,6 +194,15 @@ TEST(Expansion, StopsAtTextsThatDoubleWithEveryParameter) {
   EXPECT_EQ(TextJob(doubling).Expand("<$(P0)>"), "<>");
 }
 
+TEST(Expansion, KnowsTheNamesWithADotOfWhatComesBefore) {
+  const TextJob job(Map{{"After.OutputFolder", "/shots/a b"}, {"After.Images", "/a/1.png /a/2.png"}});
+  EXPECT_EQ(job.Expand("$(After.OutputFolder)|$(after.images)"), "/shots/a b|/a/1.png /a/2.png");
+  EXPECT_EQ(job.Expand("$(After.OutputFolder.Leaf.Upper)"), "A B");
+  EXPECT_EQ(job.Refusal("$(After.OutputFolders)").find("unknown"), String("command line:9: ").size());
+  EXPECT_NE(TextJob(Map{}).Refusal("$(After.Images)").find("since the job waits for no other one"),
+            String::npos);
+}
+
 TEST(Expansion, BoundsTheWorkOfCommandsOnLongValues) {
   String text;
   for (int i = 0; i < 100000; ++i) {

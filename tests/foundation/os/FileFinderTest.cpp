@@ -122,6 +122,26 @@ TEST(FileFinderTest, NamesOfAnyBytesAreFound) {
   EXPECT_EQ(Matches(directory, "*"), sorted);
 }
 
+TEST(FileFinderTest, FilesToComeAreFoundByTheirNamesWhileTheyAreExpected) {
+  const TestDirectory directory;
+  directory.Write("a.1");
+  FileFinder finder;
+  {
+    const FilesToCome second([&](const Path& file) { return file == Path(directory.File("a.2")); });
+    EXPECT_TRUE(finder.FindExact(directory.File("a.1")));
+    EXPECT_TRUE(finder.FindExact(directory.File("a.2")));
+    EXPECT_EQ(finder.Name(), Path(directory.File("a.2")));
+    EXPECT_FALSE(finder.FindExact(directory.File("a.3")));
+    EXPECT_EQ(Matches(directory, "a.?"), (Names{"a.1"}));
+    {
+      const FilesToCome none([](const Path&) { return false; });
+      EXPECT_FALSE(finder.FindExact(directory.File("a.2")));
+    }
+    EXPECT_TRUE(finder.FindExact(directory.File("a.2")));
+  }
+  EXPECT_FALSE(finder.FindExact(directory.File("a.2")));
+}
+
 TEST(FileFinderTest, WildcardsInTheDirectoryArePlain) {
   const TestDirectory directory;
   directory.MakeDirectory("d*");

@@ -79,7 +79,11 @@ protected:
   TemporaryDirectory directory;
   JobFolder folder{Path(directory.file("job"))};
   ArrayFolder array{folder.array(1)};
-  ArrayPlan plan{2, "/logs/\xff", true, std::chrono::seconds(90), {{{1, 3}, 1}, {{-4, -4}, 2}, {{7, 9}, 1}}};
+  ArrayPlan plan{2,
+                 "/logs/\xff",
+                 true,
+                 std::chrono::seconds(90),
+                 {{{1, 3}, 1}, {{-4, -4}, 2, {"/a b.png", "/\xff"}}, {{7, 9}, 1}}};
 };
 
 TEST_F(JobFolderTest, JobComesBackAsItWas) {
@@ -114,6 +118,7 @@ TEST_F(JobFolderTest, PlanComesBackAsItWas) {
   for (std::size_t i = 0; i < plan.works.size(); ++i) {
     EXPECT_EQ(read.works[i].run, plan.works[i].run);
     EXPECT_EQ(read.works[i].attempt, plan.works[i].attempt);
+    EXPECT_EQ(read.works[i].imagesBefore, plan.works[i].imagesBefore);
   }
 }
 

@@ -130,6 +130,47 @@ TEST_F(SiteTest, AJobBecomesAnArrayWhosePlacesAreItsWorks) {
   EXPECT_EQ(ready(id), "1,6,10-12");
 }
 
+TEST_F(SiteTest, WorksThatWaitForAJobHereAreSubmittedAsItsFramesBecomeGood) {
+  const JobId before = user.submit(entryOf("1-3", 0));
+  NewJob entry = entryOf("1-3", 0);
+  entry.runOn = RunOn::Cluster;
+  entry.folder = settings.folder.Text();
+  entry.forerunners = {{.job = before, .byFrame = true}};
+  const JobId id = user.submit(entry);
+  pass(3s);
+  EXPECT_TRUE(site.arrays.empty());
+  const EngineId here = user.enterEngine(1);
+  Outcome outcome;
+  outcome.attempt = user.claim(here, 1, before).at(0).attempt;
+  FileRecord image;
+  image.path = "/out/\xff 1.png";
+  image.frame = 1;
+  image.checked = true;
+  outcome.files = {image};
+  user.settle(outcome);
+  pass(3s);
+  ASSERT_EQ(site.arrays.size(), 1U);
+  const ArrayPlan plan = folderOf(101).plan();
+  ASSERT_EQ(plan.works.size(), 1U);
+  EXPECT_EQ(plan.works[0].run, (FrameRun{1, 1}));
+  EXPECT_EQ(plan.works[0].imagesBefore, (std::vector<std::string>{"/out/\xff 1.png"}));
+  EXPECT_EQ(queue.frames(id).waiting.text(), "2-3");
+}
+
+TEST_F(SiteTest, JobHereWaitsForOneOnTheCluster) {
+  const JobId before = submit("1-2");
+  NewJob entry = entryOf("1-2", 0);
+  entry.forerunners = {{.job = before, .byFrame = true}};
+  const JobId id = user.submit(entry);
+  pass(3s);
+  site.start();
+  begin(101, 0);
+  finish(101, 0);
+  pass(5s);
+  EXPECT_EQ(good(before), "1");
+  EXPECT_EQ(queue.frames(id).waiting.text(), "2");
+}
+
 TEST_F(SiteTest, AJobOfAnotherQueueIsNotSubmittedUntilItIsMadeOnesOwn) {
   const JobId id = submit("1-2");
   Database(Path(directory.file("queue/queue.db"))).execute("UPDATE jobs SET home = ''");

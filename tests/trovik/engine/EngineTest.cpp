@@ -592,5 +592,52 @@ TEST(EndCommand, OfAJobThatCameWithACopyNothingIsStarted) {
                                           "copy of another queue"});
 }
 
+TEST_F(EngineTest, FollowersAreWorkedAsSoonAsTheyMayWithTheImagesBeforeThem) {
+  const JobId first = submit("1-2");
+  job->SetParameter("CommandString", "$(SubRange) $(After.Images)");
+  job->Set(p_AfterOutputFolder, "/before");
+  NewJob entry = entryOf("1-2", 0);
+  entry.forerunners = {{.job = first, .byFrame = true}};
+  entry.priority = 90; // so that its works come before those that are left of the other
+  queue.submit(entry);
+  machine.behaviour = [&](const ProcessStart& start) {
+    return script(1s, start.Arguments.size() == 2 && frames(start) == "2-2" ? 1 : 0);
+  };
+  LocalEngine engine(machine, queue, inspector, machine, recorder);
+  EnginePlan plan;
+  plan.untilEmpty = true;
+  EXPECT_TRUE(engine.run(plan)) << "what waits for a job that failed is nothing that is left to do";
+  std::vector<std::string> starts;
+  for (const ProcessStart& start : machine.started) {
+    starts.push_back(frames(start));
+  }
+  EXPECT_EQ(starts, (std::vector<std::string>{"1-1", "1-1", "2-2"}));
+  EXPECT_EQ(queue.frames(2).good.text(), "1");
+  EXPECT_EQ(queue.frames(2).waiting.text(), "2");
+}
+
+TEST_F(EngineTest, OneJobThatIsBlockedIsAwaited) {
+  const JobId first = submit("1");
+  NewJob entry = entryOf("1", 0);
+  entry.forerunners = {{.job = first}};
+  const JobId second = queue.submit(entry);
+  Queue other{Path(directory.file("queue"))};
+  const EngineId elsewhere = other.enterEngine(1);
+  const Claim claim = other.claim(elsewhere, 1, first).at(0);
+  int ticks = 0;
+  LocalEngine engine(machine, queue, inspector, machine, recorder);
+  EnginePlan plan;
+  plan.only = second;
+  plan.whenIdle = [&] {
+    if (++ticks == 3) {
+      Outcome outcome;
+      outcome.attempt = claim.attempt;
+      other.settle(outcome);
+    }
+  };
+  EXPECT_TRUE(engine.run(plan));
+  EXPECT_EQ(queue.job(second)->state, JobState::Good);
+}
+
 } // namespace
 } // namespace trovik

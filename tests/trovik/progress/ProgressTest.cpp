@@ -175,7 +175,7 @@ TEST(Summary, AJobOfTheQueueIsGoneOnWithByItsNumber) {
 TEST(Summary, AdviceIsWhatDoesTheRest) {
   const auto advice = [](JobState state, bool failed, bool canceled, bool cluster, bool engine) {
     std::string text;
-    for (const Advice& one : adviceOn({3, state, failed, canceled, cluster, engine})) {
+    for (const Advice& one : adviceOn({3, state, failed, canceled, cluster, false, engine})) {
       text += (text.empty() ? "" : "; ") + one.command;
     }
     return text;

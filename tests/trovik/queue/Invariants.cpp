@@ -19,9 +19,9 @@ constexpr std::array rules = {
     Rule{"unknown state of a job",
          "SELECT id || ' ' || state FROM jobs WHERE state NOT IN ('waiting', 'running', 'good', 'failed', "
          "'canceled', 'stopped')"},
-    Rule{"unknown state of a work",
-         "SELECT id || ' ' || state FROM works WHERE state NOT IN ('ready', 'running', 'good', 'failed', "
-         "'canceled')"},
+    Rule{"unknown state of a work", "SELECT id || ' ' || state FROM works WHERE state NOT IN ('ready', "
+                                    "'waiting', 'running', 'good', 'failed', "
+                                    "'canceled')"},
     Rule{"unknown state of an attempt", "SELECT id || ' ' || state FROM attempts WHERE state NOT IN "
                                         "('running', 'good', 'failed', 'canceled', "
                                         "'lost')"},
@@ -44,13 +44,14 @@ constexpr std::array rules = {
          "SELECT id FROM attempts WHERE (state = 'running') <> (ended IS NULL)"},
     Rule{"a work's number of attempts is not that of its last one",
          "SELECT w.id FROM works w JOIN attempts a ON a.id = w.attempt WHERE w.attempts <> a.number"},
-    Rule{"an open job has nothing to do", "SELECT id FROM jobs j WHERE state IN ('waiting', 'running', "
-                                          "'stopped') AND NOT EXISTS (SELECT 1 FROM "
-                                          "works WHERE job = j.id AND state IN ('ready', 'running'))"},
+    Rule{"an open job has nothing to do",
+         "SELECT id FROM jobs j WHERE state IN ('waiting', 'running', "
+         "'stopped') AND NOT EXISTS (SELECT 1 FROM "
+         "works WHERE job = j.id AND state IN ('ready', 'waiting', 'running'))"},
     Rule{
         "an ended job has something to do",
         "SELECT id FROM jobs j WHERE state IN ('good', 'failed', 'canceled') AND EXISTS (SELECT 1 FROM works "
-        "WHERE job = j.id AND state IN ('ready', 'running'))"},
+        "WHERE job = j.id AND state IN ('ready', 'waiting', 'running'))"},
     Rule{"a good job has works that are not", "SELECT id FROM jobs j WHERE state = 'good' AND EXISTS (SELECT "
                                               "1 FROM works WHERE job = j.id AND state "
                                               "<> 'good')"},
@@ -59,8 +60,8 @@ constexpr std::array rules = {
                                             "state = 'failed')"},
     Rule{"a job that is being canceled has ready works, or nothing that runs",
          "SELECT id FROM jobs j WHERE canceling = 1 AND (EXISTS (SELECT 1 FROM works WHERE job = j.id AND "
-         "state = "
-         "'ready') OR NOT EXISTS (SELECT 1 FROM works WHERE job = j.id AND state = 'running'))"},
+         "state IN ('ready', 'waiting')) OR NOT EXISTS (SELECT 1 FROM works WHERE job = j.id AND state = "
+         "'running'))"},
     Rule{"a waiting job was started, or another that has attempts was not",
          "SELECT id FROM jobs j WHERE (state = 'waiting' AND started IS NOT NULL) OR (started IS NULL) <> "
          "(NOT "
@@ -78,6 +79,18 @@ constexpr std::array rules = {
          "SELECT id FROM files f WHERE attempt = 0 OR (attempt > 0 AND NOT EXISTS (SELECT 1 FROM attempts a "
          "WHERE "
          "a.id = f.attempt)) OR (attempt < 0 AND NOT EXISTS (SELECT 1 FROM jobs j WHERE j.id = -f.attempt))"},
+    // Of jobs that wait for others.
+    Rule{"a work waits in a job that waits for no other",
+         "SELECT w.id FROM works w WHERE w.state = 'waiting' AND NOT EXISTS (SELECT 1 FROM forerunners f "
+         "WHERE f.job = w.job AND f.released = 0)"},
+    Rule{"a work waits, but all that it waits for is good",
+         "SELECT w.id FROM works w WHERE w.state = 'waiting' AND NOT EXISTS (SELECT 1 FROM forerunners f "
+         "LEFT JOIN jobs j ON j.id = f.after WHERE f.job = w.job AND f.released = 0 AND (j.id IS NULL OR "
+         "(j.state <> 'good' AND (f.by_frame = 0 OR EXISTS (SELECT 1 FROM works n WHERE n.job = f.after AND "
+         "n.state <> 'good' AND n.first <= w.last + f.high AND n.last >= w.first + f.low)))))"},
+    Rule{"a blocked job has works that are ready",
+         "SELECT id FROM jobs j WHERE blocked = 1 AND EXISTS (SELECT 1 FROM works w WHERE w.job = j.id AND "
+         "w.state = 'ready')"},
     // Of a cluster.
     Rule{"a work of a cluster's job runs elsewhere, or one of this machine's there",
          "SELECT a.id FROM attempts a JOIN jobs j ON j.id = a.job JOIN engines e ON e.id = a.engine "

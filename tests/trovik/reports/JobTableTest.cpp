@@ -175,8 +175,10 @@ TEST_F(Jobs, AJobIsToldWholeInJson) {
   EXPECT_EQ(told.dump(), R"({"job":1,"name":"shot","type":"Sketch","typeId":)"
                          R"("5f0c9a5e-6d0b-4c86-9d0f-2f4f3b1f7a10","scene":"/scenes/shot_%04d.skt",)"
                          R"("range":"1-2,3","state":"failed","note":"Error line: bad","priority":70,)"
-                         R"("counts":{"total":3,"good":2,"failed":1,"running":0,"ready":0,"canceled":0},)"
-                         R"("frames":{"good":"1-2","failed":"3","running":"","ready":"","canceled":""},)"
+                         R"("counts":{"total":3,"good":2,"failed":1,"running":0,"ready":0,"canceled":0,)"
+                         R"("blocked":0},)"
+                         R"("frames":{"good":"1-2","failed":"3","running":"","ready":"","canceled":"",)"
+                         R"("blocked":""},"after":[],)"
                          R"("output":"/home/ada/out","logs":")" +
                              directory.file("logs/1") + "\"}");
 }
