@@ -23,6 +23,8 @@ extern const char* const p_Retries;
 extern const char* const p_RunTimeLimit;
 extern const char* const p_SilenceLimit;
 extern const char* const p_StopAfter;
+extern const char* const p_SlotsAtMost;
+extern const char* const p_Limits;
 extern const char* const p_NoRetryTexts;
 extern const char* const p_FileCheck;
 extern const char* const p_RefuseFlatImages;

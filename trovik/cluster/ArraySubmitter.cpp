@@ -17,6 +17,11 @@ constexpr Duration gatheringTime = std::chrono::seconds(5);
 /// of works is not to be read at every turn.
 constexpr Duration fullTime = std::chrono::seconds(5);
 
+/// The smaller one of two numbers, where 0 means that there is no limit.
+int atMost(int one, int other) {
+  return one == 0 || other == 0 ? one + other : std::min(one, other);
+}
+
 /// What a frame of the job took, in seconds.
 std::optional<double> secondsOfFrame(Queue& queue, JobId id) {
   double seconds = 0;
@@ -189,7 +194,11 @@ void ArraySubmitter::submit(OpenArray& array, const ClusterJob& job) {
   submission.program = state_.settings.program;
   submission.taskLog = array.folder.taskLog("%a");
   submission.tasks = static_cast<int>(plan.tasks());
-  submission.throttle = request.throttle;
+  submission.throttle = atMost(request.throttle, job.record.slotsAtMost);
+  for (const LimitShare& share : state_.queue.takes(job.record.id)) {
+    submission.licenses +=
+        (submission.licenses.empty() ? "" : ",") + share.name + ':' + std::to_string(share.amount);
+  }
   submission.partition = request.partition;
   submission.account = request.account;
   submission.qos = request.qos;

@@ -51,6 +51,7 @@ struct ClusterSubmission {
   Path program;                        ///< trovik on the nodes
   Path taskLog;                        ///< with "%a" for the index
   int tasks = 1;                       ///< indices from 0 on
+  std::string licenses;                ///< "renderer:1,floating:2"; empty for none
   int throttle = 0;                    ///< tasks that may run at a time; 0 for no limit
   std::string partition, account, qos; ///< empty for the site's default
   std::int64_t memory = 0;             ///< mebibytes of a task; 0 leaves it to the cluster

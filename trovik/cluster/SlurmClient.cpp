@@ -102,6 +102,7 @@ std::vector<String> submissionWords(const ClusterSubmission& submission) {
   }
   for (const auto& [option, value] : {std::pair("--partition=", &submission.partition),
                                       {"--account=", &submission.account},
+                                      {"--licenses=", &submission.licenses},
                                       {"--qos=", &submission.qos}}) {
     if (!value->empty()) {
       words.emplace_back(option + *value);

@@ -123,7 +123,18 @@ public:
   }
   static Needed neededType() { return {"needs the name of a job type", "\"trovik types\" lists them"}; }
   VerbForm& job() { return argument("JOB", "JOB", &Options::job, jobDescription, neededJob()); }
-  VerbForm& jobs() { return argument("JOB", "JOB...", &Options::jobs, jobDescription, neededJob()); }
+  VerbForm& jobs() { return argument("JOB", "[JOB...]", &Options::jobs, jobDescription); }
+  /// Jobs by what they are, instead of their numbers.
+  VerbForm& chosenJobs() {
+    return value("--status", "STATE", &Options::status, "All jobs in this state, as \"trovik jobs\" tells it")
+        .value("--type", "NAME", &Options::type, "All jobs of this type; * stands for any letters")
+        .value("--name", "NAME", &Options::name, "All jobs of this name; * stands for any letters")
+        .flag("--yes", &Options::yes, "Ask nothing where jobs are chosen so")
+        .letter('y');
+  }
+  VerbForm& dryRun() {
+    return flag("--dry-run", &Options::dryRun, "Change nothing; tell what would be done");
+  }
   static Needed neededJob() {
     return {"needs the number of a job, or \"last\" for the newest", "\"trovik jobs\" lists them", true};
   }

@@ -170,6 +170,7 @@ const char* const cancelFooter = "What is good stays; \"trovik retry\" opens the
                                  "Examples:\n"
                                  "  trovik cancel 3\n"
                                  "  trovik cancel 3 --with-followers\n"
+                                 "  trovik cancel --status waiting --type povray --yes\n"
                                  "  trovik cancel 3 4 5 --json";
 
 const char* const holdFooter = "On a cluster the job's tasks are ended.\n"
@@ -177,6 +178,15 @@ const char* const holdFooter = "On a cluster the job's tasks are ended.\n"
                                "Examples:\n"
                                "  trovik hold 3\n"
                                "  trovik hold 3 4 5 --json";
+
+const char* const setFooter =
+    "Priority, Retries, StopAfter, SlotsAtMost and Limits count for works that begin\n"
+    "from now on; PacketSize cuts those anew that have not begun.\n"
+    "\n"
+    "Examples:\n"
+    "  trovik set 3 Priority=80\n"
+    "  trovik set 3 4 SlotsAtMost=2 Retries=1\n"
+    "  trovik set --status waiting --type povray PacketSize=4 --dry-run --json";
 
 const char* const releaseFooter =
     "A job that is held and waits for others is released from the one first, then,\n"
@@ -215,31 +225,19 @@ const char* const taskFooter =
 
 const char* helpFooter(std::string_view verb) {
   static const std::map<std::string_view, const char*> footers = {
-      {"", programFooter},
-      {"types", typesFooter},
-      {"type", typeFooter},
-      {"check", checkFooter},
-      {"detect", detectFooter},
-      {"find", findFooter},
-      {"new", newFooter},
-      {"replay", replayFooter},
-      {"run", runFooter},
-      {"submit", submitFooter},
-      {"engine", engineFooter},
-      {"jobs", jobsFooter},
-      {"show", showFooter},
-      {"log", logFooter},
-      {"images", imagesFooter},
-      {"watch", watchFooter},
-      {"retry", retryFooter},
-      {"hold", holdFooter},
-      {"release", releaseFooter},
-      {"cancel", cancelFooter},
-      {"delete", deleteFooter},
-      {"stats", statsFooter},
-      {"sheet", sheetFooter},
-      {"task", taskFooter},
-      {"help", "Examples:\n  trovik help run"},
+      {"", programFooter},      {"types", typesFooter},
+      {"type", typeFooter},     {"check", checkFooter},
+      {"detect", detectFooter}, {"find", findFooter},
+      {"new", newFooter},       {"replay", replayFooter},
+      {"run", runFooter},       {"submit", submitFooter},
+      {"engine", engineFooter}, {"jobs", jobsFooter},
+      {"show", showFooter},     {"log", logFooter},
+      {"images", imagesFooter}, {"watch", watchFooter},
+      {"retry", retryFooter},   {"hold", holdFooter},
+      {"set", setFooter},       {"release", releaseFooter},
+      {"cancel", cancelFooter}, {"delete", deleteFooter},
+      {"stats", statsFooter},   {"sheet", sheetFooter},
+      {"task", taskFooter},     {"help", "Examples:\n  trovik help run"},
   };
   const auto footer = footers.find(verb);
   if (footer == footers.end()) {

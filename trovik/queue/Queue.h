@@ -114,7 +114,17 @@ public:
   /// then good ones too. Works that run are left alone. Returns the frames
   /// that are to be worked (of a job without frames: works).
   std::size_t retry(JobId id, const std::optional<RunSet>& only);
-  void setPriority(JobId id, int priority);
+  /// Changes what may change of a job, whatever its state.
+  void change(JobId id, const JobChange& change);
+  /// The works that another packet size would cut anew, in their order: those
+  /// that were never begun, nor given to a task of a cluster.
+  std::vector<FrameRun> worksToCut(JobId id);
+  /// What each work of the job takes of what is scarce, by name.
+  std::vector<LimitShare> takes(JobId id);
+  /// Says how much there is of what is scarce; of what is not named there is no
+  /// limit. For all engines of the queue, from now on.
+  void setLimits(const std::vector<LimitShare>& limits);
+  std::vector<LimitStand> limits(); ///< by name
   /// The jobs that it waits or waited for, ascending.
   std::vector<Forerunner> forerunners(JobId id);
   /// The open jobs that wait for it, ascending; with those that wait for them,

@@ -8,10 +8,10 @@
 
 namespace trovik {
 
-const char* const jobColumns =
-    "id, name, type, type_name, scene, range, has_frames, state, note, priority, "
-    "retries, stop_after, directory, output, logs, end_command, run_on, folder, home, blocked, created, "
-    "started, ended";
+const char* const jobColumns = "id, name, type, type_name, scene, range, has_frames, state, note, priority, "
+                               "retries, stop_after, slots_at_most, directory, output, logs, end_command, "
+                               "run_on, folder, home, blocked, created, "
+                               "started, ended";
 const char* const attemptColumns =
     "id, job, work, engine, first, last, number, state, rule, reason, lines, log, "
     "command, exit_code, signal, good, again, started, ended, duration, user_time, system_time, "
@@ -167,6 +167,7 @@ JobRecord readJob(Query& row, const Queue& queue, const std::string& home) {
   job.priority = row.integer();
   job.retries = row.integer();
   job.stopAfter = row.integer();
+  job.slotsAtMost = row.integer();
   job.directory = row.text();
   job.output = row.text();
   job.logs = row.text();

@@ -95,6 +95,8 @@ public:
 
   void summarize(const JobRecord& job, const JobFrames& frames, RunSummary& summary);
 
+  void cutAnew(JobId job, int packet);
+  void setTakes(JobId job, const std::vector<LimitShare>& takes);
   std::vector<Forerunner> forerunners(JobId job);
   /// Works of a follower that have not begun wait, or are ready, as its
   /// forerunners stand.
@@ -177,6 +179,8 @@ public:
 };
 
 Moment now();
+/// How much of a limit works that run take.
+std::int64_t takenOfLimit(Database& database, const std::string& name);
 JobRecord readJob(Query& row, const Queue& queue, const std::string& home);
 AttemptRecord readAttempt(Query& row, Database& database);
 FileRecord readFile(Query& row);

@@ -98,6 +98,10 @@ JobId Queue::submit(const NewJob& job) {
             id, one.job, one.byFrame, one.low, one.high)
           .run();
     }
+    impl_->setTakes(id, job.takes);
+    if (job.slotsAtMost > 0) {
+      Query(database, "UPDATE jobs SET slots_at_most = ?2 WHERE id = ?1", id, job.slotsAtMost).run();
+    }
     if (!job.forerunners.empty()) {
       Query(database, "UPDATE jobs SET follows = 1 WHERE id = ?1", id).run();
       impl_->weigh(id);
@@ -242,11 +246,6 @@ void Queue::Impl::cutWorks(JobId job, std::span<const FrameRun> wanted, const ch
     }
     putParts(cut.work, parts);
   }
-}
-
-void Queue::setPriority(JobId id, int priority) {
-  impl_->database.write(
-      [&] { Query(impl_->database, "UPDATE jobs SET priority = ?2 WHERE id = ?1", id, priority).run(); });
 }
 
 void Queue::remove(JobId id) {

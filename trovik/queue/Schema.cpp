@@ -265,7 +265,25 @@ CREATE INDEX works_open ON works (job, state DESC, tries, position, first)
   WHERE state = 'ready' OR state = 'running' OR state = 'waiting';
 )sql";
 
-constexpr std::array steps = {version1, version2, version3, version4, version5, version6, version7, version8};
+// How much there is of what is scarce, and what the works of a job take of it.
+// What is taken is not kept, but counted among the works that run.
+constexpr const char* version9 = R"sql(
+CREATE TABLE limits (
+  name TEXT NOT NULL PRIMARY KEY,
+  amount INTEGER NOT NULL
+) STRICT, WITHOUT ROWID;
+CREATE TABLE job_limits (
+  job INTEGER NOT NULL REFERENCES jobs (id) ON DELETE CASCADE,
+  name TEXT NOT NULL,
+  amount INTEGER NOT NULL,
+  PRIMARY KEY (job, name)
+) STRICT, WITHOUT ROWID;
+ALTER TABLE jobs ADD COLUMN limited INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE jobs ADD COLUMN slots_at_most INTEGER NOT NULL DEFAULT 0;
+)sql";
+
+constexpr std::array steps = {version1, version2, version3, version4, version5,
+                              version6, version7, version8, version9};
 
 int numberOf(Database& database, const char* sql) {
   Query query(database, sql);

@@ -9,7 +9,7 @@ namespace trovik::statements {
 // The index is named so that a claim among a million ready works can never
 // become a search among all of them.
 inline constexpr const char* openJobs =
-    "SELECT id, state, follows FROM jobs INDEXED BY jobs_open "
+    "SELECT id, state, follows, slots_at_most, limited FROM jobs INDEXED BY jobs_open "
     "WHERE run_on = 'local' AND blocked = 0 AND state IN ('waiting', 'running') ORDER BY priority DESC, id";
 inline constexpr const char* readyWorks =
     "SELECT id, first, last, attempts, tries FROM works INDEXED BY works_open "
@@ -70,6 +70,16 @@ inline constexpr const char* anyToDo =
 inline constexpr const char* anyRunning =
     "SELECT 1 FROM works INDEXED BY works_open WHERE job = ?1 AND state = 'running' LIMIT 1";
 
+inline constexpr const char* runningWorks =
+    "SELECT count(*) FROM works INDEXED BY works_open WHERE job = ?1 AND state = 'running'";
+inline constexpr const char* takesOfJob =
+    "SELECT t.name, t.amount, l.amount FROM job_limits t LEFT JOIN limits l ON l.name = t.name "
+    "WHERE t.job = ?1 ORDER BY t.name";
+inline constexpr const char* takenOfLimit =
+    "SELECT t.amount, (SELECT count(*) FROM works INDEXED BY works_open WHERE job = j.id AND state = "
+    "'running') "
+    "FROM jobs j INDEXED BY jobs_unfinished CROSS JOIN job_limits t ON t.job = j.id AND t.name = ?1 "
+    "WHERE j.state IN ('waiting', 'running', 'stopped')";
 inline constexpr const char* block =
     "UPDATE jobs SET blocked = 1 WHERE id = ?1 AND EXISTS "
     "(SELECT 1 FROM works INDEXED BY works_open WHERE job = ?1 AND state = 'waiting')";
@@ -241,6 +251,9 @@ inline constexpr std::array all = {
     waitingAt,
     setWork,
     unblock,
+    runningWorks,
+    takesOfJob,
+    takenOfLimit,
 };
 
 } // namespace trovik::statements

@@ -1,5 +1,6 @@
 #include "trovik/records/Records.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 
@@ -64,6 +65,26 @@ bool fromName(std::string_view name, RunOn& runOn) {
 }
 bool fromName(std::string_view name, ArrayRecord::State& state) {
   return find(arrayStates, name, state);
+}
+
+std::vector<FrameRun> cutAnew(const std::vector<FrameRun>& works, int packet) {
+  std::vector<FrameRun> result;
+  for (const FrameRun& run : works) {
+    // As far as the one before has room for them, what follows it joins it.
+    std::int64_t first = run.First;
+    while (first <= run.Last) {
+      const bool joins =
+          !result.empty() && std::int64_t{result.back().Last} + 1 == first && result.back().Count() < packet;
+      if (!joins) {
+        result.push_back({static_cast<int>(first), static_cast<int>(first)});
+      }
+      FrameRun& last = result.back();
+      const std::int64_t end = std::min<std::int64_t>(run.Last, std::int64_t{last.First} + packet - 1);
+      last.Last = static_cast<int>(end);
+      first = end + 1;
+    }
+  }
+  return result;
 }
 
 std::string foreignJobText(JobId job) {

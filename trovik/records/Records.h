@@ -109,6 +109,21 @@ struct Forerunner {
   bool operator==(const Forerunner&) const = default;
 };
 
+/// What a running work takes of something scarce.
+struct LimitShare {
+  std::string name; ///< in small letters
+  int amount = 1;
+
+  bool operator==(const LimitShare&) const = default;
+};
+
+/// Something scarce, such as licences.
+struct LimitStand {
+  std::string name; ///< in small letters
+  int amount = 0;   ///< that there are
+  int taken = 0;    ///< by works that run
+};
+
 /// A job to be put into the queue.
 struct NewJob {
   std::string name;
@@ -131,10 +146,25 @@ struct NewJob {
   std::string logs;                     ///< the directory of the logs; empty for the queue's own choice
   std::vector<std::string> endCommands; ///< each to be started by itself when the job has ended
   std::vector<Forerunner> forerunners;  ///< ascending, each job once
+  int slotsAtMost = 0;                  ///< works at a time; 0 for no limit
+  std::vector<LimitShare> takes;        ///< what each of its works takes, each name once
   RunOn runOn = RunOn::Local;
   std::string folder; ///< of a cluster's job: the folder that the nodes see as well (JobFolder), without its
                       ///< last part
 };
+
+/// What is to change of a job that is in the queue.
+struct JobChange {
+  std::optional<int> priority{};
+  std::optional<int> retries{};
+  std::optional<int> stopAfter{};
+  std::optional<int> slotsAtMost{};
+  std::optional<std::vector<LimitShare>> takes{};
+  std::optional<int> packet{}; ///< frames of a work that has not begun; of jobs with frames
+};
+
+/// Works of neighbouring frames, in their order, joined and cut into packets.
+std::vector<FrameRun> cutAnew(const std::vector<FrameRun>& works, int packet);
 
 /// A job as it stands.
 struct JobRecord {
@@ -150,6 +180,7 @@ struct JobRecord {
   int priority = 50;
   int retries = 0;
   int stopAfter = 0;
+  int slotsAtMost = 0;
   std::string directory;
   std::string output;
   std::string logs;

@@ -134,6 +134,19 @@ std::string lostText(const Console& console, const JobReport& report) {
                Colour::Yellow);
 }
 
+std::string limitsText(const Console& console, const JobReport& report) {
+  std::string text;
+  for (const auto& [share, stand] : report.limits) {
+    const std::string amount = share.amount == 1 ? std::string() : std::to_string(share.amount) + " of ";
+    const std::string how =
+        stand.name.empty() ? "without a limit in this queue"
+                           : std::to_string(stand.taken) + " of " + std::to_string(stand.amount) + " taken";
+    text +=
+        entry(console, text.empty() ? "limits" : "", amount + console.shown(share.name) + " (" + how + ")");
+  }
+  return text;
+}
+
 /// What it waits for, and what waits for it.
 std::string forerunnersText(const Console& console, const JobReport& report) {
   std::string text;
@@ -196,6 +209,14 @@ JobReport reportOn(Queue& queue, JobRecord job, ImageInspector& inspector) {
   JobReport report;
   report.view = viewOf(queue, std::move(job));
   report.followers = queue.followers(id, false);
+  if (const std::vector<LimitShare> takes = queue.takes(id); !takes.empty()) {
+    const std::vector<LimitStand> stands = queue.limits();
+    for (const LimitShare& share : takes) {
+      const auto stand = std::find_if(stands.begin(), stands.end(),
+                                      [&](const LimitStand& one) { return one.name == share.name; });
+      report.limits.emplace_back(share, stand == stands.end() ? LimitStand() : *stand);
+    }
+  }
   report.engine = queue.hasOtherEngine(0);
   if (report.view.job.runOn == RunOn::Cluster) {
     report.cluster = clusterReport(queue, report.view.job);
@@ -266,6 +287,10 @@ std::string reportText(const Console& console, const JobReport& report, Moment n
   if (job.priority != 50) {
     text += entry(console, "priority", std::to_string(job.priority));
   }
+  if (job.slotsAtMost > 0) {
+    text += entry(console, "slots", std::to_string(job.slotsAtMost) + " at most");
+  }
+  text += limitsText(console, report);
   text += entry(console, view.job.hasFrames ? "frames" : "work", countsText(console, view));
   if (job.hasFrames) {
     text += framesEntry(console, "good", view.frames.good, Colour::Green);
@@ -336,6 +361,14 @@ Json reportJson(const JobReport& report, Moment now) {
          {"reason", attempt.reason}});
   }
   document["followers"] = report.followers;
+  document["slotsAtMost"] = report.view.job.slotsAtMost;
+  document["limits"] = Json::array();
+  for (const auto& [share, stand] : report.limits) {
+    document["limits"].push_back({{"name", share.name},
+                                  {"takes", share.amount},
+                                  {"amount", stand.name.empty() ? Json(nullptr) : Json(stand.amount)},
+                                  {"taken", stand.name.empty() ? Json(nullptr) : Json(stand.taken)}});
+  }
   document["cluster"] = report.cluster ? clusterJson(*report.cluster, now) : Json(nullptr);
   document["failures"] = Json::array();
   for (const auto& [group, attempt] : report.failures) {

@@ -28,12 +28,13 @@ struct JobReport {
   std::vector<AttemptRecord> lost; ///< their engine died
   std::vector<Failure> failures;
   std::vector<ProgramShare> programs;
-  std::map<std::string, std::size_t> images; ///< by directory
-  std::vector<JobId> followers;              ///< jobs that wait for it
-  RunSet gone;                               ///< frames that were good, with a file that is not good now
-  std::optional<Duration> left;              ///< a guess, while works run
-  bool engine = false;                       ///< one lives that may work off the job
-  std::optional<ClusterReport> cluster;      ///< of a job on one
+  std::map<std::string, std::size_t> images;             ///< by directory
+  std::vector<std::pair<LimitShare, LimitStand>> limits; ///< what a work takes, and how that stands
+  std::vector<JobId> followers;                          ///< jobs that wait for it
+  RunSet gone;                          ///< frames that were good, with a file that is not good now
+  std::optional<Duration> left;         ///< a guess, while works run
+  bool engine = false;                  ///< one lives that may work off the job
+  std::optional<ClusterReport> cluster; ///< of a job on one
 };
 
 /// Its images are those that are good now; see filesNow.

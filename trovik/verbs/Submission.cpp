@@ -15,6 +15,7 @@
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
 #include "trovik/verbs/Forerunners.h"
+#include "trovik/verbs/Limits.h"
 #include "trovik/works/MissingFrames.h"
 #include "trovik/works/RunLogs.h"
 
@@ -190,6 +191,8 @@ void Submission::describe() {
   newJob_.priority = effectiveNumber(job, p_Priority);
   newJob_.retries = std::clamp(effectiveNumber(job, p_Retries), 0, 1'000'000);
   newJob_.stopAfter = std::max(0, effectiveNumber(job, p_StopAfter));
+  newJob_.slotsAtMost = std::clamp(effectiveNumber(job, p_SlotsAtMost), 0, 1'000'000);
+  newJob_.takes = sharesOf(effectiveValue(job, p_Limits), knownLimits(session_));
   std::error_code error;
   newJob_.directory = std::filesystem::current_path(error).string();
   newJob_.output = outputOf(job);

@@ -204,24 +204,40 @@ void declareReadingVerbs(CommandForm& form) {
 void declareSteeringVerbs(CommandForm& form) {
   declare(form, jobVerbs, "retry", retryJobs, Types::NotNeeded, "Has works done again.")
       .jobs()
+      .chosenJobs()
       .value("--frames", "FRAMES", &RetryOptions::frames, "Only these frames, good ones too")
       .flag("--missing", &RetryOptions::missing, "The frames without a good file, as the files are now")
       .json();
   declare(form, jobVerbs, "hold", holdJobs, Types::NotNeeded,
           "Holds jobs: what runs goes on to its end, nothing new begins.")
       .jobs()
+      .chosenJobs()
+      .dryRun()
+      .json();
+  declare(
+      form, jobVerbs, "set", setJobs, Types::NotNeeded,
+      "Changes jobs that are in the queue: Priority, Retries, StopAfter, SlotsAtMost, Limits, PacketSize.")
+      .argument("JOB", "JOB... NAME=VALUE...", &EachJobOptions::jobs,
+                "Numbers of jobs, or \"last\" for the newest, and what is to change")
+      .chosenJobs()
+      .dryRun()
       .json();
   declare(form, jobVerbs, "release", releaseJobs, Types::NotNeeded,
           "Lets jobs go: those that were held or stopped, and those that wait for others.")
       .jobs()
+      .chosenJobs()
+      .dryRun()
       .json();
   declare(form, jobVerbs, "cancel", cancelJobs, Types::NotNeeded,
           "Ends jobs: their programs are asked to end.")
       .jobs()
+      .chosenJobs()
+      .dryRun()
       .flag("--with-followers", &CancelOptions::withFollowers, "And the jobs that wait for them")
       .json();
   declare(form, jobVerbs, "delete", deleteJobs, Types::NotNeeded, "Removes jobs from the queue; images stay.")
       .jobs()
+      .chosenJobs()
       .json();
 }
 

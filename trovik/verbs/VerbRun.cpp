@@ -3,6 +3,7 @@
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
 #include "trovik/verbs/EngineRun.h"
+#include "trovik/verbs/Limits.h"
 #include "trovik/verbs/Submission.h"
 #include "trovik/verbs/Verbs.h"
 
@@ -23,6 +24,7 @@ int runJob(Session& session, const RunOptions& options) {
   LocalMachine machine;
   ImageHelper images(imageHelper(session));
   Queue queue(session.state());
+  tellLimits(queue);
   submission.checkFiles(queue, images, machine);
   if (options.dryRun && !job.works.empty()) {
     printDryRun(session.console(), job, options.json);
@@ -53,6 +55,7 @@ int submitJob(Session& session, const MakingOptions& options) {
   }
   submission.tryFirstWork();
   Queue queue(session.state());
+  tellLimits(queue);
   LocalMachine machine;
   ImageHelper images(options.missing ? imageHelper(session) : session.locations().imageHelper());
   submission.checkFiles(queue, images, machine);
@@ -74,6 +77,7 @@ int submitJob(Session& session, const MakingOptions& options) {
 
 int runEngine(Session& session, const EngineOptions& options) {
   Queue queue(session.state());
+  tellLimits(queue);
   LocalMachine machine;
   ImageHelper images(imageHelper(session));
   return workQueue(session, queue, images, machine, options);

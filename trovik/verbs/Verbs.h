@@ -149,11 +149,20 @@ struct SheetOptions : JobOptions {
 };
 int drawSheet(Session& session, const SheetOptions& options);
 
-/// Several jobs, each as above.
+/// Several jobs, each as above, or all that are alike in some way.
 struct EachJobOptions : CommonOptions {
   std::vector<std::string> jobs;
+  std::optional<std::string> status;
+  std::optional<std::string> type; ///< a pattern of its name, as the next
+  std::optional<std::string> name;
+  bool yes = false;    ///< ask nothing
+  bool dryRun = false; ///< of verbs that only change the queue
   bool json = false;
+
+  bool areChosen() const { return status || type || name; }
 };
+/// Its words with "=" are what is to change.
+int setJobs(Session& session, const EachJobOptions& options);
 int holdJobs(Session& session, const EachJobOptions& options);
 int releaseJobs(Session& session, const EachJobOptions& options);
 int deleteJobs(Session& session, const EachJobOptions& options);

@@ -126,6 +126,13 @@ const std::vector<Description>& Descriptions() {
       {p_StopAfter, Info::k_Integer, k_Tunable, "Stop after", "10", Limit(0), k_None,
        "The job stops when so many works have failed for the same reason before any was good, so that a "
        "mistake in the scene or the set-up does not cost the whole range. 0: it never does."},
+      {p_SlotsAtMost, Info::k_Integer, k_Tunable, "Slots at most", "0", Limit(0), k_None,
+       "How many works of the job may run at a time, on all engines together; on a cluster as many tasks. "
+       "0: as many as there are slots."},
+      {p_Limits, Info::k_List, k_Tunable | Info::k_Advanced, "Takes of limits", "", k_None, k_None,
+       "What a running work takes of what is scarce, such as licences: renderer, or renderer=2; the "
+       "settings say how much there is, in the section [Limits]. All engines of a queue share it; on a "
+       "cluster these are licences of Slurm. Separate several with a semicolon."},
       {p_RunTimeLimit, Info::k_Duration, k_Tunable, "Run-time limit", "", k_None, k_None,
        "A work that takes longer is ended and has failed: seconds, or a number with s, m, h or d. No limit "
        "when "

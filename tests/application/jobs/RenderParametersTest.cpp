@@ -42,6 +42,8 @@ TEST(RenderParameters, StandInTheirOrderUnderHeadings) {
                                                       "Limits (group)",
                                                       "Retries",
                                                       "StopAfter",
+                                                      "SlotsAtMost",
+                                                      "Limits",
                                                       "RunTimeLimit",
                                                       "SilenceLimit",
                                                       "Cluster (group)",

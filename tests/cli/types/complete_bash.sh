@@ -53,7 +53,7 @@ trovik log -- |
 END
 err_is_empty
 out_is <<'END'
-trovik s -> <submit> <show> <stats> <sheet>
+trovik s -> <submit> <show> <stats> <sheet> <set>
 trovik run  -> <Sketch> <sk> <Two\ Words>
 trovik run T -> <Two\ Words>
 trovik run Two\  -> <Two\ Words>

@@ -82,7 +82,7 @@ TEST_F(QueueCluster, ItsJobsAreThoseThatAreOpenOrHaveTasks) {
   const JobId high = submit("1");
   const JobId canceledJob = submit("1");
   const JobId over = submit("1");
-  queue.setPriority(high, 60);
+  queue.change(high, {.priority = 60});
   addArray(canceledJob);
   queue.cancel(canceledJob);
   queue.cancel(over);

@@ -661,12 +661,12 @@ TEST_F(QueueFile, TheLogIsSyncedAtMostEveryTenthOfASecondAndOnRequest) {
 
   const auto begun = std::chrono::steady_clock::now();
   for (int turn = 0; turn < 200; ++turn) {
-    queue.setPriority(1, turn);
+    queue.change(1, {.priority = turn});
   }
   const auto passed = std::chrono::steady_clock::now() - begun;
   EXPECT_LE(logSyncs - before, static_cast<std::size_t>(passed / std::chrono::milliseconds(100)) + 1);
 
-  queue.setPriority(1, 7);
+  queue.change(1, {.priority = 7});
   const std::size_t unsynced = logSyncs;
   queue.sync();
   EXPECT_LE(logSyncs, unsynced + 1);
@@ -680,7 +680,7 @@ TEST_F(QueueFile, ACommitLongAfterTheLastSyncIsSynced) {
   // However quick the machine is: the tenth of a second passes at some time.
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   while (logSyncs == before && std::chrono::steady_clock::now() < deadline) {
-    queue.setPriority(1, 7);
+    queue.change(1, {.priority = 7});
   }
   EXPECT_GT(logSyncs, before);
 }

@@ -60,7 +60,7 @@ TEST_F(QueueWork, HigherPriorityComesFirstThenTheOlderJob) {
 TEST_F(QueueWork, APriorityThatWasChangedCounts) {
   queue.submit(jobOf("1"));
   const JobId young = queue.submit(jobOf("1"));
-  queue.setPriority(young, 51);
+  queue.change(young, {.priority = 51});
   EXPECT_EQ(queue.job(young)->priority, 51);
   EXPECT_EQ(take().job, young);
 }

@@ -204,7 +204,7 @@ TEST(CommandLine, MissingTypeAndSceneAreAskedFor) {
 }
 
 TEST(CommandLine, MissingJobAndFileAreAskedFor) {
-  for (const std::string verb : {"show", "log", "images", "watch", "retry", "cancel", "delete", "sheet"}) {
+  for (const std::string verb : {"show", "log", "images", "watch", "sheet"}) {
     const Refusal refused = refusal({verb});
     EXPECT_EQ(refused.message,
               "\"trovik " + verb + "\" needs the number of a job, or \"last\" for the newest");

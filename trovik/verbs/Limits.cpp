@@ -1,0 +1,115 @@
+#include "trovik/verbs/Limits.h"
+
+#include "host/application/Application.h"
+#include "host/application/Constants.h"
+#include "host/foundation/WholeNumber.h"
+#include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
+
+#include <algorithm>
+
+namespace trovik {
+namespace {
+
+constexpr const char* section = "Limits";
+constexpr int mostOfALimit = 1'000'000;
+
+void sortByName(std::vector<LimitShare>& shares) {
+  std::sort(shares.begin(), shares.end(),
+            [](const LimitShare& one, const LimitShare& other) { return one.name < other.name; });
+}
+
+/// Names go onto the command line of a cluster, between commas and colons.
+bool isName(const std::string& name) {
+  return !name.empty() && name.find_first_of(",:;= \t\n\"'") == std::string::npos && name.front() != '-';
+}
+
+const LimitShare* find(const std::vector<LimitShare>& shares, const std::string& name) {
+  const auto found =
+      std::find_if(shares.begin(), shares.end(), [&](const LimitShare& one) { return one.name == name; });
+  return found == shares.end() ? nullptr : &*found;
+}
+
+} // namespace
+
+std::vector<LimitShare> limitsInSettings() {
+  std::vector<LimitShare> limits;
+  for (const IniFile::EntryView& entry : Application::the_Application->Settings().Entries(section)) {
+    LimitShare limit;
+    limit.name = String(entry.Key).Lower();
+    const std::string text(trimmed(std::string(entry.Value)));
+    const auto amount = ReadWholeNumber<int>(text);
+    if (!isName(limit.name) || !amount || *amount < 0 || *amount > mostOfALimit) {
+      throw UsageError{"settings, section [Limits]: " + inQuotes(std::string(entry.Key) + '=' + text) +
+                           " is no limit",
+                       "write a name and how much there is of it: renderer=2"};
+    }
+    limit.amount = *amount;
+    if (find(limits, limit.name) == nullptr) {
+      limits.push_back(std::move(limit));
+    }
+  }
+  sortByName(limits);
+  return limits;
+}
+
+void tellLimits(Queue& queue) {
+  if (const std::vector<LimitShare> limits = limitsInSettings(); !limits.empty()) {
+    queue.setLimits(limits);
+  }
+}
+
+std::vector<LimitShare> knownLimits(Session& session) {
+  std::vector<LimitShare> known = limitsInSettings();
+  if (known.empty()) {
+    if (const std::unique_ptr<Queue> queue = existingQueue(session.state())) {
+      for (const LimitStand& limit : queue->limits()) {
+        known.push_back({limit.name, limit.amount});
+      }
+    }
+  }
+  return known;
+}
+
+std::vector<LimitShare> sharesOf(const std::string& text, const std::vector<LimitShare>& known) {
+  std::vector<LimitShare> shares;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = std::min(text.find_first_of(";,", at), text.size());
+    const std::string piece(trimmed(std::string_view(text).substr(at, end - at)));
+    at = end + 1;
+    if (piece.empty()) {
+      continue;
+    }
+    const std::size_t equals = piece.find('=');
+    LimitShare share;
+    share.name = String(trimmed(std::string_view(piece).substr(0, equals))).Lower();
+    const auto amount = equals == std::string::npos
+                            ? std::optional(1)
+                            : ReadWholeNumber<int>(trimmed(std::string_view(piece).substr(equals + 1)));
+    const std::string title = std::string(p_Limits) + ": ";
+    if (!isName(share.name) || !amount || *amount < 1 || *amount > mostOfALimit) {
+      throw UsageError{title + inQuotes(piece) + " is no part of a limit",
+                       "write a name, or a name and a number: renderer=2"};
+    }
+    share.amount = *amount;
+    const LimitShare* limit = find(known, share.name);
+    if (limit == nullptr) {
+      throw UsageError{title + "there is no limit " + inQuotes(share.name),
+                       "the settings tell how much there is: " + share.name + "=2 in the section [Limits]"};
+    }
+    if (share.amount > limit->amount) {
+      throw UsageError{title + "a work takes " + std::to_string(share.amount) + " of " +
+                           inQuotes(share.name) + ", of which there " +
+                           (limit->amount == 1 ? "is " : "are ") + std::to_string(limit->amount),
+                       "no work could ever begin"};
+    }
+    if (find(shares, share.name) != nullptr) {
+      throw UsageError{title + inQuotes(share.name) + " is named twice", "leave one of them out"};
+    }
+    shares.push_back(std::move(share));
+  }
+  sortByName(shares);
+  return shares;
+}
+
+} // namespace trovik
