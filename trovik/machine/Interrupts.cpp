@@ -90,7 +90,7 @@ int SignalInterrupts::take() {
   while ((got = read(read_.Number(), buffer, sizeof buffer)) > 0) {
     count += static_cast<int>(got);
     if (askedBy == 0 && ending_ == Ending::BySignal) {
-      askedBy = buffer[0];
+      askedBy = static_cast<unsigned char>(buffer[0]);
     }
     byUser_ = byUser_ || std::find(buffer, buffer + got, static_cast<char>(SIGINT)) != buffer + got;
   }

@@ -173,7 +173,7 @@ std::string greyTiff(const std::string& strip, std::uint64_t compression, std::u
   };
   const std::string padding = zeros(strip.size() % 2);
   const std::uint64_t directory = 8 + strip.size() + padding.size();
-  const std::uint64_t fraction = directory + 2 + 11 * 12 + 4;
+  const std::uint64_t fraction = directory + 2 + std::uint64_t{11} * 12 + 4;
   return std::string("II") + little(42, 2) + little(directory, 4) + strip + padding + little(11, 2) +
          entry(256, 3, 2) + entry(257, 3, 2) + entry(258, 3, 8) + entry(259, 3, compression) +
          entry(262, 3, 1) + entry(266, 3, fillOrder) + entry(273, 4, 8) + entry(277, 3, 1) +
