@@ -6,6 +6,7 @@
 #
 # Sets: build  to build program and module
 #       demo   to render the demo sequence
+#       shot   to make a movie of it, too
 #       test   to build and run all tests
 #       slurm  to run private clusters, as the tests do; installs daemons, but
 #              starts none, now or with the machine
@@ -24,6 +25,7 @@ fail() {
 # What is called must be named, and what is named must be called (a test
 # compares them), or have its reason here:
 #   clang-format [test]: scripts/tidy.sh --format is one of the tests
+#   ffmpeg [shot]: the movie of demo/shot.ini is made by it
 #   fonts-dejavu-core [build]: the words on a sheet are drawn with it
 #   povray-includes [demo test catalogue]: the scenes include its colours and textures
 #   xauth [catalogue]: xvfb-run calls it
@@ -31,6 +33,7 @@ fail() {
 declare -A packages=(
   [build]="build-essential ccache cmake ninja-build fonts-dejavu-core libboost-dev libcli11-dev libdeflate-dev libfreetype-dev libopenimageio-dev libsqlite3-dev nlohmann-json3-dev pkgconf"
   [demo]="povray povray-includes"
+  [shot]="ffmpeg"
   [test]="bsdextrautils clang-format fish git jq libgtest-dev libonig-dev librapidcheck-dev mandoc povray povray-includes procps shfmt vim zsh"
   [slurm]="munge slurm-client slurmctld slurmd"
   [catalogue]="blender darktable ffmpeg ghostscript gnuplot-nox imagemagick inkscape librsvg2-bin mandelbulber2 openimageio-tools openscad poppler-utils povray povray-includes python3 synfig tachyon xauth xvfb"

@@ -236,5 +236,122 @@ TEST_F(CrashTest, WhateverAProgramIsAndWhateverHappensThePromiseIsKept) {
   }
 }
 
+/// When each good frame of a job became good.
+std::map<int, Moment> momentsOfGood(Queue& queue, JobId job) {
+  std::map<int, Moment> moments;
+  for (const WorkRecord& work : queue.works(job)) {
+    const std::optional<AttemptRecord> attempt = queue.attempt(work.attempt);
+    if (work.state == WorkState::Good && attempt && attempt->ended) {
+      for (int frame = work.run.First; frame <= work.run.Last; ++frame) {
+        moments[frame] = *attempt->ended;
+      }
+    }
+  }
+  return moments;
+}
+
+// Three jobs from one file, the second one frame by frame behind the first, the
+// third behind all of the second. Whoever is killed when they are put in or
+// worked off: there are all three or none, and nothing begins before its time.
+TEST_F(CrashTest, AShotIsRenderedInItsOrderWhateverIsKilled) {
+  constexpr int frames = 20;
+  std::string shot;
+  const auto section = [&](const std::string& name, const std::string& more) {
+    std::filesystem::create_directory(directory.file(name));
+    shot += "[" + name + "]\nType=Crash\nRange=1-" + std::to_string(frames) +
+            "\nJournal=" + directory.file("journal-" + name) +
+            "\nRetries=100\nStopAfter=0\nOut=" + directory.file(name) + '\n' + more + '\n';
+  };
+  section("render", "");
+  section("denoise", "AfterFrames=render:-1..1");
+  section("encode", "After=denoise\nPacketSize=100");
+  directory.write("shot.ini", shot);
+  const std::vector<std::string> names = {"render", "denoise", "encode"};
+  const auto check = [&] {
+    Queue queue(Path(directory.file("state"))); // which may not have been there yet
+    EXPECT_EQ(brokenInvariants(directory.file("state/queue.db")), std::vector<std::string>());
+    for (const std::string& name : names) {
+      std::istringstream journal(readFile(directory.file("journal-" + name)));
+      std::set<int> done;
+      int frame = 0;
+      for (std::string word; journal >> word >> frame;) {
+        EXPECT_NE(word, "twice") << name << ", frame " << frame;
+      }
+    }
+    if (queue.jobs().empty()) {
+      return false;
+    }
+    EXPECT_EQ(queue.jobs().size(), 3U) << "all of a shot or nothing";
+    const std::map<int, Moment> rendered = momentsOfGood(queue, 1);
+    for (const AttemptRecord& attempt : queue.attempts(2)) {
+      for (int frame = std::max(attempt.run.First - 1, 1); frame <= std::min(attempt.run.Last + 1, frames);
+           ++frame) {
+        EXPECT_TRUE(rendered.contains(frame) && rendered.at(frame) <= attempt.started)
+            << "frame " << attempt.run.First << " began before frame " << frame << " was good";
+      }
+    }
+    const std::map<int, Moment> denoised = momentsOfGood(queue, 2);
+    for (const AttemptRecord& attempt : queue.attempts(3)) {
+      EXPECT_EQ(denoised.size(), static_cast<std::size_t>(frames)) << "the last job began before its time";
+      for (const auto& [frame, moment] : denoised) {
+        EXPECT_LE(moment, attempt.started) << "frame " << frame;
+      }
+    }
+    return queue.jobs().front().state == JobState::Good;
+  };
+  for (unsigned long killed = 0; killed < kills && !HasFailure();) {
+    while (!programs(names).empty()) { // of a queue that is forgotten now
+      for (const pid_t program : programs(names)) {
+        kill(program, SIGKILL);
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    beginEmpty();
+    for (const std::string& name : names) {
+      std::filesystem::remove(directory.file("journal-" + name));
+      std::filesystem::remove_all(directory.file(name));
+      std::filesystem::create_directory(directory.file(name));
+    }
+    const pid_t submission = start({"submit", directory.file("shot.ini")});
+    randomMoment(150);
+    if (!hasEnded(submission)) {
+      kill(submission, SIGKILL);
+      waitFor(submission);
+      ++killed;
+      check();
+    }
+    ASSERT_EQ(waitFor(start({"submit", directory.file("shot.ini")})), 0)
+        << readFile(directory.file("output"));
+    bool over = false;
+    while (!over && killed < kills && !HasFailure()) {
+      std::vector<pid_t> pair = {start(engineWords()), start(engineWords())};
+      randomMoment(400);
+      for (const pid_t engine : pair) {
+        if (random() % 3 != 0 && !hasEnded(engine)) {
+          kill(engine, SIGKILL);
+          ++killed;
+        }
+      }
+      const std::vector<pid_t> found = programs(names);
+      if (!found.empty() && random() % 2 == 0) {
+        kill(found[random() % found.size()], SIGKILL);
+        ++killed;
+      }
+      for (const pid_t engine : pair) {
+        if (engines.contains(engine)) {
+          waitFor(engine);
+        }
+      }
+      over = check();
+      if (random() % 3 == 0 && !over) { // goes on with what there is
+        EXPECT_EQ(waitFor(start({"submit", directory.file("shot.ini")})), 0);
+      }
+    }
+    EXPECT_EQ(waitFor(start(engineWords())), 0) << readFile(directory.file("output"));
+    EXPECT_TRUE(check());
+    EXPECT_TRUE(programs(names).empty());
+  }
+}
+
 } // namespace
 } // namespace trovik

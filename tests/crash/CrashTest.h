@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -178,16 +179,20 @@ Executable=)" + std::string(CRASH_RENDERER) + "\n");
         std::chrono::microseconds(std::uniform_int_distribution<int>(0, milliseconds * 1000)(random)));
   }
 
-  /// Processes of the renderer that write into this test's journal.
-  std::vector<pid_t> programs() const {
+  /// Processes of the renderer that write into this test's journal, or into
+  /// those of a shot's jobs.
+  std::vector<pid_t> programs(const std::vector<std::string>& names = {""}) const {
     std::vector<pid_t> found;
     std::error_code error;
     for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
       const std::string name = entry.path().filename().string();
       if (name.find_first_not_of("0123456789") == std::string::npos && engines.count(std::stoi(name)) == 0) {
         const std::string words = readFile(entry.path().string() + "/cmdline");
-        if (words.find(CRASH_RENDERER) != std::string::npos &&
-            words.find('\0' + directory.file("journal") + '\0') != std::string::npos) {
+        const bool ours = std::any_of(names.begin(), names.end(), [&](const std::string& one) {
+          const std::string journal = directory.file(one.empty() ? "journal" : "journal-" + one);
+          return words.find('\0' + journal + '\0') != std::string::npos;
+        });
+        if (ours && words.find(CRASH_RENDERER) != std::string::npos) {
           found.push_back(std::stoi(name));
         }
       }

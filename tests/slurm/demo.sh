@@ -102,4 +102,19 @@ done
 alike 27 29
 [ "$(field '.frames.failed' show last --state "$TMP/slurm")" = 29 ] || fail "frame 29 alone has not failed"
 
+# The demo's shot: its frames on nodes, and then a movie of them, where the
+# programs of all types are installed.
+if [ "${6-}" = shot ]; then
+  mkdir shot
+  cp "$DEMO"/scene_*.pov "$DEMO"/orrery.inc shot
+  sed 's/^Scene=scene_0001.pov/&\nRange=1-9\nWidth=64\nHeight=36/' "$DEMO/shot.ini" >shot/shot.ini
+  grep -q '^Width=64' shot/shot.ini || fail "the demo's shot has changed"
+  run 0 submit shot/shot.ini --engine slurm --state "$TMP/shot"
+  out_has "waits  job 1 is"
+  run 0 engine --until-empty --state "$TMP/shot"
+  [ "$(field '[.jobs[].state] | join(" ")' jobs --state "$TMP/shot")" = "good good" ] || fail "the shot is not good"
+  [ "$(ls out/shot/images | wc -l)" = 9 ] || fail "there are not 9 frames"
+  [ -s out/shot/movie/scene.mp4 ] || fail "there is no movie"
+fi
+
 eventually nothing_runs

@@ -165,7 +165,7 @@ void Queue::inSnapshot(const std::function<void()>& action) {
 
 std::int64_t Queue::dataVersion() {
   Query query(impl_->database, "PRAGMA data_version");
-  return query.next() ? query.number() : 0;
+  return (query.next() ? query.number() : 0) + (impl_->freed << 32U);
 }
 
 void Queue::sync() {

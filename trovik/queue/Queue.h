@@ -65,7 +65,8 @@ public:
   void inSnapshot(const std::function<void()>& action);
 
   /// A number that differs from the one before when another connection has
-  /// changed the queue. Cheap.
+  /// changed the queue, or this one has made works ready that waited for other
+  /// jobs. Cheap.
   std::int64_t dataVersion();
 
   /// Syncs what is not yet on the disk; see above. Engines call it when they

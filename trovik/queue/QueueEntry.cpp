@@ -82,7 +82,9 @@ std::optional<BegunJob> Queue::begun(const NewJob& job) {
           continue; // another command
         }
         const bool open = isOpen(found.state);
-        if (open || (newest && found.state != JobState::Good)) {
+        const bool isDone =
+            found.state == JobState::Good && !(job.ofShot && impl_->hasUnfinishedFollower(found.id));
+        if (open || (newest && !isDone)) {
           result = std::move(found);
         }
         if (open) {

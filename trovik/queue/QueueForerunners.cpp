@@ -71,11 +71,22 @@ std::vector<Forerunner> Queue::Impl::forerunners(JobId job) {
   return result;
 }
 
+bool Queue::Impl::hasUnfinishedFollower(JobId job) {
+  Query row(database,
+            "WITH RECURSIVE follower (id) AS (SELECT job FROM forerunners WHERE after = ?1 UNION "
+            "SELECT f.job FROM follower CROSS JOIN forerunners f ON f.after = follower.id) "
+            "SELECT 1 FROM follower CROSS JOIN jobs j ON j.id = follower.id "
+            "WHERE j.state NOT IN ('good', 'canceled') LIMIT 1",
+            job);
+  return row.next();
+}
+
 void Queue::Impl::setWorks(JobId follower, std::span<const WorkId> works, WorkState state) {
   for (const WorkId work : works) {
     Query(database, statements::setWork, work, nameOf(state)).run();
   }
   if (state == WorkState::Ready && !works.empty()) {
+    ++freed;
     Query(database, statements::unblock, follower).run();
   }
 }

@@ -98,6 +98,9 @@ public:
   void cutAnew(JobId job, int packet);
   void setTakes(JobId job, const std::vector<LimitShare>& takes);
   std::vector<Forerunner> forerunners(JobId job);
+  /// Whether a job that waits for it, released or not, or one that waits for
+  /// that, is neither good nor canceled.
+  bool hasUnfinishedFollower(JobId job);
   /// Works of a follower that have not begun wait, or are ready, as its
   /// forerunners stand.
   void weigh(JobId follower);
@@ -174,6 +177,7 @@ public:
   /// queue for somebody else cannot know it, so a job that has it was put in
   /// here.
   std::string home;
+  std::int64_t freed = 0;     // how often this object made works ready that waited
   std::set<EngineId> entered; // engines of this object
   std::set<EngineId> lost;    // dead ones that this object recovers
 };

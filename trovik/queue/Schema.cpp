@@ -254,7 +254,7 @@ CREATE TABLE forerunners (
   released INTEGER NOT NULL DEFAULT 0,
   PRIMARY KEY (job, after)
 ) STRICT, WITHOUT ROWID;
-CREATE INDEX forerunners_after ON forerunners (after, job) WHERE released = 0;
+CREATE INDEX forerunners_after ON forerunners (after, job);
 ALTER TABLE jobs ADD COLUMN follows INTEGER NOT NULL DEFAULT 0;
 ALTER TABLE jobs ADD COLUMN blocked INTEGER NOT NULL DEFAULT 0;
 DROP INDEX jobs_open;

@@ -146,8 +146,11 @@ struct NewJob {
   std::string logs;                     ///< the directory of the logs; empty for the queue's own choice
   std::vector<std::string> endCommands; ///< each to be started by itself when the job has ended
   std::vector<Forerunner> forerunners;  ///< ascending, each job once
-  int slotsAtMost = 0;                  ///< works at a time; 0 for no limit
-  std::vector<LimitShare> takes;        ///< what each of its works takes, each name once
+  /// The same command finds the job also where it is good, as long as a job
+  /// that waits for it is not.
+  bool ofShot = false;
+  int slotsAtMost = 0;           ///< works at a time; 0 for no limit
+  std::vector<LimitShare> takes; ///< what each of its works takes, each name once
   RunOn runOn = RunOn::Local;
   std::string folder; ///< of a cluster's job: the folder that the nodes see as well (JobFolder), without its
                       ///< last part

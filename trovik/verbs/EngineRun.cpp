@@ -47,6 +47,8 @@ const char* standText(const BegunJob& job) {
     return "was stopped";
   case JobState::Waiting:
     return "is in the queue already";
+  case JobState::Good:
+    return "is good";
   default:
     return job.underWay ? "is under way" : "was not finished";
   }
@@ -176,7 +178,7 @@ void tellGoesOn(Console& console, const NewJob& job, const EnteredJob& entered, 
 }
 
 void tellSubmitted(Console& console, Queue& queue, const NewJob& newJob, const EnteredJob& entered,
-                   bool asJson) {
+                   bool asJson, const std::string& title) {
   const JobId id = entered.id;
   const JobFrames& frames = entered.frames;
   const bool hasFrames = newJob.hasFrames;
@@ -186,6 +188,7 @@ void tellSubmitted(Console& console, Queue& queue, const NewJob& newJob, const E
   if (asJson) {
     Json json = jsonOfKind("job.submitted");
     json["job"] = id;
+    json["section"] = title.empty() ? Json(nullptr) : Json(title);
     json["frames"] = hasFrames ? Json(frames.ready.text()) : Json(nullptr);
     json["found"] = hasFrames ? Json(frames.good.text()) : Json(nullptr);
     json["works"] = frames.readyWorks;
@@ -199,7 +202,8 @@ void tellSubmitted(Console& console, Queue& queue, const NewJob& newJob, const E
     return;
   }
   std::string text = entered.before ? continuedText(console, entered) : std::string();
-  text += console.coloured(Colour::Bold, "job " + std::to_string(id)) + "  " +
+  text += (title.empty() ? std::string() : console.shown(title) + "  ") +
+          console.coloured(Colour::Bold, "job " + std::to_string(id)) + "  " +
           counted(count, hasFrames ? "frame" : "work");
   if (hasFrames && count > 0) {
     text += " (" + cutToWidth(frames.ready.text(), 60) + ")";
@@ -213,7 +217,7 @@ void tellSubmitted(Console& console, Queue& queue, const NewJob& newJob, const E
   }
   if (const std::optional<JobRecord> job = queue.job(id); onCluster && job) {
     text += arraysText(console, queue, *job);
-  } else if (!engine) {
+  } else if (!engine && title.empty()) {
     text += "No engine is at work; start one with \"trovik engine\"\n";
   }
   console.print(text);

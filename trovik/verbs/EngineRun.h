@@ -37,8 +37,9 @@ int workQueue(Session& session, Queue& queue, ImageInspector& images, Machine& m
 void tellGoesOn(Console& console, const NewJob& job, const EnteredJob& entered, bool json);
 
 /// Says that a job is in the queue, with the frames as they were then, and how
-/// it gets worked.
-void tellSubmitted(Console& console, Queue& queue, const NewJob& job, const EnteredJob& entered, bool json);
+/// it gets worked. One of several has a title, and nothing is said of engines.
+void tellSubmitted(Console& console, Queue& queue, const NewJob& job, const EnteredJob& entered, bool json,
+                   const std::string& title = {});
 
 /// Says that no frame of a job is missing; returns the exit code.
 int tellNothingMissing(Console& console, const NewJob& job, bool json);

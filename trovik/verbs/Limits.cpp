@@ -11,7 +11,7 @@
 namespace trovik {
 namespace {
 
-constexpr const char* section = "Limits";
+constexpr const char* limitsSection = "Limits";
 constexpr int mostOfALimit = 1'000'000;
 
 void sortByName(std::vector<LimitShare>& shares) {
@@ -34,7 +34,7 @@ const LimitShare* find(const std::vector<LimitShare>& shares, const std::string&
 
 std::vector<LimitShare> limitsInSettings() {
   std::vector<LimitShare> limits;
-  for (const IniFile::EntryView& entry : Application::the_Application->Settings().Entries(section)) {
+  for (const IniFile::EntryView& entry : Application::the_Application->Settings().Entries(limitsSection)) {
     LimitShare limit;
     limit.name = String(entry.Key).Lower();
     const std::string text(trimmed(std::string(entry.Value)));
@@ -59,13 +59,11 @@ void tellLimits(Queue& queue) {
   }
 }
 
-std::vector<LimitShare> knownLimits(Session& session) {
+std::vector<LimitShare> knownLimits(Queue* queue) {
   std::vector<LimitShare> known = limitsInSettings();
-  if (known.empty()) {
-    if (const std::unique_ptr<Queue> queue = existingQueue(session.state())) {
-      for (const LimitStand& limit : queue->limits()) {
-        known.push_back({limit.name, limit.amount});
-      }
+  if (known.empty() && queue != nullptr) {
+    for (const LimitStand& limit : queue->limits()) {
+      known.push_back({limit.name, limit.amount});
     }
   }
   return known;

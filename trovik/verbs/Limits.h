@@ -1,7 +1,6 @@
 #pragma once
 
 #include "trovik/queue/Queue.h"
-#include "trovik/verbs/Session.h"
 
 #include <string>
 #include <vector>
@@ -22,7 +21,8 @@ std::vector<LimitShare> limitsInSettings();
 void tellLimits(Queue& queue);
 
 /// What there is, by the settings, or by the queue where those say nothing.
-std::vector<LimitShare> knownLimits(Session& session);
+/// The queue may be null: there is none yet.
+std::vector<LimitShare> knownLimits(Queue* queue);
 
 /// What a work takes, from the text of a parameter: "renderer;floating=2".
 /// Throws a UsageError for a text that is no such thing, a limit that there is

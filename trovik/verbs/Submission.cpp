@@ -80,6 +80,24 @@ void refuseLength(const ProcessStart& start, bool hasPacket) {
 
 Submission::Submission(Session& session, const MakingOptions& options)
     : session_(session), options_(options), setup_(findType(*options.type), session.detection()) {
+  prepare();
+}
+
+Submission::Submission(Session& session, const MakingOptions& options, Queue& queue)
+    : session_(session), options_(options), given_(&queue),
+      setup_(findType(*options.type), session.detection()) {
+  newJob_.ofShot = true;
+  prepare();
+}
+
+Queue* Submission::queue() {
+  if (given_ == nullptr && opened_ == nullptr) {
+    opened_ = existingQueue(session_.state());
+  }
+  return given_ != nullptr ? given_ : opened_.get();
+}
+
+void Submission::prepare() {
   findForerunners();
   setUp();
   setup_.check();
@@ -153,8 +171,8 @@ void Submission::findForerunners() {
   const auto isOther = [&](const JobRecord& record) {
     return record.type != setup_.type() || (options_.out && record.output != output);
   };
-  const std::unique_ptr<Queue> queue = existingQueue(session_.state());
-  newJob_.forerunners = namedForerunners(queue.get(), options_.after, options_.afterFrames, isOther);
+  Queue* queue = this->queue();
+  newJob_.forerunners = namedForerunners(queue, options_.after, options_.afterFrames, isOther);
   std::vector<ScenesToCome> scenes;
   for (const Forerunner& one : newJob_.forerunners) {
     if (const std::optional<JobRecord> job = queue->job(one.job); job && !job->output.empty()) {
@@ -185,14 +203,14 @@ void Submission::describe() {
     throw UsageError{"there are no frames to work", "name them with --range, such as --range 1-24"};
   }
   if (!newJob_.forerunners.empty()) {
-    requireFrames(*existingQueue(session_.state()), newJob_);
+    requireFrames(*queue(), newJob_);
   }
   newJob_.packed = packedJob(job);
   newJob_.priority = effectiveNumber(job, p_Priority);
   newJob_.retries = std::clamp(effectiveNumber(job, p_Retries), 0, 1'000'000);
   newJob_.stopAfter = std::max(0, effectiveNumber(job, p_StopAfter));
   newJob_.slotsAtMost = std::clamp(effectiveNumber(job, p_SlotsAtMost), 0, 1'000'000);
-  newJob_.takes = sharesOf(effectiveValue(job, p_Limits), knownLimits(session_));
+  newJob_.takes = sharesOf(effectiveValue(job, p_Limits), knownLimits(queue()));
   std::error_code error;
   newJob_.directory = std::filesystem::current_path(error).string();
   newJob_.output = outputOf(job);

@@ -6,6 +6,7 @@
 #include "trovik/queue/Queue.h"
 #include "trovik/verbs/Verbs.h"
 
+#include <memory>
 #include <optional>
 
 namespace trovik {
@@ -17,6 +18,8 @@ class Submission {
 public:
   /// The options must outlive the submission.
   Submission(Session& session, const MakingOptions& options);
+  /// One job of several that are entered in one transaction of the queue.
+  Submission(Session& session, const MakingOptions& options, Queue& queue);
 
   const SmartHandle<Job>& job() const { return setup_.job(); }
   /// The job as the queue takes it, all of its works to be done.
@@ -41,8 +44,14 @@ private:
   void warnOfLeftOut() const;
   void tryFolders() const;
 
+  void prepare();
+  /// The queue that the job goes into; null while there is none.
+  Queue* queue();
+
   Session& session_;
   const MakingOptions& options_;
+  Queue* given_ = nullptr;
+  std::unique_ptr<Queue> opened_;
   JobSetup setup_;
   NewJob newJob_;
   std::optional<BegunJob> begun_; // before its files were checked

@@ -4,12 +4,18 @@
 #include "trovik/verbs/ClusterRun.h"
 #include "trovik/verbs/EngineRun.h"
 #include "trovik/verbs/Limits.h"
+#include "trovik/verbs/ShotFile.h"
 #include "trovik/verbs/Submission.h"
 #include "trovik/verbs/Verbs.h"
 
 namespace trovik {
 
 int runJob(Session& session, const RunOptions& options) {
+  if (isShotFile(*options.type)) {
+    throw UsageError{
+        inQuotes(*options.type) + " is a shot, which has several jobs",
+        "put them into the queue with \"trovik submit\", and start \"trovik engine --until-empty\""};
+  }
   Submission submission(session, options);
   const NewJob& job = submission.newJob();
   if (options.slots && job.runOn == RunOn::Cluster) {
@@ -46,6 +52,9 @@ int runJob(Session& session, const RunOptions& options) {
 }
 
 int submitJob(Session& session, const MakingOptions& options) {
+  if (isShotFile(*options.type)) {
+    return submitShot(session, options);
+  }
   Console& console = session.console();
   Submission submission(session, options);
   const NewJob& job = submission.newJob();

@@ -56,7 +56,7 @@ JobChange changeOf(Session& session, const std::vector<std::string>& assignments
     }
     seen.push_back(known);
     if (isLimits) {
-      change.takes = sharesOf(value, knownLimits(session));
+      change.takes = sharesOf(value, knownLimits(existingQueue(session.state()).get()));
       continue;
     }
     const auto given = ReadWholeNumber<int>(trimmed(value));

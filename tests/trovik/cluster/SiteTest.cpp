@@ -157,6 +157,24 @@ TEST_F(SiteTest, WorksThatWaitForAJobHereAreSubmittedAsItsFramesBecomeGood) {
   EXPECT_EQ(queue.frames(id).waiting.text(), "2-3");
 }
 
+TEST_F(SiteTest, JobOnTheClusterWaitsForAnotherOneThere) {
+  const JobId before = submit("1-2");
+  NewJob entry = entryOf("1-2", 0);
+  entry.runOn = RunOn::Cluster;
+  entry.folder = settings.folder.Text();
+  entry.forerunners = {{.job = before}};
+  const JobId id = user.submit(entry);
+  pass(3s);
+  site.start();
+  finish(101, 0);
+  finish(101, 1);
+  pass(5s);
+  EXPECT_EQ(state(before), JobState::Good);
+  EXPECT_EQ(queue.frames(id).waiting.text(), "");
+  ASSERT_EQ(site.arrays.size(), 2U) << "nobody else has changed the queue";
+  EXPECT_EQ(folderOf(102).plan().works.size(), 2U);
+}
+
 TEST_F(SiteTest, JobHereWaitsForOneOnTheCluster) {
   const JobId before = submit("1-2");
   NewJob entry = entryOf("1-2", 0);
