@@ -137,12 +137,12 @@ std::string lostText(const Console& console, const JobReport& report) {
 std::string limitsText(const Console& console, const JobReport& report) {
   std::string text;
   for (const auto& [share, stand] : report.limits) {
-    const std::string amount = share.amount == 1 ? std::string() : std::to_string(share.amount) + " of ";
-    const std::string how =
-        stand.name.empty() ? "without a limit in this queue"
-                           : std::to_string(stand.taken) + " of " + std::to_string(stand.amount) + " taken";
-    text +=
-        entry(console, text.empty() ? "limits" : "", amount + console.shown(share.name) + " (" + how + ")");
+    std::string what = share.amount == 1 ? std::string() : std::to_string(share.amount) + " of ";
+    what += console.shown(share.name);
+    what += stand.name.empty()
+                ? std::string(" (without a limit in this queue)")
+                : " (" + std::to_string(stand.taken) + " of " + std::to_string(stand.amount) + " taken)";
+    text += entry(console, text.empty() ? "limits" : "", what);
   }
   return text;
 }

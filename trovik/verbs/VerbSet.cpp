@@ -41,7 +41,9 @@ JobChange changeOf(Session& session, const std::vector<std::string>& assignments
   JobChange change;
   std::vector<std::string> seen;
   for (const std::string& text : assignments) {
-    const auto [name, value] = splitAssignment(text);
+    const std::pair<std::string, std::string> assignment = splitAssignment(text);
+    const std::string& name = assignment.first;
+    const std::string& value = assignment.second;
     const bool isLimits = String::EqualNoCase(name, p_Limits);
     const auto* number = std::find_if(changeable.begin(), changeable.end(), [&](const Changeable& one) {
       return String::EqualNoCase(name, one.name);

@@ -258,9 +258,9 @@ TEST(QueueLimitsProcesses, ALimitOfOneIsNeverExceededByEnginesThatAreKilled) {
   std::size_t killed = 0;
   std::size_t done = 0;
   for (int round = 0; round < 60; ++round) {
-    std::vector<std::unique_ptr<Child>> engines;
-    for (int number = 0; number < 4; ++number) {
-      engines.push_back(std::make_unique<Child>(work));
+    std::vector<std::unique_ptr<Child>> engines(4);
+    for (std::unique_ptr<Child>& engine : engines) {
+      engine = std::make_unique<Child>(work);
     }
     std::size_t alive = 0;
     for (const auto& engine : engines) {
