@@ -2,7 +2,7 @@
 // through it, as an engine goes it: in one transaction the end of one attempt
 // with its file and the start of the next.
 
-#include "trovik/queue/Queue.h"
+#include "trovik/queue/JobView.h"
 
 #include <benchmark/benchmark.h>
 
@@ -12,6 +12,8 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -36,8 +38,9 @@ public:
   TemporaryQueue(const TemporaryQueue&) = delete;
   TemporaryQueue& operator=(const TemporaryQueue&) = delete;
 
-  JobId submit(int works) {
+  JobId submit(int works, const std::vector<Forerunner>& forerunners = {}) {
     NewJob job;
+    job.forerunners = forerunners;
     job.name = "shot";
     job.type = UID(true);
     job.typeName = "Sketch";
@@ -58,9 +61,9 @@ private:
 };
 
 void Submit(benchmark::State& state) {
-  TemporaryQueue queue;
+  TemporaryQueue store;
   for (auto _ : state) {
-    queue.submit(static_cast<int>(state.range(0)));
+    store.submit(static_cast<int>(state.range(0)));
   }
 }
 BENCHMARK(Submit)->Arg(2000)->Arg(100000)->Unit(benchmark::kMillisecond);
@@ -74,32 +77,37 @@ FileRecord fileOf(const Claim& claim) {
   return file;
 }
 
+/// The end of one attempt with its files, and the start of the next.
+void settleAndClaim(TemporaryQueue& store, std::vector<Claim>& claims, bool withFile) {
+  Queue& queue = *store.queue;
+  const Claim done = claims.at(0);
+  Outcome outcome;
+  outcome.attempt = done.attempt;
+  outcome.command = "/usr/bin/sketch --scene /scenes/shot_000001.skt --frames 1-1 --out /out/of/the/shot";
+  outcome.log = "/home/ada/.local/state/trovik/logs/1/1-1.log";
+  if (withFile) {
+    outcome.files = {fileOf(done)};
+  }
+  queue.inTransaction([&] {
+    queue.noteProcess(done.attempt, 4711);
+    queue.settle(outcome);
+    claims = queue.claim(store.engine, 1, std::nullopt);
+  });
+}
+
 /// The first number is that of the works of the job, the second that of the
 /// files of each; each turn does one work.
 void SettleAndClaim(benchmark::State& state) {
-  TemporaryQueue queue;
-  Queue& queue = *queue.store;
+  TemporaryQueue store;
   const int works = static_cast<int>(state.range(0));
-  queue.submit(works);
-  std::vector<Claim> claims = queue.claim(queue.engine, 1, std::nullopt);
+  store.submit(works);
+  std::vector<Claim> claims = store.queue->claim(store.engine, 1, std::nullopt);
   for (auto _ : state) {
-    const Claim done = claims.at(0);
-    Outcome outcome;
-    outcome.attempt = done.attempt;
-    outcome.command = "/usr/bin/sketch --scene /scenes/shot_000001.skt --frames 1-1 --out /out/of/the/shot";
-    outcome.log = "/home/ada/.local/state/trovik/logs/1/1-1.log";
-    if (state.range(1) > 0) {
-      outcome.files = {fileOf(done)};
-    }
-    queue.inTransaction([&] {
-      queue.noteProcess(done.attempt, 4711);
-      queue.settle(outcome);
-      claims = queue.claim(queue.engine, 1, std::nullopt);
-    });
+    settleAndClaim(store, claims, state.range(1) > 0);
     if (claims.empty()) {
       state.PauseTiming();
-      queue.submit(works);
-      claims = queue.claim(queue.engine, 1, std::nullopt);
+      store.submit(works);
+      claims = store.queue->claim(store.engine, 1, std::nullopt);
       state.ResumeTiming();
     }
   }
@@ -110,5 +118,51 @@ BENCHMARK(SettleAndClaim)
     ->Args({1000000, 1})
     ->Iterations(20000)
     ->Unit(benchmark::kMicrosecond);
+
+/// So many jobs of one work, each behind all of the one before.
+void WorkOffAChain(benchmark::State& state) {
+  TemporaryQueue store;
+  JobId before = 0;
+  for (std::int64_t job = 0; job < state.range(0); ++job) {
+    before =
+        store.submit(1, before == 0 ? std::vector<Forerunner>() : std::vector<Forerunner>{{.job = before}});
+  }
+  std::vector<Claim> claims = store.queue->claim(store.engine, 1, std::nullopt);
+  for (auto _ : state) {
+    settleAndClaim(store, claims, true);
+  }
+}
+BENCHMARK(WorkOffAChain)->Arg(1000)->Iterations(999)->Unit(benchmark::kMicrosecond);
+
+/// Two jobs of so many frames, the second one frame by frame behind the first
+/// with its neighbours; each turn does one work of either.
+void FrameByFrame(benchmark::State& state) {
+  TemporaryQueue store;
+  const int frames = static_cast<int>(state.range(0));
+  const JobId before = store.submit(frames);
+  const JobId behind = store.submit(frames, {{.job = before, .byFrame = true, .low = -1, .high = 1}});
+  store.queue->change(behind, {.priority = 80}); // so that its frames are taken as they become ready
+  std::vector<Claim> claims = store.queue->claim(store.engine, 1, std::nullopt);
+  for (auto _ : state) {
+    settleAndClaim(store, claims, true);
+  }
+}
+BENCHMARK(FrameByFrame)->Arg(100000)->Iterations(20000)->Unit(benchmark::kMicrosecond);
+
+/// What the list of jobs asks of the queue, with so many that wait in a chain.
+void ListAChain(benchmark::State& state) {
+  TemporaryQueue store;
+  JobId before = 0;
+  for (std::int64_t job = 0; job < state.range(0); ++job) {
+    before =
+        store.submit(1, before == 0 ? std::vector<Forerunner>() : std::vector<Forerunner>{{.job = before}});
+  }
+  for (auto _ : state) {
+    for (JobRecord& job : store.queue->jobs()) {
+      benchmark::DoNotOptimize(viewOf(*store.queue, std::move(job)));
+    }
+  }
+}
+BENCHMARK(ListAChain)->Arg(1000)->Unit(benchmark::kMillisecond);
 
 } // namespace

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <array>
+#include <fstream>
+#include <string>
 
 String BytesText(std::int64_t bytes) {
   constexpr std::array<const char*, 7> k_Units = {"bytes", "kB", "MB", "GB", "TB", "PB", "EB"};
@@ -28,4 +30,54 @@ std::int64_t MachineMemory() {
   const std::int64_t pages = sysconf(_SC_PHYS_PAGES);
   const std::int64_t size = sysconf(_SC_PAGESIZE);
   return pages > 0 && size > 0 ? pages * size : 0;
+}
+
+namespace {
+
+// "max", and numbers that no machine has, stand for no limit.
+std::int64_t LimitIn(const std::string& file) {
+  constexpr std::int64_t k_None = std::int64_t{1} << 60;
+  std::ifstream stream(file);
+  std::int64_t limit = 0;
+  return stream >> limit && limit > 0 && limit < k_None ? limit : 0;
+}
+
+// Of a group and of all those that it is in.
+std::int64_t LeastLimit(const std::string& mount, std::string group, const char* file) {
+  std::int64_t least = 0;
+  for (;;) {
+    if (const std::int64_t limit = LimitIn(mount + group + '/' + file); limit > 0) {
+      least = least == 0 ? limit : std::min(least, limit);
+    }
+    if (group.empty() || group == "/") {
+      return least;
+    }
+    group.erase(group.rfind('/'));
+  }
+}
+
+} // namespace
+
+std::int64_t GroupMemoryLimit(const Path& groups, const Path& mount) {
+  std::int64_t least = 0;
+  std::ifstream stream(groups.c_str());
+  for (std::string line; std::getline(stream, line);) { // "4:memory,cpu:/a/b", or "0::/a/b"
+    const std::size_t first = line.find(':');
+    const std::size_t second = line.find(':', first == std::string::npos ? first : first + 1);
+    if (second == std::string::npos || second + 1 >= line.size() || line[second + 1] != '/') {
+      continue;
+    }
+    const std::string controllers = ',' + line.substr(first + 1, second - first - 1) + ',';
+    const std::string group = line.substr(second + 1);
+    std::int64_t limit = 0;
+    if (controllers == ",,") {
+      limit = LeastLimit(mount.Text(), group, "memory.max");
+    } else if (controllers.find(",memory,") != std::string::npos) {
+      limit = LeastLimit(mount.Text() + "/memory", group, "memory.limit_in_bytes");
+    }
+    if (limit > 0) {
+      least = least == 0 ? limit : std::min(least, limit);
+    }
+  }
+  return least;
 }

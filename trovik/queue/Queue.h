@@ -155,6 +155,9 @@ public:
   /// of it; nothing when there is none.
   std::optional<FileRecord> lastOf(const std::string& path,
                                    std::int64_t before = std::numeric_limits<std::int64_t>::max());
+  /// What the programs of all of its attempts have used together, of memory the
+  /// most that one had; nothing where that is not known.
+  std::optional<ProcessUsage> usage(JobId id);
   /// The slots of an engine; for reckoning how they were used.
   std::size_t slots(EngineId id);
 

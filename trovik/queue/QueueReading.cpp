@@ -135,6 +135,17 @@ std::optional<AttemptRecord> Queue::attempt(AttemptId id) {
   return row.next() ? std::optional(readAttempt(row, impl_->database)) : std::nullopt;
 }
 
+std::optional<ProcessUsage> Queue::usage(JobId id) {
+  // Numbers of a file may be any, and what is too large for SQLite is an error.
+  constexpr const char* sql =
+      "SELECT cast(min(total(user_time), 9e18) AS INTEGER), cast(min(total(system_time), 9e18) AS INTEGER), "
+      "max(peak_memory), iif(count(bytes_read), cast(min(total(bytes_read), 9e18) AS INTEGER), NULL), "
+      "iif(count(bytes_written), cast(min(total(bytes_written), 9e18) AS INTEGER), NULL) "
+      "FROM attempts INDEXED BY attempts_job WHERE job = ?1 AND user_time IS NOT NULL";
+  Query row(impl_->database, sql, id);
+  return row.next() ? row.usage() : std::nullopt;
+}
+
 std::vector<AttemptId> Queue::runningAttempts(JobId id) {
   std::vector<AttemptId> result;
   for (Query row(impl_->database, statements::runningOfJob, id); row.next();) {

@@ -4,6 +4,7 @@
 #include "trovik/records/Moments.h"
 #include "trovik/reports/AttemptText.h"
 #include "trovik/reports/ForerunnerText.h"
+#include "trovik/reports/UsageText.h"
 #include "trovik/text/Text.h"
 #include "trovik/works/FilesNow.h"
 
@@ -208,6 +209,7 @@ JobReport reportOn(Queue& queue, JobRecord job, ImageInspector& inspector) {
   const JobId id = job.id;
   JobReport report;
   report.view = viewOf(queue, std::move(job));
+  report.usage = queue.usage(id);
   report.followers = queue.followers(id, false);
   if (const std::vector<LimitShare> takes = queue.takes(id); !takes.empty()) {
     const std::vector<LimitStand> stands = queue.limits();
@@ -315,6 +317,9 @@ std::string reportText(const Console& console, const JobReport& report, Moment n
   if (report.left) {
     text += entry(console, "left", "about " + roughText(*report.left));
   }
+  if (report.usage) {
+    text += entry(console, "used", usageText(*report.usage));
+  }
   if (report.programs.size() > 1) {
     text += entry(console, "programs", programsText(report.programs), Colour::Yellow);
   }
@@ -360,6 +365,7 @@ Json reportJson(const JobReport& report, Moment now) {
          {"good", report.view.job.hasFrames ? Json(attempt.good.text()) : Json(nullptr)},
          {"reason", attempt.reason}});
   }
+  document["usage"] = report.usage ? usageJson(report.usage) : Json(nullptr);
   document["followers"] = report.followers;
   document["slotsAtMost"] = report.view.job.slotsAtMost;
   document["limits"] = Json::array();

@@ -30,6 +30,7 @@ struct JobReport {
   std::vector<ProgramShare> programs;
   std::map<std::string, std::size_t> images;             ///< by directory
   std::vector<std::pair<LimitShare, LimitStand>> limits; ///< what a work takes, and how that stands
+  std::optional<ProcessUsage> usage;                     ///< of all programs so far
   std::vector<JobId> followers;                          ///< jobs that wait for it
   RunSet gone;                          ///< frames that were good, with a file that is not good now
   std::optional<Duration> left;         ///< a guess, while works run

@@ -42,6 +42,21 @@ double rounded(double part) {
   return std::round(part * 10000) / 10000;
 }
 
+/// 1, 2 or 5 times a power of ten, at least so long.
+double roundStep(double seconds) {
+  const double power = std::pow(10.0, std::floor(std::log10(seconds)));
+  for (const double factor : {1.0, 2.0, 5.0}) {
+    if (factor * power >= seconds) {
+      return factor * power;
+    }
+  }
+  return 10 * power;
+}
+
+Duration ofSeconds(double seconds) {
+  return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(seconds));
+}
+
 std::string entry(const std::string& label, const std::string& text) {
   return padded(label, 12) + text + '\n';
 }
@@ -128,6 +143,33 @@ std::vector<JobStats::Timed> JobStats::sortedTimes() const {
   return times;
 }
 
+std::vector<JobStats::Step> JobStats::histogram() const {
+  constexpr std::size_t fewest = 8; // attempts that tell something of a distribution
+  constexpr double stepsWanted = 8;
+  std::vector<Step> steps;
+  if (times_.size() < fewest) {
+    return steps;
+  }
+  const auto [fastest, slowest] = std::minmax_element(
+      times_.begin(), times_.end(), [](const Timed& a, const Timed& b) { return a.time.each < b.time.each; });
+  const double low = secondsOf(fastest->time.each);
+  const double high = secondsOf(slowest->time.each);
+  const double length = roundStep(std::max((high - low) / stepsWanted, 1e-6));
+  const double first = std::floor(low / length);
+  if (high - low < 1e-3) {
+    return steps;
+  }
+  for (const Timed& timed : times_) {
+    const auto place = static_cast<std::size_t>(std::floor(secondsOf(timed.time.each) / length) - first);
+    while (steps.size() <= place) {
+      const double from = (first + static_cast<double>(steps.size())) * length;
+      steps.push_back({ofSeconds(from), ofSeconds(from + length)});
+    }
+    steps[place].frames += timed.time.frames;
+  }
+  return steps;
+}
+
 Duration JobStats::median() const {
   std::vector<TimedFrames> times;
   times.reserve(times_.size());
@@ -212,6 +254,23 @@ std::string JobStats::text(const SlotsOf& slots, bool several) const {
       text += entry(i == 0 ? "slowest" : "", oneText(times[i]));
     }
   }
+  const std::vector<Step> steps = histogram();
+  std::size_t most = 0;
+  std::size_t widest = 0;
+  for (const Step& step : steps) {
+    most = std::max(most, step.frames);
+    widest = std::max(widest, displayWidth(durationText(step.from)));
+  }
+  for (std::size_t i = 0; i < steps.size(); ++i) {
+    constexpr std::size_t longest = 40; // of a bar
+    const std::size_t bar = (steps[i].frames * longest + most - 1) / most;
+    const std::string from = durationText(steps[i].from);
+    text += entry(i == 0   ? "frames by"
+                  : i == 1 ? "their time"
+                           : "",
+                  "from " + std::string(widest - displayWidth(from), ' ') + from + "  " +
+                      std::string(bar, '#') + (bar == 0 ? "" : " ") + std::to_string(steps[i].frames));
+  }
   const Duration whole = good_ + inVain();
   text += entry("good", durationText(good_) + "  " + percent(share(good_, whole)) + " of all rendering");
   const auto addLoss = [&](const char* label, Duration loss) {
@@ -271,6 +330,11 @@ void JobStats::fill(Json& document, const SlotsOf& slots) const {
   document["slowest"] = Json::array();
   for (std::size_t i = 0; i < std::min(slowestShown, times.size()); ++i) {
     document["slowest"].push_back(oneJson(times[i]));
+  }
+  document["histogram"] = Json::array();
+  for (const Step& step : histogram()) {
+    document["histogram"].push_back(
+        {{"from", secondsOf(step.from)}, {"to", secondsOf(step.to)}, {"frames", step.frames}});
   }
   document["programs"] = Json::array();
   for (const Mixed& mixed : mixed_) {

@@ -60,6 +60,14 @@ private:
   void countFrames(const JobRecord& job, const AttemptRecord& attempt);
   void countUsage(const JobRecord& job, const AttemptRecord& attempt);
   std::int64_t medianMemory() const;
+  /// Frames by their time, in steps of a round length; none where there are few
+  /// or all took the same.
+  struct Step {
+    Duration from{};
+    Duration to{};
+    std::size_t frames = 0;
+  };
+  std::vector<Step> histogram() const;
   std::vector<Timed> sortedTimes() const;
   Duration median() const;
   Duration mean() const;

@@ -1,5 +1,6 @@
 #include "trovik/reports/JobTable.h"
 
+#include "host/foundation/Bytes.h"
 #include "trovik/records/Moments.h"
 #include "trovik/reports/ForerunnerText.h"
 #include "trovik/text/Text.h"
@@ -11,7 +12,6 @@
 namespace trovik {
 namespace {
 
-constexpr std::size_t columns = 8;
 constexpr std::size_t stateColumn = 1;
 constexpr std::size_t failedColumn = 3;
 constexpr std::size_t typeColumn = 6;
@@ -19,10 +19,12 @@ constexpr std::size_t nameColumn = 7;
 constexpr std::size_t widestType = 14;
 constexpr std::size_t narrowestName = 10;
 
-using Row = std::array<std::string, columns>;
+using Row = std::vector<std::string>;
 
-/// Numbers stand at the right of their column.
-constexpr std::array<bool, columns> toTheRight = {true, false, true, true, true, true, false, false};
+/// Numbers stand at the right of their column. The last four columns are those
+/// of the wide form.
+constexpr std::array<bool, 12> toTheRight = {true,  false, true, true, true, true,
+                                             false, false, true, true, true, false};
 
 /// The jobs of which a job waits for the end or a frame, before it can go on.
 std::vector<JobId> blockersOf(const JobView& view) {
@@ -57,6 +59,16 @@ Row rowOf(const Console& console, const JobView& view, Moment now) {
           ageText(job.created, now),
           console.shown(job.typeName),
           console.shown(titleOf(job))};
+}
+
+void addWide(Row& row, const Console& console, const JobRecord& job,
+             const std::optional<ProcessUsage>& usage) {
+  row.push_back(usage ? durationText(durationOf(std::chrono::microseconds(usage->UserTime)) +
+                                     durationOf(std::chrono::microseconds(usage->SystemTime)))
+                      : "-");
+  row.push_back(usage ? BytesText(usage->PeakMemory) : "-");
+  row.push_back(std::to_string(job.priority));
+  row.push_back(job.output.empty() ? "-" : console.shown(job.output));
 }
 
 std::string cell(const std::string& text, std::size_t width, bool right) {
@@ -120,19 +132,27 @@ Json jobJson(const JobView& view, Moment now) {
   return json;
 }
 
-std::string jobTable(const Console& console, const std::vector<JobView>& views, Moment now) {
+std::string jobTable(const Console& console, const std::vector<JobView>& views, Moment now,
+                     const std::optional<JobUsages>& usages) {
   std::vector<Row> rows = {{"JOB", "STATE", "GOOD", "FAILED", "TIME", "AGE", "TYPE", "NAME"}};
   for (const JobView& view : views) {
     rows.push_back(rowOf(console, view, now));
   }
-  std::array<std::size_t, columns> widths{};
+  if (usages) {
+    rows.front().insert(rows.front().end(), {"CPU", "MEMORY", "PRIO", "OUTPUT"});
+    for (std::size_t i = 0; i < views.size(); ++i) {
+      addWide(rows[i + 1], console, views[i].job, usages->at(i));
+    }
+  }
+  const std::size_t columns = rows.front().size();
+  std::vector<std::size_t> widths(columns);
   for (const Row& row : rows) {
     for (std::size_t i = 0; i < columns; ++i) {
       widths[i] = std::max(widths[i], displayWidth(row[i]));
     }
   }
-  const bool terminal = console.traits().terminal;
-  if (terminal) {
+  const bool fits = console.traits().terminal && !usages;
+  if (fits) {
     widths[typeColumn] = std::min(widths[typeColumn], widestType);
     std::size_t used = 0;
     for (std::size_t i = 0; i < nameColumn; ++i) {
@@ -145,8 +165,8 @@ std::string jobTable(const Console& console, const std::vector<JobView>& views, 
   for (std::size_t r = 0; r < rows.size(); ++r) {
     std::string line;
     for (std::size_t i = 0; i < columns; ++i) {
-      const std::string text = terminal ? cutToWidth(rows[r][i], widths[i]) : rows[r][i];
-      std::string shown = i == nameColumn ? text : cell(text, widths[i], toTheRight[i]);
+      const std::string text = fits ? cutToWidth(rows[r][i], widths[i]) : rows[r][i];
+      std::string shown = i + 1 == columns ? text : cell(text, widths[i], toTheRight[i]);
       if (r != 0 && i == stateColumn) {
         shown = console.coloured(stateColour(views[r - 1]), shown);
       }

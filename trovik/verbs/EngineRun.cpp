@@ -116,7 +116,7 @@ int workOff(Console& console, Queue& queue, ImageInspector& images, Machine& mac
       others = std::make_unique<JobFollower>(queue, job, *progress, engine.id());
     }
     others->poll();
-    block.poll();
+    block.poll(engine.id());
   };
   const Clock::time_point begin = machine.now();
   const bool stopped = !engine.run(plan);

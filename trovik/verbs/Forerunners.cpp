@@ -144,11 +144,18 @@ void requireFrames(Queue& queue, const NewJob& job) {
 BlockTeller::BlockTeller(Console& console, Queue& queue, JobId job, bool json)
     : console_(console), queue_(queue), job_(job), json_(json) {}
 
-void BlockTeller::poll() {
+void BlockTeller::poll(EngineId own) {
   const std::optional<JobRecord> job = queue_.job(job_);
   const bool waits = job && isOpen(job->state) && job->blocked;
   const std::vector<ForerunnerStand> stands = waits ? standsOf(queue_, job_) : std::vector<ForerunnerStand>();
-  const std::string text = blockText(stands, job_);
+  std::string text = blockText(stands, job_);
+  const bool needsEngine = std::any_of(stands.begin(), stands.end(), [&](const ForerunnerStand& stand) {
+    const std::optional<JobRecord> forerunner = queue_.job(stand.forerunner.job);
+    return stand.isAwaited() && !stand.isStuck() && forerunner && forerunner->runOn == RunOn::Local;
+  });
+  if (needsEngine && !queue_.hasOtherEngine(own)) {
+    text += "; no engine is at work that could take it: start one with \"trovik engine\"";
+  }
   if (std::exchange(told_, text) == text || text.empty()) {
     return;
   }

@@ -26,7 +26,8 @@ class BlockTeller {
 public:
   /// All must outlive it.
   BlockTeller(Console& console, Queue& queue, JobId job, bool json);
-  void poll();
+  /// `own` is the engine of who asks: it works at that job alone.
+  void poll(EngineId own = 0);
 
 private:
   Console& console_;

@@ -162,6 +162,7 @@ void declareReadingVerbs(CommandForm& form) {
   declare(form, jobVerbs, "jobs", listJobs, Types::NotNeeded, "Lists the jobs, the newest last.")
       .flag("--all", &JobsOptions::all, "All of them, not only the last 20")
       .value("--limit", "N", &JobsOptions::limit, "The last N jobs")
+      .flag("--wide", &JobsOptions::wide, "Also what programs used, the priority and the output folder")
       .json();
   declare(form, jobVerbs, "show", showJob, Types::NotNeeded,
           "Tells how a job stands, why its frames failed, and what to do next.")

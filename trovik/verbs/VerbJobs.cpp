@@ -1,5 +1,6 @@
 #include "trovik/records/Moments.h"
 #include "trovik/reports/JobTable.h"
+#include "trovik/reports/UsageText.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
 #include "trovik/verbs/Session.h"
@@ -50,6 +51,9 @@ int listJobs(Session& session, const JobsOptions& options) {
     document["jobs"] = Json::array();
     for (const JobView& view : views) {
       document["jobs"].push_back(jobJson(view, now));
+      if (options.wide) {
+        document["jobs"].back()["usage"] = usageJson(queue->usage(view.job.id));
+      }
     }
     document["more"] = known - views.size();
     console.print(jsonDocument(document));
@@ -59,7 +63,14 @@ int listJobs(Session& session, const JobsOptions& options) {
     console.print("no jobs\n");
     return exitGood;
   }
-  console.print(jobTable(console, views, now));
+  std::optional<JobUsages> usages;
+  if (options.wide) {
+    usages.emplace();
+    for (const JobView& view : views) {
+      usages->push_back(queue->usage(view.job.id));
+    }
+  }
+  console.print(jobTable(console, views, now, usages));
   if (known > views.size() && console.traits().terminal) {
     console.print(
         console.coloured(Colour::Faint, counted(known - views.size(), "older job") + " with --all") + '\n');

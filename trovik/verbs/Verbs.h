@@ -110,6 +110,7 @@ int runEngine(Session& session, const EngineOptions& options);
 
 struct JobsOptions : CommonOptions {
   bool all = false;
+  bool wide = false; ///< with what programs used, and where the images are
   std::optional<std::string> limit;
   bool json = false;
 };

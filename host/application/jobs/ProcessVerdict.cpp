@@ -33,12 +33,18 @@ String SignalText(int signal) {
 // What points to a lack of memory: then the kernel kills who holds most of it,
 // by the one signal that nobody can answer.
 String MemoryText(const ProcessExit& exit) {
-  const std::int64_t machine = MachineMemory();
-  if (exit.Signal != SIGKILL || !exit.Usage.has_value() || machine == 0 ||
-      exit.Usage->PeakMemory < machine / 2) {
+  if (exit.Signal != SIGKILL || !exit.Usage.has_value()) {
     return String::Null;
   }
-  return " after " + BytesText(exit.Usage->PeakMemory) + " of memory; the machine has " + BytesText(machine);
+  const std::int64_t machine = MachineMemory();
+  const std::int64_t group = GroupMemoryLimit();
+  const bool isGroup = group > 0 && (machine == 0 || group < machine);
+  const std::int64_t limit = isGroup ? group : machine;
+  if (limit == 0 || exit.Usage->PeakMemory < limit / 2) {
+    return String::Null;
+  }
+  return " after " + BytesText(exit.Usage->PeakMemory) + " of memory; " +
+         (isGroup ? "its control group may hold " : "the machine has ") + BytesText(limit);
 }
 
 String LastLineText(const OutputTail& output) {

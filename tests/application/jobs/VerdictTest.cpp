@@ -165,7 +165,9 @@ TEST_F(Verdict, SignalIsStrongerThanSuccessExitCodes) {
 }
 
 TEST_F(Verdict, KillOfAProgramThatHeldMostOfTheMemoryTellsIt) {
-  const std::int64_t machine = MachineMemory();
+  const std::int64_t group = GroupMemoryLimit();
+  const bool isGroup = group > 0 && group < MachineMemory();
+  const std::int64_t machine = isGroup ? group : MachineMemory();
   const auto noteOf = [this](int signal, std::int64_t memory) {
     TestJob& job = Started();
     job.WorkLine("tile 3");
@@ -175,8 +177,9 @@ TEST_F(Verdict, KillOfAProgramThatHeldMostOfTheMemoryTellsIt) {
     return job.Note();
   };
   EXPECT_EQ(noteOf(SIGKILL, machine / 4 * 3),
-            "Killed by signal 9 (Killed) after " + BytesText(machine / 4 * 3) +
-                " of memory; the machine has " + BytesText(machine) + "; last line: tile 3");
+            "Killed by signal 9 (Killed) after " + BytesText(machine / 4 * 3) + " of memory; " +
+                (isGroup ? "its control group may hold " : "the machine has ") + BytesText(machine) +
+                "; last line: tile 3");
   EXPECT_EQ(noteOf(SIGKILL, machine / 4), "Killed by signal 9 (Killed); last line: tile 3");
   EXPECT_EQ(noteOf(SIGSEGV, machine), "Killed by signal 11 (Segmentation fault); last line: tile 3");
 }

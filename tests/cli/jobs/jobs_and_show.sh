@@ -15,7 +15,7 @@ run 0 submit sketch shot_0001.txt --range 1-2
 
 # Dates, ages and durations differ from run to run.
 hide_times() {
-  sed -e 's/[0-9-]* [0-9:]* ([0-9]* [a-z]* ago)/DATE/' -e 's/took [0-9].*s$/took TIME/' "$TMP/out" \
+  sed -e 's/^used  .*/used       USAGE/' -e 's/[0-9-]* [0-9:]* ([0-9]* [a-z]* ago)/DATE/' -e 's/took [0-9].*s$/took TIME/' "$TMP/out" \
     >"$TMP/timeless"
   mv "$TMP/timeless" "$TMP/out"
 }
@@ -39,6 +39,7 @@ submitted  DATE, took TIME
 frames     3 of 4 frames good, 1 failed
 good       1-2,4
 failed     3
+used       USAGE
 images     3 in TMP/work/images
 logs       TMP/home/state/trovik/logs/1
 failed  3  Error line: fatal: TMP/work/shot_0003.txt is broken

@@ -103,26 +103,36 @@ END
 run 0 log 2 2
 out_has "from images"
 
+# Who works off one that waits is told what it waits for.
+run 0 submit sketch shot_0001.txt --new --out waited
+"$TROVIK" run copy --range 1-3 --after last --out behind >"$TMP/out" 2>&1 </dev/null &
+pid=$!
+wait_for "$TMP/out" 'waits  job 4 is waiting; no engine is at work that could take it: start one with "trovik engine"'
+"$TROVIK" engine --until-empty >/dev/null 2>&1
+wait "$pid" || fail "the job that waited is not good"
+pid=
+out_has "all 3 frames good"
+
 # Cancelled with all that waits for it, or without.
 run 0 submit sketch shot_0001.txt --new --out again
-run 0 submit copy --range 1-3 --after-frames 4:-1..1 --out copies
-run 0 submit copy --range 1-3 --after 5 --out others
-run 0 cancel 4
+run 0 submit copy --range 1-3 --after-frames 6:-1..1 --out copies
+run 0 submit copy --range 1-3 --after 7 --out others
+run 0 cancel 6
 out_is <<'END'
-job 4  canceled
-jobs 5 and 6 wait for it; "trovik cancel 5 6" ends them, "trovik release 5" goes on without
+job 6  canceled
+jobs 7 and 8 wait for it; "trovik cancel 7 8" ends them, "trovik release 7" goes on without
 END
 run 0 jobs
-out_has 'after 4'
-run 0 cancel 5 --with-followers --json
+out_has 'after 6'
+run 0 cancel 7 --with-followers --json
 "$HELPER" json /jobs/0/job /jobs/0/followers /jobs/0/waiting <"$TMP/out" >"$TMP/values"
 file_is "$TMP/values" <<'END'
-5 [6] []
+7 [8] []
 END
-run 0 retry 4
-run 0 hold 4 --json
-run 0 release 4 --json
-run 0 delete 4
+run 0 retry 6
+run 0 hold 6 --json
+run 0 release 6 --json
+run 0 delete 6
 
 # What cannot be waited for.
 run 2 submit copy --after 77

@@ -224,6 +224,19 @@ TEST_F(SiteTest, TheParametersOfTheJobReachTheCluster) {
   EXPECT_EQ(submission.options, (std::vector<std::string>{"--constraint=fast", "--licenses=a b"}));
 }
 
+TEST_F(SiteTest, LimitsOfAJobBecomeLicencesAndItsSlotsTheThrottle) {
+  NewJob entry = entryOf("1-3", 0);
+  entry.runOn = RunOn::Cluster;
+  entry.folder = settings.folder.Text();
+  entry.takes = {{"floating", 2}, {"renderer", 1}};
+  entry.slotsAtMost = 2;
+  user.submit(entry);
+  pass(3s);
+  const ClusterSubmission& submission = site.arrays.at(101).submission;
+  EXPECT_EQ(submission.licenses, "floating:2,renderer:1");
+  EXPECT_EQ(submission.throttle, 2);
+}
+
 TEST_F(SiteTest, WithoutAWishAWorkTakesItsShareOfANode) {
   site.site.memoryPerCpu = 500;
   job->SetParameter(p_CPUs, "3");

@@ -87,6 +87,7 @@ TEST_F(SlurmClientTest, ASubmissionPassesItsValuesAsWholeWords) {
   submission.partition = "night";
   submission.account = "--film";
   submission.qos = "a b";
+  submission.licenses = "floating:2,renderer:1";
   submission.options = {"--gres=gpu:1", "--exclude", "n7"};
   const ClusterAnswer answer = submit(submission);
   EXPECT_TRUE(answer.answered);
@@ -102,6 +103,7 @@ TEST_F(SlurmClientTest, ASubmissionPassesItsValuesAsWholeWords) {
                                                "--time=90",
                                                "--partition=night",
                                                "--account=--film",
+                                               "--licenses=floating:2,renderer:1",
                                                "--qos=a b",
                                                "--gres=gpu:1",
                                                "--exclude",
@@ -130,7 +132,7 @@ TEST_F(SlurmClientTest, WhatIsNotSetIsLeftToTheSite) {
       EXPECT_EQ(word, "--array=0-0");
     }
   }
-  for (const char* option : {"--mem", "--time", "--partition", "--account", "--qos"}) {
+  for (const char* option : {"--mem", "--time", "--partition", "--account", "--qos", "--licenses"}) {
     EXPECT_FALSE(names.contains(option)) << option;
   }
 }

@@ -94,6 +94,22 @@ TEST(JobTable, FitsATerminal) {
   }
 }
 
+TEST(JobTable, WideFormTellsWhatProgramsUsedAndIsNotCut) {
+  std::vector<JobView> views = someViews();
+  views.resize(2);
+  views[0].job.output = "/shots/out";
+  const Console console([](std::string_view) {}, [](std::string_view) {}, {true, false, false, false},
+                        [] { return std::size_t{60}; });
+  EXPECT_EQ(jobTable(console, views, now,
+                     JobUsages{ProcessUsage{90'000'000, 3'000'000, 812'000'000}, std::nullopt}),
+            "JOB  STATE     GOOD  FAILED        TIME  AGE  TYPE     NAME"
+            "                                                                 CPU  MEMORY  PRIO  OUTPUT\n"
+            "  7  good     36/36       -  1 min 23 s  3 h  POV-Ray  shot"
+            "                                                          1 min 33 s  812 MB    50  /shots/out\n"
+            " 12  failed  99/100       1  1 min 23 s  3 h  POV-Ray  "
+            "a scene with a rather long name that goes on and on_%04d.pov           -       -    50  -\n");
+}
+
 TEST(JobTable, ColoursTheStatesAndTheFailures) {
   const std::string table = tableOf({viewWith(12, JobState::Failed, "1-99", "100", "")}, true, true);
   EXPECT_NE(table.find("\x1b[31mfailed\x1b[0m  99/100  \x1b[31m     1\x1b[0m"), std::string::npos) << table;

@@ -2,6 +2,8 @@
 
 #include "tests/trovik/queue/QueueTest.h"
 
+#include <algorithm>
+
 namespace trovik {
 namespace {
 
@@ -51,6 +53,47 @@ TEST(Stats, TellTimesLossesAndUse) {
                                          "lost        5.0 s  6.2 %\n"
                                          "slots       88.9 % used, of 2 slots\n"
                                          "throughput  480 frames an hour, in 45 s\n");
+}
+
+TEST(Stats, DrawHowTimesAreSpreadWhereThereAreEnough) {
+  std::vector<AttemptRecord> attempts;
+  for (int frame = 1; frame <= 7; ++frame) {
+    attempts.push_back(attemptOf(std::to_string(frame), 0s, std::chrono::seconds(10 + frame % 3)));
+  }
+  JobStats few;
+  few.add(jobWith(3), attempts);
+  EXPECT_EQ(few.text(twoSlots, false).find('#'), std::string::npos);
+  attempts.push_back(attemptOf("11-14", 0s, 4 * 45s)); // four frames of 45 s each
+  JobStats stats;
+  stats.add(jobWith(3), attempts);
+  EXPECT_NE(stats.text(twoSlots, false)
+                .find("frames by   from 10 s  ######################################## 7\n"
+                      "their time  from 15 s  0\n"
+                      "            from 20 s  0\n"
+                      "            from 25 s  0\n"
+                      "            from 30 s  0\n"
+                      "            from 35 s  0\n"
+                      "            from 40 s  0\n"
+                      "            from 45 s  ####################### 4\n"),
+            std::string::npos)
+      << stats.text(twoSlots, false);
+  Json document;
+  stats.fill(document, twoSlots);
+  ASSERT_EQ(document.at("histogram").size(), 8U);
+  EXPECT_EQ(document.at("histogram").at(7).dump(), R"({"from":45.0,"to":50.0,"frames":4})");
+  JobStats alike;
+  alike.add(jobWith(3), std::vector<AttemptRecord>(10, attemptOf("1", 0s, 10s)));
+  EXPECT_EQ(alike.text(twoSlots, false).find('#'), std::string::npos);
+}
+
+TEST(Stats, HostileTimesAreDrawnInFewLines) {
+  std::vector<AttemptRecord> attempts(8, attemptOf("1", 0s, 1s));
+  attempts[1].duration = std::chrono::microseconds::max();
+  attempts[2].duration = std::chrono::microseconds::min();
+  JobStats stats;
+  stats.add(jobWith(3), attempts);
+  const std::string text = stats.text(twoSlots, false);
+  EXPECT_LT(std::count(text.begin(), text.end(), '\n'), 40);
 }
 
 TEST(Stats, TellWhatProgramsHaveUsed) {
@@ -188,7 +231,7 @@ TEST(Stats, JsonHoldsTheSame) {
       R"({"jobs":1,"attempts":2,"frames":1,"median":10.0,"mean":10.0,)"
       R"("fastest":{"job":3,"frames":"1","seconds":10.0},)"
       R"("slowest":[{"job":3,"frames":"1","seconds":10.0}],)"
-      R"("programs":[],"time":{"good":10.0,"failed":30.0,"canceled":0.0,"lost":0.0},"usage":null,"medianMemory":null,"lostShare":0.75,)"
+      R"("histogram":[],"programs":[],"time":{"good":10.0,"failed":30.0,"canceled":0.0,"lost":0.0},"usage":null,"medianMemory":null,"lostShare":0.75,)"
       R"("slots":2,"slotsUsed":0.6667,"wall":30.0,"framesPerHour":120.0})");
 }
 
