@@ -411,6 +411,19 @@ bool ReadChain(const String& text, std::size_t& position, std::vector<CommandCal
   }
 }
 
+/// A name ends at its first "." or ")". Only what is told of the jobs that a
+/// job waits for has a "." of its own.
+std::size_t EndOfName(const String& text, std::size_t begin) {
+  for (const std::string_view dotted : {p_AfterOutputFolder, p_AfterImages}) {
+    const std::size_t end = begin + dotted.size();
+    if (end < text.size() && (text[end] == '.' || text[end] == ')') &&
+        String::EqualNoCase(text.substr(begin, dotted.size()), String(dotted))) {
+      return end;
+    }
+  }
+  return text.find_first_of(".)", begin);
+}
+
 } // namespace
 
 std::vector<CommandCall> ReadCommands(const String& text, std::size_t& position, const String& where) {
@@ -428,24 +441,6 @@ std::size_t FindReference(const String& text, std::size_t position, bool& litera
   literal = found != String::npos && found > position && text[found - 1] == '$';
   return found;
 }
-
-namespace {
-
-/// A name ends at its first "." or ")". Only what is told of the jobs that a
-/// job waits for has a "." of its own.
-std::size_t EndOfName(const String& text, std::size_t begin) {
-  const std::size_t first = text.find_first_of(".)", begin);
-  for (const std::string_view dotted : {p_AfterOutputFolder, p_AfterImages}) {
-    const std::size_t end = begin + dotted.size();
-    if (end < text.size() && (text[end] == '.' || text[end] == ')') &&
-        String::EqualNoCase(text.substr(begin, dotted.size()), String(dotted))) {
-      return end;
-    }
-  }
-  return first;
-}
-
-} // namespace
 
 bool ReadReference(const String& text, std::size_t start, Reference& reference, ReferenceProblem& problem) {
   reference.Begin = start;

@@ -4,9 +4,11 @@
 #include "host/application/JobFactory.h"
 #include "host/foundation/FileFinder.h"
 #include "host/foundation/Format.h"
+#include "host/foundation/Log.h"
 #include "host/foundation/Quoting.h"
 #include "trovik/machine/Locations.h"
 #include "trovik/text/Text.h"
+#include "trovik/text/UsageError.h"
 
 #include <algorithm>
 #include <charconv>
@@ -265,6 +267,18 @@ private:
 
 Path sequenceScene(const String& format, int frame) {
   return {SFormat(format, frame)};
+}
+
+RunSet rangeFrames(const String& range) {
+  RunSet frames;
+  try {
+    for (const FrameRun& run : FrameSet::Parse(range).Split(static_cast<int>(FrameSet::k_CountLimit))) {
+      frames.add(run);
+    }
+  } catch (Exception* exception) {
+    LogDebug(takeText(exception));
+  }
+  return frames;
 }
 
 std::optional<int> frameOfScene(const Path& scene) {

@@ -20,6 +20,10 @@ Path sequenceScene(const String& format, int frame);
 /// without one, or beyond 32 bits.
 std::optional<int> frameOfScene(const Path& scene);
 
+/// The frames of a range; none of a text that is none, such as one with
+/// references.
+RunSet rangeFrames(const String& range);
+
 /// What the module's detection makes of a scene: the pattern, empty where it
 /// takes the scene for a single file, and the frames.
 struct DetectedSequence {
