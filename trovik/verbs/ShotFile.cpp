@@ -151,7 +151,11 @@ std::vector<ShotJob> inOrder(const std::string& file, const IniFile& ini, std::v
 } // namespace
 
 bool isShotFile(const std::string& word) {
-  return word.ends_with(".ini") && access(word.c_str(), F_OK) == 0;
+  const bool isShot = word.ends_with(".ini");
+  if (isShot && access(word.c_str(), F_OK) != 0) {
+    throw UsageError{"there is no shot " + inQuotes(word), "check the name and the directory"};
+  }
+  return isShot;
 }
 
 std::vector<ShotJob> readShot(const std::string& file, const MakingOptions& common) {

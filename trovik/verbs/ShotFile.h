@@ -18,8 +18,8 @@ struct ShotJob {
   std::vector<std::string> afterFrames;
 };
 
-/// Whether a word in the place of a type names such a file: one that ends with
-/// ".ini" and is there.
+/// Whether a word in the place of a type names such a file, which ends with
+/// ".ini". Throws a UsageError for one that is not there.
 bool isShotFile(const std::string& word);
 
 /// Reads a shot: each section a job. Those that others wait for come first, else

@@ -135,6 +135,11 @@ err_is <<'END'
 trovik: error: the shot "bad.ini" has no jobs
 hint: write a [SECTION] for each, with Type=NAME
 END
+run 2 submit nothere.ini
+err_is <<'END'
+trovik: error: there is no shot "nothere.ini"
+hint: check the name and the directory
+END
 run 2 submit shot/shot.ini --range 1
 err_is <<'END'
 trovik: error: --range is for one job, and a shot has several
