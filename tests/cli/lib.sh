@@ -73,6 +73,30 @@ echo "saved: $2/$(basename "$1" .txt).drw"
 END
 }
 
+# A type that puts a sequence of files together; fails where "broken" lies.
+join_type() {
+  type_file join <<'END'
+[Module]
+ID=31111111-2222-3333-4444-555555555555
+Name=Join
+Shortcut=join
+Help=Puts a sequence together.
+Command=-c "[ ! -e broken ] || exit 3; cat $(ActualScene) >'$(OutputFolder)/$(Title).all'; echo saved: '$(OutputFolder)/$(Title).all'"
+ImageStartText=saved:
+CheckForMultipleFiles=Yes
+[PrimaryParameters]
+1=Title
+[Title]
+Type=Text
+Label=Title
+Default=all
+[OverrideDefaults]
+Executable=/bin/sh
+PacketSize=1000
+FileCheck=Work
+END
+}
+
 # Scenes shot_0001.txt to shot_000N.txt in the current directory.
 scenes() {
   for number in $(seq "$1"); do

@@ -2,26 +2,7 @@
 # they wait for each other, and the same file again goes on with it.
 . "$(dirname "$0")/../lib.sh"
 sketch_type
-type_file join <<'END'
-[Module]
-ID=31111111-2222-3333-4444-555555555555
-Name=Join
-Shortcut=join
-Help=Puts a sequence together.
-Command=-c "[ ! -e broken ] || exit 3; cat $(ActualScene) >'$(OutputFolder)/$(Title).all'; echo saved: '$(OutputFolder)/$(Title).all'"
-ImageStartText=saved:
-CheckForMultipleFiles=Yes
-[PrimaryParameters]
-1=Title
-[Title]
-Type=Text
-Label=Title
-Default=all
-[OverrideDefaults]
-Executable=/bin/sh
-PacketSize=1000
-FileCheck=Work
-END
+join_type
 scenes 3
 mkdir shot
 cat >shot/shot.ini <<'END'

@@ -12,20 +12,7 @@ Command=-c "cp $(After.Images) '$(OutputFolder)' && echo from '$(After.OutputFol
 Executable=/bin/sh
 FileCheck=None
 END
-type_file join <<'END'
-[Module]
-ID=31111111-2222-3333-4444-555555555555
-Name=Join
-Shortcut=join
-Help=Puts a sequence together.
-Command=-c "cat $(ActualScene) >'$(OutputFolder)/$(Name).all'; echo saved: '$(OutputFolder)/$(Name).all'"
-ImageStartText=saved:
-CheckForMultipleFiles=Yes
-[OverrideDefaults]
-Executable=/bin/sh
-PacketSize=1000
-FileCheck=Work
-END
+join_type
 scenes 3
 run 0 check "$TMP/modules/copy.tvx" --no-programs
 run 0 submit sketch shot_0001.txt --out images
@@ -95,7 +82,7 @@ run 0 jobs --json
 file_is "$TMP/values" <<'END'
 "good" "good" "good"
 END
-file_is all/shot.all <<'END'
+file_is all/all.all <<'END'
 scene 1
 scene 2
 scene 3
