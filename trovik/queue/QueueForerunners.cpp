@@ -45,7 +45,8 @@ FrameRun neededBy(const FrameRun& run, const Forerunner& forerunner) {
           clamped(std::int64_t{run.Last} + forerunner.high)};
 }
 
-/// Of frames that all lie in the range; false for what cannot be told any more.
+/// Whether these frames of the follower need not wait for it any more. One that
+/// is gone is waited for: nobody knows what of it was good.
 bool isSatisfied(Database& database, const Awaited& awaited, const FrameRun& run) {
   if (awaited.gone || !awaited.forerunner.byFrame) {
     return awaited.good;
@@ -105,18 +106,18 @@ void Queue::Impl::weigh(JobId follower) {
   }
   std::vector<WorkId> ready;
   std::vector<WorkId> waiting;
-  Query row(
-      database,
-      "SELECT id, first, last, state FROM works INDEXED BY works_open WHERE job = ?1 AND state = 'ready' "
-      "UNION ALL SELECT id, first, last, state FROM works INDEXED BY works_open "
-      "WHERE job = ?1 AND state = 'waiting'",
-      follower);
+  Query row(database,
+            "SELECT id, first, last, state, attempts FROM works INDEXED BY works_open "
+            "WHERE job = ?1 AND state = 'ready' "
+            "UNION ALL SELECT id, first, last, state, attempts FROM works INDEXED BY works_open "
+            "WHERE job = ?1 AND state = 'waiting'",
+            follower);
   while (row.next()) {
     const WorkId id = row.number();
     const FrameRun run = row.frames();
     const bool waits = row.state<WorkState>() == WorkState::Waiting;
-    // Of a job that is gone nobody knows what was good; what was let go stays so.
-    if (!waits && (anyGone || given.contains(run.First))) {
+    const bool hasBegun = row.integer() > 0;
+    if (!waits && ((anyGone && hasBegun) || given.contains(run.First))) {
       continue;
     }
     const bool may = std::all_of(awaited.begin(), awaited.end(),

@@ -44,6 +44,17 @@ std::vector<FrameRun> runsOf(const std::vector<WorkToCut>& works) {
   return runs;
 }
 
+std::vector<LimitShare> limitsIn(Database& database) {
+  std::vector<LimitShare> limits;
+  for (Query row(database, "SELECT name, amount FROM limits ORDER BY name"); row.next();) {
+    LimitShare limit;
+    limit.name = row.text();
+    limit.amount = row.integer();
+    limits.push_back(std::move(limit));
+  }
+  return limits;
+}
+
 } // namespace
 
 std::int64_t takenOfLimit(Database& database, const std::string& name) {
@@ -133,17 +144,7 @@ std::vector<LimitShare> Queue::takes(JobId id) {
 }
 
 void Queue::setLimits(const std::vector<LimitShare>& limits) {
-  const auto isKnown = [&] {
-    std::vector<LimitShare> known;
-    for (Query row(impl_->database, "SELECT name, amount FROM limits ORDER BY name"); row.next();) {
-      LimitShare limit;
-      limit.name = row.text();
-      limit.amount = row.integer();
-      known.push_back(std::move(limit));
-    }
-    return known == limits;
-  };
-  if (isKnown()) { // mostly; needs no right to write
+  if (limitsIn(impl_->database) == limits) { // mostly; needs no right to write
     return;
   }
   impl_->database.write([&] {
@@ -159,14 +160,9 @@ std::vector<LimitStand> Queue::limits() {
   std::vector<LimitStand> result;
   impl_->database.read([&] {
     result.clear();
-    for (Query row(impl_->database, "SELECT name, amount FROM limits ORDER BY name"); row.next();) {
-      LimitStand limit;
-      limit.name = row.text();
-      limit.amount = row.integer();
-      result.push_back(std::move(limit));
-    }
-    for (LimitStand& limit : result) {
-      limit.taken = static_cast<int>(takenOfLimit(impl_->database, limit.name));
+    for (const LimitShare& limit : limitsIn(impl_->database)) {
+      result.push_back(
+          {limit.name, limit.amount, static_cast<int>(takenOfLimit(impl_->database, limit.name))});
     }
   });
   return result;

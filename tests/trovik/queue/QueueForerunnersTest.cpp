@@ -173,6 +173,22 @@ TEST_F(Forerunners, DeletedOneIsWaitedForUnlessItWasGood) {
   EXPECT_EQ(waiting(fourth), "");
 }
 
+TEST_F(Forerunners, WhatWaitsForADeletedOneWaitsHoweverItIsChanged) {
+  const JobId first = queue.submit(jobOf("1"));
+  const JobId second = queue.submit(jobAfter("1,2,3,4", {whole(first)}));
+  queue.cancel(first);
+  queue.remove(first);
+  queue.change(second, {.packet = 2});
+  EXPECT_EQ(waiting(second), "1-4");
+  EXPECT_EQ(queue.frames(second).waitingWorks, 2U);
+  queue.cancel(second);
+  queue.retry(second, std::nullopt);
+  EXPECT_EQ(waiting(second), "1-4");
+  EXPECT_TRUE(queue.claim(engine, 5, second).empty());
+  queue.release(second);
+  EXPECT_EQ(claimable(second), "1-4");
+}
+
 TEST_F(Forerunners, CancelingWhatWaitsEndsIt) {
   const JobId first = queue.submit(jobOf("1"));
   const JobId second = queue.submit(jobAfter("1,2", {whole(first)}));
