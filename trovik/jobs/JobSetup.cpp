@@ -59,12 +59,14 @@ void JobSetup::setScene(const std::string& scene) {
 }
 
 /// Whether a job that is waited for is going to write such a file. What it is
-/// called but for its number only that job knows, once it runs.
-bool JobSetup::isToCome(const Path& scene) const {
+/// called but for its number only that job knows, once it runs. `ofFrame` asks
+/// for the file of a frame: a job without frames has none of those, however many
+/// names somebody thinks of.
+bool JobSetup::isToCome(const Path& scene, bool ofFrame) const {
   const std::optional<int> frame = frameOfScene(scene);
   return std::any_of(toCome_.begin(), toCome_.end(), [&](const ScenesToCome& scenes) {
     return scene.Branch(true, true) == scenes.folder.Text() &&
-           (scenes.frames.empty() || (frame && scenes.frames.contains(*frame)));
+           (scenes.frames.empty() ? !ofFrame : frame && scenes.frames.contains(*frame));
   });
 }
 
@@ -122,7 +124,7 @@ void JobSetup::give(const ParameterInfo& info, const std::string& value, const s
 
 void JobSetup::detect() {
   const auto isScene = [](const String& name) { return String::EqualNoCase(name, p_Scene); };
-  const FilesToCome toCome([this](const Path& file) { return isToCome(file); });
+  const FilesToCome toCome([this](const Path& file) { return isToCome(file, true); });
   std::stable_partition(given_.begin(), given_.end(), isScene);
   for (const String& name : given_) {
     detect(name);

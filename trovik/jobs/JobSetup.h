@@ -81,7 +81,7 @@ private:
   void checkAlone() const;
   String fromDetection(const ParameterInfo* info, const String& name, const String& value,
                        const String& changed) const;
-  bool isToCome(const Path& scene) const;
+  bool isToCome(const Path& scene, bool ofFrame = false) const;
   void checkScene() const;
   void checkFiles() const;
   [[noreturn]] void refuseShared(const Path& file, const FrameRun& one, const FrameRun& other,

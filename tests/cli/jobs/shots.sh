@@ -121,6 +121,12 @@ run 0 hold 6 --json
 run 0 release 6 --json
 run 0 delete 6
 
+# Of a job without frames any one file may be to come, and is taken alone: its
+# neighbours could be looked for without an end.
+run 0 submit copy --after 1 --out whole
+run 0 submit join whole/part_0001.drw --after last --out alone
+out_has "1 work"
+
 # What cannot be waited for.
 run 2 submit copy --after 77
 err_is <<'END'
