@@ -9,6 +9,7 @@ extern const char* const p_Name;
 extern const char* const p_Scene;
 extern const char* const p_Range;
 extern const char* const p_PacketSize;
+extern const char* const p_PacketTime;
 extern const char* const p_OutputFolder;
 extern const char* const p_ExpectedFiles;
 extern const char* const p_Executable;
@@ -24,6 +25,7 @@ extern const char* const p_RunTimeLimit;
 extern const char* const p_SilenceLimit;
 extern const char* const p_StopAfter;
 extern const char* const p_SlotsAtMost;
+extern const char* const p_Memory;
 extern const char* const p_Limits;
 extern const char* const p_NoRetryTexts;
 extern const char* const p_FileCheck;
@@ -43,6 +45,9 @@ extern const char* const p_ErrorIgnores;
 extern const char* const p_ErrorDetectPosition;
 extern const char* const p_TranslateSceneContents;
 extern const char* const p_Note;
+
+/// The packet size by which whoever runs the works chooses how many frames each has.
+extern const char* const k_AutoPacket;
 
 /// Of one piece of work, not of the type: "first-last", and the first frame.
 extern const char* const p_SubRange;

@@ -73,10 +73,21 @@ bool IsWithin(const ParameterInfo& info, const String& value, double number, Str
   return true;
 }
 
+bool IsOneOf(const std::vector<String>& choices, const String& value) {
+  return std::any_of(choices.begin(), choices.end(),
+                     [&value](const String& choice) { return String::EqualNoCase(choice, value); });
+}
+
 bool AcceptsInteger(const ParameterInfo& info, const String& value, String& why) {
   double number = 0;
+  if (IsOneOf(info.Choices, value)) {
+    return true;
+  }
   if (!IsWholeNumber(value) || !ParseDecimal(value, number)) {
     why = Quoted(value) + " is no whole number";
+    for (const String& choice : info.Choices) {
+      why += ", nor " + choice;
+    }
     return false;
   }
   if (number < std::numeric_limits<int>::min() || number > std::numeric_limits<int>::max()) {
@@ -110,10 +121,7 @@ bool AcceptsDuration(const ParameterInfo& info, const String& value, String& why
 }
 
 bool AcceptsChoice(const ParameterInfo& info, const String& value, String& why) {
-  const bool known = std::any_of(info.Choices.begin(), info.Choices.end(), [&value](const String& choice) {
-    return String::EqualNoCase(choice, value);
-  });
-  if (known) {
+  if (IsOneOf(info.Choices, value)) {
     return true;
   }
   String list;

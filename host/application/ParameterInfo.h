@@ -58,6 +58,7 @@ public:
   // Limits, where the kind has them.
   std::optional<double> Minimum;
   std::optional<double> Maximum;
+  /// The values of a choice; of a whole number, words that may stand for one.
   std::vector<String> Choices;
 
   TYPE Type() const { return m_Type; }

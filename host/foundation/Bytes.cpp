@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <fstream>
 #include <string>
 
@@ -42,15 +43,39 @@ std::int64_t LimitIn(const std::string& file) {
   return stream >> limit && limit > 0 && limit < k_None ? limit : 0;
 }
 
+struct GroupForm {
+  const char* Limit;
+  const char* Used;
+  const char* Cache; // what of it the kernel gives back, in memory.stat
+};
+constexpr GroupForm k_Unified = {"memory.max", "memory.current", "inactive_file "};
+constexpr GroupForm k_Legacy = {"memory.limit_in_bytes", "memory.usage_in_bytes", "total_inactive_file "};
+
+std::int64_t CacheIn(const std::string& file, const std::string& key) {
+  std::ifstream stream(file);
+  for (std::string line; std::getline(stream, line);) {
+    if (line.starts_with(key)) {
+      return std::strtoll(line.c_str() + key.size(), nullptr, 10);
+    }
+  }
+  return 0;
+}
+
 // Of a group and of all those that it is in.
-std::int64_t LeastLimit(const std::string& mount, std::string group, const char* file) {
-  std::int64_t least = 0;
+void LookAbove(const std::string& mount, std::string group, const GroupForm& form, GroupMemory& least) {
   for (;;) {
-    if (const std::int64_t limit = LimitIn(mount + group + '/' + file); limit > 0) {
-      least = least == 0 ? limit : std::min(least, limit);
+    const std::string folder = mount + group + '/';
+    if (const std::int64_t limit = LimitIn(folder + form.Limit); limit > 0) {
+      std::ifstream stream(folder + form.Used);
+      std::int64_t used = 0;
+      stream >> used;
+      used -= CacheIn(folder + "memory.stat", form.Cache);
+      const std::int64_t free = std::clamp<std::int64_t>(limit - used, 0, limit);
+      least.Free = least.Limit == 0 ? free : std::min(least.Free, free);
+      least.Limit = least.Limit == 0 ? limit : std::min(least.Limit, limit);
     }
     if (group.empty() || group == "/") {
-      return least;
+      return;
     }
     group.erase(group.rfind('/'));
   }
@@ -58,8 +83,8 @@ std::int64_t LeastLimit(const std::string& mount, std::string group, const char*
 
 } // namespace
 
-std::int64_t GroupMemoryLimit(const Path& groups, const Path& mount) {
-  std::int64_t least = 0;
+GroupMemory GroupMemoryNow(const Path& groups, const Path& mount) {
+  GroupMemory least;
   std::ifstream stream(groups.c_str());
   for (std::string line; std::getline(stream, line);) { // "4:memory,cpu:/a/b", or "0::/a/b"
     const std::size_t first = line.find(':');
@@ -69,15 +94,15 @@ std::int64_t GroupMemoryLimit(const Path& groups, const Path& mount) {
     }
     const std::string controllers = ',' + line.substr(first + 1, second - first - 1) + ',';
     const std::string group = line.substr(second + 1);
-    std::int64_t limit = 0;
     if (controllers == ",,") {
-      limit = LeastLimit(mount.Text(), group, "memory.max");
+      LookAbove(mount.Text(), group, k_Unified, least);
     } else if (controllers.find(",memory,") != std::string::npos) {
-      limit = LeastLimit(mount.Text() + "/memory", group, "memory.limit_in_bytes");
-    }
-    if (limit > 0) {
-      least = least == 0 ? limit : std::min(least, limit);
+      LookAbove(mount.Text() + "/memory", group, k_Legacy, least);
     }
   }
   return least;
+}
+
+std::int64_t GroupMemoryLimit(const Path& groups, const Path& mount) {
+  return GroupMemoryNow(groups, mount).Limit;
 }

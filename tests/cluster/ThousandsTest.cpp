@@ -45,6 +45,7 @@ public:
     machine_.wait(descriptors, timeout);
   }
   std::vector<pid_t> killOrphans(const Orphans& orphans) override { return machine_.killOrphans(orphans); }
+  MemoryNow memory(const std::vector<int>& groups) override { return machine_.memory(groups); }
 
   void pass(Duration time) {
     now_ += time;

@@ -21,7 +21,7 @@ rooms='
 text
 machine      text
 records      machine
-queue        records text
+queue        records machine text
 images       machine text
 jobs         records machine text
 works        jobs images queue records machine text

@@ -281,13 +281,12 @@ void checkSameForAll(const TypeCheck& check, const PlacedText& command) {
                       "write $(ActualScene) or $(Scene.Enquote), or Scene=OfJob, ReadOnly, Literal in "
                       "[OverrideFlags] if it reads none");
   }
-  const String packet = check.effective(p_PacketSize);
-  if (std::atoi(packet.c_str()) > 1 && isSettable(check, p_Range) &&
+  const std::string frames = check.severalFrames();
+  if (!frames.empty() && isSettable(check, p_Range) &&
       !hasAny({"frame", "subrange", "actualsubrange", "range", "actualscene", "scenenameformat"})) {
     check.out.warning(
         "no-frame", command.span,
-        "the program is never told the frames, so each work of " + std::to_string(std::atoi(packet.c_str())) +
-            " renders the same",
+        "the program is never told the frames, so each work of " + frames + " renders the same",
         "write $(SubRange.Start) and $(SubRange.End), or Range=OfJob, ReadOnly in [OverrideFlags] "
         "if it knows none");
   }

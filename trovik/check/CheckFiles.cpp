@@ -11,26 +11,26 @@ namespace {
 
 /// Templates without a frame in them are one file for all frames of a work.
 void checkFrames(const TypeCheck& check, const PlacedText& list) {
-  const int packet = std::atoi(check.effective(p_PacketSize).c_str());
+  const std::string packet = check.severalFrames();
   const bool perFrame = !String::EqualNoCase(check.effective(p_FileCheck), "Work") &&
                         !String::EqualNoCase(check.effective(p_FileCheck), "None");
   const ParameterInfo* range = check.info->GetParam(p_Range);
   const bool hasFrames = range != nullptr && (range->Flags & ParameterInfo::k_ReadOnly) == 0;
   // Where a name is mistyped, it may be the one that is missed.
-  if (!perFrame || (packet < 2 && (!hasFrames || check.out.errors() > 0))) {
+  if (!perFrame || (packet.empty() && (!hasFrames || check.out.errors() > 0))) {
     return;
   }
   for (const PlacedText& piece : piecesOf(list, ';')) {
     if (piece.text.empty() || namesFrame(check, String(piece.text))) {
       continue;
     }
-    check.out.warning(
-        "no-frame", piece.span,
-        packet < 2 ? "all frames of a job have this one file"
-                   : "no frame of a work of " + std::to_string(packet) + " has a file of its own by this",
-        packet < 2 ? "write $(Frame.Pad(4)) into the name, or Range=OfJob, ReadOnly in "
-                     "[OverrideFlags] for a program without frames"
-                   : "write $(Frame.Pad(4)) into the name, or FileCheck=Work in [OverrideDefaults]");
+    check.out.warning("no-frame", piece.span,
+                      packet.empty() ? "all frames of a job have this one file"
+                                     : "no frame of a work of " + packet + " has a file of its own by this",
+                      packet.empty()
+                          ? "write $(Frame.Pad(4)) into the name, or Range=OfJob, ReadOnly in "
+                            "[OverrideFlags] for a program without frames"
+                          : "write $(Frame.Pad(4)) into the name, or FileCheck=Work in [OverrideDefaults]");
   }
 }
 

@@ -1,10 +1,12 @@
 #include "trovik/check/TypeCheck.h"
 
+#include "host/application/Constants.h"
 #include "host/application/Excerpt.h"
 #include "host/foundation/StringTokenizer.h"
 #include "trovik/text/Text.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 namespace trovik {
 
@@ -47,6 +49,15 @@ std::optional<PlacedText> TypeCheck::defaultOf(const String& name) const {
 String TypeCheck::effective(const String& name) const {
   const ParameterInfo* parameter = info->GetParam(name);
   return parameter == nullptr ? String::Null : parameter->Default;
+}
+
+std::string TypeCheck::severalFrames() const {
+  const String packet = effective(p_PacketSize).Trim();
+  if (String::EqualNoCase(packet, k_AutoPacket)) {
+    return "several frames";
+  }
+  const int frames = std::atoi(packet.c_str());
+  return frames > 1 ? std::to_string(frames) : std::string();
 }
 
 Span TypeCheck::sectionSpan(const String& section) const {

@@ -45,6 +45,10 @@ struct TypeCheck {
   /// The default that the type has in the end; empty without one.
   String effective(const String& name) const;
 
+  /// How many frames a work has by default, where they are several: "4", or
+  /// "several frames" where it is chosen when it begins; else empty.
+  std::string severalFrames() const;
+
   Span sectionSpan(const String& section) const;
 };
 

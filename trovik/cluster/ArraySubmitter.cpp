@@ -4,6 +4,7 @@
 #include "trovik/text/UsageError.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 // How works get to the cluster.
@@ -84,10 +85,52 @@ void ArraySubmitter::advance() {
     const bool others = std::any_of(state_.arrays.begin(), state_.arrays.end(), [id = id](const auto& array) {
       return array.second.record.job == id && !array.second.works.empty();
     });
-    if ((!others || state_.machine.now() - *job.readySince >= gatheringTime) && !state_.client.isBusy()) {
+    if ((others && state_.machine.now() - *job.readySince < gatheringTime) || state_.client.isBusy()) {
+      continue;
+    }
+    const bool fits = !job.record.packets.automatic || fitPackets(job, works, others);
+    if (!fits || job.trial) {
+      job.full = state_.machine.now() + fullTime; // until some of them have ended
+    }
+    if (fits) {
       addArray(job, std::move(works));
     }
   }
+}
+
+/// Cuts the works of a job whose packets fit themselves. As long as it is not
+/// known how long they should be, some are tried; false while those run. Frames
+/// that take longer than a packet should need no trial.
+bool ArraySubmitter::fitPackets(ClusterJob& job, std::vector<WorkRecord>& works, bool others) {
+  constexpr std::size_t trialWorks = 8;
+  const JobId id = job.record.id;
+  PacketsAtOnce packets = state_.queue.packetsAtOnce(id);
+  if (packets.trial && others) {
+    if (!runsLongerThan(id, job.record.packets.time)) {
+      return false;
+    }
+    packets = {1, false};
+  }
+  // As many as that takes, all of the same length.
+  const double all = framesOf(works);
+  const double frames = std::ceil(all / std::ceil(all / static_cast<double>(packets.frames)));
+  state_.queue.cut(id, static_cast<int>(frames));
+  works = state_.queue.worksToSubmit(id);
+  job.perTask = packets.trial ? 1 : job.perTask;
+  job.trial = packets.trial && works.size() > trialWorks;
+  if (job.trial) {
+    works.resize(trialWorks);
+  }
+  return true;
+}
+
+/// Whether a program of the job has run for longer than that.
+bool ArraySubmitter::runsLongerThan(JobId id, std::chrono::microseconds time) {
+  const std::vector<AttemptId> attempts = state_.queue.runningAttempts(id);
+  return std::any_of(attempts.begin(), attempts.end(), [&](AttemptId attempt) {
+    const std::optional<AttemptRecord> record = state_.queue.attempt(attempt);
+    return record && momentNow() - record->started > time;
+  });
 }
 
 /// Gives works to one array job; what does not fit follows with a later turn.
@@ -120,7 +163,7 @@ void ArraySubmitter::addArray(ClusterJob& job, std::vector<WorkRecord> works) {
   }
   if (wanted > tasks) {
     works.resize(tasks * perTask);
-  } else {
+  } else if (!std::exchange(job.trial, false)) {
     job.readySince.reset();
     job.perTask = 0;
   }

@@ -71,6 +71,7 @@ struct ClusterJob {
   std::optional<ClusterRequest> request;
   std::optional<Clock::time_point> readySince;
   std::size_t perTask = 0;  ///< while its works are submitted; 0: to be chosen
+  bool trial = false;       ///< only some of its works are submitted now
   bool checked = false;     ///< for works that no array has
   Clock::time_point full{}; ///< until then there is no room for more, most likely
   bool refused = false;
@@ -127,6 +128,8 @@ public:
   void advance();
 
 private:
+  bool fitPackets(ClusterJob& job, std::vector<WorkRecord>& works, bool others);
+  bool runsLongerThan(JobId id, std::chrono::microseconds time);
   void addArray(ClusterJob& job, std::vector<WorkRecord> works);
   bool knowsSite(const ClusterRequest& request);
   void submit(OpenArray& array, const ClusterJob& job);

@@ -124,7 +124,10 @@ ClusterRequest clusterRequest(const Job& job) {
   request.cpus = number(job, p_CPUs, 1);
   request.throttle = number(job, p_ClusterThrottle, 0);
   request.worksPerTask = static_cast<std::size_t>(number(job, p_WorksPerTask, 0));
-  request.memory = memoryOf(effectiveValue(job, p_ClusterMemory));
+  request.memory = memoryOf(p_ClusterMemory, effectiveValue(job, p_ClusterMemory));
+  if (request.memory == 0) {
+    request.memory = memoryOf(p_Memory, effectiveValue(job, p_Memory));
+  }
   request.options = optionWords(effectiveValue(job, p_ClusterOptions));
   request.stage = effectiveValue(job, p_StageOutput).Bool();
   request.timeLimit = effectiveValue(job, p_ClusterTimeLimit);
@@ -160,7 +163,7 @@ std::size_t worksPerTask(const ClusterRequest& request, std::size_t works, std::
   return std::clamp<std::size_t>(wanted, 1, std::max<std::size_t>(works, 1));
 }
 
-std::int64_t memoryOf(const std::string& text) {
+std::int64_t memoryOf(const std::string& parameter, const std::string& text) {
   const String trimmed = String(text).Trim();
   if (trimmed.empty()) {
     return 0;
@@ -172,13 +175,15 @@ std::int64_t memoryOf(const std::string& text) {
   const double memory = std::ceil(number * unit);
   // A word such as "inf" is a number, too.
   if (error != std::errc() || unit == 0 || !(memory <= mostMemory) || !(memory >= 0)) {
-    throw UsageError{std::string(p_ClusterMemory) + ": " + inQuotes(text) + " is no amount of memory",
+    throw UsageError{parameter + ": " + inQuotes(text) + " is no amount of memory",
                      "write 500M, 4G or 1T; a number alone is MiB"};
   }
   if (memory == 0) {
-    // The cluster would give all that a node has.
-    throw UsageError{std::string(p_ClusterMemory) + ": " + inQuotes(text) + " is no memory at all",
-                     "leave it empty for the share that belongs to the CPUs of a work"};
+    // A cluster would give all that a node has.
+    throw UsageError{parameter + ": " + inQuotes(text) + " is no memory at all",
+                     parameter == p_Memory
+                         ? "leave it empty to have it learned"
+                         : "leave it empty for the share that belongs to the CPUs of a work"};
   }
   return static_cast<std::int64_t>(memory);
 }

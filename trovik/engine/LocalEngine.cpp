@@ -78,6 +78,8 @@ void LocalEngine::tick() {
       mayHaveWork_ = true;
       stopCanceled();
     }
+    // Whoever has the memory says nothing when it is free.
+    mayHaveWork_ = mayHaveWork_ || !memoryWaits_.empty();
     if (now >= nextRecovery_ && recoveries_.empty() && stops_ == 0) {
       nextRecovery_ = now + recoveryTime;
       recoveries_ = takeLostAttempts(queue_, inspector_);

@@ -87,6 +87,7 @@ private:
   void writeTurn(std::vector<Claim>& claims, std::vector<Recorded>& recorded);
   Recorded record(const Outcome& outcome);
   void claimWorks(std::vector<Claim>& claims);
+  void tellMemoryWaits();
   void tellTurn(const std::vector<Recorded>& recorded);
   void tellLost(const Settled& lost, bool again);
   void startWorks();
@@ -127,6 +128,8 @@ private:
   std::vector<Started> started_;                              // to be noted
   std::vector<std::pair<AttemptId, ProgramEnd>> programEnds_; // the same
   std::vector<Note> notes_;
+  std::vector<MemoryWait> memoryWaits_; // as the last claim found it
+  std::vector<JobId> toldOfMemory_;
   bool mayHaveWork_ = true;
   bool yields_ = false;   // to an older engine
   bool troubled_ = false; // the queue could not be written the last time

@@ -1,5 +1,6 @@
 #include "trovik/engine/LocalEngine.h"
 
+#include "host/foundation/Bytes.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"
 
@@ -41,6 +42,7 @@ bool LocalEngine::recordTurn() {
   }
   putAside_ = putAside_ || putAside;
   claimed_.insert(claimed_.end(), claims.begin(), claims.end());
+  tellMemoryWaits();
   tellTurn(recorded);
   return true;
 }
@@ -86,8 +88,26 @@ void LocalEngine::claimWorks(std::vector<Claim>& claims) {
   // How wide a work is shows only when its job is known, so wide ones are taken
   // one by one; the last of them may have to wait for its slots.
   const std::size_t wanted = plan_.slotsAreCpus ? 1 : plan_.slots - busy;
-  claims = queue_.claim(engine_, wanted, plan_.only, refused_);
+  MemoryCheck memory;
+  memory.ask = [this](const std::vector<int>& groups) { return machine_.memory(groups); };
+  claims = queue_.claim(engine_, wanted, plan_.only, refused_, &memory);
   mayHaveWork_ = claims.size() == wanted;
+  memoryWaits_ = std::move(memory.waits);
+}
+
+/// Each job once, until its works begin again.
+void LocalEngine::tellMemoryWaits() {
+  std::erase_if(toldOfMemory_, [this](JobId job) {
+    return std::none_of(memoryWaits_.begin(), memoryWaits_.end(),
+                        [job](const MemoryWait& wait) { return wait.job == job; });
+  });
+  for (const MemoryWait& wait : memoryWaits_) {
+    if (std::find(toldOfMemory_.begin(), toldOfMemory_.end(), wait.job) == toldOfMemory_.end()) {
+      toldOfMemory_.push_back(wait.job);
+      LogWarning("job " + std::to_string(wait.job) + " waits for memory: a work needs " +
+                 BytesText(wait.needed) + ", and " + BytesText(wait.free) + " is free");
+    }
+  }
 }
 
 void LocalEngine::tellTurn(const std::vector<Recorded>& recorded) {

@@ -100,7 +100,8 @@ std::string kindText(const ParameterInfo& info) {
   case ParameterInfo::k_Text:
     return "text";
   case ParameterInfo::k_Integer:
-    return "whole number" + limits(info);
+    return "whole number" + limits(info) +
+           (info.Choices.empty() ? "" : ", or " + joined({info.Choices.begin(), info.Choices.end()}, ", "));
   case ParameterInfo::k_Decimal:
     return "number" + limits(info);
   case ParameterInfo::k_Choice: {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/foundation/Process.h"
+#include "trovik/machine/Memory.h"
 
 #include <chrono>
 #include <memory>
@@ -39,6 +40,8 @@ public:
   /// Kills what is left of those processes; those that are still there. To be
   /// called until there are none.
   virtual std::vector<pid_t> killOrphans(const Orphans& orphans) = 0;
+  /// See memoryNow.
+  virtual MemoryNow memory(const std::vector<int>& groups) = 0;
 };
 
 /// This machine. Whatever its programs leave behind becomes a child of this
@@ -51,6 +54,7 @@ public:
   std::unique_ptr<Program> start(const ProcessStart& start) override;
   void wait(std::vector<pollfd>& descriptors, std::optional<Duration> timeout) override;
   std::vector<pid_t> killOrphans(const Orphans& orphans) override;
+  MemoryNow memory(const std::vector<int>& groups) override { return memoryNow(groups); }
 
 private:
   Clock::time_point reaped_{};

@@ -188,6 +188,7 @@ public:
   std::optional<int> optionalInteger();
   Moment moment() { return Moment(std::chrono::microseconds(number())); }
   std::optional<Moment> optionalMoment();
+  std::chrono::microseconds duration() { return std::chrono::microseconds(number()); }
   FrameRun frames();                   ///< of two columns
   std::optional<ProcessUsage> usage(); ///< of five
   template <typename State> State state() {
@@ -210,6 +211,7 @@ private:
   void bind(const Blob& value);
   void bind(const char* value) { bind(std::string(value)); }
   void bind(const std::optional<ProcessUsage>& value);
+  void bind(std::chrono::microseconds value) { bind(std::int64_t{value.count()}); }
   void bind(Moment value) { bind(value.time_since_epoch().count()); }
   template <typename Value> void bind(const std::optional<Value>& value) {
     if (value) {

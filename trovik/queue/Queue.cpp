@@ -123,7 +123,7 @@ std::string idOf(Database& database) {
 } // namespace
 
 Queue::Impl::Impl(const Path& wantedDirectory, const Settings& settings)
-    : directory(prepared(wantedDirectory, settings)),
+    : directory(prepared(wantedDirectory, settings)), clock(settings.clock),
       database(privateFile(below(directory, "queue.db")), settings.patience, settings.pageLimit),
       locks(below(directory, "engines")) {
   if (bringUpToDate(database, schemaSteps())) {

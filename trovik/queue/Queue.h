@@ -1,6 +1,8 @@
 #pragma once
 
+#include "trovik/queue/MemoryCheck.h"
 #include "trovik/queue/QueueError.h"
+#include "trovik/records/PacketPlan.h"
 #include "trovik/records/Records.h"
 
 #include <functional>
@@ -36,6 +38,7 @@ public:
     /// For tests: names the network file system that a directory lies on, or
     /// gives nothing; where it is not set the system is asked.
     std::function<std::string(const Path& directory)> networkFileSystem;
+    std::function<Moment()> clock; ///< for tests: tells the time in place of the system
   };
 
   /// Opens the queue in the directory, made where it is missing, brings an
@@ -120,6 +123,11 @@ public:
   /// The works that another packet size would cut anew, in their order: those
   /// that were never begun, nor given to a task of a cluster.
   std::vector<FrameRun> worksToCut(JobId id);
+  /// How many frames the works of a job are to have that all begin at once.
+  PacketsAtOnce packetsAtOnce(JobId id);
+  /// Joins and cuts the works that are ready, were never begun, nor given to a task
+  /// of a cluster, into packets of so many frames.
+  void cut(JobId id, int packet);
   /// What each work of the job takes of what is scarce, by name.
   std::vector<LimitShare> takes(JobId id);
   /// Says how much there is of what is scarce; of what is not named there is no
@@ -174,8 +182,10 @@ public:
   /// priority first, then of the oldest; within a job those with the fewest
   /// tries first, then in their order. Only of job `only` where it is given;
   /// never of jobs in `without`. Each claim is a running attempt from then on.
+  /// With a check of the memory none that its machine cannot hold beside those
+  /// that run; but one always, where none runs.
   std::vector<Claim> claim(EngineId engine, std::size_t count, std::optional<JobId> only,
-                           const std::vector<JobId>& without = {});
+                           const std::vector<JobId>& without = {}, MemoryCheck* memory = nullptr);
   /// The process group of a running attempt, and what files were there before
   /// (see FilesBefore).
   void noteProcess(AttemptId attempt, int process, const std::string& filesBefore = {});

@@ -179,7 +179,7 @@ void Queue::noteSubmitted(ArrayId array, std::int64_t cluster) {
     Query(impl_->database,
           "UPDATE arrays SET state = 'submitted', cluster = ?2, submitted = ?3 "
           "WHERE id = ?1 AND state = 'prepared'",
-          array, cluster, now())
+          array, cluster, impl_->now())
         .run();
   });
 }

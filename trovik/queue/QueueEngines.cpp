@@ -53,7 +53,7 @@ EngineId Queue::enterEngine(std::size_t slots) {
     impl_->database.write([&] {
       Query(impl_->database,
             "INSERT INTO engines (state, slots, process, boot, entered) VALUES ('alive', ?1, ?2, ?3, ?4)",
-            slots, static_cast<int>(getpid()), bootId(), now())
+            slots, static_cast<int>(getpid()), bootId(), impl_->now())
           .run();
       id = impl_->database.lastId();
       // Before anybody sees the engine: one whose lock is free counts as dead.

@@ -141,10 +141,8 @@ void Queue::Impl::goOn(const BegunJob& begun, const NewJob& job, const std::opti
   if (known && known->id == begun.id) {
     takeFound(begun, job, *known, changed);
   }
-  Query(database, "UPDATE jobs SET priority = ?2, slots_at_most = ?3 WHERE id = ?1", begun.id, job.priority,
-        job.slotsAtMost)
-      .run();
-  setTakes(begun.id, job.takes);
+  Query(database, "UPDATE jobs SET priority = ?2 WHERE id = ?1", begun.id, job.priority).run();
+  setRules(begun.id, job);
   if (!open && (hasToDo(begun.id) || hasRunning(begun.id))) {
     setOpen(begun.id);
   }

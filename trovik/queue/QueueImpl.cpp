@@ -9,7 +9,8 @@
 namespace trovik {
 
 const char* const jobColumns = "id, name, type, type_name, scene, range, has_frames, state, note, priority, "
-                               "retries, stop_after, slots_at_most, directory, output, logs, end_command, "
+                               "retries, stop_after, slots_at_most, auto_packets, packet_time, packet_most, "
+                               "memory, memory_seen, directory, output, logs, end_command, "
                                "run_on, folder, home, blocked, created, "
                                "started, ended";
 const char* const attemptColumns =
@@ -18,8 +19,8 @@ const char* const attemptColumns =
     "peak_memory, bytes_read, bytes_written";
 const char* const fileColumns = "id, attempt, frame, path, checked, problem, size, modified";
 
-Moment now() {
-  return std::chrono::floor<std::chrono::microseconds>(std::chrono::system_clock::now());
+Moment Queue::Impl::now() const {
+  return clock ? clock() : std::chrono::floor<std::chrono::microseconds>(std::chrono::system_clock::now());
 }
 
 void Queue::Impl::putParts(const Work& work, std::span<const WorkPart> parts) {
@@ -168,6 +169,11 @@ JobRecord readJob(Query& row, const Queue& queue, const std::string& home) {
   job.retries = row.integer();
   job.stopAfter = row.integer();
   job.slotsAtMost = row.integer();
+  job.packets.automatic = row.flag();
+  job.packets.time = row.duration();
+  job.packets.most = row.duration();
+  job.memory = row.number();
+  job.memorySeen = row.number();
   job.directory = row.text();
   job.output = row.text();
   job.logs = row.text();
@@ -213,7 +219,7 @@ AttemptRecord readAttempt(Query& row, Database& database) {
   attempt.again = row.flag();
   attempt.started = row.moment();
   attempt.ended = row.optionalMoment();
-  attempt.duration = std::chrono::microseconds(row.number());
+  attempt.duration = row.duration();
   attempt.usage = row.usage();
   return attempt;
 }

@@ -4,6 +4,7 @@
 #include "trovik/queue/EngineLocks.h"
 #include "trovik/queue/Queue.h"
 
+#include <functional>
 #include <set>
 #include <span>
 #include <string>
@@ -34,6 +35,7 @@ struct Settling {
   int stopAfter = 0;
   std::string alike; ///< the reason that the first works failed with
   std::int64_t alikeCount = 0;
+  std::int64_t memorySeen = 0;
 };
 
 /// A part of a work that is cut, and what it is to be from then on.
@@ -85,17 +87,32 @@ public:
   std::optional<FrameRun> otherOf(const std::string& file, JobId job, AttemptId attempt, const FrameRun& run);
   /// What was seen of jobs while works were looked for.
   struct Found {
+    EngineId engine = 0; ///< for which they are to begin
+    Moment start{};
     std::vector<JobId> waiting;   ///< for their first start, and some of it was found
     std::vector<JobId> exhausted; ///< nothing else is ready, and they wait for other jobs
   };
   /// Appends works that are ready, in the order in which they are to be taken,
-  /// as claims that lack their attempts, until there are `count`.
+  /// until there are `count`. They begin where `found` says so; else they are
+  /// claims that lack their attempts.
   void findReady(std::size_t count, std::optional<JobId> only, const std::vector<JobId>& without,
-                 std::vector<Claim>& claims, Found* found = nullptr);
+                 std::vector<Claim>& claims, Found* found = nullptr, MemoryCheck* memory = nullptr);
+  void readyClaims(JobId job, std::size_t count, std::vector<Claim>& claims);
+  /// The same for a job whose packets get their frames now.
+  void claimPackets(JobId job, std::size_t count, const Found& found, std::vector<Claim>& claims);
+  void begin(Claim& claim, const Found& found);
+  std::optional<Claim> joinPacket(JobId job, std::int64_t frames);
+  std::vector<TimedPacket> timedPackets(JobId job);
+  /// As its own packets tell, else those of the job before with this scene.
+  std::optional<FrameCosts> costsOf(JobId job);
+  PacketAim aimOf(JobId job);
 
   void summarize(const JobRecord& job, const JobFrames& frames, RunSummary& summary);
 
-  void cutAnew(JobId job, int packet);
+  /// Of works that have not begun; of those that wait as well, or not.
+  void cutAnew(JobId job, int packet, bool waiting);
+  /// What says which works of the job begin, and how many.
+  void setRules(JobId id, const NewJob& job);
   void setTakes(JobId job, const std::vector<LimitShare>& takes);
   std::vector<Forerunner> forerunners(JobId job);
   /// Whether a job that waits for it, released or not, or one that waits for
@@ -168,7 +185,10 @@ public:
   /// What tells the folder from that of another queue's job of this number.
   std::string suffix() const { return '-' + queueId.substr(0, 8); }
 
-  Path directory; // absolute
+  Moment now() const;
+
+  Path directory;                // absolute
+  std::function<Moment()> clock; // null for the system's
   Database database;
   EngineLocks locks;
   std::string queueId; // random
@@ -182,7 +202,6 @@ public:
   std::set<EngineId> lost;    // dead ones that this object recovers
 };
 
-Moment now();
 /// How much of a limit works that run take.
 std::int64_t takenOfLimit(Database& database, const std::string& name);
 JobRecord readJob(Query& row, const Queue& queue, const std::string& home);

@@ -60,7 +60,7 @@ JobId Queue::submit(const NewJob& job) {
           "VALUES ('waiting', ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16)",
           job.name, job.type.GenString(), job.typeName, job.scene, job.range, job.hasFrames, job.priority,
           job.retries, job.stopAfter, job.directory, job.output, job.logs, endCommandText(job.endCommands),
-          now(), nameOf(job.runOn), impl_->home)
+          impl_->now(), nameOf(job.runOn), impl_->home)
         .run();
     id = database.lastId();
     if (job.runOn == RunOn::Local || !job.logs.empty()) {
@@ -98,10 +98,7 @@ JobId Queue::submit(const NewJob& job) {
             id, one.job, one.byFrame, one.low, one.high)
           .run();
     }
-    impl_->setTakes(id, job.takes);
-    if (job.slotsAtMost > 0) {
-      Query(database, "UPDATE jobs SET slots_at_most = ?2 WHERE id = ?1", id, job.slotsAtMost).run();
-    }
+    impl_->setRules(id, job);
     if (!job.forerunners.empty()) {
       Query(database, "UPDATE jobs SET follows = 1 WHERE id = ?1", id).run();
       impl_->weigh(id);
@@ -145,7 +142,7 @@ void Queue::stop(JobId id, const std::string& note) {
     Query(impl_->database,
           "UPDATE jobs SET state = 'stopped', note = ?2, ended = ?3 "
           "WHERE id = ?1 AND state IN ('waiting', 'running') AND canceling = 0",
-          id, note, now())
+          id, note, impl_->now())
         .run();
   });
 }

@@ -131,6 +131,7 @@ bool Queue::Impl::readSettling(AttemptId attempt, Settling& settling, Work& work
   settling.stopAfter = row.integer();
   settling.alike = row.text();
   settling.alikeCount = row.number();
+  settling.memorySeen = row.number();
   return true;
 }
 
@@ -187,6 +188,10 @@ bool Queue::Impl::settleWorks(const Outcome& outcome, const Settling& settling, 
         reason, linesText(outcome.lines), outcome.log, outcome.command, outcome.exitCode, outcome.signal,
         good.text(), again, now(), outcome.duration.count(), outcome.usage)
       .run();
+  // A little more would only cost writing.
+  if (outcome.usage && outcome.usage->PeakMemory / 21 * 20 > settling.memorySeen) {
+    Query(database, statements::noteMemory, settling.job, outcome.usage->PeakMemory).run();
+  }
   Query(database, statements::dropUnchecked, outcome.attempt).run();
   for (const FileRecord& file : outcome.files) {
     insertFile(file, outcome.attempt);

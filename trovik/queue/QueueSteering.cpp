@@ -12,17 +12,16 @@ struct WorkToCut {
   std::int64_t position = 0;
 };
 
-std::vector<WorkToCut> cuttable(Database& database, JobId job) {
+std::vector<WorkToCut> cuttable(Database& database, JobId job, bool waiting) {
   RunSet given; // to tasks of a cluster
   for (Query row(database, statements::openRuns, job); row.next();) {
     given.add(row.frames());
   }
   std::vector<WorkToCut> works;
-  Query row(
-      database,
-      "SELECT id, first, last, position FROM works WHERE job = ?1 AND state IN ('ready', 'waiting') AND "
-      "attempts = 0 ORDER BY position, first",
-      job);
+  Query row(database,
+            "SELECT id, first, last, position FROM works WHERE job = ?1 AND state IN ('ready', iif(?2, "
+            "'waiting', '')) AND attempts = 0 ORDER BY position, first",
+            job, waiting);
   while (row.next()) {
     WorkToCut work;
     work.id = row.number();
@@ -76,10 +75,20 @@ void Queue::Impl::setTakes(JobId job, const std::vector<LimitShare>& takes) {
   Query(database, "UPDATE jobs SET limited = ?2 WHERE id = ?1 AND limited <> ?2", job, !takes.empty()).run();
 }
 
+void Queue::Impl::setRules(JobId id, const NewJob& job) {
+  Query(database,
+        "UPDATE jobs SET slots_at_most = ?2, auto_packets = ?3, packet_time = ?4, packet_most = ?5, "
+        "memory = ?6 WHERE id = ?1",
+        id, job.slotsAtMost, job.packets.automatic && job.hasFrames, job.packets.time, job.packets.most,
+        job.memory)
+      .run();
+  setTakes(id, job.takes);
+}
+
 /// The frames and their order stay; each work takes the rows of those that it
 /// is made of.
-void Queue::Impl::cutAnew(JobId job, int packet) {
-  const std::vector<WorkToCut> works = cuttable(database, job);
+void Queue::Impl::cutAnew(JobId job, int packet, bool waiting) {
+  const std::vector<WorkToCut> works = cuttable(database, job, waiting);
   const std::vector<FrameRun> runs = trovik::cutAnew(runsOf(works), packet);
   if (runs == runsOf(works)) {
     return;
@@ -121,15 +130,24 @@ void Queue::change(JobId id, const JobChange& change) {
       impl_->setTakes(id, *change.takes);
     }
     if (change.packet) {
-      impl_->cutAnew(id, *change.packet);
+      const bool automatic = *change.packet == JobChange::automatic;
+      Query(impl_->database, "UPDATE jobs SET auto_packets = ?2 WHERE id = ?1", id, automatic).run();
+      impl_->cutAnew(id, automatic ? 1 : *change.packet, true);
+    }
+    if (change.memory) {
+      Query(impl_->database, "UPDATE jobs SET memory = ?2 WHERE id = ?1", id, *change.memory).run();
     }
   });
 }
 
 std::vector<FrameRun> Queue::worksToCut(JobId id) {
   std::vector<FrameRun> runs;
-  impl_->database.read([&] { runs = runsOf(cuttable(impl_->database, id)); });
+  impl_->database.read([&] { runs = runsOf(cuttable(impl_->database, id, true)); });
   return runs;
+}
+
+void Queue::cut(JobId id, int packet) {
+  impl_->database.write([&] { impl_->cutAnew(id, packet, false); });
 }
 
 std::vector<LimitShare> Queue::takes(JobId id) {

@@ -282,8 +282,18 @@ ALTER TABLE jobs ADD COLUMN limited INTEGER NOT NULL DEFAULT 0;
 ALTER TABLE jobs ADD COLUMN slots_at_most INTEGER NOT NULL DEFAULT 0;
 )sql";
 
+// How many frames a work gets when it begins, times in microseconds; and what
+// memory a work needs, as somebody said and as was seen.
+constexpr const char* version10 = R"sql(
+ALTER TABLE jobs ADD COLUMN auto_packets INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE jobs ADD COLUMN packet_time INTEGER NOT NULL DEFAULT 60000000;
+ALTER TABLE jobs ADD COLUMN packet_most INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE jobs ADD COLUMN memory INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE jobs ADD COLUMN memory_seen INTEGER NOT NULL DEFAULT 0;
+)sql";
+
 constexpr std::array steps = {version1, version2, version3, version4, version5,
-                              version6, version7, version8, version9};
+                              version6, version7, version8, version9, version10};
 
 int numberOf(Database& database, const char* sql) {
   Query query(database, sql);

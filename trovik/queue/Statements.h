@@ -9,7 +9,8 @@ namespace trovik::statements {
 // The index is named so that a claim among a million ready works can never
 // become a search among all of them.
 inline constexpr const char* openJobs =
-    "SELECT id, state, follows, slots_at_most, limited FROM jobs INDEXED BY jobs_open "
+    "SELECT id, state, follows, slots_at_most, limited, auto_packets, iif(memory > 0, memory, memory_seen) "
+    "FROM jobs INDEXED BY jobs_open "
     "WHERE run_on = 'local' AND blocked = 0 AND state IN ('waiting', 'running') ORDER BY priority DESC, id";
 inline constexpr const char* readyWorks =
     "SELECT id, first, last, attempts, tries FROM works INDEXED BY works_open "
@@ -39,7 +40,7 @@ inline constexpr const char* dropUnchecked =
 
 inline constexpr const char* attemptToSettle =
     "SELECT a.job, a.work, a.first, a.last, w.position, w.attempts, w.tries, w.losses, "
-    "j.state, j.canceling, j.has_frames, j.retries, j.stop_after, j.alike, j.alike_count "
+    "j.state, j.canceling, j.has_frames, j.retries, j.stop_after, j.alike, j.alike_count, j.memory_seen "
     "FROM attempts a CROSS JOIN works w ON w.id = a.work CROSS JOIN jobs j ON j.id = a.job "
     "WHERE a.id = ?1 AND a.state = 'running'";
 /// Which good frames have a file of job ?2 that attempt ?3, at the frames ?4 to
@@ -80,6 +81,35 @@ inline constexpr const char* takenOfLimit =
     "'running') "
     "FROM jobs j INDEXED BY jobs_unfinished CROSS JOIN job_limits t ON t.job = j.id AND t.name = ?1 "
     "WHERE j.state IN ('waiting', 'running', 'stopped')";
+inline constexpr const char* runningPrograms =
+    "SELECT j.id, iif(j.memory > 0, j.memory, j.memory_seen), a.process FROM jobs j INDEXED BY "
+    "jobs_unfinished "
+    "CROSS JOIN works w INDEXED BY works_open ON w.job = j.id AND w.state = 'running' "
+    "CROSS JOIN attempts a ON a.id = w.attempt "
+    "WHERE j.state IN ('waiting', 'running', 'stopped') AND j.run_on = 'local'";
+inline constexpr const char* noteMemory = "UPDATE jobs SET memory_seen = ?2 WHERE id = ?1";
+
+inline constexpr const char* firstPackets =
+    "SELECT last - first + 1, duration FROM (SELECT first, last, duration, state FROM attempts "
+    "INDEXED BY attempts_job WHERE job = ?1 ORDER BY id LIMIT 16) WHERE state = 'good' AND duration > 0";
+inline constexpr const char* lastPackets =
+    "SELECT last - first + 1, duration FROM (SELECT first, last, duration, state FROM attempts "
+    "INDEXED BY attempts_job WHERE job = ?1 ORDER BY id DESC LIMIT 24) WHERE state = 'good' AND duration > 0";
+inline constexpr const char* earlierOfScene =
+    "SELECT o.id FROM jobs j CROSS JOIN jobs o INDEXED BY jobs_scene ON o.type = j.type AND o.scene = "
+    "j.scene "
+    "WHERE j.id = ?1 AND j.scene <> '' AND o.id < j.id ORDER BY o.id DESC LIMIT 1";
+inline constexpr const char* packetRule = "SELECT packet_time, packet_most FROM jobs WHERE id = ?1";
+inline constexpr const char* runningPackets =
+    "SELECT a.last - a.first + 1, a.started FROM works w INDEXED BY works_open "
+    "CROSS JOIN attempts a ON a.id = w.attempt WHERE w.job = ?1 AND w.state = 'running'";
+inline constexpr const char* framesToBegin =
+    "SELECT coalesce(sum(last - first + 1), 0) FROM ("
+    "SELECT first, last FROM works INDEXED BY works_open WHERE job = ?1 AND state = 'ready' UNION ALL "
+    "SELECT first, last FROM works INDEXED BY works_open WHERE job = ?1 AND state = 'waiting' LIMIT ?2)";
+inline constexpr const char* dropWork = "DELETE FROM works WHERE id = ?1";
+inline constexpr const char* widenWork = "UPDATE works SET first = ?2, last = ?3 WHERE id = ?1";
+
 inline constexpr const char* block =
     "UPDATE jobs SET blocked = 1 WHERE id = ?1 AND EXISTS "
     "(SELECT 1 FROM works INDEXED BY works_open WHERE job = ?1 AND state = 'waiting')";

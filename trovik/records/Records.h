@@ -124,6 +124,15 @@ struct LimitStand {
   int taken = 0;    ///< by works that run
 };
 
+/// How many frames a work of a job gets when it begins.
+struct PacketRule {
+  bool automatic = false; ///< by what frames took; else as the works were cut
+  std::chrono::microseconds time = std::chrono::seconds(60); ///< that a start should take
+  std::chrono::microseconds most{};                          ///< that it may take; 0 for no limit
+
+  bool operator==(const PacketRule&) const = default;
+};
+
 /// A job to be put into the queue.
 struct NewJob {
   std::string name;
@@ -151,6 +160,8 @@ struct NewJob {
   bool ofShot = false;
   int slotsAtMost = 0;           ///< works at a time; 0 for no limit
   std::vector<LimitShare> takes; ///< what each of its works takes, each name once
+  PacketRule packets;            ///< of a job with frames
+  std::int64_t memory = 0;       ///< bytes that a work needs; 0: learned from those that have ended
   RunOn runOn = RunOn::Local;
   std::string folder; ///< of a cluster's job: the folder that the nodes see as well (JobFolder), without its
                       ///< last part
@@ -164,6 +175,9 @@ struct JobChange {
   std::optional<int> slotsAtMost{};
   std::optional<std::vector<LimitShare>> takes{};
   std::optional<int> packet{}; ///< frames of a work that has not begun; of jobs with frames
+  std::optional<std::int64_t> memory{};
+
+  static constexpr int automatic = 0; ///< as the packet: as many as suit when it begins
 };
 
 /// Works of neighbouring frames, in their order, joined and cut into packets.
@@ -184,6 +198,9 @@ struct JobRecord {
   int retries = 0;
   int stopAfter = 0;
   int slotsAtMost = 0;
+  PacketRule packets;
+  std::int64_t memory = 0;     ///< bytes that a work needs, as somebody said; 0 for nobody
+  std::int64_t memorySeen = 0; ///< the most bytes that a program of it had at a time
   std::string directory;
   std::string output;
   std::string logs;

@@ -1,5 +1,6 @@
 #include "trovik/reports/JobReport.h"
 
+#include "host/foundation/Bytes.h"
 #include "trovik/progress/ProgressText.h"
 #include "trovik/records/Moments.h"
 #include "trovik/reports/AttemptText.h"
@@ -292,6 +293,12 @@ std::string reportText(const Console& console, const JobReport& report, Moment n
   if (job.slotsAtMost > 0) {
     text += entry(console, "slots", std::to_string(job.slotsAtMost) + " at most");
   }
+  if (job.packets.automatic) {
+    text += entry(console, "packets", "as many frames as take " + durationText(job.packets.time));
+  }
+  if (job.memory > 0) {
+    text += entry(console, "memory", std::string(BytesText(job.memory)) + " a work");
+  }
   text += limitsText(console, report);
   text += entry(console, view.job.hasFrames ? "frames" : "work", countsText(console, view));
   if (job.hasFrames) {
@@ -368,6 +375,11 @@ Json reportJson(const JobReport& report, Moment now) {
   document["usage"] = report.usage ? usageJson(report.usage) : Json(nullptr);
   document["followers"] = report.followers;
   document["slotsAtMost"] = report.view.job.slotsAtMost;
+  const JobRecord& job = report.view.job;
+  document["packetTime"] =
+      job.packets.automatic ? Json(secondsOf(durationOf(job.packets.time))) : Json(nullptr);
+  document["memory"] = {{"set", job.memory > 0 ? Json(job.memory) : Json(nullptr)},
+                        {"seen", job.memorySeen > 0 ? Json(job.memorySeen) : Json(nullptr)}};
   document["limits"] = Json::array();
   for (const auto& [share, stand] : report.limits) {
     document["limits"].push_back({{"name", share.name},

@@ -2,7 +2,10 @@
 
 #include "host/application/Application.h"
 #include "host/application/Constants.h"
+#include "host/application/jobs/ProcessJob.h"
 #include "host/foundation/WholeNumber.h"
+#include "trovik/cluster/ClusterSettings.h"
+#include "trovik/jobs/JobSetup.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 
@@ -13,6 +16,7 @@ namespace {
 
 constexpr const char* limitsSection = "Limits";
 constexpr int mostOfALimit = 1'000'000;
+constexpr double mostPacketTime = 100.0 * 24 * 3600; // seconds
 
 void sortByName(std::vector<LimitShare>& shares) {
   std::sort(shares.begin(), shares.end(),
@@ -108,6 +112,35 @@ std::vector<LimitShare> sharesOf(const std::string& text, const std::vector<Limi
   }
   sortByName(shares);
   return shares;
+}
+
+PacketRule packetRuleOf(const Job& job) {
+  PacketRule rule;
+  rule.automatic = isAutoPacket(effectiveValue(job, p_PacketSize));
+  const auto microseconds = [](double seconds) {
+    return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::duration<double>(seconds));
+  };
+  double seconds = 0;
+  const std::string time(trimmed(effectiveValue(job, p_PacketTime)));
+  if (!time.empty() && ParseDuration(time, seconds) && seconds >= 1) {
+    rule.time = microseconds(std::min(seconds, mostPacketTime));
+  } else if (!time.empty() && rule.automatic) {
+    throw UsageError{std::string(p_PacketTime) + ": " + inQuotes(time) + " is no time from a second on",
+                     "write seconds, or a number with s, m, h or d"};
+  }
+  if (const auto* process = dynamic_cast<const ProcessJob*>(&job); process != nullptr && rule.automatic) {
+    const double limit = orRefuse("", "", [&] { return process->RunTimeLimit(); });
+    rule.most = microseconds(std::min(limit, mostPacketTime) / 2);
+  }
+  return rule;
+}
+
+bool isAutoPacket(const std::string& text) {
+  return String::EqualNoCase(trimmed(text), k_AutoPacket);
+}
+
+std::int64_t neededMemory(const std::string& text) {
+  return memoryOf(p_Memory, text) << 20;
 }
 
 } // namespace trovik

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/application/Job.h"
 #include "trovik/queue/Queue.h"
 
 #include <string>
@@ -28,5 +29,18 @@ std::vector<LimitShare> knownLimits(Queue* queue);
 /// Throws a UsageError for a text that is no such thing, a limit that there is
 /// not, and more than there is.
 std::vector<LimitShare> sharesOf(const std::string& text, const std::vector<LimitShare>& known);
+
+// What else says which works of a job begin, and how many frames they have.
+
+/// From PacketSize, PacketTime and RunTimeLimit: a packet that is chosen is to
+/// stay well below what ends it. Throws a UsageError for what cannot be.
+PacketRule packetRuleOf(const Job& job);
+
+/// Whether a packet size asks for packets that fit themselves.
+bool isAutoPacket(const std::string& text);
+
+/// Bytes, from the text of the parameter Memory; 0 for an empty one. Throws a
+/// UsageError.
+std::int64_t neededMemory(const std::string& text);
 
 } // namespace trovik

@@ -55,6 +55,19 @@ void refuseTwice(const std::vector<std::pair<std::string, std::string>>& sets, c
   }
 }
 
+/// The packet size that an option names.
+std::string packetFrom(const std::string& text) {
+  if (isAutoPacket(text)) {
+    return k_AutoPacket;
+  }
+  try {
+    return std::to_string(positiveNumber("--packet", text, 10'000'000));
+  } catch (UsageError& error) {
+    error.hint = "write auto, and as many frames as suit go into a packet";
+    throw;
+  }
+}
+
 /// Refuses a command line that the system does not take: every attempt would
 /// fail alike.
 void refuseLength(const ProcessStart& start, bool hasPacket) {
@@ -138,8 +151,7 @@ void Submission::setUp() {
   }
   if (options.packet) {
     refuseTwice(sets, p_PacketSize, "--packet");
-    const std::size_t packet = positiveNumber("--packet", *options.packet, 10'000'000);
-    setup_.set(p_PacketSize, std::to_string(packet), "--packet");
+    setup_.set(p_PacketSize, packetFrom(*options.packet), "--packet");
   }
   if (options.out) {
     refuseTwice(sets, p_OutputFolder, "--out");
@@ -210,6 +222,8 @@ void Submission::describe() {
   newJob_.retries = std::clamp(effectiveNumber(job, p_Retries), 0, 1'000'000);
   newJob_.stopAfter = std::max(0, effectiveNumber(job, p_StopAfter));
   newJob_.slotsAtMost = std::clamp(effectiveNumber(job, p_SlotsAtMost), 0, 1'000'000);
+  newJob_.packets = packetRuleOf(job);
+  newJob_.memory = neededMemory(effectiveValue(job, p_Memory));
   newJob_.takes = sharesOf(effectiveValue(job, p_Limits), knownLimits(queue()));
   std::error_code error;
   newJob_.directory = std::filesystem::current_path(error).string();

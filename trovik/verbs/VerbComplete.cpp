@@ -105,6 +105,7 @@ private:
     Completions completions;
     switch (parameter.Type()) {
     case ParameterInfo::k_Choice:
+    case ParameterInfo::k_Integer:
       for (const String& choice : parameter.Choices) {
         completions.candidates.push_back({choice, choice == parameter.Default ? "default" : ""});
       }

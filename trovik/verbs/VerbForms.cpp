@@ -114,7 +114,8 @@ template <typename Options> void addMaking(VerbForm<Options>& verb) {
                 "The scene file, or any one of a numbered sequence")
       .sets()
       .value("--range", "FRAMES", &MakingOptions::range, "The frames; those of the sequence found by default")
-      .value("--packet", "N", &MakingOptions::packet, "Frames that one start of the program renders")
+      .value("--packet", "N", &MakingOptions::packet,
+             "Frames that one start of the program renders; auto: as many as suit")
       .value("--out", "DIR", &MakingOptions::out,
              "The folder for what the program writes; made where it is missing")
       .value("--log-dir", "DIR", &MakingOptions::logDirectory, "The folder for the logs of this job")
@@ -215,9 +216,9 @@ void declareSteeringVerbs(CommandForm& form) {
       .chosenJobs()
       .dryRun()
       .json();
-  declare(
-      form, jobVerbs, "set", setJobs, Types::NotNeeded,
-      "Changes jobs that are in the queue: Priority, Retries, StopAfter, SlotsAtMost, Limits, PacketSize.")
+  declare(form, jobVerbs, "set", setJobs, Types::NotNeeded,
+          "Changes jobs that are in the queue: Priority, Retries, StopAfter, SlotsAtMost, Limits, Memory, "
+          "PacketSize.")
       .argument("JOB", "JOB... NAME=VALUE...", &EachJobOptions::jobs,
                 "Numbers of jobs, or \"last\" for the newest, and what is to change")
       .chosenJobs()

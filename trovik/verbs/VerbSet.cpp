@@ -1,4 +1,5 @@
 #include "host/application/Constants.h"
+#include "host/foundation/Bytes.h"
 #include "host/foundation/WholeNumber.h"
 #include "trovik/jobs/JobSetup.h"
 #include "trovik/text/Text.h"
@@ -45,14 +46,15 @@ JobChange changeOf(Session& session, const std::vector<std::string>& assignments
     const std::string& name = assignment.first;
     const std::string& value = assignment.second;
     const bool isLimits = String::EqualNoCase(name, p_Limits);
+    const bool isMemory = String::EqualNoCase(name, p_Memory);
     const auto* number = std::find_if(changeable.begin(), changeable.end(), [&](const Changeable& one) {
       return String::EqualNoCase(name, one.name);
     });
-    if (!isLimits && number == changeable.end()) {
+    if (!isLimits && !isMemory && number == changeable.end()) {
       throw UsageError{inQuotes(name) + " cannot change once a job is in the queue",
-                       "what can: Priority, Retries, StopAfter, SlotsAtMost, Limits and PacketSize"};
+                       "what can: Priority, Retries, StopAfter, SlotsAtMost, Limits, Memory and PacketSize"};
     }
-    const std::string known = isLimits ? p_Limits : number->name;
+    const std::string known = isLimits ? p_Limits : isMemory ? p_Memory : number->name;
     if (std::find(seen.begin(), seen.end(), known) != seen.end()) {
       throw UsageError{known + " is given twice", "leave one of them out"};
     }
@@ -61,10 +63,20 @@ JobChange changeOf(Session& session, const std::vector<std::string>& assignments
       change.takes = sharesOf(value, knownLimits(existingQueue(session.state()).get()));
       continue;
     }
+    if (isMemory) {
+      change.memory = neededMemory(value);
+      continue;
+    }
+    const bool isPacket = number->member == &JobChange::packet;
+    if (isPacket && isAutoPacket(value)) {
+      change.packet = JobChange::automatic;
+      continue;
+    }
     const auto given = ReadWholeNumber<int>(trimmed(value));
     if (!given || *given < number->least || *given > number->most) {
       throw UsageError{known + ": " + inQuotes(value) + " is not a whole number from " +
-                           std::to_string(number->least) + " to " + std::to_string(number->most),
+                           std::to_string(number->least) + " to " + std::to_string(number->most) +
+                           (isPacket ? std::string(", or ") + k_AutoPacket : ""),
                        ""};
     }
     change.*number->member = *given;
@@ -77,6 +89,10 @@ std::string packetText(const std::vector<FrameRun>& before, const std::vector<Fr
              ? "no work that has not begun is cut anew"
              : counted(before.size(), "work") + " that " + (before.size() == 1 ? "has" : "have") +
                    " not begun become" + (before.size() == 1 ? "s " : " ") + std::to_string(after.size());
+}
+
+std::string memoryText(std::int64_t bytes) {
+  return bytes == 0 ? "as learned" : BytesText(bytes).c_str();
 }
 
 JobDone set(Queue& queue, const JobRecord& job, const JobChange& change) {
@@ -102,7 +118,16 @@ JobDone set(Queue& queue, const JobRecord& job, const JobChange& change) {
                    sharesText(*change.takes));
     changes[p_Limits] = sharesText(*change.takes);
   }
-  if (change.packet) {
+  if (change.memory) {
+    done.push_back(std::string(p_Memory) + ' ' + memoryText(job.memory) + " -> " +
+                   memoryText(*change.memory));
+    changes[p_Memory] = *change.memory;
+  }
+  if (change.packet == JobChange::automatic) {
+    done.push_back(std::string(p_PacketSize) +
+                   " auto: works that have not begun get their frames when they do");
+    changes[p_PacketSize] = k_AutoPacket;
+  } else if (change.packet) {
     const std::vector<FrameRun> before = queue.worksToCut(job.id);
     done.push_back(std::string(p_PacketSize) + ' ' + std::to_string(*change.packet) + ": " +
                    packetText(before, cutAnew(before, *change.packet)));

@@ -45,11 +45,13 @@ private:
 
 int ReadPacketSize(String text) {
   text.Trim();
-  const int size = text.empty() ? 1 : ReadWholeNumber<int>(text).value_or(0);
+  // Whoever runs the works joins as many as suit.
+  const bool single = text.empty() || String::EqualNoCase(text, k_AutoPacket);
+  const int size = single ? 1 : ReadWholeNumber<int>(text).value_or(0);
   if (size < 1) {
     RaiseException("RenderJob::DoGetDistributor", k_ErrorSyntax,
                    String(p_PacketSize) + ": \"" + NoteText(text) +
-                       "\" is no number of frames; write a whole number from 1");
+                       "\" is no number of frames; write a whole number from 1, or auto");
   }
   return size;
 }

@@ -49,10 +49,21 @@ const std::vector<Description>& Descriptions() {
        "with "
        "1-100:4, lists with 1,4,9-12; negative and descending ranges too. Without a range the program runs "
        "once."},
-      {p_PacketSize, Info::k_Integer, k_Common, "Frames per work", "1", Limit(1), k_None,
+      {p_PacketSize,
+       Info::k_Integer,
+       k_Common,
+       "Frames per work",
+       "1",
+       Limit(1),
+       k_None,
        "How many neighbouring frames one run of the program renders at most. More than one pays when the "
-       "program "
-       "takes long to load the scene; a failed work then has more to repeat."},
+       "program takes long to load the scene; a failed work then has more to repeat. auto: begins with one, "
+       "then as many as take the packet time, fewer near the end.",
+       {k_AutoPacket}},
+      {p_PacketTime, Info::k_Duration, k_Tunable | Info::k_Advanced, "Packet time", "60", Limit(1), k_None,
+       "What a run of the program should take where PacketSize is auto, its start included: seconds, or a "
+       "number with s, m, h or d. A program that takes long to start gets more, so that its starts cost no "
+       "more than a fifth."},
       {p_Priority, Info::k_Integer, k_Common, "Priority", "50", Limit(0), Limit(100),
        "Works of jobs with a higher number start first."},
       {p_Note, Info::k_Multiline, Info::k_OfJob | Info::k_ReadOnly | Info::k_Visible | Info::k_Literal,
@@ -129,6 +140,10 @@ const std::vector<Description>& Descriptions() {
       {p_SlotsAtMost, Info::k_Integer, k_Tunable, "Slots at most", "0", Limit(0), k_None,
        "How many works of the job may run at a time, on all engines together; on a cluster as many tasks. "
        "0: as many as there are slots."},
+      {p_Memory, Info::k_Text, k_Tunable | Info::k_Advanced, "Memory", "", k_None, k_None,
+       "The memory that a work needs: 500M, 4G, 1T; a number alone is MiB. An engine starts none that the "
+       "machine cannot hold beside those that run. When empty it is the most that one of the job has had so "
+       "far."},
       {p_Limits, Info::k_List, k_Tunable | Info::k_Advanced, "Takes of limits", "", k_None, k_None,
        "What a running work takes of what is scarce, such as licences: renderer, or renderer=2; the "
        "settings say how much there is, in the section [Limits]. All engines of a queue share it; on a "
@@ -168,7 +183,8 @@ const std::vector<Description>& Descriptions() {
        "The quality of service. The site's default when empty."},
       {p_ClusterMemory, Info::k_Text, k_Tunable | Info::k_Advanced, "Cluster memory", "", k_None, k_None,
        "Memory of one work: 500M, 4G, 1T; a number alone is MiB. A work that takes more is ended by the "
-       "cluster. When empty it is the share of a node's memory that belongs to the work's CPUs."},
+       "cluster. When empty it is that of Memory, else the share of a node's memory that belongs to the "
+       "work's CPUs."},
       {p_ClusterTimeLimit, Info::k_Duration, k_Tunable | Info::k_Advanced, "Cluster time limit", "", k_None,
        k_None,
        "After this time the cluster ends a task: seconds, or a number with s, m, h or d, rounded up to "

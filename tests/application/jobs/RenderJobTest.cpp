@@ -122,13 +122,13 @@ TEST_F(RenderJobs, MalformedRangeOrPacketIsAnError) {
   TestJob& job = NewJob();
   job.SetParameter(p_PacketSize, "two");
   EXPECT_EQ(RaisedText([&job] { job.DoGetDistributor(); }),
-            "PacketSize: \"two\" is no number of frames; write a whole number from 1");
+            "PacketSize: \"two\" is no number of frames; write a whole number from 1, or auto");
   job.SetParameter(p_PacketSize, "0");
   EXPECT_EQ(RaisedText([&job] { job.DoGetDistributor(); }),
-            "PacketSize: \"0\" is no number of frames; write a whole number from 1");
+            "PacketSize: \"0\" is no number of frames; write a whole number from 1, or auto");
   job.SetParameter(p_PacketSize, "99999999999");
   EXPECT_EQ(RaisedText([&job] { job.DoGetDistributor(); }),
-            "PacketSize: \"99999999999\" is no number of frames; write a whole number from 1");
+            "PacketSize: \"99999999999\" is no number of frames; write a whole number from 1, or auto");
   job.SetParameter(p_PacketSize, "1");
   job.SetParameter(p_Range, "1-");
   EXPECT_NE(RaisedText([&job] { job.DoGetDistributor(); }).find("frame range:1:3: "), std::string::npos);

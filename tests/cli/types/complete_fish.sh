@@ -32,7 +32,7 @@ tr '\t' '|' <"$TMP/out" >"$TMP/out.bar"
 mv "$TMP/out.bar" "$TMP/out"
 out_is <<'END'
 trovik s ->
-  set|Changes jobs that are in the queue: Priority, Retries, StopAfter, SlotsAtMost, Limits, PacketSize.
+  set|Changes jobs that are in the queue: Priority, Retries, StopAfter, SlotsAtMost, Limits, Memory, PacketSize.
   sheet|Draws a job's images on one contact sheet, with the holes marked.
   show|Tells how a job stands, why its frames failed, and what to do next.
   stats|Tells what frames took and used, what retries cost, and how the slots were used.

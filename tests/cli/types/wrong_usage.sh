@@ -86,6 +86,7 @@ END
 run 2 run sketch shot_0001.txt --packet 0
 err_is <<'END'
 trovik: error: --packet: "0" is not a whole number from 1 on
+hint: write auto, and as many frames as suit go into a packet
 END
 
 run 2 run sketch shot_0001.txt --range 1-x

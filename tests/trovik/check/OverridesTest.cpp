@@ -51,7 +51,7 @@ TEST_F(OverridesTest, DefaultThatIsRefusedIsTold) {
   EXPECT_EQ(printed(plain + "[OverrideDefaults]\n"
                             "PacketSize=none\n"
                             "FileCheck=Each\n"),
-            R"~(sketch.tvx:7:12: error: this default is refused: "none" is no whole number
+            R"~(sketch.tvx:7:12: error: this default is refused: "none" is no whole number, nor auto
     7 | PacketSize=none
       |            ^^^^
 sketch.tvx:8:11: error: this default is refused: "Each" is none of EveryFrame, Work, None

@@ -71,6 +71,36 @@ protected:
     return claim;
   }
 
+  JobId submitFitting(const std::string& range) {
+    NewJob entry = entryOf(range, 0);
+    entry.packets.automatic = true;
+    entry.runOn = RunOn::Cluster;
+    entry.folder = settings.folder.Text();
+    return user.submit(entry);
+  }
+  /// Ends all works of an array well, after a start and their frames.
+  void finishAll(std::int64_t array, double start, double frame) {
+    const ArrayPlan plan = folderOf(array).plan();
+    for (std::size_t position = 0; position < plan.works.size(); ++position) {
+      WorkEnd end;
+      end.claim = 1;
+      end.outcome.state = AttemptState::Good;
+      end.outcome.duration = std::chrono::microseconds(static_cast<std::int64_t>(
+          (start + frame * static_cast<double>(plan.works[position].run.Count())) * 1e6));
+      EXPECT_TRUE(folderOf(array).leave(position, end));
+    }
+    for (ClusterTask& one : site.arrays.at(array).tasks) {
+      FakeSite::end(one, "COMPLETED");
+    }
+  }
+  std::vector<std::int64_t> lengths(std::int64_t array) {
+    std::vector<std::int64_t> result;
+    for (const auto& work : folderOf(array).plan().works) {
+      result.push_back(work.run.Count());
+    }
+    return result;
+  }
+
   void begin(std::int64_t array, std::size_t position, int claim = 1) {
     EXPECT_TRUE(folderOf(array).claim(position, claimed(claim)));
     beat(array, position, claim, 1);
@@ -279,6 +309,43 @@ TEST_F(SiteTest, FailedWorksGoIntoAnArrayOfTheirOwnWhileThereAreRetries) {
   pass(20s);
   EXPECT_EQ(good(id), "1-3");
   EXPECT_EQ(state(id), JobState::Good);
+}
+
+TEST_F(SiteTest, PacketsThatFitThemselvesAreTriedBeforeTheRestIsCut) {
+  const JobId id = submitFitting("1-2000");
+  pass(20s);
+  ASSERT_EQ(site.arrays.size(), 1U) << "the rest waits for what the first ones tell";
+  EXPECT_EQ(lengths(101), std::vector<std::int64_t>(8, 1));
+  site.start();
+  finishAll(101, 2, 0.1);
+  pass(20s);
+  ASSERT_EQ(site.arrays.size(), 2U);
+  EXPECT_EQ(lengths(102), std::vector<std::int64_t>(8, 16)) << "which tell starts from frames";
+  site.start();
+  finishAll(102, 2, 0.1);
+  pass(20s);
+  ASSERT_EQ(site.arrays.size(), 3U);
+  EXPECT_EQ(lengths(103), std::vector<std::int64_t>(8, 233)) << "the rest, in packets of one length";
+  site.start();
+  finishAll(103, 2, 0.1);
+  pass(20s);
+  EXPECT_EQ(state(id), JobState::Good);
+  EXPECT_EQ(good(id), "1-2000");
+}
+
+TEST_F(SiteTest, FramesThatTakeLongerThanAPacketShouldNeedNoTrial) {
+  const JobId id = submitFitting("1-50");
+  pass(20s);
+  ASSERT_EQ(site.arrays.size(), 1U);
+  site.start();
+  WorkClaim old = claimed(1);
+  old.started -= 90s;
+  EXPECT_TRUE(folderOf(101).claim(0, old));
+  beat(101, 0, 1, 1);
+  pass(20s);
+  ASSERT_EQ(site.arrays.size(), 2U);
+  EXPECT_EQ(lengths(102), std::vector<std::int64_t>(42, 1));
+  EXPECT_EQ(running(id), "1");
 }
 
 TEST_F(SiteTest, NoAnswerMeansThatNothingIsKnown) {

@@ -61,6 +61,7 @@ public:
     }
   }
   std::vector<pid_t> killOrphans(const Orphans& orphans) override { return machine_.killOrphans(orphans); }
+  MemoryNow memory(const std::vector<int>& groups) override { return machine_.memory(groups); }
 
 private:
   LocalMachine machine_;

@@ -29,6 +29,7 @@ public:
   Clock::time_point now() override { return now_; }
   std::unique_ptr<Program> start(const ProcessStart& /*start*/) override { return nullptr; }
   std::vector<pid_t> killOrphans(const Orphans& /*orphans*/) override { return {}; }
+  MemoryNow memory(const std::vector<int>& /*groups*/) override { return {}; }
   void wait(std::vector<pollfd>& descriptors, std::optional<Duration> timeout) override {
     const bool stuck = !sign_.empty() && std::filesystem::remove(sign_);
     if (poll(descriptors.data(), descriptors.size(), stuck ? 0 : 10) == 0 && stuck) {

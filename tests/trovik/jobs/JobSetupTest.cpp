@@ -230,7 +230,7 @@ TEST_F(JobSetupTest, SceneSetByNameIsTheSame) {
 
 TEST_F(JobSetupTest, ValuesAreChecked) {
   JobSetup job = setup();
-  EXPECT_EQ(message(job, "PacketSize", "abc"), "--set PacketSize: \"abc\" is no whole number");
+  EXPECT_EQ(message(job, "PacketSize", "abc"), "--set PacketSize: \"abc\" is no whole number, nor auto");
   EXPECT_EQ(value(job, "PacketSize"), "");
 }
 

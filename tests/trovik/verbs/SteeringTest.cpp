@@ -268,7 +268,7 @@ TEST_F(Steering, WhatCannotChangeIsRefused) {
   EXPECT_EQ(refused("Scene=x"), "\"Scene\" cannot change once a job is in the queue");
   EXPECT_EQ(refused("Priority=101"), "Priority: \"101\" is not a whole number from 0 to 100");
   EXPECT_EQ(refused("Priority="), "Priority: \"\" is not a whole number from 0 to 100");
-  EXPECT_EQ(refused("PacketSize=0"), "PacketSize: \"0\" is not a whole number from 1 to 10000000");
+  EXPECT_EQ(refused("PacketSize=0"), "PacketSize: \"0\" is not a whole number from 1 to 10000000, or auto");
   EXPECT_EQ(refused("Limits=renderer"), "Limits: there is no limit \"renderer\"");
   EXPECT_EQ(refusalOf([&] { call(setJobs, optionsFor({"1"})); }).message,
             "\"trovik set\" needs what is to change");
