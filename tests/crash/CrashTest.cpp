@@ -262,7 +262,7 @@ TEST_F(CrashTest, AShotIsRenderedInItsOrderWhateverIsKilled) {
             "\nJournal=" + directory.file("journal-" + name) +
             "\nRetries=100\nStopAfter=0\nOut=" + directory.file(name) + '\n' + more + '\n';
   };
-  section("render", "");
+  section("render", "PacketSize=auto");
   section("denoise", "AfterFrames=render:-1..1");
   section("encode", "After=denoise\nPacketSize=100");
   directory.write("shot.ini", shot);

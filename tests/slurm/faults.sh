@@ -3,7 +3,8 @@
 # and the submitting program are killed, stopped or started anew at random
 # moments, and tasks are requeued. In the end every frame is good and whole;
 # none was called good before it was, none that was good was touched again, no
-# frame was rendered more often than the faults explain, and nothing is left.
+# frame was rendered more often than the faults explain, and nothing is left. A
+# second job takes the first frames as they become good, and none before.
 #
 #   TROVIK_FAULTS       how many (25)
 #   TROVIK_FAULTS_SEED  repeats a run, as far as the machine's timing allows
@@ -23,9 +24,28 @@ tree=$(mktemp -d /tmp/trovik-faults-XXXXXX)
 export LC_ALL=C.UTF-8 HOME=$tree/home TROVIK_STATE=$tree/state TROVIK_SHARED=$tree/shared
 export XDG_CONFIG_HOME=$HOME/config XDG_DATA_HOME=$HOME/data XDG_STATE_HOME=$HOME/state XDG_CACHE_HOME=$HOME/cache
 export TROVIK_MODULE_PATH=$tree/modules
-mkdir -p "$XDG_CONFIG_HOME/trovik" "$tree/modules" "$tree/images"
+mkdir -p "$XDG_CONFIG_HOME/trovik" "$tree/modules" "$tree/images" "$tree/copies"
 printf '[Slurm]\nPatience=4\n' >"$XDG_CONFIG_HOME/trovik/settings.ini"
 ln -s "$module" "$tree/modules/Tessivar.so"
+cat >"$tree/modules/copies.tvx" <<END
+[Module]
+ID=0f1a2f8c-95a3-4a5e-8d5b-7d7f2ad2c0ab
+Name=Copies
+Command=\$(After.OutputFolder.Enquote) \$(SubRange.Start) \$(SubRange.End) \$(OutputFolder.Enquote) $tree/early
+ImageStartText=saved:
+CheckForMultipleFiles=No
+[OverrideDefaults]
+Executable=$tree/copier
+END
+cat >"$tree/copier" <<'END'
+#!/bin/sh
+for frame in $(seq "$2" "$3"); do
+  [ "$(stat -c %s "$1/f_$frame.ppm")" = 781 ] || echo "$frame" >>"$5"
+  cp "$1/f_$frame.ppm" "$4/c_$frame.ppm" || exit 1
+  echo "saved: $4/c_$frame.ppm"
+done
+END
+chmod +x "$tree/copier"
 cat >"$tree/modules/faults.tvx" <<END
 [Module]
 ID=0f1a2f8c-95a3-4a5e-8d5b-7d7f2ad2c0aa
@@ -71,7 +91,8 @@ finish() {
       cat "$tree/faults"
       echo "--- what the program said"
       tail -n 30 "$tree/watch"
-      timeout 20 "$trovik" show last </dev/null
+      timeout 20 "$trovik" show 1 </dev/null
+      timeout 20 "$trovik" show 2 </dev/null
       echo "--- what Slurm knows"
       timeout 20 squeue -r -t all -O 'JobArrayID:12,Name:40,State:12,Reason:24,RestartCnt:8,NodeList:8' | tail -n 40
       echo "--- what tasks printed"
@@ -113,11 +134,32 @@ frames=240
 CLUSTER_OWNER=$$ CLUSTER_TIMEOUT=5 CLUSTER_KILL_WAIT=2 cluster up >"$tree/up" || fail "no cluster"
 # shellcheck disable=SC1091
 source "$tree/up"
-"$trovik" submit Faults --engine slurm --range 1-$frames --packet 2 --out "$tree/images" --set WorksPerTask=2 \
-  --set Retries=100 --set StopAfter=0 >"$tree/submitted" 2>&1 </dev/null || fail "$(cat "$tree/submitted")"
+copies=24
+cat >"$tree/shot.ini" <<END
+[frames]
+Type=Faults
+Engine=slurm
+Range=1-$frames
+PacketSize=2
+Out=$tree/images
+WorksPerTask=2
+Retries=100
+StopAfter=0
+[copies]
+Type=Copies
+AfterFrames=frames
+Engine=slurm
+Range=1-$copies
+PacketSize=4
+Out=$tree/copies
+Retries=100
+StopAfter=0
+END
+"$trovik" submit "$tree/shot.ini" >"$tree/submitted" 2>&1 </dev/null || fail "$(cat "$tree/submitted")"
 
+job=1
 watch_job() {
-  "$trovik" watch last >>"$tree/watch" 2>&1 </dev/null &
+  "$trovik" watch "$job" >>"$tree/watch" 2>&1 </dev/null &
   watcher=$!
 }
 
@@ -125,7 +167,7 @@ watch_job() {
 declare -A kept
 check_good() {
   local range frame first last file stamp now
-  now=$(timeout 60 "$trovik" show last --json 2>>"$tree/watch" </dev/null | jq -r .frames.good) || return 0
+  now=$(timeout 60 "$trovik" show 1 --json 2>>"$tree/watch" </dev/null | jq -r .frames.good) || return 0
   declare -A good=()
   for range in ${now//,/ }; do
     first=${range%-*} last=${range#*-}
@@ -142,7 +184,7 @@ check_good() {
   done
 }
 
-state() { timeout 60 "$trovik" show last --json 2>/dev/null </dev/null | jq -r .state; }
+state() { timeout 60 "$trovik" show "$job" --json 2>/dev/null </dev/null | jq -r .state; }
 
 # What a user does when "show" says that a task is stuck: Slurm holds tasks that
 # it could not start on a node that had just died.
@@ -267,6 +309,24 @@ until [ "$(state)" = good ]; do
 done
 echo "good $((SECONDS - started)) s after the last"
 check_good
+wait "$watcher" || fail "the program that watches ends with $?"
+job=2
+watch_job
+started=$SECONDS
+until [ "$(state)" = good ]; do
+  [ $((SECONDS - started)) -lt 300 ] || fail "the second job does not end"
+  release_held
+  resume_drained
+  kill -0 "$watcher" 2>/dev/null || watch_job
+  no_waiting
+  sleep 1
+done
+[ ! -e "$tree/early" ] || fail "these frames were copied before they were whole: $(tr '\n' ' ' <"$tree/early")"
+for ((frame = 1; frame <= copies; ++frame)); do
+  cmp -s "$tree/images/f_$frame.ppm" "$tree/copies/c_$frame.ppm" || fail "the copy of frame $frame is not right"
+done
+[ "$(find "$tree/copies" -mindepth 1 | wc -l)" = "$copies" ] ||
+  fail "besides the copies there is: $(find "$tree/copies" -mindepth 1 ! -name 'c_*.ppm' | head)"
 [ "${#kept[@]}" = "$frames" ] || fail "${#kept[@]} frames are good, not $frames"
 wait "$watcher" || fail "the program that watches ends with $?"
 watcher=
