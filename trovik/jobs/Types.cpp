@@ -2,6 +2,7 @@
 
 #include "host/application/Job.h"
 #include "host/foundation/FileFinder.h"
+#include "host/foundation/Quoting.h"
 #include "trovik/machine/Locations.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
@@ -86,9 +87,10 @@ const ParameterInfo& findParameter(const UID& type, const std::string& name) {
       names.push_back(parameter->Name);
     }
   }
-  const std::string title = inQuotes(typeTitle(type));
-  throw UsageError{title + " has no parameter " + inQuotes(name),
-                   didYouMean(name, names, "trovik type " + title + " lists them all")};
+  const std::string title = typeTitle(type);
+  const std::string command = JoinCommandLine({"trovik", "type", title});
+  throw UsageError{inQuotes(title) + " has no parameter " + inQuotes(name),
+                   didYouMean(name, names, '"' + command + "\" lists them all")};
 }
 
 std::string kindName(const ParameterInfo& info) {

@@ -79,7 +79,7 @@ refused() { # LINE...
 refused '[one]' 'Type=sketch' 'Scene=shot_0001.txt' '[two]' 'Type=sketch' 'Scene=shot_0001.txt' 'After=one' 'Colour=red'
 err_is <<'END'
 trovik: error: bad.ini: [two]: "Sketch" has no parameter "Colour"
-hint: trovik type "Sketch" lists them all
+hint: "trovik type Sketch" lists them all
 END
 run 0 jobs --json
 "$HELPER" json /jobs/4 <"$TMP/out" >"$TMP/values"

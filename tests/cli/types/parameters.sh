@@ -33,7 +33,7 @@ END
 run 2 run form --set Widht=3
 err_is <<'END'
 trovik: error: "Form" has no parameter "Widht"
-hint: did you mean "Width"? trovik type "Form" lists them all
+hint: did you mean "Width"? "trovik type Form" lists them all
 END
 run 2 run form --set Width=wide
 err_is <<'END'

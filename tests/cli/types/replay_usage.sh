@@ -48,7 +48,7 @@ trovik: error: --range: frame range:1:3: a number is missing after "-"
 trovik: error: there is no scene file "TMP/work/nosuch.pnt"
 hint: check the name and the directory
 trovik: error: "Paint" has no parameter "Widht"
-hint: trovik type "Paint" lists them all
+hint: "trovik type Paint" lists them all
 trovik: error: one argument too many: "more"
 hint: see "trovik replay --help"
 END

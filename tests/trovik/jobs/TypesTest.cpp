@@ -47,7 +47,7 @@ TEST(FindParameter, UnknownNameIsRefusedWithASuggestion) {
   const TestType type;
   const Refusal refusal = refusalOf([&] { findParameter(type.id(), "PacketSice"); });
   EXPECT_EQ(refusal.message, "\"Sketch\" has no parameter \"PacketSice\"");
-  EXPECT_EQ(refusal.hint, "did you mean \"PacketSize\"? trovik type \"Sketch\" lists them all");
+  EXPECT_EQ(refusal.hint, "did you mean \"PacketSize\"? \"trovik type Sketch\" lists them all");
 }
 
 TEST(KindText, TellsKindAndLimits) {
