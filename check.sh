@@ -22,7 +22,7 @@ fail() {
 catalogue=OFF
 slurm=ON
 presets=(release sanitize)
-sets=(build test slurm)
+sets=(build test slurm bench)
 case "$#,${1:-}" in
 0,) ;;
 1,--catalogue)
@@ -32,7 +32,7 @@ case "$#,${1:-}" in
 1,--quick)
   slurm=OFF
   presets=(release)
-  sets=(build test)
+  sets=(build test bench)
   ;;
 *) fail "unknown arguments \"$*\"; give none, --catalogue or --quick" ;;
 esac
@@ -53,7 +53,8 @@ trap 'exit 143' TERM HUP
 
 say "Build: release"
 # Sanitizers watch our own programs: renderers and clusters prove nothing more there.
-scripts/build.sh release -DTROVIK_BUILD_TESTS=ON "-DTROVIK_CATALOGUE_TESTS=$catalogue" "-DTROVIK_SLURM_TESTS=$slurm"
+# Benchmarks that nobody builds rot.
+scripts/build.sh release -DTROVIK_BUILD_TESTS=ON -DTROVIK_BUILD_BENCH=ON "-DTROVIK_CATALOGUE_TESTS=$catalogue" "-DTROVIK_SLURM_TESTS=$slurm"
 printf '%s s\n' "$SECONDS"
 
 # Tests wait more than they compute: meanwhile the next are built.
