@@ -78,7 +78,8 @@ void Queue::Impl::claimPackets(JobId job, std::size_t count, const Found& found,
   }
   // More than these are as good as without end.
   const std::int64_t full = costs ? fullPacket(*costs, aim) : 1;
-  const std::int64_t enough = full * static_cast<std::int64_t>(moment.busy.size() + count + 1);
+  constexpr std::int64_t rounds = 8;
+  const std::int64_t enough = rounds * full * static_cast<std::int64_t>(moment.busy.size() + count);
   if (Query row(database, statements::framesToBegin, job, enough); row.next()) {
     moment.left = row.number();
     moment.more = moment.left >= enough;

@@ -20,24 +20,26 @@
 // Near the end the common end of all slots is reckoned: each is busy for a
 // while, pays for a start and then renders frames, and all frames that are left
 // have to fit in. What is left for a slot is cut into packets of the same time.
-// The last one is halved where its time is so unsure that the slots would wait
-// for each other longer than another start takes.
+// The last one is halved where its time is so unsure that slots would wait for
+// each other: half of what it may be off is saved, and another start is paid.
 
 namespace trovik {
 namespace {
 
-/// Frames may be as unlike as black ones and the shot that they lead in.
-constexpr double growth = 16;
 constexpr double leastFrame = 1e-3; ///< of a start, where frames seem to cost nothing
 constexpr double startShare = 0.2;  ///< of a packet's time that starts may cost
 
-/// Whether the next packet is to be the one that tells starts from frames. Not
-/// near the end, where it would be the last one to end.
-bool isTrial(const FrameCosts& costs, const PacketMoment& moment) {
+/// A packet that is longer than the others would be the last one to end, where
+/// few are left.
+bool leavesRoomForTrials(const PacketMoment& moment, std::int64_t frames) {
   constexpr std::int64_t rounds = 4;
   const auto slots = static_cast<std::int64_t>(moment.busy.size() + moment.free);
-  return !costs.apart && moment.longest <= costs.longest &&
-         (moment.more || moment.left >= rounds * slots * costs.longest);
+  return moment.more || moment.left >= rounds * slots * frames;
+}
+
+/// Whether the next packet is to be the one that tells starts from frames.
+bool isTrial(const FrameCosts& costs, const PacketMoment& moment) {
+  return !costs.apart && moment.longest <= costs.longest && leavesRoomForTrials(moment, costs.longest);
 }
 
 /// The seconds until all slots end together, where each that is busy is free
@@ -62,11 +64,21 @@ double packetTime(const FrameCosts& costs, const PacketAim& aim) {
   return aim.most > 0 ? std::min(time, aim.most) : time;
 }
 
-/// A whole number: no fewer than one, no more than what was seen allows.
-std::int64_t allowed(double frames, const FrameCosts& costs) {
+/// The most frames that what was seen allows. Frames may be as unlike as black
+/// ones and the shot that they lead in. And a start that seems to cost all the
+/// time may be a frame that was slow: were it so, the packet must not take more
+/// than some times what it should.
+double mostFrames(const FrameCosts& costs, const PacketAim& aim) {
+  constexpr double growth = 16;
+  constexpr double growthApart = 128;
+  constexpr double patience = 8;
+  return std::max(1.0, std::min((costs.apart ? growthApart : growth) * static_cast<double>(costs.longest),
+                                patience * aim.time / costs.most));
+}
+
+std::int64_t wholeFrames(double frames, const FrameCosts& costs, const PacketAim& aim) {
   constexpr double rounding = 1e-6;
-  return static_cast<std::int64_t>(
-      std::clamp(std::ceil(frames - rounding), 1.0, growth * static_cast<double>(costs.longest)));
+  return static_cast<std::int64_t>(std::clamp(std::ceil(frames - rounding), 1.0, mostFrames(costs, aim)));
 }
 
 double framesIn(double seconds, const FrameCosts& costs) {
@@ -94,6 +106,8 @@ std::optional<FrameCosts> frameCosts(const std::vector<TimedPacket>& packets) {
     sumSquares += weight * frames * frames;
     sumProducts += weight * frames * packet.seconds;
     costs.longest = std::max(costs.longest, packet.frames);
+    const double perFrame = packet.seconds / frames;
+    costs.most = costs.most > 0 ? std::min(costs.most, perFrame) : perFrame;
   }
   constexpr double likeness = 1e-9; // of packets that are equally long
   if (const double width = sum * sumSquares - sumFrames * sumFrames; width > likeness * sum * sumSquares) {
@@ -110,24 +124,26 @@ std::optional<FrameCosts> frameCosts(const std::vector<TimedPacket>& packets) {
     costs.frame = sumProducts / sumSquares;
   }
   double squares = 0;
+  double seconds = 0;
   for (const TimedPacket& packet : packets) {
     const double expected = costs.start + costs.frame * static_cast<double>(packet.frames);
-    squares += (packet.seconds / expected - 1) * (packet.seconds / expected - 1);
+    // Those of long ones count, since long ones are to be foretold.
+    squares += packet.seconds * (packet.seconds / expected - 1) * (packet.seconds / expected - 1);
+    seconds += packet.seconds;
   }
-  costs.spread = std::sqrt(squares / static_cast<double>(packets.size()));
+  costs.spread = std::sqrt(squares / seconds);
   return costs;
 }
 
 std::int64_t fullPacket(const FrameCosts& costs, const PacketAim& aim) {
-  return allowed(framesIn(packetTime(costs, aim), costs), costs);
+  return wholeFrames(framesIn(packetTime(costs, aim), costs), costs, aim);
 }
 
 PacketsAtOnce packetsAtOnce(const std::optional<FrameCosts>& costs, const PacketAim& aim) {
   PacketsAtOnce packets;
   if (costs) {
     packets.frames = std::max(fullPacket(*costs, aim), costs->apart ? std::int64_t{1} : 2 * costs->longest);
-    packets.trial = !costs->apart ||
-                    framesIn(packetTime(*costs, aim), *costs) > growth * static_cast<double>(costs->longest);
+    packets.trial = !costs->apart || framesIn(packetTime(*costs, aim), *costs) > mostFrames(*costs, aim);
   }
   return packets;
 }
@@ -135,7 +151,8 @@ PacketsAtOnce packetsAtOnce(const std::optional<FrameCosts>& costs, const Packet
 std::int64_t packetFrames(const std::optional<FrameCosts>& costs, const PacketAim& aim,
                           const PacketMoment& moment) {
   if (!costs) {
-    return 1;
+    // One of the first tells what a frame costs, the others what a start does.
+    return moment.longest > 0 && leavesRoomForTrials(moment, 2) ? 2 : 1;
   }
   const std::int64_t least = isTrial(*costs, moment) ? 2 * costs->longest : std::int64_t{1};
   if (moment.more) {
@@ -148,8 +165,8 @@ std::int64_t packetFrames(const std::optional<FrameCosts>& costs, const PacketAi
   const double share = framesIn(end, *costs);
   const double full = std::max(framesIn(packetTime(*costs, aim), *costs), 1.0);
   const double packets = std::max(std::ceil(share / full), 1.0);
-  const bool unsure = packets == 1 && costs->spread * end > costs->start;
-  const std::int64_t frames = std::max(allowed(share / (unsure ? 2 : packets), *costs), least);
+  const bool unsure = packets == 1 && costs->spread * end / 2 > costs->start;
+  const std::int64_t frames = std::max(wholeFrames(share / (unsure ? 2 : packets), *costs, aim), least);
   return std::min(frames, std::max<std::int64_t>(moment.left, 1));
 }
 

@@ -18,6 +18,7 @@ struct FrameCosts {
   double frame = 0;         ///< seconds of a frame
   double spread = 0;        ///< how far a packet is off that, as a share of its time
   bool apart = false;       ///< packets of different lengths tell starts from frames
+  double most = 0;          ///< seconds that a frame costs at most, were starts to cost nothing
   std::int64_t longest = 0; ///< frames of the longest packet
 };
 

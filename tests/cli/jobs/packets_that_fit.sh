@@ -25,7 +25,7 @@ END
 
 run 0 run strip --packet auto --slots 2
 [ "$(wc -l <starts)" -lt 60 ] || fail "so many starts for 300 frames: $(wc -l <starts)"
-[ "$(head -n 1 starts)" = 1-1 ] || fail "the first start was not one of one frame: $(head -n 1 starts)"
+grep -qx 1-1 starts || fail "the first start was not one of one frame: $(head -n 2 starts)"
 sort -n starts | awk -F- '$1 != last + 1 || $2 < $1 { exit 1 } { last = $2 } END { exit last != 300 }' ||
   fail "the starts are no runs of neighbours with each frame once: $(tr '\n' ' ' <starts)"
 run 0 show 1

@@ -325,7 +325,7 @@ TEST_F(SiteTest, PacketsThatFitThemselvesAreTriedBeforeTheRestIsCut) {
   finishAll(102, 2, 0.1);
   pass(20s);
   ASSERT_EQ(site.arrays.size(), 3U);
-  EXPECT_EQ(lengths(103), std::vector<std::int64_t>(8, 233)) << "the rest, in packets of one length";
+  EXPECT_EQ(lengths(103), std::vector<std::int64_t>(4, 466)) << "the rest, in packets of one length";
   site.start();
   finishAll(103, 2, 0.1);
   pass(20s);

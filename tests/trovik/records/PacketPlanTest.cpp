@@ -51,9 +51,19 @@ TEST(PacketPlan, PacketTakesItsTime) {
 
 TEST(PacketPlan, LimitOfTheTimeHoldsWhateverAStartTakes) {
   const std::vector<TimedPacket> slow = {{1, 50.1}, {16, 51.6}};
-  EXPECT_EQ(frames(slow, {.left = 10'000, .more = true}), 256)
-      << "a start may cost a fifth, but this is what growth allows";
+  EXPECT_EQ(frames(slow, {.left = 10'000, .more = true}), 148)
+      << "a start may cost a fifth, but should it be a slow frame, this takes eight minutes";
   EXPECT_EQ(frames(slow, {.left = 10'000, .more = true}, {.time = 60, .most = 60}), 100);
+}
+
+TEST(PacketPlan, SeveralFirstPacketsTellStartsFromFrames) {
+  EXPECT_EQ(frames({}, {.left = 1000, .busy = {0}, .longest = 1}), 2);
+  EXPECT_EQ(frames({}, {.left = 12, .busy = {0}, .longest = 1}), 1) << "too few are left for a longer one";
+}
+
+TEST(PacketPlan, SlowFrameIsNotTakenForAStart) {
+  // The second packet had twice the frames, and was quicker by chance.
+  EXPECT_EQ(frames({{1, 3600}, {2, 3000}}, {.left = 10'000, .more = true}), 1);
 }
 
 TEST(PacketPlan, GrowsBySixteenAtMost) {
