@@ -7,6 +7,7 @@
 #include "host/foundation/StringTokenizer.h"
 #include "trovik/check/References.h"
 #include "trovik/check/TypeCheck.h"
+#include "trovik/text/Amounts.h"
 #include "trovik/text/UsageError.h"
 
 #include <algorithm>
@@ -55,11 +56,20 @@ void checkDefault(const TypeCheck& check, const ParameterInfo& parameter, const 
     try {
       if (String::EqualNoCase(parameter.Name, p_SuccessExitCodes)) {
         IsSuccessExitCode(String(value.text), 0);
+      } else if (String::EqualNoCase(parameter.Name, p_Memory) ||
+                 String::EqualNoCase(parameter.Name, p_ClusterMemory)) {
+        memoryOf(parameter.Name, value.text, "for what is usual");
+      } else if (String::EqualNoCase(parameter.Name, p_Limits)) {
+        amountsOf(parameter.Name, value.text);
       } else if (String::EqualNoCase(parameter.Name, p_RefusedInSceneName)) {
         const NameLetters letters(String(value.text), p_RefusedInSceneName);
       }
     } catch (Exception* exception) {
       refuse(takeText(exception));
+    } catch (const UsageError& error) { // "Memory: ..."
+      check.out.error("bad-default", value.span,
+                      "this default is refused: " + error.message.substr(parameter.Name.size() + 2),
+                      error.hint);
     }
   }
   if (String::EqualNoCase(parameter.Name, p_ErrorDetectPosition) &&

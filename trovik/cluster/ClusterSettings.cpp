@@ -6,6 +6,7 @@
 #include "host/application/jobs/ProcessJob.h"
 #include "host/foundation/Quoting.h"
 #include "trovik/jobs/JobSetup.h"
+#include "trovik/text/Amounts.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 
@@ -68,21 +69,9 @@ std::vector<std::string> optionWords(const String& text) {
   return {words.begin(), words.end()};
 }
 
-constexpr double mostMemory = 1024.0 * 1024 * 1024; // mebibytes: a pebibyte
 constexpr double mostMinutes = 366.0 * 24 * 60;
 constexpr double checkSeconds = 60;  // for each work's start and the check of its files
 constexpr double startSeconds = 240; // for the task
-
-/// Mebibytes of the unit; 0 for an unknown one.
-double unitOf(const String& unit) {
-  const auto is = [&unit](const char* letter) {
-    return unit == letter || unit == String(letter) + "b" || unit == String(letter) + "ib";
-  };
-  if (unit.empty() || is("m")) {
-    return 1;
-  }
-  return is("g") ? 1024 : is("t") ? 1024 * 1024 : 0;
-}
 
 int minutes(double seconds) {
   return static_cast<int>(std::min(std::ceil(seconds / 60), mostMinutes));
@@ -124,9 +113,10 @@ ClusterRequest clusterRequest(const Job& job) {
   request.cpus = number(job, p_CPUs, 1);
   request.throttle = number(job, p_ClusterThrottle, 0);
   request.worksPerTask = static_cast<std::size_t>(number(job, p_WorksPerTask, 0));
-  request.memory = memoryOf(p_ClusterMemory, effectiveValue(job, p_ClusterMemory));
+  request.memory = memoryOf(p_ClusterMemory, effectiveValue(job, p_ClusterMemory),
+                            "for the share that belongs to the CPUs of a work");
   if (request.memory == 0) {
-    request.memory = memoryOf(p_Memory, effectiveValue(job, p_Memory));
+    request.memory = memoryOf(p_Memory, effectiveValue(job, p_Memory), "to have it learned");
   }
   request.options = optionWords(effectiveValue(job, p_ClusterOptions));
   request.stage = effectiveValue(job, p_StageOutput).Bool();
@@ -161,31 +151,6 @@ std::size_t worksPerTask(const ClusterRequest& request, std::size_t works, std::
     }
   }
   return std::clamp<std::size_t>(wanted, 1, std::max<std::size_t>(works, 1));
-}
-
-std::int64_t memoryOf(const std::string& parameter, const std::string& text) {
-  const String trimmed = String(text).Trim();
-  if (trimmed.empty()) {
-    return 0;
-  }
-  double number = 0;
-  const char* const end = trimmed.data() + trimmed.size();
-  const auto [rest, error] = std::from_chars(trimmed.data(), end, number, std::chars_format::fixed);
-  const double unit = unitOf(String(std::string(rest, end)).Trim().Lower());
-  const double memory = std::ceil(number * unit);
-  // A word such as "inf" is a number, too.
-  if (error != std::errc() || unit == 0 || !(memory <= mostMemory) || !(memory >= 0)) {
-    throw UsageError{parameter + ": " + inQuotes(text) + " is no amount of memory",
-                     "write 500M, 4G or 1T; a number alone is MiB"};
-  }
-  if (memory == 0) {
-    // A cluster would give all that a node has.
-    throw UsageError{parameter + ": " + inQuotes(text) + " is no memory at all",
-                     parameter == p_Memory
-                         ? "leave it empty to have it learned"
-                         : "leave it empty for the share that belongs to the CPUs of a work"};
-  }
-  return static_cast<std::int64_t>(memory);
 }
 
 int minutesOf(const std::string& timeLimit, double workSeconds, std::size_t worksPerTask) {

@@ -66,13 +66,6 @@ RunOn runOnOf(const Job& job, RunOn usual);
 std::size_t worksPerTask(const ClusterRequest& request, std::size_t works, std::optional<double> seconds,
                          std::size_t tasksAllowed);
 
-// What the texts of the cluster's parameters come to. Both throw UsageError
-// for a text that cannot be; it names the parameter.
-
-/// Mebibytes of a parameter, "500M", "1.5G", "2T" or a number of mebibytes,
-/// rounded up; 0 for an empty text.
-std::int64_t memoryOf(const std::string& parameter, const std::string& text);
-
 /// Minutes that a task may take: ClusterTimeLimit, rounded up, where it is not
 /// empty. Else enough that each of its works reaches its own limit
 /// (`workSeconds`, RunTimeLimit) first, with its files checked. 0 where neither

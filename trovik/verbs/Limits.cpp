@@ -4,8 +4,8 @@
 #include "host/application/Constants.h"
 #include "host/application/jobs/ProcessJob.h"
 #include "host/foundation/WholeNumber.h"
-#include "trovik/cluster/ClusterSettings.h"
 #include "trovik/jobs/JobSetup.h"
+#include "trovik/text/Amounts.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 
@@ -15,17 +15,11 @@ namespace trovik {
 namespace {
 
 constexpr const char* limitsSection = "Limits";
-constexpr int mostOfALimit = 1'000'000;
 constexpr double mostPacketTime = 100.0 * 24 * 3600; // seconds
 
 void sortByName(std::vector<LimitShare>& shares) {
   std::sort(shares.begin(), shares.end(),
             [](const LimitShare& one, const LimitShare& other) { return one.name < other.name; });
-}
-
-/// Names go onto the command line of a cluster, between commas and colons.
-bool isName(const std::string& name) {
-  return !name.empty() && name.find_first_of(",:;= \t\n\"'") == std::string::npos && name.front() != '-';
 }
 
 const LimitShare* find(const std::vector<LimitShare>& shares, const std::string& name) {
@@ -43,7 +37,7 @@ std::vector<LimitShare> limitsInSettings() {
     limit.name = String(entry.Key).Lower();
     const std::string text(trimmed(std::string(entry.Value)));
     const auto amount = ReadWholeNumber<int>(text);
-    if (!isName(limit.name) || !amount || *amount < 0 || *amount > mostOfALimit) {
+    if (!isLimitName(limit.name) || !amount || *amount < 0 || *amount > mostOfALimit) {
       throw UsageError{"settings, section [Limits]: " + inQuotes(std::string(entry.Key) + '=' + text) +
                            " is no limit",
                        "write a name and how much there is of it: renderer=2"};
@@ -75,42 +69,21 @@ std::vector<LimitShare> knownLimits(Queue* queue) {
 
 std::vector<LimitShare> sharesOf(const std::string& text, const std::vector<LimitShare>& known) {
   std::vector<LimitShare> shares;
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t end = std::min(text.find_first_of(";,", at), text.size());
-    const std::string piece(trimmed(std::string_view(text).substr(at, end - at)));
-    at = end + 1;
-    if (piece.empty()) {
-      continue;
-    }
-    const std::size_t equals = piece.find('=');
-    LimitShare share;
-    share.name = String(trimmed(std::string_view(piece).substr(0, equals))).Lower();
-    const auto amount = equals == std::string::npos
-                            ? std::optional(1)
-                            : ReadWholeNumber<int>(trimmed(std::string_view(piece).substr(equals + 1)));
-    const std::string title = std::string(p_Limits) + ": ";
-    if (!isName(share.name) || !amount || *amount < 1 || *amount > mostOfALimit) {
-      throw UsageError{title + inQuotes(piece) + " is no part of a limit",
-                       "write a name, or a name and a number: renderer=2"};
-    }
-    share.amount = *amount;
-    const LimitShare* limit = find(known, share.name);
+  const std::string title = std::string(p_Limits) + ": ";
+  for (const auto& [name, amount] : amountsOf(p_Limits, text)) {
+    const LimitShare* limit = find(known, name);
     if (limit == nullptr) {
-      throw UsageError{title + "there is no limit " + inQuotes(share.name),
-                       "the settings tell how much there is: " + share.name + "=2 in the section [Limits]"};
+      throw UsageError{title + "there is no limit " + inQuotes(name),
+                       "the settings tell how much there is: " + name + "=2 in the section [Limits]"};
     }
-    if (share.amount > limit->amount) {
-      throw UsageError{title + "a work takes " + std::to_string(share.amount) + " of " +
-                           inQuotes(share.name) + ", of which there " +
-                           (limit->amount == 1 ? "is " : "are ") + std::to_string(limit->amount),
+    if (amount > limit->amount) {
+      throw UsageError{title + "a work takes " + std::to_string(amount) + " of " + inQuotes(name) +
+                           ", of which there " + (limit->amount == 1 ? "is " : "are ") +
+                           std::to_string(limit->amount),
                        "no work could ever begin"};
     }
-    if (find(shares, share.name) != nullptr) {
-      throw UsageError{title + inQuotes(share.name) + " is named twice", "leave one of them out"};
-    }
-    shares.push_back(std::move(share));
+    shares.push_back({name, amount});
   }
-  sortByName(shares);
   return shares;
 }
 
@@ -140,7 +113,7 @@ bool isAutoPacket(const std::string& text) {
 }
 
 std::int64_t neededMemory(const std::string& text) {
-  return memoryOf(p_Memory, text) << 20;
+  return memoryOf(p_Memory, text, "to have it learned") << 20;
 }
 
 } // namespace trovik

@@ -47,6 +47,22 @@ hint: did you mean "Scene"?
 )~");
 }
 
+TEST_F(OverridesTest, AmountThatIsNoneIsTold) {
+  EXPECT_EQ(printed(plain + "[OverrideDefaults]\n"
+                            "Memory=lots\n"
+                            "Limits=renderer=0\n"
+                            "PacketSize=auto\n"),
+            R"~(sketch.tvx:7:8: error: this default is refused: "lots" is no amount of memory
+    7 | Memory=lots
+      |        ^^^^
+hint: write 500M, 4G or 1T; a number alone is MiB
+sketch.tvx:8:8: error: this default is refused: "renderer=0" is no part of a limit
+    8 | Limits=renderer=0
+      |        ^^^^^^^^^^
+hint: write a name, or a name and a number: renderer=2
+)~");
+}
+
 TEST_F(OverridesTest, DefaultThatIsRefusedIsTold) {
   EXPECT_EQ(printed(plain + "[OverrideDefaults]\n"
                             "PacketSize=none\n"

@@ -7,32 +7,6 @@
 namespace trovik {
 namespace {
 
-TEST(ClusterMemory, IsMebibytesUnlessAUnitIsNamed) {
-  EXPECT_EQ(memoryOf("ClusterMemory", ""), 0);
-  EXPECT_EQ(memoryOf("ClusterMemory", "  "), 0);
-  EXPECT_EQ(memoryOf("ClusterMemory", "500"), 500);
-  EXPECT_EQ(memoryOf("ClusterMemory", "500M"), 500);
-  EXPECT_EQ(memoryOf("ClusterMemory", " 4G "), 4096);
-  EXPECT_EQ(memoryOf("ClusterMemory", "4 gib"), 4096);
-  EXPECT_EQ(memoryOf("ClusterMemory", "2t"), 2 * 1024 * 1024);
-  EXPECT_EQ(memoryOf("ClusterMemory", "1.5GB"), 1536);
-  EXPECT_EQ(memoryOf("ClusterMemory", "0.1G"), 103) << "rounded up";
-  EXPECT_EQ(memoryOf("ClusterMemory", "1024T"), std::int64_t{1} << 30);
-}
-
-TEST(ClusterMemory, WhatIsNoneIsRefusedWithItsText) {
-  for (const char* text : {"4X", "G", "-1G", "4GG", "1e3", "inf", "nan", "0x10", "4,5G", "1025T",
-                           "4G --mem=1", "99999999999999999999999999", "\xff"}) {
-    const Refusal error = refusalOf([&] { memoryOf("ClusterMemory", text); });
-    EXPECT_EQ(error.hint, "write 500M, 4G or 1T; a number alone is MiB") << text;
-  }
-  EXPECT_EQ(refusalOf([] { memoryOf("ClusterMemory", "4X"); }).message,
-            "ClusterMemory: \"4X\" is no amount of memory");
-  const Refusal none = refusalOf([] { memoryOf("ClusterMemory", "0G"); });
-  EXPECT_EQ(none.message, "ClusterMemory: \"0G\" is no memory at all");
-  EXPECT_EQ(none.hint, "leave it empty for the share that belongs to the CPUs of a work");
-}
-
 TEST(ClusterTime, TheTextOfTheTimeLimitCountsFirst) {
   EXPECT_EQ(minutesOf("90", 600, 5), 2) << "rounded up";
   EXPECT_EQ(minutesOf(" 2h ", 600, 5), 120);
