@@ -59,6 +59,8 @@ export function timeWords(job) {
   return awaited.length ? `after ${awaited.map((other) => other.job).join(", ")}` : since;
 }
 
+const isOpen = (job) => job.state === "running" || job.state === "waiting" || job.state === "stopped";
+
 export const nameOf = (job) => visible(job.name) || "(no name)";
 
 export function stripLabel(job) {
@@ -167,7 +169,7 @@ export function showJobs(root, route) {
     chips.append(button);
   }
   const heading = h("h1", { class: "sr-only" }, "Jobs");
-  const list = h("ol", { class: "jobs", "aria-label": "Jobs, the newest first" });
+  const list = h("ol", { class: "jobs", "aria-label": "Jobs, those under way first" });
   const note = h("div", { class: "jobs-note" });
   const end = h("div", { class: "jobs-end" });
   const trouble = h("div");
@@ -201,11 +203,13 @@ export function showJobs(root, route) {
     if (!form) {
       return;
     }
+    // What is under way stands above what is over, each the newest first.
     const jobs = [...form.jobs].reverse();
+    const ordered = [...jobs.filter(isOpen), ...jobs.filter((job) => !isOpen(job))];
     drawTypes(jobs);
     const text = (query.get("text") ?? "").toLowerCase();
     const wanted = query.get("type") ?? "";
-    const found = jobs.filter(
+    const found = ordered.filter(
       (job) =>
         (!wanted || visible(job.type) === wanted) &&
         (!text || String(job.job) === text || `${visible(job.name)} ${visible(job.type)} ${visible(job.scene)}`.toLowerCase().includes(text)),
@@ -220,6 +224,11 @@ export function showJobs(root, route) {
     }
     const chosen = found.filter((filters.find((filter) => filter.name === state) ?? filters[0]).takes);
     keyed(list, chosen.slice(0, shown), (job) => job.job, makeRow, updateRow);
+    let before = null;
+    for (const row of list.children) {
+      setAttribute(row, "data-over", before && isOpen(before) && !isOpen(row.job) ? "true" : null);
+      before = row.job;
+    }
     end.hidden = chosen.length <= shown;
     drawNote(jobs, chosen);
     const running = jobs.filter((job) => job.state === "running").length;

@@ -38,12 +38,12 @@ function pressed(event) {
   if (document.querySelector("dialog[open]")) {
     return;
   }
-  // Enter and blank do what the focused button says; arrows move a slider.
+  // Enter and blank do what the focused button says; arrows move a range.
   const onControl = target instanceof HTMLElement && target.closest("button, summary, a[href], input");
   if (onControl && (event.key === "Enter" || (event.key === " " && !target.closest("a[href]")))) {
     return;
   }
-  if (target instanceof HTMLElement && target.matches("input[type=range], [role=slider]") && /^(Arrow|Home|End|Page)/.test(event.key)) {
+  if (target instanceof HTMLElement && target.matches("input[type=range]") && /^(Arrow|Home|End|Page)/.test(event.key)) {
     return;
   }
   for (let i = layers.length - 1; i >= 0; --i) {

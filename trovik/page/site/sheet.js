@@ -26,6 +26,7 @@ const caption = 26;
 export class Sheet {
   /** `job`: its number. The sheet scrolls with the page. */
   constructor(host, job, zoom) {
+    this.host = host;
     this.job = job;
     this.cells = new Cells(null);
     this.zoom = zoom;
@@ -46,8 +47,13 @@ export class Sheet {
     this.canvas.addEventListener("pointerleave", () => (this.tip.hidden = true));
     this.onScroll = () => this.soon();
     addEventListener("scroll", this.onScroll, { passive: true });
-    this.sizes = new ResizeObserver(() => this.layout());
-    this.sizes.observe(this.grid);
+    this.sizes = new ResizeObserver(() => {
+      // The height is the sheet's own doing.
+      if (host.clientWidth !== this.laidOut) {
+        this.layout();
+      }
+    });
+    this.sizes.observe(host);
     this.unpaint = onRepaint(() => this.draw());
   }
 
@@ -87,10 +93,11 @@ export class Sheet {
   }
 
   layout() {
-    const width = this.grid.clientWidth;
+    const width = this.host.clientWidth;
     if (!width) {
       return;
     }
+    this.laidOut = width;
     const { width: least, gap, drawn } = this.level;
     this.columns = Math.max(1, Math.floor((width + gap) / (least + gap)));
     if (!drawn) {
@@ -304,7 +311,7 @@ export class Sheet {
   }
 
   paint(sight, first, last) {
-    const width = this.grid.clientWidth;
+    const width = this.host.clientWidth;
     this.canvas.style.transform = `translateY(${sight.top}px)`;
     this.canvas.style.width = `${width}px`;
     this.canvas.style.height = `${sight.seen}px`;

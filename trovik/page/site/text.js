@@ -21,16 +21,14 @@ export function plain(text) {
 const hidden = /[\u0000-\u001f\u007f-\u009f\u061c\u200e\u200f\u2028\u2029\u202a-\u202e\u2066-\u2069\ufeff]/g;
 const hiddenInLog = /[\u0000-\u0008\u000b-\u001f\u007f-\u009f\u061c\u200e\u200f\u202a-\u202e\u2066-\u2069]/g;
 
+/** As programmers write it: fonts have no picture for most of them. */
 function pictureOf(letter) {
   const code = letter.codePointAt(0);
-  if (code < 0x20) {
-    return String.fromCodePoint(0x2400 + code);
-  }
-  return code === 0x7f ? "␡" : "�";
+  return code < 0x100 ? `\\x${code.toString(16).padStart(2, "0")}` : `\\u${code.toString(16).padStart(4, "0")}`;
 }
 
 /** One line of text: control characters and those that turn the reading
-    direction get a picture, so that a name cannot pose as another. */
+    direction are spelt out, so that a name cannot pose as another. */
 export const visible = (text) => plain(text).replace(hidden, pictureOf);
 
 // What terminals take as colours and moves of the cursor.
