@@ -204,13 +204,13 @@ const parts = [
   ["details", (form) => [form.scene, form.output, form.logs, form.started, form.ended, form.priority, form.limits, form.usage, form.programs, form.images, form.slotsAtMost], details],
 ];
 
-export function fillAside(aside, form, chartHost) {
+export function fillAside(aside, form, chartHost, more) {
   aside.drawn ??= new Map();
   let before = null;
   for (const [name, depends, draw] of parts) {
     if (!draw) {
       if (!chartHost.isConnected) {
-        aside.append(chartHost);
+        aside.append(chartHost, more);
       }
       before = chartHost;
       continue;

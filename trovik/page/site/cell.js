@@ -24,9 +24,11 @@ export class Cell {
       this.label = h("span", { class: "cell-label" });
       this.time = h("span", { class: "cell-time" });
       this.hole = h("span", { class: "cell-hole" }, this.glyph, this.word);
+      // The name for who hears it is made of what is seen: "Frame 12, failed".
+      this.spoken = h("span", { class: "sr-only" });
       this.link.append(
+        h("span", { class: "cell-line" }, h("span", { class: "sr-only", textContent: "Frame " }), this.label, this.spoken, this.time),
         h("span", { class: "cell-box", "aria-hidden": "true" }, this.picture, this.hole),
-        h("span", { class: "cell-line", "aria-hidden": "true" }, this.label, this.time),
       );
       this.picture.addEventListener("load", () => this.learn(this.picture));
     }
@@ -38,11 +40,11 @@ export class Cell {
     this.position = position;
     setAttribute(this.element, "aria-colindex", column);
     setAttribute(this.link, "href", href);
-    setAttribute(this.link, "aria-label", cells.words(position));
     if (left !== null) {
       this.element.style.left = `${left}px`;
     }
     if (this.bare) {
+      setAttribute(this.link, "aria-label", cells.words(position));
       return;
     }
     if (this.letter !== letter) {
@@ -53,6 +55,7 @@ export class Cell {
       this.element.style.setProperty("--state-text", `var(--${colourOf(state)}-text)`);
       setText(this.glyph, state.glyph);
       setText(this.word, state.word);
+      setText(this.spoken, `, ${state.word}, `);
     }
     setText(this.label, cells.label(position));
     const time = cells.time(position);

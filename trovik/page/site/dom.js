@@ -14,7 +14,7 @@ export function h(name, properties = {}, ...children) {
       element.className = value;
     } else if (key.startsWith("on")) {
       element.addEventListener(key.slice(2), value);
-    } else if (key === "role" || key === "for" || key === "href" || key.includes("-")) {
+    } else if (["role", "for", "href", "tabindex"].includes(key) || key.includes("-")) {
       element.setAttribute(key, value);
     } else {
       element[key] = value;

@@ -59,7 +59,13 @@ export function showJob(root, route) {
   );
   const trouble = h("div");
   const aside = h("aside", { class: "job-aside", "aria-label": "About the job" });
-  const chartHost = h("div", { class: "panel", hidden: true }, h("h2", {}, "Time by frame"));
+  const chartHost = h("div", { class: "panel", "data-part": "chart", hidden: true }, h("h2", {}, "Time by frame"));
+  const more = h("button", { type: "button", class: "job-more", "aria-expanded": "false" }, "More about the job");
+  more.addEventListener("click", () => {
+    const all = aside.classList.toggle("all");
+    setAttribute(more, "aria-expanded", String(all));
+    setText(more, all ? "Less about the job" : "More about the job");
+  });
   const map = h("canvas", { class: "strip job-map", role: "img", title: "All frames; click to go there" });
   const filter = h("div", { class: "bar sheet-states", role: "group", "aria-label": "Show only frames that are" });
   const zoom = h("input", { type: "range", min: "0", max: String(zooms - 1), step: "1", "aria-label": "Size of the frames" });
@@ -68,7 +74,8 @@ export function showJob(root, route) {
   const sheetHost = h("div", { class: "sheet-host" });
   const none = h("div", { class: "sheet-none", hidden: true });
   const frames = h("section", { class: "job-frames", "aria-label": "All frames" }, map, tools, none, sheetHost);
-  root.append(head, trouble, h("div", { class: "job-body" }, frames, aside));
+  const body = h("div", { class: "job-body" }, frames, aside);
+  root.append(head, trouble, body);
 
   const wishedZoom = Number(route.query.get("zoom") ?? NaN);
   const sheet = new Sheet(sheetHost, job, Number.isInteger(wishedZoom) && wishedZoom >= 0 && wishedZoom < zooms ? wishedZoom : 2);
@@ -190,12 +197,15 @@ export function showJob(root, route) {
       (next) => {
         form = next;
         trouble.replaceChildren();
+        body.hidden = chip.hidden = false;
         drawHead();
-        fillAside(aside, form, chartHost);
+        fillAside(aside, form, chartHost, more);
       },
       (problem, old) => {
         if (!old || problem.status === 404) {
           trouble.replaceChildren(problemBox(problem));
+          body.hidden = problem.status === 404;
+          chip.hidden = body.hidden;
         }
       },
     ),

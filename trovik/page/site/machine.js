@@ -35,9 +35,9 @@ function engine(form) {
   );
 }
 
-function share(name, part, whole, words) {
+function share(name, part, whole, words, scarce = true) {
   const used = whole > 0 ? part / whole : 0;
-  return h("div", { class: "share" }, h("span", { class: "share-name", textContent: name }), h("span", { class: "count", textContent: words }), meter(used, `${name}: ${words}`, used > 0.92 ? "high" : null));
+  return h("div", { class: "share" }, h("span", { class: "share-name", textContent: name }), h("span", { class: "count", textContent: words }), meter(used, `${name}: ${words}`, scarce && used > 0.92 ? "high" : null));
 }
 
 function resources(form) {
@@ -46,7 +46,7 @@ function resources(form) {
     list.push(share("Memory", form.memory.total - form.memory.available, form.memory.total, `${bytes(form.memory.available)} of ${bytes(form.memory.total)} free`));
   }
   if (form.cpus) {
-    list.push(share("Processors", form.load, form.cpus, `load ${Number(form.load).toFixed(1)} on ${many(form.cpus, "processor")}`));
+    list.push(share("Processors", form.load, form.cpus, `load ${Number(form.load).toFixed(1)} on ${many(form.cpus, "processor")}`, false));
   }
   for (const disk of form.disks ?? []) {
     list.push(share(visible(disk.directory), disk.total - disk.free, disk.total, `${bytes(disk.free)} of ${bytes(disk.total)} free`));
@@ -62,7 +62,7 @@ function limits(form) {
     "section",
     { class: "panel", "aria-label": "What is scarce" },
     h("h2", {}, "What is scarce"),
-    form.limits.map((limit) => share(visible(limit.name), limit.taken, limit.amount, `${number(limit.taken)} of ${number(limit.amount)} taken`)),
+    form.limits.map((limit) => share(visible(limit.name), limit.taken, limit.amount, `${number(limit.taken)} of ${number(limit.amount)} taken`, false)),
   );
 }
 

@@ -108,8 +108,10 @@ export function paintCell(drawing, letter, x, y, width, height) {
   }
 }
 
-/** A strip of letters over the whole width of its canvas. */
-export function paintStrip(canvas, letters, width = canvas.clientWidth, height = canvas.clientHeight) {
+/** A strip of letters; cells of a short job need not be as wide as the page. */
+export function paintStrip(canvas, letters, widest = 28) {
+  const width = canvas.clientWidth;
+  const height = canvas.clientHeight;
   if (width === 0 || height === 0) {
     return;
   }
@@ -118,8 +120,7 @@ export function paintStrip(canvas, letters, width = canvas.clientWidth, height =
   if (count === 0) {
     return;
   }
-  const most = 28; // cells of a short job need not be as wide as the page
-  const cell = Math.min(most, width / count);
+  const cell = Math.min(widest, width / count);
   const gap = cell >= 4 ? 1 : 0;
   for (let i = 0; i < count; ) {
     // Where cells are finer than pixels, neighbours alike are one area.

@@ -4,10 +4,10 @@ import { Cells } from "./cells.js";
 import { commandLine, h, keyed, problemBox, setAttribute, setText } from "./dom.js";
 import { nameOf } from "./jobs.js";
 import { addKeys } from "./keys.js";
-import { onRepaint, paintStrip, palette } from "./paint.js";
 import { sizeFor } from "./pictures.js";
 import { address, go, setQuery } from "./route.js";
 import { Screen } from "./screen.js";
+import { Scrub } from "./scrub.js";
 import { countLetters, ofName, summary } from "./states.js";
 import { moment } from "./text.js";
 
@@ -47,8 +47,7 @@ export function showPlay(root, route) {
   const stage = h("section", { class: "stage", "aria-label": "Film" }, here.canvas, there.canvas, edge, labelHere, labelThere, loading);
   const none = h("div", { hidden: true });
   const trouble = h("div");
-  const track = h("canvas", { "aria-hidden": "true" });
-  const scrub = h("div", { class: "scrub", role: "slider", tabindex: "0", "aria-label": "Frame" }, track);
+  const scrub = new Scrub(() => setPlaying(false), seek, () => setQuery({ at: frame() }));
   const counter = h("output", { class: "counter" });
 
   const button = (text, label, run, name) => {
@@ -60,9 +59,9 @@ export function showPlay(root, route) {
   playButton.classList.add("primary");
   const loopButton = button("Loop", "Loop (l)", () => setLoops(!loops), "loop");
   const speedChoice = h("select", { "aria-label": "Frames a second" }, speeds.map((value) => h("option", { value: String(value), textContent: `${value} fps` })));
-  const inButton = button("In", "First frame of the film: here (i)", () => setIn(at), "in");
-  const outButton = button("Out", "Last frame of the film: here (o)", () => setOut(at), "out");
-  const allButton = button("All", "The whole film (c)", clearRange, "all");
+  const inButton = button("In", "In: the film begins here (i)", () => setIn(at), "in");
+  const outButton = button("Out", "Out: the film ends here (o)", () => setOut(at), "out");
+  const allButton = button("All", "All: the whole film (c)", clearRange, "all");
   const withChoice = h("select", { "aria-label": "Compare with" });
   const modeChoice = h("div", { class: "bar", role: "group", "aria-label": "How to compare" });
   for (const [name, text] of modes) {
@@ -77,7 +76,7 @@ export function showPlay(root, route) {
     trouble,
     none,
     stage,
-    scrub,
+    scrub.element,
     h(
       "div",
       { class: "bar play-bar" },
@@ -185,30 +184,8 @@ export function showPlay(root, route) {
   }
 
   function drawScrub() {
-    const width = track.clientWidth;
-    if (!width || !cells.count) {
-      return;
-    }
-    const height = track.clientHeight;
-    paintStrip(track, cells.strip(Math.max(1, Math.floor(width / 2))).padEnd(1), width, height);
-    const drawing = track.getContext("2d");
-    const cell = Math.min(28, width / Math.min(cells.count, Math.max(1, Math.floor(width / 2))));
-    const whole = cell * Math.min(cells.count, Math.max(1, Math.floor(width / 2)));
-    const x = (position) => (position / cells.count) * whole;
-    scrub.whole = whole;
-    const colours = palette();
-    drawing.fillStyle = colours.paper;
-    drawing.globalAlpha = 0.72;
-    drawing.fillRect(0, 0, x(first), height);
-    drawing.fillRect(x(last + 1), 0, whole - x(last + 1), height);
-    drawing.globalAlpha = 1;
-    drawing.fillStyle = colours.ink;
-    drawing.fillRect(Math.max(0, Math.min(width - 3, (x(at) + x(at + 1)) / 2 - 1.5)), 0, 3, height);
-    setAttribute(scrub, "aria-valuemin", cells.name(0));
-    setAttribute(scrub, "aria-valuemax", cells.name(cells.count - 1));
-    if (!playing) {
-      setAttribute(scrub, "aria-valuenow", frame());
-      setAttribute(scrub, "aria-valuetext", cells.words(at));
+    if (cells.count) {
+      scrub.show(cells, { at, first, last }, !playing);
     }
   }
 
@@ -354,7 +331,7 @@ export function showPlay(root, route) {
     here.cells = cells;
     const useful = cells.form.hasFrames && cells.count > 0;
     none.hidden = useful;
-    stage.hidden = scrub.hidden = !useful;
+    stage.hidden = scrub.element.hidden = !useful;
     root.querySelector(".play-bar").hidden = !useful;
     if (!useful) {
       none.replaceChildren(
@@ -375,10 +352,7 @@ export function showPlay(root, route) {
     draw();
   }
 
-  const sizes = new ResizeObserver(() => {
-    fitSize();
-    drawScrub();
-  });
+  const sizes = new ResizeObserver(fitSize);
   sizes.observe(stage);
   for (const screen of [here, there]) {
     screen.reel.onReady = () => {
@@ -392,18 +366,6 @@ export function showPlay(root, route) {
   withChoice.addEventListener("change", () => setOther(Number(withChoice.value)));
   wipe.addEventListener("input", () => stage.style.setProperty("--wipe", wipe.value));
 
-  const dragTo = (event) => {
-    const box = scrub.getBoundingClientRect();
-    const share = (event.clientX - box.left) / (scrub.whole || box.width);
-    seek(Math.floor(Math.max(0, Math.min(0.99999, share)) * cells.count));
-  };
-  scrub.addEventListener("pointerdown", (event) => {
-    setPlaying(false);
-    scrub.setPointerCapture(event.pointerId);
-    dragTo(event);
-  });
-  scrub.addEventListener("pointermove", (event) => scrub.hasPointerCapture(event.pointerId) && dragTo(event));
-  scrub.addEventListener("pointerup", () => setQuery({ at: frame() }));
   const wipeTo = (event) => {
     const box = stage.getBoundingClientRect();
     wipe.value = String(Math.round(((event.clientX - box.left) / box.width) * 100));
@@ -448,7 +410,6 @@ export function showPlay(root, route) {
       },
     ),
     watch(`api/jobs/${job}/cells`, concernsJob(job), take),
-    onRepaint(drawScrub),
     addKeys({
       group: "Play",
       keys: [
@@ -484,6 +445,7 @@ export function showPlay(root, route) {
       stopOther();
       stops.forEach((stop) => stop());
       sizes.disconnect();
+      scrub.close();
       here.close();
       there.close();
     },

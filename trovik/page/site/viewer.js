@@ -22,7 +22,7 @@ export class Viewer {
       button("−", "Smaller (-)", () => this.zoomBy(1 / 1.5)),
       this.scaleWord,
       button("+", "Larger (+)", () => this.zoomBy(1.5)),
-      button("Fit", "The whole picture (0)", () => this.fit()),
+      button("Fit", "Fit: the whole picture (0)", () => this.fit()),
     );
     stage.append(this.image, this.hole, this.tools);
     this.scale = 1;
