@@ -118,7 +118,8 @@ function jobLink(other, path = "") {
     {},
     h("a", { href: address(`job/${other.job}${path}`), textContent: `Job ${other.job}` }),
     " ",
-    other.state ? stateChip(ofName(other.state)) : h("span", { class: "count" }, "deleted"),
+    // Of followers only the number is known; a forerunner without a state was deleted.
+    other.state ? stateChip(ofName(other.state)) : other.state === null ? h("span", { class: "count" }, "deleted") : null,
   );
 }
 
@@ -138,7 +139,7 @@ function around(form) {
       item.append(h("span", { class: "count", textContent: other.released ? " released" : other.byFrame ? " frame by frame" : "" }));
       return item;
     })),
-    ...list("Waited for by", followers.map((other) => jobLink(typeof other === "number" ? { job: other, state: " " } : other))),
+    ...list("Waited for by", followers.map((other) => jobLink(typeof other === "number" ? { job: other } : other))),
     ...list("Versions of the same", versions.map((other) => {
       const item = jobLink(other);
       item.append(h("span", { class: "count", textContent: ` ${moment(other.submitted).slice(0, 16)} ` }), h("a", { href: `#/job/${form.job}/play?with=${other.job}`, textContent: "compare" }));
