@@ -135,6 +135,20 @@ std::optional<AttemptRecord> Queue::attempt(AttemptId id) {
   return row.next() ? std::optional(readAttempt(row, impl_->database)) : std::nullopt;
 }
 
+std::map<AttemptId, AttemptTime> Queue::times(JobId id) {
+  std::map<AttemptId, AttemptTime> result;
+  Query row(impl_->database,
+            "SELECT id, duration, first, last FROM attempts INDEXED BY attempts_job "
+            "WHERE job = ?1 AND state <> 'running' ORDER BY id",
+            id);
+  while (row.next()) {
+    const AttemptId attempt = row.number();
+    const std::chrono::microseconds duration(row.number());
+    result.emplace_hint(result.end(), attempt, AttemptTime{duration, row.frames()});
+  }
+  return result;
+}
+
 std::optional<ProcessUsage> Queue::usage(JobId id) {
   // Numbers of a file may be any, and what is too large for SQLite is an error.
   constexpr const char* sql =
