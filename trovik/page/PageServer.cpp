@@ -1,6 +1,10 @@
 #include "trovik/page/PageServer.h"
 
+#include "host/foundation/Characters.h"
 #include "host/foundation/Exception.h"
+#include "host/foundation/WholeNumber.h"
+#include "trovik/page/PageFrames.h"
+#include "trovik/page/PageMachine.h"
 #include "trovik/page/PageReplies.h"
 #include "trovik/page/PageToken.h"
 #include "trovik/queue/QueueError.h"
@@ -50,12 +54,39 @@ std::string nameOfMachine() {
   return name.data();
 }
 
+/// The name of a file as the value of a header's parameter.
+std::string asParameter(const std::string& path) {
+  std::string text;
+  for (const char c : path.substr(path.rfind('/') + 1)) {
+    const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                       c == '.' || c == '-' || c == '_';
+    text += plain ? std::string(1, c) : '%' + HexOf(std::string_view(&c, 1));
+  }
+  return text;
+}
+
+/// A whole number of the query; nothing where there is none.
+std::optional<std::int64_t> numberIn(const HttpRequest& request, const std::string& name) {
+  const auto found = request.query.find(name);
+  if (found == request.query.end()) {
+    return std::nullopt;
+  }
+  const auto number = ReadWholeNumber<std::int64_t>(found->second);
+  if (!number) {
+    throw UsageError{name + ": " + inQuotes(found->second) + " is not a whole number", ""};
+  }
+  return number;
+}
+
 } // namespace
 
 PageServer::PageServer(Queue& queue, PageSocket socket, const PagePlan& plan, Steering& steering)
     : queue_(queue), plan_(plan), steering_(steering), guard_(guardFor(queue, socket, plan.readOnly)),
       site_(plan.site), changes_(queue, firstRevision()), answers_(queue, changes_),
-      watch_(queue.directory()),
+      watch_(queue.directory()), pictures_(plan.pictures, plan.helper,
+                                           [this](HttpExchange exchange, HttpResponse response) {
+                                             daemon_->answer(exchange, secured(std::move(response)));
+                                           }),
       daemon_(std::make_unique<HttpDaemon>(std::move(socket.socket), static_cast<HttpHandler&>(*this))) {}
 
 PageServer::~PageServer() = default;
@@ -72,18 +103,23 @@ void PageServer::serve(Machine& machine, InterruptSource& interrupts) {
     if (listened) {
       descriptors.push_back({watch_.descriptor(), POLLIN, 0});
     }
+    pictures_.addTo(descriptors);
     const std::optional<Clock::time_point> turn = nextTurn();
     machine.wait(descriptors, turn ? std::optional<Duration>(*turn - machine.now()) : std::nullopt);
     const Clock::time_point now = machine.now();
-    daemon_->advance(now);
+    pictures_.advance(now);
     if (daemon_->streams() > 0) {
       tellChanges(now);
     }
+    daemon_->advance(now);
   }
 }
 
 std::optional<Clock::time_point> PageServer::nextTurn() const {
   std::optional<Clock::time_point> next = daemon_->deadline();
+  if (const std::optional<Clock::time_point> pictures = pictures_.deadline()) {
+    next = next ? std::min(*next, *pictures) : *pictures;
+  }
   if (daemon_->streams() > 0) {
     const Clock::time_point own = std::min(std::max(check_, earliest_), heartbeat_);
     next = next ? std::min(*next, own) : own;
@@ -114,7 +150,6 @@ void PageServer::tellChanges(Clock::time_point now) {
     heartbeat_ = now + heartbeatTime;
     daemon_->push(": all is well\n\n");
   }
-  daemon_->advance(now);
 }
 
 void PageServer::tell(const char* event, const Json& data) {
@@ -149,7 +184,7 @@ HttpAnswer PageServer::answer(const HttpRequest& request, HttpExchange exchange)
   return answer;
 }
 
-HttpAnswer PageServer::routed(const HttpRequest& request, HttpExchange /*exchange*/) {
+HttpAnswer PageServer::routed(const HttpRequest& request, HttpExchange exchange) {
   HttpAnswer answer;
   if (opensWithToken(guard_, request)) {
     answer.response.status = 303;
@@ -180,8 +215,39 @@ HttpAnswer PageServer::routed(const HttpRequest& request, HttpExchange /*exchang
         '\n';
     return answer;
   }
-  answer.response = steers ? steered(request, route) : read(request, route);
+  if (route.kind == PageRoute::Kind::Picture) {
+    return picture(request, route.number, exchange);
+  }
+  answer.response = steers                                    ? steered(request, route)
+                    : route.kind == PageRoute::Kind::Original ? original(route.number)
+                                                              : read(request, route);
   return answer;
+}
+
+HttpAnswer PageServer::picture(const HttpRequest& request, std::int64_t number, HttpExchange exchange) {
+  const std::optional<FileRecord> file = queue_.file(number);
+  if (!file) {
+    throw PageMissing{"there is no file " + std::to_string(number)};
+  }
+  return pictures_.answer(request, file->path, exchange);
+}
+
+HttpResponse PageServer::original(std::int64_t number) {
+  const std::optional<FileRecord> record = queue_.file(number);
+  if (!record) {
+    throw PageMissing{"there is no file " + std::to_string(number)};
+  }
+  ServedFile file(record->path);
+  if (!file.isThere()) {
+    return problemResponse(404, "the file is not sent: " + file.problem, "");
+  }
+  HttpResponse response;
+  response.type = "application/octet-stream";
+  response.headers = {{"Cache-Control", "private, no-cache"},
+                      {"Content-Disposition", "attachment; filename*=UTF-8''" + asParameter(record->path)}};
+  response.fileSize = static_cast<std::uint64_t>(file.identity.size);
+  response.file = std::make_shared<Descriptor>(std::move(file.descriptor));
+  return response;
 }
 
 HttpResponse PageServer::about() {
@@ -210,6 +276,16 @@ HttpResponse PageServer::read(const HttpRequest& request, const PageRoute& route
       break;
     case PageRoute::Kind::Cells:
       response = jsonTextResponse(answers_.cells(route.number));
+      break;
+    case PageRoute::Kind::Frame:
+      response = jsonResponse(
+          frameJson(queue_, answers_.view(route.number), route.frame, answers_.cellsNow(route.number)));
+      break;
+    case PageRoute::Kind::Log:
+      response = jsonResponse(logPieceJson(queue_, route.number, numberIn(request, "from")));
+      break;
+    case PageRoute::Kind::Machine:
+      response = jsonResponse(machineJson(queue_));
       break;
     case PageRoute::Kind::Site:
       if (std::optional<HttpResponse> file = site_.answer(request)) {

@@ -6,6 +6,7 @@
 #include "trovik/page/PageAnswers.h"
 #include "trovik/page/PageGuard.h"
 #include "trovik/page/PageListening.h"
+#include "trovik/page/PagePictures.h"
 #include "trovik/page/PageRoute.h"
 #include "trovik/page/PageSite.h"
 #include "trovik/page/QueueChanges.h"
@@ -45,6 +46,8 @@ private:
   std::optional<HttpResponse> refusal(const HttpRequest& request) override;
   HttpAnswer answer(const HttpRequest& request, HttpExchange exchange) override;
   HttpAnswer routed(const HttpRequest& request, HttpExchange exchange);
+  HttpAnswer picture(const HttpRequest& request, std::int64_t file, HttpExchange exchange);
+  HttpResponse original(std::int64_t file);
   HttpResponse read(const HttpRequest& request, const PageRoute& route);
   HttpResponse steered(const HttpRequest& request, const PageRoute& route);
   HttpResponse about();
@@ -61,6 +64,7 @@ private:
   QueueChanges changes_;
   PageAnswers answers_;
   QueueWatch watch_;
+  PagePictures pictures_;
   std::unique_ptr<HttpDaemon> daemon_;
 
   // When what is looked for next, while somebody listens.

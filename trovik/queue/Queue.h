@@ -156,6 +156,8 @@ public:
   std::vector<WorkRecord> works(JobId id);                            ///< in the order of their frames
   std::vector<AttemptRecord> attempts(JobId id, AttemptId after = 0); ///< in the order of their start
   std::optional<AttemptRecord> attempt(AttemptId id);
+  /// Those of the job that were started for a frame, in the order of their start.
+  std::vector<AttemptRecord> attemptsAt(JobId id, int frame);
   /// How long each attempt of the job took that has ended, and for how many frames
   /// it was started.
   std::map<AttemptId, AttemptTime> times(JobId id);

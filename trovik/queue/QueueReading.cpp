@@ -129,6 +129,16 @@ std::vector<AttemptRecord> Queue::attempts(JobId id, AttemptId after) {
   return result;
 }
 
+std::vector<AttemptRecord> Queue::attemptsAt(JobId id, int frame) {
+  static const std::string sql =
+      selectAttempts("INDEXED BY attempts_job WHERE job = ?1 AND first <= ?2 AND last >= ?2 ORDER BY id");
+  std::vector<AttemptRecord> result;
+  for (Query row(impl_->database, sql.c_str(), id, frame); row.next();) {
+    result.push_back(readAttempt(row, impl_->database));
+  }
+  return result;
+}
+
 std::optional<AttemptRecord> Queue::attempt(AttemptId id) {
   static const std::string sql = selectAttempts("WHERE id = ?1");
   Query row(impl_->database, sql.c_str(), id);
