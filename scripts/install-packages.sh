@@ -31,7 +31,7 @@ fail() {
 #   xauth [catalogue]: xvfb-run calls it
 #   zsh [test]: started by script, for its completion
 declare -A packages=(
-  [build]="build-essential ccache cmake ninja-build fonts-dejavu-core libboost-dev libcli11-dev libdeflate-dev libfreetype-dev libopenimageio-dev libsqlite3-dev nlohmann-json3-dev pkgconf"
+  [build]="build-essential ccache cmake ninja-build fonts-dejavu-core libboost-dev libcli11-dev libdeflate-dev libfreetype-dev libmicrohttpd-dev libopenimageio-dev libsqlite3-dev nlohmann-json3-dev pkgconf"
   [demo]="povray povray-includes"
   [shot]="ffmpeg"
   [test]="bsdextrautils clang-format fish git jq libgtest-dev libonig-dev librapidcheck-dev mandoc povray povray-includes procps shfmt vim zsh"

@@ -20,8 +20,22 @@ ImageHelper::ImageHelper(Path program, Now now, Duration patience)
 ImageHelper::~ImageHelper() = default;
 
 void ImageHelper::ask(const Path& file, bool refuseFlat, Answer answer) {
-  questions_.push_back({file, refuseFlat, std::move(answer), 0});
+  ask(CheckRequest{file.Text(), refuseFlat}, std::move(answer));
+}
+
+void ImageHelper::draw(const Path& file, const Path& picture, int room, Answer answer) {
+  ask(CheckRequest{file.Text(), false, picture.Text(), room}, std::move(answer));
+}
+
+void ImageHelper::ask(CheckRequest request, Answer answer) {
+  questions_.push_back({std::move(request), std::move(answer), 0});
   askNext();
+}
+
+void ImageHelper::rest() {
+  if (questions_.empty()) {
+    process_.reset();
+  }
 }
 
 int ImageHelper::descriptor() const {
@@ -46,7 +60,7 @@ void ImageHelper::askNext() {
     }
     Question& question = questions_.front();
     ++question.tries;
-    process_->send(requestLine({question.file.Text(), question.refuseFlat}));
+    process_->send(requestLine(question.request));
     since_ = now_();
     nextWake_ = since_ + wakeInterval;
     asked_ = true;

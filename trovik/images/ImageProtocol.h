@@ -20,10 +20,12 @@ struct Inspection {
 // under another key ("fileHex" for "file"). Lines end with a line feed where
 // they are written; they are read without it.
 
-/// A file to be checked (trovik-image check).
+/// A file to be checked (trovik-image check), and perhaps shown.
 struct CheckRequest {
   std::string file;
   bool refuseFlat = false;
+  std::string picture{}; ///< a file for a small picture of it (JPEG); empty for none
+  int room = 0;          ///< the picture's width and height at most, in pixels
 };
 std::string requestLine(const CheckRequest& request);
 /// Nothing for a line that is no request.

@@ -1,7 +1,8 @@
 // trovik-image: everything that knows image formats, as a program of its own.
 //
-//   trovik-image check          checks files; requests and answers are JSON,
-//                               one a line, see trovik/images/ImageProtocol.h
+//   trovik-image check          checks files, and makes small pictures of them;
+//                               requests and answers are JSON, one a line, see
+//                               trovik/images/ImageProtocol.h
 //   trovik-image sheet -o FILE  draws the contact sheet that standard input
 //                               describes; reports on standard output
 
@@ -89,7 +90,8 @@ int main(int count, char** arguments) {
     trovik::image::ImageLibrary library;
     if (check) {
       trovik::image::serve(stdin, output, [&library](const trovik::CheckRequest& request) {
-        const std::optional<trovik::Inspection> inspection = trovik::image::checkLightly(request);
+        const std::optional<trovik::Inspection> inspection =
+            request.picture.empty() ? trovik::image::checkLightly(request) : std::nullopt;
         return inspection ? *inspection : library.check(request);
       });
     } else {

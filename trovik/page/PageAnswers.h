@@ -1,0 +1,48 @@
+#pragma once
+
+#include "trovik/machine/Machine.h"
+#include "trovik/page/JobCells.h"
+#include "trovik/page/QueueChanges.h"
+#include "trovik/queue/JobView.h"
+#include "trovik/text/Json.h"
+
+#include <map>
+#include <string>
+
+namespace trovik {
+
+/// What the page tells of jobs. What is costly to find out is kept until the
+/// job changes. All calls throw a PageMissing for what is not there, and
+/// QueueError.
+class PageAnswers {
+public:
+  PageAnswers(Queue& queue, QueueChanges& changes) : queue_(queue), changes_(changes) {}
+
+  Json jobs();
+  Json job(JobId id);
+  /// The text of the document: a million cells make a large one.
+  std::string cells(JobId id);
+  const JobView& view(JobId id);
+  JobCells cellsNow(JobId id);
+
+private:
+  struct Kept {
+    std::int64_t revision = 0;
+    JobView view;
+    std::string strip;
+  };
+  const Kept& kept(JobId id, JobRecord record);
+  Json versionsOf(const JobRecord& job);
+
+  Queue& queue_;
+  QueueChanges& changes_;
+  std::map<JobId, Kept> kept_;
+  FileStates states_;
+};
+
+/// Thrown where there is nothing of that number.
+struct PageMissing {
+  std::string message;
+};
+
+} // namespace trovik
