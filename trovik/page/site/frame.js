@@ -122,7 +122,7 @@ export function showFrame(root, route) {
     // The file of a frame is the newest that was left; a packet's other files are others'.
     const files = now.files ?? [];
     const newest = files.at(-1) ?? null;
-    const showable = newest && now.state !== "missing";
+    const showable = newest && newest.size > 0 && now.state !== "missing";
     viewer.show(showable ? newest.id : 0, {
       fresh: letter === "R",
       alt: `Frame ${frame}`,
@@ -130,7 +130,7 @@ export function showFrame(root, route) {
       note: visible(now.note) || visible((now.attempts ?? []).at(-1)?.reason) || holeWords[now.state] || "",
     });
     drawReason(Boolean(showable));
-    drawFile(newest);
+    drawFile(newest, Boolean(showable));
     drawAttempts();
   }
 
@@ -151,7 +151,7 @@ export function showFrame(root, route) {
     }
   }
 
-  function drawFile(newest) {
+  function drawFile(newest, there) {
     file.hidden = !newest;
     if (!newest) {
       return;
@@ -162,13 +162,15 @@ export function showFrame(root, route) {
     fact("Size", bytes(newest.size));
     fact("Written", moment(newest.modified));
     fact("Problem", visible(newest.problem));
-    const pixels = h("dd", { textContent: viewer.pixels || "…" });
-    list.append(h("dt", {}, "Preview"), pixels);
-    viewer.onPixels = (words) => setText(pixels, words);
+    if (there) {
+      const pixels = h("dd", { textContent: viewer.pixels || "…" });
+      list.append(h("dt", {}, "Preview"), pixels);
+      viewer.onPixels = (words) => setText(pixels, words);
+    }
     file.replaceChildren(
       h("h2", {}, "File"),
       list,
-      h("div", { class: "bar" }, h("a", { class: "button", href: `api/files/${newest.id}/original`, download: "" }, "Save the file")),
+      !there ? "" : h("div", { class: "bar" }, h("a", { class: "button", href: `api/files/${newest.id}/original`, download: "" }, "Save the file")),
     );
   }
 
