@@ -199,7 +199,7 @@ JobCells cellsOf(Queue& queue, const JobView& view, FileStates& states, Clock::t
 RunSet missingFrames(const JobCells& cells) {
   RunSet missing;
   for (std::size_t i = 0; i < cells.frames.size(); ++i) {
-    if (cells.states[i] != 'g') {
+    if (std::string_view("mdfc").find(cells.states[i]) != std::string_view::npos) {
       missing.add({cells.frames[i], cells.frames[i]});
     }
   }

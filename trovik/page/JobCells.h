@@ -50,7 +50,8 @@ struct JobCells {
 };
 JobCells cellsOf(Queue& queue, const JobView& view, FileStates& states, Clock::time_point now);
 
-/// The frames of a job that are not good, or whose file is not there any more.
+/// The frames of a job that failed or were canceled, or whose file is not there
+/// or not good any more. What waits or runs is being done.
 RunSet missingFrames(const JobCells& cells);
 
 } // namespace trovik

@@ -19,6 +19,7 @@ namespace trovik {
 namespace {
 
 constexpr std::size_t stripCells = 400;
+constexpr Duration latestTime = std::chrono::seconds(2);
 
 /// Takes every file as it is: a server answers at once, and what a picture shows
 /// is seen when it is made.
@@ -156,13 +157,24 @@ Json PageAnswers::job(JobId id) {
   return document;
 }
 
-JobCells PageAnswers::cellsNow(JobId id) {
-  return cellsOf(queue_, view(id), states_, Clock::now());
+const JobCells& PageAnswers::cellsNow(JobId id) {
+  const Clock::time_point now = Clock::now();
+  const std::int64_t revision = changes_.revisionOf(id);
+  const JobView& stands = view(id);
+  if (latest_.job != id || latest_.revision != revision || now >= latest_.asked + latestTime) {
+    states_.forget(now);
+    latest_ = {id, revision, now, cellsOf(queue_, stands, states_, now)};
+  }
+  return latest_.cells;
+}
+
+RunSet PageAnswers::missingNow(JobId id) {
+  FileStates states;
+  return missingFrames(cellsOf(queue_, view(id), states, Clock::now()));
 }
 
 std::string PageAnswers::cells(JobId id) {
-  states_.forget(Clock::now());
-  const JobCells cells = cellsNow(id);
+  const JobCells& cells = cellsNow(id);
   std::string text = "{\"version\":";
   append(text, jsonVersion);
   text += ",\"kind\":\"page.cells\",\"job\":";

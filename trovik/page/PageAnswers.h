@@ -23,13 +23,22 @@ public:
   /// The text of the document: a million cells make a large one.
   std::string cells(JobId id);
   const JobView& view(JobId id);
-  JobCells cellsNow(JobId id);
+  /// As they were at most two seconds ago; they hold until the next call.
+  const JobCells& cellsNow(JobId id);
+  /// Whose files are looked at anew.
+  RunSet missingNow(JobId id);
 
 private:
   struct Kept {
     std::int64_t revision = 0;
     JobView view;
     std::string strip;
+  };
+  struct Latest {
+    JobId job = 0;
+    std::int64_t revision = 0;
+    Clock::time_point asked;
+    JobCells cells;
   };
   const Kept& kept(JobId id, JobRecord record);
   Json versionsOf(const JobRecord& job);
@@ -38,6 +47,7 @@ private:
   QueueChanges& changes_;
   std::map<JobId, Kept> kept_;
   FileStates states_;
+  Latest latest_;
 };
 
 /// Thrown where there is nothing of that number.

@@ -300,8 +300,33 @@ HttpResponse PageServer::read(const HttpRequest& request, const PageRoute& route
   return response;
 }
 
-HttpResponse PageServer::steered(const HttpRequest& /*request*/, const PageRoute& /*route*/) {
-  return problemResponse(501, "not yet", "");
+HttpResponse PageServer::steered(const HttpRequest& request, const PageRoute& route) {
+  if (route.kind != PageRoute::Kind::Steer) {
+    throw PageMissing{"there is nothing of that name"};
+  }
+  const bool missing = route.action == "missing";
+  SteeringWish wish = steeringWish(steeringActionOf(route.action).value_or(SteeringWish::Action::Retry),
+                                   route.number, request.body);
+  changes_.update();
+  const JobView& view = answers_.view(wish.job); // throws for an unknown one
+  Json document = jsonOfKind("page.done");
+  document["job"] = wish.job;
+  document["dryRun"] = wish.dryRun;
+  if (missing) {
+    if (wish.frames || !view.job.hasFrames) {
+      throw UsageError{"\"missing\" names its frames by itself, of a job with frames",
+                       "\"retry\" takes frames, or does the work again"};
+    }
+    const RunSet frames = answers_.missingNow(wish.job);
+    if (frames.empty()) {
+      throw UsageError{"job " + std::to_string(wish.job) + ": nothing is missing", ""};
+    }
+    wish.frames = frames.text();
+  }
+  const SteeringDone done = steering_.steer(wish);
+  document["text"] = done.text;
+  document["command"] = done.command;
+  return jsonResponse(document);
 }
 
 } // namespace trovik

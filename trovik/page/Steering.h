@@ -40,4 +40,7 @@ public:
 std::optional<SteeringWish::Action> steeringActionOf(const std::string& name);
 const char* nameOf(SteeringWish::Action action);
 
+/// The wish that the body of a request tells. Throws a UsageError.
+SteeringWish steeringWish(SteeringWish::Action action, JobId job, const std::string& body);
+
 } // namespace trovik

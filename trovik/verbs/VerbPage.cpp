@@ -8,15 +8,106 @@
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
+#include "trovik/verbs/EngineRun.h"
 #include "trovik/verbs/Session.h"
+#include "trovik/verbs/Steer.h"
 #include "trovik/verbs/Verbs.h"
 
 namespace trovik {
 namespace {
 
+using Action = SteeringWish::Action;
+
+/// Does what the page is asked for by the functions of the verbs, on a
+/// connection of its own, so that the page sees it like what anybody else does.
 class VerbSteering final : public Steering {
 public:
-  SteeringDone steer(const SteeringWish& /*wish*/) override { throw UsageError{"not yet", ""}; }
+  explicit VerbSteering(Session& session) : session_(session) {}
+
+  SteeringDone steer(const SteeringWish& wish) override {
+    const std::unique_ptr<Queue> queue = existingQueue(session_.state());
+    const std::string number = std::to_string(wish.job);
+    findJob(queue.get(), number);
+    if (!wish.dryRun) {
+      settleLost(session_, *queue);
+    }
+    const JobRecord job = findJob(queue.get(), number);
+    const auto action = actionOf(wish);
+    JobDone done = !wish.dryRun                    ? action(*queue, job)
+                   : wish.action == Action::Delete ? deletionOf(*queue, job)
+                                                   : tried(*queue, job, action);
+    if (!wish.dryRun) {
+      done.text += finish(*queue, wish, job);
+    }
+    return {done.text, commandOf(wish)};
+  }
+
+private:
+  std::function<JobDone(Queue& queue, const JobRecord& job)> actionOf(const SteeringWish& wish) {
+    switch (wish.action) {
+    case Action::Retry:
+      return [named = wish.frames ? std::optional(framesToRetry(*wish.frames)) : std::nullopt](
+                 Queue& queue, const JobRecord& job) { return retryJob(queue, job, named); };
+    case Action::Cancel:
+      return [with = wish.withFollowers](Queue& queue, const JobRecord& job) {
+        return cancelJob(queue, job, with);
+      };
+    case Action::Hold:
+      return holdJob;
+    case Action::Release:
+      return releaseJob;
+    case Action::Set:
+      return [change = changeOf(session_, assignmentsOf(wish))](Queue& queue, const JobRecord& job) {
+        return setJob(queue, job, change);
+      };
+    case Action::Delete:
+      break;
+    }
+    return [this](Queue& queue, const JobRecord& job) { return deleteJob(session_, queue, job, false); };
+  }
+
+  /// What the verb does when all is done: the cluster hears of it.
+  std::string finish(Queue& queue, const SteeringWish& wish, const JobRecord& job) {
+    const bool opens = wish.action == Action::Retry || wish.action == Action::Release;
+    const std::optional<JobRecord> now = queue.job(job.id);
+    if (wish.action == Action::Cancel || wish.action == Action::Hold) {
+      cancelOnCluster(session_, queue, false);
+    }
+    if (!opens || !now || !isOpen(now->state)) {
+      return {};
+    }
+    if (now->runOn == RunOn::Cluster) {
+      submitToCluster(session_, queue, job.id, false);
+      return {};
+    }
+    return engineAdvice(queue);
+  }
+
+  static std::vector<std::string> assignmentsOf(const SteeringWish& wish) {
+    std::vector<std::string> assignments;
+    for (const auto& [name, value] : wish.changes) {
+      assignments.push_back(name + '=' + value);
+    }
+    return assignments;
+  }
+
+  std::string commandOf(const SteeringWish& wish) const {
+    std::string command = std::string("trovik ") + nameOf(wish.action) + ' ' + std::to_string(wish.job);
+    if (wish.frames) {
+      // What begins with a minus sign would be another option.
+      command += (wish.frames->starts_with('-') ? " --frames=" : " --frames ") + EnquoteWord(*wish.frames);
+    }
+    command += wish.withFollowers ? " --with-followers" : "";
+    for (const std::string& assignment : assignmentsOf(wish)) {
+      command += ' ' + EnquoteWord(assignment);
+    }
+    if (session_.options().state) {
+      command += " --state " + EnquoteWord(session_.state().Text());
+    }
+    return command;
+  }
+
+  Session& session_;
 };
 
 constexpr const char* opener = "xdg-open";
@@ -57,7 +148,7 @@ int servePage(Session& session, const PageOptions& options) {
   plan.helper = session.locations().imageHelper();
   plan.program = TROVIK_VERSION;
   plan.readOnly = options.readOnly;
-  VerbSteering steering;
+  VerbSteering steering(session);
   LocalMachine machine;
   SignalInterrupts interrupts(SignalInterrupts::Ending::ByCode);
   PageServer server(*queue, std::move(socket), plan, steering);
