@@ -70,6 +70,12 @@ export class Farm {
     }
   }
 
+  /** Runs a script of the farm's folder, with the program as its argument. */
+  async shell(script) {
+    const { stdout } = await run("/bin/sh", [path.join(this.root, script), program], { env: this.environment, cwd: this.scenes });
+    return stdout;
+  }
+
   async json(...words) {
     return JSON.parse(await this.trovik(...words, "--json"));
   }

@@ -60,6 +60,7 @@ function ask(verb, job, body, field) {
       const form = await post(path, { ...body, dryRun: true });
       if (turn === asked) {
         said.replaceChildren(
+          h("p", { class: "count" }, "What will happen:"),
           h("p", { class: "said", textContent: visibleLines(form.text) }),
           h("p", { class: "count" }, "The command line does the same:"),
           commandLine(visible(form.command)),

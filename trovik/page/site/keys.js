@@ -79,6 +79,7 @@ export function showKeys() {
   dialog.addEventListener("close", () => dialog.remove());
   dialog.addEventListener("keydown", (event) => {
     if (event.key === "?") {
+      event.stopPropagation(); // else it would open them again
       dialog.close();
     }
   });
