@@ -57,6 +57,12 @@ export class User {
         this.wrong.push(`console: ${text}`);
       }
     });
+    // What is asked for and not there yet, but for the events, which never end.
+    const open = new Set();
+    page.awaited = open;
+    page.on("request", (request) => request.url().endsWith("/api/events") || open.add(request));
+    page.on("requestfinished", (request) => open.delete(request));
+    page.on("requestfailed", (request) => open.delete(request));
     await page.goto(`${this.server.base}/${hash}`);
     return page;
   }
@@ -100,11 +106,16 @@ export const untilCell = (page, frame, state) =>
 
 export const untilLive = (page) => page.waitForSelector('#link-state[data-state="on"]');
 
-/** Waits until nothing of a view is awaited any more: forms and pictures are there. */
+/** Waits until nothing of a view is awaited any more: what came is drawn, and that
+    made nobody ask for more. */
 export async function untilStill(page) {
   await untilLive(page);
-  await page.waitForLoadState("networkidle").catch(() => {});
-  await until(page, () => [...document.images].every((image) => image.complete));
+  const end = Date.now() + deadline;
+  for (let still = 0; still < 3; ) {
+    assert.ok(Date.now() < end, `still awaited: ${[...page.awaited].map((request) => request.url())}`);
+    await page.evaluate(() => new Promise((resolve) => requestAnimationFrame(() => requestAnimationFrame(() => setTimeout(resolve)))));
+    still = page.awaited.size === 0 ? still + 1 : 0;
+  }
 }
 
 /** What the accessibility check finds; nothing is well. */

@@ -12,15 +12,15 @@ const shownName = `<img src=x onerror=alert(1)> "quoted" 'single' & \\x1b[31mred
 export function testHostile(world) {
   test("HostileNamesAndLogsAreShownAsText", async () => {
     const { farm, user } = world;
-    const scene = farm.scene("<b>scene</b>.json", { seed: 1, fail: { 2: hostileWords } });
-    const job = await farm.render(scene, "--range", "1-3", "--set", `Name=${name}`, "--out", "<i>out</i>", "--set", "Retries=0");
+    const scene = farm.scene("<b>scene<b>.json", { seed: 1, fail: { 2: hostileWords } });
+    const job = await farm.render(scene, "--range", "1-3", "--set", `Name=${name}`, "--out", "<i>out<i>", "--set", "Retries=0");
     const list = await user.open("#/jobs");
     await until(list, ([link, text]) => document.querySelector(link)?.textContent === text, [`.job a[href="#/job/${job}"]`, shownName]);
     const page = await user.open(`#/job/${job}`);
     await untilCell(page, 2, "failed");
     assert.equal(await page.locator("h1").textContent(), shownName);
     await untilText(page, ".failure", `<script>alert("log")</script> & 'quotes'`);
-    await untilText(page, "details.panel", "<i>out</i>");
+    await untilText(page, "details.panel", "<i>out<i>");
     await page.locator(".failure").getByRole("link", { name: "Frame 2" }).click();
     await untilText(page, ".log-deciding mark", '<script>alert("log")</script>');
     await untilText(page, ".log-text", "painting <b>96 × 54</b>");

@@ -116,7 +116,7 @@ export function testLooks(world) {
     await page.keyboard.press("Escape");
     await until(page, () => !document.querySelector("dialog"));
     await page.keyboard.press("?");
-    await page.locator("dialog .keys").waitFor();
+    await page.locator("dialog .keys").first().waitFor();
     await accessible(page, "the list of keys");
     await user.leave();
   });

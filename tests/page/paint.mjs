@@ -4,13 +4,13 @@
 //
 // The scene is JSON: "seed" (colours), "fail": {"7": "words"} (frames that fail and
 // what is said), "gates" (a folder: a frame begins when a file of its number is
-// there), "print" (bytes of output before the frames).
+// there), "print" (bytes of output before the frames), "small" (of many frames).
 import fs from "node:fs";
 
 const [sceneFile, folder, first = "", last = ""] = process.argv.slice(2);
 const scene = JSON.parse(fs.readFileSync(sceneFile, "utf8"));
-const width = 96;
-const height = 54;
+const width = scene.small ? 16 : 96;
+const height = scene.small ? 9 : 54;
 
 function paint(frame) {
   const pixels = Buffer.alloc(width * height * 3);

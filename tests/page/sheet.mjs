@@ -7,7 +7,7 @@ const frames = 10_000;
 
 export function testSheet(world) {
   test("TenThousandFramesScrollWithFewElementsAndFewRequests", async (t) => {
-    const scene = world.farm.scene("long.json", { seed: 1, fail: { 7777: "the disk was full" } });
+    const scene = world.farm.scene("long.json", { seed: 1, small: true, fail: { 8000: "the disk was full" } });
     world.jobs.long = await world.farm.render(scene, "--range", `1-${frames}`, "--packet", "1000", "--out", "long", "--set", "Retries=0");
     const page = await world.user.open("#/jobs");
     let pictures = 0;
@@ -44,8 +44,8 @@ export function testSheet(world) {
     const page = await world.user.open(`#/job/${world.jobs.long}?zoom=2`);
     await untilCell(page, 1, "good");
     await page.keyboard.press("n");
-    await until(page, () => document.activeElement.getAttribute("href")?.endsWith("/frame/7777"));
-    assert.match(await page.evaluate(() => document.activeElement.textContent), /Frame 7777, failed/);
+    await until(page, () => document.activeElement.getAttribute("href")?.endsWith("/frame/8000"));
+    assert.match(await page.evaluate(() => document.activeElement.textContent), /Frame 8000, failed/);
     await page.keyboard.press("Control+End");
     await until(page, (frame) => document.activeElement.getAttribute("href")?.endsWith(`/frame/${frame}`), frames);
     await page.keyboard.press("Control+Home");
@@ -69,7 +69,7 @@ export function testSheet(world) {
     const page = await world.user.open(`#/job/${world.jobs.long}`);
     await untilCell(page, 1, "good");
     await page.locator('[data-choice="failed"]').click();
-    await untilCell(page, 7777, "failed");
+    await untilCell(page, 8000, "failed");
     assert.equal(await page.locator(".sheet .cell:visible").count(), 1);
     await until(page, () => location.hash.includes("show=failed"));
     await page.locator('[data-choice="failed"]').click();

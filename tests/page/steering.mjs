@@ -33,7 +33,7 @@ export function testSteering(world) {
     await untilText(page, ".job-head .state", "held");
     assert.equal(await stateOf(job), "stopped");
 
-    await steer(page, action(page, "release"), { says: "6", command: `trovik release ${job}`, yes: "Let it go" });
+    await steer(page, action(page, "release"), { says: "released", command: `trovik release ${job}`, yes: "Let it go" });
     await untilText(page, ".job-head .state", "waiting");
     assert.equal(await stateOf(job), "waiting");
 

@@ -245,6 +245,7 @@ export function testViews(world) {
     await page.keyboard.press("p");
     await page.locator(".stage").waitFor({ state: "attached" });
     await page.keyboard.press("Escape");
+    await untilCellsOf(page);
     await page.keyboard.press("Escape");
     await page.locator(".jobs").waitFor();
     await page.close();

@@ -58,9 +58,10 @@ function pressed(event) {
 
 /** The list of all keys that work just now. */
 export function showKeys() {
-  const list = h("dl", { class: "keys" });
+  const groups = [];
   for (const layer of [...layers].reverse()) {
-    list.append(h("h3", { textContent: layer.group }));
+    const list = h("dl", { class: "keys" });
+    groups.push(h("h3", { textContent: layer.group }), list);
     for (const key of layer.keys) {
       const names = h("dt");
       (key.show ?? key.keys).forEach((name, i) => names.append(i ? " " : "", h("kbd", { textContent: name })));
@@ -72,7 +73,7 @@ export function showKeys() {
     "dialog",
     { "aria-labelledby": "keys-title" },
     h("h2", { id: "keys-title" }, "Keys"),
-    h("div", { class: "body" }, list),
+    h("div", { class: "body" }, groups),
     h("div", { class: "bar" }, close),
   );
   close.addEventListener("click", () => dialog.close());

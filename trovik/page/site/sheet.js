@@ -130,9 +130,10 @@ export class Sheet {
       row.cells.forEach((cell) => cell.clear());
       row.remove();
     }
+    this.spare.forEach((row) => row.remove());
     this.rows.clear();
     this.spare = [];
-    this.refocus = focused;
+    this.refocus ||= focused;
   }
 
   soon() {
@@ -276,7 +277,9 @@ export class Sheet {
 
   /** The one cell that takes the focus when the sheet is entered. */
   hold(position) {
-    if (this.grid.contains(document.activeElement)) {
+    if (this.refocus) {
+      // It is where the keyboard goes to just now.
+    } else if (this.grid.contains(document.activeElement)) {
       this.active = this.cellOf(document.activeElement)?.position ?? position;
     } else {
       this.active = position;
@@ -388,9 +391,9 @@ export class Sheet {
 
   /** Puts the keyboard on a position. */
   focus(position) {
-    this.reveal(position);
     this.active = position;
     this.refocus = true;
+    this.reveal(position);
     this.draw();
   }
 
