@@ -103,6 +103,7 @@ const PageAnswers::Kept& PageAnswers::kept(JobId id, JobRecord record) {
   if (one.revision != revision) {
     one.view = viewOf(queue_, std::move(record));
     one.strip = stripOf(one.view, stripCells);
+    one.left = timeLeft(queue_, one.view);
     one.revision = revision;
   }
   return one;
@@ -125,6 +126,7 @@ Json PageAnswers::jobs() {
     there.insert(id);
     const Kept& one = kept(id, std::move(record));
     Json job = jobJson(one.view, now);
+    job["left"] = one.left ? Json(secondsOf(*one.left)) : Json(nullptr);
     job["strip"] = one.strip;
     job["revision"] = one.revision;
     document["jobs"].push_back(std::move(job));

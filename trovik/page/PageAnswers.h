@@ -33,6 +33,7 @@ private:
     std::int64_t revision = 0;
     JobView view;
     std::string strip;
+    std::optional<Duration> left; ///< a guess
   };
   struct Latest {
     JobId job = 0;

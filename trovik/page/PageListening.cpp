@@ -76,13 +76,13 @@ int listenAt(const Address& address, Descriptor& socket) {
   return 0;
 }
 
+} // namespace
+
 std::string nameOfMachine() {
   char name[256] = "";
   gethostname(name, sizeof name - 1);
   return name;
 }
-
-} // namespace
 
 PageSocket listenForPages(const std::optional<std::string>& wanted, const std::optional<unsigned>& port) {
   Address address = addressOf(wanted.value_or("127.0.0.1"));

@@ -17,6 +17,9 @@ struct PageSocket {
   bool onlyHere = true;           ///< only this machine reaches it
 };
 
+/// Its own name of itself; empty where it has none.
+std::string nameOfMachine();
+
 constexpr unsigned usualPagePort = 7780;
 
 /// Listens at an address that is written in numbers (127.0.0.1 where there is

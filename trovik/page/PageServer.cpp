@@ -14,7 +14,6 @@
 
 #include <algorithm>
 #include <array>
-#include <unistd.h>
 #include <utility>
 
 namespace trovik {
@@ -46,12 +45,6 @@ PageGuard guardFor(const Queue& queue, const PageSocket& socket, bool readOnly) 
 
 std::int64_t firstRevision() {
   return std::chrono::duration_cast<std::chrono::milliseconds>(momentNow().time_since_epoch()).count();
-}
-
-std::string nameOfMachine() {
-  std::array<char, 256> name{};
-  gethostname(name.data(), name.size() - 1);
-  return name.data();
 }
 
 /// The name of a file as the value of a header's parameter.

@@ -158,8 +158,7 @@ public:
   std::optional<AttemptRecord> attempt(AttemptId id);
   /// Those of the job that were started for a frame, in the order of their start.
   std::vector<AttemptRecord> attemptsAt(JobId id, int frame);
-  /// How long each attempt of the job took that has ended, and for how many frames
-  /// it was started.
+  /// What each attempt of the job took that has ended.
   std::map<AttemptId, AttemptTime> times(JobId id);
   /// The attempts of the job that run, ascending.
   std::vector<AttemptId> runningAttempts(JobId id);

@@ -148,13 +148,14 @@ std::optional<AttemptRecord> Queue::attempt(AttemptId id) {
 std::map<AttemptId, AttemptTime> Queue::times(JobId id) {
   std::map<AttemptId, AttemptTime> result;
   Query row(impl_->database,
-            "SELECT id, duration, first, last FROM attempts INDEXED BY attempts_job "
+            "SELECT id, state, duration, first, last FROM attempts INDEXED BY attempts_job "
             "WHERE job = ?1 AND state <> 'running' ORDER BY id",
             id);
   while (row.next()) {
     const AttemptId attempt = row.number();
+    const auto state = row.state<AttemptState>();
     const std::chrono::microseconds duration(row.number());
-    result.emplace_hint(result.end(), attempt, AttemptTime{duration, row.frames()});
+    result.emplace_hint(result.end(), attempt, AttemptTime{state, duration, row.frames()});
   }
   return result;
 }

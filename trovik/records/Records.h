@@ -277,6 +277,7 @@ struct EngineRecord {
 
 /// What an attempt took.
 struct AttemptTime {
+  AttemptState state = AttemptState::Good;
   std::chrono::microseconds duration{};
   FrameRun run; ///< the frames that it was started for
 };
