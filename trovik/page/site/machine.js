@@ -25,13 +25,18 @@ function slot(work) {
 }
 
 function engine(form) {
-  const free = Math.max(0, form.slots - form.running.length);
+  // The one that stands for the cluster has neither slots nor a process here.
+  const free = form.cluster ? 0 : Math.max(0, form.slots - form.running.length);
+  const title = form.cluster ? "At work on the cluster" : `Engine ${form.engine}`;
+  const words = form.cluster
+    ? many(form.running.length, "work")
+    : `${form.running.length} of ${many(form.slots, "slot")} taken · process ${form.process} · at work for ${age(now() - form.since)}${form.alive === false ? " · it died" : ""}`;
   return h(
     "section",
-    { class: "panel", "aria-label": `Engine ${form.engine}` },
-    h("h2", { textContent: `Engine ${form.engine}` }),
-    h("p", { class: "count", textContent: `${form.running.length} of ${many(form.slots, "slot")} taken · process ${form.process} · at work for ${age(now() - form.since)}${form.alive === false ? " · it died" : ""}` }),
-    h("ul", { class: "slots" }, form.running.map(slot), Array.from({ length: Math.min(free, 64) }, () => slot(null))),
+    { class: "panel", "aria-label": title },
+    h("h2", { textContent: title }),
+    h("p", { class: "count", textContent: words }),
+    h("ul", { class: "slots" }, form.running.slice(0, 64).map(slot), Array.from({ length: Math.min(free, 64) }, () => slot(null))),
   );
 }
 
@@ -113,13 +118,14 @@ export function showMachine(root) {
     }
     const focused = document.activeElement?.getAttribute?.("href");
     last = key;
-    const idle = form.engines.length === 0;
+    const engines = form.engines.filter((one) => !one.cluster || one.running.length > 0);
+    const idle = engines.length === 0;
     body.replaceChildren(
       ...[
         idle
           ? h("section", { class: "panel", "aria-label": "Engines" }, h("h2", {}, "No engine is at work"), h("p", {}, "Jobs wait until one is started:"), commandLine("trovik engine"))
           : null,
-        ...form.engines.map(engine),
+        ...engines.map(engine),
         resources(form),
         limits(form),
         cluster(form),
