@@ -10,7 +10,7 @@ import { nameOf, progressWords, timeWords } from "./jobs.js";
 import { addKeys } from "./keys.js";
 import { onRepaint, paintStrip } from "./paint.js";
 import { address, go, setQuery } from "./route.js";
-import { Sheet, zoomWord, zooms } from "./sheet.js";
+import { fittingZoom, Sheet, zoomWord, zooms } from "./sheet.js";
 import { choices, countLetters, ofName, summary } from "./states.js";
 import { number, visible } from "./text.js";
 
@@ -210,8 +210,8 @@ export function showJob(root, route) {
       },
     ),
     watch(`api/jobs/${job}/cells`, concernsJob(job), (next) => {
-      if (!cells && next.states.length <= 120 && !route.query.has("zoom") && innerWidth > 620) {
-        setZoom(3, false); // there is room for larger ones
+      if (!cells && !route.query.has("zoom")) {
+        setZoom(fittingZoom(next.states.length, sheetHost.clientWidth, innerHeight - sheetHost.getBoundingClientRect().top - scrollY), false);
       }
       cells = new Cells(next);
       drawCells();

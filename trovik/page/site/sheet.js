@@ -23,6 +23,19 @@ export const zoomWord = (zoom) => levels[zoom].word;
 const highest = 8_000_000;
 const caption = 26;
 
+/** The largest size at which so many frames fit into what is seen of the page, as
+    long as pictures are worth it; many frames get small ones. */
+export function fittingZoom(count, width, height) {
+  for (let zoom = levels.length - 1; zoom > 2; --zoom) {
+    const { width: least, gap } = levels[zoom];
+    const columns = Math.max(1, Math.floor((width + gap) / (least + gap)));
+    if (Math.ceil(count / columns) * ((width / columns) * (9 / 16) + caption + gap) <= height) {
+      return zoom;
+    }
+  }
+  return count <= 120 && width > 600 ? 3 : 2;
+}
+
 export class Sheet {
   /** `job`: its number. The sheet scrolls with the page. */
   constructor(host, job, zoom) {
