@@ -159,7 +159,7 @@ export function showFrame(root, route) {
     const list = h("dl", { class: "facts" });
     const fact = (name, value) => value && list.append(h("dt", { textContent: name }), h("dd", { textContent: value }));
     fact("File", visible(newest.file));
-    fact("Size", bytes(newest.size));
+    fact("Size", there || newest.size ? bytes(newest.size) : "");
     fact("Written", moment(newest.modified));
     fact("Problem", visible(newest.problem));
     if (there) {

@@ -19,7 +19,6 @@ function slot(work) {
     "li",
     { class: "slot" },
     h("a", { href: address(`job/${work.job}/frame/${first}`) }, h("span", { class: "slot-name", textContent: visible(work.name) || `job ${work.job}` }), h("span", { class: "slot-frames", textContent: frames ? ` ${frames}` : "" })),
-    work.attempt > 1 ? h("span", { class: "count", textContent: `attempt ${work.attempt}` }) : null,
     time,
   );
 }

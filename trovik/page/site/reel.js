@@ -114,7 +114,7 @@ export class Reel {
         }
         this.onReady();
       },
-      { fresh, first: true },
+      { fresh },
     );
   }
 }

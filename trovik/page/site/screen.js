@@ -33,12 +33,18 @@ export class Screen {
 
   /** Whether the frame can be shown now. */
   ready(frame) {
+    if (!this.cells.form) {
+      return false;
+    }
     const source = this.source(frame);
-    return !source || this.reel.get(source.file, source.fresh) !== undefined;
+    return source === null || this.reel.get(source.file, source.fresh) !== undefined;
   }
 
   /** Shows a frame as it is known; gives whether that is all. */
   show(frame) {
+    if (!this.cells.form) {
+      return false; // what the frames are is not known yet
+    }
     const source = this.source(frame);
     const held = source ? this.reel.get(source.file, source.fresh) : null;
     if (source && held === undefined) {
