@@ -75,6 +75,22 @@ export function testViews(world) {
     await page.close();
   });
 
+  test("AFileThatWasCutShortSinceIsDamaged", async () => {
+    const { farm, user } = world;
+    const job = await farm.render(farm.scene("cut.json", { seed: 1 }), "--range", "1-3", "--out", "cut");
+    fs.truncateSync(path.join(farm.scenes, "cut", "paint.00002.ppm"), 5000);
+    const page = await user.open(`#/job/${job}`);
+    await untilCell(page, 2, "damaged");
+    await untilCell(page, 3, "good");
+    assert.match(await cell(page, 2).getAttribute("title"), /^Truncated or damaged/);
+    await move(page, `#/job/${job}/frame/2`);
+    await untilText(page, ".viewer-hole", "Truncated or damaged");
+    await move(page, `#/job/${job}/play?at=2`);
+    await until(page, () => document.querySelector(".screen-here")?.getAttribute("aria-label").includes("damaged"));
+    await page.close();
+    await farm.trovik("delete", String(job));
+  });
+
   test("FailuresAreGroupedByReasonAndLeadToTheFrame", async () => {
     const page = await world.user.open(`#/job/${world.jobs.shot}`);
     await page.locator(".failure").first().waitFor();

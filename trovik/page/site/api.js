@@ -49,6 +49,7 @@ export const post = (path, body) =>
 
 const entries = new Map();
 const leastPause = 250;
+const mostPause = 3000;
 const hiddenPause = 5000;
 
 class Entry {
@@ -73,7 +74,7 @@ class Entry {
     if (this.timer) {
       return;
     }
-    const pause = document.hidden ? hiddenPause : Math.max(leastPause, 8 * this.cost);
+    const pause = document.hidden ? hiddenPause : Math.min(mostPause, Math.max(leastPause, 2 * this.cost));
     const wait = this.ended ? this.ended + pause - performance.now() : 0;
     this.timer = setTimeout(() => this.load(), Math.max(0, wait));
   }

@@ -1,6 +1,6 @@
 // One cell of the sheet: the frame's picture or what stands for it, and its number.
 import { h, setAttribute, setText } from "./dom.js";
-import { keptOf, want } from "./pictures.js";
+import { isDamaged, keptOf, want } from "./pictures.js";
 import { colourOf, ofLetter } from "./states.js";
 import { duration } from "./text.js";
 
@@ -47,20 +47,25 @@ export class Cell {
       setAttribute(this.link, "aria-label", cells.words(position));
       return;
     }
-    if (this.letter !== letter) {
-      this.letter = letter;
+    this.known = state;
+    this.showState(state);
+    setText(this.label, cells.label(position));
+    const time = cells.time(position);
+    setText(this.time, time > 0 && letter === "g" ? duration(time) : "");
+    this.showPicture(cells.file(position), letter, size);
+  }
+
+  showState(state) {
+    if (this.state !== state) {
+      this.state = state;
       this.element.dataset.state = state.name;
-      this.element.dataset.letter = letter;
+      this.element.dataset.letter = state.letter;
       this.element.style.setProperty("--state", `var(--${colourOf(state)})`);
       this.element.style.setProperty("--state-text", `var(--${colourOf(state)}-text)`);
       setText(this.glyph, state.glyph);
       setText(this.word, state.word);
       setText(this.spoken, `, ${state.word}, `);
     }
-    setText(this.label, cells.label(position));
-    const time = cells.time(position);
-    setText(this.time, time > 0 && letter === "g" ? duration(time) : "");
-    this.showPicture(cells.file(position), letter, size);
   }
 
   showPicture(file, letter, size) {
@@ -83,9 +88,13 @@ export class Cell {
       }
       this.file = file;
       this.identity = identity;
+      this.damaged = false;
     }
     const key = `${identity}/${size}`;
     if (size === 0 || this.key === key) {
+      if (this.damaged) {
+        this.showState(ofLetter("d"));
+      }
       return;
     }
     this.release?.();
@@ -102,6 +111,10 @@ export class Cell {
           this.picture.hidden = true;
           this.element.dataset.picture = "none";
           this.element.title = value.problem;
+          if (isDamaged(value) && this.known.letter === "g") {
+            this.damaged = true;
+            this.showState(ofLetter("d"));
+          }
           if (value.away) {
             this.key = ""; // asked for again when the server is back
           }
@@ -131,6 +144,7 @@ export class Cell {
     this.key = "";
     this.identity = "";
     this.file = 0;
+    this.damaged = false;
     if (this.picture) {
       this.picture.hidden = true;
       this.picture.removeAttribute("src");

@@ -46,6 +46,8 @@ export function showFrame(root, route) {
   const trouble = h("div");
   const stage = h("section", { class: "viewer", "aria-label": "Picture" });
   const viewer = new Viewer(stage);
+  // The queue knows what a file was when it was checked; the viewer what it is.
+  viewer.onDamaged = () => now?.state === "good" && setState(chip, ofName("damaged"));
   const reason = h("div", { class: "frame-reason" });
   const file = h("section", { class: "panel", "aria-label": "File" });
   const attempts = h("ul", { class: "attempts" });
@@ -112,6 +114,9 @@ export function showFrame(root, route) {
     again.hidden = isReadOnly() || !form || !now || now.state === "running" || now.state === "waiting";
     if (now) {
       setState(chip, ofName(now.state));
+      if (viewer.damaged) {
+        viewer.onDamaged();
+      }
       again.className = now.state === "good" ? "" : "primary";
     }
   }

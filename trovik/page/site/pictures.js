@@ -6,6 +6,7 @@ const sizes = [80, 160, 320, 640, 1280, 2560];
 const atATime = 4;
 const mostBytes = 96e6;
 const mostPictures = 4000;
+const mostTries = 60;
 
 const waiting = [];
 const kept = new Map(); // in the order of their last use
@@ -64,6 +65,10 @@ async function run(request) {
   ++busy;
   try {
     const value = await load(request);
+    // Half a file is no picture yet: it is looked for again while it is awaited.
+    if (value.problem && request.fresh && !value.again && ++request.tries < mostTries) {
+      value.again = 1;
+    }
     if (value.again) {
       request.timer = setTimeout(() => {
         waiting.push(request);
@@ -109,7 +114,7 @@ export function want(file, size, done, { fresh = false, first = false } = {}) {
     done(value);
     return () => {};
   }
-  const request = { file, size, key, fresh, done, over: false, aborter: new AbortController(), timer: 0 };
+  const request = { file, size, key, fresh, done, over: false, tries: 0, aborter: new AbortController(), timer: 0 };
   if (first) {
     waiting.unshift(request);
   } else {
@@ -126,6 +131,10 @@ export function want(file, size, done, { fresh = false, first = false } = {}) {
     }
   };
 }
+
+/** Whether the file is an image that does not decode whole any more: the queue knows
+    of what it was when it was checked, the picture of what it is. */
+export const isDamaged = (value) => /^Truncated or damaged/.test(value.problem);
 
 /** What is kept already of a file, the largest: to show until a larger one comes. */
 export function keptOf(file) {

@@ -37,7 +37,8 @@ export class Screen {
       return false;
     }
     const source = this.source(frame);
-    return source === null || this.reel.get(source.file, source.fresh) !== undefined;
+    // What a program is writing just now need not be whole: the film goes on without.
+    return source === null || source.fresh || this.reel.get(source.file, source.fresh) !== undefined;
   }
 
   /** Shows a frame as it is known; gives whether that is all. */
@@ -47,7 +48,7 @@ export class Screen {
     }
     const source = this.source(frame);
     const held = source ? this.reel.get(source.file, source.fresh) : null;
-    if (source && held === undefined) {
+    if (source && held === undefined && !source.fresh) {
       return false;
     }
     if (held?.bitmap) {

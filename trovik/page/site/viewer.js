@@ -1,7 +1,7 @@
 // One picture, as large as there is room, with zoom and pan by wheel, pointer and keys.
 import { h, setAttribute, setText } from "./dom.js";
-import { keptOf, sizeFor, want } from "./pictures.js";
-import { colourOf } from "./states.js";
+import { isDamaged, keptOf, sizeFor, want } from "./pictures.js";
+import { colourOf, ofLetter } from "./states.js";
 
 const most = 16;
 
@@ -31,6 +31,9 @@ export class Viewer {
     this.pointers = new Map();
     this.pixels = "";
     this.onPixels = () => {};
+    this.onDamaged = () => {};
+    this.problem = null;
+    this.damaged = false;
     this.image.addEventListener("load", () => {
       if (this.image.naturalWidth) {
         this.pixels = `${this.image.naturalWidth} × ${this.image.naturalHeight}`;
@@ -58,16 +61,17 @@ export class Viewer {
   /** Shows a file (0 for none) or the hole in its place. */
   show(file, { fresh, alt, hole, note }) {
     this.image.alt = alt;
-    setText(this.hole.children[0], hole.glyph);
-    setText(this.hole.children[1], hole.word);
-    setText(this.hole.children[2], note);
-    this.hole.style.setProperty("--state", `var(--${colourOf(hole)})`);
-    this.hole.style.setProperty("--state-text", `var(--${colourOf(hole)}-text)`);
     const key = `${file}/${fresh}`;
-    if (this.key === key) {
+    const same = this.key === key;
+    if (!same || !this.problem) {
+      this.say(hole, hole.word, note);
+    }
+    if (same) {
       return;
     }
     this.key = key;
+    this.problem = null;
+    this.damaged = false;
     this.release?.();
     this.wanted = 0;
     this.file = file;
@@ -83,14 +87,27 @@ export class Viewer {
     this.load();
   }
 
-  none(problem = "") {
+  say(state, word, note) {
+    setText(this.hole.children[0], state.glyph);
+    setText(this.hole.children[1], word);
+    setText(this.hole.children[2], note);
+    this.hole.style.setProperty("--state", `var(--${colourOf(state)})`);
+    this.hole.style.setProperty("--state-text", `var(--${colourOf(state)}-text)`);
+  }
+
+  /** A hole; `value` is the answer in place of a picture. */
+  none(value) {
     this.image.hidden = true;
     this.tools.hidden = true;
     this.hole.hidden = false;
     setAttribute(this.stage, "data-hole", "true");
-    if (problem) {
-      setText(this.hole.children[1], "No picture");
-      setText(this.hole.children[2], problem);
+    if (value) {
+      this.problem = value.problem;
+      this.damaged = isDamaged(value);
+      this.say(ofLetter(this.damaged ? "d" : "w"), this.damaged ? "damaged" : "No picture", value.problem);
+      if (this.damaged) {
+        this.onDamaged();
+      }
     }
   }
 
@@ -119,7 +136,7 @@ export class Viewer {
         if (value.url) {
           this.set(value.url);
         } else if (this.image.hidden) {
-          this.none(value.problem);
+          this.none(value);
         }
       },
       { fresh: this.fresh, first: true },
