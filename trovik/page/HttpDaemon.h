@@ -13,11 +13,11 @@ namespace trovik {
 struct HttpLimits {
   unsigned connections = 256;
   unsigned ofOneAddress = 240;
-  std::size_t headers = 16 * 1024;             ///< bytes of request line and headers
-  std::size_t body = 64 * 1024;                ///< bytes
-  std::size_t unsent = 256 * 1024;             ///< bytes of a stream that its client does not take
-  Duration request = std::chrono::seconds(10); ///< from the first byte, or the answer before, to the last
-  Duration silence = std::chrono::seconds(30); ///< with a client that takes nothing of its answer
+  std::size_t headers = std::size_t{16} << 10U; ///< bytes of request line and headers
+  std::size_t body = std::size_t{64} << 10U;    ///< bytes
+  std::size_t unsent = std::size_t{256} << 10U; ///< bytes of a stream that its client does not take
+  Duration request = std::chrono::seconds(10);  ///< from the first byte, or the answer before, to the last
+  Duration silence = std::chrono::seconds(30);  ///< with a client that takes nothing of its answer
 };
 
 /// HTTP, by libmicrohttpd: its connections are served within the caller's own

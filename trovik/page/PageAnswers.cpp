@@ -150,13 +150,18 @@ Json PageAnswers::versionsOf(const JobRecord& job) {
 }
 
 Json PageAnswers::job(JobId id) {
-  NoInspector inspector;
-  const JobReport report = reportOn(queue_, recordOf(queue_, id), inspector);
-  Json document = reportJson(report, momentNow());
-  document["revision"] = changes_.revisionOf(id);
-  document["parameters"] = parametersOf(queue_.packed(id));
-  document["versions"] = versionsOf(report.view.job);
-  return document;
+  const Clock::time_point now = Clock::now();
+  const std::int64_t revision = changes_.revisionOf(id);
+  if (latestJob_.job != id || latestJob_.revision != revision || now >= latestJob_.asked + latestTime) {
+    NoInspector inspector;
+    const JobReport report = reportOn(queue_, recordOf(queue_, id), inspector);
+    Json document = reportJson(report, momentNow());
+    document["revision"] = revision;
+    document["parameters"] = parametersOf(queue_.packed(id));
+    document["versions"] = versionsOf(report.view.job);
+    latestJob_ = {id, revision, now, std::move(document)};
+  }
+  return latestJob_.document;
 }
 
 const JobCells& PageAnswers::cellsNow(JobId id) {

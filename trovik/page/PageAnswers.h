@@ -35,6 +35,12 @@ private:
     std::string strip;
     std::optional<Duration> left; ///< a guess
   };
+  struct LatestJob {
+    JobId job = 0;
+    std::int64_t revision = 0;
+    Clock::time_point asked;
+    Json document;
+  };
   struct Latest {
     JobId job = 0;
     std::int64_t revision = 0;
@@ -49,6 +55,7 @@ private:
   std::map<JobId, Kept> kept_;
   FileStates states_;
   Latest latest_;
+  LatestJob latestJob_;
 };
 
 /// Thrown where there is nothing of that number.

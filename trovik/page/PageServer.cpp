@@ -22,6 +22,7 @@ namespace {
 /// What a queue without the kernel's word about it is asked.
 constexpr Duration fallbackTime = std::chrono::milliseconds(500);
 constexpr Duration heartbeatTime = std::chrono::seconds(15);
+constexpr Duration collectingTime = std::chrono::seconds(10);
 /// Between two looks, so that a burst of commits costs no more than a share of a
 /// processor: a look that took long is followed by a longer pause.
 constexpr Duration shortestPause = std::chrono::milliseconds(20);
@@ -103,6 +104,8 @@ void PageServer::serve(Machine& machine, InterruptSource& interrupts) {
     pictures_.advance(now);
     if (daemon_->streams() > 0) {
       tellChanges(now);
+    } else {
+      untold_ = {};
     }
     daemon_->advance(now);
   }
@@ -114,10 +117,17 @@ std::optional<Clock::time_point> PageServer::nextTurn() const {
     next = next ? std::min(*next, *pictures) : *pictures;
   }
   if (daemon_->streams() > 0) {
-    const Clock::time_point own = std::min(std::max(check_, earliest_), heartbeat_);
+    const Clock::time_point own = std::min({std::max(check_, earliest_), heartbeat_, collecting_});
     next = next ? std::min(*next, own) : own;
   }
   return next;
+}
+
+void PageServer::look(bool alsoEngines) {
+  untold_.add(alsoEngines ? changes_.updateWithEngines() : changes_.update());
+  if (untold_.any()) {
+    check_ = Clock::time_point();
+  }
 }
 
 void PageServer::tellChanges(Clock::time_point now) {
@@ -126,18 +136,23 @@ void PageServer::tellChanges(Clock::time_point now) {
     followUps_ = static_cast<int>(followUpTimes.size());
   }
   if (now >= check_ && now >= earliest_) {
-    QueueChanges::Change change;
     try {
-      change = changes_.update();
+      look(followUps_ == 0);
     } catch (const QueueError&) {
       // Asked again the next time; who asks for a job hears of it.
     }
     const Clock::time_point end = Clock::now();
-    if (change.any()) {
-      tell("change", {{"revision", changes_.revision()}, {"jobs", change.jobs}, {"machine", change.machine}});
+    if (untold_.any()) {
+      tell("change",
+           {{"revision", changes_.revision()}, {"jobs", untold_.jobs}, {"machine", untold_.machine}});
+      untold_ = {};
       earliest_ = end + std::clamp<Duration>((end - now) * costShare, shortestPause, longestPause);
     }
     check_ = end + (followUps_ > 0 ? followUpTimes[static_cast<std::size_t>(--followUps_)] : fallbackTime);
+  }
+  if (now >= collecting_) {
+    collecting_ = now + collectingTime;
+    steering_.collect(queue_);
   }
   if (now >= heartbeat_) {
     heartbeat_ = now + heartbeatTime;
@@ -200,7 +215,7 @@ HttpAnswer PageServer::routed(const HttpRequest& request, HttpExchange exchange)
     answer.kind = HttpAnswer::Kind::Stream;
     answer.response.type = "text/event-stream";
     answer.response.headers = {{"Cache-Control", "no-store"}};
-    changes_.update(); // what came before is no news
+    look(); // what came before is no news
     answer.response.body =
         "retry: 2000\nevent: hello\ndata: " +
         jsonLine(
@@ -254,7 +269,7 @@ HttpResponse PageServer::about() {
 }
 
 HttpResponse PageServer::read(const HttpRequest& request, const PageRoute& route) {
-  changes_.update();
+  look();
   HttpResponse response;
   queue_.inSnapshot([&] {
     switch (route.kind) {
@@ -300,7 +315,7 @@ HttpResponse PageServer::steered(const HttpRequest& request, const PageRoute& ro
   const bool missing = route.action == "missing";
   SteeringWish wish = steeringWish(steeringActionOf(route.action).value_or(SteeringWish::Action::Retry),
                                    route.number, request.body);
-  changes_.update();
+  look();
   const JobView& view = answers_.view(wish.job); // throws for an unknown one
   Json document = jsonOfKind("page.done");
   document["job"] = wish.job;

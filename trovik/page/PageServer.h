@@ -53,6 +53,8 @@ private:
   HttpResponse about();
 
   std::optional<Clock::time_point> nextTurn() const;
+  /// Sees what has changed. Who listens is told of it, whoever it was seen for.
+  void look(bool alsoEngines = false);
   void tellChanges(Clock::time_point now);
   void tell(const char* event, const Json& data);
 
@@ -67,10 +69,12 @@ private:
   PagePictures pictures_;
   std::unique_ptr<HttpDaemon> daemon_;
 
+  QueueChanges::Change untold_; ///< that was seen
   // When what is looked for next, while somebody listens.
   Clock::time_point check_{};
   Clock::time_point earliest_{};
   Clock::time_point heartbeat_{};
+  Clock::time_point collecting_{};
   int followUps_ = 0; ///< checks still to come after the kernel's word
 };
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 #include <sys/inotify.h>
 #include <unistd.h>
@@ -17,21 +18,35 @@ QueueChanges::QueueChanges(Queue& queue, std::int64_t first)
   }
 }
 
+void QueueChanges::Change::add(const Change& next) {
+  std::vector<JobId> all;
+  std::set_union(jobs.begin(), jobs.end(), next.jobs.begin(), next.jobs.end(), std::back_inserter(all));
+  jobs = std::move(all);
+  machine = machine || next.machine;
+}
+
 QueueChanges::Change QueueChanges::update() {
-  Change change;
   const std::int64_t version = queue_.dataVersion();
-  if (version == version_) {
-    return change;
-  }
-  version_ = version; // before the marks, so that what comes meanwhile is seen the next time
-  const std::map<JobId, std::uint64_t> marks = queue_.marks();
+  // Before the marks, so that what comes meanwhile is seen the next time.
+  return std::exchange(version_, version) != version ? compare(true) : Change();
+}
+
+QueueChanges::Change QueueChanges::updateWithEngines() {
+  Change change = update();
+  change.add(compare(false));
+  return change;
+}
+
+QueueChanges::Change QueueChanges::compare(bool jobs) {
+  Change change;
+  const std::map<JobId, std::uint64_t> marks = jobs ? queue_.marks() : std::map<JobId, std::uint64_t>();
   for (const auto& [job, mark] : marks) {
     const auto known = jobs_.find(job);
     if (known == jobs_.end() || known->second.mark != mark) {
       change.jobs.push_back(job);
     }
   }
-  for (auto known = jobs_.begin(); known != jobs_.end();) {
+  for (auto known = jobs_.begin(); jobs && known != jobs_.end();) {
     const bool gone = !marks.contains(known->first);
     if (gone) {
       change.jobs.push_back(known->first);

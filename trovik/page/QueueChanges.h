@@ -21,9 +21,14 @@ public:
     std::vector<JobId> jobs; ///< that have changed, came or went; ascending
     bool machine = false;    ///< engines, what they run, limits
     bool any() const { return machine || !jobs.empty(); }
+    /// This one, and then the other.
+    void add(const Change& next);
   };
   /// What has changed since the last call. Cheap where nothing has.
   Change update();
+  /// The same, and whether an engine has died meanwhile: which it does without
+  /// a word to the queue.
+  Change updateWithEngines();
 
   std::int64_t revision() const { return revision_; }
   /// Of the job's last change; that of the beginning for an unknown one.
@@ -34,6 +39,8 @@ private:
     std::uint64_t mark = 0;
     std::int64_t revision = 0;
   };
+
+  Change compare(bool jobs);
 
   Queue& queue_;
   std::int64_t first_;

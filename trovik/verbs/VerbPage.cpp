@@ -1,5 +1,6 @@
 #include "host/application/jobs/ExecutableSearch.h"
 #include "host/foundation/Exception.h"
+#include "host/foundation/Log.h"
 #include "host/foundation/Process.h"
 #include "host/foundation/Quoting.h"
 #include "trovik/machine/Interrupts.h"
@@ -40,6 +41,20 @@ public:
       done.text += finish(*queue, wish, job);
     }
     return {done.text, commandOf(wish)};
+  }
+
+  void collect(Queue& queue) override {
+    if (queue.clusterJobs().empty()) {
+      return;
+    }
+    // What does it may hang with the folder of a job, and is bounded; not here.
+    const std::string command = EnquoteWord(ownExecutable().Text()) + " jobs --limit 1 --state " +
+                                EnquoteWord(session_.state().Text());
+    try {
+      const Process process(command, Process::k_Detached, {});
+    } catch (Exception* exception) {
+      LogDebug("page: " + takeText(exception));
+    }
   }
 
 private:

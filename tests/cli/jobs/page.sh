@@ -111,6 +111,33 @@ hint: write one in numbers, such as 192.168.1.20, or 0.0.0.0 for all of this mac
 END
 run 2 page --state "$TMP/none"
 
+# A browser is opened where there is something to open it with.
+mkdir "$TMP/bin"
+printf '#!/bin/sh\nprintf "%%s\\n" "$*" >"%s"\n' "$TMP/opened" >"$TMP/bin/xdg-open"
+chmod +x "$TMP/bin/xdg-open"
+stop_page
+path=$PATH
+PATH=$TMP/bin:$PATH
+start_page --open
+wait_for "$TMP/opened" "$address"
+stop_page
+PATH=$path
+rm "$TMP/bin/xdg-open"
+for tool in cat curl kill sed grep sleep; do ln -s "$(command -v "$tool")" "$TMP/bin/$tool"; done
+PATH=$TMP/bin
+start_page --open
+PATH=$path
+wait_for "$TMP/page.err" 'there is no program "xdg-open" along PATH'
+
+# Who lets other machines in is told what that means.
+stop_page
+start_page --listen 0.0.0.0
+wait_for "$TMP/page.err" 'in clear text'
+status 403 -H "Host: evil.example:$port" -b "$jar" "$url/api/jobs"
+status 200 -b "$jar" "$url/api/jobs"
+stop_page
+start_page
+
 # The token stays from one start to the next; Ctrl-C ends it in peace.
 before=$(cat "$XDG_STATE_HOME/trovik/page-token")
 stop_page

@@ -41,6 +41,14 @@ changed 1 5
 until curl -s -b "$jar" "$url/api/jobs" | grep -q '"strip":"ggg"'; do sleep 0.02; done
 last=$(curl -s -b "$jar" "$url/api/jobs" | "$HELPER" json /jobs/0/revision)
 wait_for "$TMP/events" "{\"revision\":$last,\"jobs\":[1]"
+# Who asks for the jobs takes no change from those who listen.
+run 0 retry 1 --frames 1
+for priority in 1 2 3 4 5 6 7 8 9 10; do
+  run 0 set 1 "Priority=$priority"
+  last=$(curl -s -b "$jar" "$url/api/jobs" | "$HELPER" json /jobs/0/revision)
+  wait_for "$TMP/events" "{\"revision\":$last,\"jobs\":[1]"
+done
+run 0 cancel 1
 run 0 delete 1
 until tail -n 3 "$TMP/events" | grep -q '"jobs":\[1\]'; do sleep 0.02; done
 tells /api/jobs /jobs <<'END'

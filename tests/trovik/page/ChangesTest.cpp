@@ -92,6 +92,29 @@ TEST_F(QueueChangesTest, EnginesThatComeAndWorkAreTold) {
   EXPECT_EQ(reader.engines().size(), 1U);
 }
 
+TEST_F(QueueChangesTest, AnEngineThatDiesIsToldThoughItSaysNothing) {
+  {
+    Queue other{Path(directory.path())};
+    other.enterEngine(1);
+    EXPECT_TRUE(changes.update().machine);
+    EXPECT_FALSE(changes.updateWithEngines().any());
+  }
+  EXPECT_FALSE(changes.update().any());
+  EXPECT_TRUE(changes.updateWithEngines().machine);
+  EXPECT_FALSE(reader.engines().back().lives);
+  EXPECT_FALSE(changes.updateWithEngines().any());
+}
+
+TEST(QueueChange, TwoMakeOne) {
+  QueueChanges::Change change{{1, 3}, false};
+  change.add({{2, 3, 7}, true});
+  EXPECT_EQ(change.jobs, (std::vector<JobId>{1, 2, 3, 7}));
+  EXPECT_TRUE(change.machine);
+  change.add({});
+  EXPECT_TRUE(change.machine);
+  EXPECT_EQ(change.jobs.size(), 4U);
+}
+
 TEST_F(QueueChangesTest, TheKernelTellsThatTheQueueIsWritten) {
   QueueWatch watch{Path(directory.path())};
   watch.take();
