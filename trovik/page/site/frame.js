@@ -124,9 +124,8 @@ export function showFrame(root, route) {
   function drawFrame() {
     drawHead();
     const letter = cells && cells.find(frame) >= 0 ? cells.letter(cells.find(frame)) : "";
-    // The file of a frame is the newest that was left; a packet's other files are others'.
     const files = now.files ?? [];
-    const newest = files.at(-1) ?? null;
+    const newest = files.find((other) => other.id === now.file) ?? files.at(-1) ?? null;
     const showable = newest && newest.size > 0 && now.state !== "missing";
     viewer.show(showable ? newest.id : 0, {
       fresh: letter === "R",

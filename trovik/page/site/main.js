@@ -112,6 +112,7 @@ function showState(state, hello) {
         'The server is away. What you see is as it was; the page goes on by itself once "trovik page" is at work again.',
       );
       banner.hidden = false;
+      about(); // or it is there, and does not know us any more
     }, 1200);
   } else if (state === "on") {
     banner.hidden = true;
