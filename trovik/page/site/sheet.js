@@ -164,8 +164,8 @@ export class Sheet {
     const top = Math.max(0, Math.min(this.height, -box.top));
     const bottom = Math.max(top, Math.min(this.height, innerHeight - box.top));
     const seen = bottom - top;
-    const stretch = this.height > seen ? (this.whole - seen) / (this.height - seen) : 1;
-    return { top, seen, from: this.whole > this.height ? top * stretch : top, stretch };
+    const stretch = this.whole > this.height ? (this.whole - innerHeight) / (this.height - innerHeight) : 1;
+    return { top, seen, from: Math.min(top * stretch, Math.max(0, this.whole - seen)), stretch };
   }
 
   positionInSight() {
@@ -393,11 +393,16 @@ export class Sheet {
     const y = Math.floor(position / this.columns) * this.rowHeight;
     const box = this.grid.getBoundingClientRect();
     const margin = parseFloat(getComputedStyle(this.grid).scrollMarginTop) || 0;
-    const onPage = y / sight.stretch + box.top;
-    if (onPage < margin) {
-      scrollBy(0, onPage - margin);
-    } else if (onPage + this.rowHeight > innerHeight) {
-      scrollBy(0, onPage + this.rowHeight - innerHeight + 8);
+    const { stretch } = sight;
+    const seenFrom = box.top < 0 ? -box.top * stretch : -box.top;
+    let from = seenFrom;
+    if (y < seenFrom + margin) {
+      from = y - margin;
+    } else if (y + this.rowHeight > seenFrom + innerHeight) {
+      from = y + this.rowHeight - innerHeight + 8 + stretch;
+    }
+    if (from !== seenFrom) {
+      scrollTo(scrollX, box.top + scrollY + (from > 0 ? from / stretch : from));
     }
     this.draw();
   }
