@@ -53,7 +53,7 @@ void ImageHelper::askNext() {
         process_ = std::make_unique<HelperProcess>(std::vector<String>{program_.Text(), "check"});
         hasAnswered_ = false;
       } catch (const std::system_error& error) {
-        finish("Cannot be looked into: cannot start " + inQuotes(program_.Text()) + ": " +
+        finish(std::string(notLookedInto) + "cannot start " + inQuotes(program_.Text()) + ": " +
                error.code().message());
         continue;
       }
@@ -96,7 +96,7 @@ void ImageHelper::takeLine(const std::string& line) {
   // What is no answer is what the system says about a program that it cannot
   // load, or else a helper gone astray.
   process_.reset();
-  finish("Cannot be looked into: " + inQuotes(program_.Text()) + " said " + inQuotes(cutToWidth(line, 300)));
+  finish(std::string(notLookedInto) + inQuotes(program_.Text()) + " said " + inQuotes(cutToWidth(line, 300)));
 }
 
 void ImageHelper::takeEnd() {
@@ -107,7 +107,7 @@ void ImageHelper::takeEnd() {
     return; // perhaps it was not this file
   }
   finish(end.signal != 0 ? "The image library crashed on it"
-                         : "Cannot be looked into: " + inQuotes(program_.Text()) + ' ' + end.text);
+                         : std::string(notLookedInto) + inQuotes(program_.Text()) + ' ' + end.text);
 }
 
 void ImageHelper::finish(const std::string& problem) {

@@ -15,6 +15,10 @@ struct Inspection {
   int height = 0;
 };
 
+// How problems begin that say nothing of the file itself.
+constexpr std::string_view notLookedInto = "Cannot be looked into: ";
+constexpr std::string_view notDrawn = "No picture of it could be made: ";
+
 // What trovik and trovik-image say to each other: JSON, one object a line.
 // File names are bytes; one that is no UTF-8 travels as hexadecimal digits
 // under another key ("fileHex" for "file"). Lines end with a line feed where

@@ -57,7 +57,7 @@ Inspection drawSmall(const CheckRequest& request) {
   const Pixels pixels = sink.finish();
   const std::string reason = pixels.bytes.empty() ? "it shows nothing" : write(pixels, request.picture);
   if (!reason.empty()) {
-    inspection.problem = "No picture of it could be made: " + reason;
+    inspection.problem = std::string(notDrawn) + reason;
   }
   return inspection;
 }

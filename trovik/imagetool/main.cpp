@@ -101,7 +101,8 @@ int main(int count, char** arguments) {
     const std::string problem = std::string("trovik-image: ") + exception.what();
     std::fprintf(stderr, "%s\n", problem.c_str());
     if (check) { // what it was asked last stays without an answer else
-      const std::string answer = trovik::answerLine({"Cannot be looked into: " + problem, false, 0, 0});
+      const std::string answer =
+          trovik::answerLine({std::string(trovik::notLookedInto) + problem, false, 0, 0});
       std::fwrite(answer.data(), 1, answer.size(), output);
     }
     good = false;

@@ -158,6 +158,9 @@ HttpResponse PagePictures::made(const Wanted& wanted, const Finished& finished) 
     return tryAgain("the file has changed just now");
   }
   const Inspection& inspection = finished.inspection;
+  if (inspection.problem.starts_with(notLookedInto) || inspection.problem.starts_with(notDrawn)) {
+    return tryAgain(inspection.problem);
+  }
   if (!inspection.problem.empty() || !inspection.image) {
     if (problems_.size() >= problemsLimit) {
       problems_.clear();

@@ -46,7 +46,7 @@ std::string pageToken(const Path& directory) {
   if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
     throw UsageError{"the system has no random numbers for the page's address", ""};
   }
-  const std::string token = HexOf(bytes);
+  std::string token = HexOf(bytes);
   unlink(file.c_str()); // a link is not followed, and what others may read stays with them
   FileDraft draft(file, Existing::Keep, 0600);
   draft.Write(token + '\n');

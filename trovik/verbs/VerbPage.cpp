@@ -101,7 +101,7 @@ private:
   static std::vector<std::string> assignmentsOf(const SteeringWish& wish) {
     std::vector<std::string> assignments;
     for (const auto& [name, value] : wish.changes) {
-      assignments.push_back(name + '=' + value);
+      assignments.emplace_back(name).append(1, '=').append(value);
     }
     return assignments;
   }

@@ -175,7 +175,7 @@ TEST_F(PagePicturesTest, WithoutAHelperTheReasonIsTold) {
   ASSERT_TRUE(none.deadline());
   none.advance(Clock::now());
   ASSERT_TRUE(answers.contains(7));
-  EXPECT_EQ(answers[7].status, 415);
+  EXPECT_EQ(answers[7].status, 503); // which says nothing of the file
 }
 
 } // namespace
