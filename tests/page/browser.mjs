@@ -8,7 +8,7 @@ import path from "node:path";
 const load = createRequire(path.join(process.env.TROVIK_PAGE_MODULES ?? ".", "package.json"));
 const { chromium } = load("playwright-core");
 const axeSource = fs.readFileSync(load.resolve("axe-core/axe.min.js"), "utf8");
-export const deadline = 20_000;
+export const deadline = 30_000;
 
 export async function openBrowser() {
   // The page is our own, and root may not have the sandbox; nothing else is opened.
