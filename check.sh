@@ -5,7 +5,7 @@
 #   ./check.sh              all tests but those that need large programs
 #   ./check.sh --catalogue  also proves every shipped type with its real program
 #                           (installs 1.4 GB of programs)
-#   ./check.sh --quick      optimised only, and without clusters
+#   ./check.sh --quick      optimised only, and without clusters and browsers
 #
 # A test that needs a file system of its own cannot run where nobody may mount
 # one, as in most containers. It is named at the end; with CI=true in the
@@ -21,8 +21,9 @@ fail() {
 
 catalogue=OFF
 slurm=ON
+page=ON
 presets=(release sanitize)
-sets=(build test slurm bench)
+sets=(build test slurm page bench)
 case "$#,${1:-}" in
 0,) ;;
 1,--catalogue)
@@ -31,6 +32,7 @@ case "$#,${1:-}" in
   ;;
 1,--quick)
   slurm=OFF
+  page=OFF
   presets=(release)
   sets=(build test bench)
   ;;
@@ -54,7 +56,7 @@ trap 'exit 143' TERM HUP
 say "Build: release"
 # Sanitizers watch our own programs: renderers and clusters prove nothing more there.
 # Benchmarks that nobody builds rot.
-scripts/build.sh release -DTROVIK_BUILD_TESTS=ON -DTROVIK_BUILD_BENCH=ON "-DTROVIK_CATALOGUE_TESTS=$catalogue" "-DTROVIK_SLURM_TESTS=$slurm"
+scripts/build.sh release -DTROVIK_BUILD_TESTS=ON -DTROVIK_BUILD_BENCH=ON "-DTROVIK_CATALOGUE_TESTS=$catalogue" "-DTROVIK_SLURM_TESTS=$slurm" "-DTROVIK_PAGE_TESTS=$page"
 printf '%s s\n' "$SECONDS"
 
 # Tests wait more than they compute: meanwhile the next are built.

@@ -10,6 +10,7 @@
 #       test   to build and run all tests
 #       slurm  to run private clusters, as the tests do; installs daemons, but
 #              starts none, now or with the machine
+#       page   to drive the page in a browser
 #       catalogue  the programs of all shipped types (1.4 GB)
 #       tidy   to run clang-format and clang-tidy
 #       bench  to build the benchmarks
@@ -27,15 +28,17 @@ fail() {
 #   clang-format [test]: scripts/tidy.sh --format is one of the tests
 #   ffmpeg [shot]: the movie of demo/shot.ini is made by it
 #   fonts-dejavu-core [build]: the words on a sheet are drawn with it
+#   npm [page]: tests/page/run.sh names it by a variable, since some packages of nodejs bring it
 #   povray-includes [demo test catalogue]: the scenes include its colours and textures
 #   xauth [catalogue]: xvfb-run calls it
 #   zsh [test]: started by script, for its completion
 declare -A packages=(
-  [build]="build-essential ccache cmake ninja-build fonts-dejavu-core libboost-dev libcli11-dev libdeflate-dev libfreetype-dev libopenimageio-dev libsqlite3-dev nlohmann-json3-dev pkgconf"
+  [build]="build-essential ccache cmake ninja-build fonts-dejavu-core libboost-dev libcli11-dev libdeflate-dev libfreetype-dev libmicrohttpd-dev libopenimageio-dev libsqlite3-dev nlohmann-json3-dev pkgconf"
   [demo]="povray povray-includes"
   [shot]="ffmpeg"
-  [test]="bsdextrautils clang-format fish git jq libgtest-dev libonig-dev librapidcheck-dev mandoc povray povray-includes procps shfmt vim zsh"
+  [test]="bsdextrautils clang-format curl fish git jq libgtest-dev libonig-dev librapidcheck-dev mandoc povray povray-includes procps shfmt vim zsh"
   [slurm]="munge slurm-client slurmctld slurmd"
+  [page]="chromium nodejs npm"
   [catalogue]="blender darktable ffmpeg ghostscript gnuplot-nox imagemagick inkscape librsvg2-bin mandelbulber2 openimageio-tools openscad poppler-utils povray povray-includes python3 synfig tachyon xauth xvfb"
   [tidy]="clang-format clang-tidy git"
   [bench]="libbenchmark-dev"
@@ -64,10 +67,13 @@ done
 command -v dpkg-query >/dev/null ||
   fail "this is no Debian system (there is no dpkg-query); install by hand what stands for: ${wanted[*]}"
 
+# What a package provides that is there already mostly cannot stand beside it.
+provided=$(dpkg-query --show --showformat='${db:Status-Status}, ${Provides}\n' | sed -n 's/^installed, //p' |
+  tr ',' '\n' | sed -E 's/ *\(.*//; s/^ +//')
 missing=()
 for package in "${wanted[@]}"; do
   status=$(dpkg-query --show --showformat='${db:Status-Status}\n' "$package" 2>/dev/null || true)
-  grep -qx installed <<<"$status" || missing+=("$package")
+  grep -qx installed <<<"$status" || grep -qxF -- "$package" <<<"$provided" || missing+=("$package")
 done
 
 if [ ${#missing[@]} -gt 0 ]; then

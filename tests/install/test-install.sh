@@ -45,6 +45,11 @@ expect_file "$prefix/share/man/man1/trovik-image.1"
 expect_file "$prefix/share/man/man5/tvx.5"
 expect_file "$prefix/share/trovik/editors/vim/syntax/tvx.vim"
 expect_file "$prefix/share/trovik/demo/scene_0012.pov"
+# Every file of the page that a browser shows.
+site=$here/../../trovik/page/site
+[ ! -d "$site" ] || while IFS= read -r file; do
+  expect_file "$prefix/share/trovik/page/$file"
+done < <(find "$site" -type f -printf '%P\n')
 expect_file "$prefix/share/doc/trovik/docs/tutorial.md"
 expect_file "$prefix/$libraries/cmake/Trovik/TrovikConfig.cmake"
 # Nothing installed may know where it was built or first installed.

@@ -29,11 +29,12 @@ progress     queue records machine text
 engine       progress works jobs images queue records machine text
 cluster      engine works jobs images queue records machine text
 reports      cluster progress works jobs images queue records machine text
+page         reports cluster progress works jobs images queue records machine text
 check        jobs text
 replay       reports works records text
 newtype      text
 commandline  text
-verbs        newtype replay check reports cluster engine progress works jobs images queue records machine text commandline
+verbs        newtype replay check page reports cluster engine progress works jobs images queue records machine text commandline
 imagetool    images text
 '
 

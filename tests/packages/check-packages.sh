@@ -32,13 +32,14 @@ breach() {
 sets_of() { # FILE -> sets
   case $1 in
   demo.sh) sets='build demo' ;;
-  check.sh) sets='build test slurm catalogue' ;;
+  check.sh) sets='build test slurm page catalogue' ;;
   catalogue/*.tvx) sets='demo catalogue' ;;
   scripts/tidy.sh) sets='build tidy' ;;
   scripts/package.sh | packaging/*) sets='build package' ;;
   bench/*) sets='build bench' ;;
   tests/fresh/*) sets=fresh ;; # the cases themselves call what every Debian has
   tests/slurm/*) sets='build test slurm' ;;
+  tests/page/*) sets='build test page' ;;
   tests/catalogue/*) sets='build test catalogue' ;;
   tests/*) sets='build test' ;;
   *) sets=build ;;

@@ -21,6 +21,7 @@ take_out demo povray        # what a type runs
 take_out demo povray-includes # data
 take_out test jq            # a program of scripts
 take_out test procps
+take_out page chromium      # what CMake looks for
 sed -i -E '/^ *\[test\]=/s/"$/ hello"/; s/^#   xauth.*/&\n#   git [tidy]: some reason/' "$tree/install-packages.sh"
 
 status=0
@@ -33,11 +34,12 @@ expect() { # REGULAR EXPRESSION
 unnamed() { # FILE WHAT PACKAGE SETS
   expect "$1:[0-9]+: the $2 comes from the package $3, which scripts/install-packages.sh does not name in: $4"
 }
-unnamed trovik/imagetool/CMakeLists.txt 'cmake "PkgConfig"' pkgconf build
+unnamed trovik/CMakeLists.txt 'cmake "PkgConfig"' pkgconf build
 unnamed 'trovik/queue/.*' 'header "sqlite3.h"' libsqlite3-dev build
 unnamed CMakePresets.json 'program "ninja"' ninja-build build
 unnamed demo.sh 'program "povray"' povray 'build demo'
 unnamed 'tests/.*' 'program "jq"' jq 'build test'
+unnamed tests/page/CMakeLists.txt 'program "chromium"' chromium 'build test page'
 unnamed 'tests/catalogue/.*' 'program "pgrep"' procps 'build test catalogue'
 expect 'scripts/install-packages.sh: there is a reason for povray-includes in the set demo, which does not name it'
 expect 'scripts/install-packages.sh: the reason for git in the set tidy is not needed, since it is called'

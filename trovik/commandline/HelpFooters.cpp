@@ -214,6 +214,15 @@ const char* const sheetFooter = "Examples:\n"
                                 "  trovik sheet 3 -o sheet.jpg --columns 6 --width 400\n"
                                 "  trovik sheet 3 -o sheet.png --frames 1-100x10 --json";
 
+const char* const pageFooter =
+    "The address holds a secret: whoever has it sees every frame and steers every\n"
+    "job. It stays the same from one start to the next. Only this machine reaches\n"
+    "the page; see docs/page.md for others.\n"
+    "\n"
+    "Examples:\n"
+    "  trovik page --open\n"
+    "  trovik page --port 8080 --read-only   # for a screen on the wall";
+
 const char* const taskFooter =
     "The exit code is 0 when every work of the task has a result, whatever it says,\n"
     "or the array job was canceled.\n"
@@ -225,19 +234,15 @@ const char* const taskFooter =
 
 const char* helpFooter(std::string_view verb) {
   static const std::map<std::string_view, const char*> footers = {
-      {"", programFooter},      {"types", typesFooter},
-      {"type", typeFooter},     {"check", checkFooter},
-      {"detect", detectFooter}, {"find", findFooter},
-      {"new", newFooter},       {"replay", replayFooter},
-      {"run", runFooter},       {"submit", submitFooter},
-      {"engine", engineFooter}, {"jobs", jobsFooter},
-      {"show", showFooter},     {"log", logFooter},
-      {"images", imagesFooter}, {"watch", watchFooter},
-      {"retry", retryFooter},   {"hold", holdFooter},
-      {"set", setFooter},       {"release", releaseFooter},
-      {"cancel", cancelFooter}, {"delete", deleteFooter},
-      {"stats", statsFooter},   {"sheet", sheetFooter},
-      {"task", taskFooter},     {"help", "Examples:\n  trovik help run"},
+      {"", programFooter},      {"types", typesFooter},     {"type", typeFooter},
+      {"check", checkFooter},   {"detect", detectFooter},   {"find", findFooter},
+      {"new", newFooter},       {"replay", replayFooter},   {"run", runFooter},
+      {"submit", submitFooter}, {"engine", engineFooter},   {"jobs", jobsFooter},
+      {"show", showFooter},     {"log", logFooter},         {"images", imagesFooter},
+      {"watch", watchFooter},   {"retry", retryFooter},     {"hold", holdFooter},
+      {"set", setFooter},       {"release", releaseFooter}, {"cancel", cancelFooter},
+      {"delete", deleteFooter}, {"stats", statsFooter},     {"sheet", sheetFooter},
+      {"page", pageFooter},     {"task", taskFooter},       {"help", "Examples:\n  trovik help run"},
   };
   const auto footer = footers.find(verb);
   if (footer == footers.end()) {

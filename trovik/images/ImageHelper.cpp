@@ -20,8 +20,22 @@ ImageHelper::ImageHelper(Path program, Now now, Duration patience)
 ImageHelper::~ImageHelper() = default;
 
 void ImageHelper::ask(const Path& file, bool refuseFlat, Answer answer) {
-  questions_.push_back({file, refuseFlat, std::move(answer), 0});
+  ask(CheckRequest{file.Text(), refuseFlat}, std::move(answer));
+}
+
+void ImageHelper::draw(const Path& file, const Path& picture, int room, Answer answer) {
+  ask(CheckRequest{file.Text(), false, picture.Text(), room}, std::move(answer));
+}
+
+void ImageHelper::ask(CheckRequest request, Answer answer) {
+  questions_.push_back({std::move(request), std::move(answer), 0});
   askNext();
+}
+
+void ImageHelper::rest() {
+  if (questions_.empty()) {
+    process_.reset();
+  }
 }
 
 int ImageHelper::descriptor() const {
@@ -39,14 +53,14 @@ void ImageHelper::askNext() {
         process_ = std::make_unique<HelperProcess>(std::vector<String>{program_.Text(), "check"});
         hasAnswered_ = false;
       } catch (const std::system_error& error) {
-        finish("Cannot be looked into: cannot start " + inQuotes(program_.Text()) + ": " +
+        finish(std::string(notLookedInto) + "cannot start " + inQuotes(program_.Text()) + ": " +
                error.code().message());
         continue;
       }
     }
     Question& question = questions_.front();
     ++question.tries;
-    process_->send(requestLine({question.file.Text(), question.refuseFlat}));
+    process_->send(requestLine(question.request));
     since_ = now_();
     nextWake_ = since_ + wakeInterval;
     asked_ = true;
@@ -82,7 +96,7 @@ void ImageHelper::takeLine(const std::string& line) {
   // What is no answer is what the system says about a program that it cannot
   // load, or else a helper gone astray.
   process_.reset();
-  finish("Cannot be looked into: " + inQuotes(program_.Text()) + " said " + inQuotes(cutToWidth(line, 300)));
+  finish(std::string(notLookedInto) + inQuotes(program_.Text()) + " said " + inQuotes(cutToWidth(line, 300)));
 }
 
 void ImageHelper::takeEnd() {
@@ -93,7 +107,7 @@ void ImageHelper::takeEnd() {
     return; // perhaps it was not this file
   }
   finish(end.signal != 0 ? "The image library crashed on it"
-                         : "Cannot be looked into: " + inQuotes(program_.Text()) + ' ' + end.text);
+                         : std::string(notLookedInto) + inQuotes(program_.Text()) + ' ' + end.text);
 }
 
 void ImageHelper::finish(const std::string& problem) {

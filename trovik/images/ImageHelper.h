@@ -24,18 +24,26 @@ public:
   ~ImageHelper() override;
 
   void ask(const Path& file, bool refuseFlat, Answer answer) override;
+  /// Has a file checked, and a small picture of it written, at most `room`
+  /// pixels wide and high. There is one where the file is an image without a
+  /// problem.
+  void draw(const Path& file, const Path& picture, int room, Answer answer);
+  /// Those that were asked, and have no answer yet.
+  std::size_t waiting() const { return questions_.size(); }
+  /// Ends the program until it is needed again; not while an answer is awaited.
+  void rest();
   int descriptor() const override;
   std::optional<Clock::time_point> deadline() const override;
   void advance(Clock::time_point now) override;
 
 private:
   struct Question {
-    Path file;
-    bool refuseFlat = false;
+    CheckRequest request;
     Answer answer;
     int tries = 0;
   };
 
+  void ask(CheckRequest request, Answer answer);
   void askNext();
   void takeLine(const std::string& line);
   void takeEnd();

@@ -70,12 +70,18 @@ std::optional<CellState> cellStateOf(std::string_view name) {
 }
 
 std::string requestLine(const CheckRequest& request) {
-  return jsonLine({{"file", request.file}, {"flat", request.refuseFlat}});
+  Json json = {{"file", request.file}, {"flat", request.refuseFlat}};
+  if (!request.picture.empty()) {
+    json["picture"] = request.picture;
+    json["room"] = request.room;
+  }
+  return jsonLine(json);
 }
 
 std::optional<CheckRequest> requestFrom(std::string_view line) {
   return parsed(line, [](const Json& json) -> std::optional<CheckRequest> {
-    return CheckRequest{textIn(json, "file"), json.value("flat", false)};
+    return CheckRequest{textIn(json, "file"), json.value("flat", false), textIn(json, "picture", ""),
+                        json.value("room", 0)};
   });
 }
 

@@ -15,15 +15,21 @@ struct Inspection {
   int height = 0;
 };
 
+// How problems begin that say nothing of the file itself.
+constexpr std::string_view notLookedInto = "Cannot be looked into: ";
+constexpr std::string_view notDrawn = "No picture of it could be made: ";
+
 // What trovik and trovik-image say to each other: JSON, one object a line.
 // File names are bytes; one that is no UTF-8 travels as hexadecimal digits
 // under another key ("fileHex" for "file"). Lines end with a line feed where
 // they are written; they are read without it.
 
-/// A file to be checked (trovik-image check).
+/// A file to be checked (trovik-image check), and perhaps shown.
 struct CheckRequest {
   std::string file;
   bool refuseFlat = false;
+  std::string picture{}; ///< a file for a small picture of it (JPEG); empty for none
+  int room = 0;          ///< the picture's width and height at most, in pixels
 };
 std::string requestLine(const CheckRequest& request);
 /// Nothing for a line that is no request.

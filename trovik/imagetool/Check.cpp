@@ -3,6 +3,7 @@
 #include "trovik/images/ImageProtocol.h"
 #include "trovik/imagetool/Decoder.h"
 #include "trovik/imagetool/Picture.h"
+#include "trovik/imagetool/SmallPicture.h"
 
 #include <array>
 #include <bit>
@@ -51,6 +52,9 @@ private:
 } // namespace
 
 Inspection check(const CheckRequest& request) {
+  if (!request.picture.empty()) {
+    return drawSmall(request);
+  }
   FlatSink flat;
   Inspection inspection = decode(request.file, request.refuseFlat ? &flat : nullptr);
   if (inspection.problem.empty() && flat.flat()) {

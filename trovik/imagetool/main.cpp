@@ -1,7 +1,8 @@
 // trovik-image: everything that knows image formats, as a program of its own.
 //
-//   trovik-image check          checks files; requests and answers are JSON,
-//                               one a line, see trovik/images/ImageProtocol.h
+//   trovik-image check          checks files, and makes small pictures of them;
+//                               requests and answers are JSON, one a line, see
+//                               trovik/images/ImageProtocol.h
 //   trovik-image sheet -o FILE  draws the contact sheet that standard input
 //                               describes; reports on standard output
 
@@ -89,7 +90,8 @@ int main(int count, char** arguments) {
     trovik::image::ImageLibrary library;
     if (check) {
       trovik::image::serve(stdin, output, [&library](const trovik::CheckRequest& request) {
-        const std::optional<trovik::Inspection> inspection = trovik::image::checkLightly(request);
+        const std::optional<trovik::Inspection> inspection =
+            request.picture.empty() ? trovik::image::checkLightly(request) : std::nullopt;
         return inspection ? *inspection : library.check(request);
       });
     } else {
@@ -99,7 +101,8 @@ int main(int count, char** arguments) {
     const std::string problem = std::string("trovik-image: ") + exception.what();
     std::fprintf(stderr, "%s\n", problem.c_str());
     if (check) { // what it was asked last stays without an answer else
-      const std::string answer = trovik::answerLine({"Cannot be looked into: " + problem, false, 0, 0});
+      const std::string answer =
+          trovik::answerLine({std::string(trovik::notLookedInto) + problem, false, 0, 0});
       std::fwrite(answer.data(), 1, answer.size(), output);
     }
     good = false;

@@ -83,6 +83,19 @@ Path Locations::imageHelper() const {
   return directory /= "trovik-image";
 }
 
+Path Locations::pageFiles() const {
+  if (const auto named = environment_("TROVIK_PAGE")) {
+    return absolutePath(*named);
+  }
+  Path root = executable_.Branch(true, true);
+  root = root.Branch(true, true);
+  return root /= "share/trovik/page";
+}
+
+Path Locations::pictures() const {
+  return home("XDG_CACHE_HOME", ".cache") /= "trovik/pictures";
+}
+
 std::vector<Path> Locations::installedModules() const {
   std::vector<Path> candidates;
   Path root = executable_.Branch(true, true);

@@ -41,6 +41,13 @@ public:
   /// $TROVIK_IMAGE_HELPER says.
   Path imageHelper() const;
 
+  /// The files of the page that a browser shows: share/trovik/page of the
+  /// installation, or where $TROVIK_PAGE says.
+  Path pageFiles() const;
+
+  /// $XDG_CACHE_HOME/trovik/pictures: small pictures of frames, made for the page.
+  Path pictures() const;
+
   /// Where what comes with the program lies: the installed directories of
   /// modules, and that of a build tree. Only those that exist.
   std::vector<Path> installedModules() const;

@@ -18,7 +18,8 @@ namespace trovik {
 namespace {
 
 /// The leaves that the program itself has in the folder.
-constexpr std::array ownLeaves = {"queue.db", "queue.db-wal", "queue.db-shm", "reserve", "engines", "logs"};
+constexpr std::array ownLeaves = {"queue.db", "queue.db-wal", "queue.db-shm", "reserve",
+                                  "engines",  "logs",         "page-token"};
 
 /// The directory, absolute (SQLite reads other names as addresses), made where
 /// it is missing.

@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <limits>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -71,6 +72,14 @@ public:
   /// changed the queue, or this one has made works ready that waited for other
   /// jobs. Cheap.
   std::int64_t dataVersion();
+
+  /// For each job a number that differs from the one before when anything has
+  /// changed that is told of the job: its record, its works, its attempts, the
+  /// files that programs have named, what the cluster says. Costs a few steps
+  /// a job and one a work that is still to be done.
+  std::map<JobId, std::uint64_t> marks();
+  /// The same for the engines, what they run, and the limits.
+  std::uint64_t engineMark();
 
   /// Syncs what is not yet on the disk; see above. Engines call it when they
   /// are idle.
@@ -155,10 +164,16 @@ public:
   std::vector<WorkRecord> works(JobId id);                            ///< in the order of their frames
   std::vector<AttemptRecord> attempts(JobId id, AttemptId after = 0); ///< in the order of their start
   std::optional<AttemptRecord> attempt(AttemptId id);
+  /// Those of the job that were started for a frame, in the order of their start.
+  std::vector<AttemptRecord> attemptsAt(JobId id, int frame);
+  /// What each attempt of the job took that has ended.
+  std::map<AttemptId, AttemptTime> times(JobId id);
   /// The attempts of the job that run, ascending.
   std::vector<AttemptId> runningAttempts(JobId id);
   /// Files of the job, in the order in which they came.
   std::vector<FileRecord> files(JobId id, std::int64_t after = 0);
+  /// A file by its number, of whatever job.
+  std::optional<FileRecord> file(std::int64_t id);
   /// The last word on a file, of whatever job, or the last one before a record
   /// of it; nothing when there is none.
   std::optional<FileRecord> lastOf(const std::string& path,
@@ -220,6 +235,9 @@ public:
   /// All that takeLost handed out has been settled (or is to be handed out
   /// again later).
   void releaseLost();
+
+  /// Those that were not put away, the one of the cluster included.
+  std::vector<EngineRecord> engines();
 
   /// Whether an engine of this machine that lives, and is older than the one that
   /// is given (0 for any), is at work at the job.

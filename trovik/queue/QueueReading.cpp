@@ -129,10 +129,35 @@ std::vector<AttemptRecord> Queue::attempts(JobId id, AttemptId after) {
   return result;
 }
 
+std::vector<AttemptRecord> Queue::attemptsAt(JobId id, int frame) {
+  static const std::string sql =
+      selectAttempts("INDEXED BY attempts_job WHERE job = ?1 AND first <= ?2 AND last >= ?2 ORDER BY id");
+  std::vector<AttemptRecord> result;
+  for (Query row(impl_->database, sql.c_str(), id, frame); row.next();) {
+    result.push_back(readAttempt(row, impl_->database));
+  }
+  return result;
+}
+
 std::optional<AttemptRecord> Queue::attempt(AttemptId id) {
   static const std::string sql = selectAttempts("WHERE id = ?1");
   Query row(impl_->database, sql.c_str(), id);
   return row.next() ? std::optional(readAttempt(row, impl_->database)) : std::nullopt;
+}
+
+std::map<AttemptId, AttemptTime> Queue::times(JobId id) {
+  std::map<AttemptId, AttemptTime> result;
+  Query row(impl_->database,
+            "SELECT id, state, duration, first, last FROM attempts INDEXED BY attempts_job "
+            "WHERE job = ?1 AND state <> 'running' ORDER BY id",
+            id);
+  while (row.next()) {
+    const AttemptId attempt = row.number();
+    const auto state = row.state<AttemptState>();
+    const std::chrono::microseconds duration(row.number());
+    result.emplace_hint(result.end(), attempt, AttemptTime{state, duration, row.frames()});
+  }
+  return result;
 }
 
 std::optional<ProcessUsage> Queue::usage(JobId id) {

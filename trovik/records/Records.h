@@ -281,6 +281,24 @@ struct AttemptRecord {
   std::chrono::microseconds duration{}; ///< by a steady clock
 };
 
+/// An engine that was not put away.
+struct EngineRecord {
+  EngineId id = 0;
+  bool isCluster = false; ///< stands for the cluster; never dies
+  bool lives = false;     ///< its process does
+  std::size_t slots = 0;
+  int process = 0;
+  Moment entered{};
+  std::vector<AttemptId> running{}; ///< ascending
+};
+
+/// What an attempt took.
+struct AttemptTime {
+  AttemptState state = AttemptState::Good;
+  std::chrono::microseconds duration{};
+  FrameRun run; ///< the frames that it was started for
+};
+
 /// What an engine takes from the queue.
 struct Claim {
   AttemptId attempt = 0;

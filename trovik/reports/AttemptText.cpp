@@ -4,6 +4,7 @@
 #include "host/foundation/LineSplitter.h"
 #include "trovik/records/Moments.h"
 #include "trovik/records/RunSet.h"
+#include "trovik/reports/UsageText.h"
 #include "trovik/text/LogTail.h"
 #include "trovik/works/LogFile.h"
 #include "trovik/works/RunLogs.h"
@@ -102,6 +103,29 @@ LogEnd readLogEnd(const Path& log) {
   splitter.Finish();
   end.lines = tail.lines();
   return end;
+}
+
+Json attemptJson(const JobRecord& job, const AttemptRecord& attempt, const LogEnd& end, Moment now) {
+  const auto deciding = decidingLine(attempt);
+  Json json;
+  json["frames"] = job.hasFrames ? Json(runText(attempt.run)) : Json(nullptr);
+  json["attempt"] = attempt.number;
+  json["state"] = nameOf(attempt.state);
+  json["rule"] = attempt.rule == VerdictRule::None ? Json(nullptr) : Json(nameOf(attempt.rule));
+  json["reason"] = textOrNull(attempt.reason);
+  json["lines"] = attempt.lines;
+  json["deciding"] = deciding ? Json(attempt.lines[*deciding]) : Json(nullptr);
+  json["good"] = job.hasFrames ? Json(attempt.good.text()) : Json(nullptr);
+  json["command"] = textOrNull(attempt.command);
+  json["exitCode"] = attempt.state == AttemptState::Running ? Json(nullptr) : Json(attempt.exitCode);
+  json["signal"] = attempt.signal == 0 ? Json(nullptr) : Json(attempt.signal);
+  json["started"] = secondsOf(attempt.started);
+  json["seconds"] = secondsOf(timeOf(attempt, now));
+  json["usage"] = usageJson(attempt.usage);
+  json["log"] = end.there ? Json(logOf(attempt, job).Text()) : Json(nullptr);
+  json["bytes"] = end.bytes;
+  json["last"] = end.lines;
+  return json;
 }
 
 bool printLog(Console& console, const Path& log) {

@@ -3,6 +3,7 @@
 #include "trovik/machine/Machine.h"
 #include "trovik/records/Records.h"
 #include "trovik/text/Console.h"
+#include "trovik/text/Json.h"
 
 #include <optional>
 #include <string>
@@ -34,6 +35,9 @@ struct LogEnd {
   std::vector<std::string> lines; ///< the last ones that hold any text, cut like those of a failure
 };
 LogEnd readLogEnd(const Path& log);
+
+/// What the JSON form of logs has of an attempt; the end is that of its log.
+Json attemptJson(const JobRecord& job, const AttemptRecord& attempt, const LogEnd& end, Moment now);
 
 /// Prints every byte of a log; on a terminal with its control characters made
 /// visible. False when it cannot be read.

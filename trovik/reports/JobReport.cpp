@@ -18,34 +18,6 @@ namespace {
 constexpr std::size_t attemptsShown = 20;
 constexpr std::size_t labelWidth = 11;
 
-/// From what good frames took so far, over the slots of the engines at work.
-std::optional<Duration> guess(Queue& queue, const JobReport& report,
-                              const std::vector<AttemptRecord>& attempts) {
-  std::vector<TimedFrames> times;
-  for (const AttemptRecord& attempt : attempts) {
-    if (attempt.state == AttemptState::Good) {
-      const auto frames =
-          report.view.job.hasFrames ? std::max<std::int64_t>(1, attempt.run.Count()) : std::int64_t{1};
-      times.push_back({durationOf(attempt.duration) / frames, static_cast<std::size_t>(frames)});
-    }
-  }
-  if (times.empty() || report.running.empty()) {
-    return std::nullopt;
-  }
-  std::set<EngineId> engines;
-  double begun = 0;
-  for (const JobReport::Running& running : report.running) {
-    engines.insert(running.attempt.engine);
-    begun += 0.5;
-  }
-  std::size_t slots = 0;
-  for (const EngineId engine : engines) {
-    slots += queue.slots(engine);
-  }
-  const std::size_t left = report.view.ready() + report.view.running();
-  return timeFor(static_cast<double>(left) - begun, medianTime(std::move(times)), std::min(slots, left));
-}
-
 /// "label      text".
 std::string entry(const Console& console, const std::string& label, const std::string& text,
                   Colour colour = Colour::Plain) {
@@ -206,6 +178,37 @@ std::string adviceText(const Console& console, const JobReport& report) {
 
 } // namespace
 
+std::optional<Duration> timeLeft(Queue& queue, const JobView& view) {
+  const std::vector<AttemptId> running = queue.runningAttempts(view.job.id);
+  if (running.empty()) {
+    return std::nullopt;
+  }
+  std::vector<TimedFrames> times;
+  for (const auto& [id, time] : queue.times(view.job.id)) {
+    if (time.state == AttemptState::Good) {
+      const auto frames = view.job.hasFrames ? std::max<std::int64_t>(1, time.run.Count()) : std::int64_t{1};
+      times.push_back({durationOf(time.duration) / frames, static_cast<std::size_t>(frames)});
+    }
+  }
+  if (times.empty()) {
+    return std::nullopt;
+  }
+  std::set<EngineId> engines;
+  for (const AttemptId id : running) {
+    if (const std::optional<AttemptRecord> attempt = queue.attempt(id)) {
+      engines.insert(attempt->engine);
+    }
+  }
+  std::size_t slots = 0;
+  for (const EngineId engine : engines) {
+    slots += queue.slots(engine);
+  }
+  // Of what runs a half is done, as far as anybody knows.
+  const double begun = 0.5 * static_cast<double>(running.size());
+  const std::size_t left = view.ready() + view.running();
+  return timeFor(static_cast<double>(left) - begun, medianTime(std::move(times)), std::min(slots, left));
+}
+
 JobReport reportOn(Queue& queue, JobRecord job, ImageInspector& inspector) {
   const JobId id = job.id;
   JobReport report;
@@ -266,7 +269,7 @@ JobReport reportOn(Queue& queue, JobRecord job, ImageInspector& inspector) {
     report.failures.push_back(std::move(failure));
   }
   report.programs = programsOf(report.view.job, attempts);
-  report.left = guess(queue, report, attempts);
+  report.left = timeLeft(queue, report.view);
   return report;
 }
 
@@ -355,6 +358,7 @@ Json reportJson(const JobReport& report, Moment now) {
     document["running"].push_back(
         {{"frames", report.view.job.hasFrames ? Json(runText(attempt.run)) : Json(nullptr)},
          {"attempt", attempt.number},
+         {"id", attempt.id},
          {"engine", attempt.engine},
          {"seconds", secondsOf(timeOf(attempt, now))},
          {"files", files},

@@ -38,6 +38,10 @@ struct JobReport {
   std::optional<ClusterReport> cluster; ///< of a job on one
 };
 
+/// How long the rest of a job takes, from what its good frames took so far and
+/// the slots of the engines at work; nothing where no work runs, or none is good.
+std::optional<Duration> timeLeft(Queue& queue, const JobView& view);
+
 /// Its images are those that are good now; see filesNow.
 JobReport reportOn(Queue& queue, JobRecord job, ImageInspector& inspector);
 

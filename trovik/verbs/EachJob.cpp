@@ -67,7 +67,8 @@ std::vector<std::string> chosenJobs(Console& console, Queue* queue, const EachJo
   return numbers;
 }
 
-/// What the action would do: it is done, and undone again.
+} // namespace
+
 JobDone tried(Queue& queue, const JobRecord& job,
               const std::function<JobDone(Queue& queue, const JobRecord& job)>& action) {
   struct Undo {};
@@ -82,7 +83,9 @@ JobDone tried(Queue& queue, const JobRecord& job,
   return done;
 }
 
-} // namespace
+std::string engineAdvice(Queue& queue) {
+  return queue.hasOtherEngine(0) ? std::string() : "No engine is at work; start one with \"trovik engine\"\n";
+}
 
 int forEachJob(Session& session, const EachJobOptions& options, const char* kind,
                const std::function<JobDone(Queue& queue, const JobRecord& job)>& action,

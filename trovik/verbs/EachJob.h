@@ -15,6 +15,13 @@ struct JobDone {
   Json json;
 };
 
+/// What an action would do: it is done, and undone again.
+JobDone tried(Queue& queue, const JobRecord& job,
+              const std::function<JobDone(Queue& queue, const JobRecord& job)>& action);
+
+/// A line for people where no engine is there that takes up what waits.
+std::string engineAdvice(Queue& queue);
+
 /// Does the same with each job that the command line names, once each, and
 /// tells every problem: one that is refused does not keep the others from it.
 /// A text that names no job at all is thrown before anything is done. The exit

@@ -4,6 +4,7 @@
 #include "trovik/verbs/ClusterRun.h"
 #include "trovik/verbs/EachJob.h"
 #include "trovik/verbs/Session.h"
+#include "trovik/verbs/Steer.h"
 #include "trovik/verbs/Verbs.h"
 
 namespace trovik {
@@ -30,7 +31,9 @@ std::string cancelOne(Queue& queue, const JobRecord& job, std::size_t& running) 
   return text + '\n';
 }
 
-JobDone cancel(Queue& queue, const JobRecord& job, bool withFollowers) {
+} // namespace
+
+JobDone cancelJob(Queue& queue, const JobRecord& job, bool withFollowers) {
   const std::vector<JobId> followers = queue.followers(job.id, true);
   std::size_t running = 0;
   JobDone done;
@@ -59,11 +62,9 @@ JobDone cancel(Queue& queue, const JobRecord& job, bool withFollowers) {
   return done;
 }
 
-} // namespace
-
 int cancelJobs(Session& session, const CancelOptions& options) {
   const auto cancelEach = [&](Queue& queue, const JobRecord& job) {
-    return cancel(queue, job, options.withFollowers);
+    return cancelJob(queue, job, options.withFollowers);
   };
   return forEachJob(session, options, "cancel", cancelEach, [&](Queue& queue) {
     cancelOnCluster(session, queue, options.json);

@@ -5,6 +5,7 @@
 #include "trovik/verbs/ClusterRun.h"
 #include "trovik/verbs/EachJob.h"
 #include "trovik/verbs/Session.h"
+#include "trovik/verbs/Steer.h"
 #include "trovik/verbs/Verbs.h"
 
 #include <filesystem>
@@ -14,10 +15,15 @@ namespace trovik {
 namespace {
 
 /// Logs in the queue's own directory belong to the job; a folder that the user
-/// named may hold anything. True when they are gone.
+/// named may hold anything.
+bool hasOwnLogs(const Queue& queue, const JobRecord& job) {
+  return job.runOn == RunOn::Cluster ? job.logs == JobFolder(Path(job.folder)).logs().Text()
+                                     : queue.ownsLogs(job);
+}
+
+/// True when they are gone.
 bool removeLogs(const Queue& queue, const JobRecord& job) {
-  if (job.runOn == RunOn::Cluster ? job.logs != JobFolder(Path(job.folder)).logs().Text()
-                                  : !queue.ownsLogs(job)) {
+  if (!hasOwnLogs(queue, job)) {
     return false;
   }
   std::error_code error;
@@ -62,7 +68,7 @@ void endOnCluster(Session& session, Queue& queue, const JobRecord& job, bool jso
   }
 }
 
-JobDone remove(Session& session, Queue& queue, const JobRecord& job, bool json) {
+void refuseWhileRunning(Queue& queue, const JobRecord& job) {
   const std::string id = std::to_string(job.id);
   if (queue.frames(job.id).runningWorks > 0) {
     throw UsageError{"works of job " + id + " are running",
@@ -71,6 +77,20 @@ JobDone remove(Session& session, Queue& queue, const JobRecord& job, bool json) 
                          : "their engine died; \"trovik engine --job " + id +
                                "\" takes them up, or, after \"trovik cancel " + id + "\", ends them"};
   }
+}
+
+JobDone deleted(const JobRecord& job, bool logs) {
+  std::string text = "job " + std::to_string(job.id) + "  deleted";
+  if (!logs && !job.logs.empty()) {
+    text += "; its logs stay in " + printable(job.logs, OddBytes::Keep);
+  }
+  return {text + '\n', {{"job", job.id}, {"logs", logs ? Json(nullptr) : Json(job.logs)}}};
+}
+
+} // namespace
+
+JobDone deleteJob(Session& session, Queue& queue, const JobRecord& job, bool json) {
+  refuseWhileRunning(queue, job);
   const bool onCluster = job.runOn == RunOn::Cluster;
   if (onCluster && job.own) {
     endOnCluster(session, queue, job, json);
@@ -86,18 +106,19 @@ JobDone remove(Session& session, Queue& queue, const JobRecord& job, bool json) 
   } else if (isThere) {
     LogWarning("the folder " + inQuotes(job.folder) + " was not made for this job here, and stays");
   }
-  std::string text = "job " + id + "  deleted";
-  if (!logs && !job.logs.empty()) {
-    text += "; its logs stay in " + printable(job.logs, OddBytes::Keep);
-  }
-  return {text + '\n', {{"job", job.id}, {"logs", logs ? Json(nullptr) : Json(job.logs)}}};
+  return deleted(job, logs);
 }
 
-} // namespace
+JobDone deletionOf(Queue& queue, const JobRecord& job) {
+  refuseWhileRunning(queue, job);
+  std::error_code ignored;
+  const bool isThere = job.runOn == RunOn::Cluster && std::filesystem::exists(job.folder, ignored);
+  return deleted(job, (!isThere || isFolderOf(queue, job)) && hasOwnLogs(queue, job));
+}
 
 int deleteJobs(Session& session, const EachJobOptions& options) {
   return forEachJob(session, options, "delete", [&](Queue& queue, const JobRecord& job) {
-    return remove(session, queue, job, options.json);
+    return deleteJob(session, queue, job, options.json);
   });
 }
 

@@ -201,6 +201,14 @@ void declareReadingVerbs(CommandForm& form) {
       .value("--columns", "N", &SheetOptions::columns, "Images in a row; by default what suits their number")
       .value("--frames", "FRAMES", &SheetOptions::frames, "Only these frames")
       .json();
+  declare(form, jobVerbs, "page", servePage, Types::NotNeeded,
+          "Shows the queue in a browser: every frame as it appears. Prints the address; Ctrl-C ends it.")
+      .value("--port", "N", &PageOptions::port, "The port; by default the first that is free from 7780 on")
+      .flag("--open", &PageOptions::open, "Open it in your browser")
+      .flag("--read-only", &PageOptions::readOnly, "Only show: nothing can be steered from it")
+      .value("--listen", "ADDRESS", &PageOptions::listen,
+             "Serve other machines as well, at this address of yours; only this one by default")
+      .json("Print the address as JSON");
 }
 
 void declareSteeringVerbs(CommandForm& form) {

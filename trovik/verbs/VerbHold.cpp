@@ -3,6 +3,7 @@
 #include "trovik/text/UsageError.h"
 #include "trovik/verbs/ClusterRun.h"
 #include "trovik/verbs/EachJob.h"
+#include "trovik/verbs/Steer.h"
 #include "trovik/verbs/Verbs.h"
 
 namespace trovik {
@@ -12,7 +13,9 @@ std::string titleOf(JobId job) {
   return "job " + std::to_string(job);
 }
 
-JobDone hold(Queue& queue, const JobRecord& job) {
+} // namespace
+
+JobDone holdJob(Queue& queue, const JobRecord& job) {
   if (!isOpen(job.state)) {
     throw UsageError{titleOf(job.id) + " is " + nameOf(job.state) + "; there is nothing to hold",
                      "\"trovik show " + std::to_string(job.id) + "\" tells how it stands"};
@@ -29,7 +32,7 @@ JobDone hold(Queue& queue, const JobRecord& job) {
   return {text + '\n', {{"job", job.id}, {"running", running}}};
 }
 
-JobDone release(Queue& queue, const JobRecord& job) {
+JobDone releaseJob(Queue& queue, const JobRecord& job) {
   const std::vector<ForerunnerStand> stands = standsOf(queue, job.id);
   const std::vector<JobId> awaited = awaitedIn(stands);
   const bool stopped = job.state == JobState::Stopped;
@@ -53,10 +56,8 @@ JobDone release(Queue& queue, const JobRecord& job) {
            {"waiting", job.hasFrames ? Json(frames.ready.text()) : Json(nullptr)}}};
 }
 
-} // namespace
-
 int holdJobs(Session& session, const EachJobOptions& options) {
-  return forEachJob(session, options, "hold", hold, [&](Queue& queue) {
+  return forEachJob(session, options, "hold", holdJob, [&](Queue& queue) {
     cancelOnCluster(session, queue, options.json);
     return std::string();
   });
@@ -68,7 +69,7 @@ int releaseJobs(Session& session, const EachJobOptions& options) {
   return forEachJob(
       session, options, "release",
       [&](Queue& queue, const JobRecord& job) {
-        JobDone done = release(queue, job);
+        JobDone done = releaseJob(queue, job);
         if (job.runOn == RunOn::Cluster) {
           onCluster.push_back(job.id);
         }
@@ -79,9 +80,7 @@ int releaseJobs(Session& session, const EachJobOptions& options) {
         for (const JobId job : onCluster) {
           submitToCluster(session, queue, job, options.json);
         }
-        return local && !queue.hasOtherEngine(0)
-                   ? std::string("No engine is at work; start one with \"trovik engine\"\n")
-                   : std::string();
+        return local ? engineAdvice(queue) : std::string();
       });
 }
 

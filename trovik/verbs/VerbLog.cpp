@@ -204,31 +204,6 @@ std::string logText(const Console& console, const AttemptRecord& attempt, const 
   return text;
 }
 
-Json attemptJson(const JobView& view, const AttemptRecord& attempt, Moment now) {
-  const Path log = logOf(attempt, view.job);
-  const LogEnd end = readLogEnd(log);
-  const auto deciding = decidingLine(attempt);
-  Json json;
-  json["frames"] = view.job.hasFrames ? Json(runText(attempt.run)) : Json(nullptr);
-  json["attempt"] = attempt.number;
-  json["state"] = nameOf(attempt.state);
-  json["rule"] = attempt.rule == VerdictRule::None ? Json(nullptr) : Json(nameOf(attempt.rule));
-  json["reason"] = textOrNull(attempt.reason);
-  json["lines"] = attempt.lines;
-  json["deciding"] = deciding ? Json(attempt.lines[*deciding]) : Json(nullptr);
-  json["good"] = view.job.hasFrames ? Json(attempt.good.text()) : Json(nullptr);
-  json["command"] = textOrNull(attempt.command);
-  json["exitCode"] = attempt.state == AttemptState::Running ? Json(nullptr) : Json(attempt.exitCode);
-  json["signal"] = attempt.signal == 0 ? Json(nullptr) : Json(attempt.signal);
-  json["started"] = secondsOf(attempt.started);
-  json["seconds"] = secondsOf(timeOf(attempt, now));
-  json["usage"] = usageJson(attempt.usage);
-  json["log"] = end.there ? Json(log.Text()) : Json(nullptr);
-  json["bytes"] = end.bytes;
-  json["last"] = end.lines;
-  return json;
-}
-
 } // namespace
 
 int showLog(Session& session, const LogOptions& options) {
@@ -246,7 +221,8 @@ int showLog(Session& session, const LogOptions& options) {
     document["job"] = view.job.id;
     document["attempts"] = Json::array();
     for (const AttemptRecord& attempt : chosen.attempts) {
-      document["attempts"].push_back(attemptJson(view, attempt, now));
+      document["attempts"].push_back(
+          attemptJson(view.job, attempt, readLogEnd(logOf(attempt, view.job)), now));
     }
     document["more"] = view.job.hasFrames ? Json(chosen.more.text()) : Json(nullptr);
     console.print(jsonDocument(document));

@@ -6,19 +6,12 @@
 #include "trovik/verbs/EachJob.h"
 #include "trovik/verbs/EngineRun.h"
 #include "trovik/verbs/Session.h"
+#include "trovik/verbs/Steer.h"
 #include "trovik/verbs/Verbs.h"
 #include "trovik/works/FilesNow.h"
 
 namespace trovik {
 namespace {
-
-RunSet runsOf(const FrameSet& frames) {
-  RunSet runs;
-  for (const FrameRun& run : frames.Split(FrameSet::k_CountLimit)) {
-    runs.add(run);
-  }
-  return runs;
-}
 
 void refuseWithoutFrames(const JobRecord& job, const char* option) {
   if (!job.hasFrames) {
@@ -27,27 +20,11 @@ void refuseWithoutFrames(const JobRecord& job, const char* option) {
   }
 }
 
-/// The frames to be worked again; nothing for those that failed or were
-/// canceled, which the queue knows best.
-std::optional<RunSet> chosenFrames(Queue& queue, const JobRecord& job, const RetryOptions& options,
-                                   const RunSet& named, ImageInspector* helper) {
-  if (options.missing) {
-    refuseWithoutFrames(job, "--missing");
-    return filesNow(queue, viewOf(queue, job), Decode::All, *helper).missing;
-  }
-  if (!options.frames) {
-    return std::nullopt;
-  }
+/// The frames, once it is sure that they are the job's.
+RunSet framesOf(Queue& queue, const JobRecord& job, const RunSet& named) {
   refuseWithoutFrames(job, "--frames");
   const RunSet all = allFrames(queue.frames(job.id));
-  RunSet strange;
-  for (const FrameRun& run : named.runs()) {
-    for (std::int64_t frame = run.First; frame <= run.Last; ++frame) {
-      if (!all.contains(static_cast<int>(frame))) {
-        strange.add({static_cast<int>(frame), static_cast<int>(frame)});
-      }
-    }
-  }
+  const RunSet strange = without(named, all);
   if (!strange.empty()) {
     throw UsageError{"job " + std::to_string(job.id) + " has no frame" + (strange.count() == 1 ? " " : "s ") +
                          strange.text(10),
@@ -56,9 +33,10 @@ std::optional<RunSet> chosenFrames(Queue& queue, const JobRecord& job, const Ret
   return named;
 }
 
-JobDone retry(Queue& queue, const JobRecord& job, const RetryOptions& options, const RunSet& named,
-              ImageInspector* helper) {
-  const std::optional<RunSet> only = chosenFrames(queue, job, options, named, helper);
+/// `only` are the frames to be worked again; nothing for those that failed or
+/// were canceled, which the queue knows best.
+JobDone retryThese(Queue& queue, const JobRecord& job, const std::optional<RunSet>& only,
+                   const char* otherwise) {
   const bool nothing = only && only->empty();
   const std::size_t count = nothing ? 0 : queue.retry(job.id, only);
   const std::optional<JobRecord> now = queue.job(job.id);
@@ -71,7 +49,7 @@ JobDone retry(Queue& queue, const JobRecord& job, const RetryOptions& options, c
   } else if (now && isOpen(now->state) && !isOpen(job.state)) {
     text += "goes on\n";
   } else {
-    text += options.missing ? "nothing is missing\n" : "nothing to do\n";
+    text += std::string(otherwise) + '\n';
   }
   return {text,
           {{"job", job.id},
@@ -80,19 +58,37 @@ JobDone retry(Queue& queue, const JobRecord& job, const RetryOptions& options, c
            {"state", now ? Json(nameOf(now->state)) : Json(nullptr)}}};
 }
 
+JobDone retryMissing(Queue& queue, const JobRecord& job, ImageInspector& helper) {
+  refuseWithoutFrames(job, "--missing");
+  const RunSet missing = filesNow(queue, viewOf(queue, job), Decode::All, helper).missing;
+  return retryThese(queue, job, missing, "nothing is missing");
+}
+
 } // namespace
+
+RunSet framesToRetry(const std::string& text) {
+  const FrameSet frames = orRefuse("--frames: ", "", [&] { return FrameSet::Parse(text); });
+  RunSet runs;
+  for (const FrameRun& run : frames.Split(FrameSet::k_CountLimit)) {
+    runs.add(run);
+  }
+  if (runs.empty()) {
+    throw UsageError{"--frames: the range is empty", "write frames such as 1-24"};
+  }
+  return runs;
+}
+
+JobDone retryJob(Queue& queue, const JobRecord& job, const std::optional<RunSet>& named) {
+  const std::optional<RunSet> only = named ? std::optional(framesOf(queue, job, *named)) : std::nullopt;
+  return retryThese(queue, job, only, "nothing to do");
+}
 
 int retryJobs(Session& session, const RetryOptions& options) {
   if (options.frames && options.missing) {
     throw UsageError{"--frames and --missing exclude each other", "leave one of them out"};
   }
-  RunSet named;
-  if (options.frames) {
-    named = runsOf(orRefuse("--frames: ", "", [&] { return FrameSet::Parse(*options.frames); }));
-    if (named.empty()) {
-      throw UsageError{"--frames: the range is empty", "write frames such as 1-24"};
-    }
-  }
+  const std::optional<RunSet> named =
+      options.frames ? std::optional(framesToRetry(*options.frames)) : std::nullopt;
   std::unique_ptr<ImageHelper> helper;
   if (options.missing) {
     helper = std::make_unique<ImageHelper>(imageHelper(session));
@@ -102,7 +98,7 @@ int retryJobs(Session& session, const RetryOptions& options) {
   return forEachJob(
       session, options, "retry",
       [&](Queue& queue, const JobRecord& job) {
-        JobDone done = retry(queue, job, options, named, helper.get());
+        JobDone done = options.missing ? retryMissing(queue, job, *helper) : retryJob(queue, job, named);
         const std::optional<JobRecord> now = queue.job(job.id);
         if (now && isOpen(now->state) && now->runOn == RunOn::Cluster) {
           onCluster.push_back(job.id);
@@ -115,9 +111,7 @@ int retryJobs(Session& session, const RetryOptions& options) {
         for (const JobId job : onCluster) {
           submitToCluster(session, queue, job, options.json);
         }
-        return waiting && !queue.hasOtherEngine(0)
-                   ? std::string("No engine is at work; start one with \"trovik engine\"\n")
-                   : std::string();
+        return waiting ? engineAdvice(queue) : std::string();
       });
 }
 

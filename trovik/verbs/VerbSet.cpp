@@ -7,6 +7,7 @@
 #include "trovik/verbs/ClusterRun.h"
 #include "trovik/verbs/EachJob.h"
 #include "trovik/verbs/Limits.h"
+#include "trovik/verbs/Steer.h"
 #include "trovik/verbs/Verbs.h"
 
 #include <array>
@@ -37,6 +38,19 @@ std::string sharesText(const std::vector<LimitShare>& shares) {
   }
   return text.empty() ? "none" : text;
 }
+
+std::string packetText(const std::vector<FrameRun>& before, const std::vector<FrameRun>& after) {
+  return before == after
+             ? "no work that has not begun is cut anew"
+             : counted(before.size(), "work") + " that " + (before.size() == 1 ? "has" : "have") +
+                   " not begun become" + (before.size() == 1 ? "s " : " ") + std::to_string(after.size());
+}
+
+std::string memoryText(std::int64_t bytes) {
+  return bytes == 0 ? "as learned" : BytesText(bytes).c_str();
+}
+
+} // namespace
 
 JobChange changeOf(Session& session, const std::vector<std::string>& assignments) {
   JobChange change;
@@ -84,18 +98,7 @@ JobChange changeOf(Session& session, const std::vector<std::string>& assignments
   return change;
 }
 
-std::string packetText(const std::vector<FrameRun>& before, const std::vector<FrameRun>& after) {
-  return before == after
-             ? "no work that has not begun is cut anew"
-             : counted(before.size(), "work") + " that " + (before.size() == 1 ? "has" : "have") +
-                   " not begun become" + (before.size() == 1 ? "s " : " ") + std::to_string(after.size());
-}
-
-std::string memoryText(std::int64_t bytes) {
-  return bytes == 0 ? "as learned" : BytesText(bytes).c_str();
-}
-
-JobDone set(Queue& queue, const JobRecord& job, const JobChange& change) {
+JobDone setJob(Queue& queue, const JobRecord& job, const JobChange& change) {
   if (!isOpen(job.state) && job.state != JobState::Stopped) {
     throw UsageError{"job " + std::to_string(job.id) + " is " + nameOf(job.state) +
                          "; nothing of it is left to do",
@@ -138,8 +141,6 @@ JobDone set(Queue& queue, const JobRecord& job, const JobChange& change) {
           {{"job", job.id}, {"changed", changes}}};
 }
 
-} // namespace
-
 int setJobs(Session& session, const EachJobOptions& given) {
   EachJobOptions options = given;
   std::vector<std::string> assignments;
@@ -155,7 +156,7 @@ int setJobs(Session& session, const EachJobOptions& given) {
   }
   const JobChange change = changeOf(session, assignments);
   return forEachJob(session, options, "set",
-                    [&](Queue& queue, const JobRecord& job) { return set(queue, job, change); });
+                    [&](Queue& queue, const JobRecord& job) { return setJob(queue, job, change); });
 }
 
 } // namespace trovik

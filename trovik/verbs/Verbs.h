@@ -124,6 +124,15 @@ struct JobOptions : CommonOptions {
 int showJob(Session& session, const JobOptions& options);
 int watchJob(Session& session, const JobOptions& options);
 
+struct PageOptions : CommonOptions {
+  std::optional<std::string> port;
+  std::optional<std::string> listen; ///< the address, in numbers
+  bool open = false;                 ///< in the user's browser
+  bool readOnly = false;
+  bool json = false;
+};
+int servePage(Session& session, const PageOptions& options);
+
 /// Of all jobs where none is named.
 struct StatsOptions : JobOptions {
   bool csv = false; ///< a line for each attempt, instead

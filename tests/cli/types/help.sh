@@ -7,7 +7,7 @@ run 0 --help
 cmp "$TMP/out" "$TMP/short" || fail "no arguments and --help differ"
 out_has "usage: trovik VERB [options]"
 
-for verb in types type check detect find new replay run submit engine jobs show log images watch stats sheet \
+for verb in types type check detect find new replay run submit engine jobs show log images watch stats sheet page \
   retry cancel delete; do
   run 0 help $verb
   cp "$TMP/out" "$TMP/help"

@@ -23,6 +23,15 @@ TEST(ImageProtocol, FileNamesOfAnyBytesComeBack) {
   EXPECT_EQ(requestLine({"\xff.png", false}), "{\"file\":{\"hex\":\"ff2e706e67\"},\"flat\":false}\n");
 }
 
+TEST(ImageProtocol, APictureIsAskedForWithItsRoom) {
+  const auto request = requestFrom(requestLine({"a.png", false, "/cache/\xff.jpg", 320}));
+  ASSERT_TRUE(request);
+  EXPECT_EQ(request->picture, "/cache/\xff.jpg");
+  EXPECT_EQ(request->room, 320);
+  EXPECT_EQ(requestFrom("{\"file\":\"a.png\"}")->picture, "");
+  EXPECT_FALSE(requestFrom("{\"file\":\"a.png\",\"picture\":\"b\",\"room\":\"wide\"}"));
+}
+
 TEST(ImageProtocol, AnswersComeBack) {
   const auto answer = answerFrom(answerLine({"Truncated \"x\"", true, 1920, 1080}));
   ASSERT_TRUE(answer);

@@ -293,7 +293,7 @@ TEST_F(Steering, LimitsOfTheQueueMayBeTaken) {
   };
   EXPECT_EQ(refused("renderer=3"), "Limits: a work takes 3 of \"renderer\", of which there are 2");
   EXPECT_EQ(refused("renderer=0"), "Limits: \"renderer=0\" is no part of a limit");
-  EXPECT_EQ(refused("a,b:c"), "Limits: there is no limit \"a\"");
+  EXPECT_EQ(refused("a,b"), "Limits: there is no limit \"a\"");
   EXPECT_EQ(refused("b:c"), "Limits: \"b:c\" is no part of a limit");
   EXPECT_EQ(refused("renderer;RENDERER"), "Limits: \"renderer\" is named twice");
   EXPECT_EQ(call(setJobs, optionsFor({"1", "Limits="})).out, "job 1  Limits floating=3;renderer -> none\n");

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "trovik/machine/Machine.h"
+#include "trovik/queue/JobFiles.h"
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace trovik {
+
+// How the frames of a job stand, as one letter each:
+//
+//   g good      m good, but its file is gone    d good, but its file is damaged
+//   f failed    w waiting   c canceled          r running
+//   R running, and the program has named its file already
+
+/// The letters of a job's frames, at most `cells` of them: where there are more
+/// frames than cells, each letter is the one of its share that matters most, in
+/// the order f d r m w g c. Files are not asked about.
+std::string stripOf(const JobView& view, std::size_t cells);
+
+/// What a call told of files, kept for a while: a page asks again and again, and
+/// a folder may lie on a slow server.
+class FileStates {
+public:
+  enum class State { There, Gone, Damaged };
+  explicit FileStates(Duration patience = std::chrono::seconds(10)) : patience_(patience) {}
+
+  State of(const FileRecord& file, Clock::time_point now);
+  /// What was asked that long ago is forgotten.
+  void forget(Clock::time_point now);
+
+private:
+  struct Known {
+    State state = State::There;
+    Clock::time_point asked;
+  };
+  Duration patience_;
+  std::map<std::int64_t, Known> known_;
+};
+
+/// One cell a frame, in ascending order; of a job without frames one.
+struct JobCells {
+  std::vector<int> frames; ///< none of a job without
+  std::string states;
+  std::vector<std::int64_t> files; ///< the number of the file that shows it; 0 for none
+  std::vector<double> seconds;     ///< that the frame took in the attempt that made it good; 0 for none
+};
+JobCells cellsOf(Queue& queue, const JobView& view, FileStates& states, Clock::time_point now);
+
+/// The frames of a job that failed or were canceled, or whose file is not there
+/// or not good any more. What waits or runs is being done.
+RunSet missingFrames(const JobCells& cells);
+
+} // namespace trovik
