@@ -2,6 +2,7 @@
 
 #include "host/foundation/Log.h"
 #include "host/foundation/String.h"
+#include "trovik/page/HttpLibrary.h"
 #include "trovik/text/UsageError.h"
 
 #include <algorithm>
@@ -9,7 +10,6 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <map>
-#include <microhttpd.h>
 #include <sys/socket.h>
 #include <utility>
 
@@ -41,7 +41,7 @@ public:
       : socket_(std::move(socket)), handler_(handler), limits_(limits) {
     const auto silence =
         static_cast<unsigned>(std::chrono::duration_cast<std::chrono::seconds>(limits.silence).count());
-    daemon_ = MHD_start_daemon(
+    daemon_ = httpLibrary().startDaemon(
         MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG, 0, nullptr, nullptr, &Impl::onRequest,
         this, MHD_OPTION_EXTERNAL_LOGGER, &logLine, nullptr, MHD_OPTION_LISTEN_SOCKET, socket_.Number(),
         MHD_OPTION_CONNECTION_LIMIT, limits.connections, MHD_OPTION_PER_IP_CONNECTION_LIMIT,
@@ -51,7 +51,7 @@ public:
         this, MHD_OPTION_NOTIFY_COMPLETED, &Impl::onCompleted, this, MHD_OPTION_STRICT_FOR_CLIENT, 1,
         MHD_OPTION_END);
     const MHD_DaemonInfo* info =
-        daemon_ == nullptr ? nullptr : MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_EPOLL_FD);
+        daemon_ == nullptr ? nullptr : httpLibrary().daemonInfo(daemon_, MHD_DAEMON_INFO_EPOLL_FD);
     if (info == nullptr) {
       throw UsageError{"cannot serve the page: the library for HTTP does not start", ""};
     }
@@ -65,10 +65,10 @@ public:
         exchange->ends = true;
         resume(*exchange);
       }
-      MHD_run(daemon_);
+      httpLibrary().run(daemon_);
       // It closes the socket, which it was given.
       socket_.Release();
-      MHD_stop_daemon(daemon_);
+      httpLibrary().stopDaemon(daemon_);
     }
   }
 
@@ -80,7 +80,7 @@ public:
   std::optional<Clock::time_point> deadline() const {
     std::optional<Clock::time_point> first;
     MHD_UNSIGNED_LONG_LONG milliseconds = 0;
-    if (MHD_get_timeout(daemon_, &milliseconds) == MHD_YES) {
+    if (httpLibrary().timeout(daemon_, &milliseconds) == MHD_YES) {
       first = now_ + std::chrono::milliseconds(milliseconds);
     }
     for (const auto& [connection, exchange] : exchanges_) {
@@ -99,7 +99,7 @@ public:
         close(*exchange);
       }
     }
-    MHD_run(daemon_);
+    httpLibrary().run(daemon_);
   }
 
   void answer(HttpExchange id, HttpResponse response) {
@@ -153,20 +153,20 @@ private:
   static void resume(Exchange& exchange) {
     if (exchange.suspended) {
       exchange.suspended = false;
-      MHD_resume_connection(exchange.connection);
+      httpLibrary().resume(exchange.connection);
     }
   }
 
   static void suspend(Exchange& exchange) {
     exchange.suspended = true;
-    MHD_suspend_connection(exchange.connection);
+    httpLibrary().suspend(exchange.connection);
   }
 
   /// The library sees the end of its input, or that nothing can be written.
   static void close(Exchange& exchange) {
     exchange.ends = true;
     const MHD_ConnectionInfo* info =
-        MHD_get_connection_info(exchange.connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+        httpLibrary().connectionInfo(exchange.connection, MHD_CONNECTION_INFO_CONNECTION_FD);
     if (info != nullptr) {
       shutdown(info->connect_fd, SHUT_RDWR);
     }
@@ -241,7 +241,7 @@ private:
     if (!exchange.headRead) {
       exchange.headRead = true;
       request.method = method;
-      MHD_get_connection_values(exchange.connection, MHD_HEADER_KIND, &Impl::onHeader, &request);
+      httpLibrary().connectionValues(exchange.connection, MHD_HEADER_KIND, &Impl::onHeader, &request);
       exchange.response = handler_.refusal(request);
       return exchange.response ? write(exchange) : MHD_YES;
     }
@@ -270,20 +270,20 @@ private:
     exchange.stage = Stage::Writing;
     const HttpResponse& response = *exchange.response;
     if (!response.file) {
-      return queue(exchange, MHD_create_response_from_buffer(response.body.size(),
-                                                             const_cast<char*>(response.body.data()),
-                                                             MHD_RESPMEM_MUST_COPY));
+      return queue(exchange, httpLibrary().responseFromBuffer(response.body.size(),
+                                                              const_cast<char*>(response.body.data()),
+                                                              MHD_RESPMEM_MUST_COPY));
     }
     const int copy = fcntl(response.file->Number(), F_DUPFD_CLOEXEC, 0); // which is closed with the response
-    return copy < 0 ? MHD_NO : queue(exchange, MHD_create_response_from_fd64(response.fileSize, copy));
+    return copy < 0 ? MHD_NO : queue(exchange, httpLibrary().responseFromFile(response.fileSize, copy));
   }
 
   MHD_Result stream(Exchange& exchange) {
     constexpr std::size_t block = 2048;
     exchange.stage = Stage::Streaming;
     exchange.unsent = exchange.response->body;
-    return queue(exchange, MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, block, &Impl::onMore,
-                                                             &exchange, nullptr));
+    return queue(exchange, httpLibrary().responseFromCallback(MHD_SIZE_UNKNOWN, block, &Impl::onMore,
+                                                              &exchange, nullptr));
   }
 
   static ssize_t onMore(void* closure, std::uint64_t /*position*/, char* buffer, std::size_t room) {
@@ -305,14 +305,14 @@ private:
       return MHD_NO;
     }
     if (!exchange.response->type.empty()) {
-      MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, exchange.response->type.c_str());
+      httpLibrary().addHeader(response, MHD_HTTP_HEADER_CONTENT_TYPE, exchange.response->type.c_str());
     }
     for (const auto& [name, value] : exchange.response->headers) {
-      MHD_add_response_header(response, name.c_str(), value.c_str());
+      httpLibrary().addHeader(response, name.c_str(), value.c_str());
     }
-    const MHD_Result result =
-        MHD_queue_response(exchange.connection, static_cast<unsigned>(exchange.response->status), response);
-    MHD_destroy_response(response);
+    const MHD_Result result = httpLibrary().queueResponse(
+        exchange.connection, static_cast<unsigned>(exchange.response->status), response);
+    httpLibrary().destroyResponse(response);
     return result;
   }
 
