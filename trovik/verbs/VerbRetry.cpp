@@ -45,7 +45,8 @@ JobDone retryThese(Queue& queue, const JobRecord& job, const std::optional<RunSe
   std::string text = "job " + std::to_string(job.id) + "  ";
   if (count > 0) {
     text += counted(count, noun) + " to do";
-    text += job.hasFrames ? ": " + frames.ready.text(rangesShown) + '\n' : "\n";
+    const RunSet again = only ? common(frames.ready, *only) : frames.ready;
+    text += job.hasFrames ? ": " + again.text(rangesShown) + '\n' : "\n";
   } else if (now && isOpen(now->state) && !isOpen(job.state)) {
     text += "goes on\n";
   } else {

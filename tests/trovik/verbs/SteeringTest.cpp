@@ -38,6 +38,18 @@ TEST_F(Retry, FramesTakeGoodOnesToo) {
   EXPECT_EQ(standing(1), "1,5,9 - 2-4,6-8 - -");
 }
 
+TEST_F(Retry, TellsTheFramesThatAreDoneAgainAndNotAllThatWait) {
+  queue.submit(jobOf("1,2,3"));
+  Outcome outcome;
+  outcome.attempt = queue.claim(engine, 1, std::nullopt).at(0).attempt;
+  outcome.state = AttemptState::Good;
+  queue.settle(outcome);
+  RetryOptions options = optionsFor({"1"});
+  options.frames = "1";
+  EXPECT_EQ(call(retryJobs, options).out, "job 1  1 frame to do: 1\n");
+  EXPECT_EQ(queue.frames(1).ready.text(), "1-3");
+}
+
 TEST_F(Retry, FramesThatTheJobDoesNotHaveAreRefused) {
   queue.submit(jobOf("1-9"));
   workOff();
