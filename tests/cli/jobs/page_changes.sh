@@ -60,7 +60,7 @@ curl -s -b "$jar" "$url/api/jobs" | "$HELPER" json /revision >"$TMP/before"
 stop_page
 wait "$listener" || :
 listener=
-start_page --port "$port"
+start_page
 curl -s -b "$jar" "$url/api/jobs" | "$HELPER" json /revision >"$TMP/after"
 [ "$(cat "$TMP/before")" -lt "$(cat "$TMP/after")" ] || fail "the revision went back"
 stop_page
