@@ -132,6 +132,10 @@ bool isAsRecorded(const FileRecord& file) {
          std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 + status.st_mtim.tv_nsec == file.modified;
 }
 
+bool isSurelyAsRecorded(const FileRecord& file) {
+  return file.modified % 1'000'000'000 != 0 && isAsRecorded(file);
+}
+
 bool isSeen(const FileRecord& file, RunOn runOn) {
   std::error_code error;
   return runOn == RunOn::Local ||

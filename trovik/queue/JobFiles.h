@@ -32,6 +32,11 @@ RunSet framesThatLostFiles(const std::vector<JobFile>& files, RunOn runOn);
 /// Whether a file is what it was when it was checked. A call.
 bool isAsRecorded(const FileRecord& file);
 
+/// The same, where the file's time can tell. One in whole seconds comes from a
+/// file system or a tool that keeps no finer ones, and would not show a file of
+/// the same size that was written within the same second, or two.
+bool isSurelyAsRecorded(const FileRecord& file);
+
 /// Whether the folder of a file is seen here; of a local job it always counts as.
 bool isSeen(const FileRecord& file, RunOn runOn);
 

@@ -177,4 +177,10 @@ JobRecord findJob(Queue* queue, const std::string& text) {
   throw UsageError{"there is no job " + std::to_string(number), "\"trovik jobs\" lists them"};
 }
 
+void refuseVerifyAlone(bool verify, bool missing) {
+  if (verify && !missing) {
+    throw UsageError{"--verify is for --missing", "add --missing, or leave --verify out"};
+  }
+}
+
 } // namespace trovik

@@ -72,4 +72,7 @@ JobId jobNumber(const std::string& text);
 /// UsageError for one that is not there.
 JobRecord findJob(Queue* queue, const std::string& text);
 
+/// Refuses --verify where no --missing checks files.
+void refuseVerifyAlone(bool verify, bool missing);
+
 } // namespace trovik

@@ -133,6 +133,7 @@ void Submission::warnOfLeftOut() const {
 
 void Submission::setUp() {
   const MakingOptions& options = options_;
+  refuseVerifyAlone(options.verify, options.missing);
   std::vector<std::pair<std::string, std::string>> sets;
   for (const std::string& text : options.sets) {
     sets.push_back(splitAssignment(text));
@@ -293,7 +294,8 @@ void Submission::leaveOutGood(Queue& queue, ImageInspector& inspector, Machine& 
     known.merge(others);
   }
   const FoundFrames found = orRefuse("", "", [&] {
-    return findGoodFrames(maker, newJob_.works, newJob_.hasFrames, known, queue, inspector, machine);
+    return findGoodFrames(maker, newJob_.works, newJob_.hasFrames, known,
+                          options_.verify ? Decode::All : Decode::Doubtful, queue, inspector, machine);
   });
   std::vector<FrameRun> works;
   for (const FrameRun& run : newJob_.works) {

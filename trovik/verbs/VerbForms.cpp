@@ -120,6 +120,8 @@ template <typename Options> void addMaking(VerbForm<Options>& verb) {
              "The folder for what the program writes; made where it is missing")
       .value("--log-dir", "DIR", &MakingOptions::logDirectory, "The folder for the logs of this job")
       .flag("--missing", &MakingOptions::missing, "Only the frames without a good file")
+      .flag("--verify", &MakingOptions::verify,
+            "With --missing: check every file again, also those known to be good")
       .flag("--new", &MakingOptions::fresh,
             "Render all in a new job, also where one of this command is not done")
       .value("--engine", "ENGINE", &MakingOptions::engine,
@@ -180,6 +182,7 @@ void declareReadingVerbs(CommandForm& form) {
           "Lists a job's files in the order of their frames, a path a line.")
       .job()
       .flag("--missing", &ImagesOptions::missing, "The frames without a good file, instead")
+      .flag("--verify", &ImagesOptions::verify, "Check every file again, also those known to be good")
       .json();
   declare(form, jobVerbs, "watch", watchJob, Types::NotNeeded,
           "Follows a job, whichever engine works on it, to its end.")
@@ -200,6 +203,7 @@ void declareReadingVerbs(CommandForm& form) {
              "The width of each image in pixels; by default what suits their number")
       .value("--columns", "N", &SheetOptions::columns, "Images in a row; by default what suits their number")
       .value("--frames", "FRAMES", &SheetOptions::frames, "Only these frames")
+      .flag("--verify", &SheetOptions::verify, "Check every file again, also those known to be good")
       .json();
   declare(form, jobVerbs, "page", servePage, Types::NotNeeded,
           "Shows the queue in a browser: every frame as it appears. Prints the address; Ctrl-C ends it.")
@@ -217,6 +221,8 @@ void declareSteeringVerbs(CommandForm& form) {
       .chosenJobs()
       .value("--frames", "FRAMES", &RetryOptions::frames, "Only these frames, good ones too")
       .flag("--missing", &RetryOptions::missing, "The frames without a good file, as the files are now")
+      .flag("--verify", &RetryOptions::verify,
+            "With --missing: check every file again, also those known to be good")
       .json();
   declare(form, jobVerbs, "hold", holdJobs, Types::NotNeeded,
           "Holds jobs: what runs goes on to its end, nothing new begins.")

@@ -33,8 +33,10 @@ int listImages(Session& session, const ImagesOptions& options) {
   const std::unique_ptr<Queue> queue = collectedQueue(session);
   JobRecord job = findJob(queue.get(), *options.job);
   const JobView view = viewOf(*queue, std::move(job));
-  ImageHelper images(options.missing ? imageHelper(session) : session.locations().imageHelper());
-  const FilesNow now = filesNow(*queue, view, options.missing ? Decode::All : Decode::Changed, images);
+  const bool checks = options.missing || options.verify;
+  ImageHelper images(checks ? imageHelper(session) : session.locations().imageHelper());
+  const Decode decode = options.verify ? Decode::All : options.missing ? Decode::Doubtful : Decode::Changed;
+  const FilesNow now = filesNow(*queue, view, decode, images);
   if (options.missing) {
     return printMissing(console, view, now.missing, options.json);
   }

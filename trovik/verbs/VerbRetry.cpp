@@ -59,9 +59,9 @@ JobDone retryThese(Queue& queue, const JobRecord& job, const std::optional<RunSe
            {"state", now ? Json(nameOf(now->state)) : Json(nullptr)}}};
 }
 
-JobDone retryMissing(Queue& queue, const JobRecord& job, ImageInspector& helper) {
+JobDone retryMissing(Queue& queue, const JobRecord& job, Decode decode, ImageInspector& helper) {
   refuseWithoutFrames(job, "--missing");
-  const RunSet missing = filesNow(queue, viewOf(queue, job), Decode::All, helper).missing;
+  const RunSet missing = filesNow(queue, viewOf(queue, job), decode, helper).missing;
   return retryThese(queue, job, missing, "nothing is missing");
 }
 
@@ -88,6 +88,8 @@ int retryJobs(Session& session, const RetryOptions& options) {
   if (options.frames && options.missing) {
     throw UsageError{"--frames and --missing exclude each other", "leave one of them out"};
   }
+  refuseVerifyAlone(options.verify, options.missing);
+  const Decode decode = options.verify ? Decode::All : Decode::Doubtful;
   const std::optional<RunSet> named =
       options.frames ? std::optional(framesToRetry(*options.frames)) : std::nullopt;
   std::unique_ptr<ImageHelper> helper;
@@ -99,7 +101,8 @@ int retryJobs(Session& session, const RetryOptions& options) {
   return forEachJob(
       session, options, "retry",
       [&](Queue& queue, const JobRecord& job) {
-        JobDone done = options.missing ? retryMissing(queue, job, *helper) : retryJob(queue, job, named);
+        JobDone done =
+            options.missing ? retryMissing(queue, job, decode, *helper) : retryJob(queue, job, named);
         const std::optional<JobRecord> now = queue.job(job.id);
         if (now && isOpen(now->state) && now->runOn == RunOn::Cluster) {
           onCluster.push_back(job.id);

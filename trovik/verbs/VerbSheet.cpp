@@ -94,7 +94,8 @@ int drawSheet(Session& session, const SheetOptions& options) {
   JobRecord job = findJob(queue.get(), *options.job);
   const JobView view = viewOf(*queue, std::move(job));
   ImageHelper images(session.locations().imageHelper());
-  SheetPlan plan = sheetPlan(*queue, view, filesNow(*queue, view, Decode::Changed, images).files, only);
+  const Decode decode = options.verify ? Decode::All : Decode::Changed;
+  SheetPlan plan = sheetPlan(*queue, view, filesNow(*queue, view, decode, images).files, only);
   plan.cellWidth = static_cast<int>(width);
   plan.columns = static_cast<int>(columns);
   const std::string total = counted(plan.cells.size(), plan.noun);

@@ -83,6 +83,7 @@ struct MakingOptions : CommonOptions {
   std::optional<std::string> out;
   std::optional<std::string> logDirectory;
   bool missing = false;              ///< only the frames without a good file
+  bool verify = false;               ///< with that: decode files that are known to be good as well
   bool fresh = false;                ///< a new job even where the same one is unfinished
   std::optional<std::string> engine; ///< local or slurm
   std::optional<std::string> shared; ///< the folder that a cluster's nodes see as well
@@ -148,6 +149,7 @@ int showLog(Session& session, const LogOptions& options);
 
 struct ImagesOptions : JobOptions {
   bool missing = false; ///< the frames without a good file, instead
+  bool verify = false;  ///< decode files that are known to be good as well
 };
 int listImages(Session& session, const ImagesOptions& options);
 
@@ -156,6 +158,7 @@ struct SheetOptions : JobOptions {
   std::optional<std::string> width;
   std::optional<std::string> columns;
   std::optional<std::string> frames;
+  bool verify = false; ///< decode files that are known to be good as well
 };
 int drawSheet(Session& session, const SheetOptions& options);
 
@@ -185,6 +188,7 @@ int cancelJobs(Session& session, const CancelOptions& options);
 struct RetryOptions : EachJobOptions {
   std::optional<std::string> frames;
   bool missing = false; ///< those without a good file, as a check of the files tells
+  bool verify = false;  ///< with that: decode files that are known to be good as well
 };
 int retryJobs(Session& session, const RetryOptions& options);
 

@@ -15,7 +15,7 @@ bool isFilled(const Path& file) {
          status.st_size > 0;
 }
 
-FileInspection::FileInspection(ImageInspector& inspector, const RenderJob& job) {
+FileInspection::FileInspection(ImageInspector& inspector, const RenderJob& job, const IsKnown& isKnown) {
   std::vector<RenderJob::WorkFile> files;
   bool refuseFlat = false;
   try {
@@ -25,7 +25,7 @@ FileInspection::FileInspection(ImageInspector& inspector, const RenderJob& job) 
     LogDebug("files to check: " + TakeCaughtText()); // the job's own check tells it
   }
   for (const RenderJob::WorkFile& file : files) {
-    if (!isFilled(file.File)) {
+    if (!isFilled(file.File) || (isKnown && isKnown(file.File.Text()))) {
       continue; // for the job to tell
     }
     ++state_->open;

@@ -3,19 +3,36 @@
 #include "host/application/jobs/RenderJob.h"
 #include "trovik/images/ImageInspector.h"
 #include "trovik/machine/Machine.h"
+#include "trovik/queue/JobFiles.h"
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
 
 namespace trovik {
 
-/// Inspects all files of a work before its job judges them, so that the
+/// Which of the files that are there are decoded, of those that were good when
+/// the queue last heard of them.
+enum class Decode {
+  Changed,  ///< those that are not what they were then
+  Doubtful, ///< and those whose times are too coarse to tell
+  All,
+};
+inline bool isSpared(const FileRecord& good, Decode decode) {
+  return decode == Decode::Changed    ? isAsRecorded(good)
+         : decode == Decode::Doubtful ? isSurelyAsRecorded(good)
+                                      : false;
+}
+
+/// Inspects files of a work before its job judges them, so that the
 /// judging itself need not wait: asks the inspector for each when it is made,
-/// and knows the answers once it is over. May be destroyed at any time.
+/// and knows the answers once it is over. May be destroyed at any time. Files that
+/// are known to be good are left out.
 class FileInspection : public WorkObserver {
 public:
-  FileInspection(ImageInspector& inspector, const RenderJob& job);
+  using IsKnown = std::function<bool(const std::string& file)>;
+  FileInspection(ImageInspector& inspector, const RenderJob& job, const IsKnown& isKnown = {});
 
   bool isOver() const { return state_->open == 0; }
   /// What is wrong with a file; empty for nothing, and for a file that was not

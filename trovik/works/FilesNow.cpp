@@ -41,7 +41,7 @@ FilesNow filesNow(Queue& queue, const JobView& view, Decode decode, ImageInspect
   std::vector<Path> paths;
   std::vector<JobFile*> doubtful;
   for (JobFile& file : now.files) {
-    if (!isGood(file) || !isSeen(file, view.job.runOn) || (decode == Decode::Changed && isAsRecorded(file))) {
+    if (!isGood(file) || !isSeen(file, view.job.runOn) || isSpared(file, decode)) {
       continue;
     }
     file.problem = problemOf(file);

@@ -2,6 +2,7 @@
 
 #include "trovik/images/ImageInspector.h"
 #include "trovik/queue/JobFiles.h"
+#include "trovik/works/FileInspection.h"
 
 #include <vector>
 
@@ -15,12 +16,8 @@ struct FilesNow {
   RunSet missing; ///< not good, or with a file that is not good now; none for a job without frames
 };
 
-/// Which of the files that are there are decoded: all, or those that have
-/// changed since they were checked. An unchanged one was good then.
-enum class Decode { Changed, All };
-
-/// What `images`, `sheet`, `show` and `--missing` tell of a job's files. A call a
-/// file, and the decoding. A file of a cluster's job in a folder that this
+/// What `images`, `sheet`, `show` and `retry --missing` tell of a job's files. A
+/// call a file, and the decoding. A file of a cluster's job in a folder that this
 /// machine does not see is left as it was recorded. Throws QueueError.
 FilesNow filesNow(Queue& queue, const JobView& view, Decode decode, ImageInspector& inspector);
 

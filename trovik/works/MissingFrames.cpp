@@ -2,7 +2,6 @@
 
 #include "host/foundation/FileFinder.h"
 #include "trovik/text/UsageError.h"
-#include "trovik/works/FileInspection.h"
 #include "trovik/works/OutcomeText.h"
 
 #include <algorithm>
@@ -80,13 +79,20 @@ KnownFiles knownFiles(Queue& queue, JobId job) {
 }
 
 FoundFrames findGoodFrames(const WorkMaker& works, const std::vector<FrameRun>& runs, bool hasFrames,
-                           const KnownFiles& known, Queue& queue, ImageInspector& inspector,
+                           const KnownFiles& known, Decode decode, Queue& queue, ImageInspector& inspector,
                            Machine& machine) {
   const SmartHandle<Job> whole = works.makeWhole();
   auto* all = dynamic_cast<RenderJob*>(whole.Get());
   if (all == nullptr || String::EqualNoCase(fileCheckOf(*whole), "None")) {
     throw UsageError{"--missing: no file of this type is checked (FileCheck is None)", "leave --missing out"};
   }
+  // Whether an image of one colour was refused then is not known.
+  const Decode spared =
+      whole->GetParameterOrOption(p_RefuseFlatImages, true, true).Bool() ? Decode::All : decode;
+  const auto wasGood = [&](const std::string& file) {
+    const std::optional<FileRecord> last = spared == Decode::All ? std::nullopt : queue.lastOf(file);
+    return last && last->checked && last->problem.empty() && isSpared(*last, spared);
+  };
   FileFinder folders; // reads a folder where it is asked for many names in it
   FoundFrames found;
   for (const FrameRun& run : runs) {
@@ -108,7 +114,7 @@ FoundFrames findGoodFrames(const WorkMaker& works, const std::vector<FrameRun>& 
         render->ProcessNewFilename(Path(file->second));
       }
     }
-    FileInspection inspection(inspector, *render);
+    FileInspection inspection(inspector, *render, wasGood);
     waitFor(inspection, inspector, machine);
     render->SetObserver(&inspection);
     const int status = render->CheckFiles(k_StatusFinished);

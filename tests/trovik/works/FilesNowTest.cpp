@@ -3,6 +3,8 @@
 #include "tests/trovik/FakeMachine.h"
 #include "tests/trovik/queue/QueueTest.h"
 
+#include <array>
+#include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
 
@@ -58,6 +60,22 @@ TEST_F(FilesNowTest, WhatIsAsItWasIsNotDecodedUnlessThatIsAsked) {
   const FilesNow all = now(job, Decode::All);
   EXPECT_EQ(textOf(all), "a.png: Truncated");
   EXPECT_EQ(all.missing.text(), "1");
+}
+
+TEST_F(FilesNowTest, ATimeInWholeSecondsIsDoubtful) {
+  const JobId job = queue.submit(jobOf("1,2"));
+  for (const int frame : {1, 2}) {
+    const std::string name = frame == 1 ? "a.png" : "b.png";
+    directory.write(name, "x");
+    const std::array<timespec, 2> times = {timespec{1'000'000'000, frame - 1},
+                                           timespec{1'000'000'000, frame - 1}};
+    ASSERT_EQ(utimensat(AT_FDCWD, directory.file(name).c_str(), times.data(), 0), 0);
+    settle(good(take().attempt), {left(frame, name)});
+  }
+  EXPECT_EQ(textOf(now(job)), "a.png; b.png");
+  EXPECT_TRUE(inspector.asked.empty());
+  EXPECT_EQ(textOf(now(job, Decode::Doubtful)), "a.png; b.png");
+  EXPECT_EQ(inspector.asked, std::vector<std::string>{directory.file("a.png")});
 }
 
 TEST_F(FilesNowTest, AFileThatWasCutSinceIsDecoded) {

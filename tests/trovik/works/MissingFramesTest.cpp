@@ -4,7 +4,10 @@
 #include "tests/trovik/TemporaryDirectory.h"
 #include "tests/trovik/TestJobs.h"
 
+#include <array>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 namespace trovik {
 namespace {
@@ -36,15 +39,38 @@ protected:
   FoundFrames find(const std::string& range, int packet = 1) {
     const WorkMaker maker(*job);
     CountedJob::made = 0;
-    return findGoodFrames(maker, FrameSet::Parse(range).Split(packet), true, {}, queue, inspector, machine);
+    return findGoodFrames(maker, FrameSet::Parse(range).Split(packet), true, {}, decode, queue, inspector,
+                          machine);
   }
 
   TemporaryDirectory directory;
   UID type{true};
   SmartHandle<Job> job;
   Queue queue{Path(directory.file("queue"))};
+  /// Puts a job into the queue by which what is found is known.
+  void enter(const FoundFrames& found) {
+    NewJob entry;
+    entry.type = type;
+    entry.works = {{9, 9}};
+    entry.found = found.good.runs();
+    entry.foundFiles = found.files;
+    queue.submit(entry);
+  }
+  /// The time of a file: seconds since 1970 and a part of them.
+  void setTime(const std::string& name, std::int64_t seconds, std::int64_t nanoseconds) {
+    const std::array<timespec, 2> times = {timespec{seconds, nanoseconds}, timespec{seconds, nanoseconds}};
+    ASSERT_EQ(utimensat(AT_FDCWD, directory.file(name).c_str(), times.data(), 0), 0);
+  }
+  std::size_t asked(Decode how = Decode::Doubtful) {
+    decode = how;
+    inspector.asked.clear();
+    EXPECT_EQ(find("1-2").good.text(), "1-2");
+    return inspector.asked.size();
+  }
+
   FakeInspector inspector;
   FakeMachine machine;
+  Decode decode = Decode::Doubtful;
 };
 
 TEST_F(MissingFramesTest, FramesWithoutAnyFileCostNoJobOfTheirOwn) {
@@ -66,6 +92,63 @@ TEST_F(MissingFramesTest, APacketWithOneFileIsCheckedAsAWhole) {
 TEST_F(MissingFramesTest, AFolderInTheFilesPlaceIsNoFile) {
   directory.makeDirectory("out/0003.txt");
   EXPECT_TRUE(find("1-4").good.empty());
+}
+
+TEST_F(MissingFramesTest, WhatTheQueueKnowsToBeGoodIsNotDecodedUnlessThatIsAsked) {
+  for (const char* name : {"out/0001.txt", "out/0002.txt"}) {
+    directory.write(name, "x");
+    setTime(name, 1'000'000'000, 5);
+  }
+  EXPECT_EQ(asked(), 2U);
+  enter(find("1-2"));
+  EXPECT_EQ(asked(), 0U);
+  EXPECT_EQ(asked(Decode::All), 2U);
+  inspector.problems[directory.file("out/0001.txt")] = "Truncated";
+  EXPECT_EQ(find("1-2").good.text(), "2"); // Decode::All
+}
+
+TEST_F(MissingFramesTest, WhatWasWrittenSinceIsDecoded) {
+  for (const char* name : {"out/0001.txt", "out/0002.txt"}) {
+    directory.write(name, "x");
+    setTime(name, 1'000'000'000, 5);
+  }
+  enter(find("1-2"));
+  setTime("out/0001.txt", 1'000'000'000, 6);
+  EXPECT_EQ(asked(), 1U);
+  directory.write("out/0002.txt", "longer");
+  setTime("out/0002.txt", 1'000'000'000, 5);
+  EXPECT_EQ(asked(), 2U);
+}
+
+TEST_F(MissingFramesTest, ATimeInWholeSecondsProvesNothing) {
+  for (const char* name : {"out/0001.txt", "out/0002.txt"}) {
+    directory.write(name, "x");
+    setTime(name, 1'000'000'000, name[7] == '1' ? 0 : 1);
+  }
+  enter(find("1-2"));
+  EXPECT_EQ(asked(), 1U);
+  EXPECT_EQ(inspector.asked.front(), directory.file("out/0001.txt"));
+}
+
+TEST_F(MissingFramesTest, WhatWasDamagedWhenItWasCheckedIsDecodedAgain) {
+  for (const char* name : {"out/0001.txt", "out/0002.txt"}) {
+    directory.write(name, "x");
+    setTime(name, 1'000'000'000, 5);
+  }
+  FoundFrames found = find("1-2");
+  found.files.back().problem = "Truncated";
+  enter(found);
+  EXPECT_EQ(asked(), 1U);
+}
+
+TEST_F(MissingFramesTest, WhereFlatImagesAreRefusedEveryFileIsDecoded) {
+  for (const char* name : {"out/0001.txt", "out/0002.txt"}) {
+    directory.write(name, "x");
+    setTime(name, 1'000'000'000, 5);
+  }
+  enter(find("1-2"));
+  job->SetParameter(p_RefuseFlatImages, "Yes");
+  EXPECT_EQ(asked(), 2U);
 }
 
 TEST_F(MissingFramesTest, TypeWhoseFilesNobodyChecksIsRefused) {
