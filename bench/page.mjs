@@ -20,7 +20,10 @@ const atOnce = 6; // connections of a browser to one server
 const processes = 2; // helpers that the page has for its pictures
 
 const wait = (time) => new Promise((resolve) => setTimeout(resolve, time));
-const middle = (values) => values.toSorted((a, b) => a - b)[values.length >> 1];
+function middle(values) {
+  const sorted = values.toSorted((a, b) => a - b);
+  return (sorted[(sorted.length - 1) >> 1] + sorted[sorted.length >> 1]) / 2;
+}
 const rows = [];
 const row = (what, figure, besides = "") => rows.push([what, figure, besides]);
 const spread = (values, digits, unit) => [
@@ -111,14 +114,22 @@ class Listener {
 class Database {
   constructor(file) {
     this.child = spawn(process.env.BENCH_SQLITE, ["-batch", file], { stdio: ["pipe", "pipe", "inherit"] });
-    this.child.stdout.on("data", () => this.answered?.(performance.now()));
+    this.count = 0;
+    let text = "";
+    this.child.stdout.on("data", (data) => {
+      const now = performance.now();
+      text += data;
+      if (text.endsWith(`done ${this.count}\n`)) {
+        this.answered?.(now);
+      }
+    });
     this.ended = new Promise((resolve) => this.child.once("exit", resolve));
   }
 
   /** Executes a statement; gives the time at which it was known to be committed. */
   commit(statement) {
     const done = new Promise((resolve) => (this.answered = resolve));
-    this.child.stdin.write(`${statement};\n.print done\n`);
+    this.child.stdin.write(`${statement};\n.print done ${++this.count}\n`);
     return within(done, patience, "a commit");
   }
 
@@ -134,6 +145,7 @@ async function measureEvents(farm, job) {
   const { directory } = await getJson(server, "/api/about");
   const database = new Database(path.join(directory, "queue.db"));
   await database.commit("PRAGMA busy_timeout = 5000");
+  await database.commit("PRAGMA synchronous = NORMAL"); // as the program's own connections
   const commits = [];
   const verbs = [];
   for (let count = 0; count < size.commits; ++count) {
