@@ -13,7 +13,7 @@
 #       page   to drive the page in a browser
 #       catalogue  the programs of all shipped types (1.4 GB)
 #       tidy   to run clang-format and clang-tidy
-#       bench  to build the benchmarks
+#       bench  to build the benchmarks; that of the page needs the set page, too
 #       package  to make the Debian packages
 #       fresh  to make bare Debian systems, as tests/fresh does
 set -euo pipefail
@@ -28,7 +28,7 @@ fail() {
 #   clang-format [test]: scripts/tidy.sh --format is one of the tests
 #   ffmpeg [shot]: the movie of demo/shot.ini is made by it
 #   fonts-dejavu-core [build]: the words on a sheet are drawn with it
-#   npm [page]: tests/page/run.sh names it by a variable, since some packages of nodejs bring it
+#   npm [page]: tests/page/modules.sh names it by a variable, since some packages of nodejs bring it
 #   povray-includes [demo test catalogue]: the scenes include its colours and textures
 #   xauth [catalogue]: xvfb-run calls it
 #   zsh [test]: started by script, for its completion
@@ -41,7 +41,7 @@ declare -A packages=(
   [page]="chromium nodejs npm"
   [catalogue]="blender darktable ffmpeg ghostscript gnuplot-nox imagemagick inkscape librsvg2-bin mandelbulber2 openimageio-tools openscad poppler-utils povray povray-includes python3 synfig tachyon xauth xvfb"
   [tidy]="clang-format clang-tidy git"
-  [bench]="libbenchmark-dev"
+  [bench]="libbenchmark-dev openimageio-tools sqlite3"
   [package]="debhelper dpkg-dev git lintian"
   [fresh]="debootstrap git zstd"
 )

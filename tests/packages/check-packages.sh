@@ -36,6 +36,7 @@ sets_of() { # FILE -> sets
   catalogue/*.tvx) sets='demo catalogue' ;;
   scripts/tidy.sh) sets='build tidy' ;;
   scripts/package.sh | packaging/*) sets='build package' ;;
+  bench/page) sets='build page bench' ;;
   bench/*) sets='build bench' ;;
   tests/fresh/*) sets=fresh ;; # the cases themselves call what every Debian has
   tests/slurm/*) sets='build test slurm' ;;
@@ -111,7 +112,7 @@ cached() { sed -n "s/^$1:[A-Z]*=//p" "$build/CMakeCache.txt"; }
 
 ### What is called: "KIND<TAB>PLACE<TAB>NAME", the first place of each area
 
-mapfile -t scripts < <(sources '*.sh' .ci/run bench/run)
+mapfile -t scripts < <(sources '*.sh' .ci/run bench/run bench/page)
 for file in "${scripts[@]}"; do
   # shellcheck disable=SC2094  # only its name
   shfmt --language-dialect bash --filename "$file" --to-json <"$file"

@@ -4,20 +4,13 @@
 #
 #   run.sh TROVIK MODULE FOLDER NODE CHROMIUM
 #
-# FOLDER keeps what npm installs: exactly the versions of package-lock.json. With
-# TROVIK_PAGE_LOOKS=update the layout of all views is written anew (look at them
-# first: TROVIK_PAGE_SHOTS=DIRECTORY takes pictures of them).
+# FOLDER keeps what npm installs. With TROVIK_PAGE_LOOKS=update the layout of all
+# views is written anew (look at them first: TROVIK_PAGE_SHOTS=DIRECTORY takes
+# pictures of them).
 set -euo pipefail
 program=$1 module=$2 folder=$3 node=$4 chromium=$5
 here=$(cd "$(dirname "$0")" && pwd)
 
-mkdir -p "$folder"
-if ! cmp -s "$here/package-lock.json" "$folder/installed"; then
-  cp "$here/package.json" "$here/package-lock.json" "$folder/"
-  npm=npm # with some packages of nodejs it comes along, of others it is one
-  (cd "$folder" && "$npm" ci --ignore-scripts --no-audit --no-fund --loglevel=error)
-  cp "$here/package-lock.json" "$folder/installed"
-fi
-
+"$here/modules.sh" "$folder"
 export TROVIK=$program TROVIK_MODULE=$module TROVIK_PAGE_MODULES=$folder CHROMIUM=$chromium
 exec "$node" --test "$here/page.test.mjs"
