@@ -27,6 +27,7 @@ verdict() { # STATE WORD...
          else . end)
     | if .files then .files |= sort_by(.frame, .file) else . end
     | walk(if type == "object" and .usage then .usage |= keys else . end)
+    | walk(if type == "object" and (.memory | type) == "object" then .memory |= map_values(type) else . end)
     | if .attempts then .attempts |= sort_by(.frames, .attempt) else . end'
   mv "$TMP/images" "$TMP/images-${state##*/}"
 }
