@@ -297,30 +297,26 @@ for node in 1 2 3; do
   [ -n "$(cluster pids node "$node")" ] || cluster start node "$node" || true
 done
 
-started=$SECONDS
-until [ "$(state)" = good ]; do
-  [ $((SECONDS - started)) -lt 900 ] || fail "the job does not end"
-  release_held
-  resume_drained
-  kill -0 "$watcher" 2>/dev/null || watch_job
-  no_waiting
-  check_good
-  sleep 1
-done
-echo "good $((SECONDS - started)) s after the last"
+await_good() { # SECONDS
+  started=$SECONDS
+  until [ "$(state)" = good ]; do
+    [ $((SECONDS - started)) -lt "$1" ] || fail "job $job does not end"
+    release_held
+    resume_drained
+    kill -0 "$watcher" 2>/dev/null || watch_job
+    no_waiting
+    check_good
+    sleep 1
+  done
+  echo "job $job good after $((SECONDS - started)) s more"
+}
+
+await_good 900
 check_good
 wait "$watcher" || fail "the program that watches ends with $?"
 job=2
 watch_job
-started=$SECONDS
-until [ "$(state)" = good ]; do
-  [ $((SECONDS - started)) -lt 300 ] || fail "the second job does not end"
-  release_held
-  resume_drained
-  kill -0 "$watcher" 2>/dev/null || watch_job
-  no_waiting
-  sleep 1
-done
+await_good 300
 [ ! -e "$tree/early" ] || fail "these frames were copied before they were whole: $(tr '\n' ' ' <"$tree/early")"
 for ((frame = 1; frame <= copies; ++frame)); do
   cmp -s "$tree/images/f_$frame.ppm" "$tree/copies/c_$frame.ppm" || fail "the copy of frame $frame is not right"
