@@ -15,9 +15,13 @@ namespace {
 
 constexpr int failedCode = 1;
 
-/// Whether a process has ended at that time.
-bool endsUntil(const Descriptor& watched, Clock::time_point end) {
-  for (;;) {
+} // namespace
+
+bool endsWithin(pid_t child, Duration limit) {
+  const Clock::time_point end = Clock::now() + limit;
+  // By its number: the C library's declaration of 2.36 lacks the C linkage.
+  const Descriptor watched(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
+  while (watched.IsOpen()) {
     const auto left =
         std::chrono::ceil<std::chrono::milliseconds>(std::max(end - Clock::now(), Duration::zero()));
     pollfd exit{watched.Number(), POLLIN, 0};
@@ -26,15 +30,13 @@ bool endsUntil(const Descriptor& watched, Clock::time_point end) {
       return ready > 0;
     }
     if (ready < 0 && errno != EINTR) {
-      return false;
+      break;
     }
   }
+  return false;
 }
 
-} // namespace
-
 bool runAside(const std::function<void()>& action, Duration limit) {
-  const Clock::time_point end = Clock::now() + limit;
   const pid_t starter = getpid();
   const pid_t process = fork();
   if (process < 0) {
@@ -48,8 +50,7 @@ bool runAside(const std::function<void()>& action, Duration limit) {
     action();
     _exit(0);
   }
-  const Descriptor watched(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
-  const bool ended = watched.IsOpen() && endsUntil(watched, end);
+  const bool ended = endsWithin(process, limit);
   if (!ended) {
     kill(process, SIGKILL);
   }

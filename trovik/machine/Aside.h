@@ -3,6 +3,7 @@
 #include "trovik/machine/Machine.h"
 
 #include <functional>
+#include <sys/types.h>
 
 namespace trovik {
 
@@ -12,8 +13,11 @@ namespace trovik {
 /// process to be had. Then it is killed, and not waited for.
 ///
 /// What the action changes in memory is lost with its process, so it throws
-/// nothing and prints through descriptors only. No queue may be open here: its
-/// locks are those of one process. To be called where there is one thread.
+/// nothing and prints through descriptors only. It touches no queue, whose locks
+/// are those of one process. To be called where there is one thread.
 bool runAside(const std::function<void()>& action, Duration limit);
+
+/// Whether a child of this process ends within the time; it is not reaped.
+bool endsWithin(pid_t child, Duration limit);
 
 } // namespace trovik

@@ -1,6 +1,7 @@
 #include "trovik/machine/HelperProcess.h"
 
 #include "host/foundation/Process.h"
+#include "trovik/machine/Aside.h"
 #include "trovik/text/Text.h"
 
 #include <array>
@@ -8,18 +9,16 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
-#include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <system_error>
 
 namespace trovik {
 namespace {
 
-constexpr std::size_t lineLimit = 1 << 20; // no line of a helper is that long
-constexpr int exitPatience = 1000;         // milliseconds, with one that has closed its output
+constexpr std::size_t lineLimit = 1 << 20;                 // no line of a helper is that long
+constexpr Duration exitPatience = std::chrono::seconds(1); // with one that is about to end
 
 class SpawnRecords {
 public:
@@ -147,6 +146,12 @@ std::optional<std::string> HelperProcess::line() {
   return text;
 }
 
+std::string HelperProcess::bytes(std::size_t most) {
+  std::string taken = received_.substr(0, most);
+  received_.erase(0, taken.size());
+  return taken;
+}
+
 void HelperProcess::wake() const {
   if (id_ > 0) {
     ::kill(-id_, SIGCONT);
@@ -160,15 +165,13 @@ HelperProcess::End HelperProcess::end() {
   }
   // One that closed its output is on its way out; one that did not is stopped.
   if (!socket_.IsOpen()) {
-    // By its number: the C library's declaration of 2.36 lacks the C linkage.
-    const Descriptor watch(static_cast<int>(syscall(SYS_pidfd_open, id_, 0)));
-    pollfd exit{watch.Number(), POLLIN, 0};
-    poll(&exit, 1, exitPatience);
+    endsWithin(id_, exitPatience);
   }
   socket_.Reset();
   ::kill(-id_, SIGKILL); // and whatever it left behind
+  const bool ended = endsWithin(id_, exitPatience);
   siginfo_t info{};
-  while (waitid(P_PID, static_cast<id_t>(id_), &info, WEXITED) != 0 && errno == EINTR) {
+  while (ended && waitid(P_PID, static_cast<id_t>(id_), &info, WEXITED) != 0 && errno == EINTR) {
   }
   id_ = -1;
   if (info.si_code == CLD_EXITED) {
@@ -178,7 +181,7 @@ HelperProcess::End HelperProcess::end() {
       end.text += ": " + cutToWidth(printable(words, OddBytes::Show), 300);
     }
   } else {
-    end.signal = info.si_status;
+    end.signal = ended ? info.si_status : SIGKILL;
     end.text = "was killed by signal " + std::to_string(end.signal) + " (" + strsignal(end.signal) + ')';
   }
   return end;

@@ -40,6 +40,9 @@ public:
   bool advance();
   /// The next whole line, without its line feed.
   std::optional<std::string> line();
+  /// What was received and not taken, at most so many bytes: for what a line
+  /// has announced.
+  std::string bytes(std::size_t most);
 
   struct End {
     int signal = 0;   ///< that killed it; 0 for none
@@ -47,7 +50,8 @@ public:
     std::string text; ///< "was killed by signal 11 (Segmentation fault)", "ended with exit code 127: WORDS"
   };
   /// How it ended; one that still runs is killed. Its last words are what was
-  /// received and is no whole line, or was not taken.
+  /// received and is no whole line, or was not taken. One that cannot be killed,
+  /// since the system waits for a network folder on its behalf, is left behind.
   End end();
   /// Lets it go on where somebody has stopped it.
   void wake() const;
