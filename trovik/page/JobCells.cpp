@@ -1,6 +1,7 @@
 #include "trovik/page/JobCells.h"
 
 #include "host/application/FileName.h"
+#include "trovik/images/ImageHelper.h"
 #include "trovik/records/Moments.h"
 
 #include <algorithm>
@@ -68,23 +69,26 @@ void addFiles(const std::vector<JobFile>& files, const JobView& view, const Fram
               FileStates& states, Clock::time_point now, JobCells& cells) {
   const bool hasFrames = view.job.hasFrames;
   const RunSet all = allFrames(view.frames);
-  const auto set = [&](std::size_t place, const JobFile& file, char letter) {
+  const auto set = [&](std::size_t place, std::int64_t file, char letter, const std::string& problem = {}) {
     cells.states[place] = letter;
-    cells.files[place] = file.id;
+    cells.files[place] = file;
+    if (letter == 'd') {
+      cells.problems[place] = problem;
+    }
   };
   for (const JobFile& file : files) {
     if (hasFrames && file.frame && !all.contains(*file.frame)) {
       continue;
     }
     if (file.counts) {
-      const FileStates::State state =
-          isSeen(file, view.job.runOn) ? states.of(file, now) : FileStates::State::There;
-      const char letter = state == FileStates::State::Gone                               ? 'm'
-                          : state == FileStates::State::Damaged || !file.problem.empty() ? 'd'
-                                                                                         : 'g';
+      const FileStates::Fact fact = isSeen(file, view.job.runOn) ? states.of(file, now) : FileStates::Fact();
+      const char letter = fact.state == FileStates::State::Gone                               ? 'm'
+                          : fact.state == FileStates::State::Damaged || !file.problem.empty() ? 'd'
+                                                                                              : 'g';
+      const std::string& problem = file.problem.empty() ? fact.problem : file.problem;
       if (!hasFrames) {
         if (cells.states[0] == 'g') {
-          set(0, file, letter);
+          set(0, file.id, letter, problem);
         }
         continue;
       }
@@ -93,7 +97,7 @@ void addFiles(const std::vector<JobFile>& files, const JobView& view, const Fram
       for (const FrameRun& run : file.frames.runs()) {
         for (std::size_t place = places.of(run.First); place <= places.of(run.Last); ++place) {
           if (cells.states[place] == 'g' && (letter != 'g' || cells.files[place] == 0)) {
-            set(place, isPicture ? file : JobFile(), letter);
+            set(place, isPicture ? file.id : 0, letter, problem);
           }
         }
       }
@@ -101,12 +105,12 @@ void addFiles(const std::vector<JobFile>& files, const JobView& view, const Fram
       const std::size_t place = places.of(*file.frame);
       char& letter = cells.states[place];
       if ((letter == 'r' || letter == 'R') && !file.checked) {
-        set(place, file, 'R');
+        set(place, file.id, 'R');
       } else if (letter == 'f') {
         cells.files[place] = file.id;
       }
     } else if (!hasFrames && !file.checked && cells.states[0] != 'g') {
-      set(0, file, cells.states[0] == 'r' ? 'R' : cells.states[0]);
+      set(0, file.id, cells.states[0] == 'r' ? 'R' : cells.states[0]);
     }
   }
 }
@@ -134,24 +138,43 @@ std::string stripOf(const JobView& view, std::size_t cells) {
   return strip;
 }
 
-FileStates::State FileStates::of(const FileRecord& file, Clock::time_point now) {
-  const auto known = known_.find(file.id);
-  if (known != known_.end() && now < known->second.asked + patience_) {
-    return known->second.state;
-  }
-  struct stat status {};
-  State state = State::There;
-  if (!CanBeAName(Path(file.path)) || stat(file.path.c_str(), &status) != 0) {
-    state = State::Gone;
-  } else if (!S_ISREG(status.st_mode) || status.st_size == 0) {
-    state = State::Damaged;
-  }
-  known_[file.id] = {state, now};
-  return state;
+void FileStates::begin(Clock::time_point now, Clock::time_point checkUntil) {
+  checkUntil_ = checkUntil;
+  std::erase_if(known_, [&](const auto& one) { return now >= one.second.asked + patience_; });
 }
 
-void FileStates::forget(Clock::time_point now) {
-  std::erase_if(known_, [&](const auto& one) { return now >= one.second.asked + patience_; });
+FileStates::Fact FileStates::of(const FileRecord& file, Clock::time_point now) {
+  const auto known = known_.find(file.id);
+  if (known != known_.end() && now < known->second.asked + patience_) {
+    return known->second.fact;
+  }
+  struct stat status {};
+  Fact fact;
+  if (!CanBeAName(Path(file.path)) || stat(file.path.c_str(), &status) != 0) {
+    fact.state = State::Gone;
+  } else if (!S_ISREG(status.st_mode) || status.st_size == 0) {
+    fact = {State::Damaged, S_ISREG(status.st_mode) ? "Its file is empty now" : "It is no file any more"};
+  } else if (const FileIdentity identity = identityOf(status);
+             identity.size != file.size || identity.modified != file.modified) {
+    fact = check(file, identity);
+  }
+  known_[file.id] = {fact, now};
+  return fact;
+}
+
+FileStates::Fact FileStates::check(const FileRecord& file, const FileIdentity& identity) {
+  if (const auto checked = checked_.find(file.id);
+      checked != checked_.end() && checked->second.identity == identity) {
+    return checked->second.fact;
+  }
+  if (Clock::now() >= checkUntil_) {
+    return {};
+  }
+  const Inspection inspection = inspectAll(inspector_, {Path(file.path)}, false).front();
+  const bool isDamaged = !inspection.problem.empty() && !inspection.problem.starts_with(notLookedInto);
+  Fact fact{isDamaged ? State::Damaged : State::There, isDamaged ? inspection.problem : std::string()};
+  checked_[file.id] = {identity, fact};
+  return fact;
 }
 
 JobCells cellsOf(Queue& queue, const JobView& view, FileStates& states, Clock::time_point now) {

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "trovik/images/ImageInspector.h"
 #include "trovik/machine/Machine.h"
+#include "trovik/page/ServedFile.h"
 #include "trovik/queue/JobFiles.h"
 
 #include <cstdint>
@@ -21,24 +23,40 @@ namespace trovik {
 /// the order f d r m w g c. Files are not asked about.
 std::string stripOf(const JobView& view, std::size_t cells);
 
-/// What a call told of files, kept for a while: a page asks again and again, and
-/// a folder may lie on a slow server.
+/// What has become of files since they were good, kept for a while: a page asks
+/// again and again, and a folder may lie on a slow server. A file that is not
+/// what it was then is checked whole, once for each of its changes, as long as
+/// there is time; until then it counts as good.
 class FileStates {
 public:
   enum class State { There, Gone, Damaged };
-  explicit FileStates(Duration patience = std::chrono::seconds(10)) : patience_(patience) {}
+  struct Fact {
+    State state = State::There;
+    std::string problem; ///< of a damaged one
+  };
+  explicit FileStates(ImageInspector& inspector, Duration patience = std::chrono::seconds(10))
+      : inspector_(inspector), patience_(patience) {}
 
-  State of(const FileRecord& file, Clock::time_point now);
-  /// What was asked that long ago is forgotten.
-  void forget(Clock::time_point now);
+  /// Forgets what was asked too long ago, and says until when files may be checked.
+  void begin(Clock::time_point now, Clock::time_point checkUntil);
+  Fact of(const FileRecord& file, Clock::time_point now);
 
 private:
   struct Known {
-    State state = State::There;
+    Fact fact;
     Clock::time_point asked;
   };
+  struct Checked {
+    FileIdentity identity;
+    Fact fact;
+  };
+  Fact check(const FileRecord& file, const FileIdentity& identity);
+
+  ImageInspector& inspector_;
   Duration patience_;
+  Clock::time_point checkUntil_{};
   std::map<std::int64_t, Known> known_;
+  std::map<std::int64_t, Checked> checked_; ///< of files that are not what they were
 };
 
 /// One cell a frame, in ascending order; of a job without frames one.
@@ -47,6 +65,7 @@ struct JobCells {
   std::string states;
   std::vector<std::int64_t> files; ///< the number of the file that shows it; 0 for none
   std::vector<double> seconds;     ///< that the frame took in the attempt that made it good; 0 for none
+  std::map<std::size_t, std::string> problems; ///< of damaged files, by their cell
 };
 JobCells cellsOf(Queue& queue, const JobView& view, FileStates& states, Clock::time_point now);
 

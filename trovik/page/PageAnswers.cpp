@@ -20,6 +20,7 @@ namespace {
 
 constexpr std::size_t stripCells = 400;
 constexpr Duration latestTime = std::chrono::seconds(2);
+constexpr Duration checkingTime = std::chrono::seconds(2); // of files that were changed
 
 /// Takes every file as it is: a server answers at once, and what a picture shows
 /// is seen when it is made.
@@ -99,7 +100,7 @@ template <typename Values> void appendList(std::string& text, const char* key, c
 
 const PageAnswers::Kept& PageAnswers::kept(JobId id, JobRecord record) {
   Kept& one = kept_[id];
-  const std::int64_t revision = changes_.revisionOf(id);
+  const std::int64_t revision = revisions_.of(id);
   if (one.revision != revision) {
     one.view = viewOf(queue_, std::move(record));
     one.strip = stripOf(one.view, stripCells);
@@ -118,7 +119,7 @@ Json PageAnswers::jobs() {
   std::reverse(records.begin(), records.end());
   const Moment now = momentNow();
   Json document = jsonOfKind("jobs");
-  document["revision"] = changes_.revision();
+  document["revision"] = revisions_.last;
   document["jobs"] = Json::array();
   std::set<JobId> there;
   for (JobRecord& record : records) {
@@ -151,7 +152,7 @@ Json PageAnswers::versionsOf(const JobRecord& job) {
 
 Json PageAnswers::job(JobId id) {
   const Clock::time_point now = Clock::now();
-  const std::int64_t revision = changes_.revisionOf(id);
+  const std::int64_t revision = revisions_.of(id);
   if (latestJob_.job != id || latestJob_.revision != revision || now >= latestJob_.asked + latestTime) {
     NoInspector inspector;
     const JobReport report = reportOn(queue_, recordOf(queue_, id), inspector);
@@ -166,18 +167,20 @@ Json PageAnswers::job(JobId id) {
 
 const JobCells& PageAnswers::cellsNow(JobId id) {
   const Clock::time_point now = Clock::now();
-  const std::int64_t revision = changes_.revisionOf(id);
+  const std::int64_t revision = revisions_.of(id);
   const JobView& stands = view(id);
   if (latest_.job != id || latest_.revision != revision || now >= latest_.asked + latestTime) {
-    states_.forget(now);
+    states_.begin(now, now + checkingTime);
     latest_ = {id, revision, now, cellsOf(queue_, stands, states_, now)};
   }
   return latest_.cells;
 }
 
 RunSet PageAnswers::missingNow(JobId id) {
-  FileStates states;
-  return missingFrames(cellsOf(queue_, view(id), states, Clock::now()));
+  FileStates states(inspector_);
+  const Clock::time_point now = Clock::now();
+  states.begin(now, Clock::time_point::max());
+  return missingFrames(cellsOf(queue_, view(id), states, now));
 }
 
 std::string PageAnswers::cells(JobId id) {
@@ -187,7 +190,7 @@ std::string PageAnswers::cells(JobId id) {
   text += ",\"kind\":\"page.cells\",\"job\":";
   append(text, id);
   text += ",\"revision\":";
-  append(text, changes_.revisionOf(id));
+  append(text, revisions_.of(id));
   text += view(id).job.hasFrames ? ",\"hasFrames\":true" : ",\"hasFrames\":false";
   appendList(text, "frames", cells.frames);
   text += ",\"states\":\"" + cells.states + '"';

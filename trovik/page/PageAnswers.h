@@ -16,7 +16,9 @@ namespace trovik {
 /// QueueError.
 class PageAnswers {
 public:
-  PageAnswers(Queue& queue, QueueChanges& changes) : queue_(queue), changes_(changes) {}
+  /// The revisions are those that somebody else keeps up to date.
+  PageAnswers(Queue& queue, const Revisions& revisions, ImageInspector& inspector)
+      : queue_(queue), revisions_(revisions), inspector_(inspector), states_(inspector) {}
 
   Json jobs();
   Json job(JobId id);
@@ -51,7 +53,8 @@ private:
   Json versionsOf(const JobRecord& job);
 
   Queue& queue_;
-  QueueChanges& changes_;
+  const Revisions& revisions_;
+  ImageInspector& inspector_;
   std::map<JobId, Kept> kept_;
   FileStates states_;
   Latest latest_;

@@ -46,17 +46,14 @@ std::size_t lengthOf(char first) {
 }
 
 /// Why the frame is not good.
-std::string noteOf(char letter, const std::vector<AttemptRecord>& attempts,
-                   const std::vector<const JobFile*>& files, std::int64_t shown) {
+std::string noteOf(char letter, const std::vector<AttemptRecord>& attempts, const JobCells& cells,
+                   std::size_t place) {
   if (letter == 'm') {
     return "Its file is not there any more";
   }
   if (letter == 'd') {
-    for (const JobFile* file : files) {
-      if (file->id == shown) {
-        return file->problem.empty() ? "Its file is empty now" : file->problem;
-      }
-    }
+    const auto problem = cells.problems.find(place);
+    return problem == cells.problems.end() ? std::string() : problem->second;
   }
   if ((letter == 'f' || letter == 'w' || letter == 'c') && !attempts.empty()) {
     return attempts.back().reason;
@@ -106,7 +103,7 @@ Json frameJson(Queue& queue, const JobView& view, std::optional<int> frame, cons
   document["job"] = view.job.id;
   document["frame"] = frame ? Json(*frame) : Json(nullptr);
   document["state"] = wordOf(letter);
-  document["note"] = textOrNull(noteOf(letter, attempts, files, cells.files[place]));
+  document["note"] = textOrNull(noteOf(letter, attempts, cells, place));
   document["file"] = cells.files[place];
   document["attempts"] = Json::array();
   for (const AttemptRecord& attempt : attempts) {

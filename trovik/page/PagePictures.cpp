@@ -35,8 +35,8 @@ HttpResponse tryAgain(const std::string& message) {
 
 } // namespace
 
-PagePictures::PagePictures(const Path& cache, const Path& helper, Deliver deliver)
-    : cache_(cache), deliver_(std::move(deliver)) {
+PagePictures::PagePictures(const Path& cache, const Path& helper, Deliver deliver, Find find)
+    : cache_(cache), deliver_(std::move(deliver)), find_(std::move(find)) {
   const std::size_t count = std::clamp<std::size_t>(std::thread::hardware_concurrency() / 2, 1, helperLimit);
   for (std::size_t i = 0; i < count; ++i) {
     helpers_.push_back(std::make_unique<ImageHelper>(helper, Clock::now, patience));
@@ -52,7 +52,7 @@ HttpResponse PagePictures::pictureResponse(ServedFile picture, const std::string
   return response;
 }
 
-HttpAnswer PagePictures::answer(const HttpRequest& request, const std::string& path, HttpExchange exchange) {
+HttpAnswer PagePictures::answer(const HttpRequest& request, std::int64_t file, HttpExchange exchange) {
   HttpAnswer answer;
   const auto text = request.query.find("w");
   const auto width = text == request.query.end() ? std::nullopt : ReadWholeNumber<int>(text->second);
@@ -61,47 +61,54 @@ HttpAnswer PagePictures::answer(const HttpRequest& request, const std::string& p
         problemResponse(400, "a picture needs its width", "w is 80, 160, 320, 640, 1280 or 2560");
     return answer;
   }
-  const ServedFile file(path);
-  if (!file.isThere()) {
-    answer.response = problemResponse(404, "the file is not shown: " + file.problem, "");
-    return answer;
-  }
-  const std::string key = file.identity.text() + '-' + std::to_string(*width);
-  const std::string tag = '"' + key + '"';
-  if (request.header("if-none-match") == tag) {
-    answer.response.status = 304;
-    answer.response.headers = {{"Cache-Control", "private, no-cache"}, {"ETag", tag}};
-    return answer;
-  }
-  if (std::optional<ServedFile> picture = cache_.find(file.identity, *width)) {
-    answer.response = pictureResponse(std::move(*picture), tag);
-    return answer;
-  }
-  if (const auto problem = problems_.find(file.identity.text()); problem != problems_.end()) {
-    answer.response = noPicture(problem->second);
-    return answer;
-  }
-  const auto known = wanted_.find(key);
-  if (known == wanted_.end() && wanted_.size() >= wantedLimit) {
-    answer.response = tryAgain("too many pictures are waited for");
-    return answer;
-  }
   answer.kind = HttpAnswer::Kind::Later;
-  if (known != wanted_.end()) {
-    known->second.exchanges.push_back(exchange);
-    return answer;
+  find_(file, [this, file, width = *width, known = request.header("if-none-match"),
+               exchange](const FoundFile& found) {
+    if (std::optional<HttpResponse> response = pictureOf(found, file, width, known, exchange)) {
+      deliver_(exchange, std::move(*response));
+    }
+  });
+  return answer;
+}
+
+std::optional<HttpResponse> PagePictures::pictureOf(const FoundFile& found, std::int64_t file, int width,
+                                                    const std::optional<std::string>& known,
+                                                    HttpExchange exchange) {
+  if (found.refusal) {
+    return found.refusal;
   }
-  wanted_[key] = {path, file.identity, *width, {exchange}};
+  const std::string key = found.identity.text() + '-' + std::to_string(width);
+  const std::string tag = '"' + key + '"';
+  if (known == tag) {
+    HttpResponse same;
+    same.status = 304;
+    same.headers = {{"Cache-Control", "private, no-cache"}, {"ETag", tag}};
+    return same;
+  }
+  if (std::optional<ServedFile> picture = cache_.find(found.identity, width)) {
+    return pictureResponse(std::move(*picture), tag);
+  }
+  if (const auto problem = problems_.find(found.identity.text()); problem != problems_.end()) {
+    return noPicture(problem->second);
+  }
+  if (const auto same = wanted_.find(key); same != wanted_.end()) {
+    same->second.exchanges.push_back(exchange);
+    return std::nullopt;
+  }
+  if (wanted_.size() >= wantedLimit) {
+    return tryAgain("too many pictures are waited for");
+  }
+  wanted_[key] = {file, found.identity, width, {exchange}};
   rest_.reset();
   const Path draft = cache_.draft();
   const auto idlest = std::min_element(helpers_.begin(), helpers_.end(), [](const auto& a, const auto& b) {
     return a->waiting() < b->waiting();
   });
-  // It may answer at once, while the client is not waiting yet.
-  (*idlest)->draw(Path(path), draft, *width, [this, key, draft](const Inspection& inspection) {
+  // It may answer at once, while somebody walks through what is wanted.
+  (*idlest)->draw(Path(found.path), draft, width, [this, key, draft](const Inspection& inspection) {
     finished_.push_back({key, draft, inspection});
   });
-  return answer;
+  return std::nullopt;
 }
 
 void PagePictures::addTo(std::vector<pollfd>& descriptors) const {
@@ -143,19 +150,22 @@ void PagePictures::advance(Clock::time_point now) {
 }
 
 void PagePictures::finish(const Finished& finished) {
-  const auto found = wanted_.find(finished.key);
-  const Wanted wanted = std::move(found->second);
-  wanted_.erase(found);
-  for (const HttpExchange exchange : wanted.exchanges) {
-    deliver_(exchange, made(wanted, finished));
-  }
-  unlink(finished.draft.c_str()); // where it was not kept
+  // The helper was told a name, and what lies there may be another file by now.
+  find_(wanted_.at(finished.key).file, [this, finished](const FoundFile& found) {
+    const auto place = wanted_.find(finished.key);
+    const Wanted wanted = std::move(place->second);
+    wanted_.erase(place);
+    for (const HttpExchange exchange : wanted.exchanges) {
+      deliver_(exchange, made(wanted, finished, found));
+    }
+    unlink(finished.draft.c_str()); // where it was not kept
+  });
 }
 
-HttpResponse PagePictures::made(const Wanted& wanted, const Finished& finished) {
-  // The helper was told a name, and what lies there may be another file by now.
-  if (ServedFile(wanted.file).identity != wanted.identity) {
-    return tryAgain("the file has changed just now");
+HttpResponse PagePictures::made(const Wanted& wanted, const Finished& finished, const FoundFile& found) {
+  if (found.refusal || found.identity != wanted.identity) {
+    return found.refusal && found.refusal->status == 503 ? *found.refusal
+                                                         : tryAgain("the file has changed just now");
   }
   const Inspection& inspection = finished.inspection;
   if (inspection.problem.starts_with(notLookedInto) || inspection.problem.starts_with(notDrawn)) {

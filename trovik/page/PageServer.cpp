@@ -3,8 +3,6 @@
 #include "host/foundation/Characters.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/WholeNumber.h"
-#include "trovik/page/PageFrames.h"
-#include "trovik/page/PageMachine.h"
 #include "trovik/page/PageReplies.h"
 #include "trovik/page/PageToken.h"
 #include "trovik/queue/QueueError.h"
@@ -59,28 +57,17 @@ std::string asParameter(const std::string& path) {
   return text;
 }
 
-/// A whole number of the query; nothing where there is none.
-std::optional<std::int64_t> numberIn(const HttpRequest& request, const std::string& name) {
-  const auto found = request.query.find(name);
-  if (found == request.query.end()) {
-    return std::nullopt;
-  }
-  const auto number = ReadWholeNumber<std::int64_t>(found->second);
-  if (!number) {
-    throw UsageError{name + ": " + inQuotes(found->second) + " is not a whole number", ""};
-  }
-  return number;
-}
-
 } // namespace
 
-PageServer::PageServer(Queue& queue, PageSocket socket, const PagePlan& plan, Steering& steering)
-    : queue_(queue), plan_(plan), steering_(steering), guard_(guardFor(queue, socket, plan.readOnly)),
-      site_(plan.site), changes_(queue, firstRevision()), answers_(queue, changes_),
-      watch_(queue.directory()), pictures_(plan.pictures, plan.helper,
-                                           [this](HttpExchange exchange, HttpResponse response) {
-                                             daemon_->answer(exchange, secured(std::move(response)));
-                                           }),
+PageServer::PageServer(Queue& queue, PageSocket socket, PagePlan plan)
+    : queue_(queue), plan_(std::move(plan)), guard_(guardFor(queue, socket, plan_.readOnly)),
+      site_(plan_.site), changes_(queue, firstRevision()), watch_(queue.directory()), helpers_(plan_.helper),
+      pictures_(
+          plan_.pictures, plan_.imageHelper,
+          [this](HttpExchange exchange, HttpResponse response) {
+            daemon_->answer(exchange, secured(std::move(response)));
+          },
+          [this](std::int64_t file, const PagePictures::Then& then) { find(file, then); }),
       daemon_(std::make_unique<HttpDaemon>(std::move(socket.socket), static_cast<HttpHandler&>(*this))) {}
 
 PageServer::~PageServer() = default;
@@ -90,17 +77,23 @@ std::string PageServer::address() const {
 }
 
 void PageServer::serve(Machine& machine, InterruptSource& interrupts) {
-  while (interrupts.take() == 0) {
+  // Who asked for a change is told what became of it.
+  while (interrupts.take() == 0 || helpers_.steers()) {
     const bool listened = daemon_->streams() > 0;
     std::vector<pollfd> descriptors = {{daemon_->descriptor(), POLLIN, 0},
                                        {interrupts.descriptor(), POLLIN, 0}};
     if (listened) {
       descriptors.push_back({watch_.descriptor(), POLLIN, 0});
     }
+    helpers_.addTo(descriptors);
     pictures_.addTo(descriptors);
     const std::optional<Clock::time_point> turn = nextTurn();
     machine.wait(descriptors, turn ? std::optional<Duration>(*turn - machine.now()) : std::nullopt);
     const Clock::time_point now = machine.now();
+    helpers_.advance(changes_.revisions());
+    if (const std::string said = helpers_.takeSaid(); !said.empty()) {
+      plan_.say(said);
+    }
     pictures_.advance(now);
     if (daemon_->streams() > 0) {
       tellChanges(now);
@@ -113,8 +106,10 @@ void PageServer::serve(Machine& machine, InterruptSource& interrupts) {
 
 std::optional<Clock::time_point> PageServer::nextTurn() const {
   std::optional<Clock::time_point> next = daemon_->deadline();
-  if (const std::optional<Clock::time_point> pictures = pictures_.deadline()) {
-    next = next ? std::min(*next, *pictures) : *pictures;
+  for (const auto& other : {helpers_.deadline(), pictures_.deadline()}) {
+    if (other) {
+      next = next ? std::min(*next, *other) : *other;
+    }
   }
   if (daemon_->streams() > 0) {
     const Clock::time_point own = std::min({std::max(check_, earliest_), heartbeat_, collecting_});
@@ -144,7 +139,7 @@ void PageServer::tellChanges(Clock::time_point now) {
     const Clock::time_point end = Clock::now();
     if (untold_.any()) {
       tell("change",
-           {{"revision", changes_.revision()}, {"jobs", untold_.jobs}, {"machine", untold_.machine}});
+           {{"revision", changes_.revisions().last}, {"jobs", untold_.jobs}, {"machine", untold_.machine}});
       untold_ = {};
       earliest_ = end + std::clamp<Duration>((end - now) * costShare, shortestPause, longestPause);
     }
@@ -152,7 +147,7 @@ void PageServer::tellChanges(Clock::time_point now) {
   }
   if (now >= collecting_) {
     collecting_ = now + collectingTime;
-    steering_.collect(queue_);
+    plan_.collect(queue_);
   }
   if (now >= heartbeat_) {
     heartbeat_ = now + heartbeatTime;
@@ -179,8 +174,6 @@ HttpAnswer PageServer::answer(const HttpRequest& request, HttpExchange exchange)
   HttpAnswer answer;
   try {
     answer = routed(request, exchange);
-  } catch (const PageMissing& missing) {
-    answer.response = problemResponse(404, missing.message, "");
   } catch (const UsageError& error) {
     answer.response = problemResponse(400, error.message, error.hint);
   } catch (const QueueError& error) {
@@ -216,46 +209,79 @@ HttpAnswer PageServer::routed(const HttpRequest& request, HttpExchange exchange)
     answer.response.type = "text/event-stream";
     answer.response.headers = {{"Cache-Control", "no-store"}};
     look(); // what came before is no news
-    answer.response.body =
-        "retry: 2000\nevent: hello\ndata: " +
-        jsonLine(
-            {{"revision", changes_.revision()}, {"readOnly", plan_.readOnly}, {"program", plan_.program}}) +
-        '\n';
+    answer.response.body = "retry: 2000\nevent: hello\ndata: " +
+                           jsonLine({{"revision", changes_.revisions().last},
+                                     {"readOnly", plan_.readOnly},
+                                     {"program", plan_.program}}) +
+                           '\n';
+    return answer;
+  }
+  if (route.kind == PageRoute::Kind::Site) {
+    if (std::optional<HttpResponse> file = site_.answer(request)) {
+      answer.response = std::move(*file);
+      return answer;
+    }
+  }
+  if (route.kind == PageRoute::Kind::About) {
+    answer.response = about();
+    return answer;
+  }
+  if (route.kind == PageRoute::Kind::Site || route.kind == PageRoute::Kind::Unknown) {
+    answer.response = problemResponse(404, "there is nothing of that name", "");
     return answer;
   }
   if (route.kind == PageRoute::Kind::Picture) {
-    return picture(request, route.number, exchange);
+    return pictures_.answer(request, route.number, exchange);
   }
-  answer.response = steers                                    ? steered(request, route)
-                    : route.kind == PageRoute::Kind::Original ? original(route.number)
-                                                              : read(request, route);
+  answer.kind = HttpAnswer::Kind::Later;
+  if (route.kind == PageRoute::Kind::Original) {
+    find(route.number, [this, exchange](const FoundFile& found) { sendOriginal(found, exchange); });
+    return answer;
+  }
+  look();
+  helpers_.ask(aboutOf(route), request, changes_.revisions(), [this, exchange](HttpResponse response) {
+    daemon_->answer(exchange, secured(std::move(response)));
+  });
   return answer;
 }
 
-HttpAnswer PageServer::picture(const HttpRequest& request, std::int64_t number, HttpExchange exchange) {
-  const std::optional<FileRecord> file = queue_.file(number);
-  if (!file) {
-    throw PageMissing{"there is no file " + std::to_string(number)};
+std::string PageServer::aboutOf(const PageRoute& route) {
+  switch (route.kind) {
+  case PageRoute::Kind::Jobs:
+    return "jobs";
+  case PageRoute::Kind::Machine:
+    return "machine";
+  case PageRoute::Kind::Log: {
+    const std::optional<AttemptRecord> attempt = queue_.attempt(route.number);
+    return "job " + std::to_string(attempt ? attempt->job : 0);
   }
-  return pictures_.answer(request, file->path, exchange);
+  default:
+    return "job " + std::to_string(route.number);
+  }
 }
 
-HttpResponse PageServer::original(std::int64_t number) {
-  const std::optional<FileRecord> record = queue_.file(number);
-  if (!record) {
-    throw PageMissing{"there is no file " + std::to_string(number)};
-  }
-  ServedFile file(record->path);
-  if (!file.isThere()) {
-    return problemResponse(404, "the file is not sent: " + file.problem, "");
-  }
+void PageServer::find(std::int64_t file, const std::function<void(const FoundFile& found)>& then) {
+  const std::optional<FileRecord> record = queue_.file(file);
+  const std::string folder = record ? record->path.substr(0, record->path.rfind('/') + 1) : std::string();
+  const HttpRequest question{"GET", "/api/files/" + std::to_string(file) + "/original", {}, {}, {}, false};
+  helpers_.ask("folder " + folder, question, changes_.revisions(),
+               [then](HttpResponse response) { then(foundFrom(std::move(response))); });
+}
+
+void PageServer::sendOriginal(const FoundFile& found, HttpExchange exchange) {
   HttpResponse response;
-  response.type = "application/octet-stream";
-  response.headers = {{"Cache-Control", "private, no-cache"},
-                      {"Content-Disposition", "attachment; filename*=UTF-8''" + asParameter(record->path)}};
-  response.fileSize = static_cast<std::uint64_t>(file.identity.size);
-  response.file = std::make_shared<Descriptor>(std::move(file.descriptor));
-  return response;
+  if (found.refusal) {
+    response = *found.refusal;
+  } else if (ServedFile file(found.path); file.identity != found.identity) {
+    response = problemResponse(503, "the file has changed just now", "ask again");
+  } else {
+    response.type = "application/octet-stream";
+    response.headers = {{"Cache-Control", "private, no-cache"},
+                        {"Content-Disposition", "attachment; filename*=UTF-8''" + asParameter(found.path)}};
+    response.fileSize = static_cast<std::uint64_t>(file.identity.size);
+    response.file = std::make_shared<Descriptor>(std::move(file.descriptor));
+  }
+  daemon_->answer(exchange, secured(std::move(response)));
 }
 
 HttpResponse PageServer::about() {
@@ -265,75 +291,6 @@ HttpResponse PageServer::about() {
   document["directory"] = queue_.directory().Text();
   document["program"] = plan_.program;
   document["now"] = secondsOf(momentNow());
-  return jsonResponse(document);
-}
-
-HttpResponse PageServer::read(const HttpRequest& request, const PageRoute& route) {
-  look();
-  HttpResponse response;
-  queue_.inSnapshot([&] {
-    switch (route.kind) {
-    case PageRoute::Kind::About:
-      response = about();
-      break;
-    case PageRoute::Kind::Jobs:
-      response = jsonResponse(answers_.jobs());
-      break;
-    case PageRoute::Kind::Job:
-      response = jsonResponse(answers_.job(route.number));
-      break;
-    case PageRoute::Kind::Cells:
-      response = jsonTextResponse(answers_.cells(route.number));
-      break;
-    case PageRoute::Kind::Frame:
-      response = jsonResponse(
-          frameJson(queue_, answers_.view(route.number), route.frame, answers_.cellsNow(route.number)));
-      break;
-    case PageRoute::Kind::Log:
-      response = jsonResponse(logPieceJson(queue_, route.number, numberIn(request, "from")));
-      break;
-    case PageRoute::Kind::Machine:
-      response = jsonResponse(machineJson(queue_));
-      break;
-    case PageRoute::Kind::Site:
-      if (std::optional<HttpResponse> file = site_.answer(request)) {
-        response = std::move(*file);
-        break;
-      }
-      [[fallthrough]];
-    default:
-      throw PageMissing{"there is nothing of that name"};
-    }
-  });
-  return response;
-}
-
-HttpResponse PageServer::steered(const HttpRequest& request, const PageRoute& route) {
-  if (route.kind != PageRoute::Kind::Steer) {
-    throw PageMissing{"there is nothing of that name"};
-  }
-  const bool missing = route.action == "missing";
-  SteeringWish wish = steeringWish(steeringActionOf(route.action).value_or(SteeringWish::Action::Retry),
-                                   route.number, request.body);
-  look();
-  const JobView& view = answers_.view(wish.job); // throws for an unknown one
-  Json document = jsonOfKind("page.done");
-  document["job"] = wish.job;
-  document["dryRun"] = wish.dryRun;
-  if (missing) {
-    if (wish.frames || !view.job.hasFrames) {
-      throw UsageError{"\"missing\" names its frames by itself, of a job with frames",
-                       "\"retry\" takes frames, or does the work again"};
-    }
-    const RunSet frames = answers_.missingNow(wish.job);
-    if (frames.empty()) {
-      throw UsageError{"job " + std::to_string(wish.job) + ": nothing is missing", ""};
-    }
-    wish.frames = frames.text();
-  }
-  const SteeringDone done = steering_.steer(wish);
-  document["text"] = done.text;
-  document["command"] = done.command;
   return jsonResponse(document);
 }
 

@@ -10,13 +10,29 @@
 
 namespace trovik {
 
-QueueChanges::QueueChanges(Queue& queue, std::int64_t first)
-    : queue_(queue), first_(first), revision_(first), version_(queue.dataVersion()),
-      machine_(queue.engineMark()) {
-  for (const auto& [job, mark] : queue.marks()) {
-    jobs_[job] = {mark, first};
+std::int64_t Revisions::of(JobId job) const {
+  const auto known = jobs.find(job);
+  return known == jobs.end() ? first : known->second;
+}
+
+Revisions Revisions::since(std::int64_t revision) const {
+  Revisions newer{first, last, {}};
+  std::copy_if(jobs.begin(), jobs.end(), std::inserter(newer.jobs, newer.jobs.end()),
+               [&](const auto& job) { return job.second > revision; });
+  return newer;
+}
+
+void Revisions::add(const Revisions& newer) {
+  first = newer.first;
+  last = newer.last;
+  for (const auto& [job, revision] : newer.jobs) {
+    jobs[job] = revision;
   }
 }
+
+QueueChanges::QueueChanges(Queue& queue, std::int64_t first)
+    : queue_(queue), revisions_{first, first, {}}, version_(queue.dataVersion()), marks_(queue.marks()),
+      machine_(queue.engineMark()) {}
 
 void QueueChanges::Change::add(const Change& next) {
   std::vector<JobId> all;
@@ -39,37 +55,31 @@ QueueChanges::Change QueueChanges::updateWithEngines() {
 
 QueueChanges::Change QueueChanges::compare(bool jobs) {
   Change change;
-  const std::map<JobId, std::uint64_t> marks = jobs ? queue_.marks() : std::map<JobId, std::uint64_t>();
-  for (const auto& [job, mark] : marks) {
-    const auto known = jobs_.find(job);
-    if (known == jobs_.end() || known->second.mark != mark) {
-      change.jobs.push_back(job);
+  if (jobs) {
+    std::map<JobId, std::uint64_t> marks = queue_.marks();
+    for (const auto& [job, mark] : marks) {
+      const auto known = marks_.find(job);
+      if (known == marks_.end() || known->second != mark) {
+        change.jobs.push_back(job);
+      }
     }
-  }
-  for (auto known = jobs_.begin(); jobs && known != jobs_.end();) {
-    const bool gone = !marks.contains(known->first);
-    if (gone) {
-      change.jobs.push_back(known->first);
+    for (const auto& [job, mark] : marks_) {
+      if (!marks.contains(job)) {
+        change.jobs.push_back(job);
+      }
     }
-    known = gone ? jobs_.erase(known) : std::next(known);
+    std::sort(change.jobs.begin(), change.jobs.end());
+    marks_ = std::move(marks);
   }
-  std::sort(change.jobs.begin(), change.jobs.end());
   const std::uint64_t machine = queue_.engineMark();
   change.machine = std::exchange(machine_, machine) != machine;
   if (change.any()) {
-    ++revision_;
+    ++revisions_.last;
   }
   for (const JobId job : change.jobs) {
-    if (const auto mark = marks.find(job); mark != marks.end()) {
-      jobs_[job] = {mark->second, revision_};
-    }
+    revisions_.jobs[job] = revisions_.last; // also of one that is gone, which somebody may still know
   }
   return change;
-}
-
-std::int64_t QueueChanges::revisionOf(JobId job) const {
-  const auto known = jobs_.find(job);
-  return known == jobs_.end() ? first_ : known->second.revision;
 }
 
 QueueWatch::QueueWatch(const Path& directory) : notify_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {

@@ -9,9 +9,23 @@
 
 namespace trovik {
 
-/// What has changed in a queue, and when. A revision is a number that grows with
-/// each change that is seen, also from one start of the program to the next, so
-/// that who kept one of before knows that it is an old one.
+/// When what a queue holds changed the last time that it was looked at. A
+/// revision is a number that grows with each change that is seen, also from one
+/// start of the program to the next, so that who kept one of before knows that
+/// it is an old one.
+struct Revisions {
+  std::int64_t first = 0; ///< of what has not changed since the beginning
+  std::int64_t last = 0;
+  std::map<JobId, std::int64_t> jobs; ///< of those that have
+
+  std::int64_t of(JobId job) const;
+  /// What is newer than a revision, for somebody who knows all until then.
+  Revisions since(std::int64_t revision) const;
+  /// Adds what somebody else has seen since.
+  void add(const Revisions& newer);
+};
+
+/// What has changed in a queue, and when.
 class QueueChanges {
 public:
   /// `first` is the revision to begin with.
@@ -30,23 +44,15 @@ public:
   /// a word to the queue.
   Change updateWithEngines();
 
-  std::int64_t revision() const { return revision_; }
-  /// Of the job's last change; that of the beginning for an unknown one.
-  std::int64_t revisionOf(JobId job) const;
+  const Revisions& revisions() const { return revisions_; }
 
 private:
-  struct Known {
-    std::uint64_t mark = 0;
-    std::int64_t revision = 0;
-  };
-
   Change compare(bool jobs);
 
   Queue& queue_;
-  std::int64_t first_;
-  std::int64_t revision_;
+  Revisions revisions_;
   std::int64_t version_;
-  std::map<JobId, Known> jobs_;
+  std::map<JobId, std::uint64_t> marks_;
   std::uint64_t machine_ = 0;
 };
 

@@ -2,12 +2,13 @@
 
 #include "host/application/FileName.h"
 #include "host/foundation/Path.h"
+#include "trovik/page/PageReplies.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace trovik {
 
@@ -17,6 +18,11 @@ std::string FileIdentity::text() const {
                 static_cast<unsigned long>(number), static_cast<unsigned long>(size),
                 static_cast<unsigned long>(modified));
   return buffer;
+}
+
+FileIdentity identityOf(const struct stat& facts) {
+  return {facts.st_dev, facts.st_ino, facts.st_size,
+          std::int64_t{facts.st_mtim.tv_sec} * 1'000'000'000 + facts.st_mtim.tv_nsec};
 }
 
 ServedFile::ServedFile(const std::string& path) {
@@ -35,8 +41,7 @@ ServedFile::ServedFile(const std::string& path) {
     problem = "it is no regular file";
     return;
   }
-  identity = {facts.st_dev, facts.st_ino, facts.st_size,
-              std::int64_t{facts.st_mtim.tv_sec} * 1'000'000'000 + facts.st_mtim.tv_nsec};
+  identity = identityOf(facts);
 }
 
 std::size_t ServedFile::read(std::int64_t position, std::string& buffer) const {
@@ -46,6 +51,37 @@ std::size_t ServedFile::read(std::int64_t position, std::string& buffer) const {
       return count < 0 ? 0 : static_cast<std::size_t>(count);
     }
   }
+}
+
+HttpResponse foundResponse(Queue& queue, std::int64_t number) {
+  const std::optional<FileRecord> record = queue.file(number);
+  if (!record) {
+    return problemResponse(404, "there is no file " + std::to_string(number), "");
+  }
+  const ServedFile file(record->path);
+  if (!file.isThere()) {
+    return problemResponse(404, "the file is not served: " + file.problem, "");
+  }
+  return jsonResponse({{"path", record->path},
+                       {"device", file.identity.device},
+                       {"number", file.identity.number},
+                       {"size", file.identity.size},
+                       {"modified", file.identity.modified}});
+}
+
+FoundFile foundFrom(HttpResponse response) {
+  FoundFile found;
+  const Json json = response.status == 200 ? Json::parse(response.body, nullptr, false) : Json();
+  const std::optional<std::string> path =
+      json.is_object() && json.contains("path") ? textFrom(json["path"]) : std::nullopt;
+  if (!path) {
+    found.refusal = std::move(response);
+    return found;
+  }
+  found.path = *path;
+  found.identity = {json.value("device", std::uint64_t{0}), json.value("number", std::uint64_t{0}),
+                    json.value("size", std::int64_t{0}), json.value("modified", std::int64_t{0})};
+  return found;
 }
 
 } // namespace trovik

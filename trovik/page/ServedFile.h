@@ -1,9 +1,13 @@
 #pragma once
 
 #include "host/foundation/Descriptor.h"
+#include "trovik/page/Http.h"
+#include "trovik/queue/Queue.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <sys/stat.h>
 
 namespace trovik {
 
@@ -20,6 +24,8 @@ struct FileIdentity {
   std::string text() const;
 };
 
+FileIdentity identityOf(const struct stat& facts);
+
 /// A file that a record of the queue names, opened to be served: a regular file
 /// and no link, since what a link leads to was never the job's. Opening waits
 /// for nothing, be it a pipe.
@@ -34,5 +40,15 @@ struct ServedFile {
   FileIdentity identity;
   std::string problem; ///< why it is not served
 };
+
+/// Where a file of the queue lies, and what it is now, as a helper found out.
+struct FoundFile {
+  std::string path;
+  FileIdentity identity;
+  std::optional<HttpResponse> refusal; ///< where it is not served
+};
+/// Looks for a file by its number; a response for `foundFrom`. Throws a QueueError.
+HttpResponse foundResponse(Queue& queue, std::int64_t number);
+FoundFile foundFrom(HttpResponse response);
 
 } // namespace trovik

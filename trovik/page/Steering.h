@@ -33,9 +33,6 @@ public:
   virtual ~Steering() = default;
   /// Throws a UsageError for what cannot be done, and QueueError.
   virtual SteeringDone steer(const SteeringWish& wish) = 0;
-  /// Has it found out what became of jobs on a cluster, where there are any, as
-  /// the verbs do that show jobs. Waits for nothing; the queue changes later.
-  virtual void collect(Queue& queue) = 0;
 };
 
 /// "retry", as in the path of a request and on a command line; nothing for a

@@ -257,7 +257,9 @@ void declareSteeringVerbs(CommandForm& form) {
       .json();
 }
 
-void declareTaskVerb(CommandForm& form) {
+void declareHiddenVerbs(CommandForm& form) {
+  declare(form, hiddenVerbs, "page-helper", helpPage, Types::NotNeeded,
+          "Answers the questions of a page, which starts it.");
   declare(form, hiddenVerbs, "task", runTask, Types::NotNeeded,
           "Works one task of an array job: what the batch script of a cluster starts on a node.")
       .argument("FOLDER", "DIR", &TaskOptions::folder, "The array job's folder",
@@ -274,7 +276,7 @@ CommandForm allVerbs() {
   declareWorkVerbs(form);
   declareReadingVerbs(form);
   declareSteeringVerbs(form);
-  declareTaskVerb(form);
+  declareHiddenVerbs(form);
   form.addHelp();
   return form;
 }

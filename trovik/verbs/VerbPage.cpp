@@ -3,8 +3,10 @@
 #include "host/foundation/Log.h"
 #include "host/foundation/Process.h"
 #include "host/foundation/Quoting.h"
+#include "trovik/images/ImageHelper.h"
 #include "trovik/machine/Interrupts.h"
 #include "trovik/machine/Machine.h"
+#include "trovik/page/PageHelper.h"
 #include "trovik/page/PageServer.h"
 #include "trovik/text/Text.h"
 #include "trovik/text/UsageError.h"
@@ -13,6 +15,9 @@
 #include "trovik/verbs/Session.h"
 #include "trovik/verbs/Steer.h"
 #include "trovik/verbs/Verbs.h"
+
+#include <csignal>
+#include <sys/prctl.h>
 
 namespace trovik {
 namespace {
@@ -41,20 +46,6 @@ public:
       done.text += finish(*queue, wish, job);
     }
     return {done.text, commandOf(wish)};
-  }
-
-  void collect(Queue& queue) override {
-    if (queue.clusterJobs().empty()) {
-      return;
-    }
-    // What does it may hang with the folder of a job, and is bounded; not here.
-    const std::string command = EnquoteWord(ownExecutable().Text()) + " jobs --limit 1 --state " +
-                                EnquoteWord(session_.state().Text());
-    try {
-      const Process process(command, Process::k_Detached, {});
-    } catch (Exception* exception) {
-      LogDebug("page: " + takeText(exception));
-    }
   }
 
 private:
@@ -125,6 +116,38 @@ private:
   Session& session_;
 };
 
+/// Arguments of this program for the same queue and types: to be started beside it.
+std::vector<String> commandFor(const Session& session, const char* verb) {
+  std::vector<String> command = {ownExecutable().Text()};
+  const CommonOptions& options = session.options();
+  for (const auto& [name, value] :
+       {std::pair("--state", options.state), std::pair("--module-path", options.modulePath),
+        std::pair("--settings", options.settings), std::pair("--options", options.options)}) {
+    if (value) {
+      command.emplace_back(name);
+      command.emplace_back(*value);
+    }
+  }
+  command.emplace_back(verb);
+  return command;
+}
+
+/// What does it may hang with the folder of a job, and is bounded; not here.
+void collectBeside(const Session& session, Queue& queue) {
+  if (queue.clusterJobs().empty()) {
+    return;
+  }
+  std::string command;
+  for (const String& argument : commandFor(session, "jobs")) {
+    command += EnquoteWord(argument) + ' ';
+  }
+  try {
+    const Process process(command + "--limit 1", Process::k_Detached, {});
+  } catch (Exception* exception) {
+    LogDebug("page: " + takeText(exception));
+  }
+}
+
 constexpr const char* opener = "xdg-open";
 
 /// Opens an address in the user's browser.
@@ -160,13 +183,15 @@ int servePage(Session& session, const PageOptions& options) {
   PagePlan plan;
   plan.site = session.locations().pageFiles();
   plan.pictures = session.locations().pictures();
-  plan.helper = session.locations().imageHelper();
+  plan.imageHelper = session.locations().imageHelper();
+  plan.helper = commandFor(session, "page-helper");
+  plan.collect = [&session](Queue& own) { collectBeside(session, own); };
+  plan.say = [&console](const std::string& text) { console.printError(text); };
   plan.program = TROVIK_VERSION;
   plan.readOnly = options.readOnly;
-  VerbSteering steering(session);
   LocalMachine machine;
   SignalInterrupts interrupts(SignalInterrupts::Ending::ByCode);
-  PageServer server(*queue, std::move(socket), plan, steering);
+  PageServer server(*queue, std::move(socket), std::move(plan));
   if (!onlyHere) {
     printWarning(console,
                  {"other machines can reach this page, and its token goes over the network in clear text: "
@@ -186,6 +211,19 @@ int servePage(Session& session, const PageOptions& options) {
     openInBrowser(console, server.address());
   }
   server.serve(machine, interrupts);
+  return exitGood;
+}
+
+int helpPage(Session& session, const CommonOptions& /*options*/) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  const std::unique_ptr<Queue> queue = existingQueue(session.state());
+  if (queue == nullptr) {
+    throw UsageError{"there is no queue in " + inQuotes(session.state().Text()), ""};
+  }
+  VerbSteering steering(session);
+  ImageHelper images(session.locations().imageHelper());
+  PageHelper helper(*queue, steering, images);
+  answerQuestions(helper);
   return exitGood;
 }
 

@@ -133,6 +133,8 @@ struct PageOptions : CommonOptions {
   bool json = false;
 };
 int servePage(Session& session, const PageOptions& options);
+/// What the page starts: answers its questions.
+int helpPage(Session& session, const CommonOptions& options);
 
 /// Of all jobs where none is named.
 struct StatsOptions : JobOptions {

@@ -1,5 +1,6 @@
 #include "trovik/page/JobCells.h"
 
+#include "tests/trovik/FakeMachine.h"
 #include "tests/trovik/queue/QueueTest.h"
 
 #include <filesystem>
@@ -25,10 +26,13 @@ protected:
   }
   JobView view(JobId job) { return viewOf(queue, queue.job(job).value()); }
   JobCells cells(JobId job) {
-    FileStates states;
+    FileStates states(inspector);
+    states.begin(Clock::now(), Clock::time_point::max());
     return cellsOf(queue, view(job), states, Clock::now());
   }
   static Outcome broken(AttemptId attempt) { return failed(attempt); }
+
+  FakeInspector inspector;
 };
 
 TEST_F(JobCellsTest, ALetterTellsEachFrame) {
@@ -66,17 +70,52 @@ TEST_F(JobCellsTest, GoodFramesWhoseFilesAreGoneOrEmptyAreNotGoodAnyMore) {
 }
 
 TEST_F(JobCellsTest, WhatACallToldOfAFileIsKeptForAWhile) {
-  FileStates states(std::chrono::seconds(10));
+  FileStates states(inspector, std::chrono::seconds(10));
   FileRecord record = left(1, "1.png");
   record.id = 1;
   const Clock::time_point now = Clock::now();
-  EXPECT_EQ(states.of(record, now), FileStates::State::There);
+  EXPECT_EQ(states.of(record, now).state, FileStates::State::There);
   std::filesystem::remove(record.path);
-  EXPECT_EQ(states.of(record, now + std::chrono::seconds(9)), FileStates::State::There);
-  EXPECT_EQ(states.of(record, now + std::chrono::seconds(10)), FileStates::State::Gone);
+  EXPECT_EQ(states.of(record, now + std::chrono::seconds(9)).state, FileStates::State::There);
+  EXPECT_EQ(states.of(record, now + std::chrono::seconds(10)).state, FileStates::State::Gone);
   std::filesystem::create_directory(record.path);
-  states.forget(now + std::chrono::seconds(20));
-  EXPECT_EQ(states.of(record, now + std::chrono::seconds(20)), FileStates::State::Damaged);
+  states.begin(now + std::chrono::seconds(20), now);
+  EXPECT_EQ(states.of(record, now + std::chrono::seconds(20)).state, FileStates::State::Damaged);
+}
+
+TEST_F(JobCellsTest, AFileThatWasChangedSinceIsCheckedOnce) {
+  const JobId id = queue.submit(jobOf("1,2,3"));
+  for (int frame = 1; frame <= 3; ++frame) {
+    FileRecord record = left(frame, std::to_string(frame) + ".png", "whole");
+    struct stat facts {};
+    ASSERT_EQ(stat(record.path.c_str(), &facts), 0);
+    record.size = facts.st_size;
+    record.modified = identityOf(facts).modified;
+    settle(good, {record});
+  }
+  EXPECT_EQ(cells(id).states, "ggg");
+  EXPECT_TRUE(inspector.asked.empty());
+  // Cut short, and written anew by somebody who knows how.
+  inspector.problems[directory.write("1.png", "wh")] = "Truncated";
+  directory.write("3.png", "another");
+  const JobCells now = cells(id);
+  EXPECT_EQ(now.states, "dgg");
+  EXPECT_EQ(now.problems, (std::map<std::size_t, std::string>{{0, "Truncated"}}));
+  EXPECT_EQ(inspector.asked, (std::vector<std::string>{directory.file("1.png"), directory.file("3.png")}));
+
+  FileStates states(inspector, Duration::zero());
+  const auto statesNow = [&](Clock::time_point until) {
+    states.begin(Clock::now(), until);
+    return cellsOf(queue, view(id), states, Clock::now()).states;
+  };
+  EXPECT_EQ(statesNow(Clock::time_point()), "ggg"); // there was no time for it
+  EXPECT_EQ(statesNow(Clock::time_point::max()), "dgg");
+  inspector.asked.clear();
+  EXPECT_EQ(statesNow(Clock::time_point::max()), "dgg");
+  EXPECT_TRUE(inspector.asked.empty());
+  directory.write("1.png", "who");
+  EXPECT_EQ(statesNow(Clock::time_point::max()), "dgg");
+  EXPECT_EQ(inspector.asked, std::vector<std::string>{directory.file("1.png")});
 }
 
 TEST_F(JobCellsTest, AFrameOfARunningPacketThatNamedItsFileIsToldApart) {

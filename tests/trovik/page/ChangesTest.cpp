@@ -17,9 +17,9 @@ protected:
   Jobs after(const std::function<void()>& action) {
     changes.update();
     action();
-    const std::int64_t before = changes.revision();
+    const std::int64_t before = changes.revisions().last;
     const QueueChanges::Change change = changes.update();
-    EXPECT_EQ(changes.revision() > before, change.any());
+    EXPECT_EQ(changes.revisions().last > before, change.any());
     return change.jobs;
   }
 
@@ -28,11 +28,11 @@ protected:
 };
 
 TEST_F(QueueChangesTest, AJobThatIsSubmittedIsTold) {
-  EXPECT_EQ(changes.revision(), 1000);
+  EXPECT_EQ(changes.revisions().last, 1000);
   EXPECT_FALSE(changes.update().any());
   EXPECT_EQ(after([&] { queue.submit(jobOf("1-3")); }), Jobs{1});
-  EXPECT_EQ(changes.revisionOf(1), changes.revision());
-  EXPECT_EQ(changes.revisionOf(77), 1000);
+  EXPECT_EQ(changes.revisions().of(1), changes.revisions().last);
+  EXPECT_EQ(changes.revisions().of(77), 1000);
   EXPECT_FALSE(changes.update().any());
 }
 
@@ -52,6 +52,7 @@ TEST_F(QueueChangesTest, EachStepOfAJobIsToldAndOfNoOther) {
   EXPECT_EQ(after([&] { queue.stop(2, "held"); }), Jobs{2});
   EXPECT_EQ(after([&] { queue.resume(2); }), Jobs{2});
   EXPECT_EQ(after([&] { queue.remove(1); }), Jobs{1});
+  EXPECT_EQ(changes.revisions().of(1), changes.revisions().last); // who knows the job hears that it changed
   EXPECT_EQ(stateOf(2), JobState::Waiting);
 }
 

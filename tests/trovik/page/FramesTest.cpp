@@ -1,6 +1,7 @@
 #include "trovik/page/PageAnswers.h"
 #include "trovik/page/PageFrames.h"
 
+#include "tests/trovik/FakeMachine.h"
 #include "tests/trovik/queue/QueueTest.h"
 
 #include <filesystem>
@@ -45,9 +46,11 @@ protected:
   Json piece(AttemptId attempt, std::optional<std::int64_t> from) {
     return logPieceJson(queue, attempt, from);
   }
+  FakeInspector inspector;
   Json frame(JobId job, std::optional<int> number) {
     const JobView view = viewOf(queue, queue.job(job).value());
-    FileStates states;
+    FileStates states(inspector);
+    states.begin(Clock::now(), Clock::time_point::max());
     return frameJson(queue, view, number, cellsOf(queue, view, states, Clock::now()));
   }
 };

@@ -51,6 +51,7 @@ const entries = new Map();
 const leastPause = 250;
 const mostPause = 3000;
 const hiddenPause = 5000;
+const busyPause = 10000; // after an answer that asks for patience
 
 class Entry {
   constructor(path, concerns) {
@@ -109,6 +110,8 @@ class Entry {
     if (this.again) {
       this.again = false;
       this.ask();
+    } else if (problem?.status === 503) {
+      this.timer = setTimeout(() => this.load(), busyPause);
     }
   }
 }

@@ -53,6 +53,10 @@ function resources(form) {
     list.push(share("Processors", form.load, form.cpus, `load ${Number(form.load).toFixed(1)} on ${many(form.cpus, "processor")}`, false));
   }
   for (const disk of form.disks ?? []) {
+    if (disk.total === null) {
+      list.push(h("div", { class: "share" }, h("span", { class: "share-name", textContent: visible(disk.directory) }), h("span", { class: "count", textContent: "does not answer" })));
+      continue;
+    }
     list.push(share(visible(disk.directory), disk.total - disk.free, disk.total, `${bytes(disk.free)} of ${bytes(disk.total)} free`));
   }
   return h("section", { class: "panel", "aria-label": "Memory and disks" }, h("h2", {}, "Memory and disks"), list);
