@@ -96,7 +96,7 @@ function cluster(form) {
           { "data-stuck": group.stuck ? "true" : null },
           h("strong", { textContent: visible(group.text) || `${visible(group.state)} ${visible(group.reason)}` }),
           h("span", { class: "count", textContent: ` ${many(group.works ?? 0, "work")}${group.array ? ` · array ${group.array}` : ""}` }),
-          group.job ? h("a", { href: address(`job/${group.job}`), textContent: ` job ${group.job}` }) : null,
+          group.job ? [" ", h("a", { href: address(`job/${group.job}`), textContent: `job ${group.job}` })] : null,
           group.hint ? h("p", { class: "hint", textContent: visible(group.hint) }) : null,
         ),
       ),
