@@ -12,13 +12,14 @@
 #include "host/foundation/Exception.h"
 #include "host/foundation/FileFinder.h"
 #include "host/foundation/Format.h"
-#include "module/SequencePattern.h"
+#include "job/SequencePattern.h"
 
 #include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/trim.hpp>
 
 #include <cstdlib>
 #include <limits>
+#include <utility>
 
 namespace {
 
@@ -38,7 +39,15 @@ public:
     const String& name = m_Pattern.Name(frame);
     // Exactly this file: "*" and "?" in the name of a scene are no wildcards,
     // which would match other files and make up frames that are not there.
-    return name != m_Selected && m_Finder.FindExact(name);
+    return name != m_Selected && m_Finder.Holds(name);
+  }
+
+  /// The frames that are there around one that is, as far as no question is
+  /// needed to know them: itself at least.
+  std::pair<int, int> KnownAround(int frame) {
+    return m_Pattern.IsPlain() && frame >= 0
+               ? m_Finder.KnownRun(m_Pattern.Name(frame), frame, m_Pattern.Digits())
+               : std::pair(frame, frame);
   }
 
 private:
@@ -72,11 +81,11 @@ bool DetectMultipleFiles(Path const& scene, int minimumDigits, std::map<String, 
   Prober prober(pattern, start);
   int low = start;
   while (low > std::numeric_limits<int>::min() && prober.Exists(low - 1)) {
-    --low;
+    low = prober.KnownAround(low - 1).first;
   }
   int high = start;
   while (high < std::numeric_limits<int>::max() && prober.Exists(high + 1)) {
-    ++high;
+    high = prober.KnownAround(high + 1).second;
   }
   if (low == high) {
     return false;
