@@ -94,7 +94,7 @@ std::vector<Row> expansionRows(const Setup& setup) {
   }
   rows.push_back(textRow(
       "line of " + std::to_string(references) + " references", setup.rounds, repetitions,
-      [&] { return lineLimit("1920", "\"/show/seq 010/shot_a.scene\"", "shot_a", references / 3); },
+      [&] { return lineLimit(line, "1920", "/show/seq 010/shot_a.scene"); },
       [&] { return job->FormatStringWithParameters(line); }));
   return rows;
 }

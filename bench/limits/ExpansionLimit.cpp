@@ -30,19 +30,33 @@ std::string namesLimit(std::string_view head, std::string_view tail, std::size_t
   return names;
 }
 
-std::string lineLimit(std::string_view number, std::string_view quotedPath, std::string_view base,
-                      int count) {
-  std::string line;
-  for (int i = 0; i < count; ++i) {
-    line.append(" -w ")
-        .append(number)
-        .append(" -s ")
-        .append(quotedPath)
-        .append(" -o ")
-        .append(base)
-        .append(".png");
+std::string lineLimit(std::string_view line, std::string_view width, std::string_view scene) {
+  std::string text;
+  for (std::size_t position = 0;;) {
+    const std::size_t start = line.find("$(", position);
+    text.append(line.substr(position, start - position));
+    if (start == std::string_view::npos) {
+      return text;
+    }
+    const std::size_t end = line.find(')', start);
+    const std::string_view name = line.substr(start + 2, end - start - 2);
+    if (name == "Width") {
+      text.append(width);
+    } else if (name == "Scene.Enquote") {
+      text += '"';
+      for (const char c : scene) {
+        if (c == '"' || c == '\\' || c == '$' || c == '`') {
+          text += '\\';
+        }
+        text += c;
+      }
+      text += '"';
+    } else if (name == "Scene.Base") {
+      const std::string_view leaf = scene.substr(scene.rfind('/') + 1);
+      text.append(leaf.substr(0, leaf.rfind('.')));
+    }
+    position = end + 1;
   }
-  return line;
 }
 
 int missingLimit(const std::string& directory, std::string_view head, std::string_view tail,

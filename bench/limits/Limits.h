@@ -62,9 +62,9 @@ std::pair<int, int> probingLimit(const std::string& directory, std::string_view 
 /// The names of a sequence's frames, with blanks between.
 std::string namesLimit(std::string_view head, std::string_view tail, std::size_t digits, int first, int last);
 
-/// A command line put together from values that are at hand: `count` times an
-/// option with a number, a quoted path, and the path's name without extension.
-std::string lineLimit(std::string_view number, std::string_view quotedPath, std::string_view base, int count);
+/// A command line with the references that the benchmark has in it put in:
+/// $(Width), and of the scene $(Scene.Enquote) and $(Scene.Base).
+std::string lineLimit(std::string_view line, std::string_view width, std::string_view scene);
 
 /// How many of the frames from 1 on have no file, by listing the directory and
 /// looking each name up among its names.
