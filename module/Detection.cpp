@@ -36,23 +36,23 @@ public:
   Prober(SequencePattern& pattern, int start) : m_Pattern(pattern), m_Selected(pattern.Name(start)) {}
 
   bool Exists(int frame) {
-    const String& name = m_Pattern.Name(frame);
+    m_Asked = &m_Pattern.Name(frame);
     // Exactly this file: "*" and "?" in the name of a scene are no wildcards,
     // which would match other files and make up frames that are not there.
-    return name != m_Selected && m_Finder.Holds(name);
+    return *m_Asked != m_Selected && m_Finder.Holds(*m_Asked);
   }
 
-  /// The frames that are there around one that is, as far as no question is
-  /// needed to know them: itself at least.
-  std::pair<int, int> KnownAround(int frame) {
-    return m_Pattern.IsPlain() && frame >= 0
-               ? m_Finder.KnownRun(m_Pattern.Name(frame), frame, m_Pattern.Digits())
-               : std::pair(frame, frame);
+  /// The frames that are there around the one that was asked for last and is, as
+  /// far as no question is needed to know them: itself at least.
+  std::pair<int, int> KnownAround(int frame) const {
+    return m_Pattern.IsPlain() && frame >= 0 ? m_Finder.KnownRun(*m_Asked, frame, m_Pattern.Digits())
+                                             : std::pair(frame, frame);
   }
 
 private:
   SequencePattern& m_Pattern;
   String m_Selected;
+  const String* m_Asked = nullptr; // the pattern's
   FileFinder m_Finder;
 };
 
