@@ -76,14 +76,14 @@ std::vector<Row> expansionRows(const Setup& setup) {
     const auto limit = [&, head, around] {
       return namesLimit(around + head, ".scene" + around, 6, 1, frames);
     };
-    const std::string names = quoted ? "quoted names of " : "names of ";
-    rows.push_back(textRow(names + all, setup.rounds, repetitions, limit, [&] {
+    const std::string names = (quoted ? "quoted names of " : "names of ") + all;
+    rows.push_back(textRow(names, setup.rounds, repetitions, limit, [&] {
       String text;
       job->GetParameter("ActualScene", text);
       return text;
     }));
     rows.push_back(textRow(
-        "line with " + names + all, setup.rounds, repetitions, [&] { return "-i " + limit() + " -w 1920"; },
+        "line with " + names, setup.rounds, repetitions, [&] { return "-i " + limit() + " -w 1920"; },
         [&] { return job->FormatStringWithParameters("-i $(ActualScene) -w $(Width)"); }));
   }
 

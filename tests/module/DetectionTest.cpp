@@ -316,6 +316,7 @@ TEST_F(DetectionTest, RandomLargeFoldersAreFoundAsALiteralReadingFindsThem) {
   };
   for (int round = 0; round < 6; ++round) {
     const String folder = SFormat("large%d", round);
+    std::filesystem::create_directories(std::string(InDirectory(folder).Text()));
     const int width = 1 + pick(5);
     const auto leafOf = [&](int frame, int digits) {
       return folder + "/s_" + SFormat(("%0" + std::to_string(digits) + "d").c_str(), frame) + ".ma";
