@@ -2,6 +2,7 @@
 #include "tests/application/jobs/TestJob.h"
 
 #include <algorithm>
+#include <memory>
 #include <random>
 
 namespace {
@@ -34,6 +35,20 @@ protected:
     return files;
   }
 };
+
+/// The names, or why they are refused.
+template <typename Read> String Outcome(Read read) {
+  try {
+    String names;
+    for (const Path& file : read()) {
+      names += file.Text() + "\n";
+    }
+    return names;
+  } catch (Exception* exception) {
+    const std::unique_ptr<Exception> owned(exception);
+    return "refused: " + owned->Message();
+  }
+}
 
 TEST_F(ExpectedFiles, OneReaderGivesThoseOfOneRangeAfterTheOther) {
   TestJob& job = NewJob();
@@ -85,6 +100,7 @@ TEST_F(ExpectedFiles, RandomTemplatesGiveWhatALiteralReadingGives) {
                                 "$(Frame.Replace(2,).Prefix(/p))"};
   const char* const folders[] = {"/f", "f", "$(Frame)/f", "", "/$(SubRange.End)", "$(Scene.Branch)/x"};
   const char* const ranges[] = {"1-1", "1", "9-12", "-3-2", "", "20-31", "2-2", "x"};
+  int named = 0;
   for (int round = 0; round < 300; ++round) {
     TestJob& job = NewJob();
     TestJob& other = NewJob();
@@ -103,11 +119,13 @@ TEST_F(ExpectedFiles, RandomTemplatesGiveWhatALiteralReadingGives) {
     for (int turn = 0; turn < 8; ++turn) {
       const String range = ranges[random() % std::size(ranges)];
       job.SetParameter(p_SubRange, range);
-      const std::vector<Path> expected = Literal(other, range);
-      ASSERT_EQ(reader.Read(), expected) << text << " of " << range;
-      ASSERT_EQ(job.ExpectedFiles(), expected) << text << " of " << range;
+      const String expected = Outcome([&] { return Literal(other, range); });
+      ASSERT_EQ(Outcome([&] { return reader.Read(); }), expected) << text << " of " << range;
+      ASSERT_EQ(Outcome([&] { return job.ExpectedFiles(); }), expected) << text << " of " << range;
+      named += expected.starts_with("/") ? 1 : 0;
     }
   }
+  EXPECT_GT(named, 300);
 }
 
 } // namespace
