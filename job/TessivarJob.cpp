@@ -7,8 +7,6 @@
 #include "host/foundation/Log.h"
 #include "job/SequencePattern.h"
 
-#include <algorithm>
-#include <cstdint>
 #include <cstdlib>
 #include <optional>
 
@@ -242,12 +240,6 @@ bool TessivarJob::GetActualScene(String& value) const {
       translate ? std::nullopt : SequencePattern::Read(m_SceneNameFormat.Text());
   if (pattern && enquote) {
     pattern = pattern->Enquoted();
-  }
-  if (pattern && last > first) {
-    // Not to be copied while it grows; a hostile range only fails later.
-    const std::size_t most = std::min(pattern->Name(last).size() + 1, k_ScenesLimit);
-    const auto count = static_cast<std::uint64_t>(std::int64_t{last} - first + 1);
-    value.reserve(value.size() + std::min<std::uint64_t>(count * most, k_ScenesLimit));
   }
   // In 64 bits: the last frame may be the last number of 32.
   for (std::int64_t frame = first; frame <= last; ++frame) {
