@@ -1,4 +1,4 @@
-// Races the four hot paths against programs that do only the unavoidable work,
+// Races the hot paths against programs that do only the unavoidable work,
 // and prints one table. See README.md.
 
 #include "bench/Race.h"
@@ -16,7 +16,7 @@
 namespace {
 
 constexpr const char* usage =
-    "usage: trovik_bench [--rounds N] [--quick] [dispatch|lines|sequences|loading]...\n";
+    "usage: trovik_bench [--rounds N] [--quick] [dispatch|lines|sequences|loading|expansion|missing]...\n";
 
 class TemporaryDirectory {
 public:
@@ -43,10 +43,9 @@ struct Path {
 };
 
 int runTable(int count, char** arguments) {
-  Path paths[] = {{"dispatch", bench::dispatchRows, false},
-                  {"lines", bench::lineRows, false},
-                  {"sequences", bench::sequenceRows, false},
-                  {"loading", bench::loadingRows, false}};
+  Path paths[] = {{"dispatch", bench::dispatchRows, false},   {"lines", bench::lineRows, false},
+                  {"sequences", bench::sequenceRows, false},  {"loading", bench::loadingRows, false},
+                  {"expansion", bench::expansionRows, false}, {"missing", bench::missingRows, false}};
   bench::Setup setup;
   bool all = true;
   for (int i = 1; i < count; ++i) {

@@ -47,8 +47,12 @@ public:
   /// The median of the ratios of every single round; 0 where the limit took
   /// less than can be told.
   double ratio(std::size_t contestant, std::size_t limit, double Cost::*what) const;
+  /// The same ratios, the smallest and the largest.
+  std::pair<double, double> spread(std::size_t contestant, std::size_t limit, double Cost::*what) const;
 
 private:
+  std::vector<double> ratios(std::size_t contestant, std::size_t limit, double Cost::*what) const;
+
   std::vector<Contestant> contestants_;
   std::vector<std::vector<Cost>> costs_; // by contestant, then round
 };
@@ -69,7 +73,8 @@ std::string timeText(double seconds);
 std::string ratioText(double ratio);
 std::string ratioText(const Race& race, std::size_t ours, std::size_t limit, double Cost::*what);
 
-/// The row of a race whose target is a ratio of wall time.
+/// The row of a race whose target is a ratio of wall time. What the ratios were
+/// at least and at most goes to standard error.
 Row ratioRow(const std::string& path, const Race& race, std::size_t ours, std::size_t limit, double target);
 
 /// The table as text that is also Markdown.
@@ -89,6 +94,8 @@ std::vector<Row> dispatchRows(const Setup& setup);
 std::vector<Row> lineRows(const Setup& setup);
 std::vector<Row> sequenceRows(const Setup& setup);
 std::vector<Row> loadingRows(const Setup& setup);
+std::vector<Row> expansionRows(const Setup& setup);
+std::vector<Row> missingRows(const Setup& setup);
 
 /// Throws std::runtime_error with the message unless the condition holds.
 void require(bool condition, const std::string& message);

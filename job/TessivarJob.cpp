@@ -5,8 +5,10 @@
 #include "host/foundation/Exception.h"
 #include "host/foundation/Format.h"
 #include "host/foundation/Log.h"
+#include "job/SequencePattern.h"
 
 #include <cstdlib>
+#include <optional>
 
 namespace {
 
@@ -232,12 +234,23 @@ bool TessivarJob::GetActualScene(String& value) const {
   int first = 0;
   int last = 0;
   SplitRange(range, first, last);
+  // Mostly only the number differs: whether a name needs quotes, and where, is
+  // then found out once.
+  std::optional<SequencePattern> pattern =
+      translate ? std::nullopt : SequencePattern::Read(m_SceneNameFormat.Text());
+  if (pattern && enquote) {
+    pattern = pattern->Enquoted();
+  }
   // In 64 bits: the last frame may be the last number of 32.
   for (std::int64_t frame = first; frame <= last; ++frame) {
     if (!value.empty()) {
       value += ' ';
     }
-    value += FinishScene(SFormat(m_SceneNameFormat, static_cast<int>(frame)), translate, enquote, self);
+    if (pattern) {
+      pattern->AppendName(static_cast<int>(frame), value);
+    } else {
+      value += FinishScene(SFormat(m_SceneNameFormat, static_cast<int>(frame)), translate, enquote, self);
+    }
     if (value.size() > k_ScenesLimit) {
       RaiseException("TessivarJob::GetParameter", k_ErrorLimit,
                      "the scene files of frames " + range +

@@ -12,13 +12,14 @@
 #include "host/foundation/Exception.h"
 #include "host/foundation/FileFinder.h"
 #include "host/foundation/Format.h"
-#include "module/SequencePattern.h"
+#include "job/SequencePattern.h"
 
 #include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/trim.hpp>
 
 #include <cstdlib>
 #include <limits>
+#include <utility>
 
 namespace {
 
@@ -35,15 +36,23 @@ public:
   Prober(SequencePattern& pattern, int start) : m_Pattern(pattern), m_Selected(pattern.Name(start)) {}
 
   bool Exists(int frame) {
-    const String& name = m_Pattern.Name(frame);
+    m_Asked = &m_Pattern.Name(frame);
     // Exactly this file: "*" and "?" in the name of a scene are no wildcards,
     // which would match other files and make up frames that are not there.
-    return name != m_Selected && m_Finder.FindExact(name);
+    return *m_Asked != m_Selected && m_Finder.Holds(*m_Asked);
+  }
+
+  /// The frames that are there around the one that was asked for last and is, as
+  /// far as no question is needed to know them: itself at least.
+  std::pair<int, int> KnownAround(int frame) const {
+    return m_Pattern.IsPlain() && frame >= 0 ? m_Finder.KnownRun(*m_Asked, frame, m_Pattern.Digits())
+                                             : std::pair(frame, frame);
   }
 
 private:
   SequencePattern& m_Pattern;
   String m_Selected;
+  const String* m_Asked = nullptr; // the pattern's
   FileFinder m_Finder;
 };
 
@@ -72,11 +81,11 @@ bool DetectMultipleFiles(Path const& scene, int minimumDigits, std::map<String, 
   Prober prober(pattern, start);
   int low = start;
   while (low > std::numeric_limits<int>::min() && prober.Exists(low - 1)) {
-    --low;
+    low = prober.KnownAround(low - 1).first;
   }
   int high = start;
   while (high < std::numeric_limits<int>::max() && prober.Exists(high + 1)) {
-    ++high;
+    high = prober.KnownAround(high + 1).second;
   }
   if (low == high) {
     return false;

@@ -59,6 +59,18 @@ std::pair<int, int> sequenceLimit(const std::string& directory, std::string_view
 std::pair<int, int> probingLimit(const std::string& directory, std::string_view head, std::string_view tail,
                                  std::size_t digits, int frame);
 
+/// The names of a sequence's frames, with blanks between.
+std::string namesLimit(std::string_view head, std::string_view tail, std::size_t digits, int first, int last);
+
+/// A command line with the references that the benchmark has in it put in:
+/// $(Width), and of the scene $(Scene.Enquote) and $(Scene.Base).
+std::string lineLimit(std::string_view line, std::string_view width, std::string_view scene);
+
+/// How many of the frames from 1 on have no file, by listing the directory and
+/// looking each name up among its names.
+int missingLimit(const std::string& directory, std::string_view head, std::string_view tail,
+                 std::size_t digits, int frames);
+
 /// Every file of a directory with its sections and entries as views of its
 /// bytes.
 class LoadingLimit {

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <map>
+#include <utility>
 
 // References are read from left to right; a value that may hold references of
 // its own is expanded before it is put in, so nothing that came out of a value
@@ -44,7 +45,7 @@ public:
       bool literal = false;
       const std::size_t found = FindReference(text, position, literal);
       const std::size_t plainEnd = found == String::npos ? text.size() : found - (literal ? 1 : 0);
-      Append(result, text.substr(position, plainEnd - position), where);
+      Append(result, std::string_view(text).substr(position, plainEnd - position), where);
       if (found == String::npos) {
         return result;
       }
@@ -69,7 +70,7 @@ private:
                 position);
   }
 
-  void Append(Expanded& result, const String& piece, const String& where) {
+  void Append(Expanded& result, std::string_view piece, const String& where) {
     Spend(piece.size(), where);
     // Two pieces must not make a reference between them.
     if (m_Source.ForLater && !piece.empty() && piece[0] == '(' && !result.Text.empty() &&
@@ -106,9 +107,10 @@ private:
     const std::vector<CommandCall>& calls = reference.Calls;
     const std::size_t position = reference.End;
 
-    const Expanded* value = Resolve(name, text, start, where);
+    Remembered& entry = m_Remembered[name]; // a map's elements stay where they are
+    const Expanded* value = Resolve(name, entry, text, start, where);
     if (value == nullptr || (!value->Complete && !calls.empty())) {
-      Append(result, text.substr(start, position - start), where);
+      Append(result, std::string_view(text).substr(start, position - start), where);
       result.Complete = false;
       return position;
     }
@@ -117,7 +119,7 @@ private:
       result.Complete = result.Complete && value->Complete;
       return position;
     }
-    const ParameterInfo* info = m_Remembered[name].Answer->Info;
+    const ParameterInfo* info = entry.Answer->Info;
     String plain = m_Source.ForLater ? UnescapeReferences(value->Text) : value->Text;
     for (const CommandCall& call : calls) {
       Spend(plain.size(), where);
@@ -130,7 +132,8 @@ private:
   String Apply(const String& value, const CommandCall& call, const ParameterInfo* info, const String& text,
                const String& where) {
     try {
-      return m_Source.Apply(value, text.substr(call.Begin, call.End - call.Begin), info);
+      return m_Source.Apply ? m_Source.Apply(value, text.substr(call.Begin, call.End - call.Begin), info)
+                            : ApplyCommand(call, value, info);
     } catch (Exception* exception) {
       // Say where the command stands; the rest of the record stays.
       const std::unique_ptr<Exception> inner(exception);
@@ -143,11 +146,11 @@ private:
 
   // The value of a name in the form of the result; null where nobody answers
   // and that is for later.
-  const Expanded* Resolve(const String& name, const String& text, std::size_t start, const String& where) {
+  const Expanded* Resolve(const String& name, Remembered& entry, const String& text, std::size_t start,
+                          const String& where) {
     if (std::find(m_Open.begin(), m_Open.end(), name) != m_Open.end()) {
       FailCycle(name, text, start, where);
     }
-    Remembered& entry = m_Remembered[name];
     if (entry.Value) {
       return &*entry.Value;
     }
@@ -171,8 +174,8 @@ private:
     }
     Spend(entry.Answer->Value.size(), where);
     if (!entry.Answer->Expands) {
-      entry.Value =
-          Expanded{m_Source.ForLater ? EscapeReferences(entry.Answer->Value) : entry.Answer->Value, true};
+      String& answer = entry.Answer->Value; // not asked for again: it may be long
+      entry.Value = Expanded{m_Source.ForLater ? EscapeReferences(answer) : std::move(answer), true};
       return &*entry.Value;
     }
     if (m_Open.size() >= k_DepthLimit) {
@@ -182,7 +185,7 @@ private:
     m_Open.push_back(name);
     Expanded value = Run(entry.Answer->Value, "parameter " + Shown(name));
     m_Open.pop_back();
-    entry.Value = std::move(value); // a map's elements stay where they are
+    entry.Value = std::move(value);
     return &*entry.Value;
   }
 

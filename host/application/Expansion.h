@@ -4,6 +4,7 @@
 #include "host/foundation/String.h"
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -18,12 +19,20 @@ struct ParameterAnswer {
   /// computed values.
   bool Expands = false;
   const ParameterInfo* Info = nullptr;
+  /// The value is what ExpansionSource::Ask gave; false for one that stands in
+  /// for an empty text.
+  bool Own = false;
 };
 
 struct ExpansionSource {
   /// The answer for a name, or nothing.
   std::function<std::optional<ParameterAnswer>(const String& name)> Find;
-  /// Applies one command; see Job::ProcessParameterNameCommands.
+  /// The text by which Find answers, before anything stands in for an empty
+  /// one; false where nobody has any. Only RepeatedExpansion asks for it, of
+  /// names that Find has answered. Where it gives the same, so does Find.
+  std::function<bool(const String& name, String& value)> Ask;
+  /// Applies one command; ApplyCommand does where there is none. The command is
+  /// as written: "Pad(4)".
   std::function<String(const String& value, const String& command, const ParameterInfo* info)> Apply;
   /// Known names, for suggestions.
   std::function<std::vector<String>()> Names;
@@ -44,13 +53,35 @@ constexpr std::size_t k_ExpansionLimit = std::size_t{64} << 20;
 /// deep, it raises Exception* of the code k_ErrorLimit.
 String ExpandReferences(const String& text, const ExpansionSource& source);
 
+/// Expands the same text again and again, as for each frame of a job: gives and
+/// raises what ExpandReferences does, but makes anew only what depends on
+/// answers that have changed. Not for a source whose result is for later.
+class RepeatedExpansion {
+public:
+  RepeatedExpansion(String text, ExpansionSource source);
+  ~RepeatedExpansion();
+  RepeatedExpansion(const RepeatedExpansion&) = delete;
+  RepeatedExpansion& operator=(const RepeatedExpansion&) = delete;
+
+  /// Valid until the next call.
+  const String& Run();
+
+private:
+  class Plan;
+
+  const String m_Text;
+  const ExpansionSource m_Source;
+  std::unique_ptr<Plan> m_Plan; // null where it does not pay, or is not possible
+  String m_Plain;
+};
+
 /// Writes "$(" as "$$(", so that a name from outside stays as it is.
 String EscapeReferences(const String& text);
 String UnescapeReferences(const String& text);
 
 /// The parameter commands, for help and suggestions.
 struct ParameterCommand {
-  const char* Name;
+  std::string_view Name;
   const char* Arguments; ///< as shown: "" or "(n)"
   const char* Help;
 };

@@ -4,6 +4,8 @@
 #include "host/application/Excerpt.h"
 #include "host/application/Expansion.h"
 #include "host/application/JobFactory.h"
+#include "host/application/ParameterCommands.h"
+#include "host/foundation/Exception.h"
 #include "host/foundation/WholeNumber.h"
 
 #include <algorithm>
@@ -312,27 +314,33 @@ String Job::FormatStringWithParameters(const String& text) const {
 }
 
 String Job::ExpandText(const String& text, const String& what) const {
+  if (text.find("$(") == String::npos && text.size() <= k_ExpansionLimit) {
+    return text;
+  }
+  return ExpandReferences(text, References(what));
+}
+
+ExpansionSource Job::References(const String& what) const {
   ExpansionSource source;
   source.What = what;
+  source.Ask = [this](const String& name, String& value) { return GetParameter(name, value); };
   source.Find = [this](const String& name) -> std::optional<ParameterAnswer> {
     const ParameterInfo* info = JobFactory::s_JobFactory->GetTypeParameterInfo(m_Type, name, false);
     String value;
     if (!GetParameter(name, value) && info == nullptr) {
       return std::nullopt;
     }
-    if (value.empty()) {
+    const bool own = !value.empty();
+    if (!own) {
       value = OptionOrDefault(name, true, true);
     }
     // What the type does not describe is computed: the texts of others, put
     // together already.
     const bool expands = info != nullptr && !info->IsLiteral() && !IsNameFromOutside(name);
-    return ParameterAnswer{std::move(value), expands, info};
-  };
-  source.Apply = [](const String& value, const String& command, const ParameterInfo* info) {
-    return ProcessParameterNameCommands(value, command, SmartHandle<const Job>(), info);
+    return ParameterAnswer{std::move(value), expands, info, own};
   };
   source.Names = [this] { return ParameterNames(); };
-  return ExpandReferences(text, source);
+  return source;
 }
 
 String Job::FormatStringWithParameters(const String& text, const std::map<String, String>& parameters) {
@@ -349,9 +357,6 @@ String Job::FormatStringWithParameters(const String& text, const std::map<String
     }
     return ParameterAnswer{found->second, !IsNameFromOutside(name), nullptr};
   };
-  source.Apply = [](const String& value, const String& command, const ParameterInfo* info) {
-    return ProcessParameterNameCommands(value, command, SmartHandle<const Job>(), info);
-  };
   source.Names = [&parameters] {
     std::vector<String> names;
     names.reserve(parameters.size());
@@ -361,6 +366,25 @@ String Job::FormatStringWithParameters(const String& text, const std::map<String
     return names;
   };
   return ExpandReferences(text, source);
+}
+
+// The handle comes by value: modules know the operation by that form.
+String Job::ProcessParameterNameCommands(
+    const String& value, const String& commands,
+    SmartHandle<const Job> /*job*/, // NOLINT(performance-unnecessary-value-param)
+    const ParameterInfo* info) {
+  const String where = "parameter commands";
+  std::size_t position = 0;
+  const std::vector<CommandCall> calls = ReadCommands(commands, position, where);
+  if (position < commands.size()) {
+    RaisePlaced("Job::ProcessParameterNameCommands", k_ErrorReference,
+                where + ":" + std::to_string(position + 1), "this \")\" closes nothing", commands, position);
+  }
+  String result = value;
+  for (const CommandCall& call : calls) {
+    result = ApplyCommand(call, result, info);
+  }
+  return result;
 }
 
 void Job::DoWorkParameterChange(const String& name, const String& value) {

@@ -10,6 +10,8 @@
 #include <memory>
 #include <vector>
 
+struct ExpansionSource;
+
 class Distributor;
 class Job;
 
@@ -130,6 +132,10 @@ public:
 
 protected:
   Job();
+
+  /// What the job answers for references, for as long as it lives; messages
+  /// begin with `what`.
+  ExpansionSource References(const String& what) const;
 
   /// The scene as the user gave it.
   String StoredScene() const { return Get(p_Scene, true); }

@@ -270,14 +270,14 @@ String TranslateContents(const CommandCall& /*call*/, const String& value) {
 }
 
 String WithoutLetters(const CommandCall& call, const String& value) {
-  return PlainPath(value, NameLetters(Plain(call), call.Command->Name));
+  return PlainPath(value, NameLetters(Plain(call), String(call.Command->Name)));
 }
 
-struct Action {
-  ParameterCommand Command;
+struct Action : ParameterCommand {
   String (*Apply)(const CommandCall& call, const String& value);
-  bool OfEmpty;        // whether the empty value gives anything but the empty text
-  bool OfEach = false; // of a list it takes each text by itself
+  bool OfEmpty;           // whether the empty value gives anything but the empty text
+  bool OfEach = false;    // of a list it takes each text by itself
+  bool MakesFile = false; // a copy or a link, besides the text
 };
 
 constexpr Action k_Actions[] = {
@@ -312,18 +312,26 @@ constexpr Action k_Actions[] = {
     {{"TranslateToLocal", "", "the path as this machine knows it"}, TranslateToLocal, false},
     {{"TranslateContents", "", "a copy of the text file with its paths rewritten for this machine"},
      TranslateContents,
-     false},
+     false,
+     false,
+     true},
     {{"PlainPath", "(letters)", "the path, by a link where it holds such letters"},
      WithoutLetters,
      false,
+     true,
      true},
 };
 
 const Action* FindAction(std::string_view name) {
   const auto* found = std::find_if(std::begin(k_Actions), std::end(k_Actions), [name](const Action& action) {
-    return String::EqualNoCase(action.Command.Name, name);
+    return String::EqualNoCase(action.Name, name);
   });
   return found == std::end(k_Actions) ? nullptr : found;
+}
+
+// Every command of a call is one of those above.
+const Action& ActionOf(const CommandCall& call) {
+  return static_cast<const Action&>(*call.Command);
 }
 
 } // namespace
@@ -332,7 +340,7 @@ const std::vector<ParameterCommand>& ParameterCommands() {
   static const std::vector<ParameterCommand> commands = [] {
     std::vector<ParameterCommand> list;
     for (const Action& action : k_Actions) {
-      list.push_back(action.Command);
+      list.push_back(action);
     }
     return list;
   }();
@@ -346,7 +354,7 @@ bool ReadCommand(const String& text, std::size_t& position, CommandCall& call, R
   call.Begin = position;
   position = std::min(text.find_first_of(".()", position), text.size());
   const std::size_t nameEnd = position;
-  const String name = text.substr(call.Begin, nameEnd - call.Begin);
+  const std::string_view name = std::string_view(text).substr(call.Begin, nameEnd - call.Begin);
   const Action* action = FindAction(name);
   if (name.empty()) {
     problem = {call.Begin, call.Begin, "a parameter command is missing after \".\"", {}};
@@ -358,11 +366,11 @@ bool ReadCommand(const String& text, std::size_t& position, CommandCall& call, R
       known.emplace_back(command.Name);
     }
     const String near = SuggestName(name, known);
-    problem = {call.Begin, nameEnd, "unknown parameter command \"" + Shown(name) + "\"",
+    problem = {call.Begin, nameEnd, "unknown parameter command \"" + Shown(String(name)) + "\"",
                near.empty() ? String::Null : "did you mean \"" + near + "\"?"};
     return false;
   }
-  call.Command = &action->Command;
+  call.Command = action;
   if (position < text.size() && text[position] == '(') {
     const std::size_t open = position;
     position = FindArgumentEnd(text, open + 1);
@@ -376,17 +384,16 @@ bool ReadCommand(const String& text, std::size_t& position, CommandCall& call, R
     ++position;
   }
   call.End = position;
-  const bool wantsArgument = *action->Command.Arguments != '\0';
+  const bool wantsArgument = *action->Arguments != '\0';
   if (wantsArgument && !call.HasArgument) {
     problem = {call.Begin,
                call.End,
-               String(action->Command.Name) + " needs an argument: " + action->Command.Name +
-                   action->Command.Arguments,
+               String(action->Name) + " needs an argument: " + action->Name + action->Arguments,
                {}};
     return false;
   }
   if (!wantsArgument && call.HasArgument) {
-    problem = {call.Begin, call.End, String(action->Command.Name) + " takes no argument", {}};
+    problem = {call.Begin, call.End, String(action->Name) + " takes no argument", {}};
     return false;
   }
   return true;
@@ -417,7 +424,7 @@ std::size_t EndOfName(const String& text, std::size_t begin) {
   for (const std::string_view dotted : {p_AfterOutputFolder, p_AfterImages}) {
     const std::size_t end = begin + dotted.size();
     if (end < text.size() && (text[end] == '.' || text[end] == ')') &&
-        String::EqualNoCase(text.substr(begin, dotted.size()), String(dotted))) {
+        String::EqualNoCase(std::string_view(text).substr(begin, dotted.size()), dotted)) {
       return end;
     }
   }
@@ -464,36 +471,21 @@ bool ReadReference(const String& text, std::size_t start, Reference& reference, 
 }
 
 String ApplyCommand(const CommandCall& call, const String& value, const ParameterInfo* info) {
-  const Action* action = FindAction(call.Command->Name);
-  if (value.empty() && !action->OfEmpty) {
+  const Action& action = ActionOf(call);
+  if (value.empty() && !action.OfEmpty) {
     return String::Null;
   }
-  const ListParameterInfo* list = action->OfEach ? ListParameterInfo::CastFrom(info) : nullptr;
+  const ListParameterInfo* list = action.OfEach ? ListParameterInfo::CastFrom(info) : nullptr;
   if (list == nullptr) {
-    return action->Apply(call, value);
+    return action.Apply(call, value);
   }
   std::vector<String> texts = list->Unpack(value);
   for (String& text : texts) {
-    text = action->Apply(call, text);
+    text = action.Apply(call, text);
   }
   return list->Pack(texts);
 }
 
-// The handle comes by value: modules know the operation by that form.
-String Job::ProcessParameterNameCommands(
-    const String& value, const String& commands,
-    SmartHandle<const Job> /*job*/, // NOLINT(performance-unnecessary-value-param)
-    const ParameterInfo* info) {
-  const String where = "parameter commands";
-  std::size_t position = 0;
-  const std::vector<CommandCall> calls = ReadCommands(commands, position, where);
-  if (position < commands.size()) {
-    RaisePlaced("Job::ProcessParameterNameCommands", k_ErrorReference,
-                where + ":" + std::to_string(position + 1), "this \")\" closes nothing", commands, position);
-  }
-  String result = value;
-  for (const CommandCall& call : calls) {
-    result = ApplyCommand(call, result, info);
-  }
-  return result;
+bool MakesFile(const CommandCall& call) {
+  return ActionOf(call).MakesFile;
 }

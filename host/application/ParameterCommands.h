@@ -50,3 +50,6 @@ std::vector<CommandCall> ReadCommands(const String& text, std::size_t& position,
 /// whether that is a list. Raises Exception* for a value or argument that the
 /// command cannot work with.
 String ApplyCommand(const CommandCall& call, const String& value, const ParameterInfo* info);
+
+/// Whether a command does more than make a text: a copy of a file, or a link.
+bool MakesFile(const CommandCall& call);

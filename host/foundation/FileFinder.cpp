@@ -4,9 +4,11 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -30,7 +32,8 @@
 // What it then holds depends on the name that made it read. Names that differ
 // from it only in their last number are most likely what will be asked for, and
 // become one bit each: no hashing, no memory that is visited at random, which
-// for 100,000 frames would take half as long as reading the directory. All
+// for 100,000 frames would take half as long as reading the directory; and who
+// looks for the ends of the sequence (KnownRun) need not ask name by name. All
 // other names lie behind each other in one block of bytes with a hash table of
 // places in it, about 30 bytes a file. The hash is seeded, since names may be a
 // stranger's choice; a directory beyond the limit below is asked name by name.
@@ -45,6 +48,22 @@ constexpr std::size_t k_ReadSize = 64 << 10;
 bool IsFile(int directory, const char* name) {
   struct stat status {};
   return fstatat(directory, name, &status, 0) == 0 && !S_ISDIR(status.st_mode);
+}
+
+// The same in a directory that has no directories in it: a file that is no link
+// is then no directory, and reading a link costs four fifths of a status.
+bool IsFileAmongFiles(int directory, const char* name) {
+  char target = 0;
+  return readlinkat(directory, name, &target, 1) >= 0 ? IsFile(directory, name) : errno == EINVAL;
+}
+
+// Whether an open directory has no directories in it: each has a link to it, on
+// file systems that count these.
+bool HasNoDirectories(int directory, const struct stat& status) {
+  struct statfs system {};
+  return status.st_nlink == 2 && fstatfs(directory, &system) == 0 &&
+         (system.f_type == EXT4_SUPER_MAGIC || system.f_type == XFS_SUPER_MAGIC ||
+          system.f_type == TMPFS_MAGIC);
 }
 
 bool HasNul(std::string_view text) {
@@ -174,11 +193,30 @@ public:
 
   bool Contains(std::string_view name) const {
     std::uint32_t number = 0;
-    return IsOfSequence(name, number) && number / 64 < m_Bits.size() &&
-           (m_Bits[number / 64] >> (number % 64) & 1) != 0;
+    return IsOfSequence(name, number) && Has(number);
+  }
+
+  /// The numbers around that of a name, all of which are there; false where that
+  /// of the name is not, or names have another number of digits.
+  bool RunAround(std::string_view name, std::size_t digits, std::pair<int, int>& run) const {
+    std::uint32_t number = 0;
+    if (digits != m_Width || !IsOfSequence(name, number) || !Has(number)) {
+      return false;
+    }
+    std::uint32_t low = number;
+    while (low > 0 && Has(low - 1)) {
+      low -= low % 64 == 0 && m_Bits[low / 64 - 1] == k_AllBits ? 64U : 1U;
+    }
+    std::uint32_t high = number + 1; // behind the last
+    while (Has(high)) {
+      high += high % 64 == 0 && m_Bits[high / 64] == k_AllBits ? 64U : 1U;
+    }
+    run = {static_cast<int>(low), static_cast<int>(high - 1)};
+    return true;
   }
 
 private:
+  static constexpr std::uint64_t k_AllBits = ~std::uint64_t{0};
   static constexpr std::string_view k_Digits = "0123456789";
   static constexpr std::size_t k_MostDigits = 9;
   static constexpr std::size_t k_FewestWords = 64;
@@ -201,6 +239,10 @@ private:
       number = 10 * number + static_cast<std::uint32_t>(digit - '0');
     }
     return number < k_NumberLimit && name.starts_with(m_Head) && name.ends_with(m_Tail);
+  }
+
+  bool Has(std::uint32_t number) const {
+    return number / 64 < m_Bits.size() && (m_Bits[number / 64] >> (number % 64) & 1) != 0;
   }
 
   std::string m_Head;
@@ -250,6 +292,8 @@ public:
     }
     return Answer::No;
   }
+
+  const SequenceBits& Sequence() const { return m_Sequence; }
 
 private:
   static constexpr unsigned int k_AskBit = 0x8000;
@@ -307,10 +351,18 @@ struct FileFinder::Directory {
         return answer == NameTable::Answer::Yes;
       }
     }
-    if (HasNul(file)) {
-      return false; // the system would take it for its beginning
+    if (IsGone || HasNul(file)) {
+      return false; // with a zero byte the system would take it for its beginning
     }
-    return Handle.IsOpen() ? IsFile(Handle.Number(), file.c_str() + leaf) : IsFile(AT_FDCWD, file.c_str());
+    return !Handle.IsOpen() ? IsFile(AT_FDCWD, file.c_str())
+           : FilesOnly      ? IsFileAmongFiles(Handle.Number(), file.c_str() + leaf)
+                            : IsFile(Handle.Number(), file.c_str() + leaf);
+  }
+
+  bool IsRead() const { return WasRead; }
+
+  bool RunAround(const String& file, std::size_t leaf, std::size_t digits, std::pair<int, int>& run) const {
+    return Names.Sequence().RunAround(std::string_view(file).substr(leaf), digits, run);
   }
 
 private:
@@ -318,8 +370,10 @@ private:
     if (Questions == 2) {
       struct stat status {};
       Handle = OpenDirectory(Text);
+      IsGone = !Handle.IsOpen() && (errno == ENOENT || errno == ENOTDIR);
       Decided = !Handle.IsOpen() || fstat(Handle.Number(), &status) != 0;
       Small = status.st_size < k_SmallDirectory;
+      FilesOnly = !Decided && !Small && HasNoDirectories(Handle.Number(), status);
     }
     if (!Decided && (Small || Questions > k_QuestionsBeforeReading)) {
       Decided = true;
@@ -335,8 +389,10 @@ private:
   NameTable Names;
   int Questions = 0;
   bool Small = false;
-  bool Decided = false; ///< whether to read it is settled
+  bool FilesOnly = false; ///< and links
+  bool Decided = false;   ///< whether to read it is settled
   bool WasRead = false;
+  bool IsGone = false; ///< there is no such directory
 };
 
 FileFinder::FileFinder() = default;
@@ -380,20 +436,34 @@ FilesToCome::~FilesToCome() {
   s_Newest = m_Before;
 }
 
-bool FileFinder::FindExact(const Path& file) {
-  const String& text = file.Text();
-  const std::size_t leaf = LeafStart(text);
-  m_Current = 0;
-  if (leaf == text.size()) {
-    m_Matches.clear();
+bool FileFinder::Holds(const String& file) {
+  const std::size_t leaf = LeafStart(file);
+  if (leaf == file.size()) {
     return false;
   }
-  const std::string_view branch = std::string_view(text).substr(0, leaf);
+  const std::string_view branch = std::string_view(file).substr(0, leaf);
   if (m_Directory == nullptr || m_Directory->Text != branch) {
     m_Directory = std::make_unique<Directory>(branch);
   }
   const FilesToCome* toCome = FilesToCome::s_Newest;
-  if (!m_Directory->Contains(text, leaf) && (toCome == nullptr || !toCome->m_IsToCome(file))) {
+  return m_Directory->Contains(file, leaf) || (toCome != nullptr && toCome->m_IsToCome(Path(file)));
+}
+
+std::pair<int, int> FileFinder::KnownRun(const String& file, int number, std::size_t digits) const {
+  std::pair<int, int> run(number, number);
+  if (m_Directory == nullptr || !m_Directory->IsRead()) {
+    return run;
+  }
+  const std::size_t leaf = LeafStart(file);
+  if (m_Directory->Text == std::string_view(file).substr(0, leaf)) {
+    m_Directory->RunAround(file, leaf, digits, run);
+  }
+  return run;
+}
+
+bool FileFinder::FindExact(const Path& file) {
+  m_Current = 0;
+  if (!Holds(file.Text())) {
     m_Matches.clear();
     return false;
   }

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 /// Whether there is a folder of that name, or a link to one.
@@ -32,6 +33,16 @@ public:
 
   /// The same for exactly this name: "*" and "?" are plain characters.
   bool FindExact(const Path& file);
+
+  /// The same, but only tells it: the matches stay as they are.
+  bool Holds(const String& file);
+
+  /// The first and the last number of a numbered sequence around one of its
+  /// files, which Holds has found, such that all between are there, too: as far
+  /// as that is known without asking the system, and the file alone where it
+  /// is not. Its name has the number behind which no other digit stands, 0 or
+  /// above, filled up with zeros to so many digits.
+  std::pair<int, int> KnownRun(const String& file, int number, std::size_t digits) const;
 
   /// The current match, as a path by which it can be opened; empty without.
   const Path& Name() const;

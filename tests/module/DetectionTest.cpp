@@ -305,4 +305,57 @@ TEST_F(DetectionTest, RandomSequencesAreFoundAsALiteralReadingFindsThem) {
   EXPECT_GT(found, 20);
 }
 
+/// Folders that are read as a whole: with gaps, folders, links and numbers of
+/// other lengths among the frames.
+TEST_F(DetectionTest, RandomLargeFoldersAreFoundAsALiteralReadingFindsThem) {
+  const auto seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  const auto pick = [&random](int count) {
+    return static_cast<int>(random() % static_cast<unsigned>(count));
+  };
+  for (int round = 0; round < 6; ++round) {
+    const String folder = SFormat("large%d", round);
+    std::filesystem::create_directories(std::string(InDirectory(folder).Text()));
+    const int width = 1 + pick(5);
+    const auto leafOf = [&](int frame, int digits) {
+      return folder + "/s_" + SFormat(("%0" + std::to_string(digits) + "d").c_str(), frame) + ".ma";
+    };
+    const int first = pick(3) == 0 ? -5 : pick(1200);
+    const int count = 200 + pick(1500);
+    for (int frame = first; frame < first + count; ++frame) {
+      const String leaf = leafOf(frame, width);
+      const int kind = pick(400);
+      if (kind == 0) {
+        continue;
+      }
+      if (kind == 1) {
+        std::filesystem::create_directories(std::string(InDirectory(leaf).Text()));
+      } else if (kind == 2) {
+        std::filesystem::create_symlink("nowhere", std::string(InDirectory(leaf).Text()));
+      } else if (kind == 3) {
+        std::filesystem::create_symlink("/dev/null/x", std::string(InDirectory(leaf).Text()));
+      } else if (kind == 4) {
+        Write("target", "x");
+        std::filesystem::create_symlink("../target", std::string(InDirectory(leaf).Text()));
+      } else {
+        Write(leaf, "x");
+      }
+      if (kind > 395) {
+        Write(leafOf(frame, width + 1), "x"); // another sequence, or the same name
+      }
+    }
+    for (int pickOf = 0; pickOf < 12; ++pickOf) {
+      const int digits = pickOf == 0 ? width + 1 : width;
+      const int frame = pickOf == 1 ? 999 : pickOf == 2 ? 1000 : first + pick(count);
+      const Path scene = InDirectory(leafOf(frame, digits));
+      Values expected;
+      Values actual;
+      const bool should = LiteralDetect(scene, 1, expected);
+      EXPECT_EQ(m_Module.DetectMultipleFiles(scene, 1, actual), should) << scene.c_str();
+      EXPECT_EQ(actual, expected) << scene.c_str();
+    }
+  }
+}
+
 } // namespace

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <random>
 #include <sstream>
 
 namespace {
@@ -269,6 +270,33 @@ TEST_F(ParameterTest, WorkIsExpandedThroughTheJob) {
   Set("EnquoteActual", "Yes");
   EXPECT_EQ(m_Job->FormatStringWithParameters("-s $(ActualScene) -r [$(ActualSubRange)] -w $(Width)"),
             "-s \"/s/my shot_03.ma\" \"/s/my shot_04.ma\" -r [] -w 640");
+}
+
+TEST_F(ParameterTest, RandomSequencesGiveWhatFormattingEachFrameGives) {
+  const auto seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  const char* const pieces[] = {"/s", "a b", "%04d",     "%d", "%",     "%%",
+                                "\"", "\\",  "$(Frame)", "'",  "_%03d", "\xff"};
+  for (int round = 0; round < 300; ++round) {
+    String format = "x";
+    for (auto count = random() % 4; count > 0; --count) {
+      format += pieces[random() % std::size(pieces)];
+    }
+    const int first = static_cast<int>(random() % 20);
+    const int last = first + static_cast<int>(random() % 20);
+    SetSequence(format, std::to_string(first) + "-" + std::to_string(last));
+    const bool enquote = random() % 2 == 0;
+    Set("EnquoteActual", enquote ? "Yes" : "No");
+    String expected = round % 3 == 0 ? "before" : "";
+    String actual = expected;
+    for (int frame = first; frame <= last; ++frame) {
+      const Path name(SFormat(format, frame));
+      expected += (expected.empty() ? "" : " ") + (enquote ? name.Enquote() : name.Text());
+    }
+    ASSERT_TRUE(m_Job->GetParameter("ActualScene", actual));
+    ASSERT_EQ(actual, expected) << format;
+  }
 }
 
 } // namespace

@@ -1,6 +1,7 @@
-#include "module/SequencePattern.h"
+#include "job/SequencePattern.h"
 
 #include "host/foundation/Format.h"
+#include "host/foundation/Quoting.h"
 
 #include <gtest/gtest.h>
 
@@ -36,6 +37,46 @@ TEST(SequencePatternTest, PercentInTheNameIsLeftToSFormat) {
     ExpectNamesOfSFormat(text, 3, ".ma");
     ExpectNamesOfSFormat("/s/", 3, text);
     ExpectNamesOfSFormat(text, 3, text);
+  }
+}
+
+TEST(SequencePatternTest, OnlyTextsWithOnePlainNumberAreRead) {
+  for (const char* text : {"/s/a_%04d.ma", "%01d", "%0250d.x", "a\"b %03d'"}) {
+    ASSERT_TRUE(SequencePattern::Read(text)) << text;
+    EXPECT_EQ(SequencePattern::Read(text)->Text(), text);
+  }
+  for (const char* text :
+       {"",     "a",      "%",      "%d",       "%4d",  "%0d",   "%00d",    "%004d", "%0-4d", "%+04d", "%04",
+        "%04x", "%04dd%", "%%%04d", "%04d%04d", "%04i", "%04ld", "%02000d", "% 04d", "d%04",  "%0 4d"}) {
+    EXPECT_FALSE(SequencePattern::Read(text)) << text;
+  }
+}
+
+TEST(SequencePatternTest, RandomNamesAreThoseOfSFormatAndEnquotedAlike) {
+  const auto seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  const char* const pieces[] = {"a",  "/",  "s_", "d", "0",    "-", " ", "\"",
+                                "\\", "$(", "`",  "'", "\xff", "=", "\n"};
+  for (int round = 0; round < 1000; ++round) {
+    String parts[2];
+    for (String& part : parts) {
+      for (auto count = random() % 4; count > 0; --count) {
+        part += pieces[random() % std::size(pieces)];
+      }
+    }
+    const String text = parts[0] + "%0" + std::to_string(1 + random() % 12) + "d" + parts[1];
+    const auto pattern = SequencePattern::Read(text);
+    ASSERT_TRUE(pattern) << text;
+    const SequencePattern enquoted = pattern->Enquoted();
+    for (int i = 0; i < 10; ++i) {
+      const int frame = static_cast<int>(random()) >> (random() % 32);
+      String names = "x";
+      pattern->AppendName(frame, names);
+      enquoted.AppendName(frame, names);
+      const String name = SFormat(text, frame);
+      ASSERT_EQ(names, "x" + name + EnquoteWord(name)) << text << " " << frame;
+    }
   }
 }
 

@@ -204,7 +204,7 @@ private:
       if (String::EqualNoCase(call.Command->Name, "Dequote")) {
         return false;
       }
-      if (isOneOf(call.Command->Name, {"Leaf", "Branch", "Extension", "PlainPath"})) {
+      if (isOneOf(String(call.Command->Name), {"Leaf", "Branch", "Extension", "PlainPath"})) {
         return true;
       }
     }

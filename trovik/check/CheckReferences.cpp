@@ -261,7 +261,7 @@ bool isOneOf(const String& name, std::initializer_list<const char*> names) {
 }
 
 bool givesPlain(const CommandCall& call) {
-  return isOneOf(call.Command->Name, {"If", "Start", "End", "Count", "Add", "Pad", "Extension"});
+  return isOneOf(String(call.Command->Name), {"If", "Start", "End", "Count", "Add", "Pad", "Extension"});
 }
 
 ValueKind kindOf(const TypeCheck& check, const String& name) {

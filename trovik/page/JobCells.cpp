@@ -201,9 +201,9 @@ JobCells cellsOf(Queue& queue, const JobView& view, FileStates& states, Clock::t
   }
   addFiles(filesOf(queue, view), view, places, states, now, cells);
   const std::map<AttemptId, AttemptTime> times = queue.times(view.job.id);
-  for (const WorkRecord& work : queue.works(view.job.id)) {
+  for (const WorkRecord& work : queue.works(view.job.id, WorkState::Good)) {
     const auto time = times.find(work.attempt);
-    if (work.state != WorkState::Good || time == times.end()) {
+    if (time == times.end()) {
       continue;
     }
     if (!hasFrames) {

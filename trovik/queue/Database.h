@@ -12,6 +12,7 @@
 #include <string>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -210,6 +211,12 @@ private:
   void bind(const std::string& value);
   void bind(const Blob& value);
   void bind(const char* value) { bind(std::string(value)); }
+  /// One after the other.
+  void bind(const std::vector<std::int64_t>& values) {
+    for (const std::int64_t value : values) {
+      bind(value);
+    }
+  }
   void bind(const std::optional<ProcessUsage>& value);
   void bind(std::chrono::microseconds value) { bind(std::int64_t{value.count()}); }
   void bind(Moment value) { bind(value.time_since_epoch().count()); }

@@ -18,11 +18,9 @@ namespace {
 class GoodWorks {
 public:
   GoodWorks(Queue& queue, const JobRecord& job) : hasFrames_(job.hasFrames) {
-    for (const WorkRecord& work : queue.works(job.id)) {
-      if (work.state == WorkState::Good) {
-        frames_[work.attempt].add(work.run);
-        works_.emplace(work.run.First, work);
-      }
+    for (const WorkRecord& work : queue.works(job.id, WorkState::Good)) {
+      frames_[work.attempt].add(work.run);
+      works_.emplace(work.run.First, work);
     }
   }
 

@@ -161,7 +161,8 @@ public:
   /// is handed out once.
   std::vector<JobRecord> takeEnded();
 
-  std::vector<WorkRecord> works(JobId id);                            ///< in the order of their frames
+  /// In the order of their frames; only those in a state, where one is given.
+  std::vector<WorkRecord> works(JobId id, std::optional<WorkState> state = std::nullopt);
   std::vector<AttemptRecord> attempts(JobId id, AttemptId after = 0); ///< in the order of their start
   std::optional<AttemptRecord> attempt(AttemptId id);
   /// Those of the job that were started for a frame, in the order of their start.

@@ -43,6 +43,35 @@ bool holdsLogs(const std::string& folder) {
   return false;
 }
 
+/// A statement that enters so many works of one state.
+std::string worksStatement(std::size_t rows) {
+  std::string sql =
+      "INSERT INTO works (job, state, position, first, last, attempts, tries, losses, attempt) VALUES";
+  for (std::size_t row = 0; row < rows; ++row) {
+    sql += row == 0 ? " (?1, ?2, ?, ?, ?, 0, 0, 0, 0)" : ", (?1, ?2, ?, ?, ?, 0, 0, 0, 0)";
+  }
+  return sql;
+}
+
+/// Enters works one behind the other, many with a statement: what it costs to
+/// begin and to end one is twice what it costs to enter a work.
+void insertWorks(Database& database, JobId job, WorkState state, std::int64_t position,
+                 std::span<const FrameRun> works) {
+  constexpr std::size_t most = 64;
+  static const std::string many = worksStatement(most);
+  static const std::string one = worksStatement(1);
+  std::vector<std::int64_t> numbers;
+  while (!works.empty()) {
+    const std::size_t count = works.size() < most ? 1 : most;
+    numbers.clear();
+    for (const FrameRun& run : works.first(count)) {
+      numbers.insert(numbers.end(), {position++, run.First, run.Last});
+    }
+    Query(database, count == 1 ? one.c_str() : many.c_str(), job, nameOf(state), numbers).run();
+    works = works.subspan(count);
+  }
+}
+
 std::string endCommandText(const std::vector<std::string>& words) {
   std::vector<String> texts(words.begin(), words.end());
   return JoinCommandLine(texts);
@@ -75,21 +104,10 @@ JobId Queue::submit(const NewJob& job) {
           .run();
     }
     Query(database, "INSERT INTO streams (job, packed) VALUES (?1, ?2)", id, Blob{job.packed}).run();
-    std::int64_t position = 0;
-    const auto insert = [&](const FrameRun& run, WorkState state) {
-      Query(database,
-            "INSERT INTO works (job, state, position, first, last, attempts, tries, losses, attempt) "
-            "VALUES (?1, ?2, ?3, ?4, ?5, 0, 0, 0, 0)",
-            id, nameOf(state), position++, run.First, run.Last)
-          .run();
-    };
-    for (const FrameRun& run : job.works) {
-      insert(job.hasFrames ? run : FrameRun(),
-             job.forerunners.empty() ? WorkState::Ready : WorkState::Waiting);
-    }
-    for (const FrameRun& run : job.found) {
-      insert(run, WorkState::Good);
-    }
+    const std::vector<FrameRun> whole(job.hasFrames ? 0 : job.works.size());
+    insertWorks(database, id, job.forerunners.empty() ? WorkState::Ready : WorkState::Waiting, 0,
+                job.hasFrames ? job.works : whole);
+    insertWorks(database, id, WorkState::Good, static_cast<std::int64_t>(job.works.size()), job.found);
     for (const FileRecord& file : job.foundFiles) {
       impl_->insertFile(file, -id);
     }

@@ -101,11 +101,12 @@ std::optional<JobId> Queue::latest(const UID& type, const std::string& scene, co
   return idIn(row);
 }
 
-std::vector<WorkRecord> Queue::works(JobId id) {
+std::vector<WorkRecord> Queue::works(JobId id, std::optional<WorkState> state) {
   std::vector<WorkRecord> result;
   Query row(impl_->database,
-            "SELECT id, first, last, state, attempts, attempt FROM works WHERE job = ?1 ORDER BY first, id",
-            id);
+            "SELECT id, first, last, state, attempts, attempt FROM works "
+            "WHERE job = ?1 AND (?2 IS NULL OR state = ?2) ORDER BY first, id",
+            id, state ? std::optional<std::string>(nameOf(*state)) : std::nullopt);
   while (row.next()) {
     WorkRecord work;
     work.id = row.number();

@@ -42,11 +42,9 @@ std::map<int, const JobFile*> filesByFrame(const std::vector<JobFile>& files) {
 /// Why each failed work failed, with its frames.
 std::vector<std::pair<FrameRun, std::string>> failures(Queue& queue, JobId job) {
   std::vector<std::pair<FrameRun, std::string>> result;
-  for (const WorkRecord& work : queue.works(job)) {
-    if (work.state == WorkState::Failed) {
-      const std::optional<AttemptRecord> attempt = queue.attempt(work.attempt);
-      result.emplace_back(work.run, attempt ? attempt->reason : std::string());
-    }
+  for (const WorkRecord& work : queue.works(job, WorkState::Failed)) {
+    const std::optional<AttemptRecord> attempt = queue.attempt(work.attempt);
+    result.emplace_back(work.run, attempt ? attempt->reason : std::string());
   }
   return result;
 }

@@ -105,9 +105,9 @@ Chosen choose(Queue& queue, const JobView& view, const LogOptions& options) {
   for (const AttemptRecord& attempt : attempts) {
     byId[attempt.id] = &attempt;
   }
-  for (const WorkRecord& work : queue.works(view.job.id)) {
+  for (const WorkRecord& work : queue.works(view.job.id, WorkState::Failed)) {
     const auto place = byId.find(work.attempt);
-    if (work.state != WorkState::Failed || place == byId.end()) {
+    if (place == byId.end()) {
       continue;
     }
     if (chosen.attempts.size() < failuresShown) {

@@ -7,9 +7,11 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <list>
 #include <optional>
 #include <set>
 #include <string_view>
+#include <utility>
 
 namespace trovik {
 namespace {
@@ -41,6 +43,44 @@ bool isDistrusted(Queue& queue, const FileRecord& file) {
   }
   return false;
 }
+
+/// Tells which files are there, of names in any order. A finder reads a folder
+/// where it is asked for many names in it, but knows one folder at a time, and
+/// the files of a frame may lie in several.
+class Folders {
+public:
+  bool hold(const Path& file) {
+    const std::string_view name = file.Text();
+    const std::string_view folder = name.substr(0, name.rfind('/') + 1); // npos + 1 is 0
+    if (last_ == nullptr || last_->name != folder) {
+      last_ = &of(folder);
+    }
+    return last_->finder.FindExact(file);
+  }
+
+private:
+  static constexpr std::size_t most = 16;
+  struct Folder {
+    explicit Folder(std::string_view folder) : name(folder) {}
+    std::string name;
+    FileFinder finder;
+  };
+
+  Folder& of(std::string_view folder) {
+    const auto known = std::find_if(folders_.begin(), folders_.end(),
+                                    [folder](const Folder& other) { return other.name == folder; });
+    if (known != folders_.end()) {
+      return *known;
+    }
+    if (folders_.size() == most) {
+      folders_.pop_front(); // the names change with the frame, say
+    }
+    return folders_.emplace_back(folder);
+  }
+
+  std::list<Folder> folders_;
+  Folder* last_ = nullptr;
+};
 
 String fileCheckOf(const Job& job) {
   return job.GetParameterOrOption(p_FileCheck, true, true);
@@ -93,16 +133,23 @@ FoundFrames findGoodFrames(const WorkMaker& works, const std::vector<FrameRun>& 
     const std::optional<FileRecord> last = spared == Decode::All ? std::nullopt : queue.lastOf(file);
     return last && last->checked && last->problem.empty() && isSpared(*last, spared);
   };
-  FileFinder folders; // reads a folder where it is asked for many names in it
+  RenderJob::ExpectedFileReader names(*all);
+  Folders folders;
   FoundFrames found;
+  bool isFirst = true; // of which all is done, since the job may be refused
   for (const FrameRun& run : runs) {
     if (hasFrames) {
       whole->SetParameter(p_SubRange, run.Text());
     }
-    const std::vector<Path> expected = all->ExpectedFiles();
+    const std::vector<Path> expected = names.Read();
     if (!expected.empty() && std::none_of(expected.begin(), expected.end(),
-                                          [&](const Path& file) { return folders.FindExact(file); })) {
+                                          [&](const Path& file) { return folders.hold(file); })) {
       continue; // nothing to be checked
+    }
+    const auto firstKnown = known.lower_bound(run.First);
+    if (expected.empty() && (firstKnown == known.end() || firstKnown->first > run.Last) &&
+        !std::exchange(isFirst, false)) {
+      continue; // the same
     }
     WorkInfo work;
     work.run = run;
@@ -110,7 +157,7 @@ FoundFrames findGoodFrames(const WorkMaker& works, const std::vector<FrameRun>& 
     const SmartHandle<Job> job = works.make(work);
     auto* render = dynamic_cast<RenderJob*>(job.Get());
     if (expected.empty()) {
-      for (auto file = known.lower_bound(run.First); file != known.end() && file->first <= run.Last; ++file) {
+      for (auto file = firstKnown; file != known.end() && file->first <= run.Last; ++file) {
         render->ProcessNewFilename(Path(file->second));
       }
     }

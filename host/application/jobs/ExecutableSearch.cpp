@@ -181,6 +181,13 @@ void Order(std::vector<NamedFolder>& folders) {
   folders = std::move(ordered);
 }
 
+// Whether it is the file that it was, with the rights that it had.
+bool IsSameFile(const struct stat& left, const struct stat& right) {
+  return left.st_dev == right.st_dev && left.st_ino == right.st_ino && left.st_mode == right.st_mode &&
+         left.st_size == right.st_size && left.st_ctim.tv_sec == right.st_ctim.tv_sec &&
+         left.st_ctim.tv_nsec == right.st_ctim.tv_nsec;
+}
+
 // While a job's program is looked for.
 thread_local const ExecutableMemory::Use* t_Use = nullptr;
 
@@ -300,13 +307,25 @@ Path ExecutableMemory::Find(const std::vector<Path>& roots, const std::vector<Pa
   auto known = std::find_if(m_Searches.begin(), m_Searches.end(), [&](const Search& search) {
     return search.Exe == exe && search.Roots == roots && search.Bases == bases;
   });
+  struct stat now {};
   if (known == m_Searches.end()) {
-    m_Searches.push_back({roots, bases, exe, SearchNewestExecutable(roots, bases, exe).Program});
+    m_Searches.push_back({roots, bases, exe, Path(), {}});
     known = std::prev(m_Searches.end());
-  } else if (!known->Program.empty() && !IsExecutableFile(known->Program)) {
-    known->Program = SearchNewestExecutable(roots, bases, exe).Program; // it was removed
+    known->Run();
+  } else if (!known->Program.empty() &&
+             (stat(known->Program.c_str(), &now) != 0 || !IsSameFile(now, known->Status))) {
+    known->Run();
   }
   return known->Program;
+}
+
+// The status comes after the search: of a program that is replaced in between
+// the next work searches again.
+void ExecutableMemory::Search::Run() {
+  Program = SearchNewestExecutable(Roots, Bases, Exe).Program;
+  if (Program.empty() || stat(Program.c_str(), &Status) != 0) {
+    Status = {};
+  }
 }
 
 ExecutableMemory::Use::Use(ExecutableMemory* memory, bool wanted)

@@ -2,6 +2,8 @@
 
 #include "host/foundation/Path.h"
 
+#include <sys/stat.h>
+
 #include <vector>
 
 /// The path made absolute: a relative one counts from the directory, or from
@@ -46,7 +48,8 @@ ExecutableSearchResult SearchNewestExecutable(const std::vector<Path>& roots, co
 
 /// Remembers what the searches of one job found, so that its works neither
 /// search again nor change to a program that was installed meanwhile. A find is
-/// used as long as it is a program. For one thread at a time.
+/// used as long as it is the same file, which one call tells; one that was
+/// removed or replaced is searched for anew. For one thread at a time.
 class ExecutableMemory {
 public:
   Path Find(const std::vector<Path>& roots, const std::vector<Path>& bases, const Path& exe);
@@ -76,6 +79,9 @@ private:
     std::vector<Path> Bases;
     Path Exe;
     Path Program;
+    struct stat Status {}; // of the program, when it was found
+
+    void Run();
   };
   std::vector<Search> m_Searches;
 };

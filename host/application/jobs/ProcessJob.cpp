@@ -1,5 +1,6 @@
 #include "host/application/jobs/ProcessJob.h"
 
+#include "host/application/Expansion.h"
 #include "host/application/JobFactory.h"
 #include "host/application/jobs/ErrorTexts.h"
 #include "host/application/jobs/ExecutableSearch.h"
@@ -16,6 +17,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 // One work from the outside: what has to be ready before the program starts,
 // and what every line means. The verdict is in ProcessVerdict.cpp. Running the
@@ -122,13 +124,30 @@ String ProcessJob::EffectiveText(const String& name) const {
   return IsLiteral(Type(), name) ? value : ExpandText(value, name);
 }
 
-std::vector<String> ProcessJob::EffectiveTexts(const String& name) const {
-  const bool literal = IsLiteral(Type(), name);
+std::vector<String> ProcessJob::TextsOf(const String& name) const {
   std::vector<String> texts;
   for (String& text : StringTokenizer::Split(GetParameterOrOption(name, true, true), ';')) {
     if (!text.Trim().empty()) {
-      texts.push_back(literal ? text : ExpandText(text, name));
+      texts.push_back(std::move(text));
     }
+  }
+  return texts;
+}
+
+std::vector<String> ProcessJob::EffectiveTexts(const String& name) const {
+  std::vector<String> texts = TextsOf(name);
+  if (!IsLiteral(Type(), name)) {
+    for (String& text : texts) {
+      text = ExpandText(text, name);
+    }
+  }
+  return texts;
+}
+
+std::vector<String> ProcessJob::TextsToExpand(const String& name) const {
+  std::vector<String> texts = TextsOf(name);
+  if (IsLiteral(Type(), name)) {
+    std::transform(texts.begin(), texts.end(), texts.begin(), EscapeReferences);
   }
   return texts;
 }

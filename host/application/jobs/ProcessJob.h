@@ -174,8 +174,11 @@ protected:
   /// The same for a list: each of its texts by itself, so that a ";" in a
   /// value does not split it.
   std::vector<String> EffectiveTexts(const String& name) const;
+  /// Its texts before their references are replaced.
+  std::vector<String> TextsToExpand(const String& name) const;
 
 private:
+  std::vector<String> TextsOf(const String& name) const;
   void BuildStart(ProcessStart& start);
   String BuildCommandLine(Path& executable);
   int Judge(const ProcessExit& exit, Ended ended);

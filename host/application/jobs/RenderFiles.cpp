@@ -35,18 +35,6 @@ constexpr const char* p_ImageStartText = "ImageStartText";
 // host's memory.
 constexpr std::size_t k_ImageBytesLimit = std::size_t{64} << 20;
 
-// Makes a job stand for one of its frames as long as this lives.
-class OneFrame {
-public:
-  OneFrame(const FrameRun*& slot, const FrameRun& frame) : m_Slot(slot) { m_Slot = &frame; }
-  ~OneFrame() { m_Slot = nullptr; }
-  OneFrame(const OneFrame&) = delete;
-  OneFrame& operator=(const OneFrame&) = delete;
-
-private:
-  const FrameRun*& m_Slot;
-};
-
 std::int64_t Nanoseconds(const timespec& time) {
   return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
 }
@@ -84,49 +72,6 @@ void RenderJob::ProcessNewFilename(const Path& file) {
   if (Observer() != nullptr) {
     Observer()->OnImage(*this, m_Images.back());
   }
-}
-
-std::vector<Path> RenderJob::ExpectedFiles() const {
-  ExpectedFrames frames;
-  return ExpandExpectedFiles(frames);
-}
-
-std::vector<Path> RenderJob::ExpandExpectedFiles(ExpectedFrames& frames) const {
-  std::vector<Path> files;
-  if (GetParameterOrOption(p_ExpectedFiles, true, true).empty()) {
-    return files;
-  }
-  const Path start = WorkStartDirectory();
-  const auto add = [this, &start, &frames, &files](const std::optional<int>& frame) {
-    for (const String& text : EffectiveTexts(p_ExpectedFiles)) {
-      const Path file = MakeAbsolute(text, start);
-      if (text.empty()) {
-        continue;
-      }
-      const auto [known, isNew] = frames.try_emplace(file.Text(), frame);
-      if (isNew) {
-        files.push_back(file);
-      } else if (known->second != frame) {
-        known->second.reset();
-      }
-    }
-  };
-  FrameRun run;
-  if (!WorkFrames(run)) {
-    add(std::nullopt);
-    return files;
-  }
-  if (run.Count() > FrameSet::k_CountLimit) {
-    RaiseException("RenderJob::ExpectedFiles", k_ErrorLimit,
-                   String(p_ExpectedFiles) + ": the sub-range " + run.Text() +
-                       " has more frames than a job can have");
-  }
-  for (std::int64_t frame = run.First; frame <= run.Last; ++frame) {
-    const FrameRun one{static_cast<int>(frame), static_cast<int>(frame)};
-    const OneFrame stands(m_OneFrame, one);
-    add(one.First);
-  }
-  return files;
 }
 
 bool RenderJob::WorkFrames(FrameRun& run) const {
@@ -174,7 +119,7 @@ const RenderJob::KnownFrames& RenderJob::Frames() const {
     KnownFrames known;
     known.Rule = Files();
     known.HasFrames = WorkFrames(known.Run);
-    known.ExpectedFiles = ExpandExpectedFiles(known.Expected);
+    known.ExpectedFiles = ExpectedFileReader(*this).Read(&known.Expected);
     known.Images = FrameFiles(known.Run);
     if (known.HasFrames && known.Run.Count() > 1) {
       for (const Path& folder : FileFolders()) {

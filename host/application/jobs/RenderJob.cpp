@@ -145,6 +145,10 @@ bool RenderJob::GetParameter(const String& name, String& value) const {
     return ProcessJob::GetParameter(name, value);
   }
   const bool frame = String::EqualNoCase(name, p_Frame);
+  if (frame && m_OneFrame != nullptr) {
+    value = std::to_string(m_OneFrame->First);
+    return true;
+  }
   if (frame || String::EqualNoCase(name, p_SubRange)) {
     value = m_OneFrame != nullptr ? m_OneFrame->Text() : Get(p_SubRange, true);
     FrameRun run;
@@ -155,7 +159,7 @@ bool RenderJob::GetParameter(const String& name, String& value) const {
   }
   const char* standard = StandardName(name);
   if (standard != nullptr) {
-    value = Get(standard, true);
+    value = name == standard ? Get(name, true) : Get(standard, true);
     return true;
   }
   return ProcessJob::GetParameter(name, value);

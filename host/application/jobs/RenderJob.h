@@ -28,6 +28,9 @@ public:
 
 /// A job that renders frames of a scene with an external program.
 class RenderJob : public ProcessJob {
+  /// Of each expected file the frame, or none when it is expected for several.
+  using ExpectedFrames = std::unordered_map<std::string, std::optional<int>>;
+
 public:
   ~RenderJob() override;
 
@@ -66,6 +69,27 @@ public:
   /// work's sub-range, absolute, in the order of the frames, each once. Raises
   /// Exception* for a template that cannot be expanded.
   std::vector<Path> ExpectedFiles() const;
+
+  /// ExpectedFiles for one sub-range of a job after the other: what does not
+  /// depend on the frames is read once. Meanwhile nothing else of the job may
+  /// change, nor the engine's options. The job must live as long.
+  class ExpectedFileReader {
+  public:
+    explicit ExpectedFileReader(const RenderJob& job);
+    ~ExpectedFileReader();
+    ExpectedFileReader(const ExpectedFileReader&) = delete;
+    ExpectedFileReader& operator=(const ExpectedFileReader&) = delete;
+
+    /// Of the sub-range that the job has now.
+    std::vector<Path> Read() { return Read(nullptr); }
+
+  private:
+    friend class RenderJob;
+    struct State;
+    std::vector<Path> Read(ExpectedFrames* frames);
+
+    std::unique_ptr<State> m_State;
+  };
 
   /// The letters that the program refuses in the name of a scene file
   /// ("RefusedInSceneName"). Raises Exception* for a text that lists none.
@@ -156,10 +180,6 @@ private:
   /// What the files of a work stand for.
   enum class FileRule { EveryFrame, Work, None };
   FileRule Files() const;
-
-  /// Of each expected file the frame, or none when it is expected for several.
-  using ExpectedFrames = std::unordered_map<std::string, std::optional<int>>;
-  std::vector<Path> ExpandExpectedFiles(ExpectedFrames& frames) const;
 
   /// What FrameOf knows, made when it is needed.
   struct KnownFrames {

@@ -1,7 +1,9 @@
 #include "host/application/jobs/RenderJob.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
+#include <string_view>
 
 // The parameters that every render job has, as a form shows them. Jobs answer
 // exactly these names (RenderJob::GetParameter), so that a type's further
@@ -226,15 +228,30 @@ const std::vector<Description>& Descriptions() {
 } // namespace
 
 const char* RenderJob::StandardName(const String& name) {
-  if (String::EqualNoCase(name, p_SubRange)) {
-    return p_SubRange;
-  }
-  for (const Description& description : Descriptions()) {
-    if (description.Name != nullptr && String::EqualNoCase(name, description.Name)) {
-      return description.Name;
+  // Jobs are asked for names all the time; few have the same length.
+  static const auto byLength = [] {
+    std::vector<std::vector<const char*>> names;
+    const auto add = [&names](const char* known) {
+      const std::size_t length = std::strlen(known);
+      names.resize(std::max(names.size(), length + 1));
+      names[length].push_back(known);
+    };
+    add(p_SubRange);
+    for (const Description& description : Descriptions()) {
+      if (description.Name != nullptr) {
+        add(description.Name);
+      }
     }
+    return names;
+  }();
+  if (name.size() >= byLength.size()) {
+    return nullptr;
   }
-  return nullptr;
+  const std::vector<const char*>& known = byLength[name.size()];
+  const auto found = std::find_if(known.begin(), known.end(), [&name](const char* one) {
+    return String::EqualNoCase(name, std::string_view(one, name.size()));
+  });
+  return found == known.end() ? nullptr : *found;
 }
 
 void RenderJob::FillJobTypeInfo(JobTypeInfo* info, bool withOutput) {

@@ -247,6 +247,21 @@ TEST_F(SearchOfAJob, KeepsItsProgramWhenANewerOneComes) {
   EXPECT_EQ(Work(m_Memory), newer);
 }
 
+TEST_F(SearchOfAJob, IsMadeAgainForAProgramThatWasReplaced) {
+  const Path program = WriteProgram("paint-2/render");
+  EXPECT_EQ(Work(m_Memory), program);
+  const Path other = WriteProgram("other/render");
+  FolderReads reads(m_Directory);
+  std::filesystem::rename(other.c_str(), program.c_str());
+  EXPECT_EQ(Work(m_Memory), program);
+  EXPECT_EQ(reads.Count(), 1);
+  EXPECT_EQ(Work(m_Memory), program);
+  EXPECT_EQ(reads.Count(), 0);
+  const Path older = WriteProgram("paint-1/render");
+  std::filesystem::permissions(program.c_str(), std::filesystem::perms::owner_read);
+  EXPECT_EQ(Work(m_Memory), older); // it may not be run any more
+}
+
 TEST_F(SearchOfAJob, IsNotMadeWhereTheProgramWasChosen) {
   WriteProgram("paint-1/render");
   FolderReads reads(m_Directory);

@@ -8,9 +8,11 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <random>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -230,14 +232,16 @@ TEST(FileFinderTest, OwnMatchCanBeAskedForAgain) {
 }
 
 // Fills a directory with things of every kind under numbered names.
-Names FillWithEverything(const TestDirectory& directory, int count, std::mt19937& random) {
+Names FillWithEverything(const TestDirectory& directory, int count, std::mt19937& random, bool folders) {
   Names names;
   for (int i = 0; i < count; ++i) {
     const std::string name = "shot_" + std::to_string(i) + (i % 7 == 0 ? "*.exr" : ".exr");
     names.push_back(name);
     switch (random() % 12) {
     case 0:
-      directory.MakeDirectory(name);
+      if (folders) {
+        directory.MakeDirectory(name);
+      }
       break;
     case 1:
       directory.Link(name, "nowhere");
@@ -261,9 +265,10 @@ Names FillWithEverything(const TestDirectory& directory, int count, std::mt19937
 
 TEST(FileFinderTest, ManyQuestionsAreAnsweredAsTheSystemAnswersEach) {
   std::mt19937 random(11);
-  for (const int count : {3, 120, 4000}) { // read at once, read at once, read late
+  const std::pair<int, bool> fillings[] = {{3, true}, {120, true}, {4000, true}, {4000, false}};
+  for (const auto& [count, folders] : fillings) { // the larger ones are read late
     const TestDirectory directory;
-    Names names = FillWithEverything(directory, count, random);
+    Names names = FillWithEverything(directory, count, random, folders);
     std::shuffle(names.begin(), names.end(), random);
     FileFinder finder;
     std::size_t found = 0;
@@ -299,6 +304,47 @@ TEST(FileFinderTest, NumbersWrittenInSeveralWaysAreDifferentFiles) {
         ASSERT_EQ(finder.FindExact(directory.File(names[asked])), asked == kept)
             << names[asked] << " after " << first << " where only " << names[kept] << " is";
       }
+    }
+  }
+}
+
+TEST(FileFinderTest, TheRunAroundAFileIsToldFromADirectoryThatWasRead) {
+  const auto seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  for (int round = 0; round < 20; ++round) {
+    const TestDirectory directory;
+    std::set<int> numbers;
+    const auto nameOf = [&directory](int number) {
+      const std::string digits = std::to_string(number);
+      return directory.File("a_" + std::string(digits.size() < 3 ? 3 - digits.size() : 0, '0') + digits +
+                            ".x");
+    };
+    const int count = 1 + static_cast<int>(random() % 400);
+    for (int number = 0; number < count; ++number) {
+      if (random() % 60 != 0) {
+        numbers.insert(number);
+        std::ofstream(nameOf(number)) << 'x';
+      }
+    }
+    if (count >= 100) {
+      std::ofstream(directory.File("a_0" + std::to_string(count) + ".x")) << 'x'; // none of the sequence
+    }
+    FileFinder finder;
+    const int asked = static_cast<int>(random() % static_cast<unsigned>(count));
+    EXPECT_EQ(finder.KnownRun(String(nameOf(asked)), asked, 3), std::pair(asked, asked)); // not asked for yet
+    finder.Holds(String(nameOf(asked)));
+    finder.Holds(String(nameOf(asked)));
+    for (int number = 0; number < count; ++number) {
+      std::pair<int, int> run(number, number);
+      while (numbers.contains(number) && numbers.contains(run.first - 1)) {
+        --run.first;
+      }
+      while (numbers.contains(number) && numbers.contains(run.second + 1)) {
+        ++run.second;
+      }
+      ASSERT_EQ(finder.KnownRun(String(nameOf(number)), number, 3), run) << count;
+      ASSERT_EQ(finder.KnownRun(String(nameOf(number)), number, 4), std::pair(number, number)) << count;
     }
   }
 }

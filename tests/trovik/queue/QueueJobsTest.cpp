@@ -1,6 +1,8 @@
 #include "tests/trovik/queue/QueueTest.h"
 #include "trovik/records/RunEvents.h"
 
+#include <algorithm>
+
 namespace trovik {
 namespace {
 
@@ -36,6 +38,33 @@ TEST_F(QueueJobs, TheRecordHasAllThatWasSubmitted) {
   EXPECT_FALSE(job.started.has_value());
   EXPECT_FALSE(job.ended.has_value());
   EXPECT_EQ(queue.packed(id), wanted.packed);
+}
+
+// Many works are entered with a statement.
+TEST_F(QueueJobs, WorksOfAnyNumberAreEnteredInTheirOrder) {
+  for (const int count : {1, 63, 64, 65, 129, 300}) {
+    NewJob wanted = jobOf("1");
+    wanted.works.clear();
+    for (int i = 0; i < count; ++i) {
+      const int first = (i % 7 - 3) * 10'000 + 3 * i; // in no order
+      (i % 5 == 4 ? wanted.found : wanted.works).push_back({first, first + i % 3});
+    }
+    const JobId job = queue.submit(wanted);
+    std::vector<WorkRecord> works = queue.works(job);
+    EXPECT_EQ(queue.works(job, WorkState::Ready).size(), wanted.works.size());
+    EXPECT_EQ(queue.works(job, WorkState::Good).size(), wanted.found.size());
+    EXPECT_TRUE(queue.works(job, WorkState::Failed).empty());
+    std::sort(works.begin(), works.end(),
+              [](const WorkRecord& left, const WorkRecord& right) { return left.id < right.id; });
+    std::vector<FrameRun> expected = wanted.works;
+    expected.insert(expected.end(), wanted.found.begin(), wanted.found.end());
+    ASSERT_EQ(works.size(), expected.size());
+    for (std::size_t i = 0; i < works.size(); ++i) {
+      EXPECT_EQ(works[i].run, expected[i]);
+      EXPECT_EQ(works[i].state, i < wanted.works.size() ? WorkState::Ready : WorkState::Good);
+      EXPECT_EQ(works[i].attempts, 0);
+    }
+  }
 }
 
 TEST_F(QueueJobs, LogsLieInTheQueuesFolderWhenNobodySaysOtherwise) {

@@ -83,6 +83,26 @@ TEST_F(MissingFramesTest, FramesWithoutAnyFileCostNoJobOfTheirOwn) {
   EXPECT_LE(CountedJob::made, 2);
 }
 
+TEST_F(MissingFramesTest, FilesInManyFoldersAreFound) {
+  job->SetParameter(p_ExpectedFiles, directory.file("a/$(Frame).txt") + ";" +
+                                         directory.file("$(Frame)/b.txt") + ";" +
+                                         directory.file("none/$(Frame).txt"));
+  for (const char* name : {"a/3.txt", "30/b.txt", "a/41.txt", "41/b.txt"}) {
+    directory.write(name, "x");
+  }
+  EXPECT_EQ(find("1-60").good.text(), ""); // each lacks one
+  EXPECT_EQ(CountedJob::made, 4);          // the whole, and those with a file
+  job->SetParameter(p_ExpectedFiles,
+                    directory.file("a/$(Frame).txt") + ";" + directory.file("$(Frame)/b.txt"));
+  EXPECT_EQ(find("1-60").good.text(), "41");
+}
+
+TEST_F(MissingFramesTest, WorksThatExpectNoFileCostOneJobTogether) {
+  job->SetParameter(p_ExpectedFiles, "");
+  EXPECT_EQ(find("1-500").good.text(), "");
+  EXPECT_EQ(CountedJob::made, 2); // the whole, and the first work
+}
+
 TEST_F(MissingFramesTest, APacketWithOneFileIsCheckedAsAWhole) {
   directory.write("out/0002.txt", "x");
   directory.write("out/0005.txt", "");
