@@ -16,7 +16,7 @@
 namespace {
 
 constexpr const char* usage =
-    "usage: trovik_bench [--rounds N] [--quick] [dispatch|lines|sequences|loading]...\n";
+    "usage: trovik_bench [--rounds N] [--quick] [dispatch|lines|sequences|loading|images|cores]...\n";
 
 class TemporaryDirectory {
 public:
@@ -43,10 +43,9 @@ struct Path {
 };
 
 int runTable(int count, char** arguments) {
-  Path paths[] = {{"dispatch", bench::dispatchRows, false},
-                  {"lines", bench::lineRows, false},
-                  {"sequences", bench::sequenceRows, false},
-                  {"loading", bench::loadingRows, false}};
+  Path paths[] = {{"dispatch", bench::dispatchRows, false},  {"lines", bench::lineRows, false},
+                  {"sequences", bench::sequenceRows, false}, {"loading", bench::loadingRows, false},
+                  {"images", bench::imageRows, false},       {"cores", bench::imageCoreRows, false}};
   bench::Setup setup;
   bool all = true;
   for (int i = 1; i < count; ++i) {

@@ -140,14 +140,20 @@ double Race::median(std::size_t contestant, double Cost::*what) const {
 }
 
 double Race::ratio(std::size_t contestant, std::size_t limit, double Cost::*what) const {
+  const std::vector<double> values = ratios(contestant, limit, what);
+  return values.empty() ? 0 : medianOf(values);
+}
+
+std::vector<double> Race::ratios(std::size_t contestant, std::size_t limit, double Cost::*what) const {
   std::vector<double> values;
   for (std::size_t round = 0; round < costs_[contestant].size(); ++round) {
     if (costs_[limit][round].*what <= 0) {
-      return 0;
+      return {};
     }
     values.push_back(costs_[contestant][round].*what / costs_[limit][round].*what);
   }
-  return medianOf(values);
+  std::sort(values.begin(), values.end());
+  return values;
 }
 
 std::string timeText(double seconds) {

@@ -47,6 +47,8 @@ public:
   /// The median of the ratios of every single round; 0 where the limit took
   /// less than can be told.
   double ratio(std::size_t contestant, std::size_t limit, double Cost::*what) const;
+  /// Those ratios, from the smallest on.
+  std::vector<double> ratios(std::size_t contestant, std::size_t limit, double Cost::*what) const;
 
 private:
   std::vector<Contestant> contestants_;
@@ -89,6 +91,8 @@ std::vector<Row> dispatchRows(const Setup& setup);
 std::vector<Row> lineRows(const Setup& setup);
 std::vector<Row> sequenceRows(const Setup& setup);
 std::vector<Row> loadingRows(const Setup& setup);
+std::vector<Row> imageRows(const Setup& setup);
+std::vector<Row> imageCoreRows(const Setup& setup);
 
 /// Throws std::runtime_error with the message unless the condition holds.
 void require(bool condition, const std::string& message);
