@@ -137,7 +137,7 @@ std::vector<Row> imageRows(const Setup& setup) {
     addPeer(rows, setup, {"identify", "-regard-warnings"}, "a PNG file", files);
   }
   {
-    const std::vector<ImageFile> files = writeExrs(setup.directory, count);
+    const std::vector<ImageFile> files = writeExrs(setup.directory, count / 2);
     Race race;
     const std::size_t limit =
         race.enter([&] { return costOf(files, [](const ImageFile& file) { exrLimit(file.name); }); });
