@@ -13,7 +13,6 @@ namespace trovik {
 
 std::size_t idleCores(std::size_t own, std::size_t all, std::size_t usable, const char* loads) {
   std::size_t running = 0;
-  // NOLINTNEXTLINE(cert-err34-c): the kernel's own numbers
   if (std::sscanf(loads, "%*s %*s %*s %zu/", &running) != 1) {
     return 1;
   }
