@@ -261,7 +261,7 @@ public:
     std::string chunks = below(3) == 0 ? pngChunk("tEXt", std::string("Title\0a title", 13)) : "";
     if (header_.colour == 3 || (header_.colour == 2 && below(3) == 0)) {
       const std::size_t entries = std::size_t{1} << std::min(header_.depth, 8U);
-      chunks += pngChunk("PLTE", std::string(3 * (1 + below(entries)), 'p'));
+      chunks += pngChunk("PLTE", std::string(std::size_t{3} * (1 + below(entries)), 'p'));
     }
     for (std::size_t at = 0; at < stream.size();) {
       const std::size_t size = below(4) == 0 ? below(20) : below(stream.size() + 1);
