@@ -15,10 +15,12 @@
 
 namespace {
 
-constexpr const char* usage =
-    "usage: trovik_bench [--rounds N] [--quick] [dispatch|lines|sequences|loading|expansion|missing]...\n";
+constexpr const char* usage = "usage: trovik_bench [--rounds N] [--quick]
+                              "
+                              "       [dispatch|lines|sequences|loading|expansion|missing|images|cores]...
+                              ";
 
-class TemporaryDirectory {
+    class TemporaryDirectory {
 public:
   TemporaryDirectory() {
     text_ = (std::filesystem::temp_directory_path() / "trovik-bench-XXXXXX").string();
@@ -45,7 +47,8 @@ struct Path {
 int runTable(int count, char** arguments) {
   Path paths[] = {{"dispatch", bench::dispatchRows, false},   {"lines", bench::lineRows, false},
                   {"sequences", bench::sequenceRows, false},  {"loading", bench::loadingRows, false},
-                  {"expansion", bench::expansionRows, false}, {"missing", bench::missingRows, false}};
+                  {"expansion", bench::expansionRows, false}, {"missing", bench::missingRows, false},
+                  {"images", bench::imageRows, false},        {"cores", bench::imageCoreRows, false}};
   bench::Setup setup;
   bool all = true;
   for (int i = 1; i < count; ++i) {

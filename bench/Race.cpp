@@ -139,25 +139,21 @@ double Race::median(std::size_t contestant, double Cost::*what) const {
   return medianOf(values);
 }
 
+double Race::ratio(std::size_t contestant, std::size_t limit, double Cost::*what) const {
+  const std::vector<double> values = ratios(contestant, limit, what);
+  return values.empty() ? 0 : medianOf(values);
+}
+
 std::vector<double> Race::ratios(std::size_t contestant, std::size_t limit, double Cost::*what) const {
   std::vector<double> values;
   for (std::size_t round = 0; round < costs_[contestant].size(); ++round) {
     if (costs_[limit][round].*what <= 0) {
-      return {0};
+      return {};
     }
     values.push_back(costs_[contestant][round].*what / costs_[limit][round].*what);
   }
+  std::sort(values.begin(), values.end());
   return values;
-}
-
-double Race::ratio(std::size_t contestant, std::size_t limit, double Cost::*what) const {
-  return medianOf(ratios(contestant, limit, what));
-}
-
-std::pair<double, double> Race::spread(std::size_t contestant, std::size_t limit, double Cost::*what) const {
-  const std::vector<double> values = ratios(contestant, limit, what);
-  const auto ends = std::minmax_element(values.begin(), values.end());
-  return {*ends.first, *ends.second};
 }
 
 std::string timeText(double seconds) {
@@ -181,12 +177,13 @@ std::string ratioText(const Race& race, std::size_t ours, std::size_t limit, dou
 
 Row ratioRow(const std::string& path, const Race& race, std::size_t ours, std::size_t limit, double target) {
   const double ratio = race.ratio(ours, limit, &Cost::wall);
-  const auto [least, most] = race.spread(ours, limit, &Cost::wall);
-  std::fprintf(stderr, "%s: %.2f (%.2f to %.2f)\n", path.c_str(), ratio, least, most);
+  const std::vector<double> ratios = race.ratios(ours, limit, &Cost::wall);
   return {path,
           timeText(race.median(limit, &Cost::wall)),
           timeText(race.median(ours, &Cost::wall)),
-          ratioText(ratio),
+          ratioText(ratio) +
+              (ratios.empty() ? std::string()
+                              : " (" + ratioText(ratios.front()) + " to " + ratioText(ratios.back()) + ")"),
           ratioText(race, ours, limit, &Cost::cpu),
           "≤ " + ratioText(target),
           ratio <= target};

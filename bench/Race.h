@@ -47,12 +47,10 @@ public:
   /// The median of the ratios of every single round; 0 where the limit took
   /// less than can be told.
   double ratio(std::size_t contestant, std::size_t limit, double Cost::*what) const;
-  /// The same ratios, the smallest and the largest.
-  std::pair<double, double> spread(std::size_t contestant, std::size_t limit, double Cost::*what) const;
-
-private:
+  /// Those ratios, from the smallest on; none then.
   std::vector<double> ratios(std::size_t contestant, std::size_t limit, double Cost::*what) const;
 
+private:
   std::vector<Contestant> contestants_;
   std::vector<std::vector<Cost>> costs_; // by contestant, then round
 };
@@ -96,6 +94,8 @@ std::vector<Row> sequenceRows(const Setup& setup);
 std::vector<Row> loadingRows(const Setup& setup);
 std::vector<Row> expansionRows(const Setup& setup);
 std::vector<Row> missingRows(const Setup& setup);
+std::vector<Row> imageRows(const Setup& setup);
+std::vector<Row> imageCoreRows(const Setup& setup);
 
 /// Throws std::runtime_error with the message unless the condition holds.
 void require(bool condition, const std::string& message);

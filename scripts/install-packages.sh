@@ -41,7 +41,7 @@ declare -A packages=(
   [page]="chromium nodejs npm"
   [catalogue]="blender darktable ffmpeg ghostscript gnuplot-nox imagemagick inkscape librsvg2-bin mandelbulber2 openimageio-tools openscad poppler-utils povray povray-includes python3 synfig tachyon xauth xvfb"
   [tidy]="clang-format clang-tidy git"
-  [bench]="libbenchmark-dev openimageio-tools sqlite3"
+  [bench]="libbenchmark-dev libopenexr-dev openimageio-tools sqlite3"
   [package]="debhelper dpkg-dev git lintian"
   [fresh]="debootstrap git zstd"
 )

@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+struct libdeflate_decompressor;
+
 namespace bench {
 
 // What cannot be done without. None of it is a product: no error is reported,
@@ -89,5 +91,27 @@ private:
 
   std::vector<File> files_;
 };
+
+/// Reads PNG files one after the other, each whole, sums their chunks and
+/// inflates their pixels, into memory that stays.
+class PngLimit {
+public:
+  PngLimit();
+  ~PngLimit();
+  PngLimit(const PngLimit&) = delete;
+  PngLimit& operator=(const PngLimit&) = delete;
+
+  /// Whether the sums are right and the pixels so many bytes.
+  bool isWhole(const std::string& file, std::size_t pixelBytes);
+
+private:
+  libdeflate_decompressor* inflater_;
+  std::vector<unsigned char> content_;
+  std::vector<unsigned char> pixels_;
+};
+
+/// Decodes all channels of an EXR file by its library on one core, as they are
+/// stored. Throws what the library throws.
+void exrLimit(const std::string& file);
 
 } // namespace bench

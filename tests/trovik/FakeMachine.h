@@ -244,10 +244,12 @@ public:
   std::map<std::string, std::string> problems; ///< by path
   std::vector<std::string> asked;
   bool hangs = false; ///< never answers
+  std::size_t mostWaiting = 0;
 
   void ask(const Path& file, bool /*refuseFlat*/, Answer answer) override {
     asked.push_back(file.Text());
     waiting_.emplace_back(file.Text(), std::move(answer));
+    mostWaiting = std::max(mostWaiting, waiting_.size());
   }
   int descriptor() const override { return -1; }
   std::optional<Clock::time_point> deadline() const override {

@@ -17,6 +17,7 @@ public:
   virtual ~ImageInspector() = default;
 
   /// The answer is called once: from here at the earliest, else from `advance`.
+  /// Answers come in any order.
   /// A file that cannot be checked at all (the helper cannot be started)
   /// has a problem that says so.
   virtual void ask(const Path& file, bool refuseFlat, Answer answer) = 0;

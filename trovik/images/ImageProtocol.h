@@ -18,6 +18,8 @@ struct Inspection {
 // How problems begin that say nothing of the file itself.
 constexpr std::string_view notLookedInto = "Cannot be looked into: ";
 constexpr std::string_view notDrawn = "No picture of it could be made: ";
+// What the problem of a file says that may have had too little beside others.
+constexpr std::string_view tooMuchMemory = "decoding it needs too much memory";
 
 // What trovik and trovik-image say to each other: JSON, one object a line.
 // File names are bytes; one that is no UTF-8 travels as hexadecimal digits

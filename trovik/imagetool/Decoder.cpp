@@ -291,7 +291,7 @@ Inspection decode(const std::string& file, PixelSink* sink) {
       inspection.problem = damageText(problem.text, file);
     }
   } catch (const std::bad_alloc&) {
-    inspection.problem = damageText("decoding it needs too much memory", file);
+    inspection.problem = damageText(std::string(tooMuchMemory), file);
   } catch (const std::exception& exception) {
     inspection.problem = damageText(exception.what(), file);
   }

@@ -1,13 +1,21 @@
 #pragma once
 
 #include "trovik/images/ImageProtocol.h"
+#include "trovik/imagetool/WholePng.h"
 
 #include <optional>
 
 namespace trovik::image {
 
-/// The answer to a request that needs no image library: for a file that is no
-/// image, and for one that is whole beyond doubt. Nothing for all others.
-std::optional<Inspection> checkLightly(const CheckRequest& request);
+/// Answers what needs no image library.
+class LightCheck {
+public:
+  /// For a file that is no image, and for one that is whole beyond doubt.
+  /// Nothing for all others.
+  std::optional<Inspection> check(const CheckRequest& request);
+
+private:
+  WholePng png_;
+};
 
 } // namespace trovik::image

@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <fcntl.h>
 #include <memory>
 #include <new>
@@ -15,13 +16,18 @@
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <vector>
 
 // Most frames are PNG files, and nearly all of them are whole. To see that, only
 // two things are needed: the check sum of each chunk, and that the pixels inflate
 // to exactly as many bytes as the header announces, which have a check sum of
 // their own. The image library, which does this and more, takes 0.3 s to load
 // with the 260 libraries that it needs, longer than it takes to decode a frame.
+//
+// Inflating takes nearly all of the time that is left. What can be had beside it
+// is memory: a picture of 1920 x 1080 has 1500 pages of pixels, each of which
+// costs a fault when it is new, and its compressed bytes lie in hundreds of
+// chunks. So the bytes of a file and of its pixels have rooms that stay, and the
+// compressed bytes are moved together where they lie.
 //
 // So that both always say the same, nothing is called whole here that its
 // decoder could object to: unusual chunks, an odd order, interlacing and
@@ -30,13 +36,14 @@
 namespace trovik::image {
 namespace {
 
-using Bytes = std::span<const std::uint8_t>;
+using Bytes = std::span<std::uint8_t>;
 
 constexpr std::size_t fileLimit = std::size_t{256} << 20U;
 constexpr std::uint64_t pixelBytesLimit = std::uint64_t{512} << 20U;
-constexpr std::uint32_t sideLimit = 1000000;       // the decoder's own
-constexpr std::size_t extraChunkLimit = 100;       // it keeps up to 1000 of them
-constexpr std::size_t extraBytesLimit = 1U << 20U; // and up to 8 MB of one
+constexpr std::size_t keptLimit = std::size_t{64} << 20U; // of each room, while no file is checked
+constexpr std::uint32_t sideLimit = 1000000;              // the decoder's own
+constexpr std::size_t extraChunkLimit = 100;              // it keeps up to 1000 of them
+constexpr std::size_t extraBytesLimit = 1U << 20U;        // and up to 8 MB of one
 constexpr std::array<std::uint8_t, 8> signature = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
 
 std::uint32_t numberAt(Bytes bytes, std::size_t at) {
@@ -45,7 +52,7 @@ std::uint32_t numberAt(Bytes bytes, std::size_t at) {
 }
 
 /// All of a regular file; nothing for one that is too large or cannot be read.
-std::vector<std::uint8_t> contentOf(const std::string& file) {
+Bytes contentOf(const std::string& file, Room& room) {
   // Not blocking, since whatever lies there may be a pipe.
   const Descriptor descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat facts {};
@@ -53,7 +60,7 @@ std::vector<std::uint8_t> contentOf(const std::string& file) {
       facts.st_size <= 0 || static_cast<std::uint64_t>(facts.st_size) > fileLimit) {
     return {};
   }
-  std::vector<std::uint8_t> content(static_cast<std::size_t>(facts.st_size));
+  const Bytes content = room.bytes(static_cast<std::size_t>(facts.st_size));
   std::size_t filled = 0;
   while (filled < content.size()) {
     const ssize_t got = read(descriptor.Number(), content.data() + filled, content.size() - filled);
@@ -66,7 +73,7 @@ std::vector<std::uint8_t> contentOf(const std::string& file) {
 }
 
 struct Chunk {
-  std::string_view type;
+  std::string type; // the bytes around it may be moved
   Bytes data;
 };
 
@@ -85,7 +92,8 @@ public:
         libdeflate_crc32(0, rest_.data() + 4, length + 4) != numberAt(rest_, length + 8)) {
       return std::nullopt;
     }
-    const Chunk chunk{{reinterpret_cast<const char*>(rest_.data()) + 4, 4}, rest_.subspan(8, length)};
+    const Bytes type = rest_.subspan(4, 4);
+    const Chunk chunk{{type.begin(), type.end()}, rest_.subspan(8, length)};
     rest_ = rest_.subspan(length + around);
     return chunk;
   }
@@ -143,32 +151,39 @@ bool isRightPalette(const Header& header, Bytes palette) {
 }
 
 /// The compressed pixels of a file whose chunks are all there, in their order.
-std::optional<std::vector<std::uint8_t>> packedPixels(const Header& header, Chunks& chunks) {
-  std::vector<std::uint8_t> packed;
+/// They are moved together to where the first of them lie; nothing is left of
+/// the chunks. Empty for none.
+Bytes packedPixels(const Header& header, Chunks& chunks) {
+  Bytes packed;
   bool palette = false;
   bool ended = false; // the pixels' chunks, which follow each other
   std::size_t extras = 0;
   while (const std::optional<Chunk> chunk = chunks.next()) {
     if (chunk->type == "IDAT" && !ended && (palette || header.colour != 3)) {
-      packed.insert(packed.end(), chunk->data.begin(), chunk->data.end());
+      if (packed.empty()) {
+        packed = chunk->data;
+      } else {
+        std::memmove(packed.data() + packed.size(), chunk->data.data(), chunk->data.size());
+        packed = {packed.data(), packed.size() + chunk->data.size()};
+      }
       continue;
     }
     ended = !packed.empty();
     if (chunk->type == "IEND") {
-      return ended && chunk->data.empty() ? std::optional(std::move(packed)) : std::nullopt;
+      return ended && chunk->data.empty() ? packed : Bytes();
     }
     if (chunk->type == "PLTE" && !palette && !ended && isRightPalette(header, chunk->data)) {
       palette = true;
     } else if (!isUsualExtra(chunk->type, !ended) || chunk->data.size() > extraBytesLimit ||
                ++extras > extraChunkLimit) {
-      return std::nullopt;
+      return {};
     }
   }
-  return std::nullopt;
+  return {};
 }
 
 /// Whether the pixels are there, all of them and nothing behind them.
-bool inflatesWhole(const Header& header, Bytes packed) {
+bool inflatesWhole(const Header& header, Bytes packed, libdeflate_decompressor* inflater, Room& room) {
   const std::uint64_t line = header.lineBytes();
   const std::uint64_t size = line * header.height;
   // The decoder keeps as much of the past as the first byte tells, and refuses
@@ -177,13 +192,10 @@ bool inflatesWhole(const Header& header, Bytes packed) {
   if (window < 7 && size > std::uint64_t{256} << window) {
     return false;
   }
-  const auto pixels = std::make_unique_for_overwrite<std::uint8_t[]>(size);
-  const std::unique_ptr<libdeflate_decompressor, decltype(&libdeflate_free_decompressor)> inflater(
-      libdeflate_alloc_decompressor(), &libdeflate_free_decompressor);
+  const Bytes pixels = room.bytes(size);
   std::size_t taken = 0;
   std::size_t given = 0;
-  if (inflater == nullptr ||
-      libdeflate_zlib_decompress_ex(inflater.get(), packed.data(), packed.size(), pixels.get(), size, &taken,
+  if (libdeflate_zlib_decompress_ex(inflater, packed.data(), packed.size(), pixels.data(), size, &taken,
                                     &given) != LIBDEFLATE_SUCCESS ||
       taken != packed.size() || given != size) {
     return false;
@@ -199,27 +211,57 @@ bool inflatesWhole(const Header& header, Bytes packed) {
 
 } // namespace
 
-std::optional<Inspection> wholePng(const std::string& file) {
-  try {
-    const std::vector<std::uint8_t> content = contentOf(file);
-    if (content.size() < signature.size() ||
-        !std::equal(signature.begin(), signature.end(), content.begin())) {
-      return std::nullopt;
-    }
-    Chunks chunks(Bytes(content).subspan(signature.size()));
-    const std::optional<Chunk> first = chunks.next();
-    const std::optional<Header> header = first ? headerOf(*first) : std::nullopt;
-    if (!header) {
-      return std::nullopt;
-    }
-    const std::optional<std::vector<std::uint8_t>> packed = packedPixels(*header, chunks);
-    if (!packed || !inflatesWhole(*header, *packed)) {
-      return std::nullopt;
-    }
-    return Inspection{"", true, static_cast<int>(header->width), static_cast<int>(header->height)};
-  } catch (const std::bad_alloc&) {
+std::span<std::uint8_t> Room::bytes(std::size_t count) {
+  if (count > size_) {
+    bytes_.reset(); // before there are new ones
+    size_ = 0;
+    bytes_ = std::make_unique_for_overwrite<std::uint8_t[]>(count);
+    size_ = count;
+  }
+  return {bytes_.get(), count};
+}
+
+void Room::trim() {
+  if (size_ > keptLimit) {
+    bytes_.reset();
+    size_ = 0;
+  }
+}
+
+void WholePng::Release::operator()(libdeflate_decompressor* inflater) const {
+  libdeflate_free_decompressor(inflater);
+}
+
+WholePng::WholePng() : inflater_(libdeflate_alloc_decompressor()) {}
+
+std::optional<Inspection> WholePng::inspect(std::span<std::uint8_t> content) {
+  if (inflater_ == nullptr || content.size() < signature.size() ||
+      !std::equal(signature.begin(), signature.end(), content.begin())) {
     return std::nullopt;
   }
+  Chunks chunks(content.subspan(signature.size()));
+  const std::optional<Chunk> first = chunks.next();
+  const std::optional<Header> header = first ? headerOf(*first) : std::nullopt;
+  if (!header) {
+    return std::nullopt;
+  }
+  const Bytes packed = packedPixels(*header, chunks);
+  if (packed.empty() || !inflatesWhole(*header, packed, inflater_.get(), pixels_)) {
+    return std::nullopt;
+  }
+  return Inspection{"", true, static_cast<int>(header->width), static_cast<int>(header->height)};
+}
+
+std::optional<Inspection> WholePng::check(const std::string& file) {
+  std::optional<Inspection> inspection;
+  try {
+    inspection = inspect(contentOf(file, content_));
+  } catch (const std::bad_alloc&) {
+    inspection.reset();
+  }
+  content_.trim();
+  pixels_.trim();
+  return inspection;
 }
 
 } // namespace trovik::image

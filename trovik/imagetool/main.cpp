@@ -89,9 +89,10 @@ int main(int count, char** arguments) {
     limitProcess();
     trovik::image::ImageLibrary library;
     if (check) {
-      trovik::image::serve(stdin, output, [&library](const trovik::CheckRequest& request) {
+      trovik::image::LightCheck light;
+      trovik::image::serve(stdin, output, [&](const trovik::CheckRequest& request) {
         const std::optional<trovik::Inspection> inspection =
-            request.picture.empty() ? trovik::image::checkLightly(request) : std::nullopt;
+            request.picture.empty() ? light.check(request) : std::nullopt;
         return inspection ? *inspection : library.check(request);
       });
     } else {

@@ -9,7 +9,9 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <sched.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <system_error>
@@ -66,7 +68,7 @@ private:
 
 } // namespace
 
-HelperProcess::HelperProcess(const std::vector<String>& arguments) {
+HelperProcess::HelperProcess(const std::vector<String>& arguments, Cores cores) {
   std::array<int, 2> ends{};
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
     throw std::system_error(errno, std::system_category());
@@ -80,6 +82,12 @@ HelperProcess::HelperProcess(const std::vector<String>& arguments) {
   if (error != 0) {
     id_ = -1;
     throw std::system_error(error, std::system_category());
+  }
+  if (cores == Cores::Idle) {
+    const sched_param none{};
+    if (sched_setscheduler(id_, SCHED_IDLE, &none) != 0) {
+      setpriority(PRIO_PROCESS, static_cast<id_t>(id_), 19); // the next best
+    }
   }
 }
 

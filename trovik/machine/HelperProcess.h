@@ -17,9 +17,13 @@ namespace trovik {
 /// does. Nothing here blocks, and its death raises no SIGPIPE. For one thread.
 class HelperProcess {
 public:
+  /// Which cores it runs on: like any program, or only where nobody else wants
+  /// to. The latter may come to a standstill.
+  enum class Cores { Any, Idle };
+
   /// Starts it; the first argument is the path of the program. Throws
   /// std::system_error with the system's reason.
-  explicit HelperProcess(const std::vector<String>& arguments);
+  explicit HelperProcess(const std::vector<String>& arguments, Cores cores = Cores::Any);
   /// Kills what is left of it.
   ~HelperProcess();
   HelperProcess(const HelperProcess&) = delete;

@@ -39,7 +39,7 @@ PagePictures::PagePictures(const Path& cache, const Path& helper, Deliver delive
     : cache_(cache), deliver_(std::move(deliver)), find_(std::move(find)) {
   const std::size_t count = std::clamp<std::size_t>(std::thread::hardware_concurrency() / 2, 1, helperLimit);
   for (std::size_t i = 0; i < count; ++i) {
-    helpers_.push_back(std::make_unique<ImageHelper>(helper, Clock::now, patience));
+    helpers_.push_back(std::make_unique<ImageHelper>(helper, Clock::now, patience, ImageHelper::oneAtATime));
   }
 }
 

@@ -44,6 +44,7 @@ String FileInspection::OnCheckFile(const Job& /*job*/, const Path& file) {
 }
 
 void waitFor(const FileInspection& inspection, ImageInspector& inspector, Machine& machine) {
+  inspector.advance(machine.now()); // all is asked: others may help
   while (!inspection.isOver()) {
     std::vector<pollfd> descriptors = {{inspector.descriptor(), POLLIN, 0}};
     std::optional<Duration> left;

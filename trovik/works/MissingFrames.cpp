@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <list>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string_view>
@@ -18,6 +20,8 @@ namespace {
 
 /// Coarse file systems keep the times of files to two seconds.
 constexpr std::chrono::seconds stampSlack{2};
+
+constexpr std::size_t worksAhead = 64;
 
 /// Whether a file was written before an attempt began, which then did not leave it.
 bool isOlder(const FileRecord& file, const AttemptRecord& attempt) {
@@ -86,6 +90,53 @@ String fileCheckOf(const Job& job) {
   return job.GetParameterOrOption(p_FileCheck, true, true);
 }
 
+/// A work whose files are looked into.
+struct Look {
+  FrameRun run;
+  SmartHandle<Job> job;
+  std::unique_ptr<FileInspection> inspection;
+};
+
+/// Adds to what is found what the files of a work tell.
+void judge(const Look& look, bool hasFrames, Queue& queue, FoundFrames& found) {
+  auto* render = dynamic_cast<RenderJob*>(look.job.Get());
+  render->SetObserver(look.inspection.get());
+  const int status = render->CheckFiles(k_StatusFinished);
+  render->SetObserver(nullptr);
+
+  std::vector<FileRecord> files = fileRecords(*render);
+  if (!hasFrames || String::EqualNoCase(fileCheckOf(*look.job), "Work")) {
+    const bool trusted = std::none_of(files.begin(), files.end(),
+                                      [&](const FileRecord& file) { return isDistrusted(queue, file); });
+    found.whole = status == k_StatusFinished && !files.empty() && trusted;
+    if (!found.whole) {
+      return;
+    }
+    if (hasFrames) {
+      found.good.add(look.run);
+    }
+    found.files.insert(found.files.end(), files.begin(), files.end());
+    return;
+  }
+  RunSet good;
+  for (const FrameRun& frames : render->FramesWithGoodFiles()) {
+    good.add(frames);
+  }
+  RunSet distrusted;
+  for (const FileRecord& file : files) {
+    if (file.frame && good.contains(*file.frame) && isDistrusted(queue, file)) {
+      distrusted.add({*file.frame, *file.frame});
+    }
+  }
+  for (const FrameRun& frames : good.runs()) {
+    for (const FrameRun& trusted : FramesOutside(frames, distrusted.runs())) {
+      found.good.add(trusted);
+    }
+  }
+  std::copy_if(files.begin(), files.end(), std::back_inserter(found.files),
+               [&](const FileRecord& file) { return file.frame && found.good.contains(*file.frame); });
+}
+
 } // namespace
 
 KnownFiles knownFiles(Queue& queue, JobId job) {
@@ -137,6 +188,14 @@ FoundFrames findGoodFrames(const WorkMaker& works, const std::vector<FrameRun>& 
   Folders folders;
   FoundFrames found;
   bool isFirst = true; // of which all is done, since the job may be refused
+  // Several works are looked into at a time, so that files wait for each program
+  // that looks into them, whatever the packets; they are judged in their order.
+  std::deque<Look> looks;
+  const auto judgeFirst = [&] {
+    waitFor(*looks.front().inspection, inspector, machine);
+    judge(looks.front(), hasFrames, queue, found);
+    looks.pop_front();
+  };
   for (const FrameRun& run : runs) {
     if (hasFrames) {
       whole->SetParameter(p_SubRange, run.Text());
@@ -161,43 +220,13 @@ FoundFrames findGoodFrames(const WorkMaker& works, const std::vector<FrameRun>& 
         render->ProcessNewFilename(Path(file->second));
       }
     }
-    FileInspection inspection(inspector, *render, wasGood);
-    waitFor(inspection, inspector, machine);
-    render->SetObserver(&inspection);
-    const int status = render->CheckFiles(k_StatusFinished);
-    render->SetObserver(nullptr);
-
-    std::vector<FileRecord> files = fileRecords(*render);
-    if (!hasFrames || String::EqualNoCase(fileCheckOf(*job), "Work")) {
-      const bool trusted = std::none_of(files.begin(), files.end(),
-                                        [&](const FileRecord& file) { return isDistrusted(queue, file); });
-      found.whole = status == k_StatusFinished && !files.empty() && trusted;
-      if (!found.whole) {
-        continue;
-      }
-      if (hasFrames) {
-        found.good.add(run);
-      }
-      found.files.insert(found.files.end(), files.begin(), files.end());
-      continue;
+    looks.push_back({run, job, std::make_unique<FileInspection>(inspector, *render, wasGood)});
+    if (looks.size() > worksAhead) {
+      judgeFirst();
     }
-    RunSet good;
-    for (const FrameRun& frames : render->FramesWithGoodFiles()) {
-      good.add(frames);
-    }
-    RunSet distrusted;
-    for (const FileRecord& file : files) {
-      if (file.frame && good.contains(*file.frame) && isDistrusted(queue, file)) {
-        distrusted.add({*file.frame, *file.frame});
-      }
-    }
-    for (const FrameRun& frames : good.runs()) {
-      for (const FrameRun& trusted : FramesOutside(frames, distrusted.runs())) {
-        found.good.add(trusted);
-      }
-    }
-    std::copy_if(files.begin(), files.end(), std::back_inserter(found.files),
-                 [&](const FileRecord& file) { return file.frame && found.good.contains(*file.frame); });
+  }
+  while (!looks.empty()) {
+    judgeFirst();
   }
   return found;
 }

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <iostream>
 #include <string>
 #include <sys/stat.h>
@@ -39,6 +40,8 @@ void misbehave(const std::string& file) {
     for (;;) {
       pause();
     }
+  } else if (names(file, "gate")) {
+    close(open(file.c_str(), O_RDONLY)); // a named pipe: until somebody opens its other end
   } else if (names(file, "stop")) {
     raise(SIGSTOP);
   } else if (names(file, "garbage")) {

@@ -4,7 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
+#include <fcntl.h>
+#include <sched.h>
+#include <set>
+#include <sys/stat.h>
 #include <unistd.h>
 
 extern const char* const FAKE_IMAGE_HELPER;
@@ -18,7 +23,9 @@ using std::chrono::seconds;
 class ImageHelperTest : public testing::Test {
 protected:
   Clock::time_point now{seconds(1000)};
-  ImageHelper helper{Path(FAKE_IMAGE_HELPER), [this] { return now; }, seconds(120)};
+  std::size_t room = 1;
+  ImageHelper helper{Path(FAKE_IMAGE_HELPER), [this] { return now; }, seconds(120),
+                     [this](std::size_t /*own*/) { return room; }};
   std::vector<std::string> problems;
   std::vector<int> processes;
 
@@ -147,6 +154,153 @@ TEST_F(ImageHelperTest, AnExitIsToldWithItsCode) {
   waitFor(1);
   EXPECT_EQ(problems, Problems{std::string("Cannot be looked into: \"") + FAKE_IMAGE_HELPER +
                                "\" ended with exit code 3"});
+}
+
+/// The first program is held up by a file until its gate is opened; others may
+/// be started beside it.
+class SideBySideTest : public ImageHelperTest {
+protected:
+  TemporaryDirectory directory;
+  std::string gate = directory.file("gate");
+
+  SideBySideTest() { room = 2; }
+
+  void SetUp() override {
+    ASSERT_EQ(mkfifo(gate.c_str(), 0600), 0);
+    ask(gate);
+  }
+
+  /// Others that take no time.
+  void askMore(int count) {
+    for (int i = 0; i < count; ++i) {
+      ask(std::to_string(i));
+    }
+    helper.advance(now);
+  }
+
+  void openGate() const { close(open(gate.c_str(), O_WRONLY)); }
+  bool isAnswered(const std::string& problem) const {
+    return std::find(problems.begin(), problems.end(), problem) != problems.end();
+  }
+};
+
+TEST_F(SideBySideTest, AFileThatTakesLongHoldsUpNoOthersWhereThereIsRoom) {
+  askMore(6);
+  waitFor(6);
+  EXPECT_FALSE(isAnswered(gate));
+  EXPECT_EQ(helper.waiting(), 1U);
+  openGate();
+  waitFor(7);
+  EXPECT_EQ(problems.back(), gate);
+  EXPECT_NE(processes.back(), processes.front());
+  EXPECT_EQ(std::set<int>(processes.begin(), processes.end()).size(), 2U);
+}
+
+TEST_F(SideBySideTest, OnlyTheFirstTakesACoreThatOthersWant) {
+  askMore(6);
+  waitFor(6);
+  openGate();
+  waitFor(7);
+  EXPECT_EQ(sched_getscheduler(processes.front()), SCHED_IDLE);
+  EXPECT_EQ(sched_getscheduler(processes.back()), sched_getscheduler(0));
+}
+
+TEST_F(SideBySideTest, WithoutRoomOneProgramDoesItAll) {
+  room = 1;
+  askMore(6);
+  openGate();
+  waitFor(7);
+  EXPECT_EQ(problems.front(), gate);
+  EXPECT_EQ(std::set<int>(processes.begin(), processes.end()).size(), 1U);
+}
+
+TEST_F(SideBySideTest, RoomThatIsGoneIsUsedNoMore) {
+  askMore(6);
+  waitFor(1);
+  room = 1;
+  const std::size_t under = problems.size();
+  waitFor(under + 1); // what it was given before
+  EXPECT_EQ(helper.waiting(), 7 - problems.size());
+  openGate();
+  waitFor(7);
+  EXPECT_EQ(processes[6], processes[5]) << "by the first";
+}
+
+TEST_F(SideBySideTest, FewFilesAreNotWorthAnotherProgram) {
+  askMore(3);
+  openGate();
+  waitFor(4);
+  EXPECT_EQ(std::set<int>(processes.begin(), processes.end()).size(), 1U);
+}
+
+TEST_F(SideBySideTest, WhatAnotherFailsWithIsJudgedByTheFirst) {
+  ask("crash");
+  ask(directory.file("crash-once"));
+  ask("garbage");
+  ask("exit");
+  askMore(3);
+  waitFor(3); // what has failed waits for the first
+  EXPECT_EQ(problems, (Problems{"0", "1", "2"}));
+  openGate();
+  waitFor(8);
+  const std::string cannot = std::string("Cannot be looked into: \"") + FAKE_IMAGE_HELPER + "\" ";
+  EXPECT_EQ(problems,
+            (Problems{"0", "1", "2", gate, "The image library crashed on it", directory.file("crash-once"),
+                      cannot + "said \"error while loading shared libraries: libpicture.so\"",
+                      cannot + "ended with exit code 3"}));
+}
+
+TEST_F(SideBySideTest, AStandstillOfAnotherIsNoVerdict) {
+  ask("hang");
+  askMore(3);
+  room = 1;
+  for (int i = 0; i < 5; ++i) {
+    now += seconds(2);
+    helper.advance(now);
+  }
+  openGate();
+  waitFor(1); // after which the first takes what the other has left
+  EXPECT_EQ(problems, Problems{gate});
+  const Clock::time_point taken = now;
+  EXPECT_EQ(helper.deadline(), taken + seconds(2));
+  now = taken + seconds(119);
+  helper.advance(now);
+  EXPECT_EQ(problems.size(), 1U);
+  now = taken + seconds(120);
+  helper.advance(now);
+  EXPECT_EQ(problems.back(), "Could not be decoded within 120 s");
+  waitFor(5);
+}
+
+TEST_F(SideBySideTest, TheFirstSoonTakesOverWhatAnotherDoesNotComeToAnEndWith) {
+  ask("hang");
+  askMore(3);
+  openGate();
+  waitFor(4);
+  EXPECT_EQ(helper.waiting(), 1U);
+  now += seconds(2);
+  helper.advance(now);
+  EXPECT_EQ(helper.waiting(), 1U);
+  now += seconds(120);
+  helper.advance(now);
+  EXPECT_EQ(problems.back(), "Could not be decoded within 120 s");
+  EXPECT_EQ(helper.waiting(), 0U);
+}
+
+TEST_F(SideBySideTest, OthersEndWhenNobodyHasAskedForLong) {
+  askMore(6);
+  waitFor(6);
+  openGate();
+  waitFor(7);
+  const int other = processes.front();
+  EXPECT_EQ(helper.descriptor(), -1);
+  EXPECT_EQ(helper.deadline(), now + seconds(30));
+  ASSERT_EQ(kill(other, 0), 0);
+  now += seconds(30);
+  helper.advance(now);
+  EXPECT_NE(kill(other, 0), 0);
+  EXPECT_EQ(kill(processes.back(), 0), 0);
+  EXPECT_EQ(helper.deadline(), std::nullopt);
 }
 
 TEST(ImageHelper, OneThatCannotBeStartedIsAProblemOfEachFile) {

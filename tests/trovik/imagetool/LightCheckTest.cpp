@@ -7,7 +7,12 @@
 
 #include <gtest/gtest.h>
 
+#include <libdeflate.h>
+
+#include <array>
 #include <functional>
+#include <memory>
+#include <random>
 #include <set>
 #include <vector>
 
@@ -16,7 +21,11 @@
 namespace trovik {
 namespace {
 
-using image::checkLightly;
+/// By one check for all files of this program, as the helper has it.
+std::optional<Inspection> checkLightly(const CheckRequest& request) {
+  static image::LightCheck check;
+  return check.check(request);
+}
 
 std::string sizeText(const Inspection& inspection) {
   return std::to_string(inspection.width) + "x" + std::to_string(inspection.height);
@@ -212,6 +221,146 @@ TEST(LightCheck, PixelsThatAreStillWholeAfterAChangeAreSoForTheLibrary) {
     }
   }
   EXPECT_LE(stillWhole, 16) << "bits that nobody reads";
+}
+
+/// Files of random size, kind, filters, packing and chunks. Some cannot be: of a
+/// depth that their colour has not, or with a stream that is too long.
+class RandomPng {
+public:
+  explicit RandomPng(unsigned seed) : random_(seed) {
+    header_.width = 1 + below(70);
+    header_.height = 1 + below(40);
+    header_.colour = pick<unsigned>({0, 2, 3, 4, 6, below(8)});
+    header_.depth = header_.colour == 0   ? pick<unsigned>({1, 2, 4, 8, 16})
+                    : header_.colour == 3 ? pick<unsigned>({1, 2, 4, 8})
+                                          : pick<unsigned>({8, 16, 8, 16, 8, 16, 8, 16, 1, 4});
+    header_.interlace = pick<unsigned>({0, 0, 0, 1, below(4)});
+    raw_ = header_.interlace == 0 ? pass(header_.width, header_.height) : passes();
+    switch (below(12)) {
+    case 0:
+      raw_ += pass(header_.width, 1);
+      break;
+    case 1:
+      raw_.resize(raw_.size() - std::min<std::size_t>(raw_.size(), 1 + below(3)));
+      break;
+    case 2:
+      raw_ += zeros(std::size_t{8} << 20U); // a small file with many pixels too many
+      break;
+    default:
+      isRight_ = header_.interlace == 0;
+    }
+  }
+
+  bool isPlain() const {
+    const bool known = header_.colour != 1 && header_.colour != 5 && header_.colour != 7;
+    return isRight_ && known && (header_.colour == 0 || header_.colour == 3 || header_.depth >= 8);
+  }
+
+  std::string bytes() {
+    const std::string stream = packed();
+    std::string chunks = below(3) == 0 ? pngChunk("tEXt", std::string("Title\0a title", 13)) : "";
+    if (header_.colour == 3 || (header_.colour == 2 && below(3) == 0)) {
+      const std::size_t entries = std::size_t{1} << std::min(header_.depth, 8U);
+      chunks += pngChunk("PLTE", std::string(std::size_t{3} * (1 + below(entries)), 'p'));
+    }
+    for (std::size_t at = 0; at < stream.size();) {
+      const std::size_t size = below(4) == 0 ? below(20) : below(stream.size() + 1);
+      chunks += pngChunk("IDAT", stream.substr(at, size));
+      at += std::min(size, stream.size() - at);
+    }
+    return png(header_, chunks);
+  }
+
+  /// A file after one of the things that happen to files.
+  std::string damaged(std::string whole) {
+    const std::size_t at = below(whole.size());
+    switch (below(6)) {
+    case 0:
+      return whole.substr(0, at);
+    case 1:
+      return whole.replace(at, std::min<std::size_t>(64, whole.size() - at), 64, '\0');
+    case 2:
+      return whole + std::string(1 + below(50), 'x');
+    case 3:
+      return whole.insert(at, 1 + below(9), static_cast<char>(below(256)));
+    case 4: // beyond every limit, with the right sum
+      header_.width = pick<unsigned>({0, 1000000, 1000001, 0x7fffffff, 0xffffffff});
+      return bytes();
+    default:
+      whole[at] = static_cast<char>(static_cast<unsigned char>(whole[at]) ^ 1U << below(8));
+      return whole;
+    }
+  }
+
+private:
+  unsigned below(std::size_t limit) { return static_cast<unsigned>(random_() % limit); }
+  template <typename Value> Value pick(std::initializer_list<Value> values) {
+    return values.begin()[below(values.size())];
+  }
+
+  std::string pass(std::uint32_t width, std::uint32_t height) {
+    const std::array<unsigned, 7> channels = {1, 1, 3, 1, 2, 1, 4};
+    const std::size_t bits = std::size_t{width} * channels[header_.colour % 7] * header_.depth;
+    const bool noisy = below(2) == 0;
+    std::string raw;
+    for (std::uint32_t y = 0; y < height && width > 0; ++y) {
+      raw += static_cast<char>(below(5));
+      for (std::size_t i = 0; i < (bits + 7) / 8; ++i) {
+        raw += static_cast<char>(noisy ? below(256) : y);
+      }
+    }
+    return raw;
+  }
+
+  std::string passes() {
+    struct Pass {
+      unsigned x, y, stepX, stepY;
+    };
+    constexpr std::array<Pass, 7> all = {
+        {{0, 0, 8, 8}, {4, 0, 8, 8}, {0, 4, 4, 8}, {2, 0, 4, 4}, {0, 2, 2, 4}, {1, 0, 2, 2}, {0, 1, 1, 2}}};
+    std::string raw;
+    for (const Pass& one : all) {
+      raw += pass((header_.width - std::min(header_.width, one.x) + one.stepX - 1) / one.stepX,
+                  (header_.height - std::min(header_.height, one.y) + one.stepY - 1) / one.stepY);
+    }
+    return raw;
+  }
+
+  std::string packed() {
+    const unsigned level = below(13);
+    const std::unique_ptr<libdeflate_compressor, decltype(&libdeflate_free_compressor)> deflater(
+        libdeflate_alloc_compressor(static_cast<int>(level)), &libdeflate_free_compressor);
+    std::string out(libdeflate_zlib_compress_bound(deflater.get(), raw_.size()), '\0');
+    out.resize(libdeflate_zlib_compress(deflater.get(), raw_.data(), raw_.size(), out.data(), out.size()));
+    return out;
+  }
+
+  std::mt19937 random_;
+  PngHeader header_;
+  std::string raw_;
+  bool isRight_ = false;
+};
+
+TEST(LightCheck, RandomFilesAndDamagesAreJudgedAsByTheLibrary) {
+  constexpr unsigned first = 20260;
+  constexpr unsigned count = 700;
+  std::cout << "seeds " << first << " to " << first + count - 1 << '\n';
+  const TemporaryDirectory directory;
+  int whole = 0;
+  int damaged = 0;
+  for (unsigned seed = first; seed < first + count; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    RandomPng random(seed);
+    const bool plain = random.isPlain();
+    const std::string bytes = random.bytes();
+    const std::string verdict = judged(directory.write("a.png", bytes));
+    EXPECT_EQ(verdict == "whole", plain) << verdict;
+    whole += verdict == "whole" ? 1 : 0;
+    const std::string after = judged(directory.write("a.png", random.damaged(bytes)));
+    damaged += after != "whole" && after != "good" ? 1 : 0;
+  }
+  EXPECT_GE(whole, 200);
+  EXPECT_GE(damaged, 200);
 }
 
 TEST(LightCheck, WhatIsNoRegularFileIsLeftToTheLibrary) {

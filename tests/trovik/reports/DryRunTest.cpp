@@ -67,9 +67,9 @@ protected:
 };
 
 TEST_F(DryRun, EachWorkIsOneLineAndNothingIsMade) {
-  const std::string begin =
+  const std::string head =
       "(cd " + EnquoteWord(directory.file("start")) + " && env -u LANGUAGE LC_ALL=C.UTF-8 /bin/echo ";
-  EXPECT_EQ(run(false), (std::vector<std::string>{begin + "1-2)\n", begin + "3-3)\n"}));
+  EXPECT_EQ(run(false), (std::vector<std::string>{head + "1-2)\n", head + "3-3)\n"}));
   EXPECT_TRUE(std::filesystem::is_empty(directory.path()));
 }
 

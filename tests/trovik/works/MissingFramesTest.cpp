@@ -109,6 +109,25 @@ TEST_F(MissingFramesTest, APacketWithOneFileIsCheckedAsAWhole) {
   EXPECT_EQ(find("1-9", 3).good.text(), "2");
 }
 
+TEST_F(MissingFramesTest, FilesOfManyWorksWaitTogetherAndAreJudgedInTheirOrder) {
+  for (int frame = 1; frame <= 300; ++frame) {
+    const std::string number = std::to_string(frame + 10000).substr(1);
+    directory.write("out/" + number + ".txt", "x");
+    if (frame % 7 == 0) {
+      inspector.problems[directory.file("out/" + number + ".txt")] = "Truncated";
+    }
+  }
+  const FoundFrames found = find("1-300");
+  EXPECT_EQ(found.good.count(), 300U - 42U);
+  ASSERT_EQ(found.files.size(), 300U - 42U);
+  for (std::size_t i = 1; i < found.files.size(); ++i) {
+    EXPECT_LT(found.files[i - 1].frame, found.files[i].frame);
+  }
+  EXPECT_EQ(inspector.asked.size(), 300U);
+  EXPECT_GE(inspector.mostWaiting, 32U) << "so that others can help";
+  EXPECT_LE(inspector.mostWaiting, 128U) << "since each holds its job";
+}
+
 TEST_F(MissingFramesTest, AFolderInTheFilesPlaceIsNoFile) {
   directory.makeDirectory("out/0003.txt");
   EXPECT_TRUE(find("1-4").good.empty());

@@ -1,0 +1,147 @@
+#include "bench/ImageInputs.h"
+
+#include "bench/Inputs.h"
+#include "bench/Race.h"
+
+#include <OpenEXR/ImfArray.h>
+#include <OpenEXR/ImfRgbaFile.h>
+#include <OpenEXR/ImfThreading.h>
+#include <libdeflate.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <string_view>
+
+namespace bench {
+namespace {
+
+constexpr int width = 1920;
+constexpr int height = 1080;
+constexpr int kinds = 20; // the others are copies, since packing takes its time
+
+/// A value from 0 to 1 at a place of a channel.
+class Picture {
+public:
+  explicit Picture(int number) : number_(number), random_(static_cast<std::uint64_t>(number) + 1) {}
+
+  float at(int x, int y, int channel) {
+    const int noisy = number_ % kinds * width / (kinds - 1); // so many columns
+    if (x < noisy) {
+      return static_cast<float>(random_.below(4096)) / 4095.0F;
+    }
+    switch (number_ % 3) {
+    case 0:
+      return 0.25F * static_cast<float>(channel + 1); // flat
+    case 1:
+      return static_cast<float>(x + 2 * y + 300 * channel) / (width + 2 * height + 900); // slow
+    default:
+      return (x / 37 + y / 23 + channel) % 5 == 0 ? 0.9F : static_cast<float>(y) / height; // edges
+    }
+  }
+
+private:
+  int number_;
+  Random random_;
+};
+
+std::string big(std::size_t number) {
+  return {static_cast<char>(number >> 24U), static_cast<char>(number >> 16U), static_cast<char>(number >> 8U),
+          static_cast<char>(number)};
+}
+
+std::string chunk(const std::string& type, std::string_view data) {
+  std::string body = type;
+  body += data;
+  return big(data.size()) + body + big(libdeflate_crc32(0, body.data(), body.size()));
+}
+
+/// The lines of a picture, each the difference to its neighbours (the filter "Sub").
+std::string filteredLines(int number, int bytes) {
+  Picture picture(number);
+  const int pixel = 3 * bytes;
+  std::string raw;
+  std::string line(static_cast<std::size_t>(width * pixel), '\0');
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      for (int channel = 0; channel < 3; ++channel) {
+        const auto value = static_cast<unsigned>(picture.at(x, y, channel) * 65535.0F);
+        const auto place = static_cast<std::size_t>(x * pixel + channel * bytes);
+        line[place] = static_cast<char>(value >> 8U);
+        if (bytes == 2) {
+          line[place + 1] = static_cast<char>(value);
+        }
+      }
+    }
+    raw += '\1';
+    for (std::size_t i = 0; i < line.size(); ++i) {
+      const auto before = static_cast<std::size_t>(pixel);
+      raw += static_cast<char>(line[i] - (i < before ? 0 : line[i - before]));
+    }
+  }
+  return raw;
+}
+
+ImageFile writePng(const std::string& name, int number) {
+  constexpr std::size_t chunkBytes = 8192;
+  const int bytes = number % 5 == 4 ? 2 : 1;
+  const std::string raw = filteredLines(number, bytes);
+  libdeflate_compressor* const deflater = libdeflate_alloc_compressor(6);
+  std::string packed(libdeflate_zlib_compress_bound(deflater, raw.size()), '\0');
+  packed.resize(libdeflate_zlib_compress(deflater, raw.data(), raw.size(), packed.data(), packed.size()));
+  libdeflate_free_compressor(deflater);
+  std::string text = "\x89PNG\r\n\x1a\n";
+  text +=
+      chunk("IHDR", big(width) + big(height) + static_cast<char>(8 * bytes) + '\2' + std::string(3, '\0'));
+  for (std::size_t at = 0; at < packed.size(); at += chunkBytes) {
+    text += chunk("IDAT", std::string_view(packed).substr(at, chunkBytes));
+  }
+  writeFile(name, text + chunk("IEND", {}));
+  return {name, raw.size()};
+}
+
+ImageFile writeExr(const std::string& name, int number) {
+  Imf::setGlobalThreadCount(0);
+  Picture picture(number);
+  Imf::Array2D<Imf::Rgba> pixels(height, width);
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      pixels[y][x] = Imf::Rgba(picture.at(x, y, 0), picture.at(x, y, 1), picture.at(x, y, 2), 1.0F);
+    }
+  }
+  Imf::Header header(width, height);
+  header.compression() = Imf::ZIP_COMPRESSION;
+  Imf::RgbaOutputFile file(name.c_str(), header, Imf::WRITE_RGBA);
+  file.setFrameBuffer(&pixels[0][0], 1, width);
+  file.writePixels(height);
+  return {name, 0};
+}
+
+template <typename Write>
+std::vector<ImageFile> writeAll(const std::string& directory, const std::string& extension, int count,
+                                Write write) {
+  std::vector<ImageFile> files;
+  for (int i = 0; i < count; ++i) {
+    const std::string name = directory + "/frame." + std::to_string(i + 1000) + extension;
+    if (i < kinds) {
+      files.push_back(write(name, i));
+    } else {
+      ImageFile same = files[static_cast<std::size_t>(i % kinds)];
+      std::filesystem::copy_file(same.name, name);
+      same.name = name;
+      files.push_back(same);
+    }
+  }
+  return files;
+}
+
+} // namespace
+
+std::vector<ImageFile> writePngs(const std::string& directory, int count) {
+  return writeAll(directory, ".png", count, writePng);
+}
+
+std::vector<ImageFile> writeExrs(const std::string& directory, int count) {
+  return writeAll(directory, ".exr", count, writeExr);
+}
+
+} // namespace bench
