@@ -139,15 +139,26 @@ double Race::median(std::size_t contestant, double Cost::*what) const {
   return medianOf(values);
 }
 
-double Race::ratio(std::size_t contestant, std::size_t limit, double Cost::*what) const {
+std::vector<double> Race::ratios(std::size_t contestant, std::size_t limit, double Cost::*what) const {
   std::vector<double> values;
   for (std::size_t round = 0; round < costs_[contestant].size(); ++round) {
     if (costs_[limit][round].*what <= 0) {
-      return 0;
+      return {0};
     }
     values.push_back(costs_[contestant][round].*what / costs_[limit][round].*what);
   }
-  return medianOf(values);
+  return values;
+}
+
+double Race::ratio(std::size_t contestant, std::size_t limit, double Cost::*what) const {
+  return medianOf(ratios(contestant, limit, what));
+}
+
+std::pair<double, double> Race::ratioBounds(std::size_t contestant, std::size_t limit,
+                                            double Cost::*what) const {
+  const std::vector<double> values = ratios(contestant, limit, what);
+  const auto [least, greatest] = std::minmax_element(values.begin(), values.end());
+  return {*least, *greatest};
 }
 
 std::string timeText(double seconds) {
@@ -171,10 +182,11 @@ std::string ratioText(const Race& race, std::size_t ours, std::size_t limit, dou
 
 Row ratioRow(const std::string& path, const Race& race, std::size_t ours, std::size_t limit, double target) {
   const double ratio = race.ratio(ours, limit, &Cost::wall);
+  const auto [least, greatest] = race.ratioBounds(ours, limit, &Cost::wall);
   return {path,
           timeText(race.median(limit, &Cost::wall)),
           timeText(race.median(ours, &Cost::wall)),
-          ratioText(ratio),
+          ratioText(ratio) + " (" + ratioText(least) + " to " + ratioText(greatest) + ")",
           ratioText(race, ours, limit, &Cost::cpu),
           "≤ " + ratioText(target),
           ratio <= target};

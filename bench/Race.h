@@ -47,8 +47,12 @@ public:
   /// The median of the ratios of every single round; 0 where the limit took
   /// less than can be told.
   double ratio(std::size_t contestant, std::size_t limit, double Cost::*what) const;
+  /// The least and the greatest of them.
+  std::pair<double, double> ratioBounds(std::size_t contestant, std::size_t limit, double Cost::*what) const;
 
 private:
+  std::vector<double> ratios(std::size_t contestant, std::size_t limit, double Cost::*what) const;
+
   std::vector<Contestant> contestants_;
   std::vector<std::vector<Cost>> costs_; // by contestant, then round
 };
@@ -58,7 +62,7 @@ struct Row {
   std::string path;
   std::string limit;
   std::string ours;
-  std::string ratio; ///< of wall times
+  std::string ratio; ///< of wall times, with its bounds
   std::string cpu;   ///< of CPU times: what other load disturbs least
   std::string target;
   bool reached = false;
@@ -87,6 +91,7 @@ struct Setup {
 // std::runtime_error when an answer is wrong.
 std::vector<Row> dispatchRows(const Setup& setup);
 std::vector<Row> lineRows(const Setup& setup);
+std::vector<Row> lineCurveRows(const Setup& setup);
 std::vector<Row> sequenceRows(const Setup& setup);
 std::vector<Row> loadingRows(const Setup& setup);
 
