@@ -60,12 +60,36 @@ std::string progressLine(Random& random, int frame) {
 
 } // namespace
 
-const std::vector<std::string> imageTexts = {"Saved: '", "Writing image '", "Append frame '",
-                                             "Saving image '"};
-const std::string imageEndText = "'";
-const std::vector<std::string> errorTexts = {"Error: ",        "Cannot open",        "Out of memory",
-                                             "Unable to open", "Segmentation fault", "License error"};
-const std::string successText = "Renderer quit";
+const LogTexts& usualTexts() {
+  static const LogTexts texts{
+      {"Saved: '", "Writing image '", "Append frame '", "Saving image '"},
+      "'",
+      {"Error: ", "Cannot open", "Out of memory", "Unable to open", "Segmentation fault", "License error"},
+      "Renderer quit"};
+  return texts;
+}
+
+LogTexts someTexts(int count) {
+  LogTexts texts = usualTexts();
+  if (count == 1) {
+    texts.images.resize(1);
+    texts.errors.clear();
+  } else if (count == 60) {
+    texts.images.clear();
+    texts.errors.clear();
+    for (const char* verb : {"Saved", "Writing", "Wrote", "Rendered", "Output", "Stored"}) {
+      for (const char* what : {" image '", " file '", " frame to '", ": '"}) {
+        texts.images.push_back(std::string(verb) + what);
+      }
+    }
+    for (const char* what : {"Error: ", "Fatal: ", "Cannot ", "Could not ", "Failed to ", "Unable to "}) {
+      for (const char* verb : {"open", "read", "load", "allocate", "find", "write"}) {
+        texts.errors.push_back(std::string(what) + verb);
+      }
+    }
+  }
+  return texts;
+}
 
 std::uint64_t Random::next() {
   state_ += 0x9e3779b97f4a7c15;
@@ -100,8 +124,46 @@ LogFacts writeLog(const std::string& file, std::size_t size) {
     text += progressLine(random, static_cast<int>(facts.images) + 1) + '\n';
     ++facts.lines;
   }
-  text += "Error: cannot read /show/cache/fx_12.vdb\nRenderer quit\n";
+  facts.firstError = "Error: cannot read /show/cache/fx_12.vdb";
+  text += facts.firstError + "\nRenderer quit\n";
   facts.lines += 2;
+  facts.imageLines = facts.images;
+  facts.errors = facts.successes = 1;
+  facts.bytes = text.size();
+  writeFile(file, text);
+  return facts;
+}
+
+LogFacts writeMatchingLog(const std::string& file, std::size_t size, const LogTexts& texts,
+                          std::size_t perMille) {
+  constexpr std::size_t differentImages = 1000;
+  Random random(11);
+  LogFacts facts;
+  std::string text = "renderer 4.1 (build 2207)\n";
+  text.reserve(size + 4096);
+  facts.lines = 1;
+  std::size_t matching = 0;
+  while (text.size() < size) {
+    const std::string line = progressLine(random, static_cast<int>(facts.lines / 500) + 1);
+    ++facts.lines;
+    if (random.below(1000) >= perMille) {
+      text += line + '\n';
+      continue;
+    }
+    const std::string start = line.substr(0, line.size() / 2);
+    if (++matching % 2 == 1 || texts.errors.empty()) {
+      text += start + texts.images[random.below(texts.images.size())];
+      text += print("/out/f_%06zu.png'\n", facts.imageLines++ % differentImages);
+    } else {
+      const std::string error = start + texts.errors[random.below(texts.errors.size())] + " /show/a.vdb";
+      facts.firstError = facts.errors++ == 0 ? error : facts.firstError;
+      text += error + '\n';
+    }
+  }
+  text += "Renderer quit\n";
+  ++facts.lines;
+  facts.successes = 1;
+  facts.images = std::min(facts.imageLines, differentImages);
   facts.bytes = text.size();
   writeFile(file, text);
   return facts;

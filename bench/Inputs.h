@@ -21,23 +21,41 @@ private:
   std::uint64_t state_;
 };
 
-/// The texts that the log is judged by.
-extern const std::vector<std::string> imageTexts;
-extern const std::string imageEndText;
-extern const std::vector<std::string> errorTexts;
-extern const std::string successText;
+/// What a log is judged by.
+struct LogTexts {
+  std::vector<std::string> images;
+  std::string imageEnd;
+  std::vector<std::string> errors;
+  std::string success;
+};
+
+/// Four image texts, six error texts and a success text.
+const LogTexts& usualTexts();
+
+/// This many image and error texts, all different: 1 (an image text), 10 (the
+/// usual ones) or 60.
+LogTexts someTexts(int count);
 
 /// What a right reading finds in a log.
 struct LogFacts {
   std::size_t bytes = 0;
   std::size_t lines = 0;
-  std::size_t images = 0; ///< all different
+  std::size_t imageLines = 0;
+  std::size_t images = 0; ///< different ones
+  std::size_t errors = 0;
+  std::size_t successes = 0;
+  std::string firstError;
 };
 
 /// A log of at least `size` bytes: progress lines of 60 to 170 bytes, an image
 /// line and an indented one after it every 500 lines, and at the very end the
 /// first error line and the success line.
 LogFacts writeLog(const std::string& file, std::size_t size);
+
+/// The same progress lines, of which `perMille` in a thousand (but the first)
+/// hold one of the texts in their middle: of a thousand images, or of an error.
+LogFacts writeMatchingLog(const std::string& file, std::size_t size, const LogTexts& texts,
+                          std::size_t perMille);
 
 /// Empty files `shot_a.000001.exr` and so on for `frames` frames, a block of
 /// ten more after a gap of five, and `others` unrelated ones, made in shuffled

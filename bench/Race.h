@@ -60,7 +60,7 @@ struct Row {
   std::string path;
   std::string limit;
   std::string ours;
-  std::string ratio; ///< of wall times
+  std::string ratio; ///< of wall times, with its bounds
   std::string cpu;   ///< of CPU times: what other load disturbs least
   std::string target;
   bool reached = false;
@@ -90,6 +90,7 @@ struct Setup {
 // std::runtime_error when an answer is wrong.
 std::vector<Row> dispatchRows(const Setup& setup);
 std::vector<Row> lineRows(const Setup& setup);
+std::vector<Row> lineCurveRows(const Setup& setup);
 std::vector<Row> sequenceRows(const Setup& setup);
 std::vector<Row> loadingRows(const Setup& setup);
 std::vector<Row> expansionRows(const Setup& setup);

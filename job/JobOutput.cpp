@@ -1,11 +1,13 @@
 // What a job makes of its program's output: image lines, the success line, and
 // the verdict.
 
+#include "host/application/jobs/PlainLines.h"
 #include "host/foundation/StringTokenizer.h"
 #include "job/TessivarJob.h"
 
 #include <algorithm>
 #include <cstdint>
+#include <typeinfo>
 
 namespace {
 
@@ -68,6 +70,14 @@ void TessivarJob::ParseImageTexts() {
   ParseTexts(p_SuccessTexts, m_SuccessTextList);
   m_StartFilter.Build(m_StartTexts, m_Lower);
   m_TextsParsed = true;
+  DeclareTexts();
+}
+
+// What ProcessLine looks for: without it, a line is the host's.
+void TessivarJob::DeclareTexts() {
+  if (typeid(*this) == typeid(TessivarJob)) {
+    WantLinesWith({m_StartTexts, m_SuccessSeen ? std::vector<String>() : m_SuccessTextList, m_Lower});
+  }
 }
 
 void TessivarJob::ProcessLine(const String& line) {
@@ -75,9 +85,10 @@ void TessivarJob::ProcessLine(const String& line) {
   // that of theirs.
   if (m_Lower.Follow()) {
     m_StartFilter.Build(m_StartTexts, m_Lower);
+    DeclareTexts();
   }
   ParseImageTexts();
-  if (m_StartFilter.Occurs(line, m_Lower)) {
+  if (m_StartFilter.Occurs(line)) {
     ProcessImageLine(line);
     return;
   }
@@ -88,6 +99,7 @@ void TessivarJob::ProcessLine(const String& line) {
   if (!m_SuccessSeen) {
     if (const auto text = success(); text != m_SuccessTextList.end()) {
       m_SuccessSeen = true;
+      DeclareTexts();
       AccountForText(LineAccount::Fate::Success, p_SuccessTexts,
                      static_cast<std::size_t>(text - m_SuccessTextList.begin()));
       return;

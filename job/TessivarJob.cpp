@@ -181,6 +181,7 @@ bool TessivarJob::SetParameter(const String& name, const String& value) {
   const auto setText = [this, &value](String& text) {
     text = value;
     m_TextsParsed = false;
+    WantEveryLine();
   };
   if (is(p_CommandString)) {
     m_CommandString = value;

@@ -66,6 +66,7 @@ private:
   BoolOverrideInfo FindOverrideInfo(const String& name) const;
   void ParseTexts(const char* name, std::vector<String>& texts) const;
   void ProcessImageLine(const String& line);
+  void DeclareTexts();
   String WrittenText(const char* list, std::size_t index) const;
   void AccountForText(LineAccount::Fate fate, const char* list, std::size_t index);
 

@@ -7,6 +7,7 @@
 #include "host/foundation/StringTokenizer.h"
 
 #include <memory>
+#include <utility>
 
 namespace {
 
@@ -32,7 +33,7 @@ void ReadTexts(IniFile& file, const char* section, std::vector<String>& texts) {
   String key;
   String value;
   while (file.GetNextValue(key, value)) {
-    texts.push_back(value);
+    texts.push_back(std::move(value));
   }
 }
 
@@ -58,6 +59,9 @@ void ReadAutoDetect(IniFile& file, TvxInfo& info) {
   String key;
   String value;
   while (file.GetNextValue(key, value)) {
+    if (value.find('=') == String::npos) {
+      continue; // no token of it has one
+    }
     std::map<String, String> assignments = ReadAssignments(value);
     if (!assignments.empty()) {
       info.AutoDetect[key] = std::move(assignments);
@@ -96,7 +100,7 @@ bool LoadFile(Path const& path) {
   ReadAutoDetect(file, info);
   // The record that a repeated ID overwrites leaves its kept file behind:
   // nobody can tell whether a host still reads it.
-  g_TvxMap[type] = info;
+  g_TvxMap[type] = std::move(info);
   g_IDs.push_back(type);
   LogInfo("Loaded Virtual Module " + path.Text());
   return true;

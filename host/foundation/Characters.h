@@ -16,6 +16,11 @@ inline bool IsAsciiLetter(char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
+/// What ends a line of a program's output: a progress bar goes back to write anew.
+inline bool EndsLine(char c) {
+  return c == '\n' || c == '\r' || c == '\b';
+}
+
 /// A letter, or a part of any character beyond ASCII.
 inline bool IsLetter(char c) {
   return IsAsciiLetter(c) || static_cast<unsigned char>(c) >= 0x80U;

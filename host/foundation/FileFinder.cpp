@@ -413,7 +413,10 @@ bool FileFinder::Find(const Path& pattern) {
     VisitEntries(directory.Number(), [&](std::string_view name, unsigned char type) {
       if ((hidden || name.front() != '.') && Matches(name, leafPattern) &&
           (!NeedsAsking(type) || IsFile(directory.Number(), name.data()))) {
-        matches.emplace_back(String(branch).append(name));
+        String path;
+        path.reserve(branch.size() + name.size());
+        path.append(branch).append(name);
+        matches.emplace_back(std::move(path));
       }
       return true;
     });

@@ -62,7 +62,12 @@ void IniFile::Detach() {
 }
 
 void IniFile::Clear() {
-  m_Tables = std::make_shared<Tables>();
+  const bool isEmpty = m_Tables->Text.empty() && m_Tables->Sections.empty() && m_Tables->Oddities.empty();
+  if (isEmpty) {
+    Detach(); // what others share is not to be filled
+  } else {
+    m_Tables = std::make_shared<Tables>();
+  }
   m_Current = k_None;
   m_Walk.clear();
   m_Position = 0;
@@ -142,7 +147,7 @@ bool IniFile::FindValue(const String& key, String& value) const {
   if (entry == k_None) {
     return false;
   }
-  value = String(View(m_Tables->Entries[entry].Value));
+  value.assign(View(m_Tables->Entries[entry].Value));
   return true;
 }
 
@@ -199,8 +204,8 @@ bool IniFile::GetNextValue(String& key, String& value) {
   const std::uint32_t index =
       m_KeepOrder ? m_Walk[m_Position] : m_Tables->Order[m_Tables->Sections[m_Current].First + m_Position];
   ++m_Position;
-  key = String(View(m_Tables->Entries[index].Key));
-  value = String(View(m_Tables->Entries[index].Value));
+  key.assign(View(m_Tables->Entries[index].Key));
+  value.assign(View(m_Tables->Entries[index].Value));
   return true;
 }
 

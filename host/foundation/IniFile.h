@@ -179,10 +179,13 @@ private:
   void Clear();
   void Detach();
   void Compact();
+  void ParseText(std::string text, bool replace);
   void ParseLines(std::size_t start);
-  void ParseEntry(std::string_view line, std::uint32_t number, std::uint32_t section);
+  void ParseEntry(std::string_view line, std::string_view trimmed, std::uint32_t number,
+                  std::uint32_t section);
   void MergeSections();
   void OrderEntries();
+  template <typename NameOf> static void SortByName(std::uint32_t* first, std::uint32_t* last, NameOf nameOf);
   void Note(Oddity::Kind what, std::uint32_t line, std::size_t column, std::string_view text);
 
   struct Tables {

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <optional>
+#include <utility>
 
 // How parsed files come from and go to the disk.
 
@@ -66,6 +67,9 @@ std::optional<std::string> ReadFileText(const Path& file, int& reason) {
       break;
     }
     used += static_cast<std::size_t>(count);
+    if (used == static_cast<std::size_t>(status.st_size) && used < bytes.size()) {
+      break; // the whole file: there was room for one byte more, and it did not come
+    }
     if (used > IniFile::k_SizeLimit) {
       RaiseTooLarge("IniFile::Load", file);
     }
@@ -82,14 +86,14 @@ bool IniFile::Load(bool mustExist, bool replace) {
     Clear();
   }
   int reason = 0;
-  const std::optional<std::string> bytes = ReadFileText(Filename(), reason);
+  std::optional<std::string> bytes = ReadFileText(Filename(), reason);
   if (!bytes) {
     if (mustExist) {
       RaiseException("IniFile::Load", k_ErrorSystem, "cannot read " + Filename().Text(), reason);
     }
     return false;
   }
-  Parse(*bytes, replace);
+  ParseText(std::move(*bytes), replace);
   return true;
 }
 

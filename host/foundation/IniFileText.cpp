@@ -3,7 +3,9 @@
 #include "host/foundation/Exception.h"
 
 #include <algorithm>
+#include <array>
 #include <numeric>
+#include <utility>
 
 // The text of such a file, read and written.
 //
@@ -48,6 +50,10 @@ bool IsOneTrimmedLine(std::string_view text) {
 } // namespace
 
 void IniFile::Parse(std::string_view text, bool replace) {
+  ParseText(std::string(text), replace);
+}
+
+void IniFile::ParseText(std::string text, bool replace) {
   if (replace) {
     Clear();
   } else {
@@ -61,7 +67,11 @@ void IniFile::Parse(std::string_view text, bool replace) {
   if (start + text.size() >= k_None) {
     RaiseException("IniFile::Parse", k_ErrorLimit, "more than 4 GiB of settings in " + Filename().Text());
   }
-  m_Tables->Text.append(text);
+  if (start == 0) {
+    m_Tables->Text = std::move(text);
+  } else {
+    m_Tables->Text.append(text);
+  }
   ParseLines(start);
   MergeSections();
   OrderEntries();
@@ -110,7 +120,7 @@ void IniFile::ParseLines(std::size_t start) {
       Note(Oddity::Kind::NulByte, number, indent + nul + 1, line);
     }
     if (line.front() != '[') {
-      ParseEntry(whole, number, section);
+      ParseEntry(whole, line, number, section);
       continue;
     }
     const std::size_t close = line.find(']');
@@ -133,26 +143,27 @@ void IniFile::ParseLines(std::size_t start) {
   }
 }
 
-void IniFile::ParseEntry(std::string_view line, std::uint32_t number, std::uint32_t section) {
-  const std::string_view trimmed = TrimBlanks(line);
+// `trimmed` is what the line holds between its blanks.
+void IniFile::ParseEntry(std::string_view line, std::string_view trimmed, std::uint32_t number,
+                         std::uint32_t section) {
   const std::size_t column = static_cast<std::size_t>(trimmed.data() - line.data()) + 1;
-  const std::size_t equals = line.find('=');
+  const std::size_t equals = trimmed.find('=');
   if (equals == std::string_view::npos) {
     Note(Oddity::Kind::NoEquals, number, column, trimmed);
     return;
   }
-  const std::string_view key = TrimBlanks(line.substr(0, equals));
+  const std::string_view key = TrimBlanks(trimmed.substr(0, equals));
   if (key.empty()) {
-    Note(Oddity::Kind::EmptyKey, number, equals + 1, trimmed);
+    Note(Oddity::Kind::EmptyKey, number, column + equals, trimmed);
     return;
   }
   if (section == k_None) {
     Note(Oddity::Kind::NoSection, number, column, trimmed);
     return;
   }
-  std::string_view value = TrimBlanks(line.substr(equals + 1));
+  std::string_view value = TrimBlanks(trimmed.substr(equals + 1));
   if (value.empty()) {
-    value = line.substr(equals + 1, 0);
+    value = trimmed.substr(equals + 1, 0);
   }
   const auto slice = [this](std::string_view part) {
     return Slice{static_cast<std::uint32_t>(part.data() - m_Tables->Text.data()),
@@ -165,32 +176,54 @@ void IniFile::ParseEntry(std::string_view line, std::uint32_t number, std::uint3
       {section, slice(key), slice(value), {number, columnOf(key)}, {number, columnOf(value)}});
 }
 
+// Sorts indexes by the names that they stand for, and those of one name by
+// themselves. A name is looked at once: nearly always eight bytes of it tell.
+template <typename NameOf>
+void IniFile::SortByName(std::uint32_t* first, std::uint32_t* last, NameOf nameOf) {
+  struct Key {
+    std::uint64_t Prefix;
+    std::uint32_t Index;
+  };
+  const auto isBefore = [&nameOf](const Key& left, const Key& right) {
+    if (left.Prefix != right.Prefix) {
+      return left.Prefix < right.Prefix;
+    }
+    const int order = String::CompareNoCase(nameOf(left.Index), nameOf(right.Index));
+    return order != 0 ? order < 0 : left.Index < right.Index;
+  };
+  constexpr std::size_t k_Few = 32;
+  const auto count = static_cast<std::size_t>(last - first);
+  std::array<Key, k_Few> few;
+  std::vector<Key> many(count > k_Few ? count : 0);
+  Key* const keys = count > k_Few ? many.data() : few.data();
+  for (std::size_t i = 0; i < count; ++i) {
+    keys[i] = {String::NoCasePrefix(nameOf(first[i])), first[i]};
+  }
+  std::sort(keys, keys + count, isBefore);
+  for (std::size_t i = 0; i < count; ++i) {
+    first[i] = keys[i].Index;
+  }
+}
+
 // Makes one section of all that share a name, and the index by name.
 void IniFile::MergeSections() {
-  m_Tables->ByName.resize(m_Tables->Sections.size());
-  std::iota(m_Tables->ByName.begin(), m_Tables->ByName.end(), 0U);
-  std::sort(
-      m_Tables->ByName.begin(), m_Tables->ByName.end(), [this](std::uint32_t left, std::uint32_t right) {
-        const int order =
-            String::CompareNoCase(View(m_Tables->Sections[left].Name), View(m_Tables->Sections[right].Name));
-        return order != 0 ? order < 0 : left < right;
-      });
+  std::vector<std::uint32_t>& sorted = m_Tables->ByName;
+  sorted.resize(m_Tables->Sections.size());
+  std::iota(sorted.begin(), sorted.end(), 0U);
+  const auto nameOf = [this](std::uint32_t index) { return View(m_Tables->Sections[index].Name); };
+  SortByName(sorted.data(), sorted.data() + sorted.size(), nameOf);
+  const auto repeats = [&nameOf](std::uint32_t left, std::uint32_t right) {
+    return String::EqualNoCase(nameOf(left), nameOf(right));
+  };
+  if (std::adjacent_find(sorted.begin(), sorted.end(), repeats) == sorted.end()) {
+    return;
+  }
   // The first of a name stands for all; it comes first here too.
   std::vector<std::uint32_t> standsFor(m_Tables->Sections.size());
-  bool repeated = false;
-  for (std::size_t i = 0; i < m_Tables->ByName.size(); ++i) {
-    const std::uint32_t index = m_Tables->ByName[i];
-    standsFor[index] = index;
-    if (i > 0) {
-      const std::uint32_t first = standsFor[m_Tables->ByName[i - 1]];
-      if (String::EqualNoCase(View(m_Tables->Sections[first].Name), View(m_Tables->Sections[index].Name))) {
-        standsFor[index] = first;
-        repeated = true;
-      }
-    }
-  }
-  if (!repeated) {
-    return;
+  for (std::size_t i = 0; i < sorted.size(); ++i) {
+    const std::uint32_t index = sorted[i];
+    const bool again = i > 0 && repeats(sorted[i - 1], index);
+    standsFor[index] = again ? standsFor[sorted[i - 1]] : index;
   }
   std::vector<std::uint32_t> newIndex(m_Tables->Sections.size(), k_None);
   std::vector<Section> kept;
@@ -240,17 +273,15 @@ void IniFile::OrderEntries() {
   for (Section& section : m_Tables->Sections) {
     const auto first = m_Tables->Order.begin() + section.First;
     const auto last = first + section.Count;
-    std::sort(first, last, [this](std::uint32_t left, std::uint32_t right) {
-      const int order =
-          String::CompareNoCase(View(m_Tables->Entries[left].Key), View(m_Tables->Entries[right].Key));
-      return order != 0 ? order < 0 : left < right;
-    });
+    std::uint32_t* const indexes = m_Tables->Order.data() + section.First;
+    SortByName(indexes, indexes + section.Count,
+               [this](std::uint32_t index) { return View(m_Tables->Entries[index].Key); });
     const std::uint32_t sectionStart = used;
     for (auto at = first; at != last; ++at) {
       Entry& entry = m_Tables->Entries[*at];
       if (used > sectionStart) {
         Entry& before = m_Tables->Entries[m_Tables->Order[used - 1]];
-        if (String::EqualNoCase(View(before.Key), View(entry.Key))) {
+        if (before.Key.Length == entry.Key.Length && String::EqualNoCase(View(before.Key), View(entry.Key))) {
           Note(Oddity::Kind::RepeatedKey, entry.KeyPlace.Line, entry.KeyPlace.Column, View(entry.Key));
           before.Value = entry.Value;
           before.ValuePlace = entry.ValuePlace;

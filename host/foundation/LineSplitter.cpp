@@ -1,5 +1,7 @@
 #include "host/foundation/LineSplitter.h"
 
+#include "host/foundation/Characters.h"
+
 #include <emmintrin.h>
 
 #include <algorithm>
@@ -13,6 +15,13 @@
 // and the code visits only the marks. A line that lies within one block is delivered
 // where it stands; only one that spans blocks is copied. Because the scan sees
 // escapes anyway, lines without one never pay for the removal of sequences.
+//
+// Even so, a call for each line is what costs most, when nothing in the line
+// matters. So a judge of lines may name what does: then the filter passes over
+// all whole lines of a block at once, without cutting them, and only around the
+// places that it finds are line ends looked for. What a line is, is not a matter
+// of which way it takes: the first line of a block, begun in an earlier one, and
+// the last, which is not ended, take the way of all lines.
 
 namespace {
 
@@ -21,6 +30,14 @@ constexpr char k_Bell = '\a';
 constexpr char k_Backspace = '\b';
 constexpr std::string_view k_ByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::size_t k_BlockSize = 64;
+
+// What is judged at once: less than a line may have, so that no line in it is
+// too long.
+constexpr std::size_t k_JudgedSize = std::size_t{256} << 10;
+static_assert(k_JudgedSize < LineSplitter::k_LineLimit);
+
+// How much a judge that wants every line gets before it is asked again.
+constexpr std::size_t k_CutSize = 4096;
 
 // A line feed and a backspace differ in one bit, which is left out of both.
 static_assert((k_Backspace ^ '\n') == 2);
@@ -49,6 +66,40 @@ std::uint64_t MarkTail(const char* tail, std::size_t size) {
   char block[k_BlockSize] = {};
   std::memcpy(block, tail, size);
   return MarkBlock(block);
+}
+
+// The index of the first line end at or behind `from`; the size if there is none.
+std::size_t FindLineEnd(std::string_view text, std::size_t from) {
+  for (; from < text.size(); from += k_BlockSize) {
+    const std::size_t size = std::min(k_BlockSize, text.size() - from);
+    std::uint64_t marks =
+        size == k_BlockSize ? MarkBlock(text.data() + from) : MarkTail(text.data() + from, size);
+    for (; marks != 0; marks &= marks - 1) {
+      const std::size_t mark = from + static_cast<std::size_t>(std::countr_zero(marks));
+      if (EndsLine(text[mark])) {
+        return mark;
+      }
+    }
+  }
+  return text.size();
+}
+
+// The index behind the last line end before `end`; 0 if there is none.
+std::size_t FindLineBegin(std::string_view text, std::size_t end) {
+  while (end > 0) {
+    const std::size_t size = std::min(k_BlockSize, end);
+    const std::size_t block = end - size;
+    std::uint64_t marks =
+        size == k_BlockSize ? MarkBlock(text.data() + block) : MarkTail(text.data() + block, size);
+    for (; marks != 0; marks &= ~std::bit_floor(marks)) {
+      const std::size_t mark = block + static_cast<std::size_t>(std::bit_width(marks)) - 1;
+      if (EndsLine(text[mark])) {
+        return mark + 1;
+      }
+    }
+    end = block;
+  }
+  return 0;
 }
 
 bool IsBetween(char c, int first, int last) {
@@ -107,7 +158,74 @@ void AppendWithoutSequences(std::string& clean, std::string_view line) {
 
 } // namespace
 
+void LineSplitter::AddToFilter(TextFilter& filter) {
+  const LowerTable asIs(std::locale::classic());
+  filter.Add(String(1, k_Escape), asIs);
+  filter.Add(String(k_ByteOrderMark), asIs);
+}
+
 void LineSplitter::Feed(std::string_view bytes) {
+  if (m_Judge == nullptr) {
+    FeedLines(bytes);
+    return;
+  }
+  while (!bytes.empty()) {
+    const bool wantsAll = m_Judge->WantedTexts() == nullptr;
+    const std::string_view part = bytes.substr(0, wantsAll ? k_CutSize : k_JudgedSize);
+    if (wantsAll) {
+      FeedLines(part);
+    } else {
+      FeedBlock(part);
+    }
+    bytes.remove_prefix(part.size());
+  }
+}
+
+void LineSplitter::FeedBlock(std::string_view block) {
+  if (!m_Partial.empty()) {
+    const std::size_t rest = std::min(FindLineEnd(block, 0) + 1, block.size());
+    FeedLines(block.substr(0, rest));
+    block.remove_prefix(rest);
+  }
+  if (m_SkipNewline && m_Partial.empty() && !block.empty()) {
+    block.remove_prefix(block.front() == '\n' ? 1 : 0);
+    m_SkipNewline = false;
+  }
+  const std::size_t whole = FindLineBegin(block, block.size());
+  JudgeLines(block.substr(0, whole));
+  FeedLines(block.substr(whole));
+}
+
+void LineSplitter::JudgeLines(std::string_view lines) {
+  while (!lines.empty()) {
+    const TextFilter* wanted = m_Judge->WantedTexts();
+    if (wanted == nullptr) {
+      FeedLines(lines);
+      return;
+    }
+    const std::size_t place = wanted->Find(lines);
+    const bool found = place != TextFilter::k_Nowhere;
+    const std::size_t begin = found ? FindLineBegin(lines, place) : lines.size();
+    if (begin > 0) {
+      m_SkipNewline = lines[begin - 1] == '\r';
+      m_Judge->OnPlainLines(lines.substr(0, begin));
+      lines.remove_prefix(begin);
+    }
+    if (found) {
+      const std::size_t end = FindLineEnd(lines, place - begin);
+      const std::string_view line = lines.substr(0, end);
+      const bool returned = lines[end] == '\r';
+      lines.remove_prefix(end + 1);
+      m_Escape = line.find(k_Escape) != std::string_view::npos;
+      Extend(line, true);
+      const bool secondHalf = returned && lines.starts_with('\n');
+      lines.remove_prefix(secondHalf ? 1 : 0);
+      m_SkipNewline = returned && !secondHalf;
+    }
+  }
+}
+
+void LineSplitter::FeedLines(std::string_view bytes) {
   std::size_t line = 0; // where the current line begins in `bytes`
   for (std::size_t block = 0; block < bytes.size(); block += k_BlockSize) {
     const std::size_t size = std::min(k_BlockSize, bytes.size() - block);
@@ -183,6 +301,28 @@ void LineSplitter::Deliver(std::string_view line) {
     line.remove_prefix(k_ByteOrderMark.size());
   }
   m_Receiver(line);
+}
+
+std::string_view TakeFirstLine(std::string_view& lines) {
+  const std::size_t end = FindLineEnd(lines, 0);
+  const std::string_view line = lines.substr(0, end);
+  lines.remove_prefix(std::min(end + 1, lines.size()));
+  return line;
+}
+
+std::size_t FindLastLines(std::string_view lines, std::span<std::string_view> last) {
+  std::size_t free = last.size(); // what is found fills the back
+  while (free > 0 && !lines.empty()) {
+    lines.remove_suffix(EndsLine(lines.back()) ? 1 : 0);
+    const std::size_t begin = FindLineBegin(lines, lines.size());
+    if (const std::string_view line = lines.substr(begin);
+        line.find_first_not_of(" \t") != std::string_view::npos) {
+      last[--free] = line;
+    }
+    lines = lines.substr(0, begin);
+  }
+  std::copy(last.begin() + static_cast<std::ptrdiff_t>(free), last.end(), last.begin());
+  return last.size() - free;
 }
 
 String RemoveTerminalSequences(std::string_view line) {

@@ -12,6 +12,7 @@ public:
   Path() = default;
   Path(const char* text) : m_Text(text) {}
   Path(const String& text) : m_Text(text) {}
+  Path(String&& text) : m_Text(std::move(text)) {}
   Path(const std::string& text) : m_Text(text) {}
 
   const String& Text() const { return m_Text; }

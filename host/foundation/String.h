@@ -2,6 +2,7 @@
 
 #include <concepts>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -40,6 +41,10 @@ public:
   /// Order and equality without regard to the case of ASCII letters.
   static int CompareNoCase(std::string_view left, std::string_view right);
   static bool EqualNoCase(std::string_view left, std::string_view right);
+
+  /// A number that orders texts as CompareNoCase does, as far as it tells them
+  /// apart: it holds their first eight bytes. For sorting.
+  static std::uint64_t NoCasePrefix(std::string_view text);
 
   /// The order of the host's maps whose keys match in any case.
   struct ciless {

@@ -383,6 +383,38 @@ TEST(IniFile, AValueThatChangesForeverDoesNotFillTheMemory) {
   EXPECT_EQ(Places(file, "a", "other"), "2:1 2:7");
 }
 
+TEST(IniFile, ManyKeysAndSectionsWithOneBeginningAreOrdered) {
+  std::string text;
+  for (int section = 40; section > 0; --section) {
+    text += "[The Same Beginning " + std::to_string(100 + section) + "]\n";
+    for (int key = 40; key > 0; --key) {
+      text += (key % 2 == 0 ? "the_same_beginning_" : "The_Same_Beginning_") + std::to_string(100 + key) +
+              "=" + std::to_string(section) + "\n";
+    }
+  }
+  text += "[the same beginning 101]\nTHE_SAME_BEGINNING_101=again\n";
+  IniFile file = Parsed(text);
+  EXPECT_EQ(file.SectionNames().size(), 40U);
+  for (int section = 1; section <= 40; ++section) {
+    Entries expected;
+    for (int key = 1; key <= 40; ++key) {
+      const bool again = section == 1 && key == 1;
+      expected.push_back((key % 2 == 0 ? "the_same_beginning_" : "The_Same_Beginning_") +
+                         std::to_string(100 + key) + "=" + (again ? "again" : std::to_string(section)));
+    }
+    ASSERT_EQ(Walk(file, "the same beginning " + std::to_string(100 + section)), expected);
+  }
+}
+
+TEST(IniFile, ACopyOfAnEmptyFileStaysEmpty) {
+  IniFile file;
+  IniFile copy(file);
+  file.Parse("[a]\nk=v\n");
+  EXPECT_TRUE(copy.SectionNames().empty());
+  copy.Parse("[b]\nk=v\n");
+  EXPECT_EQ(file.SectionNames(), std::vector<String>{"a"});
+}
+
 TEST(IniFile, ACopyIsIndependent) {
   IniFile file = Parsed("[a]\nk=1\n");
   file.SetFilename("/x/a.tvx");

@@ -154,4 +154,52 @@ TEST(String, CountAndFillMakeARun) {
   EXPECT_EQ(String(0, 'x'), "");
 }
 
+/// The order byte by byte, as it is written down.
+int ComparePlainly(const std::string& left, const std::string& right) {
+  const auto lowered = [](std::string text) {
+    for (char& byte : text) {
+      byte = byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte + 32) : byte;
+    }
+    return text;
+  };
+  const int order = lowered(left).compare(lowered(right));
+  return order < 0 ? -1 : order > 0 ? 1 : 0;
+}
+
+TEST(String, EveryByteIsComparedWithEveryOtherAtEveryPlace) {
+  for (std::size_t length : {1U, 7U, 8U, 9U, 16U}) {
+    const auto place = length - 1;
+    for (int a = 0; a < 256; ++a) {
+      for (int b = 0; b < 256; ++b) {
+        std::string left(length, 'q');
+        std::string right(length, 'Q');
+        left[place] = static_cast<char>(static_cast<unsigned char>(a));
+        right[place] = static_cast<char>(static_cast<unsigned char>(b));
+        ASSERT_EQ(String::CompareNoCase(left, right), ComparePlainly(left, right)) << a << " " << b;
+        const auto leftPrefix = String::NoCasePrefix(left);
+        const auto rightPrefix = String::NoCasePrefix(right);
+        ASSERT_EQ(leftPrefix == rightPrefix  ? 0
+                  : leftPrefix < rightPrefix ? -1
+                                             : 1,
+                  ComparePlainly(left.substr(0, 8), right.substr(0, 8)))
+            << a << " " << b;
+      }
+    }
+  }
+}
+
+RC_GTEST_PROP(StringProperty, TextsAreComparedAsByteByByte, ()) {
+  const auto text = [] {
+    return *rc::gen::container<std::string>(
+        rc::gen::element('a', 'A', 'b', 'Z', 'z', '@', '[', '`', '{', '\0', '\x80', '\xC1', '\xE1'));
+  };
+  const std::string common = text();
+  const std::string left = common + text();
+  const std::string right = common + text();
+  RC_ASSERT(String::CompareNoCase(left, right) == ComparePlainly(left, right));
+  const auto leftPrefix = String::NoCasePrefix(left);
+  const auto rightPrefix = String::NoCasePrefix(right);
+  RC_ASSERT(leftPrefix == rightPrefix || (leftPrefix < rightPrefix) == (ComparePlainly(left, right) < 0));
+}
+
 } // namespace

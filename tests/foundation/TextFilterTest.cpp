@@ -14,14 +14,15 @@ bool Occurs(const std::vector<String>& texts, const String& line) {
   const bool expected = std::any_of(texts.begin(), texts.end(), [&lowered](const String& text) {
     return lowered.find(text) != String::npos;
   });
-  TextFilter filter;
-  filter.Build(texts, lower);
   // In memory of exactly its size, where a sanitizer sees a byte too many.
   const auto memory = std::make_unique<char[]>(line.size());
   std::copy(line.begin(), line.end(), memory.get());
   const std::string_view exact(memory.get(), line.size());
-  EXPECT_EQ(filter.Occurs(exact, lower), expected) << testing::PrintToString(line);
-  EXPECT_EQ(filter.OccursBytewise(exact, lower), expected) << testing::PrintToString(line);
+  for (const bool vectors : {true, false}) {
+    TextFilter filter(vectors);
+    filter.Build(texts, lower);
+    EXPECT_EQ(filter.Occurs(exact), expected) << testing::PrintToString(line) << vectors;
+  }
   return expected;
 }
 
@@ -93,6 +94,111 @@ TEST(TextFilterTest, RandomLinesGiveTheAnswerOfAPlainSearch) {
   }
   EXPECT_GT(hits, 1000U);
   EXPECT_LT(hits, 19000U);
+}
+
+/// A text of one of two cases, somewhere or at the start of a line.
+struct Wanted {
+  String Text;
+  bool CodePage;
+  TextFilter::Where Place;
+};
+
+/// Lower case as an old single-byte code page has it.
+class UmlautCase : public std::ctype<char> {
+protected:
+  char do_tolower(char byte) const override {
+    return byte == '\xC4' ? '\xE4' : std::ctype<char>::do_tolower(byte);
+  }
+};
+
+TEST(TextFilterTest, FirstLineOfABlockThatHoldsATextIsTheOneOfAPlainSearch) {
+  const auto seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  const LowerTable tables[] = {LowerTable(std::locale::classic()),
+                               LowerTable(std::locale(std::locale::classic(), new UmlautCase()))};
+  std::size_t found = 0;
+  for (int round = 0; round < 20000; ++round) {
+    const unsigned kinds = 2 + static_cast<unsigned>(random() % 7);
+    const auto bytes = [&](std::size_t longest) {
+      String text;
+      for (std::size_t i = random() % (longest + 1); i > 0; --i) {
+        text += "abA\xC4\xE4 \0z"[random() % kinds];
+      }
+      return text;
+    };
+    std::vector<Wanted> wanted;
+    for (std::size_t i = random() % 12; i > 0; --i) {
+      const bool codePage = random() % 2 == 0;
+      wanted.push_back({tables[codePage ? 1 : 0].Lower("b" + bytes(7)), codePage,
+                        random() % 3 == 0 ? TextFilter::Where::LineStart : TextFilter::Where::Anywhere});
+    }
+    std::string block;
+    std::size_t expected = TextFilter::k_Nowhere; // the begin of the line
+    std::size_t expectedEnd = 0;
+    for (std::size_t i = random() % 20; i > 0; --i) {
+      const String line = bytes(40);
+      const bool holds = std::any_of(wanted.begin(), wanted.end(), [&](const Wanted& text) {
+        const String lowered = tables[text.CodePage ? 1 : 0].Lower(line);
+        return text.Place == TextFilter::Where::LineStart ? lowered.starts_with(text.Text)
+                                                          : lowered.find(text.Text) != String::npos;
+      });
+      if (holds && expected == TextFilter::k_Nowhere) {
+        expected = block.size();
+        expectedEnd = block.size() + line.size();
+        ++found;
+      }
+      block += line + "\n\r\b"[random() % 3];
+    }
+    const auto memory = std::make_unique<char[]>(block.size());
+    std::copy(block.begin(), block.end(), memory.get());
+    for (const bool vectors : {true, false}) {
+      TextFilter filter(vectors);
+      for (const Wanted& text : wanted) {
+        filter.Add(text.Text, tables[text.CodePage ? 1 : 0], text.Place);
+      }
+      filter.Finish();
+      const std::size_t place = filter.Find({memory.get(), block.size()});
+      if (expected == TextFilter::k_Nowhere) {
+        ASSERT_EQ(place, TextFilter::k_Nowhere) << testing::PrintToString(block);
+      } else {
+        ASSERT_GE(place, expected) << testing::PrintToString(block);
+        ASSERT_LT(place, expectedEnd) << testing::PrintToString(block);
+      }
+    }
+  }
+  EXPECT_GT(found, 1000U);
+  EXPECT_LT(found, 19000U);
+}
+
+TEST(TextFilterTest, ManyTextsInABlockAreAllFoundInBothWays) {
+  std::vector<String> texts;
+  for (int i = 0; i < 60; ++i) {
+    texts.push_back("text " + std::to_string(i) + " of many");
+  }
+  const LowerTable lower;
+  for (const bool vectors : {true, false}) {
+    TextFilter filter(vectors);
+    filter.Build(texts, lower);
+    for (const String& text : texts) {
+      const std::string block = std::string(3000, 'x') + "\n" + text + "\n" + std::string(100, 'y') + "\n";
+      const std::size_t place = filter.Find(block);
+      EXPECT_GE(place, 3001U);
+      EXPECT_LT(place, 3001 + text.size());
+      EXPECT_EQ(filter.Find(std::string_view(block).substr(0, 3000 + text.size())), TextFilter::k_Nowhere);
+    }
+  }
+}
+
+TEST(TextFilterTest, ClearedFilterFindsOnlyWhatIsAddedAnew) {
+  const LowerTable lower;
+  TextFilter filter;
+  filter.Build({"one", ""}, lower);
+  EXPECT_TRUE(filter.HasEmpty());
+  filter.Build({"two"}, lower);
+  EXPECT_FALSE(filter.HasEmpty());
+  EXPECT_FALSE(filter.Occurs("one"));
+  EXPECT_TRUE(filter.Occurs("two"));
 }
 
 } // namespace

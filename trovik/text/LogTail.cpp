@@ -1,5 +1,7 @@
 #include "trovik/text/LogTail.h"
 
+#include "host/foundation/LineSplitter.h"
+
 #include <algorithm>
 
 namespace trovik {
@@ -17,6 +19,17 @@ void LogTail::add(std::string_view line) {
   if (wanted_ > 0) {
     around_.push_back(place);
     --wanted_;
+  }
+}
+
+void LogTail::addLines(std::string_view lines) {
+  while (wanted_ > 0 && !lines.empty()) {
+    add(TakeFirstLine(lines));
+  }
+  std::array<std::string_view, lastLines> last;
+  const std::size_t count = FindLastLines(lines, last);
+  for (std::size_t i = 0; i < count; ++i) {
+    add(last[i]);
   }
 }
 

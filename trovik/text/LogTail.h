@@ -20,6 +20,8 @@ public:
 
   /// Lines without any text are left out.
   void add(std::string_view line);
+  /// Takes whole lines with their ends, in which are no terminal sequences.
+  void addLines(std::string_view lines);
   /// The line added last decided; the first such call counts.
   void markDeciding();
 

@@ -21,7 +21,7 @@ Attempt::Attempt(const WorkInfo& work, const Claim& claim, SmartHandle<Job> job,
                  std::unique_ptr<AttemptLog> log, ImageInspector& inspector, AttemptListener& listener)
     : work_(work), claim_(claim), job_(std::move(job)), process_(dynamic_cast<ProcessJob*>(job_.Get())),
       log_(std::move(log)), inspector_(inspector), listener_(listener),
-      splitter_([this](std::string_view line) { onLine(line); }) {
+      splitter_(static_cast<LineJudge&>(*this)) {
   job_->SetObserver(this);
 }
 
@@ -105,7 +105,16 @@ void Attempt::onOutput(std::string_view text) {
   splitter_.Feed(text);
 }
 
-void Attempt::onLine(std::string_view line) {
+const TextFilter* Attempt::WantedTexts() {
+  return process_->WantedTexts();
+}
+
+void Attempt::OnPlainLines(std::string_view lines) {
+  tail_.addLines(lines);
+  process_->WorkPlainLines(lines);
+}
+
+void Attempt::OnLine(std::string_view line) {
   tail_.add(line);
   process_->WorkLine(line);
   if (!decided_ && !process_->ErrorLine().empty()) {

@@ -29,7 +29,7 @@ public:
 
 /// One run of a work's program, from its start to its verdict. The files are
 /// looked into between the program's end and the verdict.
-class Attempt final : public WorkObserver {
+class Attempt final : public WorkObserver, private LineJudge {
 public:
   /// `job` must be a ProcessJob that nothing else uses; the inspector and the
   /// listener must outlive the attempt.
@@ -93,7 +93,9 @@ public:
 
 private:
   void onOutput(std::string_view text);
-  void onLine(std::string_view line);
+  const TextFilter* WantedTexts() override;
+  void OnLine(std::string_view line) override;
+  void OnPlainLines(std::string_view lines) override;
   void finish(Clock::time_point now);
   int judge();
   void conclude(int status, Clock::time_point now);

@@ -37,6 +37,12 @@ bool ErrorTexts::Begins(std::string_view line) const {
                      [this, line](const String& text) { return m_Lower.BeginsWith(line, text); });
 }
 
+void ErrorTexts::AddToFilter(TextFilter& filter) const {
+  for (const String& text : m_Errors) {
+    filter.Add(text, m_Lower, m_Anywhere ? TextFilter::Where::Anywhere : TextFilter::Where::LineStart);
+  }
+}
+
 ErrorTexts::Match ErrorTexts::Find(std::string_view line) const {
   Match match;
   if (!HoldsError(line)) {

@@ -14,9 +14,10 @@ public:
   /// Both lists are texts joined with ";" as list parameters hold them.
   ErrorTexts(const String& errors, const String& ignores, bool anywhere);
 
-  bool IsError(std::string_view line) const {
-    return HoldsError(line) && !m_IgnoreFilter.Occurs(line, m_Lower);
-  }
+  bool IsError(std::string_view line) const { return HoldsError(line) && !m_IgnoreFilter.Occurs(line); }
+
+  /// Has a filter find every line that may be an error.
+  void AddToFilter(TextFilter& filter) const;
 
   /// The texts that a line matches, the first of each list, as they are
   /// written there; empty for none.
@@ -29,7 +30,7 @@ public:
 
 private:
   bool HoldsError(std::string_view line) const {
-    return m_Anywhere ? m_ErrorFilter.Occurs(line, m_Lower) : Begins(line);
+    return m_Anywhere ? m_ErrorFilter.Occurs(line) : Begins(line);
   }
   bool Begins(std::string_view line) const;
 

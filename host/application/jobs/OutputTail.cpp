@@ -1,6 +1,7 @@
 #include "host/application/jobs/OutputTail.h"
 
 #include "host/foundation/Characters.h"
+#include "host/foundation/LineSplitter.h"
 
 #include <algorithm>
 
@@ -81,6 +82,21 @@ void OutputTail::Add(std::string_view line) {
     m_First.emplace_back(line.substr(0, k_KeptLine));
   }
   m_Ring[m_Count++ % k_Last].assign(line, 0, k_KeptLine);
+}
+
+void OutputTail::AddLines(std::string_view lines) {
+  while (m_First.size() < k_First && !lines.empty()) {
+    const std::string_view line = TakeFirstLine(lines);
+    if (line.find_first_not_of(" \t") != std::string_view::npos) {
+      Add(line);
+    }
+  }
+  // Those before the last ones would only be replaced by them.
+  std::array<std::string_view, k_Last> last;
+  const std::size_t count = FindLastLines(lines, last);
+  for (std::size_t i = 0; i < count; ++i) {
+    Add(last[i]);
+  }
 }
 
 const String& OutputTail::Last() const {

@@ -17,6 +17,9 @@ public:
   /// Takes a line with any text in it.
   void Add(std::string_view line);
 
+  /// Takes whole lines with their ends; those without any text are left out.
+  void AddLines(std::string_view lines);
+
   /// The last line; empty without any.
   const String& Last() const;
 

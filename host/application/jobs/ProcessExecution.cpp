@@ -1,8 +1,8 @@
+#include "host/application/jobs/PlainLines.h"
 #include "host/application/jobs/ProgramRun.h"
 #include "host/application/jobs/RenderJob.h"
 
 #include "host/foundation/Exception.h"
-#include "host/foundation/LineSplitter.h"
 
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -81,7 +81,8 @@ int ProcessJob::RunWork() {
   if (m_Interrupt.load() >= 0) {
     return FinishWork(ProcessExit(), Ended::Canceled);
   }
-  LineSplitter lines([this](std::string_view line) { WorkLine(line); });
+  WorkLines judge(*this);
+  LineSplitter lines(judge);
   ProgramRun run(std::make_unique<Process>(start), {RunTimeLimit(), SilenceLimit(), m_Grace},
                  ProgramRun::Clock::now(), [&lines](std::string_view text) { lines.Feed(text); });
   WorkSpawned(run.Id());

@@ -5,6 +5,7 @@
 #include "host/application/jobs/ErrorTexts.h"
 #include "host/application/jobs/ExecutableSearch.h"
 #include "host/application/jobs/NoteText.h"
+#include "host/application/jobs/PlainLines.h"
 #include "host/application/jobs/RequiredTexts.h"
 #include "host/foundation/Exception.h"
 #include "host/foundation/Log.h"

@@ -5,6 +5,7 @@
 #include "host/application/jobs/LineAccount.h"
 #include "host/application/jobs/OutputTail.h"
 #include "host/foundation/Process.h"
+#include "host/foundation/TextFilter.h"
 
 #include <atomic>
 #include <chrono>
@@ -14,7 +15,9 @@
 #include <vector>
 
 class ErrorTexts;
+class PlainLines;
 class RequiredTexts;
+struct LineTexts;
 
 /// A job whose works are runs of an external program.
 ///
@@ -94,6 +97,14 @@ public:
   /// nothing themselves.
   void WorkSpawned(pid_t id);
   void WorkLine(std::string_view line);
+  /// What a line must hold to matter; null when every line is to go to
+  /// WorkLine, as with the class of a job that has not said what it looks for.
+  /// Changes with any line and parameter; valid until then.
+  const TextFilter* WantedTexts();
+  /// Whole lines with their ends that hold nothing of it: the same as WorkLine
+  /// for each, in a fraction of the time. A class that declared LineTexts
+  /// does not see them.
+  void WorkPlainLines(std::string_view lines) { m_Output.AddLines(lines); }
   /// Whether it did. The program is to be ended then: nobody judges what it
   /// still says.
   bool HasModuleFailed() const { return !m_Failure.empty(); }
@@ -160,6 +171,14 @@ protected:
   /// that it would start in. Absolute, or empty for this process's own.
   Path WorkStartDirectory() const;
 
+  /// From now on ProcessLine need not be called for lines that hold none of these
+  /// texts. To be called by a class whose ProcessLine does with such a line
+  /// nothing but call ProcessJob's, and only for objects of just that class: one
+  /// that is derived from it may override ProcessLine once more.
+  void WantLinesWith(const LineTexts& texts);
+  /// Takes that back, until the next WantLinesWith.
+  void WantEveryLine();
+
   /// Where ProcessLine tells what became of the line at hand; null unless
   /// somebody asked.
   LineAccount* AccountToFill() { return m_Account.get(); }
@@ -218,6 +237,7 @@ private:
   OutputTail m_Output;
   bool m_HasOutput = false;                       // any line at all
   std::unique_ptr<RequiredTexts> m_RequiredTexts; // built with the first line
+  std::unique_ptr<PlainLines> m_PlainLines;       // null while ProcessLine is to see every line
   std::atomic<int> m_Interrupt{-1};
   std::atomic<int> m_Wake{-1}; // eventfd by which Interrupt reaches Execute
 };

@@ -32,17 +32,21 @@ RequiredTexts::RequiredTexts(const std::vector<String>& texts) : m_Lower(std::lo
 }
 
 void RequiredTexts::BuildFilter() {
-  std::vector<String> texts;
+  m_Filter.Clear();
+  AddToFilter(m_Filter);
+  m_Filter.Finish();
+}
+
+void RequiredTexts::AddToFilter(TextFilter& filter) const {
   for (const Text& text : m_Texts) {
     if (!text.Seen) {
-      texts.push_back(text.Lowered);
+      filter.Add(text.Lowered, m_Lower);
     }
   }
-  m_Filter.Build(texts, m_Lower);
 }
 
 const String* RequiredTexts::See(std::string_view line) {
-  if (m_Unseen == 0 || !m_Filter.Occurs(line, m_Lower)) {
+  if (m_Unseen == 0 || !m_Filter.Occurs(line)) {
     return nullptr;
   }
   const String lowered = m_Lower.Lower(line);

@@ -17,6 +17,12 @@ public:
   /// held; null when it brings nothing new. Valid as long as this.
   const String* See(std::string_view line);
 
+  /// How many of the texts no line has held yet.
+  std::size_t Unseen() const { return m_Unseen; }
+
+  /// Has a filter find every line that may hold one of those.
+  void AddToFilter(TextFilter& filter) const;
+
   /// The first text that no line held; null when all were seen.
   const String* Missing() const;
 

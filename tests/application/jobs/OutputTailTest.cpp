@@ -4,6 +4,8 @@
 #include "host/application/jobs/OutputTail.h"
 #include "tests/application/jobs/TestJob.h"
 
+#include <random>
+
 namespace {
 
 String Telling(const std::vector<String>& lines) {
@@ -78,6 +80,33 @@ TEST(OutputTailTest, ErrorsInTheMiddleAreForgottenAndMemoryIsBounded) {
     output.Add("x");
   }
   EXPECT_EQ(output.Telling(), "Error: kept");
+}
+
+TEST(OutputTailTest, WholeLinesGiveTheSameAsOneByOne) {
+  const auto seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  for (int round = 0; round < 2000; ++round) {
+    OutputTail single;
+    OutputTail whole;
+    for (int block = 0; block < 4; ++block) {
+      String lines;
+      const std::size_t count = random() % 60;
+      for (std::size_t i = 0; i < count; ++i) {
+        const bool blank = random() % 4 == 0;
+        const String line =
+            blank ? String(" \t")
+                  : String(random() % 50 == 0 ? "error: " : "cannot open ") + std::to_string(random() % 1000);
+        lines += line + "\n\r\b"[random() % 3];
+        if (!blank) {
+          single.Add(line);
+        }
+      }
+      whole.AddLines(lines);
+      ASSERT_EQ(whole.Last(), single.Last());
+      ASSERT_EQ(whole.Telling(), single.Telling());
+    }
+  }
 }
 
 class OutputTailVerdict : public JobTest {};

@@ -1,3 +1,4 @@
+#include "host/application/jobs/PlainLines.h"
 #include "host/foundation/Bytes.h"
 #include "tests/application/jobs/TestJob.h"
 
@@ -71,6 +72,41 @@ TEST_F(Verdict, AModuleThatFailsAtALineFailsTheWork) {
   EXPECT_EQ(job.Note(), "The module of the type \"" + m_Info->Name + "\" failed in ProcessLine: no such key");
   EXPECT_EQ(job.DecidedBy(), Rule::Result);
   EXPECT_EQ(job.Lines, (std::vector<String>{"reading scene", "bad"}));
+}
+
+TEST_F(Verdict, AClassThatDeclaresNoTextsSeesEveryLineOfABlock) {
+  TestJob& job = Started();
+  WorkLines lines(job);
+  LineSplitter splitter(lines);
+  splitter.Feed("one\ntwo\r\nthree\r\n\nfo");
+  splitter.Feed("ur\nfive");
+  splitter.Finish();
+  EXPECT_EQ(job.Lines, (std::vector<String>{"one", "two", "three", "", "four", "five"}));
+}
+
+/// Declares that of its lines only those with "image" matter.
+class SparingJob : public TestJob {
+public:
+  using ProcessJob::WantEveryLine;
+  using ProcessJob::WantLinesWith;
+};
+
+TEST_F(Verdict, AClassThatDeclaresTextsSeesTheirLinesAndThoseOfTheHost) {
+  SparingJob job;
+  job.SetType(m_Type);
+  job.SetParameter(p_ErrorStarts, "Error");
+  job.SetParameter(p_RequiredTexts, "bye");
+  WorkLines lines(job);
+  LineSplitter splitter(lines);
+  splitter.Feed("one\n");
+  job.WantLinesWith({{"image"}, {"done"}, LowerTable()});
+  splitter.Feed("two\nan IMAGE\nnot done\nDone\nno Error\nError 1\nError 2\nGood Bye\nbye\nlast\n");
+  EXPECT_EQ(job.Lines, (std::vector<String>{"one", "an IMAGE", "Done", "Error 1", "Good Bye"}));
+  EXPECT_EQ(job.ErrorLine(), "Error 1");
+  EXPECT_EQ(job.LastLine(), "last");
+  job.WantEveryLine();
+  splitter.Feed("more\n");
+  EXPECT_EQ(job.Lines.back(), "more");
 }
 
 TEST_F(Verdict, BadExitCodeWithoutOutputSaysJustThat) {

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <memory>
 #include <random>
 #include <regex>
 #include <string>
@@ -283,6 +284,160 @@ TEST(LineSplitterTest, HundredMegabytesWithoutALineEndStayBounded) {
   EXPECT_GT(delivered, fed / chunk.size() * 65530 - 1);
   EXPECT_LT(delivered, fed);
   EXPECT_LT(peak, before + (std::size_t{32} << 20));
+}
+
+/// Wants lines with some texts, and notes every line once, as it was told of it.
+class NotingJudge : public LineJudge {
+public:
+  NotingJudge(std::vector<String> texts, bool vectors, unsigned seed)
+      : m_Texts(std::move(texts)), m_Filter(vectors), m_Random(seed) {
+    Build();
+  }
+
+  const TextFilter* WantedTexts() override {
+    // Now and then it wants every line for a while.
+    m_WantsAll = m_Random() % 8 == 0;
+    return m_WantsAll ? nullptr : &m_Filter;
+  }
+
+  void OnLine(std::string_view line) override {
+    All.emplace_back(line);
+    // What it wants changes with a line.
+    if (!m_Texts.empty() && m_Random() % 16 == 0) {
+      m_Texts.pop_back();
+      Build();
+    }
+  }
+
+  void OnPlainLines(std::string_view lines) override {
+    EXPECT_FALSE(lines.empty());
+    ++Blocks;
+    std::string rest(lines);
+    EXPECT_NE(std::string_view("\n\r\b").find(rest.back()), std::string_view::npos);
+    for (const std::string& line : SplitLiterally(rest)) {
+      for (const String& text : m_Texts) {
+        EXPECT_EQ(line.find(text), std::string::npos) << line;
+      }
+      All.push_back(line);
+    }
+  }
+
+  Lines All;
+  std::size_t Blocks = 0;
+
+private:
+  void Build() {
+    m_Filter.Clear();
+    LineSplitter::AddToFilter(m_Filter);
+    for (const String& text : m_Texts) {
+      m_Filter.Add(text, m_Lower);
+    }
+    m_Filter.Finish();
+  }
+
+  std::vector<String> m_Texts;
+  LowerTable m_Lower;
+  TextFilter m_Filter;
+  std::mt19937 m_Random;
+  bool m_WantsAll = false;
+};
+
+void ExpectJudgedAsSplit(const std::string& text, const std::vector<String>& wanted, std::size_t longest,
+                         std::mt19937& random, std::size_t& blocks) {
+  const std::vector<std::string_view> chunks = CutAnywhere(text, longest, random);
+  const Lines expected = Split({text});
+  for (const bool vectors : {true, false}) {
+    NotingJudge judge(wanted, vectors, static_cast<unsigned>(random()));
+    LineSplitter splitter(judge);
+    for (const std::string_view chunk : chunks) {
+      const auto exact = std::make_unique<char[]>(chunk.size()); // for a sanitizer
+      std::copy(chunk.begin(), chunk.end(), exact.get());
+      splitter.Feed({exact.get(), chunk.size()});
+    }
+    splitter.Finish();
+    ASSERT_EQ(judge.All, expected);
+    blocks += judge.Blocks;
+  }
+}
+
+TEST(LineSplitterTest, JudgeGetsTheSameLinesInBlocks) {
+  const auto seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  // NUL, terminal sequences, marks, and bytes that are no UTF-8.
+  const std::vector<std::string> pieces = {"\n",
+                                           "\r",
+                                           "\r\n",
+                                           "\b",
+                                           "x",
+                                           "Error",
+                                           "saved",
+                                           "err",
+                                           " ",
+                                           "\x1b[1m",
+                                           "\xEF\xBB\xBF",
+                                           "\x1b",
+                                           std::string(1, 0),
+                                           "\xFF",
+                                           "a longer piece of text"};
+  std::size_t blocks = 0;
+  for (int round = 0; round < 3000; ++round) {
+    const std::size_t kinds = 6 + random() % (pieces.size() - 5);
+    std::string text;
+    for (std::size_t i = random() % 300; i > 0; --i) {
+      text += pieces[random() % std::min(kinds, pieces.size())];
+    }
+    std::vector<String> wanted;
+    for (std::size_t i = random() % 4; i > 0; --i) {
+      static constexpr const char* k_Wanted[] = {"error", "saved", "s", "rx", "longer piece"};
+      wanted.emplace_back(k_Wanted[random() % 5]);
+    }
+    ASSERT_NO_FATAL_FAILURE(ExpectJudgedAsSplit(text, wanted, 1 + random() % 400, random, blocks));
+  }
+  EXPECT_GT(blocks, 1000U);
+}
+
+TEST(LineSplitterTest, JudgeGetsLongLinesInTheSamePieces) {
+  const auto seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  std::size_t blocks = 0;
+  for (const std::size_t around : {std::size_t{256} << 10, LineSplitter::k_LineLimit}) {
+    for (int round = 0; round < 4; ++round) {
+      std::string text = "first\n";
+      for (int line = 0; line < 5; ++line) {
+        text +=
+            "short\r\n" + std::string(around - 40 + random() % 80, 'x') + "Error" + "\n\r\b"[random() % 3];
+      }
+      ASSERT_NO_FATAL_FAILURE(ExpectJudgedAsSplit(text, {"error"}, 700'000, random, blocks));
+      ASSERT_NO_FATAL_FAILURE(ExpectJudgedAsSplit(text, {"error"}, 9'000'000, random, blocks));
+    }
+  }
+  EXPECT_GT(blocks, 0U);
+}
+
+TEST(LineSplitterTest, LastLinesWithTextAreFoundFromTheEnd) {
+  std::vector<std::string_view> last(3);
+  const auto find = [&last](std::string_view lines) {
+    const std::size_t count = FindLastLines(lines, last);
+    return Lines(last.begin(), last.begin() + static_cast<std::ptrdiff_t>(count));
+  };
+  EXPECT_EQ(find(""), Lines{});
+  EXPECT_EQ(find("\n\r\n \t\b\b"), Lines{});
+  EXPECT_EQ(find("one\n"), Lines{"one"});
+  EXPECT_EQ(find("one\r\n\r\n  two\b \t\nthree\r"), (Lines{"one", "  two", "three"}));
+  EXPECT_EQ(find("one\ntwo\nthree\nfour\n\n"), (Lines{"two", "three", "four"}));
+  const std::string longer(1000, 'x');
+  EXPECT_EQ(find("one\n" + longer + "\n"), (Lines{"one", longer}));
+}
+
+TEST(LineSplitterTest, FirstLineIsTakenOff) {
+  std::string_view lines = "one\n\r\ntwo\b";
+  EXPECT_EQ(TakeFirstLine(lines), "one");
+  EXPECT_EQ(TakeFirstLine(lines), "");
+  EXPECT_EQ(TakeFirstLine(lines), "");
+  EXPECT_EQ(TakeFirstLine(lines), "two");
+  EXPECT_TRUE(lines.empty());
 }
 
 } // namespace

@@ -43,6 +43,29 @@ TEST(LogTail, DecidingLineIsQuotedWithItsNeighbours) {
   EXPECT_EQ(tail.lines(), (Lines{"6", "7", "8", "9", "10", "11", "12"}));
 }
 
+TEST(LogTail, WholeLinesGiveTheSameAsOneByOne) {
+  for (int deciding = 0; deciding < 30; ++deciding) {
+    for (int block = 1; block < 25; ++block) {
+      LogTail single;
+      LogTail whole;
+      std::string lines;
+      for (int i = 0; i < 30; ++i) {
+        single.add(std::to_string(i));
+        lines += std::to_string(i) + (i % 2 == 0 ? "\n \t\r\n" : "\b");
+        if (i == deciding || i % block == 0 || i == 29) {
+          whole.addLines(lines);
+          lines.clear();
+        }
+        if (i == deciding) {
+          single.markDeciding();
+          whole.markDeciding();
+        }
+      }
+      ASSERT_EQ(whole.lines(), single.lines()) << deciding << " " << block;
+    }
+  }
+}
+
 TEST(LogTail, FirstDecidingLineCounts) {
   LogTail tail;
   tail.add("1");
