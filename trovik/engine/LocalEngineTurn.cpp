@@ -154,7 +154,10 @@ void LocalEngine::tellTurn(const std::vector<Recorded>& recorded) {
   if (perhapsOver) {
     finishJobs();
   }
-  if (anyEnded && running_.empty()) {
+  // Whether that was the last work is not left to wait for; but where others
+  // begin at once, a check after each of them would cost more than a short one,
+  // above all its sync.
+  if (anyEnded && running_.empty() && claimed_.empty()) {
     nextTick_ = machine_.now();
   }
 }
