@@ -6,24 +6,47 @@
 #include "bench/ModuleUnderTest.h"
 #include "bench/Race.h"
 
+#include <cstdlib>
 #include <filesystem>
+#include <system_error>
 
 namespace bench {
+namespace {
+
+class DiskDirectory {
+public:
+  DiskDirectory() { require(mkdtemp(text_.data()) != nullptr, "cannot make a directory in /var/tmp"); }
+  ~DiskDirectory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(text_, ignored);
+  }
+  DiskDirectory(const DiskDirectory&) = delete;
+  DiskDirectory& operator=(const DiskDirectory&) = delete;
+  const std::string& text() const { return text_; }
+
+private:
+  std::string text_ = "/var/tmp/trovik-bench-XXXXXX";
+};
+
+} // namespace
 
 std::vector<Row> dispatchRows(const Setup& setup) {
   const int works = setup.quick ? 20 : 2000;
-  constexpr double ownTarget = 120e-6;
+  constexpr double ownTarget = 100e-6;
   const std::string types = setup.directory + "/types";
   const std::string state = setup.directory + "/state";
   std::filesystem::create_directory(types);
   writeFile(types + "/tiny.tvx", "[Module]\nID=5f0c9a5e-6d0b-4c86-9d0f-100000000001\nName=Tiny\n\n"
                                  "[OverrideDefaults]\nExecutable=/bin/true\n");
-  const auto command = [&types](int count) {
+  writeFile(types + "/argument.tvx", "[Module]\nID=5f0c9a5e-6d0b-4c86-9d0f-100000000002\nName=Argument\n"
+                                     "Command=$(SubRange)\n\n"
+                                     "[OverrideDefaults]\nExecutable=/bin/true\n");
+  const auto command = [&types](int count, const char* type = "Tiny") {
     return std::vector<std::string>{BENCH_PROGRAM,
                                     "--module-path",
                                     ModuleUnderTest::directory() + ":" + types,
                                     "run",
-                                    "Tiny",
+                                    type,
                                     "--new",
                                     "--range",
                                     "1-" + std::to_string(count),
@@ -39,13 +62,23 @@ std::vector<Row> dispatchRows(const Setup& setup) {
   const std::size_t ours = race.enter([&] {
     return runProgram(command(works), {{"XDG_STATE_HOME", state}}, setup.directory + "/output");
   });
+  // With an argument to be expanded, and the queue on the disk of the machine
+  // instead of where temporary files go, which may be memory.
+  const DiskDirectory disk;
+  const std::size_t argument = race.enter([&] {
+    return runProgram(command(works, "Argument"), {{"XDG_STATE_HOME", disk.text()}},
+                      setup.directory + "/output");
+  });
   race.run(setup.rounds);
 
   const std::string path = std::to_string(works) + " works on 2 slots";
-  const double cpuRatio = race.ratio(ours, limit, &Cost::cpu);
-  Row wall = ratioRow(path, race, ours, limit, 1.25);
-  wall.target = "both " + wall.target;
-  wall.reached = wall.reached && cpuRatio <= 1.25;
+  const auto both = [&race, limit](const std::string& what, std::size_t contestant) {
+    constexpr double most = 1.10;
+    Row row = ratioRow(what, race, contestant, limit, most);
+    row.target = "both " + row.target;
+    row.reached = row.reached && race.ratio(contestant, limit, &Cost::cpu) <= most;
+    return row;
+  };
   const double own = race.median(ours, &Cost::own) / works;
 
   // The same with ten times as many works: what is kept of a work that is over
@@ -64,7 +97,8 @@ std::vector<Row> dispatchRows(const Setup& setup) {
   const auto megabytes = [&memory](std::size_t contestant) {
     return ratioText(memory.median(contestant, &Cost::memory) / 1e6) + " MB";
   };
-  return {wall,
+  return {both(path, ours),
+          both(path + ", one argument, on disk", argument),
           {"memory at " + std::to_string(works * 10) + " works", megabytes(few), megabytes(many),
            ratioText(growth), "-", "≤ " + ratioText(mostGrowth), growth <= mostGrowth},
           {"own CPU time a work", timeText(race.median(limit, &Cost::own) / works), timeText(own), "-",

@@ -19,9 +19,7 @@
 #include <cerrno>
 #include <charconv>
 #include <csignal>
-#include <fstream>
 #include <future>
-#include <iterator>
 #include <string_view>
 #include <thread>
 
@@ -43,7 +41,10 @@
 namespace {
 
 constexpr const char* k_Function = "Process";
-constexpr int k_PipeSize = 1 << 20; // a larger pipe halves what reading costs
+// A larger pipe halves what reading costs; but making it costs as much as all else
+// that a program without output needs of it.
+constexpr int k_PipeSize = 1 << 20;
+constexpr ssize_t k_MuchOutput = 4096;
 constexpr int k_SignalBase = 128;
 constexpr int k_ExitPatience = 1000; // milliseconds, with one that was killed and cannot end
 
@@ -229,11 +230,18 @@ std::int64_t Microseconds(const timeval& time) {
   return std::int64_t{time.tv_sec} * 1'000'000 + time.tv_usec;
 }
 
+// What the kernel tells in /proc/PID/io, some hundred bytes.
+std::string AccountOf(pid_t id) {
+  const Descriptor file(open(("/proc/" + std::to_string(id) + "/io").c_str(), O_RDONLY | O_CLOEXEC));
+  std::array<char, 1024> text{};
+  const ssize_t count = file.IsOpen() ? read(file.Number(), text.data(), text.size()) : 0;
+  return {text.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0))};
+}
+
 // Takes the end of a process that has ended, with what it has used.
 ProcessUsage Reap(pid_t id) {
   ProcessUsage usage;
-  std::ifstream file("/proc/" + std::to_string(id) + "/io"); // gone with the process
-  const std::string account = "\n" + std::string(std::istreambuf_iterator<char>(file), {});
+  const std::string account = "\n" + AccountOf(id); // gone with the process
   usage.BytesRead = NumberIn(account, "read_bytes");
   usage.BytesWritten = NumberIn(account, "write_bytes");
   rusage used{};
@@ -324,10 +332,8 @@ void Process::Start(const ProcessStart& start) {
   }
   Descriptor reader(ends[0]);
   const Descriptor writer(ends[1]);
-  // Only the reading end: the program's own writes must block. The size is a
-  // wish; unprivileged users have a common limit.
+  // Only the reading end: the program's own writes must block.
   fcntl(reader.Number(), F_SETFL, O_NONBLOCK);
-  fcntl(reader.Number(), F_SETPIPE_SZ, k_PipeSize);
   CarryMark(start.Mark);
   const int error = Spawn(start, environment, writer.Number(), false, m_Id);
   CarryMark(String()); // who looks for the mark must not take this process for one that has it
@@ -374,6 +380,11 @@ ssize_t Process::ReadOutput(char* buffer, std::size_t size) {
   while (m_Output >= 0) {
     const ssize_t count = read(m_Output, buffer, size);
     if (count > 0) {
+      if (!m_Enlarged && count >= k_MuchOutput) {
+        // A wish; unprivileged users have a common limit.
+        m_Enlarged = true;
+        fcntl(m_Output, F_SETPIPE_SZ, k_PipeSize);
+      }
       return count;
     }
     if (count < 0 && errno == EINTR) {

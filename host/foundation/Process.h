@@ -128,6 +128,7 @@ private:
   pid_t m_Id = -1;
   int m_Output = -1;
   int m_ExitWatch = -1;
+  bool m_Enlarged = false; // the pipe
   bool m_Detached = false;
   bool m_Reaped = false;
   ProcessExit m_Exit;

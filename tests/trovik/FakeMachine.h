@@ -110,7 +110,7 @@ public:
   ~FakeProgram() override {
     machine_.ready_.erase(descriptor_);
     machine_.ready_.erase(descriptor_ + 1);
-    --machine_.running;
+    stopCounting();
   }
   FakeProgram(const FakeProgram&) = delete;
   FakeProgram& operator=(const FakeProgram&) = delete;
@@ -150,6 +150,9 @@ public:
       return {Id()};
     }
     gone_ = leftUntil() <= machine_.now_;
+    if (gone_) {
+      stopCounting();
+    }
     return gone_ ? std::vector<pid_t>() : std::vector<pid_t>{Id() + 1};
   }
 
@@ -168,6 +171,12 @@ public:
   }
 
 private:
+  /// It runs until nothing is left of it, however long its object is kept.
+  void stopCounting() {
+    if (std::exchange(counted_, false)) {
+      --machine_.running;
+    }
+  }
   bool hasEnded() const { return end_ && *end_ <= machine_.now_; }
   /// When the last of what it left behind has ended.
   Clock::time_point leftUntil() const {
@@ -194,6 +203,7 @@ private:
   std::optional<Clock::time_point> end_;
   std::optional<Clock::time_point> killed_;
   std::size_t read_ = 0;
+  bool counted_ = true;
   bool gone_ = false; // with all that it left, and somebody knows
   int descriptor_;
 };

@@ -39,7 +39,7 @@ bool LocalEngine::run(const EnginePlan& plan) {
   do {
     tick();
     if (recordTurn()) {
-      startWorks();
+      startAndTell();
     }
     if (isDone() || (leaveAt_ && machine_.now() >= *leaveAt_)) {
       break;
@@ -167,6 +167,7 @@ OpenJob* LocalEngine::open(JobId id) {
   auto job = std::make_unique<OpenJob>(queue_, *record);
   RunInfo info = job->info(queue_);
   info.slots = plan_.slots;
+  tellStarts(); // of other jobs
   events_.runStarted(info);
   return jobs_.emplace(id, std::move(job)).first->second.get();
 }
@@ -250,11 +251,11 @@ bool LocalEngine::start(const Claim& claim) {
       const WorkInfo work = job->work(queue_, claim);
       AttemptListener& listener = *this;
       auto attempt = std::make_unique<Attempt>(
-          work, claim, job->works().make(work),
+          work, claim, job->make(work),
           job->logs().open(work.hasFrames ? std::string(work.run.Text()) : work.title(), claim.number),
           inspector_, listener);
       if (std::exchange(announced_, claim.attempt) != claim.attempt) {
-        events_.workStarted(work);
+        begun_.push_back(work);
       }
       Attempt::Start started = Attempt::Start::Failed;
       if (!guard(*attempt, [&] { started = attempt->start(machine_, shortage()); })) {

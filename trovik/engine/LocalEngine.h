@@ -75,6 +75,14 @@ private:
     std::optional<Outcome> corrected;
   };
 
+  /// What a turn has written, to be told.
+  struct Turn {
+    std::list<std::unique_ptr<Attempt>> ended;
+    std::vector<Settled> settled;
+    std::vector<Recorded> recorded; ///< of both, in this order
+    bool perhapsOver = false;       ///< a job of theirs
+  };
+
   void fileNamed(const Claim& claim, const Path& file, std::optional<int> frame) override;
   void fileComplete(const WorkInfo& work, const Path& file) override;
 
@@ -88,7 +96,11 @@ private:
   Recorded record(const Outcome& outcome);
   void claimWorks(std::vector<Claim>& claims);
   void tellMemoryWaits();
-  void tellTurn(const std::vector<Recorded>& recorded);
+  void keepTurn(std::vector<Recorded>&& recorded);
+  void startAndTell();
+  void tellTurn(const Turn& turn);
+  void tellStarts();
+  void makeAhead();
   void tellLost(const Settled& lost, bool again);
   void startWorks();
   Attempt::Shortage shortage();
@@ -128,7 +140,10 @@ private:
   std::vector<Started> started_;                              // to be noted
   std::vector<std::pair<AttemptId, ProgramEnd>> programEnds_; // the same
   std::vector<Note> notes_;
-  std::vector<MemoryWait> memoryWaits_; // as the last claim found it
+  std::optional<Turn> written_;            // not yet told
+  std::vector<WorkInfo> begun_;            // the same
+  std::map<JobId, std::size_t> lastBegun_; // works of the last turn
+  std::vector<MemoryWait> memoryWaits_;    // as the last claim found it
   std::vector<JobId> toldOfMemory_;
   bool mayHaveWork_ = true;
   bool yields_ = false;   // to an older engine

@@ -9,6 +9,27 @@
 
 // What each turn of the engine's loop writes into the queue, and tells once it
 // is written.
+//
+// Problem: a slot is empty from the end of its program to the start of the next
+// one, and with works of a millisecond that time is what a job takes.
+//
+// Model: the next program must not start before the queue knows of it, and the
+// end of the last one is written in the same transaction. So what lies between
+// the two is to take an end, one transaction, one expansion and one start.
+// Everything else can be done while programs run, and on a machine whose slots
+// are its processors even that is not free.
+//
+// Choice: a turn commits, starts its programs, and only then tells what it has
+// written, puts away the objects of what has ended, syncs the log where that is
+// due, and makes job objects for as many works as have just begun. Only where a
+// job may have ended, one begins that was not open, or an attempt was lost, is it
+// told before anything starts, since readers of the events hear of one job after
+// the other. What is only to be found at the end of all (other engines, ended
+// jobs) is checked for twice a second and when nothing begins any more.
+//
+// Works that are claimed ahead for slots that are not free yet would save the
+// rest. But the queue would have to know them as neither ready nor begun, for
+// every reader, and take them back whenever anything else changes it.
 
 namespace trovik {
 
@@ -24,7 +45,7 @@ bool LocalEngine::recordTurn() {
   std::vector<Claim> claims;
   std::vector<Recorded> recorded;
   try {
-    queue_.inTransaction([&] { writeTurn(claims, recorded); });
+    queue_.inTransaction([&] { writeTurn(claims, recorded); }, Queue::Sync::Later);
   } catch (const QueueError& error) {
     if (!error.passes()) {
       throw;
@@ -42,8 +63,11 @@ bool LocalEngine::recordTurn() {
   }
   putAside_ = putAside_ || putAside;
   claimed_.insert(claimed_.end(), claims.begin(), claims.end());
+  for (const Claim& claim : claims) {
+    ++lastBegun_[claim.job];
+  }
   tellMemoryWaits();
-  tellTurn(recorded);
+  keepTurn(std::move(recorded));
   return true;
 }
 
@@ -52,6 +76,11 @@ void LocalEngine::writeTurn(std::vector<Claim>& claims, std::vector<Recorded>& r
     queue_.stop(*plan_.only, "Stopped by the user");
   }
   for (const Started& started : started_) {
+    // Of what has ended already nothing is left for another engine to find.
+    if (std::any_of(ended_.begin(), ended_.end(),
+                    [&](const auto& attempt) { return attempt->claim().attempt == started.attempt; })) {
+      continue;
+    }
     queue_.noteProcess(started.attempt, started.process, started.filesBefore);
   }
   for (const auto& [attempt, end] : programEnds_) {
@@ -71,6 +100,24 @@ void LocalEngine::writeTurn(std::vector<Claim>& claims, std::vector<Recorded>& r
   if (stops_ == 0 && claimed_.empty() && mayHaveWork_ && !yields_) {
     claimWorks(claims);
   }
+}
+
+/// What was written is out of the way of what happens next, and is told.
+void LocalEngine::keepTurn(std::vector<Recorded>&& recorded) {
+  Turn turn;
+  turn.recorded = std::move(recorded);
+  turn.ended = std::exchange(ended_, {});
+  turn.settled = std::exchange(settled_, {});
+  notes_.clear();
+  started_.clear();
+  programEnds_.clear();
+  // A job of which nothing more was claimed may have ended; its end is reported
+  // before another one begins.
+  turn.perhapsOver = std::any_of(turn.ended.begin(), turn.ended.end(), [this](const auto& attempt) {
+    return std::none_of(claimed_.begin(), claimed_.end(),
+                        [&](const Claim& claim) { return claim.job == attempt->claim().job; });
+  });
+  written_ = std::move(turn);
 }
 
 LocalEngine::Recorded LocalEngine::record(const Outcome& outcome) {
@@ -110,11 +157,57 @@ void LocalEngine::tellMemoryWaits() {
   }
 }
 
-void LocalEngine::tellTurn(const std::vector<Recorded>& recorded) {
+/// Programs first: what is told and put away meanwhile costs a slot nothing. But
+/// the end of a job is told before another one begins, and what began before
+/// what else comes of it.
+void LocalEngine::startAndTell() {
+  const bool startsFirst =
+      !written_ || (!written_->perhapsOver && written_->settled.empty() &&
+                    std::all_of(claimed_.begin(), claimed_.end(),
+                                [this](const Claim& claim) { return jobs_.contains(claim.job); }));
+  if (startsFirst) {
+    startWorks();
+  }
+  if (written_) {
+    tellTurn(*written_);
+    written_.reset();
+  }
+  if (!startsFirst) {
+    startWorks();
+  }
+  tellStarts();
+  queue_.syncWhenDue();
+  makeAhead();
+}
+
+void LocalEngine::tellStarts() {
+  for (const WorkInfo& work : std::exchange(begun_, {})) {
+    events_.workStarted(work);
+  }
+}
+
+/// Job objects for as many works as are likely to begin next.
+void LocalEngine::makeAhead() {
+  const auto begun = std::exchange(lastBegun_, {});
+  if (!mayHaveWork_ || stops_ > 0) {
+    return;
+  }
+  try {
+    for (const auto& [id, count] : begun) {
+      if (const auto job = jobs_.find(id); job != jobs_.end()) {
+        job->second->makeAhead(count);
+      }
+    }
+  } catch (...) {
+    LogDebug(TakeCaughtText()); // the work for which it fails again tells it
+  }
+}
+
+void LocalEngine::tellTurn(const Turn& turn) {
   std::size_t place = 0;
-  for (const auto& attempt : ended_) {
+  for (const auto& attempt : turn.ended) {
     WorkResult result = attempt->result();
-    const auto& [again, corrected] = recorded[place++];
+    const auto& [again, corrected] = turn.recorded[place++];
     if (corrected) {
       result.verdict = verdictOf(corrected->state);
       result.rule = corrected->rule;
@@ -127,34 +220,25 @@ void LocalEngine::tellTurn(const std::vector<Recorded>& recorded) {
     }
     events_.workEnded(attempt->work(), result);
   }
-  for (const Settled& settled : settled_) {
+  for (const Settled& settled : turn.settled) {
     if (settled.work && (!plan_.only || plan_.only == settled.work->job)) {
-      const auto& [again, corrected] = recorded[place];
+      const auto& [again, corrected] = turn.recorded[place];
       tellLost({corrected.value_or(settled.outcome), settled.work}, again);
     }
     ++place;
   }
-  // A job of which nothing more was claimed may have ended; its end is reported
-  // before another one begins.
-  const bool perhapsOver = std::any_of(ended_.begin(), ended_.end(), [this](const auto& attempt) {
-    return std::none_of(claimed_.begin(), claimed_.end(),
-                        [&](const Claim& claim) { return claim.job == attempt->claim().job; });
-  });
-  const bool anyEnded = !ended_.empty() || !settled_.empty();
-  ended_.clear();
-  settled_.clear();
-  notes_.clear();
-  started_.clear();
-  programEnds_.clear();
   if (!recoveries_.empty() && std::all_of(recoveries_.begin(), recoveries_.end(),
                                           [](const auto& one) { return one->isRecorded(); })) {
     recoveries_.clear();
     queue_.releaseLost();
   }
-  if (perhapsOver) {
+  if (turn.perhapsOver) {
     finishJobs();
   }
-  if (anyEnded && running_.empty()) {
+  // Whether that was the last work is not left to wait for; but where others
+  // begin at once, a check after each of them would cost more than a short one,
+  // above all its sync.
+  if (!turn.recorded.empty() && running_.empty() && claimed_.empty()) {
     nextTick_ = machine_.now();
   }
 }

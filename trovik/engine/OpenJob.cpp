@@ -9,6 +9,7 @@
 #include "trovik/text/UsageError.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace trovik {
 namespace {
@@ -46,7 +47,7 @@ std::size_t cpusOf(const Job& job) {
 
 OpenJob::OpenJob(Queue& queue, const JobRecord& record)
     : record_(ownOrRefused(record)), works_(record.type, queue.packed(record.id)), job_(works_.makeWhole()),
-      logs_(logsOf(queue, record)), cpus_(cpusOf(*job_)) {}
+      logs_(logsOf(queue, record)), cpus_(cpusOf(*job_)), follows_(!queue.forerunners(record.id).empty()) {}
 
 RunInfo OpenJob::info(Queue& queue) const {
   return runInfoOf(viewOf(queue, record_));
@@ -60,8 +61,25 @@ WorkInfo OpenJob::work(Queue& queue, const Claim& claim) const {
   // What was lost with an engine does not count against the work.
   work.attempts = record_.retries + 1 + (claim.number - 1 - claim.tries);
   work.job = record_.id;
-  work.imagesBefore = queue.imagesBefore(record_.id, claim.run);
+  if (follows_) { // which is said when it is submitted
+    work.imagesBefore = queue.imagesBefore(record_.id, claim.run);
+  }
   return work;
+}
+
+SmartHandle<Job> OpenJob::make(const WorkInfo& work) {
+  if (ahead_.empty()) {
+    return works_.make(work);
+  }
+  SmartHandle<Job> job = std::move(ahead_.back());
+  ahead_.pop_back();
+  return WorkMaker::make(work, std::move(job));
+}
+
+void OpenJob::makeAhead(std::size_t count) {
+  while (ahead_.size() < count) {
+    ahead_.push_back(works_.makeWhole());
+  }
 }
 
 void OpenJob::tell(const SmartHandle<const Job>& work, const std::string& note, bool refused) {

@@ -6,6 +6,8 @@
 #include "trovik/works/RunLogs.h"
 
 #include <memory>
+#include <string>
+#include <vector>
 
 namespace trovik {
 
@@ -25,6 +27,10 @@ public:
   /// What readers of events are given of the job, but for the engine's slots.
   RunInfo info(Queue& queue) const;
   WorkInfo work(Queue& queue, const Claim& claim) const;
+  /// A fresh object for a work: one that was made ahead, where there is one.
+  SmartHandle<Job> make(const WorkInfo& work);
+  /// Makes objects ahead until there are so many.
+  void makeAhead(std::size_t count);
   /// Tells the job object how one of its works stands: as the work's own object
   /// says, or failed where the queue refused what that takes for good.
   void tell(const SmartHandle<const Job>& work, const std::string& note, bool refused);
@@ -35,6 +41,8 @@ private:
   SmartHandle<Job> job_;
   std::unique_ptr<RunLogs> logs_;
   std::size_t cpus_ = 1;
+  bool follows_ = false;
+  std::vector<SmartHandle<Job>> ahead_;
 };
 
 } // namespace trovik

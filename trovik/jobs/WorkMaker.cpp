@@ -38,8 +38,7 @@ SmartHandle<Job> WorkMaker::makeWhole() const {
   return job;
 }
 
-SmartHandle<Job> WorkMaker::make(const WorkInfo& work) const {
-  SmartHandle<Job> job = makeWhole();
+SmartHandle<Job> WorkMaker::make(const WorkInfo& work, SmartHandle<Job> job) {
   if (work.hasFrames) {
     CallModule("the module of the job's type failed to take its frames",
                [&] { job->SetParameter(p_SubRange, work.run.Text()); });

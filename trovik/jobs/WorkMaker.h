@@ -26,7 +26,9 @@ public:
 
   /// Raise Exception* when the type is not known or the stream cannot be read
   /// back.
-  SmartHandle<Job> make(const WorkInfo& work) const;
+  SmartHandle<Job> make(const WorkInfo& work) const { return make(work, makeWhole()); }
+  /// The same of an object that was made ahead by `makeWhole`, and is used up.
+  static SmartHandle<Job> make(const WorkInfo& work, SmartHandle<Job> job);
   SmartHandle<Job> makeWhole() const;
 
 private:

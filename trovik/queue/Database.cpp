@@ -148,6 +148,9 @@ void Database::refuseBroken() const {
 }
 
 void Database::syncSometimes() {
+  if (!unsynced_) {
+    return;
+  }
   const auto now = std::chrono::steady_clock::now();
   if (now - lastSync_ >= syncInterval) {
     // The commit stands whether this succeeds or not; where it does not,

@@ -47,8 +47,10 @@ public:
   void execute(const char* sql);
 
   /// Runs the action in a write transaction: in the surrounding one, or in one
-  /// of its own. An exception undoes all of it.
-  template <typename Action> void write(Action action) {
+  /// of its own. An exception undoes all of it. Who says so calls
+  /// `syncSometimes` himself, as soon as what waits for the commit has begun.
+  enum class Sync { Now, Later };
+  template <typename Action> void write(Action action, Sync sync = Sync::Now) {
     if (inside_) {
       refuseBroken();
       try {
@@ -68,7 +70,9 @@ public:
       rollback();
       throw;
     }
-    syncSometimes();
+    if (sync == Sync::Now) {
+      syncSometimes();
+    }
   }
   /// Runs several questions on one state of the queue; others may write
   /// meanwhile.
@@ -91,6 +95,8 @@ public:
   std::int64_t lastId() const;
 
   void sync();
+  /// The same where there were commits and the last sync is a tenth of a second ago.
+  void syncSometimes();
 
   /// Keeps a file of some size beside the database, where its disk has plenty of
   /// room: it goes when the disk is full, so that there is room to write down
@@ -131,7 +137,6 @@ private:
   void commit();
   void rollback() noexcept;
   void refuseBroken() const;
-  void syncSometimes();
   bool syncLog();
   Kept& kept(const char* sql);
   std::string reserveFile() const;

@@ -153,11 +153,15 @@ bool Queue::ownsLogs(const JobRecord& job) const {
   return job.own && (job.logs == own.Text() || job.logs == own.Text() + impl_->suffix());
 }
 
-void Queue::inTransaction(const std::function<void()>& action) {
+void Queue::inTransaction(const std::function<void()>& action, Sync sync) {
   if (impl_->database.isInTransaction()) {
     throw QueueError{QueueError::Kind::Other, "A transaction of the queue was begun within another", ""};
   }
-  impl_->database.write(action);
+  impl_->database.write(action, sync == Sync::Now ? Database::Sync::Now : Database::Sync::Later);
+}
+
+void Queue::syncWhenDue() {
+  impl_->database.syncSometimes();
 }
 
 void Queue::inSnapshot(const std::function<void()>& action) {

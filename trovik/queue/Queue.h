@@ -61,8 +61,11 @@ public:
   bool ownsLogs(const JobRecord& job) const;
 
   /// Runs the action in one write transaction; what it throws undoes all of
-  /// it. Does not nest.
-  void inTransaction(const std::function<void()>& action);
+  /// it. Does not nest. A sync that is due comes with it, or with the call of
+  /// `syncWhenDue` that has to follow.
+  enum class Sync { Now, Later };
+  void inTransaction(const std::function<void()>& action, Sync sync = Sync::Now);
+  void syncWhenDue();
 
   /// Runs the action, which may only read, on one state of the queue. Takes no
   /// lock that others could wait for.

@@ -87,9 +87,10 @@ void ProgramRun::Advance(Moment now) {
     return;
   }
   if (!m_Exited && m_Program->Wait(m_Exit, false)) {
-    m_Exited = m_SomeLeft = true;
+    m_Exited = true;
+    m_SomeLeft = !m_Program->Remaining().empty();
     m_RestUntil = now + k_RestPatience;
-    if (m_Ended == Ended::ByItself && !m_Program->Remaining().empty()) {
+    if (m_Ended == Ended::ByItself && m_SomeLeft) {
       m_Program->Terminate();
     }
     ReadOutput(now);

@@ -13,6 +13,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <functional>
@@ -157,6 +158,26 @@ TEST(ProcessTest, ReadingTellsWaitingFromEnded) {
 
 TEST(ProcessTest, MoreOutputThanThePipeHoldsArrivesWhole) {
   EXPECT_EQ(OutputOf(StartOf({"flood", "6553600"})), std::string(6553600, 'x'));
+}
+
+TEST(ProcessTest, ThePipeIsEnlargedWhereThereIsMuchOutputOnly) {
+  const auto sizeAfter = [](const std::vector<String>& arguments) {
+    Process process(StartOf(arguments));
+    EXPECT_TRUE(BecomesReadable(process.OutputDescriptor()));
+    char buffer[65536];
+    EXPECT_GT(process.ReadOutput(buffer, sizeof(buffer)), 0);
+    return fcntl(process.OutputDescriptor(), F_GETPIPE_SZ);
+  };
+  std::array<int, 2> ends{};
+  ASSERT_EQ(pipe(ends.data()), 0);
+  const Descriptor reader(ends[0]);
+  const Descriptor writer(ends[1]);
+  const int usual = fcntl(reader.Number(), F_GETPIPE_SZ);
+  EXPECT_EQ(sizeAfter({"both"}), usual);
+  if (fcntl(reader.Number(), F_SETPIPE_SZ, 1 << 20) < 0) {
+    GTEST_SKIP() << "this user may not have larger pipes";
+  }
+  EXPECT_GT(sizeAfter({"flood", "6553600"}), usual);
 }
 
 TEST(ProcessTest, ExitDescriptorTellsTheEndAndGoesWithReaping) {

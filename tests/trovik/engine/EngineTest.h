@@ -3,6 +3,7 @@
 #include "tests/trovik/TestJobs.h"
 #include "trovik/engine/LocalEngine.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,33 +15,40 @@ using Events = std::vector<std::string>;
 class Recorder final : public RunEvents {
 public:
   Events events;
+  std::function<void(const std::string& event)> watch; ///< hears of each
 
   void runStarted(const RunInfo& info) override {
-    events.push_back("run " + info.range + " frames=" + std::to_string(info.frames) +
-                     " works=" + std::to_string(info.works) + " slots=" + std::to_string(info.slots));
+    note("run " + info.range + " frames=" + std::to_string(info.frames) +
+         " works=" + std::to_string(info.works) + " slots=" + std::to_string(info.slots));
   }
   void workStarted(const WorkInfo& work) override {
-    events.push_back("start " + work.title() + " " + std::to_string(work.attempt) + "/" +
-                     std::to_string(work.attempts));
+    note("start " + work.title() + " " + std::to_string(work.attempt) + "/" + std::to_string(work.attempts));
   }
   void image(const WorkInfo& work, const Path& file) override {
-    events.push_back("image " + work.title() + " " + file.Leaf(true));
+    note("image " + work.title() + " " + file.Leaf(true));
   }
   void workEnded(const WorkInfo& work, const WorkResult& result) override {
     const char* verdict = result.verdict == Verdict::Good     ? "good "
                           : result.verdict == Verdict::Failed ? "failed "
                           : result.verdict == Verdict::Lost   ? "lost "
                                                               : "canceled ";
-    events.push_back(verdict + work.title() + (result.again ? " again" : "") +
-                     (result.reason.empty() ? "" : ": " + result.reason));
+    note(verdict + work.title() + (result.again ? " again" : "") +
+         (result.reason.empty() ? "" : ": " + result.reason));
     lines = result.lines;
     log = result.log;
     duration = result.duration;
   }
   void interrupted(int times, std::size_t running) override {
-    events.push_back("interrupted " + std::to_string(times) + " running=" + std::to_string(running));
+    note("interrupted " + std::to_string(times) + " running=" + std::to_string(running));
   }
-  void runEnded(const RunSummary& /*summary*/) override { events.emplace_back("end"); }
+  void runEnded(const RunSummary& /*summary*/) override { note("end"); }
+
+  void note(const std::string& event) {
+    events.push_back(event);
+    if (watch) {
+      watch(event);
+    }
+  }
 
   // Of the attempt that ended last.
   std::vector<std::string> lines;
