@@ -41,8 +41,7 @@
 namespace {
 
 constexpr const char* k_Function = "Process";
-// A larger pipe halves what reading costs; but making it costs as much as all else
-// that a program without output needs of it.
+// It halves what reading costs, and to make it costs as much as a short program.
 constexpr int k_PipeSize = 1 << 20;
 constexpr ssize_t k_MuchOutput = 4096;
 constexpr int k_SignalBase = 128;
@@ -381,9 +380,8 @@ ssize_t Process::ReadOutput(char* buffer, std::size_t size) {
     const ssize_t count = read(m_Output, buffer, size);
     if (count > 0) {
       if (!m_Enlarged && count >= k_MuchOutput) {
-        // A wish; unprivileged users have a common limit.
         m_Enlarged = true;
-        fcntl(m_Output, F_SETPIPE_SZ, k_PipeSize);
+        fcntl(m_Output, F_SETPIPE_SZ, k_PipeSize); // a wish: unprivileged users have a common limit
       }
       return count;
     }

@@ -1,3 +1,4 @@
+#include "tests/module/CodePageCase.h"
 #include "tests/module/ModuleTest.h"
 
 #include <random>
@@ -490,16 +491,6 @@ protected:
 TEST_F(RandomOutputTest, LinesAreJudgedAsALiteralReadingOfTheRulesJudgesThem) {
   Compare();
 }
-
-/// Lower case as an old single-byte code page has it, and blanks of its own.
-class CodePageCase : public std::ctype<char> {
-protected:
-  char do_tolower(char byte) const override {
-    const auto value = static_cast<unsigned char>(byte);
-    return value >= 0xC0 && value <= 0xDE ? static_cast<char>(value + 0x20)
-                                          : std::ctype<char>::do_tolower(byte);
-  }
-};
 
 class CodePageTest : public RandomOutputTest {
 protected:

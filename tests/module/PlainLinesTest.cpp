@@ -1,6 +1,7 @@
 // Output that goes to a job in whole blocks leaves just what it leaves line by line.
 
 #include "host/application/jobs/PlainLines.h"
+#include "tests/module/CodePageCase.h"
 #include "tests/module/ModuleTest.h"
 
 #include <array>
@@ -12,16 +13,6 @@ using namespace std::string_view_literals;
 
 constexpr std::array k_Lists = {"ImageStartText", "ImageEndText", "ImageNotEndText", "SuccessTexts",
                                 "ErrorStarts",    "ErrorIgnores", "RequiredTexts",   "NoRetryTexts"};
-
-/// Lower case as an old single-byte code page has it.
-class OldCodePage : public std::ctype<char> {
-protected:
-  char do_tolower(char byte) const override {
-    const auto value = static_cast<unsigned char>(byte);
-    return value >= 0xC0 && value <= 0xDE ? static_cast<char>(value + 0x20)
-                                          : std::ctype<char>::do_tolower(byte);
-  }
-};
 
 class PlainLinesTest : public ModuleTest {
 protected:
@@ -74,7 +65,7 @@ protected:
 
 TEST_F(PlainLinesTest, BlocksOfOutputLeaveWhatTheirLinesLeave) {
   SCOPED_TRACE("seed " + std::to_string(m_Seed));
-  const std::locale codePage(std::locale::classic(), new OldCodePage());
+  const std::locale codePage(std::locale::classic(), new CodePageCase());
   const UID type = LoadType("Name=Lines\n[OverrideDefaults]\nStartDirectory=/start\n");
   std::size_t images = 0;
   std::size_t errors = 0;
