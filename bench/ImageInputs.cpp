@@ -65,7 +65,8 @@ std::string filteredLines(int number, int bytes) {
     for (int x = 0; x < width; ++x) {
       for (int channel = 0; channel < 3; ++channel) {
         const auto value = static_cast<unsigned>(picture.at(x, y, channel) * 65535.0F);
-        const auto place = static_cast<std::size_t>(x * pixel + channel * bytes);
+        const std::size_t place = static_cast<std::size_t>(x) * static_cast<std::size_t>(pixel) +
+                                  static_cast<std::size_t>(channel) * static_cast<std::size_t>(bytes);
         line[place] = static_cast<char>(value >> 8U);
         if (bytes == 2) {
           line[place + 1] = static_cast<char>(value);
@@ -121,7 +122,8 @@ std::vector<ImageFile> writeAll(const std::string& directory, const std::string&
                                 Write write) {
   std::vector<ImageFile> files;
   for (int i = 0; i < count; ++i) {
-    const std::string name = directory + "/frame." + std::to_string(i + 1000) + extension;
+    std::string name = directory;
+    name.append("/frame.").append(std::to_string(i + 1000)).append(extension);
     if (i < kinds) {
       files.push_back(write(name, i));
     } else {

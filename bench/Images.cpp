@@ -39,6 +39,7 @@ void requireGood(const std::vector<Inspection>& inspections) {
 
 std::vector<Path> pathsOf(const std::vector<ImageFile>& files) {
   std::vector<Path> paths;
+  paths.reserve(files.size());
   for (const ImageFile& file : files) {
     paths.emplace_back(file.name);
   }

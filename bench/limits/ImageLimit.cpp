@@ -65,8 +65,8 @@ void exrLimit(const std::string& file) {
   Imf::setGlobalThreadCount(0);
   Imf::InputFile input(file.c_str());
   const Imath::Box2i window = input.header().dataWindow();
-  const auto width = static_cast<std::size_t>(window.max.x - window.min.x + 1);
-  const auto height = static_cast<std::size_t>(window.max.y - window.min.y + 1);
+  const auto width = static_cast<std::size_t>(window.max.x - window.min.x) + 1;
+  const auto height = static_cast<std::size_t>(window.max.y - window.min.y) + 1;
   std::size_t channels = 0;
   for (auto channel = input.header().channels().begin(); channel != input.header().channels().end();
        ++channel) {
