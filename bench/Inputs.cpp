@@ -91,6 +91,29 @@ LogTexts someTexts(int count) {
   return texts;
 }
 
+std::string logType(const std::string& id, const std::string& name, const LogTexts& texts) {
+  std::string text = "[Module]\nID=" + id + "\nName=" + name + "\nErrorDetectPosition=Yes\nImageStartText=";
+  for (const std::string& image : texts.images) {
+    text += '"' + image + "\";";
+  }
+  text.pop_back();
+  text += "\nImageEndText=" + texts.imageEnd + "\n\n[SuccessText]\n1=" + texts.success + "\n\n[ErrorText]\n";
+  for (std::size_t i = 0; i < texts.errors.size(); ++i) {
+    text += std::to_string(i) + '=' + texts.errors[i] + '\n';
+  }
+  return text;
+}
+
+std::string logPatterns(const LogTexts& texts) {
+  std::string lines = texts.success + '\n';
+  for (const auto* list : {&texts.images, &texts.errors}) {
+    for (const std::string& text : *list) {
+      lines += text + '\n';
+    }
+  }
+  return lines;
+}
+
 std::uint64_t Random::next() {
   state_ += 0x9e3779b97f4a7c15;
   std::uint64_t mixed = state_;

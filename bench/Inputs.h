@@ -36,6 +36,12 @@ const LogTexts& usualTexts();
 /// usual ones) or 60.
 LogTexts someTexts(int count);
 
+/// A type file that judges a log by these texts.
+std::string logType(const std::string& id, const std::string& name, const LogTexts& texts);
+
+/// The texts, a line each.
+std::string logPatterns(const LogTexts& texts);
+
 /// What a right reading finds in a log.
 struct LogFacts {
   std::size_t bytes = 0;

@@ -32,17 +32,7 @@ std::string typeId(int number) {
 }
 
 std::string typeOfTheLog(int number, const LogTexts& texts) {
-  std::string text = "[Module]\nID=" + typeId(number) + "\nName=Log " + std::to_string(number) +
-                     "\nErrorDetectPosition=Yes\nImageStartText=";
-  for (const std::string& image : texts.images) {
-    text += '"' + image + "\";";
-  }
-  text.pop_back();
-  text += "\nImageEndText=" + texts.imageEnd + "\n\n[SuccessText]\n1=" + texts.success + "\n\n[ErrorText]\n";
-  for (std::size_t i = 0; i < texts.errors.size(); ++i) {
-    text += std::to_string(i) + '=' + texts.errors[i] + '\n';
-  }
-  return text;
+  return logType(typeId(number), "Log " + std::to_string(number), texts);
 }
 
 // A log, its texts and the type of them.
@@ -183,13 +173,7 @@ std::vector<Row> lineRows(const Setup& setup) {
   std::filesystem::create_directory(types);
   const LogTexts& texts = usualTexts();
   writeFile(types + "/log.tvx", typeOfTheLog(1, texts));
-  std::string lines = texts.success + '\n';
-  for (const auto* list : {&texts.images, &texts.errors}) {
-    for (const std::string& text : *list) {
-      lines += text + '\n';
-    }
-  }
-  writeFile(patterns, lines);
+  writeFile(patterns, logPatterns(texts));
   const std::string file = setup.directory + "/log";
   const Log log{file, writeLog(file, setup.quick ? 2'000'000 : 200'000'000), texts, 1};
   ModuleLoader loader;

@@ -13,7 +13,8 @@
 #       page   to drive the page in a browser
 #       catalogue  the programs of all shipped types (1.4 GB)
 #       tidy   to run clang-format and clang-tidy
-#       bench  to build the benchmarks; that of the page needs the set page, too
+#       bench  to build the benchmarks, draw curves and measure peers; that of the
+#              page needs the set page, too
 #       package  to make the Debian packages
 #       fresh  to make bare Debian systems, as tests/fresh does
 set -euo pipefail
@@ -41,7 +42,7 @@ declare -A packages=(
   [page]="chromium nodejs npm"
   [catalogue]="blender darktable ffmpeg ghostscript gnuplot-nox imagemagick inkscape librsvg2-bin mandelbulber2 openimageio-tools openscad poppler-utils povray povray-includes python3 synfig tachyon xauth xvfb"
   [tidy]="clang-format clang-tidy git"
-  [bench]="libbenchmark-dev libopenexr-dev openimageio-tools sqlite3"
+  [bench]="gnuplot-nox imagemagick libbenchmark-dev libinih-dev libopenexr-dev libsimpleini-dev openimageio-tools parallel sqlite3"
   [package]="debhelper dpkg-dev git lintian"
   [fresh]="debootstrap git zstd"
 )

@@ -112,7 +112,7 @@ cached() { sed -n "s/^$1:[A-Z]*=//p" "$build/CMakeCache.txt"; }
 
 ### What is called: "KIND<TAB>PLACE<TAB>NAME", the first place of each area
 
-mapfile -t scripts < <(sources '*.sh' .ci/run bench/run bench/page)
+mapfile -t scripts < <(sources '*.sh' .ci/run bench/growth bench/page bench/peers bench/run)
 for file in "${scripts[@]}"; do
   # shellcheck disable=SC2094  # only its name
   shfmt --language-dialect bash --filename "$file" --to-json <"$file"
