@@ -15,9 +15,10 @@ number() { # OPTION VALUE
 # and a queue of its own. All is in a folder that goes at the end.
 prepare() { # PRESET
   scripts/build.sh "$1" trovik trovik-image Tessivar
-  scripts/build.sh bench trovik_bench_contest
+  scripts/build.sh bench trovik_bench_contest trovik_bench_limits
   trovik=$PWD/build/$1/bin/trovik
   contest=$PWD/build/bench/bench/trovik_bench_contest
+  limits=$PWD/build/bench/bench/trovik_bench_limits
   TMPDIR=$(mktemp -d)
   export TMPDIR
   trap clean EXIT
