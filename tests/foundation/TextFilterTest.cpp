@@ -173,6 +173,7 @@ TEST(TextFilterTest, FirstLineOfABlockThatHoldsATextIsTheOneOfAPlainSearch) {
 
 TEST(TextFilterTest, ManyTextsInABlockAreAllFoundInBothWays) {
   std::vector<String> texts;
+  texts.reserve(60);
   for (int i = 0; i < 60; ++i) {
     texts.push_back("text " + std::to_string(i) + " of many");
   }
