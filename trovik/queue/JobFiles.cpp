@@ -14,23 +14,27 @@
 namespace trovik {
 namespace {
 
-/// Which attempt made which frames good.
+/// Which attempt made which frames good. There may be a million such works.
 class GoodWorks {
 public:
   GoodWorks(Queue& queue, const JobRecord& job) : hasFrames_(job.hasFrames) {
     for (const WorkRecord& work : queue.works(job.id, WorkState::Good)) {
-      frames_[work.attempt].add(work.run);
-      works_.emplace(work.run.First, work);
+      byFrame_.push_back({work.run, work.attempt});
     }
+    byAttempt_ = byFrame_;
+    std::sort(byFrame_.begin(), byFrame_.end(),
+              [](const Work& a, const Work& b) { return a.run.First < b.run.First; });
+    std::sort(byAttempt_.begin(), byAttempt_.end(), Earlier());
   }
 
   /// The attempt of a good frame; nothing for another one.
   std::optional<AttemptId> attemptOf(int frame) const {
-    const auto after = works_.upper_bound(frame);
-    if (after == works_.begin() || std::prev(after)->second.run.Last < frame) {
+    const auto after = std::upper_bound(byFrame_.begin(), byFrame_.end(), frame,
+                                        [](int value, const Work& work) { return value < work.run.First; });
+    if (after == byFrame_.begin() || std::prev(after)->run.Last < frame) {
       return std::nullopt;
     }
-    return std::prev(after)->second.attempt;
+    return std::prev(after)->attempt;
   }
 
   /// Whether it ended so that its good frames, or the whole job, are good by the
@@ -43,18 +47,34 @@ public:
       const std::optional<AttemptId> attempt = attemptOf(*file.frame);
       return attempt && (file.attempt == 0 || file.attempt == *attempt);
     }
-    return file.attempt == 0 ? !works_.empty() : frames_.contains(file.attempt);
+    return file.attempt == 0
+               ? !byAttempt_.empty()
+               : std::binary_search(byAttempt_.begin(), byAttempt_.end(), file.attempt, Earlier());
   }
 
   RunSet framesOf(AttemptId attempt) const {
-    const auto found = frames_.find(attempt);
-    return found == frames_.end() || !hasFrames_ ? RunSet() : found->second;
+    RunSet frames;
+    if (hasFrames_) {
+      const auto [begin, end] = std::equal_range(byAttempt_.begin(), byAttempt_.end(), attempt, Earlier());
+      std::for_each(begin, end, [&](const Work& work) { frames.add(work.run); });
+    }
+    return frames;
   }
 
 private:
+  struct Work {
+    FrameRun run;
+    AttemptId attempt = 0;
+  };
+  struct Earlier {
+    static AttemptId of(AttemptId attempt) { return attempt; }
+    static AttemptId of(const Work& work) { return work.attempt; }
+    template <typename A, typename B> bool operator()(const A& a, const B& b) const { return of(a) < of(b); }
+  };
+
   bool hasFrames_;
-  std::map<int, WorkRecord> works_;
-  std::map<AttemptId, RunSet> frames_;
+  std::vector<Work> byFrame_;
+  std::vector<Work> byAttempt_;
 };
 
 std::string whyNone(const FileRecord& file, const GoodWorks& works) {
@@ -80,6 +100,9 @@ std::string problemSince(const FileRecord& file, const FileRecord& last) {
 
 std::vector<JobFile> filesOf(Queue& queue, const JobView& view) {
   const std::vector<FileRecord> records = queue.files(view.job.id);
+  if (records.empty()) {
+    return {};
+  }
   const GoodWorks works(queue, view.job);
   std::unordered_map<std::string_view, std::size_t> last; // by path
   std::map<int, AttemptId> sources;                       // of each frame the newest
