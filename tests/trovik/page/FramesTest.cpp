@@ -55,6 +55,18 @@ protected:
   }
 };
 
+TEST_F(PageFramesTest, AFrameOfAQuickPacketHasATime) {
+  const JobId id = queue.submit(jobOf("1-1000"));
+  Outcome outcome = good(take().attempt);
+  outcome.duration = std::chrono::milliseconds(300);
+  queue.settle(outcome);
+  const Revisions revisions{1, 1, {}};
+  PageAnswers answers(queue, revisions, inspector);
+  const Json cells = Json::parse(answers.cells(id));
+  EXPECT_EQ(cells["seconds"].size(), 1000U);
+  EXPECT_EQ(cells["seconds"][999], 0.0003);
+}
+
 TEST_F(PageFramesTest, ALogIsReadFromAnyByteOn) {
   queue.submit(jobOf("1"));
   const std::string text(200'000, 'x');

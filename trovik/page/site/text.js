@@ -48,6 +48,9 @@ export function duration(seconds) {
     return "";
   }
   const s = Math.max(0, seconds);
+  if (s > 0 && s < 0.0995) {
+    return `${(s * 1000).toFixed(s < 0.00995 ? 1 : 0)} ms`;
+  }
   if (s < 9.95) {
     return `${s.toFixed(1)} s`;
   }
