@@ -63,8 +63,8 @@ std::vector<Row> loadingRows(const Setup& setup) {
   });
   race.run(setup.rounds);
   const std::string path = std::to_string(count) + " type files";
-  return {ratioRow(path + ", IniFile", race, parse, limit, 1.5),
-          ratioRow(path + ", OnModuleLoad", race, records, limit, 1.5)};
+  return {ratioRow(path + ", IniFile", race, parse, limit, 1.3),
+          ratioRow(path + ", OnModuleLoad", race, records, limit, 1.6)};
 }
 
 } // namespace bench
