@@ -31,7 +31,7 @@ prepare() { # PRESET
   export TROVIK_SETTINGS=$TMPDIR/settings.ini TROVIK_OPTIONS=$TMPDIR/options.ini
   touch "$TROVIK_SETTINGS" "$TROVIK_OPTIONS"
   export LC_ALL=C
-  spec=$TMPDIR/spec
+  programs=$TMPDIR/programs
 }
 
 running=
@@ -44,11 +44,11 @@ clean() {
 
 also() { # WORD...
   local IFS=$'\t'
-  printf 'also\t%s\n' "$*" >>"$spec"
+  printf 'also\t%s\n' "$*" >>"$programs"
 }
 timed() { # GROUP NAME UNITS WORD...
   local IFS=$'\t'
-  printf 'time\t%s\n' "$*" >>"$spec"
+  printf 'time\t%s\n' "$*" >>"$programs"
 }
 
 # Runs what was told by "also" and "timed". The table of it is in $TMPDIR/table,
@@ -58,11 +58,11 @@ run_rounds() { # ROUNDS
   mkdir "$TMPDIR/printed"
   local status=0
   # In a group of its own, so that it can be ended with all that it runs.
-  setsid "$contest" rounds "$1" "$spec" "$TMPDIR/printed" </dev/null >"$TMPDIR/table" 2>"$TMPDIR/said" &
+  setsid "$contest" rounds "$1" "$programs" "$TMPDIR/printed" </dev/null >"$TMPDIR/table" 2>"$TMPDIR/said" &
   running=$!
   wait "$running" || status=$?
   running=
-  rm "$spec"
+  rm "$programs"
   [ "$status" -eq 0 ] || {
     tail -n 20 "$TMPDIR/said" >&2
     fail "the measurement was given up; the reason is above"
