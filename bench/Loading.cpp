@@ -4,12 +4,9 @@
 #include "bench/Inputs.h"
 #include "bench/ModuleUnderTest.h"
 #include "bench/Race.h"
+#include "bench/TypeFiles.h"
 #include "bench/limits/Limits.h"
 #include "host/application/Module.h"
-#include "host/foundation/FileFinder.h"
-#include "host/foundation/IniFile.h"
-
-#include <memory>
 
 namespace bench {
 
@@ -33,21 +30,9 @@ std::vector<Row> loadingRows(const Setup& setup) {
   });
   const std::size_t parse = race.enter([&] {
     const Stopwatch watch;
-    std::vector<std::unique_ptr<IniFile>> files;
-    FileFinder finder;
-    for (bool more = finder.Find(Path(directory + "/*.tvx")); more; more = finder.Next()) {
-      files.push_back(std::make_unique<IniFile>());
-      files.back()->SetFilename(finder.Name());
-      files.back()->Load(true, true);
-    }
+    const TypeFiles files = loadTypes(directory);
     const Cost cost = watch.stop();
-    std::size_t entries = 0;
-    for (const auto& file : files) {
-      for (const String& section : file->SectionNames()) {
-        entries += file->Entries(section).size();
-      }
-    }
-    require(entries == facts.entries, "IniFile read the files wrongly");
+    require(entriesOf(files) == facts.entries, "IniFile read the files wrongly");
     return cost;
   });
   const std::size_t records = race.enter([&] {

@@ -2,10 +2,9 @@
 
 #include "bench/ModuleUnderTest.h"
 #include "bench/Race.h"
+#include "bench/TypeFiles.h"
 #include "bench/limits/Limits.h"
 #include "host/application/Module.h"
-#include "host/foundation/FileFinder.h"
-#include "host/foundation/IniFile.h"
 
 #define SI_NO_CONVERSION
 #define SI_IMPLEMENTATION
@@ -36,20 +35,7 @@ std::size_t byLimit(const std::string& directory) {
 }
 
 std::size_t byIniFile(const std::string& directory) {
-  std::vector<std::unique_ptr<IniFile>> files;
-  FileFinder finder;
-  for (bool more = finder.Find(Path(directory + "/*.tvx")); more; more = finder.Next()) {
-    files.push_back(std::make_unique<IniFile>());
-    files.back()->SetFilename(finder.Name());
-    files.back()->Load(true, true);
-  }
-  std::size_t entries = 0;
-  for (const auto& file : files) {
-    for (const String& section : file->SectionNames()) {
-      entries += file->Entries(section).size();
-    }
-  }
-  return entries;
+  return entriesOf(loadTypes(directory));
 }
 
 std::size_t byModule(const std::string& directory) {
