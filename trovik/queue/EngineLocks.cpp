@@ -1,18 +1,24 @@
 #include "trovik/queue/EngineLocks.h"
 
+#include "host/foundation/WholeNumber.h"
 #include "host/foundation/WriteFile.h"
 #include "trovik/queue/QueueError.h"
 #include "trovik/text/Text.h"
 
+#include <array>
 #include <cerrno>
 #include <fcntl.h>
 #include <string>
+#include <string_view>
 #include <sys/file.h>
 #include <system_error>
+#include <unistd.h>
 #include <utility>
 
 namespace trovik {
 namespace {
+
+constexpr std::size_t noteSize = 20; // the digits of any number, and a line feed
 
 [[noreturn]] void fail(const Path& file, const std::error_code& error) {
   const bool full = error == std::errc::no_space_on_device || error.value() == EDQUOT;
@@ -64,6 +70,36 @@ bool EngineLocks::take(EngineId engine) {
   }
   held_.emplace(engine, std::move(descriptor));
   return true;
+}
+
+void EngineLocks::note(EngineId engine, std::int64_t number) {
+  const auto held = held_.find(engine);
+  // Always of the same length, so that one write replaces the one before.
+  std::string text = std::to_string(number);
+  text.insert(0, noteSize - 1 - text.size(), '0');
+  text += '\n';
+  const ssize_t written =
+      held == held_.end() ? -1 : pwrite(held->second.Number(), text.data(), text.size(), 0);
+  if (written != static_cast<ssize_t>(text.size())) {
+    const int error = written < 0 ? errno : ENOSPC;
+    throw QueueError{error == ENOSPC || error == EDQUOT ? QueueError::Kind::Full : QueueError::Kind::Other,
+                     "Cannot write " + inQuotes(fileOf(engine).Text()) + ": " +
+                         std::error_code(error, std::generic_category()).message(),
+                     "look whether its disk is full or damaged"};
+  }
+}
+
+std::optional<std::int64_t> EngineLocks::noted(EngineId engine) const {
+  const auto held = held_.find(engine);
+  if (held == held_.end()) {
+    return std::nullopt;
+  }
+  std::array<char, noteSize + 1> text{};
+  const ssize_t count = pread(held->second.Number(), text.data(), text.size(), 0);
+  if (count != static_cast<ssize_t>(noteSize) || text[noteSize - 1] != '\n') {
+    return std::nullopt;
+  }
+  return ReadWholeNumber<std::int64_t>(std::string_view(text.data(), noteSize - 1));
 }
 
 bool EngineLocks::takeCluster() {

@@ -3,7 +3,9 @@
 #include "host/foundation/Descriptor.h"
 #include "trovik/records/Records.h"
 
+#include <cstdint>
 #include <map>
+#include <optional>
 
 namespace trovik {
 
@@ -32,6 +34,13 @@ public:
   /// Whether somebody else holds the lock. Asking never takes it from those
   /// who ask at the same time.
   bool isHeldElsewhere(EngineId engine) const;
+
+  /// Puts a number into the file of an engine whose lock this object holds.
+  /// Throws QueueError where it cannot. It outlives the process, not the machine.
+  void note(EngineId engine, std::int64_t number);
+  /// The number that was put there last, by whoever had the lock that this
+  /// object holds; nothing where there is none.
+  std::optional<std::int64_t> noted(EngineId engine) const;
 
   /// The lock of the cluster, "cluster.lock": the same for the right to submit
   /// to it. True also where this object holds it already.

@@ -203,8 +203,21 @@ public:
   /// never of jobs in `without`. Each claim is a running attempt from then on.
   /// With a check of the memory none that its machine cannot hold beside those
   /// that run; but one always, where none runs.
+  ///
+  /// `ahead` asks for more, for which there are no slots yet. They come last, in
+  /// the order in which they may begin, and only of jobs whose works wait for
+  /// nothing but a slot.
   std::vector<Claim> claim(EngineId engine, std::size_t count, std::optional<JobId> only,
-                           const std::vector<JobId>& without = {}, MemoryCheck* memory = nullptr);
+                           const std::vector<JobId>& without = {}, MemoryCheck* memory = nullptr,
+                           const ClaimsAhead& ahead = {});
+  /// The engine begins this attempt that was claimed ahead, and will begin none
+  /// before it any more; or, with 0, may claim ahead from now on. No transaction,
+  /// and no sync: who finds the engine dead knows by it what had not begun, as long
+  /// as the machine was not started anew.
+  void noteBegun(EngineId engine, AttemptId attempt);
+  /// Undoes claims of which nothing was started: the works are as before. Of a
+  /// job that is being canceled they are canceled.
+  void giveBack(const std::vector<AttemptId>& attempts);
   /// The process group of a running attempt, and what files were there before
   /// (see FilesBefore).
   void noteProcess(AttemptId attempt, int process, const std::string& filesBefore = {});

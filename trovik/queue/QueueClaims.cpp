@@ -22,10 +22,17 @@ JobToBegin jobToBegin(Query& row) {
   return job;
 }
 
+/// What waits for nothing but a slot. Else a work that is claimed and not begun
+/// would take from others what is scarce.
+bool mayBeAhead(const JobToBegin& job) {
+  return !job.follows && !job.autoPackets && !Scarce::counts(job);
+}
+
 } // namespace
 
 std::vector<Claim> Queue::claim(EngineId engine, std::size_t count, std::optional<JobId> only,
-                                const std::vector<JobId>& without, MemoryCheck* memory) {
+                                const std::vector<JobId>& without, MemoryCheck* memory,
+                                const ClaimsAhead& ahead) {
   std::vector<Claim> claims;
   if (!impl_->entered.contains(engine)) {
     // Nobody would recover its works when this process dies.
@@ -48,7 +55,7 @@ std::vector<Claim> Queue::claim(EngineId engine, std::size_t count, std::optiona
     if (memory != nullptr) {
       memory->waits.clear();
     }
-    impl_->findReady(count, only, without, claims, &found, memory);
+    impl_->findReady(count, only, without, claims, &found, memory, ahead);
     for (const JobId job : found.waiting) {
       Query(impl_->database, statements::startJob, job, found.start).run();
     }
@@ -60,15 +67,20 @@ std::vector<Claim> Queue::claim(EngineId engine, std::size_t count, std::optiona
 }
 
 void Queue::Impl::findReady(std::size_t count, std::optional<JobId> only, const std::vector<JobId>& without,
-                            std::vector<Claim>& claims, Found* found, MemoryCheck* memory) {
+                            std::vector<Claim>& claims, Found* found, MemoryCheck* memory,
+                            const ClaimsAhead& ahead) {
   Scarce scarce(database, memory);
-  for (Query jobs(database, statements::openJobs); claims.size() < count && jobs.next();) {
+  const std::size_t most = count + ahead.count;
+  for (Query jobs(database, statements::openJobs); claims.size() < most && jobs.next();) {
     const JobToBegin job = jobToBegin(jobs);
     if ((only && job.id != *only) || std::find(without.begin(), without.end(), job.id) != without.end()) {
       continue;
     }
     const std::size_t before = claims.size();
-    const std::size_t allowed = scarce.allowed(job, count - before);
+    const bool isAhead = ahead.count > 0 && mayBeAhead(job) &&
+                         std::find(ahead.jobs.begin(), ahead.jobs.end(), job.id) != ahead.jobs.end();
+    const std::size_t wanted = (isAhead ? most : std::max(count, before)) - before;
+    const std::size_t allowed = wanted == 0 ? 0 : scarce.allowed(job, wanted);
     if (allowed == 0) {
       continue;
     }
@@ -77,6 +89,7 @@ void Queue::Impl::findReady(std::size_t count, std::optional<JobId> only, const 
     } else {
       readyClaims(job.id, allowed, claims);
       for (std::size_t place = before; found != nullptr && place < claims.size(); ++place) {
+        claims[place].ahead = place >= count;
         begin(claims[place], *found);
       }
     }
@@ -92,7 +105,7 @@ void Queue::Impl::findReady(std::size_t count, std::optional<JobId> only, const 
 
 void Queue::Impl::begin(Claim& claim, const Found& found) {
   Query(database, statements::insertAttempt, claim.job, claim.work, found.engine, claim.run.First,
-        claim.run.Last, claim.number, found.start)
+        claim.run.Last, claim.number, found.start, claim.ahead)
       .run();
   claim.attempt = database.lastId();
   claim.mark = markOf(claim.attempt);
@@ -109,6 +122,45 @@ void Queue::Impl::readyClaims(JobId job, std::size_t count, std::vector<Claim>& 
     claim.tries = row.integer();
     claims.push_back(std::move(claim));
   }
+}
+
+void Queue::noteBegun(EngineId engine, AttemptId attempt) {
+  impl_->locks.note(engine, attempt);
+}
+
+void Queue::giveBack(const std::vector<AttemptId>& attempts) {
+  impl_->database.write([&] {
+    for (const AttemptId attempt : attempts) {
+      impl_->giveBack(attempt);
+    }
+  });
+}
+
+void Queue::Impl::giveBack(AttemptId attempt) {
+  Work work;
+  Settling settling;
+  if (!readSettling(attempt, settling, work)) {
+    return;
+  }
+  if (settling.canceling) { // then its work is not to become ready
+    Outcome outcome;
+    outcome.attempt = attempt;
+    outcome.state = AttemptState::Canceled;
+    outcome.rule = VerdictRule::Canceled;
+    outcome.reason = "Not started";
+    settleWorks(outcome, settling, {&work, 1});
+    return;
+  }
+  Query(database, statements::keepLastAttempt).run();
+  AttemptId before = 0;
+  if (work.attempts > 1) {
+    Query row(database, statements::attemptBefore, work.job, attempt, work.run.First, work.run.Last);
+    before = row.next() ? row.number() : 0;
+  }
+  Query(database, statements::giveBackWork, work.id, before).run();
+  Query(database, statements::dropAttempt, attempt).run();
+  Query(database, statements::unstartJob, work.job).run();
+  Query(database, statements::unblock, work.job).run();
 }
 
 void Queue::noteProcess(AttemptId attempt, int process, const std::string& filesBefore) {

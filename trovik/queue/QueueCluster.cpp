@@ -283,7 +283,7 @@ EngineId Queue::Impl::clusterEngine() {
 
 AttemptId Queue::Impl::insertArrayAttempt(const OpenArrayWork& given, WorkId work, Moment started) {
   Query(database, statements::insertAttempt, given.job, work, clusterEngine(), given.run.First,
-        given.run.Last, given.number, started)
+        given.run.Last, given.number, started, false)
       .run();
   const AttemptId attempt = database.lastId();
   if (given.startsJob) {

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <optional>
 #include <unistd.h>
 
 // Which engines there are, and what became of the works of those that died.
@@ -27,11 +28,14 @@ std::vector<EngineId> Queue::Impl::aliveEngines() {
   return engines;
 }
 
-std::vector<AttemptId> Queue::Impl::runningOf(EngineId engine) {
+std::vector<AttemptId> Queue::Impl::runningOf(EngineId engine, Ahead ahead) {
   std::vector<AttemptId> attempts;
   Query row(database, statements::runningOfEngine, engine);
   while (row.next()) {
-    attempts.push_back(row.number());
+    const AttemptId attempt = row.number();
+    if (const bool perhapsNotBegun = row.flag(); ahead == Ahead::With || !perhapsNotBegun) {
+      attempts.push_back(attempt);
+    }
   }
   std::sort(attempts.begin(), attempts.end());
   return attempts;
@@ -108,8 +112,11 @@ std::vector<LostAttempt> Queue::takeLost() {
     impl_->database.write([&] {
       for (const EngineId engine : dead) {
         // Another process may have put it away before its lock was free.
-        const std::vector<AttemptId> running =
-            impl_->isAlive(engine) ? impl_->runningOf(engine) : std::vector<AttemptId>();
+        std::vector<AttemptId> running;
+        if (impl_->isAlive(engine)) {
+          impl_->giveBackUnbegun(engine);
+          running = impl_->runningOf(engine);
+        }
         if (running.empty()) {
           impl_->putAway(engine, "died");
           gone.push_back(engine);
@@ -131,6 +138,22 @@ std::vector<LostAttempt> Queue::takeLost() {
     impl_->locks.remove(engine);
   }
   return result;
+}
+
+/// Works that are claimed ahead begin in the order of their attempts, and each is
+/// noted before. What was noted is only sure as long as the machine runs.
+void Queue::Impl::giveBackUnbegun(EngineId engine) {
+  const std::optional<AttemptId> begun = locks.noted(engine);
+  if (!begun) {
+    return;
+  }
+  std::vector<AttemptId> unbegun;
+  for (Query row(database, statements::aheadOfEngine, engine, bootId(), *begun); row.next();) {
+    unbegun.push_back(row.number());
+  }
+  for (const AttemptId attempt : unbegun) {
+    giveBack(attempt);
+  }
 }
 
 LostAttempt Queue::Impl::lostAttempt(AttemptId id, Queue& queue) {

@@ -96,7 +96,8 @@ public:
   /// until there are `count`. They begin where `found` says so; else they are
   /// claims that lack their attempts.
   void findReady(std::size_t count, std::optional<JobId> only, const std::vector<JobId>& without,
-                 std::vector<Claim>& claims, Found* found = nullptr, MemoryCheck* memory = nullptr);
+                 std::vector<Claim>& claims, Found* found = nullptr, MemoryCheck* memory = nullptr,
+                 const ClaimsAhead& ahead = {});
   void readyClaims(JobId job, std::size_t count, std::vector<Claim>& claims);
   /// The same for a job whose packets get their frames now.
   void claimPackets(JobId job, std::size_t count, const Found& found, std::vector<Claim>& claims);
@@ -132,7 +133,14 @@ public:
 
   /// Engines that have not left; their locks tell which of them live.
   std::vector<EngineId> aliveEngines();
-  std::vector<AttemptId> runningOf(EngineId engine);
+  /// Ascending. What was claimed ahead, and is not known to have begun, is among
+  /// them where that is asked.
+  enum class Ahead { With, Without };
+  std::vector<AttemptId> runningOf(EngineId engine, Ahead ahead = Ahead::With);
+  /// What was claimed by a dead engine that has not begun it; this object has its lock.
+  void giveBackUnbegun(EngineId engine);
+  /// Undoes a claim of which nothing was started.
+  void giveBack(AttemptId attempt);
   bool isAlive(EngineId engine);
   void putAway(EngineId engine, const char* state);
   LostAttempt lostAttempt(AttemptId id, Queue& queue);

@@ -269,10 +269,9 @@ void Queue::remove(JobId id) {
       throw QueueError{QueueError::Kind::Other, "Job " + std::to_string(id) + " still runs",
                        "cancel it first, with trovik cancel " + std::to_string(id)};
     }
-    // Numbers of attempts and files are never used again.
+    Query(impl_->database, statements::keepLastAttempt).run();
     Query(impl_->database,
-          "UPDATE queue SET last_attempt = max(last_attempt, coalesce((SELECT max(id) FROM attempts), 0)), "
-          "last_file = max(last_file, coalesce((SELECT max(id) FROM files), 0))")
+          "UPDATE queue SET last_file = max(last_file, coalesce((SELECT max(id) FROM files), 0))")
         .run();
     Query(impl_->database,
           "DELETE FROM files WHERE attempt = -?1 OR attempt IN (SELECT id FROM attempts WHERE job = ?1)", id)

@@ -176,7 +176,7 @@ std::vector<EngineRecord> Queue::engines() {
     }
   });
   for (EngineRecord& engine : result) {
-    engine.running = impl_->runningOf(engine.id);
+    engine.running = impl_->runningOf(engine.id, Impl::Ahead::Without);
   }
   return result;
 }

@@ -29,6 +29,10 @@ std::size_t room(std::int64_t amount, std::int64_t used) {
 
 } // namespace
 
+bool Scarce::counts(const JobToBegin& job) {
+  return job.slotsAtMost > 0 || job.limited || job.memory >= noticeable;
+}
+
 std::size_t Scarce::allowed(const JobToBegin& job, std::size_t wanted) {
   job_ = job;
   shares_.clear();

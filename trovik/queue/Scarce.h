@@ -33,6 +33,9 @@ public:
   /// Without a check (null), memory is no matter.
   Scarce(Database& database, MemoryCheck* memory) : database_(database), memory_(memory) {}
 
+  /// Whether anything scarce bounds how many of its works run.
+  static bool counts(const JobToBegin& job);
+
   /// How many works of the job may begin now, of so many that are wanted.
   std::size_t allowed(const JobToBegin& job, std::size_t wanted);
   /// So many works of that job are going to begin.

@@ -292,8 +292,14 @@ ALTER TABLE jobs ADD COLUMN memory INTEGER NOT NULL DEFAULT 0;
 ALTER TABLE jobs ADD COLUMN memory_seen INTEGER NOT NULL DEFAULT 0;
 )sql";
 
-constexpr std::array steps = {version1, version2, version3, version4, version5,
-                              version6, version7, version8, version9, version10};
+// An attempt that was claimed ahead: its program starts within a moment, and
+// whether it has can be told by its engine's lock file.
+constexpr const char* version11 = R"sql(
+ALTER TABLE attempts ADD COLUMN ahead INTEGER NOT NULL DEFAULT 0;
+)sql";
+
+constexpr std::array steps = {version1, version2, version3, version4,  version5, version6,
+                              version7, version8, version9, version10, version11};
 
 int numberOf(Database& database, const char* sql) {
   Query query(database, sql);

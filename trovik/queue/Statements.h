@@ -16,11 +16,26 @@ inline constexpr const char* readyWorks =
     "SELECT id, first, last, attempts, tries FROM works INDEXED BY works_open "
     "WHERE job = ?1 AND state = 'ready' ORDER BY tries, position, first LIMIT ?2";
 inline constexpr const char* insertAttempt =
-    "INSERT INTO attempts (id, job, work, engine, state, rule, first, last, number, started) "
+    "INSERT INTO attempts (id, job, work, engine, state, rule, first, last, number, started, ahead) "
     "SELECT max(coalesce((SELECT max(id) FROM attempts), 0), last_attempt) + 1, "
-    "?1, ?2, ?3, 'running', 'none', ?4, ?5, ?6, ?7 FROM queue";
+    "?1, ?2, ?3, 'running', 'none', ?4, ?5, ?6, ?7, ?8 FROM queue";
 inline constexpr const char* startWork =
     "UPDATE works SET state = 'running', attempts = attempts + 1, attempt = ?2 WHERE id = ?1";
+inline constexpr const char* giveBackWork =
+    "UPDATE works SET state = 'ready', attempts = attempts - 1, attempt = ?2 WHERE id = ?1";
+/// The one that was last at these frames, which may have been those of a larger
+/// work.
+inline constexpr const char* attemptBefore = "SELECT id FROM attempts INDEXED BY attempts_job WHERE job = ?1 "
+                                             "AND id < ?2 AND first <= ?3 AND last >= ?4 "
+                                             "ORDER BY id DESC LIMIT 1";
+/// Nothing of it was started after all.
+inline constexpr const char* unstartJob =
+    "UPDATE jobs SET state = iif(state = 'running', 'waiting', state), started = NULL WHERE id = ?1 AND "
+    "NOT EXISTS (SELECT 1 FROM attempts INDEXED BY attempts_job WHERE job = ?1)";
+inline constexpr const char* dropAttempt = "DELETE FROM attempts WHERE id = ?1";
+/// Numbers of attempts are never used again, nor are those of files.
+inline constexpr const char* keepLastAttempt =
+    "UPDATE queue SET last_attempt = max(last_attempt, coalesce((SELECT max(id) FROM attempts), 0))";
 inline constexpr const char* startJob =
     "UPDATE jobs SET state = 'running', started = coalesce(started, ?2) WHERE id = ?1";
 
@@ -63,7 +78,7 @@ inline constexpr const char* endAttempt =
     "UPDATE attempts SET state = ?2, rule = ?3, reason = ?4, lines = ?5, log = ?6, command = ?7, "
     "exit_code = ?8, signal = ?9, good = ?10, again = ?11, ended = ?12, duration = ?13, "
     "user_time = ?14, system_time = ?15, peak_memory = ?16, bytes_read = ?17, bytes_written = ?18, "
-    "files_before = '' WHERE id = ?1";
+    "files_before = '', started = iif(ahead, ?12 - ?13, started) WHERE id = ?1";
 inline constexpr const char* endWork = "UPDATE works SET state = ?2, tries = ?3, losses = ?4 WHERE id = ?1";
 inline constexpr const char* anyToDo =
     "SELECT 1 FROM works INDEXED BY works_open WHERE job = ?1 AND state = 'ready' UNION ALL "
@@ -145,10 +160,17 @@ inline constexpr const char* canceledAttempts =
     "CROSS JOIN works w INDEXED BY works_open ON w.job = j.id AND w.state = 'running' "
     "CROSS JOIN attempts a ON a.id = w.attempt WHERE j.canceling = 1 AND a.engine = ?1";
 inline constexpr const char* runningOfEngine =
-    "SELECT a.id FROM jobs j INDEXED BY jobs_unfinished "
+    "SELECT a.id, a.ahead AND a.process = 0 FROM jobs j INDEXED BY jobs_unfinished "
     "CROSS JOIN works w INDEXED BY works_open ON w.job = j.id AND w.state = 'running' "
     "CROSS JOIN attempts a ON a.id = w.attempt "
     "WHERE j.state IN ('waiting', 'running', 'stopped') AND a.engine = ?1";
+/// What it has claimed ahead since the machine was started, and after that attempt.
+inline constexpr const char* aheadOfEngine =
+    "SELECT a.id FROM engines e CROSS JOIN jobs j INDEXED BY jobs_unfinished "
+    "CROSS JOIN works w INDEXED BY works_open ON w.job = j.id AND w.state = 'running' "
+    "CROSS JOIN attempts a ON a.id = w.attempt "
+    "WHERE e.id = ?1 AND e.boot = ?2 AND j.state IN ('waiting', 'running', 'stopped') AND a.engine = ?1 "
+    "AND a.ahead = 1 AND a.id > ?3";
 inline constexpr const char* runningOfJob =
     "SELECT attempt FROM works INDEXED BY works_open WHERE job = ?1 AND state = 'running'";
 /// What came after a file that is known: mostly few, and mostly of this job.
@@ -230,60 +252,21 @@ inline constexpr const char* beatsOfJob =
 
 // Those that look for nothing are left out.
 inline constexpr std::array all = {
-    openJobs,
-    readyWorks,
-    insertAttempt,
-    startWork,
-    startJob,
-    noteProcess,
-    isRunning,
-    insertFile,
-    dropUnchecked,
-    attemptToSettle,
-    endAttempt,
-    endWork,
-    anyToDo,
-    anyRunning,
-    canceledAttempts,
-    runningOfEngine,
-    runningOfJob,
-    newFilesOfJob,
-    dueJobs,
-    aliveEngines,
-    lastOfFile,
-    clusterJobs,
-    foreignClusterJobs,
-    jobsOfArrays,
-    openArrays,
-    openArraysOfJob,
-    readyWorksOfJob,
-    openRuns,
-    openArrayWorks,
-    anyOpenArrayWork,
-    openArrayWork,
-    partsOfArrayWork,
-    startArrayWork,
-    startClusterJob,
-    noteArrayAttempt,
-    closeArrayWork,
-    taskOfArrayWork,
-    noteTask,
-    noteLog,
-    dropBeat,
-    beatsOfJob,
-    leftArrays,
-    noteEnd,
-    otherOfFile,
-    block,
-    followers,
-    forerunners,
-    notGoodAt,
-    waitingAt,
-    setWork,
-    unblock,
-    runningWorks,
-    takesOfJob,
-    takenOfLimit,
+    openJobs,         readyWorks,      insertAttempt,    startWork,
+    giveBackWork,     attemptBefore,   unstartJob,       dropAttempt,
+    startJob,         noteProcess,     isRunning,        insertFile,
+    dropUnchecked,    attemptToSettle, endAttempt,       endWork,
+    anyToDo,          anyRunning,      canceledAttempts, runningOfEngine,
+    aheadOfEngine,    runningOfJob,    newFilesOfJob,    dueJobs,
+    aliveEngines,     lastOfFile,      clusterJobs,      foreignClusterJobs,
+    jobsOfArrays,     openArrays,      openArraysOfJob,  readyWorksOfJob,
+    openRuns,         openArrayWorks,  anyOpenArrayWork, openArrayWork,
+    partsOfArrayWork, startArrayWork,  startClusterJob,  noteArrayAttempt,
+    closeArrayWork,   taskOfArrayWork, noteTask,         noteLog,
+    dropBeat,         beatsOfJob,      leftArrays,       noteEnd,
+    otherOfFile,      block,           followers,        forerunners,
+    notGoodAt,        waitingAt,       setWork,          unblock,
+    runningWorks,     takesOfJob,      takenOfLimit,
 };
 
 } // namespace trovik::statements

@@ -308,6 +308,15 @@ struct Claim {
   int number = 1;   ///< of the attempt
   int tries = 0;    ///< earlier attempts that failed; lost ones do not count
   std::string mark; ///< the text that its processes carry in TROVIK_ATTEMPT
+  /// There is no slot for it yet: it begins after `Queue::noteBegun`, or is given
+  /// back.
+  bool ahead = false;
+};
+
+/// Works that are claimed before there are slots for them.
+struct ClaimsAhead {
+  std::size_t count = 0;
+  std::vector<JobId> jobs; ///< of these alone
 };
 
 /// How an attempt ended, for the queue.

@@ -91,8 +91,19 @@ public:
   }
 
   void claim() {
-    const auto count = static_cast<std::size_t>(*rc::gen::inRange(1, 4));
-    const std::vector<Claim> claims = queue.claim(engine, count, std::nullopt);
+    auto count = static_cast<std::size_t>(*rc::gen::inRange(1, 4));
+    ClaimsAhead ahead; // of any job, so that the order stays the same
+    if (*rc::gen::arbitrary<bool>()) {
+      ahead.count = static_cast<std::size_t>(*rc::gen::inRange(1, 4));
+      for (const auto& [id, job] : jobs) {
+        ahead.jobs.push_back(id);
+      }
+    }
+    const std::vector<Claim> claims = queue.claim(engine, count, std::nullopt, {}, nullptr, ahead);
+    for (std::size_t i = 0; i < claims.size(); ++i) {
+      RC_ASSERT(claims[i].ahead == (i >= count));
+    }
+    count += ahead.count;
     if (claims.size() < count) {
       RC_ASSERT(std::none_of(jobs.begin(), jobs.end(), [&](const auto& one) {
         return isOpen(one.second.state) && !takes(claims, one.first, one.second);
@@ -108,6 +119,7 @@ public:
       }
       for (int frame = one.run.First; frame <= one.run.Last; ++frame) {
         ModelFrame& model = job.frames.at(frame);
+        earlier[one.attempt][frame] = model.attempt;
         model.attempt = one.attempt;
         RC_ASSERT(model.state == WorkState::Ready);
         RC_ASSERT(model.tries == one.tries);
@@ -147,6 +159,39 @@ public:
     }
     RC_ASSERT(again == expectedAgain);
     RC_ASSERT(!queue.settle(outcome)); // once
+    job.endWhenDone();
+  }
+
+  /// A claim is undone, as if it had never been.
+  void giveBack() {
+    if (running.empty()) {
+      return;
+    }
+    const auto place = static_cast<std::ptrdiff_t>(*rc::gen::inRange<std::size_t>(0, running.size()));
+    const Claim claim = running[static_cast<std::size_t>(place)];
+    running.erase(running.begin() + place);
+    ModelJob& job = jobs.at(claim.job);
+    const bool canceling = job.canceling;
+    queue.giveBack({claim.attempt});
+    for (int frame = claim.run.First; frame <= claim.run.Last; ++frame) {
+      ModelFrame& model = job.frames.at(frame);
+      model.state = job.restOf(canceledOutcome(claim.attempt), model);
+      if (!canceling) {
+        RC_ASSERT(model.state == WorkState::Ready);
+        model.attempt = earlier.at(claim.attempt).at(frame);
+      }
+    }
+    RC_ASSERT(queue.attempt(claim.attempt).has_value() == canceling);
+    for (const WorkRecord& work : queue.works(claim.job)) {
+      if (claim.run.First <= work.run.First && work.run.Last <= claim.run.Last) {
+        RC_ASSERT(work.attempt == job.frames.at(work.run.First).attempt);
+      }
+    }
+    queue.giveBack({claim.attempt}); // once
+    if (queue.attempts(claim.job).empty()) {
+      job.started = false;
+      job.state = job.state == JobState::Running ? JobState::Waiting : job.state;
+    }
     job.endWhenDone();
   }
 
@@ -210,13 +255,13 @@ public:
 
   void step() {
     const int kind = *rc::gen::weightedElement<int>(
-        {{2, 0}, {5, 1}, {6, 2}, {1, 3}, {1, 4}, {1, 5}, {2, 6}, {1, 7}, {1, 8}, {4, 9}});
+        {{2, 0}, {5, 1}, {6, 2}, {1, 3}, {1, 4}, {1, 5}, {2, 6}, {1, 7}, {1, 8}, {4, 9}, {2, 10}});
     if (kind <= 2) {
       kind == 0 ? submit() : kind == 1 ? claim() : settle();
       return;
     }
     if (kind >= 8) {
-      kind == 8 ? die() : giveAgain();
+      kind == 8 ? die() : kind == 9 ? giveAgain() : giveBack();
       return;
     }
     if (jobs.empty()) {
@@ -279,7 +324,8 @@ private:
   std::vector<ModelJob> begun; // the job that each makes
   std::map<JobId, std::size_t> commands;
   AttemptId lastAttempt = 0;
-  int depth = 0; // of commands that check files
+  int depth = 0;                                         // of commands that check files
+  std::map<AttemptId, std::map<int, AttemptId>> earlier; // of each frame, the attempt before
   std::vector<Claim> running;
 };
 
