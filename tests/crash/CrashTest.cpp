@@ -58,6 +58,43 @@ TEST_F(CrashTest, TwoEnginesOneOfThemKilledShareOneQueue) {
   }
 }
 
+// Works so short that the engine claims many ahead: what has begun is known to the
+// queue, and what has not counts for nothing.
+TEST_F(CrashTest, OfShortWorksThatAreClaimedAheadTheQueueKnowsWhichHadBegun) {
+  constexpr int frames = 300;
+  for (unsigned long killed = 0; killed < kills && !HasFailure();) {
+    beginEmpty();
+    // Without a look into the files many ends are recorded at once.
+    const std::string check = killed % 2 == 0 ? "FileCheck=None" : "FileCheck=EveryFrame";
+    ASSERT_EQ(waitFor(start(jobWords("submit", frames, 1, "0", {"--set", check}))), 0)
+        << readFile(directory.file("output"));
+    const unsigned long before = killed;
+    for (int round = 0; round < 10 && killed < kills; ++round) {
+      const pid_t engine = start(engineWords());
+      randomMoment(400);
+      if (hasEnded(engine)) {
+        break;
+      }
+      kill(engine, SIGKILL);
+      waitFor(engine);
+      ++killed;
+      checkQueue();
+    }
+    finish(frames);
+    Queue queue(Path(directory.file("state")));
+    std::map<int, int> attempts;
+    for (const AttemptRecord& attempt : queue.attempts(1)) {
+      ++attempts[attempt.run.First];
+    }
+    std::size_t unbegun = 0;
+    for (const auto& [frame, times] : begins()) {
+      EXPECT_LE(times, attempts[frame]) << "frame " << frame << " was begun and the queue did not know";
+      unbegun += static_cast<std::size_t>(std::max(attempts[frame] - times, 0));
+    }
+    EXPECT_LE(unbegun, 2 * (killed - before)) << "one a slot, at the moment of a kill";
+  }
+}
+
 TEST_F(CrashTest, MachineThatGoesDownLosesNothing) {
   killAgainAndAgain([this](pid_t engine) {
     kill(engine, SIGKILL);

@@ -175,7 +175,9 @@ OpenJob* LocalEngine::open(JobId id) {
 void LocalEngine::forgetIdleJobs() {
   for (auto job = jobs_.begin(); jobs_.size() > jobsKept && job != jobs_.end();) {
     const bool busy = std::any_of(running_.begin(), running_.end(),
-                                  [&](const auto& attempt) { return attempt->claim().job == job->first; });
+                                  [&](const auto& attempt) { return attempt->claim().job == job->first; }) ||
+                      std::any_of(claimed_.begin(), claimed_.end(),
+                                  [&](const Claim& claim) { return claim.job == job->first; });
     job = busy || plan_.only == job->first ? std::next(job) : jobs_.erase(job);
   }
 }
@@ -208,7 +210,8 @@ void LocalEngine::startWorks() {
         return;
       }
     }
-    if (machine_.now() < startAgain_) {
+    if (machine_.now() < startAgain_ ||
+        (claim.ahead && (busySlots() >= plan_.slots || !noteBegun(claim.attempt)))) {
       return;
     }
     claimed_.erase(claimed_.begin());
@@ -216,6 +219,9 @@ void LocalEngine::startWorks() {
       claimed_.insert(claimed_.begin(), claim);
       return;
     }
+  }
+  if (stops_ > 0) {
+    giveBackAhead();
   }
   for (const Claim& claim : claimed_) { // stopped before they began
     giveUp(claim, AttemptState::Canceled, VerdictRule::Canceled, "Not started");
@@ -255,7 +261,7 @@ bool LocalEngine::start(const Claim& claim) {
           job->logs().open(work.hasFrames ? std::string(work.run.Text()) : work.title(), claim.number),
           inspector_, listener);
       if (std::exchange(announced_, claim.attempt) != claim.attempt) {
-        begun_.push_back(work);
+        begun_.push_back({work, ended_.size()});
       }
       Attempt::Start started = Attempt::Start::Failed;
       if (!guard(*attempt, [&] { started = attempt->start(machine_, shortage()); })) {
@@ -321,6 +327,9 @@ void LocalEngine::waitForSomething() {
   };
   consider(inspector_.deadline());
   consider(leaveAt_);
+  if (hasAhead()) {
+    consider(claimedAhead_ + aheadPatience);
+  }
   if (std::any_of(recoveries_.begin(), recoveries_.end(),
                   [](const auto& recovery) { return !recovery->isRecorded(); })) {
     consider(machine_.now() + orphanTime);
@@ -331,8 +340,8 @@ void LocalEngine::waitForSomething() {
     consider(attempt->deadline());
   }
   const bool more =
-      !troubled_ &&
-      (!ended_.empty() || !settled_.empty() ||
+      !troubled_ && !mayWait() &&
+      (!ended_.empty() || !settled_.empty() || !unbegun_.empty() ||
        (mayHaveWork_ && !yields_ && stops_ == 0 && claimed_.empty() && busySlots() < plan_.slots));
   const Duration left = more ? Duration::zero() : deadline - machine_.now();
   machine_.wait(descriptors, std::max(left, Duration::zero()));
@@ -380,6 +389,9 @@ void LocalEngine::advanceAttempts() {
       programEnds_.emplace_back((*attempt)->claim().attempt, std::move(*end));
     }
     if ((*attempt)->isOver()) {
+      if (const auto job = jobs_.find((*attempt)->claim().job); job != jobs_.end()) {
+        job->second->noteEnd((*attempt)->result().verdict == Verdict::Good, (*attempt)->result().duration);
+      }
       ended_.push_back(std::move(*attempt));
       attempt = running_.erase(attempt);
     } else {
@@ -389,7 +401,8 @@ void LocalEngine::advanceAttempts() {
 }
 
 bool LocalEngine::isDone() {
-  const bool quiet = running_.empty() && claimed_.empty() && ended_.empty() && settled_.empty();
+  const bool quiet =
+      running_.empty() && claimed_.empty() && ended_.empty() && settled_.empty() && unbegun_.empty();
   if (stops_ > 0) {
     // Results that cannot be recorded are worked again: a recovery finds what
     // is good. A second wish to stop says that this is wanted, and a service

@@ -37,7 +37,8 @@ struct EnginePlan {
 /// is going to be started, in one transaction; only then are the programs
 /// started and the events reported. So whatever moment this process dies in, the
 /// queue knows every work that may have been begun, and nothing was reported
-/// that it does not know. Works of engines that died are recovered by the next
+/// that it does not know. Works of a few milliseconds are claimed ahead, many in
+/// one transaction (see LocalEngineTurn.cpp). Works of engines that died are recovered by the next
 /// one (see Recovery), from its start on and about every two seconds.
 ///
 /// Each attempt is a fresh job object that unpacks the job's stream, since an
@@ -59,6 +60,10 @@ public:
   EngineId id() const { return engine_; }
 
 private:
+  /// How long works may be claimed before they begin, and what has ended wait to
+  /// be recorded meanwhile.
+  static constexpr Duration aheadPatience = std::chrono::milliseconds(50);
+
   struct Note {
     AttemptId attempt = 0;
     FileRecord file;
@@ -75,8 +80,15 @@ private:
     std::optional<Outcome> corrected;
   };
 
+  /// A start that was not told yet.
+  struct Begun {
+    WorkInfo work;
+    std::size_t after = 0; ///< so many ends that were not recorded either
+  };
+
   /// What a turn has written, to be told.
   struct Turn {
+    std::vector<Begun> begun; ///< before it was written
     std::list<std::unique_ptr<Attempt>> ended;
     std::vector<Settled> settled;
     std::vector<Recorded> recorded; ///< of both, in this order
@@ -101,6 +113,13 @@ private:
   void tellTurn(const Turn& turn);
   void tellStarts();
   void makeAhead();
+  void beginAhead();
+  bool mayWait() const;
+  bool mayKeepAhead() const;
+  bool hasAhead() const { return !claimed_.empty() && claimed_.back().ahead; }
+  void giveBackAhead();
+  ClaimsAhead wishAhead();
+  bool noteBegun(AttemptId attempt);
   void tellLost(const Settled& lost, bool again);
   void startWorks();
   Attempt::Shortage shortage();
@@ -134,17 +153,21 @@ private:
   std::vector<JobId> refused_; // jobs that cannot be worked here
   std::list<std::unique_ptr<Attempt>> running_;
   std::list<std::unique_ptr<Attempt>> ended_; // not yet recorded
-  std::vector<Claim> claimed_;                // recorded, not yet started
+  std::vector<Claim> claimed_;                // recorded, not yet started; those ahead come last
+  std::vector<AttemptId> unbegun_;            // claimed ahead, to be given back
   std::vector<std::unique_ptr<Recovery>> recoveries_;
   std::vector<Settled> settled_;
   std::vector<Started> started_;                              // to be noted
   std::vector<std::pair<AttemptId, ProgramEnd>> programEnds_; // the same
   std::vector<Note> notes_;
   std::optional<Turn> written_;            // not yet told
-  std::vector<WorkInfo> begun_;            // the same
+  std::vector<Begun> begun_;               // the same
   std::map<JobId, std::size_t> lastBegun_; // works of the last turn
   std::vector<MemoryWait> memoryWaits_;    // as the last claim found it
   std::vector<JobId> toldOfMemory_;
+  Clock::time_point claimedAhead_{}; // when it was last
+  bool claimsAhead_ = true;          // false where it cannot be noted what begins
+  bool notesBegun_ = false;
   bool mayHaveWork_ = true;
   bool yields_ = false;   // to an older engine
   bool troubled_ = false; // the queue could not be written the last time

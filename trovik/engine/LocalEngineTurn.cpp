@@ -27,19 +27,37 @@
 // the other. What is only to be found at the end of all (other engines, ended
 // jobs) is checked for twice a second and when nothing begins any more.
 //
-// Works that are claimed ahead for slots that are not free yet would save the
-// rest. But the queue would have to know them as neither ready nor begun, for
-// every reader, and take them back whenever anything else changes it.
+// Of works that are all good and last a few milliseconds, more are claimed than
+// there are slots, so that one transaction is enough for many of them and a slot
+// is filled at once. For the queue they run: nobody else takes them. Which of them
+// have begun is noted in the engine's lock file before each start, a write of
+// twenty bytes, so that what had not begun when an engine died was never lost, and
+// does not count as an attempt. What does not begin within a twentieth of a second
+// is given back, as if it had never been claimed, and so is all of it when an
+// attempt is not good, since a job may then be stopped. What has ended waits for
+// the next claim to be recorded, and is told after that: a crash takes the verdicts
+// of works of some milliseconds, and their files tell whether they were good.
+//
+// 2,000 works of /bin/true took 1.52 of the time of a loop of posix_spawn and poll
+// before, and 1.29 since; the processor's time of our own went from 255 to 155
+// microseconds a work.
 
 namespace trovik {
 
 /// False when the queue could not be written; all is kept for the next turn.
 bool LocalEngine::recordTurn() {
-  const bool wantsWork =
-      stops_ == 0 && mayHaveWork_ && !yields_ && claimed_.empty() && busySlots() < plan_.slots;
+  beginAhead();
+  if (mayWait()) {
+    return false;
+  }
+  if (!mayKeepAhead()) {
+    giveBackAhead();
+  }
+  const bool wantsWork = stops_ == 0 && mayHaveWork_ && !yields_ && claimed_.empty() &&
+                         (busySlots() < plan_.slots || wishAhead().count > 0);
   const bool putAside = stops_ > 0 && plan_.only && !putAside_;
   if (ended_.empty() && settled_.empty() && notes_.empty() && started_.empty() && programEnds_.empty() &&
-      !wantsWork && !putAside) {
+      unbegun_.empty() && !wantsWork && !putAside) {
     return true;
   }
   std::vector<Claim> claims;
@@ -66,14 +84,85 @@ bool LocalEngine::recordTurn() {
   for (const Claim& claim : claims) {
     ++lastBegun_[claim.job];
   }
+  if (!claims.empty()) {
+    claimedAhead_ = machine_.now();
+  }
   tellMemoryWaits();
   keepTurn(std::move(recorded));
   return true;
 }
 
+/// Begins what was claimed ahead in the slots that are free.
+void LocalEngine::beginAhead() {
+  if (hasAhead() && stops_ == 0 && !troubled_) {
+    startWorks();
+  }
+}
+
+/// Whether what has ended may wait for the next works to be claimed, since slots
+/// are filled meanwhile.
+bool LocalEngine::mayWait() const {
+  return hasAhead() && !troubled_ && settled_.empty() && notes_.empty() && programEnds_.empty() &&
+         unbegun_.empty() && mayKeepAhead();
+}
+
+/// A failure may change which works are to begin, and what does not begin in
+/// time may be wanted by other engines.
+bool LocalEngine::mayKeepAhead() const {
+  return stops_ == 0 && machine_.now() < claimedAhead_ + aheadPatience &&
+         std::all_of(ended_.begin(), ended_.end(),
+                     [](const auto& attempt) { return attempt->outcome().state == AttemptState::Good; });
+}
+
+void LocalEngine::giveBackAhead() {
+  std::erase_if(claimed_, [this](const Claim& claim) {
+    if (!claim.ahead) {
+      return false;
+    }
+    unbegun_.push_back(claim.attempt);
+    if (const auto job = jobs_.find(claim.job); job != jobs_.end()) {
+      job->second->noteDelay();
+    }
+    return true;
+  });
+}
+
+ClaimsAhead LocalEngine::wishAhead() {
+  ClaimsAhead ahead;
+  if (plan_.slotsAreCpus || !claimsAhead_) {
+    return ahead;
+  }
+  for (const auto& [id, job] : jobs_) {
+    if (const std::size_t count = job->worksAhead(plan_.slots); count > 0) {
+      ahead.count = ahead.jobs.empty() ? count : std::min(ahead.count, count);
+      ahead.jobs.push_back(id);
+    }
+  }
+  if (ahead.count > 0 && !notesBegun_) {
+    notesBegun_ = noteBegun(0);
+  }
+  return claimsAhead_ ? ahead : ClaimsAhead();
+}
+
+/// False where it cannot be noted: then nothing begins that was claimed ahead.
+bool LocalEngine::noteBegun(AttemptId attempt) {
+  try {
+    queue_.noteBegun(engine_, attempt);
+    return true;
+  } catch (const QueueError& error) {
+    LogDebug(error.message);
+    claimsAhead_ = false;
+    giveBackAhead();
+    return false;
+  }
+}
+
 void LocalEngine::writeTurn(std::vector<Claim>& claims, std::vector<Recorded>& recorded) {
   if (stops_ > 0 && plan_.only && !putAside_ && interrupts_.byUser()) {
     queue_.stop(*plan_.only, "Stopped by the user");
+  }
+  if (!unbegun_.empty()) {
+    queue_.giveBack(unbegun_);
   }
   for (const Started& started : started_) {
     // Of what has ended already nothing is left for another engine to find.
@@ -106,7 +195,9 @@ void LocalEngine::writeTurn(std::vector<Claim>& claims, std::vector<Recorded>& r
 void LocalEngine::keepTurn(std::vector<Recorded>&& recorded) {
   Turn turn;
   turn.recorded = std::move(recorded);
+  turn.begun = std::exchange(begun_, {});
   turn.ended = std::exchange(ended_, {});
+  unbegun_.clear();
   turn.settled = std::exchange(settled_, {});
   notes_.clear();
   started_.clear();
@@ -128,17 +219,18 @@ LocalEngine::Recorded LocalEngine::record(const Outcome& outcome) {
 
 void LocalEngine::claimWorks(std::vector<Claim>& claims) {
   const std::size_t busy = busySlots();
-  if (busy >= plan_.slots) {
+  const ClaimsAhead ahead = wishAhead();
+  if (busy >= plan_.slots && ahead.count == 0) {
     mayHaveWork_ = true;
     return;
   }
   // How wide a work is shows only when its job is known, so wide ones are taken
   // one by one; the last of them may have to wait for its slots.
-  const std::size_t wanted = plan_.slotsAreCpus ? 1 : plan_.slots - busy;
+  const std::size_t wanted = plan_.slotsAreCpus ? 1 : plan_.slots - std::min(busy, plan_.slots);
   MemoryCheck memory;
   memory.ask = [this](const std::vector<int>& groups) { return machine_.memory(groups); };
-  claims = queue_.claim(engine_, wanted, plan_.only, refused_, &memory);
-  mayHaveWork_ = claims.size() == wanted;
+  claims = queue_.claim(engine_, wanted, plan_.only, refused_, &memory, ahead);
+  mayHaveWork_ = claims.size() == wanted + ahead.count;
   memoryWaits_ = std::move(memory.waits);
 }
 
@@ -181,8 +273,8 @@ void LocalEngine::startAndTell() {
 }
 
 void LocalEngine::tellStarts() {
-  for (const WorkInfo& work : std::exchange(begun_, {})) {
-    events_.workStarted(work);
+  for (const Begun& begun : std::exchange(begun_, {})) {
+    events_.workStarted(begun.work);
   }
 }
 
@@ -205,6 +297,13 @@ void LocalEngine::makeAhead() {
 
 void LocalEngine::tellTurn(const Turn& turn) {
   std::size_t place = 0;
+  auto begun = turn.begun.begin();
+  const auto tellBegun = [&] {
+    for (; begun != turn.begun.end() && begun->after <= place; ++begun) {
+      events_.workStarted(begun->work);
+    }
+  };
+  tellBegun();
   for (const auto& attempt : turn.ended) {
     WorkResult result = attempt->result();
     const auto& [again, corrected] = turn.recorded[place++];
@@ -219,6 +318,7 @@ void LocalEngine::tellTurn(const Turn& turn) {
       job->second->tell(attempt->job(), result.reason, corrected && result.verdict == Verdict::Failed);
     }
     events_.workEnded(attempt->work(), result);
+    tellBegun();
   }
   for (const Settled& settled : turn.settled) {
     if (settled.work && (!plan_.only || plan_.only == settled.work->job)) {

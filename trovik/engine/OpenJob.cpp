@@ -25,6 +25,11 @@ std::unique_ptr<RunLogs> logsOf(const Queue& queue, const JobRecord& record) {
   }
 }
 
+constexpr int quickEndsBefore = 8; // it is taken for a job of short works
+constexpr Duration quickEnd = std::chrono::milliseconds(20);
+constexpr Duration workedAhead = std::chrono::milliseconds(20); // what is claimed ahead should last
+constexpr std::size_t mostAhead = 32;
+
 /// Whatever such a job names would be started as if this user had written it.
 const JobRecord& ownOrRefused(const JobRecord& record) {
   if (!record.own) {
@@ -80,6 +85,19 @@ void OpenJob::makeAhead(std::size_t count) {
   while (ahead_.size() < count) {
     ahead_.push_back(works_.makeWhole());
   }
+}
+
+void OpenJob::noteEnd(bool good, Duration took) {
+  quickEnds_ = good && took < quickEnd ? std::min(quickEnds_ + 1, quickEndsBefore) : 0;
+  longest_ = std::max(took, longest_ - longest_ / 8);
+}
+
+std::size_t OpenJob::worksAhead(std::size_t slots) const {
+  constexpr Duration shortest = std::chrono::microseconds(100);
+  if (quickEnds_ < quickEndsBefore) {
+    return 0;
+  }
+  return std::min(mostAhead, slots * static_cast<std::size_t>(workedAhead / std::max(longest_, shortest)));
 }
 
 void OpenJob::tell(const SmartHandle<const Job>& work, const std::string& note, bool refused) {

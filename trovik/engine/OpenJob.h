@@ -1,6 +1,7 @@
 #pragma once
 
 #include "trovik/jobs/WorkMaker.h"
+#include "trovik/machine/Machine.h"
 #include "trovik/queue/Queue.h"
 #include "trovik/records/RunEvents.h"
 #include "trovik/works/RunLogs.h"
@@ -31,6 +32,14 @@ public:
   SmartHandle<Job> make(const WorkInfo& work);
   /// Makes objects ahead until there are so many.
   void makeAhead(std::size_t count);
+  /// An attempt at one of its works has ended, in so much time.
+  void noteEnd(bool good, Duration took);
+  /// How many works may be claimed ahead for an engine of so many slots: none but
+  /// where they are all good and short of late.
+  std::size_t worksAhead(std::size_t slots) const;
+  /// Works of it that were claimed ahead did not begin in time.
+  void noteDelay() { quickEnds_ = 0; }
+
   /// Tells the job object how one of its works stands: as the work's own object
   /// says, or failed where the queue refused what that takes for good.
   void tell(const SmartHandle<const Job>& work, const std::string& note, bool refused);
@@ -43,6 +52,8 @@ private:
   std::size_t cpus_ = 1;
   bool follows_ = false;
   std::vector<SmartHandle<Job>> ahead_;
+  int quickEnds_ = 0;  // one after the other
+  Duration longest_{}; // of late
 };
 
 } // namespace trovik
