@@ -56,15 +56,21 @@ std::vector<Row> dispatchRows(const Setup& setup) {
                                     "2"};
   };
   Race race;
-  const std::size_t limit = race.enter([works] {
-    return runProgram({"/proc/self/exe", "limit-dispatch", std::to_string(works), "2", "/bin/true"});
-  });
+  // With the words and the locale that the programs get from us: with an argument
+  // /bin/true reads the files of its locale, which takes a fifth longer.
+  const auto limitOf = [works](const std::vector<std::string>& words) {
+    std::vector<std::string> all = {"/proc/self/exe", "limit-dispatch", std::to_string(works), "2"};
+    all.insert(all.end(), words.begin(), words.end());
+    return runProgram(all, {{"LC_ALL", "C.UTF-8"}});
+  };
+  const std::size_t limit = race.enter([&] { return limitOf({"/bin/true"}); });
   const std::size_t ours = race.enter([&] {
     return runProgram(command(works), {{"XDG_STATE_HOME", state}}, setup.directory + "/output");
   });
   // With an argument to be expanded, and the queue on the disk of the machine
   // instead of where temporary files go, which may be memory.
   const DiskDirectory disk;
+  const std::size_t argumentLimit = race.enter([&] { return limitOf({"/bin/true", "1-1"}); });
   const std::size_t argument = race.enter([&] {
     return runProgram(command(works, "Argument"), {{"XDG_STATE_HOME", disk.text()}},
                       setup.directory + "/output");
@@ -72,11 +78,11 @@ std::vector<Row> dispatchRows(const Setup& setup) {
   race.run(setup.rounds);
 
   const std::string path = std::to_string(works) + " works on 2 slots";
-  const auto both = [&race, limit](const std::string& what, std::size_t contestant) {
+  const auto both = [&race](const std::string& what, std::size_t contestant, std::size_t own) {
     constexpr double most = 1.10;
-    Row row = ratioRow(what, race, contestant, limit, most);
+    Row row = ratioRow(what, race, contestant, own, most);
     row.target = "both " + row.target;
-    row.reached = row.reached && race.ratio(contestant, limit, &Cost::cpu) <= most;
+    row.reached = row.reached && race.ratio(contestant, own, &Cost::cpu) <= most;
     return row;
   };
   const double own = race.median(ours, &Cost::own) / works;
@@ -97,8 +103,8 @@ std::vector<Row> dispatchRows(const Setup& setup) {
   const auto megabytes = [&memory](std::size_t contestant) {
     return ratioText(memory.median(contestant, &Cost::memory) / 1e6) + " MB";
   };
-  return {both(path, ours),
-          both(path + ", one argument, on disk", argument),
+  return {both(path, ours, limit),
+          both(path + ", one argument, on disk", argument, argumentLimit),
           {"memory at " + std::to_string(works * 10) + " works", megabytes(few), megabytes(many),
            ratioText(growth), "-", "≤ " + ratioText(mostGrowth), growth <= mostGrowth},
           {"own CPU time a work", timeText(race.median(limit, &Cost::own) / works), timeText(own), "-",

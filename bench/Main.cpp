@@ -91,8 +91,8 @@ int runTable(int count, char** arguments) {
 
 int main(int count, char** arguments) {
   // The limit of dispatch is a program of its own: this one, called by itself.
-  if (count == 5 && std::strcmp(arguments[1], "limit-dispatch") == 0) {
-    return bench::dispatchLimit(std::atoi(arguments[2]), std::atoi(arguments[3]), arguments[4]);
+  if (count >= 5 && std::strcmp(arguments[1], "limit-dispatch") == 0) {
+    return bench::dispatchLimit(std::atoi(arguments[2]), std::atoi(arguments[3]), arguments + 4);
   }
   if (__builtin_cpu_supports("avx2") == 0) {
     std::fputs("trovik_bench: a limit program needs a processor with AVX2\n", stderr);

@@ -15,7 +15,8 @@ namespace bench {
 namespace {
 
 void limitOfDispatch(const Words& words) {
-  if (dispatchLimit(numberOf(words[0]), numberOf(words[1]), words[2].c_str()) != 0) {
+  char* const program[] = {const_cast<char*>(words[2].c_str()), nullptr};
+  if (dispatchLimit(numberOf(words[0]), numberOf(words[1]), program) != 0) {
     throw std::runtime_error(words[2] + " failed");
   }
 }

@@ -14,7 +14,7 @@ struct Slot {
   int output = -1;
 };
 
-bool start(Slot& slot, const char* program) {
+bool start(Slot& slot, char* const* words) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) {
     return false;
@@ -24,8 +24,7 @@ bool start(Slot& slot, const char* program) {
   posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
   posix_spawn_file_actions_adddup2(&actions, ends[1], 1);
   posix_spawn_file_actions_adddup2(&actions, ends[1], 2);
-  char* const arguments[] = {const_cast<char*>(program), nullptr};
-  const int error = posix_spawn(&slot.process, program, &actions, nullptr, arguments, environ);
+  const int error = posix_spawn(&slot.process, words[0], &actions, nullptr, words, environ);
   posix_spawn_file_actions_destroy(&actions);
   close(ends[1]);
   slot.output = ends[0];
@@ -34,7 +33,7 @@ bool start(Slot& slot, const char* program) {
 
 } // namespace
 
-int dispatchLimit(int count, int slots, const char* program) {
+int dispatchLimit(int count, int slots, char* const* words) {
   std::vector<Slot> running(static_cast<std::size_t>(slots));
   std::vector<pollfd> waits(running.size());
   static char buffer[65536];
@@ -45,7 +44,7 @@ int dispatchLimit(int count, int slots, const char* program) {
     if (left > 0) {
       --left;
       ++active;
-      failed += start(slot, program) ? 0 : 1;
+      failed += start(slot, words) ? 0 : 1;
     }
   };
   for (Slot& slot : running) {

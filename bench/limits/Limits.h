@@ -14,9 +14,10 @@ namespace bench {
 // What cannot be done without. None of it is a product: no error is reported,
 // nothing is kept, and only the benchmark's own inputs are understood.
 
-/// Runs `count` times `program` on `slots` slots, each with its output in a
-/// pipe that is read to its end. 0, or 1 when one failed.
-int dispatchLimit(int count, int slots, const char* program);
+/// Runs `count` times a program on `slots` slots, each with its output in a
+/// pipe that is read to its end. Its words end with a null pointer. 0, or 1 when
+/// one failed.
+int dispatchLimit(int count, int slots, char* const* words);
 
 /// Judges lines in one vector pass over whole blocks of them.
 class LineLimit {
