@@ -27,12 +27,12 @@ int atMost(int one, int other) {
 std::optional<double> secondsOfFrame(Queue& queue, JobId id) {
   double seconds = 0;
   double frames = 0;
-  for (const AttemptRecord& attempt : queue.attempts(id)) {
-    if (attempt.state == AttemptState::Good) {
-      seconds += secondsOf(durationOf(attempt.duration));
-      frames += static_cast<double>(attempt.run.Count());
+  queue.eachTime(id, [&](AttemptId /*id*/, const AttemptTime& time) {
+    if (time.state == AttemptState::Good) {
+      seconds += secondsOf(durationOf(time.duration));
+      frames += static_cast<double>(time.run.Count());
     }
-  }
+  });
   return frames > 0 ? std::optional(seconds / frames) : std::nullopt;
 }
 

@@ -55,7 +55,7 @@ RunInfo JobFollower::takeStock() {
     open_ = isOpen(record_.state);
     info = runInfoOf(viewOf(queue_, std::move(*record)));
     std::set<EngineId> engines;
-    for (const AttemptRecord& attempt : queue_.attempts(job_)) {
+    queue_.eachAttempt(job_, [&](AttemptRecord&& attempt) {
       lastAttempt_ = std::max(lastAttempt_, attempt.id);
       if (attempt.state == AttemptState::Running) {
         engines.insert(attempt.engine);
@@ -63,7 +63,7 @@ RunInfo JobFollower::takeStock() {
           running_[attempt.id] = {workOf(attempt), {}};
         }
       }
-    }
+    });
     info.slots = 0;
     for (const EngineId engine : engines) {
       info.slots += queue_.slots(engine);

@@ -167,11 +167,15 @@ public:
   /// In the order of their frames; only those in a state, where one is given.
   std::vector<WorkRecord> works(JobId id, std::optional<WorkState> state = std::nullopt);
   std::vector<AttemptRecord> attempts(JobId id, AttemptId after = 0); ///< in the order of their start
+  /// The same one by one, for those who need not keep a million of them. The
+  /// action may ask the queue for other things.
+  void eachAttempt(JobId id, const std::function<void(AttemptRecord&&)>& take, AttemptId after = 0);
   std::optional<AttemptRecord> attempt(AttemptId id);
   /// Those of the job that were started for a frame, in the order of their start.
   std::vector<AttemptRecord> attemptsAt(JobId id, int frame);
   /// What each attempt of the job took that has ended.
   std::map<AttemptId, AttemptTime> times(JobId id);
+  void eachTime(JobId id, const std::function<void(AttemptId, const AttemptTime&)>& take);
   /// The attempts of the job that run, ascending.
   std::vector<AttemptId> runningAttempts(JobId id);
   /// Files of the job, in the order in which they came.

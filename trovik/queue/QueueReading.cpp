@@ -121,13 +121,18 @@ std::vector<WorkRecord> Queue::works(JobId id, std::optional<WorkState> state) {
 }
 
 std::vector<AttemptRecord> Queue::attempts(JobId id, AttemptId after) {
+  std::vector<AttemptRecord> result;
+  eachAttempt(
+      id, [&result](AttemptRecord&& attempt) { result.push_back(std::move(attempt)); }, after);
+  return result;
+}
+
+void Queue::eachAttempt(JobId id, const std::function<void(AttemptRecord&&)>& take, AttemptId after) {
   static const std::string sql =
       selectAttempts("INDEXED BY attempts_job WHERE job = ?1 AND id > ?2 ORDER BY id");
-  std::vector<AttemptRecord> result;
   for (Query row(impl_->database, sql.c_str(), id, after); row.next();) {
-    result.push_back(readAttempt(row, impl_->database));
+    take(readAttempt(row, impl_->database));
   }
-  return result;
 }
 
 std::vector<AttemptRecord> Queue::attemptsAt(JobId id, int frame) {
@@ -148,6 +153,13 @@ std::optional<AttemptRecord> Queue::attempt(AttemptId id) {
 
 std::map<AttemptId, AttemptTime> Queue::times(JobId id) {
   std::map<AttemptId, AttemptTime> result;
+  eachTime(id, [&result](AttemptId attempt, const AttemptTime& time) {
+    result.emplace_hint(result.end(), attempt, time);
+  });
+  return result;
+}
+
+void Queue::eachTime(JobId id, const std::function<void(AttemptId, const AttemptTime&)>& take) {
   Query row(impl_->database,
             "SELECT id, state, duration, first, last FROM attempts INDEXED BY attempts_job "
             "WHERE job = ?1 AND state <> 'running' ORDER BY id",
@@ -156,9 +168,8 @@ std::map<AttemptId, AttemptTime> Queue::times(JobId id) {
     const AttemptId attempt = row.number();
     const auto state = row.state<AttemptState>();
     const std::chrono::microseconds duration(row.number());
-    result.emplace_hint(result.end(), attempt, AttemptTime{state, duration, row.frames()});
+    take(attempt, AttemptTime{state, duration, row.frames()});
   }
-  return result;
 }
 
 std::optional<ProcessUsage> Queue::usage(JobId id) {

@@ -12,23 +12,19 @@ namespace {
 
 constexpr std::size_t rangesOfAProgram = 5;
 
-/// A program as the commands begin that run it.
-struct KnownProgram {
-  std::string word;
-  std::string path;
-};
-
 bool beginsWith(const std::string& command, const std::string& word) {
   return command.starts_with(word) && (command.size() == word.size() || command[word.size()] == ' ');
 }
 
+} // namespace
+
 /// The place of the program that a command runs; it is added where it is new.
 /// Nothing for a command that cannot be read.
-std::optional<std::size_t> placeOf(const std::string& command, std::vector<KnownProgram>& known) {
+std::optional<std::uint32_t> JobPrograms::placeOf(const std::string& command) {
   // A job of many thousand attempts has one or two, so no command is split twice.
-  for (std::size_t place = 0; place < known.size(); ++place) {
-    if (beginsWith(command, known[place].word)) {
-      return place;
+  for (std::size_t place = 0; place < programs_.size(); ++place) {
+    if (beginsWith(command, programs_[place].word)) {
+      return static_cast<std::uint32_t>(place);
     }
   }
   try {
@@ -36,56 +32,53 @@ std::optional<std::size_t> placeOf(const std::string& command, std::vector<Known
     if (words.empty()) {
       return std::nullopt;
     }
-    known.push_back({EnquoteWord(words.front()), words.front()});
-    return known.size() - 1;
+    programs_.push_back({EnquoteWord(words.front()), words.front()});
+    return static_cast<std::uint32_t>(programs_.size() - 1);
   } catch (Exception* exception) {
     takeText(exception); // a foreign queue
     return std::nullopt;
   }
 }
 
-} // namespace
-
-std::vector<ProgramShare> programsOf(const JobRecord& job, const std::vector<AttemptRecord>& attempts) {
-  std::vector<KnownProgram> known;
-  std::vector<std::pair<std::size_t, RunSet>> rendered; // program and frames, in the order of attempts
-  for (const AttemptRecord& attempt : attempts) {
-    const bool good = attempt.state == AttemptState::Good;
-    if (attempt.command.empty() || (!good && attempt.good.empty())) {
-      continue;
+void JobPrograms::add(const AttemptRecord& attempt) {
+  const bool good = attempt.state == AttemptState::Good;
+  if (attempt.command.empty() || (!good && attempt.good.empty())) {
+    return;
+  }
+  if (const auto place = placeOf(attempt.command)) {
+    RunSet frames = attempt.good;
+    if (good) {
+      frames.add(attempt.run);
     }
-    if (const auto place = placeOf(attempt.command, known)) {
-      RunSet frames = attempt.good;
-      if (good && job.hasFrames) {
-        frames.add(attempt.run);
-      }
-      rendered.emplace_back(*place, std::move(frames));
+    for (const FrameRun& run : frames.runs()) {
+      rendered_.push_back({*place, run});
     }
   }
+}
+
+std::vector<ProgramShare> JobPrograms::shares() const {
   std::vector<ProgramShare> programs;
-  programs.reserve(known.size());
-  for (const KnownProgram& program : known) {
+  programs.reserve(programs_.size());
+  for (const Program& program : programs_) {
     programs.push_back({program.path, {}});
   }
+  if (!hasFrames_) {
+    return rendered_.empty() ? std::vector<ProgramShare>()
+                             : std::vector<ProgramShare>{programs[rendered_.back().program]};
+  }
   RunSet seen;
-  for (auto one = rendered.rbegin(); one != rendered.rend(); ++one) {
-    auto& [place, frames] = *one;
-    for (const FrameRun& run : frames.runs()) {
-      if (known.size() == 1) {
-        programs[place].frames.add(run);
-        continue;
-      }
-      for (const FrameRun& rest : FramesOutside(run, seen.runs())) {
-        programs[place].frames.add(rest);
-      }
-      seen.add(run);
+  for (auto one = rendered_.rbegin(); one != rendered_.rend(); ++one) {
+    RunSet& frames = programs[one->program].frames;
+    if (programs.size() == 1) {
+      frames.add(one->frames);
+      continue;
     }
+    for (const FrameRun& rest : FramesOutside(one->frames, seen.runs())) {
+      frames.add(rest);
+    }
+    seen.add(one->frames);
   }
-  if (job.hasFrames) {
-    std::erase_if(programs, [](const ProgramShare& program) { return program.frames.empty(); });
-  } else if (!rendered.empty()) {
-    programs = {programs[rendered.back().first]};
-  }
+  std::erase_if(programs, [](const ProgramShare& program) { return program.frames.empty(); });
   return programs;
 }
 

@@ -184,12 +184,12 @@ std::optional<Duration> timeLeft(Queue& queue, const JobView& view) {
     return std::nullopt;
   }
   std::vector<TimedFrames> times;
-  for (const auto& [id, time] : queue.times(view.job.id)) {
+  queue.eachTime(view.job.id, [&](AttemptId /*id*/, const AttemptTime& time) {
     if (time.state == AttemptState::Good) {
       const auto frames = view.job.hasFrames ? std::max<std::int64_t>(1, time.run.Count()) : std::int64_t{1};
       times.push_back({durationOf(time.duration) / frames, static_cast<std::size_t>(frames)});
     }
-  }
+  });
   if (times.empty()) {
     return std::nullopt;
   }
@@ -237,19 +237,21 @@ JobReport reportOn(Queue& queue, JobRecord job, ImageInspector& inspector) {
   }
   report.gone = without(report.view.frames.good, without(report.view.frames.good, now.missing));
 
-  const std::vector<AttemptRecord> attempts = queue.attempts(id);
-  std::map<std::string, const AttemptRecord*> byReason;
+  std::map<std::string, AttemptRecord> byReason;
   std::map<AttemptId, std::size_t> files;
-  for (const AttemptRecord& attempt : attempts) {
+  JobPrograms programs(report.view.job.hasFrames);
+  queue.eachAttempt(id, [&](AttemptRecord&& attempt) {
+    programs.add(attempt);
     if (attempt.state == AttemptState::Running) {
-      report.running.push_back({attempt, 0});
       files[attempt.id] = 0;
+      report.running.push_back({std::move(attempt), 0});
     } else if (attempt.state == AttemptState::Failed) {
-      byReason[attempt.reason] = &attempt;
+      std::string reason = attempt.reason;
+      byReason.insert_or_assign(std::move(reason), std::move(attempt));
     } else if (attempt.state == AttemptState::Lost) {
-      report.lost.push_back(attempt);
+      report.lost.push_back(std::move(attempt));
     }
-  }
+  });
   if (!files.empty()) {
     for (const FileRecord& file : queue.files(id)) {
       if (const auto place = files.find(file.attempt); place != files.end()) {
@@ -263,12 +265,12 @@ JobReport reportOn(Queue& queue, JobRecord job, ImageInspector& inspector) {
   for (FailureGroup& group : summary.failures) {
     JobReport::Failure failure;
     if (const auto place = byReason.find(group.reason); place != byReason.end()) {
-      failure.attempt = *place->second;
+      failure.attempt = std::move(place->second);
     }
     failure.group = std::move(group);
     report.failures.push_back(std::move(failure));
   }
-  report.programs = programsOf(report.view.job, attempts);
+  report.programs = programs.shares();
   report.left = timeLeft(queue, report.view);
   return report;
 }

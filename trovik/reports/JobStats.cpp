@@ -65,10 +65,9 @@ std::string entry(const std::string& label, const std::string& text) {
 
 void JobStats::add(const JobRecord& job, const std::vector<AttemptRecord>& attempts) {
   ++jobs_;
-  if (std::vector<ProgramShare> programs = programsOf(job, attempts); programs.size() > 1) {
-    mixed_.push_back({job, std::move(programs)});
-  }
+  JobPrograms programs(job.hasFrames);
   for (const AttemptRecord& attempt : attempts) {
+    programs.add(attempt);
     if (attempt.state == AttemptState::Running) {
       continue;
     }
@@ -81,6 +80,9 @@ void JobStats::add(const JobRecord& job, const std::vector<AttemptRecord>& attem
     const auto year10000 = Moment(std::chrono::microseconds(std::int64_t{253'402'300'800} * 1'000'000));
     const Moment begin = std::clamp(attempt.started, Moment(), year10000);
     intervals_[attempt.engine].push_back({begin, begin + length});
+  }
+  if (std::vector<ProgramShare> shares = programs.shares(); shares.size() > 1) {
+    mixed_.push_back({job, std::move(shares)});
   }
 }
 

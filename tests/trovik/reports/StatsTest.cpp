@@ -156,10 +156,11 @@ TEST(Stats, TellWhichProgramsRenderedAJob) {
 }
 
 TEST(Stats, AProgramThatRenderedNothingThatStandsIsNotTold) {
-  const std::vector<ProgramShare> programs =
-      programsOf(jobWith(1), {renderedBy("/opt/paint-1/paint", attemptOf("1-3", 0s, 10s)),
-                              renderedBy("/opt/paint-2/paint", attemptOf("1-3", 0s, 10s)),
-                              renderedBy("\"unclosed", attemptOf("4", 0s, 10s))});
+  JobPrograms all(true);
+  all.add(renderedBy("/opt/paint-1/paint", attemptOf("1-3", 0s, 10s)));
+  all.add(renderedBy("/opt/paint-2/paint", attemptOf("1-3", 0s, 10s)));
+  all.add(renderedBy("\"unclosed", attemptOf("4", 0s, 10s)));
+  const std::vector<ProgramShare> programs = all.shares();
   ASSERT_EQ(programs.size(), 1U);
   EXPECT_EQ(programs.front().program, "/opt/paint-2/paint");
 }
