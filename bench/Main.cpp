@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char* usage =
     "usage: trovik_bench [--rounds N] [--quick]\n"
-    "       [dispatch|lines|curve|sequences|loading|expansion|missing|images|cores]...\n";
+    "       [dispatch|lines|curve|sequences|loading|expansion|missing|images|cores|cold]...\n";
 
 class TemporaryDirectory {
 public:
@@ -48,7 +48,10 @@ int runTable(int count, char** arguments) {
                   {"curve", bench::lineCurveRows, false},   {"sequences", bench::sequenceRows, false},
                   {"loading", bench::loadingRows, false},   {"expansion", bench::expansionRows, false},
                   {"missing", bench::missingRows, false},   {"images", bench::imageRows, false},
-                  {"cores", bench::imageCoreRows, false}};
+                  {"cores", bench::imageCoreRows, false},   {"cold", bench::coldSequenceRows, false}};
+  const auto isExtra = [](const Path& path) {
+    return path.rows == bench::lineCurveRows || path.rows == bench::coldSequenceRows;
+  };
   bench::Setup setup;
   bool all = true;
   for (int i = 1; i < count; ++i) {
@@ -75,7 +78,7 @@ int runTable(int count, char** arguments) {
   }
   std::vector<bench::Row> table;
   for (const Path& path : paths) {
-    if (path.wanted || (all && path.rows != bench::lineCurveRows)) {
+    if (path.wanted || (all && !isExtra(path))) {
       std::fprintf(stderr, "%s ...\n", path.name);
       const TemporaryDirectory directory;
       setup.directory = directory.text();

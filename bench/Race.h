@@ -92,6 +92,7 @@ std::vector<Row> dispatchRows(const Setup& setup);
 std::vector<Row> lineRows(const Setup& setup);
 std::vector<Row> lineCurveRows(const Setup& setup);
 std::vector<Row> sequenceRows(const Setup& setup);
+std::vector<Row> coldSequenceRows(const Setup& setup); ///< with caches emptied; for the administrator
 std::vector<Row> loadingRows(const Setup& setup);
 std::vector<Row> expansionRows(const Setup& setup);
 std::vector<Row> missingRows(const Setup& setup);
