@@ -12,11 +12,20 @@
 // when it is a whole phrase that means nothing else. The first such line is the
 // cause of the others. Milder words count only at the end of the output, and
 // there the last one does.
+//
+// Where many lines matter, the others come in thousands of blocks of a few lines.
+// To cut and copy each of these, nearly always to be replaced by later ones, took
+// longer than all else that is done with them. So short blocks are only put one
+// behind the other, and the last lines of them are cut when somebody asks for them
+// or they have become many.
 
 namespace {
 
 constexpr std::size_t k_ReadBytes = 400; // of a line, for what it tells
 constexpr std::size_t k_MildLines = 8;   // at the end of the output
+
+constexpr std::size_t k_ShortBlock = std::size_t{8} << 10;
+constexpr std::size_t k_MostUncut = std::size_t{32} << 10;
 
 constexpr std::array<std::string_view, 17> k_Phrases = {"invalid option",
                                                         "illegal option",
@@ -81,7 +90,28 @@ void OutputTail::Add(std::string_view line) {
   if (m_First.size() < k_First) {
     m_First.emplace_back(line.substr(0, k_KeptLine));
   }
+  Cut();
+  Keep(line);
+}
+
+void OutputTail::Keep(std::string_view line) const {
   m_Ring[m_Count++ % k_Last].assign(line, 0, k_KeptLine);
+}
+
+// Those before the last ones would only be replaced by them.
+void OutputTail::KeepLast(std::string_view lines) const {
+  std::array<std::string_view, k_Last> last;
+  const std::size_t count = FindLastLines(lines, last);
+  for (std::size_t i = 0; i < count; ++i) {
+    Keep(last[i]);
+  }
+}
+
+void OutputTail::Cut() const {
+  if (!m_Uncut.empty()) {
+    KeepLast(m_Uncut);
+    m_Uncut.clear();
+  }
 }
 
 void OutputTail::AddLines(std::string_view lines) {
@@ -91,19 +121,23 @@ void OutputTail::AddLines(std::string_view lines) {
       Add(line);
     }
   }
-  // Those before the last ones would only be replaced by them.
-  std::array<std::string_view, k_Last> last;
-  const std::size_t count = FindLastLines(lines, last);
-  for (std::size_t i = 0; i < count; ++i) {
-    Add(last[i]);
+  if (lines.size() > k_ShortBlock || m_Uncut.size() + lines.size() > k_MostUncut) {
+    Cut();
+  }
+  if (lines.size() > k_ShortBlock) {
+    KeepLast(lines);
+  } else {
+    m_Uncut.append(lines);
   }
 }
 
 const String& OutputTail::Last() const {
+  Cut();
   return m_Count == 0 ? String::Null : m_Ring[(m_Count - 1) % k_Last];
 }
 
 std::vector<const String*> OutputTail::Lines() const {
+  Cut();
   std::vector<const String*> lines;
   const std::size_t begin = m_Count - std::min(m_Count, k_Last);
   for (std::size_t i = 0; i < std::min(begin, m_First.size()); ++i) {
