@@ -12,20 +12,11 @@
 // when it is a whole phrase that means nothing else. The first such line is the
 // cause of the others. Milder words count only at the end of the output, and
 // there the last one does.
-//
-// Where many lines matter, the others come in thousands of blocks of a few lines.
-// To cut and copy each of these, nearly always to be replaced by later ones, took
-// longer than all else that is done with them. So short blocks are only put one
-// behind the other, and the last lines of them are cut when somebody asks for them
-// or they have become many.
 
 namespace {
 
 constexpr std::size_t k_ReadBytes = 400; // of a line, for what it tells
 constexpr std::size_t k_MildLines = 8;   // at the end of the output
-
-constexpr std::size_t k_ShortBlock = std::size_t{8} << 10;
-constexpr std::size_t k_MostUncut = std::size_t{32} << 10;
 
 constexpr std::array<std::string_view, 17> k_Phrases = {"invalid option",
                                                         "illegal option",
@@ -98,20 +89,8 @@ void OutputTail::Keep(std::string_view line) const {
   m_Ring[m_Count++ % k_Last].assign(line, 0, k_KeptLine);
 }
 
-// Those before the last ones would only be replaced by them.
-void OutputTail::KeepLast(std::string_view lines) const {
-  std::array<std::string_view, k_Last> last;
-  const std::size_t count = FindLastLines(lines, last);
-  for (std::size_t i = 0; i < count; ++i) {
-    Keep(last[i]);
-  }
-}
-
 void OutputTail::Cut() const {
-  if (!m_Uncut.empty()) {
-    KeepLast(m_Uncut);
-    m_Uncut.clear();
-  }
+  m_Uncut.Cut([this](std::string_view line) { Keep(line); });
 }
 
 void OutputTail::AddLines(std::string_view lines) {
@@ -121,14 +100,7 @@ void OutputTail::AddLines(std::string_view lines) {
       Add(line);
     }
   }
-  if (lines.size() > k_ShortBlock || m_Uncut.size() + lines.size() > k_MostUncut) {
-    Cut();
-  }
-  if (lines.size() > k_ShortBlock) {
-    KeepLast(lines);
-  } else {
-    m_Uncut.append(lines);
-  }
+  m_Uncut.Add(lines, [this](std::string_view line) { Keep(line); });
 }
 
 const String& OutputTail::Last() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/foundation/RecentLines.h"
 #include "host/foundation/String.h"
 
 #include <array>
@@ -35,12 +36,10 @@ private:
   /// All lines that are kept, in their order.
   std::vector<const String*> Lines() const;
   void Keep(std::string_view line) const;
-  void KeepLast(std::string_view lines) const;
   void Cut() const;
 
   std::vector<String> m_First;
-  // Lines behind those of the ring that are not cut yet: whoever asks does it.
-  mutable std::string m_Uncut;
+  mutable RecentLines<k_Last> m_Uncut; // behind those of the ring
   mutable std::array<String, k_Last> m_Ring;
   mutable std::size_t m_Count = 0;
 };
