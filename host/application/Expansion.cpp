@@ -56,11 +56,13 @@ class Expander {
 public:
   explicit Expander(const ExpansionSource& source) : m_Source(source) {}
 
-  Expanded Run(const String& text, const String& where) {
-    Expanded result;
-    if (m_Open.empty()) {
-      m_Whole = &result.Text;
-    }
+  String Run(const String& text) {
+    Run(text, m_Source.What, m_Whole);
+    return std::move(m_Whole.Text);
+  }
+
+private:
+  void Run(const String& text, const String& where, Expanded& result) {
     std::size_t position = 0;
     for (;;) {
       bool literal = false;
@@ -68,7 +70,7 @@ public:
       const std::size_t plainEnd = found == String::npos ? text.size() : found - (literal ? 1 : 0);
       Append(result, std::string_view(text).substr(position, plainEnd - position), where);
       if (found == String::npos) {
-        return result;
+        return;
       }
       if (literal) {
         Append(result, m_Source.ForLater ? "$$(" : "$(", where);
@@ -83,7 +85,6 @@ public:
     }
   }
 
-private:
   struct Remembered {
     std::optional<ParameterAnswer> Answer;
     std::optional<Expanded> Value;
@@ -114,7 +115,7 @@ private:
                                                                                             : nullptr;
   }
 
-  void Remember(Made made) {
+  void Remember(Made&& made) {
     if (m_Made.size() < k_MadeLimit) {
       m_Made.try_emplace(KeyOf(made.Reference, 0), std::move(made));
     }
@@ -147,7 +148,7 @@ private:
   // line; `rest` is what is still to be read of it.
   bool TakeOver(Expanded& result, Remembered& entry, std::size_t rest, const String& where) {
     String& value = entry.Value->Text;
-    const bool pays = m_Open.empty() && !m_Source.ForLater && value.size() >= k_LongValue &&
+    const bool pays = &result == &m_Whole && !m_Source.ForLater && value.size() >= k_LongValue &&
                       result.Text.size() < value.size() &&
                       value.capacity() - value.size() >= result.Text.size() + rest;
     if (pays) {
@@ -247,7 +248,7 @@ private:
     }
     if (entry.Value) {
       if (entry.TakenSize != 0) {
-        entry.Value->Text.assign(*m_Whole, entry.TakenAt, entry.TakenSize);
+        entry.Value->Text.assign(m_Whole.Text, entry.TakenAt, entry.TakenSize);
         entry.TakenSize = 0;
       }
       return &*entry.Value;
@@ -281,7 +282,8 @@ private:
            "references nest deeper than " + std::to_string(k_DepthLimit) + " parameters");
     }
     m_Open.push_back(name);
-    Expanded value = Run(entry.Answer->Value, "parameter " + Shown(name));
+    Expanded value;
+    Run(entry.Answer->Value, "parameter " + Shown(name), value);
     m_Open.pop_back();
     entry.Value = std::move(value);
     return &*entry.Value;
@@ -301,7 +303,7 @@ private:
   std::map<String, Remembered> m_Remembered;
   std::unordered_map<std::string_view, Made> m_Made; // by KeyOf
   std::vector<String> m_Open;                        // the parameters being expanded, outermost first
-  const String* m_Whole = nullptr;                   // the result of the text that is expanded in all
+  Expanded m_Whole;                                  // of the text that is expanded in all
   std::size_t m_Spent = 0;
 };
 
@@ -319,7 +321,7 @@ String ReplaceMark(const String& text, std::string_view mark, std::string_view r
 } // namespace
 
 String ExpandReferences(const String& text, const ExpansionSource& source) {
-  return Expander(source).Run(text, source.What).Text;
+  return Expander(source).Run(text);
 }
 
 String EscapeReferences(const String& text) {
