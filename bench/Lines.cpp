@@ -108,7 +108,8 @@ Cost judgePipe(const Log& log) {
 }
 
 void check(const LineLimit::Counts& counts, const LogFacts& facts) {
-  require(counts.lines == facts.lines && counts.images == facts.imageLines && counts.errors == facts.errors &&
+  require(counts.lines == facts.lines && counts.imageLines == facts.imageLines &&
+              counts.images == facts.images && counts.errors == facts.errors &&
               counts.successes == facts.successes,
           "the limit program read the log wrongly");
 }

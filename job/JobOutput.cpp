@@ -25,10 +25,11 @@ struct FoundText {
   std::size_t Index = 0;
 };
 
-// The place of the first text, by the list's order, that the line holds.
-FoundText FindStart(const String& lowered, const std::vector<String>& texts) {
+// The place of the first text, by the list's order, that the line holds; none
+// stands before `from`.
+FoundText FindStart(const String& lowered, const std::vector<String>& texts, std::size_t from) {
   for (std::size_t i = 0; i < texts.size(); ++i) {
-    const std::int32_t place = ToPlace(lowered.find(texts[i]));
+    const std::int32_t place = ToPlace(lowered.find(texts[i], from));
     if (place != k_NotFound) {
       return {place, ToPlace(texts[i].size()), i};
     }
@@ -69,6 +70,10 @@ void TessivarJob::ParseImageTexts() {
   ParseTexts(p_ImageNotEndText, m_NotEndTexts);
   ParseTexts(p_SuccessTexts, m_SuccessTextList);
   m_StartFilter.Build(m_StartTexts, m_Lower);
+  m_LongestStart = 0;
+  for (const String& text : m_StartTexts) {
+    m_LongestStart = std::max(m_LongestStart, text.size());
+  }
   m_TextsParsed = true;
   DeclareTexts();
 }
@@ -88,8 +93,8 @@ void TessivarJob::ProcessLine(const String& line) {
     DeclareTexts();
   }
   ParseImageTexts();
-  if (m_StartFilter.Occurs(line)) {
-    ProcessImageLine(line);
+  if (const std::size_t place = m_StartFilter.Find(line); place != TextFilter::k_Nowhere) {
+    ProcessImageLine(line, place);
     return;
   }
   const auto begins = [this, &line](const String& text) { return m_Lower.BeginsWith(line, text); };
@@ -129,9 +134,12 @@ void TessivarJob::AccountForText(LineAccount::Fate fate, const char* list, std::
   }
 }
 
-void TessivarJob::ProcessImageLine(const String& line) {
-  const String lowered = m_Lower.Lower(line);
-  const FoundText start = FindStart(lowered, m_StartTexts);
+// The filter has met the first of the start texts at `place`, which may be any of
+// that text's bytes.
+void TessivarJob::ProcessImageLine(const String& line, std::size_t place) {
+  m_Lower.Lower(line, m_Lowered);
+  const String& lowered = m_Lowered;
+  const FoundText start = FindStart(lowered, m_StartTexts, place - std::min(place, m_LongestStart));
   AccountForText(LineAccount::Fate::Dropped, p_ImageStartText, start.Index);
   const auto endsLine = [&lowered](const String& text) { return lowered.ends_with(text); };
   const auto notEnd = std::find_if(m_NotEndTexts.begin(), m_NotEndTexts.end(), endsLine);
@@ -159,7 +167,7 @@ void TessivarJob::ProcessImageLine(const String& line) {
     account->Other = ended && !m_EndTexts.empty() ? WrittenText(p_ImageEndText, end.Index) : String::Null;
     account->Image = name;
   }
-  ProcessNewFilename(Path(name));
+  ProcessNewFilename(Path(std::move(name)));
 }
 
 int TessivarJob::CheckResult(int exitCode) {

@@ -7,6 +7,7 @@
 #include "host/foundation/Log.h"
 #include "job/SequencePattern.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <optional>
 
@@ -16,6 +17,20 @@ constexpr unsigned int k_StreamVersion = 3;
 
 /// A command line is never this long: the kernel takes a fraction of it.
 constexpr std::size_t k_ScenesLimit = std::size_t{64} << 20;
+
+/// What mostly stands beside the scenes in a command line has room behind them.
+constexpr std::size_t k_RestOfLine = 4096;
+
+// Makes room for the names of some frames, and for the rest of their line.
+void ReserveNames(const SequencePattern& pattern, int first, int last, String& value) {
+  String ends;
+  pattern.AppendName(first, ends);
+  const std::size_t ofFirst = ends.size();
+  pattern.AppendName(last, ends);
+  const std::size_t name = std::max(ofFirst, ends.size() - ofFirst) + 1;
+  const auto frames = static_cast<std::size_t>(std::max<std::int64_t>(0, std::int64_t{last} - first + 1));
+  value.reserve(value.size() + std::min(frames * name, k_ScenesLimit) + k_RestOfLine);
+}
 
 int ToFrame(const String& text) {
   return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
@@ -241,6 +256,9 @@ bool TessivarJob::GetActualScene(String& value) const {
       translate ? std::nullopt : SequencePattern::Read(m_SceneNameFormat.Text());
   if (pattern && enquote) {
     pattern = pattern->Enquoted();
+  }
+  if (pattern) {
+    ReserveNames(*pattern, first, last, value);
   }
   // In 64 bits: the last frame may be the last number of 32.
   for (std::int64_t frame = first; frame <= last; ++frame) {

@@ -65,7 +65,7 @@ private:
                      const SmartHandle<const Job>& self) const;
   BoolOverrideInfo FindOverrideInfo(const String& name) const;
   void ParseTexts(const char* name, std::vector<String>& texts) const;
-  void ProcessImageLine(const String& line);
+  void ProcessImageLine(const String& line, std::size_t place);
   void DeclareTexts();
   String WrittenText(const char* list, std::size_t index) const;
   void AccountForText(LineAccount::Fate fate, const char* list, std::size_t index);
@@ -89,4 +89,6 @@ private:
   // Derived from the lists and the locale, to dismiss ordinary lines fast.
   LowerTable m_Lower;
   TextFilter m_StartFilter;
+  std::size_t m_LongestStart = 0;
+  String m_Lowered; // the image line at hand; kept for its memory
 };

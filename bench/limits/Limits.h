@@ -1,9 +1,11 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -12,7 +14,7 @@ struct libdeflate_decompressor;
 namespace bench {
 
 // What cannot be done without. None of it is a product: no error is reported,
-// nothing is kept, and only the benchmark's own inputs are understood.
+// nothing is kept that is not asked for, and only the benchmark's own inputs are understood.
 
 /// Runs `count` times a program on `slots` slots, each with its output in a
 /// pipe that is read to its end. Its words end with a null pointer. 0, or 1 when
@@ -24,7 +26,8 @@ class LineLimit {
 public:
   struct Counts {
     std::size_t lines = 0;
-    std::size_t images = 0;
+    std::size_t imageLines = 0;
+    std::size_t images = 0; // different ones
     std::size_t errors = 0;
     std::size_t successes = 0;
   };
@@ -36,6 +39,9 @@ public:
   Counts run(int descriptor);
 
 private:
+  struct Hash : std::hash<std::string_view> {
+    using is_transparent = void;
+  };
   struct Table {
     alignas(16) unsigned char low[16] = {};
     alignas(16) unsigned char high[16] = {};
@@ -50,7 +56,7 @@ private:
   std::string success_;
   Table tables_[3]; // by place in a text
   std::string lowered_;
-  std::size_t nameBytes_ = 0;
+  std::unordered_set<std::string, Hash, std::equal_to<>> names_; // of images
   Counts counts_;
 };
 

@@ -1,7 +1,8 @@
 // One pass with 32-byte vectors. Each text is one of eight bits; for each of
 // its first three bytes a table by half bytes says which bits fit. Where a bit
 // is left after all three, a text may begin, and only the line around that
-// place is looked at: lower-cased and searched text by text.
+// place is looked at: lower-cased and searched text by text. What is asked for are
+// the images, each once, so their names are kept and looked up.
 
 #include "bench/limits/Limits.h"
 
@@ -57,11 +58,13 @@ LineLimit::LineLimit(std::vector<std::string> images, std::string imageEnd, std:
 
 LineLimit::Counts LineLimit::run(int descriptor) {
   counts_ = Counts();
+  names_.clear();
   std::vector<char> buffer(2 * blockSize + padding);
   std::size_t kept = 0;
   for (;;) {
     const ssize_t got = read(descriptor, buffer.data() + kept, blockSize);
     if (got <= 0) {
+      counts_.images = names_.size();
       return counts_;
     }
     const std::size_t size = kept + static_cast<std::size_t>(got);
@@ -124,8 +127,11 @@ void LineLimit::judge(std::string_view line) {
     if (place != std::string::npos) {
       const std::size_t nameEnd = lowered_.rfind(imageEnd_);
       if (nameEnd != std::string::npos) {
-        ++counts_.images;
-        nameBytes_ += nameEnd - place - text.size();
+        ++counts_.imageLines;
+        const std::string_view name = line.substr(place + text.size(), nameEnd - place - text.size());
+        if (!names_.contains(name)) {
+          names_.emplace(name);
+        }
       }
       return;
     }

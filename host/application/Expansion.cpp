@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <map>
+#include <unordered_map>
 #include <utility>
 
 // References are read from left to right; a value that may hold references of
@@ -23,11 +24,28 @@
 // A type file is a stranger's text, and A=$(B)$(B), B=$(C)$(C), ... doubles
 // with every line. So each name is answered and expanded once and remembered,
 // and one budget bounds all the bytes that an expansion reads and writes.
+//
+// A command line may hold the same few references thousands of times. To read one,
+// to look up its name and commands and to apply these takes ten times as long as
+// to copy what comes out. So that is remembered as well, by the text of the
+// reference. Only what is sure to come out the same again is: nothing that is left
+// for later, and no command that makes a file. What it spends of the budget stays
+// the same.
+//
+// And it may hold a single reference to a hundred thousand file names. Their text
+// is as good as the whole line, so the result takes it over and lends it back
+// where it is referred to again: two such texts at a time cost the system more
+// than making one of them.
 
 namespace {
 
 constexpr std::size_t k_DepthLimit = 100;
 constexpr std::size_t k_WorkLimit = 4 * k_ExpansionLimit;
+// What is remembered of references: so many, and none with commands that became longer.
+constexpr std::size_t k_MadeLimit = 1024;
+constexpr std::size_t k_LongestMade = std::size_t{64} << 10;
+
+constexpr std::size_t k_LongValue = std::size_t{64} << 10; // a shorter one is copied
 
 struct Expanded {
   String Text;
@@ -38,8 +56,13 @@ class Expander {
 public:
   explicit Expander(const ExpansionSource& source) : m_Source(source) {}
 
-  Expanded Run(const String& text, const String& where) {
-    Expanded result;
+  String Run(const String& text) {
+    Run(text, m_Source.What, m_Whole);
+    return std::move(m_Whole.Text);
+  }
+
+private:
+  void Run(const String& text, const String& where, Expanded& result) {
     std::size_t position = 0;
     for (;;) {
       bool literal = false;
@@ -47,22 +70,56 @@ public:
       const std::size_t plainEnd = found == String::npos ? text.size() : found - (literal ? 1 : 0);
       Append(result, std::string_view(text).substr(position, plainEnd - position), where);
       if (found == String::npos) {
-        return result;
+        return;
       }
       if (literal) {
         Append(result, m_Source.ForLater ? "$$(" : "$(", where);
         position = found + 2;
+      } else if (const Made* made = FindMade(text, found); made != nullptr) {
+        Spend(made->CommandBytes, where);
+        Append(result, made->Text(), where);
+        position = found + made->Reference.size();
       } else {
         position = ExpandOne(result, text, found, where);
       }
     }
   }
 
-private:
   struct Remembered {
     std::optional<ParameterAnswer> Answer;
     std::optional<Expanded> Value;
+    std::size_t TakenSize = 0; // of its text, while only the whole result holds it
+    std::size_t TakenAt = 0;   // where
   };
+
+  // What a reference became, in the form of the result.
+  struct Made {
+    std::string_view Reference;    // in the text where it was met first, which stays
+    const String* Value = nullptr; // as remembered, where there are no commands
+    String Commanded;
+    std::size_t CommandBytes = 0; // that the commands read
+
+    const String& Text() const { return Value != nullptr ? *Value : Commanded; }
+  };
+
+  // A reference that holds no ")" but its own is known by what stands before
+  // that, any other only by the whole of it: of those that begin alike up to
+  // there, the first one is remembered.
+  static std::string_view KeyOf(std::string_view text, std::size_t start) {
+    return text.substr(start, text.find(')', start) - start);
+  }
+
+  const Made* FindMade(std::string_view text, std::size_t start) const {
+    const auto found = m_Made.find(KeyOf(text, start));
+    return found != m_Made.end() && text.substr(start).starts_with(found->second.Reference) ? &found->second
+                                                                                            : nullptr;
+  }
+
+  void Remember(Made&& made) {
+    if (m_Made.size() < k_MadeLimit) {
+      m_Made.try_emplace(KeyOf(made.Reference, 0), std::move(made));
+    }
+  }
 
   [[noreturn]] static void Fail(const String& text, std::size_t position, const String& where, int code,
                                 const String& message) {
@@ -78,9 +135,31 @@ private:
       result.Text.push_back('$');
     }
     result.Text.append(piece);
+    CheckSize(result, where);
+  }
+
+  static void CheckSize(const Expanded& result, const String& where) {
     if (result.Text.size() > k_ExpansionLimit) {
       FailLimit(where);
     }
+  }
+
+  // Appends a long value by taking its memory, where that has room for all of the
+  // line; `rest` is what is still to be read of it.
+  bool TakeOver(Expanded& result, Remembered& entry, std::size_t rest, const String& where) {
+    String& value = entry.Value->Text;
+    const bool pays = &result == &m_Whole && !m_Source.ForLater && value.size() >= k_LongValue &&
+                      result.Text.size() < value.size() &&
+                      value.capacity() - value.size() >= result.Text.size() + rest;
+    if (pays) {
+      Spend(value.size(), where);
+      entry.TakenAt = result.Text.size();
+      entry.TakenSize = value.size();
+      value.insert(0, result.Text);
+      result.Text = std::move(value);
+      CheckSize(result, where);
+    }
+    return pays;
   }
 
   void Spend(std::size_t bytes, const String& where) {
@@ -114,18 +193,34 @@ private:
       result.Complete = false;
       return position;
     }
+    const std::string_view written = std::string_view(text).substr(start, position - start);
     if (calls.empty()) {
+      if (TakeOver(result, entry, text.size() - position, where)) {
+        return position;
+      }
       Append(result, value->Text, where);
       result.Complete = result.Complete && value->Complete;
+      if (value->Complete) {
+        Remember({written, &value->Text, {}, 0});
+      }
       return position;
     }
     const ParameterInfo* info = entry.Answer->Info;
     String plain = m_Source.ForLater ? UnescapeReferences(value->Text) : value->Text;
+    std::size_t read = 0;
     for (const CommandCall& call : calls) {
       Spend(plain.size(), where);
+      read += plain.size();
       plain = Apply(plain, call, info, text, where);
     }
-    Append(result, m_Source.ForLater ? EscapeReferences(plain) : plain, where);
+    if (m_Source.ForLater) {
+      plain = EscapeReferences(plain);
+    }
+    Append(result, plain, where);
+    if (!m_Source.Apply && plain.size() <= k_LongestMade &&
+        std::none_of(calls.begin(), calls.end(), MakesFile)) {
+      Remember({written, nullptr, std::move(plain), read});
+    }
     return position;
   }
 
@@ -152,6 +247,10 @@ private:
       FailCycle(name, text, start, where);
     }
     if (entry.Value) {
+      if (entry.TakenSize != 0) {
+        entry.Value->Text.assign(m_Whole.Text, entry.TakenAt, entry.TakenSize);
+        entry.TakenSize = 0;
+      }
       return &*entry.Value;
     }
     if (!entry.Answer) {
@@ -183,7 +282,8 @@ private:
            "references nest deeper than " + std::to_string(k_DepthLimit) + " parameters");
     }
     m_Open.push_back(name);
-    Expanded value = Run(entry.Answer->Value, "parameter " + Shown(name));
+    Expanded value;
+    Run(entry.Answer->Value, "parameter " + Shown(name), value);
     m_Open.pop_back();
     entry.Value = std::move(value);
     return &*entry.Value;
@@ -201,7 +301,9 @@ private:
 
   const ExpansionSource& m_Source;
   std::map<String, Remembered> m_Remembered;
-  std::vector<String> m_Open; // the parameters being expanded, outermost first
+  std::unordered_map<std::string_view, Made> m_Made; // by KeyOf
+  std::vector<String> m_Open;                        // the parameters being expanded, outermost first
+  Expanded m_Whole;                                  // of the text that is expanded in all
   std::size_t m_Spent = 0;
 };
 
@@ -219,7 +321,7 @@ String ReplaceMark(const String& text, std::string_view mark, std::string_view r
 } // namespace
 
 String ExpandReferences(const String& text, const ExpansionSource& source) {
-  return Expander(source).Run(text, source.What).Text;
+  return Expander(source).Run(text);
 }
 
 String EscapeReferences(const String& text) {

@@ -16,6 +16,10 @@ inline bool IsAsciiLetter(char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
+inline char LowerAscii(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
 /// What ends a line of a program's output: a progress bar goes back to write anew.
 inline bool EndsLine(char c) {
   return c == '\n' || c == '\r' || c == '\b';

@@ -30,6 +30,7 @@ constexpr char k_Bell = '\a';
 constexpr char k_Backspace = '\b';
 constexpr std::string_view k_ByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::size_t k_BlockSize = 64;
+constexpr std::size_t k_PartSize = 16; // of a block
 
 // What is judged at once: less than a line may have, so that no line in it is
 // too long.
@@ -42,30 +43,43 @@ constexpr std::size_t k_CutSize = 4096;
 // A line feed and a backspace differ in one bit, which is left out of both.
 static_assert((k_Backspace ^ '\n') == 2);
 
-// Bit i is set where byte i of the 64 is a line feed, backspace, carriage return
+// Bit i is set where byte i of the 16 is a line feed, backspace, carriage return
 // or escape.
-std::uint64_t MarkBlock(const char* block) {
+std::uint64_t MarkPart(const char* part) {
   const __m128i allButOne = _mm_set1_epi8(~2);
   const __m128i backspace = _mm_set1_epi8(k_Backspace);
   const __m128i carriageReturn = _mm_set1_epi8('\r');
   const __m128i escape = _mm_set1_epi8(k_Escape);
+  __m128i bytes;
+  std::memcpy(&bytes, part, sizeof(bytes));
+  const __m128i found = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(_mm_and_si128(bytes, allButOne), backspace),
+                                                  _mm_cmpeq_epi8(bytes, carriageReturn)),
+                                     _mm_cmpeq_epi8(bytes, escape));
+  return static_cast<std::uint32_t>(_mm_movemask_epi8(found));
+}
+
+// The same for 64 bytes.
+std::uint64_t MarkBlock(const char* block) {
   std::uint64_t marks = 0;
-  for (unsigned int part = 0; part < 4; ++part) {
-    __m128i bytes;
-    std::memcpy(&bytes, block + std::size_t{16} * part, sizeof(bytes));
-    const __m128i found =
-        _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(_mm_and_si128(bytes, allButOne), backspace),
-                                  _mm_cmpeq_epi8(bytes, carriageReturn)),
-                     _mm_cmpeq_epi8(bytes, escape));
-    marks |= std::uint64_t{static_cast<std::uint32_t>(_mm_movemask_epi8(found))} << (16 * part);
+  for (std::size_t part = 0; part < k_BlockSize; part += k_PartSize) {
+    marks |= MarkPart(block + part) << part;
   }
   return marks;
 }
 
+// The same for fewer bytes. The last 16 overlap what was looked at before: a copy
+// of so few bytes would take longer than to look at them.
 std::uint64_t MarkTail(const char* tail, std::size_t size) {
-  char block[k_BlockSize] = {};
-  std::memcpy(block, tail, size);
-  return MarkBlock(block);
+  if (size < k_PartSize) {
+    char part[k_PartSize] = {};
+    std::memcpy(part, tail, size);
+    return MarkPart(part);
+  }
+  std::uint64_t marks = 0;
+  for (std::size_t part = 0; part + k_PartSize <= size; part += k_PartSize) {
+    marks |= MarkPart(tail + part) << part;
+  }
+  return marks | MarkPart(tail + size - k_PartSize) << (size - k_PartSize);
 }
 
 // The index of the first line end at or behind `from`; the size if there is none.
@@ -216,8 +230,10 @@ void LineSplitter::JudgeLines(std::string_view lines) {
       const std::string_view line = lines.substr(0, end);
       const bool returned = lines[end] == '\r';
       lines.remove_prefix(end + 1);
+      // It is whole, and shorter than what is judged at once.
       m_Escape = line.find(k_Escape) != std::string_view::npos;
-      Extend(line, true);
+      Deliver(line);
+      m_Escape = false;
       const bool secondHalf = returned && lines.starts_with('\n');
       lines.remove_prefix(secondHalf ? 1 : 0);
       m_SkipNewline = returned && !secondHalf;

@@ -1,5 +1,7 @@
 #include "host/foundation/String.h"
 
+#include "host/foundation/Characters.h"
+
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -11,12 +13,37 @@ const String String::Null;
 
 namespace {
 
-char LowerAscii(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
 char UpperAscii(char c) {
   return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
 }
+
+// White space as the global locale has it. Asking a locale for its classification
+// takes longer than trimming a text by it.
+class SpaceTable {
+public:
+  SpaceTable() { Read(); }
+
+  void Follow() {
+    const std::locale now;
+    if (!(m_Locale == now)) {
+      m_Locale = now;
+      Read();
+    }
+  }
+
+  bool IsSpace(char c) const { return m_Space[static_cast<unsigned char>(c)]; }
+
+private:
+  void Read() {
+    const auto& facet = std::use_facet<std::ctype<char>>(m_Locale);
+    for (std::size_t byte = 0; byte < m_Space.size(); ++byte) {
+      m_Space[byte] = facet.is(std::ctype_base::space, static_cast<char>(static_cast<unsigned char>(byte)));
+    }
+  }
+
+  std::locale m_Locale; // the global one
+  std::array<bool, 256> m_Space{};
+};
 
 // Up to eight bytes of a text in lower case, as a number that orders as they do;
 // behind the end are bytes 0.
@@ -43,15 +70,14 @@ std::uint64_t LowerBytes(const char* text, std::size_t size) {
 } // namespace
 
 String& String::Trim() {
-  const std::locale locale;
-  const auto& facet = std::use_facet<std::ctype<char>>(locale);
-  const auto isSpace = [&facet](char c) { return facet.is(std::ctype_base::space, c); };
+  thread_local SpaceTable spaces;
+  spaces.Follow();
   std::size_t last = size();
-  while (last > 0 && isSpace((*this)[last - 1])) {
+  while (last > 0 && spaces.IsSpace((*this)[last - 1])) {
     --last;
   }
   std::size_t first = 0;
-  while (first < last && isSpace((*this)[first])) {
+  while (first < last && spaces.IsSpace((*this)[first])) {
     ++first;
   }
   erase(last);

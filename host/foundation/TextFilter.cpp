@@ -80,18 +80,28 @@ bool LowerTable::Follow() {
 
 void LowerTable::Read(const std::locale& locale) {
   m_Locale = locale;
+  m_OfAscii = true;
   const auto& classes = std::use_facet<std::ctype<char>>(m_Locale);
   for (std::size_t byte = 0; byte < m_Lower.size(); ++byte) {
-    m_Lower[byte] = classes.tolower(static_cast<char>(static_cast<unsigned char>(byte)));
+    const char c = static_cast<char>(static_cast<unsigned char>(byte));
+    m_Lower[byte] = classes.tolower(c);
+    m_OfAscii = m_OfAscii && m_Lower[byte] == LowerAscii(c);
   }
 }
 
 String LowerTable::Lower(std::string_view text) const {
-  String lowered(text);
-  for (char& byte : lowered) {
-    byte = Lower(byte);
-  }
+  String lowered;
+  Lower(text, lowered);
   return lowered;
+}
+
+void LowerTable::Lower(std::string_view text, String& lowered) const {
+  lowered.resize(text.size());
+  if (m_OfAscii) { // many bytes at once, where a table is asked byte by byte
+    std::transform(text.begin(), text.end(), lowered.begin(), LowerAscii);
+  } else {
+    std::transform(text.begin(), text.end(), lowered.begin(), [this](char byte) { return Lower(byte); });
+  }
 }
 
 bool LowerTable::BeginsWith(std::string_view line, std::string_view text) const {

@@ -23,6 +23,9 @@ public:
   char Lower(char byte) const { return m_Lower[static_cast<unsigned char>(byte)]; }
   String Lower(std::string_view text) const;
 
+  /// The same into a text that is there, for its memory.
+  void Lower(std::string_view text, String& lowered) const;
+
   /// Whether the lower-cased line begins with a text.
   bool BeginsWith(std::string_view line, std::string_view text) const;
 
@@ -34,6 +37,7 @@ private:
 
   std::locale m_Locale;
   std::array<char, 256> m_Lower{};
+  bool m_OfAscii = true; // alters only the letters A to Z
 };
 
 /// Finds out in one pass over a line, or over many at once, whether their

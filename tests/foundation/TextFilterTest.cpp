@@ -72,6 +72,48 @@ TEST(TextFilterTest, MoreTextsThanBucketsAreAllFound) {
   }
 }
 
+// Lower case in which one more byte, or a letter of ASCII less, is lowered.
+class OddCase : public std::ctype<char> {
+public:
+  explicit OddCase(bool more) : m_More(more) {}
+
+protected:
+  char do_tolower(char byte) const override {
+    if (m_More ? byte == '\xC4' : byte == 'Q') {
+      return m_More ? '\xE4' : byte;
+    }
+    return std::ctype<char>::do_tolower(byte);
+  }
+
+private:
+  bool m_More;
+};
+
+TEST(TextFilterTest, TextsAreLoweredByteByByteAsTheirLocaleHasIt) {
+  const auto seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  const std::locale& classic = std::locale::classic();
+  for (const std::locale& locale :
+       {classic, std::locale(classic, new OddCase(true)), std::locale(classic, new OddCase(false))}) {
+    const auto& classes = std::use_facet<std::ctype<char>>(locale);
+    LowerTable lower(classic);
+    lower = LowerTable(locale);
+    String lowered = "what was there before";
+    for (std::size_t size = 0; size < 300; ++size) {
+      String text;
+      String expected;
+      for (std::size_t i = 0; i < size; ++i) {
+        text += static_cast<char>(static_cast<unsigned char>(random() % 256));
+        expected += classes.tolower(text.back());
+      }
+      lower.Lower(text, lowered);
+      ASSERT_EQ(lowered, expected);
+      ASSERT_EQ(lower.Lower(text), expected);
+    }
+  }
+}
+
 TEST(TextFilterTest, RandomLinesGiveTheAnswerOfAPlainSearch) {
   const auto seed = std::random_device()();
   SCOPED_TRACE("seed " + std::to_string(seed));

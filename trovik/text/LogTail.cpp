@@ -1,13 +1,19 @@
 #include "trovik/text/LogTail.h"
 
-#include "host/foundation/LineSplitter.h"
-
 #include <algorithm>
 
 namespace trovik {
 
-void LogTail::add(std::string_view line) {
-  if (line.find_first_not_of(" \t\r\n") == std::string_view::npos) {
+namespace {
+
+bool isBlank(std::string_view line) {
+  return line.find_first_not_of(" \t\r\n") == std::string_view::npos;
+}
+
+} // namespace
+
+void LogTail::keep(std::string_view line) const {
+  if (isBlank(line)) {
     return;
   }
   std::string& place = ring_[added_ % lastLines];
@@ -16,8 +22,18 @@ void LogTail::add(std::string_view line) {
     place += "…";
   }
   ++added_;
-  if (wanted_ > 0) {
-    around_.push_back(place);
+}
+
+void LogTail::cut() const {
+  uncut_.Cut([this](std::string_view line) { keep(line); });
+}
+
+void LogTail::add(std::string_view line) {
+  if (wanted_ == 0) {
+    uncut_.AddLine(line, [this](std::string_view last) { keep(last); });
+  } else if (!isBlank(line)) {
+    keep(line);
+    around_.push_back(ring_[(added_ - 1) % lastLines]);
     --wanted_;
   }
 }
@@ -26,14 +42,11 @@ void LogTail::addLines(std::string_view lines) {
   while (wanted_ > 0 && !lines.empty()) {
     add(TakeFirstLine(lines));
   }
-  std::array<std::string_view, lastLines> last;
-  const std::size_t count = FindLastLines(lines, last);
-  for (std::size_t i = 0; i < count; ++i) {
-    add(last[i]);
-  }
+  uncut_.Add(lines, [this](std::string_view line) { keep(line); });
 }
 
 void LogTail::markDeciding() {
+  cut();
   if (around_.empty() && added_ > 0) {
     around_ = ring(linesBefore + 1);
     wanted_ = linesAfter;
@@ -41,6 +54,7 @@ void LogTail::markDeciding() {
 }
 
 std::vector<std::string> LogTail::lines() const {
+  cut();
   return around_.empty() ? ring(lastLines) : around_;
 }
 

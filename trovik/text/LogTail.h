@@ -1,5 +1,7 @@
 #pragma once
 
+#include "host/foundation/RecentLines.h"
+
 #include <array>
 #include <cstddef>
 #include <string>
@@ -18,7 +20,7 @@ public:
   static constexpr std::size_t linesAfter = 3;
   static constexpr std::size_t lineLimit = 400; ///< bytes kept of a line
 
-  /// Lines without any text are left out.
+  /// Takes a line without its end; one without any text is left out.
   void add(std::string_view line);
   /// Takes whole lines with their ends, in which are no terminal sequences.
   void addLines(std::string_view lines);
@@ -28,10 +30,13 @@ public:
   std::vector<std::string> lines() const;
 
 private:
+  void keep(std::string_view line) const;
+  void cut() const;
   std::vector<std::string> ring(std::size_t count) const;
 
-  std::array<std::string, lastLines> ring_;
-  std::size_t added_ = 0;
+  mutable RecentLines<lastLines> uncut_; // behind those of the ring; none while a line is wanted
+  mutable std::array<std::string, lastLines> ring_;
+  mutable std::size_t added_ = 0;
   std::vector<std::string> around_;
   std::size_t wanted_ = 0; // lines still to come behind the deciding one
 };

@@ -81,7 +81,16 @@ void OutputTail::Add(std::string_view line) {
   if (m_First.size() < k_First) {
     m_First.emplace_back(line.substr(0, k_KeptLine));
   }
+  Cut();
+  Keep(line);
+}
+
+void OutputTail::Keep(std::string_view line) const {
   m_Ring[m_Count++ % k_Last].assign(line, 0, k_KeptLine);
+}
+
+void OutputTail::Cut() const {
+  m_Uncut.Cut([this](std::string_view line) { Keep(line); });
 }
 
 void OutputTail::AddLines(std::string_view lines) {
@@ -91,19 +100,16 @@ void OutputTail::AddLines(std::string_view lines) {
       Add(line);
     }
   }
-  // Those before the last ones would only be replaced by them.
-  std::array<std::string_view, k_Last> last;
-  const std::size_t count = FindLastLines(lines, last);
-  for (std::size_t i = 0; i < count; ++i) {
-    Add(last[i]);
-  }
+  m_Uncut.Add(lines, [this](std::string_view line) { Keep(line); });
 }
 
 const String& OutputTail::Last() const {
+  Cut();
   return m_Count == 0 ? String::Null : m_Ring[(m_Count - 1) % k_Last];
 }
 
 std::vector<const String*> OutputTail::Lines() const {
+  Cut();
   std::vector<const String*> lines;
   const std::size_t begin = m_Count - std::min(m_Count, k_Last);
   for (std::size_t i = 0; i < std::min(begin, m_First.size()); ++i) {

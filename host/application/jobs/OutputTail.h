@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/foundation/RecentLines.h"
 #include "host/foundation/String.h"
 
 #include <array>
@@ -20,7 +21,7 @@ public:
   /// Takes whole lines with their ends; those without any text are left out.
   void AddLines(std::string_view lines);
 
-  /// The last line; empty without any.
+  /// The last line; empty without any. Valid until lines are added.
   const String& Last() const;
 
   /// The line that most likely tells why the program failed: the first that says
@@ -34,8 +35,11 @@ private:
 
   /// All lines that are kept, in their order.
   std::vector<const String*> Lines() const;
+  void Keep(std::string_view line) const;
+  void Cut() const;
 
   std::vector<String> m_First;
-  std::array<String, k_Last> m_Ring;
-  std::size_t m_Count = 0;
+  mutable RecentLines<k_Last> m_Uncut; // behind those of the ring
+  mutable std::array<String, k_Last> m_Ring;
+  mutable std::size_t m_Count = 0;
 };

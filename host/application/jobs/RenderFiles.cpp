@@ -46,7 +46,9 @@ bool RenderJob::FindsImages() const {
 }
 
 void RenderJob::ProcessNewFilename(const Path& file) {
-  if (file.empty()) {
+  // A program may tell of a file in thousands of lines.
+  const bool isFinal = file.IsAbsolute() && file.Text().size() <= PATH_MAX && !m_TranslateImages;
+  if (file.empty() || (isFinal && m_ImageNames.contains(file.Text()))) {
     return;
   }
   Path image = file.IsAbsolute() ? file : MakeAbsolute(file, WorkStartDirectory());

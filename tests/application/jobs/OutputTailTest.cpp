@@ -109,6 +109,43 @@ TEST(OutputTailTest, WholeLinesGiveTheSameAsOneByOne) {
   }
 }
 
+// Short and long ones, asked for something only now and then.
+TEST(OutputTailTest, BlocksOfLinesGiveTheSameAsTheirLinesOneByOne) {
+  const auto seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  int number = 0;
+  for (int round = 0; round < 200; ++round) {
+    OutputTail single;
+    OutputTail whole;
+    for (std::size_t block = random() % 300; block > 0; --block) {
+      String lines;
+      const std::size_t count = random() % 30 == 0 ? random() % 400 : random() % 6;
+      for (std::size_t i = 0; i < count; ++i) {
+        String line;
+        if (random() % 5 != 0) {
+          line = (random() % 40 == 0 ? "error: " : "cannot open ") + String(std::to_string(++number)) +
+                 String(random() % 80, '.');
+          single.Add(line);
+        }
+        lines += line + "\n\r\b"[random() % 3];
+      }
+      whole.AddLines(lines);
+      if (random() % 8 == 0) {
+        const String line = "line " + std::to_string(++number);
+        single.Add(line);
+        whole.Add(line);
+      }
+      if (random() % 20 == 0) {
+        ASSERT_EQ(whole.Last(), single.Last());
+        ASSERT_EQ(whole.Telling(), single.Telling());
+      }
+    }
+    ASSERT_EQ(whole.Last(), single.Last());
+    ASSERT_EQ(whole.Telling(), single.Telling());
+  }
+}
+
 class OutputTailVerdict : public JobTest {};
 
 TEST_F(OutputTailVerdict, NoteOfABadExitCodeQuotesTheTellingLine) {

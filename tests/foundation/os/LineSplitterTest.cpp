@@ -416,6 +416,46 @@ TEST(LineSplitterTest, JudgeGetsLongLinesInTheSamePieces) {
   EXPECT_GT(blocks, 0U);
 }
 
+TEST(LineSplitterTest, LinesOfTextsOfAnySizeAreFoundFromBothEnds) {
+  const auto seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  const auto endsLine = [](char c) { return c == '\n' || c == '\r' || c == '\b'; };
+  for (std::size_t size = 1; size < 300; ++size) {
+    for (int round = 0; round < 20; ++round) {
+      const std::size_t rarity = 1 + random() % 200;
+      const auto text = std::make_unique<char[]>(size); // for a sanitizer
+      for (std::size_t i = 0; i < size; ++i) {
+        text[i] = random() % rarity == 0 ? "\n\r\b\x1b\x0b\x0c\x09\x07"[random() % 8] : 'x';
+      }
+      const std::string_view lines(text.get(), size);
+      const auto end =
+          static_cast<std::size_t>(std::find_if(lines.begin(), lines.end(), endsLine) - lines.begin());
+      std::string_view rest = lines;
+      ASSERT_EQ(TakeFirstLine(rest), lines.substr(0, end));
+      ASSERT_EQ(rest, lines.substr(std::min(end + 1, size)));
+
+      std::vector<std::string_view> all;
+      for (std::size_t begin = 0; begin < size;) {
+        std::size_t behind = begin;
+        while (behind < size && !endsLine(lines[behind])) {
+          ++behind;
+        }
+        const std::string_view line = lines.substr(begin, behind - begin);
+        if (line.find_first_not_of(" \t") != std::string_view::npos) {
+          all.push_back(line);
+        }
+        begin = behind + 1;
+      }
+      std::vector<std::string_view> last(1 + random() % 4);
+      const std::size_t room = std::min(all.size(), last.size());
+      all.erase(all.begin(), all.end() - static_cast<std::ptrdiff_t>(room));
+      last.resize(FindLastLines(lines, last));
+      ASSERT_EQ(last, all) << testing::PrintToString(lines);
+    }
+  }
+}
+
 TEST(LineSplitterTest, LastLinesWithTextAreFoundFromTheEnd) {
   std::vector<std::string_view> last(3);
   const auto find = [&last](std::string_view lines) {

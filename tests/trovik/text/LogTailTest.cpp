@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <random>
+
 namespace trovik {
 namespace {
 
@@ -63,6 +66,53 @@ TEST(LogTail, WholeLinesGiveTheSameAsOneByOne) {
       }
       ASSERT_EQ(whole.lines(), single.lines()) << deciding << " " << block;
     }
+  }
+}
+
+// Short and long lines and blocks, with a deciding line now and then.
+TEST(LogTail, BlocksAndLinesGiveTheSameAsLinesOneByOne) {
+  const auto seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  for (int round = 0; round < 300; ++round) {
+    LogTail whole;
+    Lines all;
+    std::size_t deciding = 0; // how many lines there were with it
+    int number = 0;
+    for (std::size_t block = random() % 300; block > 0; --block) {
+      std::string lines;
+      for (std::size_t i = random() % 25 == 0 ? random() % 400 : random() % 5; i > 0; --i) {
+        const bool blank = random() % 5 == 0;
+        const std::string line =
+            blank ? " \t"
+                  : std::to_string(++number) + std::string(random() % (random() % 20 == 0 ? 600 : 60), '.');
+        lines += line + "\n\r\b"[random() % 3];
+        if (!blank) {
+          all.push_back(line);
+        }
+      }
+      whole.addLines(lines);
+      if (random() % 3 == 0) {
+        all.push_back(std::to_string(++number) + std::string(random() % 2 * 9000, '.'));
+        whole.add(all.back());
+        if (random() % 100 == 0) {
+          whole.markDeciding();
+          deciding = deciding == 0 ? all.size() : deciding;
+        }
+      }
+      if (random() % 40 == 0) {
+        whole.lines();
+      }
+    }
+    const std::size_t end = deciding == 0 ? all.size() : std::min(all.size(), deciding + LogTail::linesAfter);
+    const std::size_t from = deciding == 0 ? all.size() - std::min(all.size(), LogTail::lastLines)
+                                           : deciding - std::min(deciding, LogTail::linesBefore + 1);
+    Lines expected;
+    for (std::size_t i = from; i < end; ++i) {
+      expected.push_back(all[i].size() > LogTail::lineLimit ? all[i].substr(0, LogTail::lineLimit) + "…"
+                                                            : all[i]);
+    }
+    ASSERT_EQ(whole.lines(), expected);
   }
 }
 
