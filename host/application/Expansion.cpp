@@ -200,7 +200,8 @@ private:
       }
       Append(result, value->Text, where);
       result.Complete = result.Complete && value->Complete;
-      if (value->Complete) {
+      // A long one may be taken over, and is copied by its bytes anyway.
+      if (value->Complete && value->Text.size() < k_LongValue) {
         Remember({written, &value->Text, {}, 0});
       }
       return position;
