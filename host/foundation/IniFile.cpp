@@ -14,6 +14,18 @@ int CutToInt(const String& value) {
   return static_cast<int>(std::strtol(value.c_str(), nullptr, 10));
 }
 
+// The first of some sorted indexes whose name is not before a wanted one; by
+// eight bytes of the names alone, where these tell.
+template <typename Index, typename NameOf>
+Index FirstFrom(Index first, Index last, std::string_view wanted, NameOf nameOf) {
+  const std::uint64_t prefix = String::NoCasePrefix(wanted);
+  return std::partition_point(first, last, [&](std::uint32_t index) {
+    const std::string_view name = nameOf(index);
+    const std::uint64_t itsPrefix = String::NoCasePrefix(name);
+    return itsPrefix != prefix ? itsPrefix < prefix : String::CompareNoCase(name, wanted) < 0;
+  });
+}
+
 } // namespace
 
 IniFile::IniFile(bool keepOrder) {
@@ -104,11 +116,8 @@ void IniFile::Compact() {
 }
 
 std::uint32_t IniFile::FindSection(std::string_view name) const {
-  const auto found =
-      std::lower_bound(m_Tables->ByName.begin(), m_Tables->ByName.end(), name,
-                       [this](std::uint32_t index, std::string_view wanted) {
-                         return String::CompareNoCase(View(m_Tables->Sections[index].Name), wanted) < 0;
-                       });
+  const auto found = FirstFrom(m_Tables->ByName.begin(), m_Tables->ByName.end(), name,
+                               [this](std::uint32_t index) { return View(m_Tables->Sections[index].Name); });
   return found != m_Tables->ByName.end() && String::EqualNoCase(View(m_Tables->Sections[*found].Name), name)
              ? *found
              : k_None;
@@ -120,9 +129,8 @@ std::uint32_t IniFile::FindEntry(std::uint32_t section, std::string_view key) co
   }
   const auto first = m_Tables->Order.begin() + m_Tables->Sections[section].First;
   const auto last = first + m_Tables->Sections[section].Count;
-  const auto found = std::lower_bound(first, last, key, [this](std::uint32_t index, std::string_view wanted) {
-    return String::CompareNoCase(View(m_Tables->Entries[index].Key), wanted) < 0;
-  });
+  const auto found =
+      FirstFrom(first, last, key, [this](std::uint32_t index) { return View(m_Tables->Entries[index].Key); });
   return found != last && String::EqualNoCase(View(m_Tables->Entries[*found].Key), key) ? *found : k_None;
 }
 
@@ -198,15 +206,28 @@ int IniFile::GetValue(const String& section, const String& key, int defaultValue
 }
 
 bool IniFile::GetNextValue(String& key, String& value) {
-  if (m_Current == k_None || m_Position >= m_Tables->Sections[m_Current].Count) {
+  EntryView entry;
+  if (!GetNextEntry(entry)) {
+    return false;
+  }
+  key.assign(entry.Key);
+  value.assign(entry.Value);
+  return true;
+}
+
+bool IniFile::GetNextEntry(EntryView& entry) {
+  if (m_Position >= EntryCount()) {
     return false;
   }
   const std::uint32_t index =
       m_KeepOrder ? m_Walk[m_Position] : m_Tables->Order[m_Tables->Sections[m_Current].First + m_Position];
   ++m_Position;
-  key.assign(View(m_Tables->Entries[index].Key));
-  value.assign(View(m_Tables->Entries[index].Value));
+  entry = MakeView(m_Tables->Entries[index]);
   return true;
+}
+
+std::size_t IniFile::EntryCount() const {
+  return m_Current == k_None ? 0 : m_Tables->Sections[m_Current].Count;
 }
 
 IniFile::Slice IniFile::Append(std::string_view text) {
@@ -226,10 +247,8 @@ void IniFile::SetValue(const String& section, const String& key, const String& v
     sectionIndex = static_cast<std::uint32_t>(m_Tables->Sections.size());
     const Slice name = Append(section);
     const auto place =
-        std::lower_bound(m_Tables->ByName.begin(), m_Tables->ByName.end(), section,
-                         [this](std::uint32_t index, const String& wanted) {
-                           return String::CompareNoCase(View(m_Tables->Sections[index].Name), wanted) < 0;
-                         });
+        FirstFrom(m_Tables->ByName.begin(), m_Tables->ByName.end(), section,
+                  [this](std::uint32_t index) { return View(m_Tables->Sections[index].Name); });
     m_Tables->ByName.insert(place, sectionIndex);
     m_Tables->Sections.push_back({name, {}, static_cast<std::uint32_t>(m_Tables->Order.size()), 0});
   }
@@ -252,11 +271,8 @@ void IniFile::SetValue(const String& section, const String& key, const String& v
   } else {
     const Entry entry{sectionIndex, Append(key), Append(value), {}, {}};
     const auto first = m_Tables->Order.begin() + m_Tables->Sections[sectionIndex].First;
-    const auto place =
-        std::lower_bound(first, first + m_Tables->Sections[sectionIndex].Count, key,
-                         [this](std::uint32_t index, const String& wanted) {
-                           return String::CompareNoCase(View(m_Tables->Entries[index].Key), wanted) < 0;
-                         });
+    const auto place = FirstFrom(first, first + m_Tables->Sections[sectionIndex].Count, key,
+                                 [this](std::uint32_t index) { return View(m_Tables->Entries[index].Key); });
     m_Tables->Order.insert(place, static_cast<std::uint32_t>(m_Tables->Entries.size()));
     m_Tables->Entries.push_back(entry);
     ++m_Tables->Sections[sectionIndex].Count;
