@@ -95,7 +95,8 @@ void ReadAutoDetect(IniFile& file, TvxInfo& info) {
 }
 
 bool LoadFile(Path const& path) {
-  IniFile file(false);
+  auto kept = std::make_unique<IniFile>(false);
+  IniFile& file = *kept;
   file.SetFilename(path);
   file.Load(false, true);
   if (!file.SetSection("Module")) {
@@ -118,11 +119,12 @@ bool LoadFile(Path const& path) {
     return false;
   }
   ReadModuleSection(file, info);
-  info.Ini = new IniFile(file, false);
   ReadTexts(file, "ErrorText", info.ErrorText);
   ReadTexts(file, "ErrorIgnore", info.ErrorIgnore);
   ReadTexts(file, "SuccessText", info.SuccessText);
   ReadAutoDetect(file, info);
+  file.LeaveSection();
+  info.Ini = kept.release();
   // The record that a repeated ID overwrites leaves its kept file behind:
   // nobody can tell whether a host still reads it.
   g_TvxMap.insert_or_assign(type, std::move(info));

@@ -36,9 +36,8 @@ void IniFile::_ConstructIniFile(bool keepOrder) { // NOLINT(bugprone-reserved-id
   m_KeepOrder = keepOrder;
 }
 
-IniFile::IniFile(const IniFile& other, bool keepPosition) : File(other) {
+IniFile::IniFile(const IniFile& other, bool keepPosition) : File(other), m_Tables(other.m_Tables) {
   _ConstructIniFile(other.m_KeepOrder);
-  CopyData(other);
   if (keepPosition) {
     m_Current = other.m_Current;
     m_Walk = other.m_Walk;
@@ -80,9 +79,7 @@ void IniFile::Clear() {
   } else {
     m_Tables = std::make_shared<Tables>();
   }
-  m_Current = k_None;
-  m_Walk.clear();
-  m_Position = 0;
+  LeaveSection();
 }
 
 // Forgets replaced entries and all text that is no longer a name or a value.
@@ -144,6 +141,12 @@ bool IniFile::SetSection(const String& section) {
     std::sort(m_Walk.begin(), m_Walk.end());
   }
   return m_Current != k_None;
+}
+
+void IniFile::LeaveSection() {
+  m_Current = k_None;
+  m_Position = 0;
+  m_Walk.clear();
 }
 
 bool IniFile::GetValue(const String& key, String& value) const {

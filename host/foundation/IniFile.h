@@ -110,6 +110,9 @@ public:
   /// section, when there is none of that name.
   bool SetSection(const String& section);
 
+  /// Leaves no section current, as in the beginning.
+  void LeaveSection();
+
   /// The value of a key in the current section; untouched when it is missing.
   /// An integer is read like strtol in base 10 and cut to 32 bits (empty gives
   /// 0); a boolean by String::Bool. Returns whether the key is there.

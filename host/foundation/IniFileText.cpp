@@ -186,8 +186,7 @@ void IniFile::ParseText(std::string text, bool replace) {
   } else {
     Detach();
     Compact(); // or the sorting below would see replaced entries again
-    m_Current = k_None;
-    m_Walk.clear();
+    LeaveSection();
   }
   const std::size_t start = m_Tables->Text.size();
   const std::size_t oddities = m_Tables->Oddities.size();

@@ -59,7 +59,7 @@ public:
 
 // Eight bytes in lower case at once, the first one on top; behind the end are
 // bytes 0. Here, since names are sorted and searched by it.
-inline std::uint64_t String::NoCasePrefix(std::string_view text) {
+__attribute__((always_inline)) inline std::uint64_t String::NoCasePrefix(std::string_view text) {
   static_assert(std::endian::native == std::endian::little);
   constexpr std::uint64_t k_Each = 0x0101010101010101;
   const std::size_t size = text.size();
