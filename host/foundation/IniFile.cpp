@@ -22,7 +22,8 @@ Index FirstFrom(Index first, Index last, std::string_view wanted, NameOf nameOf)
   return std::partition_point(first, last, [&](std::uint32_t index) {
     const std::string_view name = nameOf(index);
     const std::uint64_t itsPrefix = String::NoCasePrefix(name);
-    return itsPrefix != prefix ? itsPrefix < prefix : String::CompareNoCase(name, wanted) < 0;
+    return itsPrefix != prefix ? itsPrefix < prefix
+                               : name != wanted && String::CompareNoCase(name, wanted) < 0;
   });
 }
 

@@ -69,8 +69,10 @@ int String::CompareNoCase(std::string_view left, std::string_view right) {
   return left.size() < right.size() ? -1 : 1;
 }
 
+// What is equal is mostly written alike.
 bool String::EqualNoCase(std::string_view left, std::string_view right) {
-  return left.size() == right.size() && CompareNoCase(left, right) == 0;
+  return left.size() == right.size() && NoCasePrefix(left) == NoCasePrefix(right) &&
+         (left == right || CompareNoCase(left, right) == 0);
 }
 
 String operator+(const String& left, const String& right) {
