@@ -224,7 +224,7 @@ void IniFile::Note(Oddity::Kind what, std::uint32_t line, std::size_t column, st
 // looked at once: nearly always eight bytes of it tell.
 template <typename NameOf>
 bool IniFile::SortByName(std::uint32_t* first, std::uint32_t* last, NameOf nameOf) {
-  constexpr std::size_t k_Few = 16;
+  constexpr std::size_t k_Few = 16; // with 32, files of sections of twenty keys take a quarter longer
   const auto count = static_cast<std::size_t>(last - first);
   if (count <= k_Few) {
     // Each is compared with each, which tells how many are before it: nobody can
