@@ -29,7 +29,7 @@ struct TvxInfo {
   bool ErrorDetectPosition = false;
   std::vector<String> SuccessText;
   bool DefaultEnabled = true;
-  IniFile* Ini = nullptr; ///< a copy of the whole file, for sections that are read later
+  IniFile* Ini = nullptr; ///< the whole file, for sections that are read later
   /// Name of the parameter that changed, then name of the parameter to set and
   /// the text to set it to. All by case.
   std::map<String, std::map<String, String>> AutoDetect;

@@ -6,34 +6,60 @@
 #include "host/foundation/Log.h"
 #include "host/foundation/StringTokenizer.h"
 
+#include <algorithm>
+#include <array>
 #include <memory>
+#include <string_view>
 #include <utility>
 
 namespace {
 
-void ReadModuleSection(const IniFile& file, TvxInfo& info) {
-  file.GetValue("Command", info.Command);
-  file.GetValue("Name", info.Name);
-  file.GetValue("Shortcut", info.Shortcut);
-  file.GetValue("Help", info.Help);
-  file.GetValue("Details", info.Details);
-  file.GetValue("ImageStartText", info.ImageStartText);
-  file.GetValue("ImageEndText", info.ImageEndText);
-  file.GetValue("ImageNotEndText", info.ImageNotEndText);
-  file.GetValue("DefaultEnabled", info.DefaultEnabled);
-  file.GetValue("CheckForMultipleFiles", info.CheckForMultipleFiles);
-  file.GetValue(p_SceneNumberLength, info.SceneNumberLength);
-  file.GetValue(p_ErrorDetectPosition, info.ErrorDetectPosition);
+struct TextKey {
+  std::string_view Name;
+  String TvxInfo::*Text;
+};
+
+constexpr std::array<TextKey, 8> k_TextKeys = {{{"Command", &TvxInfo::Command},
+                                                {"Name", &TvxInfo::Name},
+                                                {"Shortcut", &TvxInfo::Shortcut},
+                                                {"Help", &TvxInfo::Help},
+                                                {"Details", &TvxInfo::Details},
+                                                {"ImageStartText", &TvxInfo::ImageStartText},
+                                                {"ImageEndText", &TvxInfo::ImageEndText},
+                                                {"ImageNotEndText", &TvxInfo::ImageNotEndText}}};
+
+// Goes through the current section once: it mostly has fewer keys than there
+// are to ask for.
+void ReadModuleSection(IniFile& file, TvxInfo& info) {
+  IniFile::EntryView entry;
+  const auto is = [&entry](std::string_view name) {
+    return name.size() == entry.Key.size() && String::EqualNoCase(name, entry.Key);
+  };
+  while (file.GetNextEntry(entry)) {
+    const auto text = std::find_if(k_TextKeys.begin(), k_TextKeys.end(),
+                                   [&is](const TextKey& key) { return is(key.Name); });
+    if (text != k_TextKeys.end()) {
+      (info.*text->Text).assign(entry.Value);
+    } else if (is("DefaultEnabled")) {
+      file.GetValue("DefaultEnabled", info.DefaultEnabled);
+    } else if (is(p_CheckForMultipleFiles)) {
+      file.GetValue(p_CheckForMultipleFiles, info.CheckForMultipleFiles);
+    } else if (is(p_SceneNumberLength)) {
+      file.GetValue(p_SceneNumberLength, info.SceneNumberLength);
+    } else if (is(p_ErrorDetectPosition)) {
+      file.GetValue(p_ErrorDetectPosition, info.ErrorDetectPosition);
+    }
+  }
 }
 
 void ReadTexts(IniFile& file, const char* section, std::vector<String>& texts) {
   if (!file.SetSection(section)) {
     return;
   }
-  String key;
-  String value;
-  while (file.GetNextValue(key, value)) {
-    texts.push_back(std::move(value));
+  texts.reserve(file.EntryCount());
+  IniFile::EntryView entry;
+  while (file.GetNextEntry(entry)) {
+    texts.emplace_back(entry.Value);
   }
 }
 
@@ -56,21 +82,21 @@ void ReadAutoDetect(IniFile& file, TvxInfo& info) {
   if (!file.SetSection("AutoDetect")) {
     return;
   }
-  String key;
-  String value;
-  while (file.GetNextValue(key, value)) {
-    if (value.find('=') == String::npos) {
+  IniFile::EntryView entry;
+  while (file.GetNextEntry(entry)) {
+    if (entry.Value.find('=') == std::string_view::npos) {
       continue; // no token of it has one
     }
-    std::map<String, String> assignments = ReadAssignments(value);
+    std::map<String, String> assignments = ReadAssignments(String(entry.Value));
     if (!assignments.empty()) {
-      info.AutoDetect[key] = std::move(assignments);
+      info.AutoDetect[String(entry.Key)] = std::move(assignments);
     }
   }
 }
 
 bool LoadFile(Path const& path) {
-  IniFile file(false);
+  auto kept = std::make_unique<IniFile>(false);
+  IniFile& file = *kept;
   file.SetFilename(path);
   file.Load(false, true);
   if (!file.SetSection("Module")) {
@@ -93,14 +119,15 @@ bool LoadFile(Path const& path) {
     return false;
   }
   ReadModuleSection(file, info);
-  info.Ini = new IniFile(file, false);
   ReadTexts(file, "ErrorText", info.ErrorText);
   ReadTexts(file, "ErrorIgnore", info.ErrorIgnore);
   ReadTexts(file, "SuccessText", info.SuccessText);
   ReadAutoDetect(file, info);
+  file.LeaveSection();
+  info.Ini = kept.release();
   // The record that a repeated ID overwrites leaves its kept file behind:
   // nobody can tell whether a host still reads it.
-  g_TvxMap[type] = std::move(info);
+  g_TvxMap.insert_or_assign(type, std::move(info));
   g_IDs.push_back(type);
   LogInfo("Loaded Virtual Module " + path.Text());
   return true;

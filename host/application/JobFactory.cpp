@@ -69,13 +69,19 @@ const ParameterInfo* JobFactory::GetTypeParameterInfo(const UID& type, const Str
 }
 
 std::vector<UID> JobFactory::Types() const {
-  std::vector<UID> types;
+  std::vector<const decltype(m_Types)::value_type*> sorted;
+  sorted.reserve(m_Types.size());
   for (const auto& entry : m_Types) {
-    types.push_back(entry.first);
+    sorted.push_back(&entry);
   }
-  std::stable_sort(types.begin(), types.end(), [this](const UID& left, const UID& right) {
-    return String::CompareNoCase(Find(left)->Info->Name, Find(right)->Info->Name) < 0;
+  std::stable_sort(sorted.begin(), sorted.end(), [](const auto* left, const auto* right) {
+    return String::CompareNoCase(left->second.Info->Name, right->second.Info->Name) < 0;
   });
+  std::vector<UID> types;
+  types.reserve(sorted.size());
+  for (const auto* entry : sorted) {
+    types.push_back(entry->first);
+  }
   return types;
 }
 

@@ -116,6 +116,7 @@ public:
   // for the place to point at.
   bool HasSection(const char* what, std::initializer_list<const char*> lists) {
     if (m_File.SetSection(m_Name)) {
+      m_Entries = m_File.Entries(m_Name);
       return true;
     }
     if (IsSilent()) {
@@ -141,13 +142,13 @@ public:
   }
 
   void CheckKeys(const std::vector<String>& known) {
-    for (const IniFile::EntryView& entry : m_File.Entries(m_Name)) {
+    for (const IniFile::EntryView& entry : m_Entries) {
       if (IsSilent()) {
         return; // whatever else there is
       }
-      const String key(entry.Key);
       if (std::none_of(known.begin(), known.end(),
-                       [&key](const String& name) { return String::EqualNoCase(key, name); })) {
+                       [&entry](const String& name) { return String::EqualNoCase(entry.Key, name); })) {
+        const String key(entry.Key);
         Warn(Problem::Kind::UnknownKey, entry.KeyPlace, key.size(), "unknown key \"" + Shown(key) + "\"",
              DidYouMean(key, known));
       }
@@ -156,21 +157,34 @@ public:
 
   // The value of a key, with its place; false where it is missing.
   bool Value(const char* key, String& value, IniFile::EntryView& entry) const {
-    if (!m_File.FindEntry(m_Name, key, entry)) {
+    const IniFile::EntryView* found = Find(key);
+    if (found == nullptr) {
       return false;
     }
-    value = String(entry.Value);
+    entry = *found;
+    value.assign(entry.Value);
     return true;
   }
 
   String Text(const char* key, const String& fallback = String::Null) const {
-    return m_File.GetValue(m_Name, key, fallback);
+    const IniFile::EntryView* found = Find(key);
+    return found == nullptr ? fallback : String(found->Value);
   }
 
 private:
+  // A definition has a handful of keys, so the file is asked for all at once.
+  const IniFile::EntryView* Find(std::string_view key) const {
+    const auto found =
+        std::find_if(m_Entries.begin(), m_Entries.end(), [key](const IniFile::EntryView& entry) {
+          return entry.Key.size() == key.size() && String::EqualNoCase(entry.Key, key);
+        });
+    return found == m_Entries.end() ? nullptr : &*found;
+  }
+
   const String& m_Name;
   IniFile& m_File;
   Audience m_Audience;
+  std::vector<IniFile::EntryView> m_Entries; // of the section, as in the file
   std::vector<Problem> m_Problems;
 };
 
@@ -316,7 +330,8 @@ std::vector<Problem> ReadParameterFor(Audience audience, const String& name, Ini
   if (!definition.HasSection("parameter", {"PrimaryParameters", "SecondaryParameters"})) {
     return definition.TakeProblems();
   }
-  definition.CheckKeys(ParameterKeys());
+  static const std::vector<String> s_Keys = ParameterKeys();
+  definition.CheckKeys(s_Keys);
   if (info->GetParam(name) != nullptr) {
     definition.WarnHere(Problem::Kind::Repeated, "the type has a parameter \"" + Shown(name) + "\" already",
                         "this definition is not used");
@@ -356,7 +371,8 @@ std::vector<Problem> ReadCommandFor(Audience audience, const String& name, IniFi
   if (!definition.HasSection("command", {"PrimaryCommands", "SecondaryCommands"})) {
     return definition.TakeProblems();
   }
-  definition.CheckKeys(CommandKeys());
+  static const std::vector<String> s_Keys = CommandKeys();
+  definition.CheckKeys(s_Keys);
   if (info->GetCommand(name) != nullptr) {
     definition.WarnHere(Problem::Kind::Repeated, "the type has a command \"" + Shown(name) + "\" already",
                         "this definition is not used");

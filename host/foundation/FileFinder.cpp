@@ -424,7 +424,9 @@ bool FileFinder::Find(const Path& pattern) {
   if (matches.empty()) {
     return FindExact(pattern); // a directory that may be entered but not read
   }
-  std::sort(matches.begin(), matches.end());
+  const auto leafOf = [leaf](const Path& path) { return std::string_view(path.Text()).substr(leaf); };
+  std::sort(matches.begin(), matches.end(),
+            [&leafOf](const Path& left, const Path& right) { return leafOf(left) < leafOf(right); });
   m_Matches = std::move(matches);
   m_Current = 0;
   return true;

@@ -14,6 +14,19 @@ int CutToInt(const String& value) {
   return static_cast<int>(std::strtol(value.c_str(), nullptr, 10));
 }
 
+// The first of some sorted indexes whose name is not before a wanted one; by
+// eight bytes of the names alone, where these tell.
+template <typename Index, typename NameOf>
+Index FirstFrom(Index first, Index last, std::string_view wanted, NameOf nameOf) {
+  const std::uint64_t prefix = String::NoCasePrefix(wanted);
+  return std::partition_point(first, last, [&](std::uint32_t index) {
+    const std::string_view name = nameOf(index);
+    const std::uint64_t itsPrefix = String::NoCasePrefix(name);
+    return itsPrefix != prefix ? itsPrefix < prefix
+                               : name != wanted && String::CompareNoCase(name, wanted) < 0;
+  });
+}
+
 } // namespace
 
 IniFile::IniFile(bool keepOrder) {
@@ -24,9 +37,8 @@ void IniFile::_ConstructIniFile(bool keepOrder) { // NOLINT(bugprone-reserved-id
   m_KeepOrder = keepOrder;
 }
 
-IniFile::IniFile(const IniFile& other, bool keepPosition) : File(other) {
+IniFile::IniFile(const IniFile& other, bool keepPosition) : File(other), m_Tables(other.m_Tables) {
   _ConstructIniFile(other.m_KeepOrder);
-  CopyData(other);
   if (keepPosition) {
     m_Current = other.m_Current;
     m_Walk = other.m_Walk;
@@ -68,9 +80,7 @@ void IniFile::Clear() {
   } else {
     m_Tables = std::make_shared<Tables>();
   }
-  m_Current = k_None;
-  m_Walk.clear();
-  m_Position = 0;
+  LeaveSection();
 }
 
 // Forgets replaced entries and all text that is no longer a name or a value.
@@ -104,11 +114,8 @@ void IniFile::Compact() {
 }
 
 std::uint32_t IniFile::FindSection(std::string_view name) const {
-  const auto found =
-      std::lower_bound(m_Tables->ByName.begin(), m_Tables->ByName.end(), name,
-                       [this](std::uint32_t index, std::string_view wanted) {
-                         return String::CompareNoCase(View(m_Tables->Sections[index].Name), wanted) < 0;
-                       });
+  const auto found = FirstFrom(m_Tables->ByName.begin(), m_Tables->ByName.end(), name,
+                               [this](std::uint32_t index) { return View(m_Tables->Sections[index].Name); });
   return found != m_Tables->ByName.end() && String::EqualNoCase(View(m_Tables->Sections[*found].Name), name)
              ? *found
              : k_None;
@@ -120,9 +127,8 @@ std::uint32_t IniFile::FindEntry(std::uint32_t section, std::string_view key) co
   }
   const auto first = m_Tables->Order.begin() + m_Tables->Sections[section].First;
   const auto last = first + m_Tables->Sections[section].Count;
-  const auto found = std::lower_bound(first, last, key, [this](std::uint32_t index, std::string_view wanted) {
-    return String::CompareNoCase(View(m_Tables->Entries[index].Key), wanted) < 0;
-  });
+  const auto found =
+      FirstFrom(first, last, key, [this](std::uint32_t index) { return View(m_Tables->Entries[index].Key); });
   return found != last && String::EqualNoCase(View(m_Tables->Entries[*found].Key), key) ? *found : k_None;
 }
 
@@ -136,6 +142,12 @@ bool IniFile::SetSection(const String& section) {
     std::sort(m_Walk.begin(), m_Walk.end());
   }
   return m_Current != k_None;
+}
+
+void IniFile::LeaveSection() {
+  m_Current = k_None;
+  m_Position = 0;
+  m_Walk.clear();
 }
 
 bool IniFile::GetValue(const String& key, String& value) const {
@@ -198,15 +210,28 @@ int IniFile::GetValue(const String& section, const String& key, int defaultValue
 }
 
 bool IniFile::GetNextValue(String& key, String& value) {
-  if (m_Current == k_None || m_Position >= m_Tables->Sections[m_Current].Count) {
+  EntryView entry;
+  if (!GetNextEntry(entry)) {
+    return false;
+  }
+  key.assign(entry.Key);
+  value.assign(entry.Value);
+  return true;
+}
+
+bool IniFile::GetNextEntry(EntryView& entry) {
+  if (m_Position >= EntryCount()) {
     return false;
   }
   const std::uint32_t index =
       m_KeepOrder ? m_Walk[m_Position] : m_Tables->Order[m_Tables->Sections[m_Current].First + m_Position];
   ++m_Position;
-  key.assign(View(m_Tables->Entries[index].Key));
-  value.assign(View(m_Tables->Entries[index].Value));
+  entry = MakeView(m_Tables->Entries[index]);
   return true;
+}
+
+std::size_t IniFile::EntryCount() const {
+  return m_Current == k_None ? 0 : m_Tables->Sections[m_Current].Count;
 }
 
 IniFile::Slice IniFile::Append(std::string_view text) {
@@ -226,10 +251,8 @@ void IniFile::SetValue(const String& section, const String& key, const String& v
     sectionIndex = static_cast<std::uint32_t>(m_Tables->Sections.size());
     const Slice name = Append(section);
     const auto place =
-        std::lower_bound(m_Tables->ByName.begin(), m_Tables->ByName.end(), section,
-                         [this](std::uint32_t index, const String& wanted) {
-                           return String::CompareNoCase(View(m_Tables->Sections[index].Name), wanted) < 0;
-                         });
+        FirstFrom(m_Tables->ByName.begin(), m_Tables->ByName.end(), section,
+                  [this](std::uint32_t index) { return View(m_Tables->Sections[index].Name); });
     m_Tables->ByName.insert(place, sectionIndex);
     m_Tables->Sections.push_back({name, {}, static_cast<std::uint32_t>(m_Tables->Order.size()), 0});
   }
@@ -252,11 +275,8 @@ void IniFile::SetValue(const String& section, const String& key, const String& v
   } else {
     const Entry entry{sectionIndex, Append(key), Append(value), {}, {}};
     const auto first = m_Tables->Order.begin() + m_Tables->Sections[sectionIndex].First;
-    const auto place =
-        std::lower_bound(first, first + m_Tables->Sections[sectionIndex].Count, key,
-                         [this](std::uint32_t index, const String& wanted) {
-                           return String::CompareNoCase(View(m_Tables->Entries[index].Key), wanted) < 0;
-                         });
+    const auto place = FirstFrom(first, first + m_Tables->Sections[sectionIndex].Count, key,
+                                 [this](std::uint32_t index) { return View(m_Tables->Entries[index].Key); });
     m_Tables->Order.insert(place, static_cast<std::uint32_t>(m_Tables->Entries.size()));
     m_Tables->Entries.push_back(entry);
     ++m_Tables->Sections[sectionIndex].Count;

@@ -110,6 +110,9 @@ public:
   /// section, when there is none of that name.
   bool SetSection(const String& section);
 
+  /// Leaves no section current, as in the beginning.
+  void LeaveSection();
+
   /// The value of a key in the current section; untouched when it is missing.
   /// An integer is read like strtol in base 10 and cut to 32 bits (empty gives
   /// 0); a boolean by String::Bool. Returns whether the key is there.
@@ -127,6 +130,12 @@ public:
   /// The next entry of the current section, in key order without regard to
   /// case (see the constructor); false after the last, or without a section.
   bool GetNextValue(String& key, String& value);
+
+  /// The same without copies.
+  bool GetNextEntry(EntryView& entry);
+
+  /// How many entries the current section has.
+  std::size_t EntryCount() const;
 
   /// Sets one value, creating section and key as needed. The walk of the
   /// current section starts anew.
@@ -167,6 +176,7 @@ private:
     std::uint32_t Count = 0;
   };
   static constexpr std::uint32_t k_None = 0xFFFFFFFF;
+  class LineReader;
 
   std::string_view View(Slice slice) const { return {m_Tables->Text.data() + slice.Offset, slice.Length}; }
   Slice Append(std::string_view text);
@@ -180,12 +190,10 @@ private:
   void Detach();
   void Compact();
   void ParseText(std::string text, bool replace);
-  void ParseLines(std::size_t start);
-  void ParseEntry(std::string_view line, std::string_view trimmed, std::uint32_t number,
-                  std::uint32_t section);
   void MergeSections();
+  void GroupEntries();
   void OrderEntries();
-  template <typename NameOf> static void SortByName(std::uint32_t* first, std::uint32_t* last, NameOf nameOf);
+  template <typename NameOf> static bool SortByName(std::uint32_t* first, std::uint32_t* last, NameOf nameOf);
   void Note(Oddity::Kind what, std::uint32_t line, std::size_t column, std::string_view text);
 
   struct Tables {

@@ -9,13 +9,17 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <optional>
+#include <span>
 #include <utility>
 
 // How parsed files come from and go to the disk.
 
 namespace {
+
+constexpr std::size_t k_SmallFile = std::size_t{16} << 10;
 
 [[noreturn]] void RaiseTooLarge(const char* function, const Path& file) {
   RaiseException(function, k_ErrorLimit,
@@ -50,12 +54,18 @@ std::optional<std::string> ReadFileText(const Path& file, int& reason) {
     RaiseTooLarge("IniFile::Load", file);
   }
   // The size only says where to begin: the file may grow while it is read, and
-  // files of the kernel say 0.
+  // files of the kernel say 0. Nearly all are small and read into memory that is
+  // near already, so that their own is written once.
+  std::array<char, k_SmallFile> near;
   std::string bytes;
-  bytes.resize(static_cast<std::size_t>(status.st_size) + 1);
+  const auto size = static_cast<std::size_t>(status.st_size);
+  if (size >= near.size()) {
+    bytes.resize(size + 1);
+  }
   std::size_t used = 0;
   for (;;) {
-    const ssize_t count = read(descriptor.Number(), bytes.data() + used, bytes.size() - used);
+    const std::span<char> room = bytes.empty() ? std::span<char>(near) : std::span<char>(bytes);
+    const ssize_t count = read(descriptor.Number(), room.data() + used, room.size() - used);
     if (count < 0 && errno == EINTR) {
       continue;
     }
@@ -67,17 +77,24 @@ std::optional<std::string> ReadFileText(const Path& file, int& reason) {
       break;
     }
     used += static_cast<std::size_t>(count);
-    if (used == static_cast<std::size_t>(status.st_size) && used < bytes.size()) {
+    if (used == size && used < room.size()) {
       break; // the whole file: there was room for one byte more, and it did not come
     }
     if (used > IniFile::k_SizeLimit) {
       RaiseTooLarge("IniFile::Load", file);
     }
-    if (used == bytes.size()) {
-      bytes.resize(std::min(std::max<std::size_t>(4096, 2 * used), IniFile::k_SizeLimit + 1));
+    if (used == room.size()) {
+      if (bytes.empty()) {
+        bytes.assign(near.data(), used);
+      }
+      bytes.resize(std::min(2 * used, IniFile::k_SizeLimit + 1));
     }
   }
-  bytes.resize(used);
+  if (bytes.empty()) {
+    bytes.assign(near.data(), used);
+  } else {
+    bytes.resize(used);
+  }
   return bytes;
 }
 

@@ -4,9 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
-#include <cstdint>
-#include <cstring>
 #include <locale>
 
 const String String::Null;
@@ -44,28 +41,6 @@ private:
   std::locale m_Locale; // the global one
   std::array<bool, 256> m_Space{};
 };
-
-// Up to eight bytes of a text in lower case, as a number that orders as they do;
-// behind the end are bytes 0.
-std::uint64_t LowerBytes(const char* text, std::size_t size) {
-  static_assert(std::endian::native == std::endian::little);
-  constexpr std::uint64_t k_Each = 0x0101010101010101;
-  std::uint64_t bytes = 0;
-  if (size >= sizeof(bytes)) {
-    std::memcpy(&bytes, text, sizeof(bytes));
-  } else {
-    for (std::size_t i = size; i > 0; --i) {
-      bytes = bytes << 8 | static_cast<unsigned char>(text[i - 1]);
-    }
-  }
-  // The top bit of a byte tells whether it is from A on, and beyond Z; both
-  // sums stay within their bytes, as bytes beyond ASCII are left out.
-  const std::uint64_t ascii = bytes & 0x7F * k_Each;
-  const std::uint64_t fromA = ascii + (0x80 - 'A') * k_Each;
-  const std::uint64_t beyondZ = ascii + (0x80 - 'Z' - 1) * k_Each;
-  const std::uint64_t upper = fromA & ~beyondZ & ~bytes & 0x80 * k_Each;
-  return __builtin_bswap64(bytes | upper >> 2);
-}
 
 } // namespace
 
@@ -108,8 +83,8 @@ String String::Upper() const {
 int String::CompareNoCase(std::string_view left, std::string_view right) {
   const std::size_t common = std::min(left.size(), right.size());
   for (std::size_t i = 0; i < common; i += sizeof(std::uint64_t)) {
-    const std::uint64_t a = LowerBytes(left.data() + i, common - i);
-    const std::uint64_t b = LowerBytes(right.data() + i, common - i);
+    const std::uint64_t a = NoCasePrefix(left.substr(i, common - i));
+    const std::uint64_t b = NoCasePrefix(right.substr(i, common - i));
     if (a != b) {
       return a < b ? -1 : 1;
     }
@@ -120,12 +95,10 @@ int String::CompareNoCase(std::string_view left, std::string_view right) {
   return left.size() < right.size() ? -1 : 1;
 }
 
+// What is equal is mostly written alike.
 bool String::EqualNoCase(std::string_view left, std::string_view right) {
-  return left.size() == right.size() && CompareNoCase(left, right) == 0;
-}
-
-std::uint64_t String::NoCasePrefix(std::string_view text) {
-  return LowerBytes(text.data(), text.size());
+  return left.size() == right.size() && NoCasePrefix(left) == NoCasePrefix(right) &&
+         (left == right || CompareNoCase(left, right) == 0);
 }
 
 String operator+(const String& left, const String& right) {

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <bit>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -43,7 +45,7 @@ public:
   static bool EqualNoCase(std::string_view left, std::string_view right);
 
   /// A number that orders texts as CompareNoCase does, as far as it tells them
-  /// apart: it holds their first eight bytes. For sorting.
+  /// apart: it holds their first eight bytes. For sorting and searching.
   static std::uint64_t NoCasePrefix(std::string_view text);
 
   /// The order of the host's maps whose keys match in any case.
@@ -54,6 +56,35 @@ public:
     }
   };
 };
+
+// Eight bytes in lower case at once, the first one on top; behind the end are
+// bytes 0. Here, since names are sorted and searched by it.
+__attribute__((always_inline)) inline std::uint64_t String::NoCasePrefix(std::string_view text) {
+  static_assert(std::endian::native == std::endian::little);
+  constexpr std::uint64_t k_Each = 0x0101010101010101;
+  const std::size_t size = text.size();
+  const auto byteAt = [text](std::size_t i) { return std::uint64_t{static_cast<unsigned char>(text[i])}; };
+  std::uint64_t bytes = 0;
+  if (size >= sizeof(bytes)) {
+    std::memcpy(&bytes, text.data(), sizeof(bytes));
+  } else if (size >= sizeof(std::uint32_t)) {
+    // The first four and the last four: what both hold is the same.
+    std::uint32_t first = 0;
+    std::uint32_t last = 0;
+    std::memcpy(&first, text.data(), sizeof(first));
+    std::memcpy(&last, text.data() + size - sizeof(last), sizeof(last));
+    bytes = first | std::uint64_t{last} << 8 * (size - sizeof(last));
+  } else if (size > 0) {
+    bytes = byteAt(0) | byteAt(size / 2) << 8 * (size / 2) | byteAt(size - 1) << 8 * (size - 1);
+  }
+  // The top bit of a byte tells whether it is from A on, and beyond Z; both
+  // sums stay within their bytes, as bytes beyond ASCII are left out.
+  const std::uint64_t ascii = bytes & 0x7F * k_Each;
+  const std::uint64_t fromA = ascii + (0x80 - 'A') * k_Each;
+  const std::uint64_t beyondZ = ascii + (0x80 - 'Z' - 1) * k_Each;
+  const std::uint64_t upper = fromA & ~beyondZ & ~bytes & 0x80 * k_Each;
+  return __builtin_bswap64(bytes | upper >> 2);
+}
 
 String operator+(const String& left, const String& right);
 
@@ -75,16 +106,18 @@ concept OneIsString =
 template <TextOrByte Left, TextOrByte Right>
   requires OneIsString<Left, Right>
 String operator+(Left&& left, Right&& right) {
-  String result;
-  const auto append = [&result](const auto& part) {
+  const auto viewOf = [](const auto& part) {
     if constexpr (std::same_as<std::remove_cvref_t<decltype(part)>, char>) {
-      result.push_back(part);
+      return std::string_view(&part, 1);
     } else {
-      result.append(std::string_view(part));
+      return std::string_view(part);
     }
   };
-  append(left);
-  append(right);
+  const std::string_view first = viewOf(left);
+  const std::string_view second = viewOf(right);
+  String result;
+  result.reserve(first.size() + second.size());
+  result.append(first).append(second);
   return result;
 }
 

@@ -1,7 +1,6 @@
 #include "host/foundation/Suggest.h"
 
 #include <algorithm>
-#include <limits>
 
 namespace {
 
@@ -55,18 +54,25 @@ int EditDistance(std::string_view left, std::string_view right) {
 }
 
 String SuggestName(std::string_view unknown, const std::vector<String>& known) {
+  // A third of the letters wrong is still a slip; more is another word.
+  const auto limitFor = [](std::size_t letters) {
+    return static_cast<int>(std::max<std::size_t>(1, letters / 3 + 1));
+  };
   String best;
-  int bestDistance = std::numeric_limits<int>::max();
+  int bestDistance = limitFor(unknown.size()) + 1; // as far as no name may be
   for (const String& name : known) {
+    const std::size_t longer = std::max(unknown.size(), name.size());
+    const std::size_t shorter = std::min(unknown.size(), name.size());
+    if (longer - shorter >= static_cast<std::size_t>(bestDistance)) {
+      continue; // each letter too many is one change at least
+    }
     const int distance = EditDistance(unknown, name);
     if (distance < bestDistance) {
       bestDistance = distance;
       best = name;
     }
   }
-  // A third of the letters wrong is still a slip; more is another word.
-  const auto limit =
-      static_cast<int>(std::max<std::size_t>(1, std::min(unknown.size(), best.size()) / 3 + 1));
+  const int limit = limitFor(std::min(unknown.size(), best.size()));
   const bool wholeWordWrong = bestDistance >= static_cast<int>(std::max(unknown.size(), best.size()));
   return bestDistance <= limit && !wholeWordWrong ? best : String::Null;
 }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
+#include <algorithm>
 #include <map>
 
 namespace {
@@ -54,6 +55,31 @@ RC_GTEST_PROP(Suggest, DistanceIsTheOneOfTheDefinition, ()) {
   const std::string right = *words;
   RC_ASSERT(EditDistance(left, right) == SlowDistance(left, right));
   RC_ASSERT(EditDistance(right, left) == SlowDistance(left, right));
+}
+
+// The first of the nearest names, if it is near enough.
+String SuggestSlowly(const std::string& unknown, const std::vector<String>& known) {
+  const auto nearest =
+      std::min_element(known.begin(), known.end(), [&unknown](const String& left, const String& right) {
+        return EditDistance(unknown, left) < EditDistance(unknown, right);
+      });
+  if (nearest == known.end()) {
+    return "";
+  }
+  const auto distance = static_cast<std::size_t>(EditDistance(unknown, *nearest));
+  const std::size_t shorter = std::min(unknown.size(), nearest->size());
+  const std::size_t longer = std::max(unknown.size(), nearest->size());
+  return distance <= shorter / 3 + 1 && distance < longer ? *nearest : "";
+}
+
+RC_GTEST_PROP(Suggest, TheNearestNameIsSuggested, ()) {
+  const auto words = rc::gen::container<std::string>(rc::gen::elementOf(std::string("abB")));
+  const std::string unknown = *words;
+  std::vector<String> known;
+  for (const std::string& name : *rc::gen::container<std::vector<std::string>>(words)) {
+    known.emplace_back(name);
+  }
+  RC_ASSERT(SuggestName(unknown, known) == SuggestSlowly(unknown, known));
 }
 
 TEST(Suggest, LongWordsAreComparedOverTheirWholeLength) {
