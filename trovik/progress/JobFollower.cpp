@@ -59,7 +59,9 @@ RunInfo JobFollower::takeStock() {
       lastAttempt_ = std::max(lastAttempt_, attempt.id);
       if (attempt.state == AttemptState::Running) {
         engines.insert(attempt.engine);
-        if (attempt.engine != without_) {
+        if (attempt.engine != without_ && !attempt.begun) {
+          unbegun_.insert(attempt.id);
+        } else if (attempt.engine != without_) {
           running_[attempt.id] = {workOf(attempt), {}};
         }
       }
@@ -115,7 +117,7 @@ bool JobFollower::check() {
     }
   }
   const std::vector<FileRecord> files = queue_.files(job_, lastFile_);
-  const std::vector<AttemptRecord> attempts = queue_.attempts(job_, lastAttempt_);
+  const std::vector<AttemptRecord> attempts = takeNew();
   const std::optional<JobRecord> record = queue_.job(job_);
 
   // What ended did so before what began in its slot.
@@ -134,20 +136,49 @@ bool JobFollower::check() {
   }
   bool again = false;
   for (const AttemptRecord& attempt : attempts) {
-    lastAttempt_ = std::max(lastAttempt_, attempt.id);
-    if (attempt.engine != without_) {
-      again = again || attempt.state != AttemptState::Running;
-      events_.workStarted((running_[attempt.id] = {workOf(attempt), {}}).work);
-    }
+    again = again || attempt.state != AttemptState::Running;
+    events_.workStarted((running_[attempt.id] = {workOf(attempt), {}}).work);
   }
   tellFiles(false);
   if (!record) { // deleted: what ran of it has nothing left to be reported
     running_.clear();
+    unbegun_.clear();
   } else {
     record_ = *record;
   }
   open_ = record && isOpen(record->state);
   return again;
+}
+
+/// The attempts that have begun since the last call, or are known to since then.
+std::vector<AttemptRecord> JobFollower::takeNew() {
+  std::vector<AttemptRecord> begun;
+  for (auto id = unbegun_.begin(); id != unbegun_.end();) {
+    std::optional<AttemptRecord> attempt = queue_.attempt(*id);
+    if (attempt && !attempt->begun) {
+      ++id;
+      continue;
+    }
+    if (attempt) {
+      begun.push_back(std::move(*attempt));
+    }
+    id = unbegun_.erase(id);
+  }
+  queue_.eachAttempt(
+      job_,
+      [&](AttemptRecord&& attempt) {
+        lastAttempt_ = std::max(lastAttempt_, attempt.id);
+        if (attempt.engine == without_) {
+          return;
+        }
+        if (attempt.begun) {
+          begun.push_back(std::move(attempt));
+        } else {
+          unbegun_.insert(attempt.id);
+        }
+      },
+      lastAttempt_);
+  return begun;
 }
 
 std::set<AttemptId> JobFollower::runningIds() const {

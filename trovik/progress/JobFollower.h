@@ -9,6 +9,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace trovik {
 
@@ -34,7 +35,7 @@ public:
   void poll();
 
   /// The job is not open any more, and no attempt that is followed runs.
-  bool isOver() const { return !open_ && running_.empty(); }
+  bool isOver() const { return !open_ && running_.empty() && unbegun_.empty(); }
 
 private:
   struct Running {
@@ -45,6 +46,7 @@ private:
   RunInfo takeStock();
   void tellStarts() const;
   bool check();
+  std::vector<AttemptRecord> takeNew();
   std::set<AttemptId> runningIds() const;
   void tellFile(const FileRecord& file);
   void tellImage(const Running& running, const std::string& path);
@@ -62,6 +64,7 @@ private:
   AttemptId lastAttempt_ = 0;
   std::int64_t lastFile_ = 0;
   std::map<AttemptId, Running> running_;
+  std::set<AttemptId> unbegun_;    // claimed ahead: they begin, or vanish
   std::set<std::string> reported_; // files
 };
 

@@ -15,8 +15,8 @@ const char* const jobColumns = "id, name, type, type_name, scene, range, has_fra
                                "started, ended";
 const char* const attemptColumns =
     "id, job, work, engine, first, last, number, state, rule, reason, lines, log, "
-    "command, exit_code, signal, good, again, started, ended, duration, user_time, system_time, "
-    "peak_memory, bytes_read, bytes_written";
+    "command, exit_code, signal, good, again, ahead AND process = 0 AND state = 'running', started, ended, "
+    "duration, user_time, system_time, peak_memory, bytes_read, bytes_written";
 const char* const fileColumns = "id, attempt, frame, path, checked, problem, size, modified";
 
 Moment Queue::Impl::now() const {
@@ -217,6 +217,7 @@ AttemptRecord readAttempt(Query& row, Database& database) {
   attempt.signal = row.integer();
   attempt.good = framesFromText(row.text(), database);
   attempt.again = row.flag();
+  attempt.begun = !row.flag();
   attempt.started = row.moment();
   attempt.ended = row.optionalMoment();
   attempt.duration = row.duration();

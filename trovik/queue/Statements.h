@@ -74,11 +74,15 @@ inline constexpr const char* otherOfFile =
     "WHERE f.path = ?1 AND f.attempt = -?2 AND f.frame IS NOT NULL AND f.problem = '' "
     "AND (SELECT w.state FROM works w INDEXED BY works_job WHERE w.job = ?2 AND w.first <= f.frame "
     "ORDER BY w.first DESC LIMIT 1) = 'good' LIMIT 1";
+/// What was claimed ahead began later than that, as its time tells, if its end is
+/// put down at once.
 inline constexpr const char* endAttempt =
     "UPDATE attempts SET state = ?2, rule = ?3, reason = ?4, lines = ?5, log = ?6, command = ?7, "
     "exit_code = ?8, signal = ?9, good = ?10, again = ?11, ended = ?12, duration = ?13, "
     "user_time = ?14, system_time = ?15, peak_memory = ?16, bytes_read = ?17, bytes_written = ?18, "
-    "files_before = '', started = iif(ahead, ?12 - ?13, started) WHERE id = ?1";
+    "files_before = '', "
+    "started = iif(ahead AND ?12 - ?13 BETWEEN started AND started + 100000, ?12 - ?13, started) "
+    "WHERE id = ?1";
 inline constexpr const char* endWork = "UPDATE works SET state = ?2, tries = ?3, losses = ?4 WHERE id = ?1";
 inline constexpr const char* anyToDo =
     "SELECT 1 FROM works INDEXED BY works_open WHERE job = ?1 AND state = 'ready' UNION ALL "

@@ -276,6 +276,7 @@ struct AttemptRecord {
   std::optional<ProcessUsage> usage; ///< of its program; nothing where that is not known
   RunSet good;                       ///< the frames that it left good
   bool again = false;                ///< what it left was to be tried again
+  bool begun = true;                 ///< false where it was claimed ahead and perhaps has not begun
   Moment started{};
   std::optional<Moment> ended;
   std::chrono::microseconds duration{}; ///< by a steady clock

@@ -242,7 +242,7 @@ JobReport reportOn(Queue& queue, JobRecord job, ImageInspector& inspector) {
   JobPrograms programs(report.view.job.hasFrames);
   queue.eachAttempt(id, [&](AttemptRecord&& attempt) {
     programs.add(attempt);
-    if (attempt.state == AttemptState::Running) {
+    if (attempt.state == AttemptState::Running && attempt.begun) {
       files[attempt.id] = 0;
       report.running.push_back({std::move(attempt), 0});
     } else if (attempt.state == AttemptState::Failed) {

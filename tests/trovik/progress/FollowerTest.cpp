@@ -59,6 +59,47 @@ TEST_F(Follower, ReadsWhileAnotherProcessWrites) {
   EXPECT_EQ(listener.take(), (Heard{"run", "started 1 1/1"}));
 }
 
+TEST_F(Follower, WhatIsClaimedAheadIsToldWhenItHasBegun) {
+  const JobId job = queue.submit(jobOf("1,2,3,4,5"));
+  const auto claim = [&](std::size_t count, std::size_t ahead) {
+    return queue.claim(engine, count, std::nullopt, {}, nullptr, {ahead, {job}});
+  };
+  const std::vector<Claim> first = claim(1, 1);
+  JobFollower follower(reader, job, listener);
+  follower.beginRun();
+  EXPECT_EQ(listener.take(), (Heard{"run", "started 1 1/1"}));
+  const std::vector<Claim> more = claim(0, 3);
+  follower.poll();
+  EXPECT_EQ(listener.take(), Heard{});
+  queue.noteProcess(more.at(0).attempt, 4711);
+  follower.poll();
+  EXPECT_EQ(listener.take(), Heard{"started 3 1/1"});
+  queue.settle(good(more.at(1).attempt));
+  queue.giveBack({first.at(1).attempt, more.at(2).attempt});
+  follower.poll();
+  EXPECT_EQ(listener.take(), (Heard{"started 4 1/1", "good 4"}));
+  queue.cancel(job);
+  queue.settle(good(first.at(0).attempt));
+  queue.settle(good(more.at(0).attempt));
+  follower.poll();
+  EXPECT_EQ(listener.take(), (Heard{"good 1", "good 3"}));
+  EXPECT_TRUE(follower.isOver());
+}
+
+TEST_F(Follower, IsNotOverBeforeItIsKnownWhatBecameOfAClaim) {
+  const JobId job = queue.submit(jobOf("1,2"));
+  const std::vector<Claim> claims = queue.claim(engine, 1, std::nullopt, {}, nullptr, {1, {job}});
+  JobFollower follower(reader, job, listener);
+  follower.beginRun();
+  queue.cancel(job);
+  queue.settle(good(claims.at(0).attempt));
+  follower.poll();
+  EXPECT_FALSE(follower.isOver());
+  queue.giveBack({claims.at(1).attempt});
+  follower.poll();
+  EXPECT_TRUE(follower.isOver());
+}
+
 TEST_F(Follower, TellsWhatOthersDo) {
   const JobId job = queue.submit(jobOf("1,2"));
   JobFollower follower(reader, job, listener);

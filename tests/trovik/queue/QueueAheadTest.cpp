@@ -118,6 +118,28 @@ TEST_F(QueueAhead, OfAStoppedJobItIsReady) {
   EXPECT_TRUE(claim(1, 1, {job}).empty());
 }
 
+TEST_F(QueueAhead, ItsStartIsWhenItBeganAndNotWhenItWasClaimed) {
+  using namespace std::chrono_literals;
+  const Moment begin(1'700'000'000s);
+  Moment now = begin;
+  Queue::Settings settings;
+  settings.clock = [&now] { return now; };
+  Queue timed(Path(directory.file("timed")), settings);
+  const EngineId own = timed.enterEngine(1);
+  const JobId job = timed.submit(jobOf("1,2,3"));
+  const std::vector<Claim> claims = timed.claim(own, 1, std::nullopt, {}, nullptr, {2, {job}});
+  const auto settleAt = [&](const Claim& claim, std::chrono::microseconds after) {
+    now = begin + after;
+    Outcome outcome = good(claim.attempt);
+    outcome.duration = 5ms;
+    timed.settle(outcome);
+    return timed.attempt(claim.attempt)->started - begin;
+  };
+  EXPECT_EQ(settleAt(claims.at(0), 5ms), 0ms);
+  EXPECT_EQ(settleAt(claims.at(1), 30ms), 25ms);
+  EXPECT_EQ(settleAt(claims.at(2), 1h), 0ms) << "nobody knows when, after its engine has died";
+}
+
 TEST_F(QueueAhead, WhatHasEndedIsLeftAlone) {
   const JobId job = queue.submit(jobOf("1"));
   const Claim claim = take();
