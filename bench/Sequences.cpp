@@ -24,13 +24,13 @@ using Limit = std::pair<int, int>(const std::string& directory, std::string_view
                                   std::size_t digits, int frame);
 
 struct Sequence {
+  Limit* limit;
+  const char* path;
   int frames;
   int others;
   int repetitions;
-  Limit* limit;
-  const char* path;
-  double most = 1.15;
   bool cold = false;
+  double most = 1.15;
 };
 
 // Folders and their entries are read from the disk again after this. What others
@@ -97,10 +97,10 @@ std::vector<Row> rowsOf(const Setup& setup, std::span<const Sequence> sequences)
 std::vector<Row> sequenceRows(const Setup& setup) {
   const int others = setup.quick ? 1000 : 100'000;
   const Sequence sequences[] = {
-      {100, 10, 200, sequenceLimit, "sequence of 100 files"},
-      {setup.quick ? 500 : 10'000, 10, 5, sequenceLimit, "sequence of 10,000 files"},
-      {setup.quick ? 900 : 100'000, 10, 1, sequenceLimit, "sequence of 100,000 files"},
-      {100, others, 200, probingLimit, "100 files among 100,000 others", 1.25},
+      {sequenceLimit, "sequence of 100 files", 100, 10, 200},
+      {sequenceLimit, "sequence of 10,000 files", setup.quick ? 500 : 10'000, 10, 5},
+      {sequenceLimit, "sequence of 100,000 files", setup.quick ? 900 : 100'000, 10, 1},
+      {probingLimit, "100 files among 100,000 others", 100, others, 200, false, 1.25},
   };
   return rowsOf(setup, sequences);
 }
@@ -108,11 +108,11 @@ std::vector<Row> sequenceRows(const Setup& setup) {
 std::vector<Row> coldSequenceRows(const Setup& setup) {
   constexpr double most = 1.3;
   const Sequence sequences[] = {
-      {100, 10, 1, sequenceLimit, "cold: sequence of 100 files", most, true},
-      {setup.quick ? 500 : 10'000, 10, 1, sequenceLimit, "cold: sequence of 10,000 files", most, true},
-      {setup.quick ? 900 : 100'000, 10, 1, sequenceLimit, "cold: sequence of 100,000 files", most, true},
-      {100, setup.quick ? 1000 : 100'000, 1, probingLimit, "cold: 100 files among 100,000 others", most,
-       true},
+      {sequenceLimit, "cold: sequence of 100 files", 100, 10, 1, true, most},
+      {sequenceLimit, "cold: sequence of 10,000 files", setup.quick ? 500 : 10'000, 10, 1, true, most},
+      {sequenceLimit, "cold: sequence of 100,000 files", setup.quick ? 900 : 100'000, 10, 1, true, most},
+      {probingLimit, "cold: 100 files among 100,000 others", 100, setup.quick ? 1000 : 100'000, 1, true,
+       most},
   };
   return rowsOf(setup, sequences);
 }
