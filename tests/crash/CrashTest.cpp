@@ -10,8 +10,12 @@
 namespace trovik {
 namespace {
 
+void killHard(pid_t engine) {
+  kill(engine, SIGKILL);
+}
+
 TEST_F(CrashTest, EngineKilledAtAnyMomentLosesNothing) {
-  killAgainAndAgain([](pid_t engine) { kill(engine, SIGKILL); });
+  killAgainAndAgain(killHard);
 }
 
 TEST_F(CrashTest, ProgramsOfADeadEngineEndBeforeTheirFramesRunAgain) {
@@ -20,16 +24,7 @@ TEST_F(CrashTest, ProgramsOfADeadEngineEndBeforeTheirFramesRunAgain) {
     // Each frame takes longer than it takes to start an engine anew, so what
     // goes on rendering would meet its successor.
     begin(frames, 4, "200");
-    for (int round = 0; round < 10 && killed < kills; ++round) {
-      const pid_t engine = start(engineWords(3));
-      randomMoment(300);
-      if (hasEnded(engine)) {
-        break;
-      }
-      kill(engine, SIGKILL);
-      waitFor(engine);
-      ++killed;
-    }
+    killEngines(killed, 3, 300, killHard);
     finish(frames);
   }
 }
@@ -69,17 +64,7 @@ TEST_F(CrashTest, OfShortWorksThatAreClaimedAheadTheQueueKnowsWhichHadBegun) {
     ASSERT_EQ(waitFor(start(jobWords("submit", frames, 1, "0", {"--set", check}))), 0)
         << readFile(directory.file("output"));
     const unsigned long before = killed;
-    for (int round = 0; round < 10 && killed < kills; ++round) {
-      const pid_t engine = start(engineWords());
-      randomMoment(400);
-      if (hasEnded(engine)) {
-        break;
-      }
-      kill(engine, SIGKILL);
-      waitFor(engine);
-      ++killed;
-      checkQueue();
-    }
+    killEngines(killed, 2, 400, killHard);
     finish(frames);
     Queue queue(Path(directory.file("state")));
     std::map<int, int> attempts;

@@ -284,22 +284,29 @@ Executable=)" + std::string(CRASH_RENDERER) + "\n");
     EXPECT_TRUE(programs().empty());
   }
 
+  /// Engine after engine of so many slots dies at a moment within the time, until
+  /// one ends by itself or there were enough kills.
+  template <typename Kill>
+  void killEngines(unsigned long& killed, int slots, int milliseconds, Kill killEngine) {
+    for (int round = 0; round < 10 && killed < kills; ++round) {
+      const pid_t engine = start(engineWords(slots));
+      randomMoment(milliseconds);
+      if (hasEnded(engine)) {
+        break;
+      }
+      killEngine(engine);
+      waitFor(engine);
+      ++killed;
+      checkQueue();
+    }
+  }
+
   /// Job after job is worked by engines that die at random moments, until
   /// there were enough kills.
   template <typename Kill> void killAgainAndAgain(Kill killEngine) {
     for (unsigned long killed = 0; killed < kills && !HasFailure();) {
       begin(frameCount, 1 + static_cast<int>(killed % 7));
-      for (int round = 0; round < 10 && killed < kills; ++round) {
-        const pid_t engine = start(engineWords());
-        randomMoment(250);
-        if (hasEnded(engine)) {
-          break;
-        }
-        killEngine(engine);
-        waitFor(engine);
-        ++killed;
-        checkQueue();
-      }
+      killEngines(killed, 2, 250, killEngine);
       finish(frameCount);
     }
   }
