@@ -140,8 +140,11 @@ public:
   std::vector<pid_t> WithNumber(std::uint64_t number, pid_t ended) {
     std::vector<pid_t> found;
     for (const pid_t child : Children()) {
+      if (child != ended && IsProgram(child)) {
+        continue;
+      }
       const std::uint64_t carried = NumberOfChild(child);
-      if (carried == 0 || carried == m_Own || (child != ended && IsProgram(child)) || Reap(child)) {
+      if (carried == 0 || carried == m_Own || Reap(child)) {
         continue;
       }
       if (carried == number) {

@@ -17,8 +17,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <csignal>
+#include <cstring>
 #include <future>
 #include <string_view>
 #include <thread>
@@ -167,8 +167,8 @@ private:
 
 // Programs such as Blender read relative names by PWD, as a shell's "cd" leaves
 // it, and not by where they are.
-std::vector<String> EnvironmentOf(const ProcessStart& start) {
-  std::vector<std::pair<String, std::optional<String>>> changes;
+Environment EnvironmentOf(const ProcessStart& start) {
+  Environment::Changes changes;
   if (start.StartDirectory.IsAbsolute()) {
     changes.emplace_back("PWD", start.StartDirectory.Text());
   }
@@ -176,19 +176,17 @@ std::vector<String> EnvironmentOf(const ProcessStart& start) {
   if (!start.Mark.empty()) {
     changes.emplace_back(k_MarkVariable, start.Mark);
   }
-  return BuildEnvironment(changes);
+  return Environment(changes);
 }
 
 // Starts the program; returns an error number.
-int Spawn(const ProcessStart& start, const std::vector<String>& environment, int output, bool ownSession,
-          pid_t& id) {
+int Spawn(const ProcessStart& start, const Environment& environment, int output, bool ownSession, pid_t& id) {
   SpawnRecords records;
   const int error = records.Fill(start.StartDirectory, output, ownSession);
   if (error != 0) {
     return error;
   }
-  return records.Spawn(id, start.Arguments[0], PointersTo(start.Arguments).data(),
-                       PointersTo(environment).data());
+  return records.Spawn(id, start.Arguments[0], PointersTo(start.Arguments).data(), environment.Pointers());
 }
 
 // waitid without the interruptions. False when nothing has ended yet.
@@ -211,51 +209,39 @@ ProcessExit ExitOf(const siginfo_t& info) {
   return {k_SignalBase + info.si_status, info.si_status};
 }
 
-// The number behind a name in /proc/PID/io; nothing where the kernel keeps no
-// such account, or lets nobody read it.
-std::optional<std::int64_t> NumberIn(const std::string& account, std::string_view name) {
-  const std::string key = "\n" + std::string(name) + ": ";
-  const std::size_t at = account.find(key);
-  if (at == std::string::npos) {
-    return std::nullopt;
-  }
-  std::int64_t number = 0;
-  const char* const end = account.data() + account.size();
-  const bool read = std::from_chars(account.data() + at + key.size(), end, number).ec == std::errc();
-  return read ? std::optional(number) : std::nullopt;
-}
-
 std::int64_t Microseconds(const timeval& time) {
   return std::int64_t{time.tv_sec} * 1'000'000 + time.tv_usec;
 }
 
-// What the kernel tells in /proc/PID/io, some hundred bytes.
-std::string AccountOf(pid_t id) {
-  const Descriptor file(open(("/proc/" + std::to_string(id) + "/io").c_str(), O_RDONLY | O_CLOEXEC));
-  std::array<char, 1024> text{};
-  const ssize_t count = file.IsOpen() ? read(file.Number(), text.data(), text.size()) : 0;
-  return {text.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0))};
+// Whether this kernel counts what programs read and write.
+bool CountsTransfers() {
+  static const bool s_Counts = access("/proc/self/io", F_OK) == 0;
+  return s_Counts;
 }
 
-// Takes the end of a process that has ended, with what it has used.
+// Takes the end of a process that has ended, with what it has used. Its account
+// in /proc/PID/io tells the same bytes, but to open it takes as long as all else
+// that is done for the end of a short program.
 ProcessUsage Reap(pid_t id) {
-  ProcessUsage usage;
-  const std::string account = "\n" + AccountOf(id); // gone with the process
-  usage.BytesRead = NumberIn(account, "read_bytes");
-  usage.BytesWritten = NumberIn(account, "write_bytes");
+  constexpr std::int64_t k_Block = 512; // bytes, in which the kernel tells them here
   rusage used{};
   while (wait4(id, nullptr, 0, &used) < 0) {
     if (errno != EINTR) {
       RaiseException(k_Function, k_ErrorSystem, "cannot wait for process " + std::to_string(id), errno);
     }
   }
+  ProcessUsage usage;
   usage.UserTime = Microseconds(used.ru_utime);
   usage.SystemTime = Microseconds(used.ru_stime);
   usage.PeakMemory = std::int64_t{used.ru_maxrss} * 1024;
+  if (CountsTransfers()) {
+    usage.BytesRead = used.ru_inblock * k_Block;
+    usage.BytesWritten = used.ru_oublock * k_Block;
+  }
   return usage;
 }
 
-pid_t SpawnDetached(const ProcessStart& start, const std::vector<String>& environment) {
+pid_t SpawnDetached(const ProcessStart& start, const Environment& environment) {
   std::promise<std::pair<int, pid_t>> promise;
   std::future<std::pair<int, pid_t>> started = promise.get_future();
   // The host's signals are for its own threads.
@@ -320,7 +306,7 @@ Process::Process(const ProcessStart& start) {
 
 void Process::Start(const ProcessStart& start) {
   RequirePassable(start);
-  const std::vector<String> environment = EnvironmentOf(start);
+  const Environment environment = EnvironmentOf(start);
   if (m_Detached) {
     m_Id = SpawnDetached(start, environment);
     return;
@@ -356,7 +342,7 @@ void Process::Start(const ProcessStart& start) {
 }
 
 Process::~Process() {
-  if (!m_Detached && !Remaining().empty()) {
+  if (!m_Detached && !m_Gone && !Remaining().empty()) {
     Kill();
     // One that waits for a disk or the network ends only when that answers.
     pollfd exit{m_ExitWatch, POLLIN, 0};
@@ -432,6 +418,7 @@ std::vector<pid_t> Process::Remaining() {
   if (!left.empty()) {
     Watch(left.front()); // our child until we reap it: the number is its own
   }
+  m_Gone = left.empty(); // and nobody is there to start another one
   return left;
 }
 
@@ -462,39 +449,39 @@ void Process::SignalGroup(int number) {
   }
 }
 
-std::vector<String> BuildEnvironment(const std::vector<std::pair<String, std::optional<String>>>& changes) {
-  std::vector<String> environment;
+Environment::Environment(const Changes& changes) {
   for (char** entry = environ; *entry != nullptr; ++entry) {
-    environment.emplace_back(*entry);
+    m_Entries.push_back(*entry);
   }
-  const auto apply = [&environment](const String& name, const std::optional<String>& value) {
-    const auto named = [&name](const String& entry) {
-      return entry.size() > name.size() && entry[name.size()] == '=' && entry.starts_with(name);
-    };
-    auto place = std::find_if(environment.begin(), environment.end(), named);
-    if (value.has_value()) {
-      const String text = name + "=" + *value;
-      if (place == environment.end()) {
-        environment.push_back(text);
-        return;
-      }
-      *place++ = text;
-    }
-    environment.erase(std::remove_if(place, environment.end(), named), environment.end());
-  };
-  apply("LC_ALL", "C.UTF-8");
-  apply("LANGUAGE", std::nullopt);
+  Apply("LC_ALL", "C.UTF-8");
+  Apply("LANGUAGE", std::nullopt);
   for (const auto& [name, value] : changes) {
     const String prefix = "environment variable \"" + name + "\"";
     RequireNoNul(prefix, "the name", name);
     if (name.empty() || name.find('=') != String::npos) {
-      RaiseException("BuildEnvironment", k_ErrorSyntax,
+      RaiseException("Environment", k_ErrorSyntax,
                      prefix + ": a name is at least one character and holds no \"=\"");
     }
     if (value.has_value()) {
       RequireNoNul(prefix, "the value", *value);
     }
-    apply(name, value);
+    Apply(name, value);
   }
-  return environment;
+  m_Entries.push_back(nullptr);
+}
+
+void Environment::Apply(const String& name, const std::optional<String>& value) {
+  const auto named = [&name](const char* entry) {
+    return std::strncmp(entry, name.c_str(), name.size()) == 0 && entry[name.size()] == '=';
+  };
+  auto place = std::find_if(m_Entries.begin(), m_Entries.end(), named);
+  if (value.has_value()) {
+    m_Own.push_back(name + "=" + *value);
+    if (place == m_Entries.end()) {
+      m_Entries.push_back(m_Own.back().data());
+      return;
+    }
+    *place++ = m_Own.back().data();
+  }
+  m_Entries.erase(std::remove_if(place, m_Entries.end(), named), m_Entries.end());
 }

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -131,14 +132,31 @@ private:
   bool m_Enlarged = false; // the pipe
   bool m_Detached = false;
   bool m_Reaped = false;
+  bool m_Gone = false; // with all that it has started
   ProcessExit m_Exit;
   std::optional<Descendants> m_Descendants;
 };
 
-/// The environment that a program is started with: ours with the changes
-/// applied, as NAME=VALUE texts. Raises Exception* for a name or value that no
-/// environment can hold.
-std::vector<String> BuildEnvironment(const std::vector<std::pair<String, std::optional<String>>>& changes);
+/// The environment that a program is started with: ours with some changes. It
+/// points into ours, so that must not be changed before the start.
+class Environment {
+public:
+  /// Names, and their new values; nothing where a variable is to be removed.
+  using Changes = std::vector<std::pair<String, std::optional<String>>>;
+
+  /// Raises Exception* for a name or value that no environment can hold.
+  explicit Environment(const Changes& changes);
+
+  /// NAME=VALUE texts, as exec and posix_spawn want them, with the null at the
+  /// end. As long as this object.
+  char* const* Pointers() const { return m_Entries.data(); }
+
+private:
+  void Apply(const String& name, const std::optional<String>& value);
+
+  std::deque<String> m_Own; // their places stay when others are added
+  std::vector<char*> m_Entries;
+};
 
 /// The texts as exec and posix_spawn want them, with the null at the end. They
 /// point into `texts`.

@@ -76,9 +76,8 @@ HelperProcess::HelperProcess(const std::vector<String>& arguments, Cores cores) 
   socket_.Reset(ends[0]);
   const Descriptor theirs(ends[1]);
   fcntl(ends[0], F_SETFL, O_NONBLOCK);
-  const std::vector<String> environment = BuildEnvironment({});
-  const int error =
-      SpawnRecords(ends[1]).spawn(id_, PointersTo(arguments).data(), PointersTo(environment).data());
+  const Environment environment({});
+  const int error = SpawnRecords(ends[1]).spawn(id_, PointersTo(arguments).data(), environment.Pointers());
   if (error != 0) {
     id_ = -1;
     throw std::system_error(error, std::system_category());

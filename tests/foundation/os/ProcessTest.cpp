@@ -16,6 +16,8 @@
 #include <array>
 #include <chrono>
 #include <csignal>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
@@ -131,6 +133,39 @@ TEST(ProcessTest, WhatAProgramHasUsedIsKnownWhenItHasEnded) {
     EXPECT_TRUE(result.Usage->BytesRead.has_value()) << verb;
     EXPECT_TRUE(result.Usage->BytesWritten.has_value()) << verb;
   }
+}
+
+// The number behind a name in what the kernel tells of a process.
+std::int64_t AccountOf(pid_t process, const std::string& name) {
+  std::ifstream account("/proc/" + std::to_string(process) + "/io");
+  for (std::string word; account >> word;) {
+    if (std::int64_t number = 0; word == name + ":" && account >> number) {
+      return number;
+    }
+  }
+  return -1;
+}
+
+TEST(ProcessTest, WhatWasReadAndWrittenIsWhatTheKernelsAccountTells) {
+  const std::string file = "/var/tmp/trovik-test-" + std::to_string(getpid());
+  for (const std::string& line : {"dd if=/dev/zero of='" + file + "' bs=4096 count=700 conv=fsync",
+                                  "(dd if=/dev/zero of='" + file + "' bs=4096 count=300); true"}) {
+    ProcessStart start;
+    start.Arguments = {"/bin/sh", "-c", line};
+    Process process(start);
+    siginfo_t info{};
+    ASSERT_EQ(waitid(P_PID, static_cast<id_t>(process.Id()), &info, WEXITED | WNOWAIT), 0);
+    const std::int64_t read = AccountOf(process.Id(), "read_bytes");
+    const std::int64_t written = AccountOf(process.Id(), "write_bytes");
+    ProcessExit result;
+    ASSERT_TRUE(process.Wait(result, true));
+    ASSERT_TRUE(result.Usage.has_value());
+    EXPECT_EQ(result.Usage->BytesRead, read) << line;
+    EXPECT_EQ(result.Usage->BytesWritten, written) << line;
+    EXPECT_GE(read, 0) << line;
+    EXPECT_GE(written, 0) << line;
+  }
+  std::filesystem::remove(file);
 }
 
 TEST(ProcessTest, WhatAKilledProgramHasUsedIsKnown) {
@@ -310,7 +345,7 @@ TEST(ProcessTest, EnvironmentChangesApplyInTheirOrder) {
 
 TEST(ProcessTest, ImpossibleEnvironmentIsRefusedByName) {
   const auto error = [](const String& name, const String& value) {
-    return ErrorOf([&] { BuildEnvironment({{name, value}}); });
+    return ErrorOf([&] { const Environment environment({{name, value}}); });
   };
   EXPECT_EQ(error("A=B", "x"),
             "environment variable \"A=B\": a name is at least one character and holds no \"=\"");
