@@ -103,11 +103,17 @@ void Queue::Impl::findReady(std::size_t count, std::optional<JobId> only, const 
   }
 }
 
-void Queue::Impl::begin(Claim& claim, const Found& found) {
-  Query(database, statements::insertAttempt, claim.job, claim.work, found.engine, claim.run.First,
-        claim.run.Last, claim.number, found.start, claim.ahead)
+AttemptId Queue::Impl::nextAttempt() {
+  Query row(database, statements::nextAttempt);
+  return row.next() ? row.number() : 1;
+}
+
+void Queue::Impl::begin(Claim& claim, Found& found) {
+  claim.attempt = found.next > 0 ? found.next : nextAttempt();
+  found.next = claim.attempt + 1;
+  Query(database, statements::insertAttempt, claim.attempt, claim.job, claim.work, found.engine,
+        claim.run.First, claim.run.Last, claim.number, found.start, claim.ahead)
       .run();
-  claim.attempt = database.lastId();
   claim.mark = markOf(claim.attempt);
   Query(database, statements::startWork, claim.work, claim.attempt).run();
 }

@@ -282,10 +282,10 @@ EngineId Queue::Impl::clusterEngine() {
 }
 
 AttemptId Queue::Impl::insertArrayAttempt(const OpenArrayWork& given, WorkId work, Moment started) {
-  Query(database, statements::insertAttempt, given.job, work, clusterEngine(), given.run.First,
+  const AttemptId attempt = nextAttempt();
+  Query(database, statements::insertAttempt, attempt, given.job, work, clusterEngine(), given.run.First,
         given.run.Last, given.number, started, false)
       .run();
-  const AttemptId attempt = database.lastId();
   if (given.startsJob) {
     Query(database, statements::startClusterJob, given.job, started).run();
   }

@@ -43,7 +43,11 @@ void Queue::Impl::putParts(const Work& work, std::span<const WorkPart> parts) {
 }
 
 void Queue::Impl::insertFile(const FileRecord& file, std::int64_t attempt) {
-  Query(database, statements::insertFile, attempt, file.frame, file.checked, file.size, file.modified,
+  std::int64_t id = 1;
+  if (Query row(database, statements::nextFile); row.next()) {
+    id = row.number();
+  }
+  Query(database, statements::insertFile, id, attempt, file.frame, file.checked, file.size, file.modified,
         file.path, file.problem)
       .run();
 }

@@ -89,6 +89,7 @@ public:
   struct Found {
     EngineId engine = 0; ///< for which they are to begin
     Moment start{};
+    AttemptId next = 0;           ///< where one has begun
     std::vector<JobId> waiting;   ///< for their first start, and some of it was found
     std::vector<JobId> exhausted; ///< nothing else is ready, and they wait for other jobs
   };
@@ -100,8 +101,10 @@ public:
                  const ClaimsAhead& ahead = {});
   void readyClaims(JobId job, std::size_t count, std::vector<Claim>& claims);
   /// The same for a job whose packets get their frames now.
-  void claimPackets(JobId job, std::size_t count, const Found& found, std::vector<Claim>& claims);
-  void begin(Claim& claim, const Found& found);
+  void claimPackets(JobId job, std::size_t count, Found& found, std::vector<Claim>& claims);
+  /// The number that no attempt ever had.
+  AttemptId nextAttempt();
+  void begin(Claim& claim, Found& found);
   std::optional<Claim> joinPacket(JobId job, std::int64_t frames);
   std::vector<TimedPacket> timedPackets(JobId job);
   /// As its own packets tell, else those of the job before with this scene.

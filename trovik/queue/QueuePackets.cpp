@@ -64,7 +64,7 @@ PacketAim Queue::Impl::aimOf(JobId job) {
   return aim;
 }
 
-void Queue::Impl::claimPackets(JobId job, std::size_t count, const Found& found, std::vector<Claim>& claims) {
+void Queue::Impl::claimPackets(JobId job, std::size_t count, Found& found, std::vector<Claim>& claims) {
   const std::optional<FrameCosts> costs = costsOf(job);
   const PacketAim aim = aimOf(job);
   PacketMoment moment;

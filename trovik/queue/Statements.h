@@ -15,10 +15,13 @@ inline constexpr const char* openJobs =
 inline constexpr const char* readyWorks =
     "SELECT id, first, last, attempts, tries FROM works INDEXED BY works_open "
     "WHERE job = ?1 AND state = 'ready' ORDER BY tries, position, first LIMIT ?2";
+/// Asked for by itself: where a row's number is looked up by its own INSERT, SQLite
+/// makes a table in between for each.
+inline constexpr const char* nextAttempt =
+    "SELECT max(coalesce((SELECT max(id) FROM attempts), 0), last_attempt) + 1 FROM queue";
 inline constexpr const char* insertAttempt =
     "INSERT INTO attempts (id, job, work, engine, state, rule, first, last, number, started, ahead) "
-    "SELECT max(coalesce((SELECT max(id) FROM attempts), 0), last_attempt) + 1, "
-    "?1, ?2, ?3, 'running', 'none', ?4, ?5, ?6, ?7, ?8 FROM queue";
+    "VALUES (?1, ?2, ?3, ?4, 'running', 'none', ?5, ?6, ?7, ?8, ?9)";
 inline constexpr const char* startWork =
     "UPDATE works SET state = 'running', attempts = attempts + 1, attempt = ?2 WHERE id = ?1";
 inline constexpr const char* giveBackWork =
@@ -46,10 +49,11 @@ inline constexpr const char* noteEnd =
     "user_time = ?8, system_time = ?9, peak_memory = ?10, bytes_read = ?11, bytes_written = ?12 "
     "WHERE id = ?1 AND state = 'running'";
 inline constexpr const char* isRunning = "SELECT 1 FROM attempts WHERE id = ?1 AND state = 'running'";
+inline constexpr const char* nextFile =
+    "SELECT max(coalesce((SELECT max(id) FROM files), 0), last_file) + 1 FROM queue";
 inline constexpr const char* insertFile =
     "INSERT INTO files (id, attempt, frame, checked, size, modified, path, problem) "
-    "SELECT max(coalesce((SELECT max(id) FROM files), 0), last_file) + 1, "
-    "?1, ?2, ?3, ?4, ?5, ?6, ?7 FROM queue";
+    "VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)";
 inline constexpr const char* dropUnchecked =
     "DELETE FROM files INDEXED BY files_attempt WHERE attempt = ?1 AND checked = 0";
 
@@ -256,9 +260,9 @@ inline constexpr const char* beatsOfJob =
 
 // Those that look for nothing are left out.
 inline constexpr std::array all = {
-    openJobs,         readyWorks,      insertAttempt,    startWork,
+    openJobs,         readyWorks,      nextAttempt,      startWork,
     giveBackWork,     attemptBefore,   unstartJob,       dropAttempt,
-    startJob,         noteProcess,     isRunning,        insertFile,
+    startJob,         noteProcess,     isRunning,        nextFile,
     dropUnchecked,    attemptToSettle, endAttempt,       endWork,
     anyToDo,          anyRunning,      canceledAttempts, runningOfEngine,
     aheadOfEngine,    runningOfJob,    newFilesOfJob,    dueJobs,
