@@ -59,7 +59,7 @@ void TessivarJob::SetType(const UID& type) {
   for (std::size_t i = 0; i < info->ParamCount(); ++i) {
     const ParameterInfo* param = info->GetParam(i);
     String answer;
-    if (!GetParameter(param->Name, answer)) {
+    if (!IsStandard(param->Name) && !GetParameter(param->Name, answer)) {
       m_ExtraParameters.emplace(param->Name, param->Default);
     }
   }
@@ -147,7 +147,7 @@ BoolOverrideInfo TessivarJob::FindOverrideInfo(const String& name) const {
 
 bool TessivarJob::GetParameter(const String& name, String& value) const {
   const auto is = [&name](const char* known) { return String::EqualNoCase(name, known); };
-  if (is(p_SubRange) && !m_SceneNameFormat.empty() &&
+  if (!m_SceneNameFormat.empty() && is(p_SubRange) &&
       GetParameterOrOption(p_HideSubrange, true, true).Bool()) {
     value.clear();
     return true;
@@ -294,6 +294,9 @@ Path TessivarJob::GetLatestExecutable() {
     return {}; // the factory has logged it
   }
   const auto refuse = [info](const char* reason) {
+    if (!IsLogged(LogLevel::Debug)) {
+      return Path();
+    }
     LogDebug("Virtual Module '" + info->Name + "' not looking for latest executable: " + reason);
     return Path();
   };

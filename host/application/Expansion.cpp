@@ -321,6 +321,10 @@ String ReplaceMark(const String& text, std::string_view mark, std::string_view r
 
 } // namespace
 
+bool IsPlainText(const String& text) {
+  return text.size() <= k_ExpansionLimit && text.find("$(") == String::npos;
+}
+
 String ExpandReferences(const String& text, const ExpansionSource& source) {
   return Expander(source).Run(text);
 }

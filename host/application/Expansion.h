@@ -46,6 +46,10 @@ struct ExpansionSource {
 /// No expansion makes a longer text than this.
 constexpr std::size_t k_ExpansionLimit = std::size_t{64} << 20;
 
+/// Whether a text has no reference, and is no longer than an expansion may be:
+/// then it is its own.
+bool IsPlainText(const String& text);
+
 /// Expands a text. Raises Exception* with "WHAT:COLUMN: ..." for an unknown
 /// name (with a suggestion), an unknown command, an unclosed reference or a
 /// cycle (which it names), then the text in question with a caret under the

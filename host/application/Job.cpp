@@ -314,10 +314,7 @@ String Job::FormatStringWithParameters(const String& text) const {
 }
 
 String Job::ExpandText(const String& text, const String& what) const {
-  if (text.find("$(") == String::npos && text.size() <= k_ExpansionLimit) {
-    return text;
-  }
-  return ExpandReferences(text, References(what));
+  return IsPlainText(text) ? text : ExpandReferences(text, References(what));
 }
 
 ExpansionSource Job::References(const String& what) const {

@@ -304,9 +304,10 @@ ParameterInfo* JobTypeInfo::NewParam(ParameterInfo::TYPE type) {
   return m_Params.back().get();
 }
 
+// Asked for each parameter of each work, and few names have the same length.
 ParameterInfo* JobTypeInfo::GetParam(const String& name) const {
   const auto found = std::find_if(m_Params.begin(), m_Params.end(), [&name](const auto& param) {
-    return String::EqualNoCase(param->Name, name);
+    return param->Name.size() == name.size() && String::EqualNoCase(param->Name, name);
   });
   return found == m_Params.end() ? nullptr : found->get();
 }

@@ -82,6 +82,10 @@ bool WarningBudget::Take() {
   return true;
 }
 
+bool IsLogged(LogLevel level) {
+  return level >= TheState().Least;
+}
+
 void LogError(const String& text) {
   Write(LogLevel::Error, text);
 }

@@ -12,6 +12,11 @@ void LogWarning(const String& text);
 void LogInfo(const String& text);
 void LogDebug(const String& text);
 
+enum class LogLevel { Debug, Info, Warning, Error, Off };
+
+/// Whether lines of this level are logged: what others would say need not be made.
+bool IsLogged(LogLevel level);
+
 /// Bounds the warnings of this thread while it lives: the first so many are
 /// logged, the others are counted. For what a stranger's small file could make
 /// warn without end. One within another takes its place meanwhile.
@@ -37,8 +42,6 @@ private:
   std::size_t m_Dropped = 0;
   WarningBudget* m_Outer;
 };
-
-enum class LogLevel { Debug, Info, Warning, Error, Off };
 
 /// What a warning is about, for a host that treats some unlike others: never
 /// tell that from its words.

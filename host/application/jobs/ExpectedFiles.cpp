@@ -39,8 +39,10 @@ struct RenderJob::ExpectedFileReader::State {
     }
     IsEmpty = Of.GetParameterOrOption(p_ExpectedFiles, true, true).empty();
     Templates.clear();
-    for (String& text : Of.TextsToExpand(p_ExpectedFiles)) {
-      Templates.emplace_back(std::move(text), Of.References(p_ExpectedFiles));
+    if (!IsEmpty) {
+      for (String& text : Of.TextsToExpand(p_ExpectedFiles)) {
+        Templates.emplace_back(std::move(text), Of.References(p_ExpectedFiles));
+      }
     }
     IsKnown = true;
     IsAnswered = answered;

@@ -121,8 +121,8 @@ Path ProcessJob::WorkStartDirectory() const {
 }
 
 String ProcessJob::EffectiveText(const String& name) const {
-  const String value = GetParameterOrOption(name, true, true);
-  return IsLiteral(Type(), name) ? value : ExpandText(value, name);
+  String value = GetParameterOrOption(name, true, true);
+  return IsPlainText(value) || IsLiteral(Type(), name) ? value : ExpandText(value, name);
 }
 
 std::vector<String> ProcessJob::TextsOf(const String& name) const {
@@ -137,10 +137,11 @@ std::vector<String> ProcessJob::TextsOf(const String& name) const {
 
 std::vector<String> ProcessJob::EffectiveTexts(const String& name) const {
   std::vector<String> texts = TextsOf(name);
-  if (!IsLiteral(Type(), name)) {
-    for (String& text : texts) {
-      text = ExpandText(text, name);
-    }
+  if (std::all_of(texts.begin(), texts.end(), IsPlainText) || IsLiteral(Type(), name)) {
+    return texts;
+  }
+  for (String& text : texts) {
+    text = ExpandText(text, name);
   }
   return texts;
 }
@@ -287,6 +288,9 @@ template <typename Step> void ProcessJob::Guard(const char* name, Step step) {
 }
 
 void ProcessJob::OnProcessSpawned() {
+  if (!IsLogged(LogLevel::Debug)) {
+    return;
+  }
   LogDebug("Started \"" + m_Executable.Text() + "\" as process " + std::to_string(m_ProcessId));
 }
 

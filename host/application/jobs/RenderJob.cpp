@@ -214,9 +214,11 @@ void RenderJob::OnChildChange(SmartHandle<const Job> child, const String& name, 
   if (!String::EqualNoCase(name, k_StatusName)) {
     return;
   }
+  const std::optional<int> number = ReadWholeNumber<int>(value);
   for (const int status : {k_StatusNew, k_StatusReady, k_StatusRunning, k_StatusPaused, k_StatusFailed,
                            k_StatusCanceled, k_StatusFinished}) {
-    if (value == std::to_string(status) || String::EqualNoCase(value, StatusAsString(status))) {
+    if (number ? *number == status && value == std::to_string(status)
+               : String::EqualNoCase(value, StatusAsString(status))) {
       if (hasFrames) {
         m_FrameStates.Set(run, status);
       } else {

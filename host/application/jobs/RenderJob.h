@@ -174,6 +174,9 @@ protected:
   /// is the time between asking a program to end and killing it.
   explicit RenderJob(bool standard, std::chrono::milliseconds grace = k_Grace);
 
+  /// Whether every job with the standard parameters answers this name.
+  static bool IsStandard(const String& name) { return StandardName(name) != nullptr; }
+
 private:
   /// The host's own spelling of a standard parameter's name, or null.
   static const char* StandardName(const String& name);

@@ -19,16 +19,24 @@ bool HoldsWhole(const String& line, const String& text) {
   return false;
 }
 
+// Of the letters A to Z alone.
+const LowerTable& Lowers() {
+  static const LowerTable s_Table(std::locale::classic());
+  return s_Table;
+}
+
 } // namespace
 
-RequiredTexts::RequiredTexts(const std::vector<String>& texts) : m_Lower(std::locale::classic()) {
+RequiredTexts::RequiredTexts(const std::vector<String>& texts) {
   for (const String& text : texts) {
     if (!text.empty()) {
-      m_Texts.push_back({text, m_Lower.Lower(text)});
+      m_Texts.push_back({text, Lowers().Lower(text)});
     }
   }
   m_Unseen = m_Texts.size();
-  BuildFilter();
+  if (m_Unseen > 0) {
+    BuildFilter();
+  }
 }
 
 void RequiredTexts::BuildFilter() {
@@ -40,7 +48,7 @@ void RequiredTexts::BuildFilter() {
 void RequiredTexts::AddToFilter(TextFilter& filter) const {
   for (const Text& text : m_Texts) {
     if (!text.Seen) {
-      filter.Add(text.Lowered, m_Lower);
+      filter.Add(text.Lowered, Lowers());
     }
   }
 }
@@ -49,7 +57,7 @@ const String* RequiredTexts::See(std::string_view line) {
   if (m_Unseen == 0 || !m_Filter.Occurs(line)) {
     return nullptr;
   }
-  const String lowered = m_Lower.Lower(line);
+  const String lowered = Lowers().Lower(line);
   const String* last = nullptr;
   for (Text& text : m_Texts) {
     if (!text.Seen && HoldsWhole(lowered, text.Lowered)) {

@@ -36,7 +36,6 @@ private:
   };
   void BuildFilter();
 
-  LowerTable m_Lower;
   std::vector<Text> m_Texts;
   TextFilter m_Filter; // of those that were not seen
   std::size_t m_Unseen;
