@@ -44,6 +44,7 @@ bool LocalEngine::run(const EnginePlan& plan) {
     if (isDone() || (leaveAt_ && machine_.now() >= *leaveAt_)) {
       break;
     }
+    prepareNext();
     waitForSomething();
     takeInterrupts();
     advanceAttempts();
@@ -254,14 +255,10 @@ bool LocalEngine::start(const Claim& claim) {
   try {
     OpenJob* job = open(claim.job);
     if (job != nullptr) {
-      const WorkInfo work = job->work(queue_, claim);
-      AttemptListener& listener = *this;
-      auto attempt = std::make_unique<Attempt>(
-          work, claim, job->make(work),
-          job->logs().open(work.hasFrames ? std::string(work.run.Text()) : work.title(), claim.number),
-          inspector_, listener);
+      const bool isPrepared = next_ && next_->claim().attempt == claim.attempt;
+      std::unique_ptr<Attempt> attempt = isPrepared ? std::move(next_) : attemptAt(claim, *job);
       if (std::exchange(announced_, claim.attempt) != claim.attempt) {
-        begun_.push_back({work, ended_.size()});
+        begun_.push_back({attempt->work(), ended_.size()});
       }
       Attempt::Start started = Attempt::Start::Failed;
       if (!guard(*attempt, [&] { started = attempt->start(machine_, shortage()); })) {
@@ -290,6 +287,15 @@ bool LocalEngine::start(const Claim& claim) {
   refused_.push_back(claim.job);
   giveUp(claim, AttemptState::Canceled, VerdictRule::Start, problem);
   return true;
+}
+
+std::unique_ptr<Attempt> LocalEngine::attemptAt(const Claim& claim, OpenJob& job) {
+  const WorkInfo work = job.work(queue_, claim);
+  AttemptListener& listener = *this;
+  return std::make_unique<Attempt>(
+      work, claim, job.make(work),
+      job.logs().open(work.hasFrames ? std::string(work.run.Text()) : work.title(), claim.number), inspector_,
+      listener);
 }
 
 void LocalEngine::giveUp(const Claim& claim, AttemptState state, VerdictRule rule,

@@ -113,6 +113,7 @@ private:
   void tellTurn(const Turn& turn);
   void tellStarts();
   void makeAhead();
+  void prepareNext();
   void beginAhead();
   bool mayWait() const;
   bool mayKeepAhead() const;
@@ -125,6 +126,7 @@ private:
   Attempt::Shortage shortage();
   void waitForProcesses();
   bool start(const Claim& claim);
+  std::unique_ptr<Attempt> attemptAt(const Claim& claim, OpenJob& job);
   void giveUp(const Claim& claim, AttemptState state, VerdictRule rule, const std::string& reason);
   template <typename Step> bool guard(const Attempt& attempt, Step step);
   void waitForSomething();
@@ -155,6 +157,7 @@ private:
   std::list<std::unique_ptr<Attempt>> ended_; // not yet recorded
   std::vector<Claim> claimed_;                // recorded, not yet started; those ahead come last
   std::vector<AttemptId> unbegun_;            // claimed ahead, to be given back
+  std::unique_ptr<Attempt> next_;             // made for the first that is claimed ahead
   std::vector<std::unique_ptr<Recovery>> recoveries_;
   std::vector<Settled> settled_;
   std::vector<Started> started_;                              // to be noted

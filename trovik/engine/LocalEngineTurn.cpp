@@ -34,7 +34,9 @@
 // twenty bytes, so that what had not begun when an engine died was never lost, and
 // does not count as an attempt. What does not begin within a twentieth of a second
 // is given back, as if it had never been claimed, and so is all of it when an
-// attempt is not good, since a job may then be stopped. What has ended waits for
+// attempt is not good, since a job may then be stopped. The first of them is made
+// ready for its start while programs run: its job object, its command line, its
+// output folder. What has ended waits for
 // the next claim to be recorded, and is told after that: a crash takes the verdicts
 // of works of some milliseconds, and their files tell whether they were good.
 //
@@ -115,6 +117,7 @@ bool LocalEngine::mayKeepAhead() const {
 }
 
 void LocalEngine::giveBackAhead() {
+  next_.reset();
   std::erase_if(claimed_, [this](const Claim& claim) {
     if (!claim.ahead) {
       return false;
@@ -292,6 +295,24 @@ void LocalEngine::makeAhead() {
     }
   } catch (...) {
     LogDebug(TakeCaughtText()); // the work for which it fails again tells it
+  }
+}
+
+/// Makes ready, while programs run, what is to start when one of them ends.
+void LocalEngine::prepareNext() {
+  if (!hasAhead() || stops_ > 0 || (next_ && next_->claim().attempt == claimed_.front().attempt)) {
+    return;
+  }
+  const auto job = jobs_.find(claimed_.front().job);
+  if (job == jobs_.end()) {
+    return;
+  }
+  try {
+    next_ = attemptAt(claimed_.front(), *job->second);
+    next_->prepare();
+  } catch (...) {
+    next_.reset();
+    LogDebug(TakeCaughtText()); // its start tells it
   }
 }
 

@@ -78,7 +78,7 @@ SmartHandle<Job> OpenJob::make(const WorkInfo& work) {
   }
   SmartHandle<Job> job = std::move(ahead_.back());
   ahead_.pop_back();
-  return WorkMaker::make(work, std::move(job));
+  return works_.make(work, std::move(job));
 }
 
 void OpenJob::makeAhead(std::size_t count) {

@@ -38,12 +38,16 @@ SmartHandle<Job> WorkMaker::makeWhole() const {
   return job;
 }
 
-SmartHandle<Job> WorkMaker::make(const WorkInfo& work, SmartHandle<Job> job) {
+SmartHandle<Job> WorkMaker::make(const WorkInfo& work, SmartHandle<Job> job) const {
   if (work.hasFrames) {
     CallModule("the module of the job's type failed to take its frames",
                [&] { job->SetParameter(p_SubRange, work.run.Text()); });
   }
-  if (String folder; job->GetParameter(p_AfterOutputFolder, folder)) {
+  if (!takesImages_) {
+    String folder;
+    takesImages_ = job->GetParameter(p_AfterOutputFolder, folder);
+  }
+  if (*takesImages_) {
     std::vector<String> words(work.imagesBefore.begin(), work.imagesBefore.end());
     job->Set(p_AfterImages, JoinCommandLine(words));
   }

@@ -5,6 +5,7 @@
 #include "trovik/records/RunEvents.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace trovik {
@@ -28,12 +29,13 @@ public:
   /// back.
   SmartHandle<Job> make(const WorkInfo& work) const { return make(work, makeWhole()); }
   /// The same of an object that was made ahead by `makeWhole`, and is used up.
-  static SmartHandle<Job> make(const WorkInfo& work, SmartHandle<Job> job);
+  SmartHandle<Job> make(const WorkInfo& work, SmartHandle<Job> job) const;
   SmartHandle<Job> makeWhole() const;
 
 private:
   UID type_;
   std::string packed_;
+  mutable std::optional<bool> takesImages_; // whether it has the images of another job as a parameter
   std::shared_ptr<ExecutableMemory> searches_ = std::make_shared<ExecutableMemory>();
 };
 

@@ -29,23 +29,33 @@ Attempt::~Attempt() {
   job_->SetObserver(nullptr);
 }
 
+void Attempt::prepare() {
+  if (ready_) {
+    return;
+  }
+  ready_ = process_->PrepareWork(program_);
+  if (*ready_) {
+    outcome_.command = commandText(program_);
+    // By its mark all that it starts is found, also when this engine has died.
+    program_.Mark = String(claim_.mark);
+    program_.Environment.emplace_back("TROVIK_JOB", String(std::to_string(claim_.job)));
+  }
+}
+
 Attempt::Start Attempt::start(Machine& machine, Shortage shortage) {
   started_ = machine.now();
-  ProcessStart start;
-  if (!process_->PrepareWork(start)) {
+  prepare();
+  if (!*ready_) {
     conclude(process_->Status(), started_);
     return Start::Failed;
   }
-  outcome_.command = commandText(start);
-  // By its mark all that it starts is found, also when this engine has died.
-  start.Mark = String(claim_.mark);
-  start.Environment.emplace_back("TROVIK_JOB", String(std::to_string(claim_.job)));
   try {
     if (auto* render = dynamic_cast<RenderJob*>(process_)) {
       render->NoteFilesBefore(work_.attempt > 1);
     }
     const ProgramRun::Patience patience{process_->RunTimeLimit(), process_->SilenceLimit()};
-    run_.emplace(machine.start(start), patience, started_, [this](std::string_view text) { onOutput(text); });
+    run_.emplace(machine.start(program_), patience, started_,
+                 [this](std::string_view text) { onOutput(text); });
   } catch (Exception* exception) {
     if (exception->Number() == EAGAIN && shortage == Shortage::Waits) {
       delete exception;
@@ -159,7 +169,7 @@ void Attempt::conclude(int status, Clock::time_point now) {
   result_.duration = now - started_;
   result_.log = log_->file();
   describe(status);
-  if (result_.verdict == Verdict::Good && isFilled(announced_)) {
+  if (result_.verdict == Verdict::Good && !announced_.empty() && isFilled(announced_)) {
     confirm(announced_); // the type may have switched the check of files off
   }
   for (const FileRecord& file : outcome_.files) {

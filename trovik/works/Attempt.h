@@ -46,6 +46,9 @@ public:
     Failed, ///< it could not be started; the result is there
     Later,  ///< there is a shortage; the attempt is of no further use
   };
+  /// Makes all ready for the start, if that was not done before: what it finds to be
+  /// wrong is told by the start. For a while when there is nothing else to do.
+  void prepare();
   Start start(Machine& machine, Shortage shortage = Shortage::Fails);
 
   /// What to wait for now; -1 where there is nothing.
@@ -67,9 +70,9 @@ public:
   const WorkInfo& work() const { return work_; }
   const Claim& claim() const { return claim_; }
   const SmartHandle<Job>& job() const { return job_; }
-  /// The process group; 0 before the start.
   /// What files were there before, to be kept while the program runs.
   std::string filesBefore() const;
+  /// The process group; 0 before the start.
   int process() const { return run_ ? run_->Id() : 0; }
   /// The words that were started, as text for a shell.
   const std::string& command() const { return outcome_.command; }
@@ -116,6 +119,8 @@ private:
   bool decided_ = false;
   Path announced_; // the image that the program named last
   std::unordered_set<std::string> complete_;
+  std::optional<bool> ready_; // once it is prepared
+  ProcessStart program_;
   std::optional<ProgramRun> run_;
   Clock::time_point started_{};
   bool endTaken_ = false;

@@ -20,7 +20,7 @@ FileInspection::FileInspection(ImageInspector& inspector, const RenderJob& job, 
   bool refuseFlat = false;
   try {
     files = job.FilesToCheck();
-    refuseFlat = job.GetParameterOrOption(p_RefuseFlatImages, true, true).Bool();
+    refuseFlat = !files.empty() && job.GetParameterOrOption(p_RefuseFlatImages, true, true).Bool();
   } catch (...) {
     LogDebug("files to check: " + TakeCaughtText()); // the job's own check tells it
   }

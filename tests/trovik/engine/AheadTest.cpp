@@ -1,7 +1,9 @@
 #include "tests/trovik/engine/EngineTest.h"
 
+#include <algorithm>
 #include <fcntl.h>
 #include <filesystem>
+#include <map>
 #include <set>
 #include <unistd.h>
 
@@ -120,6 +122,41 @@ TEST_F(AheadTest, AFailureIsRecordedBeforeAnythingElseBegins) {
   const RunSummary summary = workOff(id, 2);
   EXPECT_EQ(summary.failed.text(), "20");
   EXPECT_EQ(late, 0U);
+}
+
+TEST_F(AheadTest, OneThatCannotBePreparedFailsInItsTurn) {
+  const std::string& folder = directory.path();
+  directory.write("30", "no folder");
+  job->SetParameter(p_OutputFolder, folder + "/$(SubRange.Start)");
+  const JobId id = submit("1-60");
+  watchStarts(id);
+  const RunSummary summary = workOff(id, 2);
+  EXPECT_EQ(summary.failed.text(), "30");
+  EXPECT_EQ(summary.good.text(), "1-29,31-60");
+  EXPECT_EQ(machine.started.size(), 59U);
+  const std::string reason = "Cannot create folder \"" + folder + "/30\"";
+  const auto told = std::find_if(recorder.events.begin(), recorder.events.end(),
+                                 [](const std::string& event) { return event.starts_with("failed 30"); });
+  ASSERT_NE(told, recorder.events.end());
+  EXPECT_NE(told->find(reason), std::string::npos) << *told;
+  EXPECT_NE(std::find(recorder.events.begin(), told, "start 30 1/1"), told) << "it was told to have begun";
+  for (const WorkRecord& work : queue.works(id)) {
+    EXPECT_EQ(work.attempts, 1);
+  }
+}
+
+TEST_F(AheadTest, WhatWasPreparedAndGivenBackIsPreparedAnew) {
+  machine.behaviour = [](const ProcessStart& start) {
+    return script(frames(start) == "20-20" ? 5s : 1ms, frames(start) == "40-40" ? 1 : 0);
+  };
+  const JobId id = submit("1-60", 1);
+  std::map<std::string, int> starts;
+  machine.beforeStart = [&](const ProcessStart& start) { ++starts[frames(start)]; };
+  EXPECT_EQ(workOff(id, 2).failed.text(), "40");
+  for (const auto& [work, count] : starts) {
+    EXPECT_EQ(count, work == "40-40" ? 2 : 1) << work;
+  }
+  EXPECT_EQ(starts.size(), 60U);
 }
 
 TEST_F(AheadTest, WhatHasNotBegunIsGivenBackWhenTheUserStops) {
