@@ -472,7 +472,8 @@ Environment::Environment(const Changes& changes) {
 
 void Environment::Apply(const String& name, const std::optional<String>& value) {
   const auto named = [&name](const char* entry) {
-    return std::strncmp(entry, name.c_str(), name.size()) == 0 && entry[name.size()] == '=';
+    return *entry == name.front() && std::strncmp(entry, name.c_str(), name.size()) == 0 &&
+           entry[name.size()] == '=';
   };
   auto place = std::find_if(m_Entries.begin(), m_Entries.end(), named);
   if (value.has_value()) {

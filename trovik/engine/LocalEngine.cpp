@@ -44,7 +44,7 @@ bool LocalEngine::run(const EnginePlan& plan) {
     if (isDone() || (leaveAt_ && machine_.now() >= *leaveAt_)) {
       break;
     }
-    prepareNext();
+    makeReady();
     waitForSomething();
     takeInterrupts();
     advanceAttempts();
@@ -106,6 +106,7 @@ void LocalEngine::stopCanceled() {
     return;
   }
   const std::vector<AttemptId> canceled = queue_.canceled(engine_);
+  ready_.clear();
   std::erase_if(claimed_, [&](const Claim& claim) {
     const bool isOver = std::find(canceled.begin(), canceled.end(), claim.attempt) != canceled.end();
     if (isOver) {
@@ -191,13 +192,16 @@ std::size_t LocalEngine::weightOf(JobId job) {
 std::size_t LocalEngine::busySlots() {
   std::size_t busy = 0;
   for (const auto& attempt : running_) {
-    busy += weightOf(attempt->claim().job);
+    busy += attempt->awaitsVerdict() ? 0 : weightOf(attempt->claim().job);
   }
   return busy;
 }
 
 void LocalEngine::startWorks() {
   while (!claimed_.empty() && stops_ == 0) {
+    if (claimed_.front().ahead && busySlots() >= plan_.slots) {
+      return;
+    }
     const Claim claim = claimed_.front();
     if (plan_.slotsAreCpus) {
       // Opening it tells how wide it is; a job that cannot be opened is refused
@@ -211,13 +215,12 @@ void LocalEngine::startWorks() {
         return;
       }
     }
-    if (machine_.now() < startAgain_ ||
-        (claim.ahead && (busySlots() >= plan_.slots || !noteBegun(claim.attempt)))) {
+    if (machine_.now() < startAgain_ || (claim.ahead && !noteBegun(claim.attempt))) {
       return;
     }
-    claimed_.erase(claimed_.begin());
+    claimed_.pop_front();
     if (!start(claim)) {
-      claimed_.insert(claimed_.begin(), claim);
+      claimed_.push_front(claim);
       return;
     }
   }
@@ -255,10 +258,14 @@ bool LocalEngine::start(const Claim& claim) {
   try {
     OpenJob* job = open(claim.job);
     if (job != nullptr) {
-      const bool isPrepared = next_ && next_->claim().attempt == claim.attempt;
-      std::unique_ptr<Attempt> attempt = isPrepared ? std::move(next_) : attemptAt(claim, *job);
+      std::unique_ptr<Attempt> attempt = takeReady(claim);
+      if (attempt == nullptr) {
+        attempt = attemptAt(claim, *job);
+      }
       if (std::exchange(announced_, claim.attempt) != claim.attempt) {
-        begun_.push_back({attempt->work(), ended_.size()});
+        const auto judged = std::count_if(running_.begin(), running_.end(),
+                                          [](const auto& other) { return other->awaitsVerdict(); });
+        begun_.push_back({attempt->work(), ended_.size() + static_cast<std::size_t>(judged)});
       }
       Attempt::Start started = Attempt::Start::Failed;
       if (!guard(*attempt, [&] { started = attempt->start(machine_, shortage()); })) {
@@ -274,7 +281,10 @@ bool LocalEngine::start(const Claim& claim) {
         job->tell(attempt->job(), {}, false);
         running_.push_back(std::move(attempt));
       } else {
-        ended_.push_back(std::move(attempt));
+        for (Begun& begun : begun_) { // of which it is one
+          begun.after = std::min(begun.after, ended_.size());
+        }
+        putEnded(std::move(attempt));
       }
       return true;
     }
@@ -325,8 +335,8 @@ template <typename Step> bool LocalEngine::guard(const Attempt& attempt, Step st
 
 void LocalEngine::waitForSomething() {
   // Two entries for each attempt, in the order of the list.
-  std::vector<pollfd> descriptors = {{interrupts_.descriptor(), POLLIN, 0},
-                                     {inspector_.descriptor(), POLLIN, 0}};
+  std::vector<pollfd>& descriptors = descriptors_;
+  descriptors.assign({{interrupts_.descriptor(), POLLIN, 0}, {inspector_.descriptor(), POLLIN, 0}});
   Clock::time_point deadline = nextTick_;
   const auto consider = [&deadline](const std::optional<Clock::time_point>& time) {
     deadline = time ? std::min(deadline, *time) : deadline;
@@ -384,10 +394,24 @@ void LocalEngine::takeInterrupts() {
   }
 }
 
+/// A slot that is empty is filled at once, if there is something made ready for it,
+/// and only then it is judged what was in it.
 void LocalEngine::advanceAttempts() {
   const Clock::time_point now = machine_.now();
+  std::size_t left = running_.size();
+  for (auto attempt = running_.begin(); left > 0; --left) {
+    if (!guard(**attempt, [&] { (*attempt)->advanceProgram(now); })) {
+      attempt = running_.erase(attempt);
+      continue;
+    }
+    if ((*attempt)->awaitsVerdict()) {
+      beginAhead();
+    }
+    ++attempt;
+  }
   for (auto attempt = running_.begin(); attempt != running_.end();) {
-    if (!guard(**attempt, [&] { (*attempt)->advance(now); })) {
+    const bool isDue = (*attempt)->awaitsVerdict() || (*attempt)->isChecking();
+    if (isDue && !guard(**attempt, [&] { (*attempt)->advance(now); })) {
       attempt = running_.erase(attempt);
       continue;
     }
@@ -398,12 +422,17 @@ void LocalEngine::advanceAttempts() {
       if (const auto job = jobs_.find((*attempt)->claim().job); job != jobs_.end()) {
         job->second->noteEnd((*attempt)->result().verdict == Verdict::Good, (*attempt)->result().duration);
       }
-      ended_.push_back(std::move(*attempt));
+      putEnded(std::move(*attempt));
       attempt = running_.erase(attempt);
     } else {
       ++attempt;
     }
   }
+}
+
+void LocalEngine::putEnded(std::unique_ptr<Attempt> attempt) {
+  endedWell_ = endedWell_ && attempt->outcome().state == AttemptState::Good;
+  ended_.push_back(std::move(attempt));
 }
 
 bool LocalEngine::isDone() {

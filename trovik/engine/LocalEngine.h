@@ -9,6 +9,7 @@
 #include "trovik/works/Attempt.h"
 #include "trovik/works/Recovery.h"
 
+#include <deque>
 #include <functional>
 #include <list>
 #include <map>
@@ -113,7 +114,8 @@ private:
   void tellTurn(const Turn& turn);
   void tellStarts();
   void makeAhead();
-  void prepareNext();
+  void makeReady();
+  std::unique_ptr<Attempt> takeReady(const Claim& claim);
   void beginAhead();
   bool mayWait() const;
   bool mayKeepAhead() const;
@@ -132,6 +134,7 @@ private:
   void waitForSomething();
   void takeInterrupts();
   void advanceAttempts();
+  void putEnded(std::unique_ptr<Attempt> attempt);
   bool isDone();
   std::size_t weightOf(JobId job);
   std::size_t busySlots();
@@ -155,20 +158,22 @@ private:
   std::vector<JobId> refused_; // jobs that cannot be worked here
   std::list<std::unique_ptr<Attempt>> running_;
   std::list<std::unique_ptr<Attempt>> ended_; // not yet recorded
-  std::vector<Claim> claimed_;                // recorded, not yet started; those ahead come last
+  std::deque<Claim> claimed_;                 // recorded, not yet started; those ahead come last
   std::vector<AttemptId> unbegun_;            // claimed ahead, to be given back
-  std::unique_ptr<Attempt> next_;             // made for the first that is claimed ahead
+  std::list<std::unique_ptr<Attempt>> ready_; // made for the first ones that are claimed ahead
   std::vector<std::unique_ptr<Recovery>> recoveries_;
   std::vector<Settled> settled_;
   std::vector<Started> started_;                              // to be noted
   std::vector<std::pair<AttemptId, ProgramEnd>> programEnds_; // the same
   std::vector<Note> notes_;
+  std::vector<pollfd> descriptors_;        // of the last wait, for its memory
   std::optional<Turn> written_;            // not yet told
   std::vector<Begun> begun_;               // the same
   std::map<JobId, std::size_t> lastBegun_; // works of the last turn
   std::vector<MemoryWait> memoryWaits_;    // as the last claim found it
   std::vector<JobId> toldOfMemory_;
   Clock::time_point claimedAhead_{}; // when it was last
+  bool endedWell_ = true;            // all that is not yet recorded
   bool claimsAhead_ = true;          // false where it cannot be noted what begins
   bool notesBegun_ = false;
   bool mayHaveWork_ = true;

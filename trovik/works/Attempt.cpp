@@ -96,13 +96,20 @@ void Attempt::advance(Clock::time_point now) {
     }
     return;
   }
+  advanceProgram(now);
+  if (run_->IsOver()) {
+    finish(now);
+  }
+}
+
+void Attempt::advanceProgram(Clock::time_point now) {
+  if (inspection_) {
+    return;
+  }
   if (process_->HasModuleFailed()) {
     run_->Dismiss(now);
   }
   run_->Advance(now);
-  if (run_->IsOver()) {
-    finish(now);
-  }
 }
 
 void Attempt::cancel(Clock::time_point now, bool kill) {

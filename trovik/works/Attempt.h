@@ -62,6 +62,10 @@ public:
   /// Notices the program's end and deadlines that have passed. The attempt goes
   /// on until nothing is left of all that the program started.
   void advance(Clock::time_point now);
+  /// The first half of that, up to the end of all that the program started.
+  void advanceProgram(Clock::time_point now);
+  /// Whether nothing of the program is left and `advance` has yet to judge it.
+  bool awaitsVerdict() const { return run_ && run_->IsOver() && !inspection_ && !over_; }
 
   /// The user stopped the run: asks the program to end, or kills it.
   void cancel(Clock::time_point now, bool kill);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstring>
 #include <string_view>
 
@@ -228,13 +229,18 @@ const std::vector<Description>& Descriptions() {
 } // namespace
 
 const char* RenderJob::StandardName(const String& name) {
-  // Jobs are asked for names all the time; few have the same length.
+  struct Known {
+    std::uint64_t Prefix;
+    const char* Name;
+  };
+  // Jobs are asked for names all the time; few have the same length, and fewer
+  // begin alike.
   static const auto byLength = [] {
-    std::vector<std::vector<const char*>> names;
+    std::vector<std::vector<Known>> names;
     const auto add = [&names](const char* known) {
       const std::size_t length = std::strlen(known);
       names.resize(std::max(names.size(), length + 1));
-      names[length].push_back(known);
+      names[length].push_back({String::NoCasePrefix(known), known});
     };
     add(p_SubRange);
     for (const Description& description : Descriptions()) {
@@ -247,11 +253,13 @@ const char* RenderJob::StandardName(const String& name) {
   if (name.size() >= byLength.size()) {
     return nullptr;
   }
-  const std::vector<const char*>& known = byLength[name.size()];
-  const auto found = std::find_if(known.begin(), known.end(), [&name](const char* one) {
-    return String::EqualNoCase(name, std::string_view(one, name.size()));
-  });
-  return found == known.end() ? nullptr : *found;
+  const std::uint64_t prefix = String::NoCasePrefix(name);
+  for (const Known& known : byLength[name.size()]) {
+    if (known.Prefix == prefix && String::EqualNoCase(name, std::string_view(known.Name, name.size()))) {
+      return known.Name;
+    }
+  }
+  return nullptr;
 }
 
 void RenderJob::FillJobTypeInfo(JobTypeInfo* info, bool withOutput) {

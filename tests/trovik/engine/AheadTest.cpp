@@ -145,6 +145,29 @@ TEST_F(AheadTest, OneThatCannotBePreparedFailsInItsTurn) {
   }
 }
 
+// A slot is filled before the files of what was in it are looked into.
+TEST_F(AheadTest, NeverRunMoreProgramsThanThereAreSlotsWhileFilesAreLookedInto) {
+  job->SetParameter(p_ExpectedFiles, directory.file("$(SubRange.Start).png"));
+  machine.beforeStart = [&](const ProcessStart& start) {
+    directory.write(std::to_string(std::stoi(frames(start))) + ".png", "image");
+  };
+  inspector.problems[directory.file("40.png")] = "Torn";
+  const JobId id = submit("1-60");
+  const RunSummary summary = workOff(id, 2);
+  EXPECT_EQ(summary.failed.text(), "40");
+  EXPECT_EQ(summary.good.text(), "1-39,41-60");
+  EXPECT_EQ(machine.started.size(), 60U);
+  EXPECT_EQ(machine.mostRunning, 2U);
+  EXPECT_LE(inspector.mostWaiting, 2U) << "what waits to be looked into keeps its slot";
+  std::set<std::string> ended;
+  for (const std::string& event : recorder.events) {
+    if (event.starts_with("good ") || event.starts_with("failed ")) {
+      EXPECT_TRUE(ended.insert(event.substr(0, event.find(':'))).second) << event;
+    }
+  }
+  EXPECT_EQ(ended.size(), 60U) << "each is told once";
+}
+
 TEST_F(AheadTest, WhatWasPreparedAndGivenBackIsPreparedAnew) {
   machine.behaviour = [](const ProcessStart& start) {
     return script(frames(start) == "20-20" ? 5s : 1ms, frames(start) == "40-40" ? 1 : 0);
