@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char* usage =
     "usage: trovik_bench [--rounds N] [--quick]\n"
-    "       [dispatch|lines|curve|sequences|loading|expansion|missing|images|cores|cold]...\n";
+    "       [dispatch|lines|curve|sequences|loading|expansion|missing|memory|images|cores|cold]...\n";
 
 class TemporaryDirectory {
 public:
@@ -48,7 +48,8 @@ int runTable(int count, char** arguments) {
                   {"curve", bench::lineCurveRows, false},   {"sequences", bench::sequenceRows, false},
                   {"loading", bench::loadingRows, false},   {"expansion", bench::expansionRows, false},
                   {"missing", bench::missingRows, false},   {"images", bench::imageRows, false},
-                  {"cores", bench::imageCoreRows, false},   {"cold", bench::coldSequenceRows, false}};
+                  {"memory", bench::memoryRows, false},     {"cores", bench::imageCoreRows, false},
+                  {"cold", bench::coldSequenceRows, false}};
   const auto isExtra = [](const Path& path) {
     return path.rows == bench::lineCurveRows || path.rows == bench::coldSequenceRows;
   };
