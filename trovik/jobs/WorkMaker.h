@@ -22,7 +22,8 @@ std::string packedJob(const Job& job);
 class WorkMaker {
 public:
   explicit WorkMaker(const Job& job);
-  WorkMaker(const UID& type, std::string packed);
+  /// With what was found before for the same job, where that is given.
+  WorkMaker(const UID& type, std::string packed, std::shared_ptr<ExecutableMemory> searches = nullptr);
 
   /// Raise Exception* when the type is not known or the stream cannot be read
   /// back.
@@ -34,7 +35,7 @@ public:
 private:
   UID type_;
   std::string packed_;
-  std::shared_ptr<ExecutableMemory> searches_ = std::make_shared<ExecutableMemory>();
+  std::shared_ptr<ExecutableMemory> searches_;
 };
 
 } // namespace trovik
