@@ -10,8 +10,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 namespace bench {
 namespace {
@@ -50,11 +48,6 @@ void workOff(const std::string& directory) {
     });
   }
   queue.leaveEngine(engine);
-}
-
-std::string textOf(const std::string& file) {
-  std::ifstream stream(file);
-  return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 } // namespace

@@ -100,6 +100,9 @@ std::vector<Row> loadingRows(const Setup& setup);
 std::vector<Row> expansionRows(const Setup& setup);
 std::vector<Row> missingRows(const Setup& setup);
 std::vector<Row> memoryRows(const Setup& setup);
+std::vector<Row> newestRows(const Setup& setup);
+std::vector<Row> startRows(const Setup& setup);
+std::vector<Row> unchangedRows(const Setup& setup);
 std::vector<Row> imageRows(const Setup& setup);
 std::vector<Row> imageCoreRows(const Setup& setup);
 
