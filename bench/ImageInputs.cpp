@@ -15,16 +15,20 @@
 namespace bench {
 namespace {
 
-constexpr int width = 1920;
-constexpr int height = 1080;
+struct ImageSize {
+  int width = 1920;
+  int height = 1080;
+};
 constexpr int kinds = 20; // the others are copies, since packing takes its time
 
 /// A value from 0 to 1 at a place of a channel.
 class Picture {
 public:
-  explicit Picture(int number) : number_(number), random_(static_cast<std::uint64_t>(number) + 1) {}
+  Picture(int number, ImageSize size)
+      : number_(number), size_(size), random_(static_cast<std::uint64_t>(number) + 1) {}
 
   float at(int x, int y, int channel) {
+    const auto [width, height] = size_;
     const int noisy = number_ % kinds * width / (kinds - 1); // so many columns
     if (x < noisy) {
       return static_cast<float>(random_.below(4096)) / 4095.0F;
@@ -33,14 +37,18 @@ public:
     case 0:
       return 0.25F * static_cast<float>(channel + 1); // flat
     case 1:
-      return static_cast<float>(x + 2 * y + 300 * channel) / (width + 2 * height + 900); // slow
+      return static_cast<float>(x + 2 * y + 300 * channel) /
+             static_cast<float>(width + 2 * height + 900); // slow
     default:
-      return (x / 37 + y / 23 + channel) % 5 == 0 ? 0.9F : static_cast<float>(y) / height; // edges
+      return (x / 37 + y / 23 + channel) % 5 == 0
+                 ? 0.9F
+                 : static_cast<float>(y) / static_cast<float>(height); // edges
     }
   }
 
 private:
   int number_;
+  ImageSize size_;
   Random random_;
 };
 
@@ -56,8 +64,9 @@ std::string chunk(const std::string& type, std::string_view data) {
 }
 
 /// The lines of a picture, each the difference to its neighbours (the filter "Sub").
-std::string filteredLines(int number, int bytes) {
-  Picture picture(number);
+std::string filteredLines(int number, int bytes, ImageSize size) {
+  Picture picture(number, size);
+  const auto [width, height] = size;
   const int pixel = 3 * bytes;
   std::string raw;
   std::string line(static_cast<std::size_t>(width * pixel), '\0');
@@ -82,17 +91,18 @@ std::string filteredLines(int number, int bytes) {
   return raw;
 }
 
-ImageFile writePng(const std::string& name, int number) {
+ImageFile writePng(const std::string& name, int number, ImageSize size) {
   constexpr std::size_t chunkBytes = 8192;
   const int bytes = number % 5 == 4 ? 2 : 1;
-  const std::string raw = filteredLines(number, bytes);
+  const std::string raw = filteredLines(number, bytes, size);
   libdeflate_compressor* const deflater = libdeflate_alloc_compressor(6);
   std::string packed(libdeflate_zlib_compress_bound(deflater, raw.size()), '\0');
   packed.resize(libdeflate_zlib_compress(deflater, raw.data(), raw.size(), packed.data(), packed.size()));
   libdeflate_free_compressor(deflater);
   std::string text = "\x89PNG\r\n\x1a\n";
   text +=
-      chunk("IHDR", big(width) + big(height) + static_cast<char>(8 * bytes) + '\2' + std::string(3, '\0'));
+      chunk("IHDR", big(static_cast<std::size_t>(size.width)) + big(static_cast<std::size_t>(size.height)) +
+                        static_cast<char>(8 * bytes) + '\2' + std::string(3, '\0'));
   for (std::size_t at = 0; at < packed.size(); at += chunkBytes) {
     text += chunk("IDAT", std::string_view(packed).substr(at, chunkBytes));
   }
@@ -102,7 +112,8 @@ ImageFile writePng(const std::string& name, int number) {
 
 ImageFile writeExr(const std::string& name, int number) {
   Imf::setGlobalThreadCount(0);
-  Picture picture(number);
+  const auto [width, height] = ImageSize();
+  Picture picture(number, {});
   Imf::Array2D<Imf::Rgba> pixels(height, width);
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) {
@@ -112,7 +123,7 @@ ImageFile writeExr(const std::string& name, int number) {
   Imf::Header header(width, height);
   header.compression() = Imf::ZIP_COMPRESSION;
   Imf::RgbaOutputFile file(name.c_str(), header, Imf::WRITE_RGBA);
-  file.setFrameBuffer(&pixels[0][0], 1, width);
+  file.setFrameBuffer(&pixels[0][0], 1, static_cast<std::size_t>(width));
   file.writePixels(height);
   return {name, 0};
 }
@@ -139,7 +150,14 @@ std::vector<ImageFile> writeAll(const std::string& directory, const std::string&
 } // namespace
 
 std::vector<ImageFile> writePngs(const std::string& directory, int count) {
-  return writeAll(directory, ".png", count, writePng);
+  return writeAll(directory, ".png", count,
+                  [](const std::string& name, int number) { return writePng(name, number, {}); });
+}
+
+std::vector<ImageFile> writeSmallPngs(const std::string& directory, int count) {
+  return writeAll(directory, ".png", count, [](const std::string& name, int number) {
+    return writePng(name, number, {16, 9});
+  });
 }
 
 std::vector<ImageFile> writeExrs(const std::string& directory, int count) {

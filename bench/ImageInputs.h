@@ -18,6 +18,9 @@ struct ImageFile {
 /// pixels in chunks of 8 KiB, as programs mostly write them.
 std::vector<ImageFile> writePngs(const std::string& directory, int count);
 
+/// The same of 16 x 9 pixels.
+std::vector<ImageFile> writeSmallPngs(const std::string& directory, int count);
+
 /// So many EXR files of half numbers in ZIP blocks, three channels and alpha.
 std::vector<ImageFile> writeExrs(const std::string& directory, int count);
 

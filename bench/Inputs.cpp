@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 
 namespace bench {
@@ -129,6 +130,11 @@ void writeFile(const std::string& file, const std::string& text) {
   if (!stream) {
     throw std::runtime_error("cannot write " + file);
   }
+}
+
+std::string textOf(const std::string& file) {
+  std::ifstream stream(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 LogFacts writeLog(const std::string& file, std::size_t size) {

@@ -83,4 +83,7 @@ std::string typeText(int number, TypeFacts& facts);
 /// Writes a file whole. Throws std::runtime_error.
 void writeFile(const std::string& file, const std::string& text);
 
+/// What a file holds; nothing of one that cannot be read.
+std::string textOf(const std::string& file);
+
 } // namespace bench

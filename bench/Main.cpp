@@ -17,7 +17,8 @@ namespace {
 
 constexpr const char* usage =
     "usage: trovik_bench [--rounds N] [--quick]\n"
-    "       [dispatch|lines|curve|sequences|loading|expansion|missing|images|cores|cold]...\n";
+    "       [dispatch|start|newest|lines|curve|sequences|loading|expansion|missing|unchanged|memory|images|\n"
+    "        cores|cold]...\n";
 
 class TemporaryDirectory {
 public:
@@ -44,10 +45,12 @@ struct Path {
 };
 
 int runTable(int count, char** arguments) {
-  Path paths[] = {{"dispatch", bench::dispatchRows, false}, {"lines", bench::lineRows, false},
+  Path paths[] = {{"dispatch", bench::dispatchRows, false}, {"start", bench::startRows, false},
+                  {"newest", bench::newestRows, false},     {"lines", bench::lineRows, false},
                   {"curve", bench::lineCurveRows, false},   {"sequences", bench::sequenceRows, false},
                   {"loading", bench::loadingRows, false},   {"expansion", bench::expansionRows, false},
-                  {"missing", bench::missingRows, false},   {"images", bench::imageRows, false},
+                  {"missing", bench::missingRows, false},   {"unchanged", bench::unchangedRows, false},
+                  {"memory", bench::memoryRows, false},     {"images", bench::imageRows, false},
                   {"cores", bench::imageCoreRows, false},   {"cold", bench::coldSequenceRows, false}};
   const auto isExtra = [](const Path& path) {
     return path.rows == bench::lineCurveRows || path.rows == bench::coldSequenceRows;

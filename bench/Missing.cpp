@@ -58,11 +58,7 @@ std::vector<Row> missingRows(const Setup& setup) {
     row->target = "≤ " + timeText(target);
     row->reached = race.median(row == &missing ? ours : plain, &Cost::wall) <= target;
   }
-  const double memory = race.median(ours, &Cost::memory);
-  return {submitted,
-          missing,
-          {"memory of submit --missing, " + path, "-", ratioText(memory / 1e6) + " MB", "-", "-",
-           "≤ " + ratioText(mostMemory / 1e6) + " MB", memory <= mostMemory}};
+  return {submitted, missing, memoryRow("memory of submit --missing, " + path, race, ours, mostMemory)};
 }
 
 } // namespace bench

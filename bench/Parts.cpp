@@ -13,8 +13,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 namespace {
 
@@ -29,8 +27,7 @@ std::string temporaryName() {
 void splitLines(benchmark::State& state) {
   const std::string directory = temporaryName();
   bench::writeLog(directory + "/log", 4'000'000);
-  std::ifstream file(directory + "/log", std::ios::binary);
-  const std::string log{std::istreambuf_iterator<char>(file), {}};
+  const std::string log = bench::textOf(directory + "/log");
   std::filesystem::remove_all(directory);
   const auto block = static_cast<std::size_t>(state.range(0));
   std::size_t bytes = 0;

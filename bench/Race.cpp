@@ -189,6 +189,12 @@ Row ratioRow(const std::string& path, const Race& race, std::size_t ours, std::s
           ratio <= target};
 }
 
+Row memoryRow(const std::string& path, const Race& race, std::size_t ours, double most) {
+  const auto megabytes = [](double bytes) { return formatted("%.1f MB", bytes / 1e6); };
+  const double memory = race.median(ours, &Cost::memory);
+  return {path, "-", megabytes(memory), "-", "-", "≤ " + megabytes(most), memory <= most};
+}
+
 std::string tableText(const std::vector<Row>& rows) {
   std::vector<std::array<std::string, 7>> cells = {
       {"Path", "Limit", "Ours", "Ratio", "CPU", "Target", "Reached"},

@@ -75,6 +75,9 @@ std::string ratioText(const Race& race, std::size_t ours, std::size_t limit, dou
 /// at least and at most goes to standard error.
 Row ratioRow(const std::string& path, const Race& race, std::size_t ours, std::size_t limit, double target);
 
+/// The row of a memory: its median of a race, in place of a time.
+Row memoryRow(const std::string& path, const Race& race, std::size_t ours, double most);
+
 /// The table as text that is also Markdown.
 std::string tableText(const std::vector<Row>& rows);
 
@@ -96,6 +99,10 @@ std::vector<Row> coldSequenceRows(const Setup& setup); ///< with caches emptied;
 std::vector<Row> loadingRows(const Setup& setup);
 std::vector<Row> expansionRows(const Setup& setup);
 std::vector<Row> missingRows(const Setup& setup);
+std::vector<Row> memoryRows(const Setup& setup);
+std::vector<Row> newestRows(const Setup& setup);
+std::vector<Row> startRows(const Setup& setup);
+std::vector<Row> unchangedRows(const Setup& setup);
 std::vector<Row> imageRows(const Setup& setup);
 std::vector<Row> imageCoreRows(const Setup& setup);
 

@@ -1,5 +1,6 @@
 #include "bench/contest/Rounds.h"
 
+#include "bench/Inputs.h"
 #include "bench/Race.h"
 
 #include <algorithm>
@@ -7,7 +8,6 @@
 #include <charconv>
 #include <cstdio>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
 
 namespace bench {
@@ -42,8 +42,7 @@ std::string numberText(double number) {
 /// What a file ends with.
 std::string endOf(const std::string& file) {
   constexpr std::size_t most = 1000;
-  std::ifstream stream(file, std::ios::binary);
-  const std::string text{std::istreambuf_iterator<char>(stream), {}};
+  const std::string text = textOf(file);
   return text.substr(text.size() - std::min(text.size(), most));
 }
 

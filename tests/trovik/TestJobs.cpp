@@ -23,6 +23,13 @@ String TestJob::CreateCommandLine(Path& executable) {
   return RenderJob::CreateCommandLine(executable) + GetParameterOrOption("CommandString", true, true);
 }
 
+Path TestJob::GetLatestExecutable() {
+  String root;
+  return GetParameter("SearchRoot", root) && !root.empty()
+             ? FindLatestExecutable({Path(root)}, {"paint"}, "render")
+             : Path();
+}
+
 void TestJob::ProcessLine(const String& line) {
   if (line.starts_with("image ")) {
     ProcessNewFilename(Path(line.substr(6)));

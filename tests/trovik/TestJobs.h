@@ -18,12 +18,14 @@ namespace trovik {
 /// success text where "SuccessTexts" has any, and one "throw" has it throw. With
 /// the scene "throw at the end" it throws when a status is asked, with "throw at
 /// the folder" when its output folder is, and raises an Exception* with "raise at
-/// the end".
+/// the end". A root in the parameter "SearchRoot" is searched for the newest
+/// "paint-VERSION/render".
 class TestJob final : public RenderJob {
 public:
   TestJob() : RenderJob(true) {}
   void SetType(const UID& type) override;
   String CreateCommandLine(Path& executable) override;
+  Path GetLatestExecutable() override;
   void ProcessLine(const String& line) override;
   int CheckResult(int exitCode) override;
   bool IsFinished(int status) const override;

@@ -166,7 +166,12 @@ OpenJob* LocalEngine::open(JobId id) {
   if (!record) {
     return nullptr;
   }
-  auto job = std::make_unique<OpenJob>(queue_, *record);
+  std::shared_ptr<ExecutableMemory> searches;
+  if (plan_.only == id && plan_.searches) {
+    searches = std::exchange(plan_.searches, nullptr); // should it be opened again, all is new
+    searches->Doubt();
+  }
+  auto job = std::make_unique<OpenJob>(queue_, *record, std::move(searches));
   RunInfo info = job->info(queue_);
   info.slots = plan_.slots;
   tellStarts(); // of other jobs

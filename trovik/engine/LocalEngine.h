@@ -29,6 +29,9 @@ struct EnginePlan {
   bool untilEmpty = false;        ///< ends when no job is open
   bool withCluster = false;       ///< also none of a cluster, which `whenIdle` sees to
   std::function<void()> whenIdle; ///< called about twice a second; may be empty
+  /// What was found for the one job when it was submitted, which serves on where
+  /// that still holds; may be null.
+  std::shared_ptr<ExecutableMemory> searches;
 };
 
 /// Works off the queue on this machine: so many programs at a time as there

@@ -50,9 +50,10 @@ std::size_t cpusOf(const Job& job) {
 
 } // namespace
 
-OpenJob::OpenJob(Queue& queue, const JobRecord& record)
-    : record_(ownOrRefused(record)), works_(record.type, queue.packed(record.id)), job_(works_.makeWhole()),
-      logs_(logsOf(queue, record)), cpus_(cpusOf(*job_)), follows_(!queue.forerunners(record.id).empty()) {}
+OpenJob::OpenJob(Queue& queue, const JobRecord& record, std::shared_ptr<ExecutableMemory> searches)
+    : record_(ownOrRefused(record)), works_(record.type, queue.packed(record.id), std::move(searches)),
+      job_(works_.makeWhole()), logs_(logsOf(queue, record)), cpus_(cpusOf(*job_)),
+      follows_(!queue.forerunners(record.id).empty()) {}
 
 RunInfo OpenJob::info(Queue& queue) const {
   return runInfoOf(viewOf(queue, record_));

@@ -17,8 +17,8 @@ namespace trovik {
 class OpenJob {
 public:
   /// Raises Exception* where the type is not known here, the stream cannot be
-  /// read, or the job is not this queue's own.
-  OpenJob(Queue& queue, const JobRecord& record);
+  /// read, or the job is not this queue's own. The searches may be null.
+  OpenJob(Queue& queue, const JobRecord& record, std::shared_ptr<ExecutableMemory> searches);
 
   const JobRecord& record() const { return record_; }
   const WorkMaker& works() const { return works_; }

@@ -18,7 +18,9 @@ std::string packedJob(const Job& job) {
 
 WorkMaker::WorkMaker(const Job& job) : WorkMaker(job.Type(), packedJob(job)) {}
 
-WorkMaker::WorkMaker(const UID& type, std::string packed) : type_(type), packed_(std::move(packed)) {}
+WorkMaker::WorkMaker(const UID& type, std::string packed, std::shared_ptr<ExecutableMemory> searches)
+    : type_(type), packed_(std::move(packed)),
+      searches_(searches ? std::move(searches) : std::make_shared<ExecutableMemory>()) {}
 
 SmartHandle<Job> WorkMaker::makeWhole() const {
   SmartHandle<Job> job = JobFactory::s_JobFactory->CreateJob(type_);

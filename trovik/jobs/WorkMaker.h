@@ -23,7 +23,8 @@ std::string packedJob(const Job& job);
 class WorkMaker {
 public:
   explicit WorkMaker(const Job& job);
-  WorkMaker(const UID& type, std::string packed);
+  /// With what was found before for the same job, where that is given.
+  WorkMaker(const UID& type, std::string packed, std::shared_ptr<ExecutableMemory> searches = nullptr);
 
   /// Raise Exception* when the type is not known or the stream cannot be read
   /// back.
@@ -36,7 +37,7 @@ private:
   UID type_;
   std::string packed_;
   mutable std::optional<bool> takesImages_; // whether it has the images of another job as a parameter
-  std::shared_ptr<ExecutableMemory> searches_ = std::make_shared<ExecutableMemory>();
+  std::shared_ptr<ExecutableMemory> searches_;
 };
 
 } // namespace trovik

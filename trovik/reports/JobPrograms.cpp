@@ -40,6 +40,12 @@ std::optional<std::uint32_t> JobPrograms::placeOf(const std::string& command) {
   }
 }
 
+/// Whether the program has rendered the frames right before these just now.
+bool JobPrograms::continues(std::uint32_t program, const FrameRun& run) const {
+  return hasFrames_ && !rendered_.empty() && rendered_.back().program == program &&
+         std::int64_t{rendered_.back().frames.Last} + 1 == run.First;
+}
+
 void JobPrograms::add(const AttemptRecord& attempt) {
   const bool good = attempt.state == AttemptState::Good;
   if (attempt.command.empty() || (!good && attempt.good.empty())) {
@@ -51,7 +57,11 @@ void JobPrograms::add(const AttemptRecord& attempt) {
       frames.add(attempt.run);
     }
     for (const FrameRun& run : frames.runs()) {
-      rendered_.push_back({*place, run});
+      if (continues(*place, run)) {
+        rendered_.back().frames.Last = run.Last;
+      } else {
+        rendered_.push_back({*place, run});
+      }
     }
   }
 }

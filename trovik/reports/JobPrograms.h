@@ -23,7 +23,8 @@ class JobPrograms {
 public:
   explicit JobPrograms(bool hasFrames) : hasFrames_(hasFrames) {}
 
-  /// The attempts of the job in their order. Of a good one twelve bytes are kept.
+  /// The attempts of the job in their order. Of a good one twelve bytes are kept, of
+  /// those that go on where the one before ended none.
   void add(const AttemptRecord& attempt);
   /// In the order of their first attempts; a frame counts for the one that
   /// rendered it last.
@@ -41,6 +42,7 @@ private:
   };
 
   std::optional<std::uint32_t> placeOf(const std::string& command);
+  bool continues(std::uint32_t program, const FrameRun& run) const;
 
   bool hasFrames_;
   std::vector<Program> programs_;

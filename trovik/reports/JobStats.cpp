@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <numeric>
 #include <optional>
 
 namespace trovik {
@@ -38,6 +39,20 @@ std::int64_t added(std::int64_t sum, std::int64_t number) {
   return __builtin_add_overflow(sum, number, &sum) ? INT64_MAX : sum;
 }
 
+/// The least number from `low` to `high` of which that holds, as it does of the
+/// highest and of all above another of which it holds.
+template <typename Holds> std::int64_t leastWith(std::int64_t low, std::int64_t high, const Holds& holds) {
+  while (low < high) {
+    const std::int64_t middle = std::midpoint(low, high); // low, where they are neighbours
+    if (holds(middle)) {
+      high = middle;
+    } else {
+      low = middle + 1;
+    }
+  }
+  return high;
+}
+
 double rounded(double part) {
   return std::round(part * 10000) / 10000;
 }
@@ -63,27 +78,32 @@ std::string entry(const std::string& label, const std::string& text) {
 
 } // namespace
 
-void JobStats::add(const JobRecord& job, const std::vector<AttemptRecord>& attempts) {
+void JobStats::add(const JobRecord& job, const Attempts& attempts) {
   ++jobs_;
   JobPrograms programs(job.hasFrames);
-  for (const AttemptRecord& attempt : attempts) {
+  attempts([&](const AttemptRecord& attempt) {
     programs.add(attempt);
-    if (attempt.state == AttemptState::Running) {
-      continue;
+    if (attempt.state != AttemptState::Running) {
+      count(job, attempt);
     }
-    ++attempts_;
-    countFrames(job, attempt);
-    countUsage(job, attempt);
-    const Duration duration = durationOf(attempt.duration);
-    const auto length = std::chrono::duration_cast<std::chrono::microseconds>(duration);
-    // Beyond what clocks give, adding could overflow.
-    const auto year10000 = Moment(std::chrono::microseconds(std::int64_t{253'402'300'800} * 1'000'000));
-    const Moment begin = std::clamp(attempt.started, Moment(), year10000);
-    intervals_[attempt.engine].push_back({begin, begin + length});
-  }
+  });
   if (std::vector<ProgramShare> shares = programs.shares(); shares.size() > 1) {
     mixed_.push_back({job, std::move(shares)});
   }
+}
+
+void JobStats::count(const JobRecord& job, const AttemptRecord& attempt) {
+  ++attempts_;
+  countFrames(job, attempt);
+  countUsage(job, attempt);
+  const Duration duration = durationOf(attempt.duration);
+  const auto length = std::chrono::duration_cast<std::chrono::microseconds>(duration);
+  // Beyond what clocks give, adding could overflow.
+  const auto year10000 = Moment(std::chrono::microseconds(std::int64_t{253'402'300'800} * 1'000'000));
+  const Moment begin = std::clamp(attempt.started, Moment(), year10000);
+  Work& work = engines_[attempt.engine];
+  work.covered.add(begin, begin + length);
+  work.busy += between(begin, begin + length);
 }
 
 /// The time of an attempt that left some of its frames good is shared among
@@ -97,14 +117,31 @@ void JobStats::countFrames(const JobRecord& job, const AttemptRecord& attempt) {
   frames_ += good;
   good_ += used;
   if (attempt.state == AttemptState::Good) {
-    times_.push_back(
-        {{duration / static_cast<Duration::rep>(all), all}, job.id, titleOf(attempt, job.hasFrames)});
+    noteTime(job, attempt, {duration / static_cast<Duration::rep>(all), all});
   } else if (attempt.state == AttemptState::Failed) {
     failed_ += duration - used;
   } else if (attempt.state == AttemptState::Canceled) {
     canceled_ += duration - used;
   } else {
     lost_ += duration - used;
+  }
+}
+
+void JobStats::noteTime(const JobRecord& job, const AttemptRecord& attempt, const TimedFrames& time) {
+  times_[time.frames].push_back(time.each);
+  ++timed_;
+  timeSum_ += static_cast<double>(time.each.count()) * static_cast<double>(time.frames);
+  timedFrames_ += static_cast<double>(time.frames);
+  const auto timed = [&] { return Timed{time, job.id, titleOf(attempt, job.hasFrames)}; };
+  if (!fastest_ || time.each <= fastest_->time.each) {
+    fastest_ = timed();
+  }
+  if (slowest_.size() < slowestShown || time.each > slowest_.back().time.each) {
+    const auto place =
+        std::upper_bound(slowest_.begin(), slowest_.end(), time.each,
+                         [](Duration each, const Timed& other) { return each > other.time.each; });
+    slowest_.insert(place, timed());
+    slowest_.resize(std::min(slowest_.size(), slowestShown));
   }
 }
 
@@ -127,104 +164,81 @@ void JobStats::countUsage(const JobRecord& job, const AttemptRecord& attempt) {
     used_.most = titleOf(attempt, job.hasFrames);
     used_.job = job.id;
   }
+  used_.least = used_.memory.empty() ? usage.PeakMemory : std::min(used_.least, usage.PeakMemory);
   used_.memory.push_back(usage.PeakMemory);
   used_.time += durationOf(attempt.duration);
 }
 
 std::int64_t JobStats::medianMemory() const {
-  std::vector<std::int64_t> memory = used_.memory;
-  const auto middle = memory.begin() + static_cast<std::ptrdiff_t>(memory.size() / 2);
-  std::nth_element(memory.begin(), middle, memory.end());
-  return *middle;
-}
-
-std::vector<JobStats::Timed> JobStats::sortedTimes() const {
-  std::vector<Timed> times = times_;
-  std::stable_sort(times.begin(), times.end(),
-                   [](const Timed& a, const Timed& b) { return a.time.each > b.time.each; });
-  return times;
+  return leastWith(used_.least, used_.sum.PeakMemory, [this](std::int64_t memory) {
+    const auto upTo = std::count_if(used_.memory.begin(), used_.memory.end(),
+                                    [memory](std::int64_t one) { return one <= memory; });
+    return static_cast<std::size_t>(upTo) > used_.memory.size() / 2;
+  });
 }
 
 std::vector<JobStats::Step> JobStats::histogram() const {
   constexpr std::size_t fewest = 8; // attempts that tell something of a distribution
   constexpr double stepsWanted = 8;
   std::vector<Step> steps;
-  if (times_.size() < fewest) {
+  if (timed_ < fewest) {
     return steps;
   }
-  const auto [fastest, slowest] = std::minmax_element(
-      times_.begin(), times_.end(), [](const Timed& a, const Timed& b) { return a.time.each < b.time.each; });
-  const double low = secondsOf(fastest->time.each);
-  const double high = secondsOf(slowest->time.each);
+  const double low = secondsOf(fastest_->time.each);
+  const double high = secondsOf(slowest_.front().time.each);
   const double length = roundStep(std::max((high - low) / stepsWanted, 1e-6));
   const double first = std::floor(low / length);
   if (high - low < 1e-3) {
     return steps;
   }
-  for (const Timed& timed : times_) {
-    const auto place = static_cast<std::size_t>(std::floor(secondsOf(timed.time.each) / length) - first);
-    while (steps.size() <= place) {
-      const double from = (first + static_cast<double>(steps.size())) * length;
-      steps.push_back({ofSeconds(from), ofSeconds(from + length)});
+  for (const auto& [frames, times] : times_) {
+    for (const Duration each : times) {
+      const auto place = static_cast<std::size_t>(std::floor(secondsOf(each) / length) - first);
+      while (steps.size() <= place) {
+        const double from = (first + static_cast<double>(steps.size())) * length;
+        steps.push_back({ofSeconds(from), ofSeconds(from + length)});
+      }
+      steps[place].frames += frames;
     }
-    steps[place].frames += timed.time.frames;
   }
   return steps;
 }
 
+/// As medianTime gives it.
 Duration JobStats::median() const {
-  std::vector<TimedFrames> times;
-  times.reserve(times_.size());
-  for (const Timed& timed : times_) {
-    times.push_back(timed.time);
+  std::size_t all = 0;
+  for (const auto& [frames, times] : times_) {
+    all += frames * times.size();
   }
-  return medianTime(std::move(times));
+  return Duration(
+      leastWith(fastest_->time.each.count(), slowest_.front().time.each.count(), [&](Duration::rep count) {
+        std::size_t upTo = 0;
+        for (const auto& [frames, times] : times_) {
+          upTo += frames *
+                  static_cast<std::size_t>(std::count_if(
+                      times.begin(), times.end(), [count](Duration each) { return each.count() <= count; }));
+        }
+        return 2 * upTo >= all;
+      }));
 }
 
 Duration JobStats::mean() const {
-  double sum = 0;
-  double frames = 0;
-  for (const Timed& timed : times_) {
-    sum += static_cast<double>(timed.time.each.count()) * static_cast<double>(timed.time.frames);
-    frames += static_cast<double>(timed.time.frames);
-  }
-  return frames == 0 ? Duration() : Duration(static_cast<Duration::rep>(sum / frames));
+  return timedFrames_ == 0 ? Duration() : Duration(static_cast<Duration::rep>(timeSum_ / timedFrames_));
 }
 
 JobStats::Use JobStats::use(const SlotsOf& slots) const {
-  /// How long at least one of the intervals lasted.
-  const auto covered = [](std::vector<Interval> intervals) {
-    std::sort(intervals.begin(), intervals.end(),
-              [](const Interval& a, const Interval& b) { return a.begin < b.begin; });
-    Duration sum{};
-    std::optional<Moment> end;
-    for (const Interval& interval : intervals) {
-      const Moment begin = end ? std::max(*end, interval.begin) : interval.begin;
-      sum += between(begin, interval.end);
-      end = end ? std::max(*end, interval.end) : interval.end;
-    }
-    return sum;
-  };
   Use use;
-  std::vector<Interval> all;
+  std::vector<const CoveredTime*> all;
   std::map<Moment, std::int64_t> changes; // of the slots that engines had at work
-  for (const auto& [engine, intervals] : intervals_) {
+  for (const auto& [engine, work] : engines_) {
     // A cluster has none: what else it does is not known here.
     if (const std::size_t count = slots(engine); count > 0) {
-      Moment begin = Moment::max();
-      Moment end = Moment::min();
-      for (const Interval& interval : intervals) {
-        begin = std::min(begin, interval.begin);
-        end = std::max(end, interval.end);
-      }
-      changes[begin] += static_cast<std::int64_t>(count);
-      changes[end] -= static_cast<std::int64_t>(count);
-      use.capacity += scaled(covered(intervals), static_cast<double>(count));
-      for (const Interval& interval : intervals) {
-        use.busy += between(interval.begin, interval.end);
-      }
+      changes[work.covered.begin()] += static_cast<std::int64_t>(count);
+      changes[work.covered.end()] -= static_cast<std::int64_t>(count);
+      use.capacity += scaled(work.covered.length(), static_cast<double>(count));
+      use.busy += work.busy;
     }
-    all.insert(all.end(), intervals.begin(), intervals.end());
+    all.push_back(&work.covered);
   }
   std::int64_t now = 0;
   std::int64_t most = 0;
@@ -233,12 +247,11 @@ JobStats::Use JobStats::use(const SlotsOf& slots) const {
     most = std::max(most, now);
   }
   use.slots = static_cast<std::size_t>(most);
-  use.wall = covered(std::move(all));
+  use.wall = CoveredTime::length(all);
   return use;
 }
 
 std::string JobStats::text(const SlotsOf& slots, bool several) const {
-  const std::vector<Timed> times = sortedTimes();
   const auto oneText = [several](const Timed& timed) {
     return durationText(timed.time.each) + (timed.time.frames > 1 ? " each" : "") + "  " + timed.frames +
            (several ? " of job " + std::to_string(timed.job) : "");
@@ -248,12 +261,12 @@ std::string JobStats::text(const SlotsOf& slots, bool several) const {
     text += entry("jobs", std::to_string(jobs_));
   }
   text += entry("frames", std::to_string(frames_) + " good, from " + counted(attempts_, "attempt"));
-  if (!times.empty()) {
+  if (fastest_) {
     text += entry("median", durationText(median()) + " a frame");
     text += entry("mean", durationText(mean()) + " a frame");
-    text += entry("fastest", oneText(times.back()));
-    for (std::size_t i = 0; i < std::min(slowestShown, times.size()); ++i) {
-      text += entry(i == 0 ? "slowest" : "", oneText(times[i]));
+    text += entry("fastest", oneText(*fastest_));
+    for (std::size_t i = 0; i < slowest_.size(); ++i) {
+      text += entry(i == 0 ? "slowest" : "", oneText(slowest_[i]));
     }
   }
   const std::vector<Step> steps = histogram();
@@ -319,19 +332,18 @@ std::string JobStats::text(const SlotsOf& slots, bool several) const {
 }
 
 void JobStats::fill(Json& document, const SlotsOf& slots) const {
-  const std::vector<Timed> times = sortedTimes();
   const auto oneJson = [](const Timed& timed) {
     return Json{{"job", timed.job}, {"frames", timed.frames}, {"seconds", secondsOf(timed.time.each)}};
   };
   document["jobs"] = jobs_;
   document["attempts"] = attempts_;
   document["frames"] = frames_;
-  document["median"] = times.empty() ? Json(nullptr) : Json(secondsOf(median()));
-  document["mean"] = times.empty() ? Json(nullptr) : Json(secondsOf(mean()));
-  document["fastest"] = times.empty() ? Json(nullptr) : oneJson(times.back());
+  document["median"] = fastest_ ? Json(secondsOf(median())) : Json(nullptr);
+  document["mean"] = fastest_ ? Json(secondsOf(mean())) : Json(nullptr);
+  document["fastest"] = fastest_ ? oneJson(*fastest_) : Json(nullptr);
   document["slowest"] = Json::array();
-  for (std::size_t i = 0; i < std::min(slowestShown, times.size()); ++i) {
-    document["slowest"].push_back(oneJson(times[i]));
+  for (const Timed& timed : slowest_) {
+    document["slowest"].push_back(oneJson(timed));
   }
   document["histogram"] = Json::array();
   for (const Step& step : histogram()) {

@@ -346,7 +346,7 @@ void Submission::tryFirstWork() const {
   WorkInfo work;
   work.run = newJob_.works.front();
   work.hasFrames = newJob_.hasFrames;
-  const SmartHandle<Job> first = WorkMaker(newJob_.type, newJob_.packed).make(work);
+  const SmartHandle<Job> first = WorkMaker(newJob_.type, newJob_.packed, searches_).make(work);
   auto* process = dynamic_cast<ProcessJob*>(first.Get());
   if (process == nullptr) {
     throw UsageError{"jobs of " + inQuotes(newJob_.typeName) + " do not run a program", {}};

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/application/jobs/ExecutableSearch.h"
 #include "trovik/images/ImageInspector.h"
 #include "trovik/jobs/JobSetup.h"
 #include "trovik/machine/Machine.h"
@@ -35,6 +36,8 @@ public:
   /// Refuses a job whose first work already could not start, or whose logs
   /// could not be written: what would make every work fail alike is reported once.
   void tryFirstWork() const;
+  /// What that found, for an engine of this process.
+  const std::shared_ptr<ExecutableMemory>& searches() const { return searches_; }
 
 private:
   void setUp();
@@ -56,6 +59,7 @@ private:
   NewJob newJob_;
   std::optional<BegunJob> begun_; // before its files were checked
   RunSet gone_;                   // frames of it that lost their files
+  std::shared_ptr<ExecutableMemory> searches_ = std::make_shared<ExecutableMemory>();
 };
 
 } // namespace trovik

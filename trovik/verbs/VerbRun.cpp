@@ -37,6 +37,7 @@ int runJob(Session& session, const RunOptions& options) {
     return exitGood;
   }
   EnginePlan plan = enginePlan(options.slots);
+  plan.searches = submission.searches();
   const EnteredJob entered = options.dryRun ? EnteredJob() : submission.enter(queue);
   if (entered.id == 0) {
     return tellNothingMissing(session.console(), job, options.json);

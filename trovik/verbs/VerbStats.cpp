@@ -11,16 +11,24 @@
 namespace trovik {
 namespace {
 
-void printAttempts(Console& console, const JobRecord& job, const std::vector<AttemptRecord>& attempts) {
+void printAttempts(Console& console, Queue& queue, const JobRecord& job) {
+  constexpr std::size_t printedAtOnce = 65536;
   std::string text;
-  for (const AttemptRecord& attempt : attempts) {
+  const auto print = [&] {
+    if (!text.empty()) {
+      console.print(text);
+      text.clear();
+    }
+  };
+  queue.eachAttempt(job.id, [&](const AttemptRecord& attempt) {
     if (attempt.state != AttemptState::Running) {
       text += attemptTableRow(job, attempt);
     }
-  }
-  if (!text.empty()) {
-    console.print(text);
-  }
+    if (text.size() >= printedAtOnce) {
+      print();
+    }
+  });
+  print();
 }
 
 } // namespace
@@ -41,13 +49,13 @@ int showStats(Session& session, const StatsOptions& options) {
   if (options.csv) {
     console.print(attemptTableHead());
     for (const JobRecord& job : jobs) {
-      printAttempts(console, job, queue->attempts(job.id));
+      printAttempts(console, *queue, job);
     }
     return exitGood;
   }
   JobStats stats;
   for (const JobRecord& job : jobs) {
-    stats.add(job, queue->attempts(job.id));
+    stats.add(job, [&](const auto& take) { queue->eachAttempt(job.id, take); });
   }
   const JobStats::SlotsOf slots = [&queue](EngineId engine) { return queue->slots(engine); };
   if (options.json) {

@@ -7,6 +7,7 @@
 #include "host/foundation/FileFinder.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <fnmatch.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,6 +15,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <iterator>
 #include <memory>
@@ -123,8 +125,9 @@ String ReadingProblem(int error) {
 }
 
 // The folders of a root that are named like a base. What keeps the root from
-// being read becomes the error.
-std::vector<NamedFolder> FoldersOf(const Path& root, const std::vector<Path>& bases, int& error) {
+// being read becomes the error. Links to no folder are added to the links.
+std::vector<NamedFolder> FoldersOf(const Path& root, const std::vector<Path>& bases, int& error,
+                                   std::vector<Path>& links) {
   std::vector<NamedFolder> folders;
   const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(root.c_str()), closedir);
   if (directory == nullptr) {
@@ -144,6 +147,8 @@ std::vector<NamedFolder> FoldersOf(const Path& root, const std::vector<Path>& ba
     folder /= name;
     if (base != nullptr && (entry->d_type == DT_DIR || IsDirectory(folder))) {
       folders.push_back(Named(folder, name, *base));
+    } else if (base != nullptr && (entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN)) {
+      links.push_back(folder);
     }
   }
   // The directory's own order must not decide; of names that read the same the
@@ -186,6 +191,15 @@ bool IsSameFile(const struct stat& left, const struct stat& right) {
   return left.st_dev == right.st_dev && left.st_ino == right.st_ino && left.st_mode == right.st_mode &&
          left.st_size == right.st_size && left.st_ctim.tv_sec == right.st_ctim.tv_sec &&
          left.st_ctim.tv_nsec == right.st_ctim.tv_nsec;
+}
+
+bool IsSameFolder(const struct statx& left, const struct statx& right) {
+  const auto isSame = [](const statx_timestamp& one, const statx_timestamp& other) {
+    return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
+  };
+  return left.stx_dev_major == right.stx_dev_major && left.stx_dev_minor == right.stx_dev_minor &&
+         left.stx_ino == right.stx_ino && isSame(left.stx_mtime, right.stx_mtime) &&
+         isSame(left.stx_ctime, right.stx_ctime);
 }
 
 // While a job's program is looked for.
@@ -272,7 +286,7 @@ ExecutableSearchResult SearchNewestExecutable(const std::vector<Path>& roots, co
     }
     const Path absolute = MakeAbsolute(root);
     int error = 0;
-    std::vector<NamedFolder> found = FoldersOf(absolute, bases, error);
+    std::vector<NamedFolder> found = FoldersOf(absolute, bases, error, result.Links);
     const bool isThere = error != ENOENT && error != ENOTDIR;
     if (rootItself && isThere) { // a folder that cannot be read may be entered
       found.push_back({absolute, String::Null, String::Null});
@@ -303,29 +317,92 @@ ExecutableSearchResult SearchNewestExecutable(const std::vector<Path>& roots, co
   return result;
 }
 
+std::int64_t ExecutableMemory::SystemTime() {
+  return std::time(nullptr);
+}
+
+void ExecutableMemory::Doubt() {
+  for (Search& search : m_Searches) {
+    search.IsDoubtful = true;
+  }
+}
+
 Path ExecutableMemory::Find(const std::vector<Path>& roots, const std::vector<Path>& bases, const Path& exe) {
   auto known = std::find_if(m_Searches.begin(), m_Searches.end(), [&](const Search& search) {
     return search.Exe == exe && search.Roots == roots && search.Bases == bases;
   });
-  struct stat now {};
   if (known == m_Searches.end()) {
-    m_Searches.push_back({roots, bases, exe, Path(), {}});
+    Search search;
+    search.Roots = roots;
+    search.Bases = bases;
+    search.Exe = exe;
+    m_Searches.push_back(std::move(search));
     known = std::prev(m_Searches.end());
-    known->Run();
-  } else if (!known->Program.empty() &&
-             (stat(known->Program.c_str(), &now) != 0 || !IsSameFile(now, known->Status))) {
-    known->Run();
+    known->Run(m_Now());
+  } else if (!known->Stands() || (known->IsDoubtful && !known->WouldFindTheSame())) {
+    known->Run(m_Now());
   }
+  known->IsDoubtful = false;
   return known->Program;
 }
 
-// The status comes after the search: of a program that is replaced in between
+// What is noted of a root comes before the search: what changes meanwhile tells.
+// The status of the program comes after it: of one that is replaced in between
 // the next work searches again.
-void ExecutableMemory::Search::Run() {
-  Program = SearchNewestExecutable(Roots, Bases, Exe).Program;
+void ExecutableMemory::Search::Run(std::int64_t now) {
+  RootsBefore.clear();
+  for (const Path& root : Roots) {
+    if (!root.empty()) {
+      RootsBefore.push_back(RootNow(root, now));
+    }
+  }
+  ExecutableSearchResult result = SearchNewestExecutable(Roots, Bases, Exe);
+  Program = result.Program;
   if (Program.empty() || stat(Program.c_str(), &Status) != 0) {
     Status = {};
   }
+  PassedOver.clear();
+  for (const SearchedFolder& folder : result.Folders) {
+    if (folder.Problem.empty()) {
+      break; // the one of the program
+    }
+    PassedOver.push_back(folder.Folder);
+    PassedOver.back() /= Exe.Text();
+  }
+  Links = std::move(result.Links);
+  IsWhole = std::none_of(result.Roots.begin(), result.Roots.end(),
+                         [](const SearchedFolder& root) { return root.IsUnreadable; });
+}
+
+bool ExecutableMemory::Search::Stands() const {
+  struct stat now {};
+  return Program.empty() || (stat(Program.c_str(), &now) == 0 && IsSameFile(now, Status));
+}
+
+bool ExecutableMemory::Search::WouldFindTheSame() const {
+  const auto isAsBefore = [](const Root& root) {
+    const Root now = RootNow(root.Folder, 0);
+    return root.IsSure && root.IsThere == now.IsThere &&
+           (!now.IsThere || IsSameFolder(root.Status, now.Status));
+  };
+  return IsWhole && std::all_of(RootsBefore.begin(), RootsBefore.end(), isAsBefore) &&
+         std::none_of(PassedOver.begin(), PassedOver.end(), IsExecutableFile) &&
+         std::none_of(Links.begin(), Links.end(), IsDirectory);
+}
+
+// A folder's times change with what it holds, but in steps: of one that has just
+// changed a further change may not tell. A server is asked anew.
+ExecutableMemory::Root ExecutableMemory::RootNow(const Path& folder, std::int64_t now) {
+  constexpr std::int64_t longestStep = 2; // seconds
+  Root root;
+  root.Folder = folder;
+  const int result = statx(AT_FDCWD, MakeAbsolute(folder).c_str(), AT_STATX_FORCE_SYNC,
+                           STATX_INO | STATX_MTIME | STATX_CTIME, &root.Status);
+  root.IsThere = result == 0;
+  root.IsSure = result == 0
+                    ? std::max(root.Status.stx_mtime.tv_sec, root.Status.stx_ctime.tv_sec) + longestStep < now
+                    : errno == ENOENT || errno == ENOTDIR;
+  return root;
 }
 
 ExecutableMemory::Use::Use(ExecutableMemory* memory, bool wanted)

@@ -4,6 +4,9 @@
 
 #include <sys/stat.h>
 
+#include <cstdint>
+#include <functional>
+#include <utility>
 #include <vector>
 
 /// The path made absolute: a relative one counts from the directory, or from
@@ -40,6 +43,8 @@ struct ExecutableSearchResult {
   /// those that somebody put aside, which never serve.
   std::vector<SearchedFolder> Folders;
   std::vector<SearchedFolder> Roots; ///< where nothing is named like a base
+  /// Links in the roots that are named like a base and lead to no folder now.
+  std::vector<Path> Links;
 };
 
 /// ProcessJob::FindLatestExecutable with its reasons; at least one root or base.
@@ -52,10 +57,20 @@ ExecutableSearchResult SearchNewestExecutable(const std::vector<Path>& roots, co
 /// removed or replaced is searched for anew. For one thread at a time.
 class ExecutableMemory {
 public:
+  /// The system's time, in seconds since 1970.
+  using Clock = std::function<std::int64_t()>;
+  explicit ExecutableMemory(Clock now = SystemTime) : m_Now(std::move(now)) {}
+
   Path Find(const std::vector<Path>& roots, const std::vector<Path>& bases, const Path& exe);
 
   /// The next searches are made anew.
   void Forget() { m_Searches.clear(); }
+
+  /// The same, but a find (or that there is none) serves on where a new search
+  /// could only come to it again: no root has changed since, and what was passed
+  /// over for the find does not serve now either. That takes a call for each of
+  /// them, instead of a look at every folder.
+  void Doubt();
 
   /// While it lives, ProcessJob::FindLatestExecutable in this thread asks the
   /// memory (unless that is null), or finds nothing where no find is wanted.
@@ -74,14 +89,32 @@ public:
   };
 
 private:
+  /// A root before it was read.
+  struct Root {
+    Path Folder;
+    bool IsThere = false;
+    bool IsSure = false; ///< any change since would tell
+    struct statx Status {};
+  };
   struct Search {
     std::vector<Path> Roots;
     std::vector<Path> Bases;
     Path Exe;
     Path Program;
     struct stat Status {}; // of the program, when it was found
+    std::vector<Root> RootsBefore;
+    std::vector<Path> PassedOver; // programs that would have been taken before
+    std::vector<Path> Links;      // that led to no folder
+    bool IsWhole = false;         // every root that is there was read
+    bool IsDoubtful = false;
 
-    void Run();
+    void Run(std::int64_t now);
+    bool Stands() const;
+    bool WouldFindTheSame() const;
   };
+  static std::int64_t SystemTime();
+  static Root RootNow(const Path& folder, std::int64_t now);
+
+  Clock m_Now;
   std::vector<Search> m_Searches;
 };

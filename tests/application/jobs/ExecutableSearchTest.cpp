@@ -1,15 +1,14 @@
+#include "tests/application/jobs/FolderReads.h"
 #include "tests/application/jobs/TestJob.h"
 
 #include "host/application/jobs/ExecutableSearch.h"
-#include "host/foundation/Descriptor.h"
 
-#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
+#include <cstdint>
 #include <cstdlib>
-#include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <memory>
 
@@ -179,31 +178,6 @@ TEST_F(ExecutableSearch, SaysWhyAFileIsNoProgram) {
   EXPECT_EQ(ExecutableProblem(In("loop")), "is a link to \"loop\", which leads nowhere");
 }
 
-// How often a folder was opened for reading since the last question. Openings
-// alone would be joined to one event.
-class FolderReads {
-public:
-  explicit FolderReads(const Path& folder) : m_Descriptor(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-    EXPECT_GE(inotify_add_watch(m_Descriptor.Number(), folder.c_str(), IN_OPEN | IN_CLOSE | IN_ONLYDIR), 0);
-  }
-  int Count() {
-    int count = 0;
-    alignas(inotify_event) std::array<char, 4096> buffer{};
-    for (ssize_t got = 0; (got = read(m_Descriptor.Number(), buffer.data(), buffer.size())) > 0;) {
-      for (std::size_t at = 0; at < static_cast<std::size_t>(got);) {
-        inotify_event event{};
-        std::memcpy(&event, buffer.data() + at, sizeof event);
-        count += (event.mask & IN_OPEN) != 0 && event.len == 0 ? 1 : 0;
-        at += sizeof event + event.len;
-      }
-    }
-    return count;
-  }
-
-private:
-  Descriptor m_Descriptor;
-};
-
 // A job of a type that has a search of its own.
 class SearchingJob : public TestJob {
 public:
@@ -260,6 +234,92 @@ TEST_F(SearchOfAJob, IsMadeAgainForAProgramThatWasReplaced) {
   const Path older = WriteProgram("paint-1/render");
   std::filesystem::permissions(program.c_str(), std::filesystem::perms::owner_read);
   EXPECT_EQ(Work(m_Memory), older); // it may not be run any more
+}
+
+// A memory of hours ago: what was there then is known to be old.
+class DoubtedSearch : public JobTest {
+protected:
+  Path Find(const Path& root) { return m_Memory.Find({root}, {"paint"}, "render"); }
+  Path Find() { return Find(m_Directory); }
+  Path FindInDoubt() {
+    m_Memory.Doubt();
+    return Find();
+  }
+  std::int64_t m_Later = 3600;
+  ExecutableMemory m_Memory{[this] { return std::time(nullptr) + m_Later; }};
+};
+
+TEST_F(DoubtedSearch, ServesOnWhereNothingHasChanged) {
+  WriteProgram("paint-1/render");
+  MakeFolder("paint-3");
+  const Path program = WriteProgram("paint-2/render");
+  EXPECT_EQ(Find(), program);
+  FolderReads reads(m_Directory);
+  EXPECT_EQ(FindInDoubt(), program);
+  EXPECT_EQ(FindInDoubt(), program);
+  EXPECT_EQ(reads.Count(), 0);
+}
+
+TEST_F(DoubtedSearch, ThatFoundNothingServesOnUntilThereIsAProgram) {
+  MakeFolder("paint-1");
+  EXPECT_EQ(Find(), Path());
+  FolderReads reads(m_Directory);
+  EXPECT_EQ(FindInDoubt(), Path());
+  EXPECT_EQ(reads.Count(), 0);
+  const Path program = WriteProgram("paint-1/render"); // which the root does not tell
+  EXPECT_EQ(Find(), Path()) << "works of one job share what was found";
+  EXPECT_EQ(FindInDoubt(), program);
+}
+
+TEST_F(DoubtedSearch, IsMadeAgainWhereANewerOneCame) {
+  const Path program = WriteProgram("paint-1/render");
+  EXPECT_EQ(Find(), program);
+  const Path newer = WriteProgram("paint-2/render");
+  EXPECT_EQ(Find(), program);
+  EXPECT_EQ(FindInDoubt(), newer);
+}
+
+TEST_F(DoubtedSearch, IsMadeAgainWhereOneThatWasPassedOverIsComplete) {
+  MakeFolder("paint-2");
+  const Path program = WriteProgram("paint-1/render");
+  EXPECT_EQ(Find(), program);
+  const Path newer = WriteProgram("paint-2/render"); // which the root does not tell
+  EXPECT_EQ(FindInDoubt(), newer);
+}
+
+TEST_F(DoubtedSearch, IsMadeAgainWhereALinkLeadsToAFolderNow) {
+  MakeFolder("store");
+  std::filesystem::create_directory_symlink(In("store/x").c_str(), In("paint-7").c_str());
+  const Path program = WriteProgram("paint-1/render");
+  EXPECT_EQ(Find(), program);
+  WriteProgram("store/x/render"); // which the root does not tell
+  EXPECT_EQ(FindInDoubt(), In("paint-7/render"));
+}
+
+TEST_F(DoubtedSearch, IsMadeAgainWhereItsProgramIsGone) {
+  const Path older = WriteProgram("paint-1/render");
+  const Path program = WriteProgram("paint-2/render");
+  EXPECT_EQ(Find(), program);
+  std::filesystem::remove(program.c_str());
+  EXPECT_EQ(FindInDoubt(), older);
+}
+
+TEST_F(DoubtedSearch, IsMadeAgainWhereARootCame) {
+  const Path root = In("root");
+  EXPECT_EQ(Find(root), Path());
+  const Path program = WriteProgram("root/paint-1/render");
+  EXPECT_EQ(Find(root), Path());
+  m_Memory.Doubt();
+  EXPECT_EQ(Find(root), program);
+}
+
+TEST_F(DoubtedSearch, IsMadeAgainWhereARootHadJustChanged) {
+  m_Later = 0;
+  const Path program = WriteProgram("paint-1/render");
+  EXPECT_EQ(Find(), program);
+  FolderReads reads(m_Directory);
+  EXPECT_EQ(FindInDoubt(), program);
+  EXPECT_EQ(reads.Count(), 1) << "a folder's times change in steps";
 }
 
 TEST_F(SearchOfAJob, IsNotMadeWhereTheProgramWasChosen) {

@@ -3,6 +3,9 @@
 #include "tests/trovik/queue/QueueTest.h"
 
 #include <algorithm>
+#include <malloc.h>
+#include <random>
+#include <utility>
 
 namespace trovik {
 namespace {
@@ -30,16 +33,20 @@ JobRecord jobWith(JobId id) {
   return job;
 }
 
+void add(JobStats& stats, const JobRecord& job, const std::vector<AttemptRecord>& attempts) {
+  stats.add(job, [&](const auto& take) { std::for_each(attempts.begin(), attempts.end(), take); });
+}
+
 std::size_t twoSlots(EngineId /*engine*/) {
   return 2;
 }
 
 TEST(Stats, TellTimesLossesAndUse) {
   JobStats stats;
-  stats.add(jobWith(3),
-            {attemptOf("1", 0s, 10s), attemptOf("2-5", 0s, 20s), attemptOf("6", 10s, 30s),
-             attemptOf("7", 20s, 10s, AttemptState::Failed), attemptOf("7", 30s, 5s, AttemptState::Lost),
-             attemptOf("7", 40s, 5s, AttemptState::Canceled)});
+  add(stats, jobWith(3),
+      {attemptOf("1", 0s, 10s), attemptOf("2-5", 0s, 20s), attemptOf("6", 10s, 30s),
+       attemptOf("7", 20s, 10s, AttemptState::Failed), attemptOf("7", 30s, 5s, AttemptState::Lost),
+       attemptOf("7", 40s, 5s, AttemptState::Canceled)});
   EXPECT_EQ(stats.text(twoSlots, false), "frames      6 good, from 6 attempts\n"
                                          "median      5.0 s a frame\n"
                                          "mean        10 s a frame\n"
@@ -61,11 +68,11 @@ TEST(Stats, DrawHowTimesAreSpreadWhereThereAreEnough) {
     attempts.push_back(attemptOf(std::to_string(frame), 0s, std::chrono::seconds(10 + frame % 3)));
   }
   JobStats few;
-  few.add(jobWith(3), attempts);
+  add(few, jobWith(3), attempts);
   EXPECT_EQ(few.text(twoSlots, false).find('#'), std::string::npos);
   attempts.push_back(attemptOf("11-14", 0s, 4 * 45s)); // four frames of 45 s each
   JobStats stats;
-  stats.add(jobWith(3), attempts);
+  add(stats, jobWith(3), attempts);
   EXPECT_NE(stats.text(twoSlots, false)
                 .find("frames by   from 10 s  ######################################## 7\n"
                       "their time  from 15 s  0\n"
@@ -82,7 +89,7 @@ TEST(Stats, DrawHowTimesAreSpreadWhereThereAreEnough) {
   ASSERT_EQ(document.at("histogram").size(), 8U);
   EXPECT_EQ(document.at("histogram").at(7).dump(), R"({"from":45.0,"to":50.0,"frames":4})");
   JobStats alike;
-  alike.add(jobWith(3), std::vector<AttemptRecord>(10, attemptOf("1", 0s, 10s)));
+  add(alike, jobWith(3), std::vector<AttemptRecord>(10, attemptOf("1", 0s, 10s)));
   EXPECT_EQ(alike.text(twoSlots, false).find('#'), std::string::npos);
 }
 
@@ -91,7 +98,7 @@ TEST(Stats, HostileTimesAreDrawnInFewLines) {
   attempts[1].duration = std::chrono::microseconds::max();
   attempts[2].duration = std::chrono::microseconds::min();
   JobStats stats;
-  stats.add(jobWith(3), attempts);
+  add(stats, jobWith(3), attempts);
   const std::string text = stats.text(twoSlots, false);
   EXPECT_LT(std::count(text.begin(), text.end(), '\n'), 40);
 }
@@ -102,11 +109,12 @@ TEST(Stats, TellWhatProgramsHaveUsed) {
     return attempt;
   };
   JobStats stats;
-  stats.add(jobWith(3), {used(attemptOf("1", 0s, 10s), {18000000, 1000000, 1500000000, 2000000, 40000}),
-                         used(attemptOf("2-5", 0s, 20s), {20000000, 0, 900000000, 0, std::nullopt}),
-                         used(attemptOf("6", 10s, 30s, AttemptState::Failed),
-                              {61000000, 20000000, 11800000000, std::nullopt, std::nullopt}),
-                         attemptOf("7", 10s, 30s)});
+  add(stats, jobWith(3),
+      {used(attemptOf("1", 0s, 10s), {18000000, 1000000, 1500000000, 2000000, 40000}),
+       used(attemptOf("2-5", 0s, 20s), {20000000, 0, 900000000, 0, std::nullopt}),
+       used(attemptOf("6", 10s, 30s, AttemptState::Failed),
+            {61000000, 20000000, 11800000000, std::nullopt, std::nullopt}),
+       attemptOf("7", 10s, 30s)});
   std::string text = stats.text(twoSlots, false);
   text = text.substr(text.find("processors"));
   EXPECT_EQ(text.substr(0, text.find("slots")), "processors  2 min 00 s  2.0 busy while a program ran\n"
@@ -124,7 +132,7 @@ TEST(Stats, HostileNumbersOfUseAreNoReasonToOverflow) {
   JobStats stats;
   AttemptRecord attempt = attemptOf("1", 0s, 0s);
   attempt.usage = ProcessUsage{INT64_MAX, INT64_MAX, INT64_MAX, INT64_MAX, INT64_MIN};
-  stats.add(jobWith(1), {attempt, attempt});
+  add(stats, jobWith(1), {attempt, attempt});
   Json document;
   stats.fill(document, twoSlots);
   EXPECT_EQ(document["usage"]["read"], INT64_MAX);
@@ -139,12 +147,12 @@ AttemptRecord renderedBy(const std::string& program, AttemptRecord attempt) {
 
 TEST(Stats, TellWhichProgramsRenderedAJob) {
   JobStats stats;
-  stats.add(jobWith(1), {renderedBy("/opt/paint-1/paint", attemptOf("1", 0s, 10s))});
-  stats.add(jobWith(2),
-            {renderedBy("/opt/paint-1/paint", attemptOf("1-3", 0s, 10s)),
-             renderedBy("\"/opt/paint 2/paint\"", attemptOf("4-5", 0s, 10s)),
-             renderedBy("/opt/paint-3/paint", attemptOf("6", 0s, 10s, AttemptState::Failed)),
-             renderedBy("\"/opt/paint 2/paint\"", attemptOf("2-7", 0s, 10s, AttemptState::Failed, "2"))});
+  add(stats, jobWith(1), {renderedBy("/opt/paint-1/paint", attemptOf("1", 0s, 10s))});
+  add(stats, jobWith(2),
+      {renderedBy("/opt/paint-1/paint", attemptOf("1-3", 0s, 10s)),
+       renderedBy("\"/opt/paint 2/paint\"", attemptOf("4-5", 0s, 10s)),
+       renderedBy("/opt/paint-3/paint", attemptOf("6", 0s, 10s, AttemptState::Failed)),
+       renderedBy("\"/opt/paint 2/paint\"", attemptOf("2-7", 0s, 10s, AttemptState::Failed, "2"))});
   const std::string text = stats.text(twoSlots, true);
   EXPECT_EQ(text.substr(text.find("programs")),
             "programs    job 2 rendered by 2 programs: \"/opt/paint-1/paint\" (1,3), \"/opt/paint 2/paint\" "
@@ -167,7 +175,7 @@ TEST(Stats, AProgramThatRenderedNothingThatStandsIsNotTold) {
 
 TEST(Stats, GoodFramesOfAFailedPacketAreNoLoss) {
   JobStats stats;
-  stats.add(jobWith(1), {attemptOf("1-4", 0s, 40s, AttemptState::Failed, "1-3")});
+  add(stats, jobWith(1), {attemptOf("1-4", 0s, 40s, AttemptState::Failed, "1-3")});
   EXPECT_EQ(stats.text(twoSlots, false), "frames      3 good, from 1 attempt\n"
                                          "good        30 s  75.0 % of all rendering\n"
                                          "failed      10 s  25.0 %\n"
@@ -182,7 +190,7 @@ TEST(Stats, EnginesOneAfterTheOtherShareTheirSlots) {
     return attempt;
   };
   JobStats stats;
-  stats.add(jobWith(1), {of(1, 0s), of(2, 100s), of(3, 105s)});
+  add(stats, jobWith(1), {of(1, 0s), of(2, 100s), of(3, 105s)});
   Json document;
   stats.fill(document, twoSlots);
   EXPECT_EQ(document["slots"], 4); // two of them at one time
@@ -190,9 +198,9 @@ TEST(Stats, EnginesOneAfterTheOtherShareTheirSlots) {
 
 TEST(Stats, OfSeveralJobsNameThem) {
   JobStats stats;
-  stats.add(jobWith(1), {attemptOf("1", 0s, 10s)});
-  stats.add(jobWith(2), {attemptOf("1", 3600s, 20s)});
-  stats.add(jobWith(3), {});
+  add(stats, jobWith(1), {attemptOf("1", 0s, 10s)});
+  add(stats, jobWith(2), {attemptOf("1", 3600s, 20s)});
+  add(stats, jobWith(3), {});
   const std::string text = stats.text(twoSlots, true);
   EXPECT_EQ(text.substr(0, text.find("frames")), "jobs        3\n");
   EXPECT_NE(text.find("slowest     20 s  1 of job 2\n            10 s  1 of job 1\n"), std::string::npos)
@@ -203,7 +211,7 @@ TEST(Stats, OfSeveralJobsNameThem) {
 
 TEST(Stats, WhatRunsIsNotReckoned) {
   JobStats stats;
-  stats.add(jobWith(1), {attemptOf("1", 0s, 10s, AttemptState::Running)});
+  add(stats, jobWith(1), {attemptOf("1", 0s, 10s, AttemptState::Running)});
   EXPECT_TRUE(stats.empty());
 }
 
@@ -213,7 +221,7 @@ TEST(Stats, OnlyTheFiveSlowestAreTold) {
   for (int frame = 1; frame <= 9; ++frame) {
     attempts.push_back(attemptOf(std::to_string(frame), 0s, std::chrono::seconds(frame)));
   }
-  stats.add(jobWith(1), attempts);
+  add(stats, jobWith(1), attempts);
   Json document;
   stats.fill(document, twoSlots);
   ASSERT_EQ(document.at("slowest").size(), 5U);
@@ -224,7 +232,7 @@ TEST(Stats, OnlyTheFiveSlowestAreTold) {
 
 TEST(Stats, JsonHoldsTheSame) {
   JobStats stats;
-  stats.add(jobWith(3), {attemptOf("1", 0s, 10s), attemptOf("2", 0s, 30s, AttemptState::Failed)});
+  add(stats, jobWith(3), {attemptOf("1", 0s, 10s), attemptOf("2", 0s, 30s, AttemptState::Failed)});
   Json document;
   stats.fill(document, twoSlots);
   EXPECT_EQ(
@@ -236,6 +244,88 @@ TEST(Stats, JsonHoldsTheSame) {
       R"("slots":2,"slotsUsed":0.6667,"wall":30.0,"framesPerHour":120.0})");
 }
 
+TEST(Stats, AreThoseOfAllAttemptsTakenTogether) {
+  const auto seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  for (int turn = 0; turn < 200; ++turn) {
+    const int jobs = 1 + static_cast<int>(random() % 3);
+    const int different = 1 + static_cast<int>(random() % 30); // times, so that some are alike
+    JobStats stats;
+    std::vector<std::pair<TimedFrames, Json>> timed;
+    std::vector<std::int64_t> memory;
+    for (int job = 1; job <= jobs; ++job) {
+      std::vector<AttemptRecord> attempts;
+      const std::size_t count = random() % 60;
+      for (std::size_t i = 0; i < count; ++i) {
+        const auto first = random() % 100;
+        const std::string frames = std::to_string(first) + "-" + std::to_string(first + random() % 4);
+        const std::chrono::seconds duration(random() % static_cast<unsigned>(different));
+        attempts.push_back(attemptOf(frames, std::chrono::seconds(random() % 50), duration,
+                                     random() % 4 == 0 ? AttemptState::Failed : AttemptState::Good));
+        AttemptRecord& attempt = attempts.back();
+        if (random() % 2 == 0) {
+          attempt.usage = ProcessUsage{};
+          attempt.usage->PeakMemory = static_cast<std::int64_t>(random() % static_cast<unsigned>(different));
+          memory.push_back(attempt.usage->PeakMemory);
+        }
+        if (attempt.state == AttemptState::Good) {
+          const auto all = static_cast<std::size_t>(attempt.run.Count());
+          const TimedFrames time{durationOf(attempt.duration) / static_cast<Duration::rep>(all), all};
+          timed.emplace_back(
+              time, Json{{"job", job}, {"frames", attempt.good.text()}, {"seconds", secondsOf(time.each)}});
+        }
+      }
+      add(stats, jobWith(job), attempts);
+    }
+    std::stable_sort(timed.begin(), timed.end(),
+                     [](const auto& a, const auto& b) { return a.first.each > b.first.each; });
+    std::sort(memory.begin(), memory.end());
+    std::vector<TimedFrames> times;
+    Json slowest = Json::array();
+    for (const auto& [time, json] : timed) {
+      times.push_back(time);
+      if (slowest.size() < 5) {
+        slowest.push_back(json);
+      }
+    }
+    Json document;
+    stats.fill(document, twoSlots);
+    EXPECT_EQ(document["slowest"], slowest);
+    EXPECT_EQ(document["fastest"], timed.empty() ? Json(nullptr) : timed.back().second);
+    EXPECT_EQ(document["median"], timed.empty() ? Json(nullptr) : Json(secondsOf(medianTime(times))));
+    EXPECT_EQ(document["medianMemory"], memory.empty() ? Json(nullptr) : Json(memory[memory.size() / 2]));
+  }
+}
+
+TEST(Stats, OfAMillionAttemptsAreReckonedInFewBytesEach) {
+  constexpr std::size_t count = 100'000;
+  constexpr std::size_t mostOfOne = 40;
+  const std::size_t before = mallinfo2().uordblks;
+  if (before == 0) {
+    GTEST_SKIP() << "the allocator of this build counts nothing";
+  }
+  AttemptRecord attempt = attemptOf("1", 0s, 1s);
+  attempt.usage = ProcessUsage{};
+  attempt.command = "/opt/paint-1/paint --frames ";
+  attempt.reason = std::string(200, 'r');
+  JobStats stats;
+  stats.add(jobWith(1), [&](const auto& take) {
+    for (std::size_t i = 0; i < count; ++i) {
+      attempt.run = {static_cast<int>(i), static_cast<int>(i)};
+      attempt.started += 2s; // a gap between any two
+      attempt.usage->PeakMemory += 1;
+      take(attempt);
+    }
+  });
+  EXPECT_LT((mallinfo2().uordblks - before) / count, mostOfOne);
+  Json document;
+  stats.fill(document, twoSlots);
+  EXPECT_EQ(document["attempts"], count);
+  EXPECT_EQ(document["wall"], static_cast<double>(count));
+  EXPECT_EQ(document["medianMemory"], count / 2 + 1);
+}
+
 TEST(Stats, RecordsThatNoClockCouldHaveGivenDoNoHarm) {
   AttemptRecord attempt = attemptOf("1", 0s, 1s);
   attempt.started = Moment::max();
@@ -244,7 +334,7 @@ TEST(Stats, RecordsThatNoClockCouldHaveGivenDoNoHarm) {
   other.started = Moment::min();
   other.duration = std::chrono::microseconds::min();
   JobStats stats;
-  stats.add(jobWith(1), {attempt, other});
+  add(stats, jobWith(1), {attempt, other});
   EXPECT_NE(stats.text(twoSlots, true), "");
 }
 
