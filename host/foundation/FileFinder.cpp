@@ -404,32 +404,35 @@ bool FileFinder::Find(const Path& pattern) {
   if (text.find_first_of("*?", leaf) == String::npos) {
     return FindExact(pattern);
   }
-  const String branch = text.substr(0, leaf);
+  String branch(text.substr(0, leaf));
   const std::string_view leafPattern = std::string_view(text).substr(leaf);
   const bool hidden = leafPattern.front() == '.';
   const Descriptor directory = HasNul(text) ? Descriptor() : OpenDirectory(branch);
-  std::vector<Path> matches;
+  std::string leaves;
+  std::vector<Leaf> order;
   if (directory.IsOpen()) {
     VisitEntries(directory.Number(), [&](std::string_view name, unsigned char type) {
       if ((hidden || name.front() != '.') && Matches(name, leafPattern) &&
           (!NeedsAsking(type) || IsFile(directory.Number(), name.data()))) {
-        String path;
-        path.reserve(branch.size() + name.size());
-        path.append(branch).append(name);
-        matches.emplace_back(std::move(path));
+        order.push_back({leaves.size(), name.size()});
+        leaves.append(name);
       }
       return true;
     });
   }
-  if (matches.empty()) {
+  if (order.empty()) {
     return FindExact(pattern); // a directory that may be entered but not read
   }
-  const auto leafOf = [leaf](const Path& path) { return std::string_view(path.Text()).substr(leaf); };
-  std::sort(matches.begin(), matches.end(),
-            [&leafOf](const Path& left, const Path& right) { return leafOf(left) < leafOf(right); });
-  m_Matches = std::move(matches);
-  m_Current = 0;
-  return true;
+  const auto nameOf = [&leaves](const Leaf& match) {
+    return std::string_view(leaves).substr(match.Offset, match.Length);
+  };
+  std::sort(order.begin(), order.end(),
+            [&nameOf](const Leaf& left, const Leaf& right) { return nameOf(left) < nameOf(right); });
+  m_Branch = std::move(branch);
+  m_Leaves = std::move(leaves);
+  m_Order = std::move(order);
+  m_Next = 0;
+  return Next();
 }
 
 const FilesToCome* FilesToCome::s_Newest = nullptr;
@@ -467,29 +470,25 @@ std::pair<int, int> FileFinder::KnownRun(const String& file, int number, std::si
 }
 
 bool FileFinder::FindExact(const Path& file) {
-  m_Current = 0;
-  if (!Holds(file.Text())) {
-    m_Matches.clear();
-    return false;
-  }
-  // The only match, in the memory of the one before; `file` may be among them.
-  if (m_Matches.empty()) {
-    m_Matches.push_back(file);
-  } else {
-    m_Matches.front() = file;
-    m_Matches.erase(m_Matches.begin() + 1, m_Matches.end());
-  }
-  return true;
+  const bool isThere = Holds(file.Text());
+  m_Name = isThere ? file : Path(); // `file` may be the one before
+  m_Order.clear();
+  m_Next = 0;
+  return isThere;
 }
 
 const Path& FileFinder::Name() const {
-  static const Path none;
-  return m_Current < m_Matches.size() ? m_Matches[m_Current] : none;
+  return m_Name;
 }
 
 bool FileFinder::Next() {
-  if (m_Current < m_Matches.size()) {
-    ++m_Current;
+  const bool isThere = m_Next < m_Order.size();
+  String name;
+  if (isThere) {
+    const Leaf& leaf = m_Order[m_Next++];
+    name.reserve(m_Branch.size() + leaf.Length);
+    name.append(m_Branch).append(m_Leaves, leaf.Offset, leaf.Length);
   }
-  return m_Current < m_Matches.size();
+  m_Name = Path(std::move(name));
+  return isThere;
 }

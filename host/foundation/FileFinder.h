@@ -52,9 +52,16 @@ public:
 
 private:
   struct Directory;
+  struct Leaf {
+    std::size_t Offset; // in m_Leaves
+    std::size_t Length;
+  };
   std::unique_ptr<Directory> m_Directory;
-  std::vector<Path> m_Matches;
-  std::size_t m_Current = 0;
+  Path m_Name;
+  String m_Branch;           // of all matches, as written
+  std::string m_Leaves;      // the names of all, one behind the other
+  std::vector<Leaf> m_Order; // of them
+  std::size_t m_Next = 0;    // in that order
 };
 
 /// While it lives, FileFinder::FindExact finds files that are not there yet as
