@@ -45,7 +45,7 @@ thread_local WarningBudget* t_Budget = nullptr;
 
 void Write(LogLevel level, const String& text) {
   State& state = TheState();
-  if ((level == LogLevel::Warning && !WarningBudget::Take()) || level < state.Least) {
+  if ((level == LogLevel::Warning && !WarningBudget::Take()) || !IsLogged(level)) {
     return;
   }
   if (state.Sink) {
@@ -104,6 +104,10 @@ void SetSubjectLevel(LogSubject subject, LogLevel level) {
 
 void SetLogLevel(LogLevel level) {
   TheState().Least = level;
+}
+
+bool IsLogged(LogLevel level) {
+  return level >= TheState().Least;
 }
 
 LogSink SetLogSink(LogSink sink) {

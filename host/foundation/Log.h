@@ -55,6 +55,9 @@ void SetSubjectLevel(LogSubject subject, LogLevel level);
 /// Lines below this level are dropped. Warning at first.
 void SetLogLevel(LogLevel level);
 
+/// Whether lines of a level pass it: what others would say need not be made.
+bool IsLogged(LogLevel level);
+
 /// Receives every line that passes the level, in place of standard error
 /// ("trovik: warning: ..."). An empty function restores standard error.
 /// Returns the sink that was in force. For programs and tests; call it while
