@@ -28,6 +28,10 @@ public:
   FileFinder(const FileFinder&) = delete;
   FileFinder& operator=(const FileFinder&) = delete;
 
+  /// Many names will be asked for, one after the other, in each directory: it is
+  /// looked at before the first of them already.
+  void ExpectMany() { m_AreManyExpected = true; }
+
   /// Starts a search; whether there is a first match.
   bool Find(const Path& pattern);
 
@@ -57,6 +61,7 @@ private:
     std::size_t Length;
   };
   std::unique_ptr<Directory> m_Directory;
+  bool m_AreManyExpected = false;
   Path m_Name;
   String m_Branch;           // of all matches, as written
   std::string m_Leaves;      // the names of all, one behind the other
