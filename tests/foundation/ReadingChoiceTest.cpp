@@ -1,5 +1,4 @@
 #include "host/foundation/folder/ReadingChoice.h"
-
 #include "host/foundation/folder/FolderNames.h"
 
 #include <gtest/gtest.h>
@@ -38,12 +37,12 @@ TEST(ReadingChoice, ASmallFolderIsReadAtOnceAndALargerOneWhereTheDiskIsAsked) {
 }
 
 TEST(ReadingChoice, InMemoryAnAnswerIsWorthAboutTwoNamesAndOnADiskABlock) {
-  EXPECT_EQ(After(64 * 1000, 4, k_FromMemory).BreakEven(), 1001U);
-  EXPECT_EQ(After(4096 * 1000, 4, k_FromDisk).BreakEven(), 1001U);
+  EXPECT_EQ(After(64'000, 4, k_FromMemory).BreakEven(), 1001U);
+  EXPECT_EQ(After(4'096'000, 4, k_FromDisk).BreakEven(), 1001U);
 }
 
 TEST(ReadingChoice, MostAnswersTellSoThatOneThatWasDisturbedDoesNot) {
-  ReadingChoice choice(64 * 4096, k_FromMemory);
+  ReadingChoice choice(256 << 10, k_FromMemory);
   choice.Add(k_FromMemory);
   choice.Add(k_FromMemory);
   choice.Add(10ms);

@@ -299,7 +299,9 @@ TEST(FileFinderTest, SequencesOfEveryLengthAmongOthersAreAnsweredAsTheSystemAnsw
     const std::string start = pick(2) == 0 ? "a_" : "7.";
     const auto nameOf = [&start](int number) {
       const std::string digits = std::to_string(number);
-      return start + std::string(digits.size() < 4 ? 4 - digits.size() : 0, '0') + digits + ".x";
+      std::string name = start;
+      name.append(digits.size() < 4 ? 4 - digits.size() : 0, '0').append(digits).append(".x");
+      return name;
     };
     for (int i = 0; i < others; ++i) {
       directory.Write("a rather long name of another file " + std::to_string(i));
