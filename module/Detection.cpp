@@ -33,7 +33,9 @@ constexpr const char* k_Digits = "0123456789";
 /// selected one counts as missing.
 class Prober {
 public:
-  Prober(SequencePattern& pattern, int start) : m_Pattern(pattern), m_Selected(pattern.Name(start)) {}
+  Prober(SequencePattern& pattern, int start) : m_Pattern(pattern), m_Selected(pattern.Name(start)) {
+    m_Finder.ExpectMany();
+  }
 
   bool Exists(int frame) {
     m_Asked = &m_Pattern.Name(frame);

@@ -31,15 +31,16 @@ constexpr std::array<TextKey, 8> k_TextKeys = {{{"Command", &TvxInfo::Command},
 // Goes through the current section once: it mostly has fewer keys than there
 // are to ask for.
 void ReadModuleSection(IniFile& file, TvxInfo& info) {
-  IniFile::EntryView entry;
-  const auto is = [&entry](std::string_view name) {
-    return name.size() == entry.Key.size() && String::EqualNoCase(name, entry.Key);
+  std::string_view key;
+  std::string_view value;
+  const auto is = [&key](std::string_view name) {
+    return name.size() == key.size() && String::EqualNoCase(name, key);
   };
-  while (file.GetNextEntry(entry)) {
+  while (file.GetNextValue(key, value)) {
     const auto text = std::find_if(k_TextKeys.begin(), k_TextKeys.end(),
-                                   [&is](const TextKey& key) { return is(key.Name); });
+                                   [&is](const TextKey& candidate) { return is(candidate.Name); });
     if (text != k_TextKeys.end()) {
-      (info.*text->Text).assign(entry.Value);
+      (info.*text->Text).assign(value);
     } else if (is("DefaultEnabled")) {
       file.GetValue("DefaultEnabled", info.DefaultEnabled);
     } else if (is(p_CheckForMultipleFiles)) {
@@ -57,9 +58,10 @@ void ReadTexts(IniFile& file, const char* section, std::vector<String>& texts) {
     return;
   }
   texts.reserve(file.EntryCount());
-  IniFile::EntryView entry;
-  while (file.GetNextEntry(entry)) {
-    texts.emplace_back(entry.Value);
+  std::string_view key;
+  std::string_view value;
+  while (file.GetNextValue(key, value)) {
+    texts.emplace_back(value);
   }
 }
 
@@ -82,14 +84,15 @@ void ReadAutoDetect(IniFile& file, TvxInfo& info) {
   if (!file.SetSection("AutoDetect")) {
     return;
   }
-  IniFile::EntryView entry;
-  while (file.GetNextEntry(entry)) {
-    if (entry.Value.find('=') == std::string_view::npos) {
+  std::string_view key;
+  std::string_view value;
+  while (file.GetNextValue(key, value)) {
+    if (value.find('=') == std::string_view::npos) {
       continue; // no token of it has one
     }
-    std::map<String, String> assignments = ReadAssignments(String(entry.Value));
+    std::map<String, String> assignments = ReadAssignments(String(value));
     if (!assignments.empty()) {
-      info.AutoDetect[String(entry.Key)] = std::move(assignments);
+      info.AutoDetect[String(key)] = std::move(assignments);
     }
   }
 }
@@ -102,7 +105,6 @@ bool LoadFile(Path const& path) {
   if (!file.SetSection("Module")) {
     return false;
   }
-  TvxInfo info;
   UID type(false);
   String text;
   if (!file.GetValue("ID", text)) {
@@ -118,6 +120,13 @@ bool LoadFile(Path const& path) {
                LogSubject::TypeInUse);
     return false;
   }
+  // The record is made where it stays. The one that a repeated ID overwrites
+  // leaves its kept file behind: nobody can tell whether a host still reads it.
+  const auto [entry, isNew] = g_TvxMap.try_emplace(type);
+  TvxInfo& info = entry->second;
+  if (!isNew) {
+    info = TvxInfo();
+  }
   ReadModuleSection(file, info);
   ReadTexts(file, "ErrorText", info.ErrorText);
   ReadTexts(file, "ErrorIgnore", info.ErrorIgnore);
@@ -125,11 +134,10 @@ bool LoadFile(Path const& path) {
   ReadAutoDetect(file, info);
   file.LeaveSection();
   info.Ini = kept.release();
-  // The record that a repeated ID overwrites leaves its kept file behind:
-  // nobody can tell whether a host still reads it.
-  g_TvxMap.insert_or_assign(type, std::move(info));
   g_IDs.push_back(type);
-  LogInfo("Loaded Virtual Module " + path.Text());
+  if (IsLogged(LogLevel::Info)) {
+    LogInfo("Loaded Virtual Module " + path.Text());
+  }
   return true;
 }
 

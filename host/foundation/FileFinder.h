@@ -28,6 +28,10 @@ public:
   FileFinder(const FileFinder&) = delete;
   FileFinder& operator=(const FileFinder&) = delete;
 
+  /// Many names will be asked for, one after the other, in each directory: it is
+  /// looked at before the first of them already.
+  void ExpectMany() { m_AreManyExpected = true; }
+
   /// Starts a search; whether there is a first match.
   bool Find(const Path& pattern);
 
@@ -52,9 +56,17 @@ public:
 
 private:
   struct Directory;
+  struct Leaf {
+    std::size_t Offset; // in m_Leaves
+    std::size_t Length;
+  };
   std::unique_ptr<Directory> m_Directory;
-  std::vector<Path> m_Matches;
-  std::size_t m_Current = 0;
+  bool m_AreManyExpected = false;
+  Path m_Name;
+  String m_Branch;           // of all matches, as written
+  std::string m_Leaves;      // the names of all, one behind the other
+  std::vector<Leaf> m_Order; // of them
+  std::size_t m_Next = 0;    // in that order
 };
 
 /// While it lives, FileFinder::FindExact finds files that are not there yet as

@@ -113,23 +113,42 @@ void IniFile::Compact() {
   m_Tables->Wasted = 0;
 }
 
+// Of a few sections each is looked at: the lengths of their names tell nearly
+// all apart.
 std::uint32_t IniFile::FindSection(std::string_view name) const {
-  const auto found = FirstFrom(m_Tables->ByName.begin(), m_Tables->ByName.end(), name,
+  const std::vector<std::uint32_t>& sorted = m_Tables->ByName;
+  const std::vector<Section>& sections = m_Tables->Sections;
+  const auto isNamed = [&](const Section& section) {
+    return section.Name.Length == name.size() && String::EqualNoCase(View(section.Name), name);
+  };
+  if (sorted.empty()) {
+    const auto found = std::find_if(sections.begin(), sections.end(), isNamed);
+    return found != sections.end() ? static_cast<std::uint32_t>(found - sections.begin()) : k_None;
+  }
+  const auto found = FirstFrom(sorted.begin(), sorted.end(), name,
                                [this](std::uint32_t index) { return View(m_Tables->Sections[index].Name); });
-  return found != m_Tables->ByName.end() && String::EqualNoCase(View(m_Tables->Sections[*found].Name), name)
-             ? *found
-             : k_None;
+  return found != sorted.end() && isNamed(sections[*found]) ? *found : k_None;
 }
 
 std::uint32_t IniFile::FindEntry(std::uint32_t section, std::string_view key) const {
   if (section == k_None) {
     return k_None;
   }
-  const auto first = m_Tables->Order.begin() + m_Tables->Sections[section].First;
-  const auto last = first + m_Tables->Sections[section].Count;
+  constexpr std::uint32_t k_FewKeys = 16; // as with sections
+  const auto isNamed = [&](std::uint32_t index) {
+    const Slice& name = m_Tables->Entries[index].Key;
+    return name.Length == key.size() && String::EqualNoCase(View(name), key);
+  };
+  const Section& keys = m_Tables->Sections[section];
+  const auto first = m_Tables->Order.begin() + keys.First;
+  const auto last = first + keys.Count;
+  if (keys.Count <= k_FewKeys) {
+    const auto found = std::find_if(first, last, isNamed);
+    return found != last ? *found : k_None;
+  }
   const auto found =
       FirstFrom(first, last, key, [this](std::uint32_t index) { return View(m_Tables->Entries[index].Key); });
-  return found != last && String::EqualNoCase(View(m_Tables->Entries[*found].Key), key) ? *found : k_None;
+  return found != last && isNamed(*found) ? *found : k_None;
 }
 
 bool IniFile::SetSection(const String& section) {
@@ -209,25 +228,41 @@ int IniFile::GetValue(const String& section, const String& key, int defaultValue
   return FindValue(section, key, value) ? CutToInt(value) : defaultValue;
 }
 
-bool IniFile::GetNextValue(String& key, String& value) {
-  EntryView entry;
-  if (!GetNextEntry(entry)) {
-    return false;
+// Null behind the last of the current section.
+inline const IniFile::Entry* IniFile::NextEntry() {
+  const Tables& tables = *m_Tables;
+  if (m_Current == k_None || m_Position >= tables.Sections[m_Current].Count) {
+    return nullptr;
   }
-  key.assign(entry.Key);
-  value.assign(entry.Value);
-  return true;
+  const std::uint32_t position = m_Position++;
+  return &tables.Entries[m_KeepOrder ? m_Walk[position]
+                                     : tables.Order[tables.Sections[m_Current].First + position]];
 }
 
-bool IniFile::GetNextEntry(EntryView& entry) {
-  if (m_Position >= EntryCount()) {
-    return false;
+bool IniFile::GetNextValue(String& key, String& value) {
+  const Entry* const entry = NextEntry();
+  if (entry != nullptr) {
+    key.assign(View(entry->Key));
+    value.assign(View(entry->Value));
   }
-  const std::uint32_t index =
-      m_KeepOrder ? m_Walk[m_Position] : m_Tables->Order[m_Tables->Sections[m_Current].First + m_Position];
-  ++m_Position;
-  entry = MakeView(m_Tables->Entries[index]);
-  return true;
+  return entry != nullptr;
+}
+
+bool IniFile::GetNextValue(std::string_view& key, std::string_view& value) {
+  const Entry* const entry = NextEntry();
+  if (entry != nullptr) {
+    key = View(entry->Key);
+    value = View(entry->Value);
+  }
+  return entry != nullptr;
+}
+
+bool IniFile::GetNextEntry(EntryView& view) {
+  const Entry* const entry = NextEntry();
+  if (entry != nullptr) {
+    view = MakeView(*entry);
+  }
+  return entry != nullptr;
 }
 
 std::size_t IniFile::EntryCount() const {
@@ -250,11 +285,16 @@ void IniFile::SetValue(const String& section, const String& key, const String& v
   if (sectionIndex == k_None) {
     sectionIndex = static_cast<std::uint32_t>(m_Tables->Sections.size());
     const Slice name = Append(section);
-    const auto place =
-        FirstFrom(m_Tables->ByName.begin(), m_Tables->ByName.end(), section,
-                  [this](std::uint32_t index) { return View(m_Tables->Sections[index].Name); });
-    m_Tables->ByName.insert(place, sectionIndex);
+    std::vector<std::uint32_t>& sorted = m_Tables->ByName;
+    if (!sorted.empty()) {
+      sorted.insert(FirstFrom(sorted.begin(), sorted.end(), section,
+                              [this](std::uint32_t index) { return View(m_Tables->Sections[index].Name); }),
+                    sectionIndex);
+    }
     m_Tables->Sections.push_back({name, {}, static_cast<std::uint32_t>(m_Tables->Order.size()), 0});
+    if (sorted.empty() && m_Tables->Sections.size() > k_FewSections) {
+      IndexSections();
+    }
   }
   const std::uint32_t existing = FindEntry(sectionIndex, key);
   if (existing != k_None) {

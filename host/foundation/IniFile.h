@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -131,7 +132,8 @@ public:
   /// case (see the constructor); false after the last, or without a section.
   bool GetNextValue(String& key, String& value);
 
-  /// The same without copies.
+  /// The same without copies: the texts are as in an EntryView.
+  bool GetNextValue(std::string_view& key, std::string_view& value);
   bool GetNextEntry(EntryView& entry);
 
   /// How many entries the current section has.
@@ -176,6 +178,7 @@ private:
     std::uint32_t Count = 0;
   };
   static constexpr std::uint32_t k_None = 0xFFFFFFFF;
+  static constexpr std::size_t k_FewSections = 16;
   class LineReader;
 
   std::string_view View(Slice slice) const { return {m_Tables->Text.data() + slice.Offset, slice.Length}; }
@@ -184,13 +187,16 @@ private:
   std::uint32_t FindEntry(std::uint32_t section, std::string_view key) const;
   bool FindValue(const String& key, String& value) const;
   bool FindValue(const String& section, const String& key, String& value) const;
+  const Entry* NextEntry();
   EntryView MakeView(const Entry& entry) const;
   std::string WriteText() const;
   void Clear();
   void Detach();
   void Compact();
   void ParseText(std::string text, bool replace);
-  void MergeSections();
+  bool IndexSections();
+  bool AreDifferent(std::span<const Section> sections) const;
+  bool MergeSections();
   void GroupEntries();
   void OrderEntries();
   template <typename NameOf> static bool SortByName(std::uint32_t* first, std::uint32_t* last, NameOf nameOf);
@@ -199,7 +205,7 @@ private:
   struct Tables {
     std::string Text;
     std::vector<Section> Sections;     // in the order of the file
-    std::vector<std::uint32_t> ByName; // indexes into Sections, by name
+    std::vector<std::uint32_t> ByName; // indexes into Sections, by name; none where these are few
     std::vector<Entry> Entries;        // in the order of the file
     std::vector<std::uint32_t> Order;  // indexes into Entries, by section and key
     std::vector<Oddity> Oddities;      // in the order of the file

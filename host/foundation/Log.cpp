@@ -45,7 +45,7 @@ thread_local WarningBudget* t_Budget = nullptr;
 
 void Write(LogLevel level, const String& text) {
   State& state = TheState();
-  if ((level == LogLevel::Warning && !WarningBudget::Take()) || level < state.Least) {
+  if ((level == LogLevel::Warning && !WarningBudget::Take()) || !IsLogged(level)) {
     return;
   }
   if (state.Sink) {
@@ -82,10 +82,6 @@ bool WarningBudget::Take() {
   return true;
 }
 
-bool IsLogged(LogLevel level) {
-  return level >= TheState().Least;
-}
-
 void LogError(const String& text) {
   Write(LogLevel::Error, text);
 }
@@ -108,6 +104,10 @@ void SetSubjectLevel(LogSubject subject, LogLevel level) {
 
 void SetLogLevel(LogLevel level) {
   TheState().Least = level;
+}
+
+bool IsLogged(LogLevel level) {
+  return level >= TheState().Least;
 }
 
 LogSink SetLogSink(LogSink sink) {

@@ -12,11 +12,6 @@ void LogWarning(const String& text);
 void LogInfo(const String& text);
 void LogDebug(const String& text);
 
-enum class LogLevel { Debug, Info, Warning, Error, Off };
-
-/// Whether lines of this level are logged: what others would say need not be made.
-bool IsLogged(LogLevel level);
-
 /// Bounds the warnings of this thread while it lives: the first so many are
 /// logged, the others are counted. For what a stranger's small file could make
 /// warn without end. One within another takes its place meanwhile.
@@ -43,6 +38,8 @@ private:
   WarningBudget* m_Outer;
 };
 
+enum class LogLevel { Debug, Info, Warning, Error, Off };
+
 /// What a warning is about, for a host that treats some unlike others: never
 /// tell that from its words.
 enum class LogSubject {
@@ -57,6 +54,9 @@ void SetSubjectLevel(LogSubject subject, LogLevel level);
 
 /// Lines below this level are dropped. Warning at first.
 void SetLogLevel(LogLevel level);
+
+/// Whether lines of a level pass it: what others would say need not be made.
+bool IsLogged(LogLevel level);
 
 /// Receives every line that passes the level, in place of standard error
 /// ("trovik: warning: ..."). An empty function restores standard error.

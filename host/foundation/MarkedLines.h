@@ -63,14 +63,17 @@ using QuickMarks = PlainMarks;
 template <typename Marks = QuickMarks, typename Visit> void VisitLines(std::string_view text, Visit visit) {
   const char* const end = text.data() + text.size();
   MarkedLine line{text.data(), nullptr, nullptr};
-  for (std::size_t from = 0; from < text.size(); from += Marks::k_Bytes) {
+  for (std::size_t from = 0; line.Begin != end; from += Marks::k_Bytes) {
     const char* const at = text.data() + from;
     const char* bytes = at;
     char last[Marks::k_Bytes];
-    if (text.size() - from < Marks::k_Bytes) [[unlikely]] {
-      std::memset(last, 0, sizeof(last));
-      std::memcpy(last, at, text.size() - from);
-      bytes = last; // nothing behind the text is read
+    if (const std::size_t left = text.size() - from; left < Marks::k_Bytes) [[unlikely]] {
+      std::memset(last, 0, sizeof(last)); // nothing behind the text is read
+      std::memcpy(last, at, left);
+      // A last line without its end gets one, so that `visit` is called in one
+      // place: it is then a part of this loop.
+      last[left] = text.back() == '\n' ? '\0' : '\n';
+      bytes = last;
     }
     std::uint64_t lineEnds = Marks::Of(bytes, '\n');
     std::uint64_t equals = Marks::Of(bytes, '=');
@@ -81,15 +84,14 @@ template <typename Marks = QuickMarks, typename Visit> void VisitLines(std::stri
       }
       line.End = at + std::countr_zero(lineEnds);
       visit(line);
+      if (line.End == end) {
+        return;
+      }
       line = {line.End + 1, nullptr, nullptr};
       equals &= ~upToEnd;
     }
     if (line.Equals == nullptr && equals != 0) {
       line.Equals = at + std::countr_zero(equals);
     }
-  }
-  if (line.Begin != end) {
-    line.End = end;
-    visit(line);
   }
 }

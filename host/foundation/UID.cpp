@@ -6,8 +6,9 @@
 #include <sys/random.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
-#include <cstring>
+#include <cstdint>
 
 namespace {
 
@@ -17,41 +18,41 @@ bool IsDash(std::size_t position) {
   return position == 8 || position == 13 || position == 18 || position == 23;
 }
 
-// The value of a hexadecimal digit, or -1.
-int HexValue(char c) {
-  if (c >= '0' && c <= '9') {
-    return c - '0';
+// The values of hexadecimal digits; all else has a bit above them.
+constexpr unsigned int k_NoDigit = 0x100;
+constexpr std::array<std::uint16_t, 256> k_HexValues = [] {
+  std::array<std::uint16_t, 256> values{};
+  values.fill(k_NoDigit);
+  for (unsigned int value = 0; value < 10; ++value) {
+    values['0' + value] = static_cast<std::uint16_t>(value);
   }
-  if (c >= 'a' && c <= 'f') {
-    return c - 'a' + 10;
+  for (unsigned int value = 10; value < 16; ++value) {
+    values['a' + value - 10] = values['A' + value - 10] = static_cast<std::uint16_t>(value);
   }
-  if (c >= 'A' && c <= 'F') {
-    return c - 'A' + 10;
-  }
-  return -1;
-}
+  return values;
+}();
 
+// Pairs of digits, with dashes between some: no dash stands within a pair.
 bool ParseText(std::string_view text, std::array<unsigned char, 16>& bytes) {
   if (text.size() != k_TextLength) {
     return false;
   }
-  std::size_t digits = 0;
-  bytes = {};
-  for (std::size_t i = 0; i < k_TextLength; ++i) {
-    if (IsDash(i)) {
-      if (text[i] != '-') {
-        return false;
-      }
-      continue;
+  const auto valueAt = [text](std::size_t place) -> unsigned int {
+    return k_HexValues[static_cast<unsigned char>(text[place])];
+  };
+  unsigned int seen = 0;
+  std::size_t place = 0;
+  for (unsigned char& byte : bytes) {
+    if (IsDash(place)) {
+      seen |= text[place] == '-' ? 0 : k_NoDigit;
+      ++place;
     }
-    const int value = HexValue(text[i]);
-    if (value < 0) {
-      return false;
-    }
-    bytes[digits / 2] = static_cast<unsigned char>(bytes[digits / 2] * 16 + value);
-    ++digits;
+    const unsigned int value = valueAt(place) << 4 | valueAt(place + 1);
+    seen |= value | valueAt(place + 1);
+    byte = static_cast<unsigned char>(value);
+    place += 2;
   }
-  return true;
+  return seen < k_NoDigit;
 }
 
 } // namespace

@@ -180,6 +180,49 @@ RC_GTEST_PROP(IniFileModel, RandomChangesOfRandomFilesGiveTheModelsWalks, ()) {
   }
 }
 
+// Few sections and few keys are searched in another way than many: names enough
+// to pass from one to the other, of which many begin alike.
+RC_GTEST_PROP(IniFileModel, FewAndManyNamesAreFoundAsTheModelFindsThem, ()) {
+  const auto name = [](const char* kind) {
+    const int number = *rc::gen::inRange(0, 24);
+    const String start = number % 3 == 0 ? "the same start " : number % 3 == 1 ? "k" : "";
+    const String text = start + kind + std::to_string(number);
+    return *rc::gen::arbitrary<bool>() ? text.Upper() : text;
+  };
+  FileMap model;
+  IniFile file;
+  const int steps = *rc::gen::inRange(0, 60);
+  for (int step = 0; step < steps; ++step) {
+    const String section = name("s");
+    if (*rc::gen::inRange(0, 4) == 0) {
+      std::string added = "[" + section + "]\n";
+      for (int keys = *rc::gen::inRange(0, 30); keys > 0; --keys) {
+        added += name("e") + "=" + std::to_string(keys) + "\n";
+      }
+      ParseSlowly(added, model);
+      file.Parse(added, false);
+    } else {
+      const String key = name("e");
+      file.SetValue(section, key, std::to_string(step));
+      model[section][key] = std::to_string(step);
+    }
+    String value;
+    RC_ASSERT(file.SetSection(name("none")) == false);
+    RC_ASSERT(file.SetSection(section) && !file.GetValue("none", value));
+  }
+  Compare(file, model);
+  IniFile again;
+  std::string whole;
+  for (const auto& [section, entries] : model) {
+    whole += "[" + section + "]\n";
+    for (const auto& [key, value] : entries) {
+      whole += key + "=" + value + "\n";
+    }
+  }
+  again.Parse(whole);
+  Compare(again, model);
+}
+
 RC_GTEST_PROP(IniFileModel, WhatIsSavedIsLoadedBack, ()) {
   const TemporaryDirectory directory;
   FileMap model;

@@ -89,6 +89,23 @@ TEST_F(LogTest, TheSinkReceivesLevelAndText) {
                             {LogLevel::Error, "text"}}));
 }
 
+TEST_F(LogTest, WhatIsLoggedIsToldBeforeItIsMade) {
+  const LogLevel levels[] = {LogLevel::Debug, LogLevel::Info, LogLevel::Warning, LogLevel::Error};
+  CatchLines();
+  for (const LogLevel least : {LogLevel::Debug, LogLevel::Info, LogLevel::Error, LogLevel::Off}) {
+    SetLogLevel(least);
+    m_Lines.clear();
+    LogAll("text");
+    Lines told;
+    for (const LogLevel level : levels) {
+      if (IsLogged(level)) {
+        told.emplace_back(level, "text");
+      }
+    }
+    EXPECT_EQ(m_Lines, told);
+  }
+}
+
 TEST_F(LogTest, LinesBelowTheLevelAreDropped) {
   const auto levels = [this](LogLevel level) {
     m_Lines.clear();

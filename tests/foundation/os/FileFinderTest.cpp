@@ -285,6 +285,63 @@ TEST(FileFinderTest, ManyQuestionsAreAnsweredAsTheSystemAnswersEach) {
   }
 }
 
+// The walk of who looks for the ends of a sequence, in folders of which some are
+// read at once, some after a look far, some late and some never.
+TEST(FileFinderTest, SequencesOfEveryLengthAmongOthersAreAnsweredAsTheSystemAnswers) {
+  const auto seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  const auto pick = [&random](int count) {
+    return static_cast<int>(random() % static_cast<unsigned>(count));
+  };
+  for (const int others : {0, 300, 3000}) {
+    const TestDirectory directory;
+    const std::string start = pick(2) == 0 ? "a_" : "7.";
+    const auto nameOf = [&start](int number) {
+      const std::string digits = std::to_string(number);
+      std::string name = start;
+      name.append(digits.size() < 4 ? 4 - digits.size() : 0, '0').append(digits).append(".x");
+      return name;
+    };
+    for (int i = 0; i < others; ++i) {
+      directory.Write("a rather long name of another file " + std::to_string(i));
+    }
+    for (int first = 0; first < 4000;) {
+      const int count = 1 + pick(pick(2) == 0 ? 20 : 1500);
+      for (int number = first; number < first + count; ++number) {
+        directory.Write(nameOf(number));
+      }
+      first += count + 1 + pick(40);
+    }
+    if (!IsFile(directory.File(nameOf(4990)))) {
+      directory.MakeDirectory(nameOf(4990));
+    }
+    for (int round = 0; round < 20; ++round) {
+      FileFinder finder;
+      if (pick(2) == 0) {
+        finder.ExpectMany();
+      }
+      const int from = pick(5000);
+      const int step = pick(2) == 0 ? 1 : -1;
+      for (int number = from; number >= 0 && number < 5000; number += step) {
+        const String name(directory.File(nameOf(number)));
+        const bool isThere = finder.Holds(name);
+        ASSERT_EQ(isThere, IsFile(name)) << name << " from " << from << " among " << others;
+        if (!isThere) {
+          break;
+        }
+        const auto [low, high] = finder.KnownRun(name, number, 4);
+        ASSERT_LE(low, number);
+        ASSERT_GE(high, number);
+        for (int known = low; known <= high; ++known) {
+          ASSERT_TRUE(IsFile(directory.File(nameOf(known)))) << known;
+        }
+        number = step > 0 ? high : low;
+      }
+    }
+  }
+}
+
 TEST(FileFinderTest, NumbersWrittenInSeveralWaysAreDifferentFiles) {
   // The finder keeps names that look like the one asked for as numbers.
   const Names names = {"a1.x",    "a01.x",       "a001.x",        "a10.x",
