@@ -45,7 +45,8 @@ bool LocalEngine::run(const EnginePlan& plan) {
       break;
     }
     makeReady();
-    waitForSomething();
+    while (!waitForSomething()) {
+    }
     takeInterrupts();
     advanceAttempts();
     advanceRecoveries();
@@ -304,15 +305,6 @@ bool LocalEngine::start(const Claim& claim) {
   return true;
 }
 
-std::unique_ptr<Attempt> LocalEngine::attemptAt(const Claim& claim, OpenJob& job) {
-  const WorkInfo work = job.work(queue_, claim);
-  AttemptListener& listener = *this;
-  return std::make_unique<Attempt>(
-      work, claim, job.make(work),
-      job.logs().open(work.hasFrames ? std::string(work.run.Text()) : work.title(), claim.number), inspector_,
-      listener);
-}
-
 void LocalEngine::giveUp(const Claim& claim, AttemptState state, VerdictRule rule,
                          const std::string& reason) {
   Outcome outcome;
@@ -338,7 +330,9 @@ template <typename Step> bool LocalEngine::guard(const Attempt& attempt, Step st
   }
 }
 
-void LocalEngine::waitForSomething() {
+/// False where nothing came but the end of outputs: mostly their programs end some
+/// microseconds later, and nothing is to be done before.
+bool LocalEngine::waitForSomething() {
   // Two entries for each attempt, in the order of the list.
   std::vector<pollfd>& descriptors = descriptors_;
   descriptors.assign({{interrupts_.descriptor(), POLLIN, 0}, {inspector_.descriptor(), POLLIN, 0}});
@@ -367,13 +361,24 @@ void LocalEngine::waitForSomething() {
   const Duration left = more ? Duration::zero() : deadline - machine_.now();
   machine_.wait(descriptors, std::max(left, Duration::zero()));
   const Clock::time_point now = machine_.now();
+  bool isClosing = false;
+  bool isOther = descriptors[0].revents != 0 || descriptors[1].revents != 0;
   std::size_t place = 2;
   std::erase_if(running_, [&](const auto& attempt) {
     const bool waits = descriptors[place].revents != 0;
+    isOther = isOther || descriptors[place + 1].revents != 0;
     place += 2;
-    return waits && !guard(*attempt, [&] { attempt->readOutput(now); });
+    if (!waits) {
+      return false;
+    }
+    const bool isSound = guard(*attempt, [&] { attempt->readOutput(now); });
+    const bool closes = isSound && attempt->outputDescriptor() < 0 && attempt->exitDescriptor() >= 0;
+    isClosing = isClosing || closes;
+    isOther = isOther || !closes;
+    return !isSound;
   });
   inspector_.advance(now);
+  return isOther || !isClosing;
 }
 
 void LocalEngine::takeInterrupts() {

@@ -134,7 +134,7 @@ private:
   std::unique_ptr<Attempt> attemptAt(const Claim& claim, OpenJob& job);
   void giveUp(const Claim& claim, AttemptState state, VerdictRule rule, const std::string& reason);
   template <typename Step> bool guard(const Attempt& attempt, Step step);
-  void waitForSomething();
+  bool waitForSomething();
   void takeInterrupts();
   void advanceAttempts();
   void putEnded(std::unique_ptr<Attempt> attempt);

@@ -309,6 +309,15 @@ void LocalEngine::makeAhead() {
   }
 }
 
+std::unique_ptr<Attempt> LocalEngine::attemptAt(const Claim& claim, OpenJob& job) {
+  const WorkInfo work = job.work(queue_, claim);
+  AttemptListener& listener = *this;
+  return std::make_unique<Attempt>(
+      work, claim, job.make(work),
+      job.logs().open(work.hasFrames ? std::string(work.run.Text()) : work.title(), claim.number), inspector_,
+      listener);
+}
+
 /// Makes ready, while programs run, what is to start when they end, which they
 /// often do at once: where slots are all processors this thread waits, too.
 void LocalEngine::makeReady() {
