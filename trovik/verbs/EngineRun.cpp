@@ -2,6 +2,7 @@
 
 #include "host/foundation/Log.h"
 #include "trovik/images/ImageHelper.h"
+#include "trovik/machine/Slices.h"
 #include "trovik/progress/JobFollower.h"
 #include "trovik/progress/Progress.h"
 #include "trovik/progress/ProgressText.h"
@@ -119,6 +120,7 @@ int workOff(Console& console, Queue& queue, ImageInspector& images, Machine& mac
     block.poll(engine.id());
   };
   const Clock::time_point begin = machine.now();
+  wishForShortSlices();
   const bool stopped = !engine.run(plan);
   RunSummary summary = queue.summary(job);
   summary.info.slots = plan.slots;
@@ -162,6 +164,7 @@ int workQueue(Session& session, Queue& queue, ImageInspector& images, Machine& m
     plan.withCluster = true;
     plan.whenIdle = [&] { cluster->advance(); };
   }
+  wishForShortSlices();
   engine.run(plan);
   return exitGood;
 }
