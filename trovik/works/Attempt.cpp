@@ -50,7 +50,7 @@ Attempt::Start Attempt::start(Machine& machine, Shortage shortage) {
     return Start::Failed;
   }
   try {
-    if (auto* render = dynamic_cast<RenderJob*>(process_)) {
+    if (auto* render = dynamic_cast<RenderJob*>(job_.Get())) {
       render->NoteFilesBefore(work_.attempt > 1);
     }
     const ProgramRun::Patience patience{process_->RunTimeLimit(), process_->SilenceLimit()};
