@@ -6,45 +6,12 @@
 #include "bench/Inputs.h"
 #include "bench/ModuleUnderTest.h"
 #include "bench/Race.h"
-#include "host/foundation/Descriptor.h"
+#include "tests/application/jobs/FolderReads.h"
 
-#include <sys/inotify.h>
-
-#include <array>
-#include <cstring>
 #include <filesystem>
 
 namespace bench {
 namespace {
-
-/// How often a folder was opened to be read.
-class FolderReads {
-public:
-  explicit FolderReads(const std::string& folder) : descriptor_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-    // With the ends: openings that follow each other would be joined to one.
-    const int watch =
-        inotify_add_watch(descriptor_.Number(), folder.c_str(), IN_OPEN | IN_CLOSE | IN_ONLYDIR);
-    require(watch >= 0, "cannot watch " + folder);
-  }
-  /// Since the last question.
-  int count() {
-    int count = 0;
-    alignas(inotify_event) std::array<char, 4096> buffer{};
-    for (ssize_t got = 0; (got = read(descriptor_.Number(), buffer.data(), buffer.size())) > 0;) {
-      for (std::size_t at = 0; at < static_cast<std::size_t>(got);) {
-        inotify_event event{};
-        std::memcpy(&event, buffer.data() + at, sizeof event);
-        require((event.mask & IN_Q_OVERFLOW) == 0, "too many folders were opened");
-        count += (event.mask & IN_OPEN) != 0 && event.len == 0 ? 1 : 0;
-        at += sizeof event + event.len;
-      }
-    }
-    return count;
-  }
-
-private:
-  Descriptor descriptor_;
-};
 
 /// So many versions of a program, made in shuffled order; the path of the newest.
 std::string install(const std::string& root, int count) {
@@ -111,7 +78,7 @@ std::vector<Row> newestRows(const Setup& setup) {
   // not wait for.
   FolderReads reads(root);
   const auto searches = [&](const std::string& what, int most) {
-    const int count = reads.count();
+    const int count = reads.Count();
     require(count >= 1 && count <= most + (setup.quick ? 1 : 0),
             what + " searched " + std::to_string(count) + " times");
     return Row{"searches of " + what + among, "1", std::to_string(count), "-", "-", "1", count == 1};
