@@ -4,10 +4,10 @@
 #include "host/foundation/Exception.h"
 #include "host/foundation/FileFinder.h"
 #include "host/foundation/Quoting.h"
+#include "host/foundation/process/Spawn.h"
 
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -23,10 +23,6 @@
 #include <string_view>
 #include <thread>
 
-// Programs are started with posix_spawn, never with fork: a fork copies the
-// page tables of the caller, which in a host that holds many jobs costs more
-// than a short work itself.
-//
 // The number of a process, and of its group, stays taken until the process is
 // reaped. All that must not hit a stranger therefore happens before that: Wait
 // first looks whether the leader has ended without reaping it (WNOWAIT), then
@@ -70,8 +66,8 @@ void RequirePassable(const ProcessStart& start) {
   RequireNoNul(StartMessage(start), "the start directory", start.StartDirectory.Text());
 }
 
-// posix_spawn gives one number for everything that goes wrong between the
-// system call and the program's first instruction; say what it was about.
+// Spawn gives one number for everything that goes wrong between the system
+// call and the program's first instruction; say what it was about.
 [[noreturn]] void RaiseStartError(const ProcessStart& start, int number) {
   const String& program = start.Arguments[0];
   const Path& directory = start.StartDirectory;
@@ -101,70 +97,6 @@ void RequirePassable(const ProcessStart& start) {
   RaiseException(k_Function, k_ErrorSystem, StartMessage(start), number);
 }
 
-// The two records that posix_spawn reads, filled and freed together. Filling
-// them fails only without memory.
-class SpawnRecords {
-public:
-  SpawnRecords() {
-    posix_spawn_file_actions_init(&m_Actions);
-    posix_spawnattr_init(&m_Attributes);
-  }
-  ~SpawnRecords() {
-    posix_spawn_file_actions_destroy(&m_Actions);
-    posix_spawnattr_destroy(&m_Attributes);
-  }
-  SpawnRecords(const SpawnRecords&) = delete;
-  SpawnRecords& operator=(const SpawnRecords&) = delete;
-
-  /// `output` is the descriptor for output and errors, or -1 for /dev/null.
-  /// Returns an error number.
-  int Fill(const Path& directory, int output, bool ownSession) {
-    sigset_t all;
-    sigset_t none;
-    sigfillset(&all);
-    sigemptyset(&none);
-    const int flags = POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK |
-                      (ownSession ? POSIX_SPAWN_SETSID : POSIX_SPAWN_SETPGROUP);
-    int error = posix_spawnattr_setflags(&m_Attributes, static_cast<short>(flags));
-    Add(error, posix_spawnattr_setsigdefault(&m_Attributes, &all));
-    Add(error, posix_spawnattr_setsigmask(&m_Attributes, &none));
-    if (!ownSession) {
-      Add(error, posix_spawnattr_setpgroup(&m_Attributes, 0));
-    }
-    // Output before input: a host that closed its standard descriptors may
-    // have been given number 0 for the pipe.
-    if (output >= 0) {
-      Add(error, posix_spawn_file_actions_adddup2(&m_Actions, output, STDOUT_FILENO));
-      Add(error, posix_spawn_file_actions_adddup2(&m_Actions, output, STDERR_FILENO));
-    } else {
-      Add(error, posix_spawn_file_actions_addopen(&m_Actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0));
-      Add(error, posix_spawn_file_actions_adddup2(&m_Actions, STDOUT_FILENO, STDERR_FILENO));
-    }
-    Add(error, posix_spawn_file_actions_addopen(&m_Actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0));
-    Add(error, posix_spawn_file_actions_addclosefrom_np(&m_Actions, STDERR_FILENO + 1));
-    if (!directory.empty()) {
-      Add(error, posix_spawn_file_actions_addchdir_np(&m_Actions, directory.c_str()));
-    }
-    return error;
-  }
-
-  int Spawn(pid_t& id, const String& program, char* const* arguments, char* const* environment) const {
-    return program.find('/') == String::npos
-               ? posix_spawnp(&id, program.c_str(), &m_Actions, &m_Attributes, arguments, environment)
-               : posix_spawn(&id, program.c_str(), &m_Actions, &m_Attributes, arguments, environment);
-  }
-
-private:
-  static void Add(int& first, int error) {
-    if (first == 0) {
-      first = error;
-    }
-  }
-
-  posix_spawn_file_actions_t m_Actions;
-  posix_spawnattr_t m_Attributes;
-};
-
 // Programs such as Blender read relative names by PWD, as a shell's "cd" leaves
 // it, and not by where they are.
 Environment EnvironmentOf(const ProcessStart& start) {
@@ -180,13 +112,17 @@ Environment EnvironmentOf(const ProcessStart& start) {
 }
 
 // Starts the program; returns an error number.
-int Spawn(const ProcessStart& start, const Environment& environment, int output, bool ownSession, pid_t& id) {
-  SpawnRecords records;
-  const int error = records.Fill(start.StartDirectory, output, ownSession);
-  if (error != 0) {
-    return error;
-  }
-  return records.Spawn(id, start.Arguments[0], PointersTo(start.Arguments).data(), environment.Pointers());
+int StartProgram(const ProcessStart& start, const Environment& environment, int output, bool ownSession,
+                 pid_t& id) {
+  const std::vector<char*> arguments = PointersTo(start.Arguments);
+  SpawnPlan plan;
+  plan.Program = start.Arguments[0];
+  plan.Arguments = arguments.data();
+  plan.Variables = environment.Pointers();
+  plan.Directory = start.StartDirectory;
+  plan.Output = output;
+  plan.OwnSession = ownSession;
+  return Spawn(plan, id);
 }
 
 // waitid without the interruptions. False when nothing has ended yet.
@@ -253,7 +189,7 @@ pid_t SpawnDetached(const ProcessStart& start, const Environment& environment) {
   try {
     std::thread([&start, &environment, promise = std::move(promise)]() mutable {
       pid_t id = -1;
-      const int error = Spawn(start, environment, -1, true, id);
+      const int error = StartProgram(start, environment, -1, true, id);
       promise.set_value({error, id}); // from here on the caller's objects are gone
       int status = 0;
       while (error == 0 && waitpid(id, &status, 0) < 0 && errno == EINTR) {
@@ -320,7 +256,7 @@ void Process::Start(const ProcessStart& start) {
   // Only the reading end: the program's own writes must block.
   fcntl(reader.Number(), F_SETFL, O_NONBLOCK);
   CarryMark(start.Mark);
-  const int error = Spawn(start, environment, writer.Number(), false, m_Id);
+  const int error = StartProgram(start, environment, writer.Number(), false, m_Id);
   CarryMark(String()); // who looks for the mark must not take this process for one that has it
   if (error != 0) {
     RaiseStartError(start, error);

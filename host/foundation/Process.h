@@ -78,7 +78,7 @@ public:
 
 /// A running external program in a process group of its own, with standard
 /// input from /dev/null, standard output and error through one pipe, and none
-/// of our other descriptors. Started with posix_spawn; no shell is involved.
+/// of our other descriptors. No shell is involved.
 ///
 /// The object belongs to one thread. Destroying one that still runs kills it
 /// and reaps it, but waits no longer than a second for one that cannot end. The
@@ -147,7 +147,7 @@ public:
   /// Raises Exception* for a name or value that no environment can hold.
   explicit Environment(const Changes& changes);
 
-  /// NAME=VALUE texts, as exec and posix_spawn want them, with the null at the
+  /// NAME=VALUE texts, as exec wants them, with the null at the
   /// end. As long as this object.
   char* const* Pointers() const { return m_Entries.data(); }
 
@@ -158,6 +158,6 @@ private:
   std::vector<char*> m_Entries;
 };
 
-/// The texts as exec and posix_spawn want them, with the null at the end. They
+/// The texts as exec wants them, with the null at the end. They
 /// point into `texts`.
 std::vector<char*> PointersTo(const std::vector<String>& texts);
