@@ -36,6 +36,9 @@ bool LocalEngine::run(const EnginePlan& plan) {
   if (plan.only) {
     open(*plan.only);
   }
+  const std::unique_ptr<Watchers> watchers = makeWatchers();
+  watchers_ = watchers.get();
+  std::unique_lock turn = watchers_ == nullptr ? std::unique_lock<std::mutex>() : watchers_->lock();
   do {
     tick();
     if (recordTurn()) {
@@ -45,7 +48,7 @@ bool LocalEngine::run(const EnginePlan& plan) {
       break;
     }
     makeReady();
-    while (!waitForSomething()) {
+    while (!waitForSomething(turn)) {
     }
     takeInterrupts();
     advanceAttempts();
@@ -74,6 +77,10 @@ void LocalEngine::tick() {
     return;
   }
   nextTick_ = now + tickTime;
+  if (watchers_ != nullptr) {
+    std::vector<pollfd> none;
+    machine_.wait(none, Duration::zero()); // for all that it sees to but the waiting
+  }
   try {
     if (const std::int64_t version = queue_.dataVersion(); version != dataVersion_) {
       dataVersion_ = version;
@@ -107,6 +114,7 @@ void LocalEngine::stopCanceled() {
     return;
   }
   const std::vector<AttemptId> canceled = queue_.canceled(engine_);
+  takeBackAttempts();
   ready_.clear();
   std::erase_if(claimed_, [&](const Claim& claim) {
     const bool isOver = std::find(canceled.begin(), canceled.end(), claim.attempt) != canceled.end();
@@ -315,70 +323,13 @@ void LocalEngine::giveUp(const Claim& claim, AttemptState state, VerdictRule rul
   settled_.push_back({std::move(outcome), std::nullopt});
 }
 
-/// Runs a step of an attempt, in which the module of its type is called. What
-/// that throws costs this attempt alone, and gives false.
-template <typename Step> bool LocalEngine::guard(const Attempt& attempt, Step step) {
-  try {
-    step();
-    return true;
-  } catch (...) {
-    const Claim& claim = attempt.claim();
-    const std::string reason = "The module of its type failed: " + TakeCaughtText();
-    LogWarning("job " + std::to_string(claim.job) + ", " + attempt.work().title() + ": " + reason);
-    giveUp(claim, AttemptState::Failed, VerdictRule::Result, reason);
-    return false;
-  }
-}
-
-/// False where nothing came but the end of outputs: mostly their programs end some
-/// microseconds later, and nothing is to be done before.
-bool LocalEngine::waitForSomething() {
-  // Two entries for each attempt, in the order of the list.
-  std::vector<pollfd>& descriptors = descriptors_;
-  descriptors.assign({{interrupts_.descriptor(), POLLIN, 0}, {inspector_.descriptor(), POLLIN, 0}});
-  Clock::time_point deadline = nextTick_;
-  const auto consider = [&deadline](const std::optional<Clock::time_point>& time) {
-    deadline = time ? std::min(deadline, *time) : deadline;
-  };
-  consider(inspector_.deadline());
-  consider(leaveAt_);
-  if (hasAhead()) {
-    consider(claimedAhead_ + aheadPatience);
-  }
-  if (std::any_of(recoveries_.begin(), recoveries_.end(),
-                  [](const auto& recovery) { return !recovery->isRecorded(); })) {
-    consider(machine_.now() + orphanTime);
-  }
-  for (const auto& attempt : running_) {
-    descriptors.push_back({attempt->outputDescriptor(), POLLIN, 0});
-    descriptors.push_back({attempt->exitDescriptor(), POLLIN, 0});
-    consider(attempt->deadline());
-  }
-  const bool more =
-      !troubled_ && !mayWait() &&
-      (!ended_.empty() || !settled_.empty() || !unbegun_.empty() ||
-       (mayHaveWork_ && !yields_ && stops_ == 0 && claimed_.empty() && busySlots() < plan_.slots));
-  const Duration left = more ? Duration::zero() : deadline - machine_.now();
-  machine_.wait(descriptors, std::max(left, Duration::zero()));
-  const Clock::time_point now = machine_.now();
-  bool isClosing = false;
-  bool isOther = descriptors[0].revents != 0 || descriptors[1].revents != 0;
-  std::size_t place = 2;
-  std::erase_if(running_, [&](const auto& attempt) {
-    const bool waits = descriptors[place].revents != 0;
-    isOther = isOther || descriptors[place + 1].revents != 0;
-    place += 2;
-    if (!waits) {
-      return false;
-    }
-    const bool isSound = guard(*attempt, [&] { attempt->readOutput(now); });
-    const bool closes = isSound && attempt->outputDescriptor() < 0 && attempt->exitDescriptor() >= 0;
-    isClosing = isClosing || closes;
-    isOther = isOther || !closes;
-    return !isSound;
-  });
-  inspector_.advance(now);
-  return isOther || !isClosing;
+/// What the module of an attempt's type has thrown costs that attempt alone. Called
+/// where it was caught.
+void LocalEngine::giveUpFailed(const Attempt& attempt) {
+  const Claim& claim = attempt.claim();
+  const std::string reason = "The module of its type failed: " + TakeCaughtText();
+  LogWarning("job " + std::to_string(claim.job) + ", " + attempt.work().title() + ": " + reason);
+  giveUp(claim, AttemptState::Failed, VerdictRule::Result, reason);
 }
 
 void LocalEngine::takeInterrupts() {
@@ -395,48 +346,13 @@ void LocalEngine::takeInterrupts() {
   const bool kill = stops_ + asked > 1;
   stops_ += asked;
   events_.interrupted(stops_, running_.size());
+  takeBackAttempts();
   const Clock::time_point now = machine_.now();
   if (kill && !leaveAt_) {
     leaveAt_ = now + lastPatience;
   }
   for (const auto& attempt : running_) {
     attempt->cancel(now, kill);
-  }
-}
-
-/// A slot that is empty is filled at once, if there is something made ready for it,
-/// and only then it is judged what was in it.
-void LocalEngine::advanceAttempts() {
-  const Clock::time_point now = machine_.now();
-  std::size_t left = running_.size();
-  for (auto attempt = running_.begin(); left > 0; --left) {
-    if (!guard(**attempt, [&] { (*attempt)->advanceProgram(now); })) {
-      attempt = running_.erase(attempt);
-      continue;
-    }
-    if ((*attempt)->awaitsVerdict()) {
-      beginAhead();
-    }
-    ++attempt;
-  }
-  for (auto attempt = running_.begin(); attempt != running_.end();) {
-    const bool isDue = (*attempt)->awaitsVerdict() || (*attempt)->isChecking();
-    if (isDue && !guard(**attempt, [&] { (*attempt)->advance(now); })) {
-      attempt = running_.erase(attempt);
-      continue;
-    }
-    if (std::optional<ProgramEnd> end = (*attempt)->takeEnd(now)) {
-      programEnds_.emplace_back((*attempt)->claim().attempt, std::move(*end));
-    }
-    if ((*attempt)->isOver()) {
-      if (const auto job = jobs_.find((*attempt)->claim().job); job != jobs_.end()) {
-        job->second->noteEnd((*attempt)->result().verdict == Verdict::Good, (*attempt)->result().duration);
-      }
-      putEnded(std::move(*attempt));
-      attempt = running_.erase(attempt);
-    } else {
-      ++attempt;
-    }
   }
 }
 

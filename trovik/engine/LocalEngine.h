@@ -1,6 +1,7 @@
 #pragma once
 
 #include "trovik/engine/OpenJob.h"
+#include "trovik/engine/Watchers.h"
 #include "trovik/images/ImageInspector.h"
 #include "trovik/machine/Interrupts.h"
 #include "trovik/machine/Machine.h"
@@ -14,6 +15,7 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -35,7 +37,8 @@ struct EnginePlan {
 };
 
 /// Works off the queue on this machine: so many programs at a time as there
-/// are slots, all watched by one poll loop.
+/// are slots, all watched by one poll loop, and short ones by threads beside it
+/// (see Watchers).
 ///
 /// Each turn of the loop writes what has happened since the last one, and what
 /// is going to be started, in one transaction; only then are the programs
@@ -67,6 +70,8 @@ private:
   /// How long works may be claimed before they begin, and what has ended wait to
   /// be recorded meanwhile.
   static constexpr Duration aheadPatience = std::chrono::milliseconds(50);
+
+  using Attempts = std::list<std::unique_ptr<Attempt>>;
 
   struct Note {
     AttemptId attempt = 0;
@@ -133,10 +138,27 @@ private:
   bool start(const Claim& claim);
   std::unique_ptr<Attempt> attemptAt(const Claim& claim, OpenJob& job);
   void giveUp(const Claim& claim, AttemptState state, VerdictRule rule, const std::string& reason);
-  template <typename Step> bool guard(const Attempt& attempt, Step step);
-  bool waitForSomething();
+  void giveUpFailed(const Attempt& attempt);
+  /// Runs a step of an attempt, in which the module of its type is called. False
+  /// when that has thrown.
+  template <typename Step> bool guard(const Attempt& attempt, Step step) {
+    try {
+      step();
+      return true;
+    } catch (...) {
+      giveUpFailed(attempt);
+      return false;
+    }
+  }
+  bool waitForSomething(std::unique_lock<std::mutex>& turn);
+  std::unique_ptr<Watchers> makeWatchers();
+  bool isWatched(const Attempt& attempt) const;
+  void lendAttempts();
+  void takeBackAttempts();
+  Attempt* turnBeside(Attempt& attempt);
   void takeInterrupts();
   void advanceAttempts();
+  Attempts::iterator judge(Attempts::iterator attempt, Clock::time_point now);
   void putEnded(std::unique_ptr<Attempt> attempt);
   bool isDone();
   std::size_t weightOf(JobId job);
@@ -159,7 +181,7 @@ private:
   EngineId engine_ = 0;
   std::map<JobId, std::unique_ptr<OpenJob>> jobs_;
   std::vector<JobId> refused_; // jobs that cannot be worked here
-  std::list<std::unique_ptr<Attempt>> running_;
+  Attempts running_;
   std::list<std::unique_ptr<Attempt>> ended_; // not yet recorded
   std::deque<Claim> claimed_;                 // recorded, not yet started; those ahead come last
   std::vector<AttemptId> unbegun_;            // claimed ahead, to be given back
@@ -170,6 +192,8 @@ private:
   std::vector<std::pair<AttemptId, ProgramEnd>> programEnds_; // the same
   std::vector<Note> notes_;
   std::vector<pollfd> descriptors_;        // of the last wait, for its memory
+  std::vector<const Attempt*> awaited_;    // the same
+  Watchers* watchers_ = nullptr;           // of the run under way; null for none
   std::optional<Turn> written_;            // not yet told
   std::vector<Begun> begun_;               // the same
   std::map<JobId, std::size_t> lastBegun_; // works of the last turn

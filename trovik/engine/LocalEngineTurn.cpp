@@ -273,6 +273,7 @@ void LocalEngine::startAndTell() {
                                 [this](const Claim& claim) { return jobs_.contains(claim.job); }));
   if (startsFirst) {
     startWorks();
+    lendAttempts();
   }
   if (written_) {
     tellTurn(*written_);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <thread>
 
 namespace trovik {
 namespace {
@@ -19,7 +20,19 @@ std::unique_ptr<Program> LocalMachine::start(const ProcessStart& start) {
   return std::make_unique<Process>(start);
 }
 
+std::size_t LocalMachine::processors() const {
+  return std::max(std::thread::hardware_concurrency(), 1U);
+}
+
 void LocalMachine::wait(std::vector<pollfd>& descriptors, std::optional<Duration> timeout) {
+  waitBeside(descriptors, timeout);
+  if (const Clock::time_point time = now(); time >= reaped_ + reapTime) {
+    reaped_ = time;
+    ReapAdopted();
+  }
+}
+
+void LocalMachine::waitBeside(std::vector<pollfd>& descriptors, std::optional<Duration> timeout) {
   timespec longest{};
   if (timeout) {
     const auto whole = std::max(*timeout, Duration::zero());
@@ -32,10 +45,6 @@ void LocalMachine::wait(std::vector<pollfd>& descriptors, std::optional<Duration
     for (pollfd& descriptor : descriptors) {
       descriptor.revents = 0;
     }
-  }
-  if (const Clock::time_point time = now(); time >= reaped_ + reapTime) {
-    reaped_ = time;
-    ReapAdopted();
   }
 }
 

@@ -37,6 +37,14 @@ public:
   /// Waits until one of the descriptors is ready or the time is over; without
   /// a time only for descriptors.
   virtual void wait(std::vector<pollfd>& descriptors, std::optional<Duration> timeout) = 0;
+  /// How many threads may wait side by side on its processors; 1 where all waiting
+  /// is to be done by `wait`.
+  virtual std::size_t processors() const { return 1; }
+  /// Waits as `wait` does, but sees to nothing else meanwhile, so that threads may
+  /// do it side by side.
+  virtual void waitBeside(std::vector<pollfd>& descriptors, std::optional<Duration> timeout) {
+    wait(descriptors, timeout);
+  }
   /// Kills what is left of those processes; those that are still there. To be
   /// called until there are none.
   virtual std::vector<pid_t> killOrphans(const Orphans& orphans) = 0;
@@ -53,6 +61,8 @@ public:
   Clock::time_point now() override { return Clock::now(); }
   std::unique_ptr<Program> start(const ProcessStart& start) override;
   void wait(std::vector<pollfd>& descriptors, std::optional<Duration> timeout) override;
+  std::size_t processors() const override;
+  void waitBeside(std::vector<pollfd>& descriptors, std::optional<Duration> timeout) override;
   std::vector<pid_t> killOrphans(const Orphans& orphans) override;
   MemoryNow memory(const std::vector<int>& groups) override { return memoryNow(groups); }
 
