@@ -27,7 +27,7 @@
 // before, signals are blocked from before it is there until its own handlers are
 // gone, and it calls nothing but the system.
 //
-// Starting 2,000 programs with pipes, two at a time, took 0.94 of the time that a
+// Starting 2,000 programs with pipes, two at a time, took 0.96 of the time that a
 // loop around posix_spawn takes.
 
 namespace {
@@ -92,8 +92,12 @@ bool PutDescriptors(int output) {
   return true;
 }
 
+// AddressSanitizer marks the frames of functions in memory, and takes the marks
+// away when they return, which these two do not.
+#define NOT_WATCHED __attribute__((no_sanitize_address))
+
 /// Returns only when no program could be started, with the error.
-int Execute(const Child& child) {
+NOT_WATCHED int Execute(const Child& child) {
   bool isRefused = false;
   for (const char* program : child.Programs) {
     execve(program, child.Plan.Arguments, child.Plan.Variables);
@@ -114,7 +118,7 @@ int Execute(const Child& child) {
   return isRefused ? EACCES : errno;
 }
 
-int RunChild(void* data) {
+NOT_WATCHED int RunChild(void* data) {
   Child& child = *static_cast<Child*>(data);
   const SpawnPlan& plan = child.Plan;
   const bool isReady = (plan.OwnSession ? setsid() >= 0 : setpgid(0, 0) == 0) &&
