@@ -86,7 +86,7 @@ export function testViews(world) {
     await move(page, `#/job/${job}/frame/2`);
     await untilText(page, ".viewer-hole", "Truncated or damaged");
     await move(page, `#/job/${job}/play?at=2`);
-    await until(page, () => document.querySelector(".screen-here")?.getAttribute("aria-label").includes("damaged"));
+    await until(page, () => document.querySelector(".screen-here")?.getAttribute("aria-label")?.includes("damaged"));
     await page.close();
     await farm.trovik("delete", String(job));
   });
@@ -206,13 +206,15 @@ export function testViews(world) {
     assert.match(await clip(), /2[45]%/);
     await page.keyboard.press("d");
     await until(page, () => getComputedStyle(document.querySelector(".screen-there")).mixBlendMode === "difference");
-    // The pictures differ in red alone: the two seeds of the painter.
-    const [here, there] = await page.evaluate(() =>
-      [".screen-here", ".screen-there"].map((name) => {
-        const canvas = document.querySelector(name);
-        return [...canvas.getContext("2d").getImageData(2, 2, 1, 1).data];
-      }),
-    );
+    // The pictures differ in red alone: the two seeds of the painter. They have their
+    // size before they are drawn.
+    const pixels = await until(page, () => {
+      const drawn = [".screen-here", ".screen-there"].map((name) => [
+        ...document.querySelector(name).getContext("2d").getImageData(2, 2, 1, 1).data,
+      ]);
+      return drawn.every((pixel) => pixel[3] === 255) ? drawn : null;
+    });
+    const [here, there] = await pixels.jsonValue();
     assert.ok(Math.abs(here[0] - there[0]) > 80, `red differs: ${here} and ${there}`);
     assert.ok(Math.abs(here[1] - there[1]) < 25, `green does not: ${here} and ${there}`);
     await page.keyboard.press("b");
