@@ -88,9 +88,9 @@ String MarkOf(pid_t process) {
   return begin == std::string::npos ? String() : String(environment.c_str() + begin + before.size());
 }
 
-// Whether a process runs the program that this one runs. As an engine within
-// another one's work it carries, for the moment in which it starts a program,
-// what that is to carry.
+// Whether a process runs the program that this one runs. What an engine within
+// another one's work starts is still that for a moment when it carries what the
+// program is to carry.
 bool RunsWhatThisRuns(pid_t process) {
   struct stat other {};
   struct stat own {};
@@ -115,19 +115,11 @@ public:
     }
   }
 
-  void Carry(std::uint64_t number) {
-    if (number == m_Carried) {
-      return;
-    }
+  rlimit LimitWith(std::uint64_t number) {
     rlimit limit{};
     getrlimit(RLIMIT_RTTIME, &limit);
-    if (m_Carried == 0) {
-      m_Own = limit.rlim_cur;
-    }
-    limit.rlim_cur = number == 0 ? m_Own : number;
-    if (setrlimit(RLIMIT_RTTIME, &limit) == 0) { // else the environment has to do
-      m_Carried = number;
-    }
+    m_Own = std::exchange(limit.rlim_cur, number);
+    return limit;
   }
 
   void Begin(std::uint64_t number, pid_t program) { m_Programs.emplace_back(number, program); }
@@ -219,8 +211,7 @@ private:
   std::vector<char> m_Text = std::vector<char>(4096);
   std::map<pid_t, std::uint64_t> m_Children;               // those seen last, by what they carry
   std::vector<std::pair<std::uint64_t, pid_t>> m_Programs; // that are at work here
-  std::uint64_t m_Carried = 0;
-  rlim_t m_Own = RLIM_INFINITY; // what this process was started with
+  rlim_t m_Own = RLIM_INFINITY;                            // what this process was started with
 };
 
 Family& OurFamily() {
@@ -234,8 +225,8 @@ void AdoptDescendants() {
   OurFamily().Adopt();
 }
 
-void CarryMark(const String& mark) {
-  OurFamily().Carry(mark.empty() ? 0 : NumberOf(mark));
+rlimit CarryingLimit(const String& mark) {
+  return OurFamily().LimitWith(NumberOf(mark));
 }
 
 bool CarriesMark(pid_t process, const String& mark) {

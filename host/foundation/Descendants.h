@@ -2,6 +2,7 @@
 
 #include "host/foundation/String.h"
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
 #include <cstdint>
@@ -53,10 +54,9 @@ private:
 /// Reaps adopted processes that have ended, while their program still runs.
 void ReapAdopted();
 
-/// This process, and what is started from now on, carries the number of that
-/// mark; without one, what this process was started with. Process does that for
-/// the moment in which it starts a program.
-void CarryMark(const String& mark);
+/// The limit of RLIMIT_RTTIME with which a program carries the number of that mark.
+/// Where it cannot be set the mark in its environment has to do.
+rlimit CarryingLimit(const String& mark);
 
 /// Sends a signal to every process of this machine for which the question is
 /// answered by true, and to no other that was given the same number meanwhile.

@@ -122,6 +122,11 @@ int StartProgram(const ProcessStart& start, const Environment& environment, int 
   plan.Directory = start.StartDirectory;
   plan.Output = output;
   plan.OwnSession = ownSession;
+  rlimit carried{};
+  if (!start.Mark.empty()) {
+    carried = CarryingLimit(start.Mark);
+    plan.RealTime = &carried;
+  }
   return Spawn(plan, id);
 }
 
@@ -255,9 +260,7 @@ void Process::Start(const ProcessStart& start) {
   const Descriptor writer(ends[1]);
   // Only the reading end: the program's own writes must block.
   fcntl(reader.Number(), F_SETFL, O_NONBLOCK);
-  CarryMark(start.Mark);
   const int error = StartProgram(start, environment, writer.Number(), false, m_Id);
-  CarryMark(String()); // who looks for the mark must not take this process for one that has it
   if (error != 0) {
     RaiseStartError(start, error);
   }

@@ -93,11 +93,10 @@ bool PutDescriptors(int output) {
 }
 
 // AddressSanitizer marks the frames of functions in memory, and takes the marks
-// away when they return, which these two do not.
-#define NOT_WATCHED __attribute__((no_sanitize_address))
+// away when they return, which the following two do not.
 
 /// Returns only when no program could be started, with the error.
-NOT_WATCHED int Execute(const Child& child) {
+[[gnu::no_sanitize_address]] int Execute(const Child& child) {
   bool isRefused = false;
   for (const char* program : child.Programs) {
     execve(program, child.Plan.Arguments, child.Plan.Variables);
@@ -118,12 +117,15 @@ NOT_WATCHED int Execute(const Child& child) {
   return isRefused ? EACCES : errno;
 }
 
-NOT_WATCHED int RunChild(void* data) {
+[[gnu::no_sanitize_address]] int RunChild(void* data) {
   Child& child = *static_cast<Child*>(data);
   const SpawnPlan& plan = child.Plan;
   const bool isReady = (plan.OwnSession ? setsid() >= 0 : setpgid(0, 0) == 0) &&
                        PutDescriptors(plan.Output) &&
                        (plan.Directory.empty() || chdir(plan.Directory.c_str()) == 0) && ResetSignals();
+  if (plan.RealTime != nullptr) {
+    setrlimit(RLIMIT_RTTIME, plan.RealTime);
+  }
   child.Error = isReady ? Execute(child) : errno;
   _exit(127);
 }

@@ -3,6 +3,7 @@
 #include "host/foundation/Path.h"
 #include "host/foundation/String.h"
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
 #include <vector>
@@ -16,6 +17,7 @@ struct SpawnPlan {
   char* const* Variables = nullptr; ///< NAME=VALUE
   Path Directory;                   ///< to start in; empty for the caller's
   int Output = -1;                  ///< descriptor for output and errors, or -1 for /dev/null
+  const rlimit* RealTime = nullptr; ///< of RLIMIT_RTTIME, where it can be set
   bool OwnSession = false;          ///< and no terminal; otherwise a process group of its own
 };
 

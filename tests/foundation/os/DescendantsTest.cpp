@@ -188,7 +188,7 @@ TEST_F(DescendantsTest, OneThatWasForkedClosesNoFileThatIsNotItsOwn) {
   EXPECT_EQ(status, 0);
 }
 
-// An engine within another one's work, held at the worst moment.
+// What an engine within another one's work starts, held at the worst moment.
 TEST_F(DescendantsTest, OneThatStartsAProgramIsNotTakenForTheProgram) {
   std::array<int, 2> ends{};
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
@@ -196,7 +196,8 @@ TEST_F(DescendantsTest, OneThatStartsAProgramIsNotTakenForTheProgram) {
   ASSERT_GE(engine, 0);
   if (engine == 0) {
     close(ends[0]);
-    CarryMark(MarkOf("inner"));
+    const rlimit carried = CarryingLimit(MarkOf("inner"));
+    setrlimit(RLIMIT_RTTIME, &carried);
     char byte = 'r';
     while (write(ends[1], &byte, 1) == 1 && read(ends[1], &byte, 1) == 1) {
     }
