@@ -142,7 +142,7 @@ std::vector<Row> imageRows(const Setup& setup) {
         race.enter([&] { return costOf(files, [](const ImageFile& file) { exrLimit(file.name); }); });
     const std::size_t ours = race.enter([&] { return inspectRunning(files); });
     race.run(setup.rounds);
-    rows.push_back(imageRow("an EXR file", race, ours, limit, 1.3, files.size()));
+    rows.push_back(imageRow("an EXR file", race, ours, limit, 1.05, files.size()));
     addPeer(rows, setup, {"oiiotool", "--threads", "1", "--hash"}, "an EXR file", files);
   }
   return rows;

@@ -150,9 +150,15 @@ private:
         flatten(deep, xBegin, xEnd, yBegin, yEnd);
       }
     } else {
-      buffer_.resize(count * pixelBytes());
+      // The call that converts takes a room of 64 MB for lines and copies each,
+      // even where there is nothing to convert; so it is for floats alone. Tiles
+      // at the edge of an image are larger than what is asked for, and only that
+      // call has the room for them.
+      buffer_.resize(count * std::max(pixelBytes(), std::uint64_t{spec_.pixel_bytes(true)}));
       good = spec_.tile_width > 0 ? input_.read_tiles(subimage_, level_, xBegin, xEnd, yBegin, yEnd, zBegin,
                                                       zEnd, 0, spec_.nchannels, type_, buffer_.data())
+             : sink_ == nullptr   ? input_.read_native_scanlines(subimage_, level_, yBegin, yEnd, zBegin, 0,
+                                                                 spec_.nchannels, buffer_.data())
                                   : input_.read_scanlines(subimage_, level_, yBegin, yEnd, zBegin, 0,
                                                           spec_.nchannels, type_, buffer_.data());
     }

@@ -57,6 +57,24 @@ TEST(Flat, DamageIsToldFirst) {
   EXPECT_EQ(inspection.problem, "Truncated or damaged image (the file ends early)");
 }
 
+TEST(Check, ChannelsOfSeveralTypesAreDecodedAsTheyAreStored) {
+  const TemporaryDirectory directory;
+  for (const int tile : {0, 32}) {
+    OIIO::ImageSpec layout(imageWidth, imageHeight, 6, TypeDesc::FLOAT);
+    layout.channelnames = {"R", "G", "B", "A", "Z", "id"};
+    layout.channelformats = {TypeDesc::HALF, TypeDesc::HALF,  TypeDesc::HALF,
+                             TypeDesc::HALF, TypeDesc::FLOAT, TypeDesc::UINT32};
+    layout.tile_width = layout.tile_height = tile;
+    const std::string file = writeImage(directory.file("a.exr"), layout, noiseAt);
+    const Inspection whole = inspect(file);
+    EXPECT_EQ(whole.problem, "") << tile;
+    EXPECT_EQ(whole.width, imageWidth);
+    const std::string bytes = readFile(file);
+    const std::string cut = directory.write("b.exr", bytes.substr(0, bytes.size() - 1));
+    EXPECT_TRUE(inspect(cut).problem.starts_with("Truncated or damaged image (")) << tile;
+  }
+}
+
 TEST(NoImage, HasNoProblem) {
   const TemporaryDirectory directory;
   for (const char* name : {"a.txt", "a", "a.mp4", "a.mov", "a.vdb", "a.null", "a.term", "a.raw", "a.cap",
