@@ -24,7 +24,8 @@ FORMATS=$(cd "$(dirname "$0")" && until [ -f docs/formats.md ] || [ "$PWD" = / ]
 TMP=$(mktemp -d "${TMPDIR:-/tmp}/trovik-cli-XXXXXX")
 TMP=$(cd "$TMP" && pwd -P)
 pid=
-trap 'rm -rf "$TMP"; [ -z "$pid" ] || kill "$pid" 2>/dev/null || :' EXIT
+# A program that still runs could write into the directory while it is removed.
+trap '[ -z "$pid" ] || { kill "$pid" && wait "$pid"; } 2>/dev/null || :; rm -rf "$TMP"' EXIT
 trap 'exit 1' INT TERM HUP
 
 HOME=$TMP/home
@@ -136,6 +137,17 @@ compare() {
   sed -e "$quotes" >"$TMP/expected"
   steady "$1" >"$TMP/steady"
   diff -u "$TMP/expected" "$TMP/steady" >&2 || fail "the output differs (- expected, + printed)"
+}
+
+# Waits until a file has so many lines, written by a program that outlives the
+# one that started it, such as an end command.
+wait_for_lines() {
+  tries=0
+  until [ "$(wc -l 2>/dev/null <"$1" || echo 0)" = "$2" ]; do
+    tries=$((tries + 1))
+    [ $tries -lt 3000 ] || fail "$1 never had $2 lines"
+    sleep 0.01
+  done
 }
 
 out_is() { compare "$TMP/out"; }

@@ -24,3 +24,5 @@ run 0 delete 1 --state "$TMP/copy"
 # The queue that it was copied from goes on as ever.
 run 0 engine --until-empty
 [ -s images/shot_0002.drw ] || fail "the own job was not worked off"
+# It also starts the job's end command, and does not wait for it.
+wait_for_lines "$TMP/pwned" 1

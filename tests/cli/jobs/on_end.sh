@@ -5,12 +5,7 @@ sketch_type
 scenes 1
 run 0 run sketch shot_0001.txt --set 'Name=a b; touch pwned' \
   --on-end "\"$HELPER\" args \"$TMP/end\" \$(Job) \$(State) \"\$(Name)\" \$(Name) \"\$(Summary)\" \$(Good)/\$(Failed)/\$(Left)"
-tries=0
-until [ "$(wc -l <"$TMP/end" 2>/dev/null || echo 0)" = 6 ]; do
-  tries=$((tries + 1))
-  [ $tries -lt 3000 ] || fail "the end command was not started"
-  sleep 0.01
-done
+wait_for_lines "$TMP/end" 6
 file_is "$TMP/end" <<'END'
 <1>
 <good>
