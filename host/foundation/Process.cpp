@@ -47,23 +47,29 @@ String StartMessage(const ProcessStart& start) {
   return "cannot start \"" + start.Arguments[0] + "\"";
 }
 
-void RequireNoNul(const String& prefix, const String& what, const String& text) {
-  if (text.find('\0') != String::npos) {
-    RaiseException(k_Function, k_ErrorSyntax, prefix + ": " + what + " holds a NUL byte");
-  }
+bool HoldsNul(const String& text) {
+  return text.find('\0') != String::npos;
+}
+
+[[noreturn]] void RaiseNul(const String& prefix, const String& what) {
+  RaiseException(k_Function, k_ErrorSyntax, prefix + ": " + what + " holds a NUL byte");
 }
 
 void RequirePassable(const ProcessStart& start) {
   if (start.Arguments.empty() || start.Arguments[0].empty()) {
     RaiseException(k_Function, k_ErrorSyntax, "cannot start a program: no program is named");
   }
-  if (start.Arguments[0].find('\0') != String::npos) {
-    RaiseException(k_Function, k_ErrorSyntax, "cannot start a program: its name holds a NUL byte");
+  if (HoldsNul(start.Arguments[0])) {
+    RaiseNul("cannot start a program", "its name");
   }
   for (std::size_t i = 1; i < start.Arguments.size(); ++i) {
-    RequireNoNul(StartMessage(start), "argument " + std::to_string(i), start.Arguments[i]);
+    if (HoldsNul(start.Arguments[i])) {
+      RaiseNul(StartMessage(start), "argument " + std::to_string(i));
+    }
   }
-  RequireNoNul(StartMessage(start), "the start directory", start.StartDirectory.Text());
+  if (HoldsNul(start.StartDirectory.Text())) {
+    RaiseNul(StartMessage(start), "the start directory");
+  }
 }
 
 // Spawn gives one number for everything that goes wrong between the system
@@ -389,20 +395,29 @@ void Process::SignalGroup(int number) {
 }
 
 Environment::Environment(const Changes& changes) {
-  for (char** entry = environ; *entry != nullptr; ++entry) {
-    m_Entries.push_back(*entry);
+  static const Changes s_Always = {{"LC_ALL", "C.UTF-8"}, {"LANGUAGE", std::nullopt}};
+  char** end = environ;
+  while (end != nullptr && *end != nullptr) {
+    ++end;
   }
-  Apply("LC_ALL", "C.UTF-8");
-  Apply("LANGUAGE", std::nullopt);
+  const std::size_t most = s_Always.size() + changes.size();
+  m_Entries.reserve(static_cast<std::size_t>(end - environ) + most + 1);
+  m_Entries.assign(environ, end);
+  m_Own.reserve(most);
+  for (const auto& [name, value] : s_Always) {
+    Apply(name, value);
+  }
+  const auto prefixOf = [](const String& name) { return "environment variable \"" + name + "\""; };
   for (const auto& [name, value] : changes) {
-    const String prefix = "environment variable \"" + name + "\"";
-    RequireNoNul(prefix, "the name", name);
+    if (HoldsNul(name)) {
+      RaiseNul(prefixOf(name), "the name");
+    }
     if (name.empty() || name.find('=') != String::npos) {
       RaiseException("Environment", k_ErrorSyntax,
-                     prefix + ": a name is at least one character and holds no \"=\"");
+                     prefixOf(name) + ": a name is at least one character and holds no \"=\"");
     }
-    if (value.has_value()) {
-      RequireNoNul(prefix, "the value", *value);
+    if (value.has_value() && HoldsNul(*value)) {
+      RaiseNul(prefixOf(name), "the value");
     }
     Apply(name, value);
   }
@@ -416,12 +431,14 @@ void Environment::Apply(const String& name, const std::optional<String>& value) 
   };
   auto place = std::find_if(m_Entries.begin(), m_Entries.end(), named);
   if (value.has_value()) {
-    m_Own.push_back(name + "=" + *value);
+    String& entry = m_Own.emplace_back(name);
+    entry.reserve(name.size() + 1 + value->size());
+    entry.append("=").append(*value);
     if (place == m_Entries.end()) {
-      m_Entries.push_back(m_Own.back().data());
+      m_Entries.push_back(entry.data());
       return;
     }
-    *place++ = m_Own.back().data();
+    *place++ = entry.data();
   }
   m_Entries.erase(std::remove_if(place, m_Entries.end(), named), m_Entries.end());
 }

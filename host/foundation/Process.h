@@ -8,7 +8,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -146,6 +145,8 @@ public:
 
   /// Raises Exception* for a name or value that no environment can hold.
   explicit Environment(const Changes& changes);
+  Environment(const Environment&) = delete;
+  Environment& operator=(const Environment&) = delete;
 
   /// NAME=VALUE texts, as exec wants them, with the null at the
   /// end. As long as this object.
@@ -154,7 +155,7 @@ public:
 private:
   void Apply(const String& name, const std::optional<String>& value);
 
-  std::deque<String> m_Own; // their places stay when others are added
+  std::vector<String> m_Own; // with room for all from the start, so that their places stay
   std::vector<char*> m_Entries;
 };
 

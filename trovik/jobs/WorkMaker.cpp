@@ -20,7 +20,9 @@ WorkMaker::WorkMaker(const Job& job) : WorkMaker(job.Type(), packedJob(job)) {}
 
 WorkMaker::WorkMaker(const UID& type, std::string packed, std::shared_ptr<ExecutableMemory> searches)
     : type_(type), packed_(std::move(packed)),
-      searches_(searches ? std::move(searches) : std::make_shared<ExecutableMemory>()) {}
+      searches_(searches ? std::move(searches) : std::make_shared<ExecutableMemory>()) {
+  type_.GenString(); // kept with the number, and so with that of each job
+}
 
 SmartHandle<Job> WorkMaker::makeWhole() const {
   SmartHandle<Job> job = JobFactory::s_JobFactory->CreateJob(type_);
